@@ -1,0 +1,60 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+
+#include <boost/optional.hpp>
+
+#include "capabilities/CapabilityList.h"
+#include "cmddistributor/WhenToDequeue.h"
+#include "nmutil/io/NMSink.h"
+#include "nmutil/io/SinkTraits.h"
+
+namespace nmutil::io {
+class PrintableErrorEvent;
+}
+
+namespace cmddistributor {
+
+/// How one request is to be run. A value: copied and moved freely, no locks.
+class RunOptions {
+public:
+    using PrintableErrorCallback = std::function<void(const nmutil::io::PrintableErrorEvent&)>;
+
+    RunOptions() = default;
+    /// `source` is the name under which the code appears in messages.
+    explicit RunOptions(WhenToDequeue when, boost::optional<std::u16string> source = boost::none);
+    /// Output and error text go to the given buffers, not to the active command window.
+    RunOptions(std::shared_ptr<nmutil::io::UnicodeStreamBuf> out, std::shared_ptr<nmutil::io::UnicodeStreamBuf> err,
+               WhenToDequeue when, nmutil::io::SinkTraits outTraits, nmutil::io::SinkTraits errTraits);
+
+    /// The sink for output, or for text on standard error. Null: the active command-window sink.
+    const std::shared_ptr<nmutil::io::NMSink>& getOutSink() const { return outSink_; }
+    const std::shared_ptr<nmutil::io::NMSink>& getErrSink() const { return errSink_; }
+    void setOutSink(std::shared_ptr<nmutil::io::NMSink> sink) { outSink_ = std::move(sink); }
+    void setErrSink(std::shared_ptr<nmutil::io::NMSink> sink) { errSink_ = std::move(sink); }
+
+    WhenToDequeue whenToDequeue() const { return when_; }
+    const boost::optional<std::u16string>& source() const { return source_; }
+
+    const capabilities::CapabilityList& capabilities() const { return capabilities_; }
+    void setCapabilities(capabilities::CapabilityList list) { capabilities_ = std::move(list); }
+
+    /// While the request runs, an error that is to be shown goes to `callback`, on the interpreter thread,
+    /// and nowhere else.
+    void setCallbackImpl(PrintableErrorCallback callback) { printableError_ = std::move(callback); }
+    const PrintableErrorCallback& printableErrorCallback() const { return printableError_; }
+
+    static nmutil::io::SinkTraits getDefaultSinkTraits() { return {}; }
+
+private:
+    WhenToDequeue when_ = WhenToDequeue::Default;
+    boost::optional<std::u16string> source_;
+    std::shared_ptr<nmutil::io::NMSink> outSink_;
+    std::shared_ptr<nmutil::io::NMSink> errSink_;
+    capabilities::CapabilityList capabilities_;
+    PrintableErrorCallback printableError_;
+};
+
+}  // namespace cmddistributor

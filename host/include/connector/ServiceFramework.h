@@ -1,0 +1,36 @@
+#pragma once
+
+#include <memory>
+#include <typeindex>
+#include <vector>
+
+#include "connector/Address.h"
+#include "connector/Future.h"
+#include "connector/Message.h"
+#include "connector/ServiceProvider.h"
+#include "connector/common/ContextState.h"
+
+namespace connector {
+
+/// Holds the service providers and delivers messages to them.
+///
+/// Threads: every operation from any thread. `deliver` runs the provider's `handle` on the calling thread.
+class ServiceFramework {
+public:
+    virtual ~ServiceFramework() = default;
+
+    /// Messages of the classes `messages` sent to `address` go to `provider`, which is started. A later registration
+    /// takes the place of an earlier one.
+    virtual void registerService(const Address& address, std::vector<std::type_index> messages,
+                                 std::shared_ptr<ServiceProvider> provider) = 0;
+
+    /// Stops `provider` and takes it out. Messages that it is handling end as its stop hook says.
+    virtual void unregisterService(const std::shared_ptr<ServiceProvider>& provider) = 0;
+
+    /// Delivers `message` with `context`, or with an empty one where it is null, as the current context.
+    /// Returns the provider's future; a failed one when no service takes messages of that class.
+    virtual Future<std::unique_ptr<Message>> deliver(const Address& address, std::unique_ptr<Message> message,
+                                                     std::shared_ptr<common::ContextState> context) = 0;
+};
+
+}  // namespace connector

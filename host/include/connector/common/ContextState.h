@@ -1,0 +1,63 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <unordered_map>
+
+#include <boost/any.hpp>
+
+#include "connector/ThreadSafety.h"
+
+namespace connector::common {
+
+/// How far a context value goes.
+enum class ContextScope {
+    Request,  ///< it stays with the request
+    Client,   ///< it also goes with what the request causes
+};
+
+/// What is known of the request that is being handled: named values beside its message.
+///
+/// Threads: every operation from any thread.  Locks: mutex_.
+class ContextState {
+public:
+    bool has(const std::string& key) const EXCLUDES(mutex_);
+    /// The value, or an empty one.
+    boost::any get(const std::string& key) const EXCLUDES(mutex_);
+    void set(const std::string& key, boost::any value, ContextScope scope = ContextScope::Request)
+        EXCLUDES(mutex_);
+
+    /// The value if it is there and is a `T`, else `otherwise`.
+    template <class T>
+    T getOr(const std::string& key, T otherwise) const {
+        const boost::any value = get(key);
+        const T* held = boost::any_cast<T>(&value);
+        return held ? *held : otherwise;
+    }
+
+    /// The context of what this thread is handling. Never null: an empty one where none was set.
+    static std::shared_ptr<ContextState> current();
+
+private:
+    struct Entry {
+        boost::any value;
+        ContextScope scope;
+    };
+
+    mutable Mutex mutex_;
+    std::unordered_map<std::string, Entry> values_ GUARDED_BY(mutex_);
+};
+
+/// Makes a context the current one of this thread while it is in scope; scopes nest.
+class CurrentContext {
+public:
+    explicit CurrentContext(std::shared_ptr<ContextState> context);
+    ~CurrentContext();
+    CurrentContext(const CurrentContext&) = delete;
+    CurrentContext& operator=(const CurrentContext&) = delete;
+
+private:
+    std::shared_ptr<ContextState> previous_;
+};
+
+}  // namespace connector::common

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <string>
+
+#include <boost/optional.hpp>
+
+/// What is notified when an evaluation is over.
+class IInterpreterBridge {
+public:
+    virtual ~IInterpreterBridge() = default;
+    /// Threads: the interpreter thread.
+    virtual void notifyEvalEnd(bool atPrompt) = 0;
+};
+
+class IInterpreter {
+public:
+    /// Never null while an environment is installed.  Threads: the interpreter thread.
+    static IInterpreterBridge* GetInterpreterBridge();
+};
+
+/// Runs what the interpreter put off until code is no longer running.  Threads: the interpreter thread.
+void inDispatchPendingInterests();
+
+/// The name of the builtin function in which the current error arose, if it arose in one.
+/// Threads: the interpreter thread.
+boost::optional<std::string> mdGetCurrentBuiltinFcnName();
+
+/// Whether the current error arose inside a compiled extension.  Threads: the interpreter thread.
+bool mdInAMexFile();

@@ -1,0 +1,72 @@
+#include <atomic>
+#include <utility>
+
+#include "connector/common/ContextState.h"
+#include "connector/zvm_common/contextState.h"
+
+namespace connector::common {
+
+namespace {
+
+thread_local std::shared_ptr<ContextState> currentContext;
+
+}  // namespace
+
+bool ContextState::has(const std::string& key) const {
+    MutexLock lock(mutex_);
+    return values_.contains(key);
+}
+
+boost::any ContextState::get(const std::string& key) const {
+    MutexLock lock(mutex_);
+    const auto found = values_.find(key);
+    return found == values_.end() ? boost::any() : found->second.value;
+}
+
+void ContextState::set(const std::string& key, boost::any value, ContextScope scope) {
+    MutexLock lock(mutex_);
+    values_[key] = Entry{std::move(value), scope};
+}
+
+std::shared_ptr<ContextState> ContextState::current() {
+    return currentContext ? currentContext : std::make_shared<ContextState>();
+}
+
+CurrentContext::CurrentContext(std::shared_ptr<ContextState> context)
+    : previous_(std::exchange(currentContext, std::move(context))) {}
+
+CurrentContext::~CurrentContext() { currentContext = std::move(previous_); }
+
+}  // namespace connector::common
+
+namespace connector::zvm_common {
+
+namespace {
+
+struct Contexts {
+    Mutex mutex;
+    std::uint64_t last GUARDED_BY(mutex) = 0;
+    std::unordered_map<std::uint64_t, std::shared_ptr<common::ContextState>> byHandle GUARDED_BY(mutex);
+};
+
+Contexts& contexts() {
+    static Contexts instance;
+    return instance;
+}
+
+}  // namespace
+
+std::uint64_t pushContextState(std::shared_ptr<common::ContextState> context) {
+    MutexLock lock(contexts().mutex);
+    const std::uint64_t handle = ++contexts().last;
+    contexts().byHandle.emplace(handle, std::move(context));
+    return handle;
+}
+
+std::shared_ptr<common::ContextState> removeContextState(std::uint64_t handle) {
+    MutexLock lock(contexts().mutex);
+    auto node = contexts().byHandle.extract(handle);
+    return node ? std::move(node.mapped()) : nullptr;
+}
+
+}  // namespace connector::zvm_common

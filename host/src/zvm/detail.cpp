@@ -1,0 +1,34 @@
+#include "zvm/detail.h"
+
+#include <atomic>
+
+#include "zvm/Factory.h"
+
+namespace zvm::detail {
+
+foundation::msg_svc::exchange::IDType createID() {
+    static std::atomic<std::uint64_t> last{0};
+    return {last.fetch_add(1, std::memory_order_relaxed) + 1};
+}
+
+DistributorAndSinks getCmdDistributorAndSinks(const Target& target, const cmddistributor::RunOptions& runOptions) {
+    const auto* named = std::get_if<std::shared_ptr<ZVM>>(&target);
+    const std::shared_ptr<ZVM> zvm = named != nullptr ? *named : Factory::getCurrentLocalZVM();
+    return {zvm ? zvm->getCmdDistributor() : nullptr, runOptions.getOutSink(), runOptions.getErrSink()};
+}
+
+CmdDistributorTaskReference::CmdDistributorTaskReference(
+    std::shared_ptr<cmddistributor::CmdDistributor> distributor, foundation::msg_svc::exchange::IDType id)
+    : distributor_(std::move(distributor)), id_(id) {}
+
+void CmdDistributorTaskReference::setReadyToExecute() { distributor_->setReadyToExecute(id_); }
+
+void CmdDistributorTaskReference::addContinuation(std::function<void()> continuation) {
+    distributor_->addContinuation(id_, std::move(continuation));
+}
+
+TaskReference::CancelStatus CmdDistributorTaskReference::cancel(bool interruptIfRunning) {
+    return distributor_->cancel(id_, interruptIfRunning);
+}
+
+}  // namespace zvm::detail

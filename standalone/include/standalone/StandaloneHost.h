@@ -1,0 +1,61 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+
+#include "connector/ServiceFramework.h"
+#include "connector/configuration/Configuration.h"
+#include "zvm/ZVM.h"
+
+namespace standalone {
+
+struct HostOptions {
+    /// Size of the command window, in characters, for requests that do not say theirs.
+    std::uint64_t columns = 80;
+    std::uint64_t rows = 24;
+    /// What native code and child processes write to file descriptors 1 and 2 is captured as interpreter output, and
+    /// their standard input is empty.
+    bool captureFileDescriptors = true;
+    /// Initial configuration values.
+    std::map<std::string, std::string> configuration;
+};
+
+/// A complete host of its own: an embedded CPython on a thread of its own, its request queue, events, services and
+/// configuration.
+///
+/// One at a time in a process, and, because NumPy cannot be loaded twice, one in the life of a process.
+/// Before it is made, the calling thread blocks SIGINT and SIGRTMIN with `blockInterpreterSignals`, so that every thread
+/// made later does; only the interpreter thread takes them.
+class StandaloneHost {
+public:
+    /// Starts the interpreter and installs the host.
+    /// Throws: std::runtime_error, when CPython cannot be started or a host exists already.
+    /// Blocks: until the interpreter takes requests.
+    explicit StandaloneHost(const HostOptions& options = {});
+
+    /// Stops the interpreter and waits for its thread. Requests that still wait are failed; running code is interrupted.
+    ~StandaloneHost();
+    StandaloneHost(const StandaloneHost&) = delete;
+    StandaloneHost& operator=(const StandaloneHost&) = delete;
+
+    const std::shared_ptr<zvm::ZVM>& zvm() const;
+    const std::shared_ptr<connector::ServiceFramework>& framework() const;
+    const std::shared_ptr<connector::configuration::Configuration>& configuration() const;
+
+    /// The process's own standard input, output and error as they were before capture: file descriptors for the
+    /// program itself to read and write. Valid as long as the host is.
+    int standardInput() const;
+    int standardOutput() const;
+    int standardError() const;
+
+private:
+    class Impl;
+    std::unique_ptr<Impl> impl_;
+};
+
+/// Blocks, for the calling thread and all that it starts, the signals that belong to the interpreter thread.
+void blockInterpreterSignals();
+
+}  // namespace standalone
