@@ -27,7 +27,7 @@ public:
     bool try_lock() CONNECTOR_TSA(try_acquire_capability(true)) { return mutex_.try_lock(); }
 
     /// The wrapped mutex, for `std::condition_variable`.
-    std::mutex& native() CONNECTOR_TSA(return_capability(this)) { return mutex_; }
+    std::mutex& native() { return mutex_; }
 
 private:
     std::mutex mutex_;

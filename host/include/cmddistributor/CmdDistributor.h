@@ -26,7 +26,8 @@ public:
 
     /// The operations of a task reference, for the request queued under `id`; see zvm::TaskReference.
     virtual void setReadyToExecute(foundation::msg_svc::exchange::IDType id) = 0;
-    virtual void addContinuation(foundation::msg_svc::exchange::IDType id, std::function<void()> continuation) = 0;
+    virtual void addContinuation(foundation::msg_svc::exchange::IDType id,
+                                 std::function<void()> continuation) = 0;
     virtual zvm::TaskReference::CancelStatus cancel(foundation::msg_svc::exchange::IDType id,
                                                     bool interruptIfRunning) = 0;
 };

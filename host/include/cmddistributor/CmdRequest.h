@@ -14,7 +14,8 @@ namespace cmddistributor {
 /// One request to a command distributor. Built on any thread, then read by the interpreter thread alone.
 class CmdRequest {
 public:
-    CmdRequest(IqmStreamID stream, std::shared_ptr<nmutil::io::NMSink> out, std::shared_ptr<nmutil::io::NMSink> err)
+    CmdRequest(IqmStreamID stream, std::shared_ptr<nmutil::io::NMSink> out,
+               std::shared_ptr<nmutil::io::NMSink> err)
         : stream_(stream), out_(std::move(out)), err_(std::move(err)) {}
     virtual ~CmdRequest() = default;
     CmdRequest(const CmdRequest&) = delete;

@@ -9,7 +9,8 @@
 
 namespace cmddistributor {
 
-/// What the interpreter queue needs to run one request. The plug-in that is registered under `pluginName` runs it.
+/// What the interpreter queue needs to run one request. The plug-in that is registered under `pluginName`
+/// runs it.
 class IIP {
 public:
     IIP(std::string pluginName, IqmStreamID stream, std::shared_ptr<nmutil::io::NMSink> out,

@@ -15,8 +15,8 @@ namespace cmddistributor {
 
 /// Through it a queued request reports that it has ended. The host calls `complete` once.
 ///
-/// Threads: `complete` from the interpreter thread or, for a request that never began, from the thread that took it
-/// back; the others from any thread.
+/// Threads: `complete` from the interpreter thread or, for a request that never began, from the thread that
+/// took it back; the others from any thread.
 class PromiseDelegate {
 public:
     virtual ~PromiseDelegate() = default;
@@ -35,9 +35,9 @@ private:
     std::atomic<bool> taken_{false};
 };
 
-/// Completes a promise: with the failure that the result carries, else with what `extract` makes of the result.
-/// Without `extract` a successful end leaves the promise to whoever resolves it otherwise. A promise that is
-/// resolved already stays as it is.
+/// Completes a promise: with the failure that the result carries, else with what `extract` makes of the
+/// result. Without `extract` a successful end leaves the promise to whoever resolves it otherwise. A promise
+/// that is resolved already stays as it is.
 template <class T>
 class PromiseDelegateT : public PromiseDelegate {
 public:

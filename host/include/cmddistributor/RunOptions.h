@@ -26,8 +26,9 @@ public:
     /// `source` is the name under which the code appears in messages.
     explicit RunOptions(WhenToDequeue when, boost::optional<std::u16string> source = boost::none);
     /// Output and error text go to the given buffers, not to the active command window.
-    RunOptions(std::shared_ptr<nmutil::io::UnicodeStreamBuf> out, std::shared_ptr<nmutil::io::UnicodeStreamBuf> err,
-               WhenToDequeue when, nmutil::io::SinkTraits outTraits, nmutil::io::SinkTraits errTraits);
+    RunOptions(std::shared_ptr<nmutil::io::UnicodeStreamBuf> out,
+               std::shared_ptr<nmutil::io::UnicodeStreamBuf> err, WhenToDequeue when,
+               nmutil::io::SinkTraits outTraits, nmutil::io::SinkTraits errTraits);
 
     /// The sink for output, or for text on standard error. Null: the active command-window sink.
     const std::shared_ptr<nmutil::io::NMSink>& getOutSink() const { return outSink_; }

@@ -19,8 +19,8 @@ class ServiceFramework {
 public:
     virtual ~ServiceFramework() = default;
 
-    /// Messages of the classes `messages` sent to `address` go to `provider`, which is started. A later registration
-    /// takes the place of an earlier one.
+    /// Messages of the classes `messages` sent to `address` go to `provider`, which is started. A later
+    /// registration takes the place of an earlier one.
     virtual void registerService(const Address& address, std::vector<std::type_index> messages,
                                  std::shared_ptr<ServiceProvider> provider) = 0;
 

@@ -16,11 +16,11 @@
 
 namespace host {
 
-/// What an environment supplies behind the free functions and static members of this interface. Each operation is
-/// documented with the function that it stands behind, and is called on the threads named there.
+/// What an environment supplies behind the free functions and static members of this interface. Each
+/// operation is documented with the function that it stands behind, and is called on the threads named there.
 ///
-/// One environment is installed at a time. It is installed before the services above it start, and taken away after
-/// they have stopped; the functions throw std::logic_error in between.
+/// One environment is installed at a time. It is installed before the services above it start, and taken away
+/// after they have stopped; the functions throw std::logic_error in between.
 class Environment {
 public:
     virtual ~Environment() = default;
@@ -61,8 +61,8 @@ public:
 };
 
 /// Installs `environment`, or takes the installed one away when null.
-/// Threads: one at a time, with no operation of the interface under way.  Owns: nothing; the environment outlives its
-/// installation.
+/// Threads: one at a time, with no operation of the interface under way.  Owns: nothing; the environment
+/// outlives its installation.
 void install(Environment* environment);
 
 /// The installed environment.  Throws: std::logic_error, when there is none.  Threads: any.

@@ -13,8 +13,8 @@
 
 namespace iqm {
 
-/// Runs one request. The host calls `pre`, `execute`, in case of an error `processMFileError`, then `post` in any case
-/// in which `pre` returned, and `createResult` at the end.
+/// Runs one request. The host calls `pre`, `execute`, in case of an error `processMFileError`, then `post` in
+/// any case in which `pre` returned, and `createResult` at the end.
 ///
 /// Threads: the interpreter thread.
 class BaseIqmPlugin {

@@ -11,7 +11,8 @@ namespace nmutil {
 class ScopedFactoryRegistration {
 public:
     ScopedFactoryRegistration() = default;
-    explicit ScopedFactoryRegistration(std::function<void()> unregister) : unregister_(std::move(unregister)) {}
+    explicit ScopedFactoryRegistration(std::function<void()> unregister)
+        : unregister_(std::move(unregister)) {}
     ~ScopedFactoryRegistration() { reset(); }
     ScopedFactoryRegistration(ScopedFactoryRegistration&& other) noexcept
         : unregister_(std::exchange(other.unregister_, nullptr)) {}

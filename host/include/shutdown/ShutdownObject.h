@@ -6,8 +6,8 @@
 
 namespace shutdown {
 
-/// Takes part in the end of the process. The host asks all objects `isOkToExit`, then calls, each for all objects in
-/// turn, `exitState`, `closeAllWindows`, `shutdown` and `terminate`.
+/// Takes part in the end of the process. The host asks all objects `isOkToExit`, then calls, each for all
+/// objects in turn, `exitState`, `closeAllWindows`, `shutdown` and `terminate`.
 ///
 /// Threads: the interpreter thread.
 class ShutdownObject {
@@ -36,8 +36,8 @@ public:
     static void RegisterObject(std::shared_ptr<ShutdownObject> object, bool first);
     static void UnregisterObject(const ShutdownObject* object);
 
-    /// For the host: asks and shuts down as described above. False, with nothing done, when an object objects and
-    /// `force` is not set. An object's exception is logged and the others go on.
+    /// For the host: asks and shuts down as described above. False, with nothing done, when an object objects
+    /// and `force` is not set. An object's exception is logged and the others go on.
     static bool run(bool force);
 };
 

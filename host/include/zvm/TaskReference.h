@@ -20,8 +20,9 @@ public:
     /// Lets the request run. Until then it waits, whatever the interpreter does.
     virtual void setReadyToExecute() = 0;
 
-    /// Calls `continuation` once, when the request has ended in whatever way; at once if it has ended already.
-    /// `continuation` runs on the thread that ended the request, with no lock held, and must not throw.
+    /// Calls `continuation` once, when the request has ended in whatever way; at once if it has ended
+    /// already. `continuation` runs on the thread that ended the request, with no lock held, and must not
+    /// throw.
     virtual void addContinuation(std::function<void()> continuation) = 0;
 
     /// Takes the request back if it has not begun. `interruptIfRunning` also interrupts it if it has.

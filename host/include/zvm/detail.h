@@ -19,14 +19,15 @@ namespace zvm::detail {
 foundation::msg_svc::exchange::IDType createID();
 
 using Target = std::variant<std::shared_ptr<ZVM>, nmutil::contextmgr::NcrID>;
-using DistributorAndSinks = std::tuple<std::shared_ptr<cmddistributor::CmdDistributor>,
-                                       std::shared_ptr<nmutil::io::NMSink>, std::shared_ptr<nmutil::io::NMSink>>;
+using DistributorAndSinks =
+    std::tuple<std::shared_ptr<cmddistributor::CmdDistributor>, std::shared_ptr<nmutil::io::NMSink>,
+               std::shared_ptr<nmutil::io::NMSink>>;
 
-/// Where a request for `target` goes and where its output and error text go: the sinks that `runOptions` names.
-/// A null sink stands for the command-window sink that is active when the text is printed. The distributor is
-/// null when there is no such interpreter.
-/// Threads: any.
-DistributorAndSinks getCmdDistributorAndSinks(const Target& target, const cmddistributor::RunOptions& runOptions);
+/// Where a request for `target` goes and where its output and error text go: the sinks that `runOptions`
+/// names. A null sink stands for the command-window sink that is active when the text is printed. The
+/// distributor is null when there is no such interpreter. Threads: any.
+DistributorAndSinks getCmdDistributorAndSinks(const Target& target,
+                                              const cmddistributor::RunOptions& runOptions);
 
 /// Reaches a request through the distributor that it was handed to.
 class CmdDistributorTaskReference : public TaskReference {

@@ -10,8 +10,8 @@
 namespace cmddistributor {
 
 RuntimeException::RuntimeException(nmutil::cmddistributor::inExecutionStatus status, std::string identifier,
-                                   std::u16string message, std::u16string text, std::vector<StackFrame> frames,
-                                   std::vector<RuntimeException> causes)
+                                   std::u16string message, std::u16string text,
+                                   std::vector<StackFrame> frames, std::vector<RuntimeException> causes)
     : status_(status),
       identifier_(std::move(identifier)),
       message_(std::move(message)),
@@ -45,7 +45,8 @@ void CmdRequestTraits<CmdRequest>::extractResult(const IIPResult& result) {
 }
 
 EvalCmdRequest::EvalCmdRequest(bool isInternal, IqmStreamID stream, std::shared_ptr<nmutil::io::NMSink> out,
-                               std::shared_ptr<nmutil::io::NMSink> err, std::u16string code, std::string pluginName)
+                               std::shared_ptr<nmutil::io::NMSink> err, std::u16string code,
+                               std::string pluginName)
     : CmdRequest(stream, std::move(out), std::move(err)),
       isInternal_(isInternal),
       code_(std::move(code)),

@@ -1,7 +1,8 @@
+#include "connector/common/ContextState.h"
+
 #include <atomic>
 #include <utility>
 
-#include "connector/common/ContextState.h"
 #include "connector/zvm_common/contextState.h"
 
 namespace connector::common {

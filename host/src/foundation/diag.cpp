@@ -15,8 +15,8 @@ void terminate(const char* file, int line, const char* function, const std::stri
 
 std::string detail::demangle_typeid_name(const char* name) {
     int status = 0;
-    const std::unique_ptr<char, void (*)(void*)> readable(abi::__cxa_demangle(name, nullptr, nullptr, &status),
-                                                          std::free);
+    const std::unique_ptr<char, void (*)(void*)> readable(
+        abi::__cxa_demangle(name, nullptr, nullptr, &status), std::free);
     return status == 0 ? readable.get() : name;
 }
 

@@ -11,7 +11,8 @@
 #include <boost/log/expressions.hpp>
 #include <boost/log/sinks/sync_frontend.hpp>
 #include <boost/log/sinks/text_ostream_backend.hpp>
-#include <boost/log/sources/severity_channel_logger.hpp>
+#include <boost/log/sources/channel_logger.hpp>
+#include <boost/log/sources/record_ostream.hpp>
 #include <boost/log/support/date_time.hpp>
 #include <boost/log/utility/manipulators/add_value.hpp>
 #include <boost/make_shared.hpp>
@@ -38,9 +39,10 @@ public:
         backend->add_stream(boost::shared_ptr<std::ostream>(&std::clog, [](std::ostream*) {}));
         backend->auto_flush(true);
         auto sink =
-            boost::make_shared<logging::sinks::synchronous_sink<logging::sinks::text_ostream_backend>>(backend);
-        sink->set_formatter(expr::stream << expr::format_date_time<boost::posix_time::ptime>("TimeStamp",
-                                                                                            "%Y-%m-%d %H:%M:%S.%f")
+            boost::make_shared<logging::sinks::synchronous_sink<logging::sinks::text_ostream_backend>>(
+                backend);
+        sink->set_formatter(expr::stream << expr::format_date_time<boost::posix_time::ptime>(
+                                                "TimeStamp", "%Y-%m-%d %H:%M:%S.%f")
                                          << " " << expr::attr<std::string>("Level") << " ["
                                          << expr::attr<std::string>("Channel") << "] " << expr::smessage);
         logging::core::get()->add_sink(sink);
@@ -52,8 +54,8 @@ public:
             return;
         }
         logging::sources::channel_logger_mt<std::string> logger(logging::keywords::channel = channel);
-        BOOST_LOG(logger) << logging::add_value("Level",
-                                                std::string(severityNames.at(static_cast<std::size_t>(severity))))
+        BOOST_LOG(logger) << logging::add_value(
+                                 "Level", std::string(severityNames.at(static_cast<std::size_t>(severity))))
                           << std::string(static_cast<std::size_t>(2 * indentation), ' ') << text;
     }
 

@@ -55,7 +55,9 @@ bool iqm::InternalEvalPlugin::inIsCodeBlockComplete(const std::u16string& code) 
     return host::environment().isCodeBlockComplete(code);
 }
 
-nmutil::cmddistributor::inExecutionStatus mnGetExecutionStatus() { return host::environment().executionStatus(); }
+nmutil::cmddistributor::inExecutionStatus mnGetExecutionStatus() {
+    return host::environment().executionStatus();
+}
 std::int32_t mnGetCodeBlockStatus() { return host::environment().codeBlockStatus(); }
 
 IInterpreterBridge* IInterpreter::GetInterpreterBridge() { return host::environment().interpreterBridge(); }
@@ -63,7 +65,9 @@ void inDispatchPendingInterests() { host::environment().dispatchPendingInterests
 boost::optional<std::string> mdGetCurrentBuiltinFcnName() { return host::environment().currentBuiltinName(); }
 bool mdInAMexFile() { return host::environment().isInCompiledExtension(); }
 
-nmutil::prompt::InputRequester services::prompt::getInputRequester() { return host::environment().inputRequester(); }
+nmutil::prompt::InputRequester services::prompt::getInputRequester() {
+    return host::environment().inputRequester();
+}
 bool services::prompt::detail::isInCharBufferMode() { return host::environment().isInCharBufferMode(); }
 bool services::PromptHolder::isEmergency() { return host::environment().isPromptEmergency(); }
 void services::io::rawModeCharHandler(int codeUnit) {
@@ -85,7 +89,9 @@ std::uint64_t ioSetNumWindowColumns(std::uint64_t columns) {
 
 bool utIsSignalThread() { return host::environment().isSignalThread(); }
 bool utSetInterruptEnabled(bool enabled) { return host::environment().setInterruptEnabled(enabled); }
-bool utInterruptState::SetInterruptPending(bool pending) { return host::environment().setInterruptPending(pending); }
+bool utInterruptState::SetInterruptPending(bool pending) {
+    return host::environment().setInterruptPending(pending);
+}
 utInterruptState& utInterruptState::instance() {
     static utInterruptState state;
     return state;
@@ -94,6 +100,7 @@ utInterruptState& utInterruptState::instance() {
 std::shared_ptr<foundation::msg_svc::eventmgr::EventMgr> nmutil::eventmgr::createLocalEventMgr(
     const boost::optional<zvm::ZvmID>& id) {
     auto manager = host::environment().eventManager(id);
-    if (!manager) throw std::runtime_error("There is no interpreter " + (id ? std::to_string(*id) : "here") + ".");
+    if (!manager)
+        throw std::runtime_error("There is no interpreter " + (id ? std::to_string(*id) : "here") + ".");
     return manager;
 }

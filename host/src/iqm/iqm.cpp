@@ -35,7 +35,8 @@ void unregister(const std::string& name, const SharedFactory& factory) {
 
 }  // namespace
 
-nmutil::ScopedFactoryRegistration PacketInfo::registerPlugin2(std::string name, Factory factory, bool replace) {
+nmutil::ScopedFactoryRegistration PacketInfo::registerPlugin2(std::string name, Factory factory,
+                                                              bool replace) {
     auto shared = std::make_shared<const Factory>(std::move(factory));
     {
         connector::MutexLock lock(registry().mutex);
@@ -48,7 +49,8 @@ nmutil::ScopedFactoryRegistration PacketInfo::registerPlugin2(std::string name, 
     return nmutil::ScopedFactoryRegistration([name = std::move(name), shared] { unregister(name, shared); });
 }
 
-std::unique_ptr<BaseIqmPlugin> PacketInfo::createPlugin(PluginOptions options, nmutil::contextmgr::NcrID ncr) {
+std::unique_ptr<BaseIqmPlugin> PacketInfo::createPlugin(PluginOptions options,
+                                                        nmutil::contextmgr::NcrID ncr) {
     SharedFactory factory;
     {
         connector::MutexLock lock(registry().mutex);

@@ -27,8 +27,8 @@ void forEach(const std::vector<std::shared_ptr<ShutdownObject>>& objects, Step s
         try {
             step(*object);
         } catch (const std::exception& error) {
-            foundation::log::DiagnosticLogger("shutdown").error("Problem shutting down " + object->name() + ": " +
-                                                                error.what());
+            foundation::log::DiagnosticLogger("shutdown")
+                .error("Problem shutting down " + object->name() + ": " + error.what());
         }
     }
 }
@@ -52,7 +52,8 @@ bool ShutdownRegistry::run(bool force) {
         connector::MutexLock lock(registry().mutex);
         objects = registry().objects;
     }
-    if (!force && !std::all_of(objects.begin(), objects.end(), [](const auto& o) { return o->isOkToExit(); })) {
+    if (!force &&
+        !std::all_of(objects.begin(), objects.end(), [](const auto& o) { return o->isOkToExit(); })) {
         return false;
     }
     forEach(objects, [](ShutdownObject& object) { object.exitState(true); });

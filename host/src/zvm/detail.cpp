@@ -11,7 +11,8 @@ foundation::msg_svc::exchange::IDType createID() {
     return {last.fetch_add(1, std::memory_order_relaxed) + 1};
 }
 
-DistributorAndSinks getCmdDistributorAndSinks(const Target& target, const cmddistributor::RunOptions& runOptions) {
+DistributorAndSinks getCmdDistributorAndSinks(const Target& target,
+                                              const cmddistributor::RunOptions& runOptions) {
     const auto* named = std::get_if<std::shared_ptr<ZVM>>(&target);
     const std::shared_ptr<ZVM> zvm = named != nullptr ? *named : Factory::getCurrentLocalZVM();
     return {zvm ? zvm->getCmdDistributor() : nullptr, runOptions.getOutSink(), runOptions.getErrSink()};

@@ -19,8 +19,8 @@ struct ModuleServices {
     std::shared_ptr<zvm::ZVM> zvm;
 };
 
-/// The module's start-up and end: registers the messages' JSON forms, the evaluation plug-in and the services with the
-/// host, and queues the wake-up of the interpreter connection, on which evaluations wait.
+/// The module's start-up and end: registers the messages' JSON forms, the evaluation plug-in and the services
+/// with the host, and queues the wake-up of the interpreter connection, on which evaluations wait.
 ///
 /// Threads: made and destroyed on one thread, with the host's environment installed all the while.
 class Module {

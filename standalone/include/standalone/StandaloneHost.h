@@ -15,19 +15,19 @@ struct HostOptions {
     /// Size of the command window, in characters, for requests that do not say theirs.
     std::uint64_t columns = 80;
     std::uint64_t rows = 24;
-    /// What native code and child processes write to file descriptors 1 and 2 is captured as interpreter output, and
-    /// their standard input is empty.
+    /// What native code and child processes write to file descriptors 1 and 2 is captured as interpreter
+    /// output, and their standard input is empty.
     bool captureFileDescriptors = true;
     /// Initial configuration values.
     std::map<std::string, std::string> configuration;
 };
 
-/// A complete host of its own: an embedded CPython on a thread of its own, its request queue, events, services and
-/// configuration.
+/// A complete host of its own: an embedded CPython on a thread of its own, its request queue, events,
+/// services and configuration.
 ///
 /// One at a time in a process, and, because NumPy cannot be loaded twice, one in the life of a process.
-/// Before it is made, the calling thread blocks SIGINT and SIGRTMIN with `blockInterpreterSignals`, so that every thread
-/// made later does; only the interpreter thread takes them.
+/// Before it is made, the calling thread blocks SIGINT and SIGRTMIN with `blockInterpreterSignals`, so that
+/// every thread made later does; only the interpreter thread takes them.
 class StandaloneHost {
 public:
     /// Starts the interpreter and installs the host.
@@ -35,7 +35,8 @@ public:
     /// Blocks: until the interpreter takes requests.
     explicit StandaloneHost(const HostOptions& options = {});
 
-    /// Stops the interpreter and waits for its thread. Requests that still wait are failed; running code is interrupted.
+    /// Stops the interpreter and waits for its thread. Requests that still wait are failed; running code is
+    /// interrupted.
     ~StandaloneHost();
     StandaloneHost(const StandaloneHost&) = delete;
     StandaloneHost& operator=(const StandaloneHost&) = delete;
@@ -44,8 +45,8 @@ public:
     const std::shared_ptr<connector::ServiceFramework>& framework() const;
     const std::shared_ptr<connector::configuration::Configuration>& configuration() const;
 
-    /// The process's own standard input, output and error as they were before capture: file descriptors for the
-    /// program itself to read and write. Valid as long as the host is.
+    /// The process's own standard input, output and error as they were before capture: file descriptors for
+    /// the program itself to read and write. Valid as long as the host is.
     int standardInput() const;
     int standardOutput() const;
     int standardError() const;

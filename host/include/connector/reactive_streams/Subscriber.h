@@ -28,7 +28,8 @@ using Subscriber = SubscriberAPI<Value>;
 /// Hands each value to a function.
 class CallbackSubscriber : public Subscriber {
 public:
-    explicit CallbackSubscriber(std::function<void(const Value&)> callback) : callback_(std::move(callback)) {}
+    explicit CallbackSubscriber(std::function<void(const Value&)> callback)
+        : callback_(std::move(callback)) {}
     void onNext(const Value& value) override { callback_(value); }
 
 private:

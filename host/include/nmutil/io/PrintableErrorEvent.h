@@ -13,15 +13,15 @@ class PrintableErrorEvent : public TextBase {
 public:
     static constexpr const char16_t* typeName = u"nmutil::io::PrintableErrorEvent";
 
-    PrintableErrorEvent(std::u16string text, cmddistributor::RuntimeException exception)
+    PrintableErrorEvent(std::u16string text, ::cmddistributor::RuntimeException exception)
         : TextBase({typeName}, std::move(text), STANDARD_ERROR), exception_(std::move(exception)) {}
 
-    const cmddistributor::RuntimeException& getException() const { return exception_; }
+    const ::cmddistributor::RuntimeException& getException() const { return exception_; }
     /// The identifier of the error, such as "NUMORA:NameError".
     const std::string& getID() const { return exception_.GetID(); }
 
 private:
-    cmddistributor::RuntimeException exception_;
+    ::cmddistributor::RuntimeException exception_;
 };
 
 }  // namespace nmutil::io

@@ -8,8 +8,8 @@
 
 namespace services::io {
 
-/// A command window: the destination of what the interpreter prints, which is also told what happens there. The base
-/// ignores what it is told.
+/// A command window: the destination of what the interpreter prints, which is also told what happens there.
+/// The base ignores what it is told.
 ///
 /// Threads: as nmutil::io::NMSink.
 class CmdWinSink : public nmutil::io::NMSink {

@@ -10,7 +10,8 @@ class Connection {
 public:
     virtual ~Connection() = default;
     /// Ends the subscription. Does nothing the second time.
-    /// Blocks: until a handler that is running on another thread has returned; from within the handler it does not.
+    /// Blocks: until a handler that is running on another thread has returned; from within the handler it
+    /// does not.
     virtual void disconnect() = 0;
 };
 

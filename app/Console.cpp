@@ -1,0 +1,107 @@
+#include "Console.h"
+
+#include <chrono>
+#include <future>
+#include <utility>
+
+#include <unistd.h>
+
+#include "services/prompt/prompt.h"
+#include "text.h"
+
+namespace app {
+
+namespace {
+
+bool isBlank(const std::string& line) { return line.find_first_not_of(" \t\r") == std::string::npos; }
+
+bool isIndented(const std::string& line) { return !line.empty() && (line[0] == ' ' || line[0] == '\t'); }
+
+}  // namespace
+
+Console::Console(InProcessSession& session, LineSource& lines)
+    : session_(session), lines_(lines), clears_(::isatty(session.host().standardOutput()) == 1) {}
+
+void Console::run() {
+    while (true) {
+        const Line line = lines_.read(prompt());
+        if (line.kind == Line::Kind::End) break;
+        if (line.kind == Line::Kind::Discarded) {
+            discard();
+        } else {
+            enter(line.text);
+        }
+    }
+    finish();
+}
+
+std::string Console::prompt() const {
+    if (wants_ == Evaluation::Wants::Input) return inputPrompt_;
+    return block_.empty() ? ">>> " : "... ";
+}
+
+void Console::enter(const std::string& line) {
+    if (wants_ == Evaluation::Wants::Input) {
+        evaluate(line + "\n");
+        return;
+    }
+    if (!isBlank(line)) lines_.remember(line);
+    const bool continued = !block_.empty();
+    if (!continued && isBlank(line)) return;
+    block_ += continued ? "\n" + line : line;
+    if (continued && isIndented(line) && !isBlank(line)) return;
+    evaluate(block_);
+    if (wants_ != Evaluation::Wants::RestOfBlock) block_.clear();
+}
+
+void Console::discard() {
+    block_.clear();
+    if (wants_ == Evaluation::Wants::Input) interruptInput();
+}
+
+// A script may end with the last line of a block; a person who ends the session there gives the block up.
+void Console::finish() {
+    if (lines_.isInteractive()) return;
+    const int errors = session_.host().standardError();
+    if (!block_.empty() && wants_ != Evaluation::Wants::Input) evaluate(block_);
+    if (wants_ == Evaluation::Wants::RestOfBlock)
+        complain(errors, "the code ends inside an open block and was not run");
+    if (wants_ == Evaluation::Wants::Input) complain(errors, "the code still waits for input");
+}
+
+Poco::JSON::Object::Ptr Console::send(const std::string& code) {
+    return sendEval(session_, code, {.window = windowSize(session_.host().standardOutput())});
+}
+
+void Console::evaluate(const std::string& code) { show(outcomeOf(*send(code))); }
+
+void Console::interruptInput() {
+    // The waiting code's evaluation was answered when it asked, so what it prints now needs another one to
+    // come back with: one that types nothing. It has to be open when the interrupt arrives, because code may
+    // catch that and ask again. Nobody says when it is; so the prompt, and never code that is cleaning up, is
+    // interrupted until it ends.
+    auto answer = std::async(std::launch::async, [this] { return send(""); });
+    while (answer.wait_for(std::chrono::milliseconds(20)) != std::future_status::ready) {
+        if (services::prompt::detail::isInCharBufferMode()) session_.interrupt();
+    }
+    show(outcomeOf(*answer.get()));
+}
+
+void Console::show(Evaluation evaluation) {
+    wants_ = evaluation.wants;
+    if (evaluation.clearWindow && clears_) writeAll(session_.host().standardOutput(), "\033[H\033[2J");
+    if (lines_.isInteractive()) {
+        // The editor draws from the first column: it takes over an unfinished line that asks, and needs any
+        // other finished.
+        if (wants_ == Evaluation::Wants::Input) {
+            const auto start = evaluation.text.rfind('\n') + 1;  // 0 when there is no newline
+            inputPrompt_ = evaluation.text.substr(start);
+            evaluation.text.erase(start);
+        } else if (!evaluation.text.empty()) {
+            evaluation.text = withFinalNewline(std::move(evaluation.text));
+        }
+    }
+    print(evaluation, session_.host());
+}
+
+}  // namespace app

@@ -1,0 +1,40 @@
+#pragma once
+
+#include <string>
+
+#include "Evaluation.h"
+#include "LineSource.h"
+
+namespace app {
+
+/// A session of lines with an interpreter.
+///
+/// A block of code is collected until it is complete; the interpreter says so by running it. Where running
+/// code asks for input, the next line is its answer.
+class Console {
+public:
+    /// Owns: borrows both.
+    Console(InProcessSession& session, LineSource& lines);
+
+    /// Reads and runs lines until there are no more.  Blocks: as long.
+    void run();
+
+private:
+    std::string prompt() const;
+    void enter(const std::string& line);
+    void discard();
+    void finish();
+    void evaluate(const std::string& code);
+    void interruptInput();
+    void show(Evaluation evaluation);
+    Poco::JSON::Object::Ptr send(const std::string& code);
+
+    InProcessSession& session_;
+    LineSource& lines_;
+    const bool clears_;  ///< whether there is a screen to clear
+    std::string block_;  ///< the lines of a block that is not complete yet
+    std::string inputPrompt_;
+    Evaluation::Wants wants_ = Evaluation::Wants::Code;
+};
+
+}  // namespace app

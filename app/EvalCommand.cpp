@@ -1,0 +1,113 @@
+#include "EvalCommand.h"
+
+#include <memory>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <CLI/CLI.hpp>
+#include <unistd.h>
+
+#include "Evaluation.h"
+#include "text.h"
+
+namespace app {
+
+namespace {
+
+struct EvalOptions {
+    std::vector<std::string> codes;
+    bool json = false;
+    int timeoutSeconds = 0;
+    int width = 0;
+    int height = 0;
+};
+
+// Standard input is read before the interpreter starts, while Ctrl-C still ends the program.
+std::vector<std::string> readCodes(std::vector<std::string> codes) {
+    bool standardInputTaken = false;
+    for (std::size_t i = 0; i < codes.size(); ++i) {
+        std::string what = "CODE number " + std::to_string(i + 1);
+        if (codes[i] == "-") {
+            what = "standard input";
+            if (standardInputTaken) throw InputError("standard input can be read only once");
+            standardInputTaken = true;
+            codes[i] = readAll(STDIN_FILENO);
+        }
+        requireUtf8(what, codes[i]);
+    }
+    return codes;
+}
+
+EvaluationSettings settingsFor(const EvalOptions& options) {
+    EvaluationSettings settings{.window = windowSize(STDOUT_FILENO),
+                                .timeoutSeconds = options.timeoutSeconds};
+    if (options.width > 0) settings.window.columns = options.width;
+    if (options.height > 0) settings.window.rows = options.height;
+    return settings;
+}
+
+void printJson(const Poco::JSON::Object& response, const standalone::StandaloneHost& host) {
+    std::ostringstream line;
+    response.stringify(line, 0);
+    writeAll(host.standardOutput(), line.str() + "\n");
+}
+
+int runEval(const EvalOptions& options) {
+    const auto codes = readCodes(options.codes);
+    const auto settings = settingsFor(options);
+    InProcessSession session(settings.window);
+    const int errors = session.host().standardError();
+    bool failed = false;
+    Evaluation last;
+    for (const auto& code : codes) {
+        const bool typed = last.wants == Evaluation::Wants::Input;
+        const auto response = sendEval(session, typed ? withFinalNewline(code) : code, settings);
+        last = outcomeOf(*response);
+        if (options.json) {
+            printJson(*response, session.host());
+        } else {
+            print(last, session.host());
+        }
+        if (last.wants == Evaluation::Wants::RestOfBlock) {
+            complain(errors, "the code ends inside an open block and was not run");
+            failed = true;
+        }
+        failed = failed || last.failed;
+    }
+    if (last.wants == Evaluation::Wants::Input) {
+        complain(errors, "the code still waits for input");
+        failed = true;
+    }
+    return failed ? 1 : 0;
+}
+
+}  // namespace
+
+void addEvalCommand(CLI::App& program, std::function<int()>& command) {
+    auto options = std::make_shared<EvalOptions>();
+    CLI::App* eval = program.add_subcommand("eval", "Run code and print what it prints");
+    eval->fallthrough();
+    // One value is one CODE as it stands: extra arguments would take "[1, 2]" for a list of two.
+    CLI::Option* codes = eval->add_option("CODE")->required()->expected(1, -1)->allow_extra_args(false);
+    codes->description(
+        "Code to run, each in turn in one interpreter; it is typed when the one before waits for "
+        "input. '-' reads it from standard input; '--' goes before a CODE that begins with a dash.");
+    eval->add_flag("--json", options->json, "Print each response as one line of JSON");
+    const CLI::Range window(1, 32767);
+    eval->add_option("--timeout", options->timeoutSeconds, "Give up each evaluation after S seconds")
+        ->type_name("S")
+        ->check(CLI::Range(1, 2147483));
+    eval->add_option("--width", options->width, "Width of the window in characters")
+        ->type_name("N")
+        ->check(window);
+    eval->add_option("--height", options->height, "Height of the window in lines")
+        ->type_name("N")
+        ->check(window);
+    eval->callback([options, codes, &command] {
+        options->codes = codes->results();
+        command = [options] { return runEval(*options); };
+    });
+}
+
+}  // namespace app

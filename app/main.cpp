@@ -1,0 +1,89 @@
+#include <csignal>
+#include <exception>
+#include <functional>
+#include <string>
+
+#include <CLI/CLI.hpp>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include "ConsoleCommand.h"
+#include "EvalCommand.h"
+#include "foundation/log/diagnostic_logger.h"
+#include "terminal.h"
+#include "text.h"
+
+namespace app {
+
+namespace {
+
+constexpr int failure = 1;
+constexpr int wrongUsage = 2;
+
+// The interpreter captures file descriptor 2 as output of its own, so records need another way out.
+void logToStandardError() {
+    const int descriptor = ::fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 0);
+    if (descriptor < 0) return;
+    foundation::log::setWriter(
+        [descriptor](std::string_view logger, foundation::log::Severity severity, std::string_view text) {
+            static constexpr const char* names[] = {"debug", "info", "warning", "error"};
+            complain(descriptor, std::string(names[static_cast<std::size_t>(severity)]) + ": [" +
+                                     std::string(logger) + "] " + std::string(text));
+        });
+}
+
+void describeProgram(CLI::App& program) {
+    program.name("numora");
+    program.require_subcommand(1);
+    program.set_version_flag("--version", "numora " NUMORA_VERSION);
+    program.failure_message([](const CLI::App*, const CLI::Error& error) {
+        return "numora: " + std::string(error.what()) +
+               "\nRun 'numora --help' for the commands and options.\n";
+    });
+    program
+        .add_option_function<std::string>(
+            "--log-level",
+            [](const std::string& name) {
+                foundation::log::setLevel(foundation::log::severityFromName(name));
+            },
+            "How much to log on standard error: debug, info, warning (the default) or error")
+        ->type_name("LEVEL")
+        ->check(CLI::IsMember({"debug", "info", "warning", "error"}));
+}
+
+int run(int argc, char** argv) {
+    std::signal(SIGPIPE, SIG_IGN);  // a closed pipe is told by the write that fails
+    logToStandardError();
+    CLI::App program("Runs code in a numerical interpreter.");
+    std::function<int()> command;
+    describeProgram(program);
+    addEvalCommand(program, command);
+    addConsoleCommand(program, command);
+    try {
+        program.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return program.exit(error) == 0 ? 0 : wrongUsage;
+    }
+    return command();
+}
+
+}  // namespace
+
+}  // namespace app
+
+int main(int argc, char** argv) {
+    try {
+        return app::run(argc, argv);
+    } catch (const app::ClosedPipe&) {
+        return app::failure;
+    } catch (const app::InputError& error) {
+        app::complain(STDERR_FILENO, error.what());
+        return app::wrongUsage;
+    } catch (const std::exception& error) {
+        app::complain(STDERR_FILENO, error.what());
+        return app::failure;
+    } catch (...) {
+        app::complain(STDERR_FILENO, "an error of unknown kind");
+        return app::failure;
+    }
+}

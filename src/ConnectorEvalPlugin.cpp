@@ -1,0 +1,63 @@
+#include "connector/interpreter/ConnectorEvalPlugin.h"
+
+#include <atomic>
+
+#include "connector/interpreter/ConnectorCmdWinSink.h"
+#include "connector/interpreter/ConnectorEvalIIP.h"
+#include "interpreter/IInterpreter.h"
+#include "services/windowSize.h"
+
+namespace connector::interpreter {
+
+namespace {
+
+std::atomic<bool> licenceBusy{false};
+
+}  // namespace
+
+bool ConnectorEvalPlugin::isLicenceBusy() { return licenceBusy; }
+
+void ConnectorEvalPlugin::pre() {
+    UserEvalPlugin::pre();
+    const auto& request = dynamic_cast<const ConnectorEvalIIP&>(*getBaseIIP());
+    savedColumns_ = ioGetNumWindowColumns();
+    savedRows_ = ioGetNumWindowRows();
+    ConnectorCmdWinSink::preEval(request.promise());
+    licenceBusy = true;
+    if (request.columns() > 0) {
+        ioSetNumWindowColumns(static_cast<std::uint64_t>(request.columns()));
+        ioSetNumWindowRows(static_cast<std::uint64_t>(request.rows()));
+    }
+}
+
+// The client waits for the end of the level, whatever happens to the rest.
+void ConnectorEvalPlugin::post() {
+    try {
+        restoreHost();
+    } catch (...) {
+        ConnectorCmdWinSink::postEval();
+        throw;
+    }
+    ConnectorCmdWinSink::postEval();
+}
+
+void ConnectorEvalPlugin::restoreHost() {
+    ioSetNumWindowColumns(savedColumns_);
+    ioSetNumWindowRows(savedRows_);
+    licenceBusy = false;
+    IInterpreter::GetInterpreterBridge()->notifyEvalEnd(true);
+    UserEvalPlugin::post();
+    inDispatchPendingInterests();
+}
+
+void ConnectorEvalPlugin::processMFileError() {
+    if (mdInAMexFile()) {
+        ConnectorCmdWinSink::errorProcessed();
+        return;
+    }
+    // The text of an error that code raises itself reaches the sink as a printable error.
+    const auto builtin = mdGetCurrentBuiltinFcnName();
+    if (builtin && *builtin != "error") ConnectorCmdWinSink::errorProcessed();
+}
+
+}  // namespace connector::interpreter

@@ -1,0 +1,36 @@
+#include "connector/interpreter/Module.h"
+
+#include <typeindex>
+#include <utility>
+
+#include "connector/interpreter/ConnectorEvalPlugin.h"
+#include "connector/interpreter/v1/InterpreterJsonSerialization.h"
+#include "connector/interpreter/v1/InterpreterServiceProviderImpl.h"
+#include "iqm/PacketInfo.h"
+#include "v1/StartupWakeUp.h"
+
+namespace connector::interpreter {
+
+Module::Module(ModuleServices services)
+    : services_(std::move(services)),
+      plugin_(iqm::PacketInfo::registerPlugin2(
+          ConnectorEvalPlugin::registeredName,
+          [](iqm::PluginOptions options, nmutil::contextmgr::NcrID) {
+              return std::make_unique<ConnectorEvalPlugin>(std::move(options));
+          },
+          false)) {
+    const v1::InterpreterJsonSerialization serialization(services_.serializer);
+    v1::StartupWakeUp::begin(services_.zvm);
+    auto provider =
+        std::make_shared<v1::InterpreterServiceProviderImpl>(services_.configuration, services_.zvm);
+    services_.framework->registerService({}, {typeid(v1::Eval), typeid(v1::FEval), typeid(v1::Interrupt)},
+                                         provider);
+    providers_.push_back(std::move(provider));
+}
+
+Module::~Module() {
+    for (const auto& provider : providers_) services_.framework->unregisterService(provider);
+    v1::StartupWakeUp::end();
+}
+
+}  // namespace connector::interpreter

@@ -1,0 +1,229 @@
+#include "connector/interpreter/v1/InterpreterJsonSerialization.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <sstream>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include <Poco/Dynamic/Var.h>
+#include <Poco/JSON/Array.h>
+#include <Poco/JSON/Object.h>
+#include <Poco/JSON/Stringifier.h>
+
+#include "connector/interpreter/v1/Eval.h"
+#include "connector/interpreter/v1/EvalResponse.h"
+#include "connector/interpreter/v1/FEval.h"
+#include "connector/interpreter/v1/FEvalResponse.h"
+#include "connector/interpreter/v1/Interrupt.h"
+#include "connector/interpreter/v1/InterruptResponse.h"
+#include "fl/i18n/text.h"
+
+namespace connector::interpreter::v1 {
+
+namespace {
+
+using connector::common::v1::Fault;
+using connector::common::v1::Response;
+using fl::i18n::to_string;
+using fl::i18n::to_ustring;
+using Poco::Dynamic::Var;
+using Poco::JSON::Array;
+using Poco::JSON::Object;
+
+/// The value of `key`, or null when it is absent. Object::get would copy it, and texts can be large.
+const Var* find(const Object& object, std::string_view key) {
+    const auto found =
+        std::find_if(object.begin(), object.end(), [key](const auto& entry) { return entry.first == key; });
+    return found == object.end() ? nullptr : &found->second;
+}
+
+template <class T>
+T valueOf(const Object& object, std::string_view key, T absent = {}) {
+    const Var* const value = find(object, key);
+    return value ? value->convert<T>() : absent;
+}
+
+std::u16string textOf(const Object& object, std::string_view key) {
+    const Var* const value = find(object, key);
+    if (!value) return {};
+    if (value->type() == typeid(std::string)) return to_ustring(value->extract<std::string>());
+    return to_ustring(value->convert<std::string>());
+}
+
+/// Parsed containers are held by pointer; those that a program puts into an object may be held by value.
+template <class Container>
+bool holds(const Var& value) {
+    return value.type() == typeid(typename Container::Ptr) || value.type() == typeid(Container);
+}
+
+/// Throws: what Poco throws when `value` is no such container.
+template <class Container>
+const Container& containerIn(const Var& value) {
+    if (value.type() == typeid(Container)) return value.extract<Container>();
+    return *value.extract<typename Container::Ptr>();
+}
+
+/// Writes values back to compact JSON. One stream serves many values, as making one is slow.
+class Compactor {
+public:
+    std::u16string operator()(const Var& value) {
+        out_.str(std::string());
+        Poco::JSON::Stringifier::condense(value, out_);
+        return to_ustring(out_.view());
+    }
+
+private:
+    std::ostringstream out_;
+};
+
+void readFaults(const Object& object, Response& response) {
+    const Var* const value = find(object, "messageFaults");
+    if (!value) return;
+    for (const Var& element : containerIn<Array>(*value)) {
+        const auto& fault = containerIn<Object>(element);
+        response.faults.emplace_back(valueOf<std::string>(fault, "faultCode"),
+                                     valueOf<std::string>(fault, "message"));
+    }
+}
+
+Object::Ptr written(const Fault& fault) {
+    Array::Ptr conditions = new Array;
+    for (const auto& condition : fault.conditions) {
+        Object::Ptr object = new Object;
+        object->set("faultId", condition.faultId);
+        object->set("faultInfo", to_string(condition.faultInfo));
+        conditions->add(object);
+    }
+    Object::Ptr object = new Object;
+    object->set("message", fault.message);
+    object->set("faultCode", fault.faultCode);
+    object->set("faultConditions", conditions);
+    return object;
+}
+
+void writeFaults(const Response& response, Object& object) {
+    Array::Ptr faults = new Array;
+    for (const Fault& fault : response.faults) faults->add(written(fault));
+    object.set("messageFaults", faults);
+}
+
+void readFields(const Object& object, Eval& eval) {
+    eval.mcode = textOf(object, "mcode");
+    eval.width = valueOf<std::int32_t>(object, "width");
+    eval.height = valueOf<std::int32_t>(object, "height");
+    const auto seconds = valueOf<std::int32_t>(object, "timeout");
+    // Poco's conversion refuses what does not fit.
+    eval.timeoutMs = Var(std::int64_t{seconds} * 1000).convert<std::int32_t>();
+}
+
+void writeFields(const Eval& eval, Object& object) {
+    object.set("mcode", to_string(eval.mcode));
+    object.set("width", eval.width);
+    object.set("height", eval.height);
+    object.set("timeout", eval.timeoutMs / 1000);
+}
+
+void readFields(const Object& object, EvalResponse& response) {
+    response.responseStr = textOf(object, "responseStr");
+    response.promptType = valueOf<std::int32_t>(object, "promptType");
+    response.clearCommandWindow = valueOf<bool>(object, "clearCommandWindow");
+    response.isError = valueOf<bool>(object, "isError");
+    readFaults(object, response);
+}
+
+void writeFields(const EvalResponse& response, Object& object) {
+    object.set("responseStr", to_string(response.responseStr));
+    object.set("promptType", response.promptType);
+    object.set("clearCommandWindow", response.clearCommandWindow);
+    object.set("isError", response.isError);
+    writeFaults(response, object);
+}
+
+void readFields(const Object& object, FEval& feval) {
+    feval.function = textOf(object, "function");
+    feval.nargout = valueOf<std::int32_t>(object, "nargout");
+    feval.priority = valueOf<std::int32_t>(object, "priority");
+    feval.timeoutMs = valueOf<std::int32_t>(object, "timeoutMs");
+    feval.dequeMode = valueOf<std::string>(object, "dequeMode");
+    feval.outputMode = valueOf<std::string>(object, "outputMode");
+    const bool rendersLinks = !feval.outputMode.empty() && feval.outputMode != "linenohook";
+    feval.hotlinks = valueOf<bool>(object, "hotlinks", rendersLinks);
+    const Var* const value = find(object, "arguments");
+    if (!value) return;
+    const auto& arguments = containerIn<Array>(*value);
+    feval.arguments.reserve(arguments.size());
+    Compactor compact;
+    for (const Var& argument : arguments) feval.arguments.push_back(compact(argument));
+}
+
+void writeFields(const FEval& feval, Object& object) {
+    object.set("function", to_string(feval.function));
+    object.set("nargout", feval.nargout);
+    object.set("priority", feval.priority);
+    object.set("timeoutMs", feval.timeoutMs);
+    object.set("dequeMode", feval.dequeMode);
+    object.set("outputMode", feval.outputMode);
+    object.set("hotlinks", feval.hotlinks);
+    Array::Ptr arguments = new Array;
+    for (const std::u16string& argument : feval.arguments) arguments->add(to_string(argument));
+    object.set("arguments", arguments);
+}
+
+void readFields(const Object& object, FEvalResponse& response) {
+    response.isError = valueOf<bool>(object, "isError");
+    readFaults(object, response);
+    const Var* const results = find(object, "results");
+    if (results && holds<Array>(*results)) response.results = Compactor()(*results);
+}
+
+void writeFields(const FEvalResponse& response, Object& object) {
+    object.set("isError", response.isError);
+    writeFaults(response, object);
+    if (!response.results.empty()) object.set("results", to_string(response.results));
+}
+
+void readFields(const Object&, Interrupt&) {}
+void writeFields(const Interrupt&, Object&) {}
+
+void readFields(const Object& object, InterruptResponse& response) { readFaults(object, response); }
+void writeFields(const InterruptResponse& response, Object& object) { writeFaults(response, object); }
+
+template <class Msg>
+std::unique_ptr<connector::Message> read(const Object::Ptr& pointer) {
+    const Object& object = *pointer;  // throws when it is null
+    auto message = std::make_unique<Msg>(valueOf<std::string>(object, "uuid"));
+    readFields(object, *message);
+    return message;
+}
+
+template <class Msg>
+Object::Ptr write(const connector::Message& base) {
+    const auto& message = dynamic_cast<const Msg&>(base);
+    Object::Ptr object = new Object;
+    object->set("uuid", message.uuid());
+    writeFields(message, *object);
+    return object;
+}
+
+template <class Msg>
+void add(connector::json::JsonSerializer& serializer, const char* typeName) {
+    serializer.registerType(typeName, typeid(Msg), read<Msg>, write<Msg>);
+}
+
+}  // namespace
+
+InterpreterJsonSerialization::InterpreterJsonSerialization(
+    std::shared_ptr<connector::json::JsonSerializer> serializer)
+    : serializer_(std::move(serializer)) {
+    add<Eval>(*serializer_, "connector/v1/Eval");
+    add<EvalResponse>(*serializer_, "connector/v1/EvalResponse");
+    add<FEval>(*serializer_, "connector/v1/FEval");
+    add<FEvalResponse>(*serializer_, "connector/v1/FEvalResponse");
+    add<Interrupt>(*serializer_, "connector/v1/Interrupt");
+    add<InterruptResponse>(*serializer_, "connector/v1/InterruptResponse");
+}
+
+}  // namespace connector::interpreter::v1

@@ -1,0 +1,41 @@
+#include "v1/requestOptions.h"
+
+#include <string>
+
+#include "connector/interpreter/ConnectorCmdWinSink.h"
+#include "fl/i18n/text.h"
+#include "nmutil/io/PrintableErrorEvent.h"
+#include "v1/log.h"
+
+namespace connector::interpreter::v1 {
+
+namespace {
+
+// What a user is shown of an error. Where a function is not available here, a traceback into it would not
+// help.
+std::u16string printableText(const nmutil::io::PrintableErrorEvent& event, std::string_view unsupported) {
+    if (event.getID().ends_with(unsupported)) return event.getException().getMessage() + u"\n";
+    return event.getText();
+}
+
+}  // namespace
+
+cmddistributor::RunOptions requestOptions(const common::ContextState& context,
+                                          cmddistributor::WhenToDequeue when, std::string_view logPrefix) {
+    const auto clientType = context.getOr<std::string>("clientType", {});
+    cmddistributor::RunOptions options(
+        when, clientType.empty() ? boost::none : boost::make_optional(fl::i18n::to_ustring(clientType)));
+    options.setCapabilities(context.getOr("numoraCapabilities", capabilities::CapabilityList()));
+    options.setCallbackImpl([logPrefix](const nmutil::io::PrintableErrorEvent& event) {
+        if (log().isEnabled(Severity::Debug)) {
+            log().debug(std::string(logPrefix) + " PrintableErrorEvent triggered: id: " + event.getID() +
+                        ", text: " + fl::i18n::to_string(event.getText()));
+        }
+        if (event.getText().empty()) return;
+        ConnectorCmdWinSink::getInstance(true)->doPrintableError(
+            printableText(event, "FunctionNotSupported"));
+    });
+    return options;
+}
+
+}  // namespace connector::interpreter::v1

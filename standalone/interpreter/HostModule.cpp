@@ -1,0 +1,134 @@
+#include "interpreter/HostModule.h"
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <stdexcept>
+#include <string>
+
+#include <pybind11/pybind11.h>
+
+#include "foundation/log/diagnostic_logger.h"
+#include "interpreter/InterpreterServices.h"
+#include "interpreter/pythonText.h"
+
+namespace py = pybind11;
+
+namespace standalone {
+
+namespace {
+
+InterpreterServices* bound = nullptr;  // under the interpreter's lock
+
+template <class Unit>
+void printUnits(nmutil::io::StreamTypeEnum stream, const Unit* units, Py_ssize_t count) {
+    std::array<char16_t, 8192>
+        piece;  // NOLINT(cppcoreguidelines-pro-type-member-init): filled before it is read
+    std::size_t used = 0;
+    for (Py_ssize_t i = 0; i < count; ++i) {
+        if (used + 2 > piece.size()) {
+            bound->print(stream, {piece.data(), used});
+            used = 0;
+        }
+        std::uint32_t point = units[i];
+        if (point > 0xFFFF) {
+            point -= 0x10000;
+            piece.at(used++) = static_cast<char16_t>(0xD800 + (point >> 10U));
+            point = 0xDC00 + (point & 0x3FFU);
+        }
+        piece[used++] = static_cast<char16_t>(point);
+    }
+    if (used > 0) bound->print(stream, {piece.data(), used});
+}
+
+// CPython keeps text as Latin-1, UCS-2 or UCS-4 units; each goes to UTF-16 in one step.
+PyObject* write(nmutil::io::StreamTypeEnum stream, PyObject* text) {
+    if (PyUnicode_Check(text) == 0) {
+        return PyErr_Format(PyExc_TypeError, "write() argument must be str, not %.200s",
+                            Py_TYPE(text)->tp_name);
+    }
+    if (PyUnicode_READY(text) != 0) return nullptr;
+    const Py_ssize_t length = PyUnicode_GET_LENGTH(text);
+    if (bound != nullptr && length > 0) {
+        try {
+            bound->beforePrint();
+            switch (PyUnicode_KIND(text)) {
+                case PyUnicode_1BYTE_KIND:
+                    printUnits(stream, PyUnicode_1BYTE_DATA(text), length);
+                    break;
+                case PyUnicode_2BYTE_KIND:
+                    printUnits(stream, PyUnicode_2BYTE_DATA(text), length);
+                    break;
+                default:
+                    printUnits(stream, PyUnicode_4BYTE_DATA(text), length);
+                    break;
+            }
+        } catch (const std::exception& error) {
+            PyErr_SetString(PyExc_OSError, error.what());
+            return nullptr;
+        }
+    }
+    return PyLong_FromSsize_t(length);
+}
+
+PyObject* writeOut(PyObject*, PyObject* text) { return write(nmutil::io::STANDARD_OUTPUT, text); }
+PyObject* writeErr(PyObject*, PyObject* text) { return write(nmutil::io::STANDARD_ERROR, text); }
+
+// Plain functions, because print() calls them for every piece.
+PyMethodDef writeOutDefinition = {"write_out", writeOut, METH_O, "Prints text on standard output."};
+PyMethodDef writeErrDefinition = {"write_err", writeErr, METH_O, "Prints text on standard error."};
+
+InterpreterServices& servicesForReading() {
+    if (bound == nullptr || !bound->isInterpreterThread()) {
+        throw py::type_error("Only the interpreter's main thread can read typed input.");
+    }
+    return *bound;
+}
+
+void raiseUnlessRead(ReadResult result) {
+    if (result == ReadResult::Interrupted) throw py::error_already_set();
+    if (result == ReadResult::Stopped) {
+        PyErr_SetString(PyExc_SystemExit, "The interpreter is stopping.");
+        throw py::error_already_set();
+    }
+}
+
+py::object readLine(int prompt) {
+    std::u16string line;
+    raiseUnlessRead(servicesForReading().readLine(static_cast<nmutil::prompt::InputRequester>(prompt), line));
+    return py::reinterpret_steal<py::object>(pythonText(line));
+}
+
+void readKey() { raiseUnlessRead(servicesForReading().readKey()); }
+
+void defineFunctions(py::module_& module) {
+    module.add_object("write_out",
+                      py::reinterpret_steal<py::object>(PyCFunction_New(&writeOutDefinition, nullptr)));
+    module.add_object("write_err",
+                      py::reinterpret_steal<py::object>(PyCFunction_New(&writeErrDefinition, nullptr)));
+    module.def("read_line", &readLine, "Reads one typed line at a prompt.");
+    module.def("read_key", &readKey, "Waits for one typed character.");
+    module.def("clc", [] {
+        if (bound != nullptr) bound->clearWindow();
+    });
+    module.def("home", [] {
+        if (bound != nullptr) bound->moveHome();
+    });
+    module.def("warn", [](const std::string& text) {
+        foundation::log::DiagnosticLogger("standalone::python").warning(text);
+    });
+}
+
+}  // namespace
+
+}  // namespace standalone
+
+// The macro defines functions of the global namespace.
+PYBIND11_MODULE(_numora_host, module) { standalone::defineFunctions(module); }
+
+namespace standalone {
+
+void hostmodule::registerModule() { PyImport_AppendInittab("_numora_host", &PyInit__numora_host); }
+void hostmodule::bind(InterpreterServices* services) { bound = services; }
+
+}  // namespace standalone

@@ -1,0 +1,348 @@
+#define PY_SSIZE_T_CLEAN
+#include "interpreter/Interpreter.h"
+
+#include <chrono>
+#include <cstdlib>
+#include <utility>
+
+#include <Python.h>
+#include <unistd.h>
+
+#include "fl/i18n/text.h"
+#include "foundation/log/diagnostic_logger.h"
+#include "interpreter/CodeRunner.h"
+#include "interpreter/NativeCapture.h"
+#include "interpreter/PythonRuntime.h"
+#include "interpreter/TerminalWindow.h"
+#include "iqm/PacketInfo.h"
+#include "nmutil/io/PrintableErrorEvent.h"
+#include "numora/lang/correction/SuggestionEvent.h"
+#include "services/io/CmdWinSink.h"
+#include "shutdown/ShutdownObject.h"
+
+namespace standalone {
+
+namespace {
+
+using cmddistributor::IIPResult;
+using cmddistributor::RuntimeException;
+using services::io::CmdWinSinkHandle;
+
+constexpr auto interruptInterval = std::chrono::milliseconds(200);
+constexpr int interruptsAtStop = 25;
+
+const foundation::log::DiagnosticLogger& logger() {
+    static const foundation::log::DiagnosticLogger instance("standalone::interpreter");
+    return instance;
+}
+
+// There is one workspace; what it is, the code runner knows.
+class MainWorkspace : public iqm::Workspace {};
+
+void withInterpreterLock(const std::function<void()>& action) {
+    const PyGILState_STATE state = PyGILState_Ensure();
+    action();
+    PyGILState_Release(state);
+}
+
+void withoutInterpreterLock(const std::function<void()>& action) {
+    PyThreadState* state = PyEval_SaveThread();
+    action();
+    PyEval_RestoreThread(state);
+}
+
+}  // namespace
+
+/// The interpreter as requests see it. It may outlive the interpreter, and is unavailable then.
+class Interpreter::LocalZvm : public zvm::ZVM, public zvm::Session {
+public:
+    LocalZvm(std::shared_ptr<RequestQueue> queue, Interpreter& interpreter)
+        : queue_(std::move(queue)), interpreter_(&interpreter) {}
+
+    zvm::ZvmID id() const override { return 0; }
+    bool isAvailable() const override { return !queue_->isStopped(); }
+    bool isActive() const override { return isAvailable(); }
+    void interrupt() override EXCLUDES(mutex_) {
+        connector::MutexLock lock(mutex_);
+        if (interpreter_ != nullptr) interpreter_->interrupts_.request();
+    }
+    void interrupt(const foundation::msg_svc::exchange::IDType& request) override {
+        queue_->cancel(request, true);
+    }
+    std::shared_ptr<cmddistributor::CmdDistributor> getCmdDistributor() override { return queue_; }
+
+    void detach() EXCLUDES(mutex_) {
+        connector::MutexLock lock(mutex_);
+        interpreter_ = nullptr;
+    }
+
+private:
+    const std::shared_ptr<RequestQueue> queue_;
+    connector::Mutex mutex_;  // taken before the queue's
+    Interpreter* interpreter_ GUARDED_BY(mutex_);
+};
+
+Interpreter::Interpreter(const HostOptions& options)
+    : options_(options),
+      processId_(getpid()),
+      queue_(std::make_shared<RequestQueue>([this] { zvm_->interrupt(); })),
+      events_(std::make_shared<LocalEventManager>()),
+      zvm_(std::make_shared<LocalZvm>(queue_, *this)),
+      interrupts_([this] { queue_->nudge(); }),
+      prompts_(*queue_, {[this] {
+                             drainOutput();
+                             const auto& sink = CmdWinSinkHandle::activeSink(false);
+                             sink->requestInput();
+                             sink->setDirty(false);
+                         },
+                         [this](std::unique_ptr<QueuedRequest> queued) { run(std::move(queued)); }}),
+      columns_(options.columns),
+      rows_(options.rows) {
+    std::promise<void> started;
+    thread_ = std::thread([this, &started] { threadMain(started); });
+    try {
+        started.get_future().get();
+    } catch (...) {
+        thread_.join();
+        throw;
+    }
+}
+
+Interpreter::~Interpreter() {
+    queue_->stop();
+    {
+        connector::MutexLock lock(mutex_);
+        for (int i = 0; i < interruptsAtStop && !hasEnded_; ++i) {
+            lock.unlock();
+            zvm_->interrupt();
+            lock.lock();
+            if (!hasEnded_) endedChanged_.wait_for(lock.native(), interruptInterval);
+        }
+        if (!hasEnded_) {
+            logger().error("The running code does not end; the process ends without it.");
+            std::_Exit(shutdown::errorStatus());
+        }
+    }
+    thread_.join();
+    zvm_->detach();
+}
+
+int Interpreter::originalDescriptor(int descriptor) const {
+    return capture_ ? capture_->original(descriptor) : descriptor;
+}
+
+std::shared_ptr<zvm::ZVM> Interpreter::currentLocalZVM() { return zvm_; }
+std::shared_ptr<zvm::Session> Interpreter::session() { return zvm_; }
+
+std::shared_ptr<foundation::msg_svc::eventmgr::EventMgr> Interpreter::eventManager(
+    const boost::optional<zvm::ZvmID>& id) {
+    return !id || *id == zvm_->id() ? events_ : nullptr;
+}
+
+void Interpreter::threadMain(std::promise<void>& started) {
+    try {
+        // Threads that start here take over the blocked signals, so they come before `attach`.
+        setInterpreterSignalsBlocked(true);
+        if (options_.captureFileDescriptors) {
+            capture_ = std::make_unique<NativeCapture>(
+                [this](auto stream, auto text) { print(stream, text); }, withInterpreterLock);
+        }
+        InterpreterServices& services = *this;
+        python_ = std::make_unique<PythonRuntime>(services);
+        if (capture_) capture_->start();
+        interrupts_.attach();
+        terminal_ = std::make_shared<TerminalWindow>(originalDescriptor(1), originalDescriptor(2));
+        CmdWinSinkHandle::setFactory(terminal_);
+        runner_ = std::make_unique<CodeRunner>(python_->runtimeModule());
+        host::install(this);
+    } catch (...) {
+        capture_.reset();
+        started.set_exception(std::current_exception());
+        return;
+    }
+    started.set_value();
+    serve();
+
+    shutdown::ShutdownRegistry::run(true);
+    interrupts_.detach();
+    stopCapture();
+    runner_.reset();
+    python_.reset();
+    host::install(nullptr);
+    CmdWinSinkHandle::reset();
+    {
+        connector::MutexLock lock(mutex_);
+        hasEnded_ = true;
+    }
+    endedChanged_.notify_all();
+}
+
+// The descriptors are put back only when the host is destroyed, for the sake of what the program still
+// prints.
+void Interpreter::stopCapture() {
+    if (!capture_) return;
+    capture_->drain();
+    withoutInterpreterLock([this] { capture_->stop(); });
+}
+
+void Interpreter::serve() {
+    while (!queue_->isStopped()) {
+        runTypeAhead();
+        auto request = queue_->tryTake(prompts_.current());
+        if (!request) {
+            withoutInterpreterLock([&] { request = queue_->take(prompts_.current()); });
+        }
+        if (request) run(std::move(request));
+    }
+}
+
+// What was typed and not read by the code that it was meant for is taken as a command, as at any terminal.
+void Interpreter::runTypeAhead() {
+    const std::u16string code = prompts_.takeTypeAhead();
+    if (code.empty()) return;
+    MainWorkspace workspace;
+    try {
+        evaluate(code, workspace);
+    } catch (const RuntimeException&) {
+        // It has been shown; there is no request to tell.
+    }
+}
+
+void Interpreter::run(std::unique_ptr<QueuedRequest> queued) {
+    active_.push_back(queued.get());
+    std::unique_ptr<IIPResult> result;
+    try {
+        result = runRequest(*queued);
+    } catch (const RuntimeException& error) {
+        result = std::make_unique<IIPResult>(queued->id, error);
+    } catch (const std::exception& error) {
+        logger().error("A request failed: " + std::string(error.what()));
+        const std::string what = error.what();
+        result = std::make_unique<IIPResult>(
+            queued->id, RuntimeException(nmutil::cmddistributor::EXECUTION_ERROR, "NUMORA:internal",
+                                         std::u16string(what.begin(), what.end())));
+    }
+    active_.pop_back();
+    queue_->finish(*queued, *result);
+}
+
+std::unique_ptr<IIPResult> Interpreter::runRequest(QueuedRequest& queued) {
+    const std::shared_ptr<cmddistributor::IIP>& iip = queued.request->getIIP();
+    if (const auto* task = dynamic_cast<const cmddistributor::PackagedTaskIIP*>(iip.get())) {
+        task->run();
+        return std::make_unique<IIPResult>(queued.id, boost::none);
+    }
+    return runPlugin(queued, iip);
+}
+
+std::unique_ptr<IIPResult> Interpreter::runPlugin(QueuedRequest& queued,
+                                                  const std::shared_ptr<cmddistributor::IIP>& iip) {
+    const auto plugin = iqm::PacketInfo::createPlugin({queued.id, iip}, {});
+    if (!plugin) throw std::logic_error("No plug-in runs requests named '" + iip->pluginName() + "'.");
+    MainWorkspace workspace;
+    boost::optional<RuntimeException> failure;
+    plugin->pre();
+    try {
+        plugin->execute(workspace);
+    } catch (const RuntimeException& error) {
+        failure = error;
+        plugin->processMFileError();
+    }
+    try {
+        plugin->post();
+    } catch (const std::exception& error) {
+        // Whoever waited has given up and was answered otherwise.
+        logger().warning("The late result of an evaluation was dropped: " + std::string(error.what()));
+    }
+    return plugin->createResult(std::move(failure));
+}
+
+void Interpreter::evaluate(const std::u16string& code, iqm::Workspace&) {
+    if (columns_ != shownColumns_ || rows_ != shownRows_) {
+        python_->setWindow(columns_, rows_);
+        shownColumns_ = columns_;
+        shownRows_ = rows_;
+    }
+    auto outerPrompt = prompts_.show(nmutil::prompt::NO_PROMPT);
+    if (outerPrompt == nmutil::prompt::INCOMPLETE_BLOCK_PROMPT) outerPrompt = nmutil::prompt::BASE_PROMPT;
+    const std::uint32_t outerCode = interrupts_.begin();
+    const CodeRunner::Result result = runner_->execute(code);
+    interrupts_.end(outerCode);
+    exitIfForked();
+
+    const bool isIncomplete = result == CodeRunner::Result::Incomplete;
+    const boost::optional<CodeError> error =
+        result == CodeRunner::Result::Failed ? runner_->takeError() : boost::none;
+    drainOutput();
+    prompts_.show(isIncomplete ? nmutil::prompt::INCOMPLETE_BLOCK_PROMPT : outerPrompt);
+    codeBlockStatus_ = isIncomplete ? 1 : 0;
+    executionStatus_ = error ? error->exception.getExecutionStatus() : nmutil::cmddistributor::EXECUTION_OK;
+    if (!error) return;
+    if (executionStatus_ == nmutil::cmddistributor::EXECUTION_INTERRUPTED) {
+        CmdWinSinkHandle::activeSink(false)->ctrlCProcessed();
+    }
+    showError(error->exception);
+    if (error->suggestion) events_->raise(numora::lang::correction::SuggestionEvent(*error->suggestion));
+    throw RuntimeException(error->exception);
+}
+
+bool Interpreter::isCodeBlockComplete(const std::u16string& code) { return runner_->isComplete(code); }
+
+// An error is shown once: to the request's own callback if it has one, else in the window and as an event.
+void Interpreter::showError(const RuntimeException& error) {
+    const nmutil::io::PrintableErrorEvent event(error.getText(), error);
+    if (!active_.empty() && active_.back()->options.printableErrorCallback()) {
+        active_.back()->options.printableErrorCallback()(event);
+        return;
+    }
+    CmdWinSinkHandle::activeSink(true)->doPrintableError(std::u16string(error.getText()));
+    events_->raise(event);
+}
+
+void Interpreter::print(nmutil::io::StreamTypeEnum stream, std::u16string_view text) {
+    const bool isError = stream != nmutil::io::STANDARD_OUTPUT;
+    const nmutil::io::NMSink* sink = nullptr;
+    if (!active_.empty()) {
+        const cmddistributor::RunOptions& options = active_.back()->options;
+        sink = (isError && options.getErrSink() ? options.getErrSink() : options.getOutSink()).get();
+    }
+    if (sink == nullptr) {
+        // A window that captures takes standard error in the order printed; only the terminal tells them
+        // apart.
+        sink = CmdWinSinkHandle::activeSink(false).get();
+        if (sink == terminal_->getSink(false).get()) sink = terminal_->getSink(isError).get();
+    }
+    sink->getUnicodeOutStreamBuffer()->sputn(text.data(), static_cast<std::streamsize>(text.size()));
+}
+
+void Interpreter::beforePrint() {
+    if (capture_) capture_->drainIfReady();
+}
+
+void Interpreter::drainOutput() {
+    if (capture_) capture_->drain();
+}
+
+ReadResult Interpreter::readLine(nmutil::prompt::InputRequester prompt, std::u16string& line) {
+    return prompts_.readLine(prompt, line);
+}
+
+ReadResult Interpreter::readKey() { return prompts_.readKey(); }
+
+void Interpreter::clearWindow() {
+    drainOutput();
+    CmdWinSinkHandle::activeSink(false)->doClc();
+}
+
+void Interpreter::moveHome() {
+    drainOutput();
+    CmdWinSinkHandle::activeSink(false)->doHome();
+}
+
+// Code that forks without running another program would otherwise go on here as a second interpreter.
+void Interpreter::exitIfForked() const {
+    if (getpid() == processId_) return;
+    std::_Exit(0);
+}
+
+}  // namespace standalone

@@ -1,0 +1,136 @@
+#pragma once
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <future>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "connector/ThreadSafety.h"
+#include "events/LocalEventManager.h"
+#include "host/Environment.h"
+#include "interpreter/InterpreterServices.h"
+#include "interpreter/Interrupts.h"
+#include "interpreter/PromptReader.h"
+#include "interpreter/RequestQueue.h"
+#include "standalone/StandaloneHost.h"
+
+namespace standalone {
+
+class CodeRunner;
+class NativeCapture;
+class PythonRuntime;
+class TerminalWindow;
+
+/// The interpreter: its thread, its queue, its prompts and its output, behind the host interface.
+///
+///     starting -> idle (base prompt) <-> running <-> waiting at a prompt of the code -> stopping -> ended
+///
+/// Threads: the interpreter thread runs everything but the constructor, the destructor and what Environment
+/// documents for other threads. Lock order: the interpreter's lock (the GIL) first, then any of the leaf
+/// mutexes below it.
+class Interpreter : public host::Environment,
+                    private InterpreterServices,
+                    private IInterpreterBridge,
+                    private iqm::Iqm {
+public:
+    /// Starts the thread.  Blocks: until requests are taken.  Throws: std::runtime_error.
+    explicit Interpreter(const HostOptions& options);
+    /// Stops it: fails what waits, interrupts what runs, for up to five seconds. Code that does not end even
+    /// then ends the process, since nothing of it could be freed safely.
+    ~Interpreter() override;
+
+    /// The process's own standard descriptor, beside the captured one.
+    int originalDescriptor(int descriptor) const;
+
+    // host::Environment
+    std::shared_ptr<zvm::ZVM> currentLocalZVM() override;
+    std::shared_ptr<zvm::Session> session() override;
+    iqm::Iqm& queueManager() override { return *this; }
+    void evaluate(const std::u16string& code, iqm::Workspace& workspace) override;
+    bool isCodeBlockComplete(const std::u16string& code) override;
+    nmutil::cmddistributor::inExecutionStatus executionStatus() override { return executionStatus_; }
+    std::int32_t codeBlockStatus() override { return codeBlockStatus_; }
+    boost::optional<std::string> currentBuiltinName() override { return boost::none; }
+    bool isInCompiledExtension() override { return false; }
+    IInterpreterBridge* interpreterBridge() override { return this; }
+    void dispatchPendingInterests() override {}
+    nmutil::prompt::InputRequester inputRequester() override { return prompts_.current(); }
+    bool isInCharBufferMode() override { return prompts_.isReadingCharacters(); }
+    bool isPromptEmergency() override { return false; }
+    void typeCodeUnit(char16_t unit) override { prompts_.type(unit); }
+    std::uint64_t windowRows() override { return rows_; }
+    std::uint64_t windowColumns() override { return columns_; }
+    void setWindowRows(std::uint64_t rows) override { rows_ = rows; }
+    void setWindowColumns(std::uint64_t columns) override { columns_ = columns; }
+    bool isSignalThread() override { return interrupts_.isSignalThread(); }
+    bool setInterruptEnabled(bool enabled) override { return interrupts_.setEnabled(enabled); }
+    bool setInterruptPending(bool pending) override { return interrupts_.setPending(pending); }
+    std::shared_ptr<foundation::msg_svc::eventmgr::EventMgr> eventManager(
+        const boost::optional<zvm::ZvmID>& id) override;
+
+private:
+    class LocalZvm;
+
+    // The thread.
+    void threadMain(std::promise<void>& started);
+    void serve();
+    void runTypeAhead();
+    void stopCapture();
+
+    // One request.
+    void run(std::unique_ptr<QueuedRequest> queued);
+    std::unique_ptr<cmddistributor::IIPResult> runRequest(QueuedRequest& queued);
+    std::unique_ptr<cmddistributor::IIPResult> runPlugin(QueuedRequest& queued,
+                                                         const std::shared_ptr<cmddistributor::IIP>& iip);
+    void showError(const cmddistributor::RuntimeException& error);
+
+    // InterpreterServices
+    void print(nmutil::io::StreamTypeEnum stream, std::u16string_view text) override;
+    void beforePrint() override;
+    ReadResult readLine(nmutil::prompt::InputRequester prompt, std::u16string& line) override;
+    ReadResult readKey() override;
+    void clearWindow() override;
+    void moveHome() override;
+    bool isInterpreterThread() const override { return interrupts_.isSignalThread(); }
+
+    // IInterpreterBridge: nothing here waits for the end of an evaluation beside its own request.
+    void notifyEvalEnd(bool) override {}
+    // iqm::Iqm: there is no editor.
+    bool isInEditorDebugInputWanted() const override { return false; }
+
+    void drainOutput();
+    void exitIfForked() const;
+
+    const HostOptions options_;
+    const int processId_;
+    const std::shared_ptr<RequestQueue> queue_;
+    const std::shared_ptr<LocalEventManager> events_;
+    const std::shared_ptr<LocalZvm> zvm_;
+    Interrupts interrupts_;
+    PromptReader prompts_;
+
+    // Of the interpreter thread.
+    std::unique_ptr<NativeCapture> capture_;
+    std::shared_ptr<TerminalWindow> terminal_;
+    std::unique_ptr<PythonRuntime> python_;
+    std::unique_ptr<CodeRunner> runner_;
+    std::vector<const QueuedRequest*> active_;  // innermost last
+    nmutil::cmddistributor::inExecutionStatus executionStatus_ = nmutil::cmddistributor::EXECUTION_OK;
+    std::int32_t codeBlockStatus_ = 0;
+    std::uint64_t columns_;
+    std::uint64_t rows_;
+    std::uint64_t shownColumns_ = 0;  // what Python code was last told
+    std::uint64_t shownRows_ = 0;
+
+    connector::Mutex mutex_;
+    std::condition_variable endedChanged_;
+    bool hasEnded_ GUARDED_BY(mutex_) = false;
+
+    std::thread thread_;
+};
+
+}  // namespace standalone

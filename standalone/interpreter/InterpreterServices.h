@@ -1,0 +1,36 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "nmutil/io/StreamTypeEnum.h"
+#include "nmutil/prompt/InputRequester.h"
+
+namespace standalone {
+
+/// How reading typed input ended. With `Interrupted` a Python exception is set.
+enum class ReadResult { Line, EndOfInput, Interrupted, Stopped };
+
+/// What Python code asks of the interpreter around it.
+///
+/// Threads: any thread that holds the interpreter's lock; reading only on the interpreter thread.
+class InterpreterServices {
+public:
+    virtual ~InterpreterServices() = default;
+
+    /// Prints text, in UTF-16; a pair of surrogates is never cut.
+    virtual void print(nmutil::io::StreamTypeEnum stream, std::u16string_view text) = 0;
+    /// Called once before the pieces of one printed text.
+    virtual void beforePrint() = 0;
+
+    /// Reads one typed line with its newline, showing `prompt` while nothing has been typed.
+    virtual ReadResult readLine(nmutil::prompt::InputRequester prompt, std::u16string& line) = 0;
+    /// Waits for one typed character.
+    virtual ReadResult readKey() = 0;
+
+    virtual void clearWindow() = 0;
+    virtual void moveHome() = 0;
+    virtual bool isInterpreterThread() const = 0;
+};
+
+}  // namespace standalone

@@ -1,0 +1,180 @@
+#include "interpreter/NativeCapture.h"
+
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <system_error>
+#include <utility>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+namespace standalone {
+
+namespace {
+
+constexpr std::size_t queueLimit = 16U << 20U;  // bytes
+constexpr std::size_t readSize = 64U << 10U;    // bytes, the usual capacity of a pipe
+constexpr auto patience = std::chrono::seconds(1);
+
+int check(int result, const char* what) {
+    if (result < 0) throw std::system_error(errno, std::generic_category(), what);
+    return result;
+}
+
+}  // namespace
+
+NativeCapture::NativeCapture(Deliver deliver, WithInterpreterLock withInterpreterLock)
+    : deliver_(std::move(deliver)), withInterpreterLock_(std::move(withInterpreterLock)) {
+    std::fflush(nullptr);
+    for (int fd = 0; fd < 3; ++fd) {
+        originals_.at(static_cast<std::size_t>(fd)) = check(fcntl(fd, F_DUPFD_CLOEXEC, 3), "dup");
+    }
+    stopEvent_ = check(eventfd(0, EFD_CLOEXEC), "eventfd");
+    for (int fd = 1; fd <= 2; ++fd) {
+        std::array<int, 2> ends{};
+        check(pipe2(ends.data(), O_CLOEXEC), "pipe");
+        // Only our end does not block: writers expect an ordinary descriptor.
+        fcntl(ends[0], F_SETFL, O_NONBLOCK);
+        readEnds_.at(static_cast<std::size_t>(fd - 1)) = ends[0];
+        check(dup2(ends[1], fd), "dup2");
+        close(ends[1]);
+    }
+    const int nothing = check(open("/dev/null", O_RDONLY | O_CLOEXEC), "open /dev/null");
+    check(dup2(nothing, 0), "dup2");
+    close(nothing);
+    setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
+}
+
+void NativeCapture::start() {
+    reader_ = std::thread([this] { emptyPipes(); });
+    deliverer_ = std::thread([this] { deliverLoop(); });
+}
+
+NativeCapture::~NativeCapture() {
+    std::fflush(nullptr);
+    for (int fd = 0; fd < 3; ++fd) {
+        dup2(originals_.at(static_cast<std::size_t>(fd)), fd);
+        close(originals_.at(static_cast<std::size_t>(fd)));
+    }
+    for (const int end : readEnds_) close(end);
+    close(stopEvent_);
+}
+
+void NativeCapture::stop() {
+    {
+        connector::MutexLock lock(mutex_);
+        if (std::exchange(isStopping_, true)) return;
+    }
+    queued_.notify_all();
+    emptied_.notify_all();
+    eventfd_write(stopEvent_, 1);
+    if (reader_.joinable()) reader_.join();
+    if (deliverer_.joinable()) deliverer_.join();
+}
+
+void NativeCapture::drain() {
+    std::fflush(stdout);
+    std::fflush(stderr);
+    drainIfReady();
+}
+
+void NativeCapture::drainIfReady() {
+    bool hasText = false;
+    {
+        connector::MutexLock lock(mutex_);
+        std::array<pollfd, 2> ends{{{readEnds_[0], POLLIN, 0}, {readEnds_[1], POLLIN, 0}}};
+        if (poll(ends.data(), ends.size(), 0) > 0) {
+            while (readPipesLocked() && queuedBytes_ < queueLimit) {
+            }
+        }
+        hasText = !queue_.empty();
+    }
+    if (hasText) deliverQueued();
+}
+
+void NativeCapture::emptyPipes() {
+    std::array<pollfd, 3> ends{
+        {{readEnds_[0], POLLIN, 0}, {readEnds_[1], POLLIN, 0}, {stopEvent_, POLLIN, 0}}};
+    for (;;) {
+        if (poll(ends.data(), ends.size(), -1) < 0 && errno != EINTR) return;
+        connector::MutexLock lock(mutex_);
+        if (queuedBytes_ >= queueLimit && !isStopping_) {
+            const auto deadline = std::chrono::steady_clock::now() + patience;
+            while (queuedBytes_ >= queueLimit && !isStopping_) {
+                if (emptied_.wait_until(lock.native(), deadline) == std::cv_status::timeout) {
+                    dropOldestLocked();
+                    break;
+                }
+            }
+        }
+        if (isStopping_) return;
+        if (readPipesLocked()) queued_.notify_one();
+    }
+}
+
+void NativeCapture::deliverLoop() {
+    for (;;) {
+        {
+            connector::MutexLock lock(mutex_);
+            while (queue_.empty() && !isStopping_) queued_.wait(lock.native());
+            if (isStopping_) return;
+        }
+        withInterpreterLock_([this] { deliverQueued(); });
+    }
+}
+
+// Reads what the pipes hold, up to one pipe's capacity each. False when they were empty.
+bool NativeCapture::readPipesLocked() {
+    bool hasRead = false;
+    for (std::size_t i = 0; i < readEnds_.size(); ++i) {
+        std::string bytes(readSize, '\0');
+        const ssize_t count = read(readEnds_.at(i), bytes.data(), bytes.size());
+        if (count <= 0) continue;
+        bytes.resize(static_cast<std::size_t>(count));
+        queuedBytes_ += bytes.size();
+        const auto stream = i == 0 ? nmutil::io::STANDARD_OUTPUT : nmutil::io::STANDARD_ERROR;
+        if (!queue_.empty() && queue_.back().stream == stream && queue_.back().bytes.size() < readSize) {
+            queue_.back().bytes += bytes;
+        } else {
+            queue_.push_back(Chunk{stream, std::move(bytes)});
+        }
+        hasRead = true;
+    }
+    return hasRead;
+}
+
+void NativeCapture::dropOldestLocked() {
+    while (!queue_.empty() && queuedBytes_ > queueLimit / 2) {
+        droppedBytes_ += queue_.front().bytes.size();
+        queuedBytes_ -= queue_.front().bytes.size();
+        queue_.pop_front();
+    }
+}
+
+// With the interpreter's lock, which keeps deliveries one at a time and in order.
+void NativeCapture::deliverQueued() {
+    std::deque<Chunk> chunks;
+    std::size_t dropped = 0;
+    {
+        connector::MutexLock lock(mutex_);
+        chunks.swap(queue_);
+        queuedBytes_ = 0;
+        dropped = std::exchange(droppedBytes_, 0);
+    }
+    emptied_.notify_one();
+    if (dropped > 0) {
+        const std::string notice = "\n[" + std::to_string(dropped) + " bytes of output were lost]\n";
+        deliver_(nmutil::io::STANDARD_OUTPUT, std::u16string(notice.begin(), notice.end()));
+    }
+    std::u16string text;
+    for (const Chunk& chunk : chunks) {
+        text.clear();
+        decoders_.at(chunk.stream == nmutil::io::STANDARD_OUTPUT ? 0 : 1).decode(chunk.bytes, text);
+        if (!text.empty()) deliver_(chunk.stream, text);
+    }
+}
+
+}  // namespace standalone

@@ -1,0 +1,90 @@
+#pragma once
+
+#include <array>
+#include <condition_variable>
+#include <cstddef>
+#include <deque>
+#include <functional>
+#include <string>
+#include <string_view>
+#include <thread>
+
+#include "connector/ThreadSafety.h"
+#include "fl/i18n/text.h"
+#include "nmutil/io/StreamTypeEnum.h"
+
+namespace standalone {
+
+/// Captures what native code and child processes write to file descriptors 1 and 2, and gives them an empty
+/// standard input.
+///
+/// Two threads, because native code may write while it holds the interpreter's lock: one empties the pipes
+/// into a bounded queue and never takes that lock, the other takes it and delivers. When the queue stays full
+/// for a second, which happens only when a writer keeps the lock all that time, the oldest bytes are dropped,
+/// and a notice says how many.
+///
+/// Threads: `drain` and `drainIfReady` by whoever holds the interpreter's lock; the constructor and
+/// destructor on the interpreter thread. Lock order: the interpreter's lock, then mutex_. `deliver` runs with
+/// the interpreter's lock alone.
+class NativeCapture {
+public:
+    using Deliver = std::function<void(nmutil::io::StreamTypeEnum, std::u16string_view)>;
+    /// Calls its argument with the interpreter's lock held; used on the delivering thread.
+    using WithInterpreterLock = std::function<void(const std::function<void()>&)>;
+
+    /// Throws: std::system_error, when pipes cannot be made (nothing is captured then).
+    NativeCapture(Deliver deliver, WithInterpreterLock withInterpreterLock);
+    /// Puts the descriptors back. Call `stop` first.
+    ~NativeCapture();
+    NativeCapture(const NativeCapture&) = delete;
+    NativeCapture& operator=(const NativeCapture&) = delete;
+
+    /// Starts the two threads, which inherit the caller's signal mask; until then the pipes hold what is
+    /// written.
+    void start();
+    /// Ends the two threads.  Blocks: until they have ended, so call it without the interpreter's lock.
+    void stop() EXCLUDES(mutex_);
+
+    /// Delivers all that was written so far, C's own buffers included.
+    void drain() EXCLUDES(mutex_);
+    /// The same, if something is waiting in the pipes; C's buffers are left alone. Cheap when there is
+    /// nothing.
+    void drainIfReady() EXCLUDES(mutex_);
+
+    /// The process's own standard streams: 0 input, 1 output, 2 error.
+    int original(int descriptor) const { return originals_.at(static_cast<std::size_t>(descriptor)); }
+
+private:
+    struct Chunk {
+        nmutil::io::StreamTypeEnum stream;
+        std::string bytes;
+    };
+
+    void emptyPipes();
+    void deliverLoop();
+    bool readPipesLocked() REQUIRES(mutex_);
+    void dropOldestLocked() REQUIRES(mutex_);
+    void deliverQueued() EXCLUDES(mutex_);
+
+    const Deliver deliver_;
+    const WithInterpreterLock withInterpreterLock_;
+    std::array<int, 3> originals_{-1, -1, -1};
+    std::array<int, 2> readEnds_{-1, -1};
+    int stopEvent_ = -1;
+
+    // Touched under the interpreter's lock alone.
+    std::array<fl::i18n::Utf8Decoder, 2> decoders_;
+
+    connector::Mutex mutex_;
+    std::condition_variable queued_;   // something to deliver, or the end
+    std::condition_variable emptied_;  // room in the queue
+    std::deque<Chunk> queue_ GUARDED_BY(mutex_);
+    std::size_t queuedBytes_ GUARDED_BY(mutex_) = 0;
+    std::size_t droppedBytes_ GUARDED_BY(mutex_) = 0;
+    bool isStopping_ GUARDED_BY(mutex_) = false;
+
+    std::thread reader_;
+    std::thread deliverer_;
+};
+
+}  // namespace standalone

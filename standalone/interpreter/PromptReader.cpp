@@ -1,0 +1,100 @@
+#define PY_SSIZE_T_CLEAN
+#include "interpreter/PromptReader.h"
+
+#include <stdexcept>
+#include <utility>
+
+#include <Python.h>
+#include <sched.h>
+
+namespace standalone {
+
+namespace {
+
+using namespace nmutil::prompt;  // the prompt values
+
+constexpr std::size_t typeAheadLimit = 1U << 20U;
+constexpr char16_t endOfTransmission = 4;
+
+// With the interpreter's lock released for the wait, so that Python's own threads go on.
+std::unique_ptr<QueuedRequest> takeUnlocked(RequestQueue& queue, InputRequester prompt) {
+    if (auto request = queue.tryTake(prompt)) return request;
+    PyThreadState* state = PyEval_SaveThread();
+    auto request = queue.take(prompt);
+    PyEval_RestoreThread(state);
+    return request;
+}
+
+}  // namespace
+
+bool PromptReader::isReadingCharacters() const {
+    switch (current()) {
+        case DEBUG_PROMPT:
+        case INPUT_PROMPT:
+        case KEYBOARD_PROMPT:
+        case PAUSE_PROMPT:
+            return true;
+        default:
+            return false;
+    }
+}
+
+ReadResult PromptReader::readLine(InputRequester prompt, std::u16string& line) {
+    const ReadResult result = waitUntil(prompt, [this] { return hasLine(); });
+    if (result != ReadResult::Line) return result;
+    if (typed_.front() == endOfTransmission) {
+        typed_.erase(0, 1);
+        return ReadResult::EndOfInput;
+    }
+    const std::size_t length = typed_.find(u'\n') + 1;
+    line.assign(typed_, 0, length);
+    typed_.erase(0, length);
+    return ReadResult::Line;
+}
+
+ReadResult PromptReader::readKey() {
+    const ReadResult result = waitUntil(PAUSE_PROMPT, [this] { return !typed_.empty(); });
+    if (result == ReadResult::Line) {
+        // A line counts as one key, since that is what most clients can send.
+        const std::size_t end = typed_.find(u'\n');
+        typed_.erase(0, end == std::u16string::npos ? 1 : end + 1);
+    }
+    return result;
+}
+
+void PromptReader::type(char16_t unit) {
+    if (typed_.size() >= typeAheadLimit) throw std::length_error("Too much is typed ahead.");
+    typed_.push_back(unit == u'\r' ? u'\n' : unit);
+}
+
+bool PromptReader::hasLine() const {
+    return !typed_.empty() &&
+           (typed_.front() == endOfTransmission || typed_.find(u'\n') != std::u16string::npos);
+}
+
+ReadResult PromptReader::waitUntil(InputRequester prompt, const std::function<bool()>& isSatisfied) {
+    if (isSatisfied()) return ReadResult::Line;
+    const InputRequester outer = show(prompt);
+    ReadResult result = ReadResult::Line;
+    while (!isSatisfied()) {
+        hooks_.beforeWait();
+        if (auto request = takeUnlocked(queue_, prompt)) {
+            hooks_.run(std::move(request));
+        } else if (queue_.isStopped()) {
+            result = ReadResult::Stopped;
+            break;
+        } else {
+            // Nudged: the signal is on its way to this thread, and any system call lets it in.
+            sched_yield();
+            if (PyErr_CheckSignals() != 0) {
+                typed_.clear();
+                result = ReadResult::Interrupted;
+                break;
+            }
+        }
+    }
+    show(outer);
+    return result;
+}
+
+}  // namespace standalone

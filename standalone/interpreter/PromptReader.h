@@ -1,0 +1,59 @@
+#pragma once
+
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "interpreter/InterpreterServices.h"
+#include "interpreter/RequestQueue.h"
+
+namespace standalone {
+
+/// The prompts of running code: which one is shown, what has been typed ahead, and the wait for more.
+///
+/// While code waits at a prompt, requests that may run there are run inside it; one of them types the
+/// characters. A line ends with "\n"; "\r" counts as one; an end-of-transmission character at the start of a
+/// line is the end of input.
+///
+/// Threads: `current` and `isReadingCharacters` from any; the rest from the interpreter thread with the
+/// interpreter's lock, which is released while it waits.
+class PromptReader {
+public:
+    using InputRequester = nmutil::prompt::InputRequester;
+
+    struct Hooks {
+        /// Called each time before the wait: shows what was printed and announces the prompt.
+        std::function<void()> beforeWait;
+        /// Runs a request inside the waiting code.
+        std::function<void(std::unique_ptr<QueuedRequest>)> run;
+    };
+
+    PromptReader(RequestQueue& queue, Hooks hooks) : queue_(queue), hooks_(std::move(hooks)) {}
+
+    InputRequester current() const { return current_.load(std::memory_order_acquire); }
+    /// Whether what a client sends is typed input and not code.
+    bool isReadingCharacters() const;
+
+    /// Shows another prompt, and returns the one shown before.
+    InputRequester show(InputRequester prompt) { return current_.exchange(prompt); }
+
+    ReadResult readLine(InputRequester prompt, std::u16string& line);
+    ReadResult readKey();
+
+    /// Types one code unit ahead.  Throws: std::length_error, when a mebi of units is waiting already.
+    void type(char16_t unit);
+    /// Takes what is typed ahead.
+    std::u16string takeTypeAhead() { return std::exchange(typed_, {}); }
+
+private:
+    ReadResult waitUntil(InputRequester prompt, const std::function<bool()>& isSatisfied);
+    bool hasLine() const;
+
+    RequestQueue& queue_;
+    const Hooks hooks_;
+    std::atomic<InputRequester> current_{nmutil::prompt::BASE_PROMPT};
+    std::u16string typed_;
+};
+
+}  // namespace standalone

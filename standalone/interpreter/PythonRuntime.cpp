@@ -1,0 +1,100 @@
+#define PY_SSIZE_T_CLEAN
+#include "interpreter/PythonRuntime.h"
+
+#include <stdexcept>
+#include <string>
+
+#include <Python.h>
+
+#include "foundation/log/diagnostic_logger.h"
+#include "interpreter/HostModule.h"
+#include "interpreter/InterpreterServices.h"
+#include "interpreter/pythonSources.h"
+
+namespace standalone {
+
+namespace {
+
+void check(const PyStatus& status, PyConfig& config) {
+    if (PyStatus_Exception(status) == 0) return;
+    PyConfig_Clear(&config);
+    throw std::runtime_error(std::string("CPython cannot be started: ") +
+                             (status.err_msg != nullptr ? status.err_msg : "unknown error"));
+}
+
+void initialise() {
+    PyConfig config;
+    PyConfig_InitPythonConfig(&config);
+    config.parse_argv = 0;
+    config.install_signal_handlers = 1;
+    config.buffered_stdio = 1;
+    // The embedded CPython finds its library beside its own program, whatever python3 comes first on the
+    // PATH.
+    check(PyConfig_SetBytesString(&config, &config.program_name, NUMORA_PYTHON_PROGRAM), config);
+    check(PyConfig_SetBytesString(&config, &config.executable, NUMORA_PYTHON_PROGRAM), config);
+    check(Py_InitializeFromConfig(&config), config);
+    PyConfig_Clear(&config);
+}
+
+std::runtime_error pythonFailure(const std::string& what) {
+    PyErr_Print();  // to the standard error that the process still has
+    return std::runtime_error(what);
+}
+
+// Makes a module of source text that is part of the program. Borrowed.
+PyObject* addModule(const char* name, const char* source) {
+    const std::string fileName = "<" + std::string(name) + ">";
+    PyObject* code = Py_CompileString(source, fileName.c_str(), Py_file_input);
+    PyObject* module = code != nullptr ? PyImport_ExecCodeModule(name, code) : nullptr;
+    Py_XDECREF(code);
+    if (module == nullptr)
+        throw pythonFailure(std::string("The Python module ") + name + " cannot be loaded.");
+    Py_DECREF(module);  // sys.modules holds it
+    return module;
+}
+
+void callMethod(PyObject* module, const char* name) {
+    PyObject* result = PyObject_CallMethod(module, name, nullptr);
+    if (result == nullptr) throw pythonFailure(std::string("The Python function ") + name + " failed.");
+    Py_DECREF(result);
+}
+
+}  // namespace
+
+PythonRuntime::PythonRuntime(InterpreterServices& services) {
+    hostmodule::registerModule();
+    initialise();
+    hostmodule::bind(&services);
+    addModule("numora", pythonsource::numora);
+    runtimeModule_ = addModule("_numora_runtime", pythonsource::runtime);
+    callMethod(runtimeModule_, "start");
+    PyRun_SimpleString("import sys\nsys.argv = ['']\nsys.path.insert(0, '')\ndel sys");
+}
+
+PythonRuntime::~PythonRuntime() {
+    bool mayFinalize = false;
+    PyObject* ended = PyObject_CallMethod(runtimeModule_, "wait_for_threads", "d", 2.0);
+    if (ended != nullptr) mayFinalize = PyObject_IsTrue(ended) == 1;
+    Py_XDECREF(ended);
+    PyErr_Clear();
+    if (mayFinalize) {
+        hostmodule::bind(nullptr);
+        Py_FinalizeEx();
+    } else {
+        foundation::log::DiagnosticLogger("standalone::python")
+            .warning("Threads of Python code are still running at the end.");
+        PyObject* done = PyObject_CallMethod(runtimeModule_, "run_exit_handlers", nullptr);
+        Py_XDECREF(done);
+        PyErr_Clear();
+        hostmodule::bind(nullptr);
+        PyEval_SaveThread();
+    }
+}
+
+void PythonRuntime::setWindow(unsigned long long columns, unsigned long long rows) {
+    PyObject* result = PyObject_CallMethod(runtimeModule_, "set_window", "KK", columns, rows);
+    Py_XDECREF(result);
+    PyErr_Clear();
+}
+
+}  // namespace standalone

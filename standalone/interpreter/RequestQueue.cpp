@@ -1,0 +1,213 @@
+#include "interpreter/RequestQueue.h"
+
+#include <algorithm>
+#include <exception>
+#include <utility>
+
+#include "foundation/log/diagnostic_logger.h"
+
+namespace standalone {
+
+namespace {
+
+using cmddistributor::RuntimeException;
+using cmddistributor::WhenToDequeue;
+using namespace nmutil::prompt;  // the prompt values
+
+bool isDebugPrompt(InputRequester prompt) {
+    return prompt == DEBUG_PROMPT || prompt == KINETRIX_DEBUG_PROMPT || prompt == DISCRETIX_DEBUG_PROMPT ||
+           prompt == ZF_ENL_DEBUG_PROMPT;
+}
+
+bool isBasePrompt(InputRequester prompt) {
+    return prompt == BASE_PROMPT || prompt == INCOMPLETE_BLOCK_PROMPT || prompt == MORE_PROMPT;
+}
+
+bool mayRun(WhenToDequeue when, InputRequester prompt) {
+    switch (when) {
+        case WhenToDequeue::Default:
+        case WhenToDequeue::Idle:
+            return isBasePrompt(prompt);
+        case WhenToDequeue::Ppe:
+            return true;
+        case WhenToDequeue::Pause:
+            return isBasePrompt(prompt) || prompt == PAUSE_PROMPT;
+        case WhenToDequeue::Prompt:
+            return prompt != NO_PROMPT;
+        case WhenToDequeue::NonDebugPrompt:
+            return prompt != NO_PROMPT && !isDebugPrompt(prompt);
+        case WhenToDequeue::DebugPrompt:
+            return isDebugPrompt(prompt);
+    }
+    return false;
+}
+
+}  // namespace
+
+RequestQueue::RequestQueue(std::function<void()> interruptRunning, std::size_t capacity)
+    : interruptRunning_(std::move(interruptRunning)), capacity_(capacity) {}
+
+void RequestQueue::enqueue(IDType id, std::shared_ptr<cmddistributor::CmdRequest> request,
+                           cmddistributor::RunOptions options,
+                           std::shared_ptr<cmddistributor::PromiseDelegate> delegate) {
+    auto queued = std::make_unique<QueuedRequest>(
+        QueuedRequest{id, std::move(request), std::move(options), std::move(delegate)});
+    connector::MutexLock lock(mutex_);
+    if (isStopped_) {
+        throw RuntimeException(nmutil::cmddistributor::EXECUTION_CANCELLED, "NUMORA:queue:stopped",
+                               u"The interpreter has stopped.");
+    }
+    if (entries_.size() >= capacity_) {
+        throw RuntimeException(nmutil::cmddistributor::EXECUTION_ERROR, "NUMORA:queue:full",
+                               u"Too many requests are waiting for the interpreter.");
+    }
+    entries_.push_back(Entry{std::move(queued), {}});
+}
+
+void RequestQueue::setReadyToExecute(IDType id) {
+    {
+        connector::MutexLock lock(mutex_);
+        const auto entry = findLocked(id);
+        if (entry == entries_.end()) return;
+        entry->request->isReady = true;
+    }
+    changed_.notify_one();
+}
+
+void RequestQueue::addContinuation(IDType id, std::function<void()> continuation) {
+    {
+        connector::MutexLock lock(mutex_);
+        if (const auto entry = findLocked(id); entry != entries_.end()) {
+            entry->continuations.push_back(std::move(continuation));
+            return;
+        }
+        if (const auto running = findRunningLocked(id); running != running_.end()) {
+            running->continuations.push_back(std::move(continuation));
+            return;
+        }
+    }
+    continuation();
+}
+
+zvm::TaskReference::CancelStatus RequestQueue::cancel(IDType id, bool interruptIfRunning) {
+    using zvm::TaskReference;
+    Entry entry;
+    {
+        connector::MutexLock lock(mutex_);
+        if (const auto found = findLocked(id); found != entries_.end()) {
+            entry = std::move(*found);
+            entries_.erase(found);
+        } else if (findRunningLocked(id) == running_.end()) {
+            return TaskReference::CancelStatus::NotFound;
+        }
+    }
+    if (entry.request) {
+        endCancelled(entry);
+        return TaskReference::CancelStatus::Cancelled;
+    }
+    if (interruptIfRunning) interruptRunning_();
+    return TaskReference::CancelStatus::AlreadyStarted;
+}
+
+std::unique_ptr<QueuedRequest> RequestQueue::tryTake(InputRequester prompt) {
+    connector::MutexLock lock(mutex_);
+    return takeLocked(prompt);
+}
+
+std::unique_ptr<QueuedRequest> RequestQueue::take(InputRequester prompt) {
+    connector::MutexLock lock(mutex_);
+    for (;;) {
+        if (isStopped_ || std::exchange(isNudged_, false)) return nullptr;
+        if (auto request = takeLocked(prompt)) return request;
+        changed_.wait(lock.native());
+    }
+}
+
+void RequestQueue::finish(const QueuedRequest& request, const cmddistributor::IIPResult& result) {
+    Continuations continuations;
+    {
+        connector::MutexLock lock(mutex_);
+        if (const auto running = findRunningLocked(request.id); running != running_.end()) {
+            continuations = std::move(running->continuations);
+            running_.erase(running);
+        }
+    }
+    end(request, continuations, result);
+}
+
+void RequestQueue::nudge() {
+    {
+        connector::MutexLock lock(mutex_);
+        isNudged_ = true;
+    }
+    changed_.notify_one();
+}
+
+void RequestQueue::stop() {
+    std::deque<Entry> entries;
+    {
+        connector::MutexLock lock(mutex_);
+        isStopped_ = true;
+        entries.swap(entries_);
+    }
+    changed_.notify_one();
+    for (Entry& entry : entries) endCancelled(entry);
+}
+
+bool RequestQueue::isStopped() const {
+    connector::MutexLock lock(mutex_);
+    return isStopped_;
+}
+
+std::unique_ptr<QueuedRequest> RequestQueue::takeLocked(InputRequester prompt) {
+    const auto isEligible = [prompt](const Entry& entry) {
+        return entry.request->isReady && mayRun(entry.request->options.whenToDequeue(), prompt);
+    };
+    const auto isIdle = [](const Entry& entry) {
+        return entry.request->options.whenToDequeue() == WhenToDequeue::Idle;
+    };
+    auto found = std::find_if(entries_.begin(), entries_.end(),
+                              [&](const Entry& entry) { return isEligible(entry) && !isIdle(entry); });
+    if (found == entries_.end()) found = std::find_if(entries_.begin(), entries_.end(), isEligible);
+    if (found == entries_.end()) return nullptr;
+    // Work for idle times waits until nothing else is queued, ready or not.
+    if (isIdle(*found) && !std::all_of(entries_.begin(), entries_.end(), isIdle)) return nullptr;
+
+    running_.push_back(Running{found->request->id, std::move(found->continuations)});
+    auto request = std::move(found->request);
+    entries_.erase(found);
+    return request;
+}
+
+std::deque<RequestQueue::Entry>::iterator RequestQueue::findLocked(IDType id) {
+    return std::find_if(entries_.begin(), entries_.end(),
+                        [id](const Entry& entry) { return entry.request->id == id; });
+}
+
+std::vector<RequestQueue::Running>::iterator RequestQueue::findRunningLocked(IDType id) {
+    return std::find_if(running_.begin(), running_.end(),
+                        [id](const Running& running) { return running.id == id; });
+}
+
+void RequestQueue::end(const QueuedRequest& request, Continuations& continuations,
+                       const cmddistributor::IIPResult& result) {
+    if (request.delegate) request.delegate->complete(result);
+    for (const auto& continuation : continuations) {
+        try {
+            continuation();
+        } catch (const std::exception& error) {
+            foundation::log::DiagnosticLogger("standalone::queue")
+                .error("A continuation of a finished request failed: " + std::string(error.what()));
+        }
+    }
+}
+
+void RequestQueue::endCancelled(Entry& entry) {
+    end(*entry.request, entry.continuations,
+        cmddistributor::IIPResult(
+            entry.request->id,
+            RuntimeException(nmutil::cmddistributor::EXECUTION_CANCELLED, "NUMORA:queue:cancelled",
+                             u"Request was cancelled before starting.")));
+}
+
+}  // namespace standalone

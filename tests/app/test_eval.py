@@ -1,0 +1,109 @@
+"""`numora eval`, from outside."""
+
+import json
+import os
+import signal
+import subprocess
+import unittest
+
+NUMORA = os.environ["NUMORA"]
+
+
+def run(*arguments, stdin=b""):
+    """Runs numora; returns (exit status, standard output, standard error)."""
+    done = subprocess.run([NUMORA, *arguments], input=stdin, capture_output=True, timeout=60)
+    return done.returncode, done.stdout.decode(), done.stderr.decode()
+
+
+class EvalTest(unittest.TestCase):
+    def test_successful_code_prints_to_standard_output_only(self):
+        rows = {
+            "expression": (["1 + 1"], "2\n"),
+            "print and text beyond the basic plane": (["print('grüße 😀')"], "grüße 😀\n"),
+            "one interpreter for all": (["x = 20", "def f(y):\n    return x + y", "f(1)"], "21\n"),
+            "brackets are no list of codes": (["[1, 2]", "{}"], "[1, 2]\n{}\n"),
+            "the name of a command is code": (["console = 3", "console"], "3\n"),
+            "code that begins with a dash": (["--", "-4"], "-4\n"),
+            "standard input between other code": (["y = 5", "-", "y"], "6\n"),
+            "output of a child process": (["import os", "_ = os.system('echo child')"], "child\n"),
+            "window size": (["--width", "41", "--height", "7", "import shutil; tuple(shutil.get_terminal_size())"],
+                            "(41, 7)\n"),
+        }
+        for name, (arguments, expected) in rows.items():
+            with self.subTest(name):
+                self.assertEqual(run("eval", *arguments, stdin=b"y += 1"), (0, expected, ""))
+
+    def test_failed_code_prints_to_standard_error_and_the_rest_still_runs(self):
+        status, out, err = run("eval", "print('before'); 1 / 0", "print('after')")
+        self.assertEqual((status, out), (1, "after\n"))
+        self.assertTrue(err.startswith("before\nTraceback"), err)
+        self.assertTrue(err.endswith("ZeroDivisionError: division by zero\n"), err)
+
+    def test_json_is_one_line_for_each_response(self):
+        status, out, err = run("eval", "--json", "print('a\\n\\x01\\u2028')", "oops")
+        self.assertEqual((status, err, out.count("\n")), (1, "", 2))
+        first, second = map(json.loads, out.rstrip("\n").split("\n"))
+        self.assertEqual(first.pop("uuid").count("-"), 4)
+        self.assertEqual(first, {"responseStr": "a\n\x01\u2028\n", "promptType": 0, "isError": False,
+                                 "clearCommandWindow": False, "messageFaults": []})
+        self.assertTrue(second["isError"])
+        self.assertIn("NameError", second["responseStr"])
+
+    def test_wrong_usage_and_bad_input_end_with_status_2(self):
+        rows = {
+            "no command": ([], b"", "numora: "),
+            "no code": (["eval"], b"", "CODE"),
+            "timeout of no whole seconds": (["eval", "--timeout", "1.5", "1"], b"", "--timeout"),
+            "unknown level": (["--log-level", "loud", "eval", "1"], b"", "--log-level"),
+            "argument": (["eval", "1", b"ab\xff"], b"", "numora: CODE number 2 is not valid UTF-8: wrong byte at offset 2\n"),
+            "surrogate": (["eval", "-"], b"'\xed\xa0\x80'", "numora: standard input is not valid UTF-8: wrong byte at offset 1\n"),
+            "cut sequence": (["eval", "-"], "aä".encode()[:-1], "at offset 1\n"),
+            "standard input twice": (["eval", "-", "-"], b"1", "only once"),
+        }
+        for name, (arguments, stdin, message) in rows.items():
+            with self.subTest(name):
+                status, out, err = run(*arguments, stdin=stdin)
+                self.assertEqual((status, out), (2, ""), err)
+                self.assertIn(message, err)
+
+    def test_code_that_waits_for_input_is_typed_the_next_code(self):
+        rows = {
+            "input": (["n = input('Name? ')", "Ada", "print('Hello', n)"], (0, "Name? Hello Ada\n", "")),
+            "twice": (["a = input('1? '); b = input('2? ')", "x", "y\n", "a + b"], (0, "1? 2? 'xy'\n", "")),
+            "pause": (["import numora; numora.pause()", "", "3"], (0, "3\n", "")),
+            "no more code": (["input('Name? ')"], (1, "Name? ", "numora: the code still waits for input\n")),
+            "open block": (["for i in (1, 2):"],
+                           (1, "", "numora: the code ends inside an open block and was not run\n")),
+        }
+        for name, (codes, expected) in rows.items():
+            with self.subTest(name):
+                self.assertEqual(run("eval", *codes), expected)
+
+    def test_timeout_is_reported_and_the_interpreter_goes_on(self):
+        notice = ("NUMORA operation interrupted. Operation(s) taking longer than 1 seconds are not supported for this "
+                  "product offering.\nnumora: Request.Timeout: Eval timed out after 1000 milliseconds\n")
+        self.assertEqual(run("eval", "--timeout", "1", "while True: pass", "6 * 7"), (1, "42\n", notice))
+
+    def test_interrupt_signal_ends_the_running_code_only(self):
+        read, write = os.pipe()
+        code = "import os\nos.write(%d, b'x')\nwhile True: pass" % write
+        with subprocess.Popen([NUMORA, "eval", code, "7"], stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+                              pass_fds=[write]) as process:
+            os.close(write)
+            self.assertEqual(os.read(read, 1), b"x")
+            process.send_signal(signal.SIGINT)
+            out, err = process.communicate(timeout=60)
+        os.close(read)
+        self.assertEqual((process.returncode, out), (1, b"7\n"), err)
+        self.assertTrue(err.endswith(b"KeyboardInterrupt\n"), err)
+
+    def test_closed_pipe_ends_quietly(self):
+        read, write = os.pipe()
+        os.close(read)
+        done = subprocess.run([NUMORA, "eval", "1", "2"], stdout=write, stderr=subprocess.PIPE, timeout=60)
+        os.close(write)
+        self.assertEqual((done.returncode, done.stderr), (1, b""))
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,95 @@
+#pragma once
+
+#include <condition_variable>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <thread>
+#include <vector>
+
+#include "cmddistributor/CmdDistributor.h"
+#include "connector/ThreadSafety.h"
+
+namespace fake {
+
+/// A request queue that a test runs by hand on a thread of its choice, or leaves to a worker thread.
+///
+/// A request runs as the host interface says: through the plug-in registered for it, from `pre` to the
+/// continuations.
+///
+/// Threads: every operation from any thread. Requests run on one thread at a time; running ones may run
+/// others.
+class FakeCmdDistributor : public cmddistributor::CmdDistributor {
+public:
+    using IDType = foundation::msg_svc::exchange::IDType;
+    using CancelStatus = zvm::TaskReference::CancelStatus;
+
+    struct Entry {
+        IDType id;
+        std::shared_ptr<cmddistributor::CmdRequest> request;
+        cmddistributor::RunOptions options;
+        std::shared_ptr<cmddistributor::PromiseDelegate> delegate;
+        bool isReady = false;
+        std::vector<std::function<void()>> continuations;
+    };
+
+    /// Shows the error text of a failed request that has no callback for it.
+    using ShowError = std::function<void(const cmddistributor::RuntimeException&)>;
+    explicit FakeCmdDistributor(ShowError showError) : showError_(std::move(showError)) {}
+    ~FakeCmdDistributor() override { stopWorker(); }
+
+    void enqueue(IDType id, std::shared_ptr<cmddistributor::CmdRequest> request,
+                 cmddistributor::RunOptions options,
+                 std::shared_ptr<cmddistributor::PromiseDelegate> delegate) override EXCLUDES(mutex_);
+    void setReadyToExecute(IDType id) override EXCLUDES(mutex_);
+    void addContinuation(IDType id, std::function<void()> continuation) override EXCLUDES(mutex_);
+    CancelStatus cancel(IDType id, bool interruptIfRunning) override EXCLUDES(mutex_);
+
+    /// Makes `enqueue` throw from now on; nothing is queued then.
+    void refuse(cmddistributor::RuntimeException reason) EXCLUDES(mutex_);
+
+    /// Runs the oldest request that is ready, of those with the dequeue value `when` if one is given, on the
+    /// calling thread. False when there is none.
+    bool runNext(std::optional<cmddistributor::WhenToDequeue> when = {}) EXCLUDES(mutex_);
+    /// Runs requests until none is ready.
+    void runAll() {
+        while (runNext()) {
+        }
+    }
+
+    /// Has a thread of its own run requests as they become ready, until `stopWorker`, which waits for it.
+    void startWorker();
+    void stopWorker() EXCLUDES(mutex_);
+
+    /// What was enqueued so far, whether it has run or not. Only the first four fields are kept up to date.
+    std::vector<Entry> enqueued() const EXCLUDES(mutex_);
+    /// The request that is running, the innermost one; null when there is none. For the running code alone.
+    cmddistributor::CmdRequest* runningRequest() const { return running_; }
+    /// Called when a running request is cancelled with its interruption wanted.
+    std::function<void()> onInterrupt;
+
+private:
+    using EntryPtr = std::shared_ptr<Entry>;
+
+    EntryPtr findLocked(const std::vector<EntryPtr>& entries, IDType id) const REQUIRES(mutex_);
+    EntryPtr takeReadyLocked(std::optional<cmddistributor::WhenToDequeue> when) REQUIRES(mutex_);
+    void runWorker() EXCLUDES(mutex_);
+    void run(const EntryPtr& entry) EXCLUDES(mutex_);
+    std::unique_ptr<cmddistributor::IIPResult> resultOf(const Entry& entry);
+    std::unique_ptr<cmddistributor::IIPResult> resultOfPlugin(const Entry& entry);
+    void show(const Entry& entry, const cmddistributor::RuntimeException& error);
+    void finish(const EntryPtr& entry, const cmddistributor::IIPResult& result) EXCLUDES(mutex_);
+
+    const ShowError showError_;
+    mutable connector::Mutex mutex_;
+    std::condition_variable changed_;
+    std::vector<EntryPtr> all_ GUARDED_BY(mutex_);
+    std::vector<EntryPtr> waiting_ GUARDED_BY(mutex_);
+    std::vector<EntryPtr> started_ GUARDED_BY(mutex_);
+    std::optional<cmddistributor::RuntimeException> refusal_ GUARDED_BY(mutex_);
+    bool isStopping_ GUARDED_BY(mutex_) = false;
+    cmddistributor::CmdRequest* running_ = nullptr;
+    std::thread worker_;
+};
+
+}  // namespace fake

@@ -1,0 +1,130 @@
+#include <atomic>
+#include <barrier>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "connector/Promise.h"
+#include "thrownText.h"
+
+namespace {
+
+using connector::Future;
+using connector::Promise;
+
+constexpr int kRounds = 500;
+
+/// Starts all of `actions` at the same time and joins them.
+void race(std::vector<std::function<void()>> actions) {
+    std::barrier start(static_cast<std::ptrdiff_t>(actions.size()));
+    std::vector<std::jthread> threads;
+    threads.reserve(actions.size());
+    for (auto& action : actions) {
+        threads.emplace_back([&start, action = std::move(action)] {
+            start.arrive_and_wait();
+            action();
+        });
+    }
+}
+
+using Channel = std::optional<Promise<std::string>>;
+
+struct RaceCase {
+    std::string name;
+    std::function<void(Channel&, Future<std::string>&)> action;
+};
+
+class FutureRaceTest : public testing::TestWithParam<RaceCase> {};
+
+const std::string kDropped = "Promise destroyed before it provided a value.";
+
+// Against each rival: one get, one plain wait on the state and one polling reader. All must end, and agree.
+TEST_P(FutureRaceTest, everyWaiterSeesTheOneOutcome) {
+    for (int round = 0; round < kRounds; ++round) {
+        Channel promise(std::in_place);
+        auto future = promise->getFuture();
+        const auto state = future.getState();
+        std::string value;
+        std::string error;
+        race({[&] { error = thrownText([&] { value = future.get(); }); },
+              [&] {
+                  connector::MutexLock lock(state->mutex);
+                  while (state->status == connector::detail::FutureStatus::Pending)
+                      state->condition.wait(lock.native());
+              },
+              [&] {
+                  while (!future.isReady()) std::this_thread::yield();
+              },
+              [&] { GetParam().action(promise, future); }, [&] { future.cancel(); }});
+        const auto status = state->status.load();
+        using enum connector::detail::FutureStatus;
+        EXPECT_EQ(value, status == Value ? "value" : "");
+        EXPECT_EQ(error, status == Value   ? "nothing thrown"
+                         : status == Error ? kDropped
+                                           : "Future has been cancelled.");
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Cancel, FutureRaceTest,
+                         testing::Values(RaceCase{"SetValue",
+                                                  [](auto& promise, auto&) { promise->setValue("value"); }},
+                                         RaceCase{"Destroy", [](auto& promise, auto&) { promise.reset(); }},
+                                         RaceCase{"SetValueAndDestroy",
+                                                  [](auto& promise, auto&) {
+                                                      promise->setValue("value");
+                                                      promise.reset();
+                                                  }}),
+                         [](const auto& info) { return info.param.name; });
+
+TEST(FutureRaceTest, ofManyProducersAndManyConsumersOneOfEachWins) {
+    for (int round = 0; round < kRounds; ++round) {
+        Promise<int> promise;
+        auto future = promise.getFuture();
+        std::atomic<int> set = 0;
+        std::atomic<int> got = 0;
+        const auto produce = [&] {
+            if (thrownText([&] { promise.setValue(1); }) == "nothing thrown") ++set;
+        };
+        const auto consume = [&] {
+            if (thrownText([&] { future.get(); }) == "nothing thrown") ++got;
+        };
+        race({produce, produce, produce, consume, consume});
+        EXPECT_EQ(set, 1);
+        EXPECT_EQ(got, 1);
+    }
+}
+
+TEST(FutureRaceTest, aContinuationRunsOnceWheneverItIsAttached) {
+    for (int round = 0; round < kRounds; ++round) {
+        Promise<int> promise;
+        auto future = promise.getFuture();
+        std::atomic<int> calls = 0;
+        race({[&] { promise.setValue(1); },
+              [&] { future.then([&](Future<int> ready) { calls += ready.get(); }); },
+              [&] { future.wait(); }});
+        EXPECT_EQ(calls, 1);
+    }
+}
+
+// The consumer tears everything down as soon as it has the value, while setValue is still on its way out.
+TEST(FutureRaceTest, theWokenConsumerMayDestroyThePromise) {
+    for (int round = 0; round < kRounds; ++round) {
+        auto promise = std::make_unique<Promise<int>>();
+        auto* const producer = promise.get();
+        std::optional future = promise->getFuture();
+        race({[&] {
+                  EXPECT_EQ(future->get(), 1);
+                  future.reset();
+                  promise.reset();
+              },
+              [&] { producer->setValue(1); }});
+    }
+}
+
+}  // namespace

@@ -1,0 +1,136 @@
+#include <memory>
+#include <string>
+#include <typeinfo>
+#include <utility>
+
+#include <gtest/gtest.h>
+
+#include "connector/MessageAPI.h"
+#include "connector/ServiceProviderAPI.h"
+#include "thrownText.h"
+
+namespace {
+
+using connector::Message;
+using Answer = connector::Future<std::unique_ptr<Message>>;
+
+// In this order the provider sees its message classes incomplete, and they see it incomplete.
+class Oracle;
+
+struct Ask : connector::MessageAPI<Ask, Oracle> {
+    explicit Ask(int* destroyed = nullptr) : destroyedCount(destroyed) {}
+    ~Ask() override {
+        if (destroyedCount) ++*destroyedCount;
+    }
+    int* destroyedCount;
+};
+
+struct Decline;
+
+class Oracle : public connector::ServiceProviderAPI<Oracle>, public std::enable_shared_from_this<Oracle> {
+public:
+    using connector::ServiceProviderAPI<Oracle>::handle;
+    virtual Answer handle(std::unique_ptr<Ask>&& ask) = 0;
+    virtual Answer handle(std::unique_ptr<Decline>&& decline) = 0;
+};
+
+struct Decline : connector::MessageAPI<Decline, Oracle> {};
+struct Reply : Message {};
+struct Tally;
+struct TallyProvider : connector::ServiceProviderAPI<TallyProvider>,
+                       std::enable_shared_from_this<TallyProvider> {
+    using connector::ServiceProviderAPI<TallyProvider>::handle;
+    virtual Answer handle(std::unique_ptr<Tally>&& tally) = 0;
+};
+struct Tally : connector::MessageAPI<Tally, TallyProvider> {};
+
+/// Keeps what it is asked and answers; leaves a Decline with the frame.
+class Delphi : public Oracle {
+public:
+    using Oracle::handle;
+    Answer handle(std::unique_ptr<Ask>&& ask) override {
+        asked = std::move(ask);
+        referencesDuringCall = weak_from_this().use_count();
+        return connector::makeReadyFuture<std::unique_ptr<Message>>(std::make_unique<Reply>());
+    }
+    Answer handle(std::unique_ptr<Decline>&&) override {
+        ++declined;
+        return connector::makeReadyFuture<std::unique_ptr<Message>>(nullptr);
+    }
+
+    std::unique_ptr<Ask> asked;
+    long referencesDuringCall = 0;
+    int declined = 0;
+};
+
+class ServiceFrameTest : public testing::Test {
+protected:
+    ServiceFrameTest() { provider_->start(); }
+
+    static std::string expectedText(const std::type_info& expected, const std::type_info& found) {
+        return std::string("Incorrect message type. Expected: ") + expected.name() + " but found " +
+               found.name();
+    }
+
+    std::shared_ptr<Delphi> provider_ = std::make_shared<Delphi>();
+    connector::ServiceProvider& service_ = *provider_;
+};
+
+TEST_F(ServiceFrameTest, deliversToTheTypedOperationAndReturnsItsFuture) {
+    auto ask = std::make_unique<Ask>();
+    const auto* const sent = ask.get();
+    std::unique_ptr<Message> message = std::move(ask);
+    const auto answer = service_.handle(std::move(message)).get();
+    EXPECT_NE(dynamic_cast<Reply*>(answer.get()), nullptr);
+    EXPECT_EQ(provider_->asked.get(), sent);
+    EXPECT_EQ(message, nullptr);
+    EXPECT_EQ(provider_->referencesDuringCall, 2);
+    EXPECT_EQ(provider_.use_count(), 1);
+}
+
+TEST_F(ServiceFrameTest, destroysAMessageThatTheProviderDoesNotTake) {
+    struct Counted : Decline {
+        explicit Counted(int& count) : destroyed(count) {}
+        ~Counted() override { ++destroyed; }
+        int& destroyed;
+    };
+    int destroyed = 0;
+    EXPECT_EQ(service_.handle(std::make_unique<Counted>(destroyed)).get(), nullptr);
+    EXPECT_EQ(provider_->declined, 1);
+    EXPECT_EQ(destroyed, 1);
+}
+
+TEST_F(ServiceFrameTest, aStoppedProviderRefusesWithoutLookingAtTheMessage) {
+    const std::string stopped = "Service exists but is not running.";
+    provider_->stop();
+    std::unique_ptr<Message> right = std::make_unique<Ask>();
+    EXPECT_EQ(thrownText([&] { service_.handle(std::move(right)).get(); }), stopped);
+    EXPECT_NE(right, nullptr);
+    EXPECT_EQ(thrownText([&] { service_.handle(nullptr).get(); }), stopped);
+}
+
+TEST_F(ServiceFrameTest, refusesMessagesThatAreNotForThisKindOfProvider) {
+    const auto& expected = typeid(connector::ServiceMessage<Oracle>);
+    const auto refusal = [this](std::unique_ptr<Message> message) {
+        return thrownText([&] { service_.handle(std::move(message)).get(); });
+    };
+    EXPECT_EQ(refusal(std::make_unique<Tally>()), expectedText(expected, typeid(Tally)));
+    EXPECT_EQ(refusal(std::make_unique<Reply>()), expectedText(expected, typeid(Reply)));
+    EXPECT_EQ(refusal(nullptr), expectedText(expected, typeid(std::nullptr_t)));
+}
+
+TEST_F(ServiceFrameTest, refusesDeliveryThroughAPointerToAnotherObject) {
+    Ask ask;
+    const auto refusal = [&](std::unique_ptr<Message> holder) {
+        auto text = thrownText([&] { ask.deliver(std::move(holder), provider_).get(); });
+        EXPECT_EQ(holder == nullptr, text.ends_with(typeid(std::nullptr_t).name()));
+        return text;
+    };
+    const std::string start = "Unable to deliver to service. ";
+    EXPECT_EQ(refusal(std::make_unique<Ask>()), start + expectedText(typeid(Ask), typeid(Ask)));
+    EXPECT_EQ(refusal(std::make_unique<Reply>()), start + expectedText(typeid(Ask), typeid(Reply)));
+    EXPECT_EQ(refusal(nullptr), start + expectedText(typeid(Ask), typeid(std::nullptr_t)));
+    EXPECT_EQ(provider_->asked, nullptr);
+}
+
+}  // namespace

@@ -1,0 +1,140 @@
+#include <random>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "connector/interpreter/ConnectorCmdWinBuffer.h"
+
+namespace connector::interpreter {
+namespace {
+
+void write(ConnectorCmdWinBuffer& buffer, const std::u16string& text) {
+    const auto size = static_cast<std::streamsize>(text.size());
+    EXPECT_EQ(buffer.sputn(text.data(), size), size);
+}
+
+std::u16string randomText(std::minstd_rand& random, std::u16string_view alphabet, std::size_t maxSize) {
+    std::u16string text(random() % (maxSize + 1), u' ');
+    for (char16_t& unit : text) unit = alphabet[random() % alphabet.size()];
+    return text;
+}
+
+struct RingCase {
+    std::string name;
+    std::vector<std::u16string> pieces;
+    std::u16string kept;
+    bool truncated;
+};
+class ConnectorCmdWinBufferRingTest : public testing::TestWithParam<RingCase> {};
+
+TEST_P(ConnectorCmdWinBufferRingTest, keepsTheNewestFourUnits) {
+    ConnectorCmdWinBuffer buffer(4);
+    for (const auto& piece : GetParam().pieces) write(buffer, piece);
+    EXPECT_EQ(buffer.getString(), GetParam().kept);
+    EXPECT_EQ(buffer.isTruncated(), GetParam().truncated);
+    buffer.clear();
+    EXPECT_EQ(buffer.getString(), u"");
+    EXPECT_FALSE(buffer.isTruncated());
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Pieces, ConnectorCmdWinBufferRingTest,
+    testing::Values(
+        RingCase{.name = "FillsExactly", .pieces = {u"ab", u"", u"cd"}, .kept = u"abcd", .truncated = false},
+        RingCase{.name = "WrapsFromTheEnd", .pieces = {u"abcd", u"e"}, .kept = u"bcde", .truncated = true},
+        RingCase{.name = "WrapsAcross", .pieces = {u"abc", u"de", u"f"}, .kept = u"cdef", .truncated = true},
+        RingCase{
+            .name = "FillsWrapped", .pieces = {u"abc", u"de", u"fgh"}, .kept = u"efgh", .truncated = true},
+        RingCase{.name = "WrapsTwice",
+                 .pieces = {u"abc", u"de", u"fgh", u"i"},
+                 .kept = u"fghi",
+                 .truncated = true},
+        RingCase{.name = "AllAtOnce", .pieces = {u"a", u"bcde"}, .kept = u"bcde", .truncated = true},
+        RingCase{.name = "TooMuch", .pieces = {u"abc", u"de", u"fghijk"}, .kept = u"hijk", .truncated = true},
+        RingCase{
+            .name = "GoesOnAfterTooMuch", .pieces = {u"abcdef", u"g"}, .kept = u"defg", .truncated = true}),
+    [](const auto& info) { return info.param.name; });
+
+TEST(ConnectorCmdWinBufferTest, holdsTheNewest44000UnitsOfOneWriteUnlessToldOtherwise) {
+    ConnectorCmdWinBuffer buffer;
+    write(buffer, u"x" + std::u16string(43999, u'-') + u"y");
+    EXPECT_EQ(buffer.getString(), std::u16string(43999, u'-') + u"y");
+    EXPECT_TRUE(buffer.isTruncated());
+}
+
+TEST(ConnectorCmdWinBufferTest, keepsTheSuffixOfWhateverIsWrittenInPiecesAndUnits) {
+    std::minstd_rand random(1);
+    for (std::size_t size : {1U, 2U, 7U}) {
+        ConnectorCmdWinBuffer buffer(size);
+        std::u16string all;
+        for (int i = 0; i < 300; ++i) {
+            const std::u16string piece = randomText(random, u"abc\xFFFF", size + 2);
+            if (piece.size() == 1) {
+                buffer.sputc(piece[0]);
+            } else {
+                write(buffer, piece);
+            }
+            all += piece;
+            ASSERT_EQ(buffer.getString(), all.substr(all.size() - std::min(all.size(), size)))
+                << size << " " << i;
+            ASSERT_EQ(buffer.isTruncated(), all.size() > size);
+        }
+    }
+}
+
+// As it is to be, without regard for time.
+std::u16string withBackspacesErasedInPlace(std::u16string text) {
+    for (std::size_t i = 1; text.size() >= 2 && i + 1 <= text.size(); ++i) {
+        if (text[i] == u'\b') text.erase(i - 1, 2);
+    }
+    return text;
+}
+
+TEST(ConnectorCmdWinBufferTest, carriesOutBackspacesWithoutSteppingBack) {
+    const std::vector<std::pair<std::u16string, std::u16string>> table{
+        {u"ab\b", u"a"},                   // the usual one
+        {u"\b", u"\b"},                    // nothing before it
+        {u"\bab", u"\bab"},                //
+        {u"a\b\b", u"\b"},                 // the second moves to an index that is past
+        {u"abc\b\b\b", u"ab\b\b"},         // so do two
+        {u"abcd\b\b\b\b", u"abc\b"},       // the fourth is looked at, and takes the third
+        {u"a\bc\bd", u"c\bd"},             //
+        {u"a\bcd\be", u"ce"},              //
+        {u"50%\b\b\b60%", u"50\b\b60%"},   // a progress display
+        {u"\xD83D\xDE00\bx", u"\xD83Dx"},  // units, not characters
+    };
+    for (const auto& [written, read] : table) {
+        ConnectorCmdWinBuffer buffer(16);
+        write(buffer, written);
+        EXPECT_EQ(buffer.getString(), read);
+        EXPECT_EQ(withBackspacesErasedInPlace(written), read);
+    }
+    ConnectorCmdWinBuffer wrapped(3);
+    write(wrapped, u"xab");
+    write(wrapped, u"\b");
+    EXPECT_EQ(wrapped.getString(), u"a");
+
+    std::minstd_rand random(2);
+    for (int i = 0; i < 3000; ++i) {
+        ConnectorCmdWinBuffer buffer(64);
+        const std::u16string text = randomText(random, u"ab\b", 40);
+        write(buffer, text);
+        ASSERT_EQ(buffer.getString(), withBackspacesErasedInPlace(text));
+    }
+}
+
+TEST(ConnectorCmdWinBufferTest, givesACopyStorageOfItsOwnOnceItIsCleared) {
+    ConnectorCmdWinBuffer source(4);
+    write(source, u"abcde");
+    ConnectorCmdWinBuffer copy(source);
+    EXPECT_EQ(copy.getString(), u"bcde");
+    EXPECT_TRUE(copy.isTruncated());
+    copy.clear();
+    write(copy, u"xyz");
+    EXPECT_EQ(copy.getString(), u"xyz");
+    EXPECT_EQ(source.getString(), u"bcde");
+}
+
+}  // namespace
+}  // namespace connector::interpreter

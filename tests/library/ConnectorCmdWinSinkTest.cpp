@@ -1,0 +1,289 @@
+#include <functional>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "connector/interpreter/ConnectorCmdWinSink.h"
+#include "fake/FakeHost.h"
+#include "foundation/log/diagnostic_logger.h"
+#include "numora/lang/correction/SuggestionEvent.h"
+#include "shutdown/ShutdownObject.h"
+
+namespace connector::interpreter {
+namespace {
+
+using numora::lang::correction::SuggestionEvent;
+using StatusPromise = std::shared_ptr<Promise<ConnectorExecutionStatuses>>;
+
+struct Sink : ConnectorCmdWinSink {
+    using ConnectorCmdWinSink::errorProcessed;
+    using ConnectorCmdWinSink::resetForTests;
+};
+
+class ConnectorCmdWinSinkTest : public testing::Test {
+protected:
+    ConnectorCmdWinSinkTest() { Sink::resetForTests(); }
+    ~ConnectorCmdWinSinkTest() override { Sink::resetForTests(); }
+
+    Future<ConnectorExecutionStatuses> open(StatusPromise promise = makePromise()) {
+        Sink::preEval(promise);
+        return Future<ConnectorExecutionStatuses>(promise->getState());
+    }
+    static StatusPromise makePromise() { return std::make_shared<Promise<ConnectorExecutionStatuses>>(); }
+    static ConnectorCmdWinSink& sink() { return *Sink::getInstance(false); }
+
+    bool captures() const { return services::io::CmdWinSinkHandle::activeSink(false) != host.window; }
+    void expectIdleAndClean() {
+        EXPECT_FALSE(captures());
+        EXPECT_EQ(host.events->subscriptionCount<SuggestionEvent>(), 0U);
+        auto next = open();
+        Sink::postEval();
+        ASSERT_TRUE(next.isReady());
+        const auto statuses = next.get();
+        EXPECT_EQ(statuses.output, u"");
+        EXPECT_TRUE(statuses.faults.empty());
+        EXPECT_FALSE(statuses.hadReportableError || statuses.ctrlCCalled || statuses.clcCalled ||
+                     statuses.homeCalled);
+        EXPECT_FALSE(captures());
+    }
+
+    fake::FakeHost host;
+};
+
+struct LevelCase {
+    std::string name;
+    std::function<void(fake::FakeHost&, ConnectorCmdWinSink&)> happens;
+    std::u16string output = u"before";
+    bool error = false, ctrlC = false, clc = false, home = false;
+};
+class ConnectorCmdWinSinkLevelTest : public ConnectorCmdWinSinkTest,
+                                     public testing::WithParamInterface<LevelCase> {};
+
+TEST_P(ConnectorCmdWinSinkLevelTest, reportsWhatHappenedOnce) {
+    host.status = nmutil::cmddistributor::EXECUTION_INTERRUPTED;
+    host.blockStatus = 1;
+    host.prompt = nmutil::prompt::DEBUG_PROMPT;
+    auto future = open();
+    EXPECT_TRUE(captures());
+    EXPECT_TRUE(host.interruptEnabled);
+    host.print(u"before");
+    GetParam().happens(host, sink());
+    EXPECT_FALSE(future.isReady());
+    Sink::postEval();
+    ASSERT_TRUE(future.isReady());
+    const auto statuses = future.get();
+    EXPECT_EQ(statuses.executionStatus, nmutil::cmddistributor::EXECUTION_INTERRUPTED);
+    EXPECT_EQ(statuses.codeBlockStatus, 1);
+    EXPECT_EQ(statuses.inputRequester, nmutil::prompt::DEBUG_PROMPT);
+    EXPECT_EQ(statuses.output, GetParam().output);
+    EXPECT_EQ(statuses.hadReportableError, GetParam().error);
+    EXPECT_EQ(statuses.ctrlCCalled, GetParam().ctrlC);
+    EXPECT_EQ(statuses.clcCalled, GetParam().clc);
+    EXPECT_EQ(statuses.homeCalled, GetParam().home);
+    expectIdleAndClean();
+    EXPECT_EQ(host.window->text(), u"");
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Events, ConnectorCmdWinSinkLevelTest,
+    testing::Values(
+        LevelCase{.name = "Nothing", .happens = [](auto&, auto&) {}},
+        LevelCase{.name = "PrintedErrorFollowsOutput",
+                  .happens =
+                      [](auto& host, auto&) {
+                          host.print(u"E", true);
+                          host.print(u" after");
+                      },
+                  .output = u"before afterE",
+                  .error = true},
+        LevelCase{.name = "PrintableError",
+                  .happens = [](auto&, auto& sink) { sink.doPrintableError(u"Oops"); },
+                  .output = u"beforeOops",
+                  .error = true},
+        LevelCase{
+            .name = "ErrorProcessed", .happens = [](auto&, auto&) { Sink::errorProcessed(); }, .error = true},
+        LevelCase{.name = "LatestSuggestionComesLast",
+                  .happens =
+                      [](auto& host, auto& sink) {
+                          host.events->raise(SuggestionEvent(u"sine"));
+                          host.events->raise(SuggestionEvent(u"sin"));
+                          sink.doPrintableError(u"Oops");
+                      },
+                  .output = u"beforeOops\nDid you mean: sin ?",
+                  .error = true},
+        LevelCase{.name = "ClearDiscardsBoth",
+                  .happens =
+                      [](auto& host, auto& sink) {
+                          host.print(std::u16string(50000, u'x'));
+                          host.print(u"E", true);
+                          sink.doClc();
+                          host.print(u"after");
+                      },
+                  .output = u"after",
+                  .clc = true},
+        LevelCase{.name = "Home", .happens = [](auto&, auto& sink) { sink.doHome(); }, .home = true},
+        LevelCase{
+            .name = "CtrlC", .happens = [](auto&, auto& sink) { sink.ctrlCProcessed(); }, .ctrlC = true}),
+    [](const auto& info) { return info.param.name; });
+
+TEST_F(ConnectorCmdWinSinkTest, warnsOnceWhenBothStreamsAreTruncated) {
+    auto future = open();
+    for (const bool isError : {false, true}) host.print(std::u16string(44001, u'x'), isError);
+    Sink::postEval();
+    const auto faults = future.get().faults;
+    ASSERT_EQ(faults.size(), 1U);
+    EXPECT_EQ(faults[0].faultCode, "ComputeService.EvalTruncateResultWarning");
+    expectIdleAndClean();
+}
+
+TEST_F(ConnectorCmdWinSinkTest, answersNestedEvaluationsNewestFirst) {
+    auto outer = open();
+    host.print(u"1");
+    auto inner = open();
+    host.print(u"2");
+    EXPECT_EQ(host.events->subscriptionCount<SuggestionEvent>(), 1U);
+    Sink::postEval();
+    EXPECT_EQ(inner.get().output, u"12");
+    EXPECT_FALSE(outer.isReady());
+    EXPECT_TRUE(captures());
+    host.print(u"3");
+    Sink::postEval();
+    EXPECT_EQ(outer.get().output, u"3");
+    Sink::postEval();  // one too many
+    expectIdleAndClean();
+}
+
+TEST_F(ConnectorCmdWinSinkTest, answersAnEvaluationThatAsksForInputAtOnceAndOnlyOnce) {
+    auto asking = open();
+    host.print(u"Name? ");
+    host.prompt = nmutil::prompt::INPUT_PROMPT;
+    sink().requestInput();
+    ASSERT_TRUE(asking.isReady());
+    EXPECT_EQ(asking.get().output, u"Name? ");
+    sink().requestInput();  // nobody to answer
+    auto answering = open();
+    host.print(u"Hello");
+    Sink::postEval();  // the end of the first evaluation
+    EXPECT_FALSE(answering.isReady());
+    EXPECT_TRUE(captures());
+    Sink::postEval();
+    EXPECT_EQ(answering.get().output, u"Hello");
+    expectIdleAndClean();
+}
+
+TEST_F(ConnectorCmdWinSinkTest, announcesAPromptThatIsNewOrUrgentOrFollowsText) {
+    using namespace nmutil::prompt;
+    struct Step {
+        InputRequester prompt;
+        bool isDirty, isEmergency, isEditorInputWanted, isNecessary;
+    };
+    const std::vector<Step> steps{
+        {BASE_PROMPT, false, false, false, false},                    // new, but the base prompt
+        {INPUT_PROMPT, false, false, false, true},                    // new
+        {INPUT_PROMPT, false, false, false, false},                   // seen
+        {INPUT_PROMPT, true, false, false, true},                     // text was shown
+        {INPUT_PROMPT, false, true, false, true},                     // urgent
+        {KINETRIX_IN_EDITOR_DEBUG_PROMPT, true, true, false, false},  // shown elsewhere, and not remembered
+        {INPUT_PROMPT, false, false, false, false},                   //
+        {KINETRIX_IN_EDITOR_DEBUG_PROMPT, false, false, true, true},  // shown here
+        {BASE_PROMPT, true, true, false, false},                      //
+    };
+    for (std::size_t i = 0; i < steps.size(); ++i) {
+        host.prompt = steps[i].prompt;
+        host.promptEmergency = steps[i].isEmergency;
+        host.editorDebugInputWanted = steps[i].isEditorInputWanted;
+        sink().setDirty(steps[i].isDirty);
+        EXPECT_EQ(sink().isInputRequestNecessary(), steps[i].isNecessary) << i;
+    }
+}
+
+TEST_F(ConnectorCmdWinSinkTest, closesTheLevelOfAnEvaluationThatIsAnsweredAlready) {
+    host.prompt = nmutil::prompt::INPUT_PROMPT;
+    for (const bool asksForInput : {false, true}) {
+        const auto promise = makePromise();
+        open(promise);
+        host.print(u"lost");
+        host.events->raise(SuggestionEvent(u"lost"));
+        sink().ctrlCProcessed();
+        promise->setValue({});
+        EXPECT_THROW(asksForInput ? sink().requestInput() : Sink::postEval(), std::runtime_error);
+        if (asksForInput) Sink::postEval();
+        expectIdleAndClean();
+    }
+}
+
+TEST_F(ConnectorCmdWinSinkTest, failsAnEvaluationWhoseStatusCannotBeHad) {
+    auto future = open();
+    host.onStatusQuery = [] { throw std::logic_error("no status"); };
+    Sink::postEval();
+    host.onStatusQuery = nullptr;
+    EXPECT_THROW(future.get(), std::logic_error);
+    expectIdleAndClean();
+}
+
+TEST_F(ConnectorCmdWinSinkTest, opensNothingWhenTheHostCannotSubscribe) {
+    host.hasEventManager = false;
+    EXPECT_THROW(open(), std::runtime_error);
+    host.hasEventManager = true;
+    expectIdleAndClean();
+}
+
+TEST_F(ConnectorCmdWinSinkTest, lendsTheSinkToAContinuationOfTheAnswer) {
+    auto future = open();
+    std::shared_ptr<ConnectorCmdWinSink> seen;
+    future.then([&seen](auto) { seen = Sink::getInstance(true); });
+    Sink::postEval();
+    EXPECT_NE(seen, nullptr);
+}
+
+TEST_F(ConnectorCmdWinSinkTest, takesSuggestionsFromAnotherThreadWhileLevelsOpenAndClose) {
+    std::atomic<bool> isOver{false};
+    std::thread suggesting([this, &isOver] {
+        while (!isOver) host.events->raise(SuggestionEvent(u"sin"));
+    });
+    for (int i = 0; i < 500; ++i) {
+        auto future = open();
+        Sink::postEval();
+        EXPECT_TRUE(future.isReady());
+    }
+    isOver = true;
+    suggesting.join();
+    EXPECT_EQ(host.events->subscriptionCount<SuggestionEvent>(), 0U);
+}
+
+TEST_F(ConnectorCmdWinSinkTest, closesEveryLevelWhenTheHostShutsDown) {
+    auto outer = open();
+    const auto answered = makePromise();
+    open(answered);
+    answered->setValue({});
+    testing::internal::CaptureStdout();
+    EXPECT_TRUE(shutdown::ShutdownRegistry::run(false));
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "Problem shutting down ConnectorCmdWinSink.\n");
+    EXPECT_TRUE(outer.isReady());
+    expectIdleAndClean();
+}
+
+TEST_F(ConnectorCmdWinSinkTest, recordsLevelsAndNotificationsForDiagnosis) {
+    std::vector<std::string> records;
+    foundation::log::setLevel(foundation::log::Severity::Debug);
+    const auto previous =
+        foundation::log::setWriter([&records](std::string_view name, auto, std::string_view text) {
+            if (name == "connector::interpreter::cmdwinsink") records.emplace_back(text);
+        });
+    host.prompt = nmutil::prompt::INPUT_PROMPT;
+    open();
+    sink().requestInput();
+    Sink::postEval();
+    foundation::log::setWriter(previous);
+    foundation::log::setLevel(foundation::log::Severity::Warning);
+    EXPECT_THAT(records,
+                testing::ElementsAre("pushNesting: 0, 0, 1", "requestInput:", "isInputRequestNecessary:",
+                                     "doSkipLevel: 1, 0, 1", "doDone: 1, 1, 1", "popNesting: 1, 1, 0"));
+}
+
+}  // namespace
+}  // namespace connector::interpreter

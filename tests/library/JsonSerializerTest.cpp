@@ -1,0 +1,99 @@
+#include <atomic>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <thread>
+
+#include <gmock/gmock.h>
+
+#include "connector/json/JsonSerializer.h"
+
+namespace connector::json {
+namespace {
+
+using Poco::JSON::Object;
+using testing::HasSubstr;
+using testing::Property;
+using testing::Throws;
+
+struct Note : Message {
+    std::string text;
+};
+struct LongNote : Note {};
+
+std::unique_ptr<Message> readNote(const Object::Ptr& object) {
+    auto note = std::make_unique<Note>();
+    note->text = object->getValue<std::string>("text");
+    return note;
+}
+
+Object::Ptr writeNote(const Message& message) {
+    Object::Ptr object = new Object;
+    object->set("text", dynamic_cast<const Note&>(message).text);
+    return object;
+}
+
+template <class Operation>
+void expectRefusal(Operation operation, const std::string& named) {
+    EXPECT_THAT(operation,
+                Throws<std::invalid_argument>(Property(&std::invalid_argument::what, HasSubstr(named))));
+}
+
+class JsonSerializerTest : public testing::Test {
+protected:
+    JsonSerializerTest() { serializer_.registerType("test/Note", typeid(Note), readNote, writeNote); }
+
+    JsonSerializer serializer_;
+};
+
+TEST_F(JsonSerializerTest, refusesWhatIsNotRegisteredByName) {
+    expectRefusal([this] { serializer_.read("test/Other", new Object); }, "test/Other");
+    // The registration of a base says nothing about the classes derived from it.
+    expectRefusal([this] { serializer_.write(LongNote()); }, "LongNote");
+    expectRefusal([this] { serializer_.typeNameOf(LongNote()); }, "LongNote");
+}
+
+TEST_F(JsonSerializerTest, refusesASecondMeaningAndKeepsTheFirst) {
+    expectRefusal([this] { serializer_.registerType("test/Note", typeid(LongNote), readNote, writeNote); },
+                  "test/Note");
+    expectRefusal([this] { serializer_.registerType("test/Memo", typeid(Note), readNote, writeNote); },
+                  "test/Memo");
+    EXPECT_EQ(serializer_.typeNameOf(Note()), "test/Note");
+    expectRefusal([this] { serializer_.read("test/Memo", new Object); }, "test/Memo");
+}
+
+TEST_F(JsonSerializerTest, registeringAgainReplacesReaderAndWriter) {
+    serializer_.registerType(
+        "test/Note", typeid(Note), [](const Object::Ptr&) { return std::make_unique<LongNote>(); },
+        [](const Message&) { return Object::Ptr(); });
+    EXPECT_TRUE(dynamic_cast<LongNote*>(serializer_.read("test/Note", new Object).get()));
+    EXPECT_TRUE(serializer_.write(Note()).isNull());
+}
+
+TEST_F(JsonSerializerTest, readersAndWritersMayUseTheSerializer) {
+    serializer_.registerType(
+        "test/LongNote", typeid(LongNote),
+        [this](const Object::Ptr& object) { return serializer_.read("test/Note", object); },
+        [this](const Message&) { return serializer_.write(Note()); });
+    Object::Ptr object = new Object;
+    object->set("text", "inner");
+    EXPECT_EQ(dynamic_cast<Note&>(*serializer_.read("test/LongNote", object)).text, "inner");
+    EXPECT_TRUE(serializer_.write(LongNote())->has("text"));
+}
+
+TEST_F(JsonSerializerTest, registersWhileOthersRead) {
+    std::atomic<bool> done = false;
+    std::thread reader([this, &done] {
+        Object::Ptr object = new Object;
+        object->set("text", "x");
+        do {
+            EXPECT_TRUE(serializer_.read("test/Note", object));
+        } while (!done);
+    });
+    for (int i = 0; i < 200; ++i) serializer_.registerType("test/Note", typeid(Note), readNote, writeNote);
+    done = true;
+    reader.join();
+}
+
+}  // namespace
+}  // namespace connector::json

@@ -1,0 +1,140 @@
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+#include <gtest/gtest.h>
+
+#include "fl/i18n/text.h"
+
+using namespace std::string_literals;
+
+namespace fl::i18n {
+namespace {
+
+constexpr std::size_t nowhere = std::string::npos;
+
+/// `offset` and `reason` describe the first malformed sequence; `utf16` is the text with replacements.
+struct Utf8Case {
+    std::string name, utf8;
+    std::u16string utf16;
+    std::size_t offset = nowhere;
+    std::string reason = {};
+};
+
+class Utf8Test : public testing::TestWithParam<Utf8Case> {};
+
+TEST_P(Utf8Test, strictConversionNamesTheFirstFault) {
+    const Utf8Case& row = GetParam();
+    if (row.offset == nowhere) {
+        EXPECT_EQ(to_ustring(row.utf8), row.utf16);
+        EXPECT_EQ(to_string(row.utf16), row.utf8);
+        return;
+    }
+    try {
+        to_ustring(row.utf8);
+        FAIL() << "accepted";
+    } catch (const ConversionError& error) {
+        EXPECT_EQ(error.offset(), row.offset);
+        EXPECT_EQ(error.what(), "Malformed UTF-8 at byte " + std::to_string(row.offset) + ": " + row.reason);
+    }
+}
+
+TEST_P(Utf8Test, replacesEachMaximalSubpart) {
+    const codecvt_string_to_ustring replacing("UTF-8", true);
+    EXPECT_EQ(to_ustring(GetParam().utf8, replacing), GetParam().utf16);
+}
+
+TEST_P(Utf8Test, decodesTheSameWhereverItIsCut) {
+    const std::string_view utf8 = GetParam().utf8;
+    Utf8Decoder decoder;
+    for (std::size_t first = 0; first <= utf8.size(); ++first) {
+        for (std::size_t second = first; second <= utf8.size(); ++second) {
+            std::u16string out = u"<";
+            decoder.decode(utf8.substr(0, first), out);
+            decoder.decode(utf8.substr(first, second - first), out);
+            decoder.decode(utf8.substr(second), out);
+            decoder.finish(out);
+            EXPECT_EQ(out, u"<" + GetParam().utf16) << "cut at " << first << " and " << second;
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Text, Utf8Test,
+    testing::Values(
+        Utf8Case{"Empty", "", u""}, Utf8Case{"Nul", "a\0b"s, u"a\0b"s},
+        Utf8Case{"ByteOrderMark", "\xEF\xBB\xBFz", u"\uFEFFz"},
+        Utf8Case{"TwoByteLimits", "\x7F\xC2\x80\xDF\xBF", u"\x7F\u0080\u07FF"},
+        Utf8Case{"ThreeByteLimits", "\xE0\xA0\x80\xED\x9F\xBF\xEE\x80\x80\xEF\xBF\xBF",
+                 u"\u0800\uD7FF\uE000\uFFFF"},
+        Utf8Case{"FourByteLimits", "\xF0\x90\x80\x80\xF4\x8F\xBF\xBF", u"\U00010000\U0010FFFF"},
+        Utf8Case{"LoneContinuation",
+                 "ab\x80"
+                 "c\xBF",
+                 u"ab\uFFFDc\uFFFD", 2, "unexpected continuation byte"},
+        Utf8Case{"OverlongTwo", "\xC0\x80\xC1\xBF", u"\uFFFD\uFFFD\uFFFD\uFFFD", 0, "overlong form"},
+        Utf8Case{"OverlongThree", "\xE0\x9F\xBF", u"\uFFFD\uFFFD\uFFFD", 0, "overlong form"},
+        Utf8Case{"OverlongFour", "\xF0\x8F\xBF\xBF", u"\uFFFD\uFFFD\uFFFD\uFFFD", 0, "overlong form"},
+        Utf8Case{"Surrogate", "\xC3\xA9\xED\xA0\x80", u"\u00E9\uFFFD\uFFFD\uFFFD", 2, "surrogate"},
+        Utf8Case{"TooLarge", "\xF4\x90\x80\x80", u"\uFFFD\uFFFD\uFFFD\uFFFD", 0, "number above U+10FFFF"},
+        Utf8Case{"UnusedBytes", "\xF5\xFF", u"\uFFFD\uFFFD", 0, "byte that UTF-8 does not use"},
+        Utf8Case{"CutByText", "\xC3(\xE2\x82z", u"\uFFFD(\uFFFDz", 0, "missing continuation byte"},
+        Utf8Case{"CutBySequence", "\xF0\x9F\x98\xC3\xA9", u"\uFFFD\u00E9", 0, "missing continuation byte"},
+        Utf8Case{"CutAtTheEnd", "x\xF0\x9F\x98", u"x\uFFFD", 1, "unfinished sequence"},
+        Utf8Case{"ManySubparts",
+                 "a\xF1\x80\x80\xE1\x80\xC2"
+                 "b\x80"
+                 "c\x80\xBF"
+                 "d",
+                 u"a\uFFFD\uFFFD\uFFFDb\uFFFDc\uFFFD\uFFFDd", 1, "missing continuation byte"}),
+    [](const auto& info) { return info.param.name; });
+
+struct Utf16Case {
+    std::string name;
+    std::u16string utf16;
+    std::string utf8;
+    std::size_t offset;
+};
+
+class UnpairedSurrogateTest : public testing::TestWithParam<Utf16Case> {};
+
+TEST_P(UnpairedSurrogateTest, isReplacedOrRefused) {
+    EXPECT_EQ(to_string(GetParam().utf16), GetParam().utf8);
+    try {
+        to_string(GetParam().utf16, codecvt_ustring_to_string("UTF-8", false));
+        FAIL() << "accepted";
+    } catch (const ConversionError& error) {
+        EXPECT_EQ(error.offset(), GetParam().offset);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Text, UnpairedSurrogateTest,
+    testing::Values(Utf16Case{"HighAtTheEnd", u"ab\xD83D", "ab\xEF\xBF\xBD", 2},
+                    Utf16Case{"HighBeforeText", u"\xDBFF\xE000", "\xEF\xBF\xBD\xEE\x80\x80", 0},
+                    Utf16Case{"Low", u"\u00E9\xDC00z", "\xC3\xA9\xEF\xBF\xBDz", 1},
+                    Utf16Case{"Reversed", u"\xDE00\xD83D", "\xEF\xBF\xBD\xEF\xBF\xBD", 0},
+                    Utf16Case{"HighBeforeAPair", u"\xD83D\xD83D\xDE00", "\xEF\xBF\xBD\xF0\x9F\x98\x80", 0}),
+    [](const auto& info) { return info.param.name; });
+
+TEST(TextConversionTest, findsOtherCharactersAnywhereInLongAsciiText) {
+    for (std::size_t at = 0; at < 50; ++at) {
+        for (const auto& [utf8, utf16] :
+             {std::pair("\xC2\x80"s, u'\u0080'), std::pair("\xE2\x98\x83"s, u'\u2603')}) {
+            const std::string narrow = std::string(50, 'a').insert(at, utf8);
+            const std::u16string wide = std::u16string(50, u'a').insert(at, 1, utf16);
+            EXPECT_EQ(to_ustring(narrow), wide);
+            EXPECT_EQ(to_string(wide), narrow);
+        }
+    }
+}
+
+TEST(TextConversionTest, knowsNoOtherEncoding) {
+    for (const char* name : {"utf-8", "UTF8", "UTF-16", ""}) {
+        EXPECT_THROW(codecvt_string_to_ustring{name}, std::invalid_argument) << name;
+        EXPECT_THROW(codecvt_ustring_to_string{name}, std::invalid_argument) << name;
+    }
+}
+
+}  // namespace
+}  // namespace fl::i18n
