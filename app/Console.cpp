@@ -1,12 +1,9 @@
 #include "Console.h"
 
-#include <chrono>
-#include <future>
 #include <utility>
 
 #include <unistd.h>
 
-#include "services/prompt/prompt.h"
 #include "text.h"
 
 namespace app {
@@ -75,16 +72,11 @@ Poco::JSON::Object::Ptr Console::send(const std::string& code) {
 
 void Console::evaluate(const std::string& code) { show(outcomeOf(*send(code))); }
 
+// The waiting code's evaluation was answered when it asked. What the code still prints stays captured for the
+// next one, which types nothing: it is answered when the code has ended, or at once where it asks again.
 void Console::interruptInput() {
-    // The waiting code's evaluation was answered when it asked, so what it prints now needs another one to
-    // come back with: one that types nothing. It has to be open when the interrupt arrives, because code may
-    // catch that and ask again. Nobody says when it is; so the prompt, and never code that is cleaning up, is
-    // interrupted until it ends.
-    auto answer = std::async(std::launch::async, [this] { return send(""); });
-    while (answer.wait_for(std::chrono::milliseconds(20)) != std::future_status::ready) {
-        if (services::prompt::detail::isInCharBufferMode()) session_.interrupt();
-    }
-    show(outcomeOf(*answer.get()));
+    session_.interruptPrompt();
+    evaluate("");
 }
 
 void Console::show(Evaluation evaluation) {

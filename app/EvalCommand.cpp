@@ -88,11 +88,12 @@ void addEvalCommand(CLI::App& program, std::function<int()>& command) {
     auto options = std::make_shared<EvalOptions>();
     CLI::App* eval = program.add_subcommand("eval", "Run code and print what it prints");
     eval->fallthrough();
-    // One value is one CODE as it stands: extra arguments would take "[1, 2]" for a list of two.
-    CLI::Option* codes = eval->add_option("CODE")->required()->expected(1, -1)->allow_extra_args(false);
-    codes->description(
-        "Code to run, each in turn in one interpreter; it is typed when the one before waits for "
-        "input. '-' reads it from standard input; '--' goes before a CODE that begins with a dash.");
+    eval->add_option("CODE", options->codes)
+        ->required()
+        ->description(
+            "Code to run, each in turn in one interpreter; it is typed when the one before waits for input. "
+            "'-' "
+            "reads it from standard input; '--' goes before a CODE that begins with a dash.");
     eval->add_flag("--json", options->json, "Print each response as one line of JSON");
     const CLI::Range window(1, 32767);
     eval->add_option("--timeout", options->timeoutSeconds, "Give up each evaluation after S seconds")
@@ -104,10 +105,7 @@ void addEvalCommand(CLI::App& program, std::function<int()>& command) {
     eval->add_option("--height", options->height, "Height of the window in lines")
         ->type_name("N")
         ->check(window);
-    eval->callback([options, codes, &command] {
-        options->codes = codes->results();
-        command = [options] { return runEval(*options); };
-    });
+    eval->callback([options, &command] { command = [options] { return runEval(*options); }; });
 }
 
 }  // namespace app

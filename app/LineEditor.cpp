@@ -57,6 +57,7 @@ Line LineEditor::read(const std::string& prompt) {
     prompt_ = prompt;
     discarded_ = false;
     el_resize(editor_.get());
+    el_set(editor_.get(), EL_PREP_TERM, 1);  // Ctrl-C is ours before the prompt says so
     int length = 0;
     const char* text = nullptr;
     do {

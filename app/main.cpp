@@ -1,7 +1,9 @@
 #include <csignal>
 #include <exception>
 #include <functional>
+#include <iterator>
 #include <string>
+#include <vector>
 
 #include <CLI/CLI.hpp>
 #include <fcntl.h>
@@ -46,21 +48,33 @@ void describeProgram(CLI::App& program) {
             [](const std::string& name) {
                 foundation::log::setLevel(foundation::log::severityFromName(name));
             },
-            "How much to log on standard error: debug, info, warning (the default) or error")
+            "How much to log on standard error: debug, info, warning or error (the default)")
         ->type_name("LEVEL")
         ->check(CLI::IsMember({"debug", "info", "warning", "error"}));
+}
+
+// Last first, as the parser takes them. It would take "[1, 2]" for a list of two arguments, were it not for
+// the newline, which changes no code.
+std::vector<std::string> argumentsFrom(int argc, char** argv) {
+    std::vector<std::string> arguments(std::reverse_iterator(argv + argc), std::reverse_iterator(argv + 1));
+    for (auto& argument : arguments) {
+        if (argument.starts_with('[') && argument.ends_with(']')) argument += '\n';
+    }
+    return arguments;
 }
 
 int run(int argc, char** argv) {
     std::signal(SIGPIPE, SIG_IGN);  // a closed pipe is told by the write that fails
     logToStandardError();
+    // A failed request is reported by its faults; the library's warnings about it would only repeat them.
+    foundation::log::setLevel(foundation::log::Severity::Error);
     CLI::App program("Runs code in a numerical interpreter.");
     std::function<int()> command;
     describeProgram(program);
     addEvalCommand(program, command);
     addConsoleCommand(program, command);
     try {
-        program.parse(argc, argv);
+        program.parse(argumentsFrom(argc, argv));
     } catch (const CLI::ParseError& error) {
         return program.exit(error) == 0 ? 0 : wrongUsage;
     }

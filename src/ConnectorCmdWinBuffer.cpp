@@ -46,7 +46,7 @@ std::u16string ConnectorCmdWinBuffer::getString() const {
     std::u16string text;
     if (wrapped_) {
         text.reserve(static_cast<std::size_t>(epptr() - pbase()));
-        // sputc() writes without passing through xsputn(), which would have moved start_.
+        // start_ is the put position, unless sputc() has written since, which goes past xsputn().
         const char16_t* const oldest = std::max<const char16_t*>(start_, pptr());
         text.append(oldest, static_cast<std::size_t>(epptr() - oldest));
     }

@@ -128,9 +128,17 @@ std::shared_ptr<StatusPromise> closeLevel(ConnectorExecutionStatuses& statuses) 
 }
 
 void closeWindowIfIdle() {
-    if (state().nestingLevel != 0) return;
+    State& now = state();
+    if (now.nestingLevel != 0) return;
     CmdWinSinkHandle::restorePreviousFactory();
-    state().suggestionSub.disconnect();
+    now.suggestionSub.disconnect();
+    // What came after the last level had been answered has nobody to go to. It must not become part of the
+    // next evaluation, nor make that one an error.
+    now.flags = {};
+    MutexLock lock(now.mutex);
+    now.suggestion.clear();
+    now.buffers.out->clear();
+    now.buffers.err->clear();
 }
 
 class SinkShutdown : public shutdown::ShutdownObject {

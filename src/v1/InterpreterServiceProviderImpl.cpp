@@ -160,14 +160,14 @@ MessageFuture InterpreterServiceProviderImpl::handle(std::unique_ptr<Eval>&& mes
                 log().warning("Eval request cancelled before starting: " + describe(*request));
                 response->faults.emplace_back(codeError, "Request was cancelled before starting.");
             } else {
-                log().error("Eval " + describe(*request) + " errored: " + error.what());
+                log().warning("Eval " + describe(*request) + " errored: " + error.what());
                 response->faults.emplace_back(codeError, "Error while executing eval request.");
             }
         } catch (const std::exception& error) {
-            log().error("Eval " + describe(*request) + " errored: " + error.what());
+            log().warning("Eval " + describe(*request) + " errored: " + error.what());
             response->faults.emplace_back(codeError, "Error while executing eval request.");
         } catch (...) {
-            log().error("Eval " + describe(*request) + " had unknown error");
+            log().warning("Eval " + describe(*request) + " had unknown error");
             response->faults.emplace_back(codeError, "Error while executing eval request.");
         }
     }
@@ -312,8 +312,10 @@ void InterpreterServiceProviderImpl::doStop() {
 }
 
 void InterpreterServiceProviderImpl::releasePendingLocked() {
+    // One deadline for all, so that many pending requests do not add up to a long wait.
+    const auto deadline = std::chrono::steady_clock::now() + releasePatience;
     for (const auto& entry : pending_) {
-        if (const auto token = entry.lock()) token->release(releasePatience);
+        if (const auto token = entry.lock()) token->release(deadline);
     }
     pending_.clear();
 }

@@ -19,8 +19,8 @@ public:
     virtual ~PendingRequest() = default;
 
     /// Waits for the request's own end, then ends it with "Request interrupted." if it has not come.
-    /// Blocks: for `patience` at most.
-    virtual void release(std::chrono::milliseconds patience) = 0;
+    /// Blocks: until `deadline` at most.
+    virtual void release(std::chrono::steady_clock::time_point deadline) = 0;
 
     /// False once the request was released from outside.
     bool isActive() const { return isActive_; }
@@ -37,8 +37,8 @@ class PendingPromise : public PendingRequest {
 public:
     const std::shared_ptr<connector::Promise<T>>& promise() const { return promise_; }
 
-    void release(std::chrono::milliseconds patience) override {
-        if (promise_->getState()->waitFor(patience)) return;
+    void release(std::chrono::steady_clock::time_point deadline) override {
+        if (promise_->getState()->waitFor(deadline - std::chrono::steady_clock::now())) return;
         deactivate();
         try {
             promise_->setException(std::make_exception_ptr(std::runtime_error("Request interrupted.")));

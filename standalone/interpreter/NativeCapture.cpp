@@ -11,6 +11,8 @@
 #include <sys/eventfd.h>
 #include <unistd.h>
 
+#include "foundation/log/diagnostic_logger.h"
+
 namespace standalone {
 
 namespace {
@@ -42,6 +44,7 @@ NativeCapture::NativeCapture(Deliver deliver, WithInterpreterLock withInterprete
         check(dup2(ends[1], fd), "dup2");
         close(ends[1]);
     }
+    foundation::log::setDescriptor(originals_[2]);  // the program's own log is not output of the interpreter
     const int nothing = check(open("/dev/null", O_RDONLY | O_CLOEXEC), "open /dev/null");
     check(dup2(nothing, 0), "dup2");
     close(nothing);
@@ -55,6 +58,7 @@ void NativeCapture::start() {
 
 NativeCapture::~NativeCapture() {
     std::fflush(nullptr);
+    foundation::log::setDescriptor(STDERR_FILENO);
     for (int fd = 0; fd < 3; ++fd) {
         dup2(originals_.at(static_cast<std::size_t>(fd)), fd);
         close(originals_.at(static_cast<std::size_t>(fd)));

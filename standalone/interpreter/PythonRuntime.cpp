@@ -43,7 +43,8 @@ std::runtime_error pythonFailure(const std::string& what) {
 
 // Makes a module of source text that is part of the program. Borrowed.
 PyObject* addModule(const char* name, const char* source) {
-    const std::string fileName = "<" + std::string(name) + ">";
+    std::string fileName = "<";
+    fileName.append(name).append(">");
     PyObject* code = Py_CompileString(source, fileName.c_str(), Py_file_input);
     PyObject* module = code != nullptr ? PyImport_ExecCodeModule(name, code) : nullptr;
     Py_XDECREF(code);

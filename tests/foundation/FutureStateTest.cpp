@@ -120,8 +120,8 @@ TEST(PromiseTest, aValueWhoseMoveFailsLeavesTheStatePending) {
     for (int attempt = 0; !future.isReady(); ++attempt) {
         ASSERT_LT(attempt, 10);
         movesLeft = attempt;
-        EXPECT_EQ(thrownText([&] { promise.setValue(ThrowsOnMove(movesLeft)); }),
-                  future.isReady() ? kNothing : "cannot move");
+        const auto thrown = thrownText([&] { promise.setValue(ThrowsOnMove(movesLeft)); });
+        EXPECT_EQ(thrown, future.isReady() ? kNothing : "cannot move");
     }
     movesLeft = 10;
     EXPECT_NO_THROW(future.get());

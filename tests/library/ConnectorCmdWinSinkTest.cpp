@@ -29,9 +29,14 @@ protected:
     ConnectorCmdWinSinkTest() { Sink::resetForTests(); }
     ~ConnectorCmdWinSinkTest() override { Sink::resetForTests(); }
 
-    Future<ConnectorExecutionStatuses> open(StatusPromise promise = makePromise()) {
+    Future<ConnectorExecutionStatuses> open(const StatusPromise& promise = makePromise()) {
         Sink::preEval(promise);
         return Future<ConnectorExecutionStatuses>(promise->getState());
+    }
+    static ConnectorExecutionStatuses answer(Future<ConnectorExecutionStatuses>& future) {
+        if (future.isReady()) return future.get();
+        ADD_FAILURE() << "not answered";
+        return {};
     }
     static StatusPromise makePromise() { return std::make_shared<Promise<ConnectorExecutionStatuses>>(); }
     static ConnectorCmdWinSink& sink() { return *Sink::getInstance(false); }
@@ -42,8 +47,7 @@ protected:
         EXPECT_EQ(host.events->subscriptionCount<SuggestionEvent>(), 0U);
         auto next = open();
         Sink::postEval();
-        ASSERT_TRUE(next.isReady());
-        const auto statuses = next.get();
+        const auto statuses = answer(next);
         EXPECT_EQ(statuses.output, u"");
         EXPECT_TRUE(statuses.faults.empty());
         EXPECT_FALSE(statuses.hadReportableError || statuses.ctrlCCalled || statuses.clcCalled ||
@@ -69,13 +73,13 @@ TEST_P(ConnectorCmdWinSinkLevelTest, reportsWhatHappenedOnce) {
     host.prompt = nmutil::prompt::DEBUG_PROMPT;
     auto future = open();
     EXPECT_TRUE(captures());
+    EXPECT_TRUE(sink().isDirty());
     EXPECT_TRUE(host.interruptEnabled);
     host.print(u"before");
     GetParam().happens(host, sink());
     EXPECT_FALSE(future.isReady());
     Sink::postEval();
-    ASSERT_TRUE(future.isReady());
-    const auto statuses = future.get();
+    const auto statuses = answer(future);
     EXPECT_EQ(statuses.executionStatus, nmutil::cmddistributor::EXECUTION_INTERRUPTED);
     EXPECT_EQ(statuses.codeBlockStatus, 1);
     EXPECT_EQ(statuses.inputRequester, nmutil::prompt::DEBUG_PROMPT);
@@ -130,14 +134,17 @@ INSTANTIATE_TEST_SUITE_P(
             .name = "CtrlC", .happens = [](auto&, auto& sink) { sink.ctrlCProcessed(); }, .ctrlC = true}),
     [](const auto& info) { return info.param.name; });
 
-TEST_F(ConnectorCmdWinSinkTest, warnsOnceWhenBothStreamsAreTruncated) {
-    auto future = open();
-    for (const bool isError : {false, true}) host.print(std::u16string(44001, u'x'), isError);
-    Sink::postEval();
-    const auto faults = future.get().faults;
-    ASSERT_EQ(faults.size(), 1U);
-    EXPECT_EQ(faults[0].faultCode, "ComputeService.EvalTruncateResultWarning");
-    expectIdleAndClean();
+TEST_F(ConnectorCmdWinSinkTest, warnsOnceOfTruncationInEitherStreamOrBoth) {
+    using Streams = std::vector<bool>;
+    for (const Streams& streams : {Streams{false}, Streams{true}, Streams{false, true}}) {
+        auto future = open();
+        for (const bool isError : streams) host.print(std::u16string(44001, u'x'), isError);
+        Sink::postEval();
+        const auto faults = answer(future).faults;
+        ASSERT_EQ(faults.size(), 1U);
+        EXPECT_EQ(faults[0].faultCode, "ComputeService.EvalTruncateResultWarning");
+        expectIdleAndClean();
+    }
 }
 
 TEST_F(ConnectorCmdWinSinkTest, answersNestedEvaluationsNewestFirst) {
@@ -147,12 +154,12 @@ TEST_F(ConnectorCmdWinSinkTest, answersNestedEvaluationsNewestFirst) {
     host.print(u"2");
     EXPECT_EQ(host.events->subscriptionCount<SuggestionEvent>(), 1U);
     Sink::postEval();
-    EXPECT_EQ(inner.get().output, u"12");
+    EXPECT_EQ(answer(inner).output, u"12");
     EXPECT_FALSE(outer.isReady());
     EXPECT_TRUE(captures());
     host.print(u"3");
     Sink::postEval();
-    EXPECT_EQ(outer.get().output, u"3");
+    EXPECT_EQ(answer(outer).output, u"3");
     Sink::postEval();  // one too many
     expectIdleAndClean();
 }
@@ -162,8 +169,7 @@ TEST_F(ConnectorCmdWinSinkTest, answersAnEvaluationThatAsksForInputAtOnceAndOnly
     host.print(u"Name? ");
     host.prompt = nmutil::prompt::INPUT_PROMPT;
     sink().requestInput();
-    ASSERT_TRUE(asking.isReady());
-    EXPECT_EQ(asking.get().output, u"Name? ");
+    EXPECT_EQ(answer(asking).output, u"Name? ");
     sink().requestInput();  // nobody to answer
     auto answering = open();
     host.print(u"Hello");
@@ -171,7 +177,7 @@ TEST_F(ConnectorCmdWinSinkTest, answersAnEvaluationThatAsksForInputAtOnceAndOnly
     EXPECT_FALSE(answering.isReady());
     EXPECT_TRUE(captures());
     Sink::postEval();
-    EXPECT_EQ(answering.get().output, u"Hello");
+    EXPECT_EQ(answer(answering).output, u"Hello");
     expectIdleAndClean();
 }
 
@@ -221,13 +227,15 @@ TEST_F(ConnectorCmdWinSinkTest, failsAnEvaluationWhoseStatusCannotBeHad) {
     host.onStatusQuery = [] { throw std::logic_error("no status"); };
     Sink::postEval();
     host.onStatusQuery = nullptr;
-    EXPECT_THROW(future.get(), std::logic_error);
+    EXPECT_THROW(answer(future), std::logic_error);
     expectIdleAndClean();
 }
 
 TEST_F(ConnectorCmdWinSinkTest, opensNothingWhenTheHostCannotSubscribe) {
     host.hasEventManager = false;
-    EXPECT_THROW(open(), std::runtime_error);
+    const auto promise = makePromise();
+    EXPECT_THROW(open(promise), std::runtime_error);
+    EXPECT_EQ(promise.use_count(), 1);
     host.hasEventManager = true;
     expectIdleAndClean();
 }
@@ -242,10 +250,11 @@ TEST_F(ConnectorCmdWinSinkTest, lendsTheSinkToAContinuationOfTheAnswer) {
 
 TEST_F(ConnectorCmdWinSinkTest, takesSuggestionsFromAnotherThreadWhileLevelsOpenAndClose) {
     std::atomic<bool> isOver{false};
-    std::thread suggesting([this, &isOver] {
-        while (!isOver) host.events->raise(SuggestionEvent(u"sin"));
+    std::atomic<int> raised{0};
+    std::thread suggesting([&] {
+        for (; !isOver; ++raised) host.events->raise(SuggestionEvent(u"sin"));
     });
-    for (int i = 0; i < 500; ++i) {
+    for (int levels = 0; levels < 500 || raised < 500; ++levels) {
         auto future = open();
         Sink::postEval();
         EXPECT_TRUE(future.isReady());

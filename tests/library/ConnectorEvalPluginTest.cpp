@@ -79,8 +79,8 @@ TEST_F(ConnectorEvalPluginTest, reportsErrorsOfBuiltinsAndExtensionsThemselves) 
     host.onEvaluate = [](const std::u16string&) {
         throw RuntimeException(nmutil::cmddistributor::EXECUTION_ERROR, "NUMORA:x", u"x");
     };
-    for (const Row& row : {Row{false, boost::none, false}, Row{false, {"error"}, false},
-                           Row{false, {"sin"}, true}, Row{true, {"error"}, true}}) {
+    for (const Row& row : {Row{false, boost::none, false}, Row{false, std::string("error"), false},
+                           Row{false, std::string("sin"), true}, Row{true, std::string("error"), true}}) {
         host.inCompiledExtension = row.inExtension;
         host.builtinName = row.builtin;
         EXPECT_EQ(evaluate(0, 0).get().hadReportableError, row.isReportable)

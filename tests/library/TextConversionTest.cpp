@@ -129,6 +129,11 @@ TEST(TextConversionTest, findsOtherCharactersAnywhereInLongAsciiText) {
     }
 }
 
+TEST(TextConversionTest, looksNowhereBeyondItsInput) {
+    EXPECT_EQ(to_string(std::u16string_view(u"\xD83D\xDE00", 1)), "\xEF\xBF\xBD");
+    EXPECT_THROW(to_ustring(std::string_view("\xC3\xA9", 1)), ConversionError);
+}
+
 TEST(TextConversionTest, knowsNoOtherEncoding) {
     for (const char* name : {"utf-8", "UTF8", "UTF-16", ""}) {
         EXPECT_THROW(codecvt_string_to_ustring{name}, std::invalid_argument) << name;

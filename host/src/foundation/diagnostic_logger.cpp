@@ -1,7 +1,7 @@
 #include "foundation/log/diagnostic_logger.h"
 
 #include <array>
-#include <iostream>
+#include <cerrno>
 #include <memory>
 #include <stdexcept>
 #include <utility>
@@ -9,13 +9,14 @@
 #include <boost/log/attributes/clock.hpp>
 #include <boost/log/core.hpp>
 #include <boost/log/expressions.hpp>
+#include <boost/log/sinks/basic_sink_backend.hpp>
 #include <boost/log/sinks/sync_frontend.hpp>
-#include <boost/log/sinks/text_ostream_backend.hpp>
 #include <boost/log/sources/channel_logger.hpp>
 #include <boost/log/sources/record_ostream.hpp>
 #include <boost/log/support/date_time.hpp>
 #include <boost/log/utility/manipulators/add_value.hpp>
 #include <boost/make_shared.hpp>
+#include <unistd.h>
 
 #include "connector/ThreadSafety.h"
 
@@ -29,18 +30,29 @@ constexpr std::array<const char*, 4> severityNames{"debug", "info", "warning", "
 
 thread_local int indentation = 0;
 
+std::atomic<int> logDescriptor{STDERR_FILENO};
+
+// Writes each record as one line, whole, so that lines of several processes on one terminal do not mix.
+class DescriptorBackend : public logging::sinks::basic_formatted_sink_backend<char> {
+public:
+    void consume(const logging::record_view&, const std::string& text) {
+        const std::string line = text + "\n";
+        std::string_view rest = line;
+        while (!rest.empty()) {
+            const ssize_t count = ::write(logDescriptor.load(), rest.data(), rest.size());
+            if (count < 0 && errno != EINTR) return;
+            if (count > 0) rest.remove_prefix(static_cast<std::size_t>(count));
+        }
+    }
+};
+
 // Boost.Log keeps the sink, its lock and the format; the default sink is a plain line on standard error.
 class Log {
 public:
     Log() {
         logging::core::get()->add_global_attribute("TimeStamp", logging::attributes::local_clock());
         namespace expr = logging::expressions;
-        auto backend = boost::make_shared<logging::sinks::text_ostream_backend>();
-        backend->add_stream(boost::shared_ptr<std::ostream>(&std::clog, [](std::ostream*) {}));
-        backend->auto_flush(true);
-        auto sink =
-            boost::make_shared<logging::sinks::synchronous_sink<logging::sinks::text_ostream_backend>>(
-                backend);
+        auto sink = boost::make_shared<logging::sinks::synchronous_sink<DescriptorBackend>>();
         sink->set_formatter(expr::stream << expr::format_date_time<boost::posix_time::ptime>(
                                                 "TimeStamp", "%Y-%m-%d %H:%M:%S.%f")
                                          << " " << expr::attr<std::string>("Level") << " ["
@@ -96,6 +108,8 @@ void basic_diagnostic_logger<char>::write(Severity severity, std::string_view te
 }
 
 void setLevel(Severity level) { DiagnosticLogger::threshold_.store(static_cast<int>(level)); }
+
+int setDescriptor(int descriptor) { return logDescriptor.exchange(descriptor); }
 
 LogWriter setWriter(LogWriter writer) { return processLog().exchange(std::move(writer)); }
 

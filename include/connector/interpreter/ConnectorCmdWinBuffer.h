@@ -41,7 +41,7 @@ public:
 
 protected:
     std::streamsize xsputn(const char16_t* text, std::streamsize count) override;
-    /// Writes `unit`, whatever it is: U+FFFF is text here and not an end of file.
+    /// Writes `unit` as text, even the end-of-file value.
     int_type overflow(int_type unit) override;
     int sync() override { return 0; }
 

@@ -56,8 +56,12 @@ void setLevel(Severity level);
 using LogWriter = std::function<void(std::string_view logger, Severity, std::string_view text)>;
 
 /// Replaces where records go and returns what was there. An empty writer stands for the default, which
-/// writes one line with the time to standard error.
+/// writes one line with the time to a file descriptor.
 LogWriter setWriter(LogWriter writer);
+
+/// Replaces the file descriptor that the default writer uses, at first that of standard error, and returns
+/// what was there.
+int setDescriptor(int descriptor);
 
 /// The names of the levels: "debug", "info", "warning", "error".  Throws: std::invalid_argument otherwise.
 Severity severityFromName(std::string_view name);

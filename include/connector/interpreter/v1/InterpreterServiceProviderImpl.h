@@ -29,7 +29,7 @@ class PendingRequest;
 ///
 /// Threads: every operation from any thread but the interpreter's, any number at a time.
 /// Locks: mutex_ guards what changes; it is not held while an evaluation runs, but it is while an interrupt
-/// waits for released requests (500 ms each at most). It is taken before the start-up's mutex, and before the
+/// waits for requests that it releases (500 ms at most). It is taken before the start-up's mutex, and before the
 /// state of a promise.
 class InterpreterServiceProviderImpl : public InterpreterServiceProvider {
 public:

@@ -1,0 +1,53 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "connector/common/v1/Fault.h"
+#include "connector/interpreter/Module.h"
+#include "standalone/StandaloneHost.h"
+
+/// A real interpreter with the module's services, as a client reaches them.
+class RunningInterpreter : public testing::Test {
+protected:
+    /// What an evaluation was answered with. Copyable, other than the message itself.
+    struct EvalResponse {
+        std::u16string responseStr;
+        std::vector<connector::common::v1::Fault> faults;
+        bool isError = false;
+        bool clearCommandWindow = false;
+        int promptType = 0;
+    };
+
+    RunningInterpreter();
+    ~RunningInterpreter() override;
+
+    /// Evaluates `code` and waits for the response.
+    EvalResponse eval(const std::u16string& code, int timeoutMs = 0, int width = 0, int height = 0);
+    /// The text of the response, in UTF-8.
+    std::string textOf(const std::u16string& code) { return text(eval(code)); }
+    static std::string text(const EvalResponse& response);
+
+    /// Starts `action` on a thread that the destructor joins.
+    void inBackground(std::function<void()> action) { threads_.emplace_back(std::move(action)); }
+    void joinBackground();
+
+    /// Waits, with a deadline as a fail-safe, until `condition` holds.
+    static bool eventually(const std::function<bool()>& condition);
+
+    connector::Future<std::unique_ptr<connector::Message>> deliver(
+        std::unique_ptr<connector::Message> message,
+        std::shared_ptr<connector::common::ContextState> context = nullptr);
+    void interrupt();
+
+    std::unique_ptr<standalone::StandaloneHost> host_;
+    std::unique_ptr<connector::interpreter::Module> module_;
+
+private:
+    std::vector<std::thread> threads_;
+};
