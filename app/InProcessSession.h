@@ -20,7 +20,7 @@ public:
 
 /// An interpreter in this process, reached as a remote client reaches one: by messages in their JSON form.
 ///
-/// Threads: `request` and `interrupt` from any thread; made and destroyed on one thread, which, with every
+/// Threads: `request` from any thread; made and destroyed on one thread, which, with every
 /// thread it starts later, no longer takes SIGINT: that signal is the interpreter's.
 class InProcessSession {
 public:

@@ -1,3 +1,5 @@
+#include <chrono>
+#include <exception>
 #include <functional>
 #include <string>
 #include <utility>

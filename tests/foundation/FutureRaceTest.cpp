@@ -1,5 +1,7 @@
 #include <atomic>
 #include <barrier>
+#include <chrono>
+#include <cstddef>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -106,8 +108,8 @@ TEST(FutureRaceTest, aContinuationRunsOnceWheneverItIsAttached) {
         auto future = promise.getFuture();
         std::atomic<int> calls = 0;
         race({[&] { promise.setValue(1); },
-              [&] { future.then([&](Future<int> ready) { calls += ready.get(); }); },
-              [&] { future.wait(); }});
+              [&] { future.then([&](Future<int> ready) { calls += ready.get(); }); }, [&] { future.wait(); },
+              [&] { EXPECT_TRUE(future.waitFor(std::chrono::hours::max())); }});
         EXPECT_EQ(calls, 1);
     }
 }

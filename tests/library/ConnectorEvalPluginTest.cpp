@@ -97,6 +97,9 @@ TEST_F(ConnectorEvalPluginTest, answersAnEvaluationThatAskedForInputOnce) {
     };
     EXPECT_EQ(evaluate(0, 0).get().output, u"Name? ");
     EXPECT_EQ(services::io::CmdWinSinkHandle::activeSink(false), host.window);
+    // What came after the answer, with nobody waiting for it, is no part of the next one.
+    host.onEvaluate = [this](const std::u16string& code) { host.print(code); };
+    EXPECT_EQ(evaluate(0, 0).get().output, u"code");
 }
 
 TEST_F(ConnectorEvalPluginTest, answersTheClientWhenTheHostFailsAfterTheCode) {

@@ -25,7 +25,8 @@ protected:
 };
 
 TEST_F(InterruptTest, givesUpAfterTheTimeLimitWithTheFixedTextsAndGoesOn) {
-    for (const std::u16string code : {u"while True: pass", u"import time; time.sleep(600)"}) {
+    for (const std::u16string& code :
+         {std::u16string(endlessLoop), std::u16string(u"import time; time.sleep(600)")}) {
         const EvalResponse response = eval(code, 1000);
         EXPECT_TRUE(response.isError);
         ASSERT_EQ(response.faults.size(), 1U);
@@ -37,7 +38,7 @@ TEST_F(InterruptTest, givesUpAfterTheTimeLimitWithTheFixedTextsAndGoesOn) {
                   "product offering.");
         EXPECT_EQ(textOf(u"1 + 1"), "2\n");
     }
-    EXPECT_NE(text(eval(u"while True: pass", 1500)).find("longer than 1.5 seconds"), std::string::npos);
+    EXPECT_NE(text(eval(endlessLoop, 1500)).find("longer than 1.5 seconds"), std::string::npos);
 }
 
 TEST_F(InterruptTest, takesARequestThatTimesOutInTheQueueOutAndLeavesTheRunningOneAlone) {
@@ -66,8 +67,9 @@ TEST_F(InterruptTest, dropsTheLateResultOfCodeThatSwallowsTheInterrupt) {
 TEST_F(InterruptTest, interruptsRunningCodeAndNothingThatRunsLater) {
     interrupt();
     EXPECT_EQ(textOf(u"'idle'"), "'idle'\n");
-    for (const std::u16string code : {u"while True: pass", u"import time; time.sleep(600)",
-                                      u"import subprocess; subprocess.run(['sleep', '600'])"}) {
+    for (const std::u16string& code :
+         {std::u16string(endlessLoop), std::u16string(u"import time; time.sleep(600)"),
+          std::u16string(u"import subprocess; subprocess.run(['sleep', '600'])")}) {
         EvalResponse interrupted;
         inBackground([&] { interrupted = eval(signalled(code)); });
         awaitStart();
@@ -136,7 +138,7 @@ TEST_F(InterruptTest, takesASignalFromATerminal) {
 
 TEST_F(InterruptTest, releasesARequestThatWaitsWhenTheServiceStops) {
     EvalResponse released;
-    inBackground([&] { released = eval(signalled(u"while True: pass")); });
+    inBackground([&] { released = eval(signalled(endlessLoop)); });
     awaitStart();
     module_.reset();
     joinBackground();
@@ -145,8 +147,7 @@ TEST_F(InterruptTest, releasesARequestThatWaitsWhenTheServiceStops) {
 
 TEST_F(InterruptTest, stopsAnInterpreterThatRuns) {
     inBackground([&] {
-        eval(signalled(
-            u"while True:\n    try:\n        while True: pass\n    except KeyboardInterrupt: break"));
+        eval(signalled(u"try:\n    " + std::u16string(endlessLoop) + u"\nexcept KeyboardInterrupt: pass"));
     });
     awaitStart();
     module_.reset();

@@ -12,6 +12,14 @@
 #include "connector/interpreter/Module.h"
 #include "standalone/StandaloneHost.h"
 
+/// Code that runs until it is interrupted. The thread sanitizer lets a signal in only at a call that it
+/// intercepts, such as an allocation.
+#if defined(__SANITIZE_THREAD__)
+inline constexpr const char16_t* endlessLoop = u"while True: bytes(4096)";
+#else
+inline constexpr const char16_t* endlessLoop = u"while True: pass";
+#endif
+
 /// A real interpreter with the module's services, as a client reaches them.
 class RunningInterpreter : public testing::Test {
 protected:
