@@ -53,7 +53,9 @@ void Console::enter(const std::string& line) {
 
 void Console::discard() {
     block_.clear();
-    if (wants_ == Evaluation::Wants::Input) interruptInput();
+    // Typed, the interrupt opens an evaluation of its own, which takes what the interrupted code still
+    // prints.
+    if (wants_ == Evaluation::Wants::Input) evaluate("\x03");
 }
 
 // A script may end with the last line of a block; a person who ends the session there gives the block up.
@@ -71,13 +73,6 @@ Poco::JSON::Object::Ptr Console::send(const std::string& code) {
 }
 
 void Console::evaluate(const std::string& code) { show(outcomeOf(*send(code))); }
-
-// The waiting code's evaluation was answered when it asked. What the code still prints stays captured for the
-// next one, which types nothing: it is answered when the code has ended, or at once where it asks again.
-void Console::interruptInput() {
-    session_.interruptPrompt();
-    evaluate("");
-}
 
 void Console::show(Evaluation evaluation) {
     wants_ = evaluation.wants;

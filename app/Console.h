@@ -25,7 +25,6 @@ private:
     void discard();
     void finish();
     void evaluate(const std::string& code);
-    void interruptInput();
     void show(Evaluation evaluation);
     Poco::JSON::Object::Ptr send(const std::string& code);
 

@@ -2,16 +2,10 @@
 
 #include <chrono>
 #include <cstdint>
-#include <future>
 #include <utility>
 
 #include <Poco/Exception.h>
 #include <Poco/UUIDGenerator.h>
-
-#include "cmddistributor/CmdDistributor.h"
-#include "cmddistributor/CmdRequest.h"
-#include "cmddistributor/RunOptions.h"
-#include "zvm/detail.h"
 
 namespace app {
 
@@ -64,22 +58,6 @@ Poco::JSON::Object::Ptr InProcessSession::request(const std::string& type,
                                                   const Poco::JSON::Object::Ptr& message) {
     auto future = host_.framework()->deliver(connector::Address{}, read(type, message), requestContext());
     return serializer_->write(*future.get());
-}
-
-void InProcessSession::interruptPrompt() {
-    host_.zvm()->interrupt();
-    // A prompt takes an interrupt before it takes the task, so the task runs at the next one. Should the
-    // interpreter stop instead, the task is dropped, which ends the wait too.
-    auto reached = std::make_shared<std::promise<void>>();
-    const auto nextPrompt = reached->get_future();
-    const auto id = zvm::detail::createID();
-    const auto distributor = host_.zvm()->getCmdDistributor();
-    distributor->enqueue(id,
-                         std::make_shared<cmddistributor::PackagedTaskCmdRequest>(
-                             [promise = std::move(reached)] { promise->set_value(); }),
-                         cmddistributor::RunOptions(cmddistributor::WhenToDequeue::Prompt), nullptr);
-    distributor->setReadyToExecute(id);
-    nextPrompt.wait();
 }
 
 }  // namespace app

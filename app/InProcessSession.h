@@ -30,10 +30,6 @@ public:
     /// Blocks: until the response is there.  Throws: BadMessage; the session can go on.
     Poco::JSON::Object::Ptr request(const std::string& type, const Poco::JSON::Object::Ptr& message);
 
-    /// Interrupts the code that waits at a prompt, and waits for the prompt that comes next.
-    /// Blocks: as long as the code goes on.
-    void interruptPrompt();
-
     /// For the program's own input and output.
     const standalone::StandaloneHost& host() const { return host_; }
 

@@ -119,7 +119,7 @@ private:
 }  // namespace
 
 InterpreterServiceProviderImpl::InterpreterServiceProviderImpl(
-    std::shared_ptr<configuration::Configuration> configuration, std::shared_ptr<zvm::ZVM> zvm)
+    const std::shared_ptr<configuration::Configuration>& configuration, std::shared_ptr<zvm::ZVM> zvm)
     : zvm_(std::move(zvm)) {
     constexpr const char* key = "connector.interpreter.dequeMode";
     listeners_.push_back(configuration->subscribe(

@@ -101,15 +101,24 @@ CodeRunner::Result CodeRunner::execute(const std::u16string& code) {
     const Ref fileName(PyUnicode_FromFormat("<eval %llu>", static_cast<unsigned long long>(++count_)));
     if (!source || !fileName) return failed();
 
-    const Ref tree = parse(code, source.get(), fileName.get());
-    if (!tree) {
+    // One simple statement needs no look at its syntax tree: Python's interactive mode does with it what is
+    // wanted here. Whatever that mode does not take, errors included, goes the long way.
+    const bool isSimple = code.find_first_of(u"\n\r;:\f") == std::u16string::npos;
+    const Ref simple =
+        isSimple ? compileSource(code, source.get(), fileName.get(), Py_single_input, 0) : Ref();
+    PyErr_Clear();
+    const Ref tree = simple ? Ref()
+                            : compileSource(code, source.get(), fileName.get(), Py_file_input,
+                                            PyCF_ONLY_AST | PyCF_ALLOW_INCOMPLETE_INPUT);
+    if (!simple && !tree) {
         if (!isIncompleteInputSet()) return failed();
         PyErr_Clear();
         return Result::Incomplete;
     }
     rememberSource(source.get(), fileName.get());
     definesFunctions_ = false;
-    const Result result = runTree(tree.get(), fileName.get()) ? Result::Done : failed();
+    const bool isDone = simple ? runCode(simple.get()) : runTree(tree.get(), fileName.get());
+    const Result result = isDone ? Result::Done : failed();
     forgetSource(fileName.get());
     return result;
 }
@@ -133,13 +142,15 @@ bool CodeRunner::isComplete(const std::u16string& code) {
         PyErr_Clear();
         return true;
     }
-    const Ref tree = parse(code, source.get(), fileName.get());
+    const Ref tree = compileSource(code, source.get(), fileName.get(), Py_file_input,
+                                   PyCF_ONLY_AST | PyCF_ALLOW_INCOMPLETE_INPUT);
     const bool isIncomplete = !tree && isIncompleteInputSet();
     PyErr_Clear();
     return !isIncomplete;
 }
 
-CodeRunner::Ref CodeRunner::parse(const std::u16string& code, PyObject* source, PyObject* fileName) {
+CodeRunner::Ref CodeRunner::compileSource(const std::u16string& code, PyObject* source, PyObject* fileName,
+                                          int start, int extraFlags) {
     if (code.find(u'\0') != std::u16string::npos) {
         PyErr_SetString(PyExc_SyntaxError, "The code contains a null character.");
         return Ref();
@@ -147,9 +158,9 @@ CodeRunner::Ref CodeRunner::parse(const std::u16string& code, PyObject* source, 
     const char* utf8 = PyUnicode_AsUTF8(source);  // fails on an unpaired surrogate
     if (utf8 == nullptr) return Ref();
     PyCompilerFlags flags{};
-    flags.cf_flags = futureFlags_ | PyCF_ONLY_AST | PyCF_IGNORE_COOKIE | PyCF_ALLOW_INCOMPLETE_INPUT;
+    flags.cf_flags = futureFlags_ | PyCF_IGNORE_COOKIE | extraFlags;
     flags.cf_feature_version = PY_MINOR_VERSION;
-    return Ref(Py_CompileStringObject(utf8, fileName, Py_file_input, &flags, -1));
+    return Ref(Py_CompileStringObject(utf8, fileName, start, &flags, -1));
 }
 
 // Runs the statements; a last one that is an expression runs in the mode that displays its value.
@@ -170,10 +181,13 @@ bool CodeRunner::runTree(PyObject* tree, PyObject* fileName) {
 
 bool CodeRunner::runPart(PyObject* tree, PyObject* fileName, const char* mode) {
     const Ref code(PyObject_CallFunction(compile_, "OOsii", tree, fileName, mode, futureFlags_, 1));
-    if (!code) return false;
-    futureFlags_ |= reinterpret_cast<PyCodeObject*>(code.get())->co_flags & PyCF_MASK;
-    definesFunctions_ = definesFunctions_ || definesFunctions(code.get());
-    const Ref value(PyEval_EvalCode(code.get(), globals_, globals_));
+    return code && runCode(code.get());
+}
+
+bool CodeRunner::runCode(PyObject* code) {
+    futureFlags_ |= reinterpret_cast<PyCodeObject*>(code)->co_flags & PyCF_MASK;
+    definesFunctions_ = definesFunctions_ || definesFunctions(code);
+    const Ref value(PyEval_EvalCode(code, globals_, globals_));
     return static_cast<bool>(value);
 }
 

@@ -51,9 +51,11 @@ private:
     class Ref;
 
     Result failed();
-    Ref parse(const std::u16string& code, PyObject* source, PyObject* fileName);
+    Ref compileSource(const std::u16string& code, PyObject* source, PyObject* fileName, int start,
+                      int extraFlags);
     bool runTree(PyObject* tree, PyObject* fileName);
     bool runPart(PyObject* tree, PyObject* fileName, const char* mode);
+    bool runCode(PyObject* code);
     void rememberSource(PyObject* source, PyObject* fileName);
     void forgetSource(PyObject* fileName);
     boost::optional<CodeError> describe(PyObject* error);

@@ -64,8 +64,8 @@ public:
     void typeCodeUnit(char16_t unit) override { prompts_.type(unit); }
     std::uint64_t windowRows() override { return rows_; }
     std::uint64_t windowColumns() override { return columns_; }
-    void setWindowRows(std::uint64_t rows) override { rows_ = rows; }
-    void setWindowColumns(std::uint64_t columns) override { columns_ = columns; }
+    void setWindowRows(std::uint64_t rows) override { rows_ = validSize(rows, rows_); }
+    void setWindowColumns(std::uint64_t columns) override { columns_ = validSize(columns, columns_); }
     bool isSignalThread() override { return interrupts_.isSignalThread(); }
     bool setInterruptEnabled(bool enabled) override { return interrupts_.setEnabled(enabled); }
     bool setInterruptPending(bool pending) override { return interrupts_.setPending(pending); }
@@ -102,6 +102,10 @@ private:
     // iqm::Iqm: there is no editor.
     bool isInEditorDebugInputWanted() const override { return false; }
 
+    /// `size`, or `otherwise` where a client asks for a size that no window has.
+    static std::uint64_t validSize(std::uint64_t size, std::uint64_t otherwise) {
+        return size >= 1 && size <= 100'000 ? size : otherwise;
+    }
     void drainOutput();
     void exitIfForked() const;
 

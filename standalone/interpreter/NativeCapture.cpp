@@ -18,7 +18,6 @@ namespace standalone {
 namespace {
 
 constexpr std::size_t queueLimit = 16U << 20U;  // bytes
-constexpr std::size_t readSize = 64U << 10U;    // bytes, the usual capacity of a pipe
 constexpr auto patience = std::chrono::seconds(1);
 
 int check(int result, const char* what) {
@@ -42,7 +41,9 @@ NativeCapture::NativeCapture(Deliver deliver, WithInterpreterLock withInterprete
         fcntl(ends[0], F_SETFL, O_NONBLOCK);
         readEnds_.at(static_cast<std::size_t>(fd - 1)) = ends[0];
         check(dup2(ends[1], fd), "dup2");
-        close(ends[1]);
+        // Kept open, so that code that closes the descriptor does not make the pipe look ended, which poll
+        // would report again and again.
+        writeEnds_.at(static_cast<std::size_t>(fd - 1)) = ends[1];
     }
     foundation::log::setDescriptor(originals_[2]);  // the program's own log is not output of the interpreter
     const int nothing = check(open("/dev/null", O_RDONLY | O_CLOEXEC), "open /dev/null");
@@ -64,6 +65,7 @@ NativeCapture::~NativeCapture() {
         close(originals_.at(static_cast<std::size_t>(fd)));
     }
     for (const int end : readEnds_) close(end);
+    for (const int end : writeEnds_) close(end);
     close(stopEvent_);
 }
 
@@ -134,16 +136,15 @@ void NativeCapture::deliverLoop() {
 bool NativeCapture::readPipesLocked() {
     bool hasRead = false;
     for (std::size_t i = 0; i < readEnds_.size(); ++i) {
-        std::string bytes(readSize, '\0');
-        const ssize_t count = read(readEnds_.at(i), bytes.data(), bytes.size());
+        const ssize_t count = read(readEnds_.at(i), scratch_.data(), scratch_.size());
         if (count <= 0) continue;
-        bytes.resize(static_cast<std::size_t>(count));
+        const std::string_view bytes(scratch_.data(), static_cast<std::size_t>(count));
         queuedBytes_ += bytes.size();
         const auto stream = i == 0 ? nmutil::io::STANDARD_OUTPUT : nmutil::io::STANDARD_ERROR;
-        if (!queue_.empty() && queue_.back().stream == stream && queue_.back().bytes.size() < readSize) {
+        if (!queue_.empty() && queue_.back().stream == stream && queue_.back().bytes.size() < pipeCapacity) {
             queue_.back().bytes += bytes;
         } else {
-            queue_.push_back(Chunk{stream, std::move(bytes)});
+            queue_.push_back(Chunk{stream, std::string(bytes)});
         }
         hasRead = true;
     }

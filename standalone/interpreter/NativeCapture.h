@@ -8,6 +8,7 @@
 #include <string>
 #include <string_view>
 #include <thread>
+#include <vector>
 
 #include "connector/ThreadSafety.h"
 #include "fl/i18n/text.h"
@@ -55,6 +56,8 @@ public:
     int original(int descriptor) const { return originals_.at(static_cast<std::size_t>(descriptor)); }
 
 private:
+    static constexpr std::size_t pipeCapacity = 64U << 10U;  // bytes, what is usual
+
     struct Chunk {
         nmutil::io::StreamTypeEnum stream;
         std::string bytes;
@@ -70,6 +73,7 @@ private:
     const WithInterpreterLock withInterpreterLock_;
     std::array<int, 3> originals_{-1, -1, -1};
     std::array<int, 2> readEnds_{-1, -1};
+    std::array<int, 2> writeEnds_{-1, -1};
     int stopEvent_ = -1;
 
     // Touched under the interpreter's lock alone.
@@ -78,6 +82,7 @@ private:
     connector::Mutex mutex_;
     std::condition_variable queued_;   // something to deliver, or the end
     std::condition_variable emptied_;  // room in the queue
+    std::vector<char> scratch_ GUARDED_BY(mutex_) = std::vector<char>(pipeCapacity);
     std::deque<Chunk> queue_ GUARDED_BY(mutex_);
     std::size_t queuedBytes_ GUARDED_BY(mutex_) = 0;
     std::size_t droppedBytes_ GUARDED_BY(mutex_) = 0;

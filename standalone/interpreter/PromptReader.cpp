@@ -1,6 +1,7 @@
 #define PY_SSIZE_T_CLEAN
 #include "interpreter/PromptReader.h"
 
+#include <csignal>
 #include <stdexcept>
 #include <utility>
 
@@ -14,6 +15,7 @@ namespace {
 using namespace nmutil::prompt;  // the prompt values
 
 constexpr std::size_t typeAheadLimit = 1U << 20U;
+constexpr char16_t endOfText = 3;
 constexpr char16_t endOfTransmission = 4;
 
 // With the interpreter's lock released for the wait, so that Python's own threads go on.
@@ -63,6 +65,11 @@ ReadResult PromptReader::readKey() {
 }
 
 void PromptReader::type(char16_t unit) {
+    if (unit == endOfText) {  // Ctrl-C, as at any terminal: what was typed on the line goes with it
+        typed_.clear();
+        PyErr_SetInterruptEx(SIGINT);
+        return;
+    }
     if (typed_.size() >= typeAheadLimit) throw std::length_error("Too much is typed ahead.");
     typed_.push_back(unit == u'\r' ? u'\n' : unit);
 }
@@ -77,6 +84,13 @@ ReadResult PromptReader::waitUntil(InputRequester prompt, const std::function<bo
     const InputRequester outer = show(prompt);
     ReadResult result = ReadResult::Line;
     while (!isSatisfied()) {
+        // Before the prompt is announced again: what an interrupted code prints belongs to whoever typed the
+        // interrupt.
+        if (PyErr_CheckSignals() != 0) {
+            typed_.clear();
+            result = ReadResult::Interrupted;
+            break;
+        }
         hooks_.beforeWait();
         if (auto request = takeUnlocked(queue_, prompt)) {
             hooks_.run(std::move(request));
@@ -86,11 +100,6 @@ ReadResult PromptReader::waitUntil(InputRequester prompt, const std::function<bo
         } else {
             // Nudged: the signal is on its way to this thread, and any system call lets it in.
             sched_yield();
-            if (PyErr_CheckSignals() != 0) {
-                typed_.clear();
-                result = ReadResult::Interrupted;
-                break;
-            }
         }
     }
     show(outer);

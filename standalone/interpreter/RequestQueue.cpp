@@ -1,7 +1,9 @@
 #include "interpreter/RequestQueue.h"
 
 #include <algorithm>
+#include <chrono>
 #include <exception>
+#include <thread>
 #include <utility>
 
 #include "foundation/log/diagnostic_logger.h"
@@ -42,6 +44,17 @@ bool mayRun(WhenToDequeue when, InputRequester prompt) {
     return false;
 }
 
+// Watches `changes` for a few microseconds.
+bool lookOut(const std::atomic<unsigned>& changes, unsigned seen) {
+    constexpr auto duration = std::chrono::microseconds(20);
+    const auto end = std::chrono::steady_clock::now() + duration;
+    do {
+        if (changes.load(std::memory_order_relaxed) != seen) return true;
+        std::this_thread::yield();
+    } while (std::chrono::steady_clock::now() < end);
+    return false;
+}
+
 }  // namespace
 
 RequestQueue::RequestQueue(std::function<void()> interruptRunning, std::size_t capacity)
@@ -70,6 +83,7 @@ void RequestQueue::setReadyToExecute(IDType id) {
         const auto entry = findLocked(id);
         if (entry == entries_.end()) return;
         entry->request->isReady = true;
+        changes_.fetch_add(1, std::memory_order_relaxed);
     }
     changed_.notify_one();
 }
@@ -119,7 +133,13 @@ std::unique_ptr<QueuedRequest> RequestQueue::take(InputRequester prompt) {
     for (;;) {
         if (isStopped_ || std::exchange(isNudged_, false)) return nullptr;
         if (auto request = takeLocked(prompt)) return request;
-        changed_.wait(lock.native());
+        // A client often sends its next request as soon as it has its answer. To look out for it for a moment
+        // costs less than to sleep and be woken.
+        const unsigned seen = changes_.load(std::memory_order_relaxed);
+        lock.unlock();
+        const bool hasChanged = lookOut(changes_, seen);
+        lock.lock();
+        if (!hasChanged && seen == changes_.load(std::memory_order_relaxed)) changed_.wait(lock.native());
     }
 }
 
@@ -139,6 +159,7 @@ void RequestQueue::nudge() {
     {
         connector::MutexLock lock(mutex_);
         isNudged_ = true;
+        changes_.fetch_add(1, std::memory_order_relaxed);
     }
     changed_.notify_one();
 }
@@ -149,6 +170,7 @@ void RequestQueue::stop() {
         connector::MutexLock lock(mutex_);
         isStopped_ = true;
         entries.swap(entries_);
+        changes_.fetch_add(1, std::memory_order_relaxed);
     }
     changed_.notify_one();
     for (Entry& entry : entries) endCancelled(entry);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <condition_variable>
 #include <cstddef>
 #include <deque>
@@ -49,7 +50,7 @@ public:
     std::unique_ptr<QueuedRequest> tryTake(InputRequester prompt) EXCLUDES(mutex_);
 
     /// The same, but waits for one. Null when the queue was nudged or has been stopped.
-    /// Blocks: until then.
+    /// Blocks: until then; it sleeps after the first twenty microseconds.
     std::unique_ptr<QueuedRequest> take(InputRequester prompt) EXCLUDES(mutex_);
 
     /// Ends a request that was taken: completes its delegate, then runs its continuations.
@@ -85,6 +86,7 @@ private:
 
     mutable connector::Mutex mutex_;
     std::condition_variable changed_;
+    std::atomic<unsigned> changes_{0};  // counts notifications; changed under mutex_, read without it
     std::deque<Entry> entries_ GUARDED_BY(mutex_);
     std::vector<Running> running_
         GUARDED_BY(mutex_);  // innermost last: requests run inside others at prompts

@@ -5,7 +5,7 @@
 
 // Python.h is large and defines macros; the one type that is named here is enough.
 extern "C" {
-typedef struct _object PyObject;
+typedef struct _object PyObject;  // NOLINT(bugprone-reserved-identifier): the name is Python's
 }
 
 namespace standalone {

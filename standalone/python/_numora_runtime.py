@@ -203,7 +203,9 @@ def report(error):
     sys.last_type, sys.last_value, sys.last_traceback = type(error), error, error.__traceback__
     import traceback
 
-    text = "".join(traceback.format_exception(error))
+    described = traceback.TracebackException.from_exception(error, compact=True)
+    _hide_own_frames(described)
+    text = "".join(described.format())
     frames = [(f.filename, f.name, f.lineno or 0) for f in traceback.extract_tb(error.__traceback__)[-100:]]
     kind = "interrupt" if isinstance(error, KeyboardInterrupt) else "error"
     try:
@@ -211,6 +213,15 @@ def report(error):
     except Exception:
         suggestion = None  # looking for one runs code of the object at fault
     return (kind, name, str(error), text, frames, suggestion)
+
+
+def _hide_own_frames(described):
+    """Takes this module out of the call stacks that are shown: the code at fault is the user's."""
+    while described is not None:
+        described.stack[:] = [f for f in described.stack if f.filename != __file__]
+        for part in described.exceptions or ():
+            _hide_own_frames(part)
+        described = described.__cause__ or described.__context__
 
 
 def _suggestion(error):

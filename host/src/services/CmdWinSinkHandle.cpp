@@ -20,7 +20,7 @@ std::vector<Window>& windows() {
 
 }  // namespace
 
-void CmdWinSinkHandle::setFactory(std::shared_ptr<CmdWinSinkFactory> factory) {
+void CmdWinSinkHandle::setFactory(const std::shared_ptr<CmdWinSinkFactory>& factory) {
     Window window{factory, factory->getSink(false), factory->getSink(true)};
     if (!windows().empty()) windows().back().out->deactivate();
     windows().push_back(std::move(window));

@@ -44,7 +44,7 @@ public:
 /// Threads: as nmutil::io::NMSink; there is no lock of its own.
 class CmdWinSinkHandle {
 public:
-    static void setFactory(std::shared_ptr<CmdWinSinkFactory> factory);
+    static void setFactory(const std::shared_ptr<CmdWinSinkFactory>& factory);
     /// Does nothing when only the first factory, the host's own, is left.
     static void restorePreviousFactory();
 

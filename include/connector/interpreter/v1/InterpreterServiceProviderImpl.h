@@ -29,16 +29,17 @@ class PendingRequest;
 ///
 /// Threads: every operation from any thread but the interpreter's, any number at a time.
 /// Locks: mutex_ guards what changes; it is not held while an evaluation runs, but it is while an interrupt
-/// waits for requests that it releases (500 ms at most). It is taken before the start-up's mutex, and before the
-/// state of a promise.
+/// waits for requests that it releases (500 ms at most). It is taken before the start-up's mutex, and before
+/// the state of a promise.
 class InterpreterServiceProviderImpl : public InterpreterServiceProvider {
 public:
     using StatusPromise = connector::Promise<ConnectorExecutionStatuses>;
     using Context = std::shared_ptr<connector::common::ContextState>;
 
     /// `zvm` is null where the environment has no interpreter; requests then get a fault.
-    InterpreterServiceProviderImpl(std::shared_ptr<connector::configuration::Configuration> configuration,
-                                   std::shared_ptr<zvm::ZVM> zvm);
+    InterpreterServiceProviderImpl(
+        const std::shared_ptr<connector::configuration::Configuration>& configuration,
+        std::shared_ptr<zvm::ZVM> zvm);
     ~InterpreterServiceProviderImpl() override;
 
     using InterpreterServiceProvider::handle;

@@ -23,11 +23,10 @@ public:
     /// with a user tag receives every event that carries the tag.
     /// Throws: std::bad_alloc.  An exception that the handler throws is logged and goes no further.
     template <class E, class F>
-    std::unique_ptr<Connection> subscribe(F handler, std::u16string userTag = {}) {
-        return subscribeImpl(E::typeName, std::move(userTag),
-                             [handler = std::move(handler)](const BaseEvent& event) {
-                                 handler(static_cast<const E&>(event));
-                             });
+    std::unique_ptr<Connection> subscribe(F handler, const std::u16string& userTag = {}) {
+        return subscribeImpl(E::typeName, userTag, [handler = std::move(handler)](const BaseEvent& event) {
+            handler(static_cast<const E&>(event));
+        });
     }
 
     /// Delivers `event` and returns when its handlers have run.
