@@ -1,5 +1,6 @@
 #include "connector/interpreter/ConnectorEvalPlugin.h"
 
+#include <algorithm>
 #include <atomic>
 
 #include "connector/interpreter/ConnectorCmdWinSink.h"
@@ -26,7 +27,7 @@ void ConnectorEvalPlugin::pre() {
     licenceBusy = true;
     if (request.columns() > 0) {
         ioSetNumWindowColumns(static_cast<std::uint64_t>(request.columns()));
-        ioSetNumWindowRows(static_cast<std::uint64_t>(request.rows()));
+        ioSetNumWindowRows(static_cast<std::uint64_t>(std::max(request.rows(), 0)));
     }
 }
 

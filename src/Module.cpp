@@ -3,7 +3,10 @@
 #include <typeindex>
 #include <utility>
 
+#include "connector/container/SequenceContainer.h"
+#include "connector/container/registerSequenceContainer.h"
 #include "connector/interpreter/ConnectorEvalPlugin.h"
+#include "connector/interpreter/v1/FEvalSequenceServiceProvider.h"
 #include "connector/interpreter/v1/InterpreterJsonSerialization.h"
 #include "connector/interpreter/v1/InterpreterServiceProviderImpl.h"
 #include "iqm/PacketInfo.h"
@@ -20,12 +23,17 @@ Module::Module(ModuleServices services)
           },
           false)) {
     const v1::InterpreterJsonSerialization serialization(services_.serializer);
+    container::registerSequenceContainer(*services_.serializer);
     v1::StartupWakeUp::begin(services_.zvm);
     auto provider =
         std::make_shared<v1::InterpreterServiceProviderImpl>(services_.configuration, services_.zvm);
     services_.framework->registerService({}, {typeid(v1::Eval), typeid(v1::FEval), typeid(v1::Interrupt)},
                                          provider);
     providers_.push_back(std::move(provider));
+    // Last, because they are stopped in this order: it waits for requests that the interpreter's releases.
+    auto sequences = std::make_shared<v1::FEvalSequenceServiceProvider>();
+    services_.framework->registerService({}, {typeid(container::SequenceContainer)}, sequences);
+    providers_.push_back(std::move(sequences));
 }
 
 Module::~Module() {

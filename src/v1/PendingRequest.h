@@ -1,13 +1,15 @@
 #pragma once
 
-#include <atomic>
 #include <chrono>
 #include <exception>
 #include <memory>
 #include <stdexcept>
 #include <utility>
+#include <vector>
 
 #include "connector/Promise.h"
+#include "connector/ThreadSafety.h"
+#include "zvm/detail.h"
 
 namespace connector::interpreter::v1 {
 
@@ -22,14 +24,33 @@ public:
     /// Blocks: until `deadline` at most.
     virtual void release(std::chrono::steady_clock::time_point deadline) = 0;
 
-    /// False once the request was released from outside.
-    bool isActive() const { return isActive_; }
+    /// What the request has in the interpreter's queue: the request proper, then what belongs to it.
+    /// Threads: the handling one, before others can find the token, and others afterwards.  Locks: mutex_.
+    void setQueued(std::vector<zvm::detail::CmdDistributorTaskReference> tasks) EXCLUDES(mutex_) {
+        MutexLock lock(mutex_);
+        tasks_ = std::move(tasks);
+        // Released while it was being queued.
+        if (!isActive_) withdrawLocked();
+    }
 
-protected:
-    void deactivate() { isActive_ = false; }
+    /// Takes the request out of the queue. False when it has begun, or was never queued.
+    bool withdraw() EXCLUDES(mutex_) {
+        MutexLock lock(mutex_);
+        isActive_ = false;
+        return withdrawLocked();
+    }
 
 private:
-    std::atomic<bool> isActive_{true};
+    bool withdrawLocked() REQUIRES(mutex_) {
+        using CancelStatus = zvm::TaskReference::CancelStatus;
+        if (tasks_.empty() || tasks_.front().cancel(false) != CancelStatus::Cancelled) return false;
+        for (auto& task : tasks_) task.cancel(false);
+        return true;
+    }
+
+    Mutex mutex_;  // taken before the queue's
+    std::vector<zvm::detail::CmdDistributorTaskReference> tasks_ GUARDED_BY(mutex_);
+    bool isActive_ GUARDED_BY(mutex_) = true;
 };
 
 template <class T>
@@ -39,7 +60,6 @@ public:
 
     void release(std::chrono::steady_clock::time_point deadline) override {
         if (promise_->getState()->waitFor(deadline - std::chrono::steady_clock::now())) return;
-        deactivate();
         try {
             promise_->setException(std::make_exception_ptr(std::runtime_error("Request interrupted.")));
         } catch (const std::runtime_error&) {

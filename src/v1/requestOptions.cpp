@@ -1,6 +1,7 @@
 #include "v1/requestOptions.h"
 
 #include <string>
+#include <utility>
 
 #include "connector/interpreter/ConnectorCmdWinSink.h"
 #include "fl/i18n/text.h"
@@ -20,21 +21,26 @@ std::u16string printableText(const nmutil::io::PrintableErrorEvent& event, std::
 
 }  // namespace
 
+void showInCommandWindow(std::u16string text) {
+    ConnectorCmdWinSink::getInstance(true)->doPrintableError(std::move(text));
+}
+
 cmddistributor::RunOptions requestOptions(const common::ContextState& context,
-                                          cmddistributor::WhenToDequeue when, std::string_view logPrefix) {
+                                          cmddistributor::WhenToDequeue when, std::string_view logPrefix,
+                                          ShowError show) {
     const auto clientType = context.getOr<std::string>("clientType", {});
     cmddistributor::RunOptions options(
         when, clientType.empty() ? boost::none : boost::make_optional(fl::i18n::to_ustring(clientType)));
     options.setCapabilities(context.getOr("numoraCapabilities", capabilities::CapabilityList()));
-    options.setCallbackImpl([logPrefix](const nmutil::io::PrintableErrorEvent& event) {
-        if (log().isEnabled(Severity::Debug)) {
-            log().debug(std::string(logPrefix) + " PrintableErrorEvent triggered: id: " + event.getID() +
-                        ", text: " + fl::i18n::to_string(event.getText()));
-        }
-        if (event.getText().empty()) return;
-        ConnectorCmdWinSink::getInstance(true)->doPrintableError(
-            printableText(event, "FunctionNotSupported"));
-    });
+    options.setCallbackImpl(
+        [logPrefix, show = std::move(show)](const nmutil::io::PrintableErrorEvent& event) {
+            if (log().isEnabled(Severity::Debug)) {
+                log().debug(std::string(logPrefix) + " PrintableErrorEvent triggered: id: " + event.getID() +
+                            ", text: " + fl::i18n::to_string(event.getText()));
+            }
+            if (event.getText().empty()) return;
+            show(printableText(event, "FunctionNotSupported"));
+        });
     return options;
 }
 

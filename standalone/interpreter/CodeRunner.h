@@ -2,27 +2,20 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <deque>
-#include <memory>
 #include <string>
 
 #include <boost/optional.hpp>
 
-#include "cmddistributor/RuntimeException.h"
-#include "interpreter/pythonText.h"
+#include "interpreter/PyRef.h"
+#include "interpreter/SourceCache.h"
+#include "interpreter/errorReport.h"
 
 namespace standalone {
 
-/// An error that ended a piece of code, as it is to be reported.
-struct CodeError {
-    cmddistributor::RuntimeException exception;
-    boost::optional<std::u16string> suggestion;
-};
-
 /// Compiles and runs pieces of code in the user's workspace, which is Python's module `__main__`.
 ///
-/// A piece runs in two steps: `execute`, and then, if that failed, `takeError`, which describes the failure;
-/// an interrupt that is meant for the code must not reach the description.
+/// A piece runs in two steps: `execute`, and then, if that failed, `takeError`, which describes the failure
+/// and may run code of the user's, too.
 ///
 /// Threads: the interpreter thread with the interpreter's lock.
 class CodeRunner {
@@ -34,9 +27,6 @@ public:
 
     /// `runtimeModule` is the module that describes errors.  Throws: std::runtime_error.
     explicit CodeRunner(PyObject* runtimeModule);
-    ~CodeRunner();
-    CodeRunner(const CodeRunner&) = delete;
-    CodeRunner& operator=(const CodeRunner&) = delete;
 
     /// Runs `code` and displays the value of its last statement if that is an expression.
     Result execute(const std::u16string& code);
@@ -47,31 +37,29 @@ public:
     /// False when `code` ends inside an open block.
     bool isComplete(const std::u16string& code);
 
+    /// Ends a process that code of the last `execute` forked: prints its error and exits with its status.
+    [[noreturn]] void exitForkedChild();
+
 private:
-    class Ref;
+    enum class Mode { Simple, Tree };
 
+    PyRef compileSource(const std::u16string& code, PyObject* source, PyObject* fileName, Mode mode);
+    PyRef compileTree(PyObject* tree, PyObject* fileName, const char* mode);
+    bool runTree(PyObject* tree, PyObject* fileName, bool& isSourceWanted);
+    bool runCode(PyObject* code, bool& isSourceWanted);
     Result failed();
-    Ref compileSource(const std::u16string& code, PyObject* source, PyObject* fileName, int start,
-                      int extraFlags);
-    bool runTree(PyObject* tree, PyObject* fileName);
-    bool runPart(PyObject* tree, PyObject* fileName, const char* mode);
-    bool runCode(PyObject* code);
-    void rememberSource(PyObject* source, PyObject* fileName);
-    void forgetSource(PyObject* fileName);
-    boost::optional<CodeError> describe(PyObject* error);
 
-    PyObject* globals_ = nullptr;  // borrowed: the workspace lives as long as Python
-    PyObject* report_ = nullptr;   // owned, as are those below
-    PyObject* compile_ = nullptr;
-    PyObject* expressionType_ = nullptr;
-    PyObject* interactiveType_ = nullptr;
-    PyObject* sourceCache_ = nullptr;
-    PyObject* error_ = nullptr;
-
+    const PyRef runtimeModule_;
+    const PyRef mainModule_;  // held, because code may take it out of sys.modules
+    PyObject* const globals_;
+    const PyRef report_;
+    const PyRef compile_;
+    const PyRef expressionType_;
+    const PyRef interactiveType_;
+    SourceCache sources_;
+    PyRef error_;
     std::uint64_t count_ = 0;
     int futureFlags_ = 0;
-    bool definesFunctions_ = false;
-    std::deque<PyObject*> keptSources_;  // owned file names whose source stays for tracebacks, oldest first
 };
 
 }  // namespace standalone

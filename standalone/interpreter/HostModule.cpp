@@ -2,11 +2,13 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstring>
 #include <stdexcept>
 #include <string>
 
 #include <pybind11/pybind11.h>
+#include <unistd.h>
 
 #include "foundation/log/diagnostic_logger.h"
 #include "interpreter/InterpreterServices.h"
@@ -41,6 +43,25 @@ void printUnits(nmutil::io::StreamTypeEnum stream, const Unit* units, Py_ssize_t
     if (used > 0) bound->print(stream, {piece.data(), used});
 }
 
+// Without a window, as in a forked child and at the end, text goes to the descriptor itself.
+bool writeDirectly(nmutil::io::StreamTypeEnum stream, PyObject* text) {
+    PyObject* bytes = PyUnicode_AsEncodedString(text, "utf-8", "replace");
+    if (bytes == nullptr) return false;
+    const int descriptor = stream == nmutil::io::STANDARD_OUTPUT ? STDOUT_FILENO : STDERR_FILENO;
+    const char* data = PyBytes_AS_STRING(bytes);
+    Py_ssize_t rest = PyBytes_GET_SIZE(bytes);
+    while (rest > 0) {
+        const ssize_t count = ::write(descriptor, data, static_cast<std::size_t>(rest));
+        if (count < 0 && errno != EINTR) break;
+        if (count > 0) {
+            data += count;
+            rest -= count;
+        }
+    }
+    Py_DECREF(bytes);
+    return true;
+}
+
 // CPython keeps text as Latin-1, UCS-2 or UCS-4 units; each goes to UTF-16 in one step.
 PyObject* write(nmutil::io::StreamTypeEnum stream, PyObject* text) {
     if (PyUnicode_Check(text) == 0) {
@@ -49,6 +70,7 @@ PyObject* write(nmutil::io::StreamTypeEnum stream, PyObject* text) {
     }
     if (PyUnicode_READY(text) != 0) return nullptr;
     const Py_ssize_t length = PyUnicode_GET_LENGTH(text);
+    if (bound == nullptr && !writeDirectly(stream, text)) return nullptr;
     if (bound != nullptr && length > 0) {
         try {
             bound->beforePrint();
@@ -80,7 +102,7 @@ PyMethodDef writeErrDefinition = {"write_err", writeErr, METH_O, "Prints text on
 
 InterpreterServices& servicesForReading() {
     if (bound == nullptr || !bound->isInterpreterThread()) {
-        throw py::type_error("Only the interpreter's main thread can read typed input.");
+        throw std::runtime_error("Only the interpreter's main thread can read typed input.");
     }
     return *bound;
 }
@@ -114,6 +136,7 @@ void defineFunctions(py::module_& module) {
     module.def("home", [] {
         if (bound != nullptr) bound->moveHome();
     });
+    module.def("leave_window", [] { bound = nullptr; });
     module.def("warn", [](const std::string& text) {
         foundation::log::DiagnosticLogger("standalone::python").warning(text);
     });

@@ -39,6 +39,36 @@ const foundation::log::DiagnosticLogger& logger() {
 // There is one workspace; what it is, the code runner knows.
 class MainWorkspace : public iqm::Workspace {};
 
+RuntimeException internalError(const std::exception& error) {
+    logger().error("A request failed: " + std::string(error.what()));
+    const std::u16string what = fl::i18n::to_ustring(error.what());
+    return {nmutil::cmddistributor::EXECUTION_ERROR, "NUMORA:internal", what, what + u"\n"};
+}
+
+// Shows that code is running, and what was shown before when it ends, in whatever way.
+class PromptScope {
+public:
+    explicit PromptScope(PromptReader& prompts)
+        : prompts_(prompts), outer_(prompts.show(nmutil::prompt::NO_PROMPT)) {
+        if (outer_ == nmutil::prompt::INCOMPLETE_BLOCK_PROMPT) outer_ = nmutil::prompt::BASE_PROMPT;
+    }
+    ~PromptScope() {
+        if (!isRestored_) restore(false);
+    }
+    PromptScope(const PromptScope&) = delete;
+    PromptScope& operator=(const PromptScope&) = delete;
+
+    void restore(bool isIncomplete) {
+        prompts_.show(isIncomplete ? nmutil::prompt::INCOMPLETE_BLOCK_PROMPT : outer_);
+        isRestored_ = true;
+    }
+
+private:
+    PromptReader& prompts_;
+    nmutil::prompt::InputRequester outer_;
+    bool isRestored_ = false;
+};
+
 void withInterpreterLock(const std::function<void()>& action) {
     const PyGILState_STATE state = PyGILState_Ensure();
     action();
@@ -56,39 +86,27 @@ void withoutInterpreterLock(const std::function<void()>& action) {
 /// The interpreter as requests see it. It may outlive the interpreter, and is unavailable then.
 class Interpreter::LocalZvm : public zvm::ZVM, public zvm::Session {
 public:
-    LocalZvm(std::shared_ptr<RequestQueue> queue, Interpreter& interpreter)
-        : queue_(std::move(queue)), interpreter_(&interpreter) {}
+    explicit LocalZvm(std::shared_ptr<RequestQueue> queue) : queue_(std::move(queue)) {}
 
     zvm::ZvmID id() const override { return 0; }
     bool isAvailable() const override { return !queue_->isStopped(); }
     bool isActive() const override { return isAvailable(); }
-    void interrupt() override EXCLUDES(mutex_) {
-        connector::MutexLock lock(mutex_);
-        if (interpreter_ != nullptr) interpreter_->interrupts_.request();
-    }
+    void interrupt() override { queue_->interrupt(); }
     void interrupt(const foundation::msg_svc::exchange::IDType& request) override {
         queue_->cancel(request, true);
     }
     std::shared_ptr<cmddistributor::CmdDistributor> getCmdDistributor() override { return queue_; }
 
-    void detach() EXCLUDES(mutex_) {
-        connector::MutexLock lock(mutex_);
-        interpreter_ = nullptr;
-    }
-
 private:
     const std::shared_ptr<RequestQueue> queue_;
-    connector::Mutex mutex_;  // taken before the queue's
-    Interpreter* interpreter_ GUARDED_BY(mutex_);
 };
 
 Interpreter::Interpreter(const HostOptions& options)
     : options_(options),
       processId_(getpid()),
-      queue_(std::make_shared<RequestQueue>([this] { zvm_->interrupt(); })),
+      queue_(std::make_shared<RequestQueue>(&Interrupts::send)),
       events_(std::make_shared<LocalEventManager>()),
-      zvm_(std::make_shared<LocalZvm>(queue_, *this)),
-      interrupts_([this] { queue_->nudge(); }),
+      zvm_(std::make_shared<LocalZvm>(queue_)),
       prompts_(*queue_, {[this] {
                              drainOutput();
                              const auto& sink = CmdWinSinkHandle::activeSink(false);
@@ -120,11 +138,10 @@ Interpreter::~Interpreter() {
         }
         if (!hasEnded_) {
             logger().error("The running code does not end; the process ends without it.");
-            std::_Exit(shutdown::errorStatus());
+            std::_Exit(shutdown::errorStatus() != 0 ? shutdown::errorStatus() : 1);
         }
     }
     thread_.join();
-    zvm_->detach();
 }
 
 int Interpreter::originalDescriptor(int descriptor) const {
@@ -150,7 +167,7 @@ void Interpreter::threadMain(std::promise<void>& started) {
         InterpreterServices& services = *this;
         python_ = std::make_unique<PythonRuntime>(services);
         if (capture_) capture_->start();
-        interrupts_.attach();
+        Interrupts::attach();
         terminal_ = std::make_shared<TerminalWindow>(originalDescriptor(1), originalDescriptor(2));
         CmdWinSinkHandle::setFactory(terminal_);
         runner_ = std::make_unique<CodeRunner>(python_->runtimeModule());
@@ -164,7 +181,8 @@ void Interpreter::threadMain(std::promise<void>& started) {
     serve();
 
     shutdown::ShutdownRegistry::run(true);
-    interrupts_.detach();
+    python_->finish();
+    Interrupts::detach();
     stopCapture();
     runner_.reset();
     python_.reset();
@@ -181,7 +199,7 @@ void Interpreter::threadMain(std::promise<void>& started) {
 // prints.
 void Interpreter::stopCapture() {
     if (!capture_) return;
-    capture_->drain();
+    capture_->drain(true);
     withoutInterpreterLock([this] { capture_->stop(); });
 }
 
@@ -216,11 +234,7 @@ void Interpreter::run(std::unique_ptr<QueuedRequest> queued) {
     } catch (const RuntimeException& error) {
         result = std::make_unique<IIPResult>(queued->id, error);
     } catch (const std::exception& error) {
-        logger().error("A request failed: " + std::string(error.what()));
-        const std::string what = error.what();
-        result = std::make_unique<IIPResult>(
-            queued->id, RuntimeException(nmutil::cmddistributor::EXECUTION_ERROR, "NUMORA:internal",
-                                         std::u16string(what.begin(), what.end())));
+        result = std::make_unique<IIPResult>(queued->id, internalError(error));
     }
     active_.pop_back();
     queue_->finish(*queued, *result);
@@ -247,6 +261,10 @@ std::unique_ptr<IIPResult> Interpreter::runPlugin(QueuedRequest& queued,
     } catch (const RuntimeException& error) {
         failure = error;
         plugin->processMFileError();
+    } catch (const std::exception& error) {
+        // Short of memory, most likely; the level that `pre` opened is closed all the same.
+        failure = internalError(error);
+        showError(*failure);
     }
     try {
         plugin->post();
@@ -263,18 +281,19 @@ void Interpreter::evaluate(const std::u16string& code, iqm::Workspace&) {
         shownColumns_ = columns_;
         shownRows_ = rows_;
     }
-    auto outerPrompt = prompts_.show(nmutil::prompt::NO_PROMPT);
-    if (outerPrompt == nmutil::prompt::INCOMPLETE_BLOCK_PROMPT) outerPrompt = nmutil::prompt::BASE_PROMPT;
-    const std::uint32_t outerCode = interrupts_.begin();
-    const CodeRunner::Result result = runner_->execute(code);
-    interrupts_.end(outerCode);
-    exitIfForked();
+    PromptScope prompt(prompts_);
+    CodeRunner::Result result = CodeRunner::Result::Failed;
+    interruptibly([&] { result = runner_->execute(code); });
+    if (getpid() != processId_) runner_->exitForkedChild();  // or it would go on here as a second interpreter
+
+    // Describing an error runs code of the user's, which may have to be interrupted, too.
+    boost::optional<CodeError> error;
+    if (result == CodeRunner::Result::Failed) interruptibly([&] { error = runner_->takeError(); });
+    if (codeNumber_ == 0) tidyUp();
+    drainOutput(true);
 
     const bool isIncomplete = result == CodeRunner::Result::Incomplete;
-    const boost::optional<CodeError> error =
-        result == CodeRunner::Result::Failed ? runner_->takeError() : boost::none;
-    drainOutput();
-    prompts_.show(isIncomplete ? nmutil::prompt::INCOMPLETE_BLOCK_PROMPT : outerPrompt);
+    prompt.restore(isIncomplete);
     codeBlockStatus_ = isIncomplete ? 1 : 0;
     executionStatus_ = error ? error->exception.getExecutionStatus() : nmutil::cmddistributor::EXECUTION_OK;
     if (!error) return;
@@ -284,6 +303,41 @@ void Interpreter::evaluate(const std::u16string& code, iqm::Workspace&) {
     showError(error->exception);
     if (error->suggestion) events_->raise(numora::lang::correction::SuggestionEvent(*error->suggestion));
     throw RuntimeException(error->exception);
+}
+
+// Runs what may run user code as code with a number of its own, so that interrupts can be meant for it.
+void Interpreter::interruptibly(const std::function<void()>& action) {
+    const std::uint32_t outer = codeNumber_;
+    const std::uint32_t code = ++lastCodeNumber_;
+    queue_->beginCode(active_.empty() ? RequestQueue::IDType{} : active_.back()->id, code);
+    const bool isOuterInterrupted = Interrupts::begin(code, outer);
+    codeNumber_ = code;
+    if (queue_->openToSignals()) Interrupts::trip();
+    const auto end = [&] {
+        codeNumber_ = outer;
+        Interrupts::end(outer);
+        if (queue_->endCode() || isOuterInterrupted) Interrupts::trip();
+    };
+    try {
+        action();
+    } catch (...) {
+        end();
+        throw;
+    }
+    end();
+}
+
+void Interpreter::tidyUp() {
+    python_->endDebugging();
+    if (!Interrupts::isDisturbed()) return;
+    python_->restoreInterrupts();
+    Interrupts::install();
+}
+
+bool Interpreter::setInterruptPending(bool pending) {
+    // An interrupt is delivered at once, so there is never one to take back.
+    if (pending) queue_->interrupt();
+    return false;
 }
 
 bool Interpreter::isCodeBlockComplete(const std::u16string& code) { return runner_->isComplete(code); }
@@ -319,8 +373,8 @@ void Interpreter::beforePrint() {
     if (capture_) capture_->drainIfReady();
 }
 
-void Interpreter::drainOutput() {
-    if (capture_) capture_->drain();
+void Interpreter::drainOutput(bool isEnd) {
+    if (capture_) capture_->drain(isEnd);
 }
 
 ReadResult Interpreter::readLine(nmutil::prompt::InputRequester prompt, std::u16string& line) {
@@ -337,12 +391,6 @@ void Interpreter::clearWindow() {
 void Interpreter::moveHome() {
     drainOutput();
     CmdWinSinkHandle::activeSink(false)->doHome();
-}
-
-// Code that forks without running another program would otherwise go on here as a second interpreter.
-void Interpreter::exitIfForked() const {
-    if (getpid() == processId_) return;
-    std::_Exit(0);
 }
 
 }  // namespace standalone

@@ -3,15 +3,18 @@
 #include <atomic>
 #include <condition_variable>
 #include <cstdint>
+#include <functional>
 #include <future>
 #include <memory>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "connector/ThreadSafety.h"
 #include "events/LocalEventManager.h"
 #include "host/Environment.h"
+#include "interpreter/CodeRunner.h"
 #include "interpreter/InterpreterServices.h"
 #include "interpreter/Interrupts.h"
 #include "interpreter/PromptReader.h"
@@ -20,7 +23,6 @@
 
 namespace standalone {
 
-class CodeRunner;
 class NativeCapture;
 class PythonRuntime;
 class TerminalWindow;
@@ -66,9 +68,9 @@ public:
     std::uint64_t windowColumns() override { return columns_; }
     void setWindowRows(std::uint64_t rows) override { rows_ = validSize(rows, rows_); }
     void setWindowColumns(std::uint64_t columns) override { columns_ = validSize(columns, columns_); }
-    bool isSignalThread() override { return interrupts_.isSignalThread(); }
-    bool setInterruptEnabled(bool enabled) override { return interrupts_.setEnabled(enabled); }
-    bool setInterruptPending(bool pending) override { return interrupts_.setPending(pending); }
+    bool isSignalThread() override { return Interrupts::isSignalThread(); }
+    bool setInterruptEnabled(bool enabled) override { return std::exchange(isInterruptEnabled_, enabled); }
+    bool setInterruptPending(bool pending) override;
     std::shared_ptr<foundation::msg_svc::eventmgr::EventMgr> eventManager(
         const boost::optional<zvm::ZvmID>& id) override;
 
@@ -86,6 +88,8 @@ private:
     std::unique_ptr<cmddistributor::IIPResult> runRequest(QueuedRequest& queued);
     std::unique_ptr<cmddistributor::IIPResult> runPlugin(QueuedRequest& queued,
                                                          const std::shared_ptr<cmddistributor::IIP>& iip);
+    void interruptibly(const std::function<void()>& action);
+    void tidyUp();
     void showError(const cmddistributor::RuntimeException& error);
 
     // InterpreterServices
@@ -95,7 +99,7 @@ private:
     ReadResult readKey() override;
     void clearWindow() override;
     void moveHome() override;
-    bool isInterpreterThread() const override { return interrupts_.isSignalThread(); }
+    bool isInterpreterThread() const override { return Interrupts::isSignalThread(); }
 
     // IInterpreterBridge: nothing here waits for the end of an evaluation beside its own request.
     void notifyEvalEnd(bool) override {}
@@ -106,18 +110,19 @@ private:
     static std::uint64_t validSize(std::uint64_t size, std::uint64_t otherwise) {
         return size >= 1 && size <= 100'000 ? size : otherwise;
     }
-    void drainOutput();
-    void exitIfForked() const;
+    /// At the `isEnd` of an evaluation, what looks like the beginning of a character stands for itself.
+    void drainOutput(bool isEnd = false);
 
     const HostOptions options_;
     const int processId_;
     const std::shared_ptr<RequestQueue> queue_;
     const std::shared_ptr<LocalEventManager> events_;
     const std::shared_ptr<LocalZvm> zvm_;
-    Interrupts interrupts_;
     PromptReader prompts_;
 
     // Of the interpreter thread.
+    std::uint32_t codeNumber_ = 0;  // of the code that runs; 0: none
+    std::uint32_t lastCodeNumber_ = 0;
     std::unique_ptr<NativeCapture> capture_;
     std::shared_ptr<TerminalWindow> terminal_;
     std::unique_ptr<PythonRuntime> python_;
@@ -125,6 +130,7 @@ private:
     std::vector<const QueuedRequest*> active_;  // innermost last
     nmutil::cmddistributor::inExecutionStatus executionStatus_ = nmutil::cmddistributor::EXECUTION_OK;
     std::int32_t codeBlockStatus_ = 0;
+    bool isInterruptEnabled_ = true;  // Python code always lets interrupts in; the setting is only kept
     std::uint64_t columns_;
     std::uint64_t rows_;
     std::uint64_t shownColumns_ = 0;  // what Python code was last told

@@ -1,6 +1,7 @@
 #define PY_SSIZE_T_CLEAN
 #include "interpreter/Interrupts.h"
 
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 
@@ -16,6 +17,8 @@ namespace {
 // The handler's view; one interpreter thread in the process. 0 stands for no code running, and for no thread.
 std::atomic<std::uint32_t> currentCode{0};
 std::atomic<pthread_t> interpreterThread{};
+
+constexpr std::uint32_t betweenCodes = ~0U;  // no code has this number
 
 void onInterrupt(int, siginfo_t* info, void*) {
     const bool isAddressed = info->si_code == SI_QUEUE;
@@ -37,6 +40,17 @@ void installHandler() {
     action.sa_flags = SA_SIGINFO | SA_ONSTACK;
     sigemptyset(&action.sa_mask);
     sigaction(SIGINT, &action, nullptr);
+}
+
+// Runs the handlers of the signals that have come, and drops what they raise. True when they raised
+// something.
+bool swallow() {
+    bool hasRaised = false;
+    while (PyErr_CheckSignals() != 0) {
+        PyErr_Clear();
+        hasRaised = true;
+    }
+    return hasRaised;
 }
 
 }  // namespace
@@ -63,57 +77,41 @@ void Interrupts::detach() {
     interpreterThread.store(pthread_t{});
 }
 
-std::uint32_t Interrupts::begin() {
-    swallow();
-    isHeldBack_.store(false);
-    return currentCode.exchange(++last_);
+bool Interrupts::begin(std::uint32_t code, std::uint32_t outer) {
+    currentCode.store(betweenCodes);
+    // What came while nothing ran is meant for nobody.
+    const bool hadSignals = swallow();
+    currentCode.store(code);
+    return hadSignals && outer != 0;
 }
 
 void Interrupts::end(std::uint32_t outer) {
-    currentCode.store(outer);
+    currentCode.store(betweenCodes);
     swallow();
-    // Code that sets SIGINT's handler, and sets it back, leaves CPython's own there, which knows no numbers.
-    struct sigaction action {};
-    sigaction(SIGINT, nullptr, &action);
-    if ((action.sa_flags & SA_SIGINFO) == 0 && action.sa_handler != SIG_IGN && action.sa_handler != SIG_DFL) {
-        installHandler();
-    }
+    currentCode.store(outer);
 }
 
-bool Interrupts::request() {
-    const std::uint32_t code = currentCode.load();
+bool Interrupts::isDisturbed() {
+    struct sigaction action {};
+    sigaction(SIGINT, nullptr, &action);
+    return action.sa_sigaction != onInterrupt;
+}
+
+void Interrupts::install() { installHandler(); }
+
+void Interrupts::send(std::uint32_t code) {
     const pthread_t thread = interpreterThread.load();
-    if (code == 0 || thread == pthread_t{}) return false;
-    if (!isEnabled_.load()) {
-        isHeldBack_.store(true);
-        return true;
-    }
+    if (thread == pthread_t{}) return;
+    struct sigaction action {};
+    sigaction(SIGINT, nullptr, &action);
+    if (action.sa_handler == SIG_DFL) return;
     sigval value{};
     value.sival_int = static_cast<int>(code);
     pthread_sigqueue(thread, SIGINT, value);
-    wake_();
-    return true;
 }
 
-bool Interrupts::setEnabled(bool enabled) {
-    const bool earlier = isEnabled_.exchange(enabled);
-    if (enabled && isHeldBack_.exchange(false)) request();
-    return earlier;
-}
+void Interrupts::trip() { PyErr_SetInterruptEx(SIGINT); }
 
-bool Interrupts::setPending(bool pending) {
-    if (!pending) return isHeldBack_.exchange(false);
-    const bool earlier = isHeldBack_.load();
-    request();
-    return earlier;
-}
-
-bool Interrupts::isSignalThread() const {
-    return pthread_equal(interpreterThread.load(), pthread_self()) != 0;
-}
-
-void Interrupts::swallow() {
-    while (PyErr_CheckSignals() != 0) PyErr_Clear();
-}
+bool Interrupts::isSignalThread() { return pthread_equal(interpreterThread.load(), pthread_self()) != 0; }
 
 }  // namespace standalone

@@ -1,8 +1,6 @@
 #pragma once
 
-#include <atomic>
 #include <cstdint>
-#include <functional>
 
 namespace standalone {
 
@@ -14,42 +12,33 @@ namespace standalone {
 /// elsewhere, such as a terminal, is taken by whatever runs. What reaches Python while nothing runs is
 /// swallowed before the next code begins.
 ///
-/// Threads: `request`, `setPending` and `isSignalThread` from any; the rest from the interpreter thread with
-/// the interpreter's lock.
-class Interrupts {
-public:
-    /// `wake` makes the interpreter thread look for signals where it waits at a prompt.
-    explicit Interrupts(std::function<void()> wake) : wake_(std::move(wake)) {}
-
+/// Which code an interrupt is meant for is the queue's knowledge; here it is brought there.
+///
+/// Threads: the interpreter thread with the interpreter's lock, but for what says otherwise.
+struct Interrupts {
     /// Makes the calling thread the one that interrupts go to.
-    void attach();
-    /// Gives the signal back; later requests do nothing.
-    void detach();
+    static void attach();
+    /// Gives the signal back; later interrupts do nothing.
+    static void detach();
 
-    /// Marks that code begins; returns what `end` is to be given. Code may begin inside other code.
-    std::uint32_t begin();
-    void end(std::uint32_t outer);
+    /// Marks that the code with the number `code` begins, inside the code `outer` or, when that is 0, by
+    /// itself. True when an interrupt was on its way to the code outside, which `trip` is to bring it once
+    /// this code has ended.
+    static bool begin(std::uint32_t code, std::uint32_t outer);
+    /// Marks that it has ended. What was meant for it and has not reached it is dropped.
+    static void end(std::uint32_t outer);
 
-    /// Interrupts what runs now. False, with nothing done, when nothing runs.
-    bool request();
+    /// Whether code has changed what SIGINT does, so that interrupts no longer reach it.
+    static bool isDisturbed();
+    /// Makes SIGINT interrupt again.
+    static void install();
 
-    /// Holds interrupts back, or lets them through, and with them one that was held back. Returns the earlier
-    /// setting.
-    bool setEnabled(bool enabled);
+    /// Interrupts the code with this number. Does nothing where SIGINT would end the process.  Threads: any.
+    static void send(std::uint32_t code);
+    /// Interrupts the code that runs now.
+    static void trip();
 
-    /// Marks an interrupt, as `request` does, or takes back one that is held back. Returns whether one was
-    /// held back.
-    bool setPending(bool pending);
-
-    bool isSignalThread() const;
-
-private:
-    static void swallow();
-
-    const std::function<void()> wake_;
-    std::uint32_t last_ = 0;
-    std::atomic<bool> isEnabled_{true};
-    std::atomic<bool> isHeldBack_{false};
+    static bool isSignalThread();
 };
 
 /// Blocks SIGINT and SIGRTMIN for the calling thread, or lets them through again.

@@ -20,6 +20,19 @@ namespace {
 constexpr std::size_t queueLimit = 16U << 20U;  // bytes
 constexpr auto patience = std::chrono::seconds(1);
 
+void closeIfOpen(int descriptor) {
+    if (descriptor >= 0) close(descriptor);
+}
+
+// A program may be started without standard streams; their numbers must not fall to other files.
+void openStandardStreams() {
+    int descriptor = 0;
+    do {
+        descriptor = open("/dev/null", O_RDWR);
+    } while (descriptor >= 0 && descriptor < 3);
+    closeIfOpen(descriptor);
+}
+
 int check(int result, const char* what) {
     if (result < 0) throw std::system_error(errno, std::generic_category(), what);
     return result;
@@ -30,6 +43,7 @@ int check(int result, const char* what) {
 NativeCapture::NativeCapture(Deliver deliver, WithInterpreterLock withInterpreterLock)
     : deliver_(std::move(deliver)), withInterpreterLock_(std::move(withInterpreterLock)) {
     std::fflush(nullptr);
+    openStandardStreams();
     for (int fd = 0; fd < 3; ++fd) {
         originals_.at(static_cast<std::size_t>(fd)) = check(fcntl(fd, F_DUPFD_CLOEXEC, 3), "dup");
     }
@@ -58,15 +72,17 @@ void NativeCapture::start() {
 }
 
 NativeCapture::~NativeCapture() {
+    for (const auto* descriptors : {&readEnds_, &writeEnds_}) {
+        for (const int end : *descriptors) closeIfOpen(end);
+    }
+    for (const int original : originals_) closeIfOpen(original);
+    closeIfOpen(stopEvent_);
+}
+
+void NativeCapture::putBack() {
     std::fflush(nullptr);
     foundation::log::setDescriptor(STDERR_FILENO);
-    for (int fd = 0; fd < 3; ++fd) {
-        dup2(originals_.at(static_cast<std::size_t>(fd)), fd);
-        close(originals_.at(static_cast<std::size_t>(fd)));
-    }
-    for (const int end : readEnds_) close(end);
-    for (const int end : writeEnds_) close(end);
-    close(stopEvent_);
+    for (int fd = 0; fd < 3; ++fd) dup2(originals_.at(static_cast<std::size_t>(fd)), fd);
 }
 
 void NativeCapture::stop() {
@@ -79,12 +95,19 @@ void NativeCapture::stop() {
     eventfd_write(stopEvent_, 1);
     if (reader_.joinable()) reader_.join();
     if (deliverer_.joinable()) deliverer_.join();
+    putBack();
 }
 
-void NativeCapture::drain() {
+void NativeCapture::drain(bool isEnd) {
     std::fflush(stdout);
     std::fflush(stderr);
     drainIfReady();
+    if (!isEnd) return;
+    for (std::size_t i = 0; i < decoders_.size(); ++i) {
+        std::u16string rest;
+        decoders_.at(i).finish(rest);
+        if (!rest.empty()) deliver_(i == 0 ? nmutil::io::STANDARD_OUTPUT : nmutil::io::STANDARD_ERROR, rest);
+    }
 }
 
 void NativeCapture::drainIfReady() {

@@ -35,7 +35,7 @@ public:
 
     /// Throws: std::system_error, when pipes cannot be made (nothing is captured then).
     NativeCapture(Deliver deliver, WithInterpreterLock withInterpreterLock);
-    /// Puts the descriptors back. Call `stop` first.
+    /// Call `stop` first.
     ~NativeCapture();
     NativeCapture(const NativeCapture&) = delete;
     NativeCapture& operator=(const NativeCapture&) = delete;
@@ -43,11 +43,13 @@ public:
     /// Starts the two threads, which inherit the caller's signal mask; until then the pipes hold what is
     /// written.
     void start();
-    /// Ends the two threads.  Blocks: until they have ended, so call it without the interpreter's lock.
+    /// Ends the two threads and puts the descriptors back.  Blocks: until the threads have ended, so call it
+    /// without the interpreter's lock.
     void stop() EXCLUDES(mutex_);
 
-    /// Delivers all that was written so far, C's own buffers included.
-    void drain() EXCLUDES(mutex_);
+    /// Delivers all that was written so far, C's own buffers included. With `isEnd` an unfinished character
+    /// at the end of a stream is delivered, too, as U+FFFD.
+    void drain(bool isEnd = false) EXCLUDES(mutex_);
     /// The same, if something is waiting in the pipes; C's buffers are left alone. Cheap when there is
     /// nothing.
     void drainIfReady() EXCLUDES(mutex_);
@@ -63,6 +65,7 @@ private:
         std::string bytes;
     };
 
+    void putBack();
     void emptyPipes();
     void deliverLoop();
     bool readPipesLocked() REQUIRES(mutex_);

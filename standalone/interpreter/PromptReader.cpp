@@ -1,6 +1,7 @@
 #define PY_SSIZE_T_CLEAN
 #include "interpreter/PromptReader.h"
 
+#include <chrono>
 #include <csignal>
 #include <stdexcept>
 #include <utility>
@@ -15,6 +16,8 @@ namespace {
 using namespace nmutil::prompt;  // the prompt values
 
 constexpr std::size_t typeAheadLimit = 1U << 20U;
+// A wait for typed input ends now and then, so that Python's handlers of other signals run.
+constexpr auto signalCheckInterval = std::chrono::milliseconds(100);
 constexpr char16_t endOfText = 3;
 constexpr char16_t endOfTransmission = 4;
 
@@ -22,7 +25,7 @@ constexpr char16_t endOfTransmission = 4;
 std::unique_ptr<QueuedRequest> takeUnlocked(RequestQueue& queue, InputRequester prompt) {
     if (auto request = queue.tryTake(prompt)) return request;
     PyThreadState* state = PyEval_SaveThread();
-    auto request = queue.take(prompt);
+    auto request = queue.take(prompt, signalCheckInterval);
     PyEval_RestoreThread(state);
     return request;
 }
@@ -79,31 +82,41 @@ bool PromptReader::hasLine() const {
            (typed_.front() == endOfTransmission || typed_.find(u'\n') != std::u16string::npos);
 }
 
+// Shows a prompt for as long as it is waited at.
+class PromptReader::Shown {
+public:
+    Shown(PromptReader& reader, InputRequester prompt) : reader_(reader), outer_(reader.show(prompt)) {}
+    ~Shown() { reader_.show(outer_); }
+    Shown(const Shown&) = delete;
+    Shown& operator=(const Shown&) = delete;
+
+private:
+    PromptReader& reader_;
+    const InputRequester outer_;
+};
+
 ReadResult PromptReader::waitUntil(InputRequester prompt, const std::function<bool()>& isSatisfied) {
     if (isSatisfied()) return ReadResult::Line;
-    const InputRequester outer = show(prompt);
-    ReadResult result = ReadResult::Line;
+    const Shown shown(*this, prompt);
+    bool isAnnounced = false;
     while (!isSatisfied()) {
         // Before the prompt is announced again: what an interrupted code prints belongs to whoever typed the
         // interrupt.
         if (PyErr_CheckSignals() != 0) {
             typed_.clear();
-            result = ReadResult::Interrupted;
-            break;
+            return ReadResult::Interrupted;
         }
-        hooks_.beforeWait();
+        if (!std::exchange(isAnnounced, true)) hooks_.beforeWait();
         if (auto request = takeUnlocked(queue_, prompt)) {
             hooks_.run(std::move(request));
+            isAnnounced = false;
         } else if (queue_.isStopped()) {
-            result = ReadResult::Stopped;
-            break;
+            return ReadResult::Stopped;
         } else {
-            // Nudged: the signal is on its way to this thread, and any system call lets it in.
-            sched_yield();
+            sched_yield();  // a signal that is on its way to this thread gets in at any system call
         }
     }
-    show(outer);
-    return result;
+    return ReadResult::Line;
 }
 
 }  // namespace standalone

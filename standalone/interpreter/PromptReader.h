@@ -47,6 +47,8 @@ public:
     std::u16string takeTypeAhead() { return std::exchange(typed_, {}); }
 
 private:
+    class Shown;
+
     ReadResult waitUntil(InputRequester prompt, const std::function<bool()>& isSatisfied);
     bool hasLine() const;
 

@@ -68,29 +68,41 @@ PythonRuntime::PythonRuntime(InterpreterServices& services) {
     hostmodule::bind(&services);
     addModule("numora", pythonsource::numora);
     runtimeModule_ = addModule("_numora_runtime", pythonsource::runtime);
+    if (PyModule_AddStringConstant(runtimeModule_, "tools_source", pythonsource::tools) != 0)
+        throw pythonFailure("The Python tools cannot be added.");
     callMethod(runtimeModule_, "start");
     PyRun_SimpleString("import sys\nsys.argv = ['']\nsys.path.insert(0, '')\ndel sys");
 }
 
-PythonRuntime::~PythonRuntime() {
-    bool mayFinalize = false;
-    PyObject* ended = PyObject_CallMethod(runtimeModule_, "wait_for_threads", "d", 2.0);
-    if (ended != nullptr) mayFinalize = PyObject_IsTrue(ended) == 1;
-    Py_XDECREF(ended);
+void PythonRuntime::finish() {
+    PyObject* haveEnded = PyObject_CallMethod(runtimeModule_, "end", "d", 2.0);
+    haveThreadsEnded_ = haveEnded == Py_True;
+    Py_XDECREF(haveEnded);
     PyErr_Clear();
-    if (mayFinalize) {
-        hostmodule::bind(nullptr);
+}
+
+PythonRuntime::~PythonRuntime() {
+    hostmodule::bind(nullptr);
+    if (haveThreadsEnded_) {
         Py_FinalizeEx();
     } else {
         foundation::log::DiagnosticLogger("standalone::python")
             .warning("Threads of Python code are still running at the end.");
-        PyObject* done = PyObject_CallMethod(runtimeModule_, "run_exit_handlers", nullptr);
-        Py_XDECREF(done);
-        PyErr_Clear();
-        hostmodule::bind(nullptr);
         PyEval_SaveThread();
     }
 }
+
+void PythonRuntime::call(const char* function) {
+    PyObject* result = PyObject_CallMethod(runtimeModule_, function, nullptr);
+    Py_XDECREF(result);
+    PyErr_Clear();
+}
+
+void PythonRuntime::endDebugging() {
+    if (PyThreadState_Get()->c_tracefunc != nullptr) call("end_debugging");
+}
+
+void PythonRuntime::restoreInterrupts() { call("restore_interrupts"); }
 
 void PythonRuntime::setWindow(unsigned long long columns, unsigned long long rows) {
     PyObject* result = PyObject_CallMethod(runtimeModule_, "set_window", "KK", columns, rows);

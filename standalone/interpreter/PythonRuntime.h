@@ -16,8 +16,11 @@ public:
     /// `services`. Throws: std::runtime_error with CPython's own text.
     explicit PythonRuntime(InterpreterServices& services);
 
-    /// Runs exit handlers and ends CPython. Waits at most two seconds for threads that Python code started
-    /// and that are not daemons; while one still runs CPython is left as it is, and a log line says so.
+    /// Runs what Python code registered for the end and waits at most two seconds for its threads. Python
+    /// code may still print meanwhile.
+    void finish();
+
+    /// Ends CPython. While threads of Python code still run it is left as it is, and a log line says so.
     ~PythonRuntime();
     PythonRuntime(const PythonRuntime&) = delete;
     PythonRuntime& operator=(const PythonRuntime&) = delete;
@@ -28,8 +31,16 @@ public:
     /// Makes Python code see the command window's size.
     void setWindow(unsigned long long columns, unsigned long long rows);
 
+    /// After the outermost code: takes away what must not outlive it, a debugger's trace function and a
+    /// disposition of SIGINT that would end the process or shut interrupts out.
+    void endDebugging();
+    void restoreInterrupts();
+
 private:
+    void call(const char* function);
+
     PyObject* runtimeModule_ = nullptr;
+    bool haveThreadsEnded_ = false;
 };
 
 }  // namespace standalone

@@ -57,8 +57,8 @@ bool lookOut(const std::atomic<unsigned>& changes, unsigned seen) {
 
 }  // namespace
 
-RequestQueue::RequestQueue(std::function<void()> interruptRunning, std::size_t capacity)
-    : interruptRunning_(std::move(interruptRunning)), capacity_(capacity) {}
+RequestQueue::RequestQueue(SendInterrupt sendInterrupt, std::size_t capacity)
+    : sendInterrupt_(std::move(sendInterrupt)), capacity_(capacity) {}
 
 void RequestQueue::enqueue(IDType id, std::shared_ptr<cmddistributor::CmdRequest> request,
                            cmddistributor::RunOptions options,
@@ -111,16 +111,60 @@ zvm::TaskReference::CancelStatus RequestQueue::cancel(IDType id, bool interruptI
         if (const auto found = findLocked(id); found != entries_.end()) {
             entry = std::move(*found);
             entries_.erase(found);
+            changes_.fetch_add(1, std::memory_order_relaxed);
         } else if (findRunningLocked(id) == running_.end()) {
             return TaskReference::CancelStatus::NotFound;
+        } else {
+            if (interruptIfRunning) interruptLocked(id);
+            return TaskReference::CancelStatus::AlreadyStarted;
         }
     }
-    if (entry.request) {
-        endCancelled(entry);
-        return TaskReference::CancelStatus::Cancelled;
+    // Work for idle times may have waited for this one.
+    changed_.notify_one();
+    endCancelled(entry);
+    return TaskReference::CancelStatus::Cancelled;
+}
+
+// The innermost code gets a signal. Code around it is interrupted when it is its turn again, and a request
+// whose code has not begun when that begins.
+void RequestQueue::interruptLocked(IDType id) {
+    const auto code =
+        std::find_if(codes_.begin(), codes_.end(), [id](const Code& held) { return held.id == id; });
+    if (code == codes_.end()) {
+        if (const auto running = findRunningLocked(id); running != running_.end())
+            running->isInterrupted = true;
+    } else if (code + 1 == codes_.end() && code->isOpenToSignals) {
+        sendInterrupt_(code->number);
+        isNudged_ = true;
+        changes_.fetch_add(1, std::memory_order_relaxed);
+        changed_.notify_one();
+    } else {
+        code->isInterrupted = true;
     }
-    if (interruptIfRunning) interruptRunning_();
-    return TaskReference::CancelStatus::AlreadyStarted;
+}
+
+void RequestQueue::interrupt() {
+    connector::MutexLock lock(mutex_);
+    for (std::size_t i = codes_.size(); i-- > 0;) interruptLocked(codes_[i].id);
+}
+
+void RequestQueue::beginCode(IDType id, std::uint32_t code) {
+    connector::MutexLock lock(mutex_);
+    const auto running = findRunningLocked(id);
+    codes_.push_back(
+        Code{id, code, running != running_.end() && std::exchange(running->isInterrupted, false)});
+}
+
+bool RequestQueue::openToSignals() {
+    connector::MutexLock lock(mutex_);
+    codes_.back().isOpenToSignals = true;
+    return std::exchange(codes_.back().isInterrupted, false);
+}
+
+bool RequestQueue::endCode() {
+    connector::MutexLock lock(mutex_);
+    codes_.pop_back();
+    return !codes_.empty() && std::exchange(codes_.back().isInterrupted, false);
 }
 
 std::unique_ptr<QueuedRequest> RequestQueue::tryTake(InputRequester prompt) {
@@ -128,7 +172,9 @@ std::unique_ptr<QueuedRequest> RequestQueue::tryTake(InputRequester prompt) {
     return takeLocked(prompt);
 }
 
-std::unique_ptr<QueuedRequest> RequestQueue::take(InputRequester prompt) {
+std::unique_ptr<QueuedRequest> RequestQueue::take(InputRequester prompt,
+                                                  std::optional<std::chrono::milliseconds> limit) {
+    const auto deadline = std::chrono::steady_clock::now() + limit.value_or(std::chrono::milliseconds(0));
     connector::MutexLock lock(mutex_);
     for (;;) {
         if (isStopped_ || std::exchange(isNudged_, false)) return nullptr;
@@ -139,7 +185,12 @@ std::unique_ptr<QueuedRequest> RequestQueue::take(InputRequester prompt) {
         lock.unlock();
         const bool hasChanged = lookOut(changes_, seen);
         lock.lock();
-        if (!hasChanged && seen == changes_.load(std::memory_order_relaxed)) changed_.wait(lock.native());
+        if (hasChanged || seen != changes_.load(std::memory_order_relaxed)) continue;
+        if (!limit) {
+            changed_.wait(lock.native());
+        } else if (changed_.wait_until(lock.native(), deadline) == std::cv_status::timeout) {
+            return takeLocked(prompt);
+        }
     }
 }
 
@@ -188,8 +239,15 @@ std::unique_ptr<QueuedRequest> RequestQueue::takeLocked(InputRequester prompt) {
     const auto isIdle = [](const Entry& entry) {
         return entry.request->options.whenToDequeue() == WhenToDequeue::Idle;
     };
-    auto found = std::find_if(entries_.begin(), entries_.end(),
-                              [&](const Entry& entry) { return isEligible(entry) && !isIdle(entry); });
+    // The system's own tasks come first: they belong to requests that have begun.
+    auto found = std::find_if(entries_.begin(), entries_.end(), [&](const Entry& entry) {
+        return isEligible(entry) &&
+               entry.request->request->getStreamID() == cmddistributor::IqmStreamID::Internal;
+    });
+    if (found == entries_.end()) {
+        found = std::find_if(entries_.begin(), entries_.end(),
+                             [&](const Entry& entry) { return isEligible(entry) && !isIdle(entry); });
+    }
     if (found == entries_.end()) found = std::find_if(entries_.begin(), entries_.end(), isEligible);
     if (found == entries_.end()) return nullptr;
     // Work for idle times waits until nothing else is queued, ready or not.

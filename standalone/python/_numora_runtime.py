@@ -1,6 +1,8 @@
 """What Python code meets of the program that embeds it: streams, prompts, error reports and the window's size."""
 
+import __main__
 import codecs
+import collections
 import io
 import os
 import sys
@@ -72,6 +74,10 @@ class Input(io.TextIOBase):
 
     def __init__(self):
         self._rest = ""
+        self.buffer = InputBytes(self)
+
+    def fileno(self):
+        return 0  # which is empty, for child processes
 
     def readable(self):
         return True
@@ -84,9 +90,35 @@ class Input(io.TextIOBase):
         return line[:size]
 
     def read(self, size=-1):
-        if size is not None and size >= 0:
-            return self.readline(size)
-        return "".join(iter(self.readline, ""))
+        limit = sys.maxsize if size is None or size < 0 else size
+        text = ""
+        while len(text) < limit:
+            # The frame that asks is this one's caller, as far as the prompt is concerned.
+            line = self._rest or _read_line(_requester(sys._getframe(1)))
+            if not line:
+                break
+            take = limit - len(text)
+            text, self._rest = text + line[:take], line[take:]
+        return text
+
+    def close(self):
+        pass
+
+
+class InputBytes(io.RawIOBase):
+    """The bytes side of an Input, in UTF-8."""
+
+    def __init__(self, text):
+        self._text = text
+
+    def readable(self):
+        return True
+
+    def readline(self, size=-1):
+        return self._text.readline().encode("utf-8", "surrogatepass")
+
+    def read(self, size=-1):
+        return self._text.read(size).encode("utf-8", "surrogatepass")
 
     def close(self):
         pass
@@ -126,12 +158,32 @@ def _breakpoint(*args, **kwargs):
     pdb.Pdb(nosigint=True).set_trace(sys._getframe(1))
 
 
+def _system(command):
+    """As os.system, but it can be interrupted: the command gets the interrupt, too."""
+    import signal
+    import subprocess
+
+    process = subprocess.Popen(command, shell=True)
+    try:
+        status = process.wait()
+    except BaseException:
+        process.send_signal(signal.SIGINT)
+        try:
+            process.wait(0.25)
+        except subprocess.TimeoutExpired:
+            process.kill()
+            process.wait()
+        raise
+    return -status if status < 0 else status << 8
+
+
 def _getpass(prompt="Password: ", stream=None):
     return input(prompt)
 
 
 def _after_fork_in_child():
     # The window and its threads stayed in the parent, which captures what is written to the descriptors.
+    _host.leave_window()
     sys.stdout = open(1, "w", closefd=False, buffering=1, errors="replace")
     sys.stderr = open(2, "w", closefd=False, buffering=1, errors="replace")
     sys.stdin = open(os.devnull)
@@ -164,7 +216,6 @@ class _NumpyImport:
     def find_spec(cls, name, path=None, target=None):
         if name != "numpy":
             return None
-        sys.meta_path.remove(cls)
         from importlib.machinery import PathFinder
 
         spec = PathFinder.find_spec(name)
@@ -172,6 +223,8 @@ class _NumpyImport:
             execute = spec.loader.exec_module
 
             def exec_module(module):
+                if cls in sys.meta_path:
+                    sys.meta_path.remove(cls)
                 execute(module)
                 _apply_numpy_width()
 
@@ -197,22 +250,74 @@ def report(error):
     if isinstance(error, SystemExit):
         if error.code is None or error.code == 0:
             return ("exit", name, "", "", [], None)
-        text = "SystemExit: %s\n" % (error.code,)
-        return ("error", name, str(error.code), text, [], None)
+        message = _text_of(error.code)
+        return ("error", name, message, "SystemExit: %s\n" % message, [], None)
 
     sys.last_type, sys.last_value, sys.last_traceback = type(error), error, error.__traceback__
     import traceback
 
-    described = traceback.TracebackException.from_exception(error, compact=True)
-    _hide_own_frames(described)
-    text = "".join(described.format())
+    if isinstance(error, SyntaxError) and error.text is None and error.filename:
+        import linecache
+
+        error.text = linecache.getline(error.filename, error.lineno or 0)
+    try:
+        described = traceback.TracebackException.from_exception(error, compact=True)
+        _hide_own_frames(described)
+        text = "".join(described.format())
+    except Exception:
+        text = "".join(traceback.format_tb(error.__traceback__)) + name + ": " + _text_of(error) + "\n"
     frames = [(f.filename, f.name, f.lineno or 0) for f in traceback.extract_tb(error.__traceback__)[-100:]]
     kind = "interrupt" if isinstance(error, KeyboardInterrupt) else "error"
     try:
         suggestion = _suggestion(error)
-    except Exception:
+    except BaseException:
         suggestion = None  # looking for one runs code of the object at fault
-    return (kind, name, str(error), text, frames, suggestion)
+    return (kind, name, _text_of(error), _shortened(text), frames, suggestion)
+
+
+_TEXT_LIMIT = 100_000
+
+
+def _text_of(value):
+    try:
+        return _shortened(str(value))
+    except Exception:
+        return "<its text cannot be had>"
+
+
+def _shortened(text):
+    """The beginning and the end of a text that is too long to be shown."""
+    if len(text) <= _TEXT_LIMIT:
+        return text
+    half = _TEXT_LIMIT // 2
+    return "%s\n[... %d characters ...]\n%s" % (text[:half], len(text) - 2 * half, text[-half:])
+
+
+def end_forked_child(error):
+    """Ends a process that was forked and ran on to the end of the code; returns its exit status."""
+    status = 0
+    if isinstance(error, SystemExit):
+        status = error.code if isinstance(error.code, int) else 0 if error.code is None else 1
+        if status == 1 and not isinstance(error.code, int):
+            print(error.code, file=sys.stderr)
+    elif error is not None:
+        import traceback
+
+        traceback.print_exception(error, file=sys.stderr)
+        status = 1
+    for stream in (sys.stdout, sys.stderr):
+        try:
+            stream.flush()
+        except Exception:
+            pass
+    return status & 0xFF
+
+
+def end_debugging():
+    """Takes away a trace function that the debugger left behind when the code ended while it stepped."""
+    bdb = sys.modules.get("bdb")
+    if bdb and isinstance(getattr(sys.gettrace(), "__self__", None), bdb.Bdb):
+        sys.settrace(None)
 
 
 def _hide_own_frames(described):
@@ -264,6 +369,47 @@ def _closest(name, candidates):
     return next(iter(difflib.get_close_matches(name, others, n=1, cutoff=0.7)), None)
 
 
+# --- tools -----------------------------------------------------------------------------------------------------------
+
+variables = vars(__main__)  # where evaluations run, whatever the code makes of sys.modules
+
+tools_source = ""  # set by the host
+_tools = None
+
+
+def tools():
+    """The module _numora_tools, compiled when it is first used.
+
+    It is known only once it is complete, so a call that interrupts the first one loads it for itself.
+    """
+    global _tools
+    if _tools is None:
+        module = type(sys)("_numora_tools")
+        exec(compile(tools_source, "<_numora_tools>", "exec"), vars(module))
+        sys.modules["_numora_tools"] = _tools = module
+    return _tools
+
+
+_EVALUATIONS_KEPT = 1_000
+_TEXT_KEPT = 1 << 20  # characters of all of them
+
+evaluated = collections.deque()
+_text_size = 0
+
+
+def remember(number, code):
+    """Adds an evaluation to the history."""
+    global _text_size
+    size = len(code)
+    if size > _TEXT_KEPT:
+        return  # it would take the place of all others
+    evaluated.append((number, code))
+    _text_size += size  # with no call within the sum, since other evaluations may come in at calls
+    while len(evaluated) > _EVALUATIONS_KEPT or _text_size > _TEXT_KEPT:
+        size = len(evaluated.popleft()[1])
+        _text_size -= size
+
+
 # --- start -----------------------------------------------------------------------------------------------------------
 
 
@@ -279,6 +425,7 @@ def start():
     sys.modules["readline"] = None  # line editing belongs to the client, and its library to the program
     sys.meta_path.insert(0, _NumpyImport)
     getpass.getpass = _getpass
+    os.system = _system
     os.register_at_fork(after_in_child=_after_fork_in_child)
     _add_virtual_environment()
 
@@ -301,21 +448,38 @@ def _add_virtual_environment():
     sys.path[:] = rest[:at] + added + rest[at:]
 
 
-def wait_for_threads(seconds):
-    """Whether the threads that are to be waited for at the end have ended, after this many seconds at the most."""
+def restore_interrupts():
+    """Undoes what code did to the handler of interrupts, beside setting one of its own."""
+    import signal
+
+    if signal.getsignal(signal.SIGINT) in (signal.SIG_DFL, signal.SIG_IGN, None):
+        signal.signal(signal.SIGINT, signal.default_int_handler)
+
+
+def end(seconds):
+    """Runs what code registered for the end, and waits for its threads for this many seconds at the most.
+
+    Returns whether all of them have ended.
+    """
+    import atexit
     import threading
     import time
 
     deadline = time.monotonic() + seconds
-    for thread in threading.enumerate():
-        if thread is not threading.current_thread() and not thread.daemon:
-            thread.join(max(0.0, deadline - time.monotonic()))
-            if thread.is_alive():
-                return False
-    return True
 
+    def end_pools():
+        # Worker threads of executors end only when asked, which Python does at this place, too.
+        for callback in reversed(list(getattr(threading, "_threading_atexits", ()))):
+            callback()
 
-def run_exit_handlers():
-    import atexit
-
+    others = [t for t in threading.enumerate() if t is not threading.current_thread() and not t.daemon]
+    pools = threading.Thread(target=end_pools, daemon=True)
+    pools.start()
+    for thread in [pools, *others]:
+        thread.join(max(0.0, deadline - time.monotonic()))
+    have_ended = not any(t.is_alive() for t in [pools, *others])
+    if not have_ended and "multiprocessing" in sys.modules:
+        for child in sys.modules["multiprocessing"].active_children():
+            child.terminate()
     atexit._run_exitfuncs()
+    return have_ended

@@ -4,7 +4,7 @@ import sys
 
 import _numora_host as _host
 
-__all__ = ["clc", "home", "keyboard", "pause"]
+__all__ = ["clc", "complete", "history", "home", "inspect", "is_complete", "keyboard", "pause", "workspace"]
 
 
 def clc():
@@ -42,3 +42,57 @@ def keyboard():
         pass
     finally:
         sys.ps1 = ps1
+
+
+# --- for clients, while other code runs ------------------------------------------------------------------------------
+
+
+def complete(code, cursor):
+    """Completes the word before the cursor, a position in UTF-16 code units.
+
+    Returns {"matches": [...], "start": n, "end": n}: each match may replace what is between start and end.
+    """
+    return _aside("complete", code, cursor)
+
+
+def inspect(name):
+    """Describes what a dotted name stands for.
+
+    Returns {"found": True, "name", "type", "signature", "doc", "source_file", "line", "text"}, or {"found": False}.
+    """
+    return _aside("inspect", name)
+
+
+def workspace():
+    """Lists the variables of the user, each as {"name", "class", "shape", "bytes", "text"}."""
+    return _aside("workspace")
+
+
+def is_complete(code):
+    """Tells whether code can be run or more lines are to be awaited.
+
+    Returns {"status": "complete", "incomplete" or "invalid", "indent": what the next line begins with}.
+    """
+    return _aside("is_complete", code)
+
+
+def history(n=None):
+    """Lists the last n evaluations, or all that are kept, oldest first, each as {"number", "code"}."""
+    return _aside("history", n)
+
+
+def _aside(name, *args):
+    """Calls one of the tools out of reach of the code that it interrupts: its debugger and its recursion limit."""
+    import _numora_runtime
+
+    trace, limit = sys.gettrace(), sys.getrecursionlimit()
+    sys.setrecursionlimit(limit)  # fails where it could not be set back afterwards: on the last level
+    try:
+        if callable(trace):
+            sys.settrace(None)
+        sys.setrecursionlimit(limit + 1000)
+        return getattr(_numora_runtime.tools(), name)(*args)
+    finally:
+        sys.setrecursionlimit(limit)
+        if callable(trace):
+            sys.settrace(trace)

@@ -4,6 +4,7 @@
 #include <stdexcept>
 #include <typeinfo>
 
+#include "connector/CurrentDelivery.h"
 #include "foundation/core/diag.h"
 
 namespace standalone {
@@ -43,6 +44,7 @@ MessageFuture LocalServiceFramework::deliver(const connector::Address& address,
         }
         if (!context) context = std::make_shared<connector::common::ContextState>();
         const connector::common::CurrentContext current(std::move(context));
+        const connector::CurrentDelivery delivery({weak_from_this(), address});
         return provider->handle(std::move(message));
     } catch (...) {
         return connector::makeFailedFuture<std::unique_ptr<Message>>(std::current_exception());

@@ -15,7 +15,8 @@ namespace standalone {
 /// The services of this process, found by address and class of message.
 ///
 /// Threads: any.  Locks: mutex_, a leaf; providers are called without it.
-class LocalServiceFramework : public connector::ServiceFramework {
+class LocalServiceFramework : public connector::ServiceFramework,
+                              public std::enable_shared_from_this<LocalServiceFramework> {
 public:
     void registerService(const connector::Address& address, std::vector<std::type_index> messages,
                          std::shared_ptr<connector::ServiceProvider> provider) override EXCLUDES(mutex_);

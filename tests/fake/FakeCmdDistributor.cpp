@@ -4,6 +4,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "cmddistributor/FEvalResult.h"
 #include "cmddistributor/PackagedTaskIIP.h"
 #include "iqm/PacketInfo.h"
 #include "nmutil/io/PrintableErrorEvent.h"
@@ -153,8 +154,12 @@ void FakeCmdDistributor::run(const EntryPtr& entry) {
 }
 
 std::unique_ptr<IIPResult> FakeCmdDistributor::resultOf(const Entry& entry) {
-    if (const auto* task =
-            dynamic_cast<const cmddistributor::PackagedTaskIIP*>(entry.request->getIIP().get())) {
+    const cmddistributor::IIP* const iip = entry.request->getIIP().get();
+    if (const auto* call = dynamic_cast<const cmddistributor::FEvalIIP*>(iip)) {
+        auto outputs = onFEval ? onFEval(*call) : std::vector<matrix::ArrayPtr>();
+        return std::make_unique<cmddistributor::FEvalResult>(entry.id, boost::none, std::move(outputs));
+    }
+    if (const auto* task = dynamic_cast<const cmddistributor::PackagedTaskIIP*>(iip)) {
         task->run();
         return std::make_unique<IIPResult>(entry.id, boost::none);
     }

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "cmddistributor/CmdDistributor.h"
+#include "cmddistributor/FEvalIIP.h"
 #include "connector/ThreadSafety.h"
 
 namespace fake {
@@ -65,6 +66,8 @@ public:
     std::vector<Entry> enqueued() const EXCLUDES(mutex_);
     /// The request that is running, the innermost one; null when there is none. For the running code alone.
     cmddistributor::CmdRequest* runningRequest() const { return running_; }
+    /// Calls a function; without it, functions return nothing.
+    std::function<std::vector<matrix::ArrayPtr>(const cmddistributor::FEvalIIP&)> onFEval;
     /// Called when a running request is cancelled with its interruption wanted.
     std::function<void()> onInterrupt;
 

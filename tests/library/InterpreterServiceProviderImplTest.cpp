@@ -1,3 +1,4 @@
+#include <future>
 #include <limits>
 #include <memory>
 #include <string>
@@ -133,6 +134,11 @@ TEST_F(InterpreterServiceProviderImplTest, dropsARequestThatWaitedSinceBeforeAnI
 }
 
 TEST_F(InterpreterServiceProviderImplTest, givesUpAfterTheTimeLimitAndSurvivesTheLateResult) {
+    std::promise<void> mayEnd;
+    host_.onEvaluate = [&](const std::u16string& code) {
+        if (code == u"slow") mayEnd.get_future().wait();
+    };
+    host_.distributor->startWorker();
     const auto response = eval(u"slow", 20);
     EXPECT_TRUE(response->isError);
     EXPECT_EQ(faults(*response), "Request.Timeout: Eval timed out after 20 milliseconds;");
@@ -142,7 +148,18 @@ TEST_F(InterpreterServiceProviderImplTest, givesUpAfterTheTimeLimitAndSurvivesTh
               u"product offering.");
     EXPECT_EQ(host_.zvm->interruptedRequests().size(), 1U);
     EXPECT_EQ(host_.zvm->interrupts, 0);
-    EXPECT_FALSE(host_.distributor->runNext()) << "it was taken out of the queue";
+    mayEnd.set_value();
+    EXPECT_EQ(faults(*eval(u"next")), "");
+}
+
+TEST_F(InterpreterServiceProviderImplTest, takesARequestThatTimesOutBeforeItBeginsOutOfTheQueue) {
+    for (const bool isTyped : {false, true}) {
+        host_.charBufferMode = isTyped;
+        EXPECT_TRUE(eval(u"never", 20)->isError);
+        EXPECT_FALSE(host_.distributor->runNext());
+    }
+    EXPECT_EQ(host_.typed, u"");
+    EXPECT_EQ(host_.zvm->interrupts, 0);
 }
 
 TEST_F(InterpreterServiceProviderImplTest, typesTheCodeWhileTheInterpreterReadsCharacters) {
@@ -188,22 +205,41 @@ TEST_F(InterpreterServiceProviderImplTest, releasesPendingRequestsThatDoNotEnd) 
         if (by == By::VanishedInterpreter) host_.zvm->available = false;
         for (auto& client : clients) client.join();
         for (const auto& response : responses) {
-            EXPECT_EQ(faults(*response),
-                      by == By::Interrupt ? "NUMORA.CodeError: Error while executing eval request.;" : "");
+            EXPECT_EQ(faults(*response), by == By::VanishedInterpreter
+                                             ? ""
+                                             : "NUMORA.CodeError: Request was cancelled before starting.;");
         }
         provider_->start();
         host_.zvm->available = true;
     }
-    EXPECT_GE(host_.zvm->interrupts, 1);
-    host_.distributor->runAll();  // the late results are dropped
+    EXPECT_EQ(host_.zvm->interrupts, 1);
+    EXPECT_TRUE(host_.interruptPending);
     host_.distributor->startWorker();
+    EXPECT_EQ(faults(*eval(u"next")), "");
+}
+
+TEST_F(InterpreterServiceProviderImplTest, releasesARequestWhoseCodeGoesOn) {
+    std::promise<void> hasBegun;
+    std::promise<void> mayEnd;
+    host_.onEvaluate = [&](const std::u16string& code) {
+        if (code != u"stubborn") return;
+        hasBegun.set_value();
+        mayEnd.get_future().wait();
+    };
+    host_.distributor->startWorker();
+    std::unique_ptr<EvalResponse> response;
+    std::thread client([&] { response = eval(u"stubborn"); });
+    hasBegun.get_future().wait();
+    interrupt();
+    client.join();
+    EXPECT_EQ(faults(*response), "NUMORA.CodeError: Error while executing eval request.;");
+    mayEnd.set_value();
     EXPECT_EQ(faults(*eval(u"next")), "");
 }
 
 TEST_F(InterpreterServiceProviderImplTest, needsTheModulesStartUp) {
     StartupWakeUp::end();
     EXPECT_THROW(eval(u"x"), std::runtime_error);
-    interrupt();  // nothing is left pending
     StartupWakeUp::begin(nullptr);
 }
 

@@ -1,8 +1,15 @@
+#include <memory>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 
+#include "connector/container/SequenceContainer.h"
+#include "connector/interpreter/v1/FEval.h"
+#include "connector/interpreter/v1/FEvalResponse.h"
+#include "connector/interpreter/v1/FEvalSequenceServiceProvider.h"
+#include "connector/interpreter/v1/MockInterpreterServiceProvider.h"
 #include "services/LocalConfiguration.h"
 #include "services/LocalServiceFramework.h"
 
@@ -55,6 +62,36 @@ TEST(LocalServiceFrameworkTest, deliversByClassAndAddressWithTheContextAsTheCurr
     framework.unregisterService(provider);
     EXPECT_FALSE(provider->isRunning());
     EXPECT_NE(failureOf(framework.deliver({"here"}, std::make_unique<Known>(), nullptr)), "");
+}
+
+// More sequences than threads may run them, each with another inside, which must not wait for each other.
+TEST(LocalServiceFrameworkTest, letsASequenceDeliverToWhereItCameFrom) {
+    using connector::container::SequenceContainer;
+    using namespace connector::interpreter::v1;
+    const auto framework = std::make_shared<standalone::LocalServiceFramework>();
+    framework->registerService({"here"}, {typeid(FEval)}, std::make_shared<MockInterpreterServiceProvider>());
+    const auto sequences = std::make_shared<FEvalSequenceServiceProvider>();
+    framework->registerService({"here"}, {typeid(SequenceContainer)}, sequences);
+    std::vector<MessageFuture> answers;
+    for (int i = 0; i < 50; ++i) {
+        auto inner = std::make_unique<SequenceContainer>("inner");
+        inner->messages.push_back(std::make_unique<FEval>("call"));
+        auto outer = std::make_unique<SequenceContainer>("outer");
+        outer->messages.push_back(std::move(inner));
+        answers.push_back(framework->deliver({"here"}, std::move(outer), nullptr));
+    }
+    for (MessageFuture& answer : answers) {
+        const auto outer = answer.get();
+        const auto& inner =
+            dynamic_cast<SequenceContainer&>(*dynamic_cast<SequenceContainer&>(*outer).messages.at(0));
+        EXPECT_EQ(inner.uuid(), "inner");
+        EXPECT_EQ(dynamic_cast<FEvalResponse&>(*inner.messages.at(0)).uuid(), "call");
+    }
+    auto refused = std::make_unique<SequenceContainer>();
+    refused->messages.push_back(std::make_unique<Unknown>());
+    EXPECT_NE(failureOf(framework->deliver({"here"}, std::move(refused), nullptr)).find("Unknown"),
+              std::string::npos);
+    framework->unregisterService(sequences);
 }
 
 TEST(LocalConfigurationTest, tellsSubscribersOfChangesUntilTheyCancel) {

@@ -84,7 +84,7 @@ TEST_F(PromptTest, refusesToReadOnAnotherThread) {
     EXPECT_EQ(textOf(u"import threading\n"
                      u"def read():\n"
                      u"    try: input()\n"
-                     u"    except TypeError as error: print(error)\n"
+                     u"    except RuntimeError as error: print(error)\n"
                      u"t = threading.Thread(target=read); t.start(); t.join()"),
               "Only the interpreter's main thread can read typed input.\n");
 }

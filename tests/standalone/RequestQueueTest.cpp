@@ -35,8 +35,8 @@ protected:
         return id;
     }
 
-    int interrupts_ = 0;
-    RequestQueue queue_{[this] { ++interrupts_; }, 3};
+    std::vector<std::uint32_t> interrupted_;
+    RequestQueue queue_{[this](std::uint32_t code) { interrupted_.push_back(code); }, 3};
 };
 
 TEST_F(RequestQueueTest, takesARequestWhereItsWhenToDequeueAllowsIt) {
@@ -88,20 +88,63 @@ TEST_F(RequestQueueTest, cancelsWhatWaitsAndInterruptsWhatRuns) {
     EXPECT_EQ(queue_.cancel(waiting, true), TaskReference::CancelStatus::Cancelled);
     EXPECT_EQ(delegate->status, nmutil::cmddistributor::EXECUTION_CANCELLED);
     EXPECT_EQ(continued, 1);
-    EXPECT_EQ(interrupts_, 0);
 
     const auto running = add(WhenToDequeue::Default);
     const auto taken = queue_.tryTake(BASE_PROMPT);
+    queue_.beginCode(running, 7);
+    EXPECT_FALSE(queue_.openToSignals());
     EXPECT_EQ(queue_.cancel(running, false), TaskReference::CancelStatus::AlreadyStarted);
-    EXPECT_EQ(interrupts_, 0);
+    EXPECT_TRUE(interrupted_.empty());
     EXPECT_EQ(queue_.cancel(running, true), TaskReference::CancelStatus::AlreadyStarted);
-    EXPECT_EQ(interrupts_, 1);
+    EXPECT_EQ(interrupted_, std::vector<std::uint32_t>{7});
+    EXPECT_FALSE(queue_.endCode());
     queue_.addContinuation(running, [&] { ++continued; });
     queue_.finish(*taken, cmddistributor::IIPResult(running, boost::none));
     EXPECT_EQ(continued, 2);
     EXPECT_EQ(queue_.cancel(running, true), TaskReference::CancelStatus::NotFound);
     queue_.addContinuation(running, [&] { ++continued; });
     EXPECT_EQ(continued, 3);
+}
+
+TEST_F(RequestQueueTest, interruptsTheCodeThatIsMeantBeforeDuringAndAroundOtherCode) {
+    queue_.interrupt();
+    const auto outer = add(WhenToDequeue::Default);
+    const auto inner = add(WhenToDequeue::Prompt);
+    const auto takenOuter = queue_.tryTake(BASE_PROMPT);
+    queue_.cancel(outer, true);
+    queue_.beginCode(outer, 1);
+    EXPECT_TRUE(queue_.openToSignals()) << "it was interrupted before its code began";
+    const auto takenInner = queue_.tryTake(INPUT_PROMPT);
+    queue_.beginCode(inner, 2);
+    EXPECT_FALSE(queue_.openToSignals());
+    queue_.cancel(inner, true);
+    EXPECT_FALSE(queue_.endCode());
+    queue_.beginCode(inner, 3);
+    queue_.cancel(inner, true);
+    EXPECT_TRUE(queue_.openToSignals()) << "it was interrupted before signals could reach it";
+    queue_.interrupt();
+    EXPECT_TRUE(queue_.endCode()) << "the code around it was interrupted, too";
+    EXPECT_FALSE(queue_.endCode());
+    EXPECT_EQ(interrupted_, (std::vector<std::uint32_t>{2, 3}));
+}
+
+TEST_F(RequestQueueTest, takesTheSystemsOwnTasksFirst) {
+    const auto user = zvm::detail::createID();
+    queue_.enqueue(user,
+                   std::make_shared<cmddistributor::EvalCmdRequest>(false, cmddistributor::IqmStreamID::User,
+                                                                    nullptr, nullptr, u"", "plug-in"),
+                   {}, nullptr);
+    queue_.setReadyToExecute(user);
+    EXPECT_EQ(queue_.tryTake(BASE_PROMPT)->id, user);
+    const auto waiting = zvm::detail::createID();
+    queue_.enqueue(waiting,
+                   std::make_shared<cmddistributor::EvalCmdRequest>(false, cmddistributor::IqmStreamID::User,
+                                                                    nullptr, nullptr, u"", "plug-in"),
+                   {}, nullptr);
+    queue_.setReadyToExecute(waiting);
+    const auto task = add(WhenToDequeue::Default);
+    EXPECT_EQ(queue_.tryTake(BASE_PROMPT)->id, task);
+    EXPECT_EQ(queue_.tryTake(BASE_PROMPT)->id, waiting);
 }
 
 TEST_F(RequestQueueTest, wakesTheWaitingThreadForARequestANudgeAndTheEnd) {

@@ -50,7 +50,7 @@ public:
         if (!tryRunTask() || isPromiseDone()) return;
         try {
             resolve(result);
-        } catch (const std::exception&) {
+        } catch (...) {
             // Somebody else resolved the promise between the question and the answer, and was first.
         }
     }

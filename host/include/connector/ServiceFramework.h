@@ -27,7 +27,8 @@ public:
     /// Stops `provider` and takes it out. Messages that it is handling end as its stop hook says.
     virtual void unregisterService(const std::shared_ptr<ServiceProvider>& provider) = 0;
 
-    /// Delivers `message` with `context`, or with an empty one where it is null, as the current context.
+    /// Delivers `message` with `context`, or with an empty one where it is null, as the current context and
+    /// with this framework and `address` as the CurrentDelivery.
     /// Returns the provider's future; a failed one when no service takes messages of that class.
     virtual Future<std::unique_ptr<Message>> deliver(const Address& address, std::unique_ptr<Message> message,
                                                      std::shared_ptr<common::ContextState> context) = 0;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "nmutil/contextmgr/NcrID.h"
+#include "services/interrupts.h"
 
 namespace iqm {
 
@@ -13,10 +14,16 @@ public:
     /// Threads: the interpreter thread.
     virtual bool isInEditorDebugInputWanted() const = 0;
 
+    /// The state through which what this interpreter runs is interrupted.  Threads: any.
+    utInterruptState& interruptState() { return interruptState_; }
+
     /// The queue manager of the local interpreter, or of the one that `ncr` names.
     /// Threads: any.  Throws: std::runtime_error when no environment is installed.
     static Iqm& instance();
     static Iqm& getInstance(nmutil::contextmgr::NcrID ncr);
+
+private:
+    utInterruptState interruptState_;
 };
 
 }  // namespace iqm

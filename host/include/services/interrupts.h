@@ -9,11 +9,10 @@ bool utIsSignalThread();
 /// Threads: the interpreter thread.
 bool utSetInterruptEnabled(bool enabled);
 
+/// The interrupt state of an interpreter, which its queue manager gives out.
 class utInterruptState {
 public:
-    /// Marks, or unmarks, that what runs now is to be interrupted. Returns the previous mark.  Threads: any.
-    bool SetInterruptPending(bool pending);
-
-    /// The process's one state.
-    static utInterruptState& instance();
+    /// Marks that what runs now is to be interrupted, or takes back a mark that has not been acted on. Returns whether
+    /// there was one.  Threads: any.
+    static bool SetInterruptPending(utInterruptState& state, bool pending);
 };

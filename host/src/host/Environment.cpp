@@ -89,12 +89,8 @@ std::uint64_t ioSetNumWindowColumns(std::uint64_t columns) {
 
 bool utIsSignalThread() { return host::environment().isSignalThread(); }
 bool utSetInterruptEnabled(bool enabled) { return host::environment().setInterruptEnabled(enabled); }
-bool utInterruptState::SetInterruptPending(bool pending) {
+bool utInterruptState::SetInterruptPending(utInterruptState&, bool pending) {
     return host::environment().setInterruptPending(pending);
-}
-utInterruptState& utInterruptState::instance() {
-    static utInterruptState state;
-    return state;
 }
 
 std::shared_ptr<foundation::msg_svc::eventmgr::EventMgr> nmutil::eventmgr::createLocalEventMgr(

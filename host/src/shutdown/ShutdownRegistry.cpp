@@ -1,5 +1,3 @@
-#include <algorithm>
-#include <exception>
 #include <vector>
 
 #include "connector/ThreadSafety.h"
@@ -26,9 +24,9 @@ void forEach(const std::vector<std::shared_ptr<ShutdownObject>>& objects, Step s
     for (const auto& object : objects) {
         try {
             step(*object);
-        } catch (const std::exception& error) {
+        } catch (...) {
             foundation::log::DiagnosticLogger("shutdown")
-                .error("Problem shutting down " + object->name() + ": " + error.what());
+                .error("Problem shutting down " + object->name() + ".");
         }
     }
 }
@@ -52,10 +50,9 @@ bool ShutdownRegistry::run(bool force) {
         connector::MutexLock lock(registry().mutex);
         objects = registry().objects;
     }
-    if (!force &&
-        !std::all_of(objects.begin(), objects.end(), [](const auto& o) { return o->isOkToExit(); })) {
-        return false;
-    }
+    bool isOk = true;
+    forEach(objects, [&isOk](ShutdownObject& object) { isOk = object.isOkToExit() && isOk; });
+    if (!isOk && !force) return false;
     forEach(objects, [](ShutdownObject& object) { object.exitState(true); });
     forEach(objects, [](ShutdownObject& object) { object.closeAllWindows(); });
     forEach(objects, [](ShutdownObject& object) { object.shutdown(); });

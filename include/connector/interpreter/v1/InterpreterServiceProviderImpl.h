@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <list>
 #include <memory>
 #include <string>
@@ -20,7 +21,11 @@
 
 namespace connector::interpreter::v1 {
 
+class FEvalResponse;
+class NumoraFevalJsonResult;
 class PendingRequest;
+template <class T>
+class PendingPromise;
 
 /// Answers the requests of the interpreter service on a real interpreter.
 ///
@@ -45,7 +50,10 @@ public:
     using InterpreterServiceProvider::handle;
     connector::Future<std::unique_ptr<connector::Message>> handle(
         std::unique_ptr<Interrupt>&& message) override EXCLUDES(mutex_);
-    connector::Future<std::unique_ptr<connector::Message>> handle(std::unique_ptr<FEval>&& message) override;
+    /// Calls the function at the interpreter states that the request names. What the function prints goes to
+    /// the log alone.
+    connector::Future<std::unique_ptr<connector::Message>> handle(std::unique_ptr<FEval>&& message) override
+        EXCLUDES(mutex_);
     /// Runs the code at the base prompt or, while the interpreter reads typed characters, types it.
     /// Throws: std::runtime_error, "Future state isn't valid!", when the module was not started.
     connector::Future<std::unique_ptr<connector::Message>> handle(std::unique_ptr<Eval>&& message) override
@@ -56,33 +64,57 @@ protected:
     void doStop() override EXCLUDES(mutex_);
 
 private:
-    class PendingScope;
+    struct DequeMode;
+    using StatusToken = PendingPromise<ConnectorExecutionStatuses>;
+    using CallToken = PendingPromise<NumoraFevalJsonResult>;
 
+    /// Takes a request into the pending list once the module has started, unless it is older than the last
+    /// interrupt or there is no interpreter or service to run it.
+    enum class Admission { Admitted, Stale, Unavailable };
+    Admission admit(const std::shared_ptr<PendingRequest>& token,
+                    const connector::common::ContextState& context) EXCLUDES(mutex_);
+    void dismiss(const std::shared_ptr<PendingRequest>& token) EXCLUDES(mutex_);
+
+    void evaluate(StatusToken& token, EvalResponse& response, const Eval& request, const Context& context);
     /// Queues the code and waits for its end.  Throws: what queueing and running throw.
-    void sendEvalRequest(const std::shared_ptr<StatusPromise>& promise, EvalResponse& response,
-                         const Eval& request, const Context& context);
+    void sendEvalRequest(StatusToken& token, EvalResponse& response, const Eval& request,
+                         const Context& context);
     /// Types the code into the type-ahead buffer, within a capture level of its own, and waits until that is
     /// closed.
-    void sendRawCharsToBuffer(const std::shared_ptr<StatusPromise>& promise, EvalResponse& response,
-                              const Eval& request, const Context& context);
-    /// `id` names the request to interrupt when the time is up; none: whatever runs then.
-    void awaitStatuses(connector::Future<ConnectorExecutionStatuses> future, EvalResponse& response,
-                       const Eval& request, foundation::msg_svc::exchange::IDType id);
-    bool waitWhileAvailable(const connector::Future<ConnectorExecutionStatuses>& future) const;
-    void reportTimeout(EvalResponse& response, const Eval& request, foundation::msg_svc::exchange::IDType id);
+    void sendRawCharsToBuffer(StatusToken& token, EvalResponse& response, const Eval& request,
+                              const Context& context);
+    /// Waits for the result or the time limit; then `interrupt` stops what the request waits for.
+    void awaitStatuses(StatusToken& token, EvalResponse& response, const Eval& request,
+                       const std::function<void()>& interrupt);
+    static void reportTimeout(EvalResponse& response, const Eval& request);
 
     /// Copies what a finished evaluation reported into its response.
     static void updateEvalResponse(EvalResponse& response, ConnectorExecutionStatuses& statuses);
     /// For an evaluation whose statuses never came: leaves the response as it is.
     static void updateEvalResponse(const EvalResponse& response);
 
-    bool isStale(const connector::common::ContextState& context) EXCLUDES(mutex_);
+    /// Takes a function call into the pending list. Returns null, or why the request is refused.
+    const char* admitCall(const std::shared_ptr<PendingRequest>& token,
+                          const connector::common::ContextState& context) EXCLUDES(mutex_);
+    void callFunction(CallToken& token, FEvalResponse& response, FEval& request, const Context& context);
+    /// Queues the call, with the arguments moved out of the request, and waits for its end.  Throws: what
+    /// queueing and running throw.
+    void sendFEvalRequest(CallToken& token, FEvalResponse& response, FEval& request, const Context& context);
+    void awaitResult(CallToken& token, FEvalResponse& response, const FEval& request,
+                     foundation::msg_svc::exchange::IDType id);
+    /// Why no function can be called now; null when one can.
+    const char* unavailability() const;
+    std::string configuredDequeMode() const;
+
+    bool isStaleLocked(const connector::common::ContextState& context) const REQUIRES(mutex_);
     bool isInterpreterAvailable() const { return zvm_ && zvm_->isAvailable(); }
+    void withdrawPendingLocked() REQUIRES(mutex_);
     void releasePendingLocked() REQUIRES(mutex_);
 
     connector::Mutex mutex_;
     const std::shared_ptr<zvm::ZVM> zvm_;
-    std::string dequeMode_ GUARDED_BY(mutex_) = "ppe";
+    const std::shared_ptr<DequeMode>
+        dequeMode_;  ///< shared with the listener, which may outlive this object for a moment
     std::vector<std::unique_ptr<connector::reactive_streams::Canceller>> listeners_;
     std::list<std::weak_ptr<PendingRequest>> pending_ GUARDED_BY(mutex_);
     std::uint64_t lastInterrupt_ GUARDED_BY(mutex_) = 0;  ///< milliseconds of the system clock

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include <boost/optional.hpp>
+
+namespace capabilities {
+
+/// What identifiers of errors about unsupported features begin with.
+inline constexpr std::string_view notSupportedPrefix = "NUMORA:connector:notsupported:";
+
+/// The product that a deployment for remote clients is, for messages.
+inline constexpr const char* onlineProductName = "NUMORA Online";
+
+/// How the lack of a capability shows.
+enum class Lack {
+    General,   ///< it is missing, wherever the function runs
+    Product,   ///< the product that the client uses does not have it
+    Tripwire,  ///< it was not to be needed; the error tells the developer
+};
+
+/// The identifier of the error of a function that needs a capability which is not there. An empty `product`
+/// is one that is not known; it matters for Lack::Product only.
+inline std::string missingCapabilityIdentifier(Lack lack, std::string_view product = {}) {
+    const std::string general = "NUMORA:services:MissingRequiredCapability";
+    if (lack == Lack::General) return general;
+    if (lack == Lack::Tripwire) return general + "_Tripwire";
+    return general + (product.empty() ? "_ForUnknownProduct" : "_ForProduct");
+}
+
+/// The function to name in that error's message.
+inline std::string missingCapabilityFunction(const boost::optional<std::string>& name) {
+    return name.value_or("Error: Unable to retrieve function name for MissingRequiredCapability");
+}
+
+}  // namespace capabilities

@@ -1,0 +1,26 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+
+#include "connector/common/ContextState.h"
+#include "connector/zvm_common/contextState.h"
+
+namespace connector::interpreter::v1 {
+
+/// Keeps the context on the host's stack, and current on this thread, for as long as a request is being
+/// handled.
+class ContextScope {
+public:
+    explicit ContextScope(const std::shared_ptr<common::ContextState>& context)
+        : handle_(zvm_common::pushContextState(context)), current_(context) {}
+    ~ContextScope() { zvm_common::removeContextState(handle_); }
+    ContextScope(const ContextScope&) = delete;
+    ContextScope& operator=(const ContextScope&) = delete;
+
+private:
+    const std::uint64_t handle_;
+    const common::CurrentContext current_;
+};
+
+}  // namespace connector::interpreter::v1

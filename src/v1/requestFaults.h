@@ -1,0 +1,20 @@
+#pragma once
+
+#include <exception>
+#include <string>
+#include <string_view>
+
+#include "connector/common/v1/Response.h"
+
+namespace connector::interpreter::v1 {
+
+/// The fault code of whatever went wrong but for a time limit.
+inline constexpr const char* codeError = "NUMORA.CodeError";
+inline constexpr const char* timeoutCode = "Request.Timeout";
+
+/// Logs what stopped a request while it was queued or running, and adds the fault for it. `kind` is "Eval" or
+/// "FEval"; `request` describes it in the log.
+void addFault(connector::common::v1::Response& response, const std::exception& error, std::string_view kind,
+              const std::string& request);
+
+}  // namespace connector::interpreter::v1

@@ -1,0 +1,23 @@
+#pragma once
+
+#include <string>
+
+#include <boost/optional.hpp>
+
+#include "cmddistributor/RuntimeException.h"
+#include "interpreter/PyRef.h"
+
+namespace standalone {
+
+/// An error that ended a piece of code, as it is to be reported.
+struct CodeError {
+    cmddistributor::RuntimeException exception;
+    boost::optional<std::u16string> suggestion;
+};
+
+/// Describes a Python exception with the help of the function `report` of the runtime module. Empty when it
+/// stands for an orderly end. An exception that cannot even be described is reported by the name of its type.
+/// Threads: the interpreter thread with the interpreter's lock; runs Python code.
+boost::optional<CodeError> describeError(PyObject* report, PyObject* error);
+
+}  // namespace standalone

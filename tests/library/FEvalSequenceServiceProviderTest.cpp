@@ -1,0 +1,343 @@
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <future>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <typeindex>
+#include <utility>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "connector/CurrentDelivery.h"
+#include "connector/Promise.h"
+#include "connector/ServiceFramework.h"
+#include "connector/container/SequenceContainer.h"
+#include "connector/interpreter/v1/FEval.h"
+#include "connector/interpreter/v1/FEvalResponse.h"
+#include "connector/interpreter/v1/FEvalSequenceServiceProvider.h"
+#include "connector/interpreter/v1/Interrupt.h"
+
+namespace connector::interpreter::v1 {
+namespace {
+
+using connector::container::SequenceContainer;
+using MessagePtr = std::unique_ptr<connector::Message>;
+using MessageFuture = connector::Future<MessagePtr>;
+using MessagePromise = connector::Promise<MessagePtr>;
+
+constexpr std::chrono::seconds failSafe{60};
+
+/// Whether this is a thread that brings responses. Such a thread may not be used for deliveries.
+thread_local bool isResolver = false;
+
+std::string uuidOf(const MessagePtr& message) {
+    const auto* const named = dynamic_cast<const connector::common::v1::Message*>(message.get());
+    return named ? named->uuid() : "none";
+}
+
+/// Delivers to a function, one message at a time, and keeps what was delivered.
+class ScriptedFramework : public connector::ServiceFramework {
+public:
+    std::function<MessageFuture(MessagePtr)> onDeliver = [](MessagePtr) {
+        return connector::makeReadyFuture<MessagePtr>(std::make_unique<FEvalResponse>("not set"));
+    };
+    std::string delivered;  ///< the uuids
+    connector::Address address;
+    std::shared_ptr<connector::common::ContextState> context;
+
+    void registerService(const connector::Address&, std::vector<std::type_index>,
+                         std::shared_ptr<connector::ServiceProvider>) override {}
+    void unregisterService(const std::shared_ptr<connector::ServiceProvider>&) override {}
+    MessageFuture deliver(const connector::Address& to, MessagePtr message,
+                          std::shared_ptr<connector::common::ContextState> with) override {
+        delivered += uuidOf(message);
+        address = to;
+        context = std::move(with);
+        return onDeliver(std::move(message));
+    }
+};
+
+class FEvalSequenceServiceProviderTest : public testing::Test {
+protected:
+    FEvalSequenceServiceProviderTest() { provider_->start(); }
+    ~FEvalSequenceServiceProviderTest() override {
+        for (std::thread& thread : resolvers_) thread.join();
+    }
+
+    /// One message a letter: upper case for FEvals, followed by "*" with hotlinks; else others.
+    static std::unique_ptr<SequenceContainer> sequence(const std::string& letters) {
+        auto result = std::make_unique<SequenceContainer>("sequence");
+        for (const char letter : letters) {
+            if (letter == '*') {
+                dynamic_cast<FEval&>(*result->messages.back()).hotlinks = true;
+            } else if (letter < 'a') {
+                result->messages.push_back(std::make_unique<FEval>(std::string(1, letter)));
+            } else {
+                result->messages.push_back(std::make_unique<Interrupt>(std::string(1, letter)));
+            }
+        }
+        return result;
+    }
+
+    MessageFuture handle(MessagePtr request) {
+        const connector::common::CurrentContext context(context_);
+        const connector::CurrentDelivery delivery({framework_, {"here"}});
+        connector::ServiceProvider& service = *provider_;
+        return service.handle(std::move(request));
+    }
+    static std::unique_ptr<SequenceContainer> responses(MessageFuture future) {
+        EXPECT_TRUE(future.waitFor(failSafe));
+        auto message = future.get();
+        return std::unique_ptr<SequenceContainer>(&dynamic_cast<SequenceContainer&>(*message.release()));
+    }
+    static std::string failureOf(MessageFuture future) {
+        EXPECT_TRUE(future.waitFor(failSafe));
+        try {
+            future.get();
+            return "none";
+        } catch (const std::exception& error) {
+            return error.what();
+        }
+    }
+    static std::string uuidsOf(const SequenceContainer& container) {
+        std::string all;
+        for (const MessagePtr& message : container.messages) all += uuidOf(message);
+        return all;
+    }
+
+    /// A future that another thread resolves, sooner or later.
+    MessageFuture later(std::function<void(MessagePromise&)> resolve) {
+        MessagePromise promise;
+        MessageFuture future = promise.getFuture();
+        resolvers_.emplace_back([resolve = std::move(resolve), promise = std::move(promise)]() mutable {
+            isResolver = true;
+            resolve(promise);
+        });
+        return future;
+    }
+
+    const std::shared_ptr<connector::common::ContextState> context_ =
+        std::make_shared<connector::common::ContextState>();
+    std::shared_ptr<ScriptedFramework> framework_ = std::make_shared<ScriptedFramework>();
+    std::shared_ptr<FEvalSequenceServiceProvider> provider_ =
+        std::make_shared<FEvalSequenceServiceProvider>();
+    std::vector<std::thread> resolvers_;
+};
+
+TEST_F(FEvalSequenceServiceProviderTest, runsClearFlagsFirstAndAnswersInThatOrder) {
+    const std::pair<std::string, std::string> cases[] = {
+        {"", ""},          {"A*BC*D", "BDAC"}, {"A*B*C*", "ABC"},    {"ABC", "ABC"},
+        {"A*xBy", "xByA"}, {"zyx", "zyx"},     {"xA*yB*z", "xyzAB"}, {"A*B*C*x", "xABC"},
+    };
+    for (const auto& [given, expected] : cases) {
+        framework_->delivered.clear();
+        const auto answer = responses(handle(sequence(given)));
+        EXPECT_EQ(framework_->delivered, expected) << given;
+        EXPECT_EQ(uuidsOf(*answer), expected) << given;
+        EXPECT_EQ(answer->uuid(), "sequence");
+    }
+    EXPECT_EQ(framework_->address, connector::Address{"here"});
+    EXPECT_EQ(framework_->context, context_);
+}
+
+TEST_F(FEvalSequenceServiceProviderTest, givesResponsesTheTextOfTheirRequestWhateverTheirKinds) {
+    framework_->onDeliver = [](MessagePtr request) {
+        const std::string uuid = uuidOf(request);
+        MessagePtr response;
+        if (uuid == "A") response = std::make_unique<connector::Message>();
+        if (uuid == "none") response = std::make_unique<FEvalResponse>("not set");
+        if (uuid == "C") {
+            auto faulty = std::make_unique<FEvalResponse>("not set");
+            faulty->faults.emplace_back("failed");
+            response = std::move(faulty);
+        }
+        return connector::makeReadyFuture(std::move(response));
+    };
+    auto request = sequence("ABC");
+    request->messages.insert(request->messages.begin() + 1, std::make_unique<connector::Message>());
+    const auto answer = responses(handle(std::move(request)));
+    ASSERT_EQ(answer->messages.size(), 4U);
+    EXPECT_EQ(uuidOf(answer->messages[0]), "none");
+    EXPECT_EQ(uuidOf(answer->messages[1]), "");
+    EXPECT_EQ(answer->messages[2], nullptr);
+    EXPECT_EQ(dynamic_cast<FEvalResponse&>(*answer->messages[3]).faults.size(), 1U);
+}
+
+TEST_F(FEvalSequenceServiceProviderTest, leavesTheCallersThreadWhileADeliveryBlocks) {
+    std::promise<void> release;
+    framework_->onDeliver = [&](MessagePtr) {
+        EXPECT_EQ(release.get_future().wait_for(failSafe), std::future_status::ready);
+        return connector::makeReadyFuture<MessagePtr>(nullptr);
+    };
+    MessageFuture blocked = handle(sequence("A"));
+    EXPECT_FALSE(blocked.isReady());
+    const auto blockedFramework = std::exchange(framework_, std::make_shared<ScriptedFramework>());
+    EXPECT_EQ(uuidsOf(*responses(handle(sequence("B")))), "B");
+    EXPECT_FALSE(blocked.isReady());
+    release.set_value();
+    EXPECT_EQ(responses(std::move(blocked))->messages.size(), 1U);
+}
+
+TEST_F(FEvalSequenceServiceProviderTest, runsThousandsWithoutOverlapOrDeepStack) {
+    constexpr std::size_t count = 10'000;
+    std::atomic<int> underWay{0};
+    std::size_t number = 0;
+    std::uintptr_t lowest = UINTPTR_MAX;
+    std::uintptr_t highest = 0;
+    framework_->onDeliver = [&](MessagePtr) {
+        EXPECT_EQ(underWay++, 0);
+        EXPECT_FALSE(isResolver);
+        if (++number > count / 2 && number % 50 == 0) {
+            return later([&](MessagePromise& promise) {
+                --underWay;
+                promise.setValue(std::make_unique<FEvalResponse>(""));
+            });
+        }
+        if (number <= count / 2) {  // one worker runs all of these
+            const auto here = reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0));
+            lowest = std::min(lowest, here);
+            highest = std::max(highest, here);
+        }
+        --underWay;
+        return connector::makeReadyFuture<MessagePtr>(std::make_unique<FEvalResponse>(""));
+    };
+    auto request = std::make_unique<SequenceContainer>();
+    std::string expected;
+    for (std::size_t i = 0; i < count; ++i) {
+        request->messages.push_back(std::make_unique<FEval>(std::to_string(i) + ","));
+        expected += std::to_string(i) + ",";
+    }
+    EXPECT_EQ(uuidsOf(*responses(handle(std::move(request)))), expected);
+    EXPECT_LT(highest - lowest, 16U * 1024U);
+}
+
+TEST_F(FEvalSequenceServiceProviderTest, sortsLongMixedListsSafely) {
+    std::string given;
+    std::string first;
+    std::string last;
+    for (std::uint32_t i = 0, random = 1; i < 10'000; ++i) {
+        random = random * 1664525U + 1013904223U;
+        const char letter = "AxB"[(random >> 16U) % 3];
+        const bool flagged = letter == 'B';
+        given += flagged ? "B*" : std::string(1, letter);
+        (flagged ? last : first) += letter;
+    }
+    EXPECT_EQ(uuidsOf(*responses(handle(sequence(given)))), first + last);
+}
+
+TEST_F(FEvalSequenceServiceProviderTest, survivesAContinuationThatThrows) {
+    std::promise<void> called;
+    handle(sequence("A")).then([&](MessageFuture) {
+        called.set_value();
+        throw std::runtime_error("continuation failed");
+    });
+    EXPECT_EQ(called.get_future().wait_for(failSafe), std::future_status::ready);
+    EXPECT_EQ(uuidsOf(*responses(handle(sequence("B")))), "B");
+}
+
+TEST_F(FEvalSequenceServiceProviderTest, failsTheCallWithWhatFailsADelivery) {
+    const auto error = [] { return std::make_exception_ptr(std::runtime_error("failed")); };
+    struct Case {
+        std::string name;
+        std::function<MessageFuture()> delivery;
+        std::string failure;
+    };
+    const Case cases[] = {
+        {"invalid", [] { return MessageFuture(); }, "Future state isn't valid!"},
+        {"failed", [&] { return connector::makeFailedFuture<MessagePtr>(error()); }, "failed"},
+        {"throws", [&]() -> MessageFuture { std::rethrow_exception(error()); }, "failed"},
+        {"fails later", [&] { return later([&](auto& promise) { promise.setException(error()); }); },
+         "failed"},
+        {"abandoned later",
+         [&] { return later([](auto& promise) { MessagePromise gone(std::move(promise)); }); },
+         "Promise destroyed before it provided a value."},
+        {"cancelled",
+         [] {
+             MessagePromise promise;
+             MessageFuture future = promise.getFuture();
+             future.cancel();
+             return future;
+         },
+         "Future has been cancelled."},
+    };
+    for (const Case& row : cases) {
+        framework_->delivered.clear();
+        framework_->onDeliver = [&](MessagePtr request) {
+            if (uuidOf(request) == "B") return row.delivery();
+            return connector::makeReadyFuture<MessagePtr>(std::move(request));
+        };
+        EXPECT_EQ(failureOf(handle(sequence("ABC"))), row.failure) << row.name;
+        EXPECT_EQ(framework_->delivered, "AB") << row.name;
+    }
+}
+
+TEST_F(FEvalSequenceServiceProviderTest, endsACallWhoseResponseIsCancelledWhileAwaited) {
+    MessagePromise promise;
+    std::promise<MessageFuture> cancellable;
+    framework_->onDeliver = [&](MessagePtr) {
+        cancellable.set_value(MessageFuture(promise.getState()));
+        return promise.getFuture();
+    };
+    MessageFuture call = handle(sequence("A"));
+    cancellable.get_future().get().cancel();
+    // Which of the two depends on whether it was awaited already.
+    const std::string failure = failureOf(std::move(call));
+    EXPECT_TRUE(failure == "Future has been cancelled." ||
+                failure == "Promise destroyed before it provided a value.")
+        << failure;
+}
+
+TEST_F(FEvalSequenceServiceProviderTest, endsCallsUnderWayWhenProviderOrFrameworkGo) {
+    const std::string stopped = "Service exists but is not running.";
+    struct Case {
+        std::string name;
+        std::function<void()> act;
+        std::string failure;
+    };
+    const Case cases[] = {
+        {"framework destroyed", [this] { framework_ = std::make_shared<ScriptedFramework>(); },
+         "There is no service framework to deliver to."},
+        {"stopped", [this] { provider_->stop(); }, stopped},
+        {"destroyed", [this] { provider_ = std::make_shared<FEvalSequenceServiceProvider>(); }, stopped},
+    };
+    for (const bool byDelivery : {true, false}) {
+        for (const Case& row : cases) {
+            provider_->start();
+            std::atomic<int> deliveries{0};
+            std::atomic<bool> isHandled{false};
+            MessagePromise promise;
+            framework_->onDeliver = [&](MessagePtr) {
+                // Either the worker itself does it, or this thread does while nobody waits for the response.
+                ++deliveries;
+                if (!byDelivery) return promise.getFuture();
+                while (!isHandled) std::this_thread::yield();
+                row.act();
+                return connector::makeReadyFuture<MessagePtr>(nullptr);
+            };
+            MessageFuture call = handle(sequence("AB"));
+            isHandled = true;
+            if (!byDelivery) {
+                while (deliveries == 0) std::this_thread::yield();
+                row.act();
+                promise.setValue(nullptr);
+            }
+            EXPECT_EQ(failureOf(std::move(call)), row.failure) << row.name;
+            EXPECT_EQ(deliveries, 1) << row.name;
+        }
+    }
+    provider_->stop();
+    EXPECT_EQ(failureOf(handle(sequence("A"))), stopped);
+    // Started again, it goes on.
+    framework_ = std::make_shared<ScriptedFramework>();
+    provider_->start();
+    EXPECT_EQ(uuidsOf(*responses(handle(sequence("A")))), "A");
+}
+
+}  // namespace
+}  // namespace connector::interpreter::v1

@@ -1,0 +1,121 @@
+#include <memory>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+
+#include <Poco/Exception.h>
+#include <Poco/JSON/Parser.h>
+#include <gmock/gmock.h>
+
+#include "connector/container/SequenceContainer.h"
+#include "connector/container/registerSequenceContainer.h"
+#include "connector/interpreter/v1/FEval.h"
+#include "connector/interpreter/v1/InterpreterJsonSerialization.h"
+
+namespace connector::container {
+namespace {
+
+using Poco::JSON::Object;
+
+const std::string type = "connector/v1/Sequence";
+
+class SequenceContainerTest : public testing::Test {
+protected:
+    SequenceContainerTest() { registerSequenceContainer(*serializer_); }
+
+    std::unique_ptr<Message> read(const std::string& json) const {
+        return serializer_->read(type, Poco::JSON::Parser().parse(json).extract<Object::Ptr>());
+    }
+    std::string write(const Message& message) const {
+        std::ostringstream json;
+        serializer_->write(message)->stringify(json);
+        return json.str();
+    }
+    template <class Action>
+    static std::string failureOf(Action action) {
+        try {
+            action();
+            return "none";
+        } catch (const std::runtime_error& error) {
+            return error.what();
+        }
+    }
+
+    const std::shared_ptr<json::JsonSerializer> serializer_ = std::make_shared<json::JsonSerializer>();
+    const interpreter::v1::InterpreterJsonSerialization interpreterMessages_{serializer_};
+};
+
+/// `levels` sequences inside each other.
+std::string nestedJson(int levels) {
+    if (levels == 1) return "{}";
+    return R"({"messages":[{"type":"connector/v1/Sequence","message":)" + nestedJson(levels - 1) + "}]}";
+}
+
+TEST_F(SequenceContainerTest, isReadAndWrittenWithItsMessagesInOrder) {
+    const std::string json =
+        R"({"messages":[{"message":{"uuid":"b"},"type":"connector/v1/Interrupt"},)"
+        R"({"message":{"messages":[{"message":{"uuid":"a"},"type":"connector/v1/Interrupt"}],"uuid":"n"},)"
+        R"("type":"connector/v1/Sequence"}],"uuid":"s"})";
+    EXPECT_EQ(write(*read(json)), json);
+    EXPECT_EQ(write(*read("{}")), R"({"messages":[],"uuid":""})");
+    EXPECT_THROW(serializer_->read(type, Object::Ptr()), Poco::NullPointerException);
+}
+
+TEST_F(SequenceContainerTest, isNestedNoDeeperThanTheLimit) {
+    // Twice, as a failure must not use up levels of those that follow.
+    for (int i = 0; i < 2; ++i) {
+        const auto deepest = read(nestedJson(maxSequenceDepth));
+        EXPECT_THAT(failureOf([&] { read(nestedJson(maxSequenceDepth + 1)); }),
+                    testing::EndsWith("messages[0]: Sequences are nested too deeply."));
+        EXPECT_EQ(failureOf([&] { write(*deepest); }), "none");
+    }
+    auto tooDeep = read(nestedJson(maxSequenceDepth));
+    SequenceContainer around;
+    around.messages.push_back(std::move(tooDeep));
+    EXPECT_THAT(failureOf([&] { write(around); }), testing::EndsWith("Sequences are nested too deeply."));
+}
+
+TEST_F(SequenceContainerTest, cannotBeWrittenWithAMessageThatHasNoForm) {
+    SequenceContainer sequence;
+    sequence.messages.push_back(std::make_unique<interpreter::v1::FEval>("f"));
+    sequence.messages.push_back(nullptr);
+    EXPECT_EQ(failureOf([&] { write(sequence); }), "messages[1]: There is no message.");
+    sequence.messages[1] = std::make_unique<Message>();
+    EXPECT_EQ(failureOf([&] { write(sequence); }),
+              "messages[1]: Unregistered message class: connector::Message");
+}
+
+struct FailureCase {
+    std::string name, entry, failure;
+};
+
+class SequenceContainerFailureTest : public SequenceContainerTest,
+                                     public testing::WithParamInterface<FailureCase> {};
+
+TEST_P(SequenceContainerFailureTest, namesTheMessageAndTheReason) {
+    const std::string good = R"({"type":"connector/v1/Interrupt","message":{}})";
+    const std::string json = R"({"messages":[)" + good + "," + GetParam().entry + "]}";
+    EXPECT_THAT(failureOf([&] { read(json); }), testing::StartsWith("messages[1]: " + GetParam().failure));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Entries, SequenceContainerFailureTest,
+    testing::Values(
+        FailureCase{"Null", "null", "It is not an object."},
+        FailureCase{"Array", "[]", "It is not an object."},
+        FailureCase{"NoType", R"({"message":{}})", "\"type\" is not a text."},
+        FailureCase{"TypeNotText", R"({"type":1,"message":{}})", "\"type\" is not a text."},
+        FailureCase{"NoMessage", R"({"type":"connector/v1/Eval"})", "\"message\" is not an object."},
+        FailureCase{"MessageNotObject", R"({"type":"connector/v1/Eval","message":[]})",
+                    "\"message\" is not an object."},
+        FailureCase{"UnknownType", R"({"type":"x","message":{}})", "Unknown message type: x"},
+        FailureCase{"WrongField", R"({"type":"connector/v1/Eval","message":{"width":[]}})",
+                    "Bad cast exception"},
+        FailureCase{"InnerNotArray", R"({"type":"connector/v1/Sequence","message":{"messages":{}}})",
+                    "\"messages\" is not an array."},
+        FailureCase{"InnerEntry", R"({"type":"connector/v1/Sequence","message":{"messages":[1]}})",
+                    "messages[0]: It is not an object."}),
+    [](const auto& info) { return info.param.name; });
+
+}  // namespace
+}  // namespace connector::container
