@@ -84,6 +84,8 @@ void PythonRuntime::finish() {
 PythonRuntime::~PythonRuntime() {
     hostmodule::bind(nullptr);
     if (haveThreadsEnded_) {
+        // The user's objects go while the modules that they need are still there.
+        PyDict_Clear(PyModule_GetDict(PyImport_AddModule("__main__")));
         Py_FinalizeEx();
     } else {
         foundation::log::DiagnosticLogger("standalone::python")
@@ -99,7 +101,13 @@ void PythonRuntime::call(const char* function) {
 }
 
 void PythonRuntime::endDebugging() {
-    if (PyThreadState_Get()->c_tracefunc != nullptr) call("end_debugging");
+    PyObject* tracer = PyThreadState_Get()->c_traceobj;
+    if (tracer == nullptr) return;
+    PyObject* debugger = PyObject_GetAttrString(tracer, "__self__");
+    const bool isDebugger = debugger != nullptr && PyObject_HasAttrString(debugger, "set_continue") != 0;
+    Py_XDECREF(debugger);
+    PyErr_Clear();
+    if (isDebugger) PyEval_SetTrace(nullptr, nullptr);
 }
 
 void PythonRuntime::restoreInterrupts() { call("restore_interrupts"); }

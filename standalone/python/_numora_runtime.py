@@ -250,7 +250,7 @@ def report(error):
     if isinstance(error, SystemExit):
         if error.code is None or error.code == 0:
             return ("exit", name, "", "", [], None)
-        message = _text_of(error.code)
+        message = _text_of(error.code) or ""
         return ("error", name, message, "SystemExit: %s\n" % message, [], None)
 
     sys.last_type, sys.last_value, sys.last_traceback = type(error), error, error.__traceback__
@@ -260,29 +260,36 @@ def report(error):
         import linecache
 
         error.text = linecache.getline(error.filename, error.lineno or 0)
+    # The text is asked for once, and an interrupt of that leaves the call stack to be shown.
+    message = _text_of(error)
     try:
+        if message is None:
+            raise RuntimeError
         described = traceback.TracebackException.from_exception(error, compact=True)
         _hide_own_frames(described)
         text = "".join(described.format())
     except Exception:
-        text = "".join(traceback.format_tb(error.__traceback__)) + name + ": " + _text_of(error) + "\n"
+        message = message or "<its text cannot be had>"
+        stack = "".join(traceback.format_tb(error.__traceback__))
+        text = "Traceback (most recent call last):\n%s%s: %s\n" % (stack, name, message)
     frames = [(f.filename, f.name, f.lineno or 0) for f in traceback.extract_tb(error.__traceback__)[-100:]]
     kind = "interrupt" if isinstance(error, KeyboardInterrupt) else "error"
     try:
         suggestion = _suggestion(error)
     except BaseException:
         suggestion = None  # looking for one runs code of the object at fault
-    return (kind, name, _text_of(error), _shortened(text), frames, suggestion)
+    return (kind, name, message, _shortened(text), frames, suggestion)
 
 
 _TEXT_LIMIT = 100_000
 
 
 def _text_of(value):
+    """The text of an object, or None where its own code fails or is interrupted."""
     try:
         return _shortened(str(value))
-    except Exception:
-        return "<its text cannot be had>"
+    except BaseException:
+        return None
 
 
 def _shortened(text):
@@ -311,13 +318,6 @@ def end_forked_child(error):
         except Exception:
             pass
     return status & 0xFF
-
-
-def end_debugging():
-    """Takes away a trace function that the debugger left behind when the code ended while it stepped."""
-    bdb = sys.modules.get("bdb")
-    if bdb and isinstance(getattr(sys.gettrace(), "__self__", None), bdb.Bdb):
-        sys.settrace(None)
 
 
 def _hide_own_frames(described):

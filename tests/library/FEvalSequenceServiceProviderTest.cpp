@@ -232,12 +232,19 @@ TEST_F(FEvalSequenceServiceProviderTest, sortsLongMixedListsSafely) {
 }
 
 TEST_F(FEvalSequenceServiceProviderTest, survivesAContinuationThatThrows) {
+    std::promise<void> attached;
+    framework_->onDeliver = [&](MessagePtr) {
+        EXPECT_EQ(attached.get_future().wait_for(failSafe), std::future_status::ready);
+        return connector::makeReadyFuture<MessagePtr>(nullptr);
+    };
     std::promise<void> called;
     handle(sequence("A")).then([&](MessageFuture) {
         called.set_value();
         throw std::runtime_error("continuation failed");
     });
+    attached.set_value();
     EXPECT_EQ(called.get_future().wait_for(failSafe), std::future_status::ready);
+    framework_ = std::make_shared<ScriptedFramework>();
     EXPECT_EQ(uuidsOf(*responses(handle(sequence("B")))), "B");
 }
 

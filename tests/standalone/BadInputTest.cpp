@@ -39,6 +39,32 @@ TEST_F(BadInputTest, survivesErrorsThatCannotBeDescribed) {
     EXPECT_EQ(textOf(u"1"), "1\n");
 }
 
+TEST_F(BadInputTest, givesUpOnAnErrorWhoseTextNeverComes) {
+    EXPECT_TRUE(eval(u"class Endless(Exception):\n    def __str__(self):\n        " +
+                         std::u16string(endlessLoop) + u"\nraise Endless()",
+                     500)
+                    .isError);
+    EXPECT_EQ(textOf(u"1"), "1\n");
+}
+
+TEST_F(BadInputTest, survivesWhatCodeDoesToItsSurroundings) {
+    eval(u"import signal, sys\nx = 5\ndel sys.modules['__main__']");
+    EXPECT_EQ(textOf(u"x"), "5\n");
+    eval(u"old = signal.signal(signal.SIGINT, signal.SIG_DFL)");
+    EXPECT_TRUE(eval(endlessLoop, 300).isError);
+    eval(u"import os; os.close(1)");
+    EXPECT_EQ(textOf(u"print('still here')"), "still here\n");
+    EXPECT_EQ(eval(u"breakpoint()\ny = 1").promptType, 1);
+    for (int i = 0; i < 2; ++i) eval(u"s\n");
+    EXPECT_EQ(textOf(u"y"), "1\n");
+}
+
+TEST_F(BadInputTest, takesLongSumsAsAFileDoes) {
+    std::u16string sum = u"y = 1\nx = y";
+    for (int i = 0; i < 1'500; ++i) sum += u"+y";
+    EXPECT_EQ(textOf(sum + u"\nx"), "1501\n");
+}
+
 TEST_F(BadInputTest, refusesTextThatIsNoText) {
     EXPECT_NE(textOf(u"import sys\nsys.stdout.write(b'bytes')").find("must be str, not bytes"),
               std::string::npos);
