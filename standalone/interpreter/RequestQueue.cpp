@@ -241,7 +241,7 @@ std::unique_ptr<QueuedRequest> RequestQueue::takeLocked(InputRequester prompt) {
     };
     // The system's own tasks come first: they belong to requests that have begun.
     auto found = std::find_if(entries_.begin(), entries_.end(), [&](const Entry& entry) {
-        return isEligible(entry) &&
+        return isEligible(entry) && !isIdle(entry) &&
                entry.request->request->getStreamID() == cmddistributor::IqmStreamID::Internal;
     });
     if (found == entries_.end()) {

@@ -1,9 +1,9 @@
 """What is behind numora.complete, inspect, workspace, is_complete and history.
 
-Clients call these while other code runs, between two bytecodes of it: that code may hold a lock or be half-way through a
-change. So nothing here calls Python code of the objects it looks at (properties, __repr__, __len__, __getattr__, ...):
-attributes are looked up in the dictionaries of objects and classes, and methods are called through the built-in types that
-define them. Types are compared by identity, because a metaclass may define == and hash().
+Clients call these while other code runs, between two bytecodes of it: that code may hold a lock or be half-way through
+a change. So nothing here calls Python code of the objects it looks at (properties, __repr__, __len__, __getattr__):
+attributes are looked up in the dictionaries of objects and classes, and methods are called through the built-in types
+that define them. Types are compared by identity, because a metaclass may define == and hash().
 """
 
 import _imp
@@ -130,7 +130,9 @@ _SHOWN_AS = (
     (frozenset, "{", "}"),
     (collections.deque, "[", "]"),
 )
-_PLAIN = {id(list), id(tuple), id(dict)}
+_DEPTH = 3  # of containers in containers
+_PLAIN_INT = 1 << 62
+_PLAIN = {id(list): "[]", id(tuple): "()", id(dict): "{}"}
 _NATIVE_REPR = {"datetime.date", "datetime.datetime", "datetime.timedelta", "decimal.Decimal"}
 _HEAP_TYPE = 1 << 9
 
@@ -142,7 +144,7 @@ def _cut(text, limit):
 def _numpy_type(name):
     numpy = sys.modules.get("numpy")
     found = vars(numpy).get(name) if type(numpy) is types.ModuleType else None
-    return found if type(found) is type else ()
+    return found if type(found) is type and not _class_flags(found) & _HEAP_TYPE else ()
 
 
 def _of_array(array, name):
@@ -150,9 +152,16 @@ def _of_array(array, name):
     return _class_vars(_numpy_type("ndarray"))[name].__get__(array)
 
 
-def _text(value, limit, depth=3):
+def _text(value, limit, depth=_DEPTH):
     """A text for `value` that takes time in proportion to `limit`, whatever the size of `value`."""
     kind = type(value)
+    if kind is float or kind is int and -_PLAIN_INT < value < _PLAIN_INT:
+        return repr(value)
+    if kind is str and len(value) <= limit:
+        return _cut(repr(value), limit)
+    if id(kind) in _PLAIN:
+        opening, closing = _PLAIN[id(kind)]
+        return _cut(opening + _items_text(value, kind, limit - 2, depth) + closing, limit)
     for base in (str, bytes, bytearray):
         if issubclass(kind, base):
             return _cut(base.__repr__(base.__getitem__(value, slice(limit))), limit)
@@ -167,17 +176,15 @@ def _text(value, limit, depth=3):
     for base, opening, closing in _SHOWN_AS:
         if issubclass(kind, base):
             items = _items_text(value, base, limit - 2, depth)
-            text = opening + items + closing
-            if id(kind) not in _PLAIN:
-                text = "%s(%s)" % (_class_name(kind), text if items else "")
-            return _cut(text, limit)
+            return _cut("%s(%s)" % (_class_name(kind), opening + items + closing if items else ""), limit)
     return _cut(_object_text(value, kind, limit, depth), limit)
 
 
 def _items_text(value, base, limit, depth):
     if depth == 0:
         return "..."
-    items = _copy(lambda: (base.items if base is dict else base.__iter__)(value), limit // 3 + 1)
+    iterate = base.items if base is dict else base.__iter__
+    items = _copy(lambda: iterate(value), max(3, limit // 10) if depth == _DEPTH else 3)
     parts = []
     for item in items:
         if limit <= 0:
@@ -203,12 +210,10 @@ def _object_text(value, kind, limit, depth):
         return value.__name__ + _parameters(value, 0)
     if issubclass(kind, type):
         return "<class %s>" % _class_name(value)
-    label, _ = _attribute(value, "__name__")
-    if type(label) is str:
-        return "<%s %s>" % (name, label)
-    own = _copy(_own_vars(value).items, 10) if depth > 0 else []
+    own = _copy(_own_vars(value).items, 10) if depth > 0 and kind is not types.ModuleType else []
     fields = ["%s=%s" % (k, _text(v, limit // 3, depth - 1)) for k, v in own if type(k) is str and k[:1] != "_"]
-    return "<%s>" % (name + " " + ", ".join(fields)).rstrip()
+    label = ", ".join(fields) or _attribute(value, "__name__")[0]
+    return "<%s %s>" % (name, label) if type(label) is str else "<%s>" % name
 
 
 def _has_native_repr(value, kind):
@@ -391,12 +396,13 @@ def _source(value):
 
 # --- the code before the cursor --------------------------------------------------------------------------------------
 
-_MARK = re.compile(r"""\\\n|[\n;#()\[\]{}]|(?:(?<!\w)[rRbBuUfF]{1,2})?(?:\'{3}|"{3}|'|")""")
+_MARK = re.compile(r"""[\\\n;#()\[\]{}'"]""")
+_PREFIX = re.compile(r"(?<!\w)[rRbBuUfF]{1,2}\Z")
 _STRING_END = {
     "'": re.compile(r"[^\\'\n]*(?:\\.[^\\'\n]*)*'", re.DOTALL),
     '"': re.compile(r'[^\\"\n]*(?:\\.[^\\"\n]*)*"', re.DOTALL),
-    "'''": re.compile(r"(?:[^\\']|\\.|'(?!''))*+'''", re.DOTALL),
-    '"""': re.compile(r'(?:[^\\"]|\\.|"(?!""))*+"""', re.DOTALL),
+    "'''": re.compile(r"[^\\']*(?:(?:\\.|'(?!''))[^\\']*)*'''", re.DOTALL),
+    '"""': re.compile(r'[^\\"]*(?:(?:\\.|"(?!""))[^\\"]*)*"""', re.DOTALL),
 }
 
 
@@ -404,50 +410,48 @@ class _Scan:
     """Where in Python code its end stands."""
 
     def __init__(self, code):
-        self.inside = ""  # "#" in a comment; in a string, what opened it
+        self.inside = ""  # "#" in a comment; in a string its prefix and quotes
         self.at = 0  # where that begins
         self.brackets = []  # positions of the open ones
         self.statement = 0  # where the last statement begins
         self.begins = {}  # where the string or the brackets begin that end at a position
-        self.last = ""  # the last character outside of comments that is no space
-        self._scan(code)
-
-    def _scan(self, code):
         position = 0
         while mark := _MARK.search(code, position):
-            self._see(code[position : mark.start()])
-            begin, position, mark = mark.start(), mark.end(), mark[0]
-            if mark == "#":
-                position = code.find("\n", begin)
-                if position < 0:
-                    self.inside, self.at = "#", begin
-                    return
-            elif mark[-1] in "'\"":
-                quote = mark.lstrip("rRbBuUfF")
-                if end := _STRING_END[quote].match(code, position):
-                    position = end.end()
-                    self.begins[position] = begin
-                else:
-                    line_end = code.find("\n", position) if len(quote) == 1 else -1
-                    if line_end < 0:
-                        self.inside, self.at = mark, begin
-                        return
-                    position = line_end
-                self.last = quote[0]
-            elif mark in "\n;":
-                if not self.brackets:
-                    self.statement = position
-            elif mark in "([{":
-                self.brackets.append(begin)
-                self.last = mark
-            elif mark in ")]}":
-                if self.brackets:
-                    self.begins[position] = self.brackets.pop()
-                self.last = mark
-        self._see(code[position:])
+            position = self._pass(code, mark.start(), mark[0])
+            if position < 0:
+                return
 
-    def _see(self, code):
-        self.last = code.rstrip()[-1:] or self.last
+    def _pass(self, code, begin, mark):
+        """Goes on to behind what `mark` begins; gives -1 where that is still open at the end."""
+        after = begin + 1
+        if mark == "#":
+            after = code.find("\n", begin)
+            if after < 0:
+                self.inside, self.at = mark, begin
+        elif mark == "\\":
+            after += 1
+        elif mark in "'\"":
+            return self._pass_string(code, begin, mark * 3 if code.startswith(mark * 3, begin) else mark)
+        elif mark in "\n;":
+            if not self.brackets:
+                self.statement = after
+        elif mark in "([{":
+            self.brackets.append(begin)
+        elif self.brackets:
+            self.begins[after] = self.brackets.pop()
+        return after
+
+    def _pass_string(self, code, begin, quotes):
+        prefix = _PREFIX.search(code, max(0, begin - 2), begin)
+        prefix = prefix[0] if prefix else ""
+        end = _STRING_END[quotes].match(code, begin + len(quotes))
+        if end:
+            self.begins[end.end()] = begin - len(prefix)
+            return end.end()
+        line_end = code.find("\n", begin) if len(quotes) == 1 else -1
+        if line_end < 0:
+            self.inside, self.at = prefix + quotes, begin - len(prefix)
+        return line_end
 
 
 _TREE_ONLY, _ALLOW_INCOMPLETE = 0x400, 0x4000  # flags of compile()
@@ -498,7 +502,7 @@ def _index(code, units):
 def _complete(code):
     """Where the word at the end of `code` begins, and what it may become."""
     cut = max(0, len(code) - _CODE_LIMIT)
-    cut = code.find("\n", cut) + 1 if cut else 0
+    cut = max(cut, code.find("\n", cut) + 1) if cut else 0
     text = code[cut:]
     scan = _Scan(text)
     if scan.inside:
@@ -602,6 +606,8 @@ def _imported_names(statement, typed):
 
 def _modules(package, typed):
     """The names of the modules in `package`, or of those at the top, that begin with `typed`."""
+    if len(package) > 200:
+        return set()
     inside = package + "." if package else ""
     known = [*sys.modules, *(() if package else sys.stdlib_module_names)]
     names = {name[len(inside) :].partition(".")[0] for name in known if type(name) is str and name.startswith(inside)}
@@ -636,11 +642,14 @@ def _folders(package):
 
 
 _BLOCKS = ("cases", "body", "handlers", "orelse", "finalbody")
+_CHECK_LIMIT = 1_000_000  # characters; nobody types more, and it would stop the running code for long
 _LAST_OF_BLOCK = {"Return", "Raise", "Pass", "Break", "Continue"}
 
 
 def is_complete(code):
-    code = str(code).replace("\r\n", "\n").replace("\r", "\n")
+    if len(code) > _CHECK_LIMIT:
+        return {"status": "complete", "indent": ""}
+    code = code.replace("\r\n", "\n").replace("\r", "\n")
     try:
         tree = _parse(code, "exec")
     except (SyntaxError, ValueError, MemoryError, RecursionError) as error:
@@ -658,12 +667,17 @@ def _indent(line):
 
 def _next_indent(code):
     """The indentation of the line that follows code which is not complete."""
+    code = code.rstrip()
     scan = _Scan(code)
-    if len(scan.inside.lstrip("rRbBuUfF")) == 3:
+    if scan.inside.endswith(("'''", '"""')):
         return ""  # it would become part of the string
-    line = code.rstrip().rpartition("\n")[2]
-    deeper = "\t" if "\t" in _indent(line) else "    "
-    return _indent(line) + (deeper if scan.last and scan.last in ":([{" else "")
+    text = code[: scan.at].rstrip() if scan.inside == "#" else code
+    if scan.brackets or scan.statement >= len(text):
+        indent = _indent(text.rpartition("\n")[2])
+    else:
+        indent = _indent(text[scan.statement :])
+    deeper = "\t" if "\t" in indent else "    "
+    return indent + (deeper if text.endswith((":", "(", "[", "{")) else "")
 
 
 def _open_indent(tree, lines):

@@ -24,7 +24,6 @@ namespace connector::interpreter::v1 {
 namespace {
 
 using cmddistributor::FEvalIIP;
-using cmddistributor::WhenToDequeue;
 using Outputs = std::vector<matrix::ArrayPtr>;
 
 matrix::ArrayPtr jsonResult(std::u16string results, bool error = false, std::u16string faultMessage = {}) {
@@ -320,7 +319,7 @@ TEST_F(FEvalTest, releasesPendingCalls) {
         std::vector<std::thread> clients;
         clients.emplace_back([&] { responses[0] = call(request(by == By::Stop ? 3'600'000 : 0)); });
         hasBegun.get_future().wait();
-        for (const int i : {1, 2}) clients.emplace_back([&, i] { responses[i] = call(); });
+        for (const std::size_t i : {1U, 2U}) clients.emplace_back([&, i] { responses[i] = call(); });
         while (host_.distributor->enqueued().size() < before + 3) std::this_thread::yield();
         if (by == By::Interrupt) interrupt();
         if (by == By::Stop) provider_->stop();
@@ -329,7 +328,7 @@ TEST_F(FEvalTest, releasesPendingCalls) {
         const std::string running[] = {"Error while executing eval request.", "NUMORA service not running.",
                                        "NUMORA not active."};
         EXPECT_EQ(faults(*responses[0]), "NUMORA.CodeError: " + running[static_cast<int>(by)] + ";");
-        for (const int i : {1, 2}) {
+        for (const std::size_t i : {1U, 2U}) {
             EXPECT_TRUE(faults(*responses[i]) ==
                             "NUMORA.CodeError: Request was cancelled before starting.;" ||
                         (by != By::Interrupt && faults(*responses[i]) == faults(*responses[0])))

@@ -23,7 +23,7 @@ enum class Lack {
 /// The identifier of the error of a function that needs a capability which is not there. An empty `product`
 /// is one that is not known; it matters for Lack::Product only.
 inline std::string missingCapabilityIdentifier(Lack lack, std::string_view product = {}) {
-    const std::string general = "NUMORA:services:MissingRequiredCapability";
+    std::string general = "NUMORA:services:MissingRequiredCapability";
     if (lack == Lack::General) return general;
     if (lack == Lack::Tripwire) return general + "_Tripwire";
     return general + (product.empty() ? "_ForUnknownProduct" : "_ForProduct");
