@@ -130,6 +130,9 @@ void defineFunctions(py::module_& module) {
                       py::reinterpret_steal<py::object>(PyCFunction_New(&writeErrDefinition, nullptr)));
     module.def("read_line", &readLine, "Reads one typed line at a prompt.");
     module.def("read_key", &readKey, "Waits for one typed character.");
+    module.def("run_requests", [](int, const py::object&) {
+        if (bound != nullptr) bound->runRequests();
+    });
     module.def("clc", [] {
         if (bound != nullptr) bound->clearWindow();
     });

@@ -8,9 +8,11 @@
 #include <Python.h>
 #include <unistd.h>
 
+#include "cmddistributor/FEvalResult.h"
 #include "fl/i18n/text.h"
 #include "foundation/log/diagnostic_logger.h"
 #include "interpreter/CodeRunner.h"
+#include "interpreter/FunctionCaller.h"
 #include "interpreter/NativeCapture.h"
 #include "interpreter/PythonRuntime.h"
 #include "interpreter/TerminalWindow.h"
@@ -104,7 +106,8 @@ private:
 Interpreter::Interpreter(const HostOptions& options)
     : options_(options),
       processId_(getpid()),
-      queue_(std::make_shared<RequestQueue>(&Interrupts::send)),
+      queue_(std::make_shared<RequestQueue>(
+          RequestQueue::Signals{&Interrupts::send, &Interrupts::sendRequests})),
       events_(std::make_shared<LocalEventManager>()),
       zvm_(std::make_shared<LocalZvm>(queue_)),
       prompts_(*queue_, {[this] {
@@ -171,6 +174,7 @@ void Interpreter::threadMain(std::promise<void>& started) {
         terminal_ = std::make_shared<TerminalWindow>(originalDescriptor(1), originalDescriptor(2));
         CmdWinSinkHandle::setFactory(terminal_);
         runner_ = std::make_unique<CodeRunner>(python_->runtimeModule());
+        caller_ = std::make_unique<FunctionCaller>(python_->runtimeModule());
         host::install(this);
     } catch (...) {
         capture_.reset();
@@ -184,6 +188,7 @@ void Interpreter::threadMain(std::promise<void>& started) {
     python_->finish();
     Interrupts::detach();
     stopCapture();
+    caller_.reset();
     runner_.reset();
     python_.reset();
     host::install(nullptr);
@@ -246,7 +251,31 @@ std::unique_ptr<IIPResult> Interpreter::runRequest(QueuedRequest& queued) {
         task->run();
         return std::make_unique<IIPResult>(queued.id, boost::none);
     }
+    if (const auto* call = dynamic_cast<const cmddistributor::FEvalIIP*>(iip.get()))
+        return runFunctionCall(queued, *call);
     return runPlugin(queued, iip);
+}
+
+std::unique_ptr<IIPResult> Interpreter::runFunctionCall(QueuedRequest& queued,
+                                                        const cmddistributor::FEvalIIP& iip) {
+    const PromptScope prompt(prompts_);
+    std::vector<matrix::ArrayPtr> outputs;
+    interruptibly([&] { outputs = caller_->call(iip); });
+    if (getpid() != processId_) std::_Exit(0);
+    if (codeNumber_ == 0) tidyUp();
+    if (!isAside_) drainOutput(true);
+    return std::make_unique<cmddistributor::FEvalResult>(queued.id, boost::none, std::move(outputs));
+}
+
+// Called between two steps of running code. The debugger and profilers of that code do not see what runs
+// here.
+void Interpreter::runRequests() {
+    if (std::exchange(isAside_, true)) return;
+    PyThreadState* state = PyThreadState_Get();
+    PyThreadState_EnterTracing(state);
+    while (auto request = queue_->tryTake(nmutil::prompt::NO_PROMPT)) run(std::move(request));
+    PyThreadState_LeaveTracing(state);
+    isAside_ = false;
 }
 
 std::unique_ptr<IIPResult> Interpreter::runPlugin(QueuedRequest& queued,
@@ -357,8 +386,11 @@ void Interpreter::print(nmutil::io::StreamTypeEnum stream, std::u16string_view t
     const bool isError = stream != nmutil::io::STANDARD_OUTPUT;
     const nmutil::io::NMSink* sink = nullptr;
     if (!active_.empty()) {
-        const cmddistributor::RunOptions& options = active_.back()->options;
-        sink = (isError && options.getErrSink() ? options.getErrSink() : options.getOutSink()).get();
+        // Other threads of Python code belong to the outermost request, not to one that runs aside of it.
+        const QueuedRequest& request = isInterpreterThread() ? *active_.back() : *active_.front();
+        sink = (isError && request.options.getErrSink() ? request.options.getErrSink()
+                                                        : request.options.getOutSink())
+                   .get();
     }
     if (sink == nullptr) {
         // A window that captures takes standard error in the order printed; only the terminal tells them
@@ -378,6 +410,8 @@ void Interpreter::drainOutput(bool isEnd) {
 }
 
 ReadResult Interpreter::readLine(nmutil::prompt::InputRequester prompt, std::u16string& line) {
+    if (isAside_)
+        throw std::runtime_error("A function that is called while other code runs cannot read typed input.");
     return prompts_.readLine(prompt, line);
 }
 

@@ -11,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "cmddistributor/FEvalIIP.h"
 #include "connector/ThreadSafety.h"
 #include "events/LocalEventManager.h"
 #include "host/Environment.h"
@@ -23,6 +24,7 @@
 
 namespace standalone {
 
+class FunctionCaller;
 class NativeCapture;
 class PythonRuntime;
 class TerminalWindow;
@@ -90,6 +92,8 @@ private:
                                                          const std::shared_ptr<cmddistributor::IIP>& iip);
     void interruptibly(const std::function<void()>& action);
     void tidyUp();
+    std::unique_ptr<cmddistributor::IIPResult> runFunctionCall(QueuedRequest& queued,
+                                                               const cmddistributor::FEvalIIP& iip);
     void showError(const cmddistributor::RuntimeException& error);
 
     // InterpreterServices
@@ -97,6 +101,7 @@ private:
     void beforePrint() override;
     ReadResult readLine(nmutil::prompt::InputRequester prompt, std::u16string& line) override;
     ReadResult readKey() override;
+    void runRequests() override;
     void clearWindow() override;
     void moveHome() override;
     bool isInterpreterThread() const override { return Interrupts::isSignalThread(); }
@@ -127,6 +132,8 @@ private:
     std::shared_ptr<TerminalWindow> terminal_;
     std::unique_ptr<PythonRuntime> python_;
     std::unique_ptr<CodeRunner> runner_;
+    std::unique_ptr<FunctionCaller> caller_;
+    bool isAside_ = false;                      // a request runs between two steps of other code
     std::vector<const QueuedRequest*> active_;  // innermost last
     nmutil::cmddistributor::inExecutionStatus executionStatus_ = nmutil::cmddistributor::EXECUTION_OK;
     std::int32_t codeBlockStatus_ = 0;

@@ -28,6 +28,9 @@ public:
     /// Waits for one typed character.
     virtual ReadResult readKey() = 0;
 
+    /// Runs the requests that may run between two steps of the running code.
+    virtual void runRequests() = 0;
+
     virtual void clearWindow() = 0;
     virtual void moveHome() = 0;
     virtual bool isInterpreterThread() const = 0;

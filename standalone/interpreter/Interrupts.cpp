@@ -110,6 +110,11 @@ void Interrupts::send(std::uint32_t code) {
     pthread_sigqueue(thread, SIGINT, value);
 }
 
+void Interrupts::sendRequests() {
+    const pthread_t thread = interpreterThread.load();
+    if (thread != pthread_t{}) pthread_kill(thread, SIGRTMIN);
+}
+
 void Interrupts::trip() { PyErr_SetInterruptEx(SIGINT); }
 
 bool Interrupts::isSignalThread() { return pthread_equal(interpreterThread.load(), pthread_self()) != 0; }

@@ -38,6 +38,9 @@ struct Interrupts {
     /// Interrupts the code that runs now.
     static void trip();
 
+    /// Makes the running code let requests run between two of its steps.  Threads: any.
+    static void sendRequests();
+
     static bool isSignalThread();
 };
 

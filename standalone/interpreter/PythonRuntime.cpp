@@ -68,8 +68,10 @@ PythonRuntime::PythonRuntime(InterpreterServices& services) {
     hostmodule::bind(&services);
     addModule("numora", pythonsource::numora);
     runtimeModule_ = addModule("_numora_runtime", pythonsource::runtime);
-    if (PyModule_AddStringConstant(runtimeModule_, "tools_source", pythonsource::tools) != 0)
-        throw pythonFailure("The Python tools cannot be added.");
+    if (PyModule_AddStringConstant(runtimeModule_, "tools_source", pythonsource::tools) != 0 ||
+        PyModule_AddStringConstant(runtimeModule_, "calls_source", pythonsource::calls) != 0) {
+        throw pythonFailure("The Python modules cannot be added.");
+    }
     callMethod(runtimeModule_, "start");
     PyRun_SimpleString("import sys\nsys.argv = ['']\nsys.path.insert(0, '')\ndel sys");
 }

@@ -57,8 +57,8 @@ bool lookOut(const std::atomic<unsigned>& changes, unsigned seen) {
 
 }  // namespace
 
-RequestQueue::RequestQueue(SendInterrupt sendInterrupt, std::size_t capacity)
-    : sendInterrupt_(std::move(sendInterrupt)), capacity_(capacity) {}
+RequestQueue::RequestQueue(Signals signals, std::size_t capacity)
+    : signals_(std::move(signals)), capacity_(capacity) {}
 
 void RequestQueue::enqueue(IDType id, std::shared_ptr<cmddistributor::CmdRequest> request,
                            cmddistributor::RunOptions options,
@@ -83,6 +83,8 @@ void RequestQueue::setReadyToExecute(IDType id) {
         const auto entry = findLocked(id);
         if (entry == entries_.end()) return;
         entry->request->isReady = true;
+        const bool isForRunningCode = entry->request->options.whenToDequeue() == WhenToDequeue::Ppe;
+        if (isForRunningCode && !codes_.empty() && codes_.back().isOpenToSignals) signals_.requests();
         changes_.fetch_add(1, std::memory_order_relaxed);
     }
     changed_.notify_one();
@@ -134,7 +136,7 @@ void RequestQueue::interruptLocked(IDType id) {
         if (const auto running = findRunningLocked(id); running != running_.end())
             running->isInterrupted = true;
     } else if (code + 1 == codes_.end() && code->isOpenToSignals) {
-        sendInterrupt_(code->number);
+        signals_.interrupt(code->number);
         isNudged_ = true;
         changes_.fetch_add(1, std::memory_order_relaxed);
         changed_.notify_one();
@@ -158,6 +160,10 @@ void RequestQueue::beginCode(IDType id, std::uint32_t code) {
 bool RequestQueue::openToSignals() {
     connector::MutexLock lock(mutex_);
     codes_.back().isOpenToSignals = true;
+    const auto isForRunningCode = [](const Entry& entry) {
+        return entry.request->isReady && entry.request->options.whenToDequeue() == WhenToDequeue::Ppe;
+    };
+    if (std::any_of(entries_.begin(), entries_.end(), isForRunningCode)) signals_.requests();
     return std::exchange(codes_.back().isInterrupted, false);
 }
 

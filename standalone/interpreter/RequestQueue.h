@@ -39,10 +39,15 @@ public:
     using IDType = foundation::msg_svc::exchange::IDType;
     using InputRequester = nmutil::prompt::InputRequester;
 
-    /// Interrupts the code with this number, if it still runs. Called with the queue's mutex held.
-    using SendInterrupt = std::function<void(std::uint32_t code)>;
+    /// How the queue reaches the interpreter thread while code runs. Called with the queue's mutex held.
+    struct Signals {
+        /// Interrupts the code with this number, if it still runs.
+        std::function<void(std::uint32_t code)> interrupt;
+        /// Makes the running code let requests run between two of its steps.
+        std::function<void()> requests;
+    };
 
-    explicit RequestQueue(SendInterrupt sendInterrupt, std::size_t capacity = 10'000);
+    explicit RequestQueue(Signals signals, std::size_t capacity = 10'000);
 
     void enqueue(IDType id, std::shared_ptr<cmddistributor::CmdRequest> request,
                  cmddistributor::RunOptions options,
@@ -106,7 +111,7 @@ private:
                     const cmddistributor::IIPResult& result);
     static void endCancelled(Entry& entry);
 
-    const SendInterrupt sendInterrupt_;
+    const Signals signals_;
     const std::size_t capacity_;
 
     mutable connector::Mutex mutex_;

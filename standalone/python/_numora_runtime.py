@@ -373,21 +373,30 @@ def _closest(name, candidates):
 
 variables = vars(__main__)  # where evaluations run, whatever the code makes of sys.modules
 
-tools_source = ""  # set by the host
-_tools = None
+tools_source = calls_source = ""  # set by the host
+_loaded = {}
 
 
-def tools():
-    """The module _numora_tools, compiled when it is first used.
+def _load(name, source):
+    """A module of the program's own, compiled when it is first used.
 
     It is known only once it is complete, so a call that interrupts the first one loads it for itself.
     """
-    global _tools
-    if _tools is None:
-        module = type(sys)("_numora_tools")
-        exec(compile(tools_source, "<_numora_tools>", "exec"), vars(module))
-        sys.modules["_numora_tools"] = _tools = module
-    return _tools
+    if name not in _loaded:
+        module = type(sys)(name)
+        exec(compile(source, "<%s>" % name, "exec"), vars(module))
+        sys.modules[name] = _loaded[name] = module
+    return _loaded[name]
+
+
+def tools():
+    """What clients ask of the workspace."""
+    return _load("_numora_tools", tools_source)
+
+
+def call(name, nargout, arguments):
+    """Calls a function for a client, with JSON arguments and JSON results."""
+    return _load("_numora_calls", calls_source).call(name, nargout, arguments)
 
 
 _EVALUATIONS_KEPT = 1_000
@@ -416,11 +425,13 @@ def remember(number, code):
 def start():
     """Connects this interpreter to the program around it."""
     import getpass
+    import signal
 
     sys.stdout = sys.__stdout__ = Output("<stdout>", 1, _host.write_out)
     sys.stderr = sys.__stderr__ = Output("<stderr>", 2, _host.write_err)
     sys.stdin = sys.__stdin__ = Input()
     sys.breakpointhook = _breakpoint
+    signal.signal(signal.SIGRTMIN, _host.run_requests)
     sys.ps1, sys.ps2 = ">>> ", "... "
     sys.modules["readline"] = None  # line editing belongs to the client, and its library to the program
     sys.meta_path.insert(0, _NumpyImport)

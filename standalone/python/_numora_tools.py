@@ -131,7 +131,6 @@ _SHOWN_AS = (
     (collections.deque, "[", "]"),
 )
 _DEPTH = 3  # of containers in containers
-_PLAIN_INT = 1 << 62
 _PLAIN = {id(list): "[]", id(tuple): "()", id(dict): "{}"}
 _NATIVE_REPR = {"datetime.date", "datetime.datetime", "datetime.timedelta", "decimal.Decimal"}
 _HEAP_TYPE = 1 << 9
@@ -155,9 +154,7 @@ def _of_array(array, name):
 def _text(value, limit, depth=_DEPTH):
     """A text for `value` that takes time in proportion to `limit`, whatever the size of `value`."""
     kind = type(value)
-    if kind is float or kind is int and -_PLAIN_INT < value < _PLAIN_INT:
-        return repr(value)
-    if kind is str and len(value) <= limit:
+    if kind is float or kind is int and -1 << 62 < value < 1 << 62 or kind is str and len(value) <= limit:
         return _cut(repr(value), limit)
     if id(kind) in _PLAIN:
         opening, closing = _PLAIN[id(kind)]

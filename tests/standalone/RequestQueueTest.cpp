@@ -36,7 +36,9 @@ protected:
     }
 
     std::vector<std::uint32_t> interrupted_;
-    RequestQueue queue_{[this](std::uint32_t code) { interrupted_.push_back(code); }, 3};
+    int wakeUps_ = 0;
+    RequestQueue queue_{
+        {[this](std::uint32_t code) { interrupted_.push_back(code); }, [this] { ++wakeUps_; }}, 3};
 };
 
 TEST_F(RequestQueueTest, takesARequestWhereItsWhenToDequeueAllowsIt) {
@@ -126,6 +128,19 @@ TEST_F(RequestQueueTest, interruptsTheCodeThatIsMeantBeforeDuringAndAroundOtherC
     EXPECT_TRUE(queue_.endCode()) << "the code around it was interrupted, too";
     EXPECT_FALSE(queue_.endCode());
     EXPECT_EQ(interrupted_, (std::vector<std::uint32_t>{2, 3}));
+}
+
+TEST_F(RequestQueueTest, reachesRunningCodeForRequestsThatMayRunWithinIt) {
+    queue_.beginCode({}, 1);
+    const auto early = add(WhenToDequeue::Ppe);
+    EXPECT_EQ(wakeUps_, 0);
+    queue_.openToSignals();
+    EXPECT_EQ(wakeUps_, 1);
+    add(WhenToDequeue::Prompt);
+    EXPECT_EQ(wakeUps_, 1);
+    add(WhenToDequeue::Ppe);
+    EXPECT_EQ(wakeUps_, 2);
+    EXPECT_EQ(queue_.tryTake(NO_PROMPT)->id, early);
 }
 
 TEST_F(RequestQueueTest, takesTheSystemsOwnTasksFirst) {
