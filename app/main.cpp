@@ -9,6 +9,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include "CallCommand.h"
 #include "ConsoleCommand.h"
 #include "EvalCommand.h"
 #include "foundation/log/diagnostic_logger.h"
@@ -72,6 +73,7 @@ int run(int argc, char** argv) {
     std::function<int()> command;
     describeProgram(program);
     addEvalCommand(program, command);
+    addCallCommand(program, command);
     addConsoleCommand(program, command);
     try {
         program.parse(argumentsFrom(argc, argv));

@@ -69,6 +69,7 @@ CodeRunner::CodeRunner(PyObject* runtimeModule)
       mainModule_(PyRef::share(required(PyImport_AddModule("__main__"), "__main__"))),
       globals_(PyModule_GetDict(mainModule_.get())),
       report_(required(PyObject_GetAttrString(runtimeModule, "report"), "report")),
+      remember_(required(PyObject_GetAttrString(runtimeModule, "remember"), "remember")),
       compile_(importedAttribute("builtins", "compile")),
       expressionType_(importedAttribute("_ast", "Expr")),
       interactiveType_(importedAttribute("_ast", "Interactive")) {}
@@ -84,6 +85,11 @@ CodeRunner::Result CodeRunner::execute(const std::u16string& code) {
     const PyRef source(pythonText(code));
     const PyRef fileName(PyUnicode_FromFormat("<eval %llu>", static_cast<unsigned long long>(++count_)));
     if (!source || !fileName) return failed();
+    const PyRef number(PyLong_FromUnsignedLongLong(count_));
+    const PyRef remembered(
+        number ? PyObject_CallFunctionObjArgs(remember_.get(), number.get(), source.get(), nullptr)
+               : nullptr);
+    PyErr_Clear();
 
     // One simple statement needs no look at its syntax tree: Python's interactive mode does with it what is
     // wanted here. Whatever that mode does not take, errors included, goes the long way.

@@ -53,6 +53,7 @@ private:
     const PyRef mainModule_;  // held, because code may take it out of sys.modules
     PyObject* const globals_;
     const PyRef report_;
+    const PyRef remember_;
     const PyRef compile_;
     const PyRef expressionType_;
     const PyRef interactiveType_;

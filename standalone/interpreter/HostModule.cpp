@@ -132,6 +132,8 @@ void defineFunctions(py::module_& module) {
     module.def("read_key", &readKey, "Waits for one typed character.");
     module.def("run_requests", [](int, const py::object&) {
         if (bound != nullptr) bound->runRequests();
+        // A system call that this handler interrupted is entered again without another look at the signals.
+        if (PyErr_CheckSignals() != 0) throw py::error_already_set();
     });
     module.def("clc", [] {
         if (bound != nullptr) bound->clearWindow();

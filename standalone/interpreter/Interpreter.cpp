@@ -270,6 +270,7 @@ std::unique_ptr<IIPResult> Interpreter::runFunctionCall(QueuedRequest& queued,
 // Called between two steps of running code. The debugger and profilers of that code do not see what runs
 // here.
 void Interpreter::runRequests() {
+    Interrupts::calm();
     if (std::exchange(isAside_, true)) return;
     PyThreadState* state = PyThreadState_Get();
     PyThreadState_EnterTracing(state);

@@ -4,9 +4,12 @@
 #include <atomic>
 #include <cerrno>
 #include <csignal>
+#include <ctime>
+#include <system_error>
 
 #include <Python.h>
 #include <pthread.h>
+#include <unistd.h>
 
 #include "standalone/StandaloneHost.h"
 
@@ -32,6 +35,16 @@ void onInterrupt(int, siginfo_t* info, void*) {
                      SIGINT);  // a thread that Python code started took it; the sleep to break is elsewhere
     }
     errno = savedErrno;
+}
+
+timer_t followUp{};
+std::atomic<bool> isFollowUpSet{false};
+
+void setFollowUp(long firstMs, long intervalMs) {
+    itimerspec times{};
+    times.it_value.tv_nsec = firstMs * 1'000'000;
+    times.it_interval.tv_nsec = intervalMs * 1'000'000;
+    timer_settime(followUp, 0, &times, nullptr);
 }
 
 void installHandler() {
@@ -66,6 +79,13 @@ void setInterpreterSignalsBlocked(bool blocked) {
 void blockInterpreterSignals() { setInterpreterSignalsBlocked(true); }
 
 void Interrupts::attach() {
+    sigevent event{};
+    event.sigev_notify = SIGEV_THREAD_ID;
+    event.sigev_signo = SIGRTMIN;
+    event._sigev_un._tid = gettid();
+    if (timer_create(CLOCK_MONOTONIC, &event, &followUp) != 0) {
+        throw std::system_error(errno, std::generic_category(), "timer_create");
+    }
     interpreterThread.store(pthread_self());
     installHandler();
     setInterpreterSignalsBlocked(false);
@@ -74,7 +94,7 @@ void Interrupts::attach() {
 void Interrupts::detach() {
     setInterpreterSignalsBlocked(true);
     currentCode.store(0);
-    interpreterThread.store(pthread_t{});
+    if (pthread_equal(interpreterThread.exchange(pthread_t{}), pthread_self()) != 0) timer_delete(followUp);
 }
 
 bool Interrupts::begin(std::uint32_t code, std::uint32_t outer) {
@@ -86,6 +106,7 @@ bool Interrupts::begin(std::uint32_t code, std::uint32_t outer) {
 }
 
 void Interrupts::end(std::uint32_t outer) {
+    calm();
     currentCode.store(betweenCodes);
     swallow();
     currentCode.store(outer);
@@ -108,12 +129,17 @@ void Interrupts::send(std::uint32_t code) {
     sigval value{};
     value.sival_int = static_cast<int>(code);
     pthread_sigqueue(thread, SIGINT, value);
+    setFollowUp(2, 20);
 }
 
 void Interrupts::sendRequests() {
     const pthread_t thread = interpreterThread.load();
-    if (thread != pthread_t{}) pthread_kill(thread, SIGRTMIN);
+    if (thread == pthread_t{}) return;
+    pthread_kill(thread, SIGRTMIN);
+    setFollowUp(2, 20);
 }
+
+void Interrupts::calm() { setFollowUp(0, 0); }
 
 void Interrupts::trip() { PyErr_SetInterruptEx(SIGINT); }
 

@@ -49,6 +49,14 @@ class EvalTest(unittest.TestCase):
         self.assertTrue(second["isError"])
         self.assertIn("NameError", second["responseStr"])
 
+    def test_call_prints_results_as_json(self):
+        self.assertEqual(run("call", "divmod", "17", "5"), (0, "[[3,2]]\n", ""))
+        self.assertEqual(run("call", "--nargout", "2", "divmod", "17", "5"), (0, "[3,2]\n", ""))
+        self.assertEqual(run("call", "sorted", "[3, 1, 2]"), (0, "[[1,2,3]]\n", ""))
+        self.assertEqual(run("call", "nowhere"),
+                         (1, "", "numora: NUMORA.CodeError: NameError: there is no function named 'nowhere'\n"))
+        self.assertEqual(run("call", "abs", "1,2")[0], 2)
+
     def test_wrong_usage_and_bad_input_end_with_status_2(self):
         rows = {
             "no command": ([], b"", "numora: "),

@@ -90,7 +90,7 @@ TEST_F(FunctionCallTest, answersWhileOtherCodeRuns) {
         EXPECT_EQ(call(u"shout", {}, 0, "ppe"), "[]");
         EXPECT_EQ(call(u"fail", {}, 0, "ppe"), "ValueError: aside");
         EXPECT_EQ(call(u"numora.is_complete", {u"\"x = (\""}, 1, "ppe"),
-                  "[{\"status\":\"incomplete\",\"indent\":\"\"}]");
+                  "[{\"status\":\"incomplete\",\"indent\":\"    \"}]");
         EXPECT_NE(call(u"numora.workspace", {}, 1, "ppe").find("\"state\""), std::string::npos);
         interrupt();
         const EvalResponse response = ended.get_future().get();
@@ -99,6 +99,13 @@ TEST_F(FunctionCallTest, answersWhileOtherCodeRuns) {
         joinBackground();
     }
     EXPECT_EQ(textOf(u"1"), "1\n");
+}
+
+TEST_F(FunctionCallTest, tellsWhatWasEvaluated) {
+    eval(u"x = 1");
+    eval(u"1 / 0");
+    EXPECT_EQ(call(u"numora.history", {u"2"}),
+              "[[{\"number\":1,\"code\":\"x = 1\"},{\"number\":2,\"code\":\"1 / 0\"}]]");
 }
 
 TEST_F(FunctionCallTest, givesUpAfterItsTimeLimitAndGoesOn) {

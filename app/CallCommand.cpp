@@ -1,0 +1,92 @@
+#include "CallCommand.h"
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <CLI/CLI.hpp>
+#include <Poco/JSON/Array.h>
+#include <Poco/JSON/JSONException.h>
+#include <Poco/JSON/Object.h>
+#include <Poco/JSON/Parser.h>
+#include <unistd.h>
+
+#include "InProcessSession.h"
+#include "terminal.h"
+#include "text.h"
+
+namespace app {
+
+namespace {
+
+struct CallOptions {
+    std::string function;
+    std::vector<std::string> arguments;
+    int nargout = 1;
+    int timeoutSeconds = 0;
+};
+
+// The message holds values, not texts.
+Poco::JSON::Array::Ptr valuesOf(const std::vector<std::string>& texts) {
+    std::string all = "[";
+    for (std::size_t i = 0; i < texts.size(); ++i) {
+        const std::string what = "argument number " + std::to_string(i + 1);
+        requireUtf8(what, texts[i]);
+        try {
+            // Alone in an array it must be one value.
+            const auto alone =
+                Poco::JSON::Parser().parse("[" + texts[i] + "]").extract<Poco::JSON::Array::Ptr>();
+            if (alone->size() != 1) throw InputError(what + " is not one JSON value");
+        } catch (const Poco::Exception& error) {
+            throw InputError(what + " is no JSON: " + error.displayText());
+        }
+        all += (i == 0 ? "" : ",") + texts[i];
+    }
+    return Poco::JSON::Parser().parse(all + "]").extract<Poco::JSON::Array::Ptr>();
+}
+
+int runCall(const CallOptions& options) {
+    requireUtf8("FUNCTION", options.function);
+    Poco::JSON::Object::Ptr message = new Poco::JSON::Object;
+    message->set("function", options.function);
+    message->set("nargout", options.nargout);
+    message->set("timeoutMs", options.timeoutSeconds * 1000);
+    message->set("arguments", valuesOf(options.arguments));
+    InProcessSession session(windowSize(STDOUT_FILENO));
+    const auto response = session.request("connector/v1/FEval", message);
+
+    const auto faults = response->getArray("messageFaults");
+    const bool hasFailed = response->getValue<bool>("isError") || (faults && faults->size() > 0);
+    for (std::size_t i = 0; faults && i < faults->size(); ++i) {
+        const auto fault = faults->getObject(static_cast<unsigned>(i));
+        complain(session.host().standardError(),
+                 fault->getValue<std::string>("faultCode") + ": " + fault->getValue<std::string>("message"));
+    }
+    if (!hasFailed) {
+        writeAll(session.host().standardOutput(), response->getValue<std::string>("results") + "\n");
+    }
+    return hasFailed ? 1 : 0;
+}
+
+}  // namespace
+
+void addCallCommand(CLI::App& program, std::function<int()>& command) {
+    auto options = std::make_shared<CallOptions>();
+    CLI::App* call =
+        program.add_subcommand("call", "Call a function and print its results as one JSON array");
+    call->fallthrough();
+    call->add_option("FUNCTION", options->function)
+        ->required()
+        ->description("Its name, dotted through modules");
+    call->add_option("JSON", options->arguments)
+        ->description("Its arguments, each one JSON value; '--' goes before one that begins with a dash");
+    call->add_option("--nargout", options->nargout, "How many results are wanted (1 unless told)")
+        ->type_name("N")
+        ->check(CLI::Range(0, 10'000));
+    call->add_option("--timeout", options->timeoutSeconds, "Give up after S seconds")
+        ->type_name("S")
+        ->check(CLI::Range(1, 2'147'483));
+    call->callback([options, &command] { command = [options] { return runCall(*options); }; });
+}
+
+}  // namespace app
