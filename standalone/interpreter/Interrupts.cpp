@@ -47,6 +47,11 @@ void setFollowUp(long firstMs, long intervalMs) {
     timer_settime(followUp, 0, &times, nullptr);
 }
 
+void followUpSignals() {
+    setFollowUp(2, 20);
+    isFollowUpSet.store(true);
+}
+
 void installHandler() {
     struct sigaction action {};
     action.sa_sigaction = onInterrupt;
@@ -129,17 +134,19 @@ void Interrupts::send(std::uint32_t code) {
     sigval value{};
     value.sival_int = static_cast<int>(code);
     pthread_sigqueue(thread, SIGINT, value);
-    setFollowUp(2, 20);
+    followUpSignals();
 }
 
 void Interrupts::sendRequests() {
     const pthread_t thread = interpreterThread.load();
     if (thread == pthread_t{}) return;
     pthread_kill(thread, SIGRTMIN);
-    setFollowUp(2, 20);
+    followUpSignals();
 }
 
-void Interrupts::calm() { setFollowUp(0, 0); }
+void Interrupts::calm() {
+    if (isFollowUpSet.exchange(false)) setFollowUp(0, 0);
+}
 
 void Interrupts::trip() { PyErr_SetInterruptEx(SIGINT); }
 
