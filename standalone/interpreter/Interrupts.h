@@ -41,8 +41,9 @@ struct Interrupts {
     /// Makes the running code let requests run between two of its steps.  Threads: any.
     static void sendRequests();
 
-    /// A signal that comes just before code enters a system call does not break into that call. So each is followed by
-    /// SIGRTMIN, which does no harm, every few milliseconds, until this says that the interpreter looks at its signals.
+    /// A signal that comes just before code enters a system call does not break into that call. So each is
+    /// followed by SIGRTMIN, which does no harm, every few milliseconds, until this says that the interpreter
+    /// looks at its signals.
     static void calm();
 
     static bool isSignalThread();

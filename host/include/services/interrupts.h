@@ -12,7 +12,7 @@ bool utSetInterruptEnabled(bool enabled);
 /// The interrupt state of an interpreter, which its queue manager gives out.
 class utInterruptState {
 public:
-    /// Marks that what runs now is to be interrupted, or takes back a mark that has not been acted on. Returns whether
-    /// there was one.  Threads: any.
+    /// Marks that what runs now is to be interrupted, or takes back a mark that has not been acted on.
+    /// Returns whether there was one.  Threads: any.
     static bool SetInterruptPending(utInterruptState& state, bool pending);
 };
