@@ -34,9 +34,15 @@ Module::Module(ModuleServices services)
     auto sequences = std::make_shared<v1::FEvalSequenceServiceProvider>();
     services_.framework->registerService({}, {typeid(container::SequenceContainer)}, sequences);
     providers_.push_back(std::move(sequences));
+    if (services_.messageServiceFactory) {
+        asyncEval_ = v1::AsyncEvalService::create({services_.zvm, services_.messageServiceFactory,
+                                                   services_.shadowService, services_.requestGate,
+                                                   services_.requestTracker});
+    }
 }
 
 Module::~Module() {
+    asyncEval_.reset();
     for (const auto& provider : providers_) services_.framework->unregisterService(provider);
     v1::StartupWakeUp::end();
 }

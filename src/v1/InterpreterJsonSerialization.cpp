@@ -12,6 +12,7 @@
 #include <Poco/JSON/Array.h>
 #include <Poco/JSON/Object.h>
 #include <Poco/JSON/Stringifier.h>
+#include <Poco/NumberFormatter.h>
 
 #include "connector/interpreter/v1/Eval.h"
 #include "connector/interpreter/v1/EvalResponse.h"
@@ -66,17 +67,42 @@ const Container& containerIn(const Var& value) {
     return *value.extract<typename Container::Ptr>();
 }
 
-/// Writes values back to compact JSON. One stream serves many values, as making one is slow.
+/// Writes values back to compact JSON, as Poco does. Arrays of numbers, which can be long, are written
+/// without a stream; for the rest one stream serves many values, as making one is slow.
 class Compactor {
 public:
     std::u16string operator()(const Var& value) {
-        out_.str(std::string());
-        Poco::JSON::Stringifier::condense(value, out_);
-        return to_ustring(out_.view());
+        text_.clear();
+        append(value);
+        return to_ustring(text_);
     }
 
 private:
-    std::ostringstream out_;
+    void append(const Var& value) {
+        if (value.type() == typeid(double)) {
+            Poco::NumberFormatter::append(text_, value.extract<double>());
+        } else if (value.type() == typeid(Poco::Int64)) {
+            Poco::NumberFormatter::append(text_, value.extract<Poco::Int64>());
+        } else if (holds<Array>(value)) {
+            appendArray(containerIn<Array>(value));
+        } else {
+            stream_.str(std::string());
+            Poco::JSON::Stringifier::condense(value, stream_);
+            text_ += stream_.view();
+        }
+    }
+    void appendArray(const Array& array) {
+        const char* separator = "[";
+        for (const Var& element : array) {
+            text_ += separator;
+            append(element);
+            separator = ",";
+        }
+        text_ += array.size() == 0 ? "[]" : "]";
+    }
+
+    std::string text_;
+    std::ostringstream stream_;
 };
 
 void readFaults(const Object& object, Response& response) {

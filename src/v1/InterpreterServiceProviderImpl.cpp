@@ -115,6 +115,7 @@ MessageFuture InterpreterServiceProviderImpl::handle(std::unique_ptr<Eval>&& mes
             const ContextScope scope(context);
             evaluate(*token, *response, *request, context);
             dismiss(token);
+            if (token->isGivenUp()) token->logLateEnd("Eval " + request->uuid());
             break;
         }
         case Admission::Stale:
@@ -227,7 +228,7 @@ void InterpreterServiceProviderImpl::awaitStatuses(StatusToken& token, EvalRespo
             updateEvalResponse(response);
             break;
     }
-    logLateEnd(future, "Eval " + request.uuid());
+    token.giveUp();
 }
 
 void InterpreterServiceProviderImpl::reportTimeout(EvalResponse& response, const Eval& request) {

@@ -91,6 +91,7 @@ Future<std::unique_ptr<connector::Message>> InterpreterServiceProviderImpl::hand
         const ContextScope scope(context);
         callFunction(*token, *response, *request, context);
         dismiss(token);
+        if (token->isGivenUp()) token->logLateEnd("FEval " + describe(*request));
     }
     return makeReadyFuture<std::unique_ptr<connector::Message>>(std::move(response));
 }
@@ -171,7 +172,7 @@ void InterpreterServiceProviderImpl::awaitResult(CallToken& token, FEvalResponse
             if (const char* const reason = unavailability()) response.faults.emplace_back(codeError, reason);
             break;
     }
-    logLateEnd(future, "FEval " + request.uuid());
+    token.giveUp();
 }
 
 }  // namespace connector::interpreter::v1

@@ -4,11 +4,13 @@
 #include <exception>
 #include <memory>
 #include <stdexcept>
+#include <string>
 #include <utility>
 #include <vector>
 
 #include "connector/Promise.h"
 #include "connector/ThreadSafety.h"
+#include "v1/log.h"
 #include "zvm/detail.h"
 
 namespace connector::interpreter::v1 {
@@ -40,7 +42,33 @@ public:
         return withdrawLocked();
     }
 
+    /// Whether the request was answered although its code had not ended.
+    bool isGivenUp() const EXCLUDES(mutex_) {
+        MutexLock lock(mutex_);
+        return isGivenUp_;
+    }
+
+    /// For a request that is given up: says in the log that its code goes on, and again when that has ended.
+    /// `request` names it there.  Threads: the handling one.
+    void logLateEnd(const std::string& request) const EXCLUDES(mutex_) {
+        auto tasks = queued();
+        if (tasks.empty()) return;
+        log().warning("The interrupted code is still running: " + request);
+        tasks.back().addContinuation([request] { log().info("The interrupted code has ended: " + request); });
+    }
+
+protected:
+    void setGivenUp(bool isGivenUp) EXCLUDES(mutex_) {
+        MutexLock lock(mutex_);
+        isGivenUp_ = isGivenUp;
+    }
+
 private:
+    std::vector<zvm::detail::CmdDistributorTaskReference> queued() const EXCLUDES(mutex_) {
+        MutexLock lock(mutex_);
+        return tasks_;
+    }
+
     bool withdrawLocked() REQUIRES(mutex_) {
         using CancelStatus = zvm::TaskReference::CancelStatus;
         if (tasks_.empty() || tasks_.front().cancel(false) != CancelStatus::Cancelled) return false;
@@ -48,9 +76,10 @@ private:
         return true;
     }
 
-    Mutex mutex_;  // taken before the queue's
+    mutable Mutex mutex_;  // taken before the queue's
     std::vector<zvm::detail::CmdDistributorTaskReference> tasks_ GUARDED_BY(mutex_);
     bool isActive_ GUARDED_BY(mutex_) = true;
+    bool isGivenUp_ GUARDED_BY(mutex_) = false;
 };
 
 template <class T>
@@ -60,11 +89,19 @@ public:
 
     void release(std::chrono::steady_clock::time_point deadline) override {
         if (promise_->getState()->waitFor(deadline - std::chrono::steady_clock::now())) return;
+        setGivenUp(true);  // before the handler wakes and asks
         try {
             promise_->setException(std::make_exception_ptr(std::runtime_error("Request interrupted.")));
         } catch (const std::runtime_error&) {
-            // It was resolved in this moment; that result stands.
+            setGivenUp(false);  // it was resolved in this moment; that result stands
         }
+    }
+
+    /// For a handler that has stopped waiting. Most code that was interrupted ends at once, and is not worth
+    /// a word in the log.
+    /// Blocks: ten milliseconds at most.
+    void giveUp() {
+        if (!promise_->getState()->waitFor(std::chrono::milliseconds(10))) setGivenUp(true);
     }
 
 private:

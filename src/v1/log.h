@@ -9,4 +9,7 @@ using foundation::log::Severity;
 /// The logger of the interpreter services, "connector::interpreter".
 const foundation::log::DiagnosticLogger& log();
 
+/// The logger of the streaming evaluation, "connector::interpreter::async".
+const foundation::log::DiagnosticLogger& asyncLog();
+
 }  // namespace connector::interpreter::v1

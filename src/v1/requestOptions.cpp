@@ -10,28 +10,28 @@
 
 namespace connector::interpreter::v1 {
 
-namespace {
-
-// What a user is shown of an error. Where a function is not available here, a traceback into it would not
-// help.
-std::u16string printableText(const nmutil::io::PrintableErrorEvent& event, std::string_view unsupported) {
-    if (event.getID().ends_with(unsupported)) return event.getException().getMessage() + u"\n";
+std::u16string printableText(const nmutil::io::PrintableErrorEvent& event) {
+    if (event.getID().ends_with("FunctionNotSupported")) return event.getException().getMessage() + u"\n";
     return event.getText();
 }
-
-}  // namespace
 
 void showInCommandWindow(std::u16string text) {
     ConnectorCmdWinSink::getInstance(true)->doPrintableError(std::move(text));
 }
 
-cmddistributor::RunOptions requestOptions(const common::ContextState& context,
-                                          cmddistributor::WhenToDequeue when, std::string_view logPrefix,
-                                          ShowError show) {
+cmddistributor::RunOptions clientOptions(const common::ContextState& context,
+                                         cmddistributor::WhenToDequeue when) {
     const auto clientType = context.getOr<std::string>("clientType", {});
     cmddistributor::RunOptions options(
         when, clientType.empty() ? boost::none : boost::make_optional(fl::i18n::to_ustring(clientType)));
     options.setCapabilities(context.getOr("numoraCapabilities", capabilities::CapabilityList()));
+    return options;
+}
+
+cmddistributor::RunOptions requestOptions(const common::ContextState& context,
+                                          cmddistributor::WhenToDequeue when, std::string_view logPrefix,
+                                          ShowError show) {
+    auto options = clientOptions(context, when);
     options.setCallbackImpl(
         [logPrefix, show = std::move(show)](const nmutil::io::PrintableErrorEvent& event) {
             if (log().isEnabled(Severity::Debug)) {
@@ -39,7 +39,7 @@ cmddistributor::RunOptions requestOptions(const common::ContextState& context,
                             ", text: " + fl::i18n::to_string(event.getText()));
             }
             if (event.getText().empty()) return;
-            show(printableText(event, "FunctionNotSupported"));
+            show(printableText(event));
         });
     return options;
 }

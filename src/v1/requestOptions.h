@@ -15,8 +15,17 @@ using ShowError = std::function<void(std::u16string)>;
 /// Writes it into the command-window sink, where it becomes part of the evaluation that is captured.
 void showInCommandWindow(std::u16string text);
 
-/// How a request of a client is to be run: when it may be dequeued, with the capabilities that its context
-/// names, and with the errors that it shows given to `show`. `logPrefix` begins the log lines about these.
+/// What a user is shown of an error. Where a function is not available here, a traceback into it would not
+/// help, and the message alone is shown.
+std::u16string printableText(const nmutil::io::PrintableErrorEvent& event);
+
+/// How a request of a client is to be run: when it may be dequeued, and with the capabilities that its
+/// context names.
+cmddistributor::RunOptions clientOptions(const common::ContextState& context,
+                                         cmddistributor::WhenToDequeue when);
+
+/// The same, with the errors that the request shows given to `show`. `logPrefix` begins the log lines about
+/// these.
 cmddistributor::RunOptions requestOptions(const common::ContextState& context,
                                           cmddistributor::WhenToDequeue when, std::string_view logPrefix,
                                           ShowError show = showInCommandWindow);

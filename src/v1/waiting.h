@@ -2,12 +2,9 @@
 
 #include <algorithm>
 #include <chrono>
-#include <string>
 #include <thread>
-#include <utility>
 
 #include "connector/Future.h"
-#include "v1/log.h"
 
 namespace connector::interpreter::v1 {
 
@@ -33,15 +30,6 @@ WaitEnd waitInSlices(const Future<T>& future, std::chrono::milliseconds slice,
         if (!goesOn()) return future.isReady() ? WaitEnd::Resolved : WaitEnd::GivenUp;
         std::this_thread::yield();
     }
-}
-
-/// For a request that was given up: `request` is named in the log when its result comes after all.
-template <class T>
-void logLateEnd(Future<T>& future, std::string request) {
-    if (future.isReady()) return;  // it was taken out of the queue
-    future.then([request = std::move(request)](const Future<T>&) {
-        log().warning(request + " ended after it had been given up; its result is dropped");
-    });
 }
 
 }  // namespace connector::interpreter::v1

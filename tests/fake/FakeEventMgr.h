@@ -17,19 +17,6 @@ class FakeEventMgr : public foundation::msg_svc::eventmgr::EventMgr {
 public:
     using BaseEvent = foundation::msg_svc::eventmgr::BaseEvent;
 
-    void raise(const BaseEvent& event) override {
-        const std::lock_guard lock(table_->dispatch);
-        const auto subscriptions = table_->subscriptions;
-        for (const auto& subscription : subscriptions) {
-            if (!subscription->isActive || !matches(*subscription, event)) continue;
-            try {
-                subscription->handler(event);
-            } catch (...) {
-                ++handlerFailures;
-            }
-        }
-    }
-
     /// How many subscriptions to events of type `E` are open.
     template <class E>
     std::size_t subscriptionCount() const {
@@ -43,6 +30,19 @@ public:
     std::atomic<int> handlerFailures{0};
 
 protected:
+    void raiseImpl(std::shared_ptr<const BaseEvent> event) override {
+        const std::lock_guard lock(table_->dispatch);
+        const auto subscriptions = table_->subscriptions;
+        for (const auto& subscription : subscriptions) {
+            if (!subscription->isActive || !matches(*subscription, *event)) continue;
+            try {
+                subscription->handler(*event);
+            } catch (...) {
+                ++handlerFailures;
+            }
+        }
+    }
+
     std::unique_ptr<foundation::msg_svc::eventmgr::Connection> subscribeImpl(std::u16string typeName,
                                                                              std::u16string userTag,
                                                                              Handler handler) override {

@@ -100,7 +100,8 @@ public:
     std::atomic<bool> charBufferMode{false};
     bool promptEmergency = false;
     bool editorDebugInputWanted = false;
-    std::u16string typed;  ///< written by the interpreter thread
+    std::u16string typed;                       ///< written by the interpreter thread
+    std::function<void(char16_t unit)> onType;  ///< called first, and may throw
 
     nmutil::cmddistributor::inExecutionStatus status = nmutil::cmddistributor::EXECUTION_OK;
     std::int32_t blockStatus = 0;
@@ -113,6 +114,14 @@ public:
     bool interruptEnabled = false;
     std::atomic<bool> interruptPending{false};
     bool hasEventManager = true;
+
+    std::atomic<bool> dduxEnabled{false};
+    std::function<void()> onDduxQuery;  ///< called first, and may throw
+    /// The telemetry records, each as its source, name and payload.
+    std::vector<std::string> dduxRecords() const EXCLUDES(dduxMutex_) {
+        connector::MutexLock lock(dduxMutex_);
+        return dduxRecords_;
+    }
 
     /// What the plug-in told the host, in order: "evalEnd", "interests".
     std::vector<std::string> calls;
@@ -162,7 +171,10 @@ private:
     nmutil::prompt::InputRequester inputRequester() override { return prompt; }
     bool isInCharBufferMode() override { return charBufferMode; }
     bool isPromptEmergency() override { return promptEmergency; }
-    void typeCodeUnit(char16_t unit) override { typed += unit; }
+    void typeCodeUnit(char16_t unit) override {
+        if (onType) onType(unit);
+        typed += unit;
+    }
     std::uint64_t windowRows() override { return rows; }
     std::uint64_t windowColumns() override { return columns; }
     void setWindowRows(std::uint64_t value) override { rows = value; }
@@ -175,6 +187,21 @@ private:
         const boost::optional<zvm::ZvmID>&) override {
         return hasEventManager ? events : nullptr;
     }
+
+    bool isDduxEnabled() override {
+        if (onDduxQuery) onDduxQuery();
+        return dduxEnabled;
+    }
+    // Records fail, which nobody may wait for.
+    connector::Future<std::unique_ptr<connector::ddux::DduxControlResponse>> logEvent(
+        std::unique_ptr<connector::ddux::DduxControlMessage> record) override EXCLUDES(dduxMutex_) {
+        connector::MutexLock lock(dduxMutex_);
+        dduxRecords_.push_back(record->source() + ' ' + record->eventName() + ' ' + record->payload());
+        return Environment::logEvent(std::move(record));
+    }
+
+    mutable connector::Mutex dduxMutex_;
+    std::vector<std::string> dduxRecords_ GUARDED_BY(dduxMutex_);
 };
 
 }  // namespace fake

@@ -6,6 +6,7 @@
 
 #include <boost/optional.hpp>
 
+#include "connector/ddux/ddux.h"
 #include "foundation/msg_svc/eventmgr/EventMgr.h"
 #include "interpreter/IInterpreter.h"
 #include "iqm/Iqm.h"
@@ -58,6 +59,11 @@ public:
     // nmutil::eventmgr::
     virtual std::shared_ptr<foundation::msg_svc::eventmgr::EventMgr> eventManager(
         const boost::optional<zvm::ZvmID>& id) = 0;
+
+    // connector::ddux::, for an environment that keeps telemetry
+    virtual bool isDduxEnabled() { return false; }
+    virtual connector::Future<std::unique_ptr<connector::ddux::DduxControlResponse>> logEvent(
+        std::unique_ptr<connector::ddux::DduxControlMessage> record);
 };
 
 /// Installs `environment`, or takes the installed one away when null.

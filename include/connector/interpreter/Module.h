@@ -5,6 +5,7 @@
 
 #include "connector/ServiceFramework.h"
 #include "connector/configuration/Configuration.h"
+#include "connector/interpreter/v1/AsyncEvalService.h"
 #include "connector/json/JsonSerializer.h"
 #include "nmutil/ScopedFactoryRegistration.h"
 #include "zvm/ZVM.h"
@@ -17,6 +18,11 @@ struct ModuleServices {
     std::shared_ptr<configuration::Configuration> configuration;
     std::shared_ptr<json::JsonSerializer> serializer;
     std::shared_ptr<zvm::ZVM> zvm;
+    // For streaming evaluation, see v1::AsyncEvalServices; without the factory there is none.
+    std::shared_ptr<message_service::MessageServiceFactory> messageServiceFactory{};
+    std::shared_ptr<shadow_files::v1::ShadowService> shadowService{};
+    std::shared_ptr<common::RequestGate> requestGate{};
+    std::shared_ptr<common::RequestTracker> requestTracker{};
 };
 
 /// The module's start-up and end: registers the messages' JSON forms, the evaluation plug-in and the services
@@ -35,6 +41,7 @@ private:
     const ModuleServices services_;
     nmutil::ScopedFactoryRegistration plugin_;
     std::vector<std::shared_ptr<ServiceProvider>> providers_;
+    std::shared_ptr<v1::AsyncEvalService> asyncEval_;
 };
 
 }  // namespace connector::interpreter

@@ -1,14 +1,19 @@
 #include "fl/i18n/text.h"
 
+#include <algorithm>
+#include <array>
 #include <cstdint>
 #include <cstring>
+
+#include "fl/i18n/utf.h"
 
 namespace fl::i18n {
 
 namespace {
 
-constexpr char16_t replacement = u'\uFFFD';
-constexpr std::size_t asciiBlock = 16;
+constexpr auto replacement = static_cast<char16_t>(replacementCharacter);
+constexpr std::size_t asciiBlock = 32;
+constexpr std::ptrdiff_t pieceSize = 512;
 
 enum class Form { WellFormed, Malformed, Incomplete };
 
@@ -58,25 +63,19 @@ Sequence readSequence(std::string_view bytes) {
     return {Form::WellFormed, lead.length, codePoint, ""};
 }
 
-bool isAsciiBlock(const char* bytes) {
-    std::uint64_t words[2];
-    std::memcpy(words, bytes, sizeof words);
-    return ((words[0] | words[1]) & 0x8080808080808080U) == 0;
-}
-
-bool isAsciiBlock(const char16_t* units) {
-    std::uint64_t words[4];
-    std::memcpy(words, units, sizeof words);
-    return ((words[0] | words[1] | words[2] | words[3]) & 0xFF80FF80FF80FF80U) == 0;
-}
-
-/// Copies the ASCII characters at the start of [from, end) and returns how many there are. The fixed count of
-/// the inner loop is what lets compilers turn it into vector instructions.
+/// Copies the ASCII characters at the start of [from, end) and returns how many there are. The inner loops
+/// have a fixed count, too high for them to be unrolled, so that compilers turn them into vector
+/// instructions; the block of its own cannot overlap what is written.
 template <class To, class From>
 std::size_t copyAscii(const From* from, const From* end, To* to) {
     const From* at = from;
-    for (; end - at >= static_cast<std::ptrdiff_t>(asciiBlock) && isAsciiBlock(at); at += asciiBlock) {
-        for (std::size_t i = 0; i < asciiBlock; ++i) to[i] = static_cast<To>(at[i]);
+    for (; end - at >= static_cast<std::ptrdiff_t>(asciiBlock); at += asciiBlock) {
+        std::array<From, asciiBlock> block;
+        std::memcpy(block.data(), at, sizeof block);
+        From bits = 0;
+        for (const From unit : block) bits = static_cast<From>(bits | unit);
+        if ((bits & ~0x7F) != 0) break;
+        for (std::size_t i = 0; i < asciiBlock; ++i) to[i] = static_cast<To>(block[i]);
         to += asciiBlock;
     }
     for (; at != end && (*at & ~0x7F) == 0; ++at) *to++ = static_cast<To>(*at);
@@ -110,34 +109,15 @@ Sequence decodeWellFormed(std::string_view& bytes, char16_t*& to) {
     return {Form::WellFormed, 0, 0, ""};
 }
 
-char* putUtf8(char32_t codePoint, char* to) {
-    const auto put = [&to](char32_t byte) { *to++ = static_cast<char>(static_cast<unsigned char>(byte)); };
-    if (codePoint < 0x800) {
-        put(0xC0 | codePoint >> 6U);
-    } else {
-        if (codePoint < 0x10000) {
-            put(0xE0 | codePoint >> 12U);
-        } else {
-            put(0xF0 | codePoint >> 18U);
-            put(0x80 | (codePoint >> 12U & 0x3FU));
-        }
-        put(0x80 | (codePoint >> 6U & 0x3FU));
-    }
-    put(0x80 | (codePoint & 0x3FU));
-    return to;
-}
-
-/// The bytes that `text` needs at most: a surrogate pair, which needs four, is counted as six.
-std::size_t utf8Bound(std::u16string_view text) {
-    std::size_t bytes = text.size();
-    for (const char16_t unit : text) bytes += std::size_t{unit >= 0x80} + std::size_t{unit >= 0x800};
-    return bytes;
-}
-
 void requireUtf8(std::string_view encoding) {
     if (encoding != "UTF-8") {
         throw std::invalid_argument("Unknown text encoding: " + std::string(encoding));
     }
+}
+
+ConversionError unpairedSurrogate(std::ptrdiff_t offset) {
+    return {"Malformed UTF-16 at code unit " + std::to_string(offset) + ": unpaired surrogate",
+            static_cast<std::size_t>(offset)};
 }
 
 }  // namespace
@@ -148,27 +128,30 @@ codecvt_ustring_to_string::codecvt_ustring_to_string(std::string_view encoding, 
 }
 
 std::string codecvt_ustring_to_string::operator()(std::u16string_view text) const {
-    std::string out(utf8Bound(text), '\0');
-    char* to = out.data();
-    for (std::size_t i = 0; i < text.size();) {
-        const std::size_t ascii = copyAscii(text.data() + i, text.data() + text.size(), to);
-        i += ascii;
-        to += ascii;
-        for (; i < text.size() && text[i] >= 0x80; ++i) {
-            char32_t codePoint = text[i];
-            if ((codePoint & 0xFC00U) == 0xD800 && i + 1 < text.size() && (text[i + 1] & 0xFC00) == 0xDC00) {
-                codePoint = 0x10000 + ((codePoint & 0x3FFU) << 10U) + (text[++i] & 0x3FFU);
-            } else if ((codePoint & 0xF800U) == 0xD800) {
-                if (!replaceMalformed_) {
-                    throw ConversionError(
-                        "Malformed UTF-16 at code unit " + std::to_string(i) + ": unpaired surrogate", i);
+    std::string out;
+    out.reserve(text.size());
+    // Converting piece by piece on the stack costs less than clearing a string of the greatest length
+    // possible. Three bytes for each unit, and one more when a pair reaches over the end of its piece.
+    std::array<char, 3 * pieceSize + 1> piece;
+    const char16_t* const end = text.data() + text.size();
+    for (const char16_t* at = text.data(); at != end;) {
+        const char16_t* const pieceEnd = at + std::min<std::ptrdiff_t>(pieceSize, end - at);
+        char* to = piece.data();
+        while (at < pieceEnd) {
+            const std::size_t ascii = copyAscii(at, pieceEnd, to);
+            at += ascii;
+            to += ascii;
+            while (at < pieceEnd && *at >= 0x80) {
+                char32_t codePoint = readUtf16(at, end);
+                if (isSurrogate(codePoint)) {
+                    if (!replaceMalformed_) throw unpairedSurrogate(at - text.data() - 1);
+                    codePoint = replacementCharacter;
                 }
-                codePoint = replacement;
+                to = putUtf8(codePoint, to);
             }
-            to = putUtf8(codePoint, to);
         }
+        out.append(piece.data(), to);
     }
-    out.resize(static_cast<std::size_t>(to - out.data()));
     return out;
 }
 

@@ -3,6 +3,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <type_traits>
 #include <utility>
 
 #include "foundation/msg_svc/eventmgr/BaseEvent.h"
@@ -20,8 +21,8 @@ public:
     virtual ~EventMgr() = default;
 
     /// Calls `handler` for every event of type `E`, until the connection is ended. Subscribing to BaseEvent
-    /// with a user tag receives every event that carries the tag.
-    /// Throws: std::bad_alloc.  An exception that the handler throws is logged and goes no further.
+    /// with a user tag receives every event that carries the tag. An exception that the handler throws goes
+    /// to processExceptionFromEventHandler and no further. Throws: std::bad_alloc.
     template <class E, class F>
     std::unique_ptr<Connection> subscribe(F handler, const std::u16string& userTag = {}) {
         return subscribeImpl(E::typeName, userTag, [handler = std::move(handler)](const BaseEvent& event) {
@@ -29,11 +30,32 @@ public:
         });
     }
 
-    /// Delivers `event` and returns when its handlers have run.
-    /// Blocks: while handlers run. A handler may raise an event itself.
-    virtual void raise(const BaseEvent& event) = 0;
+    /// Delivers `event` and returns when its handlers have run. Does nothing when there are none. A handler
+    /// may raise an event itself.
+    /// Blocks: while handlers run, so the caller holds no lock that one of them takes.
+    template <class E>
+    void raise(E&& event) {
+        if (auto shared = shareIfHeard(std::forward<E>(event))) raiseImpl(std::move(shared));
+    }
+
+    /// Whether a subscription may match events of this type. Never false when one does.
+    virtual bool hasSubscriptions(const TypeInformation&) const { return true; }
+
+    /// The calls that have led here, one a line.
+    virtual std::string GetStackTrace() const;
+    /// Reports an exception that a handler has thrown, together with the stack trace of the thread that
+    /// called it. Called while the exception is being handled. The base writes both to the log.
+    virtual void processExceptionFromEventHandler(const std::string& stackTrace);
 
 protected:
+    /// A copy of `event` that may outlive the caller's, or null when nobody listens.
+    template <class E>
+    std::shared_ptr<const BaseEvent> shareIfHeard(E&& event) const {
+        if (!hasSubscriptions(event.getTypeInformation())) return nullptr;
+        return std::make_shared<const std::remove_cvref_t<E>>(std::forward<E>(event));
+    }
+
+    virtual void raiseImpl(std::shared_ptr<const BaseEvent> event) = 0;
     virtual std::unique_ptr<Connection> subscribeImpl(std::u16string typeName, std::u16string userTag,
                                                       Handler handler) = 0;
 };

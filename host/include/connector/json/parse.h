@@ -1,0 +1,40 @@
+#pragma once
+
+#include <cstddef>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+#include <Poco/Dynamic/Var.h>
+
+namespace connector::json {
+
+/// Text that is no JSON. what() says where and why, for a person.
+class ParseError : public std::runtime_error {
+public:
+    ParseError(std::size_t offset, const std::string& reason)
+        : std::runtime_error("Invalid JSON at byte " + std::to_string(offset) + ": " + reason),
+          offset_(offset) {}
+
+    /// Where the text went wrong.  Units: bytes, from 0.
+    std::size_t offset() const { return offset_; }
+
+private:
+    std::size_t offset_;
+};
+
+/// Arrays and objects may be nested this deep.
+inline constexpr std::size_t deepestNesting = 1000;
+
+/// Reads one JSON value in UTF-8 with nothing but blanks around it: what every body from outside goes
+/// through.
+///
+/// Strings become std::string, true and false bool, null an empty Var, arrays Poco::JSON::Array::Ptr, objects
+/// Poco::JSON::Object::Ptr, where the last of several equal keys counts. Numbers become Poco::Int64 or
+/// Poco::UInt64 where they are integers that fit, else double.
+///
+/// Threads: any.  Throws: ParseError, for malformed JSON or UTF-8, an escape that is half a pair of
+/// surrogates, a number beyond the range of a double, or deeper nesting; std::bad_alloc.  Source: RFC 8259.
+Poco::Dynamic::Var parse(std::string_view text);
+
+}  // namespace connector::json

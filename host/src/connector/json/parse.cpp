@@ -1,0 +1,235 @@
+#include "connector/json/parse.h"
+
+#include <charconv>
+#include <cstdint>
+#include <system_error>
+#include <utility>
+
+#include <Poco/JSON/Array.h>
+#include <Poco/JSON/Object.h>
+
+#include "fl/i18n/text.h"
+
+namespace connector::json {
+
+namespace {
+
+using Poco::Dynamic::Var;
+
+bool isDigit(char c) { return c >= '0' && c <= '9'; }
+bool isSurrogate(unsigned unit, unsigned first) { return (unit & 0xFC00U) == first; }
+
+class Parser {
+public:
+    explicit Parser(std::string_view text)
+        : start_(text.data()), at_(text.data()), end_(text.data() + text.size()) {}
+
+    Var parse() {
+        Var value = readValue();
+        skipBlanks();
+        if (at_ != end_) fail("there is more text behind the value");
+        return value;
+    }
+
+private:
+    [[noreturn]] void fail(const std::string& reason) const { failAt(at_, reason); }
+    [[noreturn]] void failAt(const char* place, const std::string& reason) const {
+        throw ParseError(static_cast<std::size_t>(place - start_), reason);
+    }
+    /// Expects what stands in `wanted`, and says what is there instead.
+    [[noreturn]] void failExpecting(const char* wanted) const {
+        fail(std::string("expected ") + wanted + (at_ == end_ ? " but the text ends" : ""));
+    }
+
+    char peek() const { return at_ == end_ ? '\0' : *at_; }
+    void skipBlanks() {
+        while (at_ != end_ && (*at_ == ' ' || *at_ == '\n' || *at_ == '\r' || *at_ == '\t')) ++at_;
+    }
+    bool next(char c) {
+        skipBlanks();
+        if (at_ == end_ || *at_ != c) return false;
+        ++at_;
+        return true;
+    }
+
+    Var readValue() {
+        skipBlanks();
+        switch (peek()) {
+            case '{':
+                return readObject();
+            case '[':
+                return readArray();
+            case '"':
+                ++at_;
+                return readString();
+            case 't':
+                return readWord("true", true);
+            case 'f':
+                return readWord("false", false);
+            case 'n':
+                return readWord("null", Var());
+            default:
+                if (peek() == '-' || isDigit(peek())) return readNumber();
+                failExpecting("a value");
+        }
+    }
+
+    Var readWord(std::string_view word, Var value) {
+        if (std::string_view(at_, static_cast<std::size_t>(end_ - at_)).substr(0, word.size()) != word)
+            failExpecting("a value");
+        at_ += word.size();
+        return value;
+    }
+
+    void enter() {
+        if (++depth_ > deepestNesting) fail("nested too deep");
+        ++at_;
+    }
+
+    Var readArray() {
+        enter();
+        Poco::JSON::Array::Ptr array = new Poco::JSON::Array;
+        if (!next(']')) {
+            do array->add(readValue());
+            while (next(','));
+            if (!next(']')) failExpecting("',' or ']'");
+        }
+        --depth_;
+        return array;
+    }
+
+    Var readObject() {
+        enter();
+        Poco::JSON::Object::Ptr object = new Poco::JSON::Object;
+        if (!next('}')) {
+            do {
+                if (!next('"')) failExpecting("a key in quotes");
+                std::string key = readString();
+                if (!next(':')) failExpecting("':'");
+                object->set(key, readValue());
+            } while (next(','));
+            if (!next('}')) failExpecting("',' or '}'");
+        }
+        --depth_;
+        return object;
+    }
+
+    Var readNumber() {
+        const char* const first = at_;
+        bool isInteger = true;
+        if (*at_ == '-') ++at_;
+        const char* const digits = at_;
+        skipDigits();
+        if (*digits == '0' && at_ - digits > 1) failAt(digits, "a number begins with 0");
+        if (peek() == '.') {
+            isInteger = false;
+            ++at_;
+            skipDigits();
+        }
+        if (peek() == 'e' || peek() == 'E') {
+            isInteger = false;
+            ++at_;
+            if (peek() == '+' || peek() == '-') ++at_;
+            skipDigits();
+        }
+        return isInteger ? integer(first) : real(first);
+    }
+    void skipDigits() {
+        if (!isDigit(peek())) failExpecting("a digit");
+        while (at_ != end_ && isDigit(*at_)) ++at_;
+    }
+    Var integer(const char* first) const {
+        Poco::Int64 value = 0;
+        if (std::from_chars(first, at_, value).ec == std::errc()) return value;
+        Poco::UInt64 large = 0;
+        if (*first != '-' && std::from_chars(first, at_, large).ec == std::errc()) return large;
+        return real(first);
+    }
+    Var real(const char* first) const {
+        double value = 0;
+        if (std::from_chars(first, at_, value).ec == std::errc()) return value;
+        // What is too small has a nearest number, which is zero.
+        const std::string_view text(first, static_cast<std::size_t>(at_ - first));
+        const bool isSmall = text.size() < 100 && text.find_last_of('-') > 0 &&
+                             text.find_last_of('-') != std::string_view::npos;
+        if (!isSmall) failAt(first, "a number beyond the range of a double");
+        return *first == '-' ? -0.0 : 0.0;
+    }
+
+    // Behind the opening quote, up to behind the closing one.
+    std::string readString() {
+        std::string text;
+        for (;;) {
+            appendPlain(text);
+            if (at_ == end_) fail("a string without an end");
+            const char c = *at_++;
+            if (c == '"') return text;
+            if (c != '\\') failAt(at_ - 1, "a control character in a string");
+            appendEscape(text);
+        }
+    }
+    // What stands for itself, which is nearly everything.
+    void appendPlain(std::string& text) {
+        const char* const first = at_;
+        unsigned char all = 0;
+        while (at_ != end_ && *at_ != '"' && *at_ != '\\' && static_cast<unsigned char>(*at_) >= 0x20)
+            all |= static_cast<unsigned char>(*at_++);
+        const std::string_view plain(first, static_cast<std::size_t>(at_ - first));
+        if (all >= 0x80) requireUtf8(plain, first);
+        text.append(plain);
+    }
+    void requireUtf8(std::string_view text, const char* place) const {
+        try {
+            fl::i18n::to_ustring(text);
+        } catch (const fl::i18n::ConversionError& error) {
+            const std::string what = error.what();
+            failAt(place + error.offset(), "malformed UTF-8" + what.substr(what.rfind(':')));
+        }
+    }
+    void appendEscape(std::string& text) {
+        static constexpr std::string_view letters = "\"\\/bfnrt";
+        static constexpr std::string_view meanings = "\"\\/\b\f\n\r\t";
+        if (const auto which = letters.find(peek()); at_ != end_ && which != std::string_view::npos) {
+            ++at_;
+            text.push_back(meanings[which]);
+        } else if (peek() == 'u') {
+            appendCodePoint(text);
+        } else {
+            failAt(at_ - 1, "an escape that JSON does not have");
+        }
+    }
+    // At the letter u.
+    void appendCodePoint(std::string& text) {
+        const char* const place = at_ - 1;
+        std::u16string units(1, readUnit());
+        if (isSurrogate(units[0], 0xD800) && end_ - at_ > 1 && at_[0] == '\\' && at_[1] == 'u') {
+            ++at_;
+            units.push_back(readUnit());
+        }
+        try {
+            static const fl::i18n::codecvt_ustring_to_string strict("UTF-8", false);
+            text += strict(units);
+        } catch (const fl::i18n::ConversionError&) {
+            failAt(place, "an escape that is half a pair of surrogates");
+        }
+    }
+    char16_t readUnit() {
+        std::uint16_t unit = 0;
+        if (end_ - at_ < 5) fail("an unfinished escape");
+        const auto [stop, error] = std::from_chars(at_ + 1, at_ + 5, unit, 16);
+        if (error != std::errc() || stop != at_ + 5) failAt(at_ + 1, "expected four hexadecimal digits");
+        at_ += 5;
+        return unit;
+    }
+
+    const char* const start_;
+    const char* at_;
+    const char* const end_;
+    std::size_t depth_ = 0;
+};
+
+}  // namespace
+
+Var parse(std::string_view text) { return Parser(text).parse(); }
+
+}  // namespace connector::json

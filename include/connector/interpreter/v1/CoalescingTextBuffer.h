@@ -1,0 +1,116 @@
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <cstddef>
+#include <fstream>
+#include <functional>
+#include <mutex>
+#include <ratio>
+#include <string>
+#include <string_view>
+#include <thread>
+
+#include "connector/ThreadSafety.h"
+#include "connector/common/DataBuffer.h"
+#include "nmutil/io/StreamTypeEnum.h"
+
+namespace connector::interpreter::v1 {
+
+/// Gathers printed text and hands it on in batches, each a JSON string of the text of one stream.
+///
+///             .--append--.                         clear()
+///             v          |                .------------------------.
+///     Empty --append--> Pending --due, flush(), text of the other stream--> Empty
+///
+/// A batch is due 145 ms after its first piece; a thread looks every 150 ms while text is pending. Without a
+/// callback text stays pending, and whatever it was printed on, it then goes out as the stream that came
+/// last. How much a batch may hold is not limited.
+///
+/// Threads: every operation from any thread, but for getDduxData(). One thread of its own, joined by the
+/// destructor.  Locks: mutex_, never while the callback runs, so that it may use the buffer and a slow one
+/// stops nobody from printing. It also means that two batches, one of the own thread and one of a thread that
+/// flushes, can reach the callback at the same time.
+class CoalescingTextBuffer {
+public:
+    /// Takes a batch, quotes included, and the stream it was printed on. What is called is a copy, made with
+    /// mutex_ held, and so in the order of the batches, and gone when the delivery ends. It may throw, which
+    /// is logged, and it must not destroy the buffer.
+    using Callback = std::function<void(connector::common::DataBuffer&&, nmutil::io::StreamTypeEnum)>;
+
+    /// The telemetry text is never longer. Units: bytes.
+    static constexpr std::size_t maxDduxText = 44100;
+
+    /// When the environment variable NUFULLSTACK_TEST_CONTAINER_LOG names a file, all text is appended to it
+    /// too, as it comes. That it cannot be opened or written is logged and stops nothing.
+    CoalescingTextBuffer();
+    /// Text still pending is not delivered.  Blocks: until a delivery by the own thread has ended.
+    virtual ~CoalescingTextBuffer();
+    CoalescingTextBuffer(const CoalescingTextBuffer&) = delete;
+    CoalescingTextBuffer& operator=(const CoalescingTextBuffer&) = delete;
+
+    /// Adds text that was printed on `type`. Text pending of another stream is delivered first, on this
+    /// thread. Throws: std::bad_alloc, and `text` is not added then.
+    void append(std::u16string&& text, nmutil::io::StreamTypeEnum type) EXCLUDES(mutex_);
+    /// Units: `length` in UTF-16 code units.
+    void append(const char16_t* text, std::size_t length, nmutil::io::StreamTypeEnum type) EXCLUDES(mutex_);
+
+    /// Delivers what is pending, on this thread.  Throws: std::bad_alloc, and the text stays pending then.
+    void flush() EXCLUDES(mutex_);
+    /// Forgets what is pending.
+    void clear() EXCLUDES(mutex_);
+    void setCallback(Callback&& callback) EXCLUDES(mutex_);
+
+    /// Whether printed text is also kept for telemetry; at first it is not.
+    void setDduxEnabled(bool enabled) EXCLUDES(mutex_);
+    /// Keeps `utf8` for telemetry, or drops all of it when it does not fit in.
+    void appendDduxData(const std::string& utf8) REQUIRES(mutex_);
+    /// Keeps a suggestion that was shown, as "Did you mean: ... ?".
+    void appendDduxDataForSuggestion(const std::u16string& suggestion) EXCLUDES(mutex_);
+    void clearDduxData() EXCLUDES(mutex_);
+    /// What was kept, in UTF-8.  Locks: none, so nothing may be appended at the same time: called after an
+    /// evaluation has finished.
+    std::string getDduxData() const CONNECTOR_TSA(no_thread_safety_analysis) { return dduxText_; }
+
+protected:
+    /// Units: 100 ns.
+    using TimePoint = std::chrono::time_point<std::chrono::system_clock,
+                                              std::chrono::duration<long long, std::ratio<1, 10000000>>>;
+
+    /// The time now. Called with mutex_ held, and only while text is pending or is being appended, so never
+    /// before the object is complete. Must not use the buffer, nor throw.
+    virtual TimePoint getCurrentTime();
+
+    /// Lets the callback go and ends the thread; text is no longer delivered. A class that overrides
+    /// getCurrentTime() calls this in its destructor, as the thread would else outlive what it calls.
+    void stop() EXCLUDES(mutex_);
+
+private:
+    void coalescerLoop() EXCLUDES(mutex_);
+    /// Both release `lock`, which is that of mutex_, while the callback runs.
+    void doFlush(std::unique_lock<std::mutex>& lock) REQUIRES(mutex_);
+    void doCallback(std::unique_lock<std::mutex>& lock) REQUIRES(mutex_);
+    void deliverIfDue(std::unique_lock<std::mutex>& lock) REQUIRES(mutex_);
+    void appendText(std::u16string_view text, nmutil::io::StreamTypeEnum type) EXCLUDES(mutex_);
+
+    void openTestLog() noexcept;
+    void writeTestLog(std::u16string_view text) EXCLUDES(testLogMutex_);
+    void closeTestLog() EXCLUDES(testLogMutex_);
+
+    connector::Mutex mutex_;
+    std::condition_variable condition_;  ///< text is pending where there was none, or running_ has ended
+    Callback callback_ GUARDED_BY(mutex_);
+    std::thread thread_;
+    connector::common::DataBuffer pending_ GUARDED_BY(mutex_);  ///< escaped, without the quotes
+    std::string dduxText_ GUARDED_BY(mutex_);
+    bool dduxEnabled_ GUARDED_BY(mutex_) = false;
+    TimePoint batchStart_ GUARDED_BY(mutex_);  ///< of the first piece pending; 0 makes it due
+    nmutil::io::StreamTypeEnum currentStream_ GUARDED_BY(mutex_) = nmutil::io::STANDARD_OUTPUT;
+    bool running_ GUARDED_BY(mutex_) = true;
+
+    bool testLogEnabled_ = false;    ///< fixed after construction
+    connector::Mutex testLogMutex_;  ///< a leaf: keeps the pieces of several threads whole
+    std::ofstream testLog_ GUARDED_BY(testLogMutex_);
+};
+
+}  // namespace connector::interpreter::v1

@@ -1,0 +1,157 @@
+// What the streaming service does with the interpreter's events, and when it listens to them.
+
+#include <string_view>
+#include <utility>
+
+#include "connector/interpreter/v1/AsyncEvalService.h"
+#include "connector/json/escape.h"
+#include "fl/i18n/text.h"
+#include "nmutil/eventmgr/createLocalEventMgr.h"
+#include "v1/CountedSwitch.h"
+#include "v1/guarded.h"
+#include "v1/log.h"
+#include "v1/requestOptions.h"
+
+namespace connector::interpreter::v1 {
+
+using connector::common::DataBuffer;
+using foundation::msg_svc::eventmgr::EventMgr;
+using foundation::msg_svc::eventmgr::ScopedConnection;
+
+namespace {
+
+std::string_view promptName(nmutil::prompt::InputRequester prompt) {
+    using namespace nmutil::prompt;  // the values
+    switch (prompt) {
+        case NO_PROMPT:
+            return "NO_PROMPT";
+        case BASE_PROMPT:
+            return "BASE_PROMPT";
+        case DEBUG_PROMPT:
+            return "DEBUG_PROMPT";
+        case INPUT_PROMPT:
+            return "INPUT_PROMPT";
+        case KEYBOARD_PROMPT:
+            return "KEYBOARD_PROMPT";
+        case PAUSE_PROMPT:
+            return "PAUSE_PROMPT";
+        case KINETRIX_DEBUG_PROMPT:
+            return "KINETRIX_DEBUG_PROMPT";
+        case KINETRIX_IN_EDITOR_DEBUG_PROMPT:
+            return "KINETRIX_IN_EDITOR_DEBUG_PROMPT";
+        case INCOMPLETE_BLOCK_PROMPT:
+            return "INCOMPLETE_BLOCK_PROMPT";
+        case MORE_PROMPT:
+            return "MORE_PROMPT";
+        case DISCRETIX_DEBUG_PROMPT:
+            return "DISCRETIX_DEBUG_PROMPT";
+        case ZF_ENL_DEBUG_PROMPT:
+            return "ZF_ENL_DEBUG_PROMPT";
+    }
+    return "unknown prompt type!";
+}
+
+}  // namespace
+
+void AsyncEvalService::startListening() { listening_->add(); }
+
+std::int32_t AsyncEvalService::stopListening() { return listening_->remove(); }
+
+void AsyncEvalService::handleClientSubscribe(const message_service::SubscribeEvent& event) {
+    {
+        MutexLock lock(mutex_);
+        if (!clients_.emplace(event.clientId, event.channel).second) return;
+    }
+    startListening();
+}
+
+void AsyncEvalService::handleClientUnsubscribe(const message_service::UnsubscribeEvent& event) {
+    {
+        MutexLock lock(mutex_);
+        if (clients_.erase({event.clientId, event.channel}) == 0) return;
+    }
+    stopListening();
+}
+
+void AsyncEvalService::listen() {
+    asyncLog().info("Starting async eval:");
+    const auto manager = nmutil::eventmgr::createLocalEventMgr();
+    std::vector<ScopedConnection> connections;
+    connections.push_back(connect(*manager, &AsyncEvalService::handleClc));
+    connections.push_back(connect(*manager, &AsyncEvalService::handleHome));
+    connections.push_back(connect(*manager, &AsyncEvalService::handleSinkText));
+    connections.push_back(connect(*manager, &AsyncEvalService::handlePrintableError));
+    connections.push_back(connect(*manager, &AsyncEvalService::handleInputRequest));
+    connections.push_back(connect(*manager, &AsyncEvalService::handleIqmInputRequest));
+    connections.push_back(connect(*manager, &AsyncEvalService::handleSuggestion));
+    connections_ = std::move(connections);
+}
+
+void AsyncEvalService::stopToListen() {
+    asyncLog().info("Stopping async eval");
+    connections_.clear();
+}
+
+template <class Event>
+ScopedConnection AsyncEvalService::connect(EventMgr& manager,
+                                           void (AsyncEvalService::*handler)(const Event&)) {
+    return ScopedConnection(manager.subscribe<Event>([weak = weak_from_this(), handler](const Event& event) {
+        if (const auto self = weak.lock()) ((*self).*handler)(event);
+    }));
+}
+
+void AsyncEvalService::handleClc(const nmutil::io::CLCEvent& /*event*/) {
+    guarded("handleClc", [this] {
+        flush();
+        publish("/eval/response/commandwindow/clear", DataBuffer(R"("clear")"));
+    });
+}
+
+void AsyncEvalService::handleHome(const nmutil::io::HomeEvent& /*event*/) {
+    guarded("handleHome", [this] {
+        flush();
+        publish("/eval/response/commandwindow/home", DataBuffer(R"("home")"));
+    });
+}
+
+void AsyncEvalService::handleSinkText(const nmutil::io::SinkTextEvent& event) {
+    guarded("handleSinkText", [&] {
+        coalescer_->append(event.getText().data(), event.getText().size(), event.getStreamType());
+    });
+}
+
+void AsyncEvalService::handlePrintableError(const nmutil::io::PrintableErrorEvent& event) {
+    guarded("handlePrintableError", [&] {
+        flush();
+        coalescer_->append(printableText(event), nmutil::io::STANDARD_ERROR);
+        flush();
+    });
+}
+
+void AsyncEvalService::handleInputRequest(const nmutil::utils::InputRequestEvent& event) {
+    doPromptChange(event.getRequester());
+}
+
+void AsyncEvalService::handleIqmInputRequest(const nmutil::utils::IqmInputRequestEvent& event) {
+    doPromptChange(event.getRequester());
+}
+
+void AsyncEvalService::handleSuggestion(const numora::lang::correction::SuggestionEvent& event) {
+    if (event.isQuiet()) return;
+    guarded("handleSuggestion", [&] {
+        const std::string text = json::quoted(fl::i18n::to_string(event.getText()));
+        coalescer_->appendDduxDataForSuggestion(event.getText());
+        flush();
+        publish("/eval/response/suggest", DataBuffer(text));
+    });
+}
+
+// What was printed goes out first: the text of a prompt is to be there when a client is asked for input.
+void AsyncEvalService::doPromptChange(nmutil::prompt::InputRequester prompt) {
+    guarded("doPromptChange", [&] {
+        flush();
+        publish("/eval/response/iqminput", DataBuffer('"' + std::string(promptName(prompt)) + '"'));
+    });
+}
+
+}  // namespace connector::interpreter::v1

@@ -1,0 +1,207 @@
+#include "connector/interpreter/v1/CoalescingTextBuffer.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <exception>
+#include <utility>
+
+#include "connector/json/escape.h"
+#include "fl/i18n/text.h"
+#include "v1/log.h"
+
+namespace connector::interpreter::v1 {
+
+using connector::common::DataBuffer;
+using nmutil::io::StreamTypeEnum;
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr std::chrono::milliseconds batchAge{145};
+constexpr std::chrono::milliseconds loopInterval{150};
+
+Clock::time_point nextLook() {
+    const auto now = Clock::now();
+    return now > Clock::time_point::max() - loopInterval ? Clock::time_point::max() : now + loopInterval;
+}
+
+void deliver(const CoalescingTextBuffer::Callback& callback, DataBuffer batch, StreamTypeEnum type) {
+    try {
+        callback(std::move(batch), type);
+    } catch (const std::exception& error) {
+        asyncLog().error(std::string("Caught exception in Coalescer callback:") + error.what());
+    } catch (...) {
+        asyncLog().error("Caught unknown exception in Coalescer callback");
+    }
+}
+
+}  // namespace
+
+CoalescingTextBuffer::CoalescingTextBuffer() {
+    thread_ = std::thread([this] { coalescerLoop(); });
+    openTestLog();
+}
+
+CoalescingTextBuffer::~CoalescingTextBuffer() { stop(); }
+
+void CoalescingTextBuffer::stop() {
+    closeTestLog();
+    Callback callback;  // ends after the lock
+    {
+        MutexLock lock(mutex_);
+        callback.swap(callback_);
+        running_ = false;
+    }
+    condition_.notify_one();
+    if (thread_.joinable()) thread_.join();
+}
+
+void CoalescingTextBuffer::append(std::u16string&& text, StreamTypeEnum type) { appendText(text, type); }
+
+void CoalescingTextBuffer::append(const char16_t* text, std::size_t length, StreamTypeEnum type) {
+    appendText({text, length}, type);
+}
+
+void CoalescingTextBuffer::appendText(std::u16string_view text, StreamTypeEnum type) {
+    if (testLogEnabled_) writeTestLog(text);
+    if (text.empty()) return;
+    bool wakes = false;
+    {
+        MutexLock lock(mutex_);
+        if (type != currentStream_ && !pending_.empty()) doFlush(lock.native());
+        currentStream_ = type;
+        wakes = pending_.empty();
+        if (wakes) batchStart_ = getCurrentTime();
+        if (dduxEnabled_) appendDduxData(fl::i18n::to_string(text));
+        json::appendEscaped(pending_, text);
+    }
+    // While text is pending the thread waits for a time, not for more of it.
+    if (wakes) condition_.notify_one();
+}
+
+void CoalescingTextBuffer::flush() {
+    MutexLock lock(mutex_);
+    doFlush(lock.native());
+    condition_.notify_one();
+}
+
+void CoalescingTextBuffer::clear() {
+    MutexLock lock(mutex_);
+    pending_.clear();
+    condition_.notify_one();
+}
+
+void CoalescingTextBuffer::setCallback(Callback&& callback) {
+    Callback next(std::move(callback));  // the old one, in the end: it goes without the lock
+    MutexLock lock(mutex_);
+    callback_.swap(next);
+}
+
+void CoalescingTextBuffer::setDduxEnabled(bool enabled) {
+    MutexLock lock(mutex_);
+    dduxEnabled_ = enabled;
+}
+
+void CoalescingTextBuffer::appendDduxData(const std::string& utf8) {
+    if (dduxEnabled_ && utf8.size() <= maxDduxText - dduxText_.size()) dduxText_ += utf8;
+}
+
+void CoalescingTextBuffer::appendDduxDataForSuggestion(const std::u16string& suggestion) {
+    MutexLock lock(mutex_);
+    if (dduxEnabled_) appendDduxData("Did you mean: " + fl::i18n::to_string(suggestion) + " ?");
+}
+
+void CoalescingTextBuffer::clearDduxData() {
+    MutexLock lock(mutex_);
+    dduxText_.clear();
+}
+
+CoalescingTextBuffer::TimePoint CoalescingTextBuffer::getCurrentTime() {
+    return std::chrono::time_point_cast<TimePoint::duration>(std::chrono::system_clock::now());
+}
+
+void CoalescingTextBuffer::coalescerLoop() {
+    MutexLock lock(mutex_);
+    while (running_) {
+        if (pending_.empty()) {
+            condition_.wait(lock.native());
+            continue;
+        }
+        deliverIfDue(lock.native());
+        if (pending_.empty()) continue;
+        const auto deadline = nextLook();
+        while (running_ && condition_.wait_until(lock.native(), deadline) == std::cv_status::no_timeout) {
+        }
+    }
+}
+
+void CoalescingTextBuffer::deliverIfDue(std::unique_lock<std::mutex>& lock) {
+    try {
+        if (getCurrentTime() - batchAge >= batchStart_) doCallback(lock);
+    } catch (const std::exception& error) {
+        lock.unlock();
+        asyncLog().error(std::string("Output stays pending: ") + error.what());
+        lock.lock();
+    }
+}
+
+void CoalescingTextBuffer::doFlush(std::unique_lock<std::mutex>& lock) {
+    batchStart_ = {};
+    doCallback(lock);
+}
+
+void CoalescingTextBuffer::doCallback(std::unique_lock<std::mutex>& lock) {
+    if (pending_.empty() || !callback_) return;
+    Callback callback = callback_;
+    DataBuffer batch;
+    batch.reserve(pending_.size() + 2);
+    batch.push_back('"');
+    batch.append(pending_.view());
+    batch.push_back('"');
+    pending_.clear();  // keeps its storage
+    const StreamTypeEnum type = currentStream_;
+    lock.unlock();
+    deliver(callback, std::move(batch), type);
+    callback = nullptr;  // what it holds goes without the lock, too
+    lock.lock();
+}
+
+void CoalescingTextBuffer::openTestLog() noexcept {
+    try {
+        const char* const path = std::getenv("NUFULLSTACK_TEST_CONTAINER_LOG");
+        if (path == nullptr || *path == '\0') return;
+        MutexLock lock(testLogMutex_);
+        testLog_.open(path, std::ios::out | std::ios::app);
+        if (!testLog_.is_open()) {
+            asyncLog().error("Error: Unable to open numoraOutputStream");
+            return;
+        }
+        testLog_.exceptions(std::ios::badbit | std::ios::failbit);
+        testLogEnabled_ = true;
+    } catch (...) {
+        asyncLog().error("Error initializing numoraOutputStream");
+    }
+}
+
+void CoalescingTextBuffer::writeTestLog(std::u16string_view text) {
+    const std::string utf8 = fl::i18n::to_string(text);
+    try {
+        MutexLock lock(testLogMutex_);
+        testLog_.clear();  // every piece is tried, even after one that failed
+        testLog_ << utf8 << std::flush;
+    } catch (...) {
+        asyncLog().error("Error writing to numoraOutputStream");
+    }
+}
+
+void CoalescingTextBuffer::closeTestLog() {
+    try {
+        MutexLock lock(testLogMutex_);
+        if (testLog_.is_open()) testLog_.close();
+    } catch (...) {
+        asyncLog().error("Error closing numoraOutputStream");
+    }
+}
+
+}  // namespace connector::interpreter::v1

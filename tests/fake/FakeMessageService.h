@@ -1,0 +1,143 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "connector/Promise.h"
+#include "connector/ThreadSafety.h"
+#include "connector/message_service/MessageService.h"
+
+namespace fake {
+
+/// Keeps what is published, in order, and lets a test be the client. Handlers run on the caller's thread.
+///
+/// Threads: every operation from any thread; ending a subscription waits for its handler on another thread.
+class FakeMessageService : public connector::message_service::MessageService,
+                           public connector::message_service::MessageServiceFactory,
+                           public std::enable_shared_from_this<FakeMessageService> {
+public:
+    using ContextState = connector::common::ContextState;
+    using JsonMessage = connector::message_service::JsonMessage;
+    using SubscribeEvent = connector::message_service::SubscribeEvent;
+    using UnsubscribeEvent = connector::message_service::UnsubscribeEvent;
+
+    connector::Future<std::shared_ptr<MessageService>> create(const std::string&,
+                                                              const Properties&) override {
+        if (creation) return creation->getFuture();
+        return connector::makeReadyFuture<std::shared_ptr<MessageService>>(shared_from_this());
+    }
+    /// What the factory promises, when it is not to answer at once.
+    std::unique_ptr<connector::Promise<std::shared_ptr<MessageService>>> creation;
+
+    /// What was published, each as its channel, a space and its body.
+    std::vector<std::string> published() const EXCLUDES(mutex_) {
+        connector::MutexLock lock(mutex_);
+        return published_;
+    }
+    /// Called for each before it counts as published, on the thread that publishes; may throw.
+    std::function<void(const std::string& channel)> onPublish;
+
+    /// How many subscriptions to, and watches of, exactly this pattern are open.
+    std::size_t subscriptions(const std::string& pattern) const EXCLUDES(mutex_) {
+        std::size_t count = 0;
+        for (const auto& entry : entries()) count += entry->pattern == pattern ? 1 : 0;
+        return count;
+    }
+
+    void send(const std::string& channel, const std::string& data,
+              const std::shared_ptr<ContextState>& context = std::make_shared<ContextState>()) {
+        each([&](const Entry& entry) {
+            if (entry.message && entry.pattern == channel) entry.message({channel, data, context});
+        });
+    }
+    void subscribeClient(const std::string& client, const std::string& channel) {
+        each([&](const Entry& entry) {
+            if (entry.subscribed) entry.subscribed({channel, client, {}});
+        });
+    }
+    void unsubscribeClient(const std::string& client, const std::string& channel) {
+        each([&](const Entry& entry) {
+            if (entry.unsubscribed) entry.unsubscribed({channel, client, {}});
+        });
+    }
+
+    connector::Future<void> publish(const std::string& channel,
+                                    const connector::common::DataBuffer& data) override EXCLUDES(mutex_) {
+        if (onPublish) onPublish(channel);
+        connector::MutexLock lock(mutex_);
+        published_.push_back(channel + ' ' + std::string(data.view()));
+        return connector::makeReadyFuture();
+    }
+    std::unique_ptr<connector::message_service::Subscription> subscribe(const std::string& pattern,
+                                                                        MessageHandler handler) override {
+        return add(std::make_shared<Entry>(pattern, std::move(handler), nullptr, nullptr));
+    }
+    std::unique_ptr<connector::message_service::Subscription> watch(
+        const std::string& pattern, SubscribeHandler subscribed, UnsubscribeHandler unsubscribed) override {
+        return add(std::make_shared<Entry>(pattern, nullptr, std::move(subscribed), std::move(unsubscribed)));
+    }
+
+private:
+    struct Entry {
+        Entry(std::string ofPattern, MessageHandler forMessage, SubscribeHandler forSubscribed,
+              UnsubscribeHandler forUnsubscribed)
+            : pattern(std::move(ofPattern)),
+              message(std::move(forMessage)),
+              subscribed(std::move(forSubscribed)),
+              unsubscribed(std::move(forUnsubscribed)) {}
+        const std::string pattern;
+        const MessageHandler message;
+        const SubscribeHandler subscribed;
+        const UnsubscribeHandler unsubscribed;
+        std::recursive_mutex running;
+        bool isActive = true;  // guarded by `running`
+    };
+
+    class FakeSubscription : public connector::message_service::Subscription {
+    public:
+        FakeSubscription(std::weak_ptr<FakeMessageService> service, std::shared_ptr<Entry> entry)
+            : service_(std::move(service)), entry_(std::move(entry)) {}
+        ~FakeSubscription() override {
+            if (const auto service = service_.lock()) service->remove(entry_);
+            const std::lock_guard lock(entry_->running);
+            entry_->isActive = false;
+        }
+
+    private:
+        const std::weak_ptr<FakeMessageService> service_;
+        const std::shared_ptr<Entry> entry_;
+    };
+
+    std::unique_ptr<connector::message_service::Subscription> add(std::shared_ptr<Entry> entry)
+        EXCLUDES(mutex_) {
+        connector::MutexLock lock(mutex_);
+        entries_.push_back(entry);
+        return std::make_unique<FakeSubscription>(weak_from_this(), std::move(entry));
+    }
+    void remove(const std::shared_ptr<Entry>& entry) EXCLUDES(mutex_) {
+        connector::MutexLock lock(mutex_);
+        std::erase(entries_, entry);
+    }
+    std::vector<std::shared_ptr<Entry>> entries() const EXCLUDES(mutex_) {
+        connector::MutexLock lock(mutex_);
+        return entries_;
+    }
+    template <class Call>
+    void each(const Call& call) {
+        for (const auto& entry : entries()) {
+            const std::lock_guard lock(entry->running);
+            if (entry->isActive) call(*entry);
+        }
+    }
+
+    mutable connector::Mutex mutex_;
+    std::vector<std::string> published_ GUARDED_BY(mutex_);
+    std::vector<std::shared_ptr<Entry>> entries_ GUARDED_BY(mutex_);
+};
+
+}  // namespace fake

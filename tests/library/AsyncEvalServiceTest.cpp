@@ -1,0 +1,308 @@
+#include <functional>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "AsyncEvalServiceFixture.h"
+#include "cmddistributor/RuntimeException.h"
+#include "fake/LogRecords.h"
+
+namespace connector::interpreter::v1 {
+namespace {
+
+using cmddistributor::RuntimeException;
+using cmddistributor::WhenToDequeue;
+
+class AsyncEvalServiceTest : public AsyncEvalServiceFixture {};
+
+TEST_F(AsyncEvalServiceTest, publishesWhatTheCodePrintsAndThenItsEnd) {
+    host_.onEvaluate = [this](const std::u16string& code) {
+        host_.print(u"<" + code);
+        host_.print(u"> ");
+        host_.print(u"warning", true);
+        host_.print(u"end");
+    };
+    run(R"("a\u00e9\ud83d\ude00")");
+    EXPECT_EQ(published(),
+              (Lines{R"(/eval/response/output "\u003caé😀\u003e ")", R"(/eval/response/error "warning")",
+                     R"(/eval/response/output "end")", success}));
+    EXPECT_EQ(host_.window->text(), u"");
+}
+
+TEST_F(AsyncEvalServiceTest, runsCodeAtTheBasePromptWithWhatItsContextSays) {
+    context_->set("clientType", std::string("browser"));
+    context_->set("numoraCapabilities", capabilities::CapabilityList{"figures"});
+    host_.onEvaluate = [this](const std::u16string&) {
+        EXPECT_TRUE(context_->getOr("streamingEval", false));
+        EXPECT_EQ(services::io::CmdWinSinkHandle::activeSink(false), host_.window);  // nothing captures
+    };
+    run(R"("x")");
+    const auto options = host_.distributor->enqueued().at(0).options;
+    EXPECT_EQ(options.whenToDequeue(), WhenToDequeue::Default);
+    EXPECT_EQ(options.capabilities(), capabilities::CapabilityList{"figures"});
+    EXPECT_EQ(options.source().value_or(u""), u"browser");
+    EXPECT_EQ(host_.calls, (std::vector<std::string>{"evalEnd", "interests"}));
+    EXPECT_TRUE(host_.interruptEnabled);
+}
+
+TEST_F(AsyncEvalServiceTest, tellsTheTrackerOfClientsThatNameTheirType) {
+    run(R"("x")");
+    context_->set("clientType", std::u16string(u"not narrow"));
+    run(R"("x")");
+    EXPECT_TRUE(tracker_->calls.empty());
+    context_->set("clientType", std::string("web"));
+    request(R"("x")");
+    EXPECT_EQ(tracker_->calls, (decltype(tracker_->calls){{"start web", context_}}));
+    host_.distributor->runAll();
+    EXPECT_EQ(tracker_->calls, (decltype(tracker_->calls){{"start web", context_}, {"end web", context_}}));
+    EXPECT_EQ(published(), (Lines{success, success, success}));
+}
+
+TEST_F(AsyncEvalServiceTest, evaluatesNothingWithoutAnOpenGate) {
+    gate_->open = false;
+    const auto handle = nextHandle();
+    context_->set("clientType", std::string("web"));
+    run(R"("x")");
+    gate_ = nullptr;
+    service_ = create();
+    run(R"("x")");
+    EXPECT_EQ(published(), Lines{});
+    EXPECT_TRUE(host_.distributor->enqueued().empty());
+    EXPECT_EQ(zvm_common::removeContextState(handle), nullptr);
+    EXPECT_EQ(tracker_->calls.size(), 2U);  // two starts: the tracker is told before the gate is asked
+}
+
+struct Malformed {
+    std::string name, body;
+};
+
+class MalformedRequestTest : public AsyncEvalServiceFixture, public testing::WithParamInterface<Malformed> {};
+
+TEST_P(MalformedRequestTest, isLoggedAndLeavesTheSubscription) {
+    const auto handle = nextHandle();
+    {
+        const fake::LogRecords log("connector::interpreter::async");
+        run(GetParam().body);
+        EXPECT_EQ(log.count("Unknown issue in AsyncEvalService::handleEvalRequest"), 1);
+    }
+    EXPECT_EQ(published(), Lines{});
+    EXPECT_TRUE(host_.distributor->enqueued().empty());
+    EXPECT_EQ(zvm_common::removeContextState(handle), nullptr);
+    run(R"("next")");
+    EXPECT_EQ(published(), Lines{success});
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Bodies, MalformedRequestTest,
+    testing::Values(Malformed{"Empty", ""}, Malformed{"Bare", "x"}, Malformed{"Number", "1"},
+                    Malformed{"Null", "null"}, Malformed{"Object", R"({"code":"x"})"},
+                    Malformed{"Array", R"(["x"])"}, Malformed{"TwoValues", R"("x","y")"},
+                    Malformed{"Unclosed", R"("x)"}, Malformed{"Trailing", R"("x" y)"},
+                    Malformed{"ClosesTheParsersOwnArray", R"("x"],["y")"}, Malformed{"LineFeed", "\"x\ny\""},
+                    Malformed{"CutSequence", "\"\xC3(\""}, Malformed{"HalfPair", R"("\ud83d")"}),
+    [](const auto& row) { return row.param.name; });
+
+struct Failing {
+    std::string name;
+    std::function<void(fake::FakeHost&)> before, after;
+};
+
+class FailedRequestTest : public AsyncEvalServiceFixture, public testing::WithParamInterface<Failing> {};
+
+// Before the request is sent, and between its arrival and the time when the interpreter gets to it.
+TEST_P(FailedRequestTest, isCompletedOnceAsAFailure) {
+    context_->set("clientType", std::string("web"));
+    const auto handle = nextHandle();
+    GetParam().before(host_);
+    request(R"("x")");
+    GetParam().after(host_);
+    host_.distributor->runAll();
+    EXPECT_EQ(published(), Lines{failure});
+    EXPECT_EQ(tracker_->calls.size(), 2U);
+    EXPECT_EQ(zvm_common::removeContextState(handle), nullptr);
+}
+
+void nothing(fake::FakeHost&) {}
+
+std::function<void(fake::FakeHost&)> endsWith(nmutil::cmddistributor::inExecutionStatus status) {
+    return [status](fake::FakeHost& host) {
+        host.onEvaluate = [status](const std::u16string&) {
+            throw RuntimeException(status, "NUMORA:id", u"message");
+        };
+    };
+}
+
+void fillQueue(fake::FakeHost& host) {
+    host.distributor->refuse({nmutil::cmddistributor::EXECUTION_ERROR, "NUMORA:queue:full", u"full"});
+}
+
+void takeBack(fake::FakeHost& host) {
+    host.distributor->cancel(host.distributor->enqueued().at(0).id, false);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Ends, FailedRequestTest,
+    testing::Values(Failing{"Error", endsWith(nmutil::cmddistributor::EXECUTION_ERROR), nothing},
+                    Failing{"Interrupted", endsWith(nmutil::cmddistributor::EXECUTION_INTERRUPTED), nothing},
+                    Failing{"FullQueue", fillQueue, nothing}, Failing{"TakenBack", nothing, takeBack},
+                    Failing{"TypedTooMuch",
+                            [](fake::FakeHost& host) {
+                                host.charBufferMode = true;
+                                host.onType = [](char16_t) { throw std::length_error("too much"); };
+                            },
+                            nothing},
+                    Failing{"TypedIntoAFullQueue",
+                            [](fake::FakeHost& host) {
+                                host.charBufferMode = true;
+                                fillQueue(host);
+                            },
+                            nothing},
+                    Failing{"TypedAndTakenBack", [](fake::FakeHost& host) { host.charBufferMode = true; },
+                            takeBack}),
+    [](const auto& row) { return row.param.name; });
+
+TEST_F(AsyncEvalServiceTest, failsRequestsWithoutAnInterpreterOrItsFiles) {
+    shadow_ = std::make_shared<ManualShadow>();
+    shadow_->ready = false;
+    service_ = create();
+    run(R"("x")");
+    shadow_->ready = true;
+    run(R"("x")");
+    service_ = AsyncEvalService::create({nullptr, messages_, nullptr, gate_, nullptr}, buffer_);
+    run(R"("x")");
+    host_.charBufferMode = true;
+    run(R"("x")");
+    EXPECT_EQ(published(), (Lines{failure, success, failure, failure}));
+}
+
+TEST_F(AsyncEvalServiceTest, keepsTheContextUntilTheRequestHasEnded) {
+    const auto handle = nextHandle();
+    std::shared_ptr<common::ContextState> held;
+    host_.onEvaluate = [&](const std::u16string&) { held = zvm_common::removeContextState(handle); };
+    run(R"("x")");
+    EXPECT_EQ(held, context_);
+}
+
+TEST_F(AsyncEvalServiceTest, typesWhileTheInterpreterReadsCharacters) {
+    const fake::LogRecords log("connector::interpreter::async");
+    host_.charBufferMode = true;
+    request(R"("Ada\n")");
+    EXPECT_EQ(host_.distributor->enqueued().at(0).options.whenToDequeue(), WhenToDequeue::Prompt);
+    EXPECT_EQ(published(), Lines{});
+    host_.distributor->runAll();
+    EXPECT_EQ(host_.typed, u"Ada\n");
+    EXPECT_EQ(published(), Lines{success});
+    EXPECT_TRUE(log.has("Typing chars into type ahead:Ada\n"));
+    EXPECT_TRUE(log.has("Posting key typing:"));
+}
+
+TEST_F(AsyncEvalServiceTest, completesCodeThatAsksForInputAndWhatIsTypedEachByItself) {
+    host_.onEvaluate = [this](const std::u16string&) {
+        host_.print(u"Name? ");
+        host_.charBufferMode = true;
+        run(R"("Ada\n")");
+        host_.print(u"Hello");
+        throw RuntimeException(nmutil::cmddistributor::EXECUTION_ERROR, "NUMORA:id", u"m");
+    };
+    run(R"("x")");
+    EXPECT_EQ(published(), (Lines{R"(/eval/response/output "Name? ")", success,
+                                  R"(/eval/response/output "Hello")", failure}));
+}
+
+TEST_F(AsyncEvalServiceTest, swallowsWhatIsPrintedForARequestThatHasEnded) {
+    std::shared_ptr<nmutil::io::UnicodeStreamBuf> stream;
+    host_.onEvaluate = [&](const std::u16string&) {
+        stream = host_.distributor->runningRequest()->getErrorSink()->getUnicodeOutStreamBuffer();
+    };
+    run(R"("x")");
+    EXPECT_EQ(stream->sputn(u"late", 4), 4);
+    service_->flush();
+    EXPECT_EQ(published(), Lines{success});
+}
+
+TEST_F(AsyncEvalServiceTest, leavesItsRequestsToEndByThemselves) {
+    host_.onEvaluate = [this](const std::u16string&) {
+        host_.print(u"before");
+        const std::weak_ptr<CoalescingTextBuffer> buffer = std::exchange(buffer_, nullptr);
+        service_.reset();
+        host_.print(u"after");
+        EXPECT_FALSE(buffer.expired());
+        buffer.lock()->flush();
+        throw RuntimeException(nmutil::cmddistributor::EXECUTION_ERROR, "NUMORA:id", u"m", u"text");
+    };
+    const auto handle = nextHandle();
+    run(R"("x")");
+    EXPECT_EQ(published(), Lines{});
+    EXPECT_EQ(zvm_common::removeContextState(handle), nullptr);
+    EXPECT_EQ(messages_->subscriptions("/eval/request") + messages_->subscriptions("/eval/response/**"), 0U);
+}
+
+TEST_F(AsyncEvalServiceTest, endsARequestWhoseMessagesCannotBePublished) {
+    context_->set("clientType", std::string("web"));
+    host_.onEvaluate = [this](const std::u16string&) { host_.print(u"lost"); };
+    messages_->onPublish = [](const std::string&) { throw std::runtime_error("closed"); };
+    run(R"("x")");
+    EXPECT_EQ(tracker_->calls.back().first, "end web");
+}
+
+TEST_F(AsyncEvalServiceTest, waitsForItsMessageServiceWithoutBlocking) {
+    using Creation = Promise<std::shared_ptr<message_service::MessageService>>;
+    service_.reset();
+    for (const bool fails : {true, false}) {
+        messages_->creation = std::make_unique<Creation>();
+        service_ = create();
+        service_->startListening();
+        host_.events->raise(nmutil::io::HomeEvent());  // nobody can be told
+        EXPECT_EQ(messages_->subscriptions("/eval/request"), 0U);
+        if (fails) {
+            messages_->creation->setException(std::make_exception_ptr(std::runtime_error("none")));
+        } else {
+            messages_->creation->setValue(messages_);
+        }
+    }
+    run(R"("x")");
+    EXPECT_EQ(published(), Lines{success});
+}
+
+TEST_F(AsyncEvalServiceTest, logsRequestsAndWhatItPublishes) {
+    const fake::LogRecords log("connector::interpreter::async");
+    host_.onEvaluate = [this](const std::u16string&) { host_.print(u"text"); };
+    service_ = create();
+    run(R"("code")");
+    for (const char* line : {"Constructing async eval", R"(Eval request: "code")",
+                             R"(Publishing: /eval/response/output: "text")",
+                             R"(Publishing: /eval/response/completion: "Done: success")"}) {
+        EXPECT_TRUE(log.has(line)) << line;
+    }
+}
+
+TEST_F(AsyncEvalServiceTest, completesEveryRequestOfManyClientsOnce) {
+    constexpr int perClient = 200;
+    host_.onEvaluate = [this](const std::u16string& code) { host_.print(code); };
+    host_.distributor->startWorker();
+    std::vector<std::thread> clients;
+    clients.reserve(4);
+    for (int i = 0; i < 4; ++i) {
+        clients.emplace_back([this, i] {
+            const std::string name = "client" + std::to_string(i);
+            for (int j = 0; j < perClient; ++j) {
+                messages_->subscribeClient(name, "/eval/response/output");
+                messages_->send("/eval/request", R"("x")");
+                host_.events->raise(nmutil::io::HomeEvent());
+                messages_->unsubscribeClient(name, "/eval/response/output");
+            }
+        });
+    }
+    for (auto& client : clients) client.join();
+    while (std::ranges::count(published(), success) < 4 * perClient) std::this_thread::yield();
+    host_.distributor->stopWorker();
+    EXPECT_EQ(std::ranges::count(published(), success), 4 * perClient);
+    EXPECT_FALSE(isListening());
+    EXPECT_EQ(service_->stopListening(), 0);
+}
+
+}  // namespace
+}  // namespace connector::interpreter::v1

@@ -1,0 +1,129 @@
+#include <atomic>
+#include <future>
+#include <map>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "CoalescingTextBufferFixture.h"
+
+namespace connector::interpreter::v1 {
+namespace {
+
+/// A buffer whose text is due as soon as it is there.
+class HastyTextBuffer : public CoalescingTextBuffer {
+public:
+    ~HastyTextBuffer() override { stop(); }
+
+protected:
+    TimePoint getCurrentTime() override { return now_ += std::chrono::milliseconds(145); }
+
+private:
+    TimePoint now_{};  // guarded by the mutex of the buffer
+};
+
+// The text between the quotes of the batches, cut after each ';'.
+std::map<std::string, int> piecesOf(const std::vector<Batch>& batches) {
+    std::map<std::string, int> pieces;
+    for (const auto& [json, type] : batches) {
+        std::istringstream text(json.substr(1, json.size() - 2));
+        for (std::string piece; std::getline(text, piece, ';');) ++pieces[piece];
+    }
+    return pieces;
+}
+
+TEST(CoalescingTextBufferThreadsTest, deliversEveryPieceOnceWhoeverPrintsAndFlushes) {
+    constexpr int printers = 4;
+    constexpr int pieces = 2000;
+    Batches batches;
+    {
+        HastyTextBuffer buffer;
+        buffer.setCallback(batches.callback());
+        std::atomic<bool> printing{true};
+        std::vector<std::thread> threads;
+        threads.reserve(printers);
+        for (int printer = 0; printer < printers; ++printer) {
+            threads.emplace_back([&buffer, printer] {
+                const std::string start = std::to_string(printer) + "-";
+                for (int i = 0; i < pieces; ++i) {
+                    const std::string text = start + std::to_string(i) + ";";
+                    buffer.append(std::u16string(text.begin(), text.end()), i % 10 == 0 ? err : out);
+                }
+            });
+        }
+        std::thread others([&] {
+            while (printing) {
+                buffer.flush();
+                buffer.setCallback(batches.callback());
+                buffer.setDduxEnabled(true);
+                buffer.appendDduxDataForSuggestion(u"plot");
+                buffer.clearDduxData();
+            }
+        });
+        for (auto& thread : threads) thread.join();
+        printing = false;
+        others.join();
+        buffer.flush();
+        // One may still be on its way to a callback; the end of the buffer waits for it.
+    }
+    const auto delivered = piecesOf(batches.all());
+    EXPECT_EQ(delivered.size(), static_cast<std::size_t>(printers * pieces));
+    for (const auto& [piece, count] : delivered) EXPECT_EQ(count, 1) << piece;
+}
+
+TEST(CoalescingTextBufferThreadsTest, letsOthersPrintAndFlushWhileADeliveryTakesItsTime) {
+    Batches batches;
+    std::promise<void> begun;
+    std::promise<void> released;
+    HastyTextBuffer buffer;
+    buffer.setCallback([&](auto&&, auto) {
+        begun.set_value();
+        released.get_future().wait();
+    });
+    buffer.append(u"slow", out);
+    begun.get_future().wait();
+    buffer.setCallback(batches.callback());
+    buffer.append(u"other", err);
+    buffer.flush();
+    EXPECT_THAT(batches.all(), testing::ElementsAre(Batch("\"other\"", err)));
+    released.set_value();
+}
+
+TEST(CoalescingTextBufferThreadsTest, endsOnlyAfterADeliveryOfItsThread) {
+    std::promise<void> begun;
+    std::promise<void> ending;
+    std::atomic<bool> delivered{false};
+    {
+        HastyTextBuffer buffer;
+        buffer.setCallback([&](auto&&, auto) {
+            begun.set_value();
+            ending.get_future().wait();
+            std::this_thread::yield();
+            delivered = true;
+        });
+        buffer.append(u"text", out);
+        begun.get_future().wait();
+        ending.set_value();
+    }
+    EXPECT_TRUE(delivered);
+}
+
+// A callback that was replaced goes without a lock, even when that happens while it runs.
+TEST(CoalescingTextBufferThreadsTest, canBeUsedByWhatItsCallbackHolds) {
+    std::promise<void> replaced;
+    HastyTextBuffer buffer;
+    const auto flusher = [&buffer] {
+        return std::shared_ptr<void>(nullptr, [&buffer](void*) { buffer.flush(); });
+    };
+    buffer.setCallback([held = flusher()](auto&&, auto) {});
+    buffer.setCallback([held = flusher()](auto&&, auto) {});
+    buffer.setCallback([&, held = flusher()](auto&&, auto) {
+        buffer.setCallback(nullptr);
+        replaced.set_value();
+    });
+    buffer.append(u"text", out);
+    EXPECT_EQ(replaced.get_future().wait_for(failSafe), std::future_status::ready);
+}
+
+}  // namespace
+}  // namespace connector::interpreter::v1

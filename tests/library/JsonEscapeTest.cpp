@@ -1,0 +1,261 @@
+#include <algorithm>
+#include <cstddef>
+#include <cstdio>
+#include <map>
+#include <random>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "connector/common/DataBuffer.h"
+#include "connector/json/escape.h"
+#include "fl/i18n/text.h"
+
+using namespace std::string_literals;
+
+namespace connector::json {
+namespace {
+
+const std::string replaced = "\xEF\xBF\xBD";
+
+template <class Text>
+std::string escaped(const Text& text) {
+    common::DataBuffer out("before");
+    appendEscaped(out, text);
+    EXPECT_EQ(out.view().substr(0, 6), "before");
+    return std::string(out.view().substr(6));
+}
+
+struct EscapeCase {
+    std::string name, utf8, json;
+};
+class JsonEscapeTest : public testing::TestWithParam<EscapeCase> {};
+
+TEST_P(JsonEscapeTest, writesTheBodyOfAJsonString) {
+    EXPECT_EQ(escaped(std::string_view(GetParam().utf8)), GetParam().json);
+    EXPECT_EQ(json::quoted(GetParam().utf8), '"' + GetParam().json + '"');
+}
+
+// Blocks, and the pieces for which room is made, begin and end at other places each time.
+TEST_P(JsonEscapeTest, findsItAnywhereInPlainText) {
+    for (const std::size_t base : {0U, 1000U}) {
+        for (std::size_t before = base; before < base + 40; ++before) {
+            for (const std::size_t after : {0U, 3U, 20U, 40U}) {
+                const auto surrounded = [&](const std::string& text) {
+                    return std::string(before, 'a').append(text).append(after, 'z');
+                };
+                EXPECT_EQ(escaped(std::string_view(surrounded(GetParam().utf8))), surrounded(GetParam().json))
+                    << before << " characters before and " << after << " after";
+            }
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Text, JsonEscapeTest,
+    testing::Values(
+        EscapeCase{"Empty", "", ""}, EscapeCase{"Quote", "\"", "\\\""}, EscapeCase{"LineFeed", "\n", "\\n"},
+        EscapeCase{"Tab", "\t", "\\t"}, EscapeCase{"CarriageReturn", "\r", "\\r"},
+        EscapeCase{"Backspace", "\b", "\\b"}, EscapeCase{"FormFeed", "\f", "\\f"},
+        EscapeCase{"Backslash", "\\", "\\\\"}, EscapeCase{"Ampersand", "&", "\\u0026"},
+        EscapeCase{"Apostrophe", "'", "\\u0027"}, EscapeCase{"Less", "<", "\\u003c"},
+        EscapeCase{"Equals", "=", "\\u003d"}, EscapeCase{"Greater", ">", "\\u003e"},
+        EscapeCase{"Nul", "\0"s, "\\u0000"}, EscapeCase{"VerticalTab", "\v", "\\u000b"},
+        EscapeCase{"Escape", "\x1B[0m", "\\u001b[0m"}, EscapeCase{"LastControl", "\x1F ", "\\u001f "},
+        EscapeCase{"NeighboursOfSpecials", "!#%(;?[]\x7F/", "!#%(;?[]\x7F/"},
+        EscapeCase{"TwoBytes", "\xC2\x80\xDF\xBF", "\xC2\x80\xDF\xBF"},
+        EscapeCase{"ThreeBytes", "\xE0\xA0\x80\xED\x9F\xBF\xEE\x80\x80\xEF\xBF\xBF",
+                   "\xE0\xA0\x80\xED\x9F\xBF\xEE\x80\x80\xEF\xBF\xBF"},
+        EscapeCase{"FourBytes", "\xF0\x90\x80\x80\xF4\x8F\xBF\xBF", "\xF0\x90\x80\x80\xF4\x8F\xBF\xBF"},
+        EscapeCase{"AboveTheLastCodePoint", "\xF4\x90\x80\x80.\xF7\xBF\xBF\xBF", replaced + "." + replaced},
+        EscapeCase{"FiveBytes", "\xF8\x88\x80\x80\x80", replaced},
+        EscapeCase{"SixBytes", "\xFC\x84\x80\x80\x80\x80\xFD\xBF\xBF\xBF\xBF\xBF", replaced + replaced},
+        EscapeCase{"NoLead", "\xFE\xFF", replaced + replaced},
+        EscapeCase{"LoneContinuations", "\x80\xBF", replaced + replaced},
+        EscapeCase{"OneContinuationTooMany", "\xC3\xA9\xA9", "\xC3\xA9" + replaced},
+        EscapeCase{"OverlongMarkup", "\xC0\xBC\xE0\x80\xBC\xF0\x80\x80\xBC\xF8\x80\x80\x80\xBC",
+                   replaced + replaced + replaced + replaced},
+        EscapeCase{"OverlongLimits", "\xC1\xBF\xE0\x9F\xBF\xF0\x8F\xBF\xBF\xFC\x80\x80\x80\x80\xBC",
+                   replaced + replaced + replaced + replaced},
+        EscapeCase{"Surrogates", "\xED\xA0\x80.\xED\xBF\xBF", replaced + "." + replaced},
+        EscapeCase{"CutByText", "\xC3(\xE2\x82<\xF0\x9F\x98\"",
+                   replaced + "(" + replaced + "\\u003c" + replaced + "\\\""},
+        EscapeCase{"CutBySequence", "\xF0\x9F\x98\xC3\xA9\xE2\xE2\x82\xAC",
+                   replaced + "\xC3\xA9" + replaced + "\xE2\x82\xAC"},
+        EscapeCase{"CutLong", "\xFD\xBF\xBF\xBF\xBF(", replaced + "("},
+        EscapeCase{"Markup", "<a href=\"x\">it's & \xE2\x82\xAC</a>\n",
+                   "\\u003ca href\\u003d\\\"x\\\"\\u003eit\\u0027s \\u0026 \xE2\x82\xAC\\u003c/a\\u003e\\n"}),
+    [](const auto& info) { return info.param.name; });
+
+TEST(JsonEscapeEndTest, replacesASequenceThatTheEndCutsShort) {
+    const std::string longest[] = {"\xC3\xA9", "\xE2\x82\xAC", "\xF0\x9F\x98\x80", "\xF8\x88\x80\x80\x80",
+                                   "\xFC\x84\x80\x80\x80\x80"};
+    for (const std::string& sequence : longest) {
+        for (std::size_t length = 1; length < sequence.size(); ++length) {
+            // The rest is there, but does not belong to the text.
+            const std::string text = "ab" + sequence;
+            EXPECT_EQ(escaped(std::string_view(text).substr(0, 2 + length)), "ab" + replaced);
+        }
+    }
+}
+
+std::u32string plainlyDecoded(std::string_view utf8) {
+    struct Form {
+        unsigned mask, lead;
+        char32_t smallest;
+    };
+    static const std::vector<Form> forms{{0x80, 0x00, 0},        {0xE0, 0xC0, 0x80},
+                                         {0xF0, 0xE0, 0x800},    {0xF8, 0xF0, 0x10000},
+                                         {0xFC, 0xF8, 0x200000}, {0xFE, 0xFC, 0x4000000}};
+    std::u32string text;
+    std::size_t at = 0;
+    while (at < utf8.size()) {
+        const auto lead = static_cast<unsigned char>(utf8[at++]);
+        const auto form = std::ranges::find_if(forms, [lead](auto& f) { return (lead & f.mask) == f.lead; });
+        if (form == forms.end()) {
+            text += U'\uFFFD';
+            continue;
+        }
+        char32_t number = lead & ~form->mask;
+        auto missing = form - forms.begin();
+        for (; missing > 0 && at < utf8.size() && (utf8[at] & 0xC0) == 0x80; --missing) {
+            number = number * 64 + (utf8[at++] & 0x3F);
+        }
+        const bool isCharacter = missing == 0 && number >= form->smallest && number <= 0x10FFFF &&
+                                 (number < 0xD800 || number > 0xDFFF);
+        text += isCharacter ? number : U'\uFFFD';
+    }
+    return text;
+}
+
+/// One character at a time.
+std::string plainlyEscaped(std::string_view utf8) {
+    static const std::map<char32_t, std::string> named{{'"', "\\\""}, {'\n', "\\n"}, {'\t', "\\t"},
+                                                       {'\r', "\\r"}, {'\b', "\\b"}, {'\f', "\\f"},
+                                                       {'\\', "\\\\"}};
+    std::string json;
+    for (const char32_t character : plainlyDecoded(utf8)) {
+        char digits[] = "\\u0000";
+        if (const auto name = named.find(character); name != named.end()) {
+            json += name->second;
+        } else if (character < 0x20 ||
+                   std::u32string_view(U"&'<=>").find(character) != std::u32string::npos) {
+            std::snprintf(digits, sizeof digits, "\\u%04x", static_cast<unsigned>(character));
+            json += digits;
+        } else if (character < 0x10000) {
+            json += fl::i18n::to_string(std::u16string(1, static_cast<char16_t>(character)));
+        } else {
+            json += fl::i18n::to_string(std::u16string{static_cast<char16_t>(0xD7C0 + character / 0x400),
+                                                       static_cast<char16_t>(0xDC00 + character % 0x400)});
+        }
+    }
+    return json;
+}
+
+class JsonEscapeRandomTest : public testing::Test {
+protected:
+    std::size_t below(std::size_t limit) {
+        return std::uniform_int_distribution<std::size_t>(0, limit - 1)(random_);
+    }
+
+    /// Plain runs about as long as blocks, special characters, whole and cut sequences, any bytes.
+    std::string randomUtf8() {
+        static const std::vector<std::string> pieces{"\"",
+                                                     "\\",
+                                                     "\n",
+                                                     "<",
+                                                     "'",
+                                                     "\x01",
+                                                     "\xC3\xA9",
+                                                     "\xE6\x95\xB0",
+                                                     "\xF0\x9F\x98\x80",
+                                                     "\xE2\x82",
+                                                     "\xF4\x90\x80\x80",
+                                                     "\xED\xA0\x80",
+                                                     "\xF8\x88\x80\x80\x80",
+                                                     "\xFC\x84\x80",
+                                                     "\xC0\xBC"};
+        std::string text;
+        for (std::size_t count = below(30); count > 0; --count) {
+            switch (below(3)) {
+                case 0:
+                    text.append(below(70), 'a');
+                    break;
+                case 1:
+                    text += pieces.at(below(pieces.size()));
+                    break;
+                default:
+                    text += static_cast<char>(below(256));
+                    break;
+            }
+        }
+        return text;
+    }
+    std::u16string randomUtf16() {
+        std::u16string text;
+        for (std::size_t count = below(30); count > 0; --count) {
+            switch (below(4)) {
+                case 0:
+                    text.append(below(70), u'a');
+                    break;
+                case 1:
+                    text += static_cast<char16_t>(below(0x100));
+                    break;
+                case 2:
+                    text += static_cast<char16_t>(0xD800 + below(0x800));
+                    break;
+                default:
+                    text += static_cast<char16_t>(below(0x10000));
+                    break;
+            }
+        }
+        return text;
+    }
+
+private:
+    std::mt19937 random_{20240229};
+};
+
+TEST_F(JsonEscapeRandomTest, agreesWithAPlainReading) {
+    for (int round = 0; round < 20000; ++round) {
+        const std::string utf8 = randomUtf8();
+        ASSERT_EQ(escaped(std::string_view(utf8)), plainlyEscaped(utf8)) << "round " << round;
+    }
+}
+
+TEST_F(JsonEscapeRandomTest, agreesWithAPlainReadingOfUtf16) {
+    for (int round = 0; round < 20000; ++round) {
+        const std::u16string text = randomUtf16();
+        ASSERT_EQ(escaped(std::u16string_view(text)), plainlyEscaped(fl::i18n::to_string(text)))
+            << "round " << round;
+    }
+}
+
+TEST(JsonEscapeUtf16Test, looksNowhereBeyondItsInput) {
+    EXPECT_EQ(escaped(std::u16string_view(u"\xD83D\xDE00", 1)), replaced);
+}
+
+// A surrogate pair over the border between two of the pieces for which room is made.
+TEST(JsonEscapeUtf16Test, keepsAPairTogetherWhereverItStands) {
+    for (std::size_t before = 480; before < 1100; ++before) {
+        const std::u16string text = std::u16string(before, u'a') + u"\U0001F600\u00E9";
+        const std::string utf8 = std::string(before, 'a') + "\xF0\x9F\x98\x80\xC3\xA9";
+        EXPECT_EQ(escaped(std::u16string_view(text)), utf8);
+        EXPECT_EQ(fl::i18n::to_string(text), utf8);
+    }
+}
+
+// The longest form of every character, in text of several pieces.
+TEST(JsonEscapeUtf16Test, hasRoomForTheLongestForm) {
+    for (const std::size_t size : {1U, 1023U, 1024U, 1025U, 5000U}) {
+        const std::string json = escaped(std::u16string_view(std::u16string(size, u'<')));
+        EXPECT_EQ(json.size(), 6 * size);
+        EXPECT_EQ(escaped(std::string_view(std::string(size, '<'))), json);
+        EXPECT_EQ(escaped(std::string_view(std::string(size, '\xFF'))).size(), 3 * size);
+    }
+}
+
+}  // namespace
+}  // namespace connector::json

@@ -1,0 +1,109 @@
+#include <cstdint>
+#include <limits>
+#include <string>
+#include <vector>
+
+#include <Poco/JSON/Array.h>
+#include <Poco/JSON/Object.h>
+#include <gtest/gtest.h>
+
+#include "connector/json/parse.h"
+#include "connector/json/write.h"
+
+namespace {
+
+using connector::json::deepestNesting;
+using connector::json::parse;
+using connector::json::ParseError;
+using namespace std::string_literals;
+
+std::string compact(const std::string& text) { return connector::json::written(parse(text)); }
+
+std::string failure(const std::string& text) {
+    try {
+        parse(text);
+    } catch (const ParseError& error) {
+        return error.what();
+    }
+    return "parsed";
+}
+
+struct Row {
+    std::string name, text, outcome;
+};
+std::string nameOf(const testing::TestParamInfo<Row>& info) { return info.param.name; }
+
+class JsonParseTest : public testing::TestWithParam<Row> {};
+
+TEST_P(JsonParseTest, readsWhatIsJson) { EXPECT_EQ(compact(GetParam().text), GetParam().outcome); }
+
+INSTANTIATE_TEST_SUITE_P(
+    Values, JsonParseTest,
+    testing::Values(Row{"Blanks", " \t\r\n[ 1 , { \"a\" : null } ] \n", R"([1,{"a":null}])"},
+                    Row{"Empty", "[[],{},\"\"]", R"([[],{},""])"},
+                    Row{"Words", "[true,false,null]", "[true,false,null]"},
+                    Row{"Integers", "[0,-0,-9223372036854775808,18446744073709551615]",
+                        "[0,0,-9223372036854775808,18446744073709551615]"},
+                    Row{"Reals", "[1.5,-2e3,1E-2,0.0,1e-400]", "[1.5,-2000,0.01,0,0]"},
+                    Row{"EqualKeys", R"({"a":1,"a":2})", R"({"a":2})"},
+                    Row{"Escapes", R"(["\"\\\/\b\f\n\r\t\u0041"])", R"(["\"\\/\b\f\n\r\tA"])"},
+                    Row{"Pair", R"("\uD83D\uDE00\u00e9")", "\"\xF0\x9F\x98\x80\xC3\xA9\""},
+                    Row{"Utf8", "\"\xC3\xA9\xE6\xBC\xA2\xF0\x9F\x98\x80\"",
+                        "\"\xC3\xA9\xE6\xBC\xA2\xF0\x9F\x98\x80\""}),
+    nameOf);
+
+class JsonParseFailureTest : public testing::TestWithParam<Row> {};
+
+TEST_P(JsonParseFailureTest, saysWhereAndWhy) {
+    EXPECT_EQ(failure(GetParam().text), "Invalid JSON at byte " + GetParam().outcome);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Texts, JsonParseFailureTest,
+    testing::Values(Row{"Nothing", "", "0: expected a value but the text ends"},
+                    Row{"ByteOrderMark", "\xEF\xBB\xBF[]", "0: expected a value"},
+                    Row{"Word", "[nul]", "1: expected a value"}, Row{"NaN", "NaN", "0: expected a value"},
+                    Row{"More", "1 2", "2: there is more text behind the value"},
+                    Row{"NullBehind", "1\0"s, "1: there is more text behind the value"},
+                    Row{"NoBracket", "[1", "2: expected ',' or ']' but the text ends"},
+                    Row{"TrailingComma", "[1,]", "3: expected a value"},
+                    Row{"NoColon", R"({"a" 1})", "5: expected ':'"},
+                    Row{"BareKey", "{a:1}", "1: expected a key in quotes"},
+                    Row{"KeyAfterComma", R"({"a":1,})", "7: expected a key in quotes"},
+                    Row{"NoBrace", R"({"a":1)", "6: expected ',' or '}' but the text ends"},
+                    Row{"LeadingZero", "[01]", "1: a number begins with 0"},
+                    Row{"Plus", "+1", "0: expected a value"}, Row{"Point", ".5", "0: expected a value"},
+                    Row{"NoFraction", "1.", "2: expected a digit but the text ends"},
+                    Row{"NoExponent", "[1e+]", "4: expected a digit"},
+                    Row{"Minus", "[-]", "2: expected a digit"},
+                    Row{"TooLarge", "[1e400]", "1: a number beyond the range of a double"},
+                    Row{"NoQuote", "\"abc", "4: a string without an end"},
+                    Row{"Newline", "\"a\nb\"", "2: a control character in a string"},
+                    Row{"Escape", R"("a\x")", "2: an escape that JSON does not have"},
+                    Row{"EscapeCut", "\"\\", "1: an escape that JSON does not have"},
+                    Row{"Hex", R"("\u12G4")", "3: expected four hexadecimal digits"},
+                    Row{"HexCut", R"("\u12)", "2: an unfinished escape"},
+                    Row{"HighAlone", R"("\uD83Dx")", "1: an escape that is half a pair of surrogates"},
+                    Row{"LowFirst", R"("\uDE00\uD83D")", "1: an escape that is half a pair of surrogates"},
+                    Row{"Overlong", "[\"ab\xC0\xAF\"]", "4: malformed UTF-8: overlong form"},
+                    Row{"Utf8Cut", "\"\xE6\xBC", "1: malformed UTF-8: unfinished sequence"}),
+    nameOf);
+
+TEST(JsonWriteTest, writesWhatProgramsPutIntoObjects) {
+    Poco::JSON::Object object(Poco::JSON_PRESERVE_KEY_ORDER);
+    object.set("z<", std::int32_t{-1});
+    object.set("a", Poco::JSON::Array());
+    object.set("nan", std::numeric_limits<double>::quiet_NaN());
+    EXPECT_EQ(connector::json::written(object), R"({"z\u003c":-1,"a":[],"nan":null})");
+    EXPECT_THROW(connector::json::written(Poco::Dynamic::Var(std::vector<std::string>{"a"})),
+                 Poco::BadCastException);
+}
+
+TEST(JsonParseNestingTest, hasAnEnd) {
+    const auto nested = [](std::size_t depth) { return std::string(depth, '[') + std::string(depth, ']'); };
+    EXPECT_EQ(compact(nested(deepestNesting)), nested(deepestNesting));
+    EXPECT_EQ(failure(nested(deepestNesting + 1)), "Invalid JSON at byte 1000: nested too deep");
+    EXPECT_EQ(failure(std::string(1'000'000, '[')), "Invalid JSON at byte 1000: nested too deep");
+}
+
+}  // namespace
