@@ -2,16 +2,16 @@
 
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <CLI/CLI.hpp>
 #include <Poco/JSON/Array.h>
-#include <Poco/JSON/JSONException.h>
 #include <Poco/JSON/Object.h>
-#include <Poco/JSON/Parser.h>
 #include <unistd.h>
 
 #include "InProcessSession.h"
+#include "connector/json/parse.h"
 #include "terminal.h"
 #include "text.h"
 
@@ -28,21 +28,35 @@ struct CallOptions {
 
 // The message holds values, not texts.
 Poco::JSON::Array::Ptr valuesOf(const std::vector<std::string>& texts) {
-    std::string all = "[";
+    Poco::JSON::Array::Ptr values = new Poco::JSON::Array;
     for (std::size_t i = 0; i < texts.size(); ++i) {
         const std::string what = "argument number " + std::to_string(i + 1);
         requireUtf8(what, texts[i]);
         try {
-            // Alone in an array it must be one value.
-            const auto alone =
-                Poco::JSON::Parser().parse("[" + texts[i] + "]").extract<Poco::JSON::Array::Ptr>();
-            if (alone->size() != 1) throw InputError(what + " is not one JSON value");
-        } catch (const Poco::Exception& error) {
-            throw InputError(what + " is no JSON: " + error.displayText());
+            values->add(connector::json::parse(texts[i]));
+        } catch (const connector::json::ParseError& error) {
+            throw InputError(what + ": " + error.what());
         }
-        all += (i == 0 ? "" : ",") + texts[i];
     }
-    return Poco::JSON::Parser().parse(all + "]").extract<Poco::JSON::Array::Ptr>();
+    return values;
+}
+
+// Results are written so that they can stand inside markup, which nobody wants to read in a terminal.
+std::string readable(const std::string& json) {
+    std::string text;
+    for (std::size_t i = 0; i < json.size(); ++i) {
+        text.push_back(json[i]);
+        if (json[i] != '\\') continue;
+        const std::string_view escape = std::string_view(json).substr(i + 1, 5);
+        if (escape == "u0026" || escape == "u0027" || escape == "u003c" || escape == "u003d" ||
+            escape == "u003e") {
+            text.back() = static_cast<char>(std::stoi(json.substr(i + 2, 4), nullptr, 16));
+            i += escape.size();
+        } else if (i + 1 < json.size()) {
+            text.push_back(json[++i]);
+        }
+    }
+    return text;
 }
 
 int runCall(const CallOptions& options) {
@@ -63,7 +77,8 @@ int runCall(const CallOptions& options) {
                  fault->getValue<std::string>("faultCode") + ": " + fault->getValue<std::string>("message"));
     }
     if (!hasFailed) {
-        writeAll(session.host().standardOutput(), response->getValue<std::string>("results") + "\n");
+        writeAll(session.host().standardOutput(),
+                 readable(response->getValue<std::string>("results")) + "\n");
     }
     return hasFailed ? 1 : 0;
 }

@@ -1,89 +1,146 @@
 #include "events/LocalEventManager.h"
 
-#include <algorithm>
 #include <exception>
-#include <mutex>
 #include <utility>
 
+#include "fl/i18n/text.h"
 #include "foundation/log/diagnostic_logger.h"
+#include "standalone/StandaloneHost.h"
 
 namespace standalone {
 
-using foundation::msg_svc::eventmgr::BaseEvent;
-using foundation::msg_svc::eventmgr::Connection;
+namespace {
 
-// A handler runs under its subscription's own recursive mutex, so that ending the subscription waits for a
-// handler on another thread, and not for one that it is called from.
-struct LocalEventManager::Subscription {
-    Subscription(std::u16string type, std::u16string tag, Handler function)
-        : typeName(std::move(type)), userTag(std::move(tag)), handler(std::move(function)) {}
+// The manager whose handlers this thread runs.
+thread_local const LocalEventManager* dispatching = nullptr;
 
-    bool matches(const BaseEvent& event) const {
-        if (!event.isKindOf(typeName)) return false;
-        const auto& tags = event.getTypeInformation().getUserTags();
-        return userTag.empty() || std::find(tags.begin(), tags.end(), userTag) != tags.end();
-    }
-
-    const std::u16string typeName;
-    const std::u16string userTag;
-    const Handler handler;
-    std::recursive_mutex running;
-    bool isActive = true;  // guarded by `running`
-};
-
-class LocalEventManager::LocalConnection : public Connection {
-public:
-    LocalConnection(std::weak_ptr<LocalEventManager> manager, std::shared_ptr<Subscription> subscription)
-        : manager_(std::move(manager)), subscription_(std::move(subscription)) {}
-    ~LocalConnection() override { LocalConnection::disconnect(); }
-
-    void disconnect() override {
-        const auto subscription = std::move(subscription_);
-        if (!subscription) return;
-        if (const auto manager = manager_.lock()) manager->remove(subscription);
-        const std::lock_guard lock(subscription->running);
-        subscription->isActive = false;
-    }
-
-private:
-    const std::weak_ptr<LocalEventManager> manager_;
-    std::shared_ptr<Subscription> subscription_;
-};
-
-std::unique_ptr<Connection> LocalEventManager::subscribeImpl(std::u16string typeName, std::u16string userTag,
-                                                             Handler handler) {
-    auto subscription =
-        std::make_shared<Subscription>(std::move(typeName), std::move(userTag), std::move(handler));
-    {
-        connector::MutexLock lock(mutex_);
-        subscriptions_.push_back(subscription);
-    }
-    return std::make_unique<LocalConnection>(weak_from_this(), std::move(subscription));
+const foundation::log::DiagnosticLogger& logger() {
+    static const foundation::log::DiagnosticLogger instance("standalone::events");
+    return instance;
 }
 
-void LocalEventManager::remove(const std::shared_ptr<Subscription>& subscription) {
+}  // namespace
+
+LocalEventManager::LocalEventManager(EventLimits limits)
+    : limits_(limits), thread_([this] { dispatchLoop(); }) {}
+
+void LocalEventManager::raiseImpl(std::shared_ptr<const BaseEvent> event) {
+    raiseAround(event, [](const std::function<void()>& wait) { wait(); });
+}
+
+void LocalEventManager::raiseAround(const std::shared_ptr<const BaseEvent>& event, const AroundWait& around) {
+    if (dispatching == this) {
+        deliver(*event);
+        return;
+    }
+    std::uint64_t number = 0;
+    {
+        connector::MutexLock lock(mutex_);
+        if (isStopped_) return;
+        number = queueLocked(event, 0, true);
+    }
+    if (number == 0) return;
+    queued_.notify_one();
+    Wait end = Wait::Delivered;
+    around([&] { end = waitFor(number); });
+    if (end == Wait::TimedOut) {
+        logger().warning("The handlers of '" + fl::i18n::to_string(event->getTypeInformation().name()) +
+                         "' take too long; what raises events goes on without them.");
+    }
+}
+
+void LocalEventManager::post(std::shared_ptr<const BaseEvent> event, std::size_t bytes) {
+    if (!hasSubscriptions(event->getTypeInformation())) return;
+    {
+        connector::MutexLock lock(mutex_);
+        if (isStopped_ || queueLocked(std::move(event), bytes, false) == 0) return;
+    }
+    queued_.notify_one();
+}
+
+// The number of the entry, or 0 when it was dropped. Events that are waited for are no more than there are
+// threads, so there is room for them; those that would be, but for a handler that does not end, may be many.
+std::uint64_t LocalEventManager::queueLocked(std::shared_ptr<const BaseEvent> event, std::size_t bytes,
+                                             bool isWaitedFor) {
+    const bool isBounded = !isWaitedFor || isStuck_;
+    const bool isFull = queue_.size() >= limits_.events || bytes > limits_.bytes - queuedBytes_;
+    if (isBounded && isFull) {
+        ++dropped_;
+        return 0;
+    }
+    queue_.push_back(Entry{std::move(event), bytes, lastQueued_ + 1});
+    queuedBytes_ += bytes;
+    return ++lastQueued_;
+}
+
+LocalEventManager::Wait LocalEventManager::waitFor(std::uint64_t number) {
+    const auto deadline = std::chrono::steady_clock::now() + limits_.patience;
     connector::MutexLock lock(mutex_);
-    std::erase(subscriptions_, subscription);
+    if (isStuck_) return Wait::Stuck;
+    while (lastDelivered_ < number) {
+        if (isStopped_) return Wait::Stopped;
+        if (delivered_.wait_until(lock.native(), deadline) == std::cv_status::timeout &&
+            lastDelivered_ < number) {
+            return std::exchange(isStuck_, true) ? Wait::Stuck : Wait::TimedOut;
+        }
+    }
+    return Wait::Delivered;
 }
 
-void LocalEventManager::raise(const BaseEvent& event) {
-    std::vector<std::shared_ptr<Subscription>> matching;
+void LocalEventManager::dispatchLoop() {
+    blockInterpreterSignals();
+    dispatching = this;
+    connector::MutexLock lock(mutex_);
+    for (;;) {
+        while (queue_.empty() && !isStopped_) queued_.wait(lock.native());
+        if (isStopped_) return;
+        Entry entry = std::move(queue_.front());
+        queue_.pop_front();
+        queuedBytes_ -= entry.bytes;
+        const std::size_t dropped = queue_.empty() ? std::exchange(dropped_, 0) : 0;
+        lock.unlock();
+        if (dropped > 0)
+            logger().warning(std::to_string(dropped) + " events were dropped: too many were waiting.");
+        deliver(*entry.event);
+        entry.event.reset();
+        lock.lock();
+        lastDelivered_ = entry.number;
+        isStuck_ = false;
+        delivered_.notify_all();
+    }
+}
+
+// The handler's own calls are gone by the time its exception is caught, and those that led to it are still
+// the same. So the trace is taken then, and costs nothing otherwise.
+void LocalEventManager::deliver(const BaseEvent& event) {
+    try {
+        table_->deliver(event, [this] {
+            try {
+                processExceptionFromEventHandler(GetStackTrace());
+            } catch (const std::exception& error) {
+                logger().error("An exception of a handler could not be reported: " +
+                               std::string(error.what()));
+            }
+        });
+    } catch (const std::exception& error) {
+        logger().error("An event could not be delivered: " + std::string(error.what()));
+    }
+}
+
+void LocalEventManager::stop() {
+    std::deque<Entry> rest;
+    std::size_t dropped = 0;
     {
         connector::MutexLock lock(mutex_);
-        for (const auto& subscription : subscriptions_) {
-            if (subscription->matches(event)) matching.push_back(subscription);
-        }
+        isStopped_ = true;
+        rest.swap(queue_);
+        queuedBytes_ = 0;
+        dropped = std::exchange(dropped_, 0) + rest.size();
     }
-    for (const auto& subscription : matching) {
-        const std::lock_guard lock(subscription->running);
-        if (!subscription->isActive) continue;
-        try {
-            subscription->handler(event);
-        } catch (const std::exception& error) {
-            foundation::log::DiagnosticLogger("standalone::events")
-                .error("An event handler failed: " + std::string(error.what()));
-        }
-    }
+    queued_.notify_all();
+    delivered_.notify_all();
+    if (thread_.joinable()) thread_.join();
+    if (dropped > 0) logger().warning(std::to_string(dropped) + " events were not delivered before the end.");
 }
 
 }  // namespace standalone

@@ -1,36 +1,123 @@
 #pragma once
 
+#include <chrono>
+#include <condition_variable>
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <functional>
 #include <memory>
 #include <string>
-#include <vector>
+#include <string_view>
+#include <thread>
+#include <utility>
 
 #include "connector/ThreadSafety.h"
+#include "events/SubscriptionTable.h"
 #include "foundation/msg_svc/eventmgr/EventMgr.h"
 
 namespace standalone {
 
-/// The event manager of the embedded interpreter. Handlers run on the thread that raises.
+struct EventLimits {
+    /// What may wait for its delivery: this many events, with this many bytes in what they carry.
+    std::size_t events = 10'000;
+    std::size_t bytes = 64U << 20U;
+    /// How long `raise` waits for the handlers of its event.
+    std::chrono::milliseconds patience = std::chrono::seconds(10);
+};
+
+/// The event manager of the embedded interpreter. Handlers run on one thread of its own, one at a time and in
+/// the order in which the events were raised or posted.
 ///
-/// Threads: any.  Locks: mutex_, a leaf, for the table; handlers run without it.
-class LocalEventManager : public foundation::msg_svc::eventmgr::EventMgr,
-                          public std::enable_shared_from_this<LocalEventManager> {
+///     raise, post -> queued -> handlers run -> delivered
+///                       \________ stop ____________________ dropped
+///
+/// Threads: any, but for the destructor and `stop`, which are not for a handler. Make it on a thread that has
+/// called blockInterpreterSignals.
+/// Locks: mutex_, a leaf, for the queue; handlers, stack traces and log lines come without it.
+class LocalEventManager : public foundation::msg_svc::eventmgr::EventMgr {
 public:
-    void raise(const foundation::msg_svc::eventmgr::BaseEvent& event) override EXCLUDES(mutex_);
+    using BaseEvent = foundation::msg_svc::eventmgr::BaseEvent;
+    using TypeInformation = foundation::msg_svc::eventmgr::TypeInformation;
+    using WatchToken = foundation::msg_svc::eventmgr::WatchToken;
+    /// Calls its argument, which waits, with a lock of the caller's released.
+    using AroundWait = std::function<void(const std::function<void()>&)>;
+
+    explicit LocalEventManager(EventLimits limits = {});
+    ~LocalEventManager() override { stop(); }
+    LocalEventManager(const LocalEventManager&) = delete;
+    LocalEventManager& operator=(const LocalEventManager&) = delete;
+
+    /// Handlers have `limits.patience` to end. After that the event keeps its place but is not waited for any
+    /// longer, nor is any other until the handler that takes so long has ended. On the dispatch thread, and
+    /// so in a handler, the event is delivered at once, before what is queued.
+    using EventMgr::raise;
+    /// The same for a caller with a lock that handlers may take. The event has its place in the order before
+    /// the lock is released.
+    template <class E>
+    void raise(E&& event, const AroundWait& around) {
+        if (const auto shared = shareIfHeard(std::forward<E>(event))) raiseAround(shared, around);
+    }
+
+    /// Queues an event that nobody has to wait for; `bytes` is the size of what it carries. Dropped when that
+    /// is more than the queue holds: the log says how many were, once the queue has been emptied.
+    /// Blocks: never on a handler.
+    void post(std::shared_ptr<const BaseEvent> event, std::size_t bytes = 0) EXCLUDES(mutex_);
+
+    bool hasSubscriptions(const TypeInformation& type) const override {
+        return table_->hasSubscriptions(type);
+    }
+    /// Tells cheaply whether anybody listens to `E` by its own name, with no tag; or by the tag.
+    template <class E>
+    WatchToken watch() const {
+        return table_->watchType(E::typeName);
+    }
+    WatchToken watchTag(std::u16string_view userTag) const { return table_->watchTag(userTag); }
+
+    /// Delivers nothing more: drops what is queued, lets go who waits for it, and joins the thread.
+    /// Blocks: until the handler that is running has returned.
+    void stop() EXCLUDES(mutex_);
 
 protected:
+    void raiseImpl(std::shared_ptr<const BaseEvent> event) override;
     std::unique_ptr<foundation::msg_svc::eventmgr::Connection> subscribeImpl(std::u16string typeName,
                                                                              std::u16string userTag,
-                                                                             Handler handler) override
-        EXCLUDES(mutex_);
+                                                                             Handler handler) override {
+        return table_->add(std::move(typeName), std::move(userTag), std::move(handler));
+    }
 
 private:
-    struct Subscription;
-    class LocalConnection;
+    struct Entry {
+        std::shared_ptr<const BaseEvent> event;
+        std::size_t bytes = 0;
+        std::uint64_t number = 0;
+    };
+    enum class Wait { Delivered, Stopped, Stuck, TimedOut };
 
-    void remove(const std::shared_ptr<Subscription>& subscription) EXCLUDES(mutex_);
+    void raiseAround(const std::shared_ptr<const BaseEvent>& event, const AroundWait& around)
+        EXCLUDES(mutex_);
+    std::uint64_t queueLocked(std::shared_ptr<const BaseEvent> event, std::size_t bytes, bool isWaitedFor)
+        REQUIRES(mutex_);
+    Wait waitFor(std::uint64_t number) EXCLUDES(mutex_);
+
+    void dispatchLoop() EXCLUDES(mutex_);
+    void deliver(const BaseEvent& event);
+
+    const EventLimits limits_;
+    const std::shared_ptr<SubscriptionTable> table_ = std::make_shared<SubscriptionTable>();
 
     connector::Mutex mutex_;
-    std::vector<std::shared_ptr<Subscription>> subscriptions_ GUARDED_BY(mutex_);
+    std::condition_variable queued_;     // something to deliver, or the end
+    std::condition_variable delivered_;  // to who waits for it
+    std::deque<Entry> queue_ GUARDED_BY(mutex_);
+    std::size_t queuedBytes_ GUARDED_BY(mutex_) = 0;
+    std::size_t dropped_ GUARDED_BY(mutex_) = 0;  // since the queue was empty
+    std::uint64_t lastQueued_ GUARDED_BY(mutex_) = 0;
+    std::uint64_t lastDelivered_ GUARDED_BY(mutex_) = 0;
+    bool isStuck_ GUARDED_BY(mutex_) = false;  // somebody has lost patience, and nothing has ended since
+    bool isStopped_ GUARDED_BY(mutex_) = false;
+
+    std::thread thread_;
 };
 
 }  // namespace standalone

@@ -7,6 +7,9 @@
 #include <variant>
 
 #include "cmddistributor/RuntimeException.h"
+#include "connector/common/DataBuffer.h"
+#include "fl/i18n/text.h"
+#include "interpreter/JsonWriter.h"
 #include "interpreter/pythonText.h"
 
 namespace standalone {
@@ -15,12 +18,14 @@ namespace {
 
 constexpr const char* callJson = "connector.internal.fevalJSON";
 
-matrix::ArrayPtr answer(std::u16string results, bool isError, std::u16string faultMessage) {
+std::vector<matrix::ArrayPtr> answer(std::u16string results, bool isError, std::u16string faultMessage) {
     std::vector<matrix::Field> fields;
     fields.push_back({"results", matrix::create(std::move(results))});
     fields.push_back({"error", matrix::createLogical(isError)});
     fields.push_back({"faultMessage", matrix::create(std::move(faultMessage))});
-    return matrix::createStruct(std::move(fields));
+    std::vector<matrix::ArrayPtr> outputs;
+    outputs.push_back(matrix::createStruct(std::move(fields)));
+    return outputs;
 }
 
 cmddistributor::RuntimeException refusal(std::u16string message) {
@@ -30,8 +35,9 @@ cmddistributor::RuntimeException refusal(std::u16string message) {
 }  // namespace
 
 FunctionCaller::FunctionCaller(PyObject* runtimeModule)
-    : call_(PyObject_GetAttrString(runtimeModule, "call")) {
-    if (!call_) {
+    : call_(PyObject_GetAttrString(runtimeModule, "call")),
+      message_(PyObject_GetAttrString(runtimeModule, "message")) {
+    if (!call_ || !message_) {
         PyErr_Clear();
         throw std::runtime_error("The Python runtime module has no function to call others.");
     }
@@ -53,17 +59,23 @@ std::vector<matrix::ArrayPtr> FunctionCaller::call(const cmddistributor::FEvalII
                              ? PyObject_CallFunction(call_.get(), "OdO", function.get(),
                                                      matrix::get_scalar(*arguments[1]), texts.get())
                              : nullptr);
-    std::vector<matrix::ArrayPtr> outputs;
     PyObject *results = nullptr, *fault = nullptr;
-    if (returned && PyArg_ParseTuple(returned.get(), "UO", &results, &fault) != 0) {
-        outputs.push_back(answer(utf16(results), fault != Py_None, utf16(fault)));
-    } else {
-        // Not even the failure could be put into words, for want of memory or because of an interrupt.
-        const bool isInterrupt = PyErr_ExceptionMatches(PyExc_KeyboardInterrupt) != 0;
-        PyErr_Clear();
-        outputs.push_back(answer(u"[]", true, isInterrupt ? u"KeyboardInterrupt" : u"The call failed."));
-    }
-    return outputs;
+    if (!returned || PyArg_ParseTuple(returned.get(), "OO", &results, &fault) == 0) return failed();
+    if (fault != Py_None) return answer(u"[]", true, utf16(fault));
+    connector::common::DataBuffer json;
+    if (!JsonWriter().write(results, json)) return failed();
+    return answer(fl::i18n::to_ustring(json.view()), false, {});
+}
+
+std::vector<matrix::ArrayPtr> FunctionCaller::failed() {
+    PyObject *type = nullptr, *value = nullptr, *trace = nullptr;
+    PyErr_Fetch(&type, &value, &trace);
+    PyErr_NormalizeException(&type, &value, &trace);
+    const PyRef ownType(type), error(value), ownTrace(trace);
+    const PyRef message(error ? PyObject_CallOneArg(message_.get(), error.get()) : nullptr);
+    // For want of memory not even the failure could be put into words.
+    if (!message) PyErr_Clear();
+    return answer(u"[]", true, message ? utf16(message.get()) : u"The call failed.");
 }
 
 }  // namespace standalone

@@ -23,7 +23,11 @@ public:
     std::vector<matrix::ArrayPtr> call(const cmddistributor::FEvalIIP& iip);
 
 private:
+    /// What a failed call answers, from the Python exception that is set, which is cleared.
+    std::vector<matrix::ArrayPtr> failed();
+
     const PyRef call_;
+    const PyRef message_;
 };
 
 }  // namespace standalone

@@ -4,13 +4,19 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <optional>
 #include <stdexcept>
 #include <string>
+#include <variant>
 
 #include <pybind11/pybind11.h>
+#include <pybind11/stl.h>
 #include <unistd.h>
 
+#include "capabilities/missingCapability.h"
 #include "foundation/log/diagnostic_logger.h"
+#include "interpreter/ArrayReader.h"
+#include "interpreter/ImportGuard.h"
 #include "interpreter/InterpreterServices.h"
 #include "interpreter/pythonText.h"
 
@@ -123,6 +129,38 @@ py::object readLine(int prompt) {
 
 void readKey() { raiseUnlessRead(servicesForReading().readKey()); }
 
+// The array that a JSON text holds, as (bytearray of the elements, NumPy's letter for them, shape), or None.
+py::object readArray(const py::str& text) {
+    if (PyUnicode_IS_ASCII(text.ptr()) == 0) return py::none();
+    NumberArray array;
+    const auto length = static_cast<std::size_t>(PyUnicode_GET_LENGTH(text.ptr()));
+    const auto* const units = reinterpret_cast<const char*>(PyUnicode_1BYTE_DATA(text.ptr()));
+    if (!readNumberArray({units, length}, array)) return py::none();
+    constexpr std::array<const char*, 3> letters = {"d", "q", "?"};
+    const auto bytes = std::visit(
+        [](const auto& elements) {
+            return py::bytearray(reinterpret_cast<const char*>(elements.data()),
+                                 elements.size() * sizeof elements[0]);
+        },
+        array.elements);
+    return py::make_tuple(bytes, letters.at(array.elements.index()), py::tuple(py::cast(array.shape)));
+}
+
+// What is to be said of a capability that the client of the running request lacks: the identifier and the
+// message of the error. None when it has it, or has not said what it has.
+py::object missingCapability(const std::string& capability, const std::optional<std::string>& function) {
+    const auto* const options = bound != nullptr ? bound->runningOptions() : nullptr;
+    if (options == nullptr || options->capabilities().empty()) return py::none();
+    const auto& has = options->capabilities();
+    if (std::find(has.begin(), has.end(), capability) != has.end()) return py::none();
+    const std::string product = options->source() ? capabilities::onlineProductName : "";
+    const auto name = function ? boost::make_optional(*function) : boost::none;
+    return py::make_tuple(capabilities::missingCapabilityIdentifier(capabilities::Lack::Product, product),
+                          (product.empty() ? "The client" : product) + " lacks the capability '" +
+                              capability +
+                              "', which is needed by: " + capabilities::missingCapabilityFunction(name));
+}
+
 void defineFunctions(py::module_& module) {
     module.add_object("write_out",
                       py::reinterpret_steal<py::object>(PyCFunction_New(&writeOutDefinition, nullptr)));
@@ -130,8 +168,11 @@ void defineFunctions(py::module_& module) {
                       py::reinterpret_steal<py::object>(PyCFunction_New(&writeErrDefinition, nullptr)));
     module.def("read_line", &readLine, "Reads one typed line at a prompt.");
     module.def("read_key", &readKey, "Waits for one typed character.");
-    module.def("run_requests", [](int, const py::object&) {
-        if (bound != nullptr) bound->runRequests();
+    module.def("missing_capability", &missingCapability,
+               "What to say of a capability that the client lacks.");
+    module.def("read_array", &readArray, "Reads a JSON text that holds an array of numbers.");
+    module.def("run_requests", [imports = ImportGuard()](int, const py::object& frame) mutable {
+        if (bound != nullptr && imports.mayRunIn(frame.ptr())) bound->runRequests();
         // A system call that this handler interrupted is entered again without another look at the signals.
         if (PyErr_CheckSignals() != 0) throw py::error_already_set();
     });

@@ -17,7 +17,12 @@
 #include "interpreter/PythonRuntime.h"
 #include "interpreter/TerminalWindow.h"
 #include "iqm/PacketInfo.h"
+#include "nmutil/io/CLCEvent.h"
+#include "nmutil/io/HomeEvent.h"
 #include "nmutil/io/PrintableErrorEvent.h"
+#include "nmutil/io/SinkTextEvent.h"
+#include "nmutil/utils/InputRequestEvent.h"
+#include "nmutil/utils/IqmInputRequestEvent.h"
 #include "numora/lang/correction/SuggestionEvent.h"
 #include "services/io/CmdWinSink.h"
 #include "shutdown/ShutdownObject.h"
@@ -54,6 +59,10 @@ public:
         : prompts_(prompts), outer_(prompts.show(nmutil::prompt::NO_PROMPT)) {
         if (outer_ == nmutil::prompt::INCOMPLETE_BLOCK_PROMPT) outer_ = nmutil::prompt::BASE_PROMPT;
     }
+    // Where code waits at a prompt, it goes on doing so for all that listeners know, whatever runs meanwhile.
+    void announce() {
+        if (isBaseLevel()) prompts_.announce(nmutil::prompt::NO_PROMPT, true);
+    }
     ~PromptScope() {
         if (!isRestored_) restore(false);
     }
@@ -61,11 +70,14 @@ public:
     PromptScope& operator=(const PromptScope&) = delete;
 
     void restore(bool isIncomplete) {
-        prompts_.show(isIncomplete ? nmutil::prompt::INCOMPLETE_BLOCK_PROMPT : outer_);
         isRestored_ = true;
+        prompts_.show(isIncomplete ? nmutil::prompt::INCOMPLETE_BLOCK_PROMPT : outer_);
+        prompts_.announce(prompts_.current(), isBaseLevel());
     }
 
 private:
+    bool isBaseLevel() const { return outer_ == nmutil::prompt::BASE_PROMPT; }
+
     PromptReader& prompts_;
     nmutil::prompt::InputRequester outer_;
     bool isRestored_ = false;
@@ -82,6 +94,16 @@ void withoutInterpreterLock(const std::function<void()>& action) {
     action();
     PyEval_RestoreThread(state);
 }
+
+// Raises an event, and goes on when it has been dealt with: what follows must not overtake it. Its listeners
+// may need the interpreter's lock. The manager is shared because Python's own threads come back here even
+// when the interpreter has ended meanwhile.
+// NOLINTBEGIN(performance-unnecessary-value-param)
+template <class Event>
+void raiseUnlocked(std::shared_ptr<LocalEventManager> events, Event&& event) {
+    events->raise(std::forward<Event>(event), withoutInterpreterLock);
+}
+// NOLINTEND(performance-unnecessary-value-param)
 
 }  // namespace
 
@@ -112,11 +134,13 @@ Interpreter::Interpreter(const HostOptions& options)
       zvm_(std::make_shared<LocalZvm>(queue_)),
       prompts_(*queue_, {[this] {
                              drainOutput();
+                             prompts_.announce(prompts_.current(), false);
                              const auto& sink = CmdWinSinkHandle::activeSink(false);
                              sink->requestInput();
                              sink->setDirty(false);
                          },
-                         [this](std::unique_ptr<QueuedRequest> queued) { run(std::move(queued)); }}),
+                         [this](std::unique_ptr<QueuedRequest> queued) { run(std::move(queued)); },
+                         [this](auto prompt, bool isBaseLevel) { announcePrompt(prompt, isBaseLevel); }}),
       columns_(options.columns),
       rows_(options.rows) {
     std::promise<void> started;
@@ -145,6 +169,7 @@ Interpreter::~Interpreter() {
         }
     }
     thread_.join();
+    events_->stop();
 }
 
 int Interpreter::originalDescriptor(int descriptor) const {
@@ -258,9 +283,12 @@ std::unique_ptr<IIPResult> Interpreter::runRequest(QueuedRequest& queued) {
 
 std::unique_ptr<IIPResult> Interpreter::runFunctionCall(QueuedRequest& queued,
                                                         const cmddistributor::FEvalIIP& iip) {
-    const PromptScope prompt(prompts_);
+    PromptScope prompt(prompts_);
     std::vector<matrix::ArrayPtr> outputs;
-    interruptibly([&] { outputs = caller_->call(iip); });
+    interruptibly([&] {
+        prompt.announce();
+        outputs = caller_->call(iip);
+    });
     if (getpid() != processId_) std::_Exit(0);
     if (codeNumber_ == 0) tidyUp();
     if (!isAside_) drainOutput(true);
@@ -313,7 +341,10 @@ void Interpreter::evaluate(const std::u16string& code, iqm::Workspace&) {
     }
     PromptScope prompt(prompts_);
     CodeRunner::Result result = CodeRunner::Result::Failed;
-    interruptibly([&] { result = runner_->execute(code); });
+    interruptibly([&] {
+        prompt.announce();
+        result = runner_->execute(code);
+    });
     if (getpid() != processId_) runner_->exitForkedChild();  // or it would go on here as a second interpreter
 
     // Describing an error runs code of the user's, which may have to be interrupted, too.
@@ -323,16 +354,22 @@ void Interpreter::evaluate(const std::u16string& code, iqm::Workspace&) {
     drainOutput(true);
 
     const bool isIncomplete = result == CodeRunner::Result::Incomplete;
-    prompt.restore(isIncomplete);
     codeBlockStatus_ = isIncomplete ? 1 : 0;
     executionStatus_ = error ? error->exception.getExecutionStatus() : nmutil::cmddistributor::EXECUTION_OK;
-    if (!error) return;
+    if (error) showFailure(*error);
+    prompt.restore(isIncomplete);
+    if (error) throw RuntimeException(error->exception);
+}
+
+// A suggestion for captured code becomes part of its response, and is no news to others.
+void Interpreter::showFailure(const CodeError& failure) {
     if (executionStatus_ == nmutil::cmddistributor::EXECUTION_INTERRUPTED) {
         CmdWinSinkHandle::activeSink(false)->ctrlCProcessed();
     }
-    showError(error->exception);
-    if (error->suggestion) events_->raise(numora::lang::correction::SuggestionEvent(*error->suggestion));
-    throw RuntimeException(error->exception);
+    showError(failure.exception);
+    if (!failure.suggestion) return;
+    const bool isQuiet = recipient() == Recipient::Capture;
+    raiseUnlocked(events_, numora::lang::correction::SuggestionEvent(*failure.suggestion, isQuiet));
 }
 
 // Runs what may run user code as code with a number of its own, so that interrupts can be meant for it.
@@ -372,7 +409,8 @@ bool Interpreter::setInterruptPending(bool pending) {
 
 bool Interpreter::isCodeBlockComplete(const std::u16string& code) { return runner_->isComplete(code); }
 
-// An error is shown once: to the request's own callback if it has one, else in the window and as an event.
+// An error is shown once: to the request's own callback if it has one, else in the window and, unless that
+// captures, as an event.
 void Interpreter::showError(const RuntimeException& error) {
     const nmutil::io::PrintableErrorEvent event(error.getText(), error);
     if (!active_.empty() && active_.back()->options.printableErrorCallback()) {
@@ -380,26 +418,58 @@ void Interpreter::showError(const RuntimeException& error) {
         return;
     }
     CmdWinSinkHandle::activeSink(true)->doPrintableError(std::u16string(error.getText()));
-    events_->raise(event);
+    if (recipient() != Recipient::Capture) raiseUnlocked(events_, event);
+}
+
+// Called between two pieces of code and when some have ended in whatever way, so nothing gets out.
+void Interpreter::announcePrompt(nmutil::prompt::InputRequester prompt, bool isBaseLevel) {
+    try {
+        if (isBaseLevel) {
+            raiseUnlocked(events_, nmutil::utils::IqmInputRequestEvent(prompt));
+        } else {
+            raiseUnlocked(events_, nmutil::utils::InputRequestEvent(prompt));
+        }
+    } catch (const std::exception& error) {
+        logger().error("A prompt could not be announced: " + std::string(error.what()));
+    }
+}
+
+// Other threads of Python code belong to the outermost request, not to one that runs aside of it.
+const QueuedRequest* Interpreter::requestOfThread() const {
+    if (active_.empty()) return nullptr;
+    return isInterpreterThread() ? active_.back() : active_.front();
+}
+
+Interpreter::Recipient Interpreter::recipient() const {
+    const QueuedRequest* request = requestOfThread();
+    if (request != nullptr && request->options.getOutSink()) return Recipient::OwnSink;
+    const bool isTerminal = CmdWinSinkHandle::activeSink(false) == terminal_->getSink(false);
+    return isTerminal ? Recipient::Terminal : Recipient::Capture;
 }
 
 void Interpreter::print(nmutil::io::StreamTypeEnum stream, std::u16string_view text) {
     const bool isError = stream != nmutil::io::STANDARD_OUTPUT;
-    const nmutil::io::NMSink* sink = nullptr;
-    if (!active_.empty()) {
-        // Other threads of Python code belong to the outermost request, not to one that runs aside of it.
-        const QueuedRequest& request = isInterpreterThread() ? *active_.back() : *active_.front();
-        sink = (isError && request.options.getErrSink() ? request.options.getErrSink()
-                                                        : request.options.getOutSink())
-                   .get();
+    const auto write = [text](const nmutil::io::NMSink& sink) {
+        sink.getUnicodeOutStreamBuffer()->sputn(text.data(), static_cast<std::streamsize>(text.size()));
+    };
+    if (const QueuedRequest* request = requestOfThread()) {
+        const auto& options = request->options;
+        const auto& sink = isError && options.getErrSink() ? options.getErrSink() : options.getOutSink();
+        if (sink) return write(*sink);
     }
-    if (sink == nullptr) {
-        // A window that captures takes standard error in the order printed; only the terminal tells them
-        // apart.
-        sink = CmdWinSinkHandle::activeSink(false).get();
-        if (sink == terminal_->getSink(false).get()) sink = terminal_->getSink(isError).get();
-    }
-    sink->getUnicodeOutStreamBuffer()->sputn(text.data(), static_cast<std::streamsize>(text.size()));
+    // A window that captures takes standard error in the order printed; only the terminal tells them apart.
+    const auto& active = CmdWinSinkHandle::activeSink(false);
+    if (active != terminal_->getSink(false)) return write(*active);
+    write(*terminal_->getSink(isError));
+    // Not waited for: the lock is kept, so that texts stay in order, and nobody's answer depends on it.
+    static const foundation::msg_svc::eventmgr::TypeInformation type(nmutil::io::SinkTextEvent::typeName);
+    if (!events_->hasSubscriptions(type)) return;
+    events_->post(std::make_shared<nmutil::io::SinkTextEvent>(std::u16string(text), stream),
+                  text.size() * sizeof(char16_t));
+}
+
+const cmddistributor::RunOptions* Interpreter::runningOptions() const {
+    return active_.empty() ? nullptr : &active_.back()->options;
 }
 
 void Interpreter::beforePrint() {
@@ -418,14 +488,17 @@ ReadResult Interpreter::readLine(nmutil::prompt::InputRequester prompt, std::u16
 
 ReadResult Interpreter::readKey() { return prompts_.readKey(); }
 
-void Interpreter::clearWindow() {
+// The window is that of whoever gets the text. What runs aside of other code has no say in that code's.
+template <class Event>
+void Interpreter::changeWindow(void (services::io::CmdWinSink::*change)()) {
+    if (isAside_ && isInterpreterThread()) return;
     drainOutput();
-    CmdWinSinkHandle::activeSink(false)->doClc();
+    const Recipient to = recipient();
+    if (to != Recipient::OwnSink) (*CmdWinSinkHandle::activeSink(false).*change)();
+    if (to != Recipient::Capture) raiseUnlocked(events_, Event());
 }
 
-void Interpreter::moveHome() {
-    drainOutput();
-    CmdWinSinkHandle::activeSink(false)->doHome();
-}
+void Interpreter::clearWindow() { changeWindow<nmutil::io::CLCEvent>(&services::io::CmdWinSink::doClc); }
+void Interpreter::moveHome() { changeWindow<nmutil::io::HomeEvent>(&services::io::CmdWinSink::doHome); }
 
 }  // namespace standalone

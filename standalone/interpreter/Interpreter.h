@@ -20,6 +20,7 @@
 #include "interpreter/Interrupts.h"
 #include "interpreter/PromptReader.h"
 #include "interpreter/RequestQueue.h"
+#include "services/io/CmdWinSink.h"
 #include "standalone/StandaloneHost.h"
 
 namespace standalone {
@@ -94,7 +95,18 @@ private:
     void tidyUp();
     std::unique_ptr<cmddistributor::IIPResult> runFunctionCall(QueuedRequest& queued,
                                                                const cmddistributor::FEvalIIP& iip);
+    void showFailure(const CodeError& failure);
     void showError(const cmddistributor::RuntimeException& error);
+
+    // What listeners are told.
+    void announcePrompt(nmutil::prompt::InputRequester prompt, bool isBaseLevel);
+    template <class Event>
+    void changeWindow(void (services::io::CmdWinSink::*change)());
+
+    /// Who gets what the calling thread prints, and what it does to the command window.
+    enum class Recipient { OwnSink, Capture, Terminal };
+    const QueuedRequest* requestOfThread() const;
+    Recipient recipient() const;
 
     // InterpreterServices
     void print(nmutil::io::StreamTypeEnum stream, std::u16string_view text) override;
@@ -105,6 +117,7 @@ private:
     void clearWindow() override;
     void moveHome() override;
     bool isInterpreterThread() const override { return Interrupts::isSignalThread(); }
+    const cmddistributor::RunOptions* runningOptions() const override;
 
     // IInterpreterBridge: nothing here waits for the end of an evaluation beside its own request.
     void notifyEvalEnd(bool) override {}

@@ -3,6 +3,7 @@
 #include <string>
 #include <string_view>
 
+#include "cmddistributor/RunOptions.h"
 #include "nmutil/io/StreamTypeEnum.h"
 #include "nmutil/prompt/InputRequester.h"
 
@@ -34,6 +35,8 @@ public:
     virtual void clearWindow() = 0;
     virtual void moveHome() = 0;
     virtual bool isInterpreterThread() const = 0;
+    /// The options of the request that runs; null when none does.
+    virtual const cmddistributor::RunOptions* runningOptions() const = 0;
 };
 
 }  // namespace standalone

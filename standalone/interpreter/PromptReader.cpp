@@ -86,7 +86,10 @@ bool PromptReader::hasLine() const {
 class PromptReader::Shown {
 public:
     Shown(PromptReader& reader, InputRequester prompt) : reader_(reader), outer_(reader.show(prompt)) {}
-    ~Shown() { reader_.show(outer_); }
+    ~Shown() {
+        reader_.show(outer_);
+        reader_.announce(outer_, false);
+    }
     Shown(const Shown&) = delete;
     Shown& operator=(const Shown&) = delete;
 

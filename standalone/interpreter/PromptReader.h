@@ -4,6 +4,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 
 #include "interpreter/InterpreterServices.h"
 #include "interpreter/RequestQueue.h"
@@ -23,10 +24,13 @@ public:
     using InputRequester = nmutil::prompt::InputRequester;
 
     struct Hooks {
-        /// Called each time before the wait: shows what was printed and announces the prompt.
+        /// Called each time before the wait: shows what was printed, announces the prompt, answers who waits.
         std::function<void()> beforeWait;
         /// Runs a request inside the waiting code.
         std::function<void(std::unique_ptr<QueuedRequest>)> run;
+        /// Tells that another prompt is shown now, to the queue manager's listeners when it is that of the
+        /// base level. May not throw.
+        std::function<void(InputRequester, bool isBaseLevel)> announce;
     };
 
     PromptReader(RequestQueue& queue, Hooks hooks) : queue_(queue), hooks_(std::move(hooks)) {}
@@ -37,6 +41,11 @@ public:
 
     /// Shows another prompt, and returns the one shown before.
     InputRequester show(InputRequester prompt) { return current_.exchange(prompt); }
+
+    /// Tells listeners that `prompt` is shown, unless that is what they were told last.
+    void announce(InputRequester prompt, bool isBaseLevel) {
+        if (std::exchange(announced_, prompt) != prompt) hooks_.announce(prompt, isBaseLevel);
+    }
 
     ReadResult readLine(InputRequester prompt, std::u16string& line);
     ReadResult readKey();
@@ -55,6 +64,7 @@ private:
     RequestQueue& queue_;
     const Hooks hooks_;
     std::atomic<InputRequester> current_{nmutil::prompt::BASE_PROMPT};
+    InputRequester announced_ = nmutil::prompt::BASE_PROMPT;
     std::u16string typed_;
 };
 

@@ -1,27 +1,37 @@
-"""Function calls from clients: JSON arguments in, JSON results out."""
+"""Function calls from clients: looks the function up, reads its JSON arguments, calls it."""
 
 import json
-import math
 import sys
+
+import _numora_host
 
 _RESULT_LIMIT = 10_000  # the most results that can be asked for
 
 
-def call(name, nargout, arguments):
+def call(name, nargout, texts):
     """Calls the named function with arguments given as JSON texts.
 
-    Returns (results, fault): the results as one JSON array text, and None or the message of what went wrong.
+    Returns (results, fault): the results as a list, and None or the message of what went wrong.
     """
     try:
         count = _result_count(nargout)
         function = _find(name)
-        values = [_argument(position, text) for position, text in enumerate(arguments, 1)]
-        results = _results(name, function(*values), count)
-        return (json.dumps([_plain(r) for r in results], separators=(",", ":"), allow_nan=False), None)
-    except RecursionError:
-        return ("[]", "RecursionError: the arguments, the call or its results are nested too deep")
+        values = _arguments(function, texts)
+        return (_results(name, function(*values), count), None)
     except BaseException as error:
-        return ("[]", _message(error))
+        return ([], message(error))
+
+
+def message(error):
+    """What a client is told of an error."""
+    if isinstance(error, RecursionError):
+        return "RecursionError: the arguments, the call or its results are nested too deep"
+    try:
+        text = str(error)
+    except BaseException:
+        text = ""
+    name = type(error).__name__
+    return name + ": " + text if text else name
 
 
 def _result_count(nargout):
@@ -67,11 +77,78 @@ def _import(name):
     return module, []
 
 
-def _argument(position, text):
+def _arguments(function, texts):
+    values = []
+    for position, text in enumerate(texts):
+        value = None
+        if text[:1] == "[" and _wants_array(function, position):
+            value = _array(text)
+        values.append(_plain_argument(position, text) if value is None else value)
+    return values
+
+
+def _plain_argument(position, text):
     try:
-        return json.loads(text)
+        return json.loads(text, parse_constant=_refuse_constant)
     except ValueError as error:
-        raise ValueError("argument %d is no JSON: %s" % (position, error)) from None
+        raise ValueError("argument %d is no JSON: %s" % (position + 1, error)) from None
+
+
+def _refuse_constant(word):
+    raise ValueError("there is no number %s" % word)
+
+
+def _array(text):
+    """The NumPy array that a JSON text holds, or None if it holds something else."""
+    parts = _numora_host.read_array(text)
+    if parts is None:
+        return None
+    import numpy
+
+    elements, kind, shape = parts
+    return numpy.frombuffer(elements, kind).reshape(shape)
+
+
+def _wants_array(function, position):
+    """Whether a list of numbers is to be given as a NumPy array: to functions of NumPy's, and for parameters
+    that are annotated as arrays. Other functions may do with a list what they cannot do with an array."""
+    numpy = sys.modules.get("numpy")
+    if numpy is None:
+        return False
+    if isinstance(function, numpy.ufunc):
+        return True
+    module = getattr(function, "__module__", None)
+    if isinstance(module, str) and module.split(".", 1)[0] == "numpy":
+        return True
+    return bool(getattr(function, "__annotations__", None)) and _is_array(_annotation(function, position), numpy)
+
+
+def _annotation(function, position):
+    import inspect
+
+    try:
+        parameters = list(inspect.signature(function, eval_str=True).parameters.values())
+    except Exception:  # names in annotations need not exist
+        return None
+    if parameters and parameters[-1].kind is inspect.Parameter.VAR_KEYWORD:
+        parameters.pop()
+    if position < len(parameters):
+        return parameters[position].annotation
+    variable = [p.annotation for p in parameters if p.kind is inspect.Parameter.VAR_POSITIONAL]
+    return variable[0] if variable else None
+
+
+def _is_array(annotation, numpy):
+    import typing
+
+    if isinstance(annotation, type) and issubclass(annotation, numpy.ndarray):
+        return True
+    if typing.get_origin(annotation) is numpy.ndarray:
+        return True
+    typed = sys.modules.get("numpy.typing")
+    if typed is not None and annotation == typed.ArrayLike:
+        return True
+    return any(_is_array(choice, numpy) for choice in typing.get_args(annotation))
 
 
 def _results(name, returned, count):
@@ -83,38 +160,3 @@ def _results(name, returned, count):
         have = len(returned) if isinstance(returned, tuple) else 1
         raise ValueError("'%s' returned %d results where %d are wanted" % (name, have, count))
     return returned[:count]
-
-
-def _plain(value):
-    """The same value made of what JSON has: NaN and infinities as null, complex numbers as {"re": , "im": }."""
-    if value is None or isinstance(value, (bool, str)):
-        return value
-    if isinstance(value, int):
-        return int(value)
-    if isinstance(value, float):
-        return float(value) if math.isfinite(value) else None
-    if isinstance(value, complex):
-        return {"re": _plain(value.real), "im": _plain(value.imag)}
-    if isinstance(value, (list, tuple)):
-        return [_plain(v) for v in value]
-    if isinstance(value, dict):
-        return {_key(k): _plain(v) for k, v in value.items()}
-    numpy = sys.modules.get("numpy")
-    if numpy and isinstance(value, (numpy.ndarray, numpy.generic)) and value.dtype.kind in "biufcU":
-        return _plain(value.tolist())
-    raise TypeError("a result of type %s has no JSON form" % type(value).__name__)
-
-
-def _key(key):
-    if isinstance(key, str):
-        return key
-    raise TypeError("a key of type %s has no JSON form" % type(key).__name__)
-
-
-def _message(error):
-    try:
-        text = str(error)
-    except BaseException:
-        text = ""
-    name = type(error).__name__
-    return name + ": " + text if text else name

@@ -278,6 +278,9 @@ def report(error):
         suggestion = _suggestion(error)
     except BaseException:
         suggestion = None  # looking for one runs code of the object at fault
+    numora = sys.modules.get("numora")
+    if numora and isinstance(error, numora.MissingCapabilityError):
+        name = error.identifier.removeprefix("NUMORA:")
     return (kind, name, message, _shortened(text), frames, suggestion)
 
 
@@ -395,8 +398,13 @@ def tools():
 
 
 def call(name, nargout, arguments):
-    """Calls a function for a client, with JSON arguments and JSON results."""
+    """Calls a function for a client, with JSON arguments."""
     return _load("_numora_calls", calls_source).call(name, nargout, arguments)
+
+
+def message(error):
+    """What a client is told of an error."""
+    return _load("_numora_calls", calls_source).message(error)
 
 
 _EVALUATIONS_KEPT = 1_000

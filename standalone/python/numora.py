@@ -4,7 +4,19 @@ import sys
 
 import _numora_host as _host
 
-__all__ = ["clc", "complete", "history", "home", "inspect", "is_complete", "keyboard", "pause", "workspace"]
+__all__ = [
+    "MissingCapabilityError",
+    "clc",
+    "complete",
+    "history",
+    "home",
+    "inspect",
+    "is_complete",
+    "keyboard",
+    "pause",
+    "require",
+    "workspace",
+]
 
 
 def clc():
@@ -42,6 +54,25 @@ def keyboard():
         pass
     finally:
         sys.ps1 = ps1
+
+
+class MissingCapabilityError(RuntimeError):
+    """The client of the running request cannot do what a function needs. `identifier` says so to programs."""
+
+    def __init__(self, identifier, message):
+        super().__init__(message)
+        self.identifier = identifier
+
+
+def require(capability):
+    """Called by a function that needs the client to have a capability, such as "figures".
+
+    Raises MissingCapabilityError if the client has said what it can do and this is not among it.
+    """
+    frame = sys._getframe(1)
+    missing = _host.missing_capability(capability, None if frame.f_globals is frame.f_locals else frame.f_code.co_name)
+    if missing:
+        raise MissingCapabilityError(*missing)
 
 
 # --- for clients, while other code runs ------------------------------------------------------------------------------

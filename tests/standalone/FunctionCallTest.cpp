@@ -3,8 +3,10 @@
 #include <vector>
 
 #include "RunningInterpreter.h"
+#include "capabilities/CapabilityList.h"
 #include "connector/interpreter/v1/FEval.h"
 #include "connector/interpreter/v1/FEvalResponse.h"
+#include "connector/json/escape.h"
 #include "fl/i18n/text.h"
 #include "services/prompt/prompt.h"
 
@@ -28,6 +30,9 @@ protected:
         return response.faults.empty() ? fl::i18n::to_string(response.results)
                                        : response.faults.front().message;
     }
+    static std::u16string json(const std::u16string& text) {
+        return fl::i18n::to_ustring(connector::json::quoted(fl::i18n::to_string(text)));
+    }
 };
 
 TEST_F(FunctionCallTest, callsWhatANameStandsForWithJsonArguments) {
@@ -42,7 +47,7 @@ TEST_F(FunctionCallTest, callsWhatANameStandsForWithJsonArguments) {
         std::string results;
     };
     const std::vector<Case> cases = {
-        {u"pair", {u"1", u"\"\u00e9\u6f22\""}, 2, "[\"\\u00e9\\u6f22\",1]"},
+        {u"pair", {u"1", u"\"\u00e9\u6f22\""}, 2, "[\"é漢\",1]"},
         {u"pair", {u"1", u"2"}, 1, "[[2,1]]"},
         {u"pair", {u"1", u"2"}, 0, "[]"},
         {u"nothing", {}, 1, "[null]"},
@@ -56,6 +61,98 @@ TEST_F(FunctionCallTest, callsWhatANameStandsForWithJsonArguments) {
         {u"float", {u"\"nan\""}, 1, "[null]"},
     };
     for (const Case& row : cases) EXPECT_EQ(call(row.function, row.arguments, row.nargout), row.results);
+}
+
+TEST_F(FunctionCallTest, writesEveryKindOfResultAsJson) {
+    eval(
+        u"import numpy, enum\n"
+        u"class Level(enum.IntEnum): HIGH = 3\n"
+        u"def result(code): return eval(code)\n"
+        u"def roundTrips():\n"
+        u"    import json, random\n"
+        u"    bits = numpy.random.default_rng(1).integers(0, 2**64, 20000, 'u8').view('f8')\n"
+        u"    return bits[numpy.isfinite(bits)]\n"
+        u"def same(values): return values == roundTrips().tolist()");
+    struct Case {
+        std::u16string code;
+        std::string json;
+    };
+    const std::vector<Case> cases = {
+        {u"[None, True, 'a<\\n', b'x'[0], 2.0, 1e16, 1e-5, 0.1, -0.0, float('-inf')]",
+         "[null,true,\"a\\u003c\\n\",120,2.0,1e+16,1e-05,0.1,-0.0,null]"},
+        {u"{'a': (1, [2]), '': {}}", R"({"a":[1,[2]],"":{}})"},
+        {u"[Level.HIGH, 2**63 - 1, -2**63, 2**70]",
+         "[3,9223372036854775807,-9223372036854775808,1180591620717411303424]"},
+        {u"'\\U0001f600 \\ud800'", R"("\ud83d\ude00 \ud800")"},
+        {u"numpy.arange(6).reshape(2, 3)", "[[0,1,2],[3,4,5]]"},
+        {u"numpy.arange(6).reshape(2, 3).T[:, ::-1]", "[[3,0],[4,1],[5,2]]"},
+        {u"[numpy.zeros((2, 0)), numpy.zeros((0, 2)), numpy.array(1.5)]", "[[[],[]],[],1.5]"},
+        {u"numpy.array([1, numpy.nan, 1e300], '>f8')", "[1.0,null,1e+300]"},
+        {u"[numpy.array([0.1], t) for t in ('f2', 'f4', 'f8', 'g')]",
+         "[[0.0999755859375],[0.10000000149011612],[0.1],[0.1]]"},
+        {u"[numpy.array([1], t) for t in ('?', 'i1', 'u1', 'u8', 'c8')]",
+         "[[true],[1],[1],[1],[{\"re\":1.0,\"im\":0.0}]]"},
+        {u"[numpy.array([2**64 - 1], 'u8'), numpy.int8(-1), numpy.bool_(1), numpy.float32(.5)]",
+         "[[18446744073709551615],-1,true,0.5]"},
+        {u"[numpy.array(['a', 'bc']), numpy.str_('d'), numpy.ma.array([1, 2], mask=[0, 1])]",
+         R"([["a","bc"],"d",[1,null]])"},
+    };
+    for (const Case& row : cases) EXPECT_EQ(call(u"result", {json(row.code)}), "[" + row.json + "]");
+    const std::string numbers = call(u"roundTrips");
+    EXPECT_EQ(call(u"same", {fl::i18n::to_ustring(numbers.substr(1, numbers.size() - 2))}), "[true]");
+
+    const std::vector<std::pair<std::u16string, std::string>> refused = {
+        {u"{1: 2}", "TypeError: a key of type int has no JSON form"},
+        {u"[object()]", "TypeError: a result of type object has no JSON form"},
+        {u"numpy.array([b'x'])", "TypeError: a result of type numpy.ndarray of dtype('S1') has no JSON form"},
+        {u"(l := []).append(l) or l",
+         "RecursionError: the arguments, the call or its results are nested too deep"},
+    };
+    for (const auto& [code, fault] : refused) EXPECT_EQ(call(u"result", {json(code)}), fault);
+}
+
+TEST_F(FunctionCallTest, givesArraysToFunctionsThatWantThem) {
+    eval(
+        u"from __future__ import annotations\n"
+        u"import numpy, typing, numpy.typing\n"
+        u"def told(a): return [type(a).__name__, *([str(a.dtype), a.tolist()] if hasattr(a, 'dtype') else "
+        u"[a])]\n"
+        u"def plain(a, b: int = 0): return told(a)\n"
+        u"def array(a: numpy.ndarray): return told(a)\n"
+        u"def some(*a: typing.Optional[numpy.typing.NDArray[numpy.float64]], **k): return told(a[1])\n"
+        u"def unknown(a: Missing): return told(a)\n"
+        u"def change(a: numpy.ndarray):\n    a[0] = 7\n    return a");
+    struct Case {
+        std::u16string function;
+        std::vector<std::u16string> arguments;
+        std::string results;
+    };
+    const std::vector<Case> cases = {
+        {u"array", {u"[1, -2]"}, R"([["ndarray","int64",[1,-2]]])"},
+        {u"array", {u"[ [1, 2.5] , [null, -3e2] ]"}, R"([["ndarray","float64",[[1.0,2.5],[null,-300.0]]]])"},
+        {u"array", {u"[[true], [false]]"}, R"([["ndarray","bool",[[true],[false]]]])"},
+        {u"array", {u"[[], []]"}, R"([["ndarray","float64",[[],[]]]])"},
+        {u"array", {u"[9223372036854775807]"}, R"([["ndarray","int64",[9223372036854775807]]])"},
+        {u"array", {u"[9223372036854775808]"}, R"([["list",[9223372036854775808]]])"},
+        {u"array", {u"[true, 1]"}, R"([["list",[true,1]]])"},
+        {u"array", {u"[[1], [2, 3]]"}, R"([["list",[[1],[2,3]]]])"},
+        {u"array", {u"[1, [2]]"}, R"([["list",[1,[2]]]])"},
+        {u"array", {u"[[], [[]]]"}, R"([["list",[[],[[]]]]])"},
+        {u"array", {u"[\"1\"]"}, R"([["list",["1"]]])"},
+        {u"array", {u"1"}, R"([["int",1]])"},
+        {u"some", {u"[1]", u"[0.5]"}, R"([["ndarray","float64",[0.5]]])"},
+        {u"plain", {u"[1, 2]"}, R"([["list",[1,2]]])"},
+        {u"unknown", {u"[1, 2]"}, R"([["list",[1,2]]])"},
+        {u"change", {u"[1, 2]"}, "[[7,2]]"},
+        {u"numpy.add", {u"[1, 2]", u"[0.5, 1]"}, "[[1.5,3.0]]"},
+        {u"array", {u"[1,]"}, "ValueError: argument 1 is no JSON: Expecting value: line 1 column 4 (char 3)"},
+        {u"array",
+         {u"[01]"},
+         "ValueError: argument 1 is no JSON: Expecting ',' delimiter: line 1 column 3 (char 2)"},
+        {u"array", {u"[1] 2"}, "ValueError: argument 1 is no JSON: Extra data: line 1 column 5 (char 4)"},
+        {u"plain", {u"[NaN]"}, "ValueError: argument 1 is no JSON: there is no number NaN"},
+    };
+    for (const Case& row : cases) EXPECT_EQ(call(row.function, row.arguments), row.results);
 }
 
 TEST_F(FunctionCallTest, answersWhatCannotBeCalledWithAFault) {
@@ -101,11 +198,34 @@ TEST_F(FunctionCallTest, answersWhileOtherCodeRuns) {
     EXPECT_EQ(textOf(u"1"), "1\n");
 }
 
+TEST_F(FunctionCallTest, namesACapabilityThatTheClientLacks) {
+    eval(u"import numora\ndef plot():\n    numora.require('figures')\n    return 'shown'");
+    const auto plot = [&](const capabilities::CapabilityList& has, const std::string& clientType) {
+        auto context = std::make_shared<connector::common::ContextState>();
+        context->set("numoraCapabilities", has);
+        context->set("clientType", clientType);
+        auto request = std::make_unique<v1::FEval>("test");
+        request->function = u"plot";
+        request->nargout = 1;
+        const auto message = deliver(std::move(request), context).get();
+        const auto& response = dynamic_cast<const v1::FEvalResponse&>(*message);
+        return response.faults.empty() ? fl::i18n::to_string(response.results)
+                                       : response.faults.front().message;
+    };
+    EXPECT_EQ(plot({}, "browser"), "[\"shown\"]");
+    EXPECT_EQ(plot({"sound", "figures"}, "browser"), "[\"shown\"]");
+    EXPECT_EQ(
+        plot({"sound"}, "browser"),
+        "MissingCapabilityError: NUMORA Online lacks the capability 'figures', which is needed by: plot");
+    EXPECT_EQ(plot({"sound"}, ""),
+              "MissingCapabilityError: The client lacks the capability 'figures', which is needed by: plot");
+}
+
 TEST_F(FunctionCallTest, tellsWhatWasEvaluated) {
     eval(u"x = 1");
     eval(u"1 / 0");
     EXPECT_EQ(call(u"numora.history", {u"2"}),
-              "[[{\"number\":1,\"code\":\"x = 1\"},{\"number\":2,\"code\":\"1 / 0\"}]]");
+              "[[{\"number\":1,\"code\":\"x \\u003d 1\"},{\"number\":2,\"code\":\"1 / 0\"}]]");
 }
 
 TEST_F(FunctionCallTest, givesUpAfterItsTimeLimitAndGoesOn) {

@@ -1,18 +1,32 @@
 #include <atomic>
+#include <chrono>
+#include <csignal>
+#include <latch>
+#include <mutex>
+#include <set>
 #include <stdexcept>
 #include <string>
 #include <thread>
+#include <vector>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "events/LocalEventManager.h"
+#include "foundation/log/diagnostic_logger.h"
 #include "numora/lang/correction/SuggestionEvent.h"
 
 namespace {
 
 using foundation::msg_svc::eventmgr::BaseEvent;
 using foundation::msg_svc::eventmgr::ScopedConnection;
+using foundation::msg_svc::eventmgr::WatchToken;
+using foundation::msg_svc::eventmgr::detail::SubscriptionCount;
 using numora::lang::correction::SuggestionEvent;
+using standalone::EventLimits;
+using standalone::LocalEventManager;
+using testing::ElementsAre;
+using testing::HasSubstr;
 
 class TaggedEvent : public BaseEvent {
 public:
@@ -20,10 +34,62 @@ public:
     explicit TaggedEvent(std::u16string tag) : BaseEvent({typeName, {std::move(tag)}}) {}
 };
 
+/// Keeps what is logged.
+class LogRecord {
+public:
+    LogRecord() {
+        previous_ = foundation::log::setWriter([this](std::string_view, auto, std::string_view text) {
+            const std::lock_guard lock(mutex_);
+            lines_.emplace_back(text);
+        });
+    }
+    ~LogRecord() { foundation::log::setWriter(std::move(previous_)); }
+    std::vector<std::string> lines() const {
+        const std::lock_guard lock(mutex_);
+        return lines_;
+    }
+
+private:
+    mutable std::mutex mutex_;
+    std::vector<std::string> lines_;
+    foundation::log::LogWriter previous_;
+};
+
+/// A handler that is inside until it is let go; entered once.
+struct Gate {
+    void pass() {
+        entered.count_down();
+        mayLeave.wait();
+    }
+    std::latch entered{1};
+    std::latch mayLeave{1};
+};
+
 class LocalEventManagerTest : public testing::Test {
+private:
+    std::mutex mutex_;
+    std::u16string texts_;
+
 protected:
-    std::shared_ptr<standalone::LocalEventManager> events_ =
-        std::make_shared<standalone::LocalEventManager>();
+    static std::shared_ptr<const BaseEvent> suggestion(const std::u16string& text) {
+        return std::make_shared<SuggestionEvent>(text);
+    }
+    /// Subscribes to suggestions, whose texts are kept; that of "gate" passes the gate first.
+    ScopedConnection record() {
+        return ScopedConnection(events_->subscribe<SuggestionEvent>([this](const SuggestionEvent& event) {
+            if (event.getText() == u"gate") gate_.pass();
+            const std::lock_guard lock(mutex_);
+            texts_ += event.getText();
+        }));
+    }
+
+    std::u16string texts() {
+        const std::lock_guard lock(mutex_);
+        return texts_;
+    }
+
+    Gate gate_;
+    std::shared_ptr<LocalEventManager> events_ = std::make_shared<LocalEventManager>();
 };
 
 TEST_F(LocalEventManagerTest, deliversByTypeAndByTagUntilTheConnectionEnds) {
@@ -42,38 +108,306 @@ TEST_F(LocalEventManagerTest, deliversByTypeAndByTagUntilTheConnectionEnds) {
     EXPECT_EQ(log, "sataa");
 }
 
-TEST_F(LocalEventManagerTest, survivesHandlersThatThrowRaiseAndDisconnect) {
-    int calls = 0;
-    ScopedConnection failing(events_->subscribe<SuggestionEvent>(
-        [](const SuggestionEvent&) { throw std::runtime_error("handler"); }));
-    ScopedConnection once;
-    once.assign(events_->subscribe<SuggestionEvent>([&](const SuggestionEvent&) {
-        ++calls;
-        once.disconnect();
-        events_->raise(SuggestionEvent(u"nested"));
+TEST_F(LocalEventManagerTest, runsHandlersOnOneThreadThatTakesNoSignalsOfTheInterpreter) {
+    std::set<std::thread::id> threads;
+    sigset_t blocked{};
+    const ScopedConnection connection(events_->subscribe<SuggestionEvent>([&](const SuggestionEvent&) {
+        threads.insert(std::this_thread::get_id());
+        pthread_sigmask(SIG_BLOCK, nullptr, &blocked);
     }));
     events_->raise(SuggestionEvent(u"x"));
-    EXPECT_EQ(calls, 1);
+    std::thread([&] { events_->raise(SuggestionEvent(u"y")); }).join();
+    EXPECT_EQ(threads.size(), 1U);
+    EXPECT_FALSE(threads.contains(std::this_thread::get_id()));
+    EXPECT_TRUE(sigismember(&blocked, SIGINT) == 1 && sigismember(&blocked, SIGRTMIN) == 1);
+}
+
+TEST_F(LocalEventManagerTest, waitsForTheHandlersOfWhatIsRaisedAndKeepsTheOrderWithWhatIsPosted) {
+    const auto connection = record();
+    events_->post(suggestion(u"gate"));
+    gate_.entered.wait();
+    events_->post(suggestion(u"1"));
+    std::atomic<bool> hasReturned{false};
+    std::thread raiser([&] {
+        events_->raise(SuggestionEvent(u"2"), [&](const std::function<void()>& wait) {
+            events_->post(suggestion(u"3"));  // behind the event, which has its place by now
+            wait();
+        });
+        hasReturned = true;
+        EXPECT_TRUE(texts().starts_with(u"gate12"));
+    });
+    EXPECT_FALSE(hasReturned);
+    gate_.mayLeave.count_down();
+    raiser.join();
+    events_->raise(SuggestionEvent(u"4"));
+    EXPECT_EQ(texts(), u"gate1234");
+}
+
+TEST_F(LocalEventManagerTest, deliversAtOnceWhatAHandlerRaisesAndLaterWhatItPosts) {
+    std::string log;
+    const ScopedConnection inner(events_->subscribe<SuggestionEvent>(
+        [&](const SuggestionEvent& event) { log += static_cast<char>(event.getText().front()); }));
+    const ScopedConnection outer(events_->subscribe<TaggedEvent>([&](const TaggedEvent&) {
+        log += "(";
+        events_->post(suggestion(u"p"));
+        events_->raise(SuggestionEvent(u"r"));
+        log += ")";
+    }));
+    events_->raise(TaggedEvent(u"x"));
+    events_->raise(SuggestionEvent(u"e"));
+    EXPECT_EQ(log, "(r)pe");
+}
+
+TEST_F(LocalEventManagerTest, logsWhatAHandlerThrowsWithTheCallsThatLedToItAndCallsTheOthers) {
+    const LogRecord log;
+    const ScopedConnection failing(events_->subscribe<SuggestionEvent>(
+        [](const SuggestionEvent&) { throw std::runtime_error("no luck"); }));
+    const ScopedConnection strange(
+        events_->subscribe<SuggestionEvent>([](const SuggestionEvent&) { throw 42; }));
+    const auto connection = record();
+    events_->raise(SuggestionEvent(u"x"));
+    EXPECT_EQ(texts(), u"x");
+    EXPECT_THAT(log.lines(),
+                ElementsAre(AllOf(HasSubstr("std::runtime_error: no luck\n"), HasSubstr("\n 3# ")),
+                            HasSubstr("unknown type\n")));
+}
+
+class TracingManager : public LocalEventManager {
+public:
+    ~TracingManager() override { stop(); }
+    std::string GetStackTrace() const override { return "trace " + std::to_string(++taken); }
+    void processExceptionFromEventHandler(const std::string& stackTrace) override {
+        reported += stackTrace;
+        throw std::runtime_error("not even that");
+    }
+    mutable int taken = 0;
+    std::string reported;
+};
+
+TEST_F(LocalEventManagerTest, takesAStackTraceForAHandlerThatThrowsAndSurvivesAFailingReport) {
+    const LogRecord log;
+    TracingManager events;
+    bool isBad = false;
+    const ScopedConnection connection(events.subscribe<SuggestionEvent>([&](const SuggestionEvent&) {
+        if (isBad) throw std::runtime_error("bad");
+    }));
+    events.raise(SuggestionEvent(u"x"));
+    EXPECT_EQ(events.taken, 0);
+    isBad = true;
+    events.raise(SuggestionEvent(u"x"));
+    EXPECT_EQ(events.reported, "trace 1");
+    EXPECT_THAT(log.lines(), ElementsAre(HasSubstr("not even that")));
+}
+
+TEST_F(LocalEventManagerTest, letsAHandlerEndItsOwnSubscriptionAndOthers) {
+    std::string log;
+    ScopedConnection own;
+    ScopedConnection other;
+    own.assign(events_->subscribe<SuggestionEvent>([&](const SuggestionEvent&) {
+        log += "own";
+        own.disconnect();
+        other.disconnect();
+        events_->raise(SuggestionEvent(u"nested"));
+    }));
+    other.assign(events_->subscribe<SuggestionEvent>([&](const SuggestionEvent&) { log += "other"; }));
+    events_->raise(SuggestionEvent(u"x"));
+    events_->raise(SuggestionEvent(u"y"));
+    EXPECT_EQ(log, "own");
 }
 
 TEST_F(LocalEventManagerTest, endsASubscriptionOnlyWhenItsHandlerHasReturned) {
-    std::atomic<bool> isInside{false};
-    std::atomic<bool> mayReturn{false};
     std::atomic<bool> hasReturned{false};
-    ScopedConnection slow(events_->subscribe<SuggestionEvent>([&](const SuggestionEvent&) {
-        isInside = true;
-        while (!mayReturn) std::this_thread::yield();
-        hasReturned = true;
-    }));
-    std::thread raiser([&] { events_->raise(SuggestionEvent(u"x")); });
-    while (!isInside) std::this_thread::yield();
+    auto captured = std::make_shared<int>();
+    const std::weak_ptr<int> observed = captured;
+    ScopedConnection slow(
+        events_->subscribe<SuggestionEvent>([&, captured = std::move(captured)](const SuggestionEvent&) {
+            gate_.pass();
+            hasReturned = true;
+        }));
+    events_->post(suggestion(u"x"));
+    gate_.entered.wait();
     std::thread disconnecter([&] {
         slow.disconnect();
         EXPECT_TRUE(hasReturned);
+        EXPECT_TRUE(observed.expired());
     });
-    mayReturn = true;
+    gate_.mayLeave.count_down();
     disconnecter.join();
+}
+
+// The handler is on its way to end the other subscription while another thread waits for the handler.
+TEST_F(LocalEventManagerTest, endsTwoSubscriptionsThatEndEachOtherOnTwoThreads) {
+    for (int round = 0; round < 200; ++round) {
+        ScopedConnection first;
+        ScopedConnection second;
+        std::latch isInside(1);
+        first.assign(events_->subscribe<SuggestionEvent>([&](const SuggestionEvent&) {
+            isInside.count_down();
+            second.disconnect();
+        }));
+        second.assign(events_->subscribe<SuggestionEvent>([](const SuggestionEvent&) {}));
+        events_->post(suggestion(u"x"));
+        isInside.wait();
+        first.disconnect();
+    }
+}
+
+TEST_F(LocalEventManagerTest, dropsWhatIsQueuedWhenItStopsAndLetsGoWhoWaits) {
+    const LogRecord log;
+    auto connection = record();
+    events_->post(suggestion(u"gate"));
+    gate_.entered.wait();
+    events_->post(suggestion(u"1"));
+    std::latch isWaiting(1);
+    std::thread raiser([&] {
+        events_->raise(SuggestionEvent(u"2"), [&](const std::function<void()>& wait) {
+            isWaiting.count_down();
+            wait();
+        });
+    });
+    isWaiting.wait();
+    std::atomic<bool> hasStopped{false};
+    std::thread stopper([&] {
+        events_->stop();
+        hasStopped = true;
+    });
     raiser.join();
+    EXPECT_FALSE(hasStopped);  // not before the handler has returned
+    gate_.mayLeave.count_down();
+    stopper.join();
+    events_->raise(SuggestionEvent(u"3"));
+    events_->post(suggestion(u"4"));
+    EXPECT_EQ(texts(), u"gate");
+    EXPECT_THAT(log.lines(), ElementsAre(HasSubstr("2 events")));
+    events_.reset();
+    connection.disconnect();
+}
+
+TEST_F(LocalEventManagerTest, goesOnWithoutAHandlerThatTakesTooLongAndWaitsAgainWhenItHasEnded) {
+    const LogRecord log;
+    events_ = std::make_shared<LocalEventManager>(EventLimits{.patience = std::chrono::milliseconds(20)});
+    const auto connection = record();
+    events_->raise(SuggestionEvent(u"gate"));
+    const auto start = std::chrono::steady_clock::now();
+    for (int i = 0; i < 200; ++i) events_->raise(SuggestionEvent(u"."));
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2)) << "each was waited for";
+    EXPECT_THAT(log.lines(), ElementsAre(HasSubstr("SuggestionEvent")));
+    gate_.mayLeave.count_down();
+    std::latch hasCaughtUp(1);
+    const ScopedConnection last(
+        events_->subscribe<TaggedEvent>([&](const TaggedEvent&) { hasCaughtUp.count_down(); }));
+    events_->post(std::make_shared<TaggedEvent>(u"x"));
+    hasCaughtUp.wait();
+    events_->raise(SuggestionEvent(u"end"));
+    EXPECT_EQ(texts(), u"gate" + std::u16string(200, u'.') + u"end");
+}
+
+struct FullCase {
+    std::string name;
+    EventLimits limits;
+    std::size_t bytes;
+    std::u16string delivered;
+};
+class LocalEventManagerFullTest : public LocalEventManagerTest,
+                                  public testing::WithParamInterface<FullCase> {};
+
+TEST_P(LocalEventManagerFullTest, dropsWhatDoesNotFitAndLogsTheirNumberOnce) {
+    const LogRecord log;
+    events_ = std::make_shared<LocalEventManager>(GetParam().limits);
+    const auto connection = record();
+    events_->post(suggestion(u"gate"));
+    gate_.entered.wait();
+    for (const auto* text : {u"1", u"2", u"3", u"4", u"5"}) events_->post(suggestion(text), GetParam().bytes);
+    std::thread raiser([&] { events_->raise(SuggestionEvent(u"raised")); });  // has its place all the same
+    gate_.mayLeave.count_down();
+    raiser.join();
+    EXPECT_EQ(texts(), GetParam().delivered);
+    events_->post(suggestion(u"6"), GetParam().bytes);
+    events_->raise(SuggestionEvent(u"end"));
+    EXPECT_EQ(texts(), GetParam().delivered + u"6end");
+    EXPECT_THAT(log.lines(), ElementsAre(HasSubstr("3 events")));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Limits, LocalEventManagerFullTest,
+    testing::Values(
+        FullCase{.name = "Events", .limits = {.events = 2}, .bytes = 0, .delivered = u"gate12raised"},
+        FullCase{.name = "Bytes", .limits = {.bytes = 25}, .bytes = 10, .delivered = u"gate12raised"}),
+    [](const auto& info) { return info.param.name; });
+
+class CountingManager : public LocalEventManager {
+public:
+    ~CountingManager() override { stop(); }
+    int handedOn = 0;
+
+protected:
+    void raiseImpl(std::shared_ptr<const BaseEvent> event) override {
+        ++handedOn;
+        LocalEventManager::raiseImpl(std::move(event));
+    }
+};
+
+TEST_F(LocalEventManagerTest, handsOnNothingWhenNobodyListens) {
+    CountingManager events;
+    const auto raiseBoth = [&] {
+        events.handedOn = 0;
+        events.raise(SuggestionEvent(u"x"));
+        events.raise(TaggedEvent(u"tag"));
+        return events.handedOn;
+    };
+    const auto ignore = [](const BaseEvent&) {};
+    EXPECT_EQ(raiseBoth(), 0);
+    {
+        const ScopedConnection suggestions(events.subscribe<SuggestionEvent>(ignore));
+        EXPECT_EQ(raiseBoth(), 1);
+    }
+    {
+        const ScopedConnection otherTag(events.subscribe<BaseEvent>(ignore, u"other"));
+        EXPECT_EQ(raiseBoth(), 0);
+        const ScopedConnection tag(events.subscribe<BaseEvent>(ignore, u"tag"));
+        EXPECT_EQ(raiseBoth(), 1);
+    }
+    {
+        const ScopedConnection all(events.subscribe<BaseEvent>(ignore));
+        EXPECT_EQ(raiseBoth(), 2);
+    }
+    EXPECT_EQ(raiseBoth(), 0);
+}
+
+TEST_F(LocalEventManagerTest, countsSubscriptionsOfATypeAndOfATag) {
+    const WatchToken suggestions = events_->watch<SuggestionEvent>();
+    const WatchToken tag = events_->watchTag(u"tag");
+    EXPECT_FALSE(suggestions.hasSubscriptions());
+    const auto first = record();
+    {
+        const auto second = record();
+        const ScopedConnection tagged(events_->subscribe<BaseEvent>([](const BaseEvent&) {}, u"tag"));
+        EXPECT_EQ(suggestions.getSubscriptionCount(), 2U);
+        EXPECT_EQ(tag.getSubscriptionCount(), 1U);
+        EXPECT_FALSE(events_->watch<BaseEvent>().hasSubscriptions());
+    }
+    EXPECT_EQ(suggestions.getSubscriptionCount(), 1U);
+    EXPECT_FALSE(tag.hasSubscriptions());
+}
+
+TEST(SubscriptionCountTest, countsByNameInAllCopiesAndNeverBelowZero) {
+    SubscriptionCount counts;
+    SubscriptionCount copy = counts;
+    const WatchToken token = counts.watch(u"a");
+    copy.decrementSubscriptionCount(u"a");
+    copy.decrementSubscriptionCount(u"unknown");
+    copy.incrementSubscriptionCount(u"a");
+    counts.incrementSubscriptionCount(u"a");
+    counts.incrementSubscriptionCount(u"b");
+    EXPECT_EQ(counts.getSubscriptionCount(u"a"), 2U);
+    EXPECT_EQ(token.getSubscriptionCount(), 2U);
+    counts.decrementSubscriptionCount(u"a");
+    counts.decrementSubscriptionCount(u"a");
+    counts.decrementSubscriptionCount(u"b");
+    EXPECT_FALSE(copy.hasSubscriptions(u"a"));
+    EXPECT_FALSE(copy.hasSubscriptions(u"b"));
+    counts.incrementSubscriptionCount(u"a");
+    EXPECT_TRUE(token.hasSubscriptions()) << "the counter that is watched was forgotten";
 }
 
 }  // namespace

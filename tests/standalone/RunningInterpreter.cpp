@@ -4,6 +4,8 @@
 
 #include "connector/interpreter/v1/Eval.h"
 #include "connector/interpreter/v1/EvalResponse.h"
+#include "connector/interpreter/v1/FEval.h"
+#include "connector/interpreter/v1/FEvalResponse.h"
 #include "connector/interpreter/v1/Interrupt.h"
 #include "fl/i18n/text.h"
 
@@ -21,8 +23,7 @@ std::unique_ptr<standalone::StandaloneHost> startHost() {
 RunningInterpreter::RunningInterpreter()
     : host_(startHost()),
       module_(std::make_unique<connector::interpreter::Module>(connector::interpreter::ModuleServices{
-          host_->framework(), host_->configuration(), std::make_shared<connector::json::JsonSerializer>(),
-          host_->zvm()})) {}
+          host_->framework(), host_->configuration(), serializer_, host_->zvm()})) {}
 
 RunningInterpreter::~RunningInterpreter() {
     joinBackground();
@@ -50,6 +51,19 @@ RunningInterpreter::EvalResponse RunningInterpreter::eval(const std::u16string& 
     const auto& response = dynamic_cast<const v1::EvalResponse&>(*message);
     return {response.responseStr, response.faults, response.isError, response.clearCommandWindow,
             response.promptType};
+}
+
+std::string RunningInterpreter::call(const std::u16string& function, std::vector<std::u16string> arguments,
+                                     int nargout, const std::string& dequeMode, int timeoutMs) {
+    auto request = std::make_unique<v1::FEval>("test");
+    request->function = function;
+    request->arguments = std::move(arguments);
+    request->nargout = nargout;
+    request->dequeMode = dequeMode;
+    request->timeoutMs = timeoutMs;
+    const auto message = deliver(std::move(request)).get();
+    const auto& response = dynamic_cast<const v1::FEvalResponse&>(*message);
+    return response.faults.empty() ? fl::i18n::to_string(response.results) : response.faults.front().message;
 }
 
 void RunningInterpreter::interrupt() { deliver(std::make_unique<v1::Interrupt>("interrupt")).get(); }

@@ -41,6 +41,10 @@ protected:
     std::string textOf(const std::u16string& code) { return text(eval(code)); }
     static std::string text(const EvalResponse& response);
 
+    /// Calls a function and waits for the response. Returns the results, or the message of the first fault.
+    std::string call(const std::u16string& function, std::vector<std::u16string> arguments = {},
+                     int nargout = 1, const std::string& dequeMode = "", int timeoutMs = 0);
+
     /// Starts `action` on a thread that the destructor joins.
     void inBackground(std::function<void()> action) { threads_.emplace_back(std::move(action)); }
     void joinBackground();
@@ -54,6 +58,8 @@ protected:
     void interrupt();
 
     std::unique_ptr<standalone::StandaloneHost> host_;
+    const std::shared_ptr<connector::json::JsonSerializer> serializer_ =
+        std::make_shared<connector::json::JsonSerializer>();
     std::unique_ptr<connector::interpreter::Module> module_;
 
 private:

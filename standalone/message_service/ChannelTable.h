@@ -1,0 +1,64 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+#include <unordered_map>
+#include <variant>
+#include <vector>
+
+#include "connector/message_service/MessageService.h"
+#include "message_service/HandlerGate.h"
+#include "message_service/OutgoingQueue.h"
+
+namespace standalone {
+
+/// A subscription from within this process.
+struct LocalSubscriber {
+    std::string pattern;
+    connector::message_service::MessageService::MessageHandler handler;
+    HandlerGate gate;
+};
+
+/// Who gets the messages of one channel, each once.
+struct Recipients {
+    std::vector<std::shared_ptr<OutgoingQueue>> clients;
+    std::vector<std::shared_ptr<LocalSubscriber>> subscribers;  // in the order of their numbers
+    std::string lossClass;                                      // of the channel's frames
+};
+
+/// Who is subscribed to what. The answer for a channel is kept until a subscription that matters to it
+/// changes, and shared, so that a publish costs one look-up and copies nothing.
+///
+/// Threads: one at a time.
+class ChannelTable {
+public:
+    using Recipient = std::variant<std::shared_ptr<OutgoingQueue>, std::shared_ptr<LocalSubscriber>>;
+
+    /// `droppable`: the patterns of channels whose frames may be lost; they are the names of the loss
+    /// classes.
+    explicit ChannelTable(std::vector<std::string> droppable) : droppable_(std::move(droppable)) {}
+
+    /// `number` stands for the recipient. False when it has this pattern already.
+    bool add(const std::string& pattern, std::uint64_t number, Recipient recipient);
+    /// False when the recipient does not have this pattern.
+    bool remove(const std::string& pattern, std::uint64_t number);
+
+    std::shared_ptr<const Recipients> find(const std::string& channel);
+
+private:
+    using ByNumber = std::map<std::uint64_t, Recipient>;
+    using ByPattern = std::unordered_map<std::string, ByNumber>;
+
+    ByPattern& mapOf(const std::string& pattern);
+    void forgetMatches(const std::string& pattern);
+    Recipients resolve(const std::string& channel) const;
+
+    const std::vector<std::string> droppable_;
+    ByPattern names_;      // patterns without wildcards
+    ByPattern wildcards_;  // the others
+    std::unordered_map<std::string, std::shared_ptr<const Recipients>> resolved_;
+};
+
+}  // namespace standalone

@@ -1,0 +1,197 @@
+#include "message_service/MessageHub.h"
+
+#include <algorithm>
+#include <stdexcept>
+#include <utility>
+
+#include "standalone/channelNames.h"
+
+namespace standalone {
+
+using connector::MutexLock;
+using connector::message_service::JsonMessage;
+
+namespace {
+
+const std::string& requirePattern(const std::string& pattern) {
+    if (!isChannelPattern(pattern)) throw std::invalid_argument("Malformed channel pattern");
+    return pattern;
+}
+
+class Token : public connector::message_service::Subscription {
+public:
+    explicit Token(std::function<void()> end) : end_(std::move(end)) {}
+    ~Token() override { end_(); }
+
+private:
+    const std::function<void()> end_;
+};
+
+}  // namespace
+
+MessageHub::MessageHub(MessageServiceOptions options)
+    : options_(std::move(options)), table_(options_.droppable) {
+    for (const auto& pattern : options_.droppable) requirePattern(pattern);
+}
+
+// The sessions come first: what a handler publishes then follows the message that it was called for.
+void MessageHub::publish(const std::string& channel, std::string_view data, const Context& context) {
+    if (!isChannelName(channel)) throw std::invalid_argument("Malformed channel name");
+    if (data.empty()) throw std::invalid_argument("A message without data");
+    counters_->messagesPublished.fetch_add(1, std::memory_order_relaxed);
+    std::shared_ptr<const Recipients> recipients;
+    {
+        MutexLock lock(mutex_);
+        recipients = table_.find(channel);
+    }
+    if (!recipients->clients.empty()) {
+        counters_->framesBuilt.fetch_add(1, std::memory_order_relaxed);
+        const auto frame =
+            std::make_shared<const MessageFrame>(channel, data, std::string_view(), recipients->lossClass);
+        for (const auto& client : recipients->clients) client->push(frame);
+    }
+    if (!recipients->subscribers.empty()) {
+        const JsonMessage message{channel, std::string(data), context};
+        for (const auto& subscriber : recipients->subscribers) {
+            subscriber->gate.run([&] { subscriber->handler(message); });
+        }
+    }
+}
+
+std::unique_ptr<MessageHub::Subscription> MessageHub::subscribe(const std::string& pattern,
+                                                                MessageService::MessageHandler handler) {
+    auto subscriber = std::make_shared<LocalSubscriber>(requirePattern(pattern), std::move(handler));
+    MutexLock lock(mutex_);
+    const auto number = ++lastNumber_;
+    table_.add(pattern, number, subscriber);
+    return std::make_unique<Token>([weak = weak_from_this(), subscriber, number] {
+        if (const auto hub = weak.lock()) hub->removeSubscriber(subscriber->pattern, number);
+        subscriber->gate.end();
+    });
+}
+
+std::unique_ptr<MessageHub::Subscription> MessageHub::watch(const std::string& pattern,
+                                                            MessageService::SubscribeHandler subscribed,
+                                                            MessageService::UnsubscribeHandler unsubscribed) {
+    const auto watcher =
+        std::make_shared<Watcher>(requirePattern(pattern), std::move(subscribed), std::move(unsubscribed));
+    auto token = std::make_unique<Token>([weak = weak_from_this(), watcher] {
+        if (const auto hub = weak.lock()) hub->removeWatcher(watcher);
+        watcher->end();
+    });
+    {
+        MutexLock lock(mutex_);
+        for (const auto& [id, client] : clients_) {
+            for (const auto& held : client.patterns) {
+                if (canMatch(pattern, held)) watcher->add({true, held, id, client.clientType});
+            }
+        }
+        watchers_.insert(watcher);
+    }
+    watcher->start();
+    return token;
+}
+
+void MessageHub::removeSubscriber(const std::string& pattern, std::uint64_t number) {
+    MutexLock lock(mutex_);
+    table_.remove(pattern, number);
+}
+
+void MessageHub::removeWatcher(const std::shared_ptr<Watcher>& watcher) {
+    MutexLock lock(mutex_);
+    watchers_.erase(watcher);
+}
+
+std::shared_ptr<OutgoingQueue> MessageHub::addClient(const std::string& id, const SessionOptions& options) {
+    auto queue = std::make_shared<OutgoingQueue>(options, options_.now, counters_);
+    MutexLock lock(mutex_);
+    clients_.emplace(id, Client{++lastNumber_, options.clientType, queue, {}});
+    return queue;
+}
+
+void MessageHub::noteLocked(const Clients::value_type& client, const std::string& pattern, bool isSubscribed,
+                            Watchers& concerned) {
+    for (const auto& watcher : watchers_) {
+        if (!canMatch(watcher->pattern(), pattern)) continue;
+        watcher->add({isSubscribed, pattern, client.first, client.second.clientType});
+        concerned.insert(watcher);
+    }
+}
+
+bool MessageHub::subscribeClient(const std::string& id, const std::string& pattern) {
+    requirePattern(pattern);
+    Watchers concerned;
+    {
+        MutexLock lock(mutex_);
+        const auto found = clients_.find(id);
+        if (found == clients_.end()) return false;
+        auto& client = found->second;
+        if (!table_.add(pattern, client.number, client.queue)) return true;
+        client.patterns.push_back(pattern);
+        noteLocked(*found, pattern, true, concerned);
+    }
+    for (const auto& watcher : concerned) watcher->tell();
+    return true;
+}
+
+bool MessageHub::unsubscribeClient(const std::string& id, const std::string& pattern) {
+    requirePattern(pattern);
+    Watchers concerned;
+    {
+        MutexLock lock(mutex_);
+        const auto found = clients_.find(id);
+        if (found == clients_.end()) return false;
+        if (!table_.remove(pattern, found->second.number)) return true;
+        std::erase(found->second.patterns, pattern);
+        noteLocked(*found, pattern, false, concerned);
+    }
+    for (const auto& watcher : concerned) watcher->tell();
+    return true;
+}
+
+void MessageHub::removeClient(const std::string& id) {
+    Watchers concerned;
+    {
+        MutexLock lock(mutex_);
+        const auto found = clients_.find(id);
+        if (found == clients_.end()) return;
+        for (const auto& pattern : found->second.patterns) {
+            table_.remove(pattern, found->second.number);
+            noteLocked(*found, pattern, false, concerned);
+        }
+        clients_.erase(found);
+    }
+    for (const auto& watcher : concerned) watcher->tell();
+}
+
+void MessageHub::sweep() {
+    std::vector<std::pair<std::string, std::shared_ptr<OutgoingQueue>>> clients;
+    {
+        MutexLock lock(mutex_);
+        for (const auto& [id, client] : clients_) clients.emplace_back(id, client.queue);
+    }
+    for (const auto& [id, queue] : clients) {
+        if (queue->closeWhenOverdue()) removeClient(id);
+    }
+}
+
+MessageMetrics MessageHub::metrics() {
+    std::vector<std::shared_ptr<OutgoingQueue>> queues;
+    {
+        MutexLock lock(mutex_);
+        for (const auto& [id, client] : clients_) queues.push_back(client.queue);
+    }
+    MessageMetrics metrics;
+    for (const auto& queue : queues) {
+        if (queue->isClosed()) continue;
+        ++metrics.openSessions;
+        metrics.queuedBytes += queue->queuedBytes();
+    }
+    metrics.droppedMessages = counters_->droppedMessages;
+    metrics.droppedBytes = counters_->droppedBytes;
+    metrics.framesBuilt = counters_->framesBuilt;
+    metrics.messagesPublished = counters_->messagesPublished;
+    return metrics;
+}
+
+}  // namespace standalone

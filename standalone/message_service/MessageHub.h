@@ -1,0 +1,75 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <set>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "connector/ThreadSafety.h"
+#include "message_service/ChannelTable.h"
+#include "message_service/OutgoingQueue.h"
+#include "message_service/Watcher.h"
+#include "standalone/LocalMessageService.h"
+
+namespace standalone {
+
+/// The core of the message service: the one table of subscriptions, and who watches it. Its operations are
+/// those of LocalMessageService and ClientSession; clients are named by the ids of their sessions.
+///
+/// Threads: any.  Locks: mutex_, for the table; a watcher's mutex may be taken under it. Handlers, wake-ups
+/// and the destructors of handlers run without it.
+class MessageHub : public std::enable_shared_from_this<MessageHub> {
+public:
+    using MessageService = connector::message_service::MessageService;
+    using Subscription = connector::message_service::Subscription;
+    using Context = std::shared_ptr<connector::common::ContextState>;
+
+    explicit MessageHub(MessageServiceOptions options);
+
+    void publish(const std::string& channel, std::string_view data, const Context& context) EXCLUDES(mutex_);
+    std::unique_ptr<Subscription> subscribe(const std::string& pattern,
+                                            MessageService::MessageHandler handler) EXCLUDES(mutex_);
+    std::unique_ptr<Subscription> watch(const std::string& pattern,
+                                        MessageService::SubscribeHandler subscribed,
+                                        MessageService::UnsubscribeHandler unsubscribed) EXCLUDES(mutex_);
+
+    std::shared_ptr<OutgoingQueue> addClient(const std::string& id, const SessionOptions& options)
+        EXCLUDES(mutex_);
+    /// The three change nothing for a client that is not known (any more); the first two return false then.
+    bool subscribeClient(const std::string& id, const std::string& pattern) EXCLUDES(mutex_);
+    bool unsubscribeClient(const std::string& id, const std::string& pattern) EXCLUDES(mutex_);
+    void removeClient(const std::string& id) EXCLUDES(mutex_);
+
+    void sweep() EXCLUDES(mutex_);
+    MessageMetrics metrics() EXCLUDES(mutex_);
+
+private:
+    struct Client {
+        std::uint64_t number;
+        std::string clientType;
+        std::shared_ptr<OutgoingQueue> queue;
+        std::vector<std::string> patterns;  // in the order of subscription
+    };
+    using Clients = std::unordered_map<std::string, Client>;
+    using Watchers = std::set<std::shared_ptr<Watcher>>;
+
+    void removeSubscriber(const std::string& pattern, std::uint64_t number) EXCLUDES(mutex_);
+    void removeWatcher(const std::shared_ptr<Watcher>& watcher) EXCLUDES(mutex_);
+    /// Adds the notice of one change where it is wanted, and these watchers to `concerned`.
+    void noteLocked(const Clients::value_type& client, const std::string& pattern, bool isSubscribed,
+                    Watchers& concerned) REQUIRES(mutex_);
+
+    const MessageServiceOptions options_;
+    const std::shared_ptr<MessageCounters> counters_ = std::make_shared<MessageCounters>();
+
+    connector::Mutex mutex_;
+    std::uint64_t lastNumber_ GUARDED_BY(mutex_) = 0;
+    ChannelTable table_ GUARDED_BY(mutex_);
+    Clients clients_ GUARDED_BY(mutex_);
+    Watchers watchers_ GUARDED_BY(mutex_);
+};
+
+}  // namespace standalone
