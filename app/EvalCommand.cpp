@@ -1,5 +1,6 @@
 #include "EvalCommand.h"
 
+#include <chrono>
 #include <memory>
 #include <sstream>
 #include <string>
@@ -9,6 +10,7 @@
 #include <unistd.h>
 
 #include "Evaluation.h"
+#include "StreamedEvaluation.h"
 #include "text.h"
 
 namespace app {
@@ -18,6 +20,7 @@ namespace {
 struct EvalOptions {
     std::vector<std::string> codes;
     bool json = false;
+    bool stream = false;
     int timeoutSeconds = 0;
     int width = 0;
     int height = 0;
@@ -57,6 +60,12 @@ int runEval(const EvalOptions& options) {
     const auto codes = readCodes(options.codes);
     const auto settings = settingsFor(options);
     InProcessSession session(settings.window);
+    if (options.stream) {
+        return StreamedEvaluation(session, {options.json, std::chrono::seconds(options.timeoutSeconds)})
+                       .run(codes)
+                   ? 0
+                   : 1;
+    }
     const int errors = session.host().standardError();
     bool failed = false;
     Evaluation last;
@@ -95,6 +104,7 @@ void addEvalCommand(CLI::App& program, std::function<int()>& command) {
             "'-' "
             "reads it from standard input; '--' goes before a CODE that begins with a dash.");
     eval->add_flag("--json", options->json, "Print each response as one line of JSON");
+    eval->add_flag("--stream", options->stream, "Print text as it comes, errors apart from output");
     const CLI::Range window(1, 32767);
     eval->add_option("--timeout", options->timeoutSeconds, "Give up each evaluation after S seconds")
         ->type_name("S")

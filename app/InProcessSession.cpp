@@ -36,7 +36,11 @@ InProcessSession::InProcessSession(const WindowSize& window)
       module_({.framework = host_.framework(),
                .configuration = host_.configuration(),
                .serializer = serializer_,
-               .zvm = host_.zvm()}) {}
+               .zvm = host_.zvm(),
+               .messageServiceFactory = host_.messageServiceFactory(),
+               .shadowService = host_.shadowService(),
+               .requestGate = host_.requestGate(),
+               .requestTracker = host_.requestCounter()}) {}
 
 std::unique_ptr<connector::Message> InProcessSession::read(const std::string& type,
                                                            const Poco::JSON::Object::Ptr& message) const {

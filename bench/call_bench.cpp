@@ -9,7 +9,6 @@
 #include <string>
 
 #include "RunningService.h"
-#include "connector/interpreter/v1/Eval.h"
 #include "connector/interpreter/v1/FEval.h"
 #include "connector/interpreter/v1/FEvalResponse.h"
 #include "connector/interpreter/v1/Interrupt.h"
@@ -28,12 +27,6 @@ std::unique_ptr<bench::RunningService> service;
 constexpr const char16_t* endlessLoop = u"while True: pass";
 constexpr const char16_t* longSleep = u"time.sleep(60)";
 
-void eval(const std::u16string& code) {
-    auto request = std::make_unique<v1::Eval>("bench");
-    request->mcode = code;
-    service->send(std::move(request));
-}
-
 std::u16string call(const std::u16string& function, const std::string& dequeMode = {}) {
     auto request = std::make_unique<v1::FEval>("bench");
     request->function = function;
@@ -51,18 +44,26 @@ void interrupt() { service->send(std::make_unique<v1::Interrupt>("bench")); }
 // ----------------------------------------------------------------------------------------------
 
 void bareCall(benchmark::State& state) {
-    eval(u"def f(): return 1");
-    bench::BareThread thread([] {
-        PyObject* globals = PyModule_GetDict(PyImport_AddModule("__main__"));
-        PyObject* result = PyObject_CallNoArgs(PyDict_GetItemString(globals, "f"));
+    service->evaluate(u"def f(): return 1");
+    const int processor = static_cast<int>(state.range(0));
+    const bench::Placement placement(*service, 0, processor);
+    PyObject* function = nullptr;
+    const auto call = [&function] {
+        if (function == nullptr) {
+            PyObject* globals = PyModule_GetDict(PyImport_AddModule("__main__"));
+            function = PyDict_GetItemString(globals, "f");
+        }
+        PyObject* result = PyObject_CallNoArgs(function);
         Py_XDECREF(result);
-    });
+    };
+    bench::BareThread thread(call, processor);
     for (auto _ : state) thread.roundTrip();
 }
 BENCHMARK(bareCall)->Apply(bench::compared);
 
 void callRoundTrip(benchmark::State& state) {
-    eval(u"def f(): return 1");
+    service->evaluate(u"def f(): return 1");
+    const bench::Placement placement(*service, 0, static_cast<int>(state.range(0)));
     for (auto _ : state) {
         if (call(u"f") != u"[1]") state.SkipWithError("wrong answer");
     }
@@ -98,7 +99,7 @@ class RunningCode {
 public:
     explicit RunningCode(const std::u16string& code)
         : answered_(std::async(std::launch::async, [code] {
-              eval(code);
+              service->evaluate(code);
               return Clock::now();
           })) {
         while (services::prompt::getInputRequester() != nmutil::prompt::NO_PROMPT) std::this_thread::yield();
@@ -124,7 +125,7 @@ private:
 void pauseBetweenCalls() { std::this_thread::sleep_for(std::chrono::milliseconds(1)); }
 
 void callWhileRunning(benchmark::State& state, const char16_t* code) {
-    eval(
+    service->evaluate(
         u"import numpy, time\nmatrix = numpy.zeros((1000, 1000))\n"
         u"for i in range(20): globals()[f'x{i}'] = list(range(i))");
     const RunningCode running(code);
@@ -140,7 +141,7 @@ void callWhileRunning(benchmark::State& state, const char16_t* code) {
 
 // The function tells when it began, on the clock that is used here, too.
 void startWhileRunning(benchmark::State& state, const char16_t* code) {
-    eval(u"import time");
+    service->evaluate(u"import time");
     const RunningCode running(code);
     Latencies latencies;
     for (auto _ : state) {
@@ -153,7 +154,7 @@ void startWhileRunning(benchmark::State& state, const char16_t* code) {
 }
 
 void interruptToReply(benchmark::State& state, const char16_t* code) {
-    eval(u"import time");
+    service->evaluate(u"import time");
     Latencies latencies;
     for (auto _ : state) {
         RunningCode running(code);

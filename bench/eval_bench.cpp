@@ -2,7 +2,6 @@
 // and run, bare, on another thread. Both threads release the interpreter's lock while they wait.
 
 #include "RunningService.h"
-#include "connector/interpreter/v1/Eval.h"
 
 namespace {
 
@@ -17,18 +16,16 @@ void compileAndExec() {
 }
 
 void bareCompileAndExec(benchmark::State& state) {
-    bench::BareThread thread(compileAndExec);
+    const int processor = static_cast<int>(state.range(0));
+    const bench::Placement placement(*service, 0, processor);
+    bench::BareThread thread(compileAndExec, processor);
     for (auto _ : state) thread.roundTrip();
 }
 BENCHMARK(bareCompileAndExec)->Apply(bench::compared);
 
 void evalRoundTrip(benchmark::State& state) {
-    for (auto _ : state) {
-        auto request = std::make_unique<connector::interpreter::v1::Eval>("bench");
-        request->mcode = u"pass";
-        auto response = service->send(std::move(request));
-        benchmark::DoNotOptimize(response);
-    }
+    const bench::Placement placement(*service, 0, static_cast<int>(state.range(0)));
+    for (auto _ : state) service->evaluate(u"pass");
 }
 BENCHMARK(evalRoundTrip)->Apply(bench::compared);
 

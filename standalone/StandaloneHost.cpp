@@ -6,6 +6,7 @@
 #include "interpreter/Interpreter.h"
 #include "services/LocalConfiguration.h"
 #include "services/LocalServiceFramework.h"
+#include "services/streamingServices.h"
 
 namespace standalone {
 
@@ -18,12 +19,22 @@ std::atomic<bool> wasMade{false};
 class StandaloneHost::Impl {
 public:
     explicit Impl(const HostOptions& options)
-        : configuration(std::make_shared<LocalConfiguration>(options.configuration)), interpreter(options) {}
+        : configuration(std::make_shared<LocalConfiguration>(options.configuration)),
+          messages(std::make_shared<LocalMessageService>(options.messages)),
+          interpreter(options) {}
 
     const std::shared_ptr<connector::configuration::Configuration> configuration;
     const std::shared_ptr<connector::ServiceFramework> framework = std::make_shared<LocalServiceFramework>();
+    const std::shared_ptr<LocalMessageService> messages;
+    const std::shared_ptr<connector::message_service::MessageServiceFactory> messageServiceFactory =
+        std::make_shared<LocalMessageServiceFactory>(messages);
+    const std::shared_ptr<connector::shadow_files::v1::ShadowService> shadowService =
+        std::make_shared<LocalShadowService>();
+    const std::shared_ptr<RequestCounter> requestCounter = std::make_shared<RequestCounter>();
     Interpreter interpreter;
     const std::shared_ptr<zvm::ZVM> zvm = interpreter.currentLocalZVM();
+    const std::shared_ptr<connector::common::RequestGate> requestGate =
+        std::make_shared<InterpreterGate>(zvm, shadowService);
 };
 
 StandaloneHost::StandaloneHost(const HostOptions& options) {
@@ -40,6 +51,21 @@ const std::shared_ptr<connector::ServiceFramework>& StandaloneHost::framework() 
 }
 const std::shared_ptr<connector::configuration::Configuration>& StandaloneHost::configuration() const {
     return impl_->configuration;
+}
+
+const std::shared_ptr<LocalMessageService>& StandaloneHost::messages() const { return impl_->messages; }
+const std::shared_ptr<connector::message_service::MessageServiceFactory>&
+StandaloneHost::messageServiceFactory() const {
+    return impl_->messageServiceFactory;
+}
+const std::shared_ptr<connector::shadow_files::v1::ShadowService>& StandaloneHost::shadowService() const {
+    return impl_->shadowService;
+}
+const std::shared_ptr<connector::common::RequestGate>& StandaloneHost::requestGate() const {
+    return impl_->requestGate;
+}
+const std::shared_ptr<RequestCounter>& StandaloneHost::requestCounter() const {
+    return impl_->requestCounter;
 }
 
 int StandaloneHost::standardInput() const { return impl_->interpreter.originalDescriptor(0); }

@@ -163,7 +163,10 @@ void AsyncEvalService::handleEvalRequest(const message_service::JsonMessage& mes
         if (services_.requestTracker && !clientType.empty()) {
             guarded("requestStarted", [&] { services_.requestTracker->requestStarted(clientType, context); });
         }
-        if (!services_.requestGate || !services_.requestGate->isOpen()) return;
+        if (!services_.requestGate || !services_.requestGate->isOpen()) {
+            asyncLog().info("The gate is closed; the request is dropped.");
+            return;
+        }
         auto text = textOf(message.data);
         if (services::prompt::detail::isInCharBufferMode()) {
             sendRawCharsToBuffer(std::move(text), clientType, held.release(), context);

@@ -59,7 +59,8 @@ public:
         : prompts_(prompts), outer_(prompts.show(nmutil::prompt::NO_PROMPT)) {
         if (outer_ == nmutil::prompt::INCOMPLETE_BLOCK_PROMPT) outer_ = nmutil::prompt::BASE_PROMPT;
     }
-    // Where code waits at a prompt, it goes on doing so for all that listeners know, whatever runs meanwhile.
+    // Where code waits at a prompt, it goes on doing so for all that listeners know, whatever runs meanwhile;
+    // where that asked for input itself, the code announces its prompt anew.
     void announce() {
         if (isBaseLevel()) prompts_.announce(nmutil::prompt::NO_PROMPT, true);
     }
@@ -72,7 +73,7 @@ public:
     void restore(bool isIncomplete) {
         isRestored_ = true;
         prompts_.show(isIncomplete ? nmutil::prompt::INCOMPLETE_BLOCK_PROMPT : outer_);
-        prompts_.announce(prompts_.current(), isBaseLevel());
+        if (isBaseLevel()) prompts_.announce(prompts_.current(), true);
     }
 
 private:
@@ -128,6 +129,7 @@ private:
 Interpreter::Interpreter(const HostOptions& options)
     : options_(options),
       processId_(getpid()),
+      telemetry_(options.telemetryFile),
       queue_(std::make_shared<RequestQueue>(
           RequestQueue::Signals{&Interrupts::send, &Interrupts::sendRequests})),
       events_(std::make_shared<LocalEventManager>()),

@@ -21,6 +21,7 @@
 #include "interpreter/PromptReader.h"
 #include "interpreter/RequestQueue.h"
 #include "services/io/CmdWinSink.h"
+#include "services/TelemetryFile.h"
 #include "standalone/StandaloneHost.h"
 
 namespace standalone {
@@ -76,6 +77,11 @@ public:
     bool setInterruptPending(bool pending) override;
     std::shared_ptr<foundation::msg_svc::eventmgr::EventMgr> eventManager(
         const boost::optional<zvm::ZvmID>& id) override;
+    bool isDduxEnabled() override { return telemetry_.isEnabled(); }
+    connector::Future<std::unique_ptr<connector::ddux::DduxControlResponse>> logEvent(
+        std::unique_ptr<connector::ddux::DduxControlMessage> record) override {
+        return telemetry_.write(*record);
+    }
 
 private:
     class LocalZvm;
@@ -133,6 +139,7 @@ private:
 
     const HostOptions options_;
     const int processId_;
+    TelemetryFile telemetry_;
     const std::shared_ptr<RequestQueue> queue_;
     const std::shared_ptr<LocalEventManager> events_;
     const std::shared_ptr<LocalZvm> zvm_;

@@ -5,6 +5,7 @@
 #include <memory>
 #include <string>
 #include <unordered_map>
+#include <utility>
 #include <variant>
 #include <vector>
 
@@ -16,8 +17,13 @@ namespace standalone {
 
 /// A subscription from within this process.
 struct LocalSubscriber {
-    std::string pattern;
-    connector::message_service::MessageService::MessageHandler handler;
+    using Handler = connector::message_service::MessageService::MessageHandler;
+
+    LocalSubscriber(std::string itsPattern, Handler itsHandler)
+        : pattern(std::move(itsPattern)), handler(std::move(itsHandler)) {}
+
+    const std::string pattern;
+    const Handler handler;
     HandlerGate gate;
 };
 

@@ -27,11 +27,11 @@ bool ClientSession::unsubscribe(const std::string& pattern) {
 }
 
 bool ClientSession::publish(const std::string& channel, std::string_view data,
-                            std::shared_ptr<ContextState> context) {
+                            std::shared_ptr<ContextState> context, std::string_view members) {
     if (isClosed()) return false;
     if (!context) context = std::make_shared<ContextState>();
     if (!clientType_.empty()) context->set("clientType", clientType_, ContextScope::Client);
-    hub_->publish(channel, data, context);
+    hub_->publish(channel, data, context, members);
     return true;
 }
 

@@ -35,7 +35,8 @@ MessageHub::MessageHub(MessageServiceOptions options)
 }
 
 // The sessions come first: what a handler publishes then follows the message that it was called for.
-void MessageHub::publish(const std::string& channel, std::string_view data, const Context& context) {
+void MessageHub::publish(const std::string& channel, std::string_view data, const Context& context,
+                         std::string_view members) {
     if (!isChannelName(channel)) throw std::invalid_argument("Malformed channel name");
     if (data.empty()) throw std::invalid_argument("A message without data");
     counters_->messagesPublished.fetch_add(1, std::memory_order_relaxed);
@@ -47,7 +48,7 @@ void MessageHub::publish(const std::string& channel, std::string_view data, cons
     if (!recipients->clients.empty()) {
         counters_->framesBuilt.fetch_add(1, std::memory_order_relaxed);
         const auto frame =
-            std::make_shared<const MessageFrame>(channel, data, std::string_view(), recipients->lossClass);
+            std::make_shared<const MessageFrame>(channel, data, members, recipients->lossClass);
         for (const auto& client : recipients->clients) client->push(frame);
     }
     if (!recipients->subscribers.empty()) {

@@ -29,7 +29,8 @@ public:
 
     explicit MessageHub(MessageServiceOptions options);
 
-    void publish(const std::string& channel, std::string_view data, const Context& context) EXCLUDES(mutex_);
+    void publish(const std::string& channel, std::string_view data, const Context& context,
+                 std::string_view members = {}) EXCLUDES(mutex_);
     std::unique_ptr<Subscription> subscribe(const std::string& pattern,
                                             MessageService::MessageHandler handler) EXCLUDES(mutex_);
     std::unique_ptr<Subscription> watch(const std::string& pattern,

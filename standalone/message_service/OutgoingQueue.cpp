@@ -37,7 +37,7 @@ bool OutgoingQueue::push(const Frame& frame) {
         addLocked(frame);
         isOpen = !closeReason_;
         if (isOpen && !wasEmpty) return true;
-        wakeUp = wakeUp_;
+        wakeUp = isOpen ? wakeUp_ : std::move(wakeUp_);
     }
     changed_.notify_all();
     call(wakeUp);
@@ -142,7 +142,7 @@ void OutgoingQueue::setWakeUp(std::function<void()> wakeUp) {
     WakeUp previous;  // destroyed with no lock held
     {
         MutexLock lock(mutex_);
-        previous = std::exchange(wakeUp_, replacement);
+        if (!closeReason_) previous = std::exchange(wakeUp_, replacement);
         if (isIdleLocked()) return;
     }
     call(replacement);
@@ -158,7 +158,7 @@ void OutgoingQueue::close(const std::string& reason) {
         MutexLock lock(mutex_);
         if (closeReason_) return;
         closeReason_ = reason;
-        wakeUp = wakeUp_;
+        wakeUp = std::move(wakeUp_);
     }
     changed_.notify_all();
     call(wakeUp);

@@ -38,7 +38,7 @@ MessageFuture LocalServiceFramework::deliver(const connector::Address& address,
         const Message& object = *message;
         const auto provider = find(Key(address.name, typeid(object)));
         if (!provider) {
-            throw std::invalid_argument(
+            throw connector::NoService(
                 "No service takes messages of the class " +
                 foundation::core::diag::detail::demangle_typeid_name(typeid(object).name()) + ".");
         }

@@ -49,6 +49,27 @@ class EvalTest(unittest.TestCase):
         self.assertTrue(second["isError"])
         self.assertIn("NameError", second["responseStr"])
 
+    def test_stream_prints_output_and_errors_apart_as_they_come(self):
+        status, out, err = run("eval", "--stream", "print('before'); 1 / 0", "n = input('Name? ')", "Ada", "n",
+                               "while True: pass", "undefned = 1; undefnd", "--timeout", "1")
+        self.assertEqual((status, out), (1, "before\nName? 'Ada'\n"))
+        self.assertIn("ZeroDivisionError: division by zero\n", err)
+        self.assertIn("numora: the code timed out after 1 seconds\n", err)
+        self.assertTrue(err.endswith("Did you mean: undefned ?\n"), err)
+        self.assertEqual(run("eval", "--stream", "2 + 2"), (0, "4\n", ""))
+        self.assertEqual(run("eval", "--stream", "input()")[0], 1)
+        self.assertEqual(run("eval", "--stream", "if True:")[0], 1)
+
+    def test_stream_as_json_is_one_line_for_each_message_in_order(self):
+        code = "import numora; print('gone'); numora.clc(); print('kept'); numora.home()"
+        status, out, err = run("eval", "--stream", "--json", code)
+        messages = [json.loads(line) for line in out.splitlines()]
+        told = [(m["channel"].removeprefix("/eval/response/"), m["data"]) for m in messages]
+        self.assertEqual((status, err), (0, ""))
+        self.assertEqual(told, [("iqminput", "NO_PROMPT"), ("output", "gone\n"), ("commandwindow/clear", "clear"),
+                                ("output", "kept\n"), ("commandwindow/home", "home"), ("iqminput", "BASE_PROMPT"),
+                                ("completion", "Done: success")])
+
     def test_call_prints_results_as_json(self):
         self.assertEqual(run("call", "divmod", "17", "5"), (0, "[[3,2]]\n", ""))
         self.assertEqual(run("call", "--nargout", "2", "divmod", "17", "5"), (0, "[3,2]\n", ""))

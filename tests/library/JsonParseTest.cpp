@@ -104,6 +104,8 @@ TEST(JsonParseNestingTest, hasAnEnd) {
     EXPECT_EQ(compact(nested(deepestNesting)), nested(deepestNesting));
     EXPECT_EQ(failure(nested(deepestNesting + 1)), "Invalid JSON at byte 1000: nested too deep");
     EXPECT_EQ(failure(std::string(1'000'000, '[')), "Invalid JSON at byte 1000: nested too deep");
+    EXPECT_NO_THROW(connector::json::parse(nested(3), 3));
+    EXPECT_THROW(connector::json::parse(nested(4), 3), connector::json::ParseError);
 }
 
 }  // namespace

@@ -27,6 +27,7 @@ using standalone::EventLimits;
 using standalone::LocalEventManager;
 using testing::ElementsAre;
 using testing::HasSubstr;
+using testing::IsEmpty;
 
 class TaggedEvent : public BaseEvent {
 public:
@@ -200,6 +201,7 @@ TEST_F(LocalEventManagerTest, takesAStackTraceForAHandlerThatThrowsAndSurvivesAF
 }
 
 TEST_F(LocalEventManagerTest, letsAHandlerEndItsOwnSubscriptionAndOthers) {
+    const LogRecord failures;
     std::string log;
     ScopedConnection own;
     ScopedConnection other;
@@ -213,6 +215,7 @@ TEST_F(LocalEventManagerTest, letsAHandlerEndItsOwnSubscriptionAndOthers) {
     events_->raise(SuggestionEvent(u"x"));
     events_->raise(SuggestionEvent(u"y"));
     EXPECT_EQ(log, "own");
+    EXPECT_THAT(failures.lines(), IsEmpty());
 }
 
 TEST_F(LocalEventManagerTest, endsASubscriptionOnlyWhenItsHandlerHasReturned) {
@@ -334,6 +337,23 @@ INSTANTIATE_TEST_SUITE_P(
         FullCase{.name = "Events", .limits = {.events = 2}, .bytes = 0, .delivered = u"gate12raised"},
         FullCase{.name = "Bytes", .limits = {.bytes = 25}, .bytes = 10, .delivered = u"gate12raised"}),
     [](const auto& info) { return info.param.name; });
+
+TEST_F(LocalEventManagerTest, countsAsOneBurstWhatIsDroppedUntilAllThatWaitedIsDelivered) {
+    const LogRecord log;
+    events_ = std::make_shared<LocalEventManager>(EventLimits{.events = 2});
+    const auto connection = record();
+    const ScopedConnection flood(events_->subscribe<SuggestionEvent>([this](const SuggestionEvent& event) {
+        for (int i = 0; event.getText() == u"1" && i < 5; ++i) events_->post(suggestion(u"more"));
+    }));
+    events_->post(suggestion(u"gate"));
+    gate_.entered.wait();
+    for (const auto* text : {u"1", u"2", u"3"}) events_->post(suggestion(text));
+    std::thread raiser([&] { events_->raise(SuggestionEvent(u"raised")); });
+    gate_.mayLeave.count_down();
+    raiser.join();
+    events_->raise(SuggestionEvent(u"end"));
+    EXPECT_THAT(log.lines(), ElementsAre(HasSubstr("events were dropped")));
+}
 
 class CountingManager : public LocalEventManager {
 public:

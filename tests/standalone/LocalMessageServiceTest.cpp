@@ -1,6 +1,7 @@
 #include <atomic>
 #include <functional>
 #include <latch>
+#include <map>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -16,13 +17,11 @@ namespace {
 
 using connector::common::DataBuffer;
 using connector::message_service::JsonMessage;
-using connector::message_service::MessageService;
 using connector::message_service::SubscribeEvent;
 using connector::message_service::Subscription;
 using connector::message_service::UnsubscribeEvent;
 using standalone::ClientSession;
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 using Log = std::vector<std::string>;
 using Token = std::unique_ptr<Subscription>;
@@ -227,8 +226,10 @@ TEST_F(LocalMessageServiceTest, tellsOneClientsChangesInTheirOrderWhicheverThrea
         "/a", [&](const SubscribeEvent& event) { EXPECT_EQ(++held[event.clientId], 1); },
         [&](const UnsubscribeEvent& event) { EXPECT_EQ(--held[event.clientId], 0); });
     const auto shared = open();
+    constexpr int threadCount = 4;
     std::vector<std::thread> threads;
-    for (int i = 0; i < 4; ++i) {
+    threads.reserve(threadCount);
+    for (int i = 0; i < threadCount; ++i) {
         threads.emplace_back([&] {
             for (int round = 0; round < rounds; ++round) {
                 const auto own = open();
@@ -240,7 +241,7 @@ TEST_F(LocalMessageServiceTest, tellsOneClientsChangesInTheirOrderWhicheverThrea
     }
     for (auto& thread : threads) thread.join();
     shared->close();
-    EXPECT_EQ(held.size(), 4U * rounds + 1U);
+    EXPECT_EQ(held.size(), threadCount * rounds + 1U);
 }
 
 TEST_F(LocalMessageServiceTest, hasHadWatchersToldWhenSubscribeReturns) {
@@ -279,6 +280,7 @@ TEST_F(LocalMessageServiceTest, standsManyThreadsThatDoEverythingAtOnce) {
         "/**", [&](const SubscribeEvent&) { ++subscriptions; },
         [&](const UnsubscribeEvent&) { --subscriptions; });
     std::vector<std::thread> threads;
+    threads.reserve(threadCount);
     for (int i = 0; i < threadCount; ++i) {
         threads.emplace_back([&, own = "/a/" + std::to_string(i)] {
             const auto slow = service_.openSession({.queueBytes = 200});

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <stdexcept>
 #include <typeindex>
 #include <vector>
 
@@ -11,6 +12,12 @@
 #include "connector/common/ContextState.h"
 
 namespace connector {
+
+/// No service takes messages of a class.
+class NoService : public std::invalid_argument {
+public:
+    using std::invalid_argument::invalid_argument;
+};
 
 /// Holds the service providers and delivers messages to them.
 ///
@@ -29,7 +36,8 @@ public:
 
     /// Delivers `message` with `context`, or with an empty one where it is null, as the current context and
     /// with this framework and `address` as the CurrentDelivery.
-    /// Returns the provider's future; a failed one when no service takes messages of that class.
+    /// Returns the provider's future; one that has failed with NoService when no service takes messages of
+    /// that class.
     virtual Future<std::unique_ptr<Message>> deliver(const Address& address, std::unique_ptr<Message> message,
                                                      std::shared_ptr<common::ContextState> context) = 0;
 };

@@ -66,11 +66,12 @@ public:
     bool unsubscribe(const std::string& pattern);
 
     /// Publishes for the client: `data` is one JSON value. `context`, a new one when null, goes to the
-    /// subscribers in this process and gets the client's type, if there is one, as "clientType". False when
-    /// the session is closed.  Blocks: while subscribers in this process run. Throws: std::invalid_argument,
-    /// for a channel that is no name and for empty data.
+    /// subscribers in this process and gets the client's type, if there is one, as "clientType". `members`
+    /// goes to clients only: MessageFrame. False when the session is closed.
+    /// Blocks: while subscribers in this process run.
+    /// Throws: std::invalid_argument, for a channel that is no name and for empty data.
     bool publish(const std::string& channel, std::string_view data,
-                 std::shared_ptr<connector::common::ContextState> context);
+                 std::shared_ptr<connector::common::ContextState> context, std::string_view members = {});
 
     /// Queues a frame for this client alone, behind what is queued. False when the session is or gets closed.
     /// Blocks: never.
@@ -81,8 +82,9 @@ public:
     TakenFrames take(std::size_t maxBytes, std::chrono::milliseconds timeout);
 
     /// Has `wakeUp` called whenever the queue becomes non-empty and when the session closes; at once, when
-    /// either is so already. It replaces the one before, which another thread may still be calling; an empty
-    /// one ends it. Threads: it runs on a publishing thread, so it must be quick.
+    /// either is so already. It is let go when the session closes, or for another one, which may be empty; a
+    /// thread that is about to call it may do so after that.
+    /// Threads: it runs on a publishing thread, so it must be quick.
     void setWakeUp(std::function<void()> wakeUp);
 
     /// Closes, if that has not happened.  Blocks: while watchers are told.

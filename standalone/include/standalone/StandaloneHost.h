@@ -6,7 +6,11 @@
 #include <string>
 
 #include "connector/ServiceFramework.h"
+#include "connector/common/RequestGate.h"
 #include "connector/configuration/Configuration.h"
+#include "connector/shadow_files/v1/ShadowService.h"
+#include "standalone/LocalMessageService.h"
+#include "standalone/RequestCounter.h"
 #include "zvm/ZVM.h"
 
 namespace standalone {
@@ -20,6 +24,9 @@ struct HostOptions {
     bool captureFileDescriptors = true;
     /// Initial configuration values.
     std::map<std::string, std::string> configuration;
+    /// Where records of usage are kept, as lines of JSON. Empty: nowhere.
+    std::string telemetryFile = {};
+    MessageServiceOptions messages = {};
 };
 
 /// A complete host of its own: an embedded CPython on a thread of its own, its request queue, events,
@@ -44,6 +51,13 @@ public:
     const std::shared_ptr<zvm::ZVM>& zvm() const;
     const std::shared_ptr<connector::ServiceFramework>& framework() const;
     const std::shared_ptr<connector::configuration::Configuration>& configuration() const;
+    const std::shared_ptr<LocalMessageService>& messages() const;
+
+    // What streaming evaluation works with; the gate is open while the interpreter is available.
+    const std::shared_ptr<connector::message_service::MessageServiceFactory>& messageServiceFactory() const;
+    const std::shared_ptr<connector::shadow_files::v1::ShadowService>& shadowService() const;
+    const std::shared_ptr<connector::common::RequestGate>& requestGate() const;
+    const std::shared_ptr<RequestCounter>& requestCounter() const;
 
     /// The process's own standard input, output and error as they were before capture: file descriptors for
     /// the program itself to read and write. Valid as long as the host is.

@@ -30,6 +30,9 @@ public:
     void registerType(const std::string& typeName, std::type_index type, Reader reader, Writer writer)
         EXCLUDES(mutex_);
 
+    /// Whether `typeName` stands for a class.  Locks: mutex_.
+    bool isRegistered(const std::string& typeName) const EXCLUDES(mutex_);
+
     /// The message of type `typeName` that `object` describes.
     /// Locks: mutex_.
     /// Throws: std::invalid_argument when the name is not registered; what the reader throws.

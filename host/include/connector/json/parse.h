@@ -23,7 +23,7 @@ private:
     std::size_t offset_;
 };
 
-/// Arrays and objects may be nested this deep.
+/// Arrays and objects may be nested this deep, unless another limit is given.
 inline constexpr std::size_t deepestNesting = 1000;
 
 /// Reads one JSON value in UTF-8 with nothing but blanks around it: what every body from outside goes
@@ -34,7 +34,8 @@ inline constexpr std::size_t deepestNesting = 1000;
 /// Poco::UInt64 where they are integers that fit, else double.
 ///
 /// Threads: any.  Throws: ParseError, for malformed JSON or UTF-8, an escape that is half a pair of
-/// surrogates, a number beyond the range of a double, or deeper nesting; std::bad_alloc.  Source: RFC 8259.
-Poco::Dynamic::Var parse(std::string_view text);
+/// surrogates, a number beyond the range of a double, or nesting deeper than `depth`; std::bad_alloc. Source:
+/// RFC 8259.
+Poco::Dynamic::Var parse(std::string_view text, std::size_t depth = deepestNesting);
 
 }  // namespace connector::json

@@ -33,7 +33,8 @@ struct UnsubscribeEvent {
 };
 
 /// Something that was asked for; destroying it ends it. After that no handler of it is called any more.
-/// Blocks: while one of its handlers runs on another thread; not when it is destroyed from within a handler.
+/// Blocks: while one of its handlers runs on another thread. Not for one that it is destroyed from within,
+/// and not for one that itself waits in this way, for a handler that this thread runs.
 class Subscription {
 public:
     virtual ~Subscription() = default;
@@ -43,8 +44,9 @@ public:
 /// segment "*" matches one segment and a last segment "**" matches one or more.
 ///
 /// Threads: every operation from any thread, also from a handler. What one thread publishes on one channel
-/// arrives in that order at every subscriber. An exception that a handler throws is logged and goes no
-/// further.
+/// arrives in that order at every subscriber, but for what a handler publishes on the channel that it was
+/// called for: subscribers whose turn comes later get that first. An exception that a handler throws is
+/// logged and goes no further.
 class MessageService {
 public:
     using MessageHandler = std::function<void(const JsonMessage&)>;
@@ -57,7 +59,7 @@ public:
     /// sent as they are.
     /// Returns a future that is ready once the subscribers in this process have run and the message is queued
     /// for every client.  Blocks: while subscribers in this process run; never for a client.
-    /// Throws: std::invalid_argument, for a channel that is no name.
+    /// Throws: std::invalid_argument, for a channel that is no name and for empty data.
     virtual Future<void> publish(const std::string& channel, const common::DataBuffer& data) = 0;
 
     /// Calls `handler` for every message on a channel that `pattern` matches, on the thread that publishes.
@@ -66,7 +68,9 @@ public:
 
     /// Calls the handlers when clients subscribe to, and unsubscribe from, channels or patterns that can
     /// match a channel which `pattern` matches; for those that are subscribed already, before it returns.
-    /// Notices of one client come in their order.  Throws: std::invalid_argument, for a malformed pattern.
+    /// Notices of one client come in their order, which holds within one watch and not between two.
+    /// Threads: the handlers of a watch run one at a time, on threads that subscribe or unsubscribe clients.
+    /// Throws: std::invalid_argument, for a malformed pattern.
     virtual std::unique_ptr<Subscription> watch(const std::string& pattern, SubscribeHandler subscribed,
                                                 UnsubscribeHandler unsubscribed) = 0;
 };

@@ -22,6 +22,11 @@ void JsonSerializer::registerType(const std::string& typeName, std::type_index t
     byType_[type] = std::move(entry);
 }
 
+bool JsonSerializer::isRegistered(const std::string& typeName) const {
+    const MutexLock lock(mutex_);
+    return byName_.contains(typeName);
+}
+
 std::unique_ptr<Message> JsonSerializer::read(const std::string& typeName,
                                               const Poco::JSON::Object::Ptr& object) const {
     EntryPtr entry;

@@ -21,8 +21,8 @@ bool isSurrogate(unsigned unit, unsigned first) { return (unit & 0xFC00U) == fir
 
 class Parser {
 public:
-    explicit Parser(std::string_view text)
-        : start_(text.data()), at_(text.data()), end_(text.data() + text.size()) {}
+    Parser(std::string_view text, std::size_t maxDepth)
+        : start_(text.data()), at_(text.data()), end_(text.data() + text.size()), maxDepth_(maxDepth) {}
 
     Var parse() {
         Var value = readValue();
@@ -82,7 +82,7 @@ private:
     }
 
     void enter() {
-        if (++depth_ > deepestNesting) fail("nested too deep");
+        if (++depth_ > maxDepth_) fail("nested too deep");
         ++at_;
     }
 
@@ -225,11 +225,12 @@ private:
     const char* const start_;
     const char* at_;
     const char* const end_;
+    const std::size_t maxDepth_;
     std::size_t depth_ = 0;
 };
 
 }  // namespace
 
-Var parse(std::string_view text) { return Parser(text).parse(); }
+Var parse(std::string_view text, std::size_t depth) { return Parser(text, depth).parse(); }
 
 }  // namespace connector::json

@@ -50,13 +50,15 @@ struct AsyncEvalServices {
 /// A request is a JSON string on "/eval/request": code, or characters when the interpreter reads typed input.
 /// The answers go to every client, on channels under "/eval/response/":
 ///
-///     output, error        a batch of printed text
-///     completion           "Done: success" or "Done: failure", once per request that the gate let through
-///     and
-///                          that is a JSON string: behind all that its code printed or, for typed characters,
-///                          when they have been typed
-///     commandwindow/clear, commandwindow/home, suggest, iqminput
-///                          "clear", "home", the suggestion, the name of the prompt
+///     output, error            a batch of printed text
+///     completion               "Done: success" or "Done: failure"
+///     commandwindow/clear      "clear"
+///     commandwindow/home       "home"
+///     suggest                  the name that may have been meant
+///     iqminput                 the name of the prompt that is shown now
+///
+/// Each request that is a JSON string and finds the gate open is completed once: behind all that its code
+/// printed or, for characters, when they have been typed.
 ///
 ///     request -- gate closed, malformed --> dropped, logged
 ///        '------> queued --> run or typed --------------------> completed
@@ -84,8 +86,8 @@ public:
     AsyncEvalService& operator=(const AsyncEvalService&) = delete;
 
     /// Counts one more who wants the events; with the first it starts to listen to them. A start that fails
-    /// is logged, and tried again with the next one who wants them. While another thread starts or stops
-    /// listening, it is left to that thread to follow the count.
+    /// is logged, and tried again when the count changes. While another thread starts or stops listening, it
+    /// is left to that thread to follow the count.
     void startListening();
     /// Counts one less, but never below none; with the last it stops. Returns how many are left.
     /// Blocks: when it stops, while a handler runs on another thread.
@@ -94,7 +96,7 @@ public:
     void handleClientSubscribe(const message_service::SubscribeEvent& event) EXCLUDES(mutex_);
     void handleClientUnsubscribe(const message_service::UnsubscribeEvent& event) EXCLUDES(mutex_);
 
-    /// Begins a request. Never throws what it meets with: that is logged.
+    /// Begins a request. What goes wrong is logged, and goes no further.
     /// The request tracker is told of every request of a client that names its type, also of one that is then
     /// dropped; of the end it is told when there is a completion.
     void handleEvalRequest(const message_service::JsonMessage& message);

@@ -1,0 +1,56 @@
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "InProcessSession.h"
+#include "standalone/ClientSession.h"
+
+namespace app {
+
+/// Runs codes through the streaming service, each in turn, and prints what comes as it comes: printed text to
+/// standard output, errors to standard error or, as JSON, every message as one line on standard output.
+///
+/// A code is sent when the one before has ended, or is typed when that one waits for input.
+///
+/// Threads: one.
+class StreamedEvaluation {
+public:
+    struct Settings {
+        bool json = false;
+        std::chrono::seconds limit{0};  ///< of each code, after which it is interrupted; 0: none
+    };
+
+    StreamedEvaluation(InProcessSession& session, Settings settings);
+
+    /// True when every code succeeded.
+    /// Blocks: until the last code has ended or waits for input.  Throws: as writeAll.
+    bool run(const std::vector<std::string>& codes);
+
+private:
+    using Clock = std::chrono::steady_clock;
+
+    void send(const std::string& code);
+    void receive();
+    void show(const standalone::MessageFrame& frame);
+    void noticePrompt(const std::string& prompt);
+    void interruptWhenLate();
+    void fail(const std::string& why);
+
+    InProcessSession& session_;
+    const Settings settings_;
+    const std::shared_ptr<standalone::ClientSession> client_;
+
+    std::size_t incomplete_ = 0;  ///< requests that have been sent and are not completed
+    bool isWaiting_ = false;      ///< for input that has not been typed
+    bool isIncompleteBlock_ = false;
+    bool isInterrupted_ = false;  ///< since the last code was sent
+    bool hasFailed_ = false;
+    Clock::time_point deadline_ = Clock::time_point::max();
+};
+
+}  // namespace app
