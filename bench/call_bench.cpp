@@ -40,8 +40,7 @@ std::u16string call(const std::u16string& function, const std::string& dequeMode
 
 void interrupt() { service->send(std::make_unique<v1::Interrupt>("bench")); }
 
-// --- Round trip
-// ----------------------------------------------------------------------------------------------
+// --- Round trip ----------------------------------------------------------------------------------
 
 void bareCall(benchmark::State& state) {
     service->evaluate(u"def f(): return 1");
@@ -57,21 +56,20 @@ void bareCall(benchmark::State& state) {
         Py_XDECREF(result);
     };
     bench::BareThread thread(call, processor);
-    for (auto _ : state) thread.roundTrip();
+    for ([[maybe_unused]] auto _ : state) thread.roundTrip();
 }
 BENCHMARK(bareCall)->Apply(bench::compared);
 
 void callRoundTrip(benchmark::State& state) {
     service->evaluate(u"def f(): return 1");
     const bench::Placement placement(*service, 0, static_cast<int>(state.range(0)));
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         if (call(u"f") != u"[1]") state.SkipWithError("wrong answer");
     }
 }
 BENCHMARK(callRoundTrip)->Apply(bench::compared);
 
-// --- While code runs
-// -----------------------------------------------------------------------------------------
+// --- While code runs -----------------------------------------------------------------------------
 
 class Latencies {
 public:
@@ -130,7 +128,7 @@ void callWhileRunning(benchmark::State& state, const char16_t* code) {
         u"for i in range(20): globals()[f'x{i}'] = list(range(i))");
     const RunningCode running(code);
     Latencies latencies;
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         pauseBetweenCalls();
         const auto begin = Clock::now();
         benchmark::DoNotOptimize(call(u"numora.workspace", "ppe"));
@@ -144,7 +142,7 @@ void startWhileRunning(benchmark::State& state, const char16_t* code) {
     service->evaluate(u"import time");
     const RunningCode running(code);
     Latencies latencies;
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         pauseBetweenCalls();
         const auto begin = Clock::now().time_since_epoch();
         const std::string started = fl::i18n::to_string(call(u"time.monotonic_ns", "ppe"));
@@ -156,7 +154,7 @@ void startWhileRunning(benchmark::State& state, const char16_t* code) {
 void interruptToReply(benchmark::State& state, const char16_t* code) {
     service->evaluate(u"import time");
     Latencies latencies;
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         RunningCode running(code);
         const auto begin = Clock::now();
         latencies.add(state, running.end() - begin);

@@ -19,13 +19,13 @@ void bareCompileAndExec(benchmark::State& state) {
     const int processor = static_cast<int>(state.range(0));
     const bench::Placement placement(*service, 0, processor);
     bench::BareThread thread(compileAndExec, processor);
-    for (auto _ : state) thread.roundTrip();
+    for ([[maybe_unused]] auto _ : state) thread.roundTrip();
 }
 BENCHMARK(bareCompileAndExec)->Apply(bench::compared);
 
 void evalRoundTrip(benchmark::State& state) {
     const bench::Placement placement(*service, 0, static_cast<int>(state.range(0)));
-    for (auto _ : state) service->evaluate(u"pass");
+    for ([[maybe_unused]] auto _ : state) service->evaluate(u"pass");
 }
 BENCHMARK(evalRoundTrip)->Apply(bench::compared);
 

@@ -3,14 +3,12 @@
 #include <stdexcept>
 #include <utility>
 
-#include <Poco/JSON/Array.h>
-#include <Poco/JSON/Parser.h>
-
 #include "cmddistributor/CmdRequest.h"
 #include "connector/common/productName.h"
 #include "connector/ddux/ddux.h"
 #include "connector/interpreter/v1/AsyncEvalStreamBuf.h"
 #include "connector/json/escape.h"
+#include "connector/json/parse.h"
 #include "fl/i18n/text.h"
 #include "iqm/PacketInfo.h"
 #include "services/prompt/prompt.h"
@@ -42,12 +40,9 @@ CoalescingTextBuffer::Callback batchPublisher(std::shared_ptr<Publisher> publish
     };
 }
 
-// The text of a JSON string. Poco's parser takes containers alone.
-// Throws: Poco::JSON::JSONException, Poco::BadCastException, fl::i18n::ConversionError.
-std::u16string textOf(const std::string& json) {
-    const auto array = Poco::JSON::Parser().parse("[" + json + "]").extract<Poco::JSON::Array::Ptr>();
-    if (array->size() != 1) throw std::invalid_argument("The request is not one JSON value.");
-    return fl::i18n::codecvt_string_to_ustring("UTF-8")(array->get(0).extract<std::string>());
+// The text of a JSON string.  Throws: json::ParseError; Poco::BadCastException, for another value.
+std::u16string textOf(const std::string& text) {
+    return fl::i18n::codecvt_string_to_ustring("UTF-8")(json::parse(text).extract<std::string>());
 }
 
 // The stream buffers of one evaluation. They share the coalescer, because the interpreter may hold on to

@@ -1,5 +1,6 @@
 #include "message_service/ChannelTable.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "standalone/channelNames.h"
@@ -68,6 +69,8 @@ Recipients ChannelTable::resolve(const std::string& channel) const {
         result.lossClass = pattern;
         break;
     }
+    result.isLogged = std::any_of(logged_.begin(), logged_.end(),
+                                  [&](const auto& pattern) { return canMatch(pattern, channel); });
     return result;
 }
 

@@ -32,6 +32,7 @@ struct Recipients {
     std::vector<std::shared_ptr<OutgoingQueue>> clients;
     std::vector<std::shared_ptr<LocalSubscriber>> subscribers;  // in the order of their numbers
     std::string lossClass;                                      // of the channel's frames
+    bool isLogged = false;                                      // what is published is kept for a while
 };
 
 /// Who is subscribed to what. The answer for a channel is kept until a subscription that matters to it
@@ -43,8 +44,9 @@ public:
     using Recipient = std::variant<std::shared_ptr<OutgoingQueue>, std::shared_ptr<LocalSubscriber>>;
 
     /// `droppable`: the patterns of channels whose frames may be lost; they are the names of the loss
-    /// classes.
-    explicit ChannelTable(std::vector<std::string> droppable) : droppable_(std::move(droppable)) {}
+    /// classes. `logged`: of those whose messages are kept.
+    ChannelTable(std::vector<std::string> droppable, std::vector<std::string> logged)
+        : droppable_(std::move(droppable)), logged_(std::move(logged)) {}
 
     /// `number` stands for the recipient. False when it has this pattern already.
     bool add(const std::string& pattern, std::uint64_t number, Recipient recipient);
@@ -62,6 +64,7 @@ private:
     Recipients resolve(const std::string& channel) const;
 
     const std::vector<std::string> droppable_;
+    const std::vector<std::string> logged_;
     ByPattern names_;      // patterns without wildcards
     ByPattern wildcards_;  // the others
     std::unordered_map<std::string, std::shared_ptr<const Recipients>> resolved_;

@@ -19,7 +19,11 @@ ClientSession::ClientSession(std::shared_ptr<MessageHub> hub, std::string id, st
 ClientSession::~ClientSession() { close(); }
 
 bool ClientSession::subscribe(const std::string& pattern) {
-    return !isClosed() && hub_->subscribeClient(id_, pattern);
+    return !isClosed() && hub_->subscribeClient(id_, pattern, std::nullopt);
+}
+
+bool ClientSession::subscribe(const std::string& pattern, std::uint64_t after) {
+    return !isClosed() && hub_->subscribeClient(id_, pattern, after);
 }
 
 bool ClientSession::unsubscribe(const std::string& pattern) {

@@ -30,8 +30,14 @@ private:
 }  // namespace
 
 MessageHub::MessageHub(MessageServiceOptions options)
-    : options_(std::move(options)), table_(options_.droppable) {
+    : options_(std::move(options)), log_(options_.logBytes), table_(options_.droppable, options_.logged) {
     for (const auto& pattern : options_.droppable) requirePattern(pattern);
+    for (const auto& pattern : options_.logged) requirePattern(pattern);
+}
+
+std::shared_ptr<const Recipients> MessageHub::recipientsOf(const std::string& channel) {
+    MutexLock lock(mutex_);
+    return table_.find(channel);
 }
 
 // The sessions come first: what a handler publishes then follows the message that it was called for.
@@ -40,12 +46,10 @@ void MessageHub::publish(const std::string& channel, std::string_view data, cons
     if (!isChannelName(channel)) throw std::invalid_argument("Malformed channel name");
     if (data.empty()) throw std::invalid_argument("A message without data");
     counters_->messagesPublished.fetch_add(1, std::memory_order_relaxed);
-    std::shared_ptr<const Recipients> recipients;
-    {
-        MutexLock lock(mutex_);
-        recipients = table_.find(channel);
-    }
-    if (!recipients->clients.empty()) {
+    const auto recipients = recipientsOf(channel);
+    if (recipients->isLogged) {
+        publishLogged(channel, data);
+    } else if (!recipients->clients.empty()) {
         counters_->framesBuilt.fetch_add(1, std::memory_order_relaxed);
         const auto frame =
             std::make_shared<const MessageFrame>(channel, data, members, recipients->lossClass);
@@ -57,6 +61,19 @@ void MessageHub::publish(const std::string& channel, std::string_view data, cons
             subscriber->gate.run([&] { subscriber->handler(message); });
         }
     }
+}
+
+// Who gets the message is looked up anew: a client may have subscribed before the message had its number.
+void MessageHub::publishLogged(const std::string& channel, std::string_view data) {
+    std::vector<OutgoingQueue::WakeUp> wakeUps;
+    {
+        MutexLock lock(logMutex_);
+        const auto recipients = recipientsOf(channel);
+        counters_->framesBuilt.fetch_add(1, std::memory_order_relaxed);
+        const auto frame = log_.add(channel, data, recipients->lossClass);
+        for (const auto& client : recipients->clients) client->push(frame, wakeUps);
+    }
+    for (const auto& wakeUp : wakeUps) OutgoingQueue::call(wakeUp);
 }
 
 std::unique_ptr<MessageHub::Subscription> MessageHub::subscribe(const std::string& pattern,
@@ -119,20 +136,40 @@ void MessageHub::noteLocked(const Clients::value_type& client, const std::string
     }
 }
 
-bool MessageHub::subscribeClient(const std::string& id, const std::string& pattern) {
+bool MessageHub::subscribeClient(const std::string& id, const std::string& pattern,
+                                 std::optional<std::uint64_t> after) {
     requirePattern(pattern);
     Watchers concerned;
-    {
-        MutexLock lock(mutex_);
-        const auto found = clients_.find(id);
-        if (found == clients_.end()) return false;
-        auto& client = found->second;
-        if (!table_.add(pattern, client.number, client.queue)) return true;
+    std::vector<OutgoingQueue::WakeUp> wakeUps;
+    const bool isKnown = after ? subscribeLogged(id, pattern, *after, concerned, wakeUps)
+                               : addSubscription(id, pattern, concerned) != nullptr;
+    for (const auto& wakeUp : wakeUps) OutgoingQueue::call(wakeUp);
+    for (const auto& watcher : concerned) watcher->tell();
+    return isKnown;
+}
+
+// With the log's mutex held, so that nothing is published between the last message played and the first new
+// one.
+bool MessageHub::subscribeLogged(const std::string& id, const std::string& pattern, std::uint64_t after,
+                                 Watchers& concerned, std::vector<OutgoingQueue::WakeUp>& wakeUps) {
+    MutexLock lock(logMutex_);
+    const auto queue = addSubscription(id, pattern, concerned);
+    if (!queue) return false;
+    for (const auto& frame : log_.after(after, pattern)) queue->push(frame, wakeUps);
+    return true;
+}
+
+std::shared_ptr<OutgoingQueue> MessageHub::addSubscription(const std::string& id, const std::string& pattern,
+                                                           Watchers& concerned) {
+    MutexLock lock(mutex_);
+    const auto found = clients_.find(id);
+    if (found == clients_.end()) return nullptr;
+    auto& client = found->second;
+    if (table_.add(pattern, client.number, client.queue)) {
         client.patterns.push_back(pattern);
         noteLocked(*found, pattern, true, concerned);
     }
-    for (const auto& watcher : concerned) watcher->tell();
-    return true;
+    return client.queue;
 }
 
 bool MessageHub::unsubscribeClient(const std::string& id, const std::string& pattern) {

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <string_view>
@@ -10,6 +11,7 @@
 
 #include "connector/ThreadSafety.h"
 #include "message_service/ChannelTable.h"
+#include "message_service/MessageLog.h"
 #include "message_service/OutgoingQueue.h"
 #include "message_service/Watcher.h"
 #include "standalone/LocalMessageService.h"
@@ -19,8 +21,9 @@ namespace standalone {
 /// The core of the message service: the one table of subscriptions, and who watches it. Its operations are
 /// those of LocalMessageService and ClientSession; clients are named by the ids of their sessions.
 ///
-/// Threads: any.  Locks: mutex_, for the table; a watcher's mutex may be taken under it. Handlers, wake-ups
-/// and the destructors of handlers run without it.
+/// Threads: any.  Locks: mutex_, for the table; a watcher's mutex may be taken under it. Before it logMutex_,
+/// while a message that is logged is numbered and queued for every session, so that numbers rise in each, and
+/// while the log is played to one. Handlers, wake-ups and the destructors of handlers run without them.
 class MessageHub : public std::enable_shared_from_this<MessageHub> {
 public:
     using MessageService = connector::message_service::MessageService;
@@ -30,7 +33,7 @@ public:
     explicit MessageHub(MessageServiceOptions options);
 
     void publish(const std::string& channel, std::string_view data, const Context& context,
-                 std::string_view members = {}) EXCLUDES(mutex_);
+                 std::string_view members = {}) EXCLUDES(mutex_, logMutex_);
     std::unique_ptr<Subscription> subscribe(const std::string& pattern,
                                             MessageService::MessageHandler handler) EXCLUDES(mutex_);
     std::unique_ptr<Subscription> watch(const std::string& pattern,
@@ -40,7 +43,8 @@ public:
     std::shared_ptr<OutgoingQueue> addClient(const std::string& id, const SessionOptions& options)
         EXCLUDES(mutex_);
     /// The three change nothing for a client that is not known (any more); the first two return false then.
-    bool subscribeClient(const std::string& id, const std::string& pattern) EXCLUDES(mutex_);
+    bool subscribeClient(const std::string& id, const std::string& pattern,
+                         std::optional<std::uint64_t> after) EXCLUDES(mutex_, logMutex_);
     bool unsubscribeClient(const std::string& id, const std::string& pattern) EXCLUDES(mutex_);
     void removeClient(const std::string& id) EXCLUDES(mutex_);
 
@@ -57,6 +61,14 @@ private:
     using Clients = std::unordered_map<std::string, Client>;
     using Watchers = std::set<std::shared_ptr<Watcher>>;
 
+    std::shared_ptr<const Recipients> recipientsOf(const std::string& channel) EXCLUDES(mutex_);
+    void publishLogged(const std::string& channel, std::string_view data) EXCLUDES(mutex_, logMutex_);
+    /// The queue of the client; null when it is not known.
+    std::shared_ptr<OutgoingQueue> addSubscription(const std::string& id, const std::string& pattern,
+                                                   Watchers& concerned) EXCLUDES(mutex_);
+    bool subscribeLogged(const std::string& id, const std::string& pattern, std::uint64_t after,
+                         Watchers& concerned, std::vector<OutgoingQueue::WakeUp>& wakeUps)
+        EXCLUDES(mutex_, logMutex_);
     void removeSubscriber(const std::string& pattern, std::uint64_t number) EXCLUDES(mutex_);
     void removeWatcher(const std::shared_ptr<Watcher>& watcher) EXCLUDES(mutex_);
     /// Adds the notice of one change where it is wanted, and these watchers to `concerned`.
@@ -65,6 +77,9 @@ private:
 
     const MessageServiceOptions options_;
     const std::shared_ptr<MessageCounters> counters_ = std::make_shared<MessageCounters>();
+
+    connector::Mutex logMutex_;
+    MessageLog log_ GUARDED_BY(logMutex_);
 
     connector::Mutex mutex_;
     std::uint64_t lastNumber_ GUARDED_BY(mutex_) = 0;

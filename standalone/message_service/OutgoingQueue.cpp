@@ -28,7 +28,13 @@ OutgoingQueue::OutgoingQueue(const SessionOptions& options, Now now,
       counters_(std::move(counters)) {}
 
 bool OutgoingQueue::push(const Frame& frame) {
-    WakeUp wakeUp;
+    std::vector<WakeUp> wakeUps;
+    const bool isOpen = push(frame, wakeUps);
+    for (const WakeUp& wakeUp : wakeUps) call(wakeUp);
+    return isOpen;
+}
+
+bool OutgoingQueue::push(const Frame& frame, std::vector<WakeUp>& wakeUps) {
     bool isOpen = false;
     {
         MutexLock lock(mutex_);
@@ -37,10 +43,9 @@ bool OutgoingQueue::push(const Frame& frame) {
         addLocked(frame);
         isOpen = !closeReason_;
         if (isOpen && !wasEmpty) return true;
-        wakeUp = isOpen ? wakeUp_ : std::move(wakeUp_);
+        wakeUps.push_back(isOpen ? wakeUp_ : std::move(wakeUp_));
     }
     changed_.notify_all();
-    call(wakeUp);
     return isOpen;
 }
 

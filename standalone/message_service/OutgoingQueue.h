@@ -11,6 +11,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "connector/ThreadSafety.h"
 #include "standalone/ClientSession.h"
@@ -39,8 +40,14 @@ public:
 
     OutgoingQueue(const SessionOptions& options, Now now, std::shared_ptr<MessageCounters> counters);
 
+    using WakeUp = std::shared_ptr<const std::function<void()>>;
+
     /// False when closed, also when that is because of this frame.  Blocks: never.
     bool push(const std::shared_ptr<const MessageFrame>& frame) EXCLUDES(mutex_);
+    /// The same for a caller that holds a lock: what has to be called without it is appended to `wakeUps`.
+    bool push(const std::shared_ptr<const MessageFrame>& frame, std::vector<WakeUp>& wakeUps)
+        EXCLUDES(mutex_);
+    static void call(const WakeUp& wakeUp);
     TakenFrames take(std::size_t maxBytes, std::chrono::milliseconds timeout) EXCLUDES(mutex_);
     void setWakeUp(std::function<void()> wakeUp) EXCLUDES(mutex_);
 
@@ -63,10 +70,8 @@ private:
         std::unique_ptr<Loss> loss;  // what was lost here
     };
     using Entries = std::list<Entry>;
-    using WakeUp = std::shared_ptr<const std::function<void()>>;
 
     static Frame noticeOf(const Loss& loss);
-    static void call(const WakeUp& wakeUp);
 
     void addLocked(const Frame& frame) REQUIRES(mutex_);
     void dropOldestLocked() REQUIRES(mutex_);

@@ -1,3 +1,4 @@
+#include <csignal>
 #include <cstdlib>
 #include <fstream>
 #include <functional>
@@ -7,6 +8,7 @@
 #include <thread>
 #include <vector>
 
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include "CoalescingTextBufferFixture.h"
@@ -263,6 +265,26 @@ private:
     static constexpr const char* variable = "NUFULLSTACK_TEST_CONTAINER_LOG";
 };
 
+/// Lets no file grow past `bytes` while it is in scope: writing fails.
+class FileSizeLimit {
+public:
+    explicit FileSizeLimit(rlim_t bytes) : handler_(std::signal(SIGXFSZ, SIG_IGN)) {
+        ::getrlimit(RLIMIT_FSIZE, &before_);
+        const rlimit limit{bytes, before_.rlim_max};
+        ::setrlimit(RLIMIT_FSIZE, &limit);
+    }
+    ~FileSizeLimit() {
+        ::setrlimit(RLIMIT_FSIZE, &before_);
+        std::signal(SIGXFSZ, handler_);
+    }
+    FileSizeLimit(const FileSizeLimit&) = delete;
+    FileSizeLimit& operator=(const FileSizeLimit&) = delete;
+
+private:
+    rlimit before_{};
+    void (*handler_)(int);
+};
+
 class CoalescingTextBufferLogTest : public CoalescingTextBufferTest {
 protected:
     ~CoalescingTextBufferLogTest() override { ::unlink(path_.c_str()); }
@@ -297,13 +319,14 @@ TEST_F(CoalescingTextBufferLogTest, appendsEveryPieceToTheFileAsItComes) {
 }
 
 TEST_F(CoalescingTextBufferLogTest, keepsThePiecesOfSeveralThreadsWhole) {
-    constexpr int pieces = 300;
+    constexpr int pieces = 200;
+    constexpr std::size_t length = 9000;
     {
         const TestLogPath setting(path_);
         ManualTextBuffer logged;
         std::vector<std::thread> threads;
         for (const char16_t letter : {u'a', u'b', u'c'}) {
-            threads.emplace_back([&logged, line = std::u16string(700, letter) + u"\n"] {
+            threads.emplace_back([&logged, line = std::u16string(length, letter) + u"\n"] {
                 for (int i = 0; i < pieces; ++i) logged.append(line.data(), line.size(), out);
             });
         }
@@ -312,7 +335,7 @@ TEST_F(CoalescingTextBufferLogTest, keepsThePiecesOfSeveralThreadsWhole) {
     std::ifstream lines(path_);
     int count = 0;
     for (std::string line; std::getline(lines, line); ++count) {
-        ASSERT_EQ(line, std::string(700, line.at(0)));
+        ASSERT_EQ(line, std::string(length, line.at(0)));
     }
     EXPECT_EQ(count, 3 * pieces);
 }
@@ -326,6 +349,19 @@ TEST_F(CoalescingTextBufferLogTest, goesOnWithAFileThatCannotBeWritten) {
     EXPECT_THAT(printWithLogAt("/dev/full"), ElementsAre(Batch("\"text\"", out)));
     EXPECT_EQ(log_.count("Error writing to numoraOutputStream"), 1);
     EXPECT_EQ(log_.count("Error closing numoraOutputStream"), 1);
+}
+
+TEST_F(CoalescingTextBufferLogTest, writesAgainAfterAPieceThatCouldNotBeWritten) {
+    const TestLogPath setting(path_);
+    ManualTextBuffer logged;
+    {
+        const FileSizeLimit full(0);
+        logged.append(u"first", out);
+    }
+    EXPECT_EQ(log_.count("Error writing to numoraOutputStream"), 1);
+    logged.append(u"second", out);
+    EXPECT_THAT(written(), testing::EndsWith("second"));
+    EXPECT_EQ(log_.count("Error writing to numoraOutputStream"), 1);
 }
 
 TEST_F(CoalescingTextBufferLogTest, isOffWithAnEmptyPath) {

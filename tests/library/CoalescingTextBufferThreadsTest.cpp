@@ -1,6 +1,8 @@
 #include <atomic>
 #include <future>
 #include <map>
+#include <memory>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>

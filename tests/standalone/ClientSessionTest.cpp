@@ -51,7 +51,7 @@ protected:
     }
 
     std::chrono::steady_clock::time_point now_;
-    standalone::LocalMessageService service_{{.now = [this] { return now_; }}};
+    standalone::LocalMessageService service_{{.logged = {}, .now = [this] { return now_; }}};
 };
 
 TEST_F(ClientSessionTest, hasAnIdThatNobodyGuesses) {
@@ -76,6 +76,20 @@ TEST_F(ClientSessionTest, getsOneCopyOfEveryMessageInTheOrderPublished) {
     EXPECT_EQ(taken[0]->channel(), "/a/b");
     EXPECT_EQ(taken[0]->data(), R"({"x": [1 ,2]})");
     EXPECT_EQ(taken[1]->text(), frame("/c", "null"));
+}
+
+TEST_F(ClientSessionTest, hasItsChangesHeededOnAChannelThatIsInUse) {
+    const auto session = service_.openSession();
+    publish("/a/b", "1");
+    session->subscribe("/a/*");
+    publish("/a/b", "2");
+    session->unsubscribe("/a/*");
+    publish("/a/b", "3");
+    session->subscribe("/a/b");
+    publish("/a/b", "4");
+    session->unsubscribe("/a/b");
+    publish("/a/b", "5");
+    EXPECT_THAT(takeAll(*session), ElementsAre(frame("/a/b", "2"), frame("/a/b", "4")));
 }
 
 TEST_F(ClientSessionTest, getsFramesOfItsOwnBehindWhatIsQueued) {
@@ -217,7 +231,7 @@ TEST_F(ClientSessionTest, countsTheLossesOfOneGapByChannel) {
 }
 
 TEST_F(ClientSessionTest, countsTheLossesOfAPatternTogether) {
-    standalone::LocalMessageService service({.droppable = {"/log/**"}});
+    standalone::LocalMessageService service({.droppable = {"/log/**"}, .logged = {}});
     const auto session = service.openSession({.queueBytes = 1});
     session->subscribe("/**");
     for (int i = 0; i < 5; ++i) service.publish("/log/" + std::to_string(i), DataBuffer("1"));

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
@@ -62,6 +63,10 @@ public:
     /// subscribed to a pattern already, or not subscribed, changes nothing. False when the session is closed.
     /// Blocks: while watchers are told.  Throws: std::invalid_argument, for a malformed pattern.
     bool subscribe(const std::string& pattern);
+    /// The same for a client that comes back and knows the messages up to the number `after`, 0 for none:
+    /// what is kept of the later ones that the pattern matches is queued first, behind a notice of what is
+    /// not kept: docs/messages.md.
+    bool subscribe(const std::string& pattern, std::uint64_t after);
     /// A message that is being published meanwhile may still come.
     bool unsubscribe(const std::string& pattern);
 

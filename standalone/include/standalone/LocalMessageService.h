@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -16,6 +17,10 @@ namespace standalone {
 struct MessageServiceOptions {
     /// What a client that is too slow may lose: patterns. Losses are counted by the pattern.
     std::vector<std::string> droppable = {"/eval/response/output", "/eval/response/error"};
+    /// Of which channels the last messages are kept and numbered, for clients that come back: patterns.
+    std::vector<std::string> logged = {"/eval/response/**", "/eventmgr/**"};
+    /// How much is kept of what may be lost, in bytes of data; one message more, if it is larger.
+    std::size_t logBytes = std::size_t{4} << 20;
     /// The time; called with a lock held.
     std::function<std::chrono::steady_clock::time_point()> now = std::chrono::steady_clock::now;
 };

@@ -19,9 +19,8 @@ namespace connector::interpreter::v1 {
 
 /// Gathers printed text and hands it on in batches, each a JSON string of the text of one stream.
 ///
-///             .--append--.                         clear()
-///             v          |                .------------------------.
-///     Empty --append--> Pending --due, flush(), text of the other stream--> Empty
+///     Empty --append()--> Pending --due, flush(), text of the other stream: delivered--> Empty
+///                            '-----clear(): forgotten--> Empty
 ///
 /// A batch is due 145 ms after its first piece; a thread looks every 150 ms while text is pending. Without a
 /// callback text stays pending, and whatever it was printed on, it then goes out as the stream that came

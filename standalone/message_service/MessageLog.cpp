@@ -1,0 +1,72 @@
+#include "message_service/MessageLog.h"
+
+#include <algorithm>
+#include <iterator>
+
+#include "standalone/channelNames.h"
+
+namespace standalone {
+
+namespace {
+
+constexpr std::size_t mostKept = 10'000;  // messages that must not be lost
+constexpr std::size_t mostLostKnown = 100'000;
+
+}  // namespace
+
+MessageLog::Frame MessageLog::add(std::string_view channel, std::string_view data,
+                                  std::string_view lossClass) {
+    const std::string members = R"(,"ext":{"connector":{"seq":)" + std::to_string(++last_) + "}}";
+    auto frame = std::make_shared<const MessageFrame>(channel, data, members, lossClass);
+    entries_.push_back({last_, frame});
+    if (!lossClass.empty()) {
+        droppable_.push_back(std::prev(entries_.end()));
+        droppableBytes_ += data.size();
+    } else if (entries_.size() - droppable_.size() > mostKept) {
+        dropOldest(std::find_if(entries_.begin(), entries_.end(),
+                                [](const Entry& entry) { return entry.frame->lossClass().empty(); }));
+    }
+    while (droppable_.size() > 1 && droppableBytes_ - droppable_.front()->frame->data().size() >= limit_) {
+        const auto oldest = droppable_.front();
+        droppable_.pop_front();
+        droppableBytes_ -= oldest->frame->data().size();
+        dropOldest(oldest);
+    }
+    return frame;
+}
+
+void MessageLog::dropOldest(Entries::iterator entry) {
+    lost_.push_back({entry->number, entry->frame->data().size()});
+    entries_.erase(entry);
+    if (lost_.size() <= mostLostKnown) return;
+    forgotten_.number = std::max(forgotten_.number, lost_.front().number);
+    forgotten_.bytes += lost_.front().bytes;
+    lost_.pop_front();
+}
+
+// Numbers are not lost in their order, because there are two reasons to go.
+MessageLog::Frame MessageLog::gapAfter(std::uint64_t number) const {
+    Lost missed;
+    if (number < forgotten_.number) missed = forgotten_;
+    for (const Lost& lost : lost_) {
+        if (lost.number <= number) continue;
+        missed.number = std::max(missed.number, lost.number);
+        missed.bytes += lost.bytes;
+    }
+    if (missed.number == 0) return nullptr;
+    return std::make_shared<const MessageFrame>(
+        "/connector/gap", R"({"from":)" + std::to_string(number + 1) + R"(,"to":)" +
+                              std::to_string(missed.number) + R"(,"bytes":)" + std::to_string(missed.bytes) +
+                              "}");
+}
+
+std::vector<MessageLog::Frame> MessageLog::after(std::uint64_t number, const std::string& pattern) const {
+    std::vector<Frame> frames;
+    if (auto gap = gapAfter(number)) frames.push_back(std::move(gap));
+    for (const Entry& entry : entries_) {
+        if (entry.number > number && canMatch(pattern, entry.frame->channel())) frames.push_back(entry.frame);
+    }
+    return frames;
+}
+
+}  // namespace standalone

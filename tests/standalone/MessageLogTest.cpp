@@ -1,0 +1,101 @@
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "message_service/MessageLog.h"
+#include "standalone/LocalMessageService.h"
+
+using connector::common::DataBuffer;
+using standalone::ClientSession;
+using standalone::LocalMessageService;
+using standalone::MessageLog;
+using standalone::MessageServiceOptions;
+
+namespace {
+
+constexpr const char* output = "/eval/response/output";
+constexpr const char* completion = "/eval/response/completion";
+
+/// The data of what waits for the session, with the number that it carries.
+std::vector<std::string> taken(ClientSession& session) {
+    std::vector<std::string> texts;
+    for (const auto& frame : session.take(1 << 20, std::chrono::milliseconds(0)).frames) {
+        const std::string& text = frame->text();
+        const auto number = text.find(R"("seq":)");
+        texts.push_back(std::string(frame->data()) +
+                        (number == std::string::npos
+                             ? ""
+                             : " " + text.substr(number + 6, text.find('}', number) - number - 6)));
+    }
+    return texts;
+}
+
+class MessageLogTest : public testing::Test {
+protected:
+    explicit MessageLogTest(std::size_t logBytes = 10) {
+        MessageServiceOptions options;
+        options.logBytes = logBytes;
+        service = std::make_unique<LocalMessageService>(options);
+    }
+    void publish(const char* channel, const std::string& data) {
+        service->publish(channel, DataBuffer(data));
+    }
+    std::vector<std::string> playedAfter(std::uint64_t number, const std::string& pattern = "/eval/**") {
+        const auto session = service->openSession();
+        session->subscribe(pattern, number);
+        return taken(*session);
+    }
+
+    std::unique_ptr<LocalMessageService> service;
+};
+
+using Texts = std::vector<std::string>;
+
+TEST_F(MessageLogTest, playsWhatIsKeptBeforeWhatIsNew) {
+    publish(output, "\"a\"");
+    publish("/elsewhere", "0");
+    publish(completion, "true");
+    const auto session = service->openSession();
+    session->subscribe("/eval/**", 0);
+    publish(output, "\"b\"");
+    EXPECT_EQ(taken(*session), (Texts{"\"a\" 1", "true 2", "\"b\" 3"}));
+    EXPECT_EQ(playedAfter(1), (Texts{"true 2", "\"b\" 3"}));
+    EXPECT_EQ(playedAfter(0, completion), (Texts{"true 2"}));
+    EXPECT_EQ(playedAfter(3), Texts{});
+    EXPECT_EQ(playedAfter(99), Texts{});
+    const auto fresh = service->openSession();
+    fresh->subscribe("/eval/**");
+    EXPECT_EQ(taken(*fresh), Texts{});
+}
+
+TEST_F(MessageLogTest, losesOldTextAloneAndNamesTheGapOnce) {
+    for (int i = 0; i < 8; ++i) {
+        publish(output, "\"1234\"");
+        if (i == 1) publish(completion, "true");
+    }
+    // Two of six bytes are 12, one alone would be less than the limit.
+    EXPECT_EQ(playedAfter(0),
+              (Texts{R"({"from":1,"to":7,"bytes":36})", "true 3", "\"1234\" 8", "\"1234\" 9"}));
+    EXPECT_EQ(playedAfter(5), (Texts{R"({"from":6,"to":7,"bytes":12})", "\"1234\" 8", "\"1234\" 9"}));
+    EXPECT_EQ(playedAfter(7), (Texts{"\"1234\" 8", "\"1234\" 9"}));
+}
+
+TEST_F(MessageLogTest, keepsTheNewestMessageHoweverLarge) {
+    const std::string large = '"' + std::string(100, 'x') + '"';
+    publish(output, large);
+    EXPECT_EQ(playedAfter(0), (Texts{large + " 1"}));
+    publish(output, "\"12345678\"");
+    EXPECT_EQ(playedAfter(0), (Texts{R"({"from":1,"to":1,"bytes":102})", "\"12345678\" 2"}));
+}
+
+TEST_F(MessageLogTest, boundsWhatMustNotBeLost) {
+    for (int i = 0; i < 10'003; ++i) publish(completion, "1");
+    const auto session = service->openSession();
+    session->subscribe("/eval/**", 0);
+    const auto played = taken(*session);
+    EXPECT_EQ(played.front(), R"({"from":1,"to":3,"bytes":3})");
+    EXPECT_EQ(played.at(1), "1 4");
+}
+
+}  // namespace
