@@ -12,6 +12,8 @@
 
 #include "InProcessSession.h"
 #include "connector/json/parse.h"
+#include "nmutil/eventmgr/createLocalEventMgr.h"
+#include "nmutil/utils/InputRequestEvent.h"
 #include "terminal.h"
 #include "text.h"
 
@@ -67,6 +69,15 @@ int runCall(const CallOptions& options) {
     message->set("timeoutMs", options.timeoutSeconds * 1000);
     message->set("arguments", valuesOf(options.arguments));
     InProcessSession session(windowSize(STDOUT_FILENO));
+    // Nobody can answer a function that asks for input.
+    const foundation::msg_svc::eventmgr::ScopedConnection prompts(
+        nmutil::eventmgr::createLocalEventMgr()->subscribe<nmutil::utils::InputRequestEvent>(
+            [&session](const nmutil::utils::InputRequestEvent& event) {
+                if (event.getRequester() == nmutil::prompt::NO_PROMPT) return;
+                complain(session.host().standardError(),
+                         "the function waits for input, which nobody can type");
+                session.host().zvm()->interrupt();
+            }));
     const auto response = session.request("connector/v1/FEval", message);
 
     const auto faults = response->getArray("messageFaults");

@@ -74,7 +74,7 @@ void arrayToTextNative(benchmark::State& state) {
     std::size_t size = 0;
     for (auto _ : state) {
         connector::common::DataBuffer out;
-        if (!standalone::JsonWriter().write(WithInterpreter::variable("values"), out))
+        if (!standalone::JsonWriter(out).write(WithInterpreter::variable("values")))
             throw std::runtime_error("write");
         size = out.size();
     }

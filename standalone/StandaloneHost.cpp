@@ -16,6 +16,10 @@ std::atomic<bool> wasMade{false};
 
 }  // namespace
 
+std::shared_ptr<connector::ServiceFramework> makeServiceFramework() {
+    return std::make_shared<LocalServiceFramework>();
+}
+
 class StandaloneHost::Impl {
 public:
     explicit Impl(const HostOptions& options)

@@ -36,6 +36,7 @@ struct BatchOrder::Turns {
         {
             MutexLock lock(mutex);
             open.erase(number);
+            isStuck = false;
         }
         changed.notify_all();
     }
@@ -47,8 +48,9 @@ struct BatchOrder::Turns {
         if (delivering == this) return;
         const auto deadline = std::chrono::steady_clock::now() + patience;
         MutexLock lock(mutex);
-        while (!open.empty() && *open.begin() < number) {
+        while (!isStuck && !open.empty() && *open.begin() < number) {
             if (changed.wait_until(lock.native(), deadline) == std::cv_status::no_timeout) continue;
+            isStuck = true;
             lock.unlock();
             asyncLog().warning("Output is slow to be published; what follows may overtake it.");
             return;
@@ -60,6 +62,8 @@ struct BatchOrder::Turns {
     std::condition_variable changed;
     std::uint64_t last GUARDED_BY(mutex) = 0;
     std::set<std::uint64_t> open GUARDED_BY(mutex);
+    bool isStuck GUARDED_BY(mutex) =
+        false;  ///< the wait for one has ended in vain: nobody waits until one ends
 };
 
 /// The callback. The one that the buffer keeps has no number; each copy of it has.

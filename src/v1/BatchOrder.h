@@ -15,7 +15,7 @@ namespace connector::interpreter::v1 {
 ///
 /// Threads: any. Whoever delivers may use the buffer from within the delivery, and does not wait for itself
 /// then.  Blocks: while batches that were made up before are delivered, for two seconds at the most; an
-/// order that is given up is logged.
+/// order that is given up is logged, and nobody waits again until a delivery has ended.
 class BatchOrder {
 public:
     /// `deliver` runs with no lock held.

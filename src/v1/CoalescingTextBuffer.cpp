@@ -69,7 +69,11 @@ void CoalescingTextBuffer::appendText(std::u16string_view text, StreamTypeEnum t
     bool wakes = false;
     {
         MutexLock lock(mutex_);
-        if (type != currentStream_ && !pending_.empty()) doFlush(lock.native());
+        // Others may append while the batch is delivered.
+        while (type != currentStream_ && !pending_.empty()) {
+            doFlush(lock.native());
+            if (!callback_) break;
+        }
         currentStream_ = type;
         wakes = pending_.empty();
         if (wakes) batchStart_ = getCurrentTime();

@@ -65,8 +65,10 @@ private:
             return true;
         } catch (const std::exception& error) {
             asyncLog().error(std::string("Async eval cannot listen: ") + error.what());
-            return !isWanted;
+        } catch (...) {
+            asyncLog().error("Async eval cannot listen");
         }
+        return !isWanted;
     }
 
     const Action turnOn_;

@@ -9,6 +9,7 @@
 #include "connector/interpreter/v1/FEvalResponse.h"
 #include "connector/interpreter/v1/Interrupt.h"
 #include "connector/interpreter/v1/InterruptResponse.h"
+#include "v1/requestFaults.h"
 
 namespace connector::interpreter::v1 {
 
@@ -25,8 +26,8 @@ MessageFuture MockInterpreterServiceProvider::handle(std::unique_ptr<FEval>&& me
     auto response = std::make_unique<FEvalResponse>(request->uuid());
     if (request->nargout > maxNargout) {
         response->isError = true;
-        response->faults.emplace_back("The mock has no more than " + std::to_string(maxNargout) +
-                                      " results.");
+        response->faults.emplace_back(
+            codeError, "The mock has no more than " + std::to_string(maxNargout) + " results.");
     } else {
         response->results = u"[";
         for (std::int32_t i = 0; i < request->nargout; ++i) response->results += u"{}";

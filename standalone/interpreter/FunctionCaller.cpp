@@ -63,7 +63,7 @@ std::vector<matrix::ArrayPtr> FunctionCaller::call(const cmddistributor::FEvalII
     if (!returned || PyArg_ParseTuple(returned.get(), "OO", &results, &fault) == 0) return failed();
     if (fault != Py_None) return answer(u"[]", true, utf16(fault));
     connector::common::DataBuffer json;
-    if (!JsonWriter().write(results, json)) return failed();
+    if (!JsonWriter(json).write(results)) return failed();
     return answer(fl::i18n::to_ustring(json.view()), false, {});
 }
 
@@ -73,9 +73,11 @@ std::vector<matrix::ArrayPtr> FunctionCaller::failed() {
     PyErr_NormalizeException(&type, &value, &trace);
     const PyRef ownType(type), error(value), ownTrace(trace);
     const PyRef message(error ? PyObject_CallOneArg(message_.get(), error.get()) : nullptr);
-    // For want of memory not even the failure could be put into words.
-    if (!message) PyErr_Clear();
-    return answer(u"[]", true, message ? utf16(message.get()) : u"The call failed.");
+    if (message) return answer(u"[]", true, utf16(message.get()));
+    // Not even the failure could be put into words, for want of memory or because of another interrupt.
+    const bool isInterrupt = PyErr_ExceptionMatches(PyExc_KeyboardInterrupt) != 0;
+    PyErr_Clear();
+    return answer(u"[]", true, isInterrupt ? u"KeyboardInterrupt" : u"The call failed.");
 }
 
 }  // namespace standalone

@@ -85,15 +85,21 @@ private:
 };
 
 void withInterpreterLock(const std::function<void()>& action) {
-    const PyGILState_STATE state = PyGILState_Ensure();
+    struct Lock {
+        ~Lock() { PyGILState_Release(state); }
+        const PyGILState_STATE state = PyGILState_Ensure();
+    };
+    const Lock lock;
     action();
-    PyGILState_Release(state);
 }
 
 void withoutInterpreterLock(const std::function<void()>& action) {
-    PyThreadState* state = PyEval_SaveThread();
+    struct Release {
+        ~Release() { PyEval_RestoreThread(state); }
+        PyThreadState* const state = PyEval_SaveThread();
+    };
+    const Release release;
     action();
-    PyEval_RestoreThread(state);
 }
 
 // Raises an event, and goes on when it has been dealt with: what follows must not overtake it. Its listeners
@@ -291,7 +297,7 @@ std::unique_ptr<IIPResult> Interpreter::runFunctionCall(QueuedRequest& queued,
         prompt.announce();
         outputs = caller_->call(iip);
     });
-    if (getpid() != processId_) std::_Exit(0);
+    if (getpid() != processId_) runner_->exitForkedChild();
     if (codeNumber_ == 0) tidyUp();
     if (!isAside_) drainOutput(true);
     return std::make_unique<cmddistributor::FEvalResult>(queued.id, boost::none, std::move(outputs));
@@ -301,12 +307,21 @@ std::unique_ptr<IIPResult> Interpreter::runFunctionCall(QueuedRequest& queued,
 // here.
 void Interpreter::runRequests() {
     Interrupts::calm();
-    if (std::exchange(isAside_, true)) return;
-    PyThreadState* state = PyThreadState_Get();
-    PyThreadState_EnterTracing(state);
+    if (isAside_) return;
+    struct Aside {
+        explicit Aside(bool& flag) : isAside(flag) {
+            isAside = true;
+            PyThreadState_EnterTracing(state);
+        }
+        ~Aside() {
+            PyThreadState_LeaveTracing(state);
+            isAside = false;
+        }
+        bool& isAside;
+        PyThreadState* const state = PyThreadState_Get();
+    };
+    const Aside aside(isAside_);
     while (auto request = queue_->tryTake(nmutil::prompt::NO_PROMPT)) run(std::move(request));
-    PyThreadState_LeaveTracing(state);
-    isAside_ = false;
 }
 
 std::unique_ptr<IIPResult> Interpreter::runPlugin(QueuedRequest& queued,
@@ -483,12 +498,19 @@ void Interpreter::drainOutput(bool isEnd) {
 }
 
 ReadResult Interpreter::readLine(nmutil::prompt::InputRequester prompt, std::u16string& line) {
-    if (isAside_)
-        throw std::runtime_error("A function that is called while other code runs cannot read typed input.");
+    requireInputAllowed();
     return prompts_.readLine(prompt, line);
 }
 
-ReadResult Interpreter::readKey() { return prompts_.readKey(); }
+ReadResult Interpreter::readKey() {
+    requireInputAllowed();
+    return prompts_.readKey();
+}
+
+void Interpreter::requireInputAllowed() const {
+    if (isAside_)
+        throw std::runtime_error("A function that is called while other code runs cannot read typed input.");
+}
 
 // The window is that of whoever gets the text. What runs aside of other code has no say in that code's.
 template <class Event>

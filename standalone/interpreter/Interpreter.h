@@ -20,8 +20,8 @@
 #include "interpreter/Interrupts.h"
 #include "interpreter/PromptReader.h"
 #include "interpreter/RequestQueue.h"
-#include "services/io/CmdWinSink.h"
 #include "services/TelemetryFile.h"
+#include "services/io/CmdWinSink.h"
 #include "standalone/StandaloneHost.h"
 
 namespace standalone {
@@ -119,6 +119,7 @@ private:
     void beforePrint() override;
     ReadResult readLine(nmutil::prompt::InputRequester prompt, std::u16string& line) override;
     ReadResult readKey() override;
+    void requireInputAllowed() const;
     void runRequests() override;
     void clearWindow() override;
     void moveHome() override;

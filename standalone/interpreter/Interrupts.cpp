@@ -23,10 +23,22 @@ std::atomic<pthread_t> interpreterThread{};
 
 constexpr std::uint32_t betweenCodes = ~0U;  // no code has this number
 
+std::atomic<void (*)()> outsideHandler{nullptr};
+
+bool isFromOutside(const siginfo_t& info) {
+    return info.si_code == SI_KERNEL || (info.si_code == SI_USER && info.si_pid != getpid());
+}
+
 void onInterrupt(int, siginfo_t* info, void*) {
     const bool isAddressed = info->si_code == SI_QUEUE;
     if (isAddressed && static_cast<std::uint32_t>(info->si_value.sival_int) != currentCode.load()) return;
     const int savedErrno = errno;
+    void (*const outside)() = outsideHandler.load();
+    if (outside != nullptr && isFromOutside(*info)) {
+        outside();
+        errno = savedErrno;
+        return;
+    }
     const pthread_t thread = interpreterThread.load();
     if (pthread_equal(thread, pthread_self()) != 0) {
         PyErr_SetInterruptEx(SIGINT);
@@ -80,6 +92,8 @@ void setInterpreterSignalsBlocked(bool blocked) {
     sigaddset(&set, SIGRTMIN);
     pthread_sigmask(blocked ? SIG_BLOCK : SIG_UNBLOCK, &set, nullptr);
 }
+
+void setOutsideInterruptHandler(void (*handler)()) { outsideHandler.store(handler); }
 
 void blockInterpreterSignals() { setInterpreterSignalsBlocked(true); }
 

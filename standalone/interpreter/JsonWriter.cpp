@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <complex>
+#include <cstring>
 #include <new>
 #include <string_view>
 
@@ -15,15 +16,13 @@ namespace {
 
 using connector::common::DataBuffer;
 
-// Interrupts and requests that run between two steps get their turn this often.
-constexpr Py_ssize_t elementsPerTurn = 50'000;
-
-// Makes room for one element of an array and the brackets around it.
+// Makes room for one element of an array.
 constexpr std::size_t elementRoom = 2 * longestNumber + 16;
 
 char* put(std::string_view text, char* to) { return std::copy(text.begin(), text.end(), to); }
 
-char* putElement(bool value, char* to) { return put(value ? "true" : "false", to); }
+// NumPy's booleans are bytes, of which any but 0 is true.
+char* putElement(std::uint8_t value, char* to) { return put(value != 0 ? "true" : "false", to); }
 char* putElement(std::int64_t value, char* to) { return writeNumber(value, to); }
 char* putElement(std::uint64_t value, char* to) { return writeNumber(value, to); }
 char* putElement(double value, char* to) { return writeNumber(value, to); }
@@ -39,66 +38,10 @@ void append(DataBuffer& out, T value) {
     out.advance(static_cast<std::size_t>(putElement(value, start) - start));
 }
 
-// Writes the elements of one array, whose memory holds them in row order.
-template <class T>
-class ArrayElements {
-public:
-    ArrayElements(const Py_buffer& view, DataBuffer& out)
-        : view_(view), next_(static_cast<const T*>(view.buf)), out_(out) {}
-
-    /// Returns false when the handler of a signal raised.
-    bool write() {
-        if (view_.ndim > 0) return writeDimension(0);
-        append(out_, *next_);
-        return true;
-    }
-
-private:
-    bool writeDimension(int dimension) {
-        const Py_ssize_t count = view_.shape[dimension];
-        const bool isInnermost = dimension == view_.ndim - 1;
-        out_.push_back('[');
-        for (Py_ssize_t i = 0; i < count; ++i) {
-            if (i > 0) out_.push_back(',');
-            if (isInnermost) {
-                append(out_, *next_++);
-                if (--untilTurn_ == 0 && !takeTurn()) return false;
-            } else if (!writeDimension(dimension + 1)) {
-                return false;
-            }
-        }
-        out_.push_back(']');
-        return true;
-    }
-    bool takeTurn() {
-        untilTurn_ = elementsPerTurn;
-        return PyErr_CheckSignals() == 0;
-    }
-
-    const Py_buffer& view_;
-    const T* next_;
-    DataBuffer& out_;
-    Py_ssize_t untilTurn_ = elementsPerTurn;
-};
-
-template <class T>
-bool writeElements(const Py_buffer& view, DataBuffer& out) {
-    return ArrayElements<T>(view, out).write();
+bool refuse(const char* what, PyObject* value) {
+    PyErr_Format(PyExc_TypeError, "a %s of type %.200s has no JSON form", what, Py_TYPE(value)->tp_name);
+    return false;
 }
-
-class RecursionScope {
-public:
-    RecursionScope() : isEntered_(Py_EnterRecursiveCall(" while a result is written as JSON") == 0) {}
-    ~RecursionScope() {
-        if (isEntered_) Py_LeaveRecursiveCall();
-    }
-    RecursionScope(const RecursionScope&) = delete;
-    RecursionScope& operator=(const RecursionScope&) = delete;
-    explicit operator bool() const { return isEntered_; }
-
-private:
-    const bool isEntered_;
-};
 
 bool writeInteger(PyObject* value, DataBuffer& out) {
     int overflow = 0;
@@ -110,165 +53,257 @@ bool writeInteger(PyObject* value, DataBuffer& out) {
     }
     // Not str(): classes derived from int have texts of their own.
     const PyRef text(PyLong_Type.tp_repr(value));
-    if (!text) return false;
-    out.append(std::string_view(PyUnicode_AsUTF8(text.get())));
-    return true;
+    const char* const digits = text ? PyUnicode_AsUTF8(text.get()) : nullptr;
+    if (digits != nullptr) out.append(std::string_view(digits));
+    return digits != nullptr;
 }
 
-bool writeText(PyObject* text, DataBuffer& out) {
-    Py_ssize_t size = 0;
-    if (const char* const bytes = PyUnicode_AsUTF8AndSize(text, &size)) {
-        out.push_back('"');
-        connector::json::appendEscaped(out, {bytes, static_cast<std::size_t>(size)});
-        out.push_back('"');
-        return true;
+// `utf8` may hold surrogates, for which UTF-8 has no form, but JSON has.
+void appendWithSurrogates(DataBuffer& out, std::string_view utf8) {
+    constexpr std::string_view hex = "0123456789abcdef";
+    const auto byteAt = [utf8](std::size_t i) { return static_cast<unsigned char>(utf8[i]); };
+    std::size_t written = 0;
+    for (std::size_t i = 0; i + 2 < utf8.size(); ++i) {
+        if (byteAt(i) != 0xED || byteAt(i + 1) < 0xA0) continue;
+        connector::json::appendEscaped(out, utf8.substr(written, i - written));
+        const unsigned unit = 0xD000U | (byteAt(i + 1) & 0x3FU) << 6U | (byteAt(i + 2) & 0x3FU);
+        out.append("\\ud");
+        for (const unsigned shift : {8U, 4U, 0U}) out.push_back(hex[unit >> shift & 0xFU]);
+        written = i + 3;
+        i += 2;
     }
-    // UTF-8 has no form for unpaired surrogates, but JSON has.
-    if (PyErr_ExceptionMatches(PyExc_UnicodeEncodeError) == 0) return false;
-    PyErr_Clear();
-    const PyRef json(PyImport_ImportModule("json"));
-    const PyRef escaped(json ? PyObject_CallMethod(json.get(), "dumps", "O", text) : nullptr);
-    if (!escaped) return false;
-    out.append(std::string_view(PyUnicode_AsUTF8(escaped.get())));
-    return true;
+    connector::json::appendEscaped(out, utf8.substr(written));
 }
 
-bool refuse(const char* what, PyObject* value) {
-    PyErr_Format(PyExc_TypeError, "a %s of type %.200s has no JSON form", what, Py_TYPE(value)->tp_name);
-    return false;
+// Whether `value` is of NumPy's class `name`. Asks nothing of the value itself.
+bool isNumPys(PyObject* value, const char* module, const char* name) {
+    PyObject* const loaded = PyDict_GetItemString(PyImport_GetModuleDict(), module);  // borrowed
+    const PyRef type(loaded != nullptr ? PyObject_GetAttrString(loaded, name) : nullptr);
+    if (!type) PyErr_Clear();
+    return type && PyType_Check(type.get()) &&
+           PyObject_TypeCheck(value, reinterpret_cast<PyTypeObject*>(type.get()));
 }
+
+// The elements in row order, as one of five classes. A copy is made where one is asked for or needed.
+PyRef inRowOrder(PyObject* array, const char* type, bool isCopy) {
+    PyObject* const numpy = PyDict_GetItemString(PyImport_GetModuleDict(), "numpy");  // borrowed
+    const PyRef make(numpy != nullptr ? PyObject_GetAttrString(numpy, "array") : nullptr);
+    const PyRef arguments(make ? Py_BuildValue("(O)", array) : nullptr);
+    const PyRef options(arguments ? Py_BuildValue("{s:s,s:O,s:s}", "dtype", type, "copy",
+                                                  isCopy ? Py_True : Py_False, "order", "C")
+                                  : nullptr);
+    if (!options && PyErr_Occurred() == nullptr) PyErr_SetString(PyExc_TypeError, "NumPy is gone");
+    return PyRef(options ? PyObject_Call(make.get(), arguments.get(), options.get()) : nullptr);
+}
+
+class BufferView {
+public:
+    explicit BufferView(PyObject* object)
+        : isHeld_(PyObject_GetBuffer(object, &view_, PyBUF_C_CONTIGUOUS) == 0) {}
+    ~BufferView() {
+        if (isHeld_) PyBuffer_Release(&view_);
+    }
+    BufferView(const BufferView&) = delete;
+    BufferView& operator=(const BufferView&) = delete;
+    explicit operator bool() const { return isHeld_; }
+    const Py_buffer& operator*() const { return view_; }
+
+private:
+    Py_buffer view_{};
+    const bool isHeld_;
+};
 
 }  // namespace
 
-bool JsonWriter::write(PyObject* value, DataBuffer& out) {
+bool JsonWriter::write(PyObject* value) {
     try {
-        return writeValue(value, out);
+        return writeValue(value);
     } catch (const std::bad_alloc&) {
         PyErr_NoMemory();
         return false;
     }
 }
 
-bool JsonWriter::writeValue(PyObject* value, DataBuffer& out) {
+bool JsonWriter::pass(Py_ssize_t steps) {
+    untilTurn_ -= steps;
+    if (untilTurn_ > 0) return true;
+    untilTurn_ = stepsPerTurn;
+    if (out_.size() > longest) {
+        PyErr_Format(PyExc_ValueError, "the results are longer than %zu bytes", longest);
+        return false;
+    }
+    return PyErr_CheckSignals() == 0;
+}
+
+bool JsonWriter::writeValue(PyObject* value) {
+    if (!pass(1)) return false;
     if (value == Py_None) {
-        out.append("null");
+        out_.append("null");
     } else if (PyBool_Check(value)) {
-        append(out, value == Py_True);
+        append(out_, static_cast<std::uint8_t>(value == Py_True));
     } else if (PyUnicode_Check(value)) {
-        return writeText(value, out);
+        return writeText(value);
     } else if (PyLong_Check(value)) {
-        return writeInteger(value, out);
+        return writeInteger(value, out_);
     } else if (PyFloat_Check(value)) {
-        append(out, PyFloat_AS_DOUBLE(value));
+        append(out_, PyFloat_AS_DOUBLE(value));
     } else if (PyComplex_Check(value)) {
-        append(out, std::complex<double>(PyComplex_RealAsDouble(value), PyComplex_ImagAsDouble(value)));
+        append(out_, std::complex<double>(PyComplex_RealAsDouble(value), PyComplex_ImagAsDouble(value)));
     } else {
-        const RecursionScope scope;
-        if (!scope) return false;
-        if (PyList_Check(value) || PyTuple_Check(value)) return writeItems(value, out);
-        if (PyDict_Check(value)) return writeMembers(value, out);
-        return writeFromNumPy(value, out);
+        if (depth_ == deepest) {
+            PyErr_SetString(PyExc_RecursionError, "a result is nested too deep");
+            return false;
+        }
+        ++depth_;
+        const bool isWritten = PyList_Check(value) || PyTuple_Check(value) ? writeItems(value)
+                               : PyDict_Check(value)                       ? writeMembers(value)
+                                                                           : writeFromNumPy(value);
+        --depth_;
+        return isWritten;
     }
     return true;
+}
+
+bool JsonWriter::writeText(PyObject* text) {
+    Py_ssize_t size = 0;
+    const char* bytes = PyUnicode_AsUTF8AndSize(text, &size);
+    PyRef encoded;
+    if (bytes == nullptr) {
+        if (PyErr_ExceptionMatches(PyExc_UnicodeEncodeError) == 0) return false;
+        PyErr_Clear();
+        encoded = PyRef(PyUnicode_AsEncodedString(text, "utf-8", "surrogatepass"));
+        if (!encoded) return false;
+        bytes = PyBytes_AS_STRING(encoded.get());
+        size = PyBytes_GET_SIZE(encoded.get());
+    }
+    const std::string_view utf8(bytes, static_cast<std::size_t>(size));
+    out_.push_back('"');
+    if (encoded) {
+        appendWithSurrogates(out_, utf8);
+    } else {
+        connector::json::appendEscaped(out_, utf8);
+    }
+    out_.push_back('"');
+    return pass(size / 16);
 }
 
 // A signal's handler may change the containers, so sizes are read anew and items are held.
-bool JsonWriter::writeItems(PyObject* sequence, DataBuffer& out) {
-    out.push_back('[');
+bool JsonWriter::writeItems(PyObject* sequence) {
+    out_.push_back('[');
     for (Py_ssize_t i = 0; i < PySequence_Fast_GET_SIZE(sequence); ++i) {
-        if (i > 0) out.push_back(',');
+        if (i > 0) out_.push_back(',');
         const PyRef item = PyRef::share(PySequence_Fast_GET_ITEM(sequence, i));
-        if (!writeValue(item.get(), out)) return false;
-        if (i % elementsPerTurn == elementsPerTurn - 1 && PyErr_CheckSignals() != 0) return false;
+        if (!writeValue(item.get())) return false;
     }
-    out.push_back(']');
+    out_.push_back(']');
     return true;
 }
 
-bool JsonWriter::writeMembers(PyObject* dictionary, DataBuffer& out) {
+bool JsonWriter::writeMembers(PyObject* dictionary) {
     const PyRef items(PyDict_Items(dictionary));
     if (!items) return false;
-    out.push_back('{');
+    out_.push_back('{');
     for (Py_ssize_t i = 0; i < PyList_GET_SIZE(items.get()); ++i) {
-        if (i > 0) out.push_back(',');
+        if (i > 0) out_.push_back(',');
         PyObject* const item = PyList_GET_ITEM(items.get(), i);
         PyObject* const key = PyTuple_GET_ITEM(item, 0);
         if (!PyUnicode_Check(key)) return refuse("key", key);
-        if (!writeText(key, out)) return false;
-        out.push_back(':');
-        if (!writeValue(PyTuple_GET_ITEM(item, 1), out)) return false;
-        if (i % elementsPerTurn == elementsPerTurn - 1 && PyErr_CheckSignals() != 0) return false;
+        if (!writeText(key)) return false;
+        out_.push_back(':');
+        if (!writeValue(PyTuple_GET_ITEM(item, 1))) return false;
     }
-    out.push_back('}');
+    out_.push_back('}');
     return true;
 }
 
-bool JsonWriter::isNumPys(PyObject* value, const char* module, const char* name) {
-    PyObject* const loaded = PyDict_GetItemString(PyImport_GetModuleDict(), module);  // borrowed
-    if (loaded == nullptr) return false;
-    const PyRef type(PyObject_GetAttrString(loaded, name));
-    const int isInstance = type ? PyObject_IsInstance(value, type.get()) : -1;
-    if (isInstance < 0) PyErr_Clear();
-    return isInstance > 0;
-}
-
-bool JsonWriter::writeFromNumPy(PyObject* value, DataBuffer& out) {
+bool JsonWriter::writeFromNumPy(PyObject* value) {
     const bool isArray = isNumPys(value, "numpy", "ndarray");
     if (!isArray && !isNumPys(value, "numpy", "generic")) return refuse("result", value);
     const PyRef type(PyObject_GetAttrString(value, "dtype"));
     const PyRef kindText(type ? PyObject_GetAttrString(type.get(), "kind") : nullptr);
-    const char* const kind = kindText ? PyUnicode_AsUTF8(kindText.get()) : nullptr;
+    if (!kindText) return false;
+    const char* const kind = PyUnicode_Check(kindText.get()) ? PyUnicode_AsUTF8(kindText.get()) : "";
     if (kind == nullptr) return false;
-    if (std::string_view("biufcU").find(*kind) == std::string_view::npos) {
+    if (*kind == '\0' || std::string_view("biufcU").find(*kind) == std::string_view::npos) {
         PyErr_Format(PyExc_TypeError, "a result of type %.200s of %R has no JSON form",
                      Py_TYPE(value)->tp_name, type.get());
         return false;
     }
     if (*kind != 'U' && !(isArray && isNumPys(value, "numpy.ma", "MaskedArray")))
-        return writeArray(value, *kind, out);
+        return writeArray(value, *kind);
     // Texts, and masked elements, which come out as None.
     const PyRef plain(PyObject_CallMethod(value, "tolist", nullptr));
-    return plain && writeValue(plain.get(), out);
+    return plain && writeValue(plain.get());
 }
 
-// The widest class of a kind holds every value of the others, so one conversion leaves five cases. NumPy
-// copies nothing when the array has that class and lies in row order.
-bool JsonWriter::writeArray(PyObject* array, char kind, DataBuffer& out) {
+// The widest class of a kind holds every value of the others, so one conversion leaves five cases. Others may
+// free the memory of an array when they get their turn, so only a copy is written across turns.
+bool JsonWriter::writeArray(PyObject* array, char kind) {
     const char widest[] = {kind == 'b'   ? '?'
                            : kind == 'i' ? 'q'
                            : kind == 'u' ? 'Q'
                            : kind == 'f' ? 'd'
                                          : 'D',
                            '\0'};
-    PyObject* const numpy = PyDict_GetItemString(PyImport_GetModuleDict(), "numpy");  // borrowed
-    const PyRef rows(PyObject_CallMethod(numpy, "asarray", "Oss", array, widest, "C"));
-    Py_buffer view;
-    if (!rows || PyObject_GetBuffer(rows.get(), &view, PyBUF_C_CONTIGUOUS) != 0) return false;
-    bool isWritten = false;
-    try {
-        switch (kind) {
-            case 'b':
-                isWritten = writeElements<bool>(view, out);
-                break;
-            case 'i':
-                isWritten = writeElements<std::int64_t>(view, out);
-                break;
-            case 'u':
-                isWritten = writeElements<std::uint64_t>(view, out);
-                break;
-            case 'f':
-                isWritten = writeElements<double>(view, out);
-                break;
-            default:
-                isWritten = writeElements<std::complex<double>>(view, out);
-                break;
-        }
-    } catch (...) {
-        PyBuffer_Release(&view);
-        throw;
+    const PyRef size(PyObject_GetAttrString(array, "size"));
+    const bool isLarge =
+        size && (PyLong_Check(size.get()) == 0 || PyLong_AsSsize_t(size.get()) > stepsPerTurn);
+    const PyRef rows = size ? inRowOrder(array, widest, isLarge) : PyRef();
+    if (!rows) return false;
+    const BufferView view(rows.get());
+    if (!view) return false;
+    switch (kind) {
+        case 'b':
+            return writeElements<std::uint8_t>(*view);
+        case 'i':
+            return writeElements<std::int64_t>(*view);
+        case 'u':
+            return writeElements<std::uint64_t>(*view);
+        case 'f':
+            return writeElements<double>(*view);
+        default:
+            return writeElements<std::complex<double>>(*view);
     }
-    PyBuffer_Release(&view);
-    return isWritten;
+}
+
+template <class T>
+bool JsonWriter::writeElements(const Py_buffer& view) {
+    if (view.itemsize != sizeof(T)) {
+        PyErr_SetString(PyExc_TypeError, "NumPy gave an array of another class than it was asked for");
+        return false;
+    }
+    const char* next = static_cast<const char*>(view.buf);
+    return writeDimension<T>(view, 0, next);
+}
+
+// No turn is given within an array that fits into one: it is not a copy.
+template <class T>
+bool JsonWriter::writeDimension(const Py_buffer& view, int dimension, const char*& next) {
+    const auto appendNext = [&] {
+        T element;
+        std::memcpy(&element, next, sizeof element);  // it need not be aligned
+        next += sizeof element;
+        append(out_, element);
+    };
+    if (view.ndim == 0) {
+        appendNext();
+        return true;
+    }
+    const bool isCopy = view.len / view.itemsize > stepsPerTurn;
+    const bool isInnermost = dimension == view.ndim - 1;
+    out_.push_back('[');
+    for (Py_ssize_t i = 0; i < view.shape[dimension]; ++i) {
+        if (i > 0) out_.push_back(',');
+        if (isInnermost) {
+            appendNext();
+        } else if (!writeDimension<T>(view, dimension + 1, next)) {
+            return false;
+        }
+        // An array without elements has no memory that could be freed.
+        if ((isCopy || view.len == 0) && !pass(1)) return false;
+    }
+    out_.push_back(']');
+    return dimension > 0 || isCopy || pass(view.len / view.itemsize);
 }
 
 }  // namespace standalone

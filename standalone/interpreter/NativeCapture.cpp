@@ -151,7 +151,12 @@ void NativeCapture::deliverLoop() {
             while (queue_.empty() && !isStopping_) queued_.wait(lock.native());
             if (isStopping_) return;
         }
-        withInterpreterLock_([this] { deliverQueued(); });
+        try {
+            withInterpreterLock_([this] { deliverQueued(); });
+        } catch (const std::exception& error) {
+            foundation::log::DiagnosticLogger("standalone::output")
+                .error("Output of native code was lost: " + std::string(error.what()));
+        }
     }
 }
 

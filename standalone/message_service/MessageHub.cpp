@@ -48,7 +48,7 @@ void MessageHub::publish(const std::string& channel, std::string_view data, cons
     counters_->messagesPublished.fetch_add(1, std::memory_order_relaxed);
     const auto recipients = recipientsOf(channel);
     if (recipients->isLogged) {
-        publishLogged(channel, data);
+        publishLogged(channel, data, members);
     } else if (!recipients->clients.empty()) {
         counters_->framesBuilt.fetch_add(1, std::memory_order_relaxed);
         const auto frame =
@@ -64,13 +64,13 @@ void MessageHub::publish(const std::string& channel, std::string_view data, cons
 }
 
 // Who gets the message is looked up anew: a client may have subscribed before the message had its number.
-void MessageHub::publishLogged(const std::string& channel, std::string_view data) {
+void MessageHub::publishLogged(const std::string& channel, std::string_view data, std::string_view members) {
     std::vector<OutgoingQueue::WakeUp> wakeUps;
     {
         MutexLock lock(logMutex_);
         const auto recipients = recipientsOf(channel);
-        counters_->framesBuilt.fetch_add(1, std::memory_order_relaxed);
-        const auto frame = log_.add(channel, data, recipients->lossClass);
+        const auto frame = log_.add(channel, data, recipients->lossClass, members);
+        if (!recipients->clients.empty()) counters_->framesBuilt.fetch_add(1, std::memory_order_relaxed);
         for (const auto& client : recipients->clients) client->push(frame, wakeUps);
     }
     for (const auto& wakeUp : wakeUps) OutgoingQueue::call(wakeUp);

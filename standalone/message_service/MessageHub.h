@@ -32,6 +32,7 @@ public:
 
     explicit MessageHub(MessageServiceOptions options);
 
+    /// A message that is logged has its number behind `members`, unless these have an "ext" already.
     void publish(const std::string& channel, std::string_view data, const Context& context,
                  std::string_view members = {}) EXCLUDES(mutex_, logMutex_);
     std::unique_ptr<Subscription> subscribe(const std::string& pattern,
@@ -62,7 +63,8 @@ private:
     using Watchers = std::set<std::shared_ptr<Watcher>>;
 
     std::shared_ptr<const Recipients> recipientsOf(const std::string& channel) EXCLUDES(mutex_);
-    void publishLogged(const std::string& channel, std::string_view data) EXCLUDES(mutex_, logMutex_);
+    void publishLogged(const std::string& channel, std::string_view data, std::string_view members)
+        EXCLUDES(mutex_, logMutex_);
     /// The queue of the client; null when it is not known.
     std::shared_ptr<OutgoingQueue> addSubscription(const std::string& id, const std::string& pattern,
                                                    Watchers& concerned) EXCLUDES(mutex_);

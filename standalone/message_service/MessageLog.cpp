@@ -12,30 +12,35 @@ namespace {
 constexpr std::size_t mostKept = 10'000;  // messages that must not be lost
 constexpr std::size_t mostLostKnown = 100'000;
 
+// What a frame takes in memory, with the nodes that hold it.
+std::size_t costOf(const MessageFrame& frame) { return frame.text().size() + 256; }
+
 }  // namespace
 
-MessageLog::Frame MessageLog::add(std::string_view channel, std::string_view data,
-                                  std::string_view lossClass) {
-    const std::string members = R"(,"ext":{"connector":{"seq":)" + std::to_string(++last_) + "}}";
-    auto frame = std::make_shared<const MessageFrame>(channel, data, members, lossClass);
+MessageLog::Frame MessageLog::add(std::string_view channel, std::string_view data, std::string_view lossClass,
+                                  std::string_view members) {
+    std::string all(members);
+    ++last_;
+    if (members.find(R"(,"ext":)") == std::string_view::npos) {
+        all += R"(,"ext":{"connector":{"seq":)" + std::to_string(last_) + "}}";
+    }
+    auto frame = std::make_shared<const MessageFrame>(channel, data, all, lossClass);
     entries_.push_back({last_, frame});
-    if (!lossClass.empty()) {
-        droppable_.push_back(std::prev(entries_.end()));
-        droppableBytes_ += data.size();
-    } else if (entries_.size() - droppable_.size() > mostKept) {
-        dropOldest(std::find_if(entries_.begin(), entries_.end(),
-                                [](const Entry& entry) { return entry.frame->lossClass().empty(); }));
-    }
-    while (droppable_.size() > 1 && droppableBytes_ - droppable_.front()->frame->data().size() >= limit_) {
-        const auto oldest = droppable_.front();
-        droppable_.pop_front();
-        droppableBytes_ -= oldest->frame->data().size();
-        dropOldest(oldest);
-    }
+    Group& group = lossClass.empty() ? kept_ : droppable_;
+    group.entries.push_back(std::prev(entries_.end()));
+    group.bytes += costOf(*frame);
+    const auto isTooMuch = [&] {
+        return group.entries.size() > 1 && (group.bytes - costOf(*group.entries.front()->frame) >= limit_ ||
+                                            (lossClass.empty() && group.entries.size() > mostKept));
+    };
+    while (isTooMuch()) dropOldest(group);
     return frame;
 }
 
-void MessageLog::dropOldest(Entries::iterator entry) {
+void MessageLog::dropOldest(Group& group) {
+    const auto entry = group.entries.front();
+    group.entries.pop_front();
+    group.bytes -= costOf(*entry->frame);
     lost_.push_back({entry->number, entry->frame->data().size()});
     entries_.erase(entry);
     if (lost_.size() <= mostLostKnown) return;
@@ -44,7 +49,7 @@ void MessageLog::dropOldest(Entries::iterator entry) {
     lost_.pop_front();
 }
 
-// Numbers are not lost in their order, because there are two reasons to go.
+// Numbers are not lost in their order, because each group has its own limits.
 MessageLog::Frame MessageLog::gapAfter(std::uint64_t number) const {
     Lost missed;
     if (number < forgotten_.number) missed = forgotten_;

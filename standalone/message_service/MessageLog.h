@@ -15,19 +15,23 @@ namespace standalone {
 
 /// Keeps what was published last, numbered from 1, for clients that ask for what they missed.
 ///
-/// What may be lost goes first, when there is more of it than the limit; the newest frame stays, however
-/// large. The others stay until there are too many of them.
+/// There are two groups, what may be lost and what must not be. The oldest of a group goes when those behind
+/// it reach the limit alone, so that there is less than the limit and one message; the newest stays, however
+/// large. A message counts as its frame's text and 256 bytes, so that small ones are bounded too. Of those
+/// that must not be lost there are also 10,000 at most.
 ///
 /// Threads: one at a time.
 class MessageLog {
 public:
     using Frame = std::shared_ptr<const MessageFrame>;
 
-    /// `limit`: of the data that may be lost, in bytes.
+    /// `limit`: of each group, in bytes.
     explicit MessageLog(std::size_t limit) : limit_(limit) {}
 
-    /// Makes the frame of the next message, which carries its number: `"ext":{"connector":{"seq":N}}`.
-    Frame add(std::string_view channel, std::string_view data, std::string_view lossClass);
+    /// Makes the frame of the next message, with the `members` (see MessageFrame) and its number:
+    /// `"ext":{"connector":{"seq":N}}`. It does not carry its number when `members` has an "ext".
+    Frame add(std::string_view channel, std::string_view data, std::string_view lossClass,
+              std::string_view members = {});
 
     /// What a subscriber to `pattern` gets that knows the messages up to `number`: if some of those behind
     /// it, on whatever channel, are not kept, first one notice on "/connector/gap" that they are among those
@@ -46,14 +50,19 @@ private:
     };
     using Entries = std::list<Entry>;
 
-    void dropOldest(Entries::iterator entry);
+    struct Group {
+        std::deque<Entries::iterator> entries;
+        std::size_t bytes = 0;
+    };
+
+    void dropOldest(Group& group);
     Frame gapAfter(std::uint64_t number) const;
 
     const std::size_t limit_;
     std::uint64_t last_ = 0;
     Entries entries_;
-    std::deque<Entries::iterator> droppable_;
-    std::size_t droppableBytes_ = 0;
+    Group droppable_;
+    Group kept_;
 
     std::deque<Lost> lost_;  // in the order in which they went
     Lost forgotten_;         // those that are not known singly any more: the highest number, and all bytes

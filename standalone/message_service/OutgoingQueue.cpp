@@ -71,10 +71,10 @@ void OutgoingQueue::addLocked(const Frame& frame) {
     } else {
         keptBytes_ += size;
     }
-    while (queuedBytes_ > room) dropOldestLocked();
+    // What must not be lost may be above the limit alone; then the new frame is lost itself.
+    while (queuedBytes_ > room && !droppable_.empty()) dropOldestLocked();
 }
 
-// There is a frame to drop: those that must be kept fit.
 void OutgoingQueue::dropOldestLocked() {
     const auto lost = droppable_.front();
     droppable_.pop_front();

@@ -28,8 +28,11 @@ def message(error):
         return "RecursionError: the arguments, the call or its results are nested too deep"
     try:
         text = str(error)
+    except KeyboardInterrupt:
+        return "KeyboardInterrupt"
     except BaseException:
         text = ""
+    text = sys.modules["_numora_runtime"].shortened(text)
     name = type(error).__name__
     return name + ": " + text if text else name
 
@@ -42,39 +45,47 @@ def _result_count(nargout):
 
 def _find(name):
     """Looks a name up in the workspace, then, dotted, through modules, then among the builtins."""
-    import builtins
-
     head, *rest = name.split(".")
-    workspace = sys.modules["_numora_runtime"].variables
-    if head in workspace:
-        found = workspace[head]
-    elif rest or head in sys.modules:
-        found, rest = _import(name)
-    elif hasattr(builtins, head):
-        found = getattr(builtins, head)
-    else:
-        raise NameError("there is no function named '%s'" % name)
+    found = _find_head(name, head, bool(rest))
     for attribute in rest:
-        found = getattr(found, attribute)
+        try:
+            found = getattr(found, attribute)
+        except AttributeError:
+            module = _module(found.__name__ + "." + attribute) if isinstance(found, type(sys)) else None
+            if module is None:
+                raise
+            found = module
     if not callable(found):
         raise TypeError("'%s' is no function but an object of type %s" % (name, type(found).__name__))
     return found
 
 
-def _import(name):
-    """The longest leading part of a dotted name that is a module, and the names behind it."""
+def _find_head(name, head, is_dotted):
+    import builtins
+
+    workspace = sys.modules["_numora_runtime"].variables
+    if head in workspace:
+        return workspace[head]
+    module = _module(head) if is_dotted or head in sys.modules else None
+    if module is not None:
+        return module
+    if hasattr(builtins, head):
+        return getattr(builtins, head)
+    raise NameError("there is no function named '%s'" % name)
+
+
+def _module(name):
+    """The named module, imported if need be, or None if there is none. What fails within it is raised."""
     import importlib
 
-    parts = name.split(".")
-    module = None
-    for length in range(1, len(parts) + 1):
-        try:
-            module = importlib.import_module(".".join(parts[:length]))
-        except ModuleNotFoundError as error:
-            if module is not None:
-                return module, parts[length - 1 :]
-            raise NameError("there is no function named '%s'" % name) from error
-    return module, []
+    try:
+        return importlib.import_module(name)
+    except ModuleNotFoundError as error:
+        if error.name and (name + ".").startswith(error.name + "."):
+            return None
+        raise
+    except ValueError:  # an empty name
+        return None
 
 
 def _arguments(function, texts):
@@ -139,6 +150,7 @@ def _annotation(function, position):
 
 
 def _is_array(annotation, numpy):
+    import types
     import typing
 
     if isinstance(annotation, type) and issubclass(annotation, numpy.ndarray):
@@ -148,7 +160,10 @@ def _is_array(annotation, numpy):
     typed = sys.modules.get("numpy.typing")
     if typed is not None and annotation == typed.ArrayLike:
         return True
-    return any(_is_array(choice, numpy) for choice in typing.get_args(annotation))
+    choices = ()
+    if typing.get_origin(annotation) in (typing.Union, types.UnionType, typing.Annotated):
+        choices = typing.get_args(annotation)
+    return any(_is_array(choice, numpy) for choice in choices)
 
 
 def _results(name, returned, count):

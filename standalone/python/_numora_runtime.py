@@ -281,7 +281,7 @@ def report(error):
     numora = sys.modules.get("numora")
     if numora and isinstance(error, numora.MissingCapabilityError):
         name = error.identifier.removeprefix("NUMORA:")
-    return (kind, name, message, _shortened(text), frames, suggestion)
+    return (kind, name, message, shortened(text), frames, suggestion)
 
 
 _TEXT_LIMIT = 100_000
@@ -290,12 +290,12 @@ _TEXT_LIMIT = 100_000
 def _text_of(value):
     """The text of an object, or None where its own code fails or is interrupted."""
     try:
-        return _shortened(str(value))
+        return shortened(str(value))
     except BaseException:
         return None
 
 
-def _shortened(text):
+def shortened(text):
     """The beginning and the end of a text that is too long to be shown."""
     if len(text) <= _TEXT_LIMIT:
         return text

@@ -47,18 +47,20 @@ connector::Future<std::unique_ptr<DduxControlResponse>> TelemetryFile::write(
     const connector::ddux::DduxControlMessage& record) {
     const std::string line = lineOf(record);
     std::size_t done = 0;
+    int failure = EIO;
     {
         connector::MutexLock lock(mutex_);
         while (isEnabled() && done < line.size()) {
             const ssize_t count = ::write(descriptor_, line.data() + done, line.size() - done);
             if (count < 0 && errno == EINTR) continue;
+            if (count < 0) failure = errno;
             if (count <= 0) break;
             done += static_cast<std::size_t>(count);
         }
     }
     if (done < line.size()) {
         return connector::makeFailedFuture<std::unique_ptr<DduxControlResponse>>(std::make_exception_ptr(
-            std::system_error(errno, std::generic_category(), "A telemetry record was not written")));
+            std::system_error(failure, std::generic_category(), "A telemetry record was not written")));
     }
     auto response = std::make_unique<DduxControlResponse>();
     response->isRecorded = true;

@@ -39,7 +39,7 @@ TEST_F(FunctionCallTest, callsWhatANameStandsForWithJsonArguments) {
     eval(
         u"def pair(a, b): return b, a\ndef nothing(): pass\nclass Box:\n    @staticmethod\n    def get(): "
         u"return 7\n"
-        u"len = lambda x: 'mine'");
+        u"len = lambda x: 'mine'\nimport xml");
     struct Case {
         std::u16string function;
         std::vector<std::u16string> arguments;
@@ -59,6 +59,8 @@ TEST_F(FunctionCallTest, callsWhatANameStandsForWithJsonArguments) {
         {u"numpy.reshape", {u"[1, 2, 3, 4]", u"[2, 2]"}, 1, "[[[1,2],[3,4]]]"},
         {u"complex", {u"1", u"2"}, 1, "[{\"re\":1.0,\"im\":2.0}]"},
         {u"float", {u"\"nan\""}, 1, "[null]"},
+        {u"str.upper", {u"\"a\""}, 1, "[\"A\"]"},
+        {u"xml.sax.saxutils.escape", {u"\"a\""}, 1, "[\"a\"]"},
     };
     for (const Case& row : cases) EXPECT_EQ(call(row.function, row.arguments, row.nargout), row.results);
 }
@@ -83,7 +85,7 @@ TEST_F(FunctionCallTest, writesEveryKindOfResultAsJson) {
         {u"{'a': (1, [2]), '': {}}", R"({"a":[1,[2]],"":{}})"},
         {u"[Level.HIGH, 2**63 - 1, -2**63, 2**70]",
          "[3,9223372036854775807,-9223372036854775808,1180591620717411303424]"},
-        {u"'\\U0001f600 \\ud800'", R"("\ud83d\ude00 \ud800")"},
+        {u"'\\U0001f600 \\ud800'", "\"\xF0\x9F\x98\x80 \\ud800\""},
         {u"numpy.arange(6).reshape(2, 3)", "[[0,1,2],[3,4,5]]"},
         {u"numpy.arange(6).reshape(2, 3).T[:, ::-1]", "[[3,0],[4,1],[5,2]]"},
         {u"[numpy.zeros((2, 0)), numpy.zeros((0, 2)), numpy.array(1.5)]", "[[[],[]],[],1.5]"},
@@ -231,6 +233,10 @@ TEST_F(FunctionCallTest, tellsWhatWasEvaluated) {
 TEST_F(FunctionCallTest, givesUpAfterItsTimeLimitAndGoesOn) {
     eval(std::u16string(u"def endless():\n    ") + endlessLoop);
     EXPECT_EQ(call(u"endless", {}, 1, "", 300), "FEval timed out after 300 milliseconds");
+    eval(u"import numpy\ndef huge(row): return [row] * 20_000");
+    eval(u"def rows(): return huge([0] * 40_000)\ndef arrays(): return huge(numpy.zeros(40_000))");
+    EXPECT_EQ(call(u"rows", {}, 1, "", 300), "FEval timed out after 300 milliseconds");
+    EXPECT_EQ(call(u"arrays", {}, 1, "", 300), "FEval timed out after 300 milliseconds");
     EXPECT_EQ(call(u"abs", {u"-1"}), "[1]");
 }
 

@@ -20,7 +20,8 @@ class OutgoingQueue;
 struct SessionOptions {
     /// What the client says it is; may be empty.
     std::string clientType = {};
-    /// Room in the queue of outgoing frames, in bytes of their texts. An empty queue takes any frame.
+    /// Room in the queue of outgoing frames, in bytes of their texts. An empty queue takes any frame. Twice
+    /// MessageServiceOptions::logBytes at least, for a client that may come back.
     std::size_t queueBytes = std::size_t{8} << 20;
     /// How long the queue may be full with nothing taken from it.
     std::chrono::milliseconds fullLimit = std::chrono::seconds(30);
@@ -72,7 +73,8 @@ public:
 
     /// Publishes for the client: `data` is one JSON value. `context`, a new one when null, goes to the
     /// subscribers in this process and gets the client's type, if there is one, as "clientType". `members`
-    /// goes to clients only: MessageFrame. False when the session is closed.
+    /// goes to clients only: MessageFrame; a message of a channel that is logged carries its number only when
+    /// `members` has no "ext". False when the session is closed.
     /// Blocks: while subscribers in this process run.
     /// Throws: std::invalid_argument, for a channel that is no name and for empty data.
     bool publish(const std::string& channel, std::string_view data,

@@ -19,7 +19,10 @@ struct MessageServiceOptions {
     std::vector<std::string> droppable = {"/eval/response/output", "/eval/response/error"};
     /// Of which channels the last messages are kept and numbered, for clients that come back: patterns.
     std::vector<std::string> logged = {"/eval/response/**", "/eventmgr/**"};
-    /// How much is kept of what may be lost, in bytes of data; one message more, if it is larger.
+    /// How much is kept of what may be lost, and as much again of what must not be, in bytes of frames with
+    /// 256 more for each; and one message beyond. Make it half of the smallest SessionOptions::queueBytes at
+    /// most, or playing what is kept can close a session: what must not be lost has to fit into its queue.
+    /// Within that only a message larger than `logBytes` can do so.
     std::size_t logBytes = std::size_t{4} << 20;
     /// The time; called with a lock held.
     std::function<std::chrono::steady_clock::time_point()> now = std::chrono::steady_clock::now;
@@ -31,7 +34,7 @@ struct MessageMetrics {
     std::uint64_t queuedBytes = 0;  ///< of all open sessions
     std::uint64_t droppedMessages = 0;
     std::uint64_t droppedBytes = 0;       ///< of their data
-    std::uint64_t framesBuilt = 0;        ///< one for a published message that any session gets
+    std::uint64_t framesBuilt = 0;        ///< one for a published message that any session gets at once
     std::uint64_t messagesPublished = 0;  ///< by services and by clients
 };
 

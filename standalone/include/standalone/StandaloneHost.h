@@ -73,4 +73,12 @@ private:
 /// Blocks, for the calling thread and all that it starts, the signals that belong to the interpreter thread.
 void blockInterpreterSignals();
 
+/// Has `handler` called for each SIGINT that comes from outside this process, such as Ctrl-C at a terminal,
+/// where it would interrupt the running code; null ends that. Code that sets a handler of its own for SIGINT
+/// gets the signal while it runs.  Threads: it runs as a signal handler does, on any thread.
+void setOutsideInterruptHandler(void (*handler)());
+
+/// The services of a process in which no interpreter runs.
+std::shared_ptr<connector::ServiceFramework> makeServiceFramework();
+
 }  // namespace standalone
