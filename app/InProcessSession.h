@@ -30,6 +30,8 @@ public:
     /// Blocks: until the response is there.  Throws: BadMessage; the session can go on.
     Poco::JSON::Object::Ptr request(const std::string& type, const Poco::JSON::Object::Ptr& message);
 
+    const std::shared_ptr<connector::json::JsonSerializer>& serializer() const { return serializer_; }
+
     /// For the program's own input and output.
     const standalone::StandaloneHost& host() const { return host_; }
 

@@ -20,7 +20,9 @@ constexpr auto graceAfterInterrupt = std::chrono::seconds(2);
 standalone::SessionOptions clientOptions() {
     standalone::SessionOptions options;
     options.clientType = "numora-cli";
-    options.queueBytes = std::size_t{64} << 20;  // a pager that is slow loses nothing for long
+    // Standard output may be a pager that stands still for hours: text beyond this is lost, not the session.
+    options.queueBytes = std::size_t{64} << 20;
+    options.fullLimit = std::chrono::hours(24);
     return options;
 }
 
@@ -39,6 +41,7 @@ bool StreamedEvaluation::run(const std::vector<std::string>& codes) {
         send(isWaiting_ ? withFinalNewline(code) : code);
         isWaiting_ = false;
         while (incomplete_ > 0 && !isWaiting_) receive();
+        if (isGivenUp_) return false;
         if (isIncompleteBlock_) fail("the code ends inside an open block and was not run");
     }
     if (isWaiting_) fail("the code still waits for input");
@@ -56,8 +59,7 @@ void StreamedEvaluation::receive() {
     const standalone::TakenFrames taken = client_->take(bytesPerTake, takeLimit);
     for (const auto& frame : taken.frames) show(*frame);
     if (taken.isClosed) {
-        fail("the connection to the interpreter is closed: " + client_->closeReason());
-        incomplete_ = 0;
+        giveUp("the connection to the interpreter is closed: " + client_->closeReason());
     }
     interruptWhenLate();
 }
@@ -74,6 +76,11 @@ void StreamedEvaluation::show(const standalone::MessageFrame& frame) {
         if (text != "Done: success") hasFailed_ = true;
     } else if (what == "iqminput") {
         noticePrompt(text);
+    } else if (!isResponse) {
+        hasFailed_ = true;
+        if (!settings_.json) {
+            complain(host.standardError(), "printed text was lost: " + std::string(frame.data()));
+        }
     } else if (settings_.json) {
         return;
     } else if (what == "output") {
@@ -82,8 +89,6 @@ void StreamedEvaluation::show(const standalone::MessageFrame& frame) {
         writeAll(host.standardError(), text);
     } else if (what == "suggest") {
         writeAll(host.standardError(), "Did you mean: " + text + " ?\n");
-    } else if (!isResponse) {
-        complain(host.standardError(), "printed text was lost: " + std::string(frame.data()));
     }
 }
 
@@ -93,17 +98,21 @@ void StreamedEvaluation::noticePrompt(const std::string& prompt) {
     if (prompt == "INCOMPLETE_BLOCK_PROMPT") isIncompleteBlock_ = true;
 }
 
-// The completion of what was interrupted is waited for, but not for ever: code may swallow the interrupt.
+// The completion of what was interrupted is waited for, but not for ever: code may swallow the interrupt. No
+// further code is sent then; it would wait for this one, and take its completion for its own.
 void StreamedEvaluation::interruptWhenLate() {
     if (Clock::now() < deadline_ || incomplete_ == 0) return;
-    if (isInterrupted_) {
-        incomplete_ = 0;
-        return;
-    }
+    if (isInterrupted_) return giveUp("the code goes on in spite of the interrupt");
     isInterrupted_ = true;
     fail("the code timed out after " + std::to_string(settings_.limit.count()) + " seconds");
     session_.request("connector/v1/Interrupt", new Poco::JSON::Object);
     deadline_ = Clock::now() + graceAfterInterrupt;
+}
+
+void StreamedEvaluation::giveUp(const std::string& why) {
+    fail(why);
+    incomplete_ = 0;
+    isGivenUp_ = true;
 }
 
 void StreamedEvaluation::fail(const std::string& why) {

@@ -15,7 +15,8 @@ namespace app {
 /// Runs codes through the streaming service, each in turn, and prints what comes as it comes: printed text to
 /// standard output, errors to standard error or, as JSON, every message as one line on standard output.
 ///
-/// A code is sent when the one before has ended, or is typed when that one waits for input.
+/// A code is sent when the one before has ended, or is typed when that one waits for input. None is sent
+/// after one that does not end although it was interrupted.
 ///
 /// Threads: one.
 class StreamedEvaluation {
@@ -27,8 +28,8 @@ public:
 
     StreamedEvaluation(InProcessSession& session, Settings settings);
 
-    /// True when every code succeeded.
-    /// Blocks: until the last code has ended or waits for input.  Throws: as writeAll.
+    /// True when every code succeeded and nothing that was printed is lost.
+    /// Blocks: until the last code has ended, waits for input or is given up.  Throws: as writeAll.
     bool run(const std::vector<std::string>& codes);
 
 private:
@@ -39,6 +40,7 @@ private:
     void show(const standalone::MessageFrame& frame);
     void noticePrompt(const std::string& prompt);
     void interruptWhenLate();
+    void giveUp(const std::string& why);
     void fail(const std::string& why);
 
     InProcessSession& session_;
@@ -50,6 +52,7 @@ private:
     bool isIncompleteBlock_ = false;
     bool isInterrupted_ = false;  ///< since the last code was sent
     bool hasFailed_ = false;
+    bool isGivenUp_ = false;  ///< no code is sent any more
     Clock::time_point deadline_ = Clock::time_point::max();
 };
 

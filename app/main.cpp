@@ -12,6 +12,7 @@
 #include "CallCommand.h"
 #include "ConsoleCommand.h"
 #include "EvalCommand.h"
+#include "ServeCommand.h"
 #include "foundation/log/diagnostic_logger.h"
 #include "terminal.h"
 #include "text.h"
@@ -75,6 +76,7 @@ int run(int argc, char** argv) {
     addEvalCommand(program, command);
     addCallCommand(program, command);
     addConsoleCommand(program, command);
+    addServeCommand(program, command);
     try {
         program.parse(argumentsFrom(argc, argv));
     } catch (const CLI::ParseError& error) {

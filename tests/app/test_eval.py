@@ -70,6 +70,40 @@ class EvalTest(unittest.TestCase):
                                 ("output", "kept\n"), ("commandwindow/home", "home"), ("iqminput", "BASE_PROMPT"),
                                 ("completion", "Done: success")])
 
+    def test_stream_ends_when_code_swallows_the_interrupt(self):
+        read, write = os.pipe()
+        code = ("import select\nwhile True:\n  try:\n    _ = select.select([%d], [], [], 20)\n    break\n"
+                "  except KeyboardInterrupt:\n    pass" % read)
+        told = b""
+        with subprocess.Popen([NUMORA, "eval", "--stream", "--timeout", "1", code, "print('second')"],
+                              stdout=subprocess.PIPE, stderr=subprocess.PIPE, pass_fds=[read]) as process:
+            for line in process.stderr:
+                told += line
+                if b"in spite of the interrupt" in line:
+                    os.write(write, b"x")
+            out = process.stdout.read()
+        os.close(read)
+        os.close(write)
+        self.assertEqual((process.returncode, out, told),
+                         (1, b"", b"numora: the code timed out after 1 seconds\n"
+                                  b"numora: the code goes on in spite of the interrupt\n"))
+
+    def test_stream_that_lost_text_fails(self):
+        for options in [], ["--json"]:
+            with self.subTest(options):
+                read, write = os.pipe()
+                code = ("import numora, os\nfor i in range(4):\n  print('x' * 30_000_000)\n  numora.clc()\n"
+                        "_ = os.write(%d, b'x')" % write)  # clc ends a message
+                with subprocess.Popen([NUMORA, "eval", "--stream", *options, code], stdout=subprocess.PIPE,
+                                      stderr=subprocess.PIPE, pass_fds=[write]) as process:
+                    os.close(write)
+                    self.assertEqual(os.read(read, 1), b"x")  # nothing is read before all is printed
+                    out, err = process.communicate(timeout=60)
+                os.close(read)
+                self.assertEqual(process.returncode, 1)
+                self.assertEqual(b"numora: printed text was lost: " in err, not options)
+                self.assertEqual(b'"/connector/dropped"' in out, bool(options))
+
     def test_call_prints_results_as_json(self):
         self.assertEqual(run("call", "divmod", "17", "5"), (0, "[[3,2]]\n", ""))
         self.assertEqual(run("call", "--nargout", "2", "divmod", "17", "5"), (0, "[3,2]\n", ""))

@@ -249,6 +249,9 @@ TEST_F(ClientSessionTest, takesAFrameLargerThanTheQueueOnlyWhenEmpty) {
     publish(kCompletion, "1");
     publish(kOutput, large);
     EXPECT_THAT(takeAll(*session), ElementsAre(frame(kCompletion, "1"), dropped(kOutput, 1, 200)));
+    publish(kCompletion, large);
+    publish(kOutput, "1");
+    EXPECT_THAT(takeAll(*session), ElementsAre(frame(kCompletion, large), dropped(kOutput, 1, 1)));
     EXPECT_FALSE(session->isClosed());
     EXPECT_EQ(session->queuedBytes(), 0U);
 }

@@ -33,9 +33,9 @@ std::vector<std::string> taken(ClientSession& session) {
 
 class MessageLogTest : public testing::Test {
 protected:
-    explicit MessageLogTest(std::size_t logBytes = 10) {
+    MessageLogTest() {
         MessageServiceOptions options;
-        options.logBytes = logBytes;
+        options.logBytes = 400;  // a short message takes more than 300
         service = std::make_unique<LocalMessageService>(options);
     }
     void publish(const char* channel, const std::string& data) {
@@ -56,9 +56,11 @@ TEST_F(MessageLogTest, playsWhatIsKeptBeforeWhatIsNew) {
     publish(output, "\"a\"");
     publish("/elsewhere", "0");
     publish(completion, "true");
+    EXPECT_EQ(service->metrics().framesBuilt, 0U);
     const auto session = service->openSession();
     session->subscribe("/eval/**", 0);
     publish(output, "\"b\"");
+    EXPECT_EQ(service->metrics().framesBuilt, 1U);
     EXPECT_EQ(taken(*session), (Texts{"\"a\" 1", "true 2", "\"b\" 3"}));
     EXPECT_EQ(playedAfter(1), (Texts{"true 2", "\"b\" 3"}));
     EXPECT_EQ(playedAfter(0, completion), (Texts{"true 2"}));
@@ -74,7 +76,6 @@ TEST_F(MessageLogTest, losesOldTextAloneAndNamesTheGapOnce) {
         publish(output, "\"1234\"");
         if (i == 1) publish(completion, "true");
     }
-    // Two of six bytes are 12, one alone would be less than the limit.
     EXPECT_EQ(playedAfter(0),
               (Texts{R"({"from":1,"to":7,"bytes":36})", "true 3", "\"1234\" 8", "\"1234\" 9"}));
     EXPECT_EQ(playedAfter(5), (Texts{R"({"from":6,"to":7,"bytes":12})", "\"1234\" 8", "\"1234\" 9"}));
@@ -83,19 +84,48 @@ TEST_F(MessageLogTest, losesOldTextAloneAndNamesTheGapOnce) {
 
 TEST_F(MessageLogTest, keepsTheNewestMessageHoweverLarge) {
     const std::string large = '"' + std::string(100, 'x') + '"';
+    for (const auto* channel : {output, completion}) {
+        publish(channel, large);
+        EXPECT_EQ(playedAfter(0, channel).back().substr(0, large.size()), large) << channel;
+    }
     publish(output, large);
-    EXPECT_EQ(playedAfter(0), (Texts{large + " 1"}));
-    publish(output, "\"12345678\"");
-    EXPECT_EQ(playedAfter(0), (Texts{R"({"from":1,"to":1,"bytes":102})", "\"12345678\" 2"}));
+    publish(completion, large);
+    EXPECT_EQ(playedAfter(0), (Texts{R"({"from":1,"to":2,"bytes":204})", large + " 3", large + " 4"}));
 }
 
 TEST_F(MessageLogTest, boundsWhatMustNotBeLost) {
+    service = std::make_unique<LocalMessageService>();
     for (int i = 0; i < 10'003; ++i) publish(completion, "1");
     const auto session = service->openSession();
     session->subscribe("/eval/**", 0);
     const auto played = taken(*session);
     EXPECT_EQ(played.front(), R"({"from":1,"to":3,"bytes":3})");
     EXPECT_EQ(played.at(1), "1 4");
+}
+
+TEST_F(MessageLogTest, playsNoMoreThanAnEmptyQueueTakes) {
+    service = std::make_unique<LocalMessageService>();
+    const std::string almostAll((std::size_t{4} << 20) - 400, '1');
+    for (int i = 0; i < 3; ++i) {
+        publish(output, almostAll);
+        publish(completion, almostAll);
+    }
+    const auto session = service->openSession();
+    session->subscribe("/eval/**", 0);
+    EXPECT_EQ(session->closeReason(), "");
+    EXPECT_GT(session->queuedBytes(), 2 * almostAll.size());
+}
+
+TEST_F(MessageLogTest, leavesMembersAsTheyWerePublished) {
+    const auto session = service->openSession();
+    session->subscribe("/eval/**");
+    session->publish(output, "1", nullptr, R"(,"id":"7")");
+    session->publish(output, "2", nullptr, R"(,"ext":{"x":3})");
+    const auto frames = session->take(1 << 20, std::chrono::milliseconds(0)).frames;
+    ASSERT_EQ(frames.size(), 2U);
+    EXPECT_EQ(frames[0]->text(),
+              R"({"channel":"/eval/response/output","data":1,"id":"7","ext":{"connector":{"seq":1}}})");
+    EXPECT_EQ(frames[1]->text(), R"({"channel":"/eval/response/output","data":2,"ext":{"x":3}})");
 }
 
 }  // namespace

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <memory>
+
+#include "connector/ServiceFramework.h"
+#include "connector/json/JsonSerializer.h"
+#include "standalone/LocalMessageService.h"
+#include "standalone/RequestCounter.h"
+
+namespace app {
+
+/// What `numora serve` lets clients reach.
+///
+/// Threads: made and destroyed on one thread; `isReady` from any.
+class ServeBackend {
+public:
+    virtual ~ServeBackend() = default;
+    virtual bool isReady() const = 0;
+    /// The program's own standard output and error: file descriptors, valid as long as this is.
+    virtual int standardOutput() const = 0;
+    virtual int standardError() const = 0;
+
+    std::shared_ptr<connector::ServiceFramework> framework;
+    std::shared_ptr<connector::json::JsonSerializer> serializer;
+    std::shared_ptr<standalone::LocalMessageService> messages;
+    std::shared_ptr<const standalone::RequestCounter> streaming;  ///< null without streaming
+};
+
+/// An interpreter in this process.  Blocks: until it takes requests.
+std::unique_ptr<ServeBackend> makeInterpreterBackend();
+
+/// Fixed answers, without an interpreter and without streaming.
+std::unique_ptr<ServeBackend> makeMockBackend();
+
+}  // namespace app

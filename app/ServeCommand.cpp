@@ -1,0 +1,126 @@
+#include "ServeCommand.h"
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdlib>
+#include <memory>
+#include <mutex>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <utility>
+
+#include <CLI/CLI.hpp>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include "ServeBackend.h"
+#include "ServeSettings.h"
+#include "StopSignals.h"
+#include "foundation/log/diagnostic_logger.h"
+#include "gateway/Gateway.h"
+#include "terminal.h"
+#include "text.h"
+
+namespace app {
+
+namespace {
+
+constexpr auto timeToEnd = std::chrono::milliseconds(2500);
+constexpr rlim_t wantedFiles = 4096;
+
+/// Ends the process when this is not destroyed in time: code that no interrupt ends must not keep it.
+class EndLimit {
+public:
+    explicit EndLimit(int errors) : thread_([this, errors] { run(errors); }) {}
+    ~EndLimit() {
+        {
+            const std::lock_guard lock(mutex_);
+            isOver_ = true;
+        }
+        changed_.notify_all();
+        thread_.join();
+    }
+    EndLimit(const EndLimit&) = delete;
+    EndLimit& operator=(const EndLimit&) = delete;
+
+private:
+    void run(int errors) {
+        std::unique_lock lock(mutex_);
+        if (changed_.wait_for(lock, timeToEnd, [this] { return isOver_; })) return;
+        complain(errors, "the running code does not end; the process ends without it");
+        std::_Exit(0);
+    }
+
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    bool isOver_ = false;
+    std::thread thread_;  // last: starts once the rest exists
+};
+
+// Every connection is an open file, and Python code needs some, too.
+void allowMoreFiles() {
+    rlimit limit{};
+    if (::getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur >= wantedFiles) return;
+    limit.rlim_cur = std::min(limit.rlim_max, wantedFiles);
+    ::setrlimit(RLIMIT_NOFILE, &limit);
+}
+
+std::unique_ptr<gateway::Gateway> startGateway(const ServeSettings& settings, const ServeBackend& backend) {
+    auto options = settings.gatewayOptions();
+    options.streaming = backend.streaming;
+    try {
+        auto gateway = std::make_unique<gateway::Gateway>(
+            *backend.messages, backend.framework, backend.serializer,
+            [&backend] { return backend.isReady(); }, std::move(options));
+        gateway->start();
+        return gateway;
+    } catch (const std::invalid_argument& error) {
+        throw InputError(error.what());
+    }
+}
+
+int runServe(const ServeSettings& settings) {
+    const StopSignals signals;
+    allowMoreFiles();
+    auto backend = settings.mock ? makeMockBackend() : makeInterpreterBackend();
+    const auto messages = backend->messages;
+    const auto gateway = startGateway(settings, *backend);
+    writeAll(backend->standardOutput(),
+             "Listening on " + gateway->url() + "?token=" + gateway->token() + "\n");
+    signals.wait();
+    const EndLimit limit(backend->standardError());
+    gateway->stop();
+    // Before the gateway, into which what still runs may publish.
+    backend.reset();
+    return 0;
+}
+
+void useLogLevel(const ServeSettings& settings, const CLI::App& program) {
+    if (!settings.logLevel || program.get_option("--log-level")->count() > 0) return;
+    try {
+        foundation::log::setLevel(foundation::log::severityFromName(*settings.logLevel));
+    } catch (const std::invalid_argument&) {
+        throw InputError("there is no log level '" + *settings.logLevel + "'");
+    }
+}
+
+}  // namespace
+
+void addServeCommand(CLI::App& program, std::function<int()>& command) {
+    auto settings = std::make_shared<ServeSettings>();
+    CLI::App* serve =
+        program.add_subcommand("serve", "Let clients use an interpreter over HTTP and WebSocket");
+    serve->fallthrough();
+    settings->addTo(*serve);
+    serve->callback([settings, &program, &command] {
+        command = [settings, &program] {
+            if (const char* level = std::getenv("NUMORA_LOG_LEVEL")) settings->logLevel = level;
+            settings->readFile();
+            useLogLevel(*settings, program);
+            return runServe(*settings);
+        };
+    });
+}
+
+}  // namespace app

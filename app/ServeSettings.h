@@ -1,0 +1,44 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "gateway/Gateway.h"
+
+namespace CLI {
+class App;
+}
+
+namespace app {
+
+/// What `numora serve` is told: by its flags, else by environment variables, else by a file.
+struct ServeSettings {
+    std::optional<std::string> host;
+    std::optional<std::uint16_t> port;
+    std::optional<std::string> token;
+    std::optional<std::string> logLevel;
+    std::optional<std::string> console;
+    std::optional<std::string> tlsCertificate;
+    std::optional<std::string> tlsKey;
+    std::vector<std::string> hosts;
+    std::vector<std::string> origins;
+    std::optional<std::size_t> bodyBytes;
+    std::optional<std::size_t> handlerThreads;
+    std::optional<std::size_t> handlerQueue;
+    std::optional<std::string> file;
+    bool mock = false;
+
+    /// Adds the flags and the environment variables to the command.
+    void addTo(CLI::App& command);
+    /// Reads `file`, if there is one, for what is not set yet.
+    /// Throws: InputError, when it cannot be read or says what cannot be understood.
+    void readFile();
+
+    gateway::GatewayOptions gatewayOptions() const;
+};
+
+}  // namespace app

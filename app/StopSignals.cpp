@@ -1,0 +1,60 @@
+#include "StopSignals.h"
+
+#include <atomic>
+#include <cerrno>
+#include <cstdint>
+#include <system_error>
+
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include "standalone/StandaloneHost.h"
+
+namespace app {
+
+namespace {
+
+std::atomic<int> event{-1};  // for the handlers; readable once a signal has come
+
+void tell() {
+    const std::uint64_t one = 1;
+    if (::write(event.load(), &one, sizeof one) < 0) return;  // it is told already
+}
+
+void onSignal(int) {
+    const int savedErrno = errno;
+    tell();
+    errno = savedErrno;
+}
+
+}  // namespace
+
+StopSignals::StopSignals() {
+    event = ::eventfd(0, EFD_CLOEXEC);
+    if (event < 0) throw std::system_error(errno, std::generic_category(), "eventfd");
+    for (std::size_t i = 0; i < signals.size(); ++i) {
+        struct sigaction action {};
+        action.sa_handler = onSignal;
+        action.sa_flags = SA_RESTART;
+        ::sigaction(signals[i], nullptr, &previous_[i]);
+        if (signals[i] == SIGHUP && previous_[i].sa_handler == SIG_IGN) continue;
+        ::sigaction(signals[i], &action, nullptr);
+    }
+    // The interpreter has a handler for SIGINT of its own.
+    standalone::setOutsideInterruptHandler(tell);
+}
+
+StopSignals::~StopSignals() {
+    standalone::setOutsideInterruptHandler(nullptr);
+    for (std::size_t i = 0; i < signals.size(); ++i) ::sigaction(signals[i], &previous_[i], nullptr);
+    ::close(event.exchange(-1));
+}
+
+void StopSignals::wait() const {
+    std::uint64_t count = 0;
+    while (::read(event.load(), &count, sizeof count) < 0) {
+        if (errno != EINTR) throw std::system_error(errno, std::generic_category(), "eventfd");
+    }
+}
+
+}  // namespace app

@@ -1,0 +1,32 @@
+#pragma once
+
+#include <array>
+#include <csignal>
+
+namespace app {
+
+/// Takes SIGINT, SIGTERM and SIGHUP as a wish that the program ends, while it exists. SIGHUP keeps being
+/// ignored where it is.
+///
+/// Handlers are used and not a blocked signal that is waited for, because blocked signals stay so in the
+/// programs that Python code starts.
+///
+/// Made before the interpreter. One at a time in the process.
+class StopSignals {
+public:
+    /// Throws: std::system_error.
+    StopSignals();
+    ~StopSignals();
+    StopSignals(const StopSignals&) = delete;
+    StopSignals& operator=(const StopSignals&) = delete;
+
+    /// Blocks: until one of the signals comes, or has come.
+    void wait() const;
+
+private:
+    static constexpr std::array<int, 3> signals = {SIGINT, SIGTERM, SIGHUP};
+
+    std::array<struct sigaction, signals.size()> previous_{};
+};
+
+}  // namespace app

@@ -1,0 +1,246 @@
+"""`numora serve`, from outside."""
+
+import http.client
+import json
+import os
+import re
+import signal
+import subprocess
+import tempfile
+import threading
+import time
+import unittest
+
+NUMORA = os.environ["NUMORA"]
+TOKEN = "a-token-of-the-tests"
+
+
+class Server:
+    """A server with a token of the tests, which is stopped at the end of the block."""
+
+    def __init__(self, *arguments, token=True, environment=None, pass_fds=()):
+        chosen = ["--token", TOKEN] if token else []
+        self._process = subprocess.Popen([NUMORA, "serve", "--port", "0", *chosen, *arguments], pass_fds=pass_fds,
+                                         stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+                                         env=dict(os.environ, **(environment or {})))
+        self.line = self._process.stdout.readline().decode()
+        found = re.fullmatch(r"Listening on http://127\.0\.0\.1:(\d+)/\?token=(\S+)\n", self.line)
+        if not found:
+            self._process.kill()
+            raise AssertionError(f"{self.line!r} {self._process.communicate()}")
+        self.port, self.token = int(found[1]), found[2]
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.stop(signal.SIGKILL)
+
+    def connect(self):
+        return http.client.HTTPConnection("127.0.0.1", self.port, timeout=60)
+
+    def request(self, path, message=None, token=None):
+        """The status and the body of the answer to a POST of `message`, or to a GET without one."""
+        connection = self.connect()
+        try:
+            headers = {"Authorization": "Bearer " + (token or self.token), "Content-Type": "application/json"}
+            connection.request("GET" if message is None else "POST", path,
+                               None if message is None else json.dumps(message), headers)
+            answer = connection.getresponse()
+            return answer.status, answer.read().decode()
+        finally:
+            connection.close()
+
+    def eval(self, code):
+        status, body = self.request("/connector/v1/Eval", {"mcode": code})
+        if status != 200:
+            raise AssertionError(f"{status}: {body}")
+        return json.loads(body)
+
+    def bayeux(self, *messages):
+        status, body = self.request("/cometd", list(messages))
+        if status != 200:
+            raise AssertionError(f"{status}: {body}")
+        return json.loads(body)
+
+    def start_eval(self, code):
+        """Evaluates on a thread of its own; `result` of what it returns waits for the response."""
+        return Background(lambda: self.eval(code))
+
+    def stop(self, number):
+        """Returns (exit status, rest of standard output, standard error, seconds until the end)."""
+        begin = time.monotonic()
+        if self._process.poll() is None:
+            self._process.send_signal(number)
+        out, err = self._process.communicate(timeout=60)
+        return self._process.returncode, out.decode(), err.decode(), time.monotonic() - begin
+
+
+class Background:
+    def __init__(self, action):
+        self._thread = threading.Thread(target=self._run, args=[action])
+        self._thread.start()
+
+    def _run(self, action):
+        try:
+            self._result = action()
+        except Exception as error:  # it is the caller's
+            self._result = error
+
+    def result(self):
+        self._thread.join(60)
+        return self._result
+
+
+class Signal:
+    """Lets code in a server tell when it has come somewhere: by the code `self.code`."""
+
+    def __enter__(self):
+        self._read, self.descriptor = os.pipe()
+        self.code = f"import os; _ = os.write({self.descriptor}, b'x')"
+        return self
+
+    def wait(self):
+        if os.read(self._read, 1) != b"x":
+            raise AssertionError("the server has ended")
+
+    def __exit__(self, *_):
+        os.close(self._read)
+        os.close(self.descriptor)
+
+
+class ServeTest(unittest.TestCase):
+    def test_evaluates_calls_and_says_nothing_but_where_it_listens(self):
+        with Server(token=False) as server:
+            self.assertRegex(server.token, "^[0-9a-f]{40}$")
+            self.assertEqual(server.eval("x = 6\nprint('hello')\nx * 7")["responseStr"], "hello\n42\n")
+            self.assertEqual(server.eval("import os; _ = os.system('echo child')")["responseStr"], "child\n")
+            response = json.loads(server.request("/connector/v1/FEval", {"function": "divmod", "nargout": 2,
+                                                                         "arguments": [17, 5]})[1])
+            self.assertEqual(json.loads(response["results"]), [3, 2])
+            self.assertEqual(server.request("/readyz")[0], 200)
+            self.assertEqual(server.request("/readyz", token="another-token-of-16")[0], 401)
+            status, out, err, _ = server.stop(signal.SIGTERM)
+            self.assertEqual((status, out, err), (0, "", ""))
+
+    def test_interrupt_ends_the_running_code(self):
+        with Signal() as begun, Server(pass_fds=[begun.descriptor]) as server:
+            running = server.start_eval(begun.code + "\nwhile True: pass")
+            begun.wait()
+            self.assertEqual(server.request("/connector/v1/Interrupt", {})[0], 200)
+            self.assertIn("KeyboardInterrupt", running.result()["responseStr"])
+            self.assertEqual(server.eval("1 + 1")["responseStr"], "2\n")
+
+    def test_signals_stop_it_and_running_requests_are_answered(self):
+        rows = {
+            "busy": (signal.SIGTERM, "while True: pass"),
+            "asleep": (signal.SIGINT, "import time; time.sleep(60)"),
+            "asks for input": (signal.SIGHUP, "input()"),
+        }
+        for name, (number, code) in rows.items():
+            with self.subTest(name), Signal() as begun, Server(pass_fds=[begun.descriptor]) as server:
+                running = server.start_eval(begun.code + "\n" + code)
+                begun.wait()
+                status, out, err, seconds = server.stop(number)
+                self.assertEqual((status, out, err), (0, "", ""))
+                self.assertLess(seconds, 3)
+                self.assertIsInstance(running.result(), dict)
+
+    def test_code_that_no_interrupt_ends_does_not_keep_it(self):
+        code = "while True:\n    try:\n        while True: pass\n    except KeyboardInterrupt: pass"
+        with Signal() as begun, Server(pass_fds=[begun.descriptor]) as server:
+            running = server.start_eval(begun.code + "\n" + code)
+            begun.wait()
+            status, _, err, seconds = server.stop(signal.SIGTERM)
+            self.assertEqual((status, err), (0, "numora: the running code does not end; the process ends without it\n"))
+            self.assertLess(seconds, 3)
+            running.result()
+
+    def test_code_can_signal_itself_and_its_children(self):
+        with Server() as server:
+            self.assertIn("KeyboardInterrupt", server.eval(
+                "import os, signal, time\nos.kill(os.getpid(), signal.SIGINT)\ntime.sleep(60)")["responseStr"])
+            for number in ("SIGTERM", "SIGINT"):
+                self.assertEqual(server.eval("import signal, subprocess\np = subprocess.Popen(['sleep', '60'])\n"
+                                             f"p.send_signal(signal.{number})\n-p.wait(30) == signal.{number}")
+                                 ["responseStr"], "True\n")
+            self.assertEqual(server.stop(signal.SIGTERM)[0], 0)
+
+    def test_streams_what_code_prints(self):
+        with Server() as server:
+            client = server.bayeux({"channel": "/meta/handshake", "version": "1.0",
+                                    "supportedConnectionTypes": ["long-polling"]})[0]["clientId"]
+            server.bayeux({"channel": "/meta/subscribe", "subscription": "/eval/response/**", "clientId": client})
+            server.bayeux({"channel": "/eval/request", "data": "print('streamed')", "clientId": client})
+            received = {}
+            deadline = time.monotonic() + 60
+            while "/eval/response/completion" not in received and time.monotonic() < deadline:
+                for message in server.bayeux({"channel": "/meta/connect", "connectionType": "long-polling",
+                                              "clientId": client}):
+                    if "data" in message:
+                        received.setdefault(message["channel"], []).append(message["data"])
+            self.assertEqual(received["/eval/response/output"], ["streamed\n"])
+            self.assertEqual(received["/eval/response/completion"], ["Done: success"])
+            self.assertIn('numora_streaming_evaluations_total{outcome="success"} 1\n', server.request("/metrics")[1])
+            self.assertEqual(server.stop(signal.SIGINT)[0], 0)
+
+    def test_mock_answers_without_an_interpreter(self):
+        with Server("--mock") as server:
+            self.assertEqual(server.eval("1 + 1")["responseStr"], "mock output")
+            sequence = {"messages": [{"type": "connector/v1/FEval", "message": {"nargout": 2}}]}
+            answer = json.loads(server.request("/messages", {"type": "connector/v1/Sequence", "message": sequence})[1])
+            self.assertEqual(answer["message"]["messages"][0]["message"]["results"], "[{},{}]"
+                             if "," in answer["message"]["messages"][0]["message"]["results"] else "[{}{}]")
+            self.assertEqual(server.stop(signal.SIGINT)[:3], (0, "", ""))
+
+    def test_flags_win_over_the_environment_and_that_over_the_file(self):
+        with tempfile.TemporaryDirectory() as folder:
+            os.mkdir(os.path.join(folder, "pages"))
+            with open(os.path.join(folder, "pages", "index.html"), "w") as page:
+                page.write("the console")
+            name = os.path.join(folder, "numora.toml")
+            with open(name, "w") as file:
+                file.write('token = "the-token-of-the-file"\nconsole = "pages"\nport = 1\nbody_bytes = 100\n')
+            environment = {"NUMORA_CONFIG": name}
+            with Server("--mock", token=False, environment=environment) as server:
+                self.assertEqual(server.token, "the-token-of-the-file")
+                self.assertEqual(server.request("/"), (200, "the console"))
+                self.assertEqual(server.request("/messages", {"a": "b" * 100})[0], 413)
+            environment["NUMORA_TOKEN"] = "the-token-of-the-environment"
+            with Server("--mock", token=False, environment=environment) as server:
+                self.assertEqual(server.token, "the-token-of-the-environment")
+            with Server("--mock", environment=environment) as server:
+                self.assertEqual(server.token, TOKEN)
+
+    def test_wrong_settings_end_it_with_status_2(self):
+        files = {"unknown": "hots = ''", "kind": "port = '1'", "size": "port = 70000", "list": "hosts = [1]", "syntax": "a ="}
+        with tempfile.TemporaryDirectory() as folder:
+            rows = {
+                "port": (["--port", "70000"], "--port"),
+                "beyond the loopback": (["--host", "0.0.0.0"], "needs a token"),
+                "token": (["--token", "short"], "A token consists of"),
+                "certificate without key": (["--tls-cert", "x"], "TLS needs both"),
+                "no file": (["--config", os.path.join(folder, "none")], "none"),
+            }
+            expected = {"unknown": "unknown key hots", "kind": "port is no number", "size": "port is no number",
+                        "list": "hosts is no list of texts", "syntax": "line 1"}
+            for name, text in files.items():
+                with open(os.path.join(folder, name), "w") as file:
+                    file.write(text)
+                rows["file: " + name] = (["--config", os.path.join(folder, name)], expected[name])
+            for name, (arguments, message) in rows.items():
+                with self.subTest(name):
+                    done = subprocess.run([NUMORA, "serve", "--mock", *arguments], capture_output=True, timeout=60)
+                    self.assertEqual((done.returncode, done.stdout), (2, b""), done.stderr)
+                    self.assertIn(message, done.stderr.decode())
+
+    def test_port_that_is_taken_ends_it_with_status_1(self):
+        with Server("--mock") as server:
+            done = subprocess.run([NUMORA, "serve", "--mock", "--port", str(server.port)], capture_output=True,
+                                  timeout=60)
+            self.assertEqual((done.returncode, done.stdout, done.stderr.decode()),
+                             (1, b"", f"numora: Cannot listen on 127.0.0.1, port {server.port}: Address already in use\n"))
+
+
+if __name__ == "__main__":
+    unittest.main()
