@@ -81,7 +81,7 @@ std::unique_ptr<gateway::Gateway> startGateway(const ServeSettings& settings, co
 }
 
 int runServe(const ServeSettings& settings) {
-    const StopSignals signals;
+    const StopSignals signals(!settings.mock);
     allowMoreFiles();
     auto backend = settings.mock ? makeMockBackend() : makeInterpreterBackend();
     const auto messages = backend->messages;

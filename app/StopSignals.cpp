@@ -29,24 +29,27 @@ void onSignal(int) {
 
 }  // namespace
 
-StopSignals::StopSignals() {
+StopSignals::StopSignals(bool hasInterpreter) {
     event = ::eventfd(0, EFD_CLOEXEC);
     if (event < 0) throw std::system_error(errno, std::generic_category(), "eventfd");
     for (std::size_t i = 0; i < signals.size(); ++i) {
         struct sigaction action {};
         action.sa_handler = onSignal;
         action.sa_flags = SA_RESTART;
-        ::sigaction(signals[i], nullptr, &previous_[i]);
-        if (signals[i] == SIGHUP && previous_[i].sa_handler == SIG_IGN) continue;
-        ::sigaction(signals[i], &action, nullptr);
+        auto& [isChanged, previous] = dispositions_[i];
+        ::sigaction(signals[i], nullptr, &previous);
+        if (signals[i] == SIGHUP && previous.sa_handler == SIG_IGN) continue;
+        if (signals[i] == SIGINT && hasInterpreter) continue;
+        isChanged = ::sigaction(signals[i], &action, nullptr) == 0;
     }
-    // The interpreter has a handler for SIGINT of its own.
     standalone::setOutsideInterruptHandler(tell);
 }
 
 StopSignals::~StopSignals() {
     standalone::setOutsideInterruptHandler(nullptr);
-    for (std::size_t i = 0; i < signals.size(); ++i) ::sigaction(signals[i], &previous_[i], nullptr);
+    for (std::size_t i = 0; i < signals.size(); ++i) {
+        if (dispositions_[i].isChanged) ::sigaction(signals[i], &dispositions_[i].previous, nullptr);
+    }
     ::close(event.exchange(-1));
 }
 

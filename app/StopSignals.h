@@ -14,8 +14,9 @@ namespace app {
 /// Made before the interpreter. One at a time in the process.
 class StopSignals {
 public:
-    /// Throws: std::system_error.
-    StopSignals();
+    /// `hasInterpreter` says that an interpreter will run in this process: it has a handler of its own for
+    /// SIGINT, from when it takes requests, and must find the default one.  Throws: std::system_error.
+    explicit StopSignals(bool hasInterpreter);
     ~StopSignals();
     StopSignals(const StopSignals&) = delete;
     StopSignals& operator=(const StopSignals&) = delete;
@@ -26,7 +27,11 @@ public:
 private:
     static constexpr std::array<int, 3> signals = {SIGINT, SIGTERM, SIGHUP};
 
-    std::array<struct sigaction, signals.size()> previous_{};
+    struct Disposition {
+        bool isChanged = false;
+        struct sigaction previous {};
+    };
+    std::array<Disposition, signals.size()> dispositions_;
 };
 
 }  // namespace app

@@ -30,7 +30,9 @@ constexpr std::array<const char*, 4> severityNames{"debug", "info", "warning", "
 
 thread_local int indentation = 0;
 
-std::atomic<int> logDescriptor{STDERR_FILENO};
+// Held while a record is written, so that a descriptor that was replaced is in use no more.
+connector::Mutex descriptorMutex;
+int logDescriptor GUARDED_BY(descriptorMutex) = STDERR_FILENO;
 
 // Writes each record as one line, whole, so that lines of several processes on one terminal do not mix.
 class DescriptorBackend : public logging::sinks::basic_formatted_sink_backend<char> {
@@ -38,8 +40,9 @@ public:
     void consume(const logging::record_view&, const std::string& text) {
         const std::string line = text + "\n";
         std::string_view rest = line;
+        connector::MutexLock lock(descriptorMutex);
         while (!rest.empty()) {
-            const ssize_t count = ::write(logDescriptor.load(), rest.data(), rest.size());
+            const ssize_t count = ::write(logDescriptor, rest.data(), rest.size());
             if (count < 0 && errno != EINTR) return;
             if (count > 0) rest.remove_prefix(static_cast<std::size_t>(count));
         }
@@ -109,7 +112,10 @@ void basic_diagnostic_logger<char>::write(Severity severity, std::string_view te
 
 void setLevel(Severity level) { DiagnosticLogger::threshold_.store(static_cast<int>(level)); }
 
-int setDescriptor(int descriptor) { return logDescriptor.exchange(descriptor); }
+int setDescriptor(int descriptor) {
+    connector::MutexLock lock(descriptorMutex);
+    return std::exchange(logDescriptor, descriptor);
+}
 
 LogWriter setWriter(LogWriter writer) { return processLog().exchange(std::move(writer)); }
 

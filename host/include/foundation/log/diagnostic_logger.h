@@ -60,7 +60,8 @@ using LogWriter = std::function<void(std::string_view logger, Severity, std::str
 LogWriter setWriter(LogWriter writer);
 
 /// Replaces the file descriptor that the default writer uses, at first that of standard error, and returns
-/// what was there.
+/// what was there, which may then be closed.
+/// Blocks: while a record is being written.
 int setDescriptor(int descriptor);
 
 /// The names of the levels: "debug", "info", "warning", "error".  Throws: std::invalid_argument otherwise.

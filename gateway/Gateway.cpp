@@ -1,0 +1,70 @@
+#include "gateway/Gateway.h"
+
+#include <stdexcept>
+#include <utility>
+
+#include "Server.h"
+#include "access/token.h"
+#include "http/addresses.h"
+
+namespace gateway {
+
+class Gateway::Impl {
+public:
+    Impl(standalone::LocalMessageService& messages, std::shared_ptr<connector::ServiceFramework> framework,
+         std::shared_ptr<connector::json::JsonSerializer> serializer, std::function<bool()> isReady,
+         GatewayOptions options)
+        : options_(std::move(options)),
+          hasChosenToken_(!options_.token.empty()),
+          parts_{messages, std::move(framework), std::move(serializer), std::move(isReady), options_} {
+        if (!hasChosenToken_) options_.token = access::makeToken();
+        const std::string problem = access::tokenProblem(options_.token);
+        if (!problem.empty()) throw std::invalid_argument(problem);
+        if (options_.tlsCertificate.empty() != options_.tlsKey.empty()) {
+            throw std::invalid_argument("TLS needs both a certificate and its key.");
+        }
+    }
+
+    void start() {
+        const auto address = http::addressOf(options_.host);
+        if (!address.is_loopback() && !hasChosenToken_) {
+            throw std::invalid_argument("Listening on " + options_.host +
+                                        ", beyond this machine, needs a token of your own.");
+        }
+        server_ = std::make_unique<Server>(parts_, address);
+        url_ = std::string(options_.tlsCertificate.empty() ? "http://" : "https://") +
+               http::addressText(http::reachableAddress(address)) + ":" + std::to_string(server_->port()) +
+               "/";
+    }
+
+    std::uint16_t port() const { return server_ ? server_->port() : options_.port; }
+    const std::string& token() const { return options_.token; }
+    const std::string& url() const { return url_; }
+    void stop() {
+        if (server_) server_->stop();
+    }
+
+private:
+    GatewayOptions options_;
+    const bool hasChosenToken_;
+    const Server::Parts parts_;
+    std::string url_;
+    std::unique_ptr<Server> server_;
+};
+
+Gateway::Gateway(standalone::LocalMessageService& messages,
+                 std::shared_ptr<connector::ServiceFramework> framework,
+                 std::shared_ptr<connector::json::JsonSerializer> serializer, std::function<bool()> isReady,
+                 GatewayOptions options)
+    : impl_(std::make_unique<Impl>(messages, std::move(framework), std::move(serializer), std::move(isReady),
+                                   std::move(options))) {}
+
+Gateway::~Gateway() = default;
+
+void Gateway::start() { impl_->start(); }
+std::uint16_t Gateway::port() const { return impl_->port(); }
+const std::string& Gateway::token() const { return impl_->token(); }
+std::string Gateway::url() const { return impl_->url(); }
+void Gateway::stop() { impl_->stop(); }
+
+}  // namespace gateway

@@ -1,0 +1,77 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <thread>
+#include <vector>
+
+#include <boost/asio/executor_work_guard.hpp>
+#include <boost/asio/io_context.hpp>
+
+#include "access/AccessPolicy.h"
+#include "bayeux/BayeuxServer.h"
+#include "gateway/Gateway.h"
+#include "http/ConnectionTable.h"
+#include "http/Endpoints.h"
+#include "http/HttpConnection.h"
+#include "http/Listener.h"
+#include "http/StaticFiles.h"
+#include "metrics/RequestMetrics.h"
+#include "requests/RequestDispatcher.h"
+
+namespace gateway {
+
+/// The parts of a gateway that serves, and the threads that run them.
+///
+/// Threads: made, stopped and destroyed on one thread.
+class Server {
+public:
+    /// What the gateway was made with.
+    struct Parts {
+        standalone::LocalMessageService& messages;
+        std::shared_ptr<connector::ServiceFramework> framework;
+        std::shared_ptr<connector::json::JsonSerializer> serializer;
+        std::function<bool()> isReady;
+        const GatewayOptions& options;  ///< with a token
+    };
+
+    /// Listens at `address` and serves.  Throws: as Gateway::start.
+    Server(const Parts& parts, const boost::asio::ip::address& address);
+    /// Stops.
+    ~Server();
+    Server(const Server&) = delete;
+    Server& operator=(const Server&) = delete;
+
+    std::uint16_t port() const { return listener_.port(); }
+    void stop();
+
+private:
+    void startThreads();
+    void work();
+    metrics::Snapshot snapshot() const;
+    void countCompletion(const std::string& data);
+
+    // First, because what others post into it may outlive them.
+    boost::asio::io_context context_;
+    boost::asio::executor_work_guard<boost::asio::io_context::executor_type> guard_;
+
+    const Parts parts_;
+    const std::shared_ptr<boost::asio::ssl::context> tls_;  ///< null for plain HTTP
+    http::Listener listener_;
+    const access::AccessPolicy access_;
+    const http::StaticFiles files_;
+    const std::shared_ptr<http::ConnectionTable> connections_;
+    metrics::RequestMetrics metrics_;
+    std::atomic<std::uint64_t> successes_{0};
+    std::atomic<std::uint64_t> failures_{0};
+    const std::unique_ptr<connector::message_service::Subscription> completions_;
+    RequestDispatcher dispatcher_;
+    bayeux::BayeuxServer bayeux_;
+    http::Endpoints endpoints_;
+
+    std::vector<std::thread> threads_;  // last: they run the rest
+};
+
+}  // namespace gateway

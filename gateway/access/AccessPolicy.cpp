@@ -1,0 +1,107 @@
+#include "access/AccessPolicy.h"
+
+#include <algorithm>
+#include <array>
+#include <utility>
+
+#include "access/token.h"
+
+namespace gateway::access {
+
+using http::equalsIgnoringCase;
+
+namespace {
+
+struct Authority {
+    std::string_view name;  ///< an IPv6 address keeps its brackets
+    std::string_view port;
+};
+
+Authority split(std::string_view authority, std::string_view defaultPort) {
+    const auto colon = authority.rfind(':');
+    const auto bracket = authority.rfind(']');
+    if (colon == std::string_view::npos || (bracket != std::string_view::npos && bracket > colon)) {
+        return {authority, defaultPort};
+    }
+    return {authority.substr(0, colon), authority.substr(colon + 1)};
+}
+
+std::string_view cookieValue(std::string_view cookies, std::string_view name) {
+    while (!cookies.empty()) {
+        std::string_view pair = cookies.substr(0, cookies.find(';'));
+        cookies.remove_prefix(std::min(cookies.size(), pair.size() + 1));
+        while (pair.starts_with(' ')) pair.remove_prefix(1);
+        if (pair.size() > name.size() && pair.starts_with(name) && pair[name.size()] == '=') {
+            return pair.substr(name.size() + 1);
+        }
+    }
+    return {};
+}
+
+}  // namespace
+
+AccessPolicy::AccessPolicy(AccessOptions options, std::uint16_t port)
+    : options_(std::move(options)), port_(std::to_string(port)), cookieName_("numora-token-" + port_) {}
+
+bool AccessPolicy::isOwn(std::string_view name, std::string_view localAddress) const {
+    constexpr std::array<std::string_view, 3> loopback = {"127.0.0.1", "localhost", "[::1]"};
+    return std::ranges::any_of(loopback, [&](auto own) { return equalsIgnoringCase(name, own); }) ||
+           equalsIgnoringCase(name, localAddress);
+}
+
+bool AccessPolicy::isAllowedAuthority(std::string_view authority, std::string_view defaultPort,
+                                      std::string_view localAddress) const {
+    const Authority wanted = split(authority, defaultPort);
+    if (wanted.name.empty()) return false;
+    if (wanted.port == port_ && isOwn(wanted.name, localAddress)) return true;
+    return std::ranges::any_of(options_.hosts, [&](const std::string& configured) {
+        const Authority allowed = split(configured, wanted.port);
+        return equalsIgnoringCase(allowed.name, wanted.name) && allowed.port == wanted.port;
+    });
+}
+
+bool AccessPolicy::isAllowedHost(const http::Request& request) const {
+    // Without a port it is the scheme's own, which is not known behind a proxy.
+    return isAllowedAuthority(request.host, "80", request.localAddress) ||
+           isAllowedAuthority(request.host, "443", request.localAddress);
+}
+
+bool AccessPolicy::isAllowedOrigin(const http::Request& request) const {
+    const std::string_view origin = request.origin;
+    if (origin.empty() || isForeignOrigin(origin)) return true;
+    constexpr std::string_view plain = "http://";
+    constexpr std::string_view secure = "https://";
+    if (origin.starts_with(plain)) {
+        return isAllowedAuthority(origin.substr(plain.size()), "80", request.localAddress);
+    }
+    return origin.starts_with(secure) &&
+           isAllowedAuthority(origin.substr(secure.size()), "443", request.localAddress);
+}
+
+bool AccessPolicy::isForeignOrigin(std::string_view origin) const {
+    return std::ranges::any_of(options_.origins,
+                               [&](const auto& allowed) { return equalsIgnoringCase(allowed, origin); });
+}
+
+bool AccessPolicy::isAuthenticated(const http::Request& request) const {
+    constexpr std::string_view scheme = "Bearer ";
+    const std::string_view authorization = request.authorization;
+    if (authorization.size() > scheme.size() &&
+        equalsIgnoringCase(authorization.substr(0, scheme.size()), scheme) &&
+        isToken(authorization.substr(scheme.size()))) {
+        return true;
+    }
+    return isToken(cookieValue(request.cookie, cookieName_)) ||
+           isToken(http::queryValue(request.query, "token"));
+}
+
+bool AccessPolicy::isToken(std::string_view text) const noexcept {
+    return isSameSecret(text, options_.token);
+}
+
+std::string AccessPolicy::setCookie(bool isSecure) const {
+    return cookieName_ + "=" + options_.token + "; Path=/; HttpOnly; SameSite=Strict" +
+           (isSecure ? "; Secure" : "");
+}
+
+}  // namespace gateway::access

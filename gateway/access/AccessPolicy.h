@@ -1,0 +1,55 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "http/Request.h"
+
+namespace gateway::access {
+
+struct AccessOptions {
+    std::string token;                   ///< must not be empty
+    std::vector<std::string> hosts{};    ///< further names of this server: with a port, or for every port
+    std::vector<std::string> origins{};  ///< further origins whose pages may use it: "https://lab.example"
+};
+
+/// Who may talk to the server.
+///
+/// A page that a user happens to visit must not reach it. So a request's Host, which names what a browser
+/// thinks that it talks to, must be the loopback, the address that the connection has reached, or a
+/// configured name. Its Origin, which browsers add for pages, must be of such a host or a configured one.
+///
+/// Threads: every operation from any thread; nothing changes after construction.
+class AccessPolicy {
+public:
+    /// `port` is the one that is listened on.
+    AccessPolicy(AccessOptions options, std::uint16_t port);
+
+    bool isAllowedHost(const http::Request& request) const;
+    /// No origin is fine: then it is no browser's page.
+    bool isAllowedOrigin(const http::Request& request) const;
+    /// Whether the origin is one of those that were configured, so that browsers have to be told of it.
+    bool isForeignOrigin(std::string_view origin) const;
+
+    /// Whether the request shows the token, in a header, the query or a cookie.
+    bool isAuthenticated(const http::Request& request) const;
+    /// Compares in constant time.
+    bool isToken(std::string_view text) const noexcept;
+
+    /// What makes a browser show the token with each later request: the value of Set-Cookie.
+    std::string setCookie(bool isSecure) const;
+
+private:
+    bool isOwn(std::string_view name, std::string_view localAddress) const;
+    bool isAllowedAuthority(std::string_view authority, std::string_view defaultPort,
+                            std::string_view localAddress) const;
+
+    const AccessOptions options_;
+    const std::string port_;
+    /// Cookies are shared between the ports of a host, so the name has the port.
+    const std::string cookieName_;
+};
+
+}  // namespace gateway::access

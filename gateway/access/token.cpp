@@ -1,0 +1,37 @@
+#include "access/token.h"
+
+#include <algorithm>
+
+#include <openssl/crypto.h>
+
+#include "requests/randomBits.h"
+
+namespace gateway::access {
+
+namespace {
+
+constexpr std::size_t shortest = 16;
+constexpr std::size_t longest = 512;
+
+bool isUnreserved(char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' ||
+           c == '.' || c == '_' || c == '~';
+}
+
+}  // namespace
+
+std::string makeToken() { return hexadecimal(randomBytes(20)); }
+
+std::string tokenProblem(std::string_view token) {
+    if (token.size() < shortest || token.size() > longest || !std::ranges::all_of(token, isUnreserved)) {
+        return "A token consists of " + std::to_string(shortest) + " to " + std::to_string(longest) +
+               " letters, digits and -._~.";
+    }
+    return {};
+}
+
+bool isSameSecret(std::string_view one, std::string_view other) noexcept {
+    return one.size() == other.size() && CRYPTO_memcmp(one.data(), other.data(), one.size()) == 0;
+}
+
+}  // namespace gateway::access

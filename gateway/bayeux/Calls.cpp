@@ -1,0 +1,121 @@
+#include "bayeux/Calls.h"
+
+#include <exception>
+#include <optional>
+#include <thread>
+#include <utility>
+
+#include "bayeux/channelRules.h"
+#include "bayeux/replies.h"
+#include "connector/common/ContextState.h"
+#include "connector/json/escape.h"
+#include "foundation/log/diagnostic_logger.h"
+#include "requests/RequestDispatcher.h"
+
+namespace gateway::bayeux {
+
+using connector::common::ContextScope;
+using connector::common::ContextState;
+using standalone::ClientSession;
+using standalone::MessageFrame;
+
+namespace {
+
+std::string errorOf(const Answer& answer, const std::string& channel) {
+    switch (answer.status) {
+        case 400:
+            return errorText(400, channel, "bad request");
+        case 404:
+            return errorText(404, channel, "no such request type");
+        case 429:
+            return errorText(429, channel, "too many requests");
+        default:
+            return errorText(answer.status, channel, "the request has failed");
+    }
+}
+
+}  // namespace
+
+/// A call under way. The dispatcher holds it until it is answered.
+class Calls::Call {
+public:
+    Call(std::shared_ptr<ClientSession> session, std::string channel, std::string idMember,
+         std::shared_ptr<std::atomic<std::size_t>> underWay)
+        : session_(std::move(session)),
+          channel_(std::move(channel)),
+          idMember_(std::move(idMember)),
+          underWay_(std::move(underWay)) {
+        ++*underWay_;
+    }
+    ~Call() { end(); }
+    Call(const Call&) = delete;
+    Call& operator=(const Call&) = delete;
+
+    void answered(Answer answer) noexcept {
+        end();
+        if (std::this_thread::get_id() == submitter_ && isBeingSubmitted_) {
+            refusal_ = std::move(answer);
+            return;
+        }
+        try {
+            send(answer);
+        } catch (const std::exception& error) {
+            foundation::log::DiagnosticLogger("gateway::bayeux")
+                .error("An answer is lost: " + std::string(error.what()));
+        }
+    }
+
+    /// What it was answered with while it was being submitted, if it was. Only the thread that submits it
+    /// looks at the mark, which is why that needs no lock.
+    const std::optional<Answer>& endSubmission() {
+        isBeingSubmitted_ = false;
+        return refusal_;
+    }
+
+private:
+    void send(const Answer& answer) {
+        std::string members = idMember_;
+        if (answer.status == 200) {
+            members += R"(,"successful":true)";
+        } else {
+            members += R"(,"successful":false,"error":)" + connector::json::quoted(errorOf(answer, channel_));
+        }
+        session_->send(std::make_shared<const MessageFrame>(channel_, answer.json, members));
+    }
+    // Before the answer is on its way: the client may call again as soon as it has it.
+    void end() {
+        if (!isEnded_.exchange(true)) --*underWay_;
+    }
+
+    const std::shared_ptr<ClientSession> session_;
+    const std::string channel_;
+    const std::string idMember_;
+    const std::shared_ptr<std::atomic<std::size_t>> underWay_;
+    std::atomic<bool> isEnded_{false};
+
+    const std::thread::id submitter_ = std::this_thread::get_id();
+    bool isBeingSubmitted_ = true;
+    std::optional<Answer> refusal_;
+};
+
+std::string Calls::start(const Request& request) {
+    const auto& channel = request.channel();
+    if (!isPortableName(channel) || channel.size() <= servicePrefix.size()) {
+        return failed(request, errorText(405, "bad channel name"));
+    }
+    const auto body = objectOf(request.get("data"));
+    if (body.isNull()) return failed(request, errorText(400, channel, "data must be an object"));
+    if (*underWay_ >= limit_) return failed(request, errorText(429, channel, "too many calls under way"));
+
+    const auto context = std::make_shared<ContextState>();
+    if (!session_->clientType().empty()) {
+        context->set("clientType", session_->clientType(), ContextScope::Client);
+    }
+    const auto call = std::make_shared<Call>(session_, channel, request.idMember(), underWay_);
+    dispatcher_.submit(channel.substr(servicePrefix.size()), body, context,
+                       [call](Answer answer) { call->answered(std::move(answer)); });
+    if (const auto& refusal = call->endSubmission()) return failed(request, errorOf(*refusal, channel));
+    return succeeded(request);
+}
+
+}  // namespace gateway::bayeux

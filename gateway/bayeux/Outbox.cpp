@@ -1,0 +1,57 @@
+#include "bayeux/Outbox.h"
+
+#include "bayeux/channelRules.h"
+#include "foundation/log/diagnostic_logger.h"
+
+namespace gateway::bayeux {
+
+using standalone::MessageFrame;
+
+namespace {
+
+void append(std::string& text, const MessageFrame& frame) {
+    if (!text.empty()) text.push_back(',');
+    text.append(frame.text());
+}
+
+// Services in the process may publish on channels that a client's library cannot take: it would lose what
+// comes with the message.
+bool canBeDelivered(const MessageFrame& frame) {
+    if (isPortableName(frame.channel())) return true;
+    foundation::log::DiagnosticLogger("gateway::bayeux")
+        .debug("A message is not delivered, because of its channel: " + std::string(frame.channel()));
+    return false;
+}
+
+}  // namespace
+
+void Outbox::acknowledge(std::uint64_t batch) {
+    while (!unacknowledged_.empty() && unacknowledged_.front().batch <= batch) {
+        unacknowledgedBytes_ -= unacknowledged_.front().frame->text().size();
+        unacknowledged_.pop_front();
+    }
+}
+
+std::string Outbox::next() {
+    std::string text;
+    for (const auto& sent : unacknowledged_) append(text, *sent.frame);
+    if (unacknowledgedBytes_ < replyBytes_) take(replyBytes_ - unacknowledgedBytes_, text);
+    return text;
+}
+
+void Outbox::take(std::size_t maxBytes, std::string& text) {
+    const bool hadText = !text.empty();
+    for (;;) {
+        const auto taken = queue_->take(maxBytes, std::chrono::milliseconds(0));
+        for (const auto& frame : taken.frames) {
+            if (!canBeDelivered(*frame)) continue;
+            append(text, *frame);
+            if (!isAcknowledged_) continue;
+            unacknowledged_.push_back({closedBatches_ + 1, frame});
+            unacknowledgedBytes_ += frame->text().size();
+        }
+        if (hadText || !text.empty() || taken.frames.empty()) return;
+    }
+}
+
+}  // namespace gateway::bayeux

@@ -1,0 +1,51 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <string>
+
+#include "standalone/ClientSession.h"
+
+namespace gateway::bayeux {
+
+/// Takes the deliveries of one session from its queue, no more at a time than one reply holds, so that what
+/// waits stays under the rules of the queue.
+///
+/// With the acknowledge extension every reply to a connect closes a batch and carries its number. A delivery
+/// belongs to the batch of the first reply that it was in; it is repeated in every reply until the client
+/// says that it has got that batch.
+///
+/// Threads: one at a time.
+class Outbox {
+public:
+    Outbox(std::shared_ptr<standalone::ClientSession> queue, bool isAcknowledged, std::size_t replyBytes)
+        : queue_(std::move(queue)), isAcknowledged_(isAcknowledged), replyBytes_(replyBytes) {}
+
+    bool isAcknowledged() const { return isAcknowledged_; }
+    /// The client has got the batches up to this number.
+    void acknowledge(std::uint64_t batch);
+
+    /// The deliveries for the next reply or frame, with commas between them; empty when there are none.
+    std::string next();
+    /// Ends the batch that `next` has been called for. Returns its number, from 1.
+    std::uint64_t closeBatch() { return ++closedBatches_; }
+
+private:
+    struct Sent {
+        std::uint64_t batch;
+        std::shared_ptr<const standalone::MessageFrame> frame;
+    };
+
+    void take(std::size_t maxBytes, std::string& text);
+
+    const std::shared_ptr<standalone::ClientSession> queue_;
+    const bool isAcknowledged_;
+    const std::size_t replyBytes_;
+    std::deque<Sent> unacknowledged_;
+    std::size_t unacknowledgedBytes_ = 0;
+    std::uint64_t closedBatches_ = 0;
+};
+
+}  // namespace gateway::bayeux

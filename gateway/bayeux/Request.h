@@ -1,0 +1,73 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <Poco/Dynamic/Var.h>
+#include <Poco/JSON/Object.h>
+
+namespace gateway::bayeux {
+
+/// One message of a client. A member that is missing or of another type than asked for is empty.
+///
+/// Threads: one at a time.
+class Request {
+public:
+    explicit Request(Poco::JSON::Object::Ptr object);
+
+    const std::string& channel() const { return channel_; }
+    const std::string& clientId() const { return clientId_; }
+    /// As the member of a reply, `,"id":"7"`, or empty when there is none.
+    const std::string& idMember() const { return idMember_; }
+
+    bool has(const std::string& name) const { return object_->has(name); }
+    Poco::Dynamic::Var get(const std::string& name) const { return object_->get(name); }
+    std::string text(const std::string& name) const;
+    /// A member of `ext`.
+    Poco::Dynamic::Var extension(const std::string& name) const;
+    /// A member of `ext.connector`, which is this system's own.
+    Poco::Dynamic::Var ownExtension(const std::string& name) const;
+
+private:
+    Poco::JSON::Object::Ptr object_;
+    std::string channel_;
+    std::string clientId_;
+    std::string idMember_;
+};
+
+/// A value as an object, or null.
+Poco::JSON::Object::Ptr objectOf(const Poco::Dynamic::Var& value);
+/// A value as a text, or nothing.
+std::string textOf(const Poco::Dynamic::Var& value);
+/// A value as a number, without its fraction and between 0 and the largest one; nothing for other values.
+std::optional<std::int64_t> numberOf(const Poco::Dynamic::Var& value);
+
+/// The first thing in a text that looks like the id of a client, without reading the text as a whole; empty
+/// when there is none.
+std::string_view firstClientId(std::string_view text);
+
+/// What a client sent is no array of messages.
+class BadEnvelope : public std::runtime_error {
+public:
+    BadEnvelope(int httpStatus, std::uint16_t closeCode, const std::string& reason)
+        : std::runtime_error(reason), httpStatus_(httpStatus), closeCode_(closeCode) {}
+
+    int httpStatus() const { return httpStatus_; }
+    std::uint16_t closeCode() const { return closeCode_; }  ///< of a WebSocket
+
+private:
+    int httpStatus_;
+    std::uint16_t closeCode_;
+};
+
+/// The messages in the body of a POST or a WebSocket's frame: an array of objects, or one object. A handshake
+/// makes the others in its array void.
+/// Throws: BadEnvelope.
+std::vector<Request> readRequests(std::string_view text, std::size_t depth, std::size_t maxMessages);
+
+}  // namespace gateway::bayeux

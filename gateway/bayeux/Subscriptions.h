@@ -1,0 +1,33 @@
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "bayeux/Request.h"
+#include "standalone/ClientSession.h"
+
+namespace gateway::bayeux {
+
+/// What one client is subscribed to. The names of a message are taken all or none.
+///
+/// Threads: one at a time.  Blocks: while watchers in the process are told.
+class Subscriptions {
+public:
+    Subscriptions(std::shared_ptr<standalone::ClientSession> session, std::size_t limit)
+        : session_(std::move(session)), limit_(limit) {}
+
+    /// Both return the reply. With `ext.connector.after` a subscription begins with what is kept of the
+    /// messages behind that number.
+    std::string subscribe(const Request& request);
+    std::string unsubscribe(const Request& request);
+
+private:
+    const std::shared_ptr<standalone::ClientSession> session_;
+    const std::size_t limit_;
+    std::set<std::string> patterns_;
+};
+
+}  // namespace gateway::bayeux

@@ -1,0 +1,39 @@
+#include "bayeux/channelRules.h"
+
+#include <algorithm>
+
+#include "standalone/channelNames.h"
+
+namespace gateway::bayeux {
+
+namespace {
+
+bool hasPortableForm(std::string_view text) {
+    return text.size() <= 255 && std::count(text.begin(), text.end(), '/') <= 16 &&
+           text.find('.') == std::string_view::npos;
+}
+
+bool isIn(std::string_view channel, std::string_view place) {
+    return channel.starts_with(place) && (channel.size() == place.size() || channel[place.size()] == '/');
+}
+
+}  // namespace
+
+bool isPortableName(std::string_view channel) {
+    return hasPortableForm(channel) && standalone::isChannelName(channel);
+}
+
+bool isPortablePattern(std::string_view pattern) {
+    return hasPortableForm(pattern) && standalone::isChannelPattern(pattern) &&
+           pattern.find("*/") == std::string_view::npos;
+}
+
+bool isMeta(std::string_view channel) { return isIn(channel, "/meta"); }
+
+bool isService(std::string_view channel) { return isIn(channel, "/service"); }
+
+bool isServersOwn(std::string_view channel) {
+    return isIn(channel, "/eval/response") || isIn(channel, "/eventmgr") || isIn(channel, "/connector");
+}
+
+}  // namespace gateway::bayeux

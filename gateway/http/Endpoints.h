@@ -1,0 +1,70 @@
+#pragma once
+
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <optional>
+
+#include "access/AccessPolicy.h"
+#include "bayeux/BayeuxServer.h"
+#include "http/Request.h"
+#include "http/StaticFiles.h"
+#include "metrics/RequestMetrics.h"
+#include "metrics/metricsPage.h"
+#include "requests/RequestDispatcher.h"
+
+namespace gateway::http {
+
+/// Decides what is answered to a request; it knows nothing of connections.
+///
+/// Threads: every operation from any thread.  Owns: borrows its parts.
+class Endpoints {
+public:
+    using Done = std::function<void(Reply)>;
+
+    struct Parts {
+        const access::AccessPolicy& access;
+        const StaticFiles& files;
+        RequestDispatcher& dispatcher;
+        bayeux::BayeuxServer& bayeux;
+        metrics::RequestMetrics& metrics;
+        std::function<bool()> isReady;
+        std::function<metrics::Snapshot()> snapshot;
+        bool isSecure = false;  ///< connections are encrypted
+    };
+    explicit Endpoints(Parts parts);
+
+    /// Judges a request by its head, before its body is read: a reply refuses it.
+    std::optional<Reply> judge(const Request& head);
+
+    /// Answers a request that `judge` let through. `done` is called once, before this returns or later, on
+    /// any thread. When there is a result, the answer may take long and is of no use to a client that has
+    /// gone; destroying it says so, and then `done` need not be called.
+    std::unique_ptr<bayeux::PendingPost> answer(const Request& request, Done done);
+
+    /// Whether a request that `judge` let through asks for a WebSocket.
+    static bool isWebSocket(const Request& head);
+    /// Takes over a WebSocket whose request `judge` let through.
+    std::unique_ptr<bayeux::Socket> open(const Request& upgrade, bayeux::SocketActions actions);
+
+    /// The reply to what is no proper request.
+    Reply malformed(int status, std::string_view text);
+
+    /// From now on requests are answered with 503.
+    void refuseAll() { isStopping_ = true; }
+
+private:
+    std::optional<Reply> refusal(const Request& head) const;
+    static std::optional<Reply> refusalOfBody(const Request& head);
+    static Reply unauthenticated(metrics::Endpoint endpoint);
+    static Reply preflight();
+    Reply page(metrics::Endpoint endpoint, const Request& request) const;
+    Reply console(const Request& request) const;
+    bayeux::Peer peerOf(const Request& request) const;
+    void addCommonHeaders(Reply& reply, const std::string& origin) const;
+
+    const Parts parts_;
+    std::atomic<bool> isStopping_{false};
+};
+
+}  // namespace gateway::http

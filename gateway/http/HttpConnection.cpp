@@ -1,0 +1,317 @@
+#include "http/HttpConnection.h"
+
+#include <exception>
+#include <optional>
+#include <type_traits>
+#include <utility>
+
+#include <boost/asio/post.hpp>
+#include <boost/asio/ssl/context.hpp>
+#include <boost/asio/write.hpp>
+#include <boost/beast/core/flat_buffer.hpp>
+#include <boost/beast/core/stream_traits.hpp>
+#include <boost/beast/http/error.hpp>
+#include <boost/beast/http/parser.hpp>
+#include <boost/beast/http/read.hpp>
+#include <boost/beast/http/serializer.hpp>
+#include <boost/beast/http/write.hpp>
+
+#include "http/Deadline.h"
+#include "http/WebSocketConnection.h"
+#include "http/addresses.h"
+#include "http/requestHead.h"
+#include "http/streams.h"
+#include "log.h"
+
+namespace gateway::http {
+
+namespace asio = boost::asio;
+namespace beast = boost::beast;
+namespace beast_http = boost::beast::http;
+using boost::system::error_code;
+
+namespace {
+
+constexpr std::size_t readSize = 4096;
+constexpr std::size_t writeSize = std::size_t{256} << 10;
+constexpr std::size_t drainSize = std::size_t{64} << 10;
+constexpr auto drainTime = std::chrono::seconds(5);
+
+/// One connection, which takes one request after the other.
+///
+///     handshake --> idle --> head --> body --> waiting --> writing --+--> idle
+///                    ^         |                 |                   |
+///                    |         '--- refused -----+---> writing       '--> draining --> closed
+///                    '--------- keep-alive ----------------'
+///
+/// Every state has a deadline but `waiting`, which the dispatcher bounds. While a held request of a Bayeux
+/// client is waited for, a read is pending, which says that the client has gone, or takes the beginning of
+/// the next request; it may still be pending in the idle state.
+///
+/// Threads: its strand, but for `finish` and `abort`.  Owns: pending operations and answers hold it.
+template <class Stream>
+class HttpConnection : public Connection, public std::enable_shared_from_this<HttpConnection<Stream>> {
+public:
+    HttpConnection(Stream stream, std::shared_ptr<ConnectionTable::Place> place,
+                   const ConnectionContext& context)
+        : stream_(std::move(stream)),
+          place_(std::move(place)),
+          context_(context),
+          deadline_(stream_.get_executor()) {
+        error_code error;
+        peerAddress_ = addressText(socket().remote_endpoint(error).address());
+        localAddress_ = addressText(socket().local_endpoint(error).address());
+    }
+
+    void start() {
+        onStrand([this] { begin(); });
+    }
+    void finish() override {
+        onStrand([this] {
+            isFinishing_ = true;
+            if (state_ <= State::Body) close();
+        });
+    }
+    void abort() override {
+        onStrand([this] { close(); });
+    }
+
+private:
+    enum class State { Handshake, Idle, Head, Body, Waiting, Writing, Draining, Closed };
+    static constexpr bool isTls = std::is_same_v<Stream, TlsStream>;
+
+    PlainStream& socket() { return beast::get_lowest_layer(stream_); }
+
+    template <class Action>
+    void onStrand(Action action) {
+        asio::post(stream_.get_executor(), [self = this->shared_from_this(), action] { action(); });
+    }
+    /// A handler of an operation, which holds this connection.
+    template <class... Arguments>
+    auto handler(void (HttpConnection::*operation)(Arguments...)) {
+        return [self = this->shared_from_this(), operation](auto... arguments) {
+            if (self->state_ != State::Closed) (self.get()->*operation)(arguments...);
+        };
+    }
+    void setDeadline(std::chrono::milliseconds limit) {
+        deadline_.set(limit, [self = this->shared_from_this()] { self->close(); });
+    }
+
+    void begin() {
+        if constexpr (isTls) {
+            setDeadline(context_.limits.headTime);
+            stream_.async_handshake(asio::ssl::stream_base::server, handler(&HttpConnection::onHandshake));
+        } else {
+            awaitRequest();
+        }
+    }
+    void onHandshake(error_code error) { error ? close() : awaitRequest(); }
+
+    void awaitRequest() {
+        state_ = State::Idle;
+        if (isFinishing_) return close();
+        if (buffer_.size() > 0) return readHead();
+        setDeadline(context_.limits.idleTime);
+        readAhead();
+    }
+
+    void readAhead() {
+        if (std::exchange(isReading_, true)) return;
+        stream_.async_read_some(buffer_.prepare(readSize), handler(&HttpConnection::onBytes));
+    }
+    void onBytes(error_code error, std::size_t count) {
+        isReading_ = false;
+        buffer_.commit(count);
+        if (error) return close();
+        if (state_ == State::Idle) readHead();
+        if (state_ == State::Draining) drain();
+    }
+
+    void readHead() {
+        state_ = State::Head;
+        parser_.emplace();
+        parser_->header_limit(static_cast<std::uint32_t>(context_.limits.headBytes));
+        parser_->body_limit(context_.limits.bodyBytes);
+        setDeadline(context_.limits.headTime);
+        beast_http::async_read_header(stream_, buffer_, *parser_, handler(&HttpConnection::onHead));
+    }
+    void onHead(error_code error, std::size_t) {
+        if (error) return onReadError(error);
+        isHead_ = parser_->get().method() == beast_http::verb::head;
+        keepAlive_ = parser_->keep_alive();
+        Request head = requestHead(parser_->get());
+        head.peerAddress = peerAddress_;
+        head.localAddress = localAddress_;
+        if (auto refusal = context_.endpoints.judge(head)) {
+            // What of the body is not read yet would be taken for the next request.
+            keepAlive_ = keepAlive_ && parser_->is_done();
+            return write(std::move(*refusal));
+        }
+        if (Endpoints::isWebSocket(head)) return upgrade(std::move(head));
+        head_ = std::move(head);
+        parser_->eager(true);
+        if (!parser_->is_done() && waitsForContinue(parser_->get())) return sayContinue();
+        readBody();
+    }
+
+    void sayContinue() {
+        static constexpr std::string_view text = "HTTP/1.1 100 Continue\r\n\r\n";
+        asio::async_write(stream_, asio::buffer(text), handler(&HttpConnection::onContinue));
+    }
+    void onContinue(error_code error, std::size_t) { error ? close() : readBody(); }
+
+    void readBody() {
+        if (parser_->is_done()) return answer();
+        state_ = State::Body;
+        setDeadline(context_.limits.bodyTime);
+        beast_http::async_read_some(stream_, buffer_, *parser_, handler(&HttpConnection::onBody));
+    }
+    void onBody(error_code error, std::size_t) { error ? onReadError(error) : readBody(); }
+
+    void onReadError(error_code error) {
+        if (error.category() != beast_http::make_error_code(beast_http::error::end_of_stream).category() ||
+            error == beast_http::error::end_of_stream || error == beast_http::error::partial_message) {
+            return close();
+        }
+        keepAlive_ = false;
+        if (error == beast_http::error::body_limit) {
+            return write(context_.endpoints.malformed(413, "The body is too large."));
+        }
+        if (error == beast_http::error::header_limit) {
+            return write(context_.endpoints.malformed(431, "The head is too large."));
+        }
+        write(context_.endpoints.malformed(400, "That is no HTTP request: " + error.message() + "."));
+    }
+
+    void answer() {
+        state_ = State::Waiting;
+        deadline_.cancel();
+        head_.body = std::move(parser_->get().body());
+        const auto done = [self = this->shared_from_this()](Reply reply) {
+            asio::post(self->stream_.get_executor(), [self, reply = std::move(reply)]() mutable {
+                if (self->state_ == State::Waiting) self->write(std::move(reply));
+            });
+        };
+        try {
+            held_ = context_.endpoints.answer(head_, done);
+            head_ = {};
+        } catch (const std::exception& error) {
+            log().error("A request cannot be answered: " + std::string(error.what()));
+            return write(errorReply(500, "The server failed."));
+        }
+        // The beginning of another request, which came already, hides the end of the connection.
+        if (held_ && buffer_.size() == 0) readAhead();
+    }
+
+    void write(Reply reply) {
+        state_ = State::Writing;
+        held_.reset();
+        keepAlive_ = keepAlive_ && !isFinishing_;
+        response_.emplace();
+        response_->version(parser_->get().version() == 10 ? 10 : 11);
+        response_->result(static_cast<unsigned>(reply.status));
+        if (!reply.contentType.empty()) response_->set(beast_http::field::content_type, reply.contentType);
+        for (const auto& [name, value] : reply.headers) response_->insert(name, value);
+        response_->keep_alive(keepAlive_);
+        if (reply.status != 204) response_->content_length(reply.body.size());
+        if (!isHead_) response_->body() = std::move(reply.body);
+        serializer_.emplace(*response_);
+        serializer_->limit(writeSize);
+        writeSome();
+    }
+    void writeSome() {
+        setDeadline(context_.limits.writeTime);
+        beast_http::async_write_some(stream_, *serializer_, handler(&HttpConnection::onWritten));
+    }
+    void onWritten(error_code error, std::size_t) {
+        if (error) return close();
+        if (!serializer_->is_done()) return writeSome();
+        serializer_.reset();
+        response_.reset();
+        keepAlive_ && !isFinishing_ ? awaitRequest() : end();
+    }
+
+    void upgrade(Request head) {
+        // A client waits for the answer before it sends frames.
+        if (buffer_.size() > 0) {
+            keepAlive_ = false;
+            return write(context_.endpoints.malformed(400, "There are bytes behind the request."));
+        }
+        state_ = State::Closed;
+        deadline_.cancel();
+        serveWebSocket(std::move(stream_), parser_->release(), head, place_, context_);
+        place_.reset();
+    }
+
+    // Reads what the client still sends: a socket that is closed with bytes unread resets the connection, and
+    // the client may lose the answer.
+    void end() {
+        state_ = State::Draining;
+        setDeadline(drainTime);
+        if constexpr (isTls) {
+            if (!isReading_) return stream_.async_shutdown(handler(&HttpConnection::onShutdown));
+        }
+        onShutdown({});
+    }
+    void onShutdown(error_code) {
+        error_code ignored;
+        socket().shutdown(PlainStream::shutdown_send, ignored);
+        if (!isReading_) drain();
+    }
+    void drain() {
+        buffer_.clear();
+        socket().async_read_some(buffer_.prepare(drainSize), handler(&HttpConnection::onDrained));
+    }
+    void onDrained(error_code error, std::size_t) { error ? close() : drain(); }
+
+    void close() {
+        if (std::exchange(state_, State::Closed) == State::Closed) return;
+        held_.reset();
+        deadline_.cancel();
+        error_code ignored;
+        socket().close(ignored);
+        place_.reset();
+    }
+
+    Stream stream_;
+    std::shared_ptr<ConnectionTable::Place> place_;
+    const ConnectionContext context_;
+    std::string peerAddress_;
+    std::string localAddress_;
+
+    State state_ = State::Handshake;
+    bool isFinishing_ = false;
+    bool isReading_ = false;  ///< ahead of the next request
+    Deadline deadline_;
+    beast::flat_buffer buffer_;  ///< read, and not taken by a request yet
+
+    // Of the current request.
+    std::optional<beast_http::request_parser<beast_http::string_body>> parser_;
+    Request head_;
+    bool isHead_ = false;
+    bool keepAlive_ = false;
+    std::unique_ptr<bayeux::PendingPost> held_;
+    std::optional<beast_http::response<beast_http::string_body>> response_;
+    std::optional<beast_http::response_serializer<beast_http::string_body>> serializer_;
+};
+
+template <class Stream>
+void startConnection(Stream stream, std::shared_ptr<ConnectionTable::Place> place,
+                     const ConnectionContext& context) {
+    const auto connection = std::make_shared<HttpConnection<Stream>>(std::move(stream), place, context);
+    place->set(connection);
+    connection->start();
+}
+
+}  // namespace
+
+void serveHttp(asio::ip::tcp::socket socket, asio::ssl::context* tls,
+               std::shared_ptr<ConnectionTable::Place> place, const ConnectionContext& context) {
+    if (tls) {
+        startConnection(TlsStream(std::move(socket), *tls), std::move(place), context);
+    } else {
+        startConnection(std::move(socket), std::move(place), context);
+    }
+}
+
+}  // namespace gateway::http

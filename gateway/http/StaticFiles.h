@@ -1,0 +1,34 @@
+#pragma once
+
+#include <filesystem>
+#include <string_view>
+
+#include "http/Request.h"
+
+namespace gateway::http {
+
+/// The files of the browser console, from one folder.
+///
+/// A path is taken literally: segments of letters, digits and `-_.` that do not begin with a dot; others are
+/// not found. So is a file that a symbolic link takes out of the folder.
+///
+/// Threads: every operation from any thread.
+class StaticFiles {
+public:
+    /// An empty `folder` stands for none: then there is one page, which says so.
+    /// Throws: std::filesystem::filesystem_error, when the folder is not there.
+    explicit StaticFiles(const std::filesystem::path& folder);
+
+    /// The file at `path`, or 404; "index.html" where it ends with a slash.  Blocks: while it is read.
+    Reply get(std::string_view path) const;
+
+private:
+    Reply read(const std::filesystem::path& file) const;
+
+    const std::filesystem::path folder_;  ///< without symbolic links
+};
+
+/// A page for persons, with a heading and one paragraph.
+Reply pageReply(int status, std::string_view heading, std::string_view html);
+
+}  // namespace gateway::http

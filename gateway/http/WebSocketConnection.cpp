@@ -1,0 +1,243 @@
+#include "http/WebSocketConnection.h"
+
+#include <algorithm>
+#include <atomic>
+#include <exception>
+#include <optional>
+#include <utility>
+
+#include <boost/asio/post.hpp>
+#include <boost/beast/core/buffers_to_string.hpp>
+#include <boost/beast/core/flat_buffer.hpp>
+#include <boost/beast/core/stream_traits.hpp>
+#include <boost/beast/websocket/ssl.hpp>
+#include <boost/beast/websocket/stream.hpp>
+
+#include "http/Deadline.h"
+#include "http/OutgoingFrames.h"
+#include "log.h"
+
+namespace gateway::http {
+
+namespace asio = boost::asio;
+namespace beast = boost::beast;
+namespace websocket = boost::beast::websocket;
+using boost::system::error_code;
+
+namespace {
+
+constexpr std::size_t sliceSize = std::size_t{256} << 10;
+constexpr std::size_t mostUnsent = std::size_t{64} << 20;
+constexpr auto closeTime = std::chrono::seconds(5);
+constexpr auto finishGrace = std::chrono::milliseconds(300);
+
+// Whatever subprotocol the client offers first is taken: without one, browsers would drop the connection.
+std::string firstProtocol(const ReceivedRequest& upgrade) {
+    const auto offered = upgrade[beast::http::field::sec_websocket_protocol];
+    const std::string_view list(offered.data(), offered.size());
+    const auto begin = std::min(list.find_first_not_of(" \t"), list.size());
+    return std::string(list.substr(begin, list.find_first_of(", \t", begin) - begin));
+}
+
+/// One WebSocket.
+///
+///     accepting --> open --> closing, once what is queued is written --> over
+///                     '----- an error, a deadline, a frame too large -----^
+///
+/// Messages are written in slices, one under way at a time, so that pings find a gap and a client that takes
+/// nothing is noticed.
+///
+/// Threads: its strand, but for `finish`, `abort` and the actions of the Bayeux server.
+/// Owns: pending operations hold it; the actions do not.
+template <class Stream>
+class WebSocketConnection : public Connection,
+                            public std::enable_shared_from_this<WebSocketConnection<Stream>> {
+public:
+    WebSocketConnection(Stream stream, Request head, std::shared_ptr<ConnectionTable::Place> place,
+                        const ConnectionContext& context)
+        : stream_(std::move(stream)),
+          head_(std::move(head)),
+          place_(std::move(place)),
+          context_(context),
+          deadline_(stream_.get_executor()),
+          finishing_(stream_.get_executor()) {}
+
+    void accept(const ReceivedRequest& upgrade) {
+        stream_.set_option(
+            websocket::stream_base::timeout{context_.limits.headTime, 2 * context_.limits.pingTime, true});
+        stream_.auto_fragment(false);
+        stream_.text(true);
+        if (const auto protocol = firstProtocol(upgrade); !protocol.empty()) {
+            stream_.set_option(
+                websocket::stream_base::decorator([protocol](websocket::response_type& response) {
+                    response.set(beast::http::field::sec_websocket_protocol, protocol);
+                }));
+        }
+        stream_.async_accept(upgrade, handler(&WebSocketConnection::onAccepted));
+    }
+
+    // The Bayeux server closes those that it knows how to close.
+    void finish() override {
+        onStrand([this] {
+            finishing_.set(finishGrace, [self = this->shared_from_this()] {
+                self->close(websocket::close_code::going_away);
+            });
+        });
+    }
+    void abort() override {
+        onStrand([this] { over(); });
+    }
+
+private:
+    template <class Action>
+    void onStrand(Action action) {
+        asio::post(stream_.get_executor(), [self = this->shared_from_this(), action] { action(); });
+    }
+    template <class... Arguments>
+    auto handler(void (WebSocketConnection::*operation)(Arguments...)) {
+        return [self = this->shared_from_this(), operation](auto... arguments) {
+            if (!self->isOver_) (self.get()->*operation)(arguments...);
+        };
+    }
+    void setDeadline(std::chrono::milliseconds limit) {
+        deadline_.set(limit, [self = this->shared_from_this()] { self->over(); });
+    }
+
+    void onAccepted(error_code error) {
+        if (error) return over();
+        socket_ = context_.endpoints.open(head_, actions());
+        read();
+    }
+
+    bayeux::SocketActions actions() {
+        const auto weak = this->weak_from_this();
+        return {.send =
+                    [weak](std::shared_ptr<const std::string> frame, bool isReply) {
+                        const auto self = weak.lock();
+                        if (!self) return;
+                        self->unsentBytes_ += frame->size();
+                        asio::post(self->stream_.get_executor(), [self, frame = std::move(frame), isReply] {
+                            self->queue(frame, isReply);
+                        });
+                    },
+                .unsentBytes =
+                    [weak] {
+                        const auto self = weak.lock();
+                        return self ? self->unsentBytes_.load() : 0;
+                    },
+                .close =
+                    [weak](std::uint16_t code) {
+                        const auto self = weak.lock();
+                        if (self) self->onStrand([self = self.get(), code] { self->close(code); });
+                    }};
+    }
+
+    void read() {
+        stream_.read_message_max(socket_->maxFrameBytes());
+        stream_.async_read(buffer_, handler(&WebSocketConnection::onRead));
+    }
+    void onRead(error_code error, std::size_t) {
+        if (error) return over();
+        if (!stream_.got_text()) return close(websocket::close_code::unknown_data);
+        std::string text = beast::buffers_to_string(buffer_.data());
+        buffer_.clear();
+        if (buffer_.capacity() > sliceSize) buffer_.shrink_to_fit();
+        try {
+            socket_->receive(std::move(text));
+        } catch (const std::exception& problem) {
+            log().error("A frame cannot be taken: " + std::string(problem.what()));
+            return close(websocket::close_code::internal_error);
+        }
+        read();
+    }
+
+    void queue(const OutgoingFrames::Frame& frame, bool isReply) {
+        if (isOver_ || closeCode_) return;
+        if (unsentBytes_ - frame->size() > mostUnsent) return over();
+        frames_.push(frame, isReply);
+        if (!batch_.frame) writeBatch();
+    }
+    void writeBatch() {
+        batch_ = frames_.take();
+        offset_ = 0;
+        writeSlice();
+    }
+    void writeSlice() {
+        const std::size_t size = std::min(sliceSize, batch_.frame->size() - offset_);
+        const bool isLast = offset_ + size == batch_.frame->size();
+        setDeadline(context_.limits.writeTime);
+        stream_.async_write_some(isLast, asio::buffer(batch_.frame->data() + offset_, size),
+                                 handler(&WebSocketConnection::onWritten));
+    }
+    void onWritten(error_code error, std::size_t count) {
+        if (error) return over();
+        offset_ += count;
+        if (offset_ < batch_.frame->size()) return writeSlice();
+        deadline_.cancel();
+        unsentBytes_ -= batch_.queuedBytes;
+        batch_ = {};
+        socket_->drained();
+        if (!frames_.empty()) return writeBatch();
+        if (closeCode_) sendClose();
+    }
+
+    void close(std::uint16_t code) {
+        if (isOver_ || closeCode_) return;
+        closeCode_ = code;
+        if (!batch_.frame) sendClose();
+    }
+    void sendClose() {
+        setDeadline(closeTime);
+        stream_.async_close(*closeCode_, handler(&WebSocketConnection::onClosed));
+    }
+    void onClosed(error_code) { over(); }
+
+    void over() {
+        if (std::exchange(isOver_, true)) return;
+        socket_.reset();
+        deadline_.cancel();
+        finishing_.cancel();
+        error_code ignored;
+        beast::get_lowest_layer(stream_).close(ignored);
+        place_.reset();
+    }
+
+    websocket::stream<Stream> stream_;
+    const Request head_;
+    std::shared_ptr<ConnectionTable::Place> place_;
+    const ConnectionContext context_;
+    Deadline deadline_;
+    Deadline finishing_;
+
+    std::unique_ptr<bayeux::Socket> socket_;
+    beast::flat_buffer buffer_;
+    std::atomic<std::size_t> unsentBytes_{0};
+    OutgoingFrames frames_;
+    OutgoingFrames::Batch batch_;  ///< being written
+    std::size_t offset_ = 0;
+    std::optional<std::uint16_t> closeCode_;
+    bool isOver_ = false;
+};
+
+template <class Stream>
+void startWebSocket(Stream stream, const ReceivedRequest& upgrade, const Request& head,
+                    const std::shared_ptr<ConnectionTable::Place>& place, const ConnectionContext& context) {
+    const auto connection =
+        std::make_shared<WebSocketConnection<Stream>>(std::move(stream), head, place, context);
+    place->set(connection);
+    connection->accept(upgrade);
+}
+
+}  // namespace
+
+void serveWebSocket(PlainStream stream, const ReceivedRequest& upgrade, const Request& head,
+                    const std::shared_ptr<ConnectionTable::Place>& place, const ConnectionContext& context) {
+    startWebSocket(std::move(stream), upgrade, head, place, context);
+}
+
+void serveWebSocket(TlsStream stream, const ReceivedRequest& upgrade, const Request& head,
+                    const std::shared_ptr<ConnectionTable::Place>& place, const ConnectionContext& context) {
+    startWebSocket(std::move(stream), upgrade, head, place, context);
+}
+
+}  // namespace gateway::http

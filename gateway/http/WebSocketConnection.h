@@ -1,0 +1,18 @@
+#pragma once
+
+#include <memory>
+
+#include "http/HttpConnection.h"
+#include "http/requestHead.h"
+#include "http/streams.h"
+
+namespace gateway::http {
+
+/// Answers a request for a WebSocket, and carries its frames between the client and the Bayeux server until
+/// it ends.
+void serveWebSocket(PlainStream stream, const ReceivedRequest& upgrade, const Request& head,
+                    const std::shared_ptr<ConnectionTable::Place>& place, const ConnectionContext& context);
+void serveWebSocket(TlsStream stream, const ReceivedRequest& upgrade, const Request& head,
+                    const std::shared_ptr<ConnectionTable::Place>& place, const ConnectionContext& context);
+
+}  // namespace gateway::http

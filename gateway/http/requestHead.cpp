@@ -1,0 +1,58 @@
+#include "http/requestHead.h"
+
+#include <boost/beast/websocket/rfc6455.hpp>
+
+namespace gateway::http {
+
+namespace beast_http = boost::beast::http;
+using beast_http::field;
+
+namespace {
+
+Method methodOf(const ReceivedRequest& received) {
+    switch (received.method()) {
+        case beast_http::verb::get:
+            return Method::Get;
+        case beast_http::verb::head:
+            return Method::Head;
+        case beast_http::verb::post:
+            return Method::Post;
+        case beast_http::verb::options:
+            return Method::Options;
+        default:
+            return Method::Other;
+    }
+}
+
+}  // namespace
+
+Request requestHead(const ReceivedRequest& received) {
+    const auto text = [&](auto name) {
+        const auto value = received[name];
+        return std::string(value.data(), value.size());
+    };
+    Request head;
+    head.method = methodOf(received);
+    const std::string_view target(received.target().data(), received.target().size());
+    const auto mark = std::min(target.find('?'), target.size());
+    head.path = target.substr(0, mark);
+    head.query = target.substr(std::min(mark + 1, target.size()));
+    if (received.count(field::host) == 1) head.host = text(field::host);
+    // Of several, one could be judged and another be meant.
+    head.origin = received.count(field::origin) > 1 ? "null" : text(field::origin);
+    head.authorization = text(field::authorization);
+    head.cookie = text(field::cookie);
+    head.contentType = text(field::content_type);
+    head.contentEncoding = text(field::content_encoding);
+    head.clientType = text("Connector-Client-Type");
+    head.wantsWebSocket = boost::beast::websocket::is_upgrade(received);
+    return head;
+}
+
+bool waitsForContinue(const ReceivedRequest& received) {
+    const auto value = received[field::expect];
+    return received.version() >= 11 &&
+           equalsIgnoringCase(std::string_view(value.data(), value.size()), "100-continue");
+}
+
+}  // namespace gateway::http

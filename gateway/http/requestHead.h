@@ -1,0 +1,19 @@
+#pragma once
+
+#include <boost/beast/http/message.hpp>
+#include <boost/beast/http/string_body.hpp>
+
+#include "http/Request.h"
+
+namespace gateway::http {
+
+using ReceivedRequest = boost::beast::http::request<boost::beast::http::string_body>;
+
+/// The head of a request as the endpoints see it, without addresses. The host is empty unless there is one
+/// Host header.
+Request requestHead(const ReceivedRequest& received);
+
+/// Whether the client waits for a word before it sends the body.
+bool waitsForContinue(const ReceivedRequest& received);
+
+}  // namespace gateway::http

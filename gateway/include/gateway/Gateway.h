@@ -1,0 +1,93 @@
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "connector/ServiceFramework.h"
+#include "connector/json/JsonSerializer.h"
+#include "standalone/LocalMessageService.h"
+#include "standalone/RequestCounter.h"
+
+namespace gateway {
+
+/// What connections may use up. A connection that takes longer is closed.
+struct ConnectionLimits {
+    std::size_t connections = 1000;  ///< beyond them, new ones are closed at once
+    std::size_t headBytes = std::size_t{16} << 10;
+    std::size_t bodyBytes = std::size_t{16} << 20;  ///< of a request, and of a frame of a WebSocket
+
+    std::chrono::milliseconds headTime = std::chrono::seconds(10);   ///< also of the handshakes
+    std::chrono::milliseconds bodyTime = std::chrono::seconds(30);   ///< without a byte
+    std::chrono::milliseconds idleTime = std::chrono::seconds(60);   ///< between requests
+    std::chrono::milliseconds writeTime = std::chrono::seconds(30);  ///< without progress
+    std::chrono::milliseconds pingTime =
+        std::chrono::seconds(15);  ///< of a silent WebSocket; twice that closes it
+};
+
+struct GatewayOptions {
+    std::string host = "127.0.0.1";  ///< the address to listen on
+    std::uint16_t port = 8350;       ///< 0 stands for any that is free
+    /// What clients have to show: 16 to 512 letters, digits and `-._~`. When it is empty a token is made, but
+    /// only for a loopback address.
+    std::string token;
+    std::vector<std::string> hosts;        ///< further names of this server: with a port, or for every port
+    std::vector<std::string> origins;      ///< further origins whose pages may use it: "https://lab.example"
+    std::filesystem::path console;         ///< the folder with the files of the browser console; may be empty
+    std::filesystem::path tlsCertificate;  ///< in PEM, with the chain; empty for plain HTTP
+    std::filesystem::path tlsKey;
+
+    std::size_t handlerThreads = 16;
+    std::size_t handlerQueue = 1000;
+    std::size_t ioThreads = 2;
+    ConnectionLimits limits;
+    /// Counts for the metrics; may be null.
+    std::shared_ptr<const standalone::RequestCounter> streaming;
+};
+
+/// The HTTP server of the connector: requests and their answers, Bayeux over WebSocket and long-polling, the
+/// console's files, health and metrics. docs/gateway.md describes what it serves.
+///
+///     made -- start --> serving -- stop --> stopped
+///       '-------------- stop -----------------^
+///
+/// Threads: made, started, stopped and destroyed on one thread. Handlers of the message service run on its
+/// threads. Owns: borrows the message service.
+class Gateway {
+public:
+    /// `isReady` says whether requests would be served now; it is called on threads of the gateway.
+    /// Throws: std::invalid_argument, for options that are not usable.
+    Gateway(standalone::LocalMessageService& messages, std::shared_ptr<connector::ServiceFramework> framework,
+            std::shared_ptr<connector::json::JsonSerializer> serializer, std::function<bool()> isReady,
+            GatewayOptions options);
+    /// Stops.
+    ~Gateway();
+    Gateway(const Gateway&) = delete;
+    Gateway& operator=(const Gateway&) = delete;
+
+    /// Listens; connections are accepted when it returns.
+    /// Throws: std::runtime_error, when the address is not to be had or a file cannot be read;
+    /// std::invalid_argument, for an address beyond the loopback without a token.
+    void start();
+
+    /// The port that is listened on.
+    std::uint16_t port() const;
+    const std::string& token() const;
+    /// Where a browser on this machine finds the console: "http://127.0.0.1:8350/", without the token.
+    std::string url() const;
+
+    /// Takes no more requests, interrupts those that run, answers them, ends the sessions and closes every
+    /// connection.  Blocks: while interrupted requests end, and a second for slow clients.
+    void stop();
+
+private:
+    class Impl;
+    std::unique_ptr<Impl> impl_;
+};
+
+}  // namespace gateway

@@ -1,0 +1,56 @@
+#pragma once
+
+#include <array>
+#include <chrono>
+#include <cstdint>
+#include <map>
+#include <string_view>
+#include <utility>
+
+#include "connector/ThreadSafety.h"
+#include "metrics/PrometheusText.h"
+
+namespace gateway::metrics {
+
+/// What a request is for. `Malformed` ones came to no path.
+enum class Endpoint {
+    Eval,
+    FEval,
+    Interrupt,
+    OtherMessage,
+    Messages,
+    Bayeux,
+    Health,
+    Ready,
+    Metrics,
+    Console,
+    Malformed,
+    Count
+};
+
+std::string_view nameOf(Endpoint endpoint);
+
+/// Counts HTTP requests by endpoint and status, and how long they took.
+///
+/// Threads: every operation from any thread.  Locks: mutex_, a leaf.
+class RequestMetrics {
+public:
+    void record(Endpoint endpoint, int status, std::chrono::nanoseconds duration) EXCLUDES(mutex_);
+    void write(PrometheusText& page) const EXCLUDES(mutex_);
+
+private:
+    /// Upper bounds of the buckets, in seconds; one more takes the rest.
+    static constexpr std::array<double, 9> bounds = {0.001, 0.005, 0.025, 0.1, 0.5, 2.5, 10, 60, 300};
+
+    struct Durations {
+        std::array<std::uint64_t, bounds.size() + 1> buckets{};
+        std::uint64_t count = 0;
+        double sum = 0;  ///< in seconds
+    };
+
+    mutable connector::Mutex mutex_;
+    std::map<std::pair<Endpoint, int>, std::uint64_t> counts_ GUARDED_BY(mutex_);
+    std::array<Durations, static_cast<std::size_t>(Endpoint::Count)> durations_ GUARDED_BY(mutex_);
+};
+
+}  // namespace gateway::metrics

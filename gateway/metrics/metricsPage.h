@@ -1,0 +1,35 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <string>
+
+#include "metrics/RequestMetrics.h"
+#include "requests/RequestDispatcher.h"
+#include "standalone/LocalMessageService.h"
+#include "standalone/RequestCounter.h"
+
+namespace gateway::metrics {
+
+/// Streaming evaluations that have ended.
+struct Completions {
+    std::uint64_t successes = 0;
+    std::uint64_t failures = 0;
+};
+
+/// What the page shows beside the HTTP requests, at one moment.
+struct Snapshot {
+    standalone::MessageMetrics messages;
+    DispatcherMetrics dispatcher;
+    std::map<std::string, standalone::RequestCounter::Counts> streaming;
+    Completions completions;
+    std::size_t bayeuxSessions = 0;
+    std::size_t connections = 0;
+    bool isReady = false;
+};
+
+/// The text of `/metrics`.
+std::string metricsPage(const RequestMetrics& requests, const Snapshot& now);
+
+}  // namespace gateway::metrics

@@ -1,0 +1,222 @@
+#include "requests/RequestDispatcher.h"
+
+#include <chrono>
+#include <exception>
+#include <string_view>
+
+#include <Poco/Exception.h>
+#include <Poco/JSON/Array.h>
+
+#include "connector/ThreadSafety.h"
+#include "connector/json/write.h"
+#include "log.h"
+#include "requests/WorkerPool.h"
+#include "requests/errorAnswer.h"
+#include "requests/randomBits.h"
+
+namespace gateway {
+
+namespace {
+
+using connector::Message;
+using Context = std::shared_ptr<connector::common::ContextState>;
+
+constexpr std::string_view interruptType = "connector/v1/Interrupt";
+constexpr std::size_t interruptQueueLength = 1000;
+constexpr auto interruptInterval = std::chrono::milliseconds(100);
+constexpr std::string_view stoppedProvider = "Service exists but is not running.";
+
+Answer failure(int status, std::string_view text, int retrySeconds = 0) {
+    return {.status = status, .json = errorJson(text), .type = {}, .retrySeconds = retrySeconds};
+}
+
+Answer stopped() { return failure(503, "The server is stopping."); }
+
+void stamp(connector::common::ContextState& context) {
+    using namespace std::chrono;
+    const auto now = duration_cast<milliseconds>(system_clock::now().time_since_epoch());
+    context.set("requestStartTime", static_cast<std::uint64_t>(now.count()));
+}
+
+std::string outcomeOf(const Poco::JSON::Object& response) {
+    const auto faults = response.getArray("messageFaults");
+    if (faults && faults->size() > 0) {
+        const auto fault = faults->getObject(0);
+        return fault && fault->optValue<std::string>("faultCode", {}) == "Request.Timeout" ? "timeout"
+                                                                                           : "fault";
+    }
+    return response.optValue("isError", false) ? "error" : "success";
+}
+
+std::string textOf(const std::exception& error) {
+    const auto* ofPoco = dynamic_cast<const Poco::Exception*>(&error);
+    return ofPoco ? ofPoco->displayText() : error.what();
+}
+
+}  // namespace
+
+class RequestDispatcher::Impl {
+public:
+    Impl(std::shared_ptr<connector::ServiceFramework> framework,
+         std::shared_ptr<connector::json::JsonSerializer> serializer, DispatcherOptions options)
+        : framework_(std::move(framework)),
+          serializer_(std::move(serializer)),
+          requests_(options.threads, options.queueLength),
+          interrupts_(1, interruptQueueLength) {}
+
+    void submit(const std::string& typeName, Poco::JSON::Object::Ptr message, Context context, Done done);
+    std::size_t pending() const;
+    DispatcherMetrics metrics() const;
+    void stop();
+
+private:
+    struct Request {
+        std::string typeName;
+        Poco::JSON::Object::Ptr message;
+        Context context;
+        Done done;
+    };
+
+    /// Reads, delivers, waits for the response and writes it.
+    Answer run(Request& request);
+    Answer deliver(std::unique_ptr<Message> message, const Request& request);
+    /// The answer to a request whose delivery has failed with the current exception.
+    Answer deliveryFailure();
+    void finish(const Request& request, Answer answer);
+    void count(const std::string& typeName, const std::string& outcome) EXCLUDES(mutex_);
+    void interrupt();
+
+    const std::shared_ptr<connector::ServiceFramework> framework_;
+    const std::shared_ptr<connector::json::JsonSerializer> serializer_;
+
+    mutable connector::Mutex mutex_;
+    std::map<std::pair<std::string, std::string>, std::uint64_t> outcomes_ GUARDED_BY(mutex_);
+
+    WorkerPool requests_;
+    WorkerPool interrupts_;
+};
+
+void RequestDispatcher::Impl::submit(const std::string& typeName, Poco::JSON::Object::Ptr message,
+                                     Context context, Done done) {
+    if (!serializer_->isRegistered(typeName)) return done(failure(404, "There is no such message type."));
+    if (!context) context = std::make_shared<connector::common::ContextState>();
+    const auto request =
+        std::make_shared<Request>(Request{typeName, std::move(message), std::move(context), std::move(done)});
+    if (!request->message) return finish(*request, failure(400, "A message is a JSON object."));
+    stamp(*request->context);
+    if (!request->message->has("uuid")) request->message->set("uuid", randomUuid());
+    WorkerPool& lane = typeName == interruptType ? interrupts_ : requests_;
+    switch (lane.submit({.run = [this, request] { finish(*request, run(*request)); },
+                         .refuse = [this, request] { finish(*request, stopped()); }})) {
+        case WorkerPool::Outcome::Taken:
+            return;
+        case WorkerPool::Outcome::Full:
+            return finish(*request, failure(429, "Too many requests are waiting.", 1));
+        case WorkerPool::Outcome::Closed:
+            return finish(*request, stopped());
+    }
+}
+
+Answer RequestDispatcher::Impl::run(Request& request) {
+    std::unique_ptr<Message> message;
+    try {
+        message = serializer_->read(request.typeName, request.message);
+        request.message.reset();
+    } catch (const std::exception& error) {
+        return failure(400, textOf(error));
+    }
+    try {
+        return deliver(std::move(message), request);
+    } catch (...) {
+        return deliveryFailure();
+    }
+}
+
+Answer RequestDispatcher::Impl::deliver(std::unique_ptr<Message> message, const Request& request) {
+    const auto response = framework_->deliver({}, std::move(message), request.context).get();
+    if (!response) return failure(500, "The service gave no response.");
+    const auto object = serializer_->write(*response);
+    Answer answer{.status = 200,
+                  .json = connector::json::written(object),
+                  .type = serializer_->typeNameOf(*response),
+                  .retrySeconds = 0};
+    count(request.typeName, outcomeOf(*object));
+    return answer;
+}
+
+Answer RequestDispatcher::Impl::deliveryFailure() {
+    try {
+        throw;
+    } catch (const connector::NoService& error) {
+        return failure(404, error.what());
+    } catch (const std::exception& error) {
+        if (error.what() == stoppedProvider) return failure(503, stoppedProvider);
+        log().error("A request failed: " + textOf(error));
+        return failure(500, textOf(error));
+    } catch (...) {
+        log().error("A request failed with an error of unknown kind.");
+        return failure(500, "The service failed.");
+    }
+}
+
+void RequestDispatcher::Impl::finish(const Request& request, Answer answer) {
+    if (answer.status != 200) count(request.typeName, "refused");
+    request.done(std::move(answer));
+}
+
+void RequestDispatcher::Impl::count(const std::string& typeName, const std::string& outcome) {
+    const connector::MutexLock lock(mutex_);
+    ++outcomes_[{typeName, outcome}];
+}
+
+std::size_t RequestDispatcher::Impl::pending() const {
+    return requests_.queued() + requests_.running() + interrupts_.queued() + interrupts_.running();
+}
+
+DispatcherMetrics RequestDispatcher::Impl::metrics() const {
+    DispatcherMetrics metrics{.queued = requests_.queued() + interrupts_.queued(),
+                              .running = requests_.running() + interrupts_.running()};
+    const connector::MutexLock lock(mutex_);
+    metrics.outcomes = outcomes_;
+    return metrics;
+}
+
+void RequestDispatcher::Impl::stop() {
+    requests_.close();
+    interrupts_.close();
+    // One interrupt may come before a request that was taken just now has reached its service.
+    while (!requests_.waitUntilIdle(interruptInterval)) interrupt();
+    while (!interrupts_.waitUntilIdle(interruptInterval)) continue;
+}
+
+void RequestDispatcher::Impl::interrupt() {
+    try {
+        const std::string type(interruptType);
+        if (!serializer_->isRegistered(type)) return;
+        Poco::JSON::Object::Ptr message = new Poco::JSON::Object;
+        message->set("uuid", randomUuid());
+        const auto context = std::make_shared<connector::common::ContextState>();
+        stamp(*context);
+        framework_->deliver({}, serializer_->read(type, message), context).get();
+    } catch (const std::exception& error) {
+        log().warning("What runs cannot be interrupted: " + textOf(error));
+    }
+}
+
+RequestDispatcher::RequestDispatcher(std::shared_ptr<connector::ServiceFramework> framework,
+                                     std::shared_ptr<connector::json::JsonSerializer> serializer,
+                                     DispatcherOptions options)
+    : impl_(std::make_unique<Impl>(std::move(framework), std::move(serializer), options)) {}
+
+RequestDispatcher::~RequestDispatcher() { stop(); }
+
+void RequestDispatcher::submit(const std::string& typeName, Poco::JSON::Object::Ptr message,
+                               std::shared_ptr<connector::common::ContextState> context, Done done) {
+    impl_->submit(typeName, std::move(message), std::move(context), std::move(done));
+}
+
+std::size_t RequestDispatcher::pending() const { return impl_->pending(); }
+DispatcherMetrics RequestDispatcher::metrics() const { return impl_->metrics(); }
+void RequestDispatcher::stop() { impl_->stop(); }
+
+}  // namespace gateway

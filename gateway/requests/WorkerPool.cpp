@@ -1,0 +1,86 @@
+#include "requests/WorkerPool.h"
+
+#include <utility>
+
+namespace gateway {
+
+using connector::MutexLock;
+
+WorkerPool::WorkerPool(std::size_t threads, std::size_t queueLength) : capacity_(threads + queueLength) {
+    try {
+        for (std::size_t i = 0; i < threads; ++i) threads_.emplace_back([this] { work(); });
+    } catch (...) {
+        close();
+        for (auto& thread : threads_) thread.join();
+        throw;
+    }
+}
+
+WorkerPool::~WorkerPool() {
+    close();
+    for (auto& thread : threads_) thread.join();
+}
+
+WorkerPool::Outcome WorkerPool::submit(Task task) {
+    {
+        const MutexLock lock(mutex_);
+        if (isClosed_) return Outcome::Closed;
+        // A thread that has not taken its task yet must not make the queue look full.
+        if (queue_.size() + running_ >= capacity_) return Outcome::Full;
+        queue_.push_back(std::move(task));
+    }
+    changed_.notify_one();
+    return Outcome::Taken;
+}
+
+void WorkerPool::close() {
+    std::deque<Task> refused;
+    {
+        const MutexLock lock(mutex_);
+        isClosed_ = true;
+        refused.swap(queue_);
+        if (running_ == 0) idle_.notify_all();
+    }
+    changed_.notify_all();
+    for (const auto& task : refused) task.refuse();
+}
+
+bool WorkerPool::waitUntilIdle(std::chrono::milliseconds limit) {
+    MutexLock lock(mutex_);
+    const auto deadline = std::chrono::steady_clock::now() + limit;
+    while (!queue_.empty() || running_ > 0) {
+        if (idle_.wait_until(lock.native(), deadline) == std::cv_status::timeout) {
+            return queue_.empty() && running_ == 0;
+        }
+    }
+    return true;
+}
+
+std::size_t WorkerPool::queued() const {
+    const MutexLock lock(mutex_);
+    return queue_.size();
+}
+
+std::size_t WorkerPool::running() const {
+    const MutexLock lock(mutex_);
+    return running_;
+}
+
+void WorkerPool::work() {
+    MutexLock lock(mutex_);
+    while (true) {
+        while (queue_.empty() && !isClosed_) changed_.wait(lock.native());
+        if (queue_.empty()) return;
+        {
+            const Task task = std::move(queue_.front());
+            queue_.pop_front();
+            ++running_;
+            lock.unlock();
+            task.run();
+        }  // what the task holds goes before it counts as done
+        lock.lock();
+        if (--running_ == 0 && queue_.empty()) idle_.notify_all();
+    }
+}
+
+}  // namespace gateway

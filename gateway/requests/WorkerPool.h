@@ -1,0 +1,65 @@
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <cstddef>
+#include <deque>
+#include <functional>
+#include <thread>
+#include <vector>
+
+#include "connector/ThreadSafety.h"
+
+namespace gateway {
+
+/// A fixed number of threads that run tasks in the order in which they come, with a bounded queue in front.
+///
+///     submitted --+-- Full or Closed: nothing is called
+///                 '-- queued --+-- run, on a thread of the pool
+///                              '-- refused, by `close`, on its thread
+///
+/// Threads: every operation from any thread but those of the pool, which may submit.
+/// Locks: mutex_, not held while a task runs or is refused.
+class WorkerPool {
+public:
+    /// One of its functions is called, once. They throw nothing.
+    struct Task {
+        std::function<void()> run;
+        std::function<void()> refuse;
+    };
+    enum class Outcome { Taken, Full, Closed };
+
+    WorkerPool(std::size_t threads, std::size_t queueLength);
+    /// Closes, and waits for what runs.
+    ~WorkerPool();
+    WorkerPool(const WorkerPool&) = delete;
+    WorkerPool& operator=(const WorkerPool&) = delete;
+
+    /// Full: as many tasks wait as may, beside one for each thread.  Blocks: never.
+    Outcome submit(Task task) EXCLUDES(mutex_);
+
+    /// Refuses what is queued and what comes later.
+    void close() EXCLUDES(mutex_);
+
+    /// Waits until nothing is queued and nothing runs; false when it has not come to that in time.
+    bool waitUntilIdle(std::chrono::milliseconds limit) EXCLUDES(mutex_);
+
+    std::size_t queued() const EXCLUDES(mutex_);
+    std::size_t running() const EXCLUDES(mutex_);
+
+private:
+    void work() EXCLUDES(mutex_);
+
+    const std::size_t capacity_;  ///< tasks queued and running
+
+    mutable connector::Mutex mutex_;
+    std::condition_variable changed_;
+    std::condition_variable idle_;
+    std::deque<Task> queue_ GUARDED_BY(mutex_);
+    std::size_t running_ GUARDED_BY(mutex_) = 0;
+    bool isClosed_ GUARDED_BY(mutex_) = false;
+
+    std::vector<std::thread> threads_;  // last: they start once the rest exists
+};
+
+}  // namespace gateway

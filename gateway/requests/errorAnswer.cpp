@@ -1,0 +1,9 @@
+#include "requests/errorAnswer.h"
+
+#include "connector/json/escape.h"
+
+namespace gateway {
+
+std::string errorJson(std::string_view text) { return R"({"error":)" + connector::json::quoted(text) + "}"; }
+
+}  // namespace gateway

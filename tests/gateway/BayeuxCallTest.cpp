@@ -1,0 +1,153 @@
+#include <algorithm>
+#include <atomic>
+#include <future>
+#include <string>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "BayeuxFixture.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using Poco::JSON::Object;
+using testing::HasSubstr;
+
+const std::string eval = R"("channel":"/service/connector/v1/Eval")";
+
+class BayeuxCallTest : public BayeuxFixture {
+protected:
+    void SetUp() override {
+        onRequest = [](const Object& request) {
+            Object::Ptr response = new Object;
+            response->set("echo", request.get("mcode"));
+            return response;
+        };
+        socket_ = openSocket();
+        handshakeOn(*socket_);
+    }
+    std::string call(const std::string& members) {
+        return askSocket(*socket_, "[{" + eval + R"(,"clientId":"$")" + members + "}]");
+    }
+    /// All that comes up to the frame with `text`.
+    std::string receiveUntil(const std::string& text) {
+        std::string all;
+        turnUntil([&] {
+            const auto more = socket_->received();
+            if (!more.empty()) all += (all.empty() ? "" : "\n") + more;
+            return all.find(text) != std::string::npos;
+        });
+        return all;
+    }
+
+    std::shared_ptr<WebSocket> socket_;
+};
+
+TEST_F(BayeuxCallTest, isAcknowledgedAtOnceAndAnsweredBehindItsOutput) {
+    subscribe("/eval/response/output");
+    std::promise<void> go;
+    onRequest = [this, ready = go.get_future().share()](const Object& request) {
+        ready.wait();
+        for (int i = 0; i < 100; ++i) publish("/eval/response/output", std::to_string(i));
+        Object::Ptr response = new Object;
+        response->set("echo", request.get("mcode"));
+        return response;
+    };
+    EXPECT_EQ(call(R"(,"id":7,"data":{"mcode":"1+1"})"), "[{" + eval + R"(,"id":7,"successful":true}])");
+    go.set_value();
+    const auto frames = receiveUntil("echo");
+    std::size_t at = 0;
+    for (int i = 0; i < 100; ++i) {
+        at = frames.find(R"("data":)" + std::to_string(i) + "}", at);
+        ASSERT_NE(at, std::string::npos) << i;
+    }
+    EXPECT_NE(frames.find("{" + eval + R"(,"data":{"echo":"1+1"},"id":7,"successful":true})", at),
+              std::string::npos);
+}
+
+TEST_F(BayeuxCallTest, isAnsweredOverTheNextConnection) {
+    std::promise<void> go;
+    onRequest = [ready = go.get_future().share()](const Object& request) {
+        ready.wait();
+        return Object::Ptr(new Object(request));
+    };
+    call(R"(,"id":"a","data":{"mcode":1,"uuid":"u"})");
+    socket_->socket.reset();
+    turn();
+    const auto held = connect();
+    go.set_value();
+    turnUntil([&] { return held->answer.has_value(); });
+    EXPECT_THAT(held->body(), HasSubstr(R"("data":{"mcode":1,"uuid":"u"},"id":"a","successful":true})"));
+}
+
+TEST_F(BayeuxCallTest, isAnsweredWithWhatWentWrong) {
+    send(*socket_, "[{" + eval + R"(,"clientId":"$","id":"a","data":{"bad":1}}])");
+    EXPECT_EQ(receiveUntil("error"), "[{" + eval +
+                                         R"(,"id":"a","successful":true}])"
+                                         "\n[{" +
+                                         eval +
+                                         R"(,"data":{"error":"bad request"},"id":"a","successful":false,)"
+                                         R"("error":"400:/service/connector/v1/Eval:bad request"}])");
+}
+
+TEST_F(BayeuxCallTest, isRefusedForGood) {
+    const auto refused = [](const std::string& error) {
+        return "[{" + eval + R"(,"successful":false,"error":")" + error + R"("}])";
+    };
+    EXPECT_EQ(call(""), refused("400:/service/connector/v1/Eval:data must be an object"));
+    EXPECT_EQ(call(R"(,"data":"1+1")"), refused("400:/service/connector/v1/Eval:data must be an object"));
+    EXPECT_EQ(askSocket(*socket_, R"([{"channel":"/service/x/y","id":1,"clientId":"$","data":{}}])"),
+              R"([{"channel":"/service/x/y","id":1,"successful":false,)"
+              R"("error":"404:/service/x/y:no such request type"}])");
+    dispatcher_->stop();
+    EXPECT_EQ(call(R"(,"data":{})"), refused("503:/service/connector/v1/Eval:the request has failed"));
+    turn();
+    EXPECT_EQ(socket_->received(), "");
+}
+
+TEST_F(BayeuxCallTest, waitsForOneOfManyToEnd) {
+    serve({.callsPerSession = 2});
+    handshakeOn(*(socket_ = openSocket()));
+    std::promise<void> go;
+    onRequest = [ready = go.get_future().share()](const Object&) {
+        ready.wait();
+        return Object::Ptr(new Object);
+    };
+    EXPECT_THAT(call(R"(,"data":{})"), HasSubstr("true"));
+    EXPECT_THAT(call(R"(,"data":{})"), HasSubstr("true"));
+    EXPECT_THAT(call(R"(,"data":{})"), HasSubstr("429:/service/connector/v1/Eval:too many calls under way"));
+    const auto first = client_;
+    handshakeOn(*socket_);
+    EXPECT_THAT(call(R"(,"data":{})"), HasSubstr("true"));
+    client_ = first;
+    go.set_value();
+    std::string answers;
+    turnUntil([&] {
+        answers += socket_->received();
+        return std::ranges::count(answers, '{') == 3 * 2;  // each has an empty object as its data
+    });
+    EXPECT_THAT(call(R"(,"data":{})"), HasSubstr("true"));
+}
+
+TEST_F(BayeuxCallTest, isNotAnsweredAfterTheEndOfTheSession) {
+    std::promise<void> begun, go;
+    std::atomic<bool> isDone{false};
+    onRequest = [&, ready = go.get_future().share()](const Object&) {
+        begun.set_value();
+        ready.wait();
+        isDone = true;
+        return Object::Ptr(new Object);
+    };
+    call(R"(,"data":{})");
+    begun.get_future().wait();
+    askSocket(*socket_, R"([{"channel":"/meta/disconnect","clientId":"$"}])");
+    server_.reset();
+    go.set_value();
+    dispatcher_->stop();
+    EXPECT_TRUE(isDone);
+    turn();
+    EXPECT_EQ(socket_->received(), "");
+}
+
+}  // namespace

@@ -1,0 +1,393 @@
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "BayeuxFixture.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+const std::string rest = R"(,"timeout":25000,"maxInterval":20000})";
+const std::string connectMessage =
+    R"({"channel":"/meta/connect","clientId":"$","connectionType":"websocket")";
+
+std::string delivery(const std::string& channel, const std::string& data) {
+    return R"({"channel":")" + channel + R"(","data":)" + data + "}";
+}
+std::string connected(const std::string& members = "") {
+    return R"({"channel":"/meta/connect","successful":true)" + members + "}";
+}
+std::string acked(int number) { return connected(R"(,"ext":{"ack":)" + std::to_string(number) + "}"); }
+std::string received(int number) { return R"(,"ext":{"ack":)" + std::to_string(number) + "}"; }
+
+// ---- connects over HTTP ----
+
+class BayeuxConnectTest : public BayeuxFixture {
+protected:
+    void SetUp() override { begin(); }
+    void begin(const std::string& ext = "{}") {
+        handshake(ext);
+        subscribe("/a");
+    }
+    bool isKnown() {
+        return ask(R"([{"channel":"/b","data":1,"clientId":"$"}])").find("402") == std::string::npos;
+    }
+};
+
+TEST_F(BayeuxConnectTest, isHeldUntilThereIsSomethingToDeliver) {
+    const auto held = connect();
+    EXPECT_FALSE(held->answer);
+    publish("/a", "1");
+    publish("/b", "2");
+    publish("/a", "3");
+    EXPECT_FALSE(held->answer);  // all that comes in one turn of the loop goes into one answer
+    turn();
+    EXPECT_EQ(held->body(), "[" + delivery("/a", "1") + "," + delivery("/a", "3") + "," + connected() + "]");
+    publish("/a", "4");
+    turn();
+    EXPECT_EQ(connect()->body(), "[" + delivery("/a", "4") + "," + connected() + "]");
+}
+
+struct TimeoutCase {
+    std::string name, members;
+    std::chrono::milliseconds hold;
+    std::string advice;
+};
+class BayeuxTimeoutTest : public BayeuxConnectTest, public testing::WithParamInterface<TimeoutCase> {};
+
+TEST_P(BayeuxTimeoutTest, isHeldSoLong) {
+    const auto held = connect(GetParam().members);
+    if (GetParam().hold > 0ms) {
+        pass(GetParam().hold - 1ms);
+        EXPECT_FALSE(held->answer);
+        pass(1ms);
+    }
+    EXPECT_EQ(held->body(), "[" + connected(GetParam().advice) + "]");
+}
+
+const std::string retry = R"(,"advice":{"reconnect":"retry","interval":0)" + rest;
+INSTANTIATE_TEST_SUITE_P(Advice, BayeuxTimeoutTest,
+                         testing::Values(TimeoutCase{"None", "", 25s, ""},
+                                         TimeoutCase{"Short", R"(,"advice":{"timeout":100})", 100ms, retry},
+                                         TimeoutCase{"Zero", R"(,"advice":{"timeout":0})", 0ms, retry},
+                                         TimeoutCase{"Negative", R"(,"advice":{"timeout":-5})", 0ms, retry},
+                                         TimeoutCase{"Long", R"(,"advice":{"timeout":1e300})", 25s, retry},
+                                         TimeoutCase{"NoNumber", R"(,"advice":{"timeout":"0","interval":7})",
+                                                     25s, retry}),
+                         [](const auto& info) { return info.param.name; });
+
+TEST_F(BayeuxConnectTest, isNotHeldBesideOthers) {
+    EXPECT_EQ(ask("[" + connectMessage + R"(},{"channel":"/b","data":1,"clientId":"$"}])"),
+              "[" + connected() + R"(,{"channel":"/b","successful":true}])");
+}
+
+TEST_F(BayeuxConnectTest, givesWayToALaterOne) {
+    const auto first = connect();
+    const auto second = connect();
+    ASSERT_TRUE(first->answer);
+    EXPECT_EQ(first->answer->status, 408);
+    EXPECT_EQ(first->body(), "[]");
+    first->pending.reset();
+    publish("/a", "1");
+    turn();
+    EXPECT_EQ(second->body(), "[" + delivery("/a", "1") + "," + connected() + "]");
+}
+
+TEST_F(BayeuxConnectTest, keepsWhatComesWhenItsClientHasGone) {
+    const auto held = connect();
+    pass(19s);
+    held->pending.reset();
+    publish("/a", "1");
+    turn();
+    EXPECT_FALSE(held->answer);
+    pass(19s);
+    EXPECT_EQ(connect()->body(), "[" + delivery("/a", "1") + "," + connected() + "]");
+    connect()->pending.reset();
+    pass(20s);
+    EXPECT_FALSE(isKnown());
+}
+
+TEST_F(BayeuxConnectTest, keepsTheSessionForAWhileAfterTheAnswerIsWritten) {
+    const auto slow = connect();
+    pass(25s);
+    EXPECT_TRUE(slow->answer);
+    pass(60s);  // it is being written
+    slow->pending.reset();
+    turn();
+    pass(20s - 1ms);
+    EXPECT_TRUE(isKnown());  // a sign of life, from which the time begins anew
+    pass(20s - 1ms);
+    EXPECT_EQ(server_->sessions(), 1U);
+    pass(1ms);
+    EXPECT_EQ(server_->sessions(), 0U);
+    EXPECT_EQ(messages_.metrics().openSessions, 0U);
+    EXPECT_FALSE(isKnown());
+}
+
+TEST_F(BayeuxConnectTest, isAnsweredBeforeTheDisconnect) {
+    const auto socket = openSocket();
+    send(*socket, "[" + connectMessage + "}]");
+    EXPECT_EQ(askSocket(*socket, R"([{"channel":"/meta/disconnect","clientId":"$"}])"),
+              "[" + connected(R"(,"advice":{"reconnect":"none","interval":0)" + rest) +
+                  "]\n"
+                  R"([{"channel":"/meta/disconnect","successful":true}])");
+    EXPECT_FALSE(socket->closeCode);
+    pass(1s);
+    EXPECT_EQ(socket->closeCode, 1000);
+    EXPECT_FALSE(isKnown());
+}
+
+TEST_F(BayeuxConnectTest, leavesASocketOpenOnWhichANewSessionHasBegun) {
+    const auto socket = openSocket();
+    handshakeOn(*socket);
+    const auto first = client_;
+    askSocket(*socket, R"([{"channel":"/meta/disconnect","clientId":"$"}])");
+    handshakeOn(*socket);
+    EXPECT_NE(client_, first);
+    pass(1s);
+    EXPECT_FALSE(socket->closeCode);
+}
+
+TEST_F(BayeuxConnectTest, learnsThatTheQueueHasOverflowed) {
+    serve({.queueBytes = 100});
+    begin();
+    const auto held = connect();
+    publish("/a", "1");
+    publish("/a", '"' + std::string(100, 'x') + '"');
+    turn();
+    const std::string lost =
+        R"([{"channel":"/meta/connect","successful":false,"error":"402::unknown client",)"
+        R"("advice":{"reconnect":"handshake","interval":0)" +
+        rest + "}]";
+    EXPECT_EQ(held->body(), lost);
+    EXPECT_EQ(connect()->body(), lost);
+    EXPECT_EQ(server_->sessions(), 0U);
+}
+
+TEST_F(BayeuxConnectTest, takesNoMoreThanOneAnswerHolds) {
+    serve({.replyBytes = 100});
+    begin();
+    const auto large = '"' + std::string(60, 'x') + '"';
+    for (int i = 0; i < 3; ++i) publish("/a", large);
+    const auto one = "[" + delivery("/a", large) + "," + connected() + "]";
+    for (int i = 0; i < 3; ++i) EXPECT_EQ(connect()->body(), one);
+    EXPECT_FALSE(connect()->answer);
+}
+
+// ---- acknowledgements ----
+
+class BayeuxAcknowledgeTest : public BayeuxConnectTest {
+protected:
+    void SetUp() override { begin(R"({"ack":true})"); }
+};
+
+TEST_F(BayeuxAcknowledgeTest, repeatsWhatTheClientHasNotGot) {
+    const auto first = connect(received(0));
+    publish("/a", "1");
+    turn();
+    EXPECT_EQ(first->body(), "[" + delivery("/a", "1") + "," + acked(1) + "]");
+    publish("/a", "2");
+    // The first answer was lost, and so is the second.
+    const auto both = delivery("/a", "1") + "," + delivery("/a", "2") + ",";
+    EXPECT_EQ(connect(received(0))->body(), "[" + both + acked(2) + "]");
+    EXPECT_EQ(connect(received(0))->body(), "[" + both + acked(3) + "]");
+    // 1 was in the first answer already.
+    EXPECT_EQ(connect(received(1))->body(), "[" + delivery("/a", "2") + "," + acked(4) + "]");
+    const auto held = connect(received(4));
+    EXPECT_FALSE(held->answer);
+    pass(25s);
+    EXPECT_EQ(held->body(), "[" + acked(5) + "]");
+}
+
+TEST_F(BayeuxAcknowledgeTest, takesNoMoreThanOneAnswerHoldsFromTheQueue) {
+    serve({.queueBytes = 300, .replyBytes = 100});
+    begin(R"({"ack":true})");
+    for (int i = 0; i < 9; ++i) publish("/a", "\"0123456789\"");
+    const auto nextSize = [this] { return connect(received(0))->body().size(); };
+    const auto size = nextSize();
+    EXPECT_LT(size, 200U);
+    EXPECT_EQ(nextSize(), size);
+    publish("/a", "\"0123456789\"");
+    EXPECT_EQ(nextSize(), size);
+    for (int i = 0; i < 9; ++i) publish("/a", "\"0123456789\"");  // too much
+    EXPECT_THAT(connect(received(0))->body(), HasSubstr("402::unknown client"));
+}
+
+TEST_F(BayeuxAcknowledgeTest, putsDeliveriesAndTheAnswerIntoOneFrame) {
+    const auto socket = openSocket();
+    send(*socket, "[" + connectMessage + received(0) + "}]");
+    publish("/a", "1");
+    publish("/a", "2");
+    turn();
+    EXPECT_EQ(socket->received(),
+              "[" + delivery("/a", "1") + "," + delivery("/a", "2") + "," + acked(1) + "]");
+    publish("/a", "3");
+    turn();
+    EXPECT_EQ(socket->received(), "");
+    const auto other = openSocket();
+    socket->socket.reset();
+    EXPECT_EQ(askSocket(*other, "[" + connectMessage + received(1) + "}]"),
+              "[" + delivery("/a", "3") + "," + acked(2) + "]");
+}
+
+// Answers are lost on the way, connections are cut while a connect is held, and transports change.
+TEST_F(BayeuxAcknowledgeTest, losesAndRepeatsNothingOfTenThousandMessages) {
+    constexpr int count = 10'000;
+    int published = 0, next = 0, lastBatch = 0, turns = 0;
+    std::uint32_t random = 12'345;
+    const auto roll = [&random](std::uint32_t sides) {
+        random = random * 1'664'525 + 1'013'904'223;
+        return (random >> 16) % sides;
+    };
+    const auto read = [&](const std::string& array) {
+        const std::string data = R"("data":)";
+        for (auto at = array.find(data); at != std::string::npos; at = array.find(data, at + 1)) {
+            ASSERT_EQ(std::stoi(array.substr(at + data.size())), next++);
+        }
+        const std::string ack = R"("ack":)";
+        const auto at = array.rfind(ack);
+        if (at != std::string::npos) lastBatch = std::stoi(array.substr(at + ack.size()));
+    };
+    while (next < count && !HasFatalFailure()) {
+        ASSERT_LT(++turns, count);
+        now_ += 50ms;
+        for (auto more = roll(20); more > 0 && published < count; --more) {
+            publish("/a", std::to_string(published++));
+        }
+        const bool isLost = roll(4) == 0;
+        if (roll(2) == 0) {
+            const auto request = connect(received(lastBatch));
+            if (roll(5) == 0) request->pending.reset();
+            publish("/b", "0");
+            turn();
+            if (request->answer && request->answer->status == 200 && !isLost) read(request->body());
+        } else {
+            const auto socket = openSocket();
+            send(*socket, "[" + connectMessage + received(lastBatch) + "}]");
+            if (roll(5) == 0) socket->socket.reset();
+            turn();
+            if (!isLost) read(socket->received());
+        }
+    }
+    EXPECT_EQ(next, count);
+    EXPECT_GT(turns, 1'000);
+}
+
+// ---- WebSockets without acknowledgements ----
+
+class BayeuxSocketTest : public BayeuxConnectTest {
+protected:
+    void SetUp() override {
+        socket_ = openSocket();
+        handshakeOn(*socket_);
+        subscribe("/a");
+    }
+    std::shared_ptr<WebSocket> socket_;
+};
+
+TEST_F(BayeuxSocketTest, getsDeliveriesAtOnceAndAnswersToConnectsInTheirTime) {
+    send(*socket_, "[" + connectMessage + "}]");
+    publish("/a", "1");
+    turn();
+    EXPECT_EQ(socket_->received(), "[" + delivery("/a", "1") + "]");
+    publish("/a", "2");
+    publish("/a", "3");
+    turn();
+    EXPECT_EQ(socket_->received(), "[" + delivery("/a", "2") + "," + delivery("/a", "3") + "]");
+    pass(25s);
+    EXPECT_EQ(socket_->received(), "[" + connected() + "]");
+    pass(19s);
+    publish("/a", "4");
+    turn();
+    EXPECT_EQ(socket_->received(), "[" + delivery("/a", "4") + "]");
+    socket_->unsentBytes = 1;  // the answer may not have reached the client yet
+    pass(1s);
+    EXPECT_EQ(server_->sessions(), 1U);
+    socket_->unsentBytes = 0;
+    pass(20s);
+    EXPECT_EQ(server_->sessions(), 0U);
+}
+
+TEST_F(BayeuxSocketTest, passesTheSessionOnToTheLatestSocket) {
+    const auto latest = openSocket();
+    askSocket(*latest, R"([{"channel":"/b","data":1,"clientId":"$"}])");
+    publish("/a", "1");
+    turn();
+    EXPECT_EQ(socket_->received(), "");
+    EXPECT_EQ(latest->received(), "[" + delivery("/a", "1") + "]");
+    publish("/a", "2");
+    latest->socket.reset();
+    turn();
+    EXPECT_EQ(connect()->body(), "[" + delivery("/a", "2") + "," + connected() + "]");
+}
+
+TEST_F(BayeuxSocketTest, leavesWhatItHasNoRoomForToAConnectOverHttp) {
+    const auto held = connect();
+    askSocket(*socket_, R"([{"channel":"/b","data":1,"clientId":"$"}])");
+    socket_->unsentBytes = std::size_t{1} << 20;
+    publish("/a", "1");
+    turn();
+    EXPECT_FALSE(held->answer);
+    socket_->socket.reset();
+    turn();
+    EXPECT_EQ(held->body(), "[" + delivery("/a", "1") + "," + connected() + "]");
+}
+
+TEST_F(BayeuxSocketTest, deliversOverHttpOnceTheClientConnectsThere) {
+    const auto held = connect();
+    publish("/a", "1");
+    turn();
+    EXPECT_EQ(socket_->received(), "");
+    EXPECT_EQ(held->body(), "[" + delivery("/a", "1") + "," + connected() + "]");
+}
+
+TEST_F(BayeuxSocketTest, dropsAHeldConnectOfAClosedSocket) {
+    send(*socket_, "[" + connectMessage + "}]");
+    socket_->socket.reset();
+    turn();
+    pass(20s - 1ms);
+    EXPECT_EQ(server_->sessions(), 1U);
+    pass(1ms);
+    EXPECT_EQ(server_->sessions(), 0U);
+    EXPECT_EQ(socket_->received(), "");
+}
+
+TEST_F(BayeuxSocketTest, servesSeveralSessions) {
+    const auto first = client_;
+    handshakeOn(*socket_);
+    EXPECT_NE(client_, first);
+    subscribe("/a");
+    publish("/a", "1");
+    turn();
+    EXPECT_EQ(socket_->received(), "[" + delivery("/a", "1") + "]\n[" + delivery("/a", "1") + "]");
+    askSocket(*socket_, R"([{"channel":"/meta/disconnect","clientId":"$"}])");
+    pass(1s);
+    EXPECT_FALSE(socket_->closeCode);
+}
+
+TEST_F(BayeuxSocketTest, leavesWhatASlowClientDoesNotTakeToTheRulesOfTheQueue) {
+    serve({.queueBytes = 200, .replyBytes = 100});
+    handshakeOn(*(socket_ = openSocket()));
+    subscribe("/eval/response/output");
+    socket_->unsentBytes = 100;
+    for (int i = 0; i < 10; ++i) publish("/eval/response/output", std::to_string(i));
+    turn();
+    EXPECT_EQ(socket_->received(), "");
+    socket_->socket->drained();
+    turn();
+    EXPECT_EQ(socket_->received(), "");  // not far enough
+    socket_->unsentBytes = 99;
+    socket_->socket->drained();
+    turn();
+    const auto text = socket_->received();
+    EXPECT_THAT(text, StartsWith(R"([{"channel":"/connector/dropped",)"));
+    EXPECT_THAT(text, HasSubstr(delivery("/eval/response/output", "9")));
+    EXPECT_EQ(text.find(delivery("/eval/response/output", "0")), std::string::npos);
+}
+
+}  // namespace

@@ -1,0 +1,83 @@
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <Poco/JSON/Object.h>
+#include <boost/asio/io_context.hpp>
+#include <gtest/gtest.h>
+
+#include "bayeux/BayeuxServer.h"
+#include "connector/ServiceFramework.h"
+#include "requests/RequestDispatcher.h"
+#include "standalone/LocalMessageService.h"
+
+/// A server without a network. The test turns the loop and moves the clock.
+class BayeuxFixture : public testing::Test {
+protected:
+    using HttpAnswer = gateway::bayeux::HttpAnswer;
+    using Peer = gateway::bayeux::Peer;
+
+    /// A POST as its client sees it.
+    struct Post {
+        std::optional<HttpAnswer> answer;
+        std::unique_ptr<gateway::bayeux::PendingPost> pending;
+        std::string body() const { return answer ? answer->body : "not answered"; }
+    };
+    /// A WebSocket as its client sees it.
+    struct WebSocket {
+        std::vector<std::string> frames;
+        std::size_t unsentBytes = 0;
+        std::optional<int> closeCode;
+        std::unique_ptr<gateway::bayeux::Socket> socket;
+        /// The frames since the last call, with a line break between them.
+        std::string received();
+    };
+
+    BayeuxFixture();
+    ~BayeuxFixture() override;
+
+    /// Makes a new server with `options`, on the clock of the test and the token "sesame".
+    void serve(gateway::bayeux::ServerOptions options = {});
+    /// Runs what is ready.
+    void turn();
+    /// Runs what is ready, moves the clock, and lets the server do what is due then.
+    void pass(std::chrono::milliseconds time);
+    /// Runs what becomes ready on other threads until `isDone`.
+    void turnUntil(const std::function<bool()>& isDone);
+
+    /// Sends a body, in which $ stands for the id of the client, and turns.
+    std::shared_ptr<Post> post(const std::string& body);
+    /// The same for a request that has to be answered at once. Returns the body of the answer.
+    std::string ask(const std::string& body);
+    std::shared_ptr<WebSocket> openSocket();
+    void send(WebSocket& socket, const std::string& text);
+    std::string askSocket(WebSocket& socket, const std::string& text);
+
+    /// A handshake makes a new client, which $ stands for from then on.
+    void handshake(const std::string& ext = "{}");
+    void handshakeOn(WebSocket& socket, const std::string& ext = "{}");
+    void subscribe(const std::string& pattern);
+    /// A connect over HTTP without a wish for an early answer.
+    std::shared_ptr<Post> connect(const std::string& members = "");
+    void publish(const std::string& channel, const std::string& data);
+
+    std::string withClient(std::string text) const;
+    /// The id that a reply to a handshake gives.
+    static std::string clientIdIn(const std::string& reply);
+
+    Peer peer_{.address = "192.0.2.1", .isAuthenticated = true};
+    std::string client_;  // the id that $ stands for
+    std::chrono::steady_clock::time_point now_{std::chrono::hours(1)};
+    boost::asio::io_context context_;
+    standalone::LocalMessageService messages_{{.logged = {"/logged/**"}, .now = [this] { return now_; }}};
+
+    /// What the service does with the data of a request; runs on a thread of the dispatcher.
+    std::function<Poco::JSON::Object::Ptr(const Poco::JSON::Object&)> onRequest;
+    std::unique_ptr<gateway::RequestDispatcher> dispatcher_;
+    std::unique_ptr<gateway::bayeux::BayeuxServer> server_;
+};

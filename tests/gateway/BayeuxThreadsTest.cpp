@@ -1,0 +1,140 @@
+#include <atomic>
+#include <condition_variable>
+#include <future>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "BayeuxFixture.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+
+/// The loop runs on several threads, beside those that publish and those of the clients.
+class BayeuxThreadsTest : public BayeuxFixture {
+protected:
+    static constexpr int count = 2'000;
+
+    void SetUp() override {
+        serve({.connectsPerSecond = 1'000'000});
+        for (int i = 0; i < 3; ++i) loops_.emplace_back([this] { context_.run(); });
+    }
+    void TearDown() override {
+        server_->stop();
+        context_.stop();
+        for (auto& loop : loops_) loop.join();
+    }
+
+    /// The body of the answer to a POST; the request is given up after `patience`.
+    std::string wait(const std::string& body, std::chrono::milliseconds patience) {
+        struct State {
+            std::mutex mutex;
+            std::condition_variable changed;
+            std::optional<std::string> body;
+        };
+        const auto state = std::make_shared<State>();
+        auto pending = server_->post(body, peer_, [state](const HttpAnswer& answer) {
+            const std::lock_guard lock(state->mutex);
+            state->body = answer.body;
+            state->changed.notify_all();
+        });
+        std::unique_lock lock(state->mutex);
+        state->changed.wait_for(lock, patience, [&] { return state->body.has_value(); });
+        return state->body.value_or("");
+    }
+
+    /// A client with acknowledgements that loses every third answer.
+    void readAll(const std::string& name) {
+        const auto clientId = clientIdIn(wait(
+            R"([{"channel":"/meta/handshake","version":"1.0","supportedConnectionTypes":["long-polling"],)"
+            R"("ext":{"ack":true}}])",
+            30s));
+        const auto message = [&](const std::string& members) {
+            return R"([{"clientId":")" + clientId + R"(",)" + members + "}]";
+        };
+        wait(message(R"("channel":"/meta/subscribe","subscription":"/numbers/)" + name + '"'), 30s);
+        ++ready_;
+        int next = 0;
+        std::string ack = "0";
+        for (int round = 0; next < count && !HasFailure(); ++round) {
+            const auto answer = wait(message(R"("channel":"/meta/connect","connectionType":"long-polling",)"
+                                             R"("advice":{"timeout":500},"ext":{"ack":)" +
+                                             ack + "}"),
+                                     round % 7 == 0 ? 0ms : 30'000ms);
+            if (round % 3 == 0) continue;
+            for (std::size_t at = 0; (at = answer.find(R"("data":)", at)) != std::string::npos; ++at) {
+                ASSERT_EQ(std::stoi(answer.substr(at + 7)), next++);
+            }
+            const auto at = answer.rfind(R"("ack":)");
+            if (at != std::string::npos) ack = answer.substr(at + 6, answer.find('}', at) - at - 6);
+        }
+        wait(message(R"("channel":"/meta/disconnect")"), 30s);
+    }
+
+    std::vector<std::thread> loops_;
+    std::atomic<int> ready_{0};
+};
+
+TEST_F(BayeuxThreadsTest, losesNothingWhateverHappensAtTheSameTime) {
+    const std::vector<std::string> names = {"0", "1"};
+    std::vector<std::thread> clients;
+    for (const auto& name : names) {
+        clients.emplace_back([this, &name] { readAll(name); });
+    }
+    while (ready_ < 2) std::this_thread::yield();
+    std::vector<std::thread> publishers;
+    for (const auto& name : names) {
+        publishers.emplace_back([this, &name] {
+            for (int i = 0; i < count; ++i) {
+                publish("/numbers/" + name, std::to_string(i));
+                if (i % 10 == 0) server_->sweep();
+            }
+        });
+    }
+    for (auto& thread : publishers) thread.join();
+    for (auto& thread : clients) thread.join();
+    EXPECT_EQ(server_->sessions(), 0U);
+}
+
+TEST_F(BayeuxThreadsTest, opensAndClosesSocketsWhileMessagesComeAndTheServerStops) {
+    serve({.sessionsPerPeer = 1'000'000, .handshakesPerSecond = 1'000'000});
+    std::atomic<bool> isStopped{false};
+    const auto received = std::make_shared<std::atomic<int>>(0);
+    const auto useSockets = [&] {
+        while (!isStopped) {
+            const auto frame = std::make_shared<std::promise<std::string>>();
+            const auto isFirst = std::make_shared<std::atomic<bool>>(true);
+            const auto onFrame = [frame, isFirst](const std::string& text) {
+                if (isFirst->exchange(false)) frame->set_value(text);
+            };
+            auto socket = server_->open(peer_, {.send =
+                                                    [onFrame, received](const auto& text, bool) {
+                                                        ++*received;
+                                                        onFrame(*text);
+                                                    },
+                                                .unsentBytes = [] { return std::size_t{0}; },
+                                                .close = [onFrame](int) { onFrame("closed"); }});
+            socket->receive(
+                R"([{"channel":"/meta/handshake","version":"1.0","supportedConnectionTypes":["websocket"]}])");
+            socket->receive(R"([{"channel":"/meta/subscribe","subscription":"/a","clientId":")" +
+                            clientIdIn(frame->get_future().get()) + R"("}])");
+            socket->drained();
+        }
+    };
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 2; ++i) threads.emplace_back(useSockets);
+    threads.emplace_back([&] {
+        while (!isStopped) publish("/a", "1");
+    });
+    while (*received < 1'000) std::this_thread::yield();
+    server_->stop();
+    isStopped = true;
+    for (auto& thread : threads) thread.join();
+}
+
+}  // namespace

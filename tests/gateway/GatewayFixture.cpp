@@ -1,0 +1,125 @@
+#include "GatewayFixture.h"
+
+#include <chrono>
+#include <stdexcept>
+#include <utility>
+
+#include "connector/common/ContextState.h"
+#include "connector/container/SequenceContainer.h"
+#include "connector/container/registerSequenceContainer.h"
+#include "connector/interpreter/v1/Eval.h"
+#include "connector/interpreter/v1/EvalResponse.h"
+#include "connector/interpreter/v1/FEval.h"
+#include "connector/interpreter/v1/FEvalResponse.h"
+#include "connector/interpreter/v1/FEvalSequenceServiceProvider.h"
+#include "connector/interpreter/v1/InterpreterJsonSerialization.h"
+#include "connector/interpreter/v1/Interrupt.h"
+#include "connector/interpreter/v1/InterruptResponse.h"
+#include "connector/json/escape.h"
+#include "fl/i18n/text.h"
+#include "services/LocalServiceFramework.h"
+
+using namespace connector::interpreter::v1;
+using connector::Message;
+using connector::MutexLock;
+
+namespace {
+
+constexpr auto limit = std::chrono::seconds(10);
+
+ScriptedInterpreter::MessageFuture ready(std::unique_ptr<Message> message) {
+    return connector::makeReadyFuture(std::move(message));
+}
+
+}  // namespace
+
+ScriptedInterpreter::MessageFuture ScriptedInterpreter::handle(std::unique_ptr<Interrupt>&& message) {
+    const auto request = std::move(message);
+    {
+        const MutexLock lock(mutex_);
+        ++interrupts_;
+    }
+    changed_.notify_all();
+    return ready(std::make_unique<InterruptResponse>(request->uuid()));
+}
+
+ScriptedInterpreter::MessageFuture ScriptedInterpreter::handle(std::unique_ptr<FEval>&& message) {
+    const auto request = std::move(message);
+    auto response = std::make_unique<FEvalResponse>(request->uuid());
+    const auto type =
+        connector::common::ContextState::current()->getOr<std::string>("clientType", std::string());
+    response->results = fl::i18n::to_ustring("[" + connector::json::quoted(type) + "]");
+    return ready(std::move(response));
+}
+
+ScriptedInterpreter::MessageFuture ScriptedInterpreter::handle(std::unique_ptr<Eval>&& message) {
+    const auto request = std::move(message);
+    auto response = std::make_unique<EvalResponse>(request->uuid());
+    response->responseStr = request->mcode;
+    if (request->mcode == u"throw") throw std::runtime_error("the service failed");
+    if (request->mcode == u"wait") response->responseStr = waitFor(&ScriptedInterpreter::interrupts_);
+    if (request->mcode == u"release") response->responseStr = waitFor(&ScriptedInterpreter::releases_);
+    response->isError = response->responseStr != request->mcode;
+    return ready(std::move(response));
+}
+
+std::u16string ScriptedInterpreter::waitFor(int ScriptedInterpreter::*event) {
+    MutexLock lock(mutex_);
+    const int before = this->*event;
+    ++waiting_;
+    changed_.notify_all();
+    const bool came = changed_.wait_for(lock.native(), limit, [&] { return this->*event != before; });
+    --waiting_;
+    return came ? u"ended" : u"nobody ended it";
+}
+
+bool ScriptedInterpreter::waitForWaiting(int count) {
+    MutexLock lock(mutex_);
+    return changed_.wait_for(lock.native(), limit, [&] { return waiting_ == count; });
+}
+
+void ScriptedInterpreter::release() {
+    {
+        const MutexLock lock(mutex_);
+        ++releases_;
+    }
+    changed_.notify_all();
+}
+
+GatewayFixture::GatewayFixture() : framework_(std::make_shared<standalone::LocalServiceFramework>()) {
+    const InterpreterJsonSerialization serialization(serializer_);
+    framework_->registerService({}, {typeid(Eval), typeid(FEval), typeid(Interrupt)}, interpreter_);
+    connector::container::registerSequenceContainer(*serializer_);
+    framework_->registerService({}, {typeid(connector::container::SequenceContainer)},
+                                std::make_shared<FEvalSequenceServiceProvider>());
+}
+
+GatewayFixture::~GatewayFixture() = default;
+
+void GatewayFixture::start(gateway::GatewayOptions options) {
+    options.host = "127.0.0.1";
+    options.port = 0;
+    options.token = TestClient::token;
+    gateway_ = std::make_unique<gateway::Gateway>(
+        messages_, framework_, serializer_, [this] { return isReady_; }, std::move(options));
+    gateway_->start();
+}
+
+TestResponse GatewayFixture::ask(std::string_view bytes) const {
+    auto client = connect();
+    client.send(bytes);
+    return client.receive();
+}
+
+TestResponse GatewayFixture::post(const std::string& path, const std::string& body) const {
+    auto client = connect();
+    client.send(client.post(path, body));
+    return client.receive();
+}
+
+TestResponse GatewayFixture::get(const std::string& path) const {
+    auto client = connect();
+    client.send(
+        client.head("GET " + path, "Authorization: Bearer " + std::string(TestClient::token) + "\r\n"));
+    return client.receive();
+}

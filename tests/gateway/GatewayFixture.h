@@ -1,0 +1,62 @@
+#pragma once
+
+#include <condition_variable>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include <gtest/gtest.h>
+
+#include "TestClient.h"
+#include "connector/ThreadSafety.h"
+#include "connector/interpreter/v1/InterpreterServiceProvider.h"
+#include "gateway/Gateway.h"
+
+/// Answers evaluations with their own code, but for these: "wait" waits for an interrupt, "release" for the
+/// test, "throw" fails. A function call is answered with the name of its client type.
+class ScriptedInterpreter : public connector::interpreter::v1::InterpreterServiceProvider {
+public:
+    using MessageFuture = connector::Future<std::unique_ptr<connector::Message>>;
+    using connector::interpreter::v1::InterpreterServiceProvider::handle;
+    MessageFuture handle(std::unique_ptr<connector::interpreter::v1::Interrupt>&& message) override;
+    MessageFuture handle(std::unique_ptr<connector::interpreter::v1::FEval>&& message) override;
+    MessageFuture handle(std::unique_ptr<connector::interpreter::v1::Eval>&& message) override;
+
+    /// Waits until so many evaluations wait; false when it has not come to that in ten seconds.
+    bool waitForWaiting(int count) EXCLUDES(mutex_);
+    /// Lets the evaluations end that wait for the test.
+    void release() EXCLUDES(mutex_);
+
+private:
+    std::u16string waitFor(int ScriptedInterpreter::*event) EXCLUDES(mutex_);
+
+    connector::Mutex mutex_;
+    std::condition_variable changed_;
+    int waiting_ = 0;
+    int interrupts_ = 0;
+    int releases_ = 0;
+};
+
+/// A gateway on a free port of the loopback.
+class GatewayFixture : public testing::Test {
+protected:
+    GatewayFixture();
+    ~GatewayFixture() override;
+
+    /// Starts it with `options`, but for the host, the port and the token.
+    void start(gateway::GatewayOptions options = {});
+    TestClient connect() const { return TestClient(gateway_->port()); }
+    /// The answer to one request on a connection of its own.
+    TestResponse ask(std::string_view bytes) const;
+    TestResponse post(const std::string& path, const std::string& body) const;
+    /// The answer to a GET with the token.
+    TestResponse get(const std::string& path) const;
+
+    const std::shared_ptr<ScriptedInterpreter> interpreter_ = std::make_shared<ScriptedInterpreter>();
+    const std::shared_ptr<connector::ServiceFramework> framework_;
+    const std::shared_ptr<connector::json::JsonSerializer> serializer_ =
+        std::make_shared<connector::json::JsonSerializer>();
+    standalone::LocalMessageService messages_;
+    bool isReady_ = true;
+    std::unique_ptr<gateway::Gateway> gateway_;
+};

@@ -1,0 +1,143 @@
+#include <chrono>
+#include <future>
+#include <memory>
+#include <stdexcept>
+#include <string>
+
+#include <Poco/Exception.h>
+#include <gtest/gtest.h>
+
+#include "requests/RequestDispatcher.h"
+
+namespace {
+
+using connector::Message;
+using Poco::JSON::Object;
+
+struct Note : Message {
+    explicit Note(Object::Ptr json) : object(std::move(json)) {}
+    Object::Ptr object;
+};
+
+/// Gives what the test wants for each message.
+class TestFramework : public connector::ServiceFramework {
+public:
+    void registerService(const connector::Address&, std::vector<std::type_index>,
+                         std::shared_ptr<connector::ServiceProvider>) override {}
+    void unregisterService(const std::shared_ptr<connector::ServiceProvider>&) override {}
+    connector::Future<std::unique_ptr<Message>> deliver(
+        const connector::Address&, std::unique_ptr<Message> message,
+        std::shared_ptr<connector::common::ContextState> state) override {
+        context = std::move(state);
+        return onMessage(std::move(message));
+    }
+
+    std::function<connector::Future<std::unique_ptr<Message>>(std::unique_ptr<Message>)> onMessage =
+        [](std::unique_ptr<Message> message) { return connector::makeReadyFuture(std::move(message)); };
+    std::shared_ptr<connector::common::ContextState> context;
+};
+
+class RequestDispatcherTest : public testing::Test {
+protected:
+    RequestDispatcherTest() {
+        serializer_->registerType(
+            "test/Note", typeid(Note),
+            [](const Object::Ptr& object) -> std::unique_ptr<Message> {
+                if (object->has("bad")) throw Poco::RangeException("Value too large.");
+                return std::make_unique<Note>(object);
+            },
+            [](const Message& message) { return dynamic_cast<const Note&>(message).object; });
+    }
+
+    gateway::Answer submit(const std::string& type, const Object::Ptr& message) {
+        std::promise<gateway::Answer> promise;
+        dispatcher_.submit(type, message, nullptr,
+                           [&](gateway::Answer answer) { promise.set_value(std::move(answer)); });
+        return promise.get_future().get();
+    }
+    gateway::Answer submitNote() { return submit("test/Note", new Object); }
+    template <class Error>
+    void failWith(const Error& error) {
+        framework_->onMessage = [error](std::unique_ptr<Message>) {
+            return connector::makeFailedFuture<std::unique_ptr<Message>>(std::make_exception_ptr(error));
+        };
+    }
+
+    const std::shared_ptr<TestFramework> framework_ = std::make_shared<TestFramework>();
+    const std::shared_ptr<connector::json::JsonSerializer> serializer_ =
+        std::make_shared<connector::json::JsonSerializer>();
+    gateway::RequestDispatcher dispatcher_{framework_, serializer_, {.threads = 1, .queueLength = 1}};
+};
+
+TEST_F(RequestDispatcherTest, stampsTheTimeOfArrival) {
+    const auto now = [] {
+        return std::chrono::duration_cast<std::chrono::milliseconds>(
+                   std::chrono::system_clock::now().time_since_epoch())
+            .count();
+    };
+    const auto before = static_cast<std::uint64_t>(now());
+    EXPECT_EQ(submitNote().status, 200);
+    const auto stamp = framework_->context->getOr<std::uint64_t>("requestStartTime", 0);
+    EXPECT_GE(stamp, before);
+    EXPECT_LE(stamp, static_cast<std::uint64_t>(now()));
+}
+
+TEST_F(RequestDispatcherTest, failuresBecomeStatuses) {
+    Object::Ptr bad = new Object;
+    bad->set("bad", true);
+    const auto unreadable = submit("test/Note", bad);
+    EXPECT_EQ(unreadable.status, 400);
+    EXPECT_EQ(unreadable.json, R"({"error":"Out of range: Value too large."})");
+    EXPECT_EQ(submit("test/Other", new Object).status, 404);
+    EXPECT_EQ(submit("test/Note", nullptr).status, 400);
+    failWith(connector::NoService("nobody"));
+    EXPECT_EQ(submitNote().status, 404);
+    failWith(std::runtime_error("Service exists but is not running."));
+    EXPECT_EQ(submitNote().status, 503);
+    failWith(std::runtime_error("it broke"));
+    EXPECT_EQ(submitNote().status, 500);
+    EXPECT_EQ(submitNote().json, R"({"error":"it broke"})");
+    framework_->onMessage = [](std::unique_ptr<Message>) -> connector::Future<std::unique_ptr<Message>> {
+        throw 1;
+    };
+    EXPECT_EQ(submitNote().status, 500);
+    framework_->onMessage = [](std::unique_ptr<Message>) {
+        return connector::makeReadyFuture(std::unique_ptr<Message>());
+    };
+    EXPECT_EQ(submitNote().status, 500);
+}
+
+TEST_F(RequestDispatcherTest, answersWith503OnceItIsStopped) {
+    dispatcher_.stop();
+    EXPECT_EQ(submitNote().status, 503);
+    EXPECT_EQ(dispatcher_.pending(), 0U);
+}
+
+TEST_F(RequestDispatcherTest, countsOutcomesByType) {
+    submitNote();
+    const auto submitWith = [this](const char* fault, bool isError) {
+        Object::Ptr response = new Object;
+        response->set("isError", isError);
+        Poco::JSON::Array::Ptr faults = new Poco::JSON::Array;
+        if (fault) {
+            Object::Ptr entry = new Object;
+            entry->set("faultCode", fault);
+            faults->add(entry);
+        }
+        response->set("messageFaults", faults);
+        submit("test/Note", response);
+    };
+    submitWith(nullptr, true);
+    submitWith("Request.Timeout", true);
+    submitWith("NUMORA.CodeError", true);
+    submit("test/Note", nullptr);
+    submit("test/Other", new Object);
+    const auto outcomes = dispatcher_.metrics().outcomes;
+    EXPECT_EQ(outcomes.size(), 5U);
+    for (const char* outcome : {"success", "error", "timeout", "fault", "refused"}) {
+        const auto found = outcomes.find({"test/Note", outcome});
+        EXPECT_TRUE(found != outcomes.end() && found->second == 1) << outcome;
+    }
+}
+
+}  // namespace

@@ -1,0 +1,73 @@
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "http/StaticFiles.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using gateway::http::StaticFiles;
+
+class StaticFilesTest : public testing::Test {
+protected:
+    StaticFilesTest() {
+        std::string pattern = testing::TempDir() + "numora-files-XXXXXX";
+        root_ = ::mkdtemp(pattern.data());
+        write("secret.txt", "secret");
+        write("console/index.html", "<p>home");
+        write("console/app.js", "run()");
+        write("console/sub/index.html", "<p>sub");
+        write("console/.hidden", "hidden");
+        write("console/data.unknown", std::string("\0\xff", 2));
+        fs::create_symlink("../secret.txt", root_ / "console/outside.txt");
+        fs::create_symlink("app.js", root_ / "console/inside.js");
+    }
+    ~StaticFilesTest() override { fs::remove_all(root_); }
+
+    void write(const std::string& name, const std::string& text) const {
+        fs::create_directories((root_ / name).parent_path());
+        std::ofstream(root_ / name, std::ios::binary) << text;
+    }
+
+    fs::path root_;
+};
+
+TEST_F(StaticFilesTest, givesFilesWithTheirTypes) {
+    const StaticFiles files(root_ / "console");
+    const auto home = files.get("/");
+    EXPECT_EQ(home.body, "<p>home");
+    EXPECT_EQ(home.contentType, "text/html;charset=UTF-8");
+    EXPECT_EQ(files.get("/index.html").body, home.body);
+    EXPECT_EQ(files.get("/sub/").body, "<p>sub");
+    EXPECT_EQ(files.get("/app.js").contentType, "text/javascript;charset=UTF-8");
+    EXPECT_EQ(files.get("/inside.js").body, "run()");
+    EXPECT_EQ(files.get("/data.unknown").body, std::string("\0\xff", 2));
+    EXPECT_EQ(files.get("/data.unknown").contentType, "application/octet-stream");
+    write("console/app.js", "walk()");
+    EXPECT_EQ(files.get("/app.js").body, "walk()");
+}
+
+TEST_F(StaticFilesTest, givesNothingElse) {
+    const StaticFiles files(root_ / "console");
+    for (const std::string path :
+         {"", "app.js", "/none.js", "/sub", "/sub/none/", "//app.js", "/sub//index.html", "/./app.js",
+          "/sub/../app.js", "/../secret.txt", "/../console/app.js", "/%2e%2e/secret.txt", "/..%2fsecret.txt",
+          "/..\\secret.txt", "/outside.txt", "/.hidden", "/app.js/", "/app.js ", "/etc/passwd"}) {
+        EXPECT_EQ(files.get(path).status, 404) << path;
+    }
+    EXPECT_EQ(files.get(std::string("/app.js\0", 8)).status, 404);
+    EXPECT_EQ(files.get("/" + std::string(100'000, 'a')).status, 404);
+}
+
+TEST_F(StaticFilesTest, saysThatTheConsoleIsNotInstalledWithoutAFolder) {
+    const StaticFiles files{fs::path()};
+    EXPECT_NE(files.get("/").body.find("not installed"), std::string::npos);
+    EXPECT_EQ(files.get("/app.js").status, 404);
+    EXPECT_THROW(StaticFiles(root_ / "none"), fs::filesystem_error);
+}
+
+}  // namespace

@@ -1,0 +1,54 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <string_view>
+
+/// What a server answered.
+struct TestResponse {
+    int status = 0;                                ///< 0 when the connection ended first
+    std::map<std::string, std::string> headers{};  ///< by name in small letters
+    std::string body{};
+
+    std::string header(const std::string& name) const {
+        const auto found = headers.find(name);
+        return found == headers.end() ? "" : found->second;
+    }
+};
+
+/// A connection to a server on this machine, byte by byte. Operations that take longer than ten seconds fail.
+class TestClient {
+public:
+    explicit TestClient(std::uint16_t port);
+    ~TestClient();
+    TestClient(const TestClient&) = delete;
+    TestClient& operator=(const TestClient&) = delete;
+
+    /// False when the server has ended the connection.
+    bool send(std::string_view bytes);
+    /// The next response; `hasBody` is false for one to HEAD.
+    TestResponse receive(bool hasBody = true);
+    /// The next bytes; fewer when the connection ends first.
+    std::string receiveBytes(std::size_t count);
+    /// Whether the server ends the connection without sending more.
+    bool isEnded();
+    void close();
+    /// Says that nothing more will be sent.
+    void endSending();
+
+    /// A request line, the headers that every request needs, and `headers`, each with "\r\n" behind it.
+    std::string head(const std::string& line, const std::string& headers = "") const;
+    /// A whole POST of JSON with the token.
+    std::string post(const std::string& path, const std::string& body, const std::string& headers = "") const;
+
+    static constexpr std::string_view token = "a-token-of-the-tests";
+
+private:
+    bool readMore();
+    std::string takeLine();
+
+    int socket_;
+    const std::uint16_t port_;
+    std::string received_;
+};

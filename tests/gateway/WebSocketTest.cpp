@@ -1,0 +1,216 @@
+#include <chrono>
+#include <string>
+#include <thread>
+
+#include "GatewayFixture.h"
+#include "http/OutgoingFrames.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr char textFrame = 1;
+constexpr char binaryFrame = 2;
+constexpr char closeFrame = 8;
+constexpr char pingFrame = 9;
+constexpr char pongFrame = 10;
+
+struct Frame {
+    int opcode = -1;  ///< -1 when the connection ended
+    std::string payload;
+    int closeCode() const {
+        return opcode == closeFrame && payload.size() >= 2
+                   ? static_cast<unsigned char>(payload[0]) * 256 + static_cast<unsigned char>(payload[1])
+                   : 0;
+    }
+};
+
+std::string encoded(char opcode, const std::string& payload) {
+    std::string bytes{static_cast<char>(0x80 | opcode)};
+    const int bits = payload.size() < 126 ? 0 : payload.size() < 65536 ? 16 : 64;
+    const std::size_t length = bits == 0 ? payload.size() : bits == 16 ? 126 : 127;
+    bytes.push_back(static_cast<char>(0x80 | length));
+    for (int shift = bits - 8; shift >= 0; shift -= 8) {
+        bytes.push_back(static_cast<char>(payload.size() >> shift));
+    }
+    return bytes + std::string(4, '\0') + payload;  // the mask changes nothing
+}
+
+std::size_t numberIn(const std::string& bytes) {
+    std::size_t number = 0;
+    for (const char byte : bytes) number = number * 256 + static_cast<unsigned char>(byte);
+    return number;
+}
+
+class WebSocketTest : public GatewayFixture {
+protected:
+    static constexpr const char* handshake =
+        R"([{"channel":"/meta/handshake","version":"1.0","supportedConnectionTypes":["websocket"],"id":"h"}])";
+
+    /// Asks for a WebSocket with the token, or without when it is empty.
+    TestResponse upgrade(TestClient& client, const std::string& headers = "",
+                         std::string_view token = TestClient::token) const {
+        client.send(client.head("GET /cometd?token=" + std::string(token),
+                                "Connection: Upgrade\r\nUpgrade: websocket\r\nSec-WebSocket-Version: 13\r\n"
+                                "Sec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\n" +
+                                    headers));
+        return client.receive();
+    }
+    static Frame receive(TestClient& client) {
+        const std::string head = client.receiveBytes(2);
+        if (head.size() < 2) return {};
+        std::size_t size = static_cast<unsigned char>(head[1]);
+        if (size == 126) size = numberIn(client.receiveBytes(2));
+        if (size == 127) size = numberIn(client.receiveBytes(8));
+        return {head[0] & 15, client.receiveBytes(size)};
+    }
+    static std::string askFor(TestClient& client, const std::string& text) {
+        client.send(encoded(textFrame, text));
+        return receive(client).payload;
+    }
+    static std::string clientIdIn(const std::string& reply) {
+        const auto at = reply.find("\"clientId\":\"") + 12;
+        return reply.substr(at, reply.find('"', at) - at);
+    }
+};
+
+TEST_F(WebSocketTest, carriesBayeuxMessages) {
+    start();
+    auto client = connect();
+    const auto response = upgrade(client);
+    EXPECT_EQ(response.status, 101);
+    EXPECT_EQ(response.header("sec-websocket-accept"), "s3pPLMBiTxaQ9kYGzzhZRbK+xOo=");
+    EXPECT_EQ(askFor(client, "[]"), "[]");
+    const std::string id = clientIdIn(askFor(client, handshake));
+    EXPECT_EQ(id.size(), 40U);
+    const std::string call = R"([{"channel":"/service/connector/v1/Eval","clientId":")" + id +
+                             R"(","id":"7","data":{"mcode":"over Bayeux"}}])";
+    client.send(encoded(textFrame, call));
+    std::string received;
+    while (received.find("over Bayeux") == std::string::npos) {
+        const Frame frame = receive(client);
+        ASSERT_EQ(frame.opcode, textFrame);
+        received += frame.payload;
+    }
+    EXPECT_TRUE(
+        received.starts_with(R"([{"channel":"/service/connector/v1/Eval","id":"7","successful":true)"))
+        << received;
+}
+
+TEST_F(WebSocketTest, writesALargeMessageInOrder) {
+    start();
+    auto client = connect();
+    upgrade(client);
+    const std::string id = clientIdIn(askFor(client, handshake));
+    std::string code;
+    while (code.size() < 3'000'000) code += std::to_string(code.size()) + " ";
+    client.send(encoded(textFrame, R"([{"channel":"/service/connector/v1/Eval","clientId":")" + id +
+                                       R"(","id":"7","data":{"mcode":")" + code + R"("}}])"));
+    std::string received;
+    while (received.find("responseStr") == std::string::npos || !received.ends_with("}]")) {
+        const Frame frame = receive(client);
+        ASSERT_TRUE(frame.opcode == textFrame || frame.opcode == 0);
+        received += frame.payload;
+    }
+    EXPECT_NE(received.find(code), std::string::npos);
+}
+
+TEST_F(WebSocketTest, isRefusedLikeAnyRequest) {
+    start();
+    auto foreign = connect();
+    EXPECT_EQ(upgrade(foreign, "Origin: https://evil.example\r\n").status, 403);
+    auto early = connect();
+    early.send(early.head("GET /cometd",
+                          "Connection: Upgrade\r\nUpgrade: websocket\r\nSec-WebSocket-Version: 13\r\n"
+                          "Sec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\n") +
+               encoded(textFrame, "[]"));
+    EXPECT_EQ(early.receive().status, 400);
+    auto elsewhere = connect();
+    elsewhere.send(elsewhere.head("GET /healthz", "Connection: Upgrade\r\nUpgrade: websocket\r\n"));
+    EXPECT_EQ(elsewhere.receive().status, 200);
+}
+
+TEST_F(WebSocketTest, takesTheTokenOfTheHandshake) {
+    start();
+    auto client = connect();
+    upgrade(client, "", "");
+    EXPECT_NE(askFor(client, handshake).find(R"("successful":false)"), std::string::npos);
+    std::string good = handshake;
+    good.insert(good.size() - 2,
+                R"(,"ext":{"connector":{"token":")" + std::string(TestClient::token) + R"("}})");
+    EXPECT_NE(askFor(client, good).find(R"("successful":true)"), std::string::npos);
+}
+
+TEST_F(WebSocketTest, selectsTheFirstSubprotocol) {
+    start();
+    auto client = connect();
+    EXPECT_EQ(upgrade(client, "Sec-WebSocket-Protocol: bayeux, other\r\n").header("sec-websocket-protocol"),
+              "bayeux");
+}
+
+TEST_F(WebSocketTest, closesOnWhatItDoesNotTake) {
+    start();
+    auto stranger = connect();
+    upgrade(stranger, "", "");
+    stranger.send(encoded(textFrame, std::string(70'000, ' ')));
+    EXPECT_EQ(receive(stranger).closeCode(), 1009);
+    auto binary = connect();
+    upgrade(binary);
+    binary.send(encoded(binaryFrame, "[]"));
+    EXPECT_EQ(receive(binary).closeCode(), 1003);
+    auto broken = connect();
+    upgrade(broken);
+    broken.send(encoded(textFrame, "\xFF"));
+    EXPECT_EQ(receive(broken).closeCode(), 1007);
+}
+
+TEST_F(WebSocketTest, answersPingsAndEndsAClientThatAnswersNone) {
+    gateway::GatewayOptions options;
+    options.limits.pingTime = 200ms;
+    start(std::move(options));
+    auto client = connect();
+    upgrade(client);
+    client.send(encoded(pingFrame, "x"));
+    const Frame pong = receive(client);
+    EXPECT_EQ(pong.opcode, pongFrame);
+    EXPECT_EQ(pong.payload, "x");
+    EXPECT_EQ(receive(client).opcode, pingFrame);
+    EXPECT_EQ(receive(client).opcode, -1);
+}
+
+TEST_F(WebSocketTest, closesWhenTheServerStops) {
+    start();
+    auto stranger = connect();
+    upgrade(stranger);
+    auto client = connect();
+    upgrade(client);
+    askFor(client, handshake);
+    std::thread stopping([this] { gateway_->stop(); });
+    EXPECT_EQ(receive(client).closeCode(), 1001);
+    client.close();
+    EXPECT_EQ(receive(stranger).closeCode(), 1001);
+    stopping.join();
+}
+
+TEST(OutgoingFramesTest, joinsSmallArraysAndPutsRepliesFirst) {
+    gateway::http::OutgoingFrames frames;
+    const auto push = [&](std::string text, bool isReply) {
+        frames.push(std::make_shared<const std::string>(std::move(text)), isReply);
+    };
+    push("[1]", false);
+    push("[2,3]", false);
+    push("[]", false);
+    push("[" + std::string(70'000, '4') + "]", false);
+    push("[5]", true);
+    std::string taken;
+    std::size_t bytes = 0;
+    while (!frames.empty()) {
+        const auto batch = frames.take();
+        taken += batch.frame->substr(0, 8) + " ";
+        bytes += batch.queuedBytes;
+    }
+    EXPECT_EQ(taken, "[5] [1,2,3] [] [4444444 ");
+    EXPECT_EQ(bytes, 3U + 5U + 2U + 70'002U + 3U);
+}
+
+}  // namespace
