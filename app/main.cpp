@@ -12,12 +12,10 @@
 #include "CallCommand.h"
 #include "ConsoleCommand.h"
 #include "EvalCommand.h"
+#include "ServeCommand.h"
 #include "foundation/log/diagnostic_logger.h"
 #include "terminal.h"
 #include "text.h"
-#ifdef NUMORA_BUILD_GATEWAY
-#include "ServeCommand.h"
-#endif
 
 namespace app {
 
@@ -78,9 +76,7 @@ int run(int argc, char** argv) {
     addEvalCommand(program, command);
     addCallCommand(program, command);
     addConsoleCommand(program, command);
-#ifdef NUMORA_BUILD_GATEWAY
     addServeCommand(program, command);
-#endif
     try {
         program.parse(argumentsFrom(argc, argv));
     } catch (const CLI::ParseError& error) {
