@@ -57,16 +57,21 @@ private:
 class ServerPost : public PendingPost {
 public:
     explicit ServerPost(std::shared_ptr<PostExchange> exchange) : exchange_(std::move(exchange)) {}
-    ~ServerPost() override { exchange_->abandon(); }
+    ~ServerPost() override { exchange_->end(isWritten_); }
     ServerPost(const ServerPost&) = delete;
     ServerPost& operator=(const ServerPost&) = delete;
 
+    void written() override { isWritten_ = true; }
+
 private:
     const std::shared_ptr<PostExchange> exchange_;
+    bool isWritten_ = false;
 };
 
 /// One that was answered at once.
-class AnsweredPost : public PendingPost {};
+class AnsweredPost : public PendingPost {
+    void written() override {}
+};
 
 }  // namespace
 

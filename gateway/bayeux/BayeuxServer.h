@@ -62,12 +62,14 @@ struct HttpAnswer {
 };
 
 /// A request that may be answered later. It is kept until the answer is written: the time in which a session
-/// lives without a connect begins when it is destroyed. Before the answer, that says that the client has
-/// gone: a held connect is released, and what waits for the session is kept. The answer may be on its way on
-/// another thread then.
+/// lives without a connect begins when it is destroyed. Unless `written` was called before, that says that
+/// the client has gone: a held connect is released, and the deliveries for it are kept for the next one. The
+/// answer may be on its way on another thread then.
 class PendingPost {
 public:
     virtual ~PendingPost() = default;
+    /// The network has taken the whole answer.
+    virtual void written() = 0;
 };
 
 /// One WebSocket, from the server's side. Destroying it says that it is closed; its session goes on.

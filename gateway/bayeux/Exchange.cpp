@@ -78,11 +78,12 @@ void PostExchange::answer(HttpAnswer answer) {
 }
 
 // Only a request that is alone is held, so the session of the first one has to know.
-void PostExchange::abandon() {
+void PostExchange::end(bool isWritten) {
     isAbandoned_ = true;
     const auto session = core_->sessions.find(requests_.front().clientId());
     if (!session) return;
-    session->strand().post([session, self = shared_from_this()] { session->release(*self); });
+    session->strand().post(
+        [session, isWritten, self = shared_from_this()] { session->release(*self, isWritten); });
 }
 
 const Peer& SocketExchange::peer() const { return connection_->peer(); }

@@ -76,7 +76,7 @@ public:
     void supersede() override { answer({408, "[]"}); }
 
     /// The answer is written, or cannot be any more.
-    void abandon();
+    void end(bool isWritten);
 
 private:
     void send(std::string array) override;

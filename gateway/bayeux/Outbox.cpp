@@ -32,6 +32,12 @@ void Outbox::acknowledge(std::uint64_t batch) {
     }
 }
 
+void Outbox::delivered() {
+    if (isAcknowledged_) return;
+    unacknowledged_.clear();
+    unacknowledgedBytes_ = 0;
+}
+
 std::string Outbox::next() {
     std::string text;
     for (const auto& sent : unacknowledged_) append(text, *sent.frame);
@@ -46,7 +52,6 @@ void Outbox::take(std::size_t maxBytes, std::string& text) {
         for (const auto& frame : taken.frames) {
             if (!canBeDelivered(*frame)) continue;
             append(text, *frame);
-            if (!isAcknowledged_) continue;
             unacknowledged_.push_back({closedBatches_ + 1, frame});
             unacknowledgedBytes_ += frame->text().size();
         }

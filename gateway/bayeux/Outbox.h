@@ -15,7 +15,7 @@ namespace gateway::bayeux {
 ///
 /// With the acknowledge extension every reply to a connect closes a batch and carries its number. A delivery
 /// belongs to the batch of the first reply that it was in; it is repeated in every reply until the client
-/// says that it has got that batch.
+/// says that it has got that batch. Without the extension it is repeated until a reply with it is written.
 ///
 /// Threads: one at a time.
 class Outbox {
@@ -26,6 +26,9 @@ public:
     bool isAcknowledged() const { return isAcknowledged_; }
     /// The client has got the batches up to this number.
     void acknowledge(std::uint64_t batch);
+
+    /// What was taken is written. Without the extension that is the end of it.
+    void delivered();
 
     /// The deliveries for the next reply or frame, with commas between them; empty when there are none.
     std::string next();

@@ -106,6 +106,8 @@ std::string Session::answer(const Request& request, Exchange& exchange) {
 // The later of two connects wins: the client does not wait for the earlier one any more.
 void Session::connect(const Request& request, Exchange& exchange) {
     if (hold_) std::exchange(hold_, std::nullopt)->exchange->supersede();
+    // Whether the client has got what is still being written is not known, and it must not get it twice.
+    if (std::exchange(beingWritten_, nullptr)) outbox_.delivered();
     if (!exchange.connection() && socket_) {  // the client has gone over to HTTP
         socket_->unbind(*this);
         socket_ = nullptr;
@@ -142,9 +144,10 @@ void Session::work() {
 
 // One frame a turn, so that messages of the client, above all interrupts, come between.
 void Session::push() {
-    if (!pushes() || !socket_->hasRoom()) return;
+    if (!pushes() || beingWritten_ || !socket_->hasRoom()) return;
     const auto deliveries = outbox_.next();
     if (deliveries.empty()) return;
+    outbox_.delivered();
     socket_->send("[" + deliveries + "]", false);
     wake();
 }
@@ -175,8 +178,11 @@ std::string Session::connectReply(const Request& request) {
     return succeeded(request, members);
 }
 
-void Session::release(const Exchange& exchange) {
-    if (beingWritten_.get() == &exchange) beingWritten_.reset();
+void Session::release(const Exchange& exchange, bool isWritten) {
+    if (beingWritten_.get() == &exchange) {
+        if (isWritten) outbox_.delivered();
+        beingWritten_.reset();
+    }
     noteSign();
     work();
 }

@@ -57,7 +57,7 @@ public:
     /// These are for the strand. Replies are added to the exchange.
     void handle(const Request& request, Exchange& exchange);
     /// The exchange has come to its end: its answer is written, or its client has gone.
-    void release(const Exchange& exchange);
+    void release(const Exchange& exchange, bool isWritten);
     void loseSocket(const std::shared_ptr<Connection>& socket);
     /// Ends because the server does.
     void shutDown();

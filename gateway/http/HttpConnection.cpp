@@ -205,7 +205,6 @@ private:
 
     void write(Reply reply) {
         state_ = State::Writing;
-        held_.reset();
         keepAlive_ = keepAlive_ && !isFinishing_;
         response_.emplace();
         response_->version(parser_->get().version() == 10 ? 10 : 11);
@@ -228,6 +227,8 @@ private:
         if (!serializer_->is_done()) return writeSome();
         serializer_.reset();
         response_.reset();
+        if (held_) held_->written();
+        held_.reset();  // only now: the time in which its session waits for the next request begins
         keepAlive_ && !isFinishing_ ? awaitRequest() : end();
     }
 

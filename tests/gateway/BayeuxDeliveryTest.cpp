@@ -112,6 +112,27 @@ TEST_F(BayeuxConnectTest, keepsWhatComesWhenItsClientHasGone) {
     EXPECT_FALSE(isKnown());
 }
 
+TEST_F(BayeuxConnectTest, deliversAgainWhatTheNetworkHasNotTaken) {
+    const auto lost = connect();
+    publish("/a", "1");
+    turn();
+    EXPECT_EQ(lost->body(), "[" + delivery("/a", "1") + "," + connected() + "]");
+    lost->isLost = true;
+    lost->pending.reset();
+    turn();
+    publish("/a", "2");
+    {
+        const auto second = connect();
+        EXPECT_EQ(second->body(),
+                  "[" + delivery("/a", "1") + "," + delivery("/a", "2") + "," + connected() + "]");
+        publish("/a", "3");
+        // The second one is not written yet, and might still arrive.
+        EXPECT_EQ(connect()->body(), "[" + delivery("/a", "3") + "," + connected() + "]");
+    }
+    publish("/a", "4");
+    EXPECT_EQ(connect()->body(), "[" + delivery("/a", "4") + "," + connected() + "]");
+}
+
 TEST_F(BayeuxConnectTest, keepsTheSessionForAWhileAfterTheAnswerIsWritten) {
     const auto slow = connect();
     pass(25s);

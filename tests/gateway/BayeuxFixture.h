@@ -24,7 +24,15 @@ protected:
 
     /// A POST as its client sees it.
     struct Post {
+        Post() = default;
+        ~Post() {
+            if (answer && pending && !isLost) pending->written();
+        }
+        Post(const Post&) = delete;
+        Post& operator=(const Post&) = delete;
+
         std::optional<HttpAnswer> answer;
+        bool isLost = false;  ///< the network has not taken the answer
         std::unique_ptr<gateway::bayeux::PendingPost> pending;
         std::string body() const { return answer ? answer->body : "not answered"; }
     };
