@@ -65,14 +65,13 @@ std::string Subscriptions::subscribe(const Request& request) {
     if (!names.error.empty()) return failed(request, names.error, echoOf(request));
     // A client that comes back says which message it knows.
     const auto after = numberOf(request.ownExtension("after"));
-    for (const auto& pattern : names.patterns) {
-        if (after) {
-            session_->subscribe(pattern, static_cast<std::uint64_t>(*after));
-        } else {
-            session_->subscribe(pattern);
-        }
-        patterns_.insert(pattern);
+    if (after) {
+        session_->subscribe({names.patterns.begin(), names.patterns.end()},
+                            static_cast<std::uint64_t>(*after));
+    } else {
+        for (const auto& pattern : names.patterns) session_->subscribe(pattern);
     }
+    patterns_.merge(names.patterns);
     return succeeded(request, echoOf(request));
 }
 

@@ -19,11 +19,11 @@ ClientSession::ClientSession(std::shared_ptr<MessageHub> hub, std::string id, st
 ClientSession::~ClientSession() { close(); }
 
 bool ClientSession::subscribe(const std::string& pattern) {
-    return !isClosed() && hub_->subscribeClient(id_, pattern, std::nullopt);
+    return !isClosed() && hub_->subscribeClient(id_, {pattern}, std::nullopt);
 }
 
-bool ClientSession::subscribe(const std::string& pattern, std::uint64_t after) {
-    return !isClosed() && hub_->subscribeClient(id_, pattern, after);
+bool ClientSession::subscribe(const std::vector<std::string>& patterns, std::uint64_t after) {
+    return !isClosed() && hub_->subscribeClient(id_, patterns, after);
 }
 
 bool ClientSession::unsubscribe(const std::string& pattern) {

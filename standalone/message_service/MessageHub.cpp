@@ -1,6 +1,7 @@
 #include "message_service/MessageHub.h"
 
 #include <algorithm>
+#include <chrono>
 #include <stdexcept>
 #include <utility>
 
@@ -18,6 +19,13 @@ const std::string& requirePattern(const std::string& pattern) {
     return pattern;
 }
 
+std::uint64_t firstNumber(const MessageServiceOptions& options) {
+    if (options.firstNumber > 0) return options.firstNumber;
+    using namespace std::chrono;
+    const auto now = duration_cast<microseconds>(system_clock::now().time_since_epoch()).count();
+    return static_cast<std::uint64_t>(now);
+}
+
 class Token : public connector::message_service::Subscription {
 public:
     explicit Token(std::function<void()> end) : end_(std::move(end)) {}
@@ -30,7 +38,9 @@ private:
 }  // namespace
 
 MessageHub::MessageHub(MessageServiceOptions options)
-    : options_(std::move(options)), log_(options_.logBytes), table_(options_.droppable, options_.logged) {
+    : options_(std::move(options)),
+      log_(options_.logBytes, firstNumber(options_)),
+      table_(options_.droppable, options_.logged) {
     for (const auto& pattern : options_.droppable) requirePattern(pattern);
     for (const auto& pattern : options_.logged) requirePattern(pattern);
 }
@@ -136,13 +146,13 @@ void MessageHub::noteLocked(const Clients::value_type& client, const std::string
     }
 }
 
-bool MessageHub::subscribeClient(const std::string& id, const std::string& pattern,
+bool MessageHub::subscribeClient(const std::string& id, const Patterns& patterns,
                                  std::optional<std::uint64_t> after) {
-    requirePattern(pattern);
+    for (const auto& pattern : patterns) requirePattern(pattern);
     Watchers concerned;
     std::vector<OutgoingQueue::WakeUp> wakeUps;
-    const bool isKnown = after ? subscribeLogged(id, pattern, *after, concerned, wakeUps)
-                               : addSubscription(id, pattern, concerned) != nullptr;
+    const bool isKnown = after ? subscribeLogged(id, patterns, *after, concerned, wakeUps)
+                               : addSubscriptions(id, patterns, concerned) != nullptr;
     for (const auto& wakeUp : wakeUps) OutgoingQueue::call(wakeUp);
     for (const auto& watcher : concerned) watcher->tell();
     return isKnown;
@@ -150,22 +160,23 @@ bool MessageHub::subscribeClient(const std::string& id, const std::string& patte
 
 // With the log's mutex held, so that nothing is published between the last message played and the first new
 // one.
-bool MessageHub::subscribeLogged(const std::string& id, const std::string& pattern, std::uint64_t after,
+bool MessageHub::subscribeLogged(const std::string& id, const Patterns& patterns, std::uint64_t after,
                                  Watchers& concerned, std::vector<OutgoingQueue::WakeUp>& wakeUps) {
     MutexLock lock(logMutex_);
-    const auto queue = addSubscription(id, pattern, concerned);
+    const auto queue = addSubscriptions(id, patterns, concerned);
     if (!queue) return false;
-    for (const auto& frame : log_.after(after, pattern)) queue->push(frame, wakeUps);
+    for (const auto& frame : log_.after(after, patterns)) queue->push(frame, wakeUps);
     return true;
 }
 
-std::shared_ptr<OutgoingQueue> MessageHub::addSubscription(const std::string& id, const std::string& pattern,
-                                                           Watchers& concerned) {
+std::shared_ptr<OutgoingQueue> MessageHub::addSubscriptions(const std::string& id, const Patterns& patterns,
+                                                            Watchers& concerned) {
     MutexLock lock(mutex_);
     const auto found = clients_.find(id);
     if (found == clients_.end()) return nullptr;
     auto& client = found->second;
-    if (table_.add(pattern, client.number, client.queue)) {
+    for (const auto& pattern : patterns) {
+        if (!table_.add(pattern, client.number, client.queue)) continue;
         client.patterns.push_back(pattern);
         noteLocked(*found, pattern, true, concerned);
     }

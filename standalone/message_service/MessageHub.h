@@ -29,6 +29,7 @@ public:
     using MessageService = connector::message_service::MessageService;
     using Subscription = connector::message_service::Subscription;
     using Context = std::shared_ptr<connector::common::ContextState>;
+    using Patterns = std::vector<std::string>;
 
     explicit MessageHub(MessageServiceOptions options);
 
@@ -44,8 +45,8 @@ public:
     std::shared_ptr<OutgoingQueue> addClient(const std::string& id, const SessionOptions& options)
         EXCLUDES(mutex_);
     /// The three change nothing for a client that is not known (any more); the first two return false then.
-    bool subscribeClient(const std::string& id, const std::string& pattern,
-                         std::optional<std::uint64_t> after) EXCLUDES(mutex_, logMutex_);
+    bool subscribeClient(const std::string& id, const Patterns& patterns, std::optional<std::uint64_t> after)
+        EXCLUDES(mutex_, logMutex_);
     bool unsubscribeClient(const std::string& id, const std::string& pattern) EXCLUDES(mutex_);
     void removeClient(const std::string& id) EXCLUDES(mutex_);
 
@@ -66,9 +67,9 @@ private:
     void publishLogged(const std::string& channel, std::string_view data, std::string_view members)
         EXCLUDES(mutex_, logMutex_);
     /// The queue of the client; null when it is not known.
-    std::shared_ptr<OutgoingQueue> addSubscription(const std::string& id, const std::string& pattern,
-                                                   Watchers& concerned) EXCLUDES(mutex_);
-    bool subscribeLogged(const std::string& id, const std::string& pattern, std::uint64_t after,
+    std::shared_ptr<OutgoingQueue> addSubscriptions(const std::string& id, const Patterns& patterns,
+                                                    Watchers& concerned) EXCLUDES(mutex_);
+    bool subscribeLogged(const std::string& id, const Patterns& patterns, std::uint64_t after,
                          Watchers& concerned, std::vector<OutgoingQueue::WakeUp>& wakeUps)
         EXCLUDES(mutex_, logMutex_);
     void removeSubscriber(const std::string& pattern, std::uint64_t number) EXCLUDES(mutex_);

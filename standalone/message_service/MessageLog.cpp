@@ -52,6 +52,7 @@ void MessageLog::dropOldest(Group& group) {
 // Numbers are not lost in their order, because each group has its own limits.
 MessageLog::Frame MessageLog::gapAfter(std::uint64_t number) const {
     Lost missed;
+    if (number > 0 && number + 1 < first_) missed.number = first_ - 1;
     if (number < forgotten_.number) missed = forgotten_;
     for (const Lost& lost : lost_) {
         if (lost.number <= number) continue;
@@ -60,16 +61,20 @@ MessageLog::Frame MessageLog::gapAfter(std::uint64_t number) const {
     }
     if (missed.number == 0) return nullptr;
     return std::make_shared<const MessageFrame>(
-        "/connector/gap", R"({"from":)" + std::to_string(number + 1) + R"(,"to":)" +
-                              std::to_string(missed.number) + R"(,"bytes":)" + std::to_string(missed.bytes) +
-                              "}");
+        "/connector/gap", R"({"from":)" + std::to_string(std::max(number + 1, number > 0 ? 0 : first_)) +
+                              R"(,"to":)" + std::to_string(missed.number) + R"(,"bytes":)" +
+                              std::to_string(missed.bytes) + "}");
 }
 
-std::vector<MessageLog::Frame> MessageLog::after(std::uint64_t number, const std::string& pattern) const {
+std::vector<MessageLog::Frame> MessageLog::after(std::uint64_t number,
+                                                 const std::vector<std::string>& patterns) const {
     std::vector<Frame> frames;
+    if (number > last_) number = 0;
     if (auto gap = gapAfter(number)) frames.push_back(std::move(gap));
     for (const Entry& entry : entries_) {
-        if (entry.number > number && canMatch(pattern, entry.frame->channel())) frames.push_back(entry.frame);
+        if (entry.number <= number) continue;
+        const auto matches = [&](const auto& pattern) { return canMatch(pattern, entry.frame->channel()); };
+        if (std::ranges::any_of(patterns, matches)) frames.push_back(entry.frame);
     }
     return frames;
 }

@@ -13,7 +13,7 @@
 
 namespace standalone {
 
-/// Keeps what was published last, numbered from 1, for clients that ask for what they missed.
+/// Keeps what was published last, numbered, for clients that ask for what they missed.
 ///
 /// There are two groups, what may be lost and what must not be. The oldest of a group goes when those behind
 /// it reach the limit alone, so that there is less than the limit and one message; the newest stays, however
@@ -25,19 +25,22 @@ class MessageLog {
 public:
     using Frame = std::shared_ptr<const MessageFrame>;
 
-    /// `limit`: of each group, in bytes.
-    explicit MessageLog(std::size_t limit) : limit_(limit) {}
+    /// `limit`: of each group, in bytes. `first`: the number of the first message, from 1.
+    explicit MessageLog(std::size_t limit, std::uint64_t first = 1)
+        : limit_(limit), first_(first), last_(first - 1) {}
 
     /// Makes the frame of the next message, with the `members` (see MessageFrame) and its number:
     /// `"ext":{"connector":{"seq":N}}`. It does not carry its number when `members` has an "ext".
     Frame add(std::string_view channel, std::string_view data, std::string_view lossClass,
               std::string_view members = {});
 
-    /// What a subscriber to `pattern` gets that knows the messages up to `number`: if some of those behind
+    /// What a subscriber to `patterns` gets that knows the messages up to `number`: if some of those behind
     /// it, on whatever channel, are not kept, first one notice on "/connector/gap" that they are among those
     /// from one number to another, and how large they were, `{"from": , "to": , "bytes": }`; then what is
-    /// kept. The size is too high for a `number` further back than the last 100,000 losses, but not for 0.
-    std::vector<Frame> after(std::uint64_t number, const std::string& pattern) const;
+    /// kept. The size is too high for a `number` further back than the last 100,000 losses, but not for 0. A
+    /// number but 0 from before the first one has missed messages of an earlier log, whose size is not known;
+    /// one that was never given counts as 0.
+    std::vector<Frame> after(std::uint64_t number, const std::vector<std::string>& patterns) const;
 
 private:
     struct Entry {
@@ -59,7 +62,8 @@ private:
     Frame gapAfter(std::uint64_t number) const;
 
     const std::size_t limit_;
-    std::uint64_t last_ = 0;
+    const std::uint64_t first_;
+    std::uint64_t last_;
     Entries entries_;
     Group droppable_;
     Group kept_;

@@ -82,7 +82,8 @@ protected:
     std::string client_;  // the id that $ stands for
     std::chrono::steady_clock::time_point now_{std::chrono::hours(1)};
     boost::asio::io_context context_;
-    standalone::LocalMessageService messages_{{.logged = {"/logged/**"}, .now = [this] { return now_; }}};
+    standalone::LocalMessageService messages_{
+        {.logged = {"/logged/**"}, .firstNumber = 1, .now = [this] { return now_; }}};
 
     /// What the service does with the data of a request; runs on a thread of the dispatcher.
     std::function<Poco::JSON::Object::Ptr(const Poco::JSON::Object&)> onRequest;

@@ -36,6 +36,7 @@ protected:
     MessageLogTest() {
         MessageServiceOptions options;
         options.logBytes = 400;  // a short message takes more than 300
+        options.firstNumber = 1;
         service = std::make_unique<LocalMessageService>(options);
     }
     void publish(const char* channel, const std::string& data) {
@@ -43,7 +44,7 @@ protected:
     }
     std::vector<std::string> playedAfter(std::uint64_t number, const std::string& pattern = "/eval/**") {
         const auto session = service->openSession();
-        session->subscribe(pattern, number);
+        session->subscribe({pattern}, number);
         return taken(*session);
     }
 
@@ -58,17 +59,34 @@ TEST_F(MessageLogTest, playsWhatIsKeptBeforeWhatIsNew) {
     publish(completion, "true");
     EXPECT_EQ(service->metrics().framesBuilt, 0U);
     const auto session = service->openSession();
-    session->subscribe("/eval/**", 0);
+    session->subscribe({"/eval/**"}, 0);
     publish(output, "\"b\"");
     EXPECT_EQ(service->metrics().framesBuilt, 1U);
     EXPECT_EQ(taken(*session), (Texts{"\"a\" 1", "true 2", "\"b\" 3"}));
     EXPECT_EQ(playedAfter(1), (Texts{"true 2", "\"b\" 3"}));
     EXPECT_EQ(playedAfter(0, completion), (Texts{"true 2"}));
     EXPECT_EQ(playedAfter(3), Texts{});
-    EXPECT_EQ(playedAfter(99), Texts{});
+    EXPECT_EQ(playedAfter(99), playedAfter(0));  // of another service
     const auto fresh = service->openSession();
     fresh->subscribe("/eval/**");
     EXPECT_EQ(taken(*fresh), Texts{});
+}
+
+TEST_F(MessageLogTest, playsAMessageOnceHoweverManyPatternsMatch) {
+    publish(output, "1");
+    const auto session = service->openSession();
+    session->subscribe({"/eval/**", output, "/elsewhere"}, 0);
+    EXPECT_EQ(taken(*session), Texts{"1 1"});
+}
+
+TEST_F(MessageLogTest, namesTheGapToAnEarlierService) {
+    MessageServiceOptions options;
+    options.firstNumber = 1000;
+    service = std::make_unique<LocalMessageService>(options);
+    publish(output, "1");
+    EXPECT_EQ(playedAfter(0), Texts{"1 1000"});
+    EXPECT_EQ(playedAfter(999), Texts{"1 1000"});
+    EXPECT_EQ(playedAfter(7), (Texts{R"({"from":8,"to":999,"bytes":0})", "1 1000"}));
 }
 
 TEST_F(MessageLogTest, losesOldTextAloneAndNamesTheGapOnce) {
@@ -94,10 +112,12 @@ TEST_F(MessageLogTest, keepsTheNewestMessageHoweverLarge) {
 }
 
 TEST_F(MessageLogTest, boundsWhatMustNotBeLost) {
-    service = std::make_unique<LocalMessageService>();
+    MessageServiceOptions options;
+    options.firstNumber = 1;
+    service = std::make_unique<LocalMessageService>(options);
     for (int i = 0; i < 10'003; ++i) publish(completion, "1");
     const auto session = service->openSession();
-    session->subscribe("/eval/**", 0);
+    session->subscribe({"/eval/**"}, 0);
     const auto played = taken(*session);
     EXPECT_EQ(played.front(), R"({"from":1,"to":3,"bytes":3})");
     EXPECT_EQ(played.at(1), "1 4");
@@ -111,7 +131,7 @@ TEST_F(MessageLogTest, playsNoMoreThanAnEmptyQueueTakes) {
         publish(completion, almostAll);
     }
     const auto session = service->openSession();
-    session->subscribe("/eval/**", 0);
+    session->subscribe({"/eval/**"}, 0);
     EXPECT_EQ(session->closeReason(), "");
     EXPECT_GT(session->queuedBytes(), 2 * almostAll.size());
 }

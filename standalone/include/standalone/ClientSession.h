@@ -65,9 +65,9 @@ public:
     /// Blocks: while watchers are told.  Throws: std::invalid_argument, for a malformed pattern.
     bool subscribe(const std::string& pattern);
     /// The same for a client that comes back and knows the messages up to the number `after`, 0 for none:
-    /// what is kept of the later ones that the pattern matches is queued first, behind a notice of what is
-    /// not kept: docs/messages.md.
-    bool subscribe(const std::string& pattern, std::uint64_t after);
+    /// what is kept of the later ones that any of the patterns matches is queued first, each once, behind a
+    /// notice of what is not kept: docs/messages.md.
+    bool subscribe(const std::vector<std::string>& patterns, std::uint64_t after);
     /// A message that is being published meanwhile may still come.
     bool unsubscribe(const std::string& pattern);
 

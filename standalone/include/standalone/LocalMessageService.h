@@ -19,6 +19,10 @@ struct MessageServiceOptions {
     std::vector<std::string> droppable = {"/eval/response/output", "/eval/response/error"};
     /// Of which channels the last messages are kept and numbered, for clients that come back: patterns.
     std::vector<std::string> logged = {"/eval/response/**", "/eventmgr/**"};
+    /// The number of the first of them. 0 stands for the time in microseconds, so that it is larger than all
+    /// numbers of an earlier service, and a client that comes back from there is told that it has missed
+    /// something.
+    std::uint64_t firstNumber = 0;
     /// How much is kept of what may be lost, and as much again of what must not be, in bytes of frames with
     /// 256 more for each; and one message beyond. Make it half of the smallest SessionOptions::queueBytes at
     /// most, or playing what is kept can close a session: what must not be lost has to fit into its queue.
