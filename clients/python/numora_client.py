@@ -17,6 +17,7 @@ the client subscribes anew and gets what the server still keeps; what it does no
 """
 
 import asyncio
+import collections
 import contextlib
 import dataclasses
 import itertools
@@ -26,10 +27,12 @@ import urllib.parse
 
 import websockets
 
-__all__ = ["CallError", "Client", "Disconnected", "EvalResult", "Event"]
+__all__ = ["CallError", "Client", "Disconnected", "EvalResult", "Event", "Message"]
 
 _RESPONSES = "/eval/response/"
+_REPLY_TIME = 30.0  # seconds until a message that the server acknowledges at once counts as lost
 _FIRST_DELAY, _LONGEST_DELAY = 0.1, 5.0  # seconds between attempts to reconnect
+_ROOM = 64 << 20  # characters of text that wait for a slow reader of a stream
 
 
 class CallError(Exception):
@@ -42,11 +45,21 @@ class Disconnected(Exception):
 
 @dataclasses.dataclass
 class EvalResult:
+    """What an evaluation printed, and where it left the interpreter; `faults` are pairs of a code and a text."""
+
     text: str
     is_error: bool
     prompt_type: int
     clear_window: bool
     faults: list
+
+
+@dataclasses.dataclass
+class Message:
+    """What was published on a channel."""
+
+    channel: str
+    data: object
 
 
 @dataclasses.dataclass
@@ -58,10 +71,50 @@ class Event:
     value: object
 
 
+class _Inbox:
+    """The messages for one reader. When the reader is slow, text that finds no room is counted in a notice instead."""
+
+    def __init__(self, pattern):
+        self.pattern = pattern
+        self.typed = 0  # texts typed, each of which is completed before the code is
+        self._messages = collections.deque()
+        self._waiting = 0  # characters
+        self._arrival = asyncio.Event()
+
+    def put(self, message):
+        size = len(message.data) if isinstance(message.data, str) else 0
+        if self._waiting + size > _ROOM and message.channel in (_RESPONSES + "output", _RESPONSES + "error"):
+            last = self._messages[-1]
+            if last.channel != "/connector/dropped":
+                last = Message("/connector/dropped", {"channel": message.channel, "messages": 0, "bytes": 0})
+                self._messages.append(last)
+            last.data["messages"] += 1
+            last.data["bytes"] += size
+            return
+        self._waiting += size
+        self._messages.append(message)
+        self._arrival.set()
+
+    def fail(self, error):
+        self._messages.append(error)
+        self._arrival.set()
+
+    async def get(self):
+        while not self._messages:
+            self._arrival.clear()
+            await self._arrival.wait()
+        message = self._messages.popleft()
+        if isinstance(message, Exception):
+            raise message
+        self._waiting -= len(message.data) if isinstance(message.data, str) else 0
+        return message
+
+
 class Client:
     """One session. Every operation belongs to the event loop in which the client was entered."""
 
     def __init__(self, url, token=None, client_type="python"):
+        """`url` may be the line that the server prints, with its token. https needs a certificate that is trusted."""
         parts = urllib.parse.urlsplit(url)
         query = urllib.parse.parse_qs(parts.query)
         self._token = token or query.get("token", [""])[0]
@@ -76,11 +129,12 @@ class Client:
         self._sequence = 0  # of the last message that the server numbered
         self._replies = {}  # id -> future of the reply
         self._answers = {}  # id -> future of a call's answer
-        self._streams = []  # queues of events, one for each stream under way
+        self._inboxes = []
         self._task = None
         self._ready = None
 
     async def __aenter__(self):
+        """Raises OSError or Disconnected when there is no server, CallError when it refuses the client."""
         self._ready = asyncio.get_running_loop().create_future()
         self._task = asyncio.create_task(self._run())
         try:
@@ -97,10 +151,10 @@ class Client:
         """Ends the session."""
         if self._task is None:
             return
+        task, self._task = self._task, None
         if self._socket is not None and self._client_id is not None:
             with contextlib.suppress(Exception):
                 await asyncio.wait_for(self._request("/meta/disconnect"), 2)
-        task, self._task = self._task, None
         task.cancel()
         with contextlib.suppress(asyncio.CancelledError, Exception):
             await task
@@ -138,26 +192,53 @@ class Client:
 
         The server's streams belong to all clients: while several run at a time, each sees the events of all.
         """
-        events = asyncio.Queue()
-        self._streams.append(events)
-        try:
-            if len(self._streams) == 1:
-                await self._request("/meta/subscribe", subscription=_RESPONSES + "**")
+        kinds = {"/connector/dropped": "dropped", "/connector/gap": "gap",
+                 _RESPONSES + "iqminput": "prompt", _RESPONSES + "commandwindow/clear": "clear",
+                 _RESPONSES + "commandwindow/home": "home"}
+        async with self._subscribed(_RESPONSES + "**") as inbox:
             await self._request("/eval/request", data=code)
             while True:
-                event = await events.get()
-                if isinstance(event, Exception):
-                    raise event
-                yield event
-                if event.kind == "completion":
+                message = await inbox.get()
+                kind = kinds.get(message.channel) or message.channel[len(_RESPONSES):]
+                if kind == "completion" and inbox.typed > 0:
+                    inbox.typed -= 1
+                    continue
+                yield Event(kind, message.data == "Done: success" if kind == "completion" else message.data)
+                if kind == "completion":
                     return
-        finally:
-            self._streams.remove(events)
-            if not self._streams and self._socket is not None:
-                with contextlib.suppress(CallError, Disconnected):
-                    await self._request("/meta/unsubscribe", subscription=_RESPONSES + "**")
+
+    async def type(self, text):
+        """Types text, with its line break, for code that asks for input in a stream."""
+        streams = [inbox for inbox in self._inboxes if inbox.pattern == _RESPONSES + "**"]
+        for inbox in streams:
+            inbox.typed += 1
+        await self._request("/eval/request", data=text)
+
+    async def messages(self, pattern):
+        """Yields what is published on the channels that match, as in `client.messages("/eventmgr/0/*")`."""
+        async with self._subscribed(pattern) as inbox:
+            while True:
+                yield await inbox.get()
 
     # --- the protocol ------------------------------------------------------------------------------------------------
+
+    @contextlib.asynccontextmanager
+    async def _subscribed(self, pattern):
+        inbox = _Inbox(pattern)
+        is_first = pattern not in self._patterns()
+        self._inboxes.append(inbox)
+        try:
+            if is_first:
+                await self._request("/meta/subscribe", subscription=pattern)
+            yield inbox
+        finally:
+            self._inboxes.remove(inbox)
+            if pattern not in self._patterns() and self._socket is not None:
+                with contextlib.suppress(CallError, Disconnected):
+                    await self._request("/meta/unsubscribe", subscription=pattern)
+
+    def _patterns(self):
+        return sorted({inbox.pattern for inbox in self._inboxes})
 
     async def _call(self, kind, body):
         future = asyncio.get_running_loop().create_future()
@@ -169,11 +250,13 @@ class Client:
         finally:
             self._answers.pop(identity, None)
         if not answer.get("successful", True):
-            raise CallError(json.dumps(answer["data"]))
+            raise CallError(answer.get("error") or json.dumps(answer["data"]))
         return answer["data"]
 
     async def _request(self, channel, identity=None, **members):
         """Sends one message and returns its reply."""
+        if self._socket is None:
+            raise Disconnected("there is no connection")
         identity = identity or str(next(self._ids))
         future = asyncio.get_running_loop().create_future()
         self._replies[identity] = future
@@ -181,12 +264,12 @@ class Client:
         if self._client_id:
             message["clientId"] = self._client_id
         try:
-            if self._socket is None:
-                raise Disconnected("there is no connection")
             await self._socket.send(json.dumps([message]))
-            reply = await future
+            reply = await asyncio.wait_for(future, _REPLY_TIME)
         except websockets.ConnectionClosed as error:
             raise Disconnected("the connection was lost") from error
+        except asyncio.TimeoutError as error:
+            raise Disconnected("the server does not answer") from error
         finally:
             self._replies.pop(identity, None)
         if not reply.get("successful"):
@@ -196,7 +279,7 @@ class Client:
     async def _run(self):
         """Keeps a connection open until the client is closed."""
         delay = _FIRST_DELAY
-        while True:
+        while self._task is not None:
             try:
                 async with websockets.connect(self._url, ssl=self._ssl, max_size=None) as socket:
                     self._socket = socket
@@ -212,6 +295,8 @@ class Client:
                         self._socket = None
                         receiver.cancel()
                         self._fail(self._replies, Disconnected("the connection was lost"))
+                        if self._task is None:
+                            return
             except (OSError, Disconnected, websockets.WebSocketException, asyncio.TimeoutError) as error:
                 if not self._ready.done():
                     self._ready.set_exception(error)
@@ -229,28 +314,28 @@ class Client:
         reply = await self._request("/meta/handshake", version="1.0", supportedConnectionTypes=["websocket"], ext=ext)
         self._client_id = reply["clientId"]
         self._acknowledged = 0
-        if self._streams:
-            await self._request("/meta/subscribe", subscription=_RESPONSES + "**",
+        if self._inboxes:
+            await self._request("/meta/subscribe", subscription=self._patterns(),
                                 ext={"connector": {"after": self._sequence}})
 
     async def _stay_connected(self, receiver):
-        timeout = 0
-        while not receiver.done():
-            connect = asyncio.create_task(
-                self._request("/meta/connect", connectionType="websocket", ext={"ack": self._acknowledged},
-                              **({"advice": {"timeout": 0}} if timeout == 0 else {})))
-            await asyncio.wait({connect, receiver}, return_when=asyncio.FIRST_COMPLETED)
-            if not connect.done():
-                connect.cancel()
-                raise Disconnected("the connection was lost")
+        advice = {"advice": {"timeout": 0}}  # the first answer comes at once and says that all is well
+        while self._task is not None:
+            connect = asyncio.create_task(self._request("/meta/connect", connectionType="websocket",
+                                                        ext={"ack": self._acknowledged}, **advice))
             try:
+                await asyncio.wait({connect, receiver}, return_when=asyncio.FIRST_COMPLETED)
+                if not connect.done():
+                    raise Disconnected("the connection was lost")
                 connect.result()
+                advice = {}
             except CallError:
                 # The session has ended: calls under way are lost, streams go on with what the server keeps.
                 self._client_id = None
                 self._fail(self._answers, Disconnected("the server has ended the session"))
                 await self._handshake()
-            timeout = None
+            finally:
+                connect.cancel()
 
     async def _receive(self, socket):
         async for frame in socket:
@@ -266,19 +351,18 @@ class Client:
         if "data" in message and identity in self._answers:
             self._settle(self._answers[identity], message)
         elif "data" in message:
-            self._sequence = max(self._sequence, (ext.get("connector") or {}).get("seq", 0))
-            self._deliver(message["channel"], message["data"])
+            number = (ext.get("connector") or {}).get("seq", 0)
+            if 0 < number <= self._sequence:
+                return  # played again for another subscription
+            self._sequence = max(self._sequence, number)
+            self._deliver(Message(message["channel"], message["data"]))
         elif identity in self._replies:
             self._settle(self._replies[identity], message)
 
-    def _deliver(self, channel, data):
-        kinds = {"/connector/dropped": "dropped", "/connector/gap": "gap",
-                 _RESPONSES + "iqminput": "prompt", _RESPONSES + "commandwindow/clear": "clear",
-                 _RESPONSES + "commandwindow/home": "home"}
-        kind = kinds.get(channel) or channel.removeprefix(_RESPONSES)
-        value = data == "Done: success" if kind == "completion" else data
-        for events in self._streams:
-            events.put_nowait(Event(kind, value))
+    def _deliver(self, message):
+        for inbox in self._inboxes:
+            if message.channel.startswith("/connector/") or _matches(inbox.pattern, message.channel):
+                inbox.put(message)
 
     @staticmethod
     def _settle(future, value):
@@ -294,5 +378,13 @@ class Client:
     def _fail_all(self, error):
         self._fail(self._replies, error)
         self._fail(self._answers, error)
-        for events in self._streams:
-            events.put_nowait(error)
+        for inbox in self._inboxes:
+            inbox.fail(error)
+
+
+def _matches(pattern, channel):
+    if pattern.endswith("/**"):
+        return channel.startswith(pattern[:-2]) and len(channel) > len(pattern) - 2
+    if pattern.endswith("/*"):
+        return channel.startswith(pattern[:-1]) and "/" not in channel[len(pattern) - 1:]
+    return channel == pattern
