@@ -5,6 +5,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "message_service/textPieces.h"
 #include "standalone/channelNames.h"
 
 namespace standalone {
@@ -13,6 +14,10 @@ using connector::MutexLock;
 using connector::message_service::JsonMessage;
 
 namespace {
+
+// A text that may be lost is queued in pieces of this size: a queue then loses no more than it has to, and a
+// socket that stands still holds no more than one.
+constexpr std::size_t pieceBytes = std::size_t{256} << 10;
 
 const std::string& requirePattern(const std::string& pattern) {
     if (!isChannelPattern(pattern)) throw std::invalid_argument("Malformed channel pattern");
@@ -57,19 +62,38 @@ void MessageHub::publish(const std::string& channel, std::string_view data, cons
     if (data.empty()) throw std::invalid_argument("A message without data");
     counters_->messagesPublished.fetch_add(1, std::memory_order_relaxed);
     const auto recipients = recipientsOf(channel);
-    if (recipients->isLogged) {
-        publishLogged(channel, data, members);
-    } else if (!recipients->clients.empty()) {
-        counters_->framesBuilt.fetch_add(1, std::memory_order_relaxed);
-        const auto frame =
-            std::make_shared<const MessageFrame>(channel, data, members, recipients->lossClass);
-        for (const auto& client : recipients->clients) client->push(frame);
+    if (data.size() <= pieceBytes || recipients->lossClass.empty() || !isJsonString(data)) {
+        queue(channel, data, members, *recipients);
+    } else {
+        queueInPieces(channel, data, members, *recipients);
     }
     if (!recipients->subscribers.empty()) {
         const JsonMessage message{channel, std::string(data), context};
         for (const auto& subscriber : recipients->subscribers) {
             subscriber->gate.run([&] { subscriber->handler(message); });
         }
+    }
+}
+
+void MessageHub::queue(const std::string& channel, std::string_view data, std::string_view members,
+                       const Recipients& recipients) {
+    if (recipients.isLogged) return publishLogged(channel, data, members);
+    if (recipients.clients.empty()) return;
+    counters_->framesBuilt.fetch_add(1, std::memory_order_relaxed);
+    const auto frame = std::make_shared<const MessageFrame>(channel, data, members, recipients.lossClass);
+    for (const auto& client : recipients.clients) client->push(frame);
+}
+
+void MessageHub::queueInPieces(const std::string& channel, std::string_view data, std::string_view members,
+                               const Recipients& recipients) {
+    std::string_view text = data.substr(1, data.size() - 2);
+    while (!text.empty()) {
+        const std::size_t size = firstPiece(text, pieceBytes);
+        std::string piece = "\"";
+        piece.reserve(size + 2);
+        piece.append(text.substr(0, size)).push_back('"');
+        queue(channel, piece, members, recipients);
+        text.remove_prefix(size);
     }
 }
 

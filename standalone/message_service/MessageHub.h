@@ -64,6 +64,10 @@ private:
     using Watchers = std::set<std::shared_ptr<Watcher>>;
 
     std::shared_ptr<const Recipients> recipientsOf(const std::string& channel) EXCLUDES(mutex_);
+    void queue(const std::string& channel, std::string_view data, std::string_view members,
+               const Recipients& recipients) EXCLUDES(mutex_, logMutex_);
+    void queueInPieces(const std::string& channel, std::string_view data, std::string_view members,
+                       const Recipients& recipients) EXCLUDES(mutex_, logMutex_);
     void publishLogged(const std::string& channel, std::string_view data, std::string_view members)
         EXCLUDES(mutex_, logMutex_);
     /// The queue of the client; null when it is not known.

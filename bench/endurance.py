@@ -1,0 +1,238 @@
+#!/usr/bin/env python3
+"""What a server stands: clients that pause or stay away while code prints, many idle connections, and bad peers.
+
+    bench/endurance.py build/release/bin/numora
+
+Each scenario has a server of its own, and prints one line. The exit status is 1 when one of them failed.
+"""
+
+import asyncio
+import json
+import os
+import resource
+import signal
+import socket
+import sys
+import time
+
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "clients", "python"))
+
+import numora_client
+
+TOKEN = "0123456789abcdef"
+
+
+class Server:
+    def __init__(self, program, *arguments):
+        self._command = [program, "serve", "--port", "0", "--token", TOKEN, *arguments]
+
+    async def __aenter__(self):
+        self._process = await asyncio.create_subprocess_exec(*self._command, stdout=asyncio.subprocess.PIPE)
+        line = (await self._process.stdout.readline()).decode()
+        self.url = line.split()[-1]
+        self.port = int(self.url.split(":")[2].split("/")[0])
+        return self
+
+    async def __aexit__(self, *_):
+        begin = time.monotonic()
+        self._process.send_signal(signal.SIGTERM)
+        status = await self._process.wait()
+        if status != 0 or time.monotonic() - begin > 3:
+            raise AssertionError(f"the server ended with status {status} after {time.monotonic() - begin:.1f} s")
+
+    def memory(self, what="VmHWM"):
+        """In MiB: the largest resident size so far, or VmRSS, the present one."""
+        with open(f"/proc/{self._process.pid}/status", encoding="ascii") as status:
+            return next(int(line.split()[1]) for line in status if line.startswith(what + ":")) / 1024
+
+    def client(self):
+        return numora_client.Client(self.url)
+
+
+class RawSubscriber:
+    """A WebSocket that reads nothing until it is told to; without acknowledgements, so that everything is pushed."""
+
+    async def open(self, url):
+        import websockets
+        self._socket = await websockets.connect(url.split("?")[0].replace("http", "ws") + "cometd", max_size=None,
+                                                max_queue=1, read_limit=4096)
+        reply = await self._ask({"channel": "/meta/handshake", "version": "1.0", "ext": {"connector": {"token": TOKEN}},
+                                 "supportedConnectionTypes": ["websocket"]})
+        self._client_id = reply["clientId"]
+        await self._ask({"channel": "/meta/subscribe", "subscription": "/eval/response/**"})
+        await self._socket.send(json.dumps([{"channel": "/meta/connect", "clientId": self._client_id,
+                                             "connectionType": "websocket", "id": "c"}]))
+        self._socket.transport.pause_reading()
+        return self
+
+    async def _ask(self, message):
+        if hasattr(self, "_client_id"):
+            message["clientId"] = self._client_id
+        await self._socket.send(json.dumps([message]))
+        return json.loads(await self._socket.recv())[0]
+
+    async def read(self):
+        """The messages up to a completion."""
+        self._socket.transport.resume_reading()
+        while True:
+            for message in json.loads(await asyncio.wait_for(self._socket.recv(), 30)):
+                if "data" in message:
+                    yield message
+                    if message["channel"].endswith("/completion"):
+                        await self._socket.close()
+                        return
+
+
+async def drain(client, code):
+    return [event async for event in client.stream(code)]
+
+
+async def paused_client(program):
+    """A client that does not read for ten seconds gets each of 2,000 pieces that were flushed."""
+    async with Server(program) as server, server.client() as other:
+        subscriber = await RawSubscriber().open(server.url)
+        await drain(other, "import time\nfor i in range(2000):\n    print(i, flush=True)\n    time.sleep(.005)")
+        text = "".join([m["data"] async for m in subscriber.read() if m["channel"].endswith("/output")])
+        assert text.split() == [str(i) for i in range(2000)], text[:200]
+        return f"2000 of 2000 pieces, server {server.memory():.0f} MiB at most"
+
+
+async def absent_client(program):
+    """A client that does not read at all while 1 GB is printed gets a tail, one notice of the gap and the completion."""
+    async with Server(program) as server:
+        subscriber = await RawSubscriber().open(server.url)
+        async with server.client() as other:
+            begin = time.monotonic()
+            started = "line = 'x' * 1023\nfor i in range(1_000_000): print(line)"
+            await other.eval("pass")
+            await other._request("/eval/request", data=started)
+            await other.eval("pass")  # its turn comes behind the printing
+            seconds = time.monotonic() - begin
+        text, notices, completions = 0, [], 0
+        async for message in subscriber.read():
+            if message["channel"].endswith("/output"):
+                text += len(message["data"])
+            elif message["channel"] == "/connector/dropped":
+                notices.append(message["data"])
+            elif message["channel"].endswith("/completion"):
+                completions += 1
+        assert completions == 1 and len(notices) == 1, (completions, notices)
+        assert text + notices[0]["bytes"] >= 1_024_000_000, (text, notices)
+        assert text < 64 << 20, text
+        memory = server.memory()
+        assert memory < 300, f"{memory:.0f} MiB"
+        return (f"1 GB in {seconds:.1f} s; {text >> 20} MiB kept, one notice of {notices[0]['bytes'] >> 20} MiB, "
+                f"server {memory:.0f} MiB at most")
+
+
+async def returning_client(program):
+    """A client that was away with no session while 1 GB was printed gets what is kept, one gap and the completion."""
+    async with Server(program) as server:
+        async with server.client() as first:
+            await drain(first, "line = 'x' * 1023\nfor i in range(1_000_000): print(line)")
+        async with server.client() as later:
+            reply = asyncio.get_running_loop().create_future()
+            async with later._subscribed("/none") as inbox:
+                inbox.pattern = "/eval/response/**"
+                await later._request("/meta/subscribe", subscription="/eval/response/**",
+                                     ext={"connector": {"after": 0}})
+                got = []
+                while not got or not got[-1].channel.endswith("/completion"):
+                    got.append(await asyncio.wait_for(inbox.get(), 30))
+            reply.cancel()
+        gaps = [m.data for m in got if m.channel == "/connector/gap"]
+        text = sum(len(m.data) for m in got if m.channel.endswith("/output"))
+        assert len(gaps) == 1 and got[0].channel == "/connector/gap", gaps
+        assert text + gaps[0]["bytes"] >= 1_024_000_000, (text, gaps)
+        memory = server.memory()
+        assert memory < 300, f"{memory:.0f} MiB"
+        return f"{text >> 20} MiB kept, one gap of {gaps[0]['bytes'] >> 20} MiB, server {memory:.0f} MiB at most"
+
+
+async def idle_connections(program, count=10_000):
+    """Connections that are opened, held and dropped, while requests go on."""
+    soft, hard = resource.getrlimit(resource.RLIMIT_NOFILE)
+    resource.setrlimit(resource.RLIMIT_NOFILE, (min(hard, 2 * count), hard))
+    async with Server(program) as server, server.client() as client:
+        before = server.memory("VmRSS")
+        held, refused = [], 0
+        for number in range(count):
+            peer = socket.socket()
+            peer.setblocking(False)
+            peer.bind((f"127.0.0.{2 + number // 10_000}", 0))
+            await asyncio.wait_for(asyncio.get_running_loop().sock_connect(peer, ("127.0.0.1", server.port)), 30)
+            held.append(peer)
+        assert (await client.eval("6 * 7")).text == "42\n"
+        await asyncio.sleep(5)
+        for peer in held:
+            try:
+                refused += peer.recv(1) == b""
+            except BlockingIOError:
+                pass
+        during = server.memory("VmRSS")
+        for peer in held:
+            peer.close()
+        assert (await client.eval("6 * 7")).text == "42\n"
+        return f"{count} opened, {refused} closed by the server at once, {before:.0f} -> {during:.0f} MiB"
+
+
+async def seconds_until_closed(port, first, then=b"", pause=1.0):
+    reader, writer = await asyncio.open_connection("127.0.0.1", port)
+    begin = time.monotonic()
+    writer.write(first)
+    closed = asyncio.create_task(reader.read())
+    try:
+        while not closed.done() and time.monotonic() - begin < 90:
+            await asyncio.wait({closed}, timeout=pause)
+            if then and not closed.done():
+                writer.write(then)
+        assert closed.done(), "not closed in 90 s"
+    finally:
+        writer.close()
+    return time.monotonic() - begin
+
+
+async def slow_peers(program):
+    """Peers that send their head or body byte by byte, or nothing, are closed; others are served meanwhile."""
+    head = (b"POST /connector/v1/Eval HTTP/1.1\r\nHost: 127.0.0.1\r\nAuthorization: Bearer " + TOKEN.encode() +
+            b"\r\nContent-Type: application/json\r\nContent-Length: 1000000\r\n")
+    async with Server(program, "--allow-host", "127.0.0.1") as server, server.client() as client:
+        tasks = [seconds_until_closed(server.port, head, b"X"), seconds_until_closed(server.port, head + b"\r\n"),
+                 seconds_until_closed(server.port, b"")]
+        together = asyncio.gather(*tasks)
+        assert (await client.eval("6 * 7")).text == "42\n"
+        slow_head, slow_body, silent = await together
+        return f"head closed after {slow_head:.0f} s, stalled body {slow_body:.0f} s, silence {silent:.0f} s"
+
+
+async def garbage(program):
+    """Bytes that are no HTTP, by many peers at a time."""
+    async with Server(program) as server, server.client() as client:
+        async def one(seed):
+            try:
+                await seconds_until_closed(server.port, os.urandom(100 + seed) + b"\r\n\r\n", pause=15)
+            except ConnectionError:
+                pass
+        await asyncio.gather(*(one(seed) for seed in range(500)))
+        assert (await client.eval("6 * 7")).text == "42\n"
+        return f"500 peers with random bytes, server {server.memory():.0f} MiB at most"
+
+
+SCENARIOS = [paused_client, absent_client, returning_client, idle_connections, slow_peers, garbage]
+
+
+async def main(program, names):
+    failed = False
+    for scenario in SCENARIOS:
+        if names and scenario.__name__ not in names:
+            continue
+        try:
+            print(f"{scenario.__name__:18} {await asyncio.wait_for(scenario(program), 180)}", flush=True)
+        except Exception as error:  # the next scenario is shown all the same
+            failed = True
+            print(f"{scenario.__name__:18} FAILED: {type(error).__name__} {error}", flush=True)
+    return failed
+
+
+if __name__ == "__main__":
+    sys.exit(asyncio.run(main(sys.argv[1], sys.argv[2:])))
