@@ -1,5 +1,6 @@
 #include "gateway/Gateway.h"
 
+#include <filesystem>
 #include <stdexcept>
 #include <utility>
 
@@ -22,6 +23,9 @@ public:
         if (!problem.empty()) throw std::invalid_argument(problem);
         if (options_.tlsCertificate.empty() != options_.tlsKey.empty()) {
             throw std::invalid_argument("TLS needs both a certificate and its key.");
+        }
+        if (!options_.console.empty() && !std::filesystem::is_directory(options_.console)) {
+            throw std::invalid_argument("There is no folder " + options_.console.string() + ".");
         }
     }
 

@@ -9,12 +9,14 @@ namespace gateway {
 
 namespace {
 
+constexpr auto completionTime = std::chrono::milliseconds(500);  // of interrupted code that is streamed
 constexpr auto finishTime = std::chrono::seconds(1);
 
 bayeux::ServerOptions bayeuxOptions(const GatewayOptions& options, const access::AccessPolicy& access) {
     bayeux::ServerOptions bayeux;
     bayeux.isToken = [&access](const std::string& token) { return access.isToken(token); };
     bayeux.frameBytes = options.limits.bodyBytes;
+    bayeux.strangerBytes = options.limits.strangerBytes;
     return bayeux;
 }
 
@@ -34,6 +36,7 @@ Server::Server(const Parts& parts, const boost::asio::ip::address& address)
       connections_(std::make_shared<http::ConnectionTable>(parts.options.limits.connections)),
       completions_(parts.messages.subscribe("/eval/response/completion",
                                             [this](const auto& message) { countCompletion(message.data); })),
+      audience_(parts.messages),
       dispatcher_(parts.framework, parts.serializer,
                   {.threads = parts.options.handlerThreads, .queueLength = parts.options.handlerQueue}),
       bayeux_(context_, parts.messages, dispatcher_, bayeuxOptions(parts.options, access_)),
@@ -42,6 +45,7 @@ Server::Server(const Parts& parts, const boost::asio::ip::address& address)
                   .dispatcher = dispatcher_,
                   .bayeux = bayeux_,
                   .metrics = metrics_,
+                  .unprovenBodies = parts.options.limits.unprovenBodies,
                   .isReady = parts.isReady,
                   .snapshot = [this] { return snapshot(); },
                   .isSecure = tls_ != nullptr}) {
@@ -62,6 +66,7 @@ void Server::stop() {
     endpoints_.refuseAll();
     // While answers can still be sent.
     dispatcher_.stop();
+    if (parts_.options.streaming) parts_.options.streaming->waitUntilIdle(completionTime);
     bayeux_.stop();
     connections_->finishAll();
     if (!connections_->waitUntilEmpty(finishTime)) {

@@ -10,6 +10,7 @@
 #include <boost/asio/executor_work_guard.hpp>
 #include <boost/asio/io_context.hpp>
 
+#include "KeptAudience.h"
 #include "access/AccessPolicy.h"
 #include "bayeux/BayeuxServer.h"
 #include "gateway/Gateway.h"
@@ -67,6 +68,7 @@ private:
     std::atomic<std::uint64_t> successes_{0};
     std::atomic<std::uint64_t> failures_{0};
     const std::unique_ptr<connector::message_service::Subscription> completions_;
+    KeptAudience audience_;
     RequestDispatcher dispatcher_;
     bayeux::BayeuxServer bayeux_;
     http::Endpoints endpoints_;

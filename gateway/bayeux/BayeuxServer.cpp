@@ -48,6 +48,7 @@ public:
     void receive(std::string text) override { connection_->receive(text); }
     void drained() override { connection_->drained(); }
     std::size_t maxFrameBytes() const override { return connection_->maxFrameBytes(); }
+    bool isTrusted() const override { return connection_->isTrusted(); }
 
 private:
     const std::shared_ptr<Core> core_;
@@ -165,8 +166,7 @@ std::unique_ptr<PendingPost> BayeuxServer::post(const std::string& body, const P
     };
     if (impl_->isStopped()) return answerNow(errorAnswer(503, "The server is shutting down"));
     const auto& options = impl_->core->options;
-    if (body.size() > options.strangerBytes && !peer.isAuthenticated &&
-        !impl_->core->sessions.find(std::string(firstClientId(body)))) {
+    if (body.size() > options.strangerBytes && !peer.isAuthenticated && !showsSession(body)) {
         return answerNow(errorAnswer(413, "The body is too large for a client without a session"));
     }
     std::vector<Request> requests;
@@ -179,6 +179,10 @@ std::unique_ptr<PendingPost> BayeuxServer::post(const std::string& body, const P
     auto exchange = std::make_shared<PostExchange>(impl_->core, std::move(requests), peer, std::move(done));
     Exchange::start(exchange);
     return std::make_unique<ServerPost>(std::move(exchange));
+}
+
+bool BayeuxServer::showsSession(std::string_view body) const {
+    return impl_->core->sessions.find(std::string(firstClientId(body))) != nullptr;
 }
 
 std::unique_ptr<Socket> BayeuxServer::open(const Peer& peer, SocketActions actions) {

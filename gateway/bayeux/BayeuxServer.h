@@ -6,6 +6,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <string_view>
 
 namespace boost::asio {
 class io_context;
@@ -25,6 +26,7 @@ struct Peer {
     std::string address;           ///< of the network, without the port; for limits
     bool isAuthenticated = false;  ///< the connection itself has shown the token: by header, cookie or query
     std::string clientType = {};   ///< header Connector-Client-Type; else a handshake may say it
+    std::string origin = {};       ///< of the page that sends, when a browser says so
 };
 
 struct ServerOptions {
@@ -84,6 +86,8 @@ public:
     virtual void drained() = 0;
     /// How large the next frame may be; a larger one closes the socket with 1009.
     virtual std::size_t maxFrameBytes() const = 0;
+    /// Whether its peer has shown the token or a session.
+    virtual bool isTrusted() const = 0;
 };
 
 /// What a WebSocket does for the server.
@@ -125,6 +129,9 @@ public:
     /// result is destroyed first.
     std::unique_ptr<PendingPost> post(const std::string& body, const Peer& peer,
                                       std::function<void(HttpAnswer)> done);
+
+    /// Whether the id of a session is seen in a body, or in its beginning.
+    bool showsSession(std::string_view body) const;
 
     /// Takes over the messages of one WebSocket.
     std::unique_ptr<Socket> open(const Peer& peer, SocketActions actions);

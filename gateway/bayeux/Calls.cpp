@@ -105,15 +105,16 @@ std::string Calls::start(const Request& request) {
     }
     const auto body = objectOf(request.get("data"));
     if (body.isNull()) return failed(request, errorText(400, channel, "data must be an object"));
-    if (*underWay_ >= limit_) return failed(request, errorText(429, channel, "too many calls under way"));
+    const std::string typeName = channel.substr(servicePrefix.size());
+    if (*underWay_ >= limit_ && !isInterrupt(typeName))
+        return failed(request, errorText(429, channel, "too many calls under way"));
 
     const auto context = std::make_shared<ContextState>();
     if (!session_->clientType().empty()) {
         context->set("clientType", session_->clientType(), ContextScope::Client);
     }
     const auto call = std::make_shared<Call>(session_, channel, request.idMember(), underWay_);
-    dispatcher_.submit(channel.substr(servicePrefix.size()), body, context,
-                       [call](Answer answer) { call->answered(std::move(answer)); });
+    dispatcher_.submit(typeName, body, context, [call](Answer answer) { call->answered(std::move(answer)); });
     if (const auto& refusal = call->endSubmission()) return failed(request, errorOf(*refusal, channel));
     return succeeded(request);
 }

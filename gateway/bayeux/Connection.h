@@ -30,6 +30,7 @@ public:
     std::size_t maxFrameBytes() const;
     /// Its peer has shown who it is.
     void trust() { isTrusted_ = true; }
+    bool isTrusted() const { return isTrusted_; }
 
     /// Sends an array of messages.
     void send(std::string array, bool isReply) const;

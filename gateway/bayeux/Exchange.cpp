@@ -47,7 +47,7 @@ bool Exchange::handle(const Request& request) {
         return true;
     }
     const auto session = core_->sessions.find(request.clientId());
-    if (!session) {
+    if (!session || !session->belongsTo(peer())) {
         add(unknownClient(request, core_->advice));
         return true;
     }

@@ -43,7 +43,7 @@ std::shared_ptr<Session> Session::open(const std::shared_ptr<Core>& core, const 
 Session::Session(const std::shared_ptr<Core>& core, const Peer& peer,
                  const std::shared_ptr<ClientSession>& client, bool isAcknowledged)
     : core_(core),
-      peerAddress_(peer.address),
+      peer_(peer),
       client_(client),
       strand_(core->context),
       outbox_(client, isAcknowledged, core->options.replyBytes),
@@ -52,6 +52,12 @@ Session::Session(const std::shared_ptr<Core>& core, const Peer& peer,
       connects_(core->options.connectsPerSecond, core->options.now()),
       lastSign_(core->options.now()) {
     updateDue();
+}
+
+bool Session::belongsTo(const Peer& peer) const {
+    if (peer.isAuthenticated) return true;
+    const bool isOtherPage = !peer.origin.empty() && !peer_.origin.empty() && peer.origin != peer_.origin;
+    return peer.address == peer_.address && !isOtherPage;
 }
 
 void Session::start(const std::shared_ptr<Connection>& socket) {
@@ -164,7 +170,11 @@ std::shared_ptr<Exchange> Session::answerHeld() {
     const auto hold = *std::exchange(hold_, std::nullopt);
     hold.exchange->add(deliveries);
     hold.exchange->add(connectReply(hold.request));
-    if (!hold.exchange->connection()) beingWritten_ = hold.exchange;
+    if (!hold.exchange->connection() && hold.exchange->canHold()) {
+        beingWritten_ = hold.exchange;
+    } else {
+        outbox_.delivered();
+    }
     noteSign();
     return hold.exchange;
 }

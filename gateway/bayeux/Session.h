@@ -48,7 +48,10 @@ public:
 
     /// These are for any thread. Whoever knows the id is the client: it belongs in no log.
     const std::string& id() const { return client_->id(); }
-    const std::string& peerAddress() const { return peerAddress_; }
+    const std::string& peerAddress() const { return peer_.address; }
+    /// Whether messages of the peer may be of this client: it shows the token, or comes from where the
+    /// handshake came from. A client may show the token in its handshake alone.
+    bool belongsTo(const Peer& peer) const;
     const Strand& strand() const { return strand_; }
     /// Something may have to be sent, or be due. Many calls make one turn of work.
     void wake();
@@ -91,7 +94,7 @@ private:
 
     // Fixed after construction.
     const std::shared_ptr<Core> core_;
-    const std::string peerAddress_;
+    const Peer peer_;  // of the handshake
     const std::shared_ptr<standalone::ClientSession> client_;
     const Strand strand_;
 

@@ -6,10 +6,11 @@ namespace gateway::bayeux {
 
 using connector::MutexLock;
 
-bool SessionTable::mayHandshake(const std::string& address, Time now) {
+bool SessionTable::mayHandshake(const std::string& address, bool hasToken, Time now) {
     MutexLock lock(mutex_);
-    auto& peer = peers_.try_emplace(address, Peer{RateLimit(handshakesPerSecond_, now)}).first->second;
-    return peer.handshakes.take(now);
+    const RateLimit fresh(handshakesPerSecond_, now);
+    auto& peer = peers_.try_emplace(address, Peer{fresh, fresh}).first->second;
+    return (hasToken ? peer.handshakes : peer.refusals).take(now);
 }
 
 bool SessionTable::add(const std::shared_ptr<Session>& session) {
@@ -45,7 +46,8 @@ SessionTable::Sessions SessionTable::due(Time now) {
         if (session->isDue(now)) due.push_back(session);
     }
     std::erase_if(peers_, [&](const auto& entry) {
-        return entry.second.sessions == 0 && entry.second.handshakes.isIdle(now);
+        const Peer& peer = entry.second;
+        return peer.sessions == 0 && peer.handshakes.isIdle(now) && peer.refusals.isIdle(now);
     });
     return due;
 }

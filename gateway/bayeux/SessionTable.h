@@ -26,8 +26,8 @@ public:
     SessionTable(std::size_t handshakesPerSecond, std::size_t sessionsPerPeer)
         : handshakesPerSecond_(handshakesPerSecond), sessionsPerPeer_(sessionsPerPeer) {}
 
-    /// Whether the peer may try another handshake; then it counts.
-    bool mayHandshake(const std::string& address, Time now) EXCLUDES(mutex_);
+    /// Whether the peer may try another handshake, with the right token or without; then it counts.
+    bool mayHandshake(const std::string& address, bool hasToken, Time now) EXCLUDES(mutex_);
     /// False when the peer has too many already, or the table is closed.
     bool add(const std::shared_ptr<Session>& session) EXCLUDES(mutex_);
     void remove(const Session& session) EXCLUDES(mutex_);
@@ -44,6 +44,7 @@ public:
 private:
     struct Peer {
         RateLimit handshakes;
+        RateLimit refusals;
         std::size_t sessions = 0;
     };
 

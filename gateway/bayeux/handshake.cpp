@@ -5,6 +5,7 @@
 
 #include <Poco/JSON/Array.h>
 
+#include "access/clientType.h"
 #include "bayeux/Connection.h"
 #include "bayeux/Core.h"
 #include "bayeux/Session.h"
@@ -42,10 +43,12 @@ bool wantsAcknowledgements(const Request& request) {
 
 /// The reply to one that is refused; empty for the others.
 std::string refusal(Core& core, const Request& request, const Peer& peer) {
-    if (!core.sessions.mayHandshake(peer.address, core.options.now())) {
+    // Those without the token have an allowance of their own, or they would use up that of the others.
+    const bool isKnown = peer.isAuthenticated || hasToken(request, core.options);
+    if (!core.sessions.mayHandshake(peer.address, isKnown, core.options.now())) {
         return failed(request, errorText(429, "too many handshakes"), core.advice.retry(1s));
     }
-    if (!peer.isAuthenticated && !hasToken(request, core.options)) {
+    if (!isKnown) {
         return failed(request, errorText(401, "the token is missing or wrong"), core.advice.none());
     }
     if (!request.text("version").starts_with("1.")) {
@@ -66,6 +69,10 @@ std::string answerHandshake(const std::shared_ptr<Core>& core, const Request& re
     if (auto reply = refusal(*core, request, peer); !reply.empty()) return reply;
     // Browsers set no headers on WebSockets.
     if (peer.clientType.empty()) peer.clientType = textOf(request.ownExtension("clientType"));
+    if (!access::isClientType(peer.clientType)) {
+        return failed(request, errorText(400, "the client type is too long or no plain text"),
+                      core->advice.none());
+    }
     const bool isAcknowledged = wantsAcknowledgements(request);
     const auto session = Session::open(core, peer, isAcknowledged, connection);
     if (!session) {

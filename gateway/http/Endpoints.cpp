@@ -57,12 +57,12 @@ bool isPrintable(std::string_view text) {
 
 }  // namespace
 
-Endpoints::Endpoints(Parts parts) : parts_(std::move(parts)) {}
+Endpoints::Endpoints(Parts parts) : parts_(std::move(parts)), unprovenBodies_(parts_.unprovenBodies) {}
 
 std::optional<Reply> Endpoints::judge(const Request& head) {
     auto reply = refusal(head);
     if (reply) {
-        parts_.metrics.record(endpointOf(head.path), reply->status, {});
+        parts_.metrics.count(endpointOf(head.path), reply->status);
         addCommonHeaders(*reply, head.origin);
     }
     return reply;
@@ -152,12 +152,12 @@ bool Endpoints::isWebSocket(const Request& head) {
 }
 
 std::unique_ptr<bayeux::Socket> Endpoints::open(const Request& upgrade, bayeux::SocketActions actions) {
-    parts_.metrics.record(Endpoint::Bayeux, 101, {});
+    parts_.metrics.count(Endpoint::Bayeux, 101);
     return parts_.bayeux.open(peerOf(upgrade), std::move(actions));
 }
 
 Reply Endpoints::malformed(int status, std::string_view text) {
-    parts_.metrics.record(Endpoint::Malformed, status, {});
+    parts_.metrics.count(Endpoint::Malformed, status);
     auto reply = errorReply(status, text);
     addCommonHeaders(reply, {});
     return reply;
@@ -194,7 +194,8 @@ Reply Endpoints::console(const Request& request) const {
 bayeux::Peer Endpoints::peerOf(const Request& request) const {
     return {.address = request.peerAddress,
             .isAuthenticated = parts_.access.isAuthenticated(request),
-            .clientType = request.clientType};
+            .clientType = request.clientType,
+            .origin = request.origin};
 }
 
 void Endpoints::addCommonHeaders(Reply& reply, const std::string& origin) const {

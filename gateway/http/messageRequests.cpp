@@ -7,6 +7,7 @@
 #include <Poco/JSON/Array.h>
 #include <Poco/JSON/Object.h>
 
+#include "access/clientType.h"
 #include "capabilities/CapabilityList.h"
 #include "connector/common/ContextState.h"
 #include "connector/json/escape.h"
@@ -21,6 +22,9 @@ using connector::common::ContextScope;
 using connector::common::ContextState;
 using Poco::Dynamic::Var;
 using Poco::JSON::Object;
+
+// Reading a larger body takes longer than other clients are to wait for.
+constexpr std::size_t largeBody = std::size_t{64} << 10;
 
 /// A body that is not as it has to be; the client is told the text.
 class BadBody : public std::runtime_error {
@@ -54,9 +58,27 @@ void addContext(ContextState& context, const Object& values) {
     const Var clientType = values.get("clientType");
     if (!clientType.isEmpty()) {
         if (!clientType.isString()) throw BadBody("\"clientType\" is no text.");
-        context.set("clientType", clientType.extract<std::string>(), ContextScope::Client);
+        const auto text = clientType.extract<std::string>();
+        if (!access::isClientType(text)) throw BadBody("\"clientType\" is too long or no plain text.");
+        context.set("clientType", text, ContextScope::Client);
     }
     if (values.has("numoraCapabilities")) addCapabilities(context, values.get("numoraCapabilities"));
+}
+
+RequestDispatcher::Read readEnvelope(const std::string& body, ContextState& context,
+                                     std::string& contextMember) {
+    const Object::Ptr envelope = objectFrom(body);
+    const Var type = envelope->get("type");
+    if (!type.isString()) throw BadBody("\"type\" is no text.");
+    Object::Ptr message = envelope->getObject("message");
+    if (!message) throw BadBody("\"message\" is no object.");
+    if (envelope->has("context")) {
+        const Object::Ptr values = envelope->getObject("context");
+        if (!values) throw BadBody("\"context\" is no object.");
+        addContext(context, *values);
+        contextMember = ",\"context\":" + connector::json::written(values);
+    }
+    return {type.extract<std::string>(), std::move(message)};
 }
 
 Reply replyFrom(Answer answer) {
@@ -85,35 +107,37 @@ void refusingBadBodies(const std::function<void(Reply)>& done, Action action) {
 
 void submitMessage(RequestDispatcher& dispatcher, const std::string& typeName, const Request& request,
                    std::function<void(Reply)> done) {
-    refusingBadBodies(done, [&] {
-        dispatcher.submit(typeName, objectFrom(request.body), contextOf(request),
-                          [done](Answer answer) { done(replyFrom(std::move(answer))); });
-    });
+    const auto context = contextOf(request);
+    const auto answered = [done](Answer answer) { done(replyFrom(std::move(answer))); };
+    if (request.body.size() > largeBody) {
+        const auto read = [typeName, body = request.body] {
+            return RequestDispatcher::Read{typeName, objectFrom(body)};
+        };
+        return dispatcher.submitUnread(request.body.size(), read, context, answered);
+    }
+    refusingBadBodies(done,
+                      [&] { dispatcher.submit(typeName, objectFrom(request.body), context, answered); });
 }
 
 void submitEnvelope(RequestDispatcher& dispatcher, const Request& request, std::function<void(Reply)> done) {
-    refusingBadBodies(done, [&] {
-        const Object::Ptr envelope = objectFrom(request.body);
-        const Var type = envelope->get("type");
-        if (!type.isString()) throw BadBody("\"type\" is no text.");
-        const Object::Ptr message = envelope->getObject("message");
-        if (!message) throw BadBody("\"message\" is no object.");
-        const auto context = contextOf(request);
-        std::string contextMember;
-        if (envelope->has("context")) {
-            const Object::Ptr values = envelope->getObject("context");
-            if (!values) throw BadBody("\"context\" is no object.");
-            addContext(*context, *values);
-            contextMember = ",\"context\":" + connector::json::written(values);
+    const auto context = contextOf(request);
+    const auto contextMember = std::make_shared<std::string>();
+    const auto answered = [done, contextMember](Answer answer) {
+        if (answer.status == 200) {
+            answer.json = "{\"type\":" + connector::json::quoted(answer.type) +
+                          ",\"message\":" + answer.json + *contextMember + "}";
         }
-        dispatcher.submit(type.extract<std::string>(), message, context,
-                          [done, contextMember](Answer answer) {
-                              if (answer.status == 200) {
-                                  answer.json = "{\"type\":" + connector::json::quoted(answer.type) +
-                                                ",\"message\":" + answer.json + contextMember + "}";
-                              }
-                              done(replyFrom(std::move(answer)));
-                          });
+        done(replyFrom(std::move(answer)));
+    };
+    if (request.body.size() > largeBody) {
+        const auto read = [body = request.body, context, contextMember] {
+            return readEnvelope(body, *context, *contextMember);
+        };
+        return dispatcher.submitUnread(request.body.size(), read, context, answered);
+    }
+    refusingBadBodies(done, [&] {
+        auto read = readEnvelope(request.body, *context, *contextMember);
+        dispatcher.submit(read.typeName, std::move(read.message), context, answered);
     });
 }
 

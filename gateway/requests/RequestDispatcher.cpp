@@ -1,5 +1,6 @@
 #include "requests/RequestDispatcher.h"
 
+#include <atomic>
 #include <chrono>
 #include <exception>
 #include <string_view>
@@ -21,7 +22,7 @@ namespace {
 using connector::Message;
 using Context = std::shared_ptr<connector::common::ContextState>;
 
-constexpr std::string_view interruptType = "connector/v1/Interrupt";
+constexpr const char* interruptType = "connector/v1/Interrupt";
 constexpr std::size_t interruptQueueLength = 1000;
 constexpr auto interruptInterval = std::chrono::milliseconds(100);
 constexpr std::string_view stoppedProvider = "Service exists but is not running.";
@@ -55,16 +56,19 @@ std::string textOf(const std::exception& error) {
 
 }  // namespace
 
+bool isInterrupt(std::string_view typeName) { return typeName == interruptType; }
+
 class RequestDispatcher::Impl {
 public:
     Impl(std::shared_ptr<connector::ServiceFramework> framework,
          std::shared_ptr<connector::json::JsonSerializer> serializer, DispatcherOptions options)
         : framework_(std::move(framework)),
           serializer_(std::move(serializer)),
-          requests_(options.threads, options.queueLength),
+          requests_(options.threads, options.queueLength, options.queueBytes),
           interrupts_(1, interruptQueueLength) {}
 
     void submit(const std::string& typeName, Poco::JSON::Object::Ptr message, Context context, Done done);
+    void submitUnread(std::size_t bytes, std::function<Read()> read, Context context, Done done);
     std::size_t pending() const;
     DispatcherMetrics metrics() const;
     void stop();
@@ -77,8 +81,11 @@ private:
         Done done;
     };
 
+    void queue(WorkerPool& lane, const std::shared_ptr<Request>& request, std::function<Answer()> work,
+               std::size_t bytes);
     /// Reads, delivers, waits for the response and writes it.
     Answer run(Request& request);
+    Answer readAndRun(Request& request, const std::function<Read()>& read);
     Answer deliver(std::unique_ptr<Message> message, const Request& request);
     /// The answer to a request whose delivery has failed with the current exception.
     Answer deliveryFailure();
@@ -92,6 +99,7 @@ private:
     mutable connector::Mutex mutex_;
     std::map<std::pair<std::string, std::string>, std::uint64_t> outcomes_ GUARDED_BY(mutex_);
 
+    std::atomic<bool> isStopped_{false};
     WorkerPool requests_;
     WorkerPool interrupts_;
 };
@@ -105,9 +113,25 @@ void RequestDispatcher::Impl::submit(const std::string& typeName, Poco::JSON::Ob
     if (!request->message) return finish(*request, failure(400, "A message is a JSON object."));
     stamp(*request->context);
     if (!request->message->has("uuid")) request->message->set("uuid", randomUuid());
-    WorkerPool& lane = typeName == interruptType ? interrupts_ : requests_;
-    switch (lane.submit({.run = [this, request] { finish(*request, run(*request)); },
-                         .refuse = [this, request] { finish(*request, stopped()); }})) {
+    WorkerPool& lane = isInterrupt(typeName) ? interrupts_ : requests_;
+    queue(
+        lane, request, [this, request] { return run(*request); }, 0);
+}
+
+void RequestDispatcher::Impl::submitUnread(std::size_t bytes, std::function<Read()> read, Context context,
+                                           Done done) {
+    stamp(*context);
+    const auto request =
+        std::make_shared<Request>(Request{"unread", {}, std::move(context), std::move(done)});
+    auto work = [this, request, read = std::move(read)] { return readAndRun(*request, read); };
+    queue(requests_, request, std::move(work), bytes);
+}
+
+void RequestDispatcher::Impl::queue(WorkerPool& lane, const std::shared_ptr<Request>& request,
+                                    std::function<Answer()> work, std::size_t bytes) {
+    switch (lane.submit({.run = [this, request, work = std::move(work)] { finish(*request, work()); },
+                         .refuse = [this, request] { finish(*request, stopped()); },
+                         .bytes = bytes})) {
         case WorkerPool::Outcome::Taken:
             return;
         case WorkerPool::Outcome::Full:
@@ -130,6 +154,19 @@ Answer RequestDispatcher::Impl::run(Request& request) {
     } catch (...) {
         return deliveryFailure();
     }
+}
+
+Answer RequestDispatcher::Impl::readAndRun(Request& request, const std::function<Read()>& read) {
+    try {
+        Read unread = read();
+        request.typeName = std::move(unread.typeName);
+        request.message = std::move(unread.message);
+    } catch (const std::exception& error) {
+        return failure(400, textOf(error));
+    }
+    if (!serializer_->isRegistered(request.typeName)) return failure(404, "There is no such message type.");
+    if (!request.message->has("uuid")) request.message->set("uuid", randomUuid());
+    return run(request);
 }
 
 Answer RequestDispatcher::Impl::deliver(std::unique_ptr<Message> message, const Request& request) {
@@ -181,9 +218,11 @@ DispatcherMetrics RequestDispatcher::Impl::metrics() const {
     return metrics;
 }
 
+// Also when no request runs: there may be code whose output is streamed.
 void RequestDispatcher::Impl::stop() {
     requests_.close();
     interrupts_.close();
+    if (!isStopped_.exchange(true)) interrupt();
     // One interrupt may come before a request that was taken just now has reached its service.
     while (!requests_.waitUntilIdle(interruptInterval)) interrupt();
     while (!interrupts_.waitUntilIdle(interruptInterval)) continue;
@@ -213,6 +252,11 @@ RequestDispatcher::~RequestDispatcher() { stop(); }
 void RequestDispatcher::submit(const std::string& typeName, Poco::JSON::Object::Ptr message,
                                std::shared_ptr<connector::common::ContextState> context, Done done) {
     impl_->submit(typeName, std::move(message), std::move(context), std::move(done));
+}
+
+void RequestDispatcher::submitUnread(std::size_t bytes, std::function<Read()> read,
+                                     std::shared_ptr<connector::common::ContextState> context, Done done) {
+    impl_->submitUnread(bytes, std::move(read), std::move(context), std::move(done));
 }
 
 std::size_t RequestDispatcher::pending() const { return impl_->pending(); }

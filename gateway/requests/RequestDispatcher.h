@@ -6,6 +6,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <utility>
 
 #include <Poco/JSON/Object.h>
@@ -27,6 +28,7 @@ struct Answer {
 struct DispatcherOptions {
     std::size_t threads = 16;
     std::size_t queueLength = 1000;
+    std::size_t queueBytes = std::size_t{128} << 20;  ///< of bodies that are not read yet
 };
 
 struct DispatcherMetrics {
@@ -36,6 +38,9 @@ struct DispatcherMetrics {
     /// (another one) or "refused".
     std::map<std::pair<std::string, std::string>, std::uint64_t> outcomes{};
 };
+
+/// Whether messages of the type are interrupts, which never wait behind other requests.
+bool isInterrupt(std::string_view typeName);
 
 /// Runs requests of clients on a bounded pool of threads, in which interrupts have a lane of their own.
 ///
@@ -63,6 +68,17 @@ public:
     /// returns, or by `stop`. It must be quick and throw nothing. Blocks: never.
     void submit(const std::string& typeName, Poco::JSON::Object::Ptr message,
                 std::shared_ptr<connector::common::ContextState> context, Done done);
+
+    /// A request that a body describes.
+    struct Read {
+        std::string typeName;
+        Poco::JSON::Object::Ptr message;
+    };
+    /// The same for a body of so many `bytes` that reading it would hold up other clients: `read` does it on
+    /// a thread of the pool, may add to the context, and throws what the client is told with status 400. An
+    /// interrupt in such a body waits with the others.
+    void submitUnread(std::size_t bytes, std::function<Read()> read,
+                      std::shared_ptr<connector::common::ContextState> context, Done done);
 
     /// How many requests are queued or run.
     std::size_t pending() const;

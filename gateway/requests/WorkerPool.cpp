@@ -6,7 +6,8 @@ namespace gateway {
 
 using connector::MutexLock;
 
-WorkerPool::WorkerPool(std::size_t threads, std::size_t queueLength) : capacity_(threads + queueLength) {
+WorkerPool::WorkerPool(std::size_t threads, std::size_t queueLength, std::size_t queueBytes)
+    : capacity_(threads + queueLength), queueBytes_(queueBytes) {
     try {
         for (std::size_t i = 0; i < threads; ++i) threads_.emplace_back([this] { work(); });
     } catch (...) {
@@ -26,7 +27,8 @@ WorkerPool::Outcome WorkerPool::submit(Task task) {
         const MutexLock lock(mutex_);
         if (isClosed_) return Outcome::Closed;
         // A thread that has not taken its task yet must not make the queue look full.
-        if (queue_.size() + running_ >= capacity_) return Outcome::Full;
+        if (queue_.size() + running_ >= capacity_ || task.bytes > queueBytes_ - bytes_) return Outcome::Full;
+        bytes_ += task.bytes;
         queue_.push_back(std::move(task));
     }
     changed_.notify_one();
@@ -39,6 +41,7 @@ void WorkerPool::close() {
         const MutexLock lock(mutex_);
         isClosed_ = true;
         refused.swap(queue_);
+        bytes_ = 0;
         if (running_ == 0) idle_.notify_all();
     }
     changed_.notify_all();
@@ -74,6 +77,7 @@ void WorkerPool::work() {
         {
             const Task task = std::move(queue_.front());
             queue_.pop_front();
+            bytes_ -= task.bytes;
             ++running_;
             lock.unlock();
             task.run();

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <deque>
 #include <functional>
+#include <limits>
 #include <thread>
 #include <vector>
 
@@ -26,16 +27,19 @@ public:
     struct Task {
         std::function<void()> run;
         std::function<void()> refuse;
+        std::size_t bytes = 0;  ///< that it holds while it is queued
     };
     enum class Outcome { Taken, Full, Closed };
 
-    WorkerPool(std::size_t threads, std::size_t queueLength);
+    WorkerPool(std::size_t threads, std::size_t queueLength,
+               std::size_t queueBytes = std::numeric_limits<std::size_t>::max());
     /// Closes, and waits for what runs.
     ~WorkerPool();
     WorkerPool(const WorkerPool&) = delete;
     WorkerPool& operator=(const WorkerPool&) = delete;
 
-    /// Full: as many tasks wait as may, beside one for each thread.  Blocks: never.
+    /// Full: as many tasks wait as may, beside one for each thread, or they hold too many bytes.
+    /// Blocks: never.
     Outcome submit(Task task) EXCLUDES(mutex_);
 
     /// Refuses what is queued and what comes later.
@@ -51,11 +55,13 @@ private:
     void work() EXCLUDES(mutex_);
 
     const std::size_t capacity_;  ///< tasks queued and running
+    const std::size_t queueBytes_;
 
     mutable connector::Mutex mutex_;
     std::condition_variable changed_;
     std::condition_variable idle_;
     std::deque<Task> queue_ GUARDED_BY(mutex_);
+    std::size_t bytes_ GUARDED_BY(mutex_) = 0;  ///< of the queue
     std::size_t running_ GUARDED_BY(mutex_) = 0;
     bool isClosed_ GUARDED_BY(mutex_) = false;
 

@@ -187,14 +187,16 @@ bool MessageHub::subscribeClient(const std::string& id, const Patterns& patterns
 bool MessageHub::subscribeLogged(const std::string& id, const Patterns& patterns, std::uint64_t after,
                                  Watchers& concerned, std::vector<OutgoingQueue::WakeUp>& wakeUps) {
     MutexLock lock(logMutex_);
-    const auto queue = addSubscriptions(id, patterns, concerned);
+    Patterns added;
+    const auto queue = addSubscriptions(id, patterns, concerned, &added);
     if (!queue) return false;
-    for (const auto& frame : log_.after(after, patterns)) queue->push(frame, wakeUps);
+    if (added.empty()) return true;
+    for (const auto& frame : log_.after(after, added)) queue->push(frame, wakeUps);
     return true;
 }
 
 std::shared_ptr<OutgoingQueue> MessageHub::addSubscriptions(const std::string& id, const Patterns& patterns,
-                                                            Watchers& concerned) {
+                                                            Watchers& concerned, Patterns* added) {
     MutexLock lock(mutex_);
     const auto found = clients_.find(id);
     if (found == clients_.end()) return nullptr;
@@ -202,6 +204,7 @@ std::shared_ptr<OutgoingQueue> MessageHub::addSubscriptions(const std::string& i
     for (const auto& pattern : patterns) {
         if (!table_.add(pattern, client.number, client.queue)) continue;
         client.patterns.push_back(pattern);
+        if (added) added->push_back(pattern);
         noteLocked(*found, pattern, true, concerned);
     }
     return client.queue;

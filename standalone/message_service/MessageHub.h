@@ -70,9 +70,10 @@ private:
                        const Recipients& recipients) EXCLUDES(mutex_, logMutex_);
     void publishLogged(const std::string& channel, std::string_view data, std::string_view members)
         EXCLUDES(mutex_, logMutex_);
-    /// The queue of the client; null when it is not known.
+    /// The queue of the client; null when it is not known. `added`: those that it did not have before.
     std::shared_ptr<OutgoingQueue> addSubscriptions(const std::string& id, const Patterns& patterns,
-                                                    Watchers& concerned) EXCLUDES(mutex_);
+                                                    Watchers& concerned, Patterns* added = nullptr)
+        EXCLUDES(mutex_);
     bool subscribeLogged(const std::string& id, const Patterns& patterns, std::uint64_t after,
                          Watchers& concerned, std::vector<OutgoingQueue::WakeUp>& wakeUps)
         EXCLUDES(mutex_, logMutex_);

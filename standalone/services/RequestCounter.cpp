@@ -13,6 +13,7 @@ connector::Future<void> RequestCounter::requestStarted(
     {
         connector::MutexLock lock(mutex_);
         ++countsOfLocked(clientType).started;
+        ++underWay_;
     }
     return connector::makeReadyFuture();
 }
@@ -22,13 +23,24 @@ connector::Future<void> RequestCounter::requestEnded(
     {
         connector::MutexLock lock(mutex_);
         ++countsOfLocked(clientType).ended;
+        if (underWay_ > 0) --underWay_;
     }
+    ended_.notify_all();
     return connector::makeReadyFuture();
 }
 
 std::map<std::string, RequestCounter::Counts> RequestCounter::counts() const {
     connector::MutexLock lock(mutex_);
     return counts_;
+}
+
+bool RequestCounter::waitUntilIdle(std::chrono::milliseconds limit) const {
+    const auto deadline = std::chrono::steady_clock::now() + limit;
+    connector::MutexLock lock(mutex_);
+    while (underWay_ > 0) {
+        if (ended_.wait_until(lock.native(), deadline) == std::cv_status::timeout) return underWay_ == 0;
+    }
+    return true;
 }
 
 }  // namespace standalone

@@ -117,6 +117,10 @@ TEST_F(BayeuxCallTest, waitsForOneOfManyToEnd) {
     EXPECT_THAT(call(R"(,"data":{})"), HasSubstr("true"));
     EXPECT_THAT(call(R"(,"data":{})"), HasSubstr("true"));
     EXPECT_THAT(call(R"(,"data":{})"), HasSubstr("429:/service/connector/v1/Eval:too many calls under way"));
+    // What ends them is never one too many; here nobody takes it.
+    EXPECT_THAT(
+        askSocket(*socket_, R"([{"channel":"/service/connector/v1/Interrupt","clientId":"$","data":{}}])"),
+        HasSubstr("404:/service/connector/v1/Interrupt:no such request type"));
     const auto first = client_;
     handshakeOn(*socket_);
     EXPECT_THAT(call(R"(,"data":{})"), HasSubstr("true"));

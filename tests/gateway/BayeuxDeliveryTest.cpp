@@ -150,6 +150,14 @@ TEST_F(BayeuxConnectTest, keepsTheSessionForAWhileAfterTheAnswerIsWritten) {
     EXPECT_FALSE(isKnown());
 }
 
+TEST_F(BayeuxConnectTest, beganBehindAnotherMessageKeepsTheSessionNoLonger) {
+    post(
+        R"([{"channel":"/b","data":1},{"channel":"/meta/connect","clientId":"$","connectionType":"long-polling"}])")
+        ->pending.reset();
+    pass(20s);
+    EXPECT_EQ(server_->sessions(), 0U);
+}
+
 TEST_F(BayeuxConnectTest, isAnsweredBeforeTheDisconnect) {
     const auto socket = openSocket();
     send(*socket, "[" + connectMessage + "}]");

@@ -241,6 +241,20 @@ TEST_F(BayeuxServerTest, knowsNoClientsButItsOwn) {
     EXPECT_EQ(connect()->body(), R"([{"channel":"/meta/connect)" + unknown + "," + handshakeAdvice + "}]");
 }
 
+TEST_F(BayeuxServerTest, takesMessagesOfAClientFromItsOwnPeersOnly) {
+    const auto isKnown = [this](const Peer& peer) {
+        peer_ = peer;
+        return ask(R"([{"channel":"/a","clientId":"$","data":1}])").find("402") == std::string::npos;
+    };
+    peer_ = {.address = "10.0.0.1", .isAuthenticated = true, .origin = "https://a.example"};
+    handshake();
+    EXPECT_TRUE(isKnown({.address = "10.0.0.1", .origin = "https://a.example"}));
+    EXPECT_TRUE(isKnown({.address = "10.0.0.1"}));
+    EXPECT_TRUE(isKnown({.address = "10.0.0.2", .isAuthenticated = true}));
+    EXPECT_FALSE(isKnown({.address = "10.0.0.2", .origin = "https://a.example"}));
+    EXPECT_FALSE(isKnown({.address = "10.0.0.1", .origin = "https://b.example"}));
+}
+
 TEST_F(BayeuxServerTest, answersEveryMessageOfAnArrayAlsoOfSeveralClients) {
     handshake();
     const auto other = client_;
@@ -358,6 +372,10 @@ TEST_F(BayeuxLimitTest, countsHandshakesAndSessionsOfAPeer) {
             R"([{"channel":"/meta/handshake","version":"1.0","supportedConnectionTypes":["websocket"]}])");
     };
     EXPECT_NE(clientIdIn(reply()), "");
+    peer_.isAuthenticated = false;
+    for (int i = 0; i < 10; ++i) reply();  // of a peer that does not know the token, so they count apart
+    EXPECT_THAT(reply(), HasSubstr("429::too many handshakes"));
+    peer_.isAuthenticated = true;
     client_ = clientIdIn(reply());
     EXPECT_THAT(
         reply(),

@@ -12,6 +12,7 @@
 namespace {
 
 using connector::Message;
+using gateway::RequestDispatcher;
 using Poco::JSON::Object;
 
 struct Note : Message {
@@ -66,7 +67,8 @@ protected:
     const std::shared_ptr<TestFramework> framework_ = std::make_shared<TestFramework>();
     const std::shared_ptr<connector::json::JsonSerializer> serializer_ =
         std::make_shared<connector::json::JsonSerializer>();
-    gateway::RequestDispatcher dispatcher_{framework_, serializer_, {.threads = 1, .queueLength = 1}};
+    gateway::RequestDispatcher dispatcher_{
+        framework_, serializer_, {.threads = 1, .queueLength = 2, .queueBytes = 1000}};
 };
 
 TEST_F(RequestDispatcherTest, stampsTheTimeOfArrival) {
@@ -105,6 +107,36 @@ TEST_F(RequestDispatcherTest, failuresBecomeStatuses) {
         return connector::makeReadyFuture(std::unique_ptr<Message>());
     };
     EXPECT_EQ(submitNote().status, 500);
+}
+
+TEST_F(RequestDispatcherTest, readsLargeBodiesInTheirTurn) {
+    std::promise<void> begun, go;
+    framework_->onMessage = [&](std::unique_ptr<Message> message) {
+        begun.set_value();
+        go.get_future().wait();
+        return connector::makeReadyFuture(std::move(message));
+    };
+    const auto submitUnread = [this](std::size_t bytes, std::function<RequestDispatcher::Read()> read) {
+        auto promise = std::make_shared<std::promise<gateway::Answer>>();
+        dispatcher_.submitUnread(
+            bytes, std::move(read), std::make_shared<connector::common::ContextState>(),
+            [promise](gateway::Answer answer) { promise->set_value(std::move(answer)); });
+        return promise->get_future();
+    };
+    auto first = submitUnread(900, [] { return RequestDispatcher::Read{"test/Note", new Object}; });
+    begun.get_future().wait();
+    auto bad = submitUnread(900, []() -> RequestDispatcher::Read { throw std::runtime_error("no JSON"); });
+    EXPECT_EQ(submitUnread(200, [] { return RequestDispatcher::Read{}; }).get().status, 429);
+    go.set_value();
+    EXPECT_EQ(first.get().status, 200);
+    EXPECT_EQ(bad.get().json, R"({"error":"no JSON"})");
+    EXPECT_EQ(submitUnread(1000,
+                           [] {
+                               return RequestDispatcher::Read{"test/Other", new Object};
+                           })
+                  .get()
+                  .status,
+              404);
 }
 
 TEST_F(RequestDispatcherTest, answersWith503OnceItIsStopped) {

@@ -77,6 +77,8 @@ TEST_F(MessageLogTest, playsAMessageOnceHoweverManyPatternsMatch) {
     const auto session = service->openSession();
     session->subscribe({"/eval/**", output, "/elsewhere"}, 0);
     EXPECT_EQ(taken(*session), Texts{"1 1"});
+    session->subscribe({"/eval/**"}, 0);
+    EXPECT_EQ(taken(*session), Texts{});
 }
 
 TEST_F(MessageLogTest, namesTheGapToAnEarlierService) {

@@ -66,7 +66,7 @@ public:
     bool subscribe(const std::string& pattern);
     /// The same for a client that comes back and knows the messages up to the number `after`, 0 for none:
     /// what is kept of the later ones that any of the patterns matches is queued first, each once, behind a
-    /// notice of what is not kept: docs/messages.md.
+    /// notice of what is not kept: docs/messages.md. A pattern that it has already plays nothing.
     bool subscribe(const std::vector<std::string>& patterns, std::uint64_t after);
     /// A message that is being published meanwhile may still come.
     bool unsubscribe(const std::string& pattern);

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <chrono>
+#include <condition_variable>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -31,10 +33,15 @@ public:
 
     std::map<std::string, Counts> counts() const EXCLUDES(mutex_);
 
+    /// Waits until every request that was started has ended; false when that takes longer.
+    bool waitUntilIdle(std::chrono::milliseconds limit) const EXCLUDES(mutex_);
+
 private:
     Counts& countsOfLocked(const std::string& clientType) REQUIRES(mutex_);
 
     mutable connector::Mutex mutex_;
+    mutable std::condition_variable ended_;
+    std::uint64_t underWay_ GUARDED_BY(mutex_) = 0;
     std::map<std::string, Counts> counts_ GUARDED_BY(mutex_);
 };
 

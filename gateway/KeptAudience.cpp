@@ -1,0 +1,38 @@
+#include "KeptAudience.h"
+
+#include <chrono>
+
+namespace gateway {
+
+namespace {
+
+constexpr const char* streams = "/eval/response/**";
+
+void discard(standalone::ClientSession& session) {
+    constexpr std::size_t atOnce = std::size_t{1} << 20;
+    while (!session.take(atOnce, std::chrono::milliseconds(0)).frames.empty()) continue;
+}
+
+}  // namespace
+
+KeptAudience::KeptAudience(standalone::LocalMessageService& messages)
+    : messages_(messages),
+      watch_(messages.watch(
+          streams, [this](const auto&) { begin(); }, [](const auto&) {})) {}
+
+KeptAudience::~KeptAudience() = default;
+
+void KeptAudience::begin() {
+    std::shared_ptr<standalone::ClientSession> session;
+    {
+        const connector::MutexLock lock(mutex_);
+        if (session_) return;
+        session = session_ = messages_.openSession({.clientType = "kept"});
+    }
+    session->setWakeUp([weak = std::weak_ptr(session)] {
+        if (const auto self = weak.lock()) discard(*self);
+    });
+    session->subscribe(streams);
+}
+
+}  // namespace gateway
