@@ -1,0 +1,154 @@
+import {EvalStream} from "./EvalStream.js";
+import {EventQueue} from "./EventQueue.js";
+import {NumoraError} from "./errors.js";
+import {type Handler, type Message, Session} from "./Session.js";
+
+export interface ConnectOptions {
+    /** Unless the address has it, as the one has that the server prints. */
+    token?: string;
+    /** What the server's telemetry calls the client. */
+    clientType?: string;
+    /** The only transport to use; otherwise a WebSocket, or, in browsers, HTTP where that cannot be had. */
+    transport?: "websocket" | "long-polling";
+    /** How much longer each attempt to reconnect waits than the one before, up to five seconds. */
+    retryMs?: number;
+    /** How long a message may be, in characters of JSON; the server's own limit is 16 MiB. */
+    maxMessageSize?: number;
+}
+
+export interface EvalOptions {
+    /** Whole seconds after which the code is interrupted; 0 for none. */
+    timeoutS?: number;
+    /** Size of the window for what is printed, in characters. */
+    width?: number;
+    height?: number;
+}
+
+export interface CallOptions {
+    /** How many results are wanted: 0 gives undefined, 1 the result, more a list. */
+    nargout?: number;
+    timeoutMs?: number;
+    /** "ppe" runs the function at once, inside running code. */
+    dequeMode?: string;
+}
+
+export interface EvalResult {
+    text: string;
+    /** The code has failed, and the text ends with its traceback. */
+    isError: boolean;
+    /** 0 idle, 1 debugger, 2 keyboard, 3 input, 4 busy or in the middle of a block. */
+    promptType: number;
+    clearWindow: boolean;
+    /** Codes and texts of warnings, as when text was cut off. */
+    warnings: NumoraError[];
+}
+
+export interface Subscription {
+    close(): Promise<void>;
+}
+
+interface Fault {
+    faultCode: string;
+    message: string;
+}
+
+/** Connects to the server at `url`, and fails if that is not possible or the token is wrong. */
+export async function connect(url: string, options: ConnectOptions = {}): Promise<Client> {
+    const address = new URL(url);
+    const session = await Session.open({
+        url: `${address.origin.replace(/^ws/, "http")}/cometd`,
+        token: options.token ?? address.searchParams.get("token") ?? "",
+        clientType: options.clientType ?? "typescript",
+        transport: options.transport,
+        retryMs: options.retryMs ?? 500,
+        maxMessageSize: options.maxMessageSize ?? 16 * 1024 * 1024,
+    });
+    return new Client(session);
+}
+
+/**
+ * Uses the interpreter of a server. Connections that are lost come back by themselves; a request whose answer was lost
+ * with its session fails with the code "disconnected", and is not repeated.
+ */
+export class Client {
+    constructor(private readonly session: Session) {}
+
+    /** Resolves when no more can be had of the client: with the reason, unless it was closed. */
+    get ended(): Promise<NumoraError | undefined> {
+        return this.session.ended;
+    }
+
+    /** Runs code, and returns what it has printed when it has ended or waits for input. */
+    async eval(code: string, options: EvalOptions = {}): Promise<EvalResult> {
+        const {timeoutS = 0, width = 0, height = 0} = options;
+        const response = await this.session.call("connector/v1/Eval", {mcode: code, timeout: timeoutS, width, height});
+        const faults = faultsOf(response);
+        if (response.isError && faults.length > 0) throw faults[0];
+        return {
+            text: response.responseStr,
+            isError: response.isError,
+            promptType: response.promptType,
+            clearWindow: response.clearCommandWindow,
+            warnings: faults,
+        };
+    }
+
+    /** Calls a function of the workspace, of a module or builtin; the arguments and results are JSON values. */
+    async call(name: string, arguments_: unknown[] = [], options: CallOptions = {}): Promise<any> {
+        const {nargout = 1, timeoutMs = 0, dequeMode = ""} = options;
+        const response = await this.session.call("connector/v1/FEval",
+            {function: name, nargout, arguments: arguments_, timeoutMs, dequeMode});
+        const [fault] = faultsOf(response);
+        if (fault || response.isError) throw fault ?? new NumoraError("failed", "the call failed");
+        const results = JSON.parse(response.results ?? "[]");
+        return nargout > 1 ? results : results[0];
+    }
+
+    /** Stops what runs, and releases the requests that wait. */
+    async interrupt(): Promise<void> {
+        const [fault] = faultsOf(await this.session.call("connector/v1/Interrupt", {}));
+        if (fault) throw fault;
+    }
+
+    /** Runs code, and brings what it prints as it does. */
+    stream(code: string): EvalStream {
+        return new EvalStream(this.session, code);
+    }
+
+    /** Publishes a JSON value on a channel that is not the server's own. */
+    publish(channel: string, data: unknown): Promise<void> {
+        return this.session.publish(channel, data);
+    }
+
+    /**
+     * Calls `handler` with the messages on channels or patterns. What has been missed comes on "/connector/gap". With
+     * `after`, the number of the last message that an earlier page or process has handled, it begins behind that; only
+     * the first subscription can.
+     */
+    async subscribe(channels: string | string[], handler: Handler, options: {after?: number} = {}): Promise<Subscription> {
+        const listener = {channels: [channels].flat(), handler, onEnd: () => {}};
+        await this.session.subscribe(listener, options.after);
+        return {close: () => this.session.unsubscribe(listener)};
+    }
+
+    /** The messages on channels or patterns, for a loop; otherwise as `subscribe`. */
+    on(channels: string | string[], options: {after?: number} = {}): AsyncIterableIterator<Message> {
+        const queue: EventQueue<Message> = new EventQueue(() => void this.session.unsubscribe(listener).catch(() => {}));
+        const listener = {
+            channels: [channels].flat(),
+            handler: (message: Message) => queue.push(message),
+            onEnd: (error: NumoraError) => queue.end(error),
+        };
+        this.session.subscribe(listener, options.after).catch((error: Error) => queue.end(error));
+        return queue;
+    }
+
+    /** Ends the session. What waits for it fails. */
+    close(): Promise<void> {
+        return this.session.close();
+    }
+}
+
+function faultsOf(response: {messageFaults?: Fault[]}): NumoraError[] {
+    return (response.messageFaults ?? []).map(({faultCode, message}) => new NumoraError(faultCode, message));
+}

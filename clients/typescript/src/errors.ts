@@ -1,0 +1,27 @@
+/** A request that was refused, failed or was lost. */
+export class NumoraError extends Error {
+    /**
+     * `code`: a fault's code such as "NUMORA.CodeError", the number of a Bayeux error such as "403", or "disconnected"
+     * when the session has ended and it is not known whether the request has run.
+     */
+    constructor(readonly code: string, message: string) {
+        super(message);
+        this.name = "NumoraError";
+    }
+
+    static disconnected(message: string): NumoraError {
+        return new NumoraError("disconnected", message);
+    }
+}
+
+interface FailedReply {
+    error?: string;
+    failure?: {reason?: string};
+}
+
+/** The error that a failed reply tells: "code:arguments:text" of the server, or what became of the connection. */
+export function errorOf(reply: FailedReply): NumoraError {
+    const [, code, channel, text] = /^(\d{3}):([^:]*):(.*)$/s.exec(reply.error ?? "") ?? [];
+    if (code) return new NumoraError(code, [text, channel].filter(Boolean).join(" ") || "refused");
+    return NumoraError.disconnected(reply.error || reply.failure?.reason || "the connection was lost");
+}

@@ -1,0 +1,216 @@
+// The client of clients/typescript.
+
+import assert from "node:assert/strict";
+import {after, before, describe, test} from "node:test";
+import {connect} from "../../clients/typescript/dist/index.js";
+import {CuttingProxy} from "./proxy.js";
+import {Server, token} from "./server.js";
+import {within} from "./waiting.js";
+
+const limits = {timeout: 60_000};
+let server, client;
+before(async () => {
+    server = await Server.start();
+    client = await connect(`${server.origin}/?token=${token}`, {retryMs: 50});
+});
+after(async () => {
+    await client.close();
+    await server.stop();
+});
+
+// The end of `go.wait()` is in the test's hands.
+const waitable = "import threading\ngo = threading.Event()";
+
+async function behindProxy(t) {
+    const proxy = await CuttingProxy.start(server.port);
+    const client = await connect(proxy.url, {token, retryMs: 20});
+    t.after(() => proxy.stop());
+    t.after(() => client.close());
+    return {proxy, client};
+}
+
+/** Cuts a client off and lets its session end. It stays cut off. */
+async function endSession(proxy, client) {
+    const clientId = client.session.cometd.getClientId();
+    proxy.refuses = true;
+    proxy.cut().catch(() => {});
+    const answer = await fetch(server.url, {
+        method: "POST",
+        headers: {Authorization: `Bearer ${token}`, "Content-Type": "application/json"},
+        body: JSON.stringify([{id: "1", channel: "/meta/disconnect", clientId}]),
+    });
+    assert.ok((await answer.json()).at(-1).successful);
+}
+
+/** What a stream brings whose session ends in the middle, before `code` runs, over connections with `cuts`. */
+async function throughDeadSession(t, code, cuts = []) {
+    const {proxy, client: away} = await behindProxy(t);
+    await client.eval(waitable);
+    const stream = away.stream(`print('first', end='')\ngo.wait()\n${code}`);
+    const begin = [];
+    do begin.push((await stream.next()).value); while (begin.at(-1).text !== "first");
+    await endSession(proxy, away);
+    await client.call("go.set", [], {nargout: 0, dequeMode: "ppe"});
+    await client.eval("0");  // is behind that code
+    proxy.cuts.push(...cuts);
+    proxy.refuses = false;
+    const events = await textOf(stream);
+    assert.deepEqual(proxy.cuts, []);
+    return events;
+}
+
+async function textOf(stream) {
+    const events = [];
+    for await (const event of stream) events.push(event);
+    const text = events.map(event => (event.stream === "output" ? event.text : "")).join("");
+    return {text, others: events.filter(({type}) => type !== "text")};
+}
+
+describe("requests", limits, () => {
+    test("eval brings the text, and says whether the code has failed", async () => {
+        const {text, isError, promptType} = await client.eval("print('ü')\n6 * 7");
+        assert.deepEqual({text, isError, promptType}, {text: "ü\n42\n", isError: false, promptType: 0});
+        const failed = await client.eval("1 / 0");
+        assert.ok(failed.isError);
+        assert.match(failed.text, /ZeroDivisionError/);
+    });
+
+    test("code may be long", async () => {
+        const {text} = await client.eval(`len('${"x".repeat(1_000_000)}')`);
+        assert.equal(text, "1000000\n");
+    });
+
+    test("call brings as many results as are wanted", async () => {
+        assert.equal(await client.call("numpy.linalg.det", [[[2, 0], [0, 3]]]), 6);
+        assert.deepEqual(await client.call("divmod", [7, 2], {nargout: 2}), [3, 1]);
+        assert.equal(await client.call("print", ["unseen"], {nargout: 0}), undefined);
+    });
+
+    const failures = {
+        "a fault": [() => client.call("no_such_function"), {code: "NUMORA.CodeError", message: /no_such_function/}],
+        "a time limit": [() => client.call("time.sleep", [30], {timeoutMs: 50}), {code: "Request.Timeout"}],
+        "a channel of the server's": [() => client.publish("/eventmgr/0/x", 1), {code: "403"}],
+        "a bad channel": [() => client.subscribe("/a/*/", () => {}), {code: "405"}],
+        "a wrong token": [() => connect(server.origin, {token: "x".repeat(20)}), {code: "401"}],
+        "no server": [() => connect("http://127.0.0.1:1/", {token}), {code: "disconnected"}],
+    };
+    for (const [name, [request, error]] of Object.entries(failures)) {
+        test(`${name} is an exception`, () => assert.rejects(request(), {name: "NumoraError", ...error}));
+    }
+
+    test("an interrupt ends what runs", async () => {
+        const running = client.stream("print('runs')\nwhile True: pass");
+        for await (const event of running) {
+            if (event.text?.includes("runs")) await client.interrupt();
+            if (event.type === "completion") assert.equal(event.success, false);
+        }
+    });
+});
+
+describe("streams", limits, () => {
+    test("events come in their order, and input is answered", async () => {
+        const stream = client.stream(`import sys
+print("first")
+print("noted", file=sys.stderr)
+print("Hello", input("Name? "))
+prinnt`);
+        const events = [];
+        for await (const event of stream) {
+            const last = events.at(-1);
+            // How text is divided is the server's business.
+            if (event.type === "text" && last?.stream === event.stream) last.text += event.text;
+            else if (event.type !== "prompt") events.push(event);
+            if (event.type === "input") await stream.input("Ada");
+        }
+        const text = (text, stream = "output") => ({type: "text", stream, text});
+        const traceback = events.find(({text}) => text?.startsWith("Traceback"))?.text;
+        assert.match(traceback, /NameError/);
+        assert.deepEqual(events, [
+            text("first\n"), text("noted\n", "error"), text("Name? "), {type: "input", prompt: "INPUT_PROMPT"},
+            text("Hello Ada\n"), text(traceback, "error"), {type: "suggestion", text: "print"},
+            {type: "completion", success: false},
+        ]);
+    });
+
+    test("nothing is lost or doubled through a connection that is cut", async t => {
+        const {proxy, client} = await behindProxy(t);
+        // Slow enough that each connection brings a part of it.
+        const stream = client.stream("import time\nfor i in range(1500):\n    print(i)\n    time.sleep(0.001)");
+        await stream.next();
+        proxy.cuts.push(200, 0, 2_000, 70, 0, 500, 3_000);
+        const {text, others} = await textOf(stream);
+        assert.equal(text, Array.from({length: 1500}, (_, i) => `${i}\n`).join(""));
+        assert.deepEqual(others.at(-1), {type: "completion", success: true});
+        assert.deepEqual(proxy.cuts, []);
+    });
+
+    test("nothing is lost or doubled when the session has ended meanwhile", async t => {
+        // Among them are some that let the reply to the handshake through, and then not the request to subscribe, not
+        // its reply, or not all that follows.
+        const cuts = Array.from({length: 7}, (_, i) => [100 + 40 * i, {up: 300 + 40 * i}]).flat();
+        const {text, others} = await throughDeadSession(t, `import time
+for i in range(300):
+    print(f'{i:04}' * 2500)
+    time.sleep(0.002)`, cuts);
+        assert.equal(text, Array.from({length: 300}, (_, i) => `${i}`.padStart(4, "0").repeat(2500) + "\n").join(""));
+        assert.deepEqual(others, [{type: "prompt", prompt: "BASE_PROMPT"}, {type: "completion", success: true}]);
+    });
+
+    test("what the server did not keep is a gap", async t => {
+        const {text, others} = await throughDeadSession(t, `import time
+for i in range(40):
+    print(('x' * 999 + chr(10)) * 500, end='')
+    time.sleep(0.01)  # ends a batch of text
+print('last')`);
+        const missing = 40 * 500 * 1000 + "last\n".length - text.length;
+        const [gap] = others;
+        assert.equal(gap.type, "gap");
+        assert.ok(missing > 0 && gap.to >= gap.from && gap.bytes >= missing, `${missing} ${JSON.stringify(gap)}`);
+        assert.ok(text.endsWith("last\n"));
+        assert.equal(others.at(-1).type, "completion");
+    });
+
+    test("a request whose session has ended fails, and the client goes on", async t => {
+        const {proxy, client: away} = await behindProxy(t);
+        await client.eval(waitable);
+        const waits = assert.rejects(away.eval("go.wait()"), {code: "disconnected"});
+        await away.publish("/sent", 1);  // and so the request before it
+        await endSession(proxy, away);
+        proxy.refuses = false;
+        await within(20_000, waits, "failure");
+        await client.call("go.set", [], {nargout: 0, dequeMode: "ppe"});
+        assert.equal((await away.eval("'here'")).text, "'here'\n");
+    });
+
+    test("when no message had come before the session ended, what is missing is not known", async t => {
+        const {proxy, client: away} = await behindProxy(t);
+        const messages = away.on("/none/**");
+        await away.publish("/sent", 1);  // and so the subscription before it
+        await endSession(proxy, away);
+        proxy.refuses = false;
+        const {value} = await within(20_000, messages.next(), "gap");
+        assert.deepEqual(value, {channel: "/connector/gap", data: {}});
+    });
+
+    test("a new page goes on behind the last message that the old one had", async () => {
+        const first = await connect(server.origin, {token});
+        let known;
+        const messages = first.on("/eval/response/completion");
+        await textOf(first.stream("print('old')"));
+        for await (const {number} of messages) {
+            known = number;
+            break;
+        }
+        await first.close();
+        await textOf(client.stream("print('meanwhile')"));
+
+        const second = await connect(server.origin, {token});
+        const seen = [];
+        for await (const {channel, data} of second.on("/eval/response/**", {after: known})) {
+            seen.push(data);
+            if (channel.endsWith("completion")) break;
+        }
+        assert.deepEqual(seen, ["NO_PROMPT", "meanwhile\n", "BASE_PROMPT", "Done: success"]);
+        await second.close();
+    });
+});
