@@ -1,0 +1,111 @@
+// Bodies and frames of Bayeux clients: no body has two answers, and everything that is sent is JSON.
+//
+// Each line is one of them, over HTTP when its first byte is even, else over a WebSocket. In it, $ stands for
+// the id of a client that has shaken hands. `!` as the first byte lets time pass.
+
+#include <chrono>
+#include <cstdint>
+#include <cstdlib>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <boost/asio/io_context.hpp>
+
+#include "bayeux/BayeuxServer.h"
+#include "connector/interpreter/v1/InterpreterJsonSerialization.h"
+#include "connector/json/parse.h"
+#include "requests/RequestDispatcher.h"
+#include "standalone/LocalMessageService.h"
+#include "standalone/StandaloneHost.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using gateway::bayeux::HttpAnswer;
+
+class Fixture {
+public:
+    Fixture() {
+        socket_ = server_.open({.address = "a", .isAuthenticated = true},
+                               {.send =
+                                    [this](const auto& frame, bool) {
+                                        connector::json::parse(*frame);
+                                        noteClient(*frame);
+                                    },
+                                .unsentBytes = [] { return std::size_t{0}; },
+                                .close = [](auto) {}});
+        post(R"([{"channel":"/meta/handshake","version":"1.0","supportedConnectionTypes":["websocket"],)"
+             R"("ext":{"ack":true}}])");
+    }
+    ~Fixture() {
+        pending_.clear();
+        socket_.reset();
+        server_.stop();
+        turn();
+    }
+    Fixture(const Fixture&) = delete;
+    Fixture& operator=(const Fixture&) = delete;
+
+    void take(std::string line) {
+        for (auto at = line.find('$'); at != std::string::npos; at = line.find('$', at + client_.size())) {
+            line.replace(at, 1, client_);
+        }
+        if (line.starts_with('!')) {
+            now_ += 21s;
+            server_.sweep();
+        } else if (line[0] % 2 == 0) {
+            post(line.substr(1));
+        } else if (line.size() <= socket_->maxFrameBytes()) {
+            socket_->receive(line.substr(1));
+        }
+        turn();
+    }
+
+private:
+    void post(const std::string& body) {
+        const auto count = std::make_shared<int>(0);
+        pending_.push_back(server_.post(body, {.address = "a", .isAuthenticated = true},
+                                        [this, count](const HttpAnswer& answer) {
+                                            if (++*count > 1) std::abort();
+                                            connector::json::parse(answer.body);
+                                            noteClient(answer.body);
+                                        }));
+        turn();
+    }
+    void noteClient(std::string_view text) {
+        constexpr std::string_view key = R"("clientId":")";
+        const auto at = text.find(key);
+        if (at != std::string_view::npos) client_ = text.substr(at + key.size(), 40);
+    }
+    void turn() {
+        context_.restart();
+        context_.poll();
+    }
+
+    std::chrono::steady_clock::time_point now_{};
+    boost::asio::io_context context_;
+    standalone::LocalMessageService messages_{{.logged = {"/b/**"}, .now = [this] { return now_; }}};
+    gateway::RequestDispatcher dispatcher_{standalone::makeServiceFramework(),
+                                           std::make_shared<connector::json::JsonSerializer>(),
+                                           {.threads = 1}};
+    gateway::bayeux::BayeuxServer server_{
+        context_, messages_, dispatcher_, {.sweepInterval = 1h, .now = [this] { return now_; }}};
+    std::vector<std::unique_ptr<gateway::bayeux::PendingPost>> pending_;
+    std::unique_ptr<gateway::bayeux::Socket> socket_;
+    std::string client_;
+};
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    std::string_view lines(reinterpret_cast<const char*>(data), size);
+    Fixture fixture;
+    for (int count = 0; !lines.empty() && count < 32; ++count) {
+        const auto end = std::min(lines.find('\n'), lines.size());
+        if (end > 0) fixture.take(std::string(lines.substr(0, end)));
+        lines.remove_prefix(std::min(end + 1, lines.size()));
+    }
+    return 0;
+}
