@@ -10,10 +10,8 @@
 #include <Poco/JSON/Object.h>
 #include <unistd.h>
 
-#include "InProcessSession.h"
+#include "SessionOptions.h"
 #include "connector/json/parse.h"
-#include "nmutil/eventmgr/createLocalEventMgr.h"
-#include "nmutil/utils/InputRequestEvent.h"
 #include "terminal.h"
 #include "text.h"
 
@@ -26,6 +24,7 @@ struct CallOptions {
     std::vector<std::string> arguments;
     int nargout = 1;
     int timeoutSeconds = 0;
+    SessionOptions session;
 };
 
 // The message holds values, not texts.
@@ -68,28 +67,19 @@ int runCall(const CallOptions& options) {
     message->set("nargout", options.nargout);
     message->set("timeoutMs", options.timeoutSeconds * 1000);
     message->set("arguments", valuesOf(options.arguments));
-    InProcessSession session(windowSize(STDOUT_FILENO));
-    // Nobody can answer a function that asks for input.
-    const foundation::msg_svc::eventmgr::ScopedConnection prompts(
-        nmutil::eventmgr::createLocalEventMgr()->subscribe<nmutil::utils::InputRequestEvent>(
-            [&session](const nmutil::utils::InputRequestEvent& event) {
-                if (event.getRequester() == nmutil::prompt::NO_PROMPT) return;
-                complain(session.host().standardError(),
-                         "the function waits for input, which nobody can type");
-                session.host().zvm()->interrupt();
-            }));
-    const auto response = session.request("connector/v1/FEval", message);
+    const auto session = options.session.open(windowSize(STDOUT_FILENO));
+    session->refuseInput();
+    const auto response = session->request("connector/v1/FEval", message);
 
     const auto faults = response->getArray("messageFaults");
     const bool hasFailed = response->getValue<bool>("isError") || (faults && faults->size() > 0);
     for (std::size_t i = 0; faults && i < faults->size(); ++i) {
         const auto fault = faults->getObject(static_cast<unsigned>(i));
-        complain(session.host().standardError(),
+        complain(session->streams().error,
                  fault->getValue<std::string>("faultCode") + ": " + fault->getValue<std::string>("message"));
     }
     if (!hasFailed) {
-        writeAll(session.host().standardOutput(),
-                 readable(response->getValue<std::string>("results")) + "\n");
+        writeAll(session->streams().output, readable(response->getValue<std::string>("results")) + "\n");
     }
     return hasFailed ? 1 : 0;
 }
@@ -112,6 +102,7 @@ void addCallCommand(CLI::App& program, std::function<int()>& command) {
     call->add_option("--timeout", options->timeoutSeconds, "Give up after S seconds")
         ->type_name("S")
         ->check(CLI::Range(1, 2'147'483));
+    options->session.addTo(*call);
     call->callback([options, &command] { command = [options] { return runCall(*options); }; });
 }
 

@@ -16,8 +16,8 @@ bool isIndented(const std::string& line) { return !line.empty() && (line[0] == '
 
 }  // namespace
 
-Console::Console(InProcessSession& session, LineSource& lines)
-    : session_(session), lines_(lines), clears_(::isatty(session.host().standardOutput()) == 1) {}
+Console::Console(Session& session, LineSource& lines)
+    : session_(session), lines_(lines), clears_(::isatty(session.streams().output) == 1) {}
 
 void Console::run() {
     while (true) {
@@ -61,7 +61,7 @@ void Console::discard() {
 // A script may end with the last line of a block; a person who ends the session there gives the block up.
 void Console::finish() {
     if (lines_.isInteractive()) return;
-    const int errors = session_.host().standardError();
+    const int errors = session_.streams().error;
     if (!block_.empty() && wants_ != Evaluation::Wants::Input) evaluate(block_);
     if (wants_ == Evaluation::Wants::RestOfBlock)
         complain(errors, "the code ends inside an open block and was not run");
@@ -69,14 +69,17 @@ void Console::finish() {
 }
 
 Poco::JSON::Object::Ptr Console::send(const std::string& code) {
-    return sendEval(session_, code, {.window = windowSize(session_.host().standardOutput())});
+    return sendEval(session_, code, {.window = windowSize(session_.streams().output)});
 }
 
-void Console::evaluate(const std::string& code) { show(outcomeOf(*send(code))); }
+void Console::evaluate(const std::string& code) {
+    const auto response = send(code);
+    show(outcomeOf(session_, wants_ == Evaluation::Wants::Input ? "" : code, *response));
+}
 
 void Console::show(Evaluation evaluation) {
     wants_ = evaluation.wants;
-    if (evaluation.clearWindow && clears_) writeAll(session_.host().standardOutput(), "\033[H\033[2J");
+    if (evaluation.clearWindow && clears_) writeAll(session_.streams().output, "\033[H\033[2J");
     if (lines_.isInteractive()) {
         // The editor draws from the first column: it takes over an unfinished line that asks, and needs any
         // other finished.
@@ -88,7 +91,7 @@ void Console::show(Evaluation evaluation) {
             evaluation.text = withFinalNewline(std::move(evaluation.text));
         }
     }
-    print(evaluation, session_.host());
+    print(evaluation, session_.streams());
 }
 
 }  // namespace app

@@ -14,7 +14,7 @@ namespace app {
 class Console {
 public:
     /// Owns: borrows both.
-    Console(InProcessSession& session, LineSource& lines);
+    Console(Session& session, LineSource& lines);
 
     /// Reads and runs lines until there are no more.  Blocks: as long.
     void run();
@@ -28,7 +28,7 @@ private:
     void show(Evaluation evaluation);
     Poco::JSON::Object::Ptr send(const std::string& code);
 
-    InProcessSession& session_;
+    Session& session_;
     LineSource& lines_;
     const bool clears_;  ///< whether there is a screen to clear
     std::string block_;  ///< the lines of a block that is not complete yet

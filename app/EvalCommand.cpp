@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include "Evaluation.h"
+#include "SessionOptions.h"
 #include "StreamedEvaluation.h"
 #include "text.h"
 
@@ -24,6 +25,7 @@ struct EvalOptions {
     int timeoutSeconds = 0;
     int width = 0;
     int height = 0;
+    SessionOptions session;
 };
 
 // Standard input is read before the interpreter starts, while Ctrl-C still ends the program.
@@ -50,42 +52,42 @@ EvaluationSettings settingsFor(const EvalOptions& options) {
     return settings;
 }
 
-void printJson(const Poco::JSON::Object& response, const standalone::StandaloneHost& host) {
+void printJson(const Poco::JSON::Object& response, int output) {
     std::ostringstream line;
     response.stringify(line, 0);
-    writeAll(host.standardOutput(), line.str() + "\n");
+    writeAll(output, line.str() + "\n");
 }
 
 int runEval(const EvalOptions& options) {
     const auto codes = readCodes(options.codes);
     const auto settings = settingsFor(options);
-    InProcessSession session(settings.window);
+    const auto session = options.session.open(settings.window);
     if (options.stream) {
-        return StreamedEvaluation(session, {options.json, std::chrono::seconds(options.timeoutSeconds)})
+        return StreamedEvaluation(*session, {options.json, std::chrono::seconds(options.timeoutSeconds)})
                        .run(codes)
                    ? 0
                    : 1;
     }
-    const int errors = session.host().standardError();
+    const auto streams = session->streams();
     bool failed = false;
     Evaluation last;
     for (const auto& code : codes) {
         const bool typed = last.wants == Evaluation::Wants::Input;
-        const auto response = sendEval(session, typed ? withFinalNewline(code) : code, settings);
-        last = outcomeOf(*response);
+        const auto response = sendEval(*session, typed ? withFinalNewline(code) : code, settings);
+        last = outcomeOf(*session, typed ? "" : code, *response);
         if (options.json) {
-            printJson(*response, session.host());
+            printJson(*response, streams.output);
         } else {
-            print(last, session.host());
+            print(last, streams);
         }
         if (last.wants == Evaluation::Wants::RestOfBlock) {
-            complain(errors, "the code ends inside an open block and was not run");
+            complain(streams.error, "the code ends inside an open block and was not run");
             failed = true;
         }
         failed = failed || last.failed;
     }
     if (last.wants == Evaluation::Wants::Input) {
-        complain(errors, "the code still waits for input");
+        complain(streams.error, "the code still waits for input");
         failed = true;
     }
     return failed ? 1 : 0;
@@ -115,6 +117,7 @@ void addEvalCommand(CLI::App& program, std::function<int()>& command) {
     eval->add_option("--height", options->height, "Height of the window in lines")
         ->type_name("N")
         ->check(window);
+    options->session.addTo(*eval);
     eval->callback([options, &command] { command = [options] { return runEval(*options); }; });
 }
 

@@ -2,17 +2,14 @@
 
 #include <Poco/JSON/Array.h>
 
-#include "services/prompt/prompt.h"
 #include "text.h"
 
 namespace app {
 
 namespace {
 
-Evaluation::Wants wantsAfter(int promptType) {
-    if (promptType >= 1 && promptType <= 3) return Evaluation::Wants::Input;
-    if (promptType != 4) return Evaluation::Wants::Code;
-    switch (services::prompt::getInputRequester()) {  // type 4 stands for several prompts
+Evaluation::Wants wantsAt(nmutil::prompt::InputRequester prompt) {
+    switch (prompt) {
         case nmutil::prompt::PAUSE_PROMPT:
             return Evaluation::Wants::Input;
         case nmutil::prompt::INCOMPLETE_BLOCK_PROMPT:
@@ -36,7 +33,7 @@ void addFaults(const Poco::JSON::Object& response, Evaluation& evaluation) {
 
 }  // namespace
 
-Poco::JSON::Object::Ptr sendEval(InProcessSession& session, const std::string& code,
+Poco::JSON::Object::Ptr sendEval(Session& session, const std::string& code,
                                  const EvaluationSettings& settings) {
     Poco::JSON::Object::Ptr message = new Poco::JSON::Object;
     message->set("mcode", code);
@@ -46,23 +43,28 @@ Poco::JSON::Object::Ptr sendEval(InProcessSession& session, const std::string& c
     return session.request("connector/v1/Eval", message);
 }
 
-Evaluation outcomeOf(const Poco::JSON::Object& response) {
+Evaluation outcomeOf(Session& session, const std::string& code, const Poco::JSON::Object& response) {
     Evaluation evaluation;
     evaluation.text = response.optValue<std::string>("responseStr", "");
     evaluation.failed = response.optValue("isError", false);
     evaluation.clearWindow = response.optValue("clearCommandWindow", false);
-    evaluation.wants = wantsAfter(response.optValue("promptType", 0));
     addFaults(response, evaluation);
+    const int promptType = response.optValue("promptType", 0);
+    if (promptType >= 1 && promptType <= 3) {
+        evaluation.wants = Evaluation::Wants::Input;
+    } else if (promptType == 4) {
+        evaluation.wants = wantsAt(session.promptAfter(code));
+    }
     return evaluation;
 }
 
-void print(const Evaluation& evaluation, const standalone::StandaloneHost& host) {
-    const int target = evaluation.failed ? host.standardError() : host.standardOutput();
+void print(const Evaluation& evaluation, const StandardStreams& streams) {
+    const int target = evaluation.failed ? streams.error : streams.output;
     writeAll(target, evaluation.text);
     if (evaluation.faults.empty()) return;
     if (evaluation.failed && !evaluation.text.empty() && !evaluation.text.ends_with('\n'))
         writeAll(target, "\n");
-    for (const auto& fault : evaluation.faults) writeAll(host.standardError(), "numora: " + fault + "\n");
+    for (const auto& fault : evaluation.faults) writeAll(streams.error, "numora: " + fault + "\n");
 }
 
 }  // namespace app

@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "InProcessSession.h"
+#include "Session.h"
 #include "terminal.h"
 
 namespace app {
@@ -31,15 +31,15 @@ struct EvaluationSettings {
 
 /// Evaluates `code`, or types it where the interpreter waits for input, and returns the response message.
 /// Blocks: until the code has run or waits for input.
-Poco::JSON::Object::Ptr sendEval(InProcessSession& session, const std::string& code,
+Poco::JSON::Object::Ptr sendEval(Session& session, const std::string& code,
                                  const EvaluationSettings& settings);
 
-/// What a response says. To be called before the next request, because not every prompt can be told by its
-/// type.
-Evaluation outcomeOf(const Poco::JSON::Object& response);
+/// What the response to `code`, empty when it was typed, says. To be called before the next request, because
+/// not every prompt can be told by its type.
+Evaluation outcomeOf(Session& session, const std::string& code, const Poco::JSON::Object& response);
 
 /// Writes a successful evaluation's text to standard output, a failed one's and every fault to standard
 /// error. Throws: as writeAll.
-void print(const Evaluation& evaluation, const standalone::StandaloneHost& host);
+void print(const Evaluation& evaluation, const StandardStreams& streams);
 
 }  // namespace app

@@ -1,18 +1,36 @@
 #include "InProcessSession.h"
 
 #include <chrono>
+#include <csignal>
 #include <cstdint>
 #include <utility>
 
 #include <Poco/Exception.h>
 #include <Poco/UUIDGenerator.h>
 
+#include "connector/json/escape.h"
+#include "connector/json/parse.h"
+#include "nmutil/eventmgr/createLocalEventMgr.h"
+#include "nmutil/utils/InputRequestEvent.h"
+#include "services/prompt/prompt.h"
+#include "standalone/ClientSession.h"
+
 namespace app {
 
 namespace {
 
+// Shells have what they start in the background ignore SIGINT. The interpreter needs the signal for
+// interrupts of its own; those from outside go on being ignored.
+void acceptInterrupts() {
+    struct sigaction current {};
+    if (::sigaction(SIGINT, nullptr, &current) != 0 || current.sa_handler != SIG_IGN) return;
+    ::signal(SIGINT, SIG_DFL);
+    standalone::setOutsideInterruptHandler([] {});
+}
+
 standalone::HostOptions prepareHost(const WindowSize& window) {
     standalone::blockInterpreterSignals();
+    acceptInterrupts();
     standalone::HostOptions options;
     options.columns = static_cast<std::uint64_t>(window.columns);
     options.rows = static_cast<std::uint64_t>(window.rows);
@@ -28,6 +46,45 @@ std::shared_ptr<connector::common::ContextState> requestContext() {
     return context;
 }
 
+standalone::SessionOptions clientOptions() {
+    standalone::SessionOptions options;
+    options.clientType = "numora-cli";
+    // Standard output may be a pager that stands still for hours: text beyond this is lost, not the session.
+    options.queueBytes = std::size_t{64} << 20;
+    options.fullLimit = std::chrono::hours(24);
+    return options;
+}
+
+class InProcessStream : public ResponseStream {
+public:
+    explicit InProcessStream(standalone::LocalMessageService& messages)
+        : client_(messages.openSession(clientOptions())) {
+        client_->subscribe("/eval/response/**");
+    }
+    void send(const std::string& code) override {
+        client_->publish("/eval/request", connector::json::quoted(code), nullptr);
+    }
+    Taken take(std::chrono::milliseconds limit) override {
+        constexpr std::size_t bytesPerTake = std::size_t{1} << 20;
+        const standalone::TakenFrames taken = client_->take(bytesPerTake, limit);
+        Taken result;
+        for (const auto& frame : taken.frames) {
+            const auto data = connector::json::parse(frame->data());
+            result.messages.push_back(
+                {.channel = std::string(frame->channel()),
+                 .text = data.isString() ? data.extract<std::string>() : std::string(frame->data()),
+                 .line = frame->text()});
+        }
+        if (taken.isClosed) {
+            result.failure = "the connection to the interpreter is closed: " + client_->closeReason();
+        }
+        return result;
+    }
+
+private:
+    const std::shared_ptr<standalone::ClientSession> client_;
+};
+
 }  // namespace
 
 InProcessSession::InProcessSession(const WindowSize& window)
@@ -41,6 +98,28 @@ InProcessSession::InProcessSession(const WindowSize& window)
                .shadowService = host_.shadowService(),
                .requestGate = host_.requestGate(),
                .requestTracker = host_.requestCounter()}) {}
+
+StandardStreams InProcessSession::streams() const {
+    return {host_.standardInput(), host_.standardOutput(), host_.standardError()};
+}
+
+nmutil::prompt::InputRequester InProcessSession::promptAfter(const std::string&) {
+    return services::prompt::getInputRequester();
+}
+
+void InProcessSession::refuseInput() {
+    prompts_ = foundation::msg_svc::eventmgr::ScopedConnection(
+        nmutil::eventmgr::createLocalEventMgr()->subscribe<nmutil::utils::InputRequestEvent>(
+            [this](const nmutil::utils::InputRequestEvent& event) {
+                if (event.getRequester() == nmutil::prompt::NO_PROMPT) return;
+                complain(host_.standardError(), "the function waits for input, which nobody can type");
+                host_.zvm()->interrupt();
+            }));
+}
+
+std::unique_ptr<ResponseStream> InProcessSession::openStream() {
+    return std::make_unique<InProcessStream>(*host_.messages());
+}
 
 std::unique_ptr<connector::Message> InProcessSession::read(const std::string& type,
                                                            const Poco::JSON::Object::Ptr& message) const {

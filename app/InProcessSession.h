@@ -1,38 +1,30 @@
 #pragma once
 
 #include <memory>
-#include <stdexcept>
 #include <string>
 
-#include <Poco/JSON/Object.h>
-
+#include "Session.h"
 #include "connector/interpreter/Module.h"
 #include "standalone/StandaloneHost.h"
 #include "terminal.h"
 
 namespace app {
 
-/// A message that no service takes, or that cannot be read.
-class BadMessage : public std::runtime_error {
-public:
-    using std::runtime_error::runtime_error;
-};
-
-/// An interpreter in this process, reached as a remote client reaches one: by messages in their JSON form.
+/// An interpreter in this process, reached as a remote client reaches one.
 ///
 /// Threads: `request` from any thread; made and destroyed on one thread, which, with every
 /// thread it starts later, no longer takes SIGINT: that signal is the interpreter's.
-class InProcessSession {
+class InProcessSession : public Session {
 public:
     explicit InProcessSession(const WindowSize& window);
 
-    /// Delivers the message of class `type` and returns the response. A missing uuid is made up.
-    /// Blocks: until the response is there.  Throws: BadMessage; the session can go on.
-    Poco::JSON::Object::Ptr request(const std::string& type, const Poco::JSON::Object::Ptr& message);
+    StandardStreams streams() const override;
+    Poco::JSON::Object::Ptr request(const std::string& type, const Poco::JSON::Object::Ptr& message) override;
+    nmutil::prompt::InputRequester promptAfter(const std::string& code) override;
+    void refuseInput() override;
+    std::unique_ptr<ResponseStream> openStream() override;
 
     const std::shared_ptr<connector::json::JsonSerializer>& serializer() const { return serializer_; }
-
-    /// For the program's own input and output.
     const standalone::StandaloneHost& host() const { return host_; }
 
 private:
@@ -42,6 +34,7 @@ private:
     const std::shared_ptr<connector::json::JsonSerializer> serializer_;
     standalone::StandaloneHost host_;
     connector::interpreter::Module module_;
+    foundation::msg_svc::eventmgr::ScopedConnection prompts_;  ///< when input is refused
 };
 
 }  // namespace app

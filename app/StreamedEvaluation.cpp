@@ -1,9 +1,9 @@
 #include "StreamedEvaluation.h"
 
+#include <string_view>
+
 #include <Poco/JSON/Object.h>
 
-#include "connector/json/escape.h"
-#include "connector/json/parse.h"
 #include "terminal.h"
 #include "text.h"
 
@@ -11,29 +11,14 @@ namespace app {
 
 namespace {
 
-constexpr const char* requests = "/eval/request";
 constexpr std::string_view responses = "/eval/response/";
-constexpr std::size_t bytesPerTake = std::size_t{1} << 20;
 constexpr auto takeLimit = std::chrono::milliseconds(200);
 constexpr auto graceAfterInterrupt = std::chrono::seconds(2);
 
-standalone::SessionOptions clientOptions() {
-    standalone::SessionOptions options;
-    options.clientType = "numora-cli";
-    // Standard output may be a pager that stands still for hours: text beyond this is lost, not the session.
-    options.queueBytes = std::size_t{64} << 20;
-    options.fullLimit = std::chrono::hours(24);
-    return options;
-}
-
 }  // namespace
 
-StreamedEvaluation::StreamedEvaluation(InProcessSession& session, Settings settings)
-    : session_(session),
-      settings_(settings),
-      client_(session.host().messages()->openSession(clientOptions())) {
-    client_->subscribe(std::string(responses) + "**");
-}
+StreamedEvaluation::StreamedEvaluation(Session& session, Settings settings)
+    : session_(session), settings_(settings), stream_(session.openStream()) {}
 
 bool StreamedEvaluation::run(const std::vector<std::string>& codes) {
     for (const std::string& code : codes) {
@@ -52,25 +37,23 @@ void StreamedEvaluation::send(const std::string& code) {
     isInterrupted_ = false;
     if (settings_.limit.count() > 0) deadline_ = Clock::now() + settings_.limit;
     ++incomplete_;
-    client_->publish(requests, connector::json::quoted(code), nullptr);
+    stream_->send(code);
 }
 
 void StreamedEvaluation::receive() {
-    const standalone::TakenFrames taken = client_->take(bytesPerTake, takeLimit);
-    for (const auto& frame : taken.frames) show(*frame);
-    if (taken.isClosed) {
-        giveUp("the connection to the interpreter is closed: " + client_->closeReason());
-    }
+    const ResponseStream::Taken taken = stream_->take(takeLimit);
+    for (const auto& message : taken.messages) show(message);
+    if (!taken.failure.empty()) giveUp(taken.failure);
     interruptWhenLate();
 }
 
-void StreamedEvaluation::show(const standalone::MessageFrame& frame) {
-    const auto data = connector::json::parse(frame.data());
-    const std::string text = data.isString() ? data.extract<std::string>() : std::string();
-    const auto& host = session_.host();
-    const bool isResponse = frame.channel().substr(0, responses.size()) == responses;
-    const std::string_view what = isResponse ? frame.channel().substr(responses.size()) : std::string_view();
-    if (settings_.json) writeAll(host.standardOutput(), frame.text() + "\n");
+void StreamedEvaluation::show(const StreamMessage& message) {
+    const auto& [channel, text, line] = message;
+    const auto standard = session_.streams();
+    const bool isResponse = channel.starts_with(responses);
+    const std::string_view what =
+        isResponse ? std::string_view(channel).substr(responses.size()) : std::string_view();
+    if (settings_.json) writeAll(standard.output, line + "\n");
     if (what == "completion") {
         --incomplete_;
         if (text != "Done: success") hasFailed_ = true;
@@ -79,16 +62,16 @@ void StreamedEvaluation::show(const standalone::MessageFrame& frame) {
     } else if (!isResponse) {
         hasFailed_ = true;
         if (!settings_.json) {
-            complain(host.standardError(), "printed text was lost: " + std::string(frame.data()));
+            complain(standard.error, "printed text was lost: " + text);
         }
     } else if (settings_.json) {
         return;
     } else if (what == "output") {
-        writeAll(host.standardOutput(), text);
+        writeAll(standard.output, text);
     } else if (what == "error") {
-        writeAll(host.standardError(), text);
+        writeAll(standard.error, text);
     } else if (what == "suggest") {
-        writeAll(host.standardError(), "Did you mean: " + text + " ?\n");
+        writeAll(standard.error, "Did you mean: " + text + " ?\n");
     }
 }
 
@@ -116,7 +99,7 @@ void StreamedEvaluation::giveUp(const std::string& why) {
 }
 
 void StreamedEvaluation::fail(const std::string& why) {
-    complain(session_.host().standardError(), why);
+    complain(session_.streams().error, why);
     hasFailed_ = true;
 }
 

@@ -4,11 +4,9 @@
 #include <cstddef>
 #include <memory>
 #include <string>
-#include <string_view>
 #include <vector>
 
-#include "InProcessSession.h"
-#include "standalone/ClientSession.h"
+#include "Session.h"
 
 namespace app {
 
@@ -26,7 +24,7 @@ public:
         std::chrono::seconds limit{0};  ///< of each code, after which it is interrupted; 0: none
     };
 
-    StreamedEvaluation(InProcessSession& session, Settings settings);
+    StreamedEvaluation(Session& session, Settings settings);
 
     /// True when every code succeeded and nothing that was printed is lost.
     /// Blocks: until the last code has ended, waits for input or is given up.  Throws: as writeAll.
@@ -37,15 +35,15 @@ private:
 
     void send(const std::string& code);
     void receive();
-    void show(const standalone::MessageFrame& frame);
+    void show(const StreamMessage& message);
     void noticePrompt(const std::string& prompt);
     void interruptWhenLate();
     void giveUp(const std::string& why);
     void fail(const std::string& why);
 
-    InProcessSession& session_;
+    Session& session_;
     const Settings settings_;
-    const std::shared_ptr<standalone::ClientSession> client_;
+    const std::unique_ptr<ResponseStream> stream_;
 
     std::size_t incomplete_ = 0;  ///< requests that have been sent and are not completed
     bool isWaiting_ = false;      ///< for input that has not been typed

@@ -18,13 +18,13 @@ CONTROL = re.compile(r"\x1b\[[0-9;?]*[A-Za-z]|\x1b[=>78]|[\x07\r]")
 class Terminal:
     """A console at a terminal of its own."""
 
-    def __init__(self, state):
+    def __init__(self, state, *options):
         self.text = ""
         self._seen = 0
         self.pid, self._fd = pty.fork()
         if self.pid == 0:
             environment = dict(os.environ, TERM="xterm", XDG_STATE_HOME=state, LC_ALL="C.UTF-8")
-            os.execve(NUMORA, [NUMORA, "console"], environment)
+            os.execve(NUMORA, [NUMORA, "console", *options], environment)
 
     def send(self, text):
         os.write(self._fd, text.encode())

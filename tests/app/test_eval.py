@@ -147,6 +147,11 @@ class EvalTest(unittest.TestCase):
                   "product offering.\nnumora: Request.Timeout: Eval timed out after 1000 milliseconds\n")
         self.assertEqual(run("eval", "--timeout", "1", "while True: pass", "6 * 7"), (1, "42\n", notice))
 
+    def test_time_limit_where_the_interrupt_signal_is_ignored(self):
+        done = subprocess.run([NUMORA, "eval", "--timeout", "1", "while True: pass", "7"], capture_output=True, timeout=60,
+                              preexec_fn=lambda: signal.signal(signal.SIGINT, signal.SIG_IGN))
+        self.assertEqual((done.returncode, done.stdout), (1, b"7\n"))
+
     def test_interrupt_signal_ends_the_running_code_only(self):
         read, write = os.pipe()
         code = "import os\nos.write(%d, b'x')\nwhile True: pass" % write

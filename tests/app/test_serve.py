@@ -4,6 +4,7 @@ import http.client
 import json
 import os
 import re
+import select
 import signal
 import subprocess
 import tempfile
@@ -24,11 +25,11 @@ class Server:
                                          stdout=subprocess.PIPE, stderr=subprocess.PIPE,
                                          env=dict(os.environ, **(environment or {})))
         self.line = self._process.stdout.readline().decode()
-        found = re.fullmatch(r"Listening on http://127\.0\.0\.1:(\d+)/\?token=(\S+)\n", self.line)
+        found = re.fullmatch(r"Listening on (https?://127\.0\.0\.1:(\d+)/\?token=(\S+))\n", self.line)
         if not found:
             self._process.kill()
             raise AssertionError(f"{self.line!r} {self._process.communicate()}")
-        self.port, self.token = int(found[1]), found[2]
+        self.url, self.port, self.token = found[1], int(found[2]), found[3]
 
     def __enter__(self):
         return self
@@ -101,8 +102,9 @@ class Signal:
         return self
 
     def wait(self):
-        if os.read(self._read, 1) != b"x":
-            raise AssertionError("the server has ended")
+        if not select.select([self._read], [], [], 30)[0]:
+            raise AssertionError("the code does not come there")
+        os.read(self._read, 1)
 
     def __exit__(self, *_):
         os.close(self._read)

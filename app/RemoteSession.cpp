@@ -1,0 +1,103 @@
+#include "RemoteSession.h"
+
+#include <chrono>
+#include <cstdlib>
+
+#include <Poco/JSON/Array.h>
+#include <unistd.h>
+
+#include "RemoteStream.h"
+#include "connector/json/parse.h"
+#include "connector/json/write.h"
+#include "serverAnswer.h"
+#include "terminal.h"
+
+namespace app {
+
+using Poco::Dynamic::Var;
+using Poco::JSON::Array;
+using Poco::JSON::Object;
+
+namespace {
+
+constexpr auto patience = std::chrono::seconds(5);
+constexpr auto readyLimit = std::chrono::seconds(10);
+
+Object::Ptr objectFrom(const HttpClient::Answer& answer) {
+    const Var value = valueIn(answer);
+    if (value.type() != typeid(Object::Ptr)) throw ServerRefusal("the server's answer is no object");
+    return value.extract<Object::Ptr>();
+}
+
+/// A count that is one higher for as long as this exists.
+class Counted {
+public:
+    explicit Counted(std::atomic<int>& count) : count_(count) { ++count_; }
+    ~Counted() { --count_; }
+    Counted(const Counted&) = delete;
+    Counted& operator=(const Counted&) = delete;
+
+private:
+    std::atomic<int>& count_;
+};
+
+class CountedStream : public RemoteStream {
+public:
+    CountedStream(const ServerAddress& address, std::atomic<int>& count)
+        : RemoteStream(address), counted_(count) {}
+
+private:
+    const Counted counted_;
+};
+
+}  // namespace
+
+RemoteSession::RemoteSession(const ServerAddress& address)
+    : address_(address), requests_(address), interrupts_(address) {
+    valueIn(requests_.get("/readyz", readyLimit));
+    key_ = std::make_unique<InterruptKey>([this] { interrupt(); });
+}
+
+StandardStreams RemoteSession::streams() const { return {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}; }
+
+Object::Ptr RemoteSession::request(const std::string& type, const Object::Ptr& message) {
+    const Counted counted(underWay_);
+    return objectFrom(requests_.post("/" + type, connector::json::written(message)));
+}
+
+// Responses say no more than the type. The one prompt that is left by code that did not run is that of an
+// open block, and whether code ends inside one can be asked for; the newline makes it a question of this
+// alone.
+nmutil::prompt::InputRequester RemoteSession::promptAfter(const std::string& code) {
+    Array::Ptr arguments = new Array;
+    arguments->add(code + "\n");
+    Object::Ptr message = new Object;
+    message->set("function", "numora.is_complete");
+    message->set("nargout", 1);
+    message->set("arguments", arguments);
+    message->set("dequeMode", "ppe");
+    const auto results = connector::json::parse(
+        request("connector/v1/FEval", message)->optValue<std::string>("results", "[]"));
+    const auto status =
+        results.type() == typeid(Array::Ptr) ? results.extract<Array::Ptr>()->getObject(0) : Object::Ptr();
+    const bool isOpen = status && status->optValue<std::string>("status", "") != "complete";
+    return isOpen ? nmutil::prompt::INCOMPLETE_BLOCK_PROMPT : nmutil::prompt::PAUSE_PROMPT;
+}
+
+std::unique_ptr<ResponseStream> RemoteSession::openStream() {
+    return std::make_unique<CountedStream>(address_, underWay_);
+}
+
+void RemoteSession::interrupt() {
+    if (underWay_ == 0) return;
+    try {
+        valueIn(interrupts_.post("/connector/v1/Interrupt", "{}", patience));
+    } catch (const ServerRefusal& error) {
+        complain(STDERR_FILENO, std::string("the code is not interrupted: ") + error.what());
+    } catch (const std::exception& error) {
+        complain(STDERR_FILENO, error.what());
+        std::_Exit(1);
+    }
+}
+
+}  // namespace app

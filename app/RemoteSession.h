@@ -1,0 +1,42 @@
+#pragma once
+
+#include <atomic>
+#include <memory>
+#include <string>
+
+#include "HttpClient.h"
+#include "InterruptKey.h"
+#include "ServerAddress.h"
+#include "Session.h"
+
+namespace app {
+
+/// The interpreter of a server, which may have other clients too.
+///
+/// Ctrl-C interrupts what runs there while a request of this program is under way or a stream is open. When
+/// the server cannot be told, it ends the program.
+///
+/// Threads: one.  Throws: every operation ConnectionLost and ServerRefusal; the session can go on.
+class RemoteSession : public Session {
+public:
+    /// Blocks: until the server says that it takes requests.
+    explicit RemoteSession(const ServerAddress& address);
+
+    StandardStreams streams() const override;
+    Poco::JSON::Object::Ptr request(const std::string& type, const Poco::JSON::Object::Ptr& message) override;
+    nmutil::prompt::InputRequester promptAfter(const std::string& code) override;
+    /// Another client may type it.
+    void refuseInput() override {}
+    std::unique_ptr<ResponseStream> openStream() override;
+
+private:
+    void interrupt();
+
+    const ServerAddress address_;
+    HttpClient requests_;
+    HttpClient interrupts_;  ///< of the key's thread
+    std::atomic<int> underWay_{0};
+    std::unique_ptr<InterruptKey> key_;  ///< last: uses the others
+};
+
+}  // namespace app

@@ -1,0 +1,229 @@
+#include "RemoteStream.h"
+
+#include <algorithm>
+#include <utility>
+
+#include <Poco/JSON/Array.h>
+
+#include "connector/json/write.h"
+#include "serverAnswer.h"
+
+namespace app {
+
+using namespace std::chrono_literals;
+using connector::MutexLock;
+using Poco::Dynamic::Var;
+using Poco::JSON::Array;
+using Poco::JSON::Object;
+using Clock = std::chrono::steady_clock;
+
+namespace {
+
+constexpr auto requestLimit = 30s;
+constexpr auto connectLimit = 45s;  // the server holds a connect for 25 seconds
+constexpr auto signInterval = 8s;   // the server forgets a client after 20 seconds
+constexpr auto longestBreak = 20s;
+constexpr auto shortestDelay = 100ms;
+constexpr auto longestDelay = 2s;
+constexpr std::size_t queueBytes = std::size_t{8} << 20;
+
+Object::Ptr objectIn(const Object& object, const std::string& name) {
+    const Var value = object.get(name);
+    return value.type() == typeid(Object::Ptr) ? value.extract<Object::Ptr>() : Object::Ptr();
+}
+
+// -1 without one.
+Poco::Int64 numberIn(const Object::Ptr& object, const std::string& name) {
+    const Var value = object.isNull() ? Var() : object->get(name);
+    return value.isInteger() ? value.convert<Poco::Int64>() : -1;
+}
+
+Object::Ptr objectOf(const std::string& name, const Var& value) {
+    Object::Ptr object = new Object;
+    object->set(name, value);
+    return object;
+}
+
+bool isSuccessful(const Object& reply) { return reply.optValue("successful", false); }
+
+std::string errorIn(const Object& reply) {
+    return reply.optValue<std::string>("error", "it gives no reason");
+}
+
+}  // namespace
+
+RemoteStream::RemoteStream(const ServerAddress& address) : publishes_(address), connects_(address) {
+    open(publishes_);
+    thread_ = std::thread([this] { run(); });
+}
+
+RemoteStream::~RemoteStream() {
+    bool isOpen = true;
+    {
+        const MutexLock lock(mutex_);
+        isStopping_ = true;
+        isOpen = failure_.empty();
+    }
+    changed_.notify_all();
+    connects_.abort();
+    try {
+        if (isOpen) exchange(publishes_, newMessage("/meta/disconnect"), 2s);
+    } catch (const std::exception&) {
+        // The server forgets the client by itself.
+    }
+    thread_.join();
+}
+
+void RemoteStream::send(const std::string& code) {
+    Object::Ptr message = newMessage("/eval/request");
+    message->set("data", code);
+    replyTo(publishes_, message);
+}
+
+ResponseStream::Taken RemoteStream::take(std::chrono::milliseconds limit) {
+    Taken taken;
+    {
+        const auto end = Clock::now() + limit;
+        MutexLock lock(mutex_);
+        while (messages_.empty() && failure_.empty() &&
+               changed_.wait_until(lock.native(), end) == std::cv_status::no_timeout) {
+        }
+        taken.messages = std::exchange(messages_, {});
+        queuedBytes_ = 0;
+        if (taken.messages.empty()) taken.failure = failure_;
+    }
+    changed_.notify_all();
+    return taken;
+}
+
+RemoteStream::Objects RemoteStream::exchange(HttpClient& http, const Object::Ptr& message,
+                                             std::chrono::seconds limit) {
+    Array::Ptr all = new Array;
+    all->add(message);
+    const Var value = valueIn(http.post("/cometd", connector::json::written(all), limit));
+    if (value.type() != typeid(Array::Ptr)) throw ServerRefusal("the server's answer is no list of messages");
+    Objects messages;
+    for (const Var& element : *value.extract<Array::Ptr>()) {
+        if (element.type() == typeid(Object::Ptr)) messages.push_back(element.extract<Object::Ptr>());
+    }
+    return messages;
+}
+
+Object::Ptr RemoteStream::replyTo(HttpClient& http, const Object::Ptr& message) {
+    const auto replies = exchange(http, message, requestLimit);
+    if (replies.empty()) throw ServerRefusal("the server gives no reply");
+    if (!isSuccessful(*replies[0])) throw ServerRefusal("the server refuses: " + errorIn(*replies[0]));
+    return replies[0];
+}
+
+Object::Ptr RemoteStream::newMessage(const char* channel) {
+    Object::Ptr message = objectOf("channel", std::string(channel));
+    const MutexLock lock(mutex_);
+    if (!clientId_.empty()) message->set("clientId", clientId_);
+    return message;
+}
+
+void RemoteStream::open(HttpClient& http) {
+    Array::Ptr types = new Array;
+    types->add(std::string("long-polling"));
+    Object::Ptr handshake = objectOf("channel", std::string("/meta/handshake"));
+    handshake->set("version", std::string("1.0"));
+    handshake->set("supportedConnectionTypes", types);
+    handshake->set("ext", objectOf("ack", true));
+    const auto reply = replyTo(http, handshake);
+    {
+        const MutexLock lock(mutex_);
+        clientId_ = reply->optValue<std::string>("clientId", "");
+    }
+    acknowledged_ = 0;
+    Object::Ptr subscribe = newMessage("/meta/subscribe");
+    subscribe->set("subscription", std::string("/eval/response/**"));
+    if (sequence_ > 0) subscribe->set("ext", objectOf("connector", objectOf("after", sequence_)));
+    replyTo(http, subscribe);
+}
+
+void RemoteStream::run() {
+    std::chrono::milliseconds delay = 0ms;
+    auto end = Clock::time_point::max();  // of the attempts to get through
+    while (pause(delay)) {
+        try {
+            connect();
+            delay = 0ms;
+            end = Clock::time_point::max();
+        } catch (const ConnectionLost& error) {
+            end = std::min(end, Clock::now() + longestBreak);
+            if (error.isRefused() || Clock::now() >= end) return fail(error.what());
+            delay = std::clamp<std::chrono::milliseconds>(2 * delay, shortestDelay, longestDelay);
+        } catch (const std::exception& error) {
+            return fail(error.what());
+        }
+    }
+}
+
+void RemoteStream::connect() {
+    const bool hasRoom = waitForRoom();
+    Object::Ptr message = newMessage("/meta/connect");
+    message->set("connectionType", std::string("long-polling"));
+    message->set("ext", objectOf("ack", acknowledged_));
+    const auto answer = exchange(connects_, message, connectLimit);
+    for (const auto& reply : answer) {
+        if (reply->optValue<std::string>("channel", "") != "/meta/connect") continue;
+        if (!isSuccessful(*reply)) {
+            if (!errorIn(*reply).starts_with("402:"))
+                throw ServerRefusal("the server refuses: " + errorIn(*reply));
+            return open(connects_);
+        }
+        // What is not acknowledged comes again.
+        if (!hasRoom) return;
+        acknowledged_ = std::max(acknowledged_, numberIn(objectIn(*reply, "ext"), "ack"));
+    }
+    keep(answer);
+}
+
+// Without room, the connect that follows is but a sign of life.
+bool RemoteStream::waitForRoom() {
+    const auto end = Clock::now() + signInterval;
+    MutexLock lock(mutex_);
+    while (queuedBytes_ >= queueBytes && !isStopping_ &&
+           changed_.wait_until(lock.native(), end) == std::cv_status::no_timeout) {
+    }
+    return queuedBytes_ < queueBytes;
+}
+
+void RemoteStream::keep(const Objects& messages) {
+    {
+        const MutexLock lock(mutex_);
+        for (const auto& message : messages) {
+            if (!message->has("data")) continue;
+            const Var data = message->get("data");
+            messages_.push_back(
+                {.channel = message->optValue<std::string>("channel", ""),
+                 .text = data.isString() ? data.extract<std::string>() : connector::json::written(data),
+                 .line = connector::json::written(message)});
+            queuedBytes_ += messages_.back().line.size();
+            const auto extension = objectIn(*message, "ext");
+            if (extension.isNull()) continue;
+            sequence_ = std::max(sequence_, numberIn(objectIn(*extension, "connector"), "seq"));
+        }
+    }
+    changed_.notify_all();
+}
+
+// Whether the stream still exists then.
+bool RemoteStream::pause(std::chrono::milliseconds time) {
+    const auto end = Clock::now() + time;
+    MutexLock lock(mutex_);
+    while (!isStopping_ && changed_.wait_until(lock.native(), end) == std::cv_status::no_timeout) {
+    }
+    return !isStopping_;
+}
+
+void RemoteStream::fail(const std::string& why) {
+    {
+        const MutexLock lock(mutex_);
+        failure_ = why;
+    }
+    changed_.notify_all();
+}
+
+}  // namespace app

@@ -1,0 +1,70 @@
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <cstddef>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <Poco/JSON/Object.h>
+
+#include "HttpClient.h"
+#include "ServerAddress.h"
+#include "Session.h"
+#include "connector/ThreadSafety.h"
+
+namespace app {
+
+/// The streaming service of a server, by long polls of the Bayeux protocol with acknowledgements: a
+/// connection that breaks for less than 20 seconds loses nothing. After a longer break what the server still
+/// keeps comes, behind a notice of what it does not.
+///
+/// What is not taken waits in a queue; when that is full, in the server, under its rules.
+///
+/// Threads: one, beside its own, which holds the connect.
+class RemoteStream : public ResponseStream {
+public:
+    /// Throws: ConnectionLost, ServerRefusal; so does `send`.
+    explicit RemoteStream(const ServerAddress& address);
+    /// Blocks: while the server is told, for two seconds at most.
+    ~RemoteStream() override;
+
+    void send(const std::string& code) override;
+    Taken take(std::chrono::milliseconds limit) override EXCLUDES(mutex_);
+
+private:
+    using Objects = std::vector<Poco::JSON::Object::Ptr>;
+
+    static Objects exchange(HttpClient& http, const Poco::JSON::Object::Ptr& message,
+                            std::chrono::seconds limit);
+    static Poco::JSON::Object::Ptr replyTo(HttpClient& http, const Poco::JSON::Object::Ptr& message);
+    Poco::JSON::Object::Ptr newMessage(const char* channel) EXCLUDES(mutex_);
+
+    void open(HttpClient& http) EXCLUDES(mutex_);
+    void run() EXCLUDES(mutex_);
+    void connect() EXCLUDES(mutex_);
+    bool waitForRoom() EXCLUDES(mutex_);
+    void keep(const Objects& messages) EXCLUDES(mutex_);
+    bool pause(std::chrono::milliseconds time) EXCLUDES(mutex_);
+    void fail(const std::string& why) EXCLUDES(mutex_);
+
+    HttpClient publishes_;
+    HttpClient connects_;  ///< of the thread, once that runs
+
+    // The thread's, once that runs.
+    Poco::Int64 acknowledged_ = 0;
+    Poco::Int64 sequence_ = 0;  ///< number of the last message; 0 before the first
+
+    connector::Mutex mutex_;
+    std::condition_variable changed_;
+    std::string clientId_ GUARDED_BY(mutex_);
+    std::vector<StreamMessage> messages_ GUARDED_BY(mutex_);
+    std::size_t queuedBytes_ GUARDED_BY(mutex_) = 0;
+    std::string failure_ GUARDED_BY(mutex_);
+    bool isStopping_ GUARDED_BY(mutex_) = false;
+
+    std::thread thread_;  // last: starts once the rest exists
+};
+
+}  // namespace app

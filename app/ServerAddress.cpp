@@ -1,0 +1,77 @@
+#include "ServerAddress.h"
+
+#include <algorithm>
+#include <string_view>
+
+#include <Poco/Exception.h>
+#include <Poco/URI.h>
+
+#include "text.h"
+
+namespace app {
+
+namespace {
+
+bool isPlain(std::string_view text, std::string_view others) {
+    return std::ranges::all_of(text, [&](char c) {
+        return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') ||
+               others.find(c) != std::string_view::npos;
+    });
+}
+
+[[noreturn]] void refuse() {
+    throw InputError(
+        "the URL of a server is http://HOST:PORT or https://HOST:PORT, with ?token=TOKEN or not");
+}
+
+std::string_view withoutFrame(std::string_view text) {
+    constexpr std::string_view announcement = "Listening on ";
+    constexpr std::string_view blanks = " \t\r\n";
+    text.remove_prefix(std::min(text.find_first_not_of(blanks), text.size()));
+    if (text.starts_with(announcement)) text.remove_prefix(announcement.size());
+    return text.substr(0, text.find_last_not_of(blanks) + 1);
+}
+
+}  // namespace
+
+ServerAddress ServerAddress::from(const std::string& text) {
+    ServerAddress address;
+    try {
+        const Poco::URI uri{std::string(withoutFrame(text))};
+        address.isSecure = uri.getScheme() == "https";
+        address.host = uri.getHost();
+        address.port = uri.getPort();
+        address.folder = uri.getPath();
+        for (const auto& [name, value] : uri.getQueryParameters()) {
+            if (name != "token") refuse();
+            address.token = value;
+        }
+        if (!address.isSecure && uri.getScheme() != "http") refuse();
+        if (!uri.getUserInfo().empty() || !uri.getFragment().empty()) refuse();
+    } catch (const Poco::Exception&) {
+        refuse();
+    }
+    while (address.folder.ends_with('/')) address.folder.pop_back();
+    if (address.host.empty() || address.port == 0 || !isPlain(address.host, "-._~:%") ||
+        !isPlain(address.folder, "-._~/")) {
+        refuse();
+    }
+    requireToken(address.token);
+    return address;
+}
+
+std::string ServerAddress::url() const {
+    return (isSecure ? "https://" : "http://") + authority() + folder + "/";
+}
+
+std::string ServerAddress::authority() const {
+    const bool isV6 = host.find(':') != std::string::npos;
+    const std::string name = isV6 ? "[" + host + "]" : host;
+    return port == (isSecure ? 443 : 80) ? name : name + ":" + std::to_string(port);
+}
+
+void requireToken(const std::string& token) {
+    if (!isPlain(token, "-._~")) throw InputError("a token consists of letters, digits and -._~");
+}
+
+}  // namespace app

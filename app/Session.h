@@ -1,0 +1,77 @@
+#pragma once
+
+#include <chrono>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include <Poco/JSON/Object.h>
+
+#include "nmutil/prompt/InputRequester.h"
+
+namespace app {
+
+/// A message that no service takes, or that cannot be read.
+class BadMessage : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+/// The program's own standard input, output and error, as file descriptors.
+struct StandardStreams {
+    int input;
+    int output;
+    int error;
+};
+
+/// One message that the streaming service has published, or a notice of what is lost.
+struct StreamMessage {
+    std::string channel;
+    std::string text;  ///< the data: its text when it is one, else its JSON
+    std::string line;  ///< the whole message as JSON
+};
+
+/// The streaming service, as one of its clients sees it: everything that it publishes comes, in order.
+/// Threads: one.
+class ResponseStream {
+public:
+    struct Taken {
+        std::vector<StreamMessage> messages;
+        std::string failure;  ///< why nothing more will come; empty while more may come
+    };
+
+    virtual ~ResponseStream() = default;
+
+    /// Has `code` evaluated, or typed where the interpreter waits for input.
+    virtual void send(const std::string& code) = 0;
+    /// Blocks: until a message is there, for `limit` at most.
+    virtual Taken take(std::chrono::milliseconds limit) = 0;
+};
+
+/// An interpreter, reached by messages in their JSON form. Ctrl-C interrupts the code that it runs.
+class Session {
+public:
+    virtual ~Session() = default;
+
+    /// Valid as long as the session is.
+    virtual StandardStreams streams() const = 0;
+
+    /// Delivers the message of class `type` and returns the response. A missing uuid is made up.
+    /// Blocks: until the response is there.  Throws: BadMessage; the session can go on. Others as the session
+    /// says.
+    virtual Poco::JSON::Object::Ptr request(const std::string& type,
+                                            const Poco::JSON::Object::Ptr& message) = 0;
+
+    /// The prompt at which an evaluation of `code`, empty when it was typed, has ended with prompt type 4,
+    /// which stands for several. To be called before the next request.  Throws: as `request`.
+    virtual nmutil::prompt::InputRequester promptAfter(const std::string& code) = 0;
+
+    /// From now on code that asks for input is interrupted, when nobody could type it.
+    virtual void refuseInput() = 0;
+
+    /// Owns: borrows the session.
+    virtual std::unique_ptr<ResponseStream> openStream() = 0;
+};
+
+}  // namespace app

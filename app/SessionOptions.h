@@ -1,0 +1,28 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "Session.h"
+#include "terminal.h"
+
+namespace CLI {
+class App;
+}
+
+namespace app {
+
+/// Which interpreter a command works with: one of its own, or that of a server.
+struct SessionOptions {
+    std::string url;    ///< empty: one of its own
+    std::string token;  ///< empty: that in the URL, or in the environment
+
+    /// Adds the flags to the command.
+    void addTo(CLI::App& command);
+
+    /// `window` is for an interpreter of its own.
+    /// Throws: InputError, for a URL that is none; what InProcessSession and RemoteSession throw.
+    std::unique_ptr<Session> open(const WindowSize& window) const;
+};
+
+}  // namespace app
