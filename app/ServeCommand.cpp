@@ -1,5 +1,6 @@
 #include "ServeCommand.h"
 
+#include <algorithm>
 #include <chrono>
 #include <condition_variable>
 #include <cstdlib>
@@ -27,7 +28,7 @@ namespace app {
 namespace {
 
 constexpr auto timeToEnd = std::chrono::milliseconds(2500);
-constexpr rlim_t wantedFiles = 4096;
+constexpr rlim_t otherFiles = 512;
 
 /// Ends the process when this is not destroyed in time: code that no interrupt ends must not keep it.
 class EndLimit {
@@ -59,10 +60,11 @@ private:
 };
 
 // Every connection is an open file, and Python code needs some, too.
-void allowMoreFiles() {
+void allowFiles(std::size_t connections) {
+    const rlim_t wanted = connections + otherFiles;
     rlimit limit{};
-    if (::getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur >= wantedFiles) return;
-    limit.rlim_cur = std::min(limit.rlim_max, wantedFiles);
+    if (::getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur >= wanted) return;
+    limit.rlim_cur = std::min(limit.rlim_max, wanted);
     ::setrlimit(RLIMIT_NOFILE, &limit);
 }
 
@@ -82,7 +84,7 @@ std::unique_ptr<gateway::Gateway> startGateway(const ServeSettings& settings, co
 
 int runServe(const ServeSettings& settings) {
     const StopSignals signals(!settings.mock);
-    allowMoreFiles();
+    allowFiles(settings.gatewayOptions().limits.connections);
     auto backend = settings.mock ? makeMockBackend() : makeInterpreterBackend();
     const auto messages = backend->messages;
     const auto gateway = startGateway(settings, *backend);

@@ -18,6 +18,7 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr std::int64_t mostThreads = 1000;
+constexpr std::int64_t mostConnections = 1'000'000;
 
 /// One file of settings, from which known keys are taken.
 class SettingsFile {
@@ -133,6 +134,7 @@ void ServeSettings::readFile() {
     settings.takePath("tls_key", tlsKey);
     settings.take("hosts", hosts);
     settings.take("origins", origins);
+    settings.take("connections", connections, 1, mostConnections);
     settings.take("body_bytes", bodyBytes, 1, std::int64_t{1} << 30);
     settings.take("handler_threads", handlerThreads, 1, mostThreads);
     settings.take("handler_queue", handlerQueue, 0, 1'000'000);
@@ -149,6 +151,7 @@ gateway::GatewayOptions ServeSettings::gatewayOptions() const {
     options.console = console.value_or("");
     options.tlsCertificate = tlsCertificate.value_or("");
     options.tlsKey = tlsKey.value_or("");
+    options.limits.connections = connections.value_or(options.limits.connections);
     options.limits.bodyBytes = bodyBytes.value_or(options.limits.bodyBytes);
     options.handlerThreads = handlerThreads.value_or(options.handlerThreads);
     options.handlerQueue = handlerQueue.value_or(options.handlerQueue);

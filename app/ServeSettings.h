@@ -26,6 +26,7 @@ struct ServeSettings {
     std::optional<std::string> tlsKey;
     std::vector<std::string> hosts;
     std::vector<std::string> origins;
+    std::optional<std::size_t> connections;
     std::optional<std::size_t> bodyBytes;
     std::optional<std::size_t> handlerThreads;
     std::optional<std::size_t> handlerQueue;

@@ -1,9 +1,12 @@
 #pragma once
 
 #include <atomic>
+#include <cstddef>
 #include <functional>
 #include <memory>
 #include <optional>
+#include <semaphore>
+#include <string_view>
 
 #include "access/AccessPolicy.h"
 #include "bayeux/BayeuxServer.h"
@@ -21,6 +24,12 @@ namespace gateway::http {
 class Endpoints {
 public:
     using Done = std::function<void(Reply)>;
+    using BodyPlaces = std::counting_semaphore<>;
+    struct LeavePlace {
+        void operator()(BodyPlaces* places) const { places->release(); }
+    };
+    /// A large body of a stranger that is being read.
+    using UnprovenBody = std::unique_ptr<BodyPlaces, LeavePlace>;
 
     struct Parts {
         const access::AccessPolicy& access;
@@ -28,6 +37,7 @@ public:
         RequestDispatcher& dispatcher;
         bayeux::BayeuxServer& bayeux;
         metrics::RequestMetrics& metrics;
+        std::ptrdiff_t unprovenBodies;
         std::function<bool()> isReady;
         std::function<metrics::Snapshot()> snapshot;
         bool isSecure = false;  ///< connections are encrypted
@@ -36,6 +46,15 @@ public:
 
     /// Judges a request by its head, before its body is read: a reply refuses it.
     std::optional<Reply> judge(const Request& head);
+
+    /// Whether the sender of a request that `judge` let through has not shown the token.
+    bool isStranger(const Request& head) const { return !parts_.access.isAuthenticated(head); }
+    /// Whether a session is seen in the beginning of a stranger's body.
+    bool showsSession(std::string_view body) const { return parts_.bayeux.showsSession(body); }
+    /// Lets a stranger's large body be read in which no session is seen yet; null when too many are.
+    UnprovenBody takeUnprovenBody() {
+        return UnprovenBody(unprovenBodies_.try_acquire() ? &unprovenBodies_ : nullptr);
+    }
 
     /// Answers a request that `judge` let through. `done` is called once, before this returns or later, on
     /// any thread. When there is a result, the answer may take long and is of no use to a client that has
@@ -64,6 +83,7 @@ private:
     void addCommonHeaders(Reply& reply, const std::string& origin) const;
 
     const Parts parts_;
+    BodyPlaces unprovenBodies_;
     std::atomic<bool> isStopping_{false};
 };
 

@@ -1,5 +1,7 @@
 #include "http/HttpConnection.h"
 
+#include <algorithm>
+#include <chrono>
 #include <exception>
 #include <optional>
 #include <type_traits>
@@ -33,8 +35,11 @@ using boost::system::error_code;
 namespace {
 
 constexpr std::size_t readSize = 4096;
+constexpr std::size_t bodyReadSize = std::size_t{32} << 10;
 constexpr std::size_t writeSize = std::size_t{256} << 10;
 constexpr std::size_t drainSize = std::size_t{64} << 10;
+constexpr std::size_t bufferRoom = std::size_t{64} << 10;  // beside a head
+constexpr std::size_t bodyRate = std::size_t{64} << 10;    // the least in a second
 constexpr auto drainTime = std::chrono::seconds(5);
 
 /// One connection, which takes one request after the other.
@@ -55,9 +60,11 @@ public:
     HttpConnection(Stream stream, std::shared_ptr<ConnectionTable::Place> place,
                    const ConnectionContext& context)
         : stream_(std::move(stream)),
+          strand_(stream_.get_executor()),
           place_(std::move(place)),
           context_(context),
-          deadline_(stream_.get_executor()) {
+          deadline_(strand_),
+          buffer_(context.limits.headBytes + bufferRoom) {
         error_code error;
         peerAddress_ = addressText(socket().remote_endpoint(error).address());
         localAddress_ = addressText(socket().local_endpoint(error).address());
@@ -77,6 +84,7 @@ public:
     }
 
 private:
+    using Clock = std::chrono::steady_clock;
     enum class State { Handshake, Idle, Head, Body, Waiting, Writing, Draining, Closed };
     static constexpr bool isTls = std::is_same_v<Stream, TlsStream>;
 
@@ -84,7 +92,7 @@ private:
 
     template <class Action>
     void onStrand(Action action) {
-        asio::post(stream_.get_executor(), [self = this->shared_from_this(), action] { action(); });
+        asio::post(strand_, [self = this->shared_from_this(), action] { action(); });
     }
     /// A handler of an operation, which holds this connection.
     template <class... Arguments>
@@ -129,6 +137,8 @@ private:
 
     void readHead() {
         state_ = State::Head;
+        isHead_ = false;
+        bodyBytes_ = 0;
         parser_.emplace();
         parser_->header_limit(static_cast<std::uint32_t>(context_.limits.headBytes));
         parser_->body_limit(context_.limits.bodyBytes);
@@ -139,6 +149,7 @@ private:
         if (error) return onReadError(error);
         isHead_ = parser_->get().method() == beast_http::verb::head;
         keepAlive_ = parser_->keep_alive();
+        if (!isFramedClearly(parser_->get())) return refuse(400, "That Transfer-Encoding is not understood.");
         Request head = requestHead(parser_->get());
         head.peerAddress = peerAddress_;
         head.localAddress = localAddress_;
@@ -149,6 +160,7 @@ private:
         }
         if (Endpoints::isWebSocket(head)) return upgrade(std::move(head));
         head_ = std::move(head);
+        isStranger_ = context_.endpoints.isStranger(head_);
         parser_->eager(true);
         if (!parser_->is_done() && waitsForContinue(parser_->get())) return sayContinue();
         readBody();
@@ -160,27 +172,60 @@ private:
     }
     void onContinue(error_code error, std::size_t) { error ? close() : readBody(); }
 
+    // Piece by piece, because the parser's own way of reading does not come back as long as pieces end inside
+    // of what is around chunks.
     void readBody() {
+        error_code error;
+        if (!parser_->is_done() && buffer_.size() > 0) {
+            const std::size_t count = parser_->put(buffer_.data(), error);
+            buffer_.consume(count);
+            bodyBytes_ += count;
+        }
+        if (error && error != beast_http::error::need_more) return onReadError(error);
         if (parser_->is_done()) return answer();
-        state_ = State::Body;
-        setDeadline(context_.limits.bodyTime);
-        beast_http::async_read_some(stream_, buffer_, *parser_, handler(&HttpConnection::onBody));
+        if (!mayGoOn()) return refuse(413, "The body is too large.");
+        const std::size_t room = std::min(bodyReadSize, buffer_.max_size() - buffer_.size());
+        if (room == 0) return onReadError(beast_http::error::buffer_overflow);
+        if (std::exchange(state_, State::Body) != State::Body) bodyBegin_ = Clock::now();
+        const auto end =
+            bodyBegin_ + context_.limits.bodyTime + std::chrono::milliseconds(1000 * bodyBytes_ / bodyRate);
+        setDeadline(std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now()));
+        stream_.async_read_some(buffer_.prepare(room), handler(&HttpConnection::onBody));
     }
-    void onBody(error_code error, std::size_t) { error ? onReadError(error) : readBody(); }
+    void onBody(error_code error, std::size_t count) {
+        buffer_.commit(count);
+        error ? close() : readBody();
+    }
+
+    // The parser sees to the largest body, but not to what is between its chunks; nor does it know strangers.
+    bool mayGoOn() {
+        const auto& limits = context_.limits;
+        const std::string& body = parser_->get().body();
+        if (isStranger_ && body.size() > limits.strangerBytes) {
+            if (!context_.endpoints.showsSession(body)) {
+                unprovenBody_ = context_.endpoints.takeUnprovenBody();
+                if (!unprovenBody_) return false;
+            }
+            isStranger_ = false;
+        }
+        // Chunks may be small, so what is around them may take as much room again.
+        const std::size_t most = isStranger_ ? limits.strangerBytes : limits.bodyBytes;
+        return bodyBytes_ <= 2 * std::min(most, limits.bodyBytes) + bufferRoom;
+    }
 
     void onReadError(error_code error) {
         if (error.category() != beast_http::make_error_code(beast_http::error::end_of_stream).category() ||
             error == beast_http::error::end_of_stream || error == beast_http::error::partial_message) {
             return close();
         }
+        if (error == beast_http::error::body_limit) return refuse(413, "The body is too large.");
+        if (error == beast_http::error::header_limit) return refuse(431, "The head is too large.");
+        refuse(400, "That is no HTTP request: " + error.message() + ".");
+    }
+    // Nobody knows where the next request would begin.
+    void refuse(int status, std::string_view text) {
         keepAlive_ = false;
-        if (error == beast_http::error::body_limit) {
-            return write(context_.endpoints.malformed(413, "The body is too large."));
-        }
-        if (error == beast_http::error::header_limit) {
-            return write(context_.endpoints.malformed(431, "The head is too large."));
-        }
-        write(context_.endpoints.malformed(400, "That is no HTTP request: " + error.message() + "."));
+        write(context_.endpoints.malformed(status, text));
     }
 
     void answer() {
@@ -188,7 +233,7 @@ private:
         deadline_.cancel();
         head_.body = std::move(parser_->get().body());
         const auto done = [self = this->shared_from_this()](Reply reply) {
-            asio::post(self->stream_.get_executor(), [self, reply = std::move(reply)]() mutable {
+            asio::post(self->strand_, [self, reply = std::move(reply)]() mutable {
                 if (self->state_ == State::Waiting) self->write(std::move(reply));
             });
         };
@@ -205,6 +250,7 @@ private:
 
     void write(Reply reply) {
         state_ = State::Writing;
+        unprovenBody_.reset();
         keepAlive_ = keepAlive_ && !isFinishing_;
         response_.emplace();
         response_->version(parser_->get().version() == 10 ? 10 : 11);
@@ -234,10 +280,7 @@ private:
 
     void upgrade(Request head) {
         // A client waits for the answer before it sends frames.
-        if (buffer_.size() > 0) {
-            keepAlive_ = false;
-            return write(context_.endpoints.malformed(400, "There are bytes behind the request."));
-        }
+        if (buffer_.size() > 0) return refuse(400, "There are bytes behind the request.");
         state_ = State::Closed;
         deadline_.cancel();
         serveWebSocket(std::move(stream_), parser_->release(), head, place_, context_);
@@ -268,13 +311,15 @@ private:
     void close() {
         if (std::exchange(state_, State::Closed) == State::Closed) return;
         held_.reset();
+        unprovenBody_.reset();
         deadline_.cancel();
         error_code ignored;
         socket().close(ignored);
         place_.reset();
     }
 
-    Stream stream_;
+    Stream stream_;                       ///< moved from when it has become a WebSocket
+    const asio::any_io_executor strand_;  ///< of the stream, for threads that come late
     std::shared_ptr<ConnectionTable::Place> place_;
     const ConnectionContext context_;
     std::string peerAddress_;
@@ -291,6 +336,10 @@ private:
     Request head_;
     bool isHead_ = false;
     bool keepAlive_ = false;
+    bool isStranger_ = false;    ///< the sender has not shown who it is, so far
+    std::size_t bodyBytes_ = 0;  ///< that have come, with what is between chunks
+    Clock::time_point bodyBegin_;
+    Endpoints::UnprovenBody unprovenBody_;
     std::unique_ptr<bayeux::PendingPost> held_;
     std::optional<beast_http::response<beast_http::string_body>> response_;
     std::optional<beast_http::response_serializer<beast_http::string_body>> serializer_;

@@ -16,7 +16,7 @@ bool isJoinable(const std::string& frame) {
 
 OutgoingFrames::Batch OutgoingFrames::take() {
     auto& queue = replies_.empty() ? deliveries_ : replies_;
-    Batch batch{.frame = std::move(queue.front()), .queuedBytes = 0};
+    Batch batch{.frame = std::move(queue.front()), .queuedBytes = 0, .isReply = &queue == &replies_};
     queue.pop_front();
     batch.queuedBytes = batch.frame->size();
     std::string joined;

@@ -22,6 +22,7 @@ public:
     struct Batch {
         Frame frame;
         std::size_t queuedBytes = 0;  ///< of the frames that are in it
+        bool isReply = false;
     };
     /// Must not be empty.
     Batch take();

@@ -28,15 +28,22 @@ namespace {
 
 constexpr std::size_t sliceSize = std::size_t{256} << 10;
 constexpr std::size_t mostUnsent = std::size_t{64} << 20;
+constexpr std::size_t mostUnsentReplies = std::size_t{2} << 20;
 constexpr auto closeTime = std::chrono::seconds(5);
 constexpr auto finishGrace = std::chrono::milliseconds(300);
+
+bool isTokenCharacter(char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
+           std::string_view("!#$%&'*+-.^_`|~").find(c) != std::string_view::npos;
+}
 
 // Whatever subprotocol the client offers first is taken: without one, browsers would drop the connection.
 std::string firstProtocol(const ReceivedRequest& upgrade) {
     const auto offered = upgrade[beast::http::field::sec_websocket_protocol];
     const std::string_view list(offered.data(), offered.size());
     const auto begin = std::min(list.find_first_not_of(" \t"), list.size());
-    return std::string(list.substr(begin, list.find_first_of(", \t", begin) - begin));
+    const auto first = list.substr(begin, list.find_first_of(", \t", begin) - begin);
+    return std::ranges::all_of(first, isTokenCharacter) ? std::string(first) : "";
 }
 
 /// One WebSocket.
@@ -45,7 +52,7 @@ std::string firstProtocol(const ReceivedRequest& upgrade) {
 ///                     '----- an error, a deadline, a frame too large -----^
 ///
 /// Messages are written in slices, one under way at a time, so that pings find a gap and a client that takes
-/// nothing is noticed.
+/// nothing is noticed. A client that takes no replies is not read from.
 ///
 /// Threads: its strand, but for `finish`, `abort` and the actions of the Bayeux server.
 /// Owns: pending operations hold it; the actions do not.
@@ -60,11 +67,11 @@ public:
           place_(std::move(place)),
           context_(context),
           deadline_(stream_.get_executor()),
+          trusting_(stream_.get_executor()),
           finishing_(stream_.get_executor()) {}
 
     void accept(const ReceivedRequest& upgrade) {
-        stream_.set_option(
-            websocket::stream_base::timeout{context_.limits.headTime, 2 * context_.limits.pingTime, true});
+        setIdleTime(2 * context_.limits.pingTime);
         stream_.auto_fragment(false);
         stream_.text(true);
         if (const auto protocol = firstProtocol(upgrade); !protocol.empty()) {
@@ -106,6 +113,11 @@ private:
     void onAccepted(error_code error) {
         if (error) return over();
         socket_ = context_.endpoints.open(head_, actions());
+        if (!socket_->isTrusted()) {
+            trusting_.set(context_.limits.headTime, [self = this->shared_from_this()] {
+                if (!self->socket_->isTrusted()) self->close(websocket::close_code::policy_error);
+            });
+        }
         read();
     }
 
@@ -132,6 +144,10 @@ private:
                     }};
     }
 
+    void setIdleTime(std::chrono::steady_clock::duration limit) {
+        stream_.set_option(websocket::stream_base::timeout{context_.limits.headTime, limit, true});
+    }
+
     void read() {
         stream_.read_message_max(socket_->maxFrameBytes());
         stream_.async_read(buffer_, handler(&WebSocketConnection::onRead));
@@ -142,12 +158,22 @@ private:
         std::string text = beast::buffers_to_string(buffer_.data());
         buffer_.clear();
         if (buffer_.capacity() > sliceSize) buffer_.shrink_to_fit();
+        if (closeCode_) return read();
         try {
             socket_->receive(std::move(text));
         } catch (const std::exception& problem) {
             log().error("A frame cannot be taken: " + std::string(problem.what()));
             return close(websocket::close_code::internal_error);
         }
+        if (unsentReplies_ <= mostUnsentReplies) return read();
+        // Pongs are not seen now; it is the deadlines of the writes that end a client which takes nothing.
+        isPaused_ = true;
+        setIdleTime(websocket::stream_base::none());
+    }
+    void readOn() {
+        if (!isPaused_ || unsentReplies_ > mostUnsentReplies) return;
+        isPaused_ = false;
+        setIdleTime(2 * context_.limits.pingTime);
         read();
     }
 
@@ -155,6 +181,9 @@ private:
         if (isOver_ || closeCode_) return;
         if (unsentBytes_ - frame->size() > mostUnsent) return over();
         frames_.push(frame, isReply);
+        if (isReply) unsentReplies_ += frame->size();
+        // Before the client learns that it is trusted, so that it may send a large frame at once.
+        stream_.read_message_max(socket_->maxFrameBytes());
         if (!batch_.frame) writeBatch();
     }
     void writeBatch() {
@@ -175,8 +204,10 @@ private:
         if (offset_ < batch_.frame->size()) return writeSlice();
         deadline_.cancel();
         unsentBytes_ -= batch_.queuedBytes;
+        if (batch_.isReply) unsentReplies_ -= batch_.queuedBytes;
         batch_ = {};
         socket_->drained();
+        readOn();
         if (!frames_.empty()) return writeBatch();
         if (closeCode_) sendClose();
     }
@@ -196,6 +227,7 @@ private:
         if (std::exchange(isOver_, true)) return;
         socket_.reset();
         deadline_.cancel();
+        trusting_.cancel();
         finishing_.cancel();
         error_code ignored;
         beast::get_lowest_layer(stream_).close(ignored);
@@ -207,11 +239,14 @@ private:
     std::shared_ptr<ConnectionTable::Place> place_;
     const ConnectionContext context_;
     Deadline deadline_;
+    Deadline trusting_;
     Deadline finishing_;
 
     std::unique_ptr<bayeux::Socket> socket_;
     beast::flat_buffer buffer_;
     std::atomic<std::size_t> unsentBytes_{0};
+    std::size_t unsentReplies_ = 0;  ///< bytes of those that are queued or being written
+    bool isPaused_ = false;          ///< no read is under way until there are fewer
     OutgoingFrames frames_;
     OutgoingFrames::Batch batch_;  ///< being written
     std::size_t offset_ = 0;

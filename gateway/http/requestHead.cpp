@@ -49,6 +49,14 @@ Request requestHead(const ReceivedRequest& received) {
     return head;
 }
 
+bool isFramedClearly(const ReceivedRequest& received) {
+    const auto count = received.count(field::transfer_encoding);
+    if (count == 0) return true;
+    const auto coding = received[field::transfer_encoding];
+    return count == 1 && received.version() == 11 && received.count(field::content_length) == 0 &&
+           equalsIgnoringCase(std::string_view(coding.data(), coding.size()), "chunked");
+}
+
 bool waitsForContinue(const ReceivedRequest& received) {
     const auto value = received[field::expect];
     return received.version() >= 11 &&

@@ -13,6 +13,10 @@ using ReceivedRequest = boost::beast::http::request<boost::beast::http::string_b
 /// Host header.
 Request requestHead(const ReceivedRequest& received);
 
+/// Whether it is beyond doubt where the body ends. An intermediary that reads an unusual Transfer-Encoding
+/// in another way would take a part of the body for a request, or the other way round.
+bool isFramedClearly(const ReceivedRequest& received);
+
 /// Whether the client waits for a word before it sends the body.
 bool waitsForContinue(const ReceivedRequest& received);
 

@@ -26,6 +26,11 @@ void RequestMetrics::record(Endpoint endpoint, int status, std::chrono::nanoseco
     durations.sum += seconds;
 }
 
+void RequestMetrics::count(Endpoint endpoint, int status) {
+    const MutexLock lock(mutex_);
+    ++counts_[{endpoint, status}];
+}
+
 void RequestMetrics::write(PrometheusText& page) const {
     const MutexLock lock(mutex_);
     page.family("numora_http_requests_total", "counter", "HTTP requests answered.");

@@ -36,6 +36,8 @@ std::string_view nameOf(Endpoint endpoint);
 class RequestMetrics {
 public:
     void record(Endpoint endpoint, int status, std::chrono::nanoseconds duration) EXCLUDES(mutex_);
+    /// One that took no time worth telling, because it was refused.
+    void count(Endpoint endpoint, int status) EXCLUDES(mutex_);
     void write(PrometheusText& page) const EXCLUDES(mutex_);
 
 private:

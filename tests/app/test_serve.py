@@ -4,6 +4,7 @@ import http.client
 import json
 import os
 import re
+import resource
 import select
 import signal
 import subprocess
@@ -29,6 +30,7 @@ class Server:
         if not found:
             self._process.kill()
             raise AssertionError(f"{self.line!r} {self._process.communicate()}")
+        self.pid = self._process.pid
         self.url, self.port, self.token = found[1], int(found[2]), found[3]
 
     def __enter__(self):
@@ -214,8 +216,27 @@ class ServeTest(unittest.TestCase):
             with Server("--mock", environment=environment) as server:
                 self.assertEqual(server.token, TOKEN)
 
+    def test_connections_are_as_many_as_the_file_says_and_each_may_be_a_file(self):
+        soft, hard = resource.getrlimit(resource.RLIMIT_NOFILE)
+        with tempfile.NamedTemporaryFile("w", suffix=".toml") as file:
+            file.write("connections = 1")
+            file.flush()
+            resource.setrlimit(resource.RLIMIT_NOFILE, (256, hard))
+            try:
+                server = Server("--mock", "--config", file.name)
+            finally:
+                resource.setrlimit(resource.RLIMIT_NOFILE, (soft, hard))
+            with server:
+                self.assertEqual(resource.prlimit(server.pid, resource.RLIMIT_NOFILE)[0], 513)
+                first = server.connect()
+                first.request("GET", "/healthz")
+                self.assertEqual(first.getresponse().status, 200)
+                with self.assertRaises((ConnectionError, http.client.HTTPException)):
+                    server.request("/healthz")
+                first.close()
+
     def test_wrong_settings_end_it_with_status_2(self):
-        files = {"unknown": "hots = ''", "kind": "port = '1'", "size": "port = 70000", "list": "hosts = [1]", "syntax": "a ="}
+        files = {"unknown": "hots = ''", "number": "connections = 0", "kind": "port = '1'", "size": "port = 70000", "list": "hosts = [1]", "syntax": "a ="}
         with tempfile.TemporaryDirectory() as folder:
             rows = {
                 "port": (["--port", "70000"], "--port"),
@@ -224,7 +245,7 @@ class ServeTest(unittest.TestCase):
                 "certificate without key": (["--tls-cert", "x"], "TLS needs both"),
                 "no file": (["--config", os.path.join(folder, "none")], "none"),
             }
-            expected = {"unknown": "unknown key hots", "kind": "port is no number", "size": "port is no number",
+            expected = {"unknown": "unknown key hots", "number": "connections is no number from 1", "kind": "port is no number", "size": "port is no number",
                         "list": "hosts is no list of texts", "syntax": "line 1"}
             for name, text in files.items():
                 with open(os.path.join(folder, name), "w") as file:

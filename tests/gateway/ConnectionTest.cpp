@@ -59,8 +59,8 @@ TEST_F(ConnectionTest, takesARequestThatComesByteByByteAndAChunkedOne) {
     EXPECT_NE(client.receive().body.find("bytes"), std::string::npos);
     client.send(client.head("POST /connector/v1/Interrupt",
                             "Authorization: Bearer " + std::string(TestClient::token) +
-                                "\r\nContent-Type: application/json\r\nTransfer-Encoding: chunked\r\n") +
-                "1\r\n{\r\n1\r\n}\r\n0\r\n\r\n");
+                                "\r\nContent-Type: application/json\r\nTransfer-Encoding: Chunked\r\n") +
+                "1\r\n{\r\n1;a=b\r\n}\r\n0\r\nC: d\r\n\r\n");
     EXPECT_EQ(client.receive().status, 200);
 }
 
@@ -118,6 +118,78 @@ TEST_F(ConnectionTest, bodyThatStopsComingEndsTheConnection) {
     client.send(whole.substr(0, whole.size() - 1));
     EXPECT_TRUE(client.isEnded());
 }
+
+TEST_F(ConnectionTest, bodyThatComesTooSlowlyEndsTheConnection) {
+    start(withLimits({.bodyTime = 100ms}));
+    auto client = connect();
+    client.send(client.head("POST /cometd", "Content-Type: application/json\r\nContent-Length: 1000\r\n"));
+    bool isOver = false;
+    for (int i = 0; i < 200 && !isOver; ++i) isOver = !client.send(" ") || client.waitForMore(20ms);
+    EXPECT_TRUE(isOver);
+}
+
+struct ChunksCase {
+    std::string name;
+    std::string bytes;
+    int status = 0;
+};
+class ChunksTest : public ConnectionTest, public testing::WithParamInterface<ChunksCase> {};
+
+TEST_P(ChunksTest, withoutEndAreRefusedBeforeAnyTokenIsShown) {
+    start(withLimits({.bodyBytes = 1000}));
+    auto client = connect();
+    client.send(
+        client.head("POST /cometd", "Content-Type: application/json\r\nTransfer-Encoding: chunked\r\n") +
+        GetParam().bytes);
+    EXPECT_EQ(client.receive().status, GetParam().status);
+    EXPECT_TRUE(client.isEnded());
+}
+
+std::string repeated(const std::string& text, int times) {
+    std::string all;
+    for (int i = 0; i < times; ++i) all += text;
+    return all;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Client, ChunksTest,
+    testing::Values(ChunksCase{"Extension", "1;" + std::string(200'000, 'x'), 400},
+                    ChunksCase{"Trailer", "0\r\n" + repeated("a: b\r\n", 30'000), 400},
+                    ChunksCase{"Extensions", repeated("1;" + std::string(1000, 'x') + "\r\na\r\n", 200),
+                               413}),
+    [](const auto& info) { return info.param.name; });
+
+struct FramingCase {
+    std::string name;
+    std::string version;
+    std::string headers;
+};
+class FramingTest : public ConnectionTest, public testing::WithParamInterface<FramingCase> {};
+
+// What is in the chunk would be a request of its own for who takes the body to end elsewhere.
+TEST_P(FramingTest, thatCanBeReadInTwoWaysEndsTheConnection) {
+    start();
+    auto client = connect();
+    const std::string hidden = client.head("GET /healthz");
+    client.send("POST /cometd " + GetParam().version +
+                "\r\nHost: 127.0.0.1:" + std::to_string(gateway_->port()) +
+                "\r\nContent-Type: application/json\r\nConnection: keep-alive\r\n" + GetParam().headers +
+                "\r\n0\r\n\r\n" + hidden);
+    EXPECT_EQ(client.receive().status, 400);
+    EXPECT_TRUE(client.isEnded());
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Client, FramingTest,
+    testing::Values(
+        FramingCase{"OtherCoding", "HTTP/1.1", "Transfer-Encoding: gzip\r\n"},
+        FramingCase{"ChunkedIsNotTheLast", "HTTP/1.1", "Transfer-Encoding: chunked, identity\r\n"},
+        FramingCase{"TwoCodings", "HTTP/1.1", "Transfer-Encoding: gzip, chunked\r\n"},
+        FramingCase{"TwoHeaders", "HTTP/1.1",
+                    "Transfer-Encoding: identity\r\nTransfer-Encoding: chunked\r\n"},
+        FramingCase{"WithLength", "HTTP/1.1", "Transfer-Encoding: xchunked\r\nContent-Length: 5\r\n"},
+        FramingCase{"OldVersion", "HTTP/1.0", "Transfer-Encoding: chunked\r\n"}),
+    [](const auto& info) { return info.param.name; });
 
 TEST_F(ConnectionTest, clientThatTakesNoAnswerIsGivenUp) {
     start(withLimits({.writeTime = 100ms}));
@@ -201,6 +273,56 @@ TEST_F(HeldConnectTest, isReleasedWhenTheClientGoesAwayAndLosesNothing) {
     again.send(connectRequest(again));
     const std::string answer = again.receive().body;
     EXPECT_NE(answer.find(R"({"channel":"/a","data":42})"), std::string::npos) << answer;
+}
+
+class StrangerTest : public ConnectionTest {
+protected:
+    static std::string head(const TestClient& client, std::size_t size) {
+        return client.head("POST /cometd", "Content-Type: application/json\r\nContent-Length: " +
+                                               std::to_string(size) + "\r\n");
+    }
+    static std::string post(const TestClient& client, const std::string& body) {
+        return head(client, body.size()) + body;
+    }
+    /// The id of a session whose token was in the handshake.
+    std::string openSession() const {
+        const std::string token(TestClient::token);
+        auto client = connect();
+        client.send(post(client, R"([{"channel":"/meta/handshake","version":"1.0",
+            "supportedConnectionTypes":["long-polling"],"ext":{"connector":{"token":")" +
+                                     token + R"("}}}])"));
+        const std::string reply = client.receive().body;
+        return reply.substr(reply.find("\"clientId\":\"") + 12, 40);
+    }
+    int publish(const std::string& before, const std::string& behind) const {
+        auto client = connect();
+        client.send(post(client, R"([{"channel":"/a",)" + before + R"("data":")" + std::string(200'000, 'x') +
+                                     '"' + behind + "}]"));
+        return client.receive().status;
+    }
+};
+
+TEST_F(StrangerTest, sendsALargeBodyWhenItNamesItsSessionAtTheBeginning) {
+    start(withLimits({.strangerBytes = 1000, .unprovenBodies = 0}));
+    const std::string clientId = R"("clientId":")" + openSession() + '"';
+    EXPECT_EQ(publish(clientId + ",", ""), 200);
+    EXPECT_EQ(publish("", "," + clientId), 413);
+    EXPECT_EQ(publish(R"("clientId":"none",)", ""), 413);
+}
+
+TEST_F(StrangerTest, sendsALargeBodyThatNamesItsSessionAtTheEndWhenFewDo) {
+    start(withLimits({.strangerBytes = 1000, .unprovenBodies = 1}));
+    const std::string clientId = R"("clientId":")" + openSession() + '"';
+    EXPECT_EQ(publish("", "," + clientId), 200);
+    EXPECT_EQ(publish("", ""), 413);
+    EXPECT_EQ(publish("", "," + clientId), 200);
+}
+
+TEST_F(StrangerTest, isRefusedWhileTheRestOfALargeBodyHasNotCome) {
+    start(withLimits({.unprovenBodies = 0}));
+    auto client = connect();
+    client.send(head(client, 10'000'000) + std::string(200'000, ' '));
+    EXPECT_EQ(client.receive().status, 413);
 }
 
 TEST_F(ConnectionTest, tooManyConnectionsAreEndedAtOnce) {

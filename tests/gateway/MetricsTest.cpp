@@ -46,6 +46,9 @@ TEST_F(MetricsPageTest, tellsOfRequestsEvaluationsAndSessions) {
     start(std::move(options));
     post("/connector/v1/Eval", "{}");
     post("/connector/v1/Eval", "no json");
+    auto stranger = connect();
+    stranger.send(stranger.head("POST /connector/v1/Eval"));
+    EXPECT_EQ(stranger.receive().status, 401);
     ask("garbage\r\n\r\n");
     const auto session = messages_.openSession();
     for (const char* text : {"\"Done: success\"", "\"Done: success\"", "\"Done: failure\""}) {
@@ -60,6 +63,8 @@ TEST_F(MetricsPageTest, tellsOfRequestsEvaluationsAndSessions) {
                              R"(numora_requests_total{type="connector/v1/Eval",outcome="success"} 1)",
                              R"(numora_http_requests_total{endpoint="eval",status="200"} 1)",
                              R"(numora_http_requests_total{endpoint="eval",status="400"} 1)",
+                             R"(numora_http_requests_total{endpoint="eval",status="401"} 1)",
+                             R"(numora_http_request_duration_seconds_count{endpoint="eval"} 2)",
                              R"(numora_http_requests_total{endpoint="malformed",status="400"} 1)",
                              R"(numora_streaming_evaluations_total{outcome="success"} 2)",
                              R"(numora_streaming_evaluations_total{outcome="error"} 1)",

@@ -208,6 +208,9 @@ TEST_F(AnswerTest, headIsAnsweredLikeGetWithoutTheBody) {
     EXPECT_EQ(head.status, 200);
     client.send(client.head("GET /healthz"));
     EXPECT_EQ(std::to_string(client.receive().body.size()), head.header("content-length"));
+    client.send(client.head("HEAD /healthz") + "garbage\r\n\r\n");
+    EXPECT_EQ(client.receive(false).status, 200);
+    EXPECT_NE(client.receive().body, "") << "what is no request is not answered like HEAD";
 }
 
 TEST_F(AnswerTest, readinessFollowsTheInterpreter) {

@@ -8,6 +8,7 @@
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -41,6 +42,24 @@ bool TestClient::send(std::string_view bytes) {
         bytes.remove_prefix(static_cast<std::size_t>(count));
     }
     return true;
+}
+
+std::size_t TestClient::sendWhatIsTaken(std::string_view bytes) {
+    constexpr int patienceMs = 500;
+    std::size_t sent = 0;
+    pollfd room{.fd = socket_, .events = POLLOUT, .revents = 0};
+    while (sent < bytes.size() && ::poll(&room, 1, patienceMs) > 0) {
+        const ssize_t count =
+            ::send(socket_, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL | MSG_DONTWAIT);
+        if (count < 0 && errno != EAGAIN) break;
+        if (count > 0) sent += static_cast<std::size_t>(count);
+    }
+    return sent;
+}
+
+bool TestClient::waitForMore(std::chrono::milliseconds limit) const {
+    pollfd more{.fd = socket_, .events = POLLIN, .revents = 0};
+    return ::poll(&more, 1, static_cast<int>(limit.count())) > 0;
 }
 
 bool TestClient::readMore() {

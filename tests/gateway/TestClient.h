@@ -1,5 +1,7 @@
 #pragma once
 
+#include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <string>
@@ -27,12 +29,17 @@ public:
 
     /// False when the server has ended the connection.
     bool send(std::string_view bytes);
+    /// Sends as much as the server takes; it is over when the server takes nothing for half a second.
+    /// Returns how much that was.
+    std::size_t sendWhatIsTaken(std::string_view bytes);
     /// The next response; `hasBody` is false for one to HEAD.
     TestResponse receive(bool hasBody = true);
     /// The next bytes; fewer when the connection ends first.
     std::string receiveBytes(std::size_t count);
     /// Whether the server ends the connection without sending more.
     bool isEnded();
+    /// Whether the server sends something, or ends the connection, within this time.
+    bool waitForMore(std::chrono::milliseconds limit) const;
     void close();
     /// Says that nothing more will be sent.
     void endSending();

@@ -47,6 +47,11 @@ protected:
     static constexpr const char* handshake =
         R"([{"channel":"/meta/handshake","version":"1.0","supportedConnectionTypes":["websocket"],"id":"h"}])";
 
+    static std::string handshakeWithToken() {
+        std::string text = handshake;
+        return text.insert(text.size() - 2,
+                           R"(,"ext":{"connector":{"token":")" + std::string(TestClient::token) + R"("}})");
+    }
     /// Asks for a WebSocket with the token, or without when it is empty.
     TestResponse upgrade(TestClient& client, const std::string& headers = "",
                          std::string_view token = TestClient::token) const {
@@ -60,8 +65,7 @@ protected:
         const std::string head = client.receiveBytes(2);
         if (head.size() < 2) return {};
         std::size_t size = static_cast<unsigned char>(head[1]);
-        if (size == 126) size = numberIn(client.receiveBytes(2));
-        if (size == 127) size = numberIn(client.receiveBytes(8));
+        if (size >= 126) size = numberIn(client.receiveBytes(size == 126 ? 2 : 8));
         return {head[0] & 15, client.receiveBytes(size)};
     }
     static std::string askFor(TestClient& client, const std::string& text) {
@@ -135,10 +139,7 @@ TEST_F(WebSocketTest, takesTheTokenOfTheHandshake) {
     auto client = connect();
     upgrade(client, "", "");
     EXPECT_NE(askFor(client, handshake).find(R"("successful":false)"), std::string::npos);
-    std::string good = handshake;
-    good.insert(good.size() - 2,
-                R"(,"ext":{"connector":{"token":")" + std::string(TestClient::token) + R"("}})");
-    EXPECT_NE(askFor(client, good).find(R"("successful":true)"), std::string::npos);
+    EXPECT_NE(askFor(client, handshakeWithToken()).find(R"("successful":true)"), std::string::npos);
 }
 
 TEST_F(WebSocketTest, selectsTheFirstSubprotocol) {
@@ -146,6 +147,68 @@ TEST_F(WebSocketTest, selectsTheFirstSubprotocol) {
     auto client = connect();
     EXPECT_EQ(upgrade(client, "Sec-WebSocket-Protocol: bayeux, other\r\n").header("sec-websocket-protocol"),
               "bayeux");
+    auto broken = connect();
+    const auto response = upgrade(broken, "Sec-WebSocket-Protocol: a\"b\r\n");
+    EXPECT_EQ(response.status, 101);
+    EXPECT_EQ(response.header("sec-websocket-protocol"), "");
+}
+
+TEST_F(WebSocketTest, endsWhenItDoesNotShowTheTokenInTime) {
+    gateway::GatewayOptions options;
+    options.limits.headTime = 500ms;
+    start(std::move(options));
+    auto authenticated = connect();
+    upgrade(authenticated);
+    auto late = connect();
+    upgrade(late, "", "");
+    askFor(late, handshakeWithToken());
+    auto stranger = connect();
+    upgrade(stranger, "", "");
+    EXPECT_EQ(askFor(stranger, "[]"), "[]");
+    EXPECT_EQ(receive(stranger).closeCode(), 1008);
+    EXPECT_EQ(askFor(authenticated, "[]"), "[]");
+    EXPECT_EQ(askFor(late, "[]"), "[]");
+}
+
+TEST_F(WebSocketTest, largeFrameIsTakenOnceTheSessionIsKnown) {
+    start();
+    auto first = connect();
+    upgrade(first, "", "");
+    const std::string id = clientIdIn(askFor(first, handshakeWithToken()));
+    auto next = connect();
+    upgrade(next, "", "");
+    askFor(next, R"([{"channel":"/meta/connect","connectionType":"websocket","clientId":")" + id +
+                     R"(","advice":{"timeout":0}}])");
+    const std::string reply =
+        askFor(next, R"([{"channel":"/a","clientId":")" + id + R"(","id":"large","data":")" +
+                         std::string(100'000, 'x') + R"("}])");
+    EXPECT_NE(reply.find(R"("id":"large")"), std::string::npos) << reply;
+}
+
+TEST_F(WebSocketTest, clientThatTakesNoRepliesIsNotReadFromUntilItDoes) {
+    start();
+    auto client = connect();
+    upgrade(client);
+    const std::string frame = encoded(textFrame, R"([{"channel":"/meta/connect","clientId":"none","id":")" +
+                                                     std::string(500'000, 'x') + R"("}])");
+    constexpr std::size_t mostFrames = 80;
+    std::string frames;
+    for (std::size_t i = 0; i < mostFrames; ++i) frames += frame;
+    const std::size_t sent = client.sendWhatIsTaken(frames);
+    ASSERT_LT(sent, frames.size());
+    const std::size_t whole = sent / frame.size();
+    ASSERT_GT(whole, 0U);
+    std::size_t received = 0;
+    const auto receiveReplies = [&](std::size_t count) {
+        while (received < count * 500'000) {
+            const Frame part = receive(client);
+            ASSERT_TRUE(part.opcode == textFrame || part.opcode == 0) << part.opcode;
+            received += part.payload.size();
+        }
+    };
+    receiveReplies(whole);
+    ASSERT_TRUE(client.send(std::string_view(frames).substr(sent, (whole + 1) * frame.size() - sent)));
+    receiveReplies(whole + 1);
 }
 
 TEST_F(WebSocketTest, closesOnWhatItDoesNotTake) {

@@ -21,9 +21,17 @@ struct ConnectionLimits {
     std::size_t connections = 1000;  ///< beyond them, new ones are closed at once
     std::size_t headBytes = std::size_t{16} << 10;
     std::size_t bodyBytes = std::size_t{16} << 20;  ///< of a request, and of a frame of a WebSocket
+    /// Of a body for the Bayeux server, and of a frame, whose sender has shown neither the token nor a
+    /// session.
+    std::size_t strangerBytes = std::size_t{64} << 10;
+    /// Larger bodies that are read at a time although no session has been seen in them yet: clients may name
+    /// theirs at the end.
+    std::ptrdiff_t unprovenBodies = 8;
 
-    std::chrono::milliseconds headTime = std::chrono::seconds(10);   ///< also of the handshakes
-    std::chrono::milliseconds bodyTime = std::chrono::seconds(30);   ///< without a byte
+    std::chrono::milliseconds headTime =
+        std::chrono::seconds(10);  ///< also of the handshakes, and until a WebSocket has shown the token
+    std::chrono::milliseconds bodyTime =
+        std::chrono::seconds(30);  ///< and a second more for each 64 KiB that have come
     std::chrono::milliseconds idleTime = std::chrono::seconds(60);   ///< between requests
     std::chrono::milliseconds writeTime = std::chrono::seconds(30);  ///< without progress
     std::chrono::milliseconds pingTime =
