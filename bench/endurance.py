@@ -13,6 +13,7 @@ import resource
 import signal
 import socket
 import sys
+import tempfile
 import time
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "clients", "python"))
@@ -153,13 +154,19 @@ async def idle_connections(program, count=10_000):
     """Connections that are opened, held and dropped, while requests go on."""
     soft, hard = resource.getrlimit(resource.RLIMIT_NOFILE)
     resource.setrlimit(resource.RLIMIT_NOFILE, (min(hard, 2 * count), hard))
-    async with Server(program) as server, server.client() as client:
+    with tempfile.NamedTemporaryFile("w", suffix=".toml") as settings:
+        settings.write(f"connections = {count + 100}\n")
+        settings.flush()
+        return await hold_connections(Server(program, "--config", settings.name), count)
+
+
+async def hold_connections(server, count):
+    async with server, server.client() as client:
         before = server.memory("VmRSS")
         held, refused = [], 0
-        for number in range(count):
+        for _ in range(count):
             peer = socket.socket()
             peer.setblocking(False)
-            peer.bind((f"127.0.0.{2 + number // 10_000}", 0))
             await asyncio.wait_for(asyncio.get_running_loop().sock_connect(peer, ("127.0.0.1", server.port)), 30)
             held.append(peer)
         assert (await client.eval("6 * 7")).text == "42\n"
