@@ -138,6 +138,7 @@ void ServeSettings::readFile() {
     settings.take("body_bytes", bodyBytes, 1, std::int64_t{1} << 30);
     settings.take("handler_threads", handlerThreads, 1, mostThreads);
     settings.take("handler_queue", handlerQueue, 0, 1'000'000);
+    settings.take("io_threads", ioThreads, 1, 64);
     settings.refuseTheRest();
 }
 
@@ -155,6 +156,7 @@ gateway::GatewayOptions ServeSettings::gatewayOptions() const {
     options.limits.bodyBytes = bodyBytes.value_or(options.limits.bodyBytes);
     options.handlerThreads = handlerThreads.value_or(options.handlerThreads);
     options.handlerQueue = handlerQueue.value_or(options.handlerQueue);
+    options.ioThreads = ioThreads.value_or(options.ioThreads);
     return options;
 }
 

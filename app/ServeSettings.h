@@ -30,6 +30,7 @@ struct ServeSettings {
     std::optional<std::size_t> bodyBytes;
     std::optional<std::size_t> handlerThreads;
     std::optional<std::size_t> handlerQueue;
+    std::optional<std::size_t> ioThreads;
     std::optional<std::string> file;
     bool mock = false;
 

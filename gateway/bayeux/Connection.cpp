@@ -29,6 +29,7 @@ std::size_t Connection::maxFrameBytes() const {
 
 void Connection::receive(const std::string& text) {
     if (isClosing_) return;
+    core_->flusher->received();
     if (text.size() > maxFrameBytes()) return close(tooBig);
     try {
         auto requests = readRequests(text, core_->options.depth, core_->options.messagesPerArray);

@@ -5,6 +5,7 @@
 #include "bayeux/Advice.h"
 #include "bayeux/BayeuxServer.h"
 #include "bayeux/ConnectionTable.h"
+#include "bayeux/Flusher.h"
 #include "bayeux/SessionTable.h"
 
 namespace gateway::bayeux {
@@ -20,6 +21,7 @@ public:
           messages(messageService),
           dispatcher(requestDispatcher),
           options(std::move(serverOptions)),
+          flusher(std::make_shared<Flusher>(ioContext)),
           advice(options.timeout, options.maxInterval),
           sessions(options.handshakesPerSecond, options.sessionsPerPeer) {}
 
@@ -27,6 +29,7 @@ public:
     standalone::LocalMessageService& messages;
     RequestDispatcher& dispatcher;
     const ServerOptions options;
+    const std::shared_ptr<Flusher> flusher;
     const Advice advice;
     SessionTable sessions;
     ConnectionTable connections;

@@ -63,7 +63,8 @@ bool Session::belongsTo(const Peer& peer) const {
 void Session::start(const std::shared_ptr<Connection>& socket) {
     if (isEnded_) return;
     client_->setWakeUp([weak = weak_from_this()] {
-        if (const auto session = weak.lock()) session->wake();
+        const auto session = weak.lock();
+        if (session && !session->isListed_.exchange(true)) session->core_->flusher->add(session);
     });
     if (socket) bind(socket);
 }
@@ -74,6 +75,11 @@ void Session::wake() {
         self->isWoken_ = false;
         self->work();
     });
+}
+
+void Session::wakeListed() {
+    isListed_ = false;
+    wake();
 }
 
 void Session::bind(const std::shared_ptr<Connection>& socket) {
@@ -154,8 +160,9 @@ void Session::push() {
     const auto deliveries = outbox_.next();
     if (deliveries.empty()) return;
     outbox_.delivered();
+    const bool isAll = deliveries.size() < core_->options.replyBytes / 2;
     socket_->send("[" + deliveries + "]", false);
-    wake();
+    if (!isAll) wake();
 }
 
 /// Answers the held connect, if that is due. Returns the exchange, which is to be flushed.

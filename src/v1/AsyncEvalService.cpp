@@ -6,7 +6,6 @@
 #include "cmddistributor/CmdRequest.h"
 #include "connector/common/productName.h"
 #include "connector/ddux/ddux.h"
-#include "connector/interpreter/v1/AsyncEvalStreamBuf.h"
 #include "connector/json/escape.h"
 #include "connector/json/parse.h"
 #include "fl/i18n/text.h"
@@ -14,6 +13,7 @@
 #include "services/prompt/prompt.h"
 #include "v1/BatchOrder.h"
 #include "v1/CountedSwitch.h"
+#include "v1/FlushingStreamBuf.h"
 #include "v1/HeldContext.h"
 #include "v1/Publisher.h"
 #include "v1/StreamingEvalPlugin.h"
@@ -54,7 +54,7 @@ struct PrintedText {
           err(*coalescer, nmutil::io::STANDARD_ERROR) {}
 
     static std::shared_ptr<nmutil::io::NMSink> sink(const std::shared_ptr<PrintedText>& self,
-                                                    AsyncEvalStreamBuf PrintedText::*stream) {
+                                                    FlushingStreamBuf PrintedText::*stream) {
         return std::make_shared<nmutil::io::NMSink>(
             std::shared_ptr<nmutil::io::UnicodeStreamBuf>(self, &((*self).*stream)),
             cmddistributor::RunOptions::getDefaultSinkTraits());
@@ -65,8 +65,8 @@ struct PrintedText {
     }
 
     const std::shared_ptr<CoalescingTextBuffer> coalescer;
-    AsyncEvalStreamBuf out;
-    AsyncEvalStreamBuf err;
+    FlushingStreamBuf out;
+    FlushingStreamBuf err;
 };
 
 bool isSuccess(Future<void>& ended) {

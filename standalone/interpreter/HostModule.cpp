@@ -32,21 +32,31 @@ template <class Unit>
 void printUnits(nmutil::io::StreamTypeEnum stream, const Unit* units, Py_ssize_t count) {
     std::array<char16_t, 8192>
         piece;  // NOLINT(cppcoreguidelines-pro-type-member-init): filled before it is read
-    std::size_t used = 0;
-    for (Py_ssize_t i = 0; i < count; ++i) {
-        if (used + 2 > piece.size()) {
-            bound->print(stream, {piece.data(), used});
-            used = 0;
+    if constexpr (sizeof(Unit) < 4) {  // in UTF-16 they are the same
+        while (count > 0) {
+            const auto size = std::min<std::size_t>(static_cast<std::size_t>(count), piece.size());
+            std::copy_n(units, size, piece.data());
+            bound->print(stream, {piece.data(), size});
+            units += size;
+            count -= static_cast<Py_ssize_t>(size);
         }
-        std::uint32_t point = units[i];
-        if (point > 0xFFFF) {
-            point -= 0x10000;
-            piece.at(used++) = static_cast<char16_t>(0xD800 + (point >> 10U));
-            point = 0xDC00 + (point & 0x3FFU);
+    } else {
+        std::size_t used = 0;
+        for (Py_ssize_t i = 0; i < count; ++i) {
+            if (used + 2 > piece.size()) {
+                bound->print(stream, {piece.data(), used});
+                used = 0;
+            }
+            std::uint32_t point = units[i];
+            if (point > 0xFFFF) {
+                point -= 0x10000;
+                piece.at(used++) = static_cast<char16_t>(0xD800 + (point >> 10U));
+                point = 0xDC00 + (point & 0x3FFU);
+            }
+            piece[used++] = static_cast<char16_t>(point);
         }
-        piece[used++] = static_cast<char16_t>(point);
+        if (used > 0) bound->print(stream, {piece.data(), used});
     }
-    if (used > 0) bound->print(stream, {piece.data(), used});
 }
 
 // Without a window, as in a forked child and at the end, text goes to the descriptor itself.

@@ -102,7 +102,7 @@ TakenFrames OutgoingQueue::take(std::size_t maxBytes, std::chrono::milliseconds 
     const auto deadline = connector::detail::deadlineAfter(timeout);
     TakenFrames taken;
     MutexLock lock(mutex_);
-    while (isIdleLocked()) {
+    while (isIdleLocked() && timeout.count() > 0) {  // not even a wait without time comes back at once
         if (changed_.wait_until(lock.native(), deadline) == std::cv_status::timeout) break;
     }
     if (entries_.empty()) {
