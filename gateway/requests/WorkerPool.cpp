@@ -30,8 +30,8 @@ WorkerPool::Outcome WorkerPool::submit(Task task) {
         if (queue_.size() + running_ >= capacity_ || task.bytes > queueBytes_ - bytes_) return Outcome::Full;
         bytes_ += task.bytes;
         queue_.push_back(std::move(task));
+        wakeLocked();
     }
-    changed_.notify_one();
     return Outcome::Taken;
 }
 
@@ -43,8 +43,8 @@ void WorkerPool::close() {
         refused.swap(queue_);
         bytes_ = 0;
         if (running_ == 0) idle_.notify_all();
+        while (!waiting_.empty()) wakeLocked();
     }
-    changed_.notify_all();
     for (const auto& task : refused) task.refuse();
 }
 
@@ -69,10 +69,24 @@ std::size_t WorkerPool::running() const {
     return running_;
 }
 
+void WorkerPool::waitLocked(MutexLock& lock) {
+    Idle self;
+    waiting_.push_back(&self);
+    while (!self.isWoken) self.wake.wait(lock.native());
+}
+
+void WorkerPool::wakeLocked() {
+    if (waiting_.empty()) return;
+    Idle& idle = *waiting_.back();
+    waiting_.pop_back();
+    idle.isWoken = true;
+    idle.wake.notify_one();  // under the lock, because it is gone as soon as its thread goes on
+}
+
 void WorkerPool::work() {
     MutexLock lock(mutex_);
     while (true) {
-        while (queue_.empty() && !isClosed_) changed_.wait(lock.native());
+        while (queue_.empty() && !isClosed_) waitLocked(lock);
         if (queue_.empty()) return;
         {
             const Task task = std::move(queue_.front());

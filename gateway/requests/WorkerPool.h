@@ -52,14 +52,23 @@ public:
     std::size_t running() const EXCLUDES(mutex_);
 
 private:
+    /// A thread that waits for a task.
+    struct Idle {
+        std::condition_variable wake;
+        bool isWoken = false;
+    };
+
     void work() EXCLUDES(mutex_);
+    void waitLocked(connector::MutexLock& lock) REQUIRES(mutex_);
+    void wakeLocked() REQUIRES(mutex_);
 
     const std::size_t capacity_;  ///< tasks queued and running
     const std::size_t queueBytes_;
 
     mutable connector::Mutex mutex_;
-    std::condition_variable changed_;
     std::condition_variable idle_;
+    std::vector<Idle*> waiting_
+        GUARDED_BY(mutex_);  ///< the one that began last is woken: its caches are warm
     std::deque<Task> queue_ GUARDED_BY(mutex_);
     std::size_t bytes_ GUARDED_BY(mutex_) = 0;  ///< of the queue
     std::size_t running_ GUARDED_BY(mutex_) = 0;
