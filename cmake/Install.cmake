@@ -3,7 +3,7 @@ include(CMakePackageConfigHelpers)
 
 set(NUMORA_PACKAGE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/ConnectorInterpreter)
 
-foreach(component foundation host interpreter standalone gateway)
+foreach(component foundation microservices host interpreter standalone gateway)
     get_target_property(target ConnectorInterpreter::${component} ALIASED_TARGET)
     install(TARGETS ${target} EXPORT ConnectorInterpreterTargets
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
@@ -14,6 +14,10 @@ install(EXPORT ConnectorInterpreterTargets
 
 install(DIRECTORY foundation/include/ host/include/ include/ standalone/include/ gateway/include/
     DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} FILES_MATCHING PATTERN "*.h")
+if(NOT CppMicroServices_FOUND)
+    install(DIRECTORY standalone/microservices/include/
+        DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} FILES_MATCHING PATTERN "*.h")
+endif()
 install(TARGETS numora RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 
 configure_package_config_file(

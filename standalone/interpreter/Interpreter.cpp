@@ -25,6 +25,7 @@
 #include "nmutil/utils/IqmInputRequestEvent.h"
 #include "numora/lang/correction/SuggestionEvent.h"
 #include "services/io/CmdWinSink.h"
+#include "services/processFramework.h"
 #include "shutdown/ShutdownObject.h"
 
 namespace standalone {
@@ -190,6 +191,11 @@ std::shared_ptr<zvm::Session> Interpreter::session() { return zvm_; }
 std::shared_ptr<foundation::msg_svc::eventmgr::EventMgr> Interpreter::eventManager(
     const boost::optional<zvm::ZvmID>& id) {
     return !id || *id == zvm_->id() ? events_ : nullptr;
+}
+
+cppmicroservices::Framework Interpreter::microservices() { return processFramework(); }
+std::vector<cppmicroservices::Bundle> Interpreter::installAndStartBundles(const std::string& path) {
+    return standalone::installAndStartBundles(path);
 }
 
 void Interpreter::threadMain(std::promise<void>& started) {

@@ -77,6 +77,8 @@ public:
     bool setInterruptPending(bool pending) override;
     std::shared_ptr<foundation::msg_svc::eventmgr::EventMgr> eventManager(
         const boost::optional<zvm::ZvmID>& id) override;
+    cppmicroservices::Framework microservices() override;
+    std::vector<cppmicroservices::Bundle> installAndStartBundles(const std::string& path) override;
     bool isDduxEnabled() override { return telemetry_.isEnabled(); }
     connector::Future<std::unique_ptr<connector::ddux::DduxControlResponse>> logEvent(
         std::unique_ptr<connector::ddux::DduxControlMessage> record) override {

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include <boost/optional.hpp>
 
@@ -14,6 +15,11 @@
 #include "nmutil/cmddistributor/inExecutionStatus.h"
 #include "nmutil/prompt/InputRequester.h"
 #include "zvm/ZVM.h"
+
+namespace cppmicroservices {
+class Bundle;
+class Framework;
+}  // namespace cppmicroservices
 
 namespace host {
 
@@ -59,6 +65,11 @@ public:
     // nmutil::eventmgr::
     virtual std::shared_ptr<foundation::msg_svc::eventmgr::EventMgr> eventManager(
         const boost::optional<zvm::ZvmID>& id) = 0;
+
+    // foundation::cppmicroservices::, for an environment that has a framework; the others throw
+    // std::logic_error
+    virtual cppmicroservices::Framework microservices();
+    virtual std::vector<cppmicroservices::Bundle> installAndStartBundles(const std::string& path);
 
     // connector::ddux::, for an environment that keeps telemetry
     virtual bool isDduxEnabled() { return false; }

@@ -4,6 +4,7 @@
 #include <stdexcept>
 
 #include "cmddistributor/interpreterState.h"
+#include "foundation/cppmicroservices/framework.h"
 #include "interpreter/IInterpreter.h"
 #include "iqm/Iqm.h"
 #include "iqm/UserEvalPlugin.h"
@@ -29,6 +30,13 @@ Environment& environment() {
     Environment* environment = installedEnvironment();
     if (environment == nullptr) throw std::logic_error("No interpreter environment is installed.");
     return *environment;
+}
+
+cppmicroservices::Framework Environment::microservices() {
+    throw std::logic_error("This environment has no framework of services.");
+}
+std::vector<cppmicroservices::Bundle> Environment::installAndStartBundles(const std::string&) {
+    throw std::logic_error("This environment has no framework of services.");
 }
 
 }  // namespace host
@@ -99,4 +107,11 @@ std::shared_ptr<foundation::msg_svc::eventmgr::EventMgr> nmutil::eventmgr::creat
     if (!manager)
         throw std::runtime_error("There is no interpreter " + (id ? std::to_string(*id) : "here") + ".");
     return manager;
+}
+
+cppmicroservices::Framework foundation::cppmicroservices::getFramework() {
+    return host::environment().microservices();
+}
+std::vector<cppmicroservices::Bundle> foundation::cppmicroservices::installAndStart(const std::string& path) {
+    return host::environment().installAndStartBundles(path);
 }

@@ -1,0 +1,84 @@
+#include "services/processFramework.h"
+
+#include <cstdlib>
+#include <exception>
+#include <memory>
+#include <stdexcept>
+
+#include "cppmicroservices/BundleContext.h"
+#include "cppmicroservices/Constants.h"
+#include "cppmicroservices/FrameworkFactory.h"
+#include "foundation/log/diagnostic_logger.h"
+
+namespace standalone {
+
+namespace fs = std::filesystem;
+using cppmicroservices::Bundle;
+using cppmicroservices::Framework;
+
+namespace {
+
+std::string lastComponent(const std::string& path) { return path.substr(path.find_last_of("/\\") + 1); }
+
+/// Calls `action`; what it throws is logged with the name of the bundle.
+template <class Action>
+bool succeeds(const std::string& name, const Action& action) {
+    static const foundation::log::DiagnosticLogger log("foundation::cppmicroservices");
+    std::string cause = "an exception of an unknown type";
+    try {
+        action();
+        return true;
+    } catch (const std::exception& error) {
+        cause = error.what();
+    } catch (...) {
+    }
+    log.error("Bundle " + name + " is not there: " + cause);
+    return false;
+}
+
+void startWithActivator(Bundle& bundle) {
+    const auto& headers = bundle.GetHeaders();
+    const auto asks = headers.find(cppmicroservices::Constants::BUNDLE_ACTIVATOR);
+    const bool* hasActivator =
+        asks == headers.end() ? nullptr : cppmicroservices::any_cast<bool>(&asks->second);
+    if (hasActivator == nullptr || !*hasActivator) {
+        throw std::runtime_error("the manifest of " + bundle.GetLocation() + " asks for no activator");
+    }
+    bundle.Start();
+}
+
+}  // namespace
+
+Framework processFramework() {
+    static Framework& framework = *[] {
+        auto made = std::make_unique<Framework>(cppmicroservices::FrameworkFactory().NewFramework());
+        made->Start();
+        return made.release();
+    }();
+    return framework;
+}
+
+fs::path bundleLibrary(const std::string& path) {
+    const std::string file = "lib" + lastComponent(path) + ".so";
+    std::error_code error;
+    if (const char* folder = std::getenv("NUMORA_BUNDLES")) {
+        const auto library = fs::weakly_canonical(fs::absolute(folder, error) / file, error);
+        if (fs::exists(library, error)) return library;
+    }
+    const auto program = fs::read_symlink("/proc/self/exe", error);
+    return fs::weakly_canonical(program.parent_path() / NUMORA_BUNDLES_FROM_PROGRAM / file, error);
+}
+
+std::vector<Bundle> installAndStartBundles(const std::string& path) {
+    std::vector<Bundle> bundles;
+    const auto install = [&] {
+        bundles = processFramework().GetBundleContext().InstallBundles(bundleLibrary(path).string());
+    };
+    if (!succeeds(lastComponent(path), install)) return {};
+    std::erase_if(bundles, [](Bundle& bundle) {
+        return !succeeds(bundle.GetSymbolicName(), [&] { startWithActivator(bundle); });
+    });
+    return bundles;
+}
+
+}  // namespace standalone
