@@ -6,6 +6,7 @@
 #include "connector/container/SequenceContainer.h"
 #include "connector/container/registerSequenceContainer.h"
 #include "connector/interpreter/ConnectorEvalPlugin.h"
+#include "connector/interpreter/ConnectorEventMgrBridge.h"
 #include "connector/interpreter/v1/FEvalSequenceServiceProvider.h"
 #include "connector/interpreter/v1/InterpreterJsonSerialization.h"
 #include "connector/interpreter/v1/InterpreterServiceProviderImpl.h"
@@ -38,10 +39,12 @@ Module::Module(ModuleServices services)
         asyncEval_ = v1::AsyncEvalService::create({services_.zvm, services_.messageServiceFactory,
                                                    services_.shadowService, services_.requestGate,
                                                    services_.requestTracker});
+        eventBridge_ = std::make_unique<ConnectorEventMgrBridge>(services_.messageServiceFactory);
     }
 }
 
 Module::~Module() {
+    eventBridge_.reset();
     asyncEval_.reset();
     for (const auto& provider : providers_) services_.framework->unregisterService(provider);
     v1::StartupWakeUp::end();

@@ -7,6 +7,7 @@
 #include "connector/json/escape.h"
 #include "fl/i18n/text.h"
 #include "nmutil/eventmgr/createLocalEventMgr.h"
+#include "nmutil/prompt/promptName.h"
 #include "v1/CountedSwitch.h"
 #include "v1/guarded.h"
 #include "v1/log.h"
@@ -17,41 +18,6 @@ namespace connector::interpreter::v1 {
 using connector::common::DataBuffer;
 using foundation::msg_svc::eventmgr::EventMgr;
 using foundation::msg_svc::eventmgr::ScopedConnection;
-
-namespace {
-
-std::string_view promptName(nmutil::prompt::InputRequester prompt) {
-    using namespace nmutil::prompt;  // the values
-    switch (prompt) {
-        case NO_PROMPT:
-            return "NO_PROMPT";
-        case BASE_PROMPT:
-            return "BASE_PROMPT";
-        case DEBUG_PROMPT:
-            return "DEBUG_PROMPT";
-        case INPUT_PROMPT:
-            return "INPUT_PROMPT";
-        case KEYBOARD_PROMPT:
-            return "KEYBOARD_PROMPT";
-        case PAUSE_PROMPT:
-            return "PAUSE_PROMPT";
-        case KINETRIX_DEBUG_PROMPT:
-            return "KINETRIX_DEBUG_PROMPT";
-        case KINETRIX_IN_EDITOR_DEBUG_PROMPT:
-            return "KINETRIX_IN_EDITOR_DEBUG_PROMPT";
-        case INCOMPLETE_BLOCK_PROMPT:
-            return "INCOMPLETE_BLOCK_PROMPT";
-        case MORE_PROMPT:
-            return "MORE_PROMPT";
-        case DISCRETIX_DEBUG_PROMPT:
-            return "DISCRETIX_DEBUG_PROMPT";
-        case ZF_ENL_DEBUG_PROMPT:
-            return "ZF_ENL_DEBUG_PROMPT";
-    }
-    return "unknown prompt type!";
-}
-
-}  // namespace
 
 void AsyncEvalService::startListening() { listening_->add(); }
 
@@ -150,7 +116,8 @@ void AsyncEvalService::handleSuggestion(const numora::lang::correction::Suggesti
 void AsyncEvalService::doPromptChange(nmutil::prompt::InputRequester prompt) {
     guarded("doPromptChange", [&] {
         flush();
-        publish("/eval/response/iqminput", DataBuffer('"' + std::string(promptName(prompt)) + '"'));
+        publish("/eval/response/iqminput",
+                DataBuffer('"' + std::string(nmutil::prompt::promptName(prompt)) + '"'));
     });
 }
 

@@ -58,13 +58,36 @@ void LocalEventManager::post(std::shared_ptr<const BaseEvent> event, std::size_t
     queued_.notify_one();
 }
 
+void LocalEventManager::postInTurn(const std::shared_ptr<const BaseEvent>& event, std::size_t bytes,
+                                   const AroundWait& around) {
+    bool isFull = false;
+    {
+        connector::MutexLock lock(mutex_);
+        isFull = isFullLocked(bytes) && !isStopped_ && dispatching != this;
+    }
+    if (isFull) around([&] { waitForRoom(bytes); });
+    post(event, bytes);
+}
+
+// For much room: threads that changed places for every single event would take long.
+void LocalEventManager::waitForRoom(std::size_t bytes) {
+    const auto deadline = std::chrono::steady_clock::now() + limits_.patience;
+    connector::MutexLock lock(mutex_);
+    while (!isStopped_ && (queue_.size() > limits_.events / 2 || isFullLocked(bytes))) {
+        if (delivered_.wait_until(lock.native(), deadline) == std::cv_status::timeout) return;
+    }
+}
+
+bool LocalEventManager::isFullLocked(std::size_t bytes) const {
+    return queue_.size() >= limits_.events || bytes > limits_.bytes - queuedBytes_;
+}
+
 // The number of the entry, or 0 when it was dropped. Events that are waited for are no more than there are
 // threads, so there is room for them; those that would be, but for a handler that does not end, may be many.
 std::uint64_t LocalEventManager::queueLocked(std::shared_ptr<const BaseEvent> event, std::size_t bytes,
                                              bool isWaitedFor) {
     const bool isBounded = !isWaitedFor || isStuck_;
-    const bool isFull = queue_.size() >= limits_.events || bytes > limits_.bytes - queuedBytes_;
-    if (isBounded && isFull) {
+    if (isBounded && isFullLocked(bytes)) {
         ++dropped_;
         return 0;
     }

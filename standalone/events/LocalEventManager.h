@@ -64,6 +64,12 @@ public:
     /// Blocks: never on a handler.
     void post(std::shared_ptr<const BaseEvent> event, std::size_t bytes = 0) EXCLUDES(mutex_);
 
+    /// The same, but waits for room, for `limits.patience` at most, with `around`; on a handler, never.
+    void postInTurn(const std::shared_ptr<const BaseEvent>& event, std::size_t bytes,
+                    const AroundWait& around) EXCLUDES(mutex_);
+
+    /// Whether anybody has asked for events with this tag.
+    bool isHeard(std::u16string_view userTag) const { return table_->hasSubscribers(userTag); }
     bool hasSubscriptions(const TypeInformation& type) const override {
         return table_->hasSubscriptions(type);
     }
@@ -98,6 +104,8 @@ private:
         EXCLUDES(mutex_);
     std::uint64_t queueLocked(std::shared_ptr<const BaseEvent> event, std::size_t bytes, bool isWaitedFor)
         REQUIRES(mutex_);
+    bool isFullLocked(std::size_t bytes) const REQUIRES(mutex_);
+    void waitForRoom(std::size_t bytes) EXCLUDES(mutex_);
     Wait waitFor(std::uint64_t number) EXCLUDES(mutex_);
 
     void dispatchLoop() EXCLUDES(mutex_);

@@ -40,6 +40,10 @@ public:
 
     /// Whether a subscription may match: one to the type, one to all events, or one to any of the tags.
     bool hasSubscriptions(const TypeInformation& type) const;
+    /// Whether there is one to the tag.
+    bool hasSubscribers(std::u16string_view userTag) const {
+        return size_.load(std::memory_order_acquire) != 0 && byTag_.hasSubscriptions(userTag);
+    }
     /// Counts the subscriptions to a type, those that ask for a tag left out; and those that ask for a tag.
     WatchToken watchType(std::u16string_view typeName) const { return byType_.watch(typeName); }
     WatchToken watchTag(std::u16string_view userTag) const { return byTag_.watch(userTag); }

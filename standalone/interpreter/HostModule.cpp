@@ -18,6 +18,7 @@
 #include "interpreter/ArrayReader.h"
 #include "interpreter/ImportGuard.h"
 #include "interpreter/InterpreterServices.h"
+#include "interpreter/JsonWriter.h"
 #include "interpreter/pythonText.h"
 
 namespace py = pybind11;
@@ -171,6 +172,23 @@ py::object missingCapability(const std::string& capability, const std::optional<
                               "', which is needed by: " + capabilities::missingCapabilityFunction(name));
 }
 
+// What one event may carry, of which the clients that come back are to be able to get the last ones.
+constexpr std::size_t longestEvent = std::size_t{4} << 20;
+
+void postEvent(const std::u16string& tag, const py::dict& values) {
+    TaggedEvent::Members members;
+    std::size_t bytes = 0;
+    for (const auto& [name, value] : values) {
+        connector::common::DataBuffer json;
+        if (!JsonWriter(json).write(value.ptr())) throw py::error_already_set();
+        bytes += json.size();
+        if (bytes > longestEvent) throw py::value_error("an event may carry 4 MiB of JSON at the most");
+        members.emplace(py::cast<std::string>(name),
+                        foundation::json::Value(foundation::json::Value::Json{std::string(json.view())}));
+    }
+    if (bound != nullptr) bound->postEvent(tag, std::move(members), bytes);
+}
+
 void defineFunctions(py::module_& module) {
     module.add_object("write_out",
                       py::reinterpret_steal<py::object>(PyCFunction_New(&writeOutDefinition, nullptr)));
@@ -192,6 +210,10 @@ void defineFunctions(py::module_& module) {
     module.def("home", [] {
         if (bound != nullptr) bound->moveHome();
     });
+    module.def(
+        "hears", [](const std::u16string& tag) { return bound != nullptr && bound->isHeard(tag); },
+        "Tells whether a client listens to events with a tag.");
+    module.def("post_event", &postEvent, "Raises an event with a tag and the values of its members.");
     module.def("leave_window", [] { bound = nullptr; });
     module.def("warn", [](const std::string& text) {
         foundation::log::DiagnosticLogger("standalone::python").warning(text);

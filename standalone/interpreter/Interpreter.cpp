@@ -21,6 +21,7 @@
 #include "nmutil/io/HomeEvent.h"
 #include "nmutil/io/PrintableErrorEvent.h"
 #include "nmutil/io/SinkTextEvent.h"
+#include "nmutil/prompt/promptName.h"
 #include "nmutil/utils/InputRequestEvent.h"
 #include "nmutil/utils/IqmInputRequestEvent.h"
 #include "numora/lang/correction/SuggestionEvent.h"
@@ -375,6 +376,7 @@ void Interpreter::evaluate(const std::u16string& code, iqm::Workspace&) {
     if (result == CodeRunner::Result::Failed) interruptibly([&] { error = runner_->takeError(); });
     if (codeNumber_ == 0) tidyUp();
     drainOutput(true);
+    if (codeNumber_ == 0 && isHeard(u"workspace")) python_->announceWorkspace();
 
     const bool isIncomplete = result == CodeRunner::Result::Incomplete;
     codeBlockStatus_ = isIncomplete ? 1 : 0;
@@ -444,9 +446,21 @@ void Interpreter::showError(const RuntimeException& error) {
     if (recipient() != Recipient::Capture) raiseUnlocked(events_, event);
 }
 
+std::string stateAt(nmutil::prompt::InputRequester prompt) {
+    using namespace nmutil::prompt;  // the values
+    if (prompt == NO_PROMPT) return "busy";
+    return prompt == BASE_PROMPT || prompt == INCOMPLETE_BLOCK_PROMPT ? "idle" : "input";
+}
+
 // Called between two pieces of code and when some have ended in whatever way, so nothing gets out.
 void Interpreter::announcePrompt(nmutil::prompt::InputRequester prompt, bool isBaseLevel) {
     try {
+        if (isHeard(u"status")) {
+            TaggedEvent::Members members;
+            members.emplace("state", stateAt(prompt));
+            members.emplace("prompt", std::string(promptName(prompt)));
+            events_->post(std::make_shared<TaggedEvent>(u"status", std::move(members)));
+        }
         if (isBaseLevel) {
             raiseUnlocked(events_, nmutil::utils::IqmInputRequestEvent(prompt));
         } else {
@@ -455,6 +469,12 @@ void Interpreter::announcePrompt(nmutil::prompt::InputRequester prompt, bool isB
     } catch (const std::exception& error) {
         logger().error("A prompt could not be announced: " + std::string(error.what()));
     }
+}
+
+void Interpreter::postEvent(std::u16string tag, TaggedEvent::Members members, std::size_t bytes) {
+    const auto events = events_;  // see raiseUnlocked
+    events->postInTurn(std::make_shared<TaggedEvent>(std::move(tag), std::move(members)), bytes,
+                       withoutInterpreterLock);
 }
 
 // Other threads of Python code belong to the outermost request, not to one that runs aside of it.

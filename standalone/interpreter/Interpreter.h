@@ -125,6 +125,8 @@ private:
     void runRequests() override;
     void clearWindow() override;
     void moveHome() override;
+    bool isHeard(std::u16string_view tag) const override { return events_->isHeard(tag); }
+    void postEvent(std::u16string tag, TaggedEvent::Members members, std::size_t bytes) override;
     bool isInterpreterThread() const override { return Interrupts::isSignalThread(); }
     const cmddistributor::RunOptions* runningOptions() const override;
 

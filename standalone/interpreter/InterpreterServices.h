@@ -6,6 +6,7 @@
 #include "cmddistributor/RunOptions.h"
 #include "nmutil/io/StreamTypeEnum.h"
 #include "nmutil/prompt/InputRequester.h"
+#include "standalone/TaggedEvent.h"
 
 namespace standalone {
 
@@ -34,6 +35,13 @@ public:
 
     virtual void clearWindow() = 0;
     virtual void moveHome() = 0;
+
+    /// Whether anybody listens to events with this tag. Cheap.
+    virtual bool isHeard(std::u16string_view tag) const = 0;
+    /// Raises an event for whoever listens to the tag. Waits, with the interpreter's lock released, while too
+    /// many are on their way; `bytes` is the size of the members.
+    virtual void postEvent(std::u16string tag, TaggedEvent::Members members, std::size_t bytes) = 0;
+
     virtual bool isInterpreterThread() const = 0;
     /// The options of the request that runs; null when none does.
     virtual const cmddistributor::RunOptions* runningOptions() const = 0;

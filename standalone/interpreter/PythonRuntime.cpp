@@ -69,6 +69,8 @@ PythonRuntime::PythonRuntime(InterpreterServices& services) {
     addModule("numora", pythonsource::numora);
     runtimeModule_ = addModule("_numora_runtime", pythonsource::runtime);
     if (PyModule_AddStringConstant(runtimeModule_, "tools_source", pythonsource::tools) != 0 ||
+        PyModule_AddStringConstant(runtimeModule_, "events_source", pythonsource::events) != 0 ||
+        PyModule_AddStringConstant(runtimeModule_, "figures_source", pythonsource::figures) != 0 ||
         PyModule_AddStringConstant(runtimeModule_, "calls_source", pythonsource::calls) != 0) {
         throw pythonFailure("The Python modules cannot be added.");
     }
@@ -111,6 +113,8 @@ void PythonRuntime::endDebugging() {
     PyErr_Clear();
     if (isDebugger) PyEval_SetTrace(nullptr, nullptr);
 }
+
+void PythonRuntime::announceWorkspace() { call("announce_workspace"); }
 
 void PythonRuntime::restoreInterrupts() { call("restore_interrupts"); }
 

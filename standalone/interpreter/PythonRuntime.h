@@ -35,6 +35,8 @@ public:
     /// disposition of SIGINT that would end the process or shut interrupts out.
     void endDebugging();
     void restoreInterrupts();
+    /// Raises the event of the variables that have changed.
+    void announceWorkspace();
 
 private:
     void call(const char* function);

@@ -209,12 +209,24 @@ def _apply_numpy_width():
         numpy.set_printoptions(linewidth=_columns)
 
 
-class _NumpyImport:
-    """Sets NumPy's line width when NumPy is first imported."""
+def _use_figures():
+    if "MPLBACKEND" not in os.environ:
+        sys.modules["matplotlib"].rcParams["backend"] = "module://_numora_figures"
+
+
+class _Imports:
+    """Prepares libraries when they are first imported, and finds the module through which Matplotlib shows figures."""
+
+    preparations = {"numpy": _apply_numpy_width, "matplotlib": _use_figures}
 
     @classmethod
     def find_spec(cls, name, path=None, target=None):
-        if name != "numpy":
+        if name == "_numora_figures":
+            from importlib.machinery import ModuleSpec
+
+            return ModuleSpec(name, cls)
+        prepare = cls.preparations.get(name)
+        if prepare is None:
             return None
         from importlib.machinery import PathFinder
 
@@ -223,13 +235,20 @@ class _NumpyImport:
             execute = spec.loader.exec_module
 
             def exec_module(module):
-                if cls in sys.meta_path:
-                    sys.meta_path.remove(cls)
+                cls.preparations.pop(name, None)
                 execute(module)
-                _apply_numpy_width()
+                prepare()
 
             spec.loader.exec_module = exec_module
         return spec
+
+    @staticmethod
+    def create_module(spec):
+        return None
+
+    @staticmethod
+    def exec_module(module):
+        exec(compile(figures_source, "<_numora_figures>", "exec"), vars(module))
 
 
 # --- errors ----------------------------------------------------------------------------------------------------------
@@ -376,7 +395,7 @@ def _closest(name, candidates):
 
 variables = vars(__main__)  # where evaluations run, whatever the code makes of sys.modules
 
-tools_source = calls_source = ""  # set by the host
+tools_source = calls_source = events_source = figures_source = ""  # set by the host
 _loaded = {}
 
 
@@ -395,6 +414,16 @@ def _load(name, source):
 def tools():
     """What clients ask of the workspace."""
     return _load("_numora_tools", tools_source)
+
+
+def events():
+    """What clients are told of."""
+    return _load("_numora_events", events_source)
+
+
+def announce_workspace():
+    """Tells clients which variables the last evaluation has changed."""
+    events().announce_workspace()
 
 
 def call(name, nargout, arguments):
@@ -442,7 +471,7 @@ def start():
     signal.signal(signal.SIGRTMIN, _host.run_requests)
     sys.ps1, sys.ps2 = ">>> ", "... "
     sys.modules["readline"] = None  # line editing belongs to the client, and its library to the program
-    sys.meta_path.insert(0, _NumpyImport)
+    sys.meta_path.insert(0, _Imports)
     getpass.getpass = _getpass
     os.system = _system
     os.register_at_fork(after_in_child=_after_fork_in_child)

@@ -230,20 +230,28 @@ _SIZED = (str, bytes, bytearray, list, tuple, dict, set, frozenset, collections.
 
 def workspace():
     rows = []
+    for name, value, class_name, shape in variables():
+        is_array = _is(value, _numpy_type("ndarray"))
+        rows.append(
+            {
+                "name": name,
+                "class": class_name,
+                "shape": shape,
+                "bytes": int(_of_array(value, "nbytes")) if is_array else _size(value),
+                "text": _text(value, 100),
+            }
+        )
+    rows.sort(key=lambda row: (row["name"].casefold(), row["name"]))
+    return rows
+
+
+def variables():
+    """The variables of the user, each as its name, its value, the name of its class and its shape."""
     for name, value in _copy(_runtime.variables.items):
         if type(name) is str and name[:1] != "_" and name.isidentifier() and not _is(value, types.ModuleType):
             is_array = _is(value, _numpy_type("ndarray"))
-            rows.append(
-                {
-                    "name": name,
-                    "class": _class_name(type(value)),
-                    "shape": list(_of_array(value, "shape")) if is_array else _shape(value),
-                    "bytes": int(_of_array(value, "nbytes")) if is_array else _size(value),
-                    "text": _text(value, 100),
-                }
-            )
-    rows.sort(key=lambda row: (row["name"].casefold(), row["name"]))
-    return rows
+            shape = list(_of_array(value, "shape")) if is_array else _shape(value)
+            yield name, value, _class_name(type(value)), shape
 
 
 def _shape(value):

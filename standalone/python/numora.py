@@ -14,6 +14,8 @@ __all__ = [
     "is_complete",
     "keyboard",
     "pause",
+    "post_event",
+    "progress",
     "require",
     "workspace",
 ]
@@ -73,6 +75,47 @@ def require(capability):
     missing = _host.missing_capability(capability, None if frame.f_globals is frame.f_locals else frame.f_code.co_name)
     if missing:
         raise MissingCapabilityError(*missing)
+
+
+# --- events for clients ----------------------------------------------------------------------------------------------
+
+_checked_tags = set()
+
+
+def post_event(tag, payload=None):
+    """Raises an event for the clients that listen to its tag, which get {"payload": payload}.
+
+    The tag has letters, digits and -_!~()$@ only; the payload is anything that JSON can hold, and is written at once, but
+    only if anybody listens. Waits when events come faster than they can be sent.
+    """
+    if tag not in _checked_tags:
+        _check_tag(tag)
+    if _host.hears(tag):
+        _host.post_event(tag, {"payload": payload})
+
+
+def _check_tag(tag):
+    import re
+
+    if not isinstance(tag, str):
+        raise TypeError("a tag is text, not %s" % type(tag).__name__)
+    if not re.fullmatch(r"[A-Za-z0-9\-_!~()$@]{1,200}", tag):
+        raise ValueError("a tag has up to 200 letters, digits and -_!~()$@ only: %r" % tag[:200])
+    if tag in ("figure", "progress", "status", "workspace"):
+        raise ValueError("the interpreter's own events have the tag %r" % tag)
+    if len(_checked_tags) < 10_000:
+        _checked_tags.add(tag)
+
+
+def progress(iterable, label="", total=None, interval=0.1):
+    """Goes through an iterable, and raises `progress` events on the way: one at the beginning, one at the end, and in
+    between one every `interval` seconds at the most.
+
+    Each has `id`, `label`, `done`, `total` (None when it is not known), `seconds` and `ended`.
+    """
+    import _numora_runtime
+
+    return _numora_runtime.events().progress(iterable, label, total, interval)
 
 
 # --- for clients, while other code runs ------------------------------------------------------------------------------

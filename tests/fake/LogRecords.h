@@ -36,6 +36,10 @@ public:
         connector::MutexLock lock(mutex_);
         return std::ranges::count(texts_, text);
     }
+    std::vector<std::string> texts() const EXCLUDES(mutex_) {
+        connector::MutexLock lock(mutex_);
+        return texts_;
+    }
     bool has(std::string_view text) const { return count(text) > 0; }
 
 private:

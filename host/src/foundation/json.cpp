@@ -29,6 +29,7 @@ public:
         connector::json::appendEscaped(out_, text);
         out_.push_back('"');
     }
+    void operator()(const Value::Json& json) { out_.append(json.text); }
     void operator()(const Value::Array& elements) {
         out_.push_back('[');
         for (const Value& element : elements) {

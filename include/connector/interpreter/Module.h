@@ -12,13 +12,15 @@
 
 namespace connector::interpreter {
 
+class ConnectorEventMgrBridge;
+
 /// What the module is given by the host that loads it. `zvm` is null where no interpreter runs.
 struct ModuleServices {
     std::shared_ptr<ServiceFramework> framework;
     std::shared_ptr<configuration::Configuration> configuration;
     std::shared_ptr<json::JsonSerializer> serializer;
     std::shared_ptr<zvm::ZVM> zvm;
-    // For streaming evaluation, see v1::AsyncEvalServices; without the factory there is none.
+    // For streaming evaluation, see v1::AsyncEvalServices, and events; without the factory there are none.
     std::shared_ptr<message_service::MessageServiceFactory> messageServiceFactory{};
     std::shared_ptr<shadow_files::v1::ShadowService> shadowService{};
     std::shared_ptr<common::RequestGate> requestGate{};
@@ -42,6 +44,7 @@ private:
     nmutil::ScopedFactoryRegistration plugin_;
     std::vector<std::shared_ptr<ServiceProvider>> providers_;
     std::shared_ptr<v1::AsyncEvalService> asyncEval_;
+    std::unique_ptr<ConnectorEventMgrBridge> eventBridge_;
 };
 
 }  // namespace connector::interpreter

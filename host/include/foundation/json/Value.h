@@ -19,8 +19,12 @@ class Value {
 public:
     using Array = std::vector<Value>;
     using Object = std::map<std::string, Value>;
-    using Content =
-        std::variant<std::nullptr_t, bool, std::int64_t, std::uint64_t, double, std::string, Array, Object>;
+    /// JSON that is written already.
+    struct Json {
+        std::string text;
+    };
+    using Content = std::variant<std::nullptr_t, bool, std::int64_t, std::uint64_t, double, std::string,
+                                 Array, Object, Json>;
 
     Value() = default;  ///< null
     Value(std::nullptr_t) {}
@@ -39,6 +43,8 @@ public:
     Value(const char* text) : content_(std::string(text)) {}
     Value(Array elements) : content_(std::move(elements)) {}
     Value(Object members) : content_(std::move(members)) {}
+    /// `json` is one value, which is serialised as it stands.
+    Value(Json json) : content_(std::move(json)) {}
 
     const Content& content() const { return content_; }
 

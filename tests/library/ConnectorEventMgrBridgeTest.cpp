@@ -1,0 +1,206 @@
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <cppmicroservices/BundleContext.h>
+#include <cppmicroservices/Framework.h>
+#include <cppmicroservices/FrameworkEvent.h>
+#include <cppmicroservices/FrameworkFactory.h>
+#include <gtest/gtest.h>
+
+#include "connector/interpreter/ConnectorEventMgrBridge.h"
+#include "event_json_converter/EventToJsonConverter.h"
+#include "fake/FakeHost.h"
+#include "fake/FakeMessageService.h"
+#include "fake/LogRecords.h"
+#include "foundation/cppmicroservices/framework.h"
+
+namespace connector::interpreter {
+
+namespace {
+
+using event_json_converter::EventToJsonConverter;
+using foundation::json::Value;
+using foundation::msg_svc::eventmgr::BaseEvent;
+using message_service::MessageService;
+using Lines = std::vector<std::string>;
+
+struct NumberEvent : BaseEvent {
+    static constexpr const char16_t* typeName = u"test::NumberEvent";
+    NumberEvent(std::u16string tag, int value) : BaseEvent({typeName, {std::move(tag)}}), number(value) {}
+    int number;
+};
+
+class NumberConverter : public EventToJsonConverter {
+public:
+    void convert(const BaseEvent& event, std::map<std::string, Value>& members) override {
+        const int number = static_cast<const NumberEvent&>(event).number;
+        if (number < 0) throw std::runtime_error("it is negative");
+        members.emplace("number", Value(number));
+    }
+};
+
+/// With a framework, in which the test puts the converters.
+class HostWithFramework : public fake::FakeHost {
+public:
+    HostWithFramework() { framework_.Start(); }
+    ~HostWithFramework() override {
+        framework_.Stop();
+        framework_.WaitForStop(std::chrono::milliseconds(0));
+    }
+    cppmicroservices::Framework microservices() override { return framework_; }
+    std::vector<cppmicroservices::Bundle> installAndStartBundles(const std::string& path) override {
+        installed.push_back(path);
+        return {};
+    }
+    static inline Lines installed;  // of the whole process
+
+private:
+    cppmicroservices::Framework framework_ = cppmicroservices::FrameworkFactory().NewFramework();
+};
+
+}  // namespace
+
+class ConnectorEventMgrBridgeTest : public testing::Test {
+protected:
+    void convert(const std::string& tag) {
+        host_.microservices().GetBundleContext().RegisterService<EventToJsonConverter>(
+            std::make_shared<NumberConverter>(), {{"eventTag", tag}});
+    }
+    void subscribe(const std::string& channel) { messages_->subscribeClient("client", channel); }
+    void unsubscribe(const std::string& channel) { messages_->unsubscribeClient("client", channel); }
+    void raise(const std::u16string& tag, int number) { host_.events->raise(NumberEvent(tag, number)); }
+    std::size_t subscriptions() const { return host_.events->subscriptionCount<BaseEvent>(); }
+
+    HostWithFramework host_;
+    fake::LogRecords log_{"connector::interpreter::v1::EventMgrBridge"};
+    const std::shared_ptr<fake::FakeMessageService> messages_ = std::make_shared<fake::FakeMessageService>();
+};
+
+TEST_F(ConnectorEventMgrBridgeTest, keepsOneSubscriptionForAllClientsOfAChannel) {
+    convert("tag");
+    const ConnectorEventMgrBridge bridge(messages_);
+    const std::string channel = "/eventmgr/0/tag";
+    subscribe(channel);
+    subscribe(channel);
+    EXPECT_EQ(subscriptions(), 1U);
+    raise(u"tag", 1);
+    unsubscribe(channel);
+    raise(u"tag", 2);
+    unsubscribe(channel);
+    raise(u"tag", 3);
+    EXPECT_EQ(messages_->published(),
+              (Lines{R"(/eventmgr/0/tag {"number":1})", R"(/eventmgr/0/tag {"number":2})"}));
+    EXPECT_EQ(subscriptions(), 0U);
+    EXPECT_EQ(log_.texts(), (Lines{"Subscribed to channel " + channel, "Incref for channel " + channel,
+                                   "Decref for channel " + channel, "Unsubscribed from channel " + channel}));
+}
+
+TEST_F(ConnectorEventMgrBridgeTest, logsWhatItDoesNotUnderstand) {
+    const ConnectorEventMgrBridge bridge(messages_);
+    for (const char* channel : {"/eventmgr/7", "/eventmgr/0/a/b", "/eventmgr/**", "/other/0/x"}) {
+        subscribe(channel);
+    }
+    unsubscribe("/eventmgr/0/never");
+    unsubscribe("/other/0/x");
+    EXPECT_EQ(log_.texts(), (Lines{"Malformed subscription request: /eventmgr/7",
+                                   "Malformed subscription request: /eventmgr/0/a/b",
+                                   "Malformed subscription request: /eventmgr/**",
+                                   "Unexpected unsubscribe from channel /eventmgr/0/never"}));
+    EXPECT_EQ(subscriptions(), 0U);
+}
+
+TEST_F(ConnectorEventMgrBridgeTest, takesTheLocalInterpreterForAnIdThatIsNoNumber) {
+    convert("x");
+    const ConnectorEventMgrBridge bridge(messages_);
+    subscribe("/eventmgr/abc/x");
+    raise(u"x", 1);
+    EXPECT_EQ(messages_->published(), (Lines{R"(/eventmgr/abc/x {"number":1})"}));
+    EXPECT_EQ(log_.texts(), (Lines{"Malformed ZvmID: abc", "Subscribed to channel /eventmgr/abc/x"}));
+}
+
+TEST_F(ConnectorEventMgrBridgeTest, logsAnInterpreterThatIsNotThere) {
+    const ConnectorEventMgrBridge bridge(messages_);
+    host_.hasEventManager = false;
+    subscribe("/eventmgr/7/x");
+    ASSERT_EQ(log_.texts().size(), 1U);
+    EXPECT_TRUE(log_.texts()[0].starts_with("Exception caught: ")) << log_.texts()[0];
+    EXPECT_NE(log_.texts()[0].find("There is no interpreter 7"), std::string::npos) << log_.texts()[0];
+    EXPECT_EQ(subscriptions(), 0U);
+}
+
+TEST_F(ConnectorEventMgrBridgeTest, dropsEventsThatNothingConverts) {
+    const ConnectorEventMgrBridge bridge(messages_);
+    subscribe("/eventmgr/0/a(b)");
+    raise(u"a(b)", 1);
+    EXPECT_EQ(log_.texts(), (Lines{"Subscribed to channel /eventmgr/0/a(b)"}));
+    convert("a(b)");  // what filters give a meaning stands for itself
+    raise(u"a(b)", 2);
+    EXPECT_EQ(messages_->published(), (Lines{R"(/eventmgr/0/a(b) {"number":2})"}));
+}
+
+TEST_F(ConnectorEventMgrBridgeTest, goesOnAfterAFailure) {
+    convert("tag");
+    const ConnectorEventMgrBridge bridge(messages_);
+    subscribe("/eventmgr/0/tag");
+    raise(u"tag", -1);
+    EXPECT_TRUE(log_.has("Event forwarding failed: it is negative"));
+    raise(u"tag", 1);
+    EXPECT_EQ(messages_->published().size(), 1U);
+    EXPECT_EQ(host_.events->handlerFailures, 0);
+}
+
+TEST_F(ConnectorEventMgrBridgeTest, waitsForTheMessageService) {
+    messages_->creation = std::make_unique<Promise<std::shared_ptr<MessageService>>>();
+    {
+        const ConnectorEventMgrBridge late(messages_);
+        messages_->creation->setValue(messages_);
+        EXPECT_EQ(messages_->subscriptions("/eventmgr/**"), 1U);
+    }
+    EXPECT_EQ(messages_->subscriptions("/eventmgr/**"), 0U);
+
+    messages_->creation = std::make_unique<Promise<std::shared_ptr<MessageService>>>();
+    const ConnectorEventMgrBridge none(messages_);
+    messages_->creation->setValue(nullptr);
+    EXPECT_EQ(messages_->subscriptions("/eventmgr/**"), 0U);
+
+    messages_->creation = std::make_unique<Promise<std::shared_ptr<MessageService>>>();
+    const ConnectorEventMgrBridge failing(messages_);
+    messages_->creation->setException(std::make_exception_ptr(std::runtime_error("no service")));
+    EXPECT_NE(log_.texts().back().find("no service"), std::string::npos);
+}
+
+TEST_F(ConnectorEventMgrBridgeTest, startsTheConvertersOnceAndEndsItsSubscriptions) {
+    for (int i = 0; i < 2; ++i) {
+        const ConnectorEventMgrBridge bridge(messages_);
+    }
+    EXPECT_EQ(HostWithFramework::installed, (Lines{R"(bin\win64\json_event_converter)"}));
+    {
+        const ConnectorEventMgrBridge bridge(messages_);
+        subscribe("/eventmgr/0/a");
+        subscribe("/eventmgr/0/b");
+        EXPECT_EQ(subscriptions(), 2U);
+    }
+    EXPECT_EQ(subscriptions(), 0U);
+}
+
+TEST_F(ConnectorEventMgrBridgeTest, makesOneSubscriptionForClientsThatRace) {
+    convert("tag");
+    const ConnectorEventMgrBridge bridge(messages_);
+    std::vector<std::thread> clients;
+    for (int i = 0; i < 8; ++i) {
+        clients.emplace_back([this] {
+            for (int round = 0; round < 200; ++round) {
+                subscribe("/eventmgr/0/tag");
+                raise(u"tag", round);
+                unsubscribe("/eventmgr/0/tag");
+            }
+        });
+    }
+    for (auto& client : clients) client.join();
+    EXPECT_EQ(subscriptions(), 0U);
+    subscribe("/eventmgr/0/tag");
+    EXPECT_EQ(subscriptions(), 1U);
+}
+
+}  // namespace connector::interpreter
