@@ -89,7 +89,7 @@ protected:
         return texts_;
     }
 
-    Gate gate_;
+    Gate gate_, second_;
     std::shared_ptr<LocalEventManager> events_ = std::make_shared<LocalEventManager>();
 };
 
@@ -337,6 +337,34 @@ INSTANTIATE_TEST_SUITE_P(
         FullCase{.name = "Events", .limits = {.events = 2}, .bytes = 0, .delivered = u"gate12raised"},
         FullCase{.name = "Bytes", .limits = {.bytes = 25}, .bytes = 10, .delivered = u"gate12raised"}),
     [](const auto& info) { return info.param.name; });
+
+TEST_F(LocalEventManagerTest, makesWhoPostsInTurnWaitForRoom) {
+    events_ = std::make_shared<LocalEventManager>(EventLimits{.events = 2});
+    const auto connection = record();
+    events_->post(suggestion(u"gate"));
+    gate_.entered.wait();
+    int waits = 0;
+    for (const auto* text : {u"1", u"2", u"3", u"4", u"5"}) {
+        events_->postInTurn(suggestion(text), 0, [&](const auto& wait) {
+            if (++waits == 1) gate_.mayLeave.count_down();  // there is no room until the handler goes on
+            wait();
+        });
+    }
+    events_->raise(SuggestionEvent(u"end"));
+    EXPECT_EQ(texts(), u"gate12345end");
+    EXPECT_GE(waits, 1);
+
+    events_ = std::make_shared<LocalEventManager>(
+        EventLimits{.events = 1, .patience = std::chrono::milliseconds(1)});
+    const ScopedConnection stuck(events_->subscribe<SuggestionEvent>([this](const SuggestionEvent& event) {
+        if (event.getText() == u"x") second_.pass();
+    }));
+    events_->post(suggestion(u"x"));
+    second_.entered.wait();
+    events_->post(suggestion(u"y"));
+    events_->postInTurn(suggestion(u"z"), 0, [](const auto& wait) { wait(); });  // comes back all the same
+    second_.mayLeave.count_down();
+}
 
 TEST_F(LocalEventManagerTest, countsAsOneBurstWhatIsDroppedUntilAllThatWaitedIsDelivered) {
     const LogRecord log;

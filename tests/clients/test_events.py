@@ -1,0 +1,146 @@
+"""Events of the interpreter, from a client."""
+
+import asyncio
+import base64
+import io
+import os
+import shutil
+import signal
+import subprocess
+import tempfile
+import unittest
+
+from test_python_client import LIMIT, TOKEN, numora_client
+
+
+class Server:
+    def __init__(self, program=os.environ["NUMORA"], **environment):
+        self.process = subprocess.Popen([program, "serve", "--port", "0", "--token", TOKEN], text=True,
+                                        stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+                                        env={**os.environ, **environment})
+        self.url = self.process.stdout.readline().split()[-1]
+
+    def end(self):
+        """Returns what it has logged."""
+        self.process.send_signal(signal.SIGTERM)
+        return self.process.communicate(timeout=LIMIT)[1]
+
+
+class EventsTest(unittest.IsolatedAsyncioTestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.server = Server()
+
+    @classmethod
+    def tearDownClass(cls):
+        log = cls.server.end()
+        if log:
+            raise AssertionError(log)
+
+    async def asyncSetUp(self):
+        self.client = await numora_client.Client(self.server.url).__aenter__()
+        self.addAsyncCleanup(self.client.close)
+        await self.run_code("import numora")
+
+    async def run_code(self, code):
+        result = await self.client.eval(code)
+        self.assertFalse(result.is_error, result.text)
+        return result.text
+
+    async def during(self, tag, code, is_last):
+        """The events with a tag while code runs, up to the last one."""
+        async with self.client._subscribed("/eventmgr/0/" + tag) as inbox:
+            text = await self.run_code(code)
+            events = []
+
+            async def collect():
+                while not events or not is_last(events[-1]):
+                    events.append((await inbox.get()).data)
+
+            await asyncio.wait_for(collect(), LIMIT)
+            return events, text
+
+    async def test_user_events_arrive_in_order(self):
+        events, _ = await self.during("mine", "for i in range(100_000): numora.post_event('mine', i)",
+                                      lambda event: event["payload"] == 99_999)
+        self.assertEqual([event["payload"] for event in events], list(range(100_000)))
+        payload = {"a": [1.5, None, "é<"], "n": {"": True}}
+        events, _ = await self.during("odd-_!~()$@1", f"numora.post_event('odd-_!~()$@1', {payload!r})", bool)
+        self.assertEqual(events, [{"payload": payload}])
+
+    async def test_what_cannot_be_posted_is_refused(self):
+        async with self.client._subscribed("/eventmgr/0/mine"):
+            for call, error in {"'a.b'": "ValueError", "''": "ValueError", "7": "TypeError", "'status'": "ValueError",
+                                "'mine', object()": "TypeError", "'mine', 'x' * 5_000_000": "ValueError"}.items():
+                with self.subTest(call):
+                    self.assertIn(error, (await self.client.eval(f"numora.post_event({call})")).text)
+        with self.assertRaises(numora_client.CallError):
+            await self.client._request("/meta/subscribe", subscription="/eventmgr/0/a.b")
+
+    async def test_status_follows_the_prompt(self):
+        async with self.client._subscribed("/eventmgr/0/status") as inbox:
+            stream = [event async for event in self.client.stream("1")]
+            self.assertEqual(stream[-1].value, True)
+            got = [(await asyncio.wait_for(inbox.get(), LIMIT)).data for _ in range(2)]
+        self.assertEqual(got, [{"state": "busy", "prompt": "NO_PROMPT"}, {"state": "idle", "prompt": "BASE_PROMPT"}])
+
+    async def test_workspace_names_what_has_changed(self):
+        async def changes(code):
+            return (await self.during("workspace", code, bool))[0][0]
+
+        await changes("first = 1")
+        array = {"name": "x", "class": "ndarray", "shape": [2, 3]}
+        text = {"name": "s", "class": "str", "shape": [3]}
+        self.assertEqual(await changes("import numpy as np\nx = np.zeros((2, 3)); s = 'abc'"),
+                         {"added": [array, text], "changed": [], "removed": []})
+        array["shape"] = [3, 2]
+        self.assertEqual(await changes("first = 1; _hidden = 2; x = x.T; del s"),
+                         {"added": [], "changed": [array], "removed": ["s"]})
+
+    async def test_progress_has_a_beginning_and_an_end(self):
+        events, text = await self.during("progress", "print(sum(numora.progress(range(1000), 'sum')))",
+                                         lambda event: event["ended"])
+        self.assertEqual(text, "499500\n")
+        self.assertEqual([events[0]["done"], events[-1]["done"]], [0, 1000])
+        self.assertEqual({(e["label"], e["total"], e["id"]) for e in events}, {("sum", 1000, events[0]["id"])})
+        events, _ = await self.during("progress", "for i in numora.progress(iter([1, 2, 3])):\n    if i == 2: break",
+                                      lambda event: event["ended"])
+        self.assertEqual((events[-1]["done"], events[-1]["total"]), (1, 3))
+
+    async def test_a_shown_figure_arrives_as_a_picture(self):
+        import matplotlib.image
+
+        code = "import matplotlib.pyplot as plt\nplt.plot([1, 2])\nplt.title('Ä')\nplt.show()\nprint(plt.get_fignums())"
+        (figure,), text = await self.during("figure", code, bool)
+        self.assertEqual((text, figure["title"]), ("[]\n", "Ä"))
+        picture = matplotlib.image.imread(io.BytesIO(base64.b64decode(figure["png"])), "png")
+        self.assertEqual(picture.shape[:2], (figure["height"], figure["width"]))
+        self.assertLess(picture[:, :, :3].min(), 0.5)  # something is drawn
+        self.assertIn(b"</svg>", base64.b64decode(figure["svg"]))
+        self.assertIn("No client shows figures", await self.run_code("plt.plot([1, 2]); plt.show()"))
+
+    async def test_listeners_of_a_channel_come_and_go(self):
+        async with numora_client.Client(self.server.url) as other:
+            async with other._subscribed("/eventmgr/0/shared") as second:
+                async with self.client._subscribed("/eventmgr/0/shared") as first:
+                    await self.run_code("numora.post_event('shared', 1)")
+                    for inbox in (first, second):
+                        self.assertEqual((await asyncio.wait_for(inbox.get(), LIMIT)).data, {"payload": 1})
+                await self.run_code("numora.post_event('shared', 2)")
+                self.assertEqual((await asyncio.wait_for(second.get(), LIMIT)).data, {"payload": 2})
+        await self.run_code("numora.post_event('shared', object())")  # not even written: nobody listens
+
+    async def test_without_its_converters_everything_else_runs(self):
+        program = os.environ["NUMORA"]
+        libraries = os.path.join(os.path.dirname(os.path.dirname(program)), "lib")
+        with tempfile.TemporaryDirectory() as folder:
+            server = Server(shutil.copy(program, folder), LD_LIBRARY_PATH=libraries)
+            async with numora_client.Client(server.url) as client:
+                async with client._subscribed("/eventmgr/0/mine"):
+                    result = await client.eval("import numora; numora.post_event('mine', 1); 6 * 7")
+            self.assertEqual(result.text, "42\n")
+            self.assertIn("Bundle json_event_converter is not there: ", server.end())
+
+
+if __name__ == "__main__":
+    unittest.main()
