@@ -130,7 +130,16 @@ void RemoteStream::open(HttpClient& http) {
     handshake->set("version", std::string("1.0"));
     handshake->set("supportedConnectionTypes", types);
     handshake->set("ext", objectOf("ack", true));
-    const auto reply = replyTo(http, handshake);
+    const auto replies = exchange(http, handshake, requestLimit);
+    if (replies.empty()) throw ServerRefusal("the server gives no reply");
+    const auto& reply = replies[0];
+    if (!isSuccessful(*reply)) {
+        const auto advice = objectIn(*reply, "advice");
+        const std::string problem = "the server refuses: " + errorIn(*reply);
+        if (advice.isNull() || advice->optValue<std::string>("reconnect", "") == "none")
+            throw ServerRefusal(problem);
+        throw ConnectionLost(problem, false);  // it takes no more clients now, and may do so later
+    }
     {
         const MutexLock lock(mutex_);
         clientId_ = reply->optValue<std::string>("clientId", "");
@@ -139,7 +148,10 @@ void RemoteStream::open(HttpClient& http) {
     Object::Ptr subscribe = newMessage("/meta/subscribe");
     subscribe->set("subscription", std::string("/eval/response/**"));
     if (sequence_ > 0) subscribe->set("ext", objectOf("connector", objectOf("after", sequence_)));
-    replyTo(http, subscribe);
+    const auto subscribed = replyTo(http, subscribe);
+    // Where it begins, for the case that the session ends before any message has come.
+    const auto extension = objectIn(*subscribed, "ext");
+    if (sequence_ == 0 && extension) sequence_ = numberIn(objectIn(*extension, "connector"), "seq");
 }
 
 void RemoteStream::run() {

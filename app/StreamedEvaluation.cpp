@@ -55,7 +55,7 @@ void StreamedEvaluation::show(const StreamMessage& message) {
         isResponse ? std::string_view(channel).substr(responses.size()) : std::string_view();
     if (settings_.json) writeAll(standard.output, line + "\n");
     if (what == "completion") {
-        --incomplete_;
+        if (incomplete_ > 0) --incomplete_;  // others' code is completed here, too
         if (text != "Done: success") hasFailed_ = true;
     } else if (what == "iqminput") {
         noticePrompt(text);

@@ -22,7 +22,9 @@ import contextlib
 import dataclasses
 import itertools
 import json
+import random
 import ssl as _ssl
+import time
 import urllib.parse
 
 import websockets
@@ -32,11 +34,17 @@ __all__ = ["CallError", "Client", "Disconnected", "EvalResult", "Event", "Messag
 _RESPONSES = "/eval/response/"
 _REPLY_TIME = 30.0  # seconds until a message that the server acknowledges at once counts as lost
 _FIRST_DELAY, _LONGEST_DELAY = 0.1, 5.0  # seconds between attempts to reconnect
+_SESSION_TIME = 25.0  # seconds without a connection after which the server has ended the session for sure
 _ROOM = 64 << 20  # characters of text that wait for a slow reader of a stream
+_MOST_MESSAGES = 1_000_000  # that wait for a slow reader
 
 
 class CallError(Exception):
     """A request was refused, or a called function failed."""
+
+
+class _Later(Exception):
+    """The server does not take the client now."""
 
 
 class Disconnected(Exception):
@@ -85,11 +93,15 @@ class _Inbox:
         size = len(message.data) if isinstance(message.data, str) else 0
         if self._waiting + size > _ROOM and message.channel in (_RESPONSES + "output", _RESPONSES + "error"):
             last = self._messages[-1]
-            if last.channel != "/connector/dropped":
+            if getattr(last, "channel", "") != "/connector/dropped":
                 last = Message("/connector/dropped", {"channel": message.channel, "messages": 0, "bytes": 0})
                 self._messages.append(last)
             last.data["messages"] += 1
             last.data["bytes"] += size
+            return
+        if len(self._messages) >= _MOST_MESSAGES:
+            if not isinstance(self._messages[-1], Exception):
+                self.fail(Disconnected("the reader is too slow"))
             return
         self._waiting += size
         self._messages.append(message)
@@ -127,6 +139,7 @@ class Client:
         self._client_id = None
         self._acknowledged = 0
         self._sequence = 0  # of the last message that the server numbered
+        self._is_first_of_session = True  # no numbered message has come yet
         self._replies = {}  # id -> future of the reply
         self._answers = {}  # id -> future of a call's answer
         self._inboxes = []
@@ -212,10 +225,15 @@ class Client:
         streams = [inbox for inbox in self._inboxes if inbox.pattern == _RESPONSES + "**"]
         for inbox in streams:
             inbox.typed += 1
-        await self._request("/eval/request", data=text)
+        try:
+            await self._request("/eval/request", data=text)
+        except BaseException:
+            for inbox in streams:
+                inbox.typed = max(0, inbox.typed - 1)
+            raise
 
     async def messages(self, pattern):
-        """Yields what is published on the channels that match, as in `client.messages("/eventmgr/0/*")`."""
+        """Yields what is published on the channels that match, as in `client.messages("/eventmgr/0/status")`."""
         async with self._subscribed(pattern) as inbox:
             while True:
                 yield await inbox.get()
@@ -229,13 +247,18 @@ class Client:
         self._inboxes.append(inbox)
         try:
             if is_first:
-                await self._request("/meta/subscribe", subscription=pattern)
+                self._begin(await self._request("/meta/subscribe", subscription=pattern))
             yield inbox
         finally:
             self._inboxes.remove(inbox)
             if pattern not in self._patterns() and self._socket is not None:
                 with contextlib.suppress(CallError, Disconnected):
                     await self._request("/meta/unsubscribe", subscription=pattern)
+
+    def _begin(self, reply):
+        """Where a subscription begins, for the case that the session ends before any message has come."""
+        if self._sequence == 0:
+            self._sequence = ((reply.get("ext") or {}).get("connector") or {}).get("seq", 0)
 
     def _patterns(self):
         return sorted({inbox.pattern for inbox in self._inboxes})
@@ -273,21 +296,25 @@ class Client:
         finally:
             self._replies.pop(identity, None)
         if not reply.get("successful"):
+            if channel == "/meta/handshake" and (reply.get("advice") or {}).get("reconnect") != "none":
+                raise _Later(reply.get("error", "refused"))
             raise CallError(reply.get("error", "refused"))
         return reply
 
     async def _run(self):
         """Keeps a connection open until the client is closed."""
-        delay = _FIRST_DELAY
+        delay, lost = _FIRST_DELAY, None
+        headers = {"Authorization": "Bearer " + self._token} if self._token else {}
         while self._task is not None:
             try:
-                async with websockets.connect(self._url, ssl=self._ssl, max_size=None) as socket:
+                async with websockets.connect(self._url, ssl=self._ssl, max_size=None,
+                                              extra_headers=headers) as socket:
                     self._socket = socket
                     receiver = asyncio.create_task(self._receive(socket))
                     try:
                         if self._client_id is None:
                             await self._handshake()
-                        delay = _FIRST_DELAY
+                        delay, lost = _FIRST_DELAY, None
                         if not self._ready.done():
                             self._ready.set_result(None)
                         await self._stay_connected(receiver)
@@ -297,16 +324,19 @@ class Client:
                         self._fail(self._replies, Disconnected("the connection was lost"))
                         if self._task is None:
                             return
-            except (OSError, Disconnected, websockets.WebSocketException, asyncio.TimeoutError) as error:
+            except (OSError, Disconnected, _Later, websockets.WebSocketException, asyncio.TimeoutError) as error:
                 if not self._ready.done():
-                    self._ready.set_exception(error)
+                    self._ready.set_exception(Disconnected(str(error)) if isinstance(error, _Later) else error)
                     return
+                lost = lost or time.monotonic()
+                if time.monotonic() - lost > _SESSION_TIME:
+                    self._fail(self._answers, Disconnected("the server is gone"))
             except CallError as error:
                 self._fail_all(error)
                 if not self._ready.done():
                     self._ready.set_exception(error)
                 return
-            await asyncio.sleep(delay)
+            await asyncio.sleep(delay * random.uniform(0.5, 1))  # many clients must not come back at once
             delay = min(2 * delay, _LONGEST_DELAY)
 
     async def _handshake(self):
@@ -314,9 +344,10 @@ class Client:
         reply = await self._request("/meta/handshake", version="1.0", supportedConnectionTypes=["websocket"], ext=ext)
         self._client_id = reply["clientId"]
         self._acknowledged = 0
+        self._is_first_of_session = True
         if self._inboxes:
-            await self._request("/meta/subscribe", subscription=self._patterns(),
-                                ext={"connector": {"after": self._sequence}})
+            ext = {"connector": {"after": self._sequence}} if self._sequence else {}
+            self._begin(await self._request("/meta/subscribe", subscription=self._patterns(), ext=ext))
 
     async def _stay_connected(self, receiver):
         advice = {"advice": {"timeout": 0}}  # the first answer comes at once and says that all is well
@@ -335,7 +366,8 @@ class Client:
                 self._fail(self._answers, Disconnected("the server has ended the session"))
                 await self._handshake()
             finally:
-                connect.cancel()
+                if not connect.cancel():
+                    connect.exception()  # it is known what has become of the connection
 
     async def _receive(self, socket):
         async for frame in socket:
@@ -352,16 +384,19 @@ class Client:
             self._settle(self._answers[identity], message)
         elif "data" in message:
             number = (ext.get("connector") or {}).get("seq", 0)
-            if 0 < number <= self._sequence:
+            if 0 < number <= self._sequence and not self._is_first_of_session:
                 return  # played again for another subscription
-            self._sequence = max(self._sequence, number)
+            if number:
+                self._sequence, self._is_first_of_session = number, False
             self._deliver(Message(message["channel"], message["data"]))
         elif identity in self._replies:
             self._settle(self._replies[identity], message)
 
     def _deliver(self, message):
         for inbox in self._inboxes:
-            if message.channel.startswith("/connector/") or _matches(inbox.pattern, message.channel):
+            if message.channel.startswith("/connector/"):
+                inbox.put(Message(message.channel, dict(message.data)))  # an inbox may add to it
+            elif _matches(inbox.pattern, message.channel):
                 inbox.put(message)
 
     @staticmethod

@@ -182,7 +182,8 @@ std::unique_ptr<PendingPost> BayeuxServer::post(const std::string& body, const P
 }
 
 bool BayeuxServer::showsSession(std::string_view body) const {
-    return impl_->core->sessions.find(std::string(firstClientId(body))) != nullptr;
+    const auto isKnown = [this](const std::string& id) { return impl_->core->sessions.find(id) != nullptr; };
+    return showsClientId(body, isKnown);
 }
 
 std::unique_ptr<Socket> BayeuxServer::open(const Peer& peer, SocketActions actions) {

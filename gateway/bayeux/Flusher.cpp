@@ -1,7 +1,5 @@
 #include "bayeux/Flusher.h"
 
-#include <utility>
-
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/post.hpp>
 
@@ -18,10 +16,10 @@ constexpr int enoughQuietTurns = 3;
 
 }  // namespace
 
-void Flusher::add(std::shared_ptr<Session> session) {
+void Flusher::add(const std::shared_ptr<Session>& session) {
     {
         MutexLock lock(mutex_);
-        sessions_.push_back(std::move(session));
+        sessions_.push_back(session);
         if (sessions_.size() > 1) return;
         begin_ = Clock::now();
         seen_ = received_.load(std::memory_order_relaxed);
@@ -35,13 +33,15 @@ void Flusher::post() {
 }
 
 void Flusher::turn() {
-    std::vector<std::shared_ptr<Session>> due;
+    std::vector<std::weak_ptr<Session>> due;
     {
         MutexLock lock(mutex_);
         if (isDueLocked()) due.swap(sessions_);
     }
     if (due.empty()) return post();
-    for (const auto& session : due) session->wakeListed();
+    for (const auto& weak : due) {
+        if (const auto session = weak.lock()) session->wakeListed();
+    }
 }
 
 bool Flusher::isDueLocked() {

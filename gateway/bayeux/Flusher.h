@@ -27,7 +27,7 @@ public:
     /// A frame of a client has come.
     void received() { received_.fetch_add(1, std::memory_order_relaxed); }
     /// Wakes the session soon. It is added once until then.
-    void add(std::shared_ptr<Session> session) EXCLUDES(mutex_);
+    void add(const std::shared_ptr<Session>& session) EXCLUDES(mutex_);
 
 private:
     using Clock = std::chrono::steady_clock;
@@ -40,7 +40,7 @@ private:
     std::atomic<unsigned> received_{0};
 
     connector::Mutex mutex_;
-    std::vector<std::shared_ptr<Session>> sessions_ GUARDED_BY(mutex_);
+    std::vector<std::weak_ptr<Session>> sessions_ GUARDED_BY(mutex_);
     Clock::time_point begin_ GUARDED_BY(mutex_);
     unsigned seen_ GUARDED_BY(mutex_) = 0;  ///< of received_, at the last turn
     int quietTurns_ GUARDED_BY(mutex_) = 0;

@@ -73,14 +73,17 @@ Var Request::ownExtension(const std::string& name) const {
     return members.isNull() ? Var() : members->get(name);
 }
 
-std::string_view firstClientId(std::string_view text) {
+bool showsClientId(std::string_view text, const std::function<bool(const std::string&)>& isKnown) {
     constexpr std::string_view key = R"("clientId")";
-    const auto at = text.find(key);
-    if (at == std::string_view::npos) return {};
-    text.remove_prefix(at + key.size());
-    text.remove_prefix(std::min(text.find_first_not_of(": \"\t\r\n"), text.size()));
     constexpr std::size_t longest = 64;
-    return text.substr(0, std::min(text.find('"'), longest));
+    for (int tries = 0; tries < 16; ++tries) {  // data may have such members, too
+        const auto at = text.find(key);
+        if (at == std::string_view::npos) return false;
+        text.remove_prefix(at + key.size());
+        text.remove_prefix(std::min(text.find_first_not_of(": \"\t\r\n"), text.size()));
+        if (isKnown(std::string(text.substr(0, std::min(text.find('"'), longest))))) return true;
+    }
+    return false;
 }
 
 std::vector<Request> readRequests(std::string_view text, std::size_t depth, std::size_t maxMessages) {

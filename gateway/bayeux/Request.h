@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -47,9 +48,9 @@ std::string textOf(const Poco::Dynamic::Var& value);
 /// A value as a number, without its fraction and between 0 and the largest one; nothing for other values.
 std::optional<std::int64_t> numberOf(const Poco::Dynamic::Var& value);
 
-/// The first thing in a text that looks like the id of a client, without reading the text as a whole; empty
-/// when there is none.
-std::string_view firstClientId(std::string_view text);
+/// Whether one of the first few things in a text that look like the id of a client is one, by `isKnown`. Does
+/// not read the text as a whole.
+bool showsClientId(std::string_view text, const std::function<bool(const std::string&)>& isKnown);
 
 /// What a client sent is no array of messages.
 class BadEnvelope : public std::runtime_error {

@@ -160,9 +160,8 @@ void Session::push() {
     const auto deliveries = outbox_.next();
     if (deliveries.empty()) return;
     outbox_.delivered();
-    const bool isAll = deliveries.size() < core_->options.replyBytes / 2;
     socket_->send("[" + deliveries + "]", false);
-    if (!isAll) wake();
+    if (client_->queuedBytes() > 0) wake();
 }
 
 /// Answers the held connect, if that is due. Returns the exchange, which is to be flushed.

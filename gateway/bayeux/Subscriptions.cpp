@@ -65,6 +65,8 @@ std::string Subscriptions::subscribe(const Request& request) {
     if (!names.error.empty()) return failed(request, names.error, echoOf(request));
     // A client that comes back says which message it knows.
     const auto after = numberOf(request.ownExtension("after"));
+    // Before it is subscribed, so that it may get a message twice when it comes back, but misses none.
+    const auto last = session_->lastNumber();
     if (after) {
         session_->subscribe({names.patterns.begin(), names.patterns.end()},
                             static_cast<std::uint64_t>(*after));
@@ -72,7 +74,8 @@ std::string Subscriptions::subscribe(const Request& request) {
         for (const auto& pattern : names.patterns) session_->subscribe(pattern);
     }
     patterns_.merge(names.patterns);
-    return succeeded(request, echoOf(request));
+    return succeeded(request,
+                     echoOf(request) + R"(,"ext":{"connector":{"seq":)" + std::to_string(last) + "}}");
 }
 
 std::string Subscriptions::unsubscribe(const Request& request) {

@@ -159,12 +159,14 @@ Answer RequestDispatcher::Impl::run(Request& request) {
 Answer RequestDispatcher::Impl::readAndRun(Request& request, const std::function<Read()>& read) {
     try {
         Read unread = read();
+        if (!serializer_->isRegistered(unread.typeName)) {
+            return failure(404, "There is no such message type.");  // and no name for the metrics
+        }
         request.typeName = std::move(unread.typeName);
         request.message = std::move(unread.message);
     } catch (const std::exception& error) {
         return failure(400, textOf(error));
     }
-    if (!serializer_->isRegistered(request.typeName)) return failure(404, "There is no such message type.");
     if (!request.message->has("uuid")) request.message->set("uuid", randomUuid());
     return run(request);
 }

@@ -26,6 +26,8 @@ bool ClientSession::subscribe(const std::vector<std::string>& patterns, std::uin
     return !isClosed() && hub_->subscribeClient(id_, patterns, after);
 }
 
+std::uint64_t ClientSession::lastNumber() const { return hub_->lastNumber(); }
+
 bool ClientSession::unsubscribe(const std::string& pattern) {
     return !isClosed() && hub_->unsubscribeClient(id_, pattern);
 }

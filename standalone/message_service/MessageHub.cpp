@@ -210,6 +210,11 @@ std::shared_ptr<OutgoingQueue> MessageHub::addSubscriptions(const std::string& i
     return client.queue;
 }
 
+std::uint64_t MessageHub::lastNumber() {
+    MutexLock lock(logMutex_);
+    return log_.last();
+}
+
 bool MessageHub::unsubscribeClient(const std::string& id, const std::string& pattern) {
     requirePattern(pattern);
     Watchers concerned;

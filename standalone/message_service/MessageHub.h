@@ -50,6 +50,7 @@ public:
     bool unsubscribeClient(const std::string& id, const std::string& pattern) EXCLUDES(mutex_);
     void removeClient(const std::string& id) EXCLUDES(mutex_);
 
+    std::uint64_t lastNumber() EXCLUDES(logMutex_);
     void sweep() EXCLUDES(mutex_);
     MessageMetrics metrics() EXCLUDES(mutex_);
 

@@ -34,6 +34,9 @@ public:
     Frame add(std::string_view channel, std::string_view data, std::string_view lossClass,
               std::string_view members = {});
 
+    /// The number of the newest message; one less than the first when there was none.
+    std::uint64_t last() const { return last_; }
+
     /// What a subscriber to `patterns` gets that knows the messages up to `number`: if some of those behind
     /// it, on whatever channel, are not kept, first one notice on "/connector/gap" that they are among those
     /// from one number to another, and how large they were, `{"from": , "to": , "bytes": }`; then what is

@@ -342,6 +342,18 @@ TEST_F(BayeuxSocketTest, getsDeliveriesAtOnceAndAnswersToConnectsInTheirTime) {
     EXPECT_EQ(server_->sessions(), 0U);
 }
 
+TEST_F(BayeuxSocketTest, getsWhatIsTooMuchForOneFrameInSeveral) {
+    serve({.replyBytes = 200});
+    handshakeOn(*(socket_ = openSocket()));
+    subscribe("/a");
+    socket_->received();
+    const std::string large = '"' + std::string(150, 'x') + '"';
+    for (const auto& data : {std::string("1"), large, std::string("2")}) publish("/a", data);
+    turn();
+    EXPECT_EQ(socket_->received(), "[" + delivery("/a", "1") + "]\n[" + delivery("/a", large) + "]\n[" +
+                                       delivery("/a", "2") + "]");
+}
+
 TEST_F(BayeuxSocketTest, passesTheSessionOnToTheLatestSocket) {
     const auto latest = openSocket();
     askSocket(*latest, R"([{"channel":"/b","data":1,"clientId":"$"}])");

@@ -40,6 +40,8 @@ type Reply = BayeuxMessage & {reestablish?: boolean; failure?: {reason?: string}
 
 /** The channels of notices that the server sends to a session whether it subscribes to them or not. */
 const notices = ["/connector/gap", "/connector/dropped"];
+/** Milliseconds without a connection after which the server has ended the session. */
+const sessionTime = 25_000;
 
 /**
  * A session that goes on for as long as the server can be reached now and then.
@@ -65,6 +67,8 @@ export class Session {
     private isFirstOfSession = true;
     /** The session is a new one, and may not know yet what is subscribed. */
     private isBehind = false;
+    /** When the connection was lost, in milliseconds; undefined while there is one. */
+    private lostAt: number | undefined;
 
     static async open(options: SessionOptions): Promise<Session> {
         const hasHttp = await prepareEnvironment();
@@ -104,6 +108,8 @@ export class Session {
             });
         }
         this.cometd.addListener("/meta/connect", reply => {
+            if (reply.successful) this.lostAt = undefined;
+            else this.noteLoss();
             if (reply.successful && this.isBehind) this.subscribeAgain();
         });
     }
@@ -186,6 +192,7 @@ export class Session {
         const handles = [...listener.channels, ...notices].map(channel => this.cometd.addListener(channel, deliver));
         this.listeners.set(listener, handles);
         const reply = await this.request("/meta/subscribe", listener.channels, after);
+        this.begin(reply);
         if (reply.successful || !this.listeners.has(listener)) return;
         this.forget(listener);
         throw errorOf(reply);
@@ -216,6 +223,18 @@ export class Session {
         });
     }
 
+    // Where a subscription begins, for the case that the session ends before any message has come.
+    private begin(reply: Reply): void {
+        this.position ??= numberOf(reply as BayeuxMessage);
+    }
+
+    // After so long a break the server has ended the session for sure.
+    private noteLoss(): void {
+        this.lostAt ??= Date.now();
+        if (Date.now() - this.lostAt < sessionTime) return;
+        for (const call of [...this.calls.values()]) call.reject(NumoraError.disconnected("the server is gone"));
+    }
+
     // In a new session, which knows nothing of the last one.
     private resume(): void {
         const current = this.cometd.getClientId();
@@ -235,6 +254,7 @@ export class Session {
         this.isBehind = false;
         const channels = new Set([...this.listeners.keys()].flatMap(listener => listener.channels));
         this.request("/meta/subscribe", [...channels], this.position).then(reply => {
+            this.begin(reply);
             if (reply.successful) return;
             if (reply.error) this.finish(errorOf(reply));
             // Lost with its connection; said again over the next one.

@@ -68,6 +68,8 @@ public:
     /// what is kept of the later ones that any of the patterns matches is queued first, each once, behind a
     /// notice of what is not kept: docs/messages.md. A pattern that it has already plays nothing.
     bool subscribe(const std::vector<std::string>& patterns, std::uint64_t after);
+    /// The number of the last message that was numbered: where a client begins that subscribes now.
+    std::uint64_t lastNumber() const;
     /// A message that is being published meanwhile may still come.
     bool unsubscribe(const std::string& pattern);
 
