@@ -171,7 +171,7 @@ std::unique_ptr<PendingPost> BayeuxServer::post(const std::string& body, const P
     }
     std::vector<Request> requests;
     try {
-        requests = readRequests(body, options.depth, options.messagesPerArray);
+        requests = readRequests(body, options.depth, options.messagesPerArray, options.values);
     } catch (const BadEnvelope& error) {
         return answerNow(errorAnswer(error.httpStatus(), error.what()));
     }

@@ -32,7 +32,8 @@ void Connection::receive(const std::string& text) {
     core_->flusher->received();
     if (text.size() > maxFrameBytes()) return close(tooBig);
     try {
-        auto requests = readRequests(text, core_->options.depth, core_->options.messagesPerArray);
+        auto requests =
+            readRequests(text, core_->options.depth, core_->options.messagesPerArray, core_->options.values);
         if (requests.empty()) return send("[]", true);  // a sign of life
         Exchange::start(std::make_shared<SocketExchange>(core_, std::move(requests), shared_from_this()));
     } catch (const BadEnvelope& error) {

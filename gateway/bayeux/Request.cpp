@@ -20,10 +20,13 @@ namespace {
 
 constexpr std::uint16_t invalidPayload = 1007;
 constexpr std::uint16_t policyViolation = 1008;
+constexpr std::uint16_t tooBig = 1009;
 
-Var parsed(std::string_view text, std::size_t depth) {
+Var parsed(std::string_view text, std::size_t depth, std::size_t maxValues) {
     try {
-        return connector::json::parse(text, depth);
+        return connector::json::parse(text, depth, maxValues);
+    } catch (const connector::json::TooManyValues& error) {
+        throw BadEnvelope(413, tooBig, error.what());
     } catch (const connector::json::ParseError& error) {
         throw BadEnvelope(400, invalidPayload, error.what());
     }
@@ -86,8 +89,9 @@ bool showsClientId(std::string_view text, const std::function<bool(const std::st
     return false;
 }
 
-std::vector<Request> readRequests(std::string_view text, std::size_t depth, std::size_t maxMessages) {
-    const Var value = parsed(text, depth);
+std::vector<Request> readRequests(std::string_view text, std::size_t depth, std::size_t maxMessages,
+                                  std::size_t maxValues) {
+    const Var value = parsed(text, depth, maxValues);
     std::vector<Request> requests;
     if (value.type() != typeid(Array::Ptr)) {
         requests.push_back(requestOf(value));

@@ -69,6 +69,7 @@ private:
 /// The messages in the body of a POST or a WebSocket's frame: an array of objects, or one object. A handshake
 /// makes the others in its array void.
 /// Throws: BadEnvelope.
-std::vector<Request> readRequests(std::string_view text, std::size_t depth, std::size_t maxMessages);
+std::vector<Request> readRequests(std::string_view text, std::size_t depth, std::size_t maxMessages,
+                                  std::size_t maxValues);
 
 }  // namespace gateway::bayeux

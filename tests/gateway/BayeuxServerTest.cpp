@@ -206,7 +206,7 @@ struct EnvelopeCase {
 class BayeuxEnvelopeTest : public BayeuxFixture, public testing::WithParamInterface<EnvelopeCase> {};
 
 TEST_P(BayeuxEnvelopeTest, isRefused) {
-    serve({.depth = 4, .messagesPerArray = 2});
+    serve({.depth = 4, .messagesPerArray = 2, .values = 8});
     const auto answer = post(GetParam().text)->answer;
     ASSERT_TRUE(answer);
     EXPECT_EQ(answer->status, GetParam().status);
@@ -223,6 +223,7 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(EnvelopeCase{"Nothing", "", 400, 1007}, EnvelopeCase{"NoJson", "[{]", 400, 1007},
                     EnvelopeCase{"Text", R"("a")", 400, 1007}, EnvelopeCase{"Numbers", "[{},1]", 400, 1007},
                     EnvelopeCase{"Empty", "[]", 400, 0}, EnvelopeCase{"TooMany", "[{},{},{}]", 413, 1008},
+                    EnvelopeCase{"TooManyValues", R"([{"a":[1,2,3,4,5,6]}])", 413, 1009},
                     EnvelopeCase{"TooDeep", R"([{"a":[[[]]]}])", 400, 1007},
                     EnvelopeCase{"NoUtf8", "[{\"a\":\"\xFF\"}]", 400, 1007}),
     [](const auto& info) { return info.param.name; });

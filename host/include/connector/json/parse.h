@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <limits>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -23,6 +24,12 @@ private:
     std::size_t offset_;
 };
 
+/// Text that holds more values than its reader takes.
+class TooManyValues : public ParseError {
+public:
+    using ParseError::ParseError;
+};
+
 /// Arrays and objects may be nested this deep, unless another limit is given.
 inline constexpr std::size_t deepestNesting = 1000;
 
@@ -34,8 +41,9 @@ inline constexpr std::size_t deepestNesting = 1000;
 /// Poco::UInt64 where they are integers that fit, else double.
 ///
 /// Threads: any.  Throws: ParseError, for malformed JSON or UTF-8, an escape that is half a pair of
-/// surrogates, a number beyond the range of a double, or nesting deeper than `depth`; std::bad_alloc. Source:
-/// RFC 8259.
-Poco::Dynamic::Var parse(std::string_view text, std::size_t depth = deepestNesting);
+/// surrogates, a number beyond the range of a double, or nesting deeper than `depth`; TooManyValues, for more
+/// than `values`, which take time and much more room than their text; std::bad_alloc. Source: RFC 8259.
+Poco::Dynamic::Var parse(std::string_view text, std::size_t depth = deepestNesting,
+                         std::size_t values = std::numeric_limits<std::size_t>::max());
 
 }  // namespace connector::json

@@ -21,8 +21,12 @@ bool isSurrogate(unsigned unit, unsigned first) { return (unit & 0xFC00U) == fir
 
 class Parser {
 public:
-    Parser(std::string_view text, std::size_t maxDepth)
-        : start_(text.data()), at_(text.data()), end_(text.data() + text.size()), maxDepth_(maxDepth) {}
+    Parser(std::string_view text, std::size_t maxDepth, std::size_t maxValues)
+        : start_(text.data()),
+          at_(text.data()),
+          end_(text.data() + text.size()),
+          maxDepth_(maxDepth),
+          valuesLeft_(maxValues) {}
 
     Var parse() {
         Var value = readValue();
@@ -54,6 +58,8 @@ private:
 
     Var readValue() {
         skipBlanks();
+        if (valuesLeft_-- == 0)
+            throw TooManyValues(static_cast<std::size_t>(at_ - start_), "too many values");
         switch (peek()) {
             case '{':
                 return readObject();
@@ -226,11 +232,14 @@ private:
     const char* at_;
     const char* const end_;
     const std::size_t maxDepth_;
+    std::size_t valuesLeft_;
     std::size_t depth_ = 0;
 };
 
 }  // namespace
 
-Var parse(std::string_view text, std::size_t depth) { return Parser(text, depth).parse(); }
+Var parse(std::string_view text, std::size_t depth, std::size_t values) {
+    return Parser(text, depth, values).parse();
+}
 
 }  // namespace connector::json
