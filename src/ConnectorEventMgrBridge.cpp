@@ -72,6 +72,8 @@ void forward(const BaseEvent& event, const std::string& tag, const std::string& 
         messages.publish(channel, common::DataBuffer(text));
     } catch (const std::exception& error) {
         logger.error(std::string("Event forwarding failed: ") + error.what());
+    } catch (...) {
+        logger.error("Exception caught: " + boost::current_exception_diagnostic_information());
     }
 }
 

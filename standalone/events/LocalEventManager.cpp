@@ -60,22 +60,33 @@ void LocalEventManager::post(std::shared_ptr<const BaseEvent> event, std::size_t
 
 void LocalEventManager::postInTurn(const std::shared_ptr<const BaseEvent>& event, std::size_t bytes,
                                    const AroundWait& around) {
-    bool isFull = false;
+    if (!hasSubscriptions(event->getTypeInformation())) return;
     {
         connector::MutexLock lock(mutex_);
-        isFull = isFullLocked(bytes) && !isStopped_ && dispatching != this;
+        if (isStopped_) return;
+        if (!isFullLocked(bytes) || dispatching == this) {
+            queueLocked(event, bytes, false);
+            lock.unlock();
+            queued_.notify_one();
+            return;
+        }
     }
-    if (isFull) around([&] { waitForRoom(bytes); });
-    post(event, bytes);
+    around([&] { queueWhenThereIsRoom(event, bytes); });
 }
 
 // For much room: threads that changed places for every single event would take long.
-void LocalEventManager::waitForRoom(std::size_t bytes) {
+void LocalEventManager::queueWhenThereIsRoom(const std::shared_ptr<const BaseEvent>& event,
+                                             std::size_t bytes) {
     const auto deadline = std::chrono::steady_clock::now() + limits_.patience;
-    connector::MutexLock lock(mutex_);
-    while (!isStopped_ && (queue_.size() > limits_.events / 2 || isFullLocked(bytes))) {
-        if (delivered_.wait_until(lock.native(), deadline) == std::cv_status::timeout) return;
+    {
+        connector::MutexLock lock(mutex_);
+        while (!isStopped_ && (queue_.size() > limits_.events / 2 || isFullLocked(bytes))) {
+            if (delivered_.wait_until(lock.native(), deadline) == std::cv_status::timeout) break;
+        }
+        if (isStopped_) return;
+        queueLocked(event, bytes, false);
     }
+    queued_.notify_one();
 }
 
 bool LocalEventManager::isFullLocked(std::size_t bytes) const {

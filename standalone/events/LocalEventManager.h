@@ -105,7 +105,8 @@ private:
     std::uint64_t queueLocked(std::shared_ptr<const BaseEvent> event, std::size_t bytes, bool isWaitedFor)
         REQUIRES(mutex_);
     bool isFullLocked(std::size_t bytes) const REQUIRES(mutex_);
-    void waitForRoom(std::size_t bytes) EXCLUDES(mutex_);
+    void queueWhenThereIsRoom(const std::shared_ptr<const BaseEvent>& event, std::size_t bytes)
+        EXCLUDES(mutex_);
     Wait waitFor(std::uint64_t number) EXCLUDES(mutex_);
 
     void dispatchLoop() EXCLUDES(mutex_);

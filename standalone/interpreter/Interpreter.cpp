@@ -97,7 +97,7 @@ void withInterpreterLock(const std::function<void()>& action) {
 
 void withoutInterpreterLock(const std::function<void()>& action) {
     struct Release {
-        ~Release() { PyEval_RestoreThread(state); }
+        ~Release() noexcept(false) { PyEval_RestoreThread(state); }  // ends other threads at Python's end
         PyThreadState* const state = PyEval_SaveThread();
     };
     const Release release;
@@ -459,7 +459,8 @@ void Interpreter::announcePrompt(nmutil::prompt::InputRequester prompt, bool isB
             TaggedEvent::Members members;
             members.emplace("state", stateAt(prompt));
             members.emplace("prompt", std::string(promptName(prompt)));
-            events_->post(std::make_shared<TaggedEvent>(u"status", std::move(members)));
+            events_->postInTurn(std::make_shared<TaggedEvent>(u"status", std::move(members)), 0,
+                                withoutInterpreterLock);
         }
         if (isBaseLevel) {
             raiseUnlocked(events_, nmutil::utils::IqmInputRequestEvent(prompt));

@@ -100,6 +100,10 @@ PythonRuntime::~PythonRuntime() {
 
 void PythonRuntime::call(const char* function) {
     PyObject* result = PyObject_CallMethod(runtimeModule_, function, nullptr);
+    if (result == nullptr) {
+        foundation::log::DiagnosticLogger("standalone::python")
+            .warning(std::string("The Python function ") + function + " failed.");
+    }
     Py_XDECREF(result);
     PyErr_Clear();
 }

@@ -3,6 +3,7 @@
 import itertools
 import operator
 import time
+import weakref
 
 import _numora_host as _host
 import _numora_runtime as _runtime
@@ -12,14 +13,35 @@ import _numora_runtime as _runtime
 _known = {}  # name -> (mark, class, shape)
 
 
+class _Kept:
+    """Holds a value that knows no weak references, so that its address is not used again."""
+
+    def __init__(self, value):
+        self.value = value
+
+
+# Types are compared by `is`: a metaclass may have an `==` of its own, and nothing here runs code of the user's.
 def _mark(value):
-    """Tells a value from the one that the variable had before, without keeping large ones alive."""
+    """Tells a value from the one that the variable gets later."""
     kind = type(value)
-    if kind in (float, complex):
+    if kind is float or kind is complex:
         return repr(value)  # NaN equals itself there
-    if kind in (bool, int, type(None)) or kind is str and len(value) <= 1000:
+    if kind is bool or kind is int or value is None or kind is str and len(value) <= 1000:
         return value
-    return id(value)
+    try:
+        return weakref.ref(value)
+    except TypeError:
+        return _Kept(value)
+
+
+def _is_same(mark, value):
+    kind = type(mark)
+    if kind is weakref.ref:
+        return mark() is value
+    if kind is _Kept:
+        return mark.value is value
+    now = _mark(value)
+    return type(now) is kind and now == mark
 
 
 def announce_workspace():
@@ -27,14 +49,16 @@ def announce_workspace():
     global _known
     now, changes = {}, {"added": [], "changed": [], "removed": []}
     for name, value, class_name, shape in _runtime.tools().variables():
+        before = _known.get(name)
+        if before and before[1:] == (class_name, shape) and _is_same(before[0], value):
+            now[name] = before
+            continue
         now[name] = (_mark(value), class_name, shape)
-        if now[name] != _known.get(name):
-            row = {"name": name, "class": class_name, "shape": shape}
-            changes["changed" if name in _known else "added"].append(row)
+        changes["changed" if before else "added"].append({"name": name, "class": class_name, "shape": shape})
     changes["removed"] = [name for name in _known if name not in now]
-    _known = now
     if any(changes.values()):
         _host.post_event("workspace", changes)
+    _known = now
 
 
 # --- progress --------------------------------------------------------------------------------------------------------

@@ -9,22 +9,26 @@ from matplotlib._pylab_helpers import Gcf
 from matplotlib.backend_bases import FigureManagerBase
 from matplotlib.backends.backend_agg import FigureCanvasAgg
 
-_LONGEST_SVG = 2 << 20  # bytes; a drawing with very many parts is sent as a picture only
+_LONGEST = 2_800_000  # bytes of pictures in one event, which become a third more in base64
 
 
 class FigureManager(FigureManagerBase):
     def show(self):
         """Raises the event of this figure."""
         if not _host.hears("figure"):
-            warnings.warn("No client shows figures.", stacklevel=3)
+            warnings.warn("No client shows figures.", stacklevel=4)
             return
         figure = self.canvas.figure
-        png, svg = _picture(figure, "png"), _picture(figure, "svg")
+        png, dpi = _picture(figure, "png"), figure.dpi
+        while len(png) > _LONGEST:
+            dpi *= 0.7
+            png = _picture(figure, "png", dpi)
+        svg = _picture(figure, "svg")
         width, height = self.canvas.get_width_height()
         _host.post_event("figure", {
             "number": self.num, "title": _title(self), "width": width, "height": height,
             "png": base64.b64encode(png).decode(),
-            "svg": base64.b64encode(svg).decode() if len(svg) <= _LONGEST_SVG else None,
+            "svg": base64.b64encode(svg).decode() if len(png) + len(svg) <= _LONGEST else None,
         })
 
     @classmethod
@@ -38,20 +42,24 @@ class FigureCanvas(FigureCanvasAgg):
 
 def show(*_args, **_kwargs):
     """Shows all figures, which are done with then."""
-    try:
-        for manager in Gcf.get_all_fig_managers():
+    problem = None
+    for manager in Gcf.get_all_fig_managers():
+        try:
             manager.show()
-    finally:
-        Gcf.destroy_all()
+        except Exception as error:
+            problem = problem or error
+    Gcf.destroy_all()
+    if problem:
+        raise problem
 
 
-def _picture(figure, kind):
+def _picture(figure, kind, dpi="figure"):
     file = io.BytesIO()
-    figure.savefig(file, format=kind, dpi="figure")
+    figure.savefig(file, format=kind, dpi=dpi)
     return file.getvalue()
 
 
 def _title(manager):
     figure = manager.canvas.figure
     titles = [figure._suptitle.get_text() if figure._suptitle else ""] + [axes.get_title() for axes in figure.axes]
-    return next(filter(None, titles), manager.get_window_title() or "Figure %d" % manager.num)
+    return next(filter(None, titles), figure.get_label() or "Figure %d" % manager.num)

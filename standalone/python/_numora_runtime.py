@@ -235,7 +235,6 @@ class _Imports:
             execute = spec.loader.exec_module
 
             def exec_module(module):
-                cls.preparations.pop(name, None)
                 execute(module)
                 prepare()
 

@@ -86,25 +86,27 @@ def post_event(tag, payload=None):
     """Raises an event for the clients that listen to its tag, which get {"payload": payload}.
 
     The tag has letters, digits and -_!~()$@ only; the payload is anything that JSON can hold, and is written at once, but
-    only if anybody listens. Waits when events come faster than they can be sent.
+    only if anybody listens. Waits, up to ten seconds, when events come faster than they can be published.
     """
-    if tag not in _checked_tags:
-        _check_tag(tag)
+    if type(tag) is not str or tag not in _checked_tags:
+        tag = _checked_tag(tag)
     if _host.hears(tag):
         _host.post_event(tag, {"payload": payload})
 
 
-def _check_tag(tag):
+def _checked_tag(tag):
     import re
 
     if not isinstance(tag, str):
         raise TypeError("a tag is text, not %s" % type(tag).__name__)
+    tag = str.__str__(tag)
     if not re.fullmatch(r"[A-Za-z0-9\-_!~()$@]{1,200}", tag):
         raise ValueError("a tag has up to 200 letters, digits and -_!~()$@ only: %r" % tag[:200])
     if tag in ("figure", "progress", "status", "workspace"):
         raise ValueError("the interpreter's own events have the tag %r" % tag)
     if len(_checked_tags) < 10_000:
         _checked_tags.add(tag)
+    return tag
 
 
 def progress(iterable, label="", total=None, interval=0.1):

@@ -61,7 +61,7 @@ Framework processFramework() {
 fs::path bundleLibrary(const std::string& path) {
     const std::string file = "lib" + lastComponent(path) + ".so";
     std::error_code error;
-    if (const char* folder = std::getenv("NUMORA_BUNDLES")) {
+    if (const char* folder = std::getenv("NUMORA_BUNDLES"); folder != nullptr && *folder != '\0') {
         const auto library = fs::weakly_canonical(fs::absolute(folder, error) / file, error);
         if (fs::exists(library, error)) return library;
     }

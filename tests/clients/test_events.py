@@ -93,6 +93,13 @@ class EventsTest(unittest.IsolatedAsyncioTestCase):
         text = {"name": "s", "class": "str", "shape": [3]}
         self.assertEqual(await changes("import numpy as np\nx = np.zeros((2, 3)); s = 'abc'"),
                          {"added": [array, text], "changed": [], "removed": []})
+        for code in ("x = x + 1; x = x + 1", "del x; x = np.zeros((2, 3))"):  # where the old one was in memory
+            self.assertEqual(await changes(code), {"added": [], "changed": [array], "removed": []}, code)
+        row = {"name": "odd", "class": "Odd", "shape": []}
+        code = ("class Meta(type):\n    def __eq__(self, other): 1 / 0\n    __hash__ = type.__hash__\n"
+                "class Odd(metaclass=Meta): __slots__ = ()\nodd = Odd()")
+        self.assertIn(row, (await changes(code))["added"])
+        self.assertEqual((await changes("odd = Odd()"))["changed"], [row])
         array["shape"] = [3, 2]
         self.assertEqual(await changes("first = 1; _hidden = 2; x = x.T; del s"),
                          {"added": [], "changed": [array], "removed": ["s"]})
@@ -117,6 +124,9 @@ class EventsTest(unittest.IsolatedAsyncioTestCase):
         self.assertEqual(picture.shape[:2], (figure["height"], figure["width"]))
         self.assertLess(picture[:, :, :3].min(), 0.5)  # something is drawn
         self.assertIn(b"</svg>", base64.b64decode(figure["svg"]))
+        code = "import numpy as np\nf = plt.figure(figsize=(11, 11))\nplt.imshow(np.random.rand(1100, 1100, 3))\nplt.show()"
+        (figure,), _ = await self.during("figure", code, bool)
+        self.assertEqual((figure["title"], figure["svg"]), ("Figure 1", None))
         self.assertIn("No client shows figures", await self.run_code("plt.plot([1, 2]); plt.show()"))
 
     async def test_listeners_of_a_channel_come_and_go(self):
