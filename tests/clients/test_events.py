@@ -117,6 +117,7 @@ class EventsTest(unittest.IsolatedAsyncioTestCase):
     async def test_a_shown_figure_arrives_as_a_picture(self):
         import matplotlib.image
 
+        await self.run_code("import matplotlib.pyplot")  # may say that it prepares itself, at its first use
         code = "import matplotlib.pyplot as plt\nplt.plot([1, 2])\nplt.title('Ä')\nplt.show()\nprint(plt.get_fignums())"
         (figure,), text = await self.during("figure", code, bool)
         self.assertEqual((text, figure["title"]), ("[]\n", "Ä"))
