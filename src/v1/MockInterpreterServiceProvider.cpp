@@ -1,5 +1,7 @@
 #include "connector/interpreter/v1/MockInterpreterServiceProvider.h"
 
+#include <algorithm>
+#include <cstddef>
 #include <string>
 #include <utility>
 
@@ -26,11 +28,13 @@ MessageFuture MockInterpreterServiceProvider::handle(std::unique_ptr<FEval>&& me
     auto response = std::make_unique<FEvalResponse>(request->uuid());
     if (request->nargout > maxNargout) {
         response->isError = true;
-        response->faults.emplace_back(
-            codeError, "The mock has no more than " + std::to_string(maxNargout) + " results.");
+        response->faults.emplace_back(codeError, "nargout must be at most " + std::to_string(maxNargout) +
+                                                     ": the results would be longer than a message may be.");
     } else {
+        const auto count = static_cast<std::size_t>(std::max(request->nargout, 0));
+        response->results.reserve(2 + 2 * count);
         response->results = u"[";
-        for (std::int32_t i = 0; i < request->nargout; ++i) response->results += u"{}";
+        for (std::size_t i = 0; i < count; ++i) response->results += u"{}";
         response->results += u"]";
     }
     return connector::makeReadyFuture<std::unique_ptr<connector::Message>>(std::move(response));

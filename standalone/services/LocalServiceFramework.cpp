@@ -5,7 +5,7 @@
 #include <typeinfo>
 
 #include "connector/CurrentDelivery.h"
-#include "foundation/core/diag.h"
+#include "connector/detail/deliveryFailure.h"
 
 namespace standalone {
 
@@ -39,8 +39,7 @@ MessageFuture LocalServiceFramework::deliver(const connector::Address& address,
         const auto provider = find(Key(address.name, typeid(object)));
         if (!provider) {
             throw connector::NoService(
-                "No service takes messages of the class " +
-                foundation::core::diag::detail::demangle_typeid_name(typeid(object).name()) + ".");
+                connector::detail::wrongMessageTypeText(takenAt(address.name), message.get()));
         }
         if (!context) context = std::make_shared<connector::common::ContextState>();
         const connector::common::CurrentContext current(std::move(context));
@@ -55,6 +54,15 @@ std::shared_ptr<connector::ServiceProvider> LocalServiceFramework::find(const Ke
     connector::MutexLock lock(mutex_);
     const auto found = providers_.find(key);
     return found == providers_.end() ? nullptr : found->second;
+}
+
+std::string LocalServiceFramework::takenAt(const std::string& address) {
+    connector::MutexLock lock(mutex_);
+    std::string names;
+    for (const auto& [key, provider] : providers_) {
+        if (key.first == address) names.append(names.empty() ? "" : " or ").append(key.second.name());
+    }
+    return names.empty() ? "nothing" : names;
 }
 
 }  // namespace standalone

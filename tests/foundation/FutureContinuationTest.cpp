@@ -104,15 +104,21 @@ TEST(FutureThenTest, mayHoldTheLastReferencesToPromiseAndState) {
 }
 
 TEST(FutureThenTest, aCancelledFutureDestroysItsContinuationUncalled) {
-    Promise<void> promise;
-    auto future = promise.getFuture();
-    auto captured = std::make_shared<bool>(false);
-    const std::weak_ptr watch = captured;
-    future.then([called = std::move(captured)](const Future<void>&) { *called = true; });
-    future.cancel();
-    EXPECT_TRUE(watch.expired());
-    promise.setValue();
-    EXPECT_EQ(thrownText([&] { future.get(); }), "Future has been cancelled.");
+    for (const bool isCancelledBefore : {true, false}) {
+        Promise<void> promise;
+        auto future = promise.getFuture();
+        bool isCalled = false;
+        auto captured = std::make_shared<int>();
+        const std::weak_ptr watch = captured;
+        if (isCancelledBefore) future.cancel();
+        future.then([&isCalled, held = std::move(captured)](const Future<void>&) { isCalled = true; });
+        future.cancel();
+        EXPECT_TRUE(watch.expired());
+        promise.setValue();
+        EXPECT_FALSE(isCalled);
+        EXPECT_EQ(thrownText([&] { future.get(); }),
+                  "Future already returned it's value or has an associated continuation.");
+    }
 }
 
 TEST(FutureThenTest, anUnreadOutcomeCanBeReadAfterTheContinuation) {

@@ -109,11 +109,6 @@ INSTANTIATE_TEST_SUITE_P(OneShot, FutureMisuseTest,
                                                         future.cancel();
                                                         future.get();
                                                     }},
-                                         MisuseCase{"thenAfterCancel", kCancelled,
-                                                    [](auto&, auto& future) {
-                                                        future.cancel();
-                                                        future.then(ignore);
-                                                    }},
                                          MisuseCase{"unknownStatus", "Invalid Future state reached.",
                                                     [](auto&, auto& future) {
                                                         future.getState()->status = FutureStatus{4};

@@ -66,11 +66,12 @@ public:
     void cancel() { getState()->cancel(); }
 
     /// Takes the place of `get`: `continuation` is called once with a future on the same state, whose `get`
-    /// returns at once, when there is a value or an error. It is destroyed after the call.
-    /// Threads: it runs on the thread that resolves the promise or, if that has happened, on this one before
-    /// `then` returns; no lock is held. What it throws leaves through the operation that ran it (`then`,
-    /// `setValue`, `setException`) and changes nothing in the state; only a promise's destructor swallows it.
-    /// Throws: std::runtime_error as `get` does, also for a cancelled future; nothing is attached then.
+    /// returns at once, when there is a value or an error. It is destroyed after the call, or without one
+    /// when the future is or gets cancelled. Threads: it runs on the thread that resolves the promise or, if
+    /// that has happened, on this one before `then` returns; no lock is held. What it throws leaves through
+    /// the operation that ran it (`then`, `setValue`, `setException`) and changes nothing in the state; only
+    /// a promise's destructor swallows it. Throws: std::runtime_error when the result was claimed before or a
+    /// continuation is attached.
     template <std::invocable<Future<T>> F>
     void then(F&& continuation) {
         getState()->then(std::forward<F>(continuation));

@@ -13,7 +13,8 @@
 
 namespace connector {
 
-/// No service takes messages of a class.
+/// No service takes messages of a class. The text is that of a provider that refuses one: "Incorrect message
+/// type. Expected: ", the classes that are taken, " but found " and the class.
 class NoService : public std::invalid_argument {
 public:
     using std::invalid_argument::invalid_argument;

@@ -24,12 +24,13 @@ enum class FutureStatus : std::uint32_t { Pending, Value, Error, Cancelled };
 template <class T>
 using StoredValue = std::conditional_t<std::is_void_v<T>, std::monostate, T>;
 
-/// The point of time `limit` from now, or the last one there is.
+/// The point of time `limit` from now, or the last one there is. What is not positive is now.
 template <class Rep, class Period>
 std::chrono::steady_clock::time_point deadlineAfter(std::chrono::duration<Rep, Period> limit) {
     using Clock = std::chrono::steady_clock;
     using Seconds = std::chrono::duration<double>;  // holds any duration, if not exactly
     const auto now = Clock::now();
+    if (!(limit > limit.zero())) return now;
     if (Seconds(limit) >= Seconds(Clock::time_point::max() - now)) return Clock::time_point::max();
     return now + std::chrono::ceil<Clock::duration>(limit);
 }
@@ -49,9 +50,9 @@ std::chrono::steady_clock::time_point deadlineAfter(std::chrono::duration<Rep, P
 ///     continuation  the state's, if   taken out and run by     as for Value          taken out and destroyed
 ///                   then() gave one   the resolving thread                           by cancel(), never run
 ///
-/// A continuation that is attached to a Value or Error runs at once on the attaching thread; a Cancelled
-/// state takes none. Before a continuation runs, both flags below are cleared, so that the future it is given
-/// can be read.
+/// A continuation that is attached to a Value or Error runs at once on the attaching thread; one that is
+/// attached to a Cancelled state is destroyed. Before a continuation runs, both flags below are cleared, so
+/// that the future it is given can be read; one that is destroyed has claimed the outcome all the same.
 ///
 /// Threads: every operation from any thread; the caller holds a reference to the state throughout.
 /// Locks: mutex, in all but isResolved. Continuations run and are destroyed with no lock held.
@@ -106,6 +107,7 @@ public:
             if (isResolved()) return;
             status = FutureStatus::Cancelled;
             neverRun = std::move(continuation_);
+            if (neverRun) valueRetrieved_ = true;
         }
         condition.notify_all();
     }
@@ -140,7 +142,10 @@ public:
         {
             const MutexLock lock(mutex);
             checkUnclaimedLocked();
-            if (status == FutureStatus::Cancelled) throw std::runtime_error("Future has been cancelled.");
+            if (status == FutureStatus::Cancelled) {
+                valueRetrieved_ = true;
+                return;
+            }
             continuation_ = std::move(continuation);
             if (!isResolved()) return;
             continuation = takeContinuationLocked();

@@ -17,12 +17,15 @@ inline Future<std::unique_ptr<Message>> deliveryFailure(const std::string& text)
 }
 
 /// Names are those of the platform's type information; a null `found` has that of `nullptr`.
+inline std::string wrongMessageTypeText(const std::string& expected, const Message* found) {
+    const auto& foundType = found ? typeid(*found) : typeid(std::nullptr_t);
+    return "Incorrect message type. Expected: " + expected + " but found " + foundType.name();
+}
+
 inline Future<std::unique_ptr<Message>> wrongMessageType(const std::string& start,
                                                          const std::type_info& expected,
                                                          const Message* found) {
-    const auto& foundType = found ? typeid(*found) : typeid(std::nullptr_t);
-    return deliveryFailure(start + "Incorrect message type. Expected: " + expected.name() + " but found " +
-                           foundType.name());
+    return deliveryFailure(start + wrongMessageTypeText(expected.name(), found));
 }
 
 }  // namespace connector::detail

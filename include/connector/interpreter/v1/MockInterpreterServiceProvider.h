@@ -13,8 +13,8 @@ namespace connector::interpreter::v1 {
 /// Threads: every operation from any thread.  Blocks: never; each future has its value already.
 class MockInterpreterServiceProvider : public InterpreterServiceProvider {
 public:
-    /// The largest number of results of a function call.
-    static constexpr std::int32_t maxNargout = 65536;
+    /// The largest number of results of a function call: their text has the 16 MiB that a message may have.
+    static constexpr std::int32_t maxNargout = (1 << 23) - 1;
 
     MockInterpreterServiceProvider() = default;
     ~MockInterpreterServiceProvider() override = default;
