@@ -85,11 +85,41 @@ std::string dduxPayload(const std::string& clientType) {
 
 }  // namespace
 
+/// Tells the tracker of the end of a request, once, wherever the request is dropped or ends.
+class AsyncEvalService::TrackedEnd {
+public:
+    TrackedEnd(std::shared_ptr<common::RequestTracker> tracker, std::string clientType,
+               std::shared_ptr<common::ContextState> context)
+        : tracker_(clientType.empty() ? nullptr : std::move(tracker)),
+          clientType_(std::move(clientType)),
+          context_(std::move(context)) {}
+    ~TrackedEnd() { tell(); }
+    TrackedEnd(const TrackedEnd&) = delete;
+    TrackedEnd& operator=(const TrackedEnd&) = delete;
+
+    void tell() {
+        const auto tracker = std::exchange(tracker_, nullptr);
+        if (tracker) guarded("requestEnded", [&] { tracker->requestEnded(clientType_, context_); });
+    }
+    /// Leaves it to another.
+    void release() { tracker_ = nullptr; }
+
+private:
+    std::shared_ptr<common::RequestTracker> tracker_;
+    const std::string clientType_;
+    const std::shared_ptr<common::ContextState> context_;
+};
+
 /// What is kept of a request until it has ended.
 struct AsyncEvalService::Request {
-    std::string clientType;
+    Request(const AsyncEvalServices& services, const std::string& clientType, HeldContext heldContext,
+            const std::shared_ptr<common::ContextState>& context, std::shared_ptr<PrintedText> text)
+        : end(services.requestTracker, clientType, context),
+          held(std::move(heldContext)),
+          printed(std::move(text)) {}
+
+    TrackedEnd end;
     HeldContext held;
-    std::shared_ptr<common::ContextState> context;
     std::shared_ptr<PrintedText> printed;  ///< null for typed characters
 };
 
@@ -158,11 +188,13 @@ void AsyncEvalService::handleEvalRequest(const message_service::JsonMessage& mes
         if (services_.requestTracker && !clientType.empty()) {
             guarded("requestStarted", [&] { services_.requestTracker->requestStarted(clientType, context); });
         }
+        TrackedEnd end(services_.requestTracker, clientType, context);
         if (!services_.requestGate || !services_.requestGate->isOpen()) {
             asyncLog().info("The gate is closed; the request is dropped.");
             return;
         }
         auto text = textOf(message.data);
+        end.release();  // what sends the request ends it
         if (services::prompt::detail::isInCharBufferMode()) {
             sendRawCharsToBuffer(std::move(text), clientType, held.release(), context);
         } else {
@@ -182,7 +214,7 @@ void AsyncEvalService::sendEvalRequest(std::u16string code, const std::string& c
     HeldContext held(contextHandle);
     const auto printed = std::make_shared<PrintedText>(coalescer_);
     auto completion =
-        completionOf(std::make_shared<Request>(Request{clientType, std::move(held), context, printed}));
+        completionOf(std::make_shared<Request>(services_, clientType, std::move(held), context, printed));
     guarded("sendDduxRequest", [&] { sendDduxRequest(dduxPayload(clientType)); });
     if (!services_.zvm) throw std::runtime_error("No interpreter runs here.");
     if (services_.shadowService && !services_.shadowService->isReady()) {
@@ -213,7 +245,7 @@ void AsyncEvalService::sendRawCharsToBuffer(std::u16string characters, const std
                                             const std::shared_ptr<common::ContextState>& context) {
     HeldContext held(contextHandle);
     auto completion =
-        completionOf(std::make_shared<Request>(Request{clientType, std::move(held), context, nullptr}));
+        completionOf(std::make_shared<Request>(services_, clientType, std::move(held), context, nullptr));
     if (asyncLog().isEnabled(Severity::Debug)) {
         asyncLog().debug("Typing chars into type ahead:" + fl::i18n::to_string(characters));
     }
@@ -234,6 +266,7 @@ std::shared_ptr<cmddistributor::PromiseDelegate> AsyncEvalService::completionOf(
         // What other threads of the code print from now on belongs to no request.
         if (request->printed) request->printed->stop();
         if (const auto self = weak.lock()) self->complete(*request, isSuccess(ended));
+        request->end.tell();
     });
     return std::make_shared<cmddistributor::PromiseDelegateT<void>>(std::move(promise),
                                                                     [](const cmddistributor::IIPResult&) {});
@@ -247,10 +280,6 @@ void AsyncEvalService::complete(const Request& request, bool isSuccess) {
                 DataBuffer(isSuccess ? R"("Done: success")" : R"("Done: failure")"));
     });
     if (request.printed) guarded("sendDduxResponse", [&] { sendDduxResponse(); });
-    if (services_.requestTracker && !request.clientType.empty()) {
-        guarded("requestEnded",
-                [&] { services_.requestTracker->requestEnded(request.clientType, request.context); });
-    }
 }
 
 void AsyncEvalService::publish(const std::string& channel, const DataBuffer& data) {

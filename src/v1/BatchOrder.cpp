@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "connector/ThreadSafety.h"
+#include "host/Environment.h"
 #include "v1/log.h"
 
 namespace connector::interpreter::v1 {
@@ -36,7 +37,6 @@ struct BatchOrder::Turns {
         {
             MutexLock lock(mutex);
             open.erase(number);
-            isStuck = false;
         }
         changed.notify_all();
     }
@@ -45,15 +45,14 @@ struct BatchOrder::Turns {
         return last + 1;
     }
     void waitForThoseBefore(std::uint64_t number) EXCLUDES(mutex) {
-        if (delivering == this) return;
-        const auto deadline = std::chrono::steady_clock::now() + patience;
         MutexLock lock(mutex);
-        while (!isStuck && !open.empty() && *open.begin() < number) {
-            if (changed.wait_until(lock.native(), deadline) == std::cv_status::no_timeout) continue;
-            isStuck = true;
-            lock.unlock();
-            asyncLog().warning("Output is slow to be published; what follows may overtake it.");
-            return;
+        while (!open.empty() && *open.begin() < number) {
+            const std::uint64_t first = *open.begin();
+            const auto deadline = std::chrono::steady_clock::now() + patience;
+            while (open.contains(first) &&
+                   changed.wait_until(lock.native(), deadline) == std::cv_status::no_timeout) {
+            }
+            if (open.erase(first) > 0) giveUpOn(lock);
         }
     }
 
@@ -61,9 +60,15 @@ struct BatchOrder::Turns {
     Mutex mutex;
     std::condition_variable changed;
     std::uint64_t last GUARDED_BY(mutex) = 0;
-    std::set<std::uint64_t> open GUARDED_BY(mutex);
-    bool isStuck GUARDED_BY(mutex) =
-        false;  ///< the wait for one has ended in vain: nobody waits until one ends
+    std::set<std::uint64_t> open GUARDED_BY(mutex);  ///< but for those that are waited for no longer
+
+private:
+    void giveUpOn(MutexLock& lock) REQUIRES(mutex) {
+        lock.unlock();
+        changed.notify_all();
+        asyncLog().warning("Output is slow to be published; what follows may overtake it.");
+        lock.lock();
+    }
 };
 
 /// The callback. The one that the buffer keeps has no number; each copy of it has.
@@ -78,13 +83,22 @@ public:
         if (number_ != 0) turns_->leave(number_);
     }
 
+    // The turn ends before the interpreter's lock is taken again: the next may be that of who holds it.
     void operator()(DataBuffer&& batch, StreamTypeEnum type) const {
-        turns_->waitForThoseBefore(number_);
-        const Delivering scope(turns_.get());
-        turns_->deliver(std::move(batch), type);
+        host::unlocked([&] {
+            const End end{*turns_, number_};
+            if (delivering != turns_.get()) turns_->waitForThoseBefore(number_);
+            const Delivering scope(turns_.get());
+            turns_->deliver(std::move(batch), type);
+        });
     }
 
 private:
+    struct End {
+        ~End() { turns.leave(number); }
+        Turns& turns;
+        const std::uint64_t number;
+    };
     class Delivering {
     public:
         explicit Delivering(const Turns* turns) : outer_(std::exchange(delivering, turns)) {}
@@ -107,6 +121,9 @@ BatchOrder::~BatchOrder() = default;
 
 CoalescingTextBuffer::Callback BatchOrder::callback() const { return Turn(turns_); }
 
-void BatchOrder::await() const { turns_->waitForThoseBefore(turns_->next()); }
+void BatchOrder::await() const {
+    if (delivering == turns_.get()) return;
+    host::unlocked([this] { turns_->waitForThoseBefore(turns_->next()); });
+}
 
 }  // namespace connector::interpreter::v1

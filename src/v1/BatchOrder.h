@@ -14,8 +14,9 @@ namespace connector::interpreter::v1 {
 /// batches: each takes a number, and its call waits until the copies before it are done.
 ///
 /// Threads: any. Whoever delivers may use the buffer from within the delivery, and does not wait for itself
-/// then.  Blocks: while batches that were made up before are delivered, for two seconds at the most; an
-/// order that is given up is logged, and nobody waits again until a delivery has ended.
+/// then.  Locks: that of the interpreter is released for waits and deliveries.
+/// Blocks: while batches that were made up before are delivered. One that takes longer than two seconds is
+/// given up, which is logged: nobody waits for it again, and what follows may overtake it.
 class BatchOrder {
 public:
     /// `deliver` runs with no lock held.

@@ -1,9 +1,12 @@
 #include "connector/interpreter/v1/CoalescingTextBuffer.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstdlib>
 #include <exception>
 #include <utility>
+
+#include <cxxabi.h>
 
 #include "connector/json/escape.h"
 #include "fl/i18n/text.h"
@@ -26,9 +29,14 @@ Clock::time_point nextLook() {
     return now > Clock::time_point::max() - loopInterval ? Clock::time_point::max() : now + loopInterval;
 }
 
-void deliver(const CoalescingTextBuffer::Callback& callback, DataBuffer batch, StreamTypeEnum type) {
+// The pieces that this thread has added to any buffer.
+thread_local std::uint64_t ownPieces = 0;
+
+void call(const CoalescingTextBuffer::Callback& callback, DataBuffer batch, StreamTypeEnum type) {
     try {
         callback(std::move(batch), type);
+    } catch (const abi::__forced_unwind&) {
+        throw;  // the thread ends
     } catch (const std::exception& error) {
         asyncLog().error(std::string("Caught exception in Coalescer callback:") + error.what());
     } catch (...) {
@@ -66,22 +74,28 @@ void CoalescingTextBuffer::append(const char16_t* text, std::size_t length, Stre
 void CoalescingTextBuffer::appendText(std::u16string_view text, StreamTypeEnum type) {
     if (testLogEnabled_) writeTestLog(text);
     if (text.empty()) return;
+    const std::uint64_t before = ++ownPieces;
     bool wakes = false;
     {
         MutexLock lock(mutex_);
-        // Others may append while the batch is delivered.
-        while (type != currentStream_ && !pending_.empty()) {
-            doFlush(lock.native());
-            if (!callback_) break;
-        }
+        if (isOfOtherStream(type)) doFlush(lock.native());
+        // Other threads may have printed on the stream meanwhile. That is kept apart, too; what the callback
+        // has printed is not, or the two could go on for ever.
+        Batch others;
+        if (isOfOtherStream(type) && ownPieces == before) others = takeBatch();
         currentStream_ = type;
         wakes = pending_.empty();
         if (wakes) batchStart_ = getCurrentTime();
         if (dduxEnabled_) appendDduxData(fl::i18n::to_string(text));
         json::appendEscaped(pending_, text);
+        deliver(std::move(others), lock.native());
     }
     // While text is pending the thread waits for a time, not for more of it.
     if (wakes) condition_.notify_one();
+}
+
+bool CoalescingTextBuffer::isOfOtherStream(StreamTypeEnum type) const {
+    return type != currentStream_ && !pending_.empty();
 }
 
 void CoalescingTextBuffer::flush() {
@@ -155,19 +169,25 @@ void CoalescingTextBuffer::doFlush(std::unique_lock<std::mutex>& lock) {
     doCallback(lock);
 }
 
-void CoalescingTextBuffer::doCallback(std::unique_lock<std::mutex>& lock) {
-    if (pending_.empty() || !callback_) return;
-    Callback callback = callback_;
-    DataBuffer batch;
-    batch.reserve(pending_.size() + 2);
-    batch.push_back('"');
-    batch.append(pending_.view());
-    batch.push_back('"');
+void CoalescingTextBuffer::doCallback(std::unique_lock<std::mutex>& lock) { deliver(takeBatch(), lock); }
+
+CoalescingTextBuffer::Batch CoalescingTextBuffer::takeBatch() {
+    Batch batch{.callback = {}, .text = {}, .type = currentStream_};
+    if (pending_.empty() || !callback_) return batch;
+    batch.text.reserve(pending_.size() + 2);
+    batch.text.push_back('"');
+    batch.text.append(pending_.view());
+    batch.text.push_back('"');
+    batch.callback = callback_;
     pending_.clear();  // keeps its storage
-    const StreamTypeEnum type = currentStream_;
+    return batch;
+}
+
+void CoalescingTextBuffer::deliver(Batch batch, std::unique_lock<std::mutex>& lock) {
+    if (!batch.callback) return;
     lock.unlock();
-    deliver(callback, std::move(batch), type);
-    callback = nullptr;  // what it holds goes without the lock, too
+    call(batch.callback, std::move(batch.text), batch.type);
+    batch.callback = nullptr;  // what it holds goes without the lock, too
     lock.lock();
 }
 

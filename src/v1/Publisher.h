@@ -6,6 +6,7 @@
 
 #include "connector/ThreadSafety.h"
 #include "connector/message_service/MessageService.h"
+#include "host/Environment.h"
 #include "v1/log.h"
 
 namespace connector::interpreter::v1 {
@@ -13,7 +14,8 @@ namespace connector::interpreter::v1 {
 /// Publishes for a service, from when there is a message service until the service ends. What comes before
 /// and after is dropped.
 ///
-/// Threads: any.  Locks: mutex_, not while a message is published.
+/// Threads: any.  Locks: mutex_, not while a message is published, nor that of the interpreter: who handles
+/// it in the process may need that, or take its time.
 class Publisher {
 public:
     void open(std::shared_ptr<message_service::MessageService> messages) EXCLUDES(mutex_) {
@@ -26,7 +28,7 @@ public:
         if (asyncLog().isEnabled(Severity::Debug)) {
             asyncLog().debug("Publishing: " + channel + ": " + std::string(data.view()));
         }
-        if (const auto messages = current()) messages->publish(channel, data);
+        if (const auto messages = current()) host::unlocked([&] { messages->publish(channel, data); });
     }
 
 private:

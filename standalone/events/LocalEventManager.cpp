@@ -49,44 +49,46 @@ void LocalEventManager::raiseAround(const std::shared_ptr<const BaseEvent>& even
     }
 }
 
-void LocalEventManager::post(std::shared_ptr<const BaseEvent> event, std::size_t bytes) {
-    if (!hasSubscriptions(event->getTypeInformation())) return;
+bool LocalEventManager::post(std::shared_ptr<const BaseEvent> event, std::size_t bytes) {
+    if (!hasSubscriptions(event->getTypeInformation())) return true;
     {
         connector::MutexLock lock(mutex_);
-        if (isStopped_ || queueLocked(std::move(event), bytes, false) == 0) return;
+        if (isStopped_) return true;
+        if (queueLocked(std::move(event), bytes, false) == 0) return false;
     }
     queued_.notify_one();
+    return true;
 }
 
-void LocalEventManager::postInTurn(const std::shared_ptr<const BaseEvent>& event, std::size_t bytes,
+bool LocalEventManager::postInTurn(const std::shared_ptr<const BaseEvent>& event, std::size_t bytes,
                                    const AroundWait& around) {
-    if (!hasSubscriptions(event->getTypeInformation())) return;
     {
         connector::MutexLock lock(mutex_);
-        if (isStopped_) return;
-        if (!isFullLocked(bytes) || dispatching == this) {
-            queueLocked(event, bytes, false);
+        if (!isFullLocked(bytes) || isStopped_ || isStuck_ || dispatching == this) {
             lock.unlock();
-            queued_.notify_one();
-            return;
+            return post(event, bytes);
         }
     }
-    around([&] { queueWhenThereIsRoom(event, bytes); });
+    if (!hasSubscriptions(event->getTypeInformation())) return true;
+    bool isQueued = false;
+    around([&] { isQueued = queueWhenThereIsRoom(event, bytes); });
+    return isQueued;
 }
 
 // For much room: threads that changed places for every single event would take long.
-void LocalEventManager::queueWhenThereIsRoom(const std::shared_ptr<const BaseEvent>& event,
+bool LocalEventManager::queueWhenThereIsRoom(const std::shared_ptr<const BaseEvent>& event,
                                              std::size_t bytes) {
     const auto deadline = std::chrono::steady_clock::now() + limits_.patience;
     {
         connector::MutexLock lock(mutex_);
-        while (!isStopped_ && (queue_.size() > limits_.events / 2 || isFullLocked(bytes))) {
-            if (delivered_.wait_until(lock.native(), deadline) == std::cv_status::timeout) break;
+        while (!isStopped_ && !isStuck_ && (queue_.size() > limits_.events / 2 || isFullLocked(bytes))) {
+            if (delivered_.wait_until(lock.native(), deadline) == std::cv_status::timeout) isStuck_ = true;
         }
-        if (isStopped_) return;
-        queueLocked(event, bytes, false);
+        if (isStopped_) return true;
+        if (queueLocked(event, bytes, false) == 0) return false;
     }
     queued_.notify_one();
+    return true;
 }
 
 bool LocalEventManager::isFullLocked(std::size_t bytes) const {

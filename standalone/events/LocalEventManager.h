@@ -60,12 +60,13 @@ public:
     }
 
     /// Queues an event that nobody has to wait for; `bytes` is the size of what it carries. Dropped when that
-    /// is more than the queue holds: the log says how many were, once the queue has been emptied.
-    /// Blocks: never on a handler.
-    void post(std::shared_ptr<const BaseEvent> event, std::size_t bytes = 0) EXCLUDES(mutex_);
+    /// is more than the queue holds: the log says how many were, once the queue has been emptied. False when
+    /// an event that somebody listens to is dropped.  Blocks: never on a handler.
+    bool post(std::shared_ptr<const BaseEvent> event, std::size_t bytes = 0) EXCLUDES(mutex_);
 
-    /// The same, but waits for room, for `limits.patience` at most, with `around`; on a handler, never.
-    void postInTurn(const std::shared_ptr<const BaseEvent>& event, std::size_t bytes,
+    /// The same, but waits for room with `around`, for `limits.patience` at most, and no longer for any event
+    /// until the handler that takes so long has ended; on a handler, never.
+    bool postInTurn(const std::shared_ptr<const BaseEvent>& event, std::size_t bytes,
                     const AroundWait& around) EXCLUDES(mutex_);
 
     /// Whether anybody has asked for events with this tag.
@@ -105,7 +106,7 @@ private:
     std::uint64_t queueLocked(std::shared_ptr<const BaseEvent> event, std::size_t bytes, bool isWaitedFor)
         REQUIRES(mutex_);
     bool isFullLocked(std::size_t bytes) const REQUIRES(mutex_);
-    void queueWhenThereIsRoom(const std::shared_ptr<const BaseEvent>& event, std::size_t bytes)
+    bool queueWhenThereIsRoom(const std::shared_ptr<const BaseEvent>& event, std::size_t bytes)
         EXCLUDES(mutex_);
     Wait waitFor(std::uint64_t number) EXCLUDES(mutex_);
 

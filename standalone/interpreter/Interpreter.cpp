@@ -104,6 +104,16 @@ void withoutInterpreterLock(const std::function<void()>& action) {
     action();
 }
 
+// This thread delivers output of native code, whose order the lock keeps.
+thread_local bool keepsLock = false;
+
+struct KeptLock {
+    KeptLock() { keepsLock = true; }
+    ~KeptLock() { keepsLock = false; }
+    KeptLock(const KeptLock&) = delete;
+    KeptLock& operator=(const KeptLock&) = delete;
+};
+
 // Raises an event, and goes on when it has been dealt with: what follows must not overtake it. Its listeners
 // may need the interpreter's lock. The manager is shared because Python's own threads come back here even
 // when the interpreter has ended meanwhile.
@@ -205,7 +215,11 @@ void Interpreter::threadMain(std::promise<void>& started) {
         setInterpreterSignalsBlocked(true);
         if (options_.captureFileDescriptors) {
             capture_ = std::make_unique<NativeCapture>(
-                [this](auto stream, auto text) { print(stream, text); }, withInterpreterLock);
+                [this](auto stream, auto text) {
+                    const KeptLock kept;
+                    print(stream, text);
+                },
+                withInterpreterLock);
         }
         InterpreterServices& services = *this;
         python_ = std::make_unique<PythonRuntime>(services);
@@ -455,6 +469,7 @@ std::string stateAt(nmutil::prompt::InputRequester prompt) {
 // Called between two pieces of code and when some have ended in whatever way, so nothing gets out.
 void Interpreter::announcePrompt(nmutil::prompt::InputRequester prompt, bool isBaseLevel) {
     try {
+        tellOfLostText();
         if (isHeard(u"status")) {
             TaggedEvent::Members members;
             members.emplace("state", stateAt(prompt));
@@ -493,23 +508,47 @@ Interpreter::Recipient Interpreter::recipient() const {
 
 void Interpreter::print(nmutil::io::StreamTypeEnum stream, std::u16string_view text) {
     const bool isError = stream != nmutil::io::STANDARD_OUTPUT;
-    const auto write = [text](const nmutil::io::NMSink& sink) {
-        sink.getUnicodeOutStreamBuffer()->sputn(text.data(), static_cast<std::streamsize>(text.size()));
+    // Held here, because a sink may release the lock, and the request end meanwhile.
+    const auto write = [text](auto sink) {
+        sink->getUnicodeOutStreamBuffer()->sputn(text.data(), static_cast<std::streamsize>(text.size()));
     };
     if (const QueuedRequest* request = requestOfThread()) {
         const auto& options = request->options;
         const auto& sink = isError && options.getErrSink() ? options.getErrSink() : options.getOutSink();
-        if (sink) return write(*sink);
+        if (sink) return write(sink);
     }
     // A window that captures takes standard error in the order printed; only the terminal tells them apart.
     const auto& active = CmdWinSinkHandle::activeSink(false);
-    if (active != terminal_->getSink(false)) return write(*active);
-    write(*terminal_->getSink(isError));
-    // Not waited for: the lock is kept, so that texts stay in order, and nobody's answer depends on it.
+    if (active != terminal_->getSink(false)) return write(active);
+    write(terminal_->getSink(isError));
     static const foundation::msg_svc::eventmgr::TypeInformation type(nmutil::io::SinkTextEvent::typeName);
     if (!events_->hasSubscriptions(type)) return;
-    events_->post(std::make_shared<nmutil::io::SinkTextEvent>(std::u16string(text), stream),
-                  text.size() * sizeof(char16_t));
+    tellOfLostText();
+    if (!postText(stream, text)) lostText_ += text.size();
+}
+
+// Waits for room, not for the listeners: nobody's answer depends on them.
+bool Interpreter::postText(nmutil::io::StreamTypeEnum stream, std::u16string_view text) {
+    const auto event = std::make_shared<nmutil::io::SinkTextEvent>(std::u16string(text), stream);
+    const std::size_t bytes = text.size() * sizeof(char16_t);
+    const auto events = events_;  // see raiseUnlocked
+    return keepsLock ? events->post(event, bytes) : events->postInTurn(event, bytes, withoutInterpreterLock);
+}
+
+void Interpreter::tellOfLostText() {
+    const std::size_t lost = std::exchange(lostText_, 0);
+    if (lost == 0) return;
+    const auto notice =
+        fl::i18n::to_ustring("\n[" + std::to_string(lost) + " characters of output were lost]\n");
+    if (!postText(nmutil::io::STANDARD_ERROR, notice)) lostText_ += lost;
+}
+
+void Interpreter::unlocked(const std::function<void()>& action) {
+    if (!keepsLock && Py_IsInitialized() != 0 && PyGILState_Check() != 0) {
+        withoutInterpreterLock(action);
+    } else {
+        action();
+    }
 }
 
 const cmddistributor::RunOptions* Interpreter::runningOptions() const {

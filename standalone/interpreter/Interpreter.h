@@ -72,6 +72,7 @@ public:
     std::uint64_t windowColumns() override { return columns_; }
     void setWindowRows(std::uint64_t rows) override { rows_ = validSize(rows, rows_); }
     void setWindowColumns(std::uint64_t columns) override { columns_ = validSize(columns, columns_); }
+    void unlocked(const std::function<void()>& action) override;
     bool isSignalThread() override { return Interrupts::isSignalThread(); }
     bool setInterruptEnabled(bool enabled) override { return std::exchange(isInterruptEnabled_, enabled); }
     bool setInterruptPending(bool pending) override;
@@ -118,6 +119,8 @@ private:
 
     // InterpreterServices
     void print(nmutil::io::StreamTypeEnum stream, std::u16string_view text) override;
+    bool postText(nmutil::io::StreamTypeEnum stream, std::u16string_view text);
+    void tellOfLostText();
     void beforePrint() override;
     ReadResult readLine(nmutil::prompt::InputRequester prompt, std::u16string& line) override;
     ReadResult readKey() override;
@@ -158,6 +161,7 @@ private:
     std::unique_ptr<PythonRuntime> python_;
     std::unique_ptr<CodeRunner> runner_;
     std::unique_ptr<FunctionCaller> caller_;
+    std::size_t lostText_ = 0;                  // code units that listeners have not been told of
     bool isAside_ = false;                      // a request runs between two steps of other code
     std::vector<const QueuedRequest*> active_;  // innermost last
     nmutil::cmddistributor::inExecutionStatus executionStatus_ = nmutil::cmddistributor::EXECUTION_OK;

@@ -256,8 +256,12 @@ std::unique_ptr<QueuedRequest> RequestQueue::takeLocked(InputRequester prompt) {
     }
     if (found == entries_.end()) found = std::find_if(entries_.begin(), entries_.end(), isEligible);
     if (found == entries_.end()) return nullptr;
-    // Work for idle times waits until nothing else is queued, ready or not.
-    if (isIdle(*found) && !std::all_of(entries_.begin(), entries_.end(), isIdle)) return nullptr;
+    // Work for idle times waits until nothing else is queued, ready or not, that could run here.
+    if (isIdle(*found) && !std::all_of(entries_.begin(), entries_.end(), [&](const Entry& entry) {
+            return isIdle(entry) || !mayRun(entry.request->options.whenToDequeue(), prompt);
+        })) {
+        return nullptr;
+    }
 
     running_.push_back(Running{found->request->id, std::move(found->continuations)});
     auto request = std::move(found->request);

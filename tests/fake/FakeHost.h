@@ -87,6 +87,14 @@ public:
     FakeHost(const FakeHost&) = delete;
     FakeHost& operator=(const FakeHost&) = delete;
 
+    /// Whether the calling thread is inside of an action that runs without the interpreter's lock.
+    static bool isUnlocked() { return unlockedDepth > 0; }
+    void unlocked(const std::function<void()>& action) override {
+        ++unlockedDepth;
+        action();
+        --unlockedDepth;
+    }
+
     const std::shared_ptr<FakeWindow> window = std::make_shared<FakeWindow>();
     const std::shared_ptr<FakeEventMgr> events = std::make_shared<FakeEventMgr>();
     const std::shared_ptr<FakeCmdDistributor> distributor = std::make_shared<FakeCmdDistributor>(
@@ -140,6 +148,7 @@ public:
     bool isInEditorDebugInputWanted() const override { return editorDebugInputWanted; }
 
 private:
+    static inline thread_local int unlockedDepth = 0;
     void showError(const cmddistributor::RuntimeException& error) {
         services::io::CmdWinSinkHandle::activeSink(false)->doPrintableError(std::u16string(error.getText()));
         events->raise(nmutil::io::PrintableErrorEvent(error.getText(), error));

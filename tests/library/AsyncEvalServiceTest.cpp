@@ -25,6 +25,9 @@ TEST_F(AsyncEvalServiceTest, publishesWhatTheCodePrintsAndThenItsEnd) {
         host_.print(u"warning", true);
         host_.print(u"end");
     };
+    messages_->onPublish = [](const std::string& channel) {
+        EXPECT_TRUE(fake::FakeHost::isUnlocked()) << channel;  // or who handles it could not need the lock
+    };
     run(R"("a\u00e9\ud83d\ude00")");
     EXPECT_EQ(published(),
               (Lines{R"(/eval/response/output "\u003caé😀\u003e ")", R"(/eval/response/error "warning")",
@@ -72,7 +75,9 @@ TEST_F(AsyncEvalServiceTest, evaluatesNothingWithoutAnOpenGate) {
     EXPECT_EQ(published(), Lines{});
     EXPECT_TRUE(host_.distributor->enqueued().empty());
     EXPECT_EQ(zvm_common::removeContextState(handle), nullptr);
-    EXPECT_EQ(tracker_->calls.size(), 2U);  // two starts: the tracker is told before the gate is asked
+    const std::pair start("start web", context_);
+    const std::pair end("end web", context_);
+    EXPECT_EQ(tracker_->calls, (decltype(tracker_->calls){start, end, start, end}));
 }
 
 struct Malformed {
@@ -83,6 +88,7 @@ class MalformedRequestTest : public AsyncEvalServiceFixture, public testing::Wit
 
 TEST_P(MalformedRequestTest, isLoggedAndLeavesTheSubscription) {
     const auto handle = nextHandle();
+    context_->set("clientType", std::string("web"));
     {
         const fake::LogRecords log("connector::interpreter::async");
         run(GetParam().body);
@@ -90,6 +96,7 @@ TEST_P(MalformedRequestTest, isLoggedAndLeavesTheSubscription) {
     }
     EXPECT_EQ(published(), Lines{});
     EXPECT_TRUE(host_.distributor->enqueued().empty());
+    EXPECT_EQ(tracker_->calls.size(), 2U);
     EXPECT_EQ(zvm_common::removeContextState(handle), nullptr);
     run(R"("next")");
     EXPECT_EQ(published(), Lines{success});
@@ -234,8 +241,10 @@ TEST_F(AsyncEvalServiceTest, leavesItsRequestsToEndByThemselves) {
         throw RuntimeException(nmutil::cmddistributor::EXECUTION_ERROR, "NUMORA:id", u"m", u"text");
     };
     const auto handle = nextHandle();
+    context_->set("clientType", std::string("web"));
     run(R"("x")");
     EXPECT_EQ(published(), Lines{});
+    EXPECT_EQ(tracker_->calls.size(), 2U);
     EXPECT_EQ(zvm_common::removeContextState(handle), nullptr);
     EXPECT_EQ(messages_->subscriptions("/eval/request") + messages_->subscriptions("/eval/response/**"), 0U);
 }

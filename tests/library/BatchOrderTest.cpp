@@ -79,6 +79,26 @@ TEST_F(BatchOrderTest, awaitsWhatIsBeingDelivered) {
     other.join();
 }
 
+TEST_F(BatchOrderTest, waitsOnceForADeliveryThatHangs) {
+    std::promise<void> hasBegun, mayEnd;
+    onDelivery_ = [&](const std::string& text) {
+        if (text != "hangs ") return;
+        hasBegun.set_value();
+        mayEnd.get_future().wait();
+    };
+    std::thread hanging([&] { deliver(Callback(kept_), "hangs "); });
+    hasBegun.get_future().wait();
+    const auto start = std::chrono::steady_clock::now();
+    for (int i = 0; i < 10; ++i) {
+        deliver(Callback(kept_), std::to_string(i));
+        order_.await();
+    }
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
+    EXPECT_EQ(delivered_, "0123456789");
+    mayEnd.set_value();
+    hanging.join();
+}
+
 // The buffer's own thread is in the middle of publishing a batch when the code ends.
 class OvertakingTest : public AsyncEvalServiceFixture {};
 

@@ -77,6 +77,19 @@ TEST_F(CoalescingTextBufferTest, deliversTheTextOfOneStreamBeforeThatOfTheOther)
                                             Batch("\"output again\"", out)));
 }
 
+TEST_F(CoalescingTextBufferTest, deliversOnceBeforeOtherTextWhateverTheCallbackPrints) {
+    const auto record = batches_.callback();
+    buffer_.setCallback([&](auto&& batch, auto type) {
+        record(std::move(batch), type);
+        print(u"again ", type);
+    });
+    print(u"output");
+    print(u"error", err);
+    EXPECT_THAT(batches_.all(), ElementsAre(Batch("\"output\"", out)));
+    buffer_.flush();
+    EXPECT_EQ(batches_.all().back(), Batch("\"again error\"", err));
+}
+
 TEST_F(CoalescingTextBufferTest, deliversEscapedText) {
     const std::u16string text = u"x<\t\"\u00E9\U0001F600\xD83D";
     buffer_.append(text.data(), 3, out);

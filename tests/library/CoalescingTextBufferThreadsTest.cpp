@@ -24,12 +24,15 @@ private:
     TimePoint now_{};  // guarded by the mutex of the buffer
 };
 
-// The text between the quotes of the batches, cut after each ';'.
+// The text between the quotes of the batches, cut after each ';'. Each piece begins with its stream.
 std::map<std::string, int> piecesOf(const std::vector<Batch>& batches) {
     std::map<std::string, int> pieces;
     for (const auto& [json, type] : batches) {
         std::istringstream text(json.substr(1, json.size() - 2));
-        for (std::string piece; std::getline(text, piece, ';');) ++pieces[piece];
+        for (std::string piece; std::getline(text, piece, ';');) {
+            EXPECT_EQ(piece.front() == 'e', type == err) << piece;
+            ++pieces[piece];
+        }
     }
     return pieces;
 }
@@ -48,8 +51,9 @@ TEST(CoalescingTextBufferThreadsTest, deliversEveryPieceOnceWhoeverPrintsAndFlus
             threads.emplace_back([&buffer, printer] {
                 const std::string start = std::to_string(printer) + "-";
                 for (int i = 0; i < pieces; ++i) {
-                    const std::string text = start + std::to_string(i) + ";";
-                    buffer.append(std::u16string(text.begin(), text.end()), i % 10 == 0 ? err : out);
+                    const bool isError = i % 10 == 0;
+                    const std::string text = (isError ? "e" : "o") + start + std::to_string(i) + ";";
+                    buffer.append(std::u16string(text.begin(), text.end()), isError ? err : out);
                 }
             });
         }

@@ -1,4 +1,6 @@
 #include <algorithm>
+#include <array>
+#include <atomic>
 #include <chrono>
 #include <future>
 #include <mutex>
@@ -312,6 +314,43 @@ TEST_F(EventTest, letsPythonThreadsGoOnWhileItWaitsForHandlers) {
     auto seen = history_.take();
     std::erase(seen, "out tick");
     EXPECT_THAT(seen, ElementsAre("base runs", "clear", "goes on", "out after", "base idle", "end"));
+}
+
+// Threads that print faster than the text is taken wait for room.
+TEST_F(EventTest, keepsTheTextThatThreadsPrintWhileNoRequestRuns) {
+    constexpr int pieces = 8000;
+    std::array<std::string, 2> texts;
+    std::atomic<bool> isDone{false};
+    const ScopedConnection slow(nmutil::eventmgr::createLocalEventMgr()->subscribe<nmutil::io::SinkTextEvent>(
+        [&](const nmutil::io::SinkTextEvent& event) {
+            const auto busyUntil = std::chrono::steady_clock::now() + std::chrono::microseconds(50);
+            while (std::chrono::steady_clock::now() < busyUntil) continue;
+            auto& text = texts.at(event.getStreamType() == nmutil::io::STANDARD_OUTPUT ? 0 : 1);
+            text += fl::i18n::to_string(event.getText());
+            if (event.getStreamType() != nmutil::io::STANDARD_OUTPUT && text.ends_with("end\n"))
+                isDone = true;
+        }));
+    std::array<int, 2> start{};
+    ASSERT_EQ(pipe(start.data()), 0);
+    eval(
+        u"import os, sys, threading\n"
+        u"def prints():\n"
+        u"    os.read(" +
+        fl::i18n::to_ustring(std::to_string(start[0])) +
+        u", 1)\n"
+        u"    for i in range(" +
+        fl::i18n::to_ustring(std::to_string(pieces)) +
+        u"):\n"
+        u"        print(i); print(i, file=sys.stderr)\n"
+        u"    print('end'); print('end', file=sys.stderr)\n"
+        u"threading.Thread(target=prints).start()");
+    call(u"dir");  // when it is answered, the evaluation has ended
+    ASSERT_EQ(write(start[1], "x", 1), 1);
+    EXPECT_TRUE(eventually([&] { return isDone.load(); }));
+    std::string expected;
+    for (int i = 0; i < pieces; ++i) expected += std::to_string(i) + "\n";
+    EXPECT_EQ(texts, (std::array{expected + "end\n", expected + "end\n"}));
+    for (const int end : start) close(end);
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -57,6 +58,9 @@ public:
     virtual void setWindowRows(std::uint64_t rows) = 0;
     virtual void setWindowColumns(std::uint64_t columns) = 0;
 
+    // locks
+    virtual void unlocked(const std::function<void()>& action) { action(); }
+
     // interrupts
     virtual bool isSignalThread() = 0;
     virtual bool setInterruptEnabled(bool enabled) = 0;
@@ -87,5 +91,9 @@ Environment& environment();
 
 /// The same, or null.
 Environment* installedEnvironment();
+
+/// Runs `action`, which waits or calls foreign code, with the interpreter's lock released if this thread
+/// holds it.  Threads: any.
+void unlocked(const std::function<void()>& action);
 
 }  // namespace host

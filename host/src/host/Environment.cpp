@@ -32,6 +32,15 @@ Environment& environment() {
     return *environment;
 }
 
+void unlocked(const std::function<void()>& action) {
+    Environment* const environment = installedEnvironment();
+    if (environment != nullptr) {
+        environment->unlocked(action);
+    } else {
+        action();
+    }
+}
+
 cppmicroservices::Framework Environment::microservices() {
     throw std::logic_error("This environment has no framework of services.");
 }

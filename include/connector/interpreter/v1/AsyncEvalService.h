@@ -98,7 +98,7 @@ public:
 
     /// Begins a request. What goes wrong is logged, and goes no further.
     /// The request tracker is told of every request of a client that names its type, also of one that is then
-    /// dropped; of the end it is told when there is a completion.
+    /// dropped; and of the end of each, once: behind its completion, or when it is dropped.
     void handleEvalRequest(const message_service::JsonMessage& message);
     /// Queues code, or characters to type at the next prompt. The request is completed in any case.
     /// Owns: takes over `contextHandle`, under which `context` is kept until the request has ended.
@@ -126,6 +126,7 @@ public:
     void handleSuggestion(const numora::lang::correction::SuggestionEvent& event);
 
 private:
+    class TrackedEnd;
     struct Request;
 
     AsyncEvalService(AsyncEvalServices services, std::shared_ptr<CoalescingTextBuffer> coalescer);

@@ -49,7 +49,8 @@ public:
     CoalescingTextBuffer& operator=(const CoalescingTextBuffer&) = delete;
 
     /// Adds text that was printed on `type`. Text pending of another stream is delivered first, on this
-    /// thread. Throws: std::bad_alloc, and `text` is not added then.
+    /// thread, and so is what other threads print on that stream meanwhile. What the callback itself prints
+    /// there is not: it goes out with `text`. Throws: std::bad_alloc, and `text` is not added then.
     void append(std::u16string&& text, nmutil::io::StreamTypeEnum type) EXCLUDES(mutex_);
     /// Units: `length` in UTF-16 code units.
     void append(const char16_t* text, std::size_t length, nmutil::io::StreamTypeEnum type) EXCLUDES(mutex_);
@@ -85,10 +86,20 @@ protected:
     void stop() EXCLUDES(mutex_);
 
 private:
+    struct Batch {
+        Callback callback;  ///< null where there is nothing to deliver
+        connector::common::DataBuffer text;
+        nmutil::io::StreamTypeEnum type = nmutil::io::STANDARD_OUTPUT;
+    };
+
     void coalescerLoop() EXCLUDES(mutex_);
     /// Both release `lock`, which is that of mutex_, while the callback runs.
     void doFlush(std::unique_lock<std::mutex>& lock) REQUIRES(mutex_);
     void doCallback(std::unique_lock<std::mutex>& lock) REQUIRES(mutex_);
+    Batch takeBatch() REQUIRES(mutex_);
+    bool isOfOtherStream(nmutil::io::StreamTypeEnum type) const REQUIRES(mutex_);
+    /// Releases `lock` as well.
+    void deliver(Batch batch, std::unique_lock<std::mutex>& lock) REQUIRES(mutex_);
     void deliverIfDue(std::unique_lock<std::mutex>& lock) REQUIRES(mutex_);
     void appendText(std::u16string_view text, nmutil::io::StreamTypeEnum type) EXCLUDES(mutex_);
 
