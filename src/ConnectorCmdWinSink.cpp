@@ -1,12 +1,15 @@
 #include "connector/interpreter/ConnectorCmdWinSink.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <deque>
 #include <exception>
 #include <iostream>
+#include <iterator>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 #include "cmddistributor/interpreterState.h"
 #include "connector/ThreadSafety.h"
@@ -40,6 +43,7 @@ struct Flags {
     bool ctrlCCalled = false;
     bool clcCalled = false;
     bool homeCalled = false;
+    std::vector<common::v1::Fault> faults;
 };
 
 constexpr std::uint32_t noPromptSeen =
@@ -118,12 +122,13 @@ std::shared_ptr<StatusPromise> closeLevel(ConnectorExecutionStatuses& statuses) 
     now.buffers.out->clear();
     now.buffers.err->clear();
     const std::u16string suggestion = std::exchange(now.suggestion, {});
-    const Flags flags = std::exchange(now.flags, {});
+    Flags flags = std::exchange(now.flags, {});
     if (!suggestion.empty()) statuses.output += u"\nDid you mean: " + suggestion + u" ?";
     statuses.hadReportableError = flags.hadReportableError || !suggestion.empty();
     statuses.ctrlCCalled = flags.ctrlCCalled;
     statuses.clcCalled = flags.clcCalled;
     statuses.homeCalled = flags.homeCalled;
+    std::ranges::move(flags.faults, std::back_inserter(statuses.faults));
     return promise;
 }
 
@@ -305,6 +310,10 @@ void ConnectorCmdWinSink::requestInput() {
 void ConnectorCmdWinSink::doPrintableError(std::u16string&& text) {
     logger.debug("doPrintableError:");
     buffers().err->sputn(text.data(), static_cast<std::streamsize>(text.size()));
+}
+
+void ConnectorCmdWinSink::addFault(common::v1::Fault fault) {
+    state().flags.faults.push_back(std::move(fault));
 }
 
 void ConnectorCmdWinSink::errorProcessed() {

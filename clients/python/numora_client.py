@@ -40,7 +40,11 @@ _MOST_MESSAGES = 1_000_000  # that wait for a slow reader
 
 
 class CallError(Exception):
-    """A request was refused, or a called function failed."""
+    """A request was refused, or a called function failed. `identifier` says how, for a failure that has one."""
+
+    def __init__(self, message, identifier=""):
+        super().__init__(message)
+        self.identifier = identifier
 
 
 class _Later(Exception):
@@ -192,7 +196,9 @@ class Client:
         answer = await self._call("connector/v1/FEval", body)
         faults = answer.get("messageFaults", [])
         if answer["isError"] or faults:
-            raise CallError("; ".join(f["message"] for f in faults) or "the call failed")
+            conditions = [c for f in faults for c in f.get("faultConditions", [])]
+            raise CallError("; ".join(f["message"] for f in faults) or "the call failed",
+                            conditions[0]["faultId"] if conditions else "")
         results = json.loads(answer.get("results", "[]"))
         return results if nargout > 1 else results[0] if results else None
 

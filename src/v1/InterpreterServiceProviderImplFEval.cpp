@@ -71,7 +71,7 @@ void updateFEvalResponse(FEvalResponse& response, NumoraFevalJsonResult result) 
     response.results = result.takeResults();
     if (result.isError()) {
         response.isError = true;
-        response.faults.emplace_back(codeError, to_string(result.faultMessage()));
+        response.faults.push_back(codeFault(result.faultMessage(), to_string(result.faultId())));
     }
     if (log().isEnabled(Severity::Debug)) log().debug("Feval response: " + to_string(response.results));
 }
@@ -132,7 +132,7 @@ void InterpreterServiceProviderImpl::sendFEvalRequest(CallToken& token, FEvalRes
     logEnqueuing(request);
     const auto output = std::make_shared<CallOutput>(request.outputMode != "ignore");
     auto options = requestOptions(*context, whenToDequeue(request.dequeMode), "FEval",
-                                  [output](const std::u16string& text) { output->write(text); });
+                                  [output](const auto& event) { output->write(printableText(event)); });
     options.setOutSink(output->sink());
     options.setErrSink(output->sink());
     const auto extract = [output, name = describe(request)](const cmddistributor::IIPResult& result) {

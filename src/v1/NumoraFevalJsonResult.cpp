@@ -30,6 +30,8 @@ NumoraFevalJsonResult::NumoraFevalJsonResult(mxArray& returned) {
     mxArray& results = field(returned, "results", mxCHAR_CLASS);
     const mxArray& error = field(returned, "error", mxLOGICAL_CLASS);
     mxArray& faultMessage = field(returned, "faultMessage", mxCHAR_CLASS);
+    mxArray* const faultId =
+        mxGetField(returned, 0, "faultId") ? &field(returned, "faultId", mxCHAR_CLASS) : nullptr;
     if (error.elementCount() != 1) {
         throw FEvalResultError("mxArray contained " + std::to_string(error.elementCount()) +
                                " logicals but expected one");
@@ -37,6 +39,7 @@ NumoraFevalJsonResult::NumoraFevalJsonResult(mxArray& returned) {
     isError_ = matrix::get_logical(error);
     results_ = matrix::take_ustring(results);
     faultMessage_ = matrix::take_ustring(faultMessage);
+    if (faultId != nullptr) faultId_ = matrix::take_ustring(*faultId);
 }
 
 NumoraFevalJsonResult NumoraFevalJsonResult::extract(const cmddistributor::IIPResult& result) {

@@ -19,7 +19,8 @@ public:
 /// Threads: one at a time.
 class NumoraFevalJsonResult {
 public:
-    /// Reads the struct with the fields "results", "error" and "faultMessage". Texts are moved out of it.
+    /// Reads the struct with the fields "results", "error" and "faultMessage", and with "faultId" if it has
+    /// that. Texts are moved out of it.
     /// Throws: FEvalResultError, when it is not such a struct; `returned` is unchanged then.
     explicit NumoraFevalJsonResult(mxArray& returned);
 
@@ -36,10 +37,13 @@ public:
     std::u16string takeResults();
     bool isError() const { return isError_; }
     const std::u16string& faultMessage() const { return faultMessage_; }
+    /// The identifier of an error that has one of its own; empty where it has not.
+    const std::u16string& faultId() const { return faultId_; }
 
 private:
     std::u16string results_;
     std::u16string faultMessage_;
+    std::u16string faultId_;
     bool isError_ = false;
     bool isTaken_ = false;
 };

@@ -1,9 +1,16 @@
 #include "v1/requestFaults.h"
 
 #include "cmddistributor/RuntimeException.h"
+#include "fl/i18n/text.h"
 #include "v1/log.h"
 
 namespace connector::interpreter::v1 {
+
+connector::common::v1::Fault codeFault(const std::u16string& message, const std::string& identifier) {
+    connector::common::v1::Fault fault(codeError, fl::i18n::to_string(message));
+    if (!identifier.empty()) fault.conditions.push_back({identifier, message});
+    return fault;
+}
 
 void addFault(connector::common::v1::Response& response, const std::exception& error, std::string_view kind,
               const std::string& request) {

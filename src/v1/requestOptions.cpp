@@ -3,10 +3,12 @@
 #include <string>
 #include <utility>
 
+#include "capabilities/missingCapability.h"
 #include "connector/interpreter/ConnectorCmdWinSink.h"
 #include "fl/i18n/text.h"
 #include "nmutil/io/PrintableErrorEvent.h"
 #include "v1/log.h"
+#include "v1/requestFaults.h"
 
 namespace connector::interpreter::v1 {
 
@@ -15,8 +17,10 @@ std::u16string printableText(const nmutil::io::PrintableErrorEvent& event) {
     return event.getText();
 }
 
-void showInCommandWindow(std::u16string text) {
-    ConnectorCmdWinSink::getInstance(true)->doPrintableError(std::move(text));
+void showInCommandWindow(const nmutil::io::PrintableErrorEvent& event) {
+    ConnectorCmdWinSink::getInstance(true)->doPrintableError(printableText(event));
+    if (!event.getID().starts_with(capabilities::missingCapabilityPrefix)) return;
+    ConnectorCmdWinSink::addFault(codeFault(event.getException().getMessage(), event.getID()));
 }
 
 cmddistributor::RunOptions clientOptions(const common::ContextState& context,
@@ -24,7 +28,9 @@ cmddistributor::RunOptions clientOptions(const common::ContextState& context,
     const auto clientType = context.getOr<std::string>("clientType", {});
     cmddistributor::RunOptions options(
         when, clientType.empty() ? boost::none : boost::make_optional(fl::i18n::to_ustring(clientType)));
-    options.setCapabilities(context.getOr("numoraCapabilities", capabilities::CapabilityList()));
+    if (context.has("numoraCapabilities")) {
+        options.setCapabilities(context.getOr("numoraCapabilities", capabilities::CapabilityList()));
+    }
     return options;
 }
 
@@ -39,7 +45,7 @@ cmddistributor::RunOptions requestOptions(const common::ContextState& context,
                             ", text: " + fl::i18n::to_string(event.getText()));
             }
             if (event.getText().empty()) return;
-            show(printableText(event));
+            show(event);
         });
     return options;
 }

@@ -9,11 +9,12 @@
 
 namespace connector::interpreter::v1 {
 
-/// Takes the text of an error that a user is to be shown, on the interpreter thread.
-using ShowError = std::function<void(std::u16string)>;
+/// Takes an error that a user is to be shown, on the interpreter thread.
+using ShowError = std::function<void(const nmutil::io::PrintableErrorEvent&)>;
 
-/// Writes it into the command-window sink, where it becomes part of the evaluation that is captured.
-void showInCommandWindow(std::u16string text);
+/// Writes it into the command-window sink, where it becomes part of the evaluation that is captured. A
+/// missing capability is also one of its faults, for programs.
+void showInCommandWindow(const nmutil::io::PrintableErrorEvent& event);
 
 /// What a user is shown of an error. Where a function is not available here, a traceback into it would not
 /// help, and the message alone is shown.

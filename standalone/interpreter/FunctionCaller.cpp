@@ -18,11 +18,13 @@ namespace {
 
 constexpr const char* callJson = "connector.internal.fevalJSON";
 
-std::vector<matrix::ArrayPtr> answer(std::u16string results, bool isError, std::u16string faultMessage) {
+std::vector<matrix::ArrayPtr> answer(std::u16string results, bool isError, std::u16string faultMessage,
+                                     std::u16string faultId = {}) {
     std::vector<matrix::Field> fields;
     fields.push_back({"results", matrix::create(std::move(results))});
     fields.push_back({"error", matrix::createLogical(isError)});
     fields.push_back({"faultMessage", matrix::create(std::move(faultMessage))});
+    fields.push_back({"faultId", matrix::create(std::move(faultId))});
     std::vector<matrix::ArrayPtr> outputs;
     outputs.push_back(matrix::createStruct(std::move(fields)));
     return outputs;
@@ -59,9 +61,10 @@ std::vector<matrix::ArrayPtr> FunctionCaller::call(const cmddistributor::FEvalII
                              ? PyObject_CallFunction(call_.get(), "OdO", function.get(),
                                                      matrix::get_scalar(*arguments[1]), texts.get())
                              : nullptr);
-    PyObject *results = nullptr, *fault = nullptr;
-    if (!returned || PyArg_ParseTuple(returned.get(), "OO", &results, &fault) == 0) return failed();
-    if (fault != Py_None) return answer(u"[]", true, utf16(fault));
+    PyObject *results = nullptr, *fault = nullptr, *faultId = nullptr;
+    if (!returned || PyArg_ParseTuple(returned.get(), "OOU", &results, &fault, &faultId) == 0)
+        return failed();
+    if (fault != Py_None) return answer(u"[]", true, utf16(fault), utf16(faultId));
     connector::common::DataBuffer json;
     if (!JsonWriter(json).write(results)) return failed();
     return answer(fl::i18n::to_ustring(json.view()), false, {});

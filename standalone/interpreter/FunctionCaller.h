@@ -18,7 +18,8 @@ public:
     explicit FunctionCaller(PyObject* runtimeModule);
 
     /// Runs the request, whose arguments are the name of the function to call, the number of results and one
-    /// JSON text for each argument. Returns one struct with the fields "results", "error" and "faultMessage".
+    /// JSON text for each argument. Returns one struct with the fields "results", "error", "faultMessage" and
+    /// "faultId", the identifier of an error that has one of its own.
     /// Throws: cmddistributor::RuntimeException, for another internal function or other arguments.
     std::vector<matrix::ArrayPtr> call(const cmddistributor::FEvalIIP& iip);
 

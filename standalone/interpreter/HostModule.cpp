@@ -14,6 +14,8 @@
 #include <unistd.h>
 
 #include "capabilities/missingCapability.h"
+#include "connector/common/productName.h"
+#include "fl/i18n/text.h"
 #include "foundation/log/diagnostic_logger.h"
 #include "interpreter/ArrayReader.h"
 #include "interpreter/ImportGuard.h"
@@ -158,15 +160,18 @@ py::object readArray(const py::str& text) {
 }
 
 // What is to be said of a capability that the client of the running request lacks: the identifier and the
-// message of the error. None when it has it, or has not said what it has.
+// message of the error. None when it has it, or has not said what it has. A client that does not say what it
+// is belongs to no product.
 py::object missingCapability(const std::string& capability, const std::optional<std::string>& function) {
     const auto* const options = bound != nullptr ? bound->runningOptions() : nullptr;
-    if (options == nullptr || options->capabilities().empty()) return py::none();
-    const auto& has = options->capabilities();
+    if (options == nullptr || !options->capabilities()) return py::none();
+    const auto& has = *options->capabilities();
     if (std::find(has.begin(), has.end(), capability) != has.end()) return py::none();
-    const std::string product = options->source() ? capabilities::onlineProductName : "";
+    const std::string client = options->source() ? fl::i18n::to_string(*options->source()) : "";
+    const std::string product = connector::common::getProductNameByClientType(client);
+    const auto lack = client.empty() ? capabilities::Lack::General : capabilities::Lack::Product;
     const auto name = function ? boost::make_optional(*function) : boost::none;
-    return py::make_tuple(capabilities::missingCapabilityIdentifier(capabilities::Lack::Product, product),
+    return py::make_tuple(capabilities::missingCapabilityIdentifier(lack, product),
                           (product.empty() ? "The client" : product) + " lacks the capability '" +
                               capability +
                               "', which is needed by: " + capabilities::missingCapabilityFunction(name));

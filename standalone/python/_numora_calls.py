@@ -11,15 +11,23 @@ _RESULT_LIMIT = 10_000  # the most results that can be asked for
 def call(name, nargout, texts):
     """Calls the named function with arguments given as JSON texts.
 
-    Returns (results, fault): the results as a list, and None or the message of what went wrong.
+    Returns (results, fault, identifier): the results as a list, None or the message of what went wrong, and the
+    identifier of that if it has one of its own.
     """
     try:
         count = _result_count(nargout)
         function = _find(name)
         values = _arguments(function, texts)
-        return (_results(name, function(*values), count), None)
+        return (_results(name, function(*values), count), None, "")
     except BaseException as error:
-        return ([], message(error))
+        return ([], message(error), _identifier(error))
+
+
+def _identifier(error):
+    try:
+        return sys.modules["_numora_runtime"].identifier(error)
+    except BaseException:
+        return ""
 
 
 def message(error):

@@ -8,6 +8,7 @@ import os
 import sys
 
 import _numora_host as _host
+from numora import MissingCapabilityError as _MissingCapabilityError
 
 # The prompts at which a line can be read, numbered as the host numbers them.
 _DEBUG, _INPUT, _KEYBOARD = 1, 2, 3
@@ -296,10 +297,14 @@ def report(error):
         suggestion = _suggestion(error)
     except BaseException:
         suggestion = None  # looking for one runs code of the object at fault
-    numora = sys.modules.get("numora")
-    if numora and isinstance(error, numora.MissingCapabilityError):
-        name = error.identifier.removeprefix("NUMORA:")
+    name = identifier(error).removeprefix("NUMORA:") or name
     return (kind, name, message, shortened(text), frames, suggestion)
+
+
+def identifier(error):
+    """The identifier of an error that has one of its own, or no text."""
+    text = error.identifier if isinstance(error, _MissingCapabilityError) else ""
+    return text if isinstance(text, str) else ""
 
 
 _TEXT_LIMIT = 100_000

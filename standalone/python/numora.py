@@ -59,7 +59,10 @@ def keyboard():
 
 
 class MissingCapabilityError(RuntimeError):
-    """The client of the running request cannot do what a function needs. `identifier` says so to programs."""
+    """The client of the running request cannot do what a function needs.
+
+    `identifier` says so to programs, also to those that get the error as a fault: it is the `faultId` of its condition.
+    """
 
     def __init__(self, identifier, message):
         super().__init__(message)
@@ -71,10 +74,21 @@ def require(capability):
 
     Raises MissingCapabilityError if the client has said what it can do and this is not among it.
     """
-    frame = sys._getframe(1)
-    missing = _host.missing_capability(capability, None if frame.f_globals is frame.f_locals else frame.f_code.co_name)
+    if not isinstance(capability, str):
+        raise TypeError("capability must be text, not %s" % type(capability).__name__)
+    missing = _host.missing_capability(capability, _function_of(sys._getframe(1)))
     if missing:
         raise MissingCapabilityError(*missing)
+
+
+def _function_of(frame):
+    """The name of the function that runs in a frame, or in which its lambda or comprehension does; None if there is none."""
+    while frame is not None and not str(frame.f_globals.get("__name__")).startswith("_numora_"):
+        name = frame.f_code.co_name
+        if not name.startswith("<"):
+            return name
+        frame = frame.f_back
+    return None
 
 
 # --- events for clients ----------------------------------------------------------------------------------------------

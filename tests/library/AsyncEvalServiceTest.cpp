@@ -45,7 +45,7 @@ TEST_F(AsyncEvalServiceTest, runsCodeAtTheBasePromptWithWhatItsContextSays) {
     run(R"("x")");
     const auto options = host_.distributor->enqueued().at(0).options;
     EXPECT_EQ(options.whenToDequeue(), WhenToDequeue::Default);
-    EXPECT_EQ(options.capabilities(), capabilities::CapabilityList{"figures"});
+    EXPECT_EQ(*options.capabilities(), capabilities::CapabilityList{"figures"});
     EXPECT_EQ(options.source().value_or(u""), u"browser");
     EXPECT_EQ(host_.calls, (std::vector<std::string>{"evalEnd", "interests"}));
     EXPECT_TRUE(host_.interruptEnabled);

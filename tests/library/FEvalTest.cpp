@@ -143,7 +143,7 @@ TEST_F(FEvalTest, keepsOutputAndErrorsOfTheCallAwayFromTheCommandWindow) {
         auto message = request();
         message->outputMode = mode;
         EXPECT_EQ(faults(*call(std::move(message))), "");
-        EXPECT_EQ(lastOptions().capabilities(), capabilities::CapabilityList{"a"});
+        EXPECT_EQ(*lastOptions().capabilities(), capabilities::CapabilityList{"a"});
     }
     EXPECT_EQ(host_.window->text(), u"");
 }

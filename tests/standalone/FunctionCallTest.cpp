@@ -1,9 +1,12 @@
 #include <future>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "RunningInterpreter.h"
 #include "capabilities/CapabilityList.h"
+#include "connector/interpreter/v1/Eval.h"
+#include "connector/interpreter/v1/EvalResponse.h"
 #include "connector/interpreter/v1/FEval.h"
 #include "connector/interpreter/v1/FEvalResponse.h"
 #include "connector/json/escape.h"
@@ -29,6 +32,11 @@ protected:
         const auto& response = dynamic_cast<const v1::FEvalResponse&>(*message);
         return response.faults.empty() ? fl::i18n::to_string(response.results)
                                        : response.faults.front().message;
+    }
+    /// Which error the only fault says it is, to programs.
+    static std::string identifierOf(const connector::common::v1::Response& response) {
+        if (response.faults.size() != 1 || response.faults[0].conditions.empty()) return "";
+        return response.faults[0].conditions[0].faultId;
     }
     static std::u16string json(const std::u16string& text) {
         return fl::i18n::to_ustring(connector::json::quoted(fl::i18n::to_string(text)));
@@ -201,26 +209,51 @@ TEST_F(FunctionCallTest, answersWhileOtherCodeRuns) {
 }
 
 TEST_F(FunctionCallTest, namesACapabilityThatTheClientLacks) {
-    eval(u"import numora\ndef plot():\n    numora.require('figures')\n    return 'shown'");
-    const auto plot = [&](const capabilities::CapabilityList& has, const std::string& clientType) {
-        auto context = std::make_shared<connector::common::ContextState>();
-        context->set("numoraCapabilities", has);
-        context->set("clientType", clientType);
-        auto request = std::make_unique<v1::FEval>("test");
-        request->function = u"plot";
-        request->nargout = 1;
-        const auto message = deliver(std::move(request), context).get();
-        const auto& response = dynamic_cast<const v1::FEvalResponse&>(*message);
-        return response.faults.empty() ? fl::i18n::to_string(response.results)
-                                       : response.faults.front().message;
+    using Capabilities = std::optional<capabilities::CapabilityList>;
+    struct Row {
+        std::string clientType;
+        Capabilities has;
+        std::string identifier;  // behind what all begin with
+        std::string answer;
+        std::u16string function = u"plot";
+        std::u16string argument = u"1";
     };
-    EXPECT_EQ(plot({}, "browser"), "[\"shown\"]");
-    EXPECT_EQ(plot({"sound", "figures"}, "browser"), "[\"shown\"]");
-    EXPECT_EQ(
-        plot({"sound"}, "browser"),
-        "MissingCapabilityError: NUMORA Online lacks the capability 'figures', which is needed by: plot");
-    EXPECT_EQ(plot({"sound"}, ""),
-              "MissingCapabilityError: The client lacks the capability 'figures', which is needed by: plot");
+    const std::string lacks = " lacks the capability 'figures', which is needed by: ";
+    const std::string nameless = "Error: Unable to retrieve function name for MissingRequiredCapability";
+    const std::vector<Row> rows = {
+        {"browser", std::nullopt, "", "[1]"},
+        {"browser", {{"sound", "figures"}}, "", "[1]"},
+        {"browser", {{"sound"}}, "_ForProduct", "NUMORA Online" + lacks + "plot"},
+        {"numora-cli", {{}}, "_ForProduct", "NUMORA" + lacks + "plot"},
+        {"own", {{}}, "_ForUnknownProduct", "The client" + lacks + "plot"},
+        {"", {{}}, "", "The client" + lacks + "plot"},
+        {"", {{}}, "", "The client" + lacks + nameless, u"numora.require", u"\"figures\""},
+        {"", {{}}, "", "TypeError: capability must be text, not int", u"numora.require"},
+    };
+    eval(u"import numora\ndef plot(x):\n    return [numora.require('figures') or x for _ in '1'][0]");
+    for (const Row& row : rows) {
+        const bool isMissing = row.answer.find(lacks) != std::string::npos;
+        const auto fault = (isMissing ? "MissingCapabilityError: " : "") + row.answer;
+        const auto identifier =
+            isMissing ? "NUMORA:services:MissingRequiredCapability" + row.identifier : std::string();
+        auto context = std::make_shared<connector::common::ContextState>();
+        if (row.has) context->set("numoraCapabilities", *row.has);
+        context->set("clientType", row.clientType);
+        auto request = std::make_unique<v1::FEval>("test");
+        request->function = row.function;
+        request->arguments = {row.argument};
+        request->nargout = 1;
+        const auto called = deliver(std::move(request), context).get();
+        const auto& call = dynamic_cast<const v1::FEvalResponse&>(*called);
+        EXPECT_EQ(call.faults.empty() ? fl::i18n::to_string(call.results) : call.faults.front().message,
+                  fault);
+        EXPECT_EQ(identifierOf(call), identifier) << row.answer;
+
+        auto code = std::make_unique<v1::Eval>("test");
+        code->mcode = row.function + u"(" + row.argument + u");";
+        const auto evaluated = deliver(std::move(code), context).get();
+        EXPECT_EQ(identifierOf(dynamic_cast<const v1::EvalResponse&>(*evaluated)), identifier) << row.answer;
+    }
 }
 
 TEST_F(FunctionCallTest, tellsWhatWasEvaluated) {

@@ -39,7 +39,7 @@ export interface EvalResult {
     /** 0 idle, 1 debugger, 2 keyboard, 3 input, 4 busy or in the middle of a block. */
     promptType: number;
     clearWindow: boolean;
-    /** Codes and texts of warnings, as when text was cut off. */
+    /** Warnings, as when text was cut off, and the errors of the code that have an identifier. */
     warnings: NumoraError[];
 }
 
@@ -50,6 +50,7 @@ export interface Subscription {
 interface Fault {
     faultCode: string;
     message: string;
+    faultConditions?: {faultId: string}[];
 }
 
 /** Connects to the server at `url`, and fails if that is not possible or the token is wrong. */
@@ -83,7 +84,8 @@ export class Client {
         const {timeoutS = 0, width = 0, height = 0} = options;
         const response = await this.session.call("connector/v1/Eval", {mcode: code, timeout: timeoutS, width, height});
         const faults = faultsOf(response);
-        if (response.isError && faults.length > 0) throw faults[0];
+        const failure = faults.find(fault => !fault.identifier);  // the text shows the errors of the code itself
+        if (response.isError && failure) throw failure;
         return {
             text: response.responseStr,
             isError: response.isError,
@@ -150,5 +152,6 @@ export class Client {
 }
 
 function faultsOf(response: {messageFaults?: Fault[]}): NumoraError[] {
-    return (response.messageFaults ?? []).map(({faultCode, message}) => new NumoraError(faultCode, message));
+    return (response.messageFaults ?? []).map(({faultCode, message, faultConditions}) =>
+        new NumoraError(faultCode, message, faultConditions?.[0]?.faultId));
 }

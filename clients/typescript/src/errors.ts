@@ -2,9 +2,10 @@
 export class NumoraError extends Error {
     /**
      * `code`: a fault's code such as "NUMORA.CodeError", the number of a Bayeux error such as "403", or "disconnected"
-     * when the session has ended and it is not known whether the request has run.
+     * when the session has ended and it is not known whether the request has run. `identifier`: of an error that
+     * has one of its own, such as "NUMORA:services:MissingRequiredCapability".
      */
-    constructor(readonly code: string, message: string) {
+    constructor(readonly code: string, message: string, readonly identifier = "") {
         super(message);
         this.name = "NumoraError";
     }

@@ -39,7 +39,8 @@ public:
     WhenToDequeue whenToDequeue() const { return when_; }
     const boost::optional<std::u16string>& source() const { return source_; }
 
-    const capabilities::CapabilityList& capabilities() const { return capabilities_; }
+    /// None where the client has not said what it can do; an empty list says that it can do nothing.
+    const boost::optional<capabilities::CapabilityList>& capabilities() const { return capabilities_; }
     void setCapabilities(capabilities::CapabilityList list) { capabilities_ = std::move(list); }
 
     /// While the request runs, an error that is to be shown goes to `callback`, on the interpreter thread,
@@ -54,7 +55,7 @@ private:
     boost::optional<std::u16string> source_;
     std::shared_ptr<nmutil::io::NMSink> outSink_;
     std::shared_ptr<nmutil::io::NMSink> errSink_;
-    capabilities::CapabilityList capabilities_;
+    boost::optional<capabilities::CapabilityList> capabilities_;
     PrintableErrorCallback printableError_;
 };
 

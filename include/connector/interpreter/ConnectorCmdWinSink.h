@@ -50,6 +50,9 @@ public:
     /// Throws: as postEval, the first failure, at the end.
     static void shutdown();
 
+    /// Adds a fault to the newest level.
+    static void addFault(common::v1::Fault fault);
+
     bool supportsHotlinks() const override { return true; }
 
     void ctrlCProcessed() override;
