@@ -7,7 +7,6 @@
 #include <utility>
 #include <variant>
 
-#include <boost/asio/connect.hpp>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/address.hpp>
 #include <boost/asio/ip/tcp.hpp>
@@ -20,6 +19,7 @@
 #include <boost/beast/ssl/ssl_stream.hpp>
 #include <netinet/tcp.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 namespace app {
 
@@ -47,6 +47,20 @@ void watch(tcp::socket& socket) {
     set(IPPROTO_TCP, TCP_KEEPINTVL, 5);
     set(IPPROTO_TCP, TCP_KEEPCNT, 3);
     set(IPPROTO_TCP, TCP_USER_TIMEOUT, 30'000);
+}
+
+// Asio opens sockets that programs inherit which are started meanwhile.
+bool openSocket(tcp::socket& socket, const tcp& protocol, error_code& error) {
+    error_code ignored;
+    socket.close(ignored);
+    const int descriptor = ::socket(protocol.family(), SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (descriptor < 0) {
+        error.assign(errno, boost::system::system_category());
+        return false;
+    }
+    socket.assign(protocol, descriptor, error);
+    if (error) ::close(descriptor);
+    return !error;
 }
 
 // Nothing comes unasked: what can be read between two requests is the end.
@@ -134,7 +148,13 @@ void HttpClient::Impl::connect() {
         stream_.emplace(std::in_place_type<Plain>, context_);
     }
     lowest().expires_after(connectLimit);
-    check(what, outcomeOf([&](auto handler) { lowest().async_connect(endpoints, handler); }));
+    error = asio::error::host_not_found;
+    for (const auto& entry : endpoints) {
+        if (!openSocket(lowest().socket(), entry.endpoint().protocol(), error)) continue;
+        error = outcomeOf([&](auto handler) { lowest().async_connect(entry.endpoint(), handler); });
+        if (!error || error == beast::error::timeout || isAborted_) break;
+    }
+    check(what, error);
     watch(lowest().socket());
     if (auto* secure = std::get_if<Secure>(&*stream_)) handshake(*secure);
 }

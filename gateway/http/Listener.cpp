@@ -1,12 +1,17 @@
 #include "http/Listener.h"
 
+#include <cerrno>
 #include <chrono>
 #include <stdexcept>
+#include <system_error>
 #include <utility>
 
 #include <boost/asio/post.hpp>
 #include <boost/asio/ssl/context.hpp>
 #include <boost/asio/strand.hpp>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include "log.h"
 
@@ -19,10 +24,16 @@ using boost::system::error_code;
 namespace {
 
 constexpr auto retryTime = std::chrono::milliseconds(100);
+constexpr int mostAtOnce = 32;
+
+// Asio opens and accepts sockets that programs inherit which another thread starts meanwhile.
+constexpr int socketFlags = SOCK_CLOEXEC | SOCK_NONBLOCK;
 
 void openAt(tcp::acceptor& acceptor, const tcp::endpoint& endpoint) {
     try {
-        acceptor.open(endpoint.protocol());
+        const int descriptor = ::socket(endpoint.protocol().family(), SOCK_STREAM | socketFlags, 0);
+        if (descriptor < 0) throw boost::system::system_error(errno, boost::system::system_category());
+        acceptor.assign(endpoint.protocol(), descriptor);
         acceptor.set_option(tcp::acceptor::reuse_address(true));
         acceptor.bind(endpoint);
         acceptor.listen();
@@ -30,6 +41,18 @@ void openAt(tcp::acceptor& acceptor, const tcp::endpoint& endpoint) {
         throw std::runtime_error("Cannot listen on " + endpoint.address().to_string() + ", port " +
                                  std::to_string(endpoint.port()) + ": " + error.code().message());
     }
+}
+
+// A client that vanishes without a word is noticed while its request runs, too.
+void setOptions(int descriptor) {
+    const auto set = [descriptor](int level, int name, int value) {
+        ::setsockopt(descriptor, level, name, &value, sizeof value);
+    };
+    set(IPPROTO_TCP, TCP_NODELAY, 1);
+    set(SOL_SOCKET, SO_KEEPALIVE, 1);
+    set(IPPROTO_TCP, TCP_KEEPIDLE, 60);
+    set(IPPROTO_TCP, TCP_KEEPINTVL, 15);
+    set(IPPROTO_TCP, TCP_KEEPCNT, 4);
 }
 
 }  // namespace
@@ -54,7 +77,10 @@ std::shared_ptr<asio::ssl::context> makeTlsContext(const std::filesystem::path& 
 }
 
 Listener::Listener(asio::io_context& context, const asio::ip::address& address, std::uint16_t port)
-    : context_(context), acceptor_(asio::make_strand(context)), retry_(acceptor_.get_executor()) {
+    : context_(context),
+      protocol_(tcp::endpoint(address, port).protocol()),
+      acceptor_(asio::make_strand(context)),
+      retry_(acceptor_.get_executor()) {
     openAt(acceptor_, tcp::endpoint(address, port));
     port_ = acceptor_.local_endpoint().port();
 }
@@ -63,42 +89,59 @@ Listener::~Listener() = default;
 
 void Listener::start(Accept accept) {
     accept_ = std::move(accept);
-    asio::post(acceptor_.get_executor(), [this] { this->accept(); });
+    asio::post(acceptor_.get_executor(), [this] { awaitConnections(); });
 }
 
 void Listener::close() {
     asio::post(acceptor_.get_executor(), [this] {
+        // A forked process may hold the socket, too, but then it listens no more.
+        if (acceptor_.is_open()) ::shutdown(acceptor_.native_handle(), SHUT_RDWR);
         error_code ignored;
         acceptor_.close(ignored);
         retry_.cancel();
     });
 }
 
-void Listener::accept() {
+void Listener::awaitConnections() {
     if (!acceptor_.is_open()) return;
-    const asio::any_io_executor strand = asio::make_strand(context_);
-    acceptor_.async_accept(strand, [this](const error_code& error, tcp::socket socket) {
-        onAccepted(error, std::move(socket));
-    });
+    acceptor_.async_wait(tcp::acceptor::wait_read, [this](const error_code&) { acceptThem(); });
 }
 
-void Listener::onAccepted(const error_code& error, tcp::socket socket) {
-    if (!acceptor_.is_open()) return;
-    if (error) {
-        // As a rule there are too many open files; it gets better with time only.
-        log().warning("A connection cannot be accepted: " + error.message());
-        retry_.expires_after(retryTime);
-        retry_.async_wait([this](const error_code&) { accept(); });
-        return;
+void Listener::acceptThem() {
+    for (int i = 0; i < mostAtOnce && acceptor_.is_open(); ++i) {
+        const int descriptor = ::accept4(acceptor_.native_handle(), nullptr, nullptr, socketFlags);
+        if (descriptor >= 0) {
+            take(descriptor);
+        } else if (errno == EAGAIN || errno == EWOULDBLOCK) {
+            break;
+        } else if (errno != EINTR && errno != ECONNABORTED) {
+            return retryLater(errno);
+        }
     }
-    error_code ignored;
-    socket.set_option(tcp::no_delay(true), ignored);
+    awaitConnections();
+}
+
+void Listener::take(int descriptor) {
+    setOptions(descriptor);
+    tcp::socket socket(asio::make_strand(context_));
+    error_code error;
+    socket.assign(protocol_, descriptor, error);
     try {
+        if (error) {
+            ::close(descriptor);
+            throw boost::system::system_error(error);
+        }
         accept_(std::move(socket));
     } catch (const std::exception& problem) {
         log().error("A connection cannot be served: " + std::string(problem.what()));
     }
-    accept();
+}
+
+// As a rule there are too many open files; it gets better with time only.
+void Listener::retryLater(int problem) {
+    log().warning("A connection cannot be accepted: " + std::generic_category().message(problem));
+    retry_.expires_after(retryTime);
+    retry_.async_wait([this](const error_code&) { awaitConnections(); });
 }
 
 }  // namespace gateway::http

@@ -21,7 +21,7 @@ namespace gateway::http {
 std::shared_ptr<boost::asio::ssl::context> makeTlsContext(const std::filesystem::path& certificate,
                                                           const std::filesystem::path& key);
 
-/// Accepts connections at one address.
+/// Accepts connections at one address. No program that this process starts inherits a socket.
 ///
 /// Threads: made on any; `start` and `close` from any. Connections are handed over on threads of the context.
 class Listener {
@@ -39,10 +39,13 @@ public:
     void close();
 
 private:
-    void accept();
-    void onAccepted(const boost::system::error_code& error, boost::asio::ip::tcp::socket socket);
+    void awaitConnections();
+    void acceptThem();
+    void take(int descriptor);
+    void retryLater(int problem);
 
     boost::asio::io_context& context_;
+    const boost::asio::ip::tcp protocol_;
     boost::asio::ip::tcp::acceptor acceptor_;  ///< used on its strand
     boost::asio::steady_timer retry_;
     std::uint16_t port_;

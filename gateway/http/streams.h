@@ -9,4 +9,11 @@ namespace gateway::http {
 using PlainStream = boost::asio::ip::tcp::socket;
 using TlsStream = boost::beast::ssl_stream<PlainStream>;
 
+/// Ends a connection for its client, too, when a forked process holds the socket as well.
+inline void closeNow(PlainStream& socket) {
+    boost::system::error_code ignored;
+    socket.shutdown(PlainStream::shutdown_both, ignored);
+    socket.close(ignored);
+}
+
 }  // namespace gateway::http
