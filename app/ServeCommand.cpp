@@ -59,17 +59,20 @@ private:
     std::thread thread_;  // last: starts once the rest exists
 };
 
-// Every connection is an open file, and Python code needs some, too.
-void allowFiles(std::size_t connections) {
-    const rlim_t wanted = connections + otherFiles;
+// Every connection is an open file, also one whose client has gone while its request runs, and Python code
+// needs some, too. Where the system allows fewer, there are fewer connections: without files, none is
+// accepted.
+void allowFiles(gateway::GatewayOptions& options) {
+    auto& connections = options.limits.connections;
+    const rlim_t wanted = connections + options.handlerThreads + options.handlerQueue + otherFiles;
     rlimit limit{};
     if (::getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur >= wanted) return;
     limit.rlim_cur = std::min(limit.rlim_max, wanted);
     ::setrlimit(RLIMIT_NOFILE, &limit);
+    connections = std::max<std::size_t>(1, connections * limit.rlim_cur / wanted);
 }
 
-std::unique_ptr<gateway::Gateway> startGateway(const ServeSettings& settings, const ServeBackend& backend) {
-    auto options = settings.gatewayOptions();
+std::unique_ptr<gateway::Gateway> startGateway(gateway::GatewayOptions options, const ServeBackend& backend) {
     options.streaming = backend.streaming;
     try {
         auto gateway = std::make_unique<gateway::Gateway>(
@@ -84,10 +87,11 @@ std::unique_ptr<gateway::Gateway> startGateway(const ServeSettings& settings, co
 
 int runServe(const ServeSettings& settings) {
     const StopSignals signals(!settings.mock);
-    allowFiles(settings.gatewayOptions().limits.connections);
+    auto options = settings.gatewayOptions();
+    allowFiles(options);
     auto backend = settings.mock ? makeMockBackend() : makeInterpreterBackend();
     const auto messages = backend->messages;
-    const auto gateway = startGateway(settings, *backend);
+    const auto gateway = startGateway(std::move(options), *backend);
     writeAll(backend->standardOutput(),
              "Listening on " + gateway->url() + "?token=" + gateway->token() + "\n");
     signals.wait();
@@ -118,6 +122,7 @@ void addServeCommand(CLI::App& program, std::function<int()>& command) {
     serve->callback([settings, &program, &command] {
         command = [settings, &program] {
             if (const char* level = std::getenv("NUMORA_LOG_LEVEL")) settings->logLevel = level;
+            ::unsetenv("NUMORA_TOKEN");  // the programs that code starts have no need to know it
             settings->readFile();
             useLogLevel(*settings, program);
             return runServe(*settings);

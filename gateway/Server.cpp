@@ -3,6 +3,7 @@
 #include <chrono>
 #include <exception>
 
+#include "http/streams.h"
 #include "log.h"
 
 namespace gateway {
@@ -51,7 +52,7 @@ Server::Server(const Parts& parts, const boost::asio::ip::address& address)
                   .isSecure = tls_ != nullptr}) {
     listener_.start([this](boost::asio::ip::tcp::socket socket) {
         auto place = connections_->take();
-        if (!place) return;
+        if (!place) return http::closeNow(socket);
         http::serveHttp(std::move(socket), tls_.get(), std::move(place),
                         {.endpoints = endpoints_, .limits = parts_.options.limits});
     });
@@ -105,6 +106,7 @@ metrics::Snapshot Server::snapshot() const {
     now.completions = {.successes = successes_, .failures = failures_};
     now.bayeuxSessions = bayeux_.sessions();
     now.connections = connections_->size();
+    now.refusedConnections = connections_->refused();
     now.isReady = parts_.isReady();
     return now;
 }

@@ -62,6 +62,7 @@ public:
     ServerPost(const ServerPost&) = delete;
     ServerPost& operator=(const ServerPost&) = delete;
 
+    bool isTrusted() const override { return exchange_->isTrusted(); }
     void written() override { isWritten_ = true; }
 
 private:
@@ -71,7 +72,14 @@ private:
 
 /// One that was answered at once.
 class AnsweredPost : public PendingPost {
+public:
+    explicit AnsweredPost(const Peer& peer) : isTrusted_(peer.isAuthenticated) {}
+
+    bool isTrusted() const override { return isTrusted_; }
     void written() override {}
+
+private:
+    const bool isTrusted_;
 };
 
 }  // namespace
@@ -162,7 +170,7 @@ std::unique_ptr<PendingPost> BayeuxServer::post(const std::string& body, const P
                                                 std::function<void(HttpAnswer)> done) {
     const auto answerNow = [&](HttpAnswer answer) {
         done(std::move(answer));
-        return std::make_unique<AnsweredPost>();
+        return std::make_unique<AnsweredPost>(peer);
     };
     if (impl_->isStopped()) return answerNow(errorAnswer(503, "The server is shutting down"));
     const auto& options = impl_->core->options;

@@ -72,6 +72,8 @@ struct HttpAnswer {
 class PendingPost {
 public:
     virtual ~PendingPost() = default;
+    /// Whether its sender has shown the token or a session.
+    virtual bool isTrusted() const = 0;
     /// The network has taken the whole answer.
     virtual void written() = 0;
 };

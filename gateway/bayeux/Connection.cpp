@@ -13,6 +13,7 @@ using connector::MutexLock;
 
 namespace {
 
+constexpr std::uint16_t policyViolation = 1008;
 constexpr std::uint16_t tooBig = 1009;
 
 }  // namespace
@@ -34,8 +35,13 @@ void Connection::receive(const std::string& text) {
     try {
         auto requests =
             readRequests(text, core_->options.depth, core_->options.messagesPerArray, core_->options.values);
-        if (requests.empty()) return send("[]", true);  // a sign of life
-        Exchange::start(std::make_shared<SocketExchange>(core_, std::move(requests), shared_from_this()));
+        if (requests.empty()) {
+            send("[]", true);  // a sign of life
+        } else {
+            Exchange::start(std::make_shared<SocketExchange>(core_, std::move(requests), shared_from_this()));
+        }
+        // Reading what strangers send takes time that others need.
+        if (!isTrusted_) close(policyViolation);
     } catch (const BadEnvelope& error) {
         close(error.closeCode());
     }
@@ -60,7 +66,6 @@ void Connection::drained() {
 }
 
 bool Connection::bind(const std::shared_ptr<Session>& session) {
-    trust();
     MutexLock lock(mutex_);
     if (isClosed_) return false;
     sessions_.emplace(session.get(), session);

@@ -25,7 +25,8 @@ public:
 
     const Peer& peer() const { return peer_; }
 
-    /// Handles one frame.  Threads: one call at a time.
+    /// Handles one frame; closes behind the first that shows neither the token nor a session.  Threads: one
+    /// call at a time.
     void receive(const std::string& text);
     std::size_t maxFrameBytes() const;
     /// Its peer has shown who it is.
@@ -59,7 +60,7 @@ private:
     const Peer peer_;
     const SocketActions actions_;
 
-    std::atomic<bool> isTrusted_;            // its peer has shown who it is
+    std::atomic<bool> isTrusted_;
     std::atomic<bool> isRoomWanted_{false};  // a session waits for it
     std::atomic<bool> isClosing_{false};
     std::atomic<bool> isClosed_{false};

@@ -43,7 +43,7 @@ bool Exchange::handle(const Request& request) {
         return true;
     }
     if (request.channel() == handshakeChannel) {
-        add(answerHandshake(core_, request, peer(), connection()));
+        add(answerHandshake(core_, request, *this));
         return true;
     }
     const auto session = core_->sessions.find(request.clientId());
@@ -51,6 +51,7 @@ bool Exchange::handle(const Request& request) {
         add(unknownClient(request, core_->advice));
         return true;
     }
+    trust();
     if (!session->strand().isCurrent()) {
         session->strand().post([self = shared_from_this()] { self->run(); });
         return false;
@@ -87,6 +88,8 @@ void PostExchange::end(bool isWritten) {
 }
 
 const Peer& SocketExchange::peer() const { return connection_->peer(); }
+
+void SocketExchange::trust() { connection_->trust(); }
 
 bool SocketExchange::canHold() const {
     return std::ranges::all_of(requests_, [this](const Request& request) {

@@ -18,8 +18,8 @@ class Session;
 /// One array of messages and the replies to them. Each message is handled on the strand of its session, one
 /// after the other; then the replies go out together. A connect that is held replies later.
 ///
-/// Threads: `start` and `isAbandoned` any; the others on the strand of the session whose message is handled
-/// or held.
+/// Threads: `start`, `trust`, `isTrusted` and `isAbandoned` any; the others on the strand of the session
+/// whose message is handled or held.
 class Exchange : public std::enable_shared_from_this<Exchange> {
 public:
     virtual ~Exchange() = default;
@@ -31,6 +31,8 @@ public:
     virtual const Peer& peer() const = 0;
     /// The WebSocket; null for a POST.
     virtual std::shared_ptr<Connection> connection() const { return nullptr; }
+    /// The peer has shown the token, or a session of its own.
+    virtual void trust() = 0;
     /// Whether a connect may be held: over HTTP only when it is alone, and never beside messages of another
     /// session, because the exchange is on one strand at a time.
     virtual bool canHold() const = 0;
@@ -68,9 +70,14 @@ public:
     using Done = std::function<void(HttpAnswer)>;
 
     PostExchange(std::shared_ptr<Core> core, std::vector<Request> requests, Peer peer, Done done)
-        : Exchange(std::move(core), std::move(requests)), peer_(std::move(peer)), done_(std::move(done)) {}
+        : Exchange(std::move(core), std::move(requests)),
+          peer_(std::move(peer)),
+          done_(std::move(done)),
+          isTrusted_(peer_.isAuthenticated) {}
 
     const Peer& peer() const override { return peer_; }
+    void trust() override { isTrusted_ = true; }
+    bool isTrusted() const { return isTrusted_; }
     bool canHold() const override { return requests_.size() == 1; }
     bool isAbandoned() const override { return isAbandoned_; }
     void supersede() override { answer({408, "[]"}); }
@@ -84,6 +91,7 @@ private:
 
     const Peer peer_;
     Done done_;
+    std::atomic<bool> isTrusted_;
     std::atomic<bool> isAbandoned_{false};
 };
 
@@ -96,6 +104,7 @@ public:
 
     const Peer& peer() const override;
     std::shared_ptr<Connection> connection() const override { return connection_; }
+    void trust() override;
     bool canHold() const override;
     bool isAbandoned() const override;
 

@@ -6,8 +6,8 @@
 #include <Poco/JSON/Array.h>
 
 #include "access/clientType.h"
-#include "bayeux/Connection.h"
 #include "bayeux/Core.h"
+#include "bayeux/Exchange.h"
 #include "bayeux/Session.h"
 #include "bayeux/replies.h"
 
@@ -42,9 +42,8 @@ bool wantsAcknowledgements(const Request& request) {
 }
 
 /// The reply to one that is refused; empty for the others.
-std::string refusal(Core& core, const Request& request, const Peer& peer) {
+std::string refusal(Core& core, const Request& request, const Peer& peer, bool isKnown) {
     // Those without the token have an allowance of their own, or they would use up that of the others.
-    const bool isKnown = peer.isAuthenticated || hasToken(request, core.options);
     if (!core.sessions.mayHandshake(peer.address, isKnown, core.options.now())) {
         return failed(request, errorText(429, "too many handshakes"), core.advice.retry(1s));
     }
@@ -64,9 +63,11 @@ std::string refusal(Core& core, const Request& request, const Peer& peer) {
 
 bool isConnectionType(const std::string& name) { return name == "websocket" || name == "long-polling"; }
 
-std::string answerHandshake(const std::shared_ptr<Core>& core, const Request& request, Peer peer,
-                            const std::shared_ptr<Connection>& connection) {
-    if (auto reply = refusal(*core, request, peer); !reply.empty()) return reply;
+std::string answerHandshake(const std::shared_ptr<Core>& core, const Request& request, Exchange& exchange) {
+    Peer peer = exchange.peer();
+    const bool isKnown = peer.isAuthenticated || hasToken(request, core->options);
+    if (isKnown) exchange.trust();
+    if (auto reply = refusal(*core, request, peer, isKnown); !reply.empty()) return reply;
     // Browsers set no headers on WebSockets.
     if (peer.clientType.empty()) peer.clientType = textOf(request.ownExtension("clientType"));
     if (!access::isClientType(peer.clientType)) {
@@ -74,11 +75,10 @@ std::string answerHandshake(const std::shared_ptr<Core>& core, const Request& re
                       core->advice.none());
     }
     const bool isAcknowledged = wantsAcknowledgements(request);
-    const auto session = Session::open(core, peer, isAcknowledged, connection);
+    const auto session = Session::open(core, peer, isAcknowledged, exchange.connection());
     if (!session) {
         return failed(request, errorText(429, "too many sessions"), core->advice.retry(10s));
     }
-    if (connection) connection->trust();
     const std::string members = R"(,"version":"1.0","clientId":")" + session->id() +
                                 R"(","supportedConnectionTypes":["websocket","long-polling"])" +
                                 core->advice.retry() + (isAcknowledged ? R"(,"ext":{"ack":true})" : "");

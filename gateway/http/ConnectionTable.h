@@ -3,14 +3,16 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstddef>
+#include <cstdint>
+#include <map>
 #include <memory>
-#include <unordered_map>
+#include <set>
 
 #include "connector/ThreadSafety.h"
 
 namespace gateway::http {
 
-/// A connection, as the end of the server sees it.  Threads: any.
+/// A connection, as the table sees it.  Threads: any.
 class Connection {
 public:
     virtual ~Connection() = default;
@@ -22,6 +24,12 @@ public:
 
 /// The open connections, which are bounded in number.
 ///
+///     stranger --+-- prove --> proven --+-- leave --> left: counts no more, but ends with the others
+///        |       '----------------------'
+///        '-- the oldest, when there is no room for a new one --> displaced: aborted
+///
+/// Proven ones do not take all places, so that a new connection can still say what it wants.
+///
 /// Threads: every operation from any thread.  Locks: mutex_, not held while a connection is called.
 class ConnectionTable : public std::enable_shared_from_this<ConnectionTable> {
 public:
@@ -30,19 +38,25 @@ public:
     /// A place in the table, for as long as it lives.
     class Place {
     public:
-        explicit Place(std::shared_ptr<ConnectionTable> table) : table_(std::move(table)) {}
+        Place(std::shared_ptr<ConnectionTable> table, std::uint64_t number)
+            : table_(std::move(table)), number_(number) {}
         ~Place();
         Place(const Place&) = delete;
         Place& operator=(const Place&) = delete;
 
         /// Makes `connection` what stands at this place.
         void set(const std::shared_ptr<Connection>& connection);
+        /// The client has shown that it may be here. False when too many have, or it was displaced.
+        bool prove();
+        /// The client has gone, and only the end of its request is waited for.
+        void leave();
 
     private:
         const std::shared_ptr<ConnectionTable> table_;
+        const std::uint64_t number_;
     };
 
-    /// Null when the table is full.
+    /// Null when the table is full of proven connections.
     std::shared_ptr<Place> take() EXCLUDES(mutex_);
 
     void finishAll() EXCLUDES(mutex_);
@@ -50,16 +64,32 @@ public:
     /// Waits until there is no connection; false when there still is one then.
     bool waitUntilEmpty(std::chrono::milliseconds limit) EXCLUDES(mutex_);
     std::size_t size() const EXCLUDES(mutex_);
+    /// How many have found no place, or were displaced.
+    std::uint64_t refused() const EXCLUDES(mutex_);
 
 private:
+    enum class Standing { Stranger, Proven, Left, Displaced };
+    struct Entry {
+        std::weak_ptr<Connection> connection{};
+        Standing standing = Standing::Stranger;
+    };
+
+    std::uint64_t add(std::shared_ptr<Connection>& displaced) EXCLUDES(mutex_);
+    void remove(std::uint64_t number) EXCLUDES(mutex_);
+    void setStanding(std::uint64_t number, Standing standing) REQUIRES(mutex_);
     template <class Action>
     void forEach(Action action) EXCLUDES(mutex_);
 
     const std::size_t capacity_;
+    const std::size_t mostProven_ = capacity_ - capacity_ / 16;
 
     mutable connector::Mutex mutex_;
     std::condition_variable changed_;
-    std::unordered_map<const Place*, std::weak_ptr<Connection>> connections_ GUARDED_BY(mutex_);
+    std::map<std::uint64_t, Entry> entries_ GUARDED_BY(mutex_);  ///< by age
+    std::set<std::uint64_t> strangers_ GUARDED_BY(mutex_);
+    std::size_t proven_ GUARDED_BY(mutex_) = 0;
+    std::uint64_t last_ GUARDED_BY(mutex_) = 0;
+    std::uint64_t refused_ GUARDED_BY(mutex_) = 0;
 };
 
 }  // namespace gateway::http

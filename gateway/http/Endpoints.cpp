@@ -68,6 +68,20 @@ std::optional<Reply> Endpoints::judge(const Request& head) {
     return reply;
 }
 
+Reply Endpoints::crowded(const Request& head) {
+    auto reply = errorReply(503, "Too many connections are open.");
+    reply.headers.emplace_back("Retry-After", "1");
+    parts_.metrics.count(endpointOf(head.path), reply.status);
+    addCommonHeaders(reply, head.origin);
+    return reply;
+}
+
+bool Endpoints::isForEveryPlace(const Request& head) {
+    const Endpoint endpoint = endpointOf(head.path);
+    return endpoint == Endpoint::Interrupt || endpoint == Endpoint::Health || endpoint == Endpoint::Ready ||
+           endpoint == Endpoint::Metrics;
+}
+
 std::optional<Reply> Endpoints::refusal(const Request& head) const {
     if (isStopping_) return errorReply(503, "The server is stopping.");
     if (head.host.empty()) return errorReply(400, "A request has one Host header.");

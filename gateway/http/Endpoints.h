@@ -47,6 +47,12 @@ public:
     /// Judges a request by its head, before its body is read: a reply refuses it.
     std::optional<Reply> judge(const Request& head);
 
+    /// The reply to a request that there is no place for, since too many clients have shown the token.
+    Reply crowded(const Request& head);
+    /// Whether a request that `judge` let through needs no such place: who looks how the server does, or
+    /// interrupts what it does, has to get in.
+    static bool isForEveryPlace(const Request& head);
+
     /// Whether the sender of a request that `judge` let through has not shown the token.
     bool isStranger(const Request& head) const { return !parts_.access.isAuthenticated(head); }
     /// Whether a session is seen in the beginning of a stranger's body.

@@ -6,15 +6,16 @@
 #include <optional>
 #include <type_traits>
 #include <utility>
+#include <vector>
 
 #include <boost/asio/post.hpp>
 #include <boost/asio/ssl/context.hpp>
+#include <boost/asio/ssl/error.hpp>
 #include <boost/asio/write.hpp>
 #include <boost/beast/core/flat_buffer.hpp>
 #include <boost/beast/core/stream_traits.hpp>
 #include <boost/beast/http/error.hpp>
 #include <boost/beast/http/parser.hpp>
-#include <boost/beast/http/read.hpp>
 #include <boost/beast/http/serializer.hpp>
 #include <boost/beast/http/write.hpp>
 
@@ -35,12 +36,16 @@ using boost::system::error_code;
 namespace {
 
 constexpr std::size_t readSize = 4096;
-constexpr std::size_t bodyReadSize = std::size_t{32} << 10;
+constexpr std::size_t largeReadSize = std::size_t{32} << 10;
 constexpr std::size_t writeSize = std::size_t{256} << 10;
-constexpr std::size_t drainSize = std::size_t{64} << 10;
 constexpr std::size_t bufferRoom = std::size_t{64} << 10;  // beside a head
 constexpr std::size_t bodyRate = std::size_t{64} << 10;    // the least in a second
 constexpr auto drainTime = std::chrono::seconds(5);
+
+// The client sends no more; it may wait for an answer all the same.
+bool isEndOfStream(const error_code& error) {
+    return error == asio::error::eof || error == asio::ssl::error::stream_truncated;
+}
 
 /// One connection, which takes one request after the other.
 ///
@@ -49,9 +54,10 @@ constexpr auto drainTime = std::chrono::seconds(5);
 ///                    |         '--- refused -----+---> writing       '--> draining --> closed
 ///                    '--------- keep-alive ----------------'
 ///
-/// Every state has a deadline but `waiting`, which the dispatcher bounds. While a held request of a Bayeux
-/// client is waited for, a read is pending, which says that the client has gone, or takes the beginning of
-/// the next request; it may still be pending in the idle state.
+/// Every state has a deadline but `waiting`, which the dispatcher bounds. There a read is pending, too, which
+/// says that the client has gone, or takes the beginning of the next request; it may still be pending in
+/// later states. A client that has gone gives up its place, and gets its answer in case it has only ended its
+/// own direction.
 ///
 /// Threads: its strand, but for `finish` and `abort`.  Owns: pending operations and answers hold it.
 template <class Stream>
@@ -120,19 +126,47 @@ private:
         if (isFinishing_) return close();
         if (buffer_.size() > 0) return readHead();
         setDeadline(context_.limits.idleTime);
-        readAhead();
+        read();
     }
 
-    void readAhead() {
+    // One read is under way at a time. It may take longer than a state, so whatever state there is then takes
+    // what has come, and a buffer of its own, because others are used up meanwhile.
+    void read() {
+        if (isAtEnd_) return close();
         if (std::exchange(isReading_, true)) return;
-        stream_.async_read_some(buffer_.prepare(readSize), handler(&HttpConnection::onBytes));
+        useIncoming(state_ == State::Body ? largeReadSize : readSize);
+        const std::size_t size = std::min(incoming_.size(), buffer_.max_size() - buffer_.size());
+        stream_.async_read_some(asio::buffer(incoming_, size), handler(&HttpConnection::onBytes));
+    }
+    void readAhead() {
+        if (!isAtEnd_ && buffer_.size() < buffer_.max_size()) read();
     }
     void onBytes(error_code error, std::size_t count) {
         isReading_ = false;
-        buffer_.commit(count);
-        if (error) return close();
-        if (state_ == State::Idle) readHead();
-        if (state_ == State::Draining) drain();
+        if (state_ == State::Draining) return onReadWhileEnding(error);
+        buffer_.commit(asio::buffer_copy(buffer_.prepare(count), asio::buffer(incoming_, count)));
+        if (error) return onReadFailed(error);
+        switch (state_) {
+            case State::Idle:
+                return readHead();
+            case State::Head:
+                return parseHead();
+            case State::Body:
+                return readBody();
+            case State::Waiting:
+                return readAhead();
+            default:
+                return;
+        }
+    }
+    void onReadFailed(error_code error) {
+        const bool isAnswered = state_ == State::Writing || (state_ == State::Waiting && !held_);
+        if (!isAnswered || !isEndOfStream(error)) return close();
+        isAtEnd_ = true;
+        place_->leave();
+    }
+    void useIncoming(std::size_t size) {
+        if (incoming_.size() != size) incoming_ = std::vector<char>(size);
     }
 
     void readHead() {
@@ -143,10 +177,16 @@ private:
         parser_->header_limit(static_cast<std::uint32_t>(context_.limits.headBytes));
         parser_->body_limit(context_.limits.bodyBytes);
         setDeadline(context_.limits.headTime);
-        beast_http::async_read_header(stream_, buffer_, *parser_, handler(&HttpConnection::onHead));
+        parseHead();
     }
-    void onHead(error_code error, std::size_t) {
-        if (error) return onReadError(error);
+    void parseHead() {
+        error_code error;
+        buffer_.consume(parser_->put(buffer_.data(), error));
+        if (error == beast_http::error::need_more) return read();
+        if (error) return refuseMalformed(error);
+        onHead();
+    }
+    void onHead() {
         isHead_ = parser_->get().method() == beast_http::verb::head;
         keepAlive_ = parser_->keep_alive();
         if (!isFramedClearly(parser_->get())) return refuse(400, "That Transfer-Encoding is not understood.");
@@ -158,9 +198,13 @@ private:
             keepAlive_ = keepAlive_ && parser_->is_done();
             return write(std::move(*refusal));
         }
+        isStranger_ = context_.endpoints.isStranger(head);
+        if (!isStranger_ && !place_->prove() && !Endpoints::isForEveryPlace(head)) {
+            keepAlive_ = false;
+            return write(context_.endpoints.crowded(head));
+        }
         if (Endpoints::isWebSocket(head)) return upgrade(std::move(head));
         head_ = std::move(head);
-        isStranger_ = context_.endpoints.isStranger(head_);
         parser_->eager(true);
         if (!parser_->is_done() && waitsForContinue(parser_->get())) return sayContinue();
         readBody();
@@ -181,20 +225,15 @@ private:
             buffer_.consume(count);
             bodyBytes_ += count;
         }
-        if (error && error != beast_http::error::need_more) return onReadError(error);
+        if (error && error != beast_http::error::need_more) return refuseMalformed(error);
         if (parser_->is_done()) return answer();
         if (!mayGoOn()) return refuse(413, "The body is too large.");
-        const std::size_t room = std::min(bodyReadSize, buffer_.max_size() - buffer_.size());
-        if (room == 0) return onReadError(beast_http::error::buffer_overflow);
+        if (buffer_.size() == buffer_.max_size()) return refuseMalformed(beast_http::error::buffer_overflow);
         if (std::exchange(state_, State::Body) != State::Body) bodyBegin_ = Clock::now();
         const auto end =
             bodyBegin_ + context_.limits.bodyTime + std::chrono::milliseconds(1000 * bodyBytes_ / bodyRate);
         setDeadline(std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now()));
-        stream_.async_read_some(buffer_.prepare(room), handler(&HttpConnection::onBody));
-    }
-    void onBody(error_code error, std::size_t count) {
-        buffer_.commit(count);
-        error ? close() : readBody();
+        read();
     }
 
     // The parser sees to the largest body, but not to what is between its chunks; nor does it know strangers.
@@ -213,11 +252,7 @@ private:
         return bodyBytes_ <= 2 * std::min(most, limits.bodyBytes) + bufferRoom;
     }
 
-    void onReadError(error_code error) {
-        if (error.category() != beast_http::make_error_code(beast_http::error::end_of_stream).category() ||
-            error == beast_http::error::end_of_stream || error == beast_http::error::partial_message) {
-            return close();
-        }
+    void refuseMalformed(error_code error) {
         if (error == beast_http::error::body_limit) return refuse(413, "The body is too large.");
         if (error == beast_http::error::header_limit) return refuse(431, "The head is too large.");
         refuse(400, "That is no HTTP request: " + error.message() + ".");
@@ -244,8 +279,11 @@ private:
             log().error("A request cannot be answered: " + std::string(error.what()));
             return write(errorReply(500, "The server failed."));
         }
-        // The beginning of another request, which came already, hides the end of the connection.
-        if (held_ && buffer_.size() == 0) readAhead();
+        if (held_) {
+            // Whoever shows neither the token nor a session has to begin anew.
+            held_->isTrusted() ? void(place_->prove()) : void(keepAlive_ = false);
+        }
+        readAhead();
     }
 
     void write(Reply reply) {
@@ -281,6 +319,8 @@ private:
     void upgrade(Request head) {
         // A client waits for the answer before it sends frames.
         if (buffer_.size() > 0) return refuse(400, "There are bytes behind the request.");
+        if (isReading_)
+            return refuse(400, "A request for a WebSocket waits for the answer to the one before.");
         state_ = State::Closed;
         deadline_.cancel();
         serveWebSocket(std::move(stream_), parser_->release(), head, place_, context_);
@@ -293,9 +333,16 @@ private:
         state_ = State::Draining;
         setDeadline(drainTime);
         if constexpr (isTls) {
-            if (!isReading_) return stream_.async_shutdown(handler(&HttpConnection::onShutdown));
+            error_code ignored;
+            if (isReading_) return void(socket().cancel(ignored));
+            return stream_.async_shutdown(handler(&HttpConnection::onShutdown));
         }
         onShutdown({});
+    }
+    void onReadWhileEnding(error_code error) {
+        if (isEndOfStream(error)) return close();
+        if constexpr (isTls) return stream_.async_shutdown(handler(&HttpConnection::onShutdown));
+        error ? close() : drain();
     }
     void onShutdown(error_code) {
         error_code ignored;
@@ -303,8 +350,8 @@ private:
         if (!isReading_) drain();
     }
     void drain() {
-        buffer_.clear();
-        socket().async_read_some(buffer_.prepare(drainSize), handler(&HttpConnection::onDrained));
+        useIncoming(largeReadSize);
+        socket().async_read_some(asio::buffer(incoming_), handler(&HttpConnection::onDrained));
     }
     void onDrained(error_code error, std::size_t) { error ? close() : drain(); }
 
@@ -313,8 +360,7 @@ private:
         held_.reset();
         unprovenBody_.reset();
         deadline_.cancel();
-        error_code ignored;
-        socket().close(ignored);
+        closeNow(socket());
         place_.reset();
     }
 
@@ -327,7 +373,9 @@ private:
 
     State state_ = State::Handshake;
     bool isFinishing_ = false;
-    bool isReading_ = false;  ///< ahead of the next request
+    bool isReading_ = false;
+    bool isAtEnd_ = false;  ///< nothing more will come
+    std::vector<char> incoming_;
     Deadline deadline_;
     beast::flat_buffer buffer_;  ///< read, and not taken by a request yet
 

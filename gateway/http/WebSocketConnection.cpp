@@ -74,12 +74,11 @@ public:
         setIdleTime(2 * context_.limits.pingTime);
         stream_.auto_fragment(false);
         stream_.text(true);
-        if (const auto protocol = firstProtocol(upgrade); !protocol.empty()) {
-            stream_.set_option(
-                websocket::stream_base::decorator([protocol](websocket::response_type& response) {
-                    response.set(beast::http::field::sec_websocket_protocol, protocol);
-                }));
-        }
+        stream_.set_option(websocket::stream_base::decorator(
+            [protocol = firstProtocol(upgrade)](websocket::response_type& response) {
+                response.set(beast::http::field::server, "numora");  // or it would name the library
+                if (!protocol.empty()) response.set(beast::http::field::sec_websocket_protocol, protocol);
+            }));
         stream_.async_accept(upgrade, handler(&WebSocketConnection::onAccepted));
     }
 
@@ -148,30 +147,36 @@ private:
         stream_.set_option(websocket::stream_base::timeout{context_.limits.headTime, limit, true});
     }
 
+    // Piece by piece, because no read may begin once closing has.
     void read() {
         stream_.read_message_max(socket_->maxFrameBytes());
-        stream_.async_read(buffer_, handler(&WebSocketConnection::onRead));
+        stream_.async_read_some(buffer_, 0, handler(&WebSocketConnection::onRead));
     }
     void onRead(error_code error, std::size_t) {
         if (error) return over();
+        if (closeCode_) return;
+        if (!stream_.is_message_done()) return read();
         if (!stream_.got_text()) return close(websocket::close_code::unknown_data);
         std::string text = beast::buffers_to_string(buffer_.data());
         buffer_.clear();
         if (buffer_.capacity() > sliceSize) buffer_.shrink_to_fit();
-        if (closeCode_) return read();
         try {
             socket_->receive(std::move(text));
         } catch (const std::exception& problem) {
             log().error("A frame cannot be taken: " + std::string(problem.what()));
             return close(websocket::close_code::internal_error);
         }
+        onStrand([this] { readNext(); });  // behind what the frame has led to
+    }
+    void readNext() {
+        if (isOver_ || closeCode_) return;
         if (unsentReplies_ <= mostUnsentReplies) return read();
         // Pongs are not seen now; it is the deadlines of the writes that end a client which takes nothing.
         isPaused_ = true;
         setIdleTime(websocket::stream_base::none());
     }
     void readOn() {
-        if (!isPaused_ || unsentReplies_ > mostUnsentReplies) return;
+        if (!isPaused_ || closeCode_ || unsentReplies_ > mostUnsentReplies) return;
         isPaused_ = false;
         setIdleTime(2 * context_.limits.pingTime);
         read();
@@ -184,6 +189,7 @@ private:
         if (isReply) unsentReplies_ += frame->size();
         // Before the client learns that it is trusted, so that it may send a large frame at once.
         stream_.read_message_max(socket_->maxFrameBytes());
+        if (!isProven_ && socket_->isTrusted()) isProven_ = place_->prove();
         if (!batch_.frame) writeBatch();
     }
     void writeBatch() {
@@ -229,8 +235,7 @@ private:
         deadline_.cancel();
         trusting_.cancel();
         finishing_.cancel();
-        error_code ignored;
-        beast::get_lowest_layer(stream_).close(ignored);
+        closeNow(beast::get_lowest_layer(stream_));
         place_.reset();
     }
 
@@ -246,6 +251,7 @@ private:
     beast::flat_buffer buffer_;
     std::atomic<std::size_t> unsentBytes_{0};
     std::size_t unsentReplies_ = 0;  ///< bytes of those that are queued or being written
+    bool isProven_ = false;          ///< it counts among those of known clients
     bool isPaused_ = false;          ///< no read is under way until there are fewer
     OutgoingFrames frames_;
     OutgoingFrames::Batch batch_;  ///< being written

@@ -7,6 +7,9 @@ namespace {
 void writeConnections(PrometheusText& page, const Snapshot& now) {
     page.single("numora_ready", "gauge", "Whether the interpreter takes requests.", now.isReady ? 1 : 0);
     page.single("numora_connections", "gauge", "Open connections, WebSockets included.", now.connections);
+    page.single("numora_connections_refused_total", "counter",
+                "Connections that found no place, or gave way before they had shown the token.",
+                now.refusedConnections);
     page.single("numora_bayeux_sessions", "gauge", "Sessions of Bayeux clients.", now.bayeuxSessions);
 }
 

@@ -26,6 +26,7 @@ struct Snapshot {
     Completions completions;
     std::size_t bayeuxSessions = 0;
     std::size_t connections = 0;
+    std::uint64_t refusedConnections = 0;  ///< those of strangers that had to make room are among them
     bool isReady = false;
 };
 

@@ -20,9 +20,9 @@ TOKEN = "a-token-of-the-tests"
 class Server:
     """A server with a token of the tests, which is stopped at the end of the block."""
 
-    def __init__(self, *arguments, token=True, environment=None, pass_fds=()):
+    def __init__(self, *arguments, token=True, port=0, environment=None, pass_fds=()):
         chosen = ["--token", TOKEN] if token else []
-        self._process = subprocess.Popen([NUMORA, "serve", "--port", "0", *chosen, *arguments], pass_fds=pass_fds,
+        self._process = subprocess.Popen([NUMORA, "serve", "--port", str(port), *chosen, *arguments], pass_fds=pass_fds,
                                          stdout=subprocess.PIPE, stderr=subprocess.PIPE,
                                          env=dict(os.environ, **(environment or {})))
         self.line = self._process.stdout.readline().decode()
@@ -70,6 +70,11 @@ class Server:
         """Evaluates on a thread of its own; `result` of what it returns waits for the response."""
         return Background(lambda: self.eval(code))
 
+    def end(self, number):
+        """The exit status; for when children of the server keep its output open."""
+        self._process.send_signal(number)
+        return self._process.wait(60)
+
     def stop(self, number):
         """Returns (exit status, rest of standard output, standard error, seconds until the end)."""
         begin = time.monotonic()
@@ -111,6 +116,15 @@ class Signal:
     def __exit__(self, *_):
         os.close(self._read)
         os.close(self.descriptor)
+
+
+def open_files(pid):
+    """What the descriptors of a process stand for."""
+    for entry in os.scandir(f"/proc/{pid}/fd"):
+        try:
+            yield os.readlink(entry.path)
+        except FileNotFoundError:
+            pass  # it is closed meanwhile
 
 
 class ServeTest(unittest.TestCase):
@@ -171,6 +185,31 @@ class ServeTest(unittest.TestCase):
                                  ["responseStr"], "True\n")
             self.assertEqual(server.stop(signal.SIGTERM)[0], 0)
 
+    def test_children_inherit_no_sockets_and_keep_no_port(self):
+        rows = {
+            "Popen": "import subprocess\nprint(subprocess.Popen(['sleep', '60'], close_fds=False).pid)",
+            "posix_spawn": "import os\nprint(os.posix_spawnp('sleep', ['sleep', '60'], os.environ))",
+            "fork": "import os, time\np = os.fork()\nif p == 0:\n    time.sleep(60)\n    os._exit(0)\nprint(p)",
+        }
+        for name, code in rows.items():
+            with self.subTest(name), Server(token=False, environment={"NUMORA_TOKEN": TOKEN}) as server:
+                kept = server.connect()
+                kept.request("GET", "/healthz")
+                kept.getresponse().read()
+                child = int(server.eval(code)["responseStr"])
+                try:
+                    if name != "fork":
+                        self.assertEqual([link for link in open_files(child) if link.startswith(("socket", "anon"))], [])
+                        with open(f"/proc/{child}/environ") as environment:
+                            self.assertNotIn(TOKEN, environment.read())
+                    self.assertEqual(server.end(signal.SIGTERM), 0)
+                    self.assertEqual(kept.sock.recv(1), b"")
+                    with Server("--mock", port=server.port):
+                        pass
+                finally:
+                    os.kill(child, signal.SIGKILL)
+                    kept.close()
+
     def test_streams_what_code_prints(self):
         with Server() as server:
             client = server.bayeux({"channel": "/meta/handshake", "version": "1.0",
@@ -227,10 +266,10 @@ class ServeTest(unittest.TestCase):
             finally:
                 resource.setrlimit(resource.RLIMIT_NOFILE, (soft, hard))
             with server:
-                self.assertEqual(resource.prlimit(server.pid, resource.RLIMIT_NOFILE)[0], 513)
+                self.assertEqual(resource.prlimit(server.pid, resource.RLIMIT_NOFILE)[0], 1 + 1016 + 512)
                 first = server.connect()
-                first.request("GET", "/healthz")
-                self.assertEqual(first.getresponse().status, 200)
+                first.request("GET", "/?token=" + TOKEN)
+                self.assertEqual(first.getresponse().status, 303)
                 with self.assertRaises((ConnectionError, http.client.HTTPException)):
                     server.request("/healthz")
                 first.close()

@@ -1,4 +1,5 @@
 #include <chrono>
+#include <list>
 #include <string>
 
 #include "GatewayFixture.h"
@@ -198,22 +199,27 @@ TEST_F(ConnectionTest, clientThatTakesNoAnswerIsGivenUp) {
     EXPECT_TRUE(waitForConnections(1));
 }
 
-TEST_F(ConnectionTest, clientThatGoesAwayCostsItsRequestOnly) {
-    start();
-    auto client = connect();
-    client.send(evalOf(client, "release"));
-    ASSERT_TRUE(interpreter_->waitForWaiting(1));
-    client.close();
+TEST_F(ConnectionTest, clientsThatGoAwayCostTheirRequestsOnly) {
+    start(withLimits({.connections = 3}));
+    for (int i = 1; i <= 5; ++i) {
+        auto client = connect();
+        client.send(evalOf(client, "release") + client.head("GET /healthz"));
+        ASSERT_TRUE(interpreter_->waitForWaiting(i)) << "no room for client " << i;
+    }
     EXPECT_EQ(post("/connector/v1/Eval", R"({"mcode":"1"})").status, 200);
     interpreter_->release();
     EXPECT_TRUE(waitForConnections(1));
 }
 
-TEST_F(ConnectionTest, clientThatWillSendNoMoreStillGetsItsAnswer) {
+TEST_F(ConnectionTest, clientThatWillSendNoMoreStillGetsItsAnswers) {
     start();
     auto client = connect();
-    client.send(evalOf(client, "half"));
+    client.send(evalOf(client, "release") + evalOf(client, "half"));
+    ASSERT_TRUE(interpreter_->waitForWaiting(1));
     client.endSending();
+    ASSERT_FALSE(client.waitForMore(100ms));
+    interpreter_->release();
+    EXPECT_NE(client.receive().body.find("ended"), std::string::npos);
     EXPECT_NE(client.receive().body.find("half"), std::string::npos);
     EXPECT_TRUE(client.isEnded());
 }
@@ -325,21 +331,40 @@ TEST_F(StrangerTest, isRefusedWhileTheRestOfALargeBodyHasNotCome) {
     EXPECT_EQ(client.receive().status, 413);
 }
 
-TEST_F(ConnectionTest, tooManyConnectionsAreEndedAtOnce) {
-    start(withLimits({.connections = 2}));
-    auto one = connect();
-    auto two = connect();
-    one.send(one.head("GET /healthz"));
-    two.send(two.head("GET /healthz"));
-    EXPECT_EQ(one.receive().status, 200);
-    EXPECT_EQ(two.receive().status, 200);
-    EXPECT_TRUE(connect().isEnded());
-    one.close();
-    // Until the server has noticed, there is no room.
-    const auto deadline = std::chrono::steady_clock::now() + 10s;
-    bool hasRoom = false;
-    while (!hasRoom && std::chrono::steady_clock::now() < deadline) hasRoom = get("/healthz").status == 200;
-    EXPECT_TRUE(hasRoom);
+TEST_F(ConnectionTest, strangersGiveWayTheOldestFirstAndKnownClientsDoNot) {
+    start(withLimits({.connections = 3}));
+    auto known = connect();
+    known.send(evalOf(known, "1"));
+    EXPECT_EQ(known.receive().status, 200);
+    auto first = connect();
+    auto second = connect();
+    second.send(second.head("GET /healthz"));
+    EXPECT_EQ(second.receive().status, 200);
+    EXPECT_EQ(get("/metrics").status, 200);
+    EXPECT_TRUE(first.isEnded());
+    for (auto* client : {&known, &second}) {
+        client->send(client->head("GET /healthz"));
+        EXPECT_EQ(client->receive().status, 200);
+    }
+    EXPECT_NE(get("/metrics").body.find("\nnumora_connections_refused_total 1\n"), std::string::npos);
+}
+
+TEST_F(ConnectionTest, someConnectionsAreKeptForInterruptsAndForHealth) {
+    start(withLimits({.connections = 16}));
+    std::list<TestClient> clients;
+    for (int i = 0; i < 15; ++i) {
+        auto& client = clients.emplace_back(gateway_->port());
+        client.send(evalOf(client, "1"));
+        EXPECT_EQ(client.receive().status, 200);
+    }
+    const auto refusal = post("/connector/v1/Eval", "{}");
+    EXPECT_EQ(refusal.status, 503);
+    EXPECT_EQ(refusal.header("retry-after"), "1");
+    EXPECT_EQ(post("/connector/v1/Interrupt", "{}").status, 200);
+    EXPECT_EQ(get("/healthz").status, 200);
+    clients.clear();
+    EXPECT_TRUE(waitForConnections(1));
+    EXPECT_EQ(post("/connector/v1/Eval", "{}").status, 200);
 }
 
 }  // namespace

@@ -18,7 +18,9 @@ namespace gateway {
 
 /// What connections may use up. A connection that takes longer is closed.
 struct ConnectionLimits {
-    std::size_t connections = 1000;  ///< beyond them, new ones are closed at once
+    /// Beyond them the oldest one gives way that has not shown the token, or else the new one is closed. A
+    /// sixteenth is kept for those that have not shown it yet, and for health, metrics and interrupts.
+    std::size_t connections = 2000;
     std::size_t headBytes = std::size_t{16} << 10;
     std::size_t bodyBytes = std::size_t{16} << 20;  ///< of a request, and of a frame of a WebSocket
     /// Of a body for the Bayeux server, and of a frame, whose sender has shown neither the token nor a
