@@ -17,6 +17,7 @@
 #include "v1/HeldContext.h"
 #include "v1/Publisher.h"
 #include "v1/StreamingEvalPlugin.h"
+#include "v1/TypedInput.h"
 #include "v1/guarded.h"
 #include "v1/log.h"
 #include "v1/queueTask.h"
@@ -252,7 +253,7 @@ void AsyncEvalService::sendRawCharsToBuffer(std::u16string characters, const std
     if (!services_.zvm) throw std::runtime_error("No interpreter runs here.");
     const auto type = [characters = std::move(characters)] {
         asyncLog().debug("Posting key typing:");
-        for (const char16_t unit : characters) services::io::rawModeCharHandler(unit);
+        typeAtPrompt(characters);
     };
     queueTask(services_.zvm, clientOptions(*context, WhenToDequeue::Prompt), type, std::move(completion))
         .setReadyToExecute();

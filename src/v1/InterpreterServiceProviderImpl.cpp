@@ -7,7 +7,6 @@
 #include <sstream>
 #include <utility>
 
-#include "connector/interpreter/ConnectorCmdWinSink.h"
 #include "connector/interpreter/ConnectorEvalCmdRequest.h"
 #include "connector/interpreter/v1/InterruptResponse.h"
 #include "fl/i18n/text.h"
@@ -17,6 +16,7 @@
 #include "v1/ContextScope.h"
 #include "v1/PendingRequest.h"
 #include "v1/StartupWakeUp.h"
+#include "v1/TypedInput.h"
 #include "v1/log.h"
 #include "v1/queueTask.h"
 #include "v1/requestFaults.h"
@@ -82,7 +82,9 @@ struct InterpreterServiceProviderImpl::DequeMode {
 
 InterpreterServiceProviderImpl::InterpreterServiceProviderImpl(
     const std::shared_ptr<configuration::Configuration>& configuration, std::shared_ptr<zvm::ZVM> zvm)
-    : zvm_(std::move(zvm)), dequeMode_(std::make_shared<DequeMode>()) {
+    : zvm_(std::move(zvm)),
+      dequeMode_(std::make_shared<DequeMode>()),
+      typedLevels_(std::make_shared<TypedLevels>(zvm_)) {
     constexpr const char* key = "connector.interpreter.dequeMode";
     const auto listener = [state = dequeMode_](const reactive_streams::Value& value) {
         const auto* mode = boost::get<std::string>(&value);
@@ -183,24 +185,15 @@ void InterpreterServiceProviderImpl::sendRawCharsToBuffer(StatusToken& token, Ev
     if (log().isEnabled(Severity::Debug)) {
         log().debug("Typing chars into type ahead:" + fl::i18n::to_string(request.mcode));
     }
-    const auto type = [promise = token.promise(), characters = request.mcode] {
+    const auto type = [token = token.shared_from_this(), promise = token.promise(), levels = typedLevels_,
+                       characters = request.mcode] {
         log().debug("Posting key typing:");
-        ConnectorCmdWinSink::preEval(promise);
-        for (const char16_t unit : characters) services::io::rawModeCharHandler(unit);
+        token->addQueued(levels->type(characters, promise));
     };
     auto typing = queueTask(zvm_, requestOptions(*context, WhenToDequeue::Prompt, "sendRawCharsToBuffer"),
                             type, std::make_shared<StatusDelegate>(token.promise()));
-    try {
-        // Closes the level once the code that reads the characters has ended.
-        auto closing = queueTask(
-            zvm_, cmddistributor::RunOptions(), [] { ConnectorCmdWinSink::postEval(); }, nullptr);
-        closing.setReadyToExecute();
-        typing.setReadyToExecute();
-        token.setQueued({typing, closing});
-    } catch (...) {
-        typing.cancel(false);
-        throw;
-    }
+    token.setQueued({typing});
+    typing.setReadyToExecute();
     // Once typed, the characters are read by code of another request, which is what this one waits for.
     awaitStatuses(token, response, request, [this, &token] {
         if (!token.withdraw()) zvm_->interrupt();

@@ -18,7 +18,7 @@ namespace connector::interpreter::v1 {
 /// The cancellation token of one request that is being handled: through it an interrupt releases the handler.
 ///
 /// Threads: any.
-class PendingRequest {
+class PendingRequest : public std::enable_shared_from_this<PendingRequest> {
 public:
     virtual ~PendingRequest() = default;
 
@@ -33,6 +33,12 @@ public:
         tasks_ = std::move(tasks);
         // Released while it was being queued.
         if (!isActive_) withdrawLocked();
+    }
+
+    /// Adds what ends when the code of a request has ended that was not queued to run it.  Locks: mutex_.
+    void addQueued(const zvm::detail::CmdDistributorTaskReference& task) EXCLUDES(mutex_) {
+        MutexLock lock(mutex_);
+        tasks_.push_back(task);
     }
 
     /// Takes the request out of the queue. False when it has begun, or was never queued.

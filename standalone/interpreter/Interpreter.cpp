@@ -54,6 +54,11 @@ RuntimeException internalError(const std::exception& error) {
     return {nmutil::cmddistributor::EXECUTION_ERROR, "NUMORA:internal", what, what + u"\n"};
 }
 
+// Whoever waited for it has given up and was answered otherwise.
+void logLateResult(const std::exception& error) {
+    logger().warning("The late result of an evaluation was dropped: " + std::string(error.what()));
+}
+
 // Shows that code is running, and what was shown before when it ends, in whatever way.
 class PromptScope {
 public:
@@ -152,13 +157,7 @@ Interpreter::Interpreter(const HostOptions& options)
           RequestQueue::Signals{&Interrupts::send, &Interrupts::sendRequests})),
       events_(std::make_shared<LocalEventManager>()),
       zvm_(std::make_shared<LocalZvm>(queue_)),
-      prompts_(*queue_, {[this] {
-                             drainOutput();
-                             prompts_.announce(prompts_.current(), false);
-                             const auto& sink = CmdWinSinkHandle::activeSink(false);
-                             sink->requestInput();
-                             sink->setDirty(false);
-                         },
+      prompts_(*queue_, {[this] { requestInput(); },
                          [this](std::unique_ptr<QueuedRequest> queued) { run(std::move(queued)); },
                          [this](auto prompt, bool isBaseLevel) { announcePrompt(prompt, isBaseLevel); }}),
       columns_(options.columns),
@@ -285,6 +284,19 @@ void Interpreter::runTypeAhead() {
     }
 }
 
+// Called while code is about to wait, which what becomes of its clients does not concern.
+void Interpreter::requestInput() {
+    drainOutput();
+    prompts_.announce(prompts_.current(), false);
+    const auto& sink = CmdWinSinkHandle::activeSink(false);
+    try {
+        sink->requestInput();
+    } catch (const std::exception& error) {
+        logLateResult(error);
+    }
+    sink->setDirty(false);
+}
+
 void Interpreter::run(std::unique_ptr<QueuedRequest> queued) {
     active_.push_back(queued.get());
     std::unique_ptr<IIPResult> result;
@@ -302,7 +314,7 @@ void Interpreter::run(std::unique_ptr<QueuedRequest> queued) {
 std::unique_ptr<IIPResult> Interpreter::runRequest(QueuedRequest& queued) {
     const std::shared_ptr<cmddistributor::IIP>& iip = queued.request->getIIP();
     if (const auto* task = dynamic_cast<const cmddistributor::PackagedTaskIIP*>(iip.get())) {
-        task->run();
+        prompts_.typeWhole([task] { task->run(); });
         return std::make_unique<IIPResult>(queued.id, boost::none);
     }
     if (const auto* call = dynamic_cast<const cmddistributor::FEvalIIP*>(iip.get()))
@@ -365,8 +377,7 @@ std::unique_ptr<IIPResult> Interpreter::runPlugin(QueuedRequest& queued,
     try {
         plugin->post();
     } catch (const std::exception& error) {
-        // Whoever waited has given up and was answered otherwise.
-        logger().warning("The late result of an evaluation was dropped: " + std::string(error.what()));
+        logLateResult(error);
     }
     return plugin->createResult(std::move(failure));
 }

@@ -93,6 +93,7 @@ private:
     void threadMain(std::promise<void>& started);
     void serve();
     void runTypeAhead();
+    void requestInput();
     void stopCapture();
 
     // One request.

@@ -1,6 +1,7 @@
 #define PY_SSIZE_T_CLEAN
 #include "interpreter/PromptReader.h"
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <stdexcept>
@@ -31,18 +32,6 @@ std::unique_ptr<QueuedRequest> takeUnlocked(RequestQueue& queue, InputRequester 
 }
 
 }  // namespace
-
-bool PromptReader::isReadingCharacters() const {
-    switch (current()) {
-        case DEBUG_PROMPT:
-        case INPUT_PROMPT:
-        case KEYBOARD_PROMPT:
-        case PAUSE_PROMPT:
-            return true;
-        default:
-            return false;
-    }
-}
 
 ReadResult PromptReader::readLine(InputRequester prompt, std::u16string& line) {
     const ReadResult result = waitUntil(prompt, [this] { return hasLine(); });
@@ -77,6 +66,16 @@ void PromptReader::type(char16_t unit) {
     typed_.push_back(unit == u'\r' ? u'\n' : unit);
 }
 
+void PromptReader::typeWhole(const std::function<void()>& action) {
+    const std::size_t before = typed_.size();
+    try {
+        action();
+    } catch (...) {
+        typed_.resize(std::min(before, typed_.size()));
+        throw;
+    }
+}
+
 bool PromptReader::hasLine() const {
     return !typed_.empty() &&
            (typed_.front() == endOfTransmission || typed_.find(u'\n') != std::u16string::npos);
@@ -85,8 +84,11 @@ bool PromptReader::hasLine() const {
 // Shows a prompt for as long as it is waited at.
 class PromptReader::Shown {
 public:
-    Shown(PromptReader& reader, InputRequester prompt) : reader_(reader), outer_(reader.show(prompt)) {}
+    Shown(PromptReader& reader, InputRequester prompt) : reader_(reader), outer_(reader.show(prompt)) {
+        reader_.waits_.fetch_add(1, std::memory_order_release);
+    }
     ~Shown() {
+        reader_.waits_.fetch_sub(1, std::memory_order_release);
         reader_.show(outer_);
         reader_.announce(outer_, false);
     }

@@ -36,8 +36,9 @@ public:
     PromptReader(RequestQueue& queue, Hooks hooks) : queue_(queue), hooks_(std::move(hooks)) {}
 
     InputRequester current() const { return current_.load(std::memory_order_acquire); }
-    /// Whether what a client sends is typed input and not code.
-    bool isReadingCharacters() const;
+    /// Whether what a client sends is typed input and not code: code waits at a prompt, whatever runs there
+    /// meanwhile.
+    bool isReadingCharacters() const { return waits_.load(std::memory_order_acquire) > 0; }
 
     /// Shows another prompt, and returns the one shown before.
     InputRequester show(InputRequester prompt) { return current_.exchange(prompt); }
@@ -52,6 +53,8 @@ public:
 
     /// Types one code unit ahead.  Throws: std::length_error, when a mebi of units is waiting already.
     void type(char16_t unit);
+    /// Runs `action`; what it types is forgotten if it throws.
+    void typeWhole(const std::function<void()>& action);
     /// Takes what is typed ahead.
     std::u16string takeTypeAhead() { return std::exchange(typed_, {}); }
 
@@ -64,6 +67,7 @@ private:
     RequestQueue& queue_;
     const Hooks hooks_;
     std::atomic<InputRequester> current_{nmutil::prompt::BASE_PROMPT};
+    std::atomic<int> waits_{0};  ///< prompts that are waited at, one inside the other
     InputRequester announced_ = nmutil::prompt::BASE_PROMPT;
     std::u16string typed_;
 };

@@ -152,23 +152,25 @@ void takeBack(fake::FakeHost& host) {
 
 INSTANTIATE_TEST_SUITE_P(
     Ends, FailedRequestTest,
-    testing::Values(Failing{"Error", endsWith(nmutil::cmddistributor::EXECUTION_ERROR), nothing},
-                    Failing{"Interrupted", endsWith(nmutil::cmddistributor::EXECUTION_INTERRUPTED), nothing},
-                    Failing{"FullQueue", fillQueue, nothing}, Failing{"TakenBack", nothing, takeBack},
-                    Failing{"TypedTooMuch",
-                            [](fake::FakeHost& host) {
-                                host.charBufferMode = true;
-                                host.onType = [](char16_t) { throw std::length_error("too much"); };
-                            },
-                            nothing},
-                    Failing{"TypedIntoAFullQueue",
-                            [](fake::FakeHost& host) {
-                                host.charBufferMode = true;
-                                fillQueue(host);
-                            },
-                            nothing},
-                    Failing{"TypedAndTakenBack", [](fake::FakeHost& host) { host.charBufferMode = true; },
-                            takeBack}),
+    testing::Values(
+        Failing{"Error", endsWith(nmutil::cmddistributor::EXECUTION_ERROR), nothing},
+        Failing{"Interrupted", endsWith(nmutil::cmddistributor::EXECUTION_INTERRUPTED), nothing},
+        Failing{"FullQueue", fillQueue, nothing}, Failing{"TakenBack", nothing, takeBack},
+        Failing{"TypedTooMuch",
+                [](fake::FakeHost& host) {
+                    host.charBufferMode = true;
+                    host.onType = [](char16_t) { throw std::length_error("too much"); };
+                },
+                nothing},
+        Failing{"TypedForAPromptThatHasGone", [](fake::FakeHost& host) { host.charBufferMode = true; },
+                [](fake::FakeHost& host) { host.charBufferMode = false; }},
+        Failing{"TypedIntoAFullQueue",
+                [](fake::FakeHost& host) {
+                    host.charBufferMode = true;
+                    fillQueue(host);
+                },
+                nothing},
+        Failing{"TypedAndTakenBack", [](fake::FakeHost& host) { host.charBufferMode = true; }, takeBack}),
     [](const auto& row) { return row.param.name; });
 
 TEST_F(AsyncEvalServiceTest, failsRequestsWithoutAnInterpreterOrItsFiles) {

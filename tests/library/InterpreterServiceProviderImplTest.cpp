@@ -165,19 +165,27 @@ TEST_F(InterpreterServiceProviderImplTest, takesARequestThatTimesOutBeforeItBegi
 TEST_F(InterpreterServiceProviderImplTest, typesTheCodeWhileTheInterpreterReadsCharacters) {
     host_.charBufferMode = true;
     host_.prompt = nmutil::prompt::INPUT_PROMPT;
-    std::unique_ptr<EvalResponse> response;
-    std::thread client([&] { response = eval(u"Ada\n"); });
-    while (host_.distributor->enqueued().size() < 2) std::this_thread::yield();
-    const auto queued = host_.distributor->enqueued();
-    EXPECT_EQ(queued.at(0).options.whenToDequeue(), WhenToDequeue::Prompt);
-    EXPECT_EQ(queued.at(1).options.whenToDequeue(), WhenToDequeue::Default);
-    while (!host_.distributor->runNext(WhenToDequeue::Prompt)) std::this_thread::yield();
-    EXPECT_EQ(host_.typed, u"Ada\n");
+    std::vector<std::unique_ptr<EvalResponse>> responses(3);
+    std::vector<std::thread> clients;
+    for (std::size_t i = 0; i < responses.size(); ++i) {
+        clients.emplace_back(
+            [&, i] { responses[i] = eval(std::u16string(1, static_cast<char16_t>(u'a' + i))); });
+        while (host_.distributor->enqueued().size() <= i) std::this_thread::yield();
+    }
+    for (std::size_t i = 0; i < responses.size(); ++i) {
+        host_.charBufferMode = i < 2;  // the last one comes when the code has stopped to read
+        while (!host_.distributor->runNext(WhenToDequeue::Prompt)) std::this_thread::yield();
+    }
+    EXPECT_EQ(host_.typed, u"ab");
     host_.print(u"rest");
     host_.prompt = nmutil::prompt::BASE_PROMPT;
     EXPECT_TRUE(host_.distributor->runNext(WhenToDequeue::Default));
-    client.join();
-    EXPECT_EQ(response->responseStr, u"rest");
+    EXPECT_FALSE(host_.distributor->runNext());
+    for (auto& client : clients) client.join();
+    EXPECT_EQ(responses[0]->responseStr, u"");
+    EXPECT_EQ(responses[1]->responseStr, u"rest");
+    EXPECT_EQ(faults(*responses[0]) + faults(*responses[1]), "");
+    EXPECT_EQ(faults(*responses[2]), "NUMORA.CodeError: Request was cancelled before starting.;");
 }
 
 TEST_F(InterpreterServiceProviderImplTest, turnsFailuresOfTheQueueIntoFaults) {

@@ -1,10 +1,65 @@
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <future>
+#include <memory>
+#include <random>
 #include <string>
+#include <thread>
 
 #include "RunningInterpreter.h"
+#include "cmddistributor/CmdDistributor.h"
+#include "cmddistributor/CmdRequest.h"
+#include "cmddistributor/interpreterState.h"
+#include "connector/interpreter/ConnectorCmdWinSink.h"
+#include "fl/i18n/text.h"
+#include "services/prompt/prompt.h"
+#include "zvm/detail.h"
 
 namespace {
 
-class PromptTest : public RunningInterpreter {};
+class PromptTest : public RunningInterpreter {
+protected:
+    static constexpr int clients = 3;
+    static constexpr int timeLimitMs = 20'000;
+
+    /// What clients that answer at about the same time are answered with.
+    std::array<EvalResponse, clients> answerAtOnce(const std::array<std::string, clients>& lines) {
+        std::array<EvalResponse, clients> responses;
+        std::uniform_int_distribution<int> delay(0, 600);
+        for (std::size_t i = 0; i < clients; ++i) {
+            inBackground([this, &response = responses[i], line = fl::i18n::to_ustring(lines[i] + "\n"),
+                          wait = std::chrono::microseconds(delay(random_))] {
+                std::this_thread::sleep_for(wait);
+                response = eval(line, timeLimitMs);
+            });
+        }
+        joinBackground();
+        return responses;
+    }
+
+    /// What `question` says on the interpreter thread, at the prompt that is shown.
+    template <class Question>
+    auto onInterpreter(Question question) {
+        std::packaged_task<decltype(question())()> task(std::move(question));
+        const auto distributor = host_->zvm()->getCmdDistributor();
+        const auto id = zvm::detail::createID();
+        distributor->enqueue(id, std::make_shared<cmddistributor::PackagedTaskCmdRequest>([&] { task(); }),
+                             cmddistributor::RunOptions(cmddistributor::WhenToDequeue::Prompt), nullptr);
+        distributor->setReadyToExecute(id);
+        return task.get_future().get();
+    }
+    bool isLevelOpen() {
+        return onInterpreter([] {
+            return services::io::CmdWinSinkHandle::activeSink(false) ==
+                   connector::interpreter::ConnectorCmdWinSink::getInstance(false);
+        });
+    }
+
+private:
+    std::mt19937 random_{std::random_device{}()};
+};
 
 TEST_F(PromptTest, answersAnEvaluationThatAsksForInputAtOnceAndTheRestWithTheInput) {
     const EvalResponse asked = eval(u"name = input('Name? ')\nprint('Hello', name)\nname + '!'");
@@ -78,6 +133,68 @@ TEST_F(PromptTest, endsInputAtEndOfTransmission) {
     eval(u"one\ntwo\n");
     EXPECT_EQ(eval(u"\x04").promptType, 0);
     EXPECT_EQ(textOf(u"lines"), "['one\\n', 'two\\n']\n");
+}
+
+// An answer is typed or, when the prompt has gone meanwhile, refused or taken as code; nobody waits for ever,
+// and nobody gets another's text.
+TEST_F(PromptTest, answersEachOfManyClientsThatAnswerOnePromptWhileCallsRunThere) {
+    std::atomic<bool> isOver{false};
+    std::thread watching([&] {
+        for (bool isAside = false; !isOver; isAside = !isAside)
+            call(u"numora.workspace", {}, 1, isAside ? "ppe" : "prompt");
+    });
+    for (int prompt = 0; prompt < 1000 && !HasFailure(); ++prompt) {
+        EXPECT_EQ(eval(u"answer = input()\nanswer", timeLimitMs).promptType, 3) << prompt;
+        const std::string suffix = "-" + std::to_string(prompt);
+        const std::array<std::string, clients> lines{"'a" + suffix + "'", "'b" + suffix + "'",
+                                                     "'c" + suffix + "'"};
+        const auto responses = answerAtOnce(lines);
+        int typed = 0;
+        for (std::size_t i = 0; i < clients; ++i) {
+            const std::string answer = text(responses[i]);
+            const bool isRefused = answer.empty() && responses[i].faults.size() == 1 &&
+                                   responses[i].faults[0].message == "Request was cancelled before starting.";
+            const bool isTyped = answer == '"' + lines[i] + "\"\n";
+            EXPECT_TRUE(isRefused || isTyped || answer == lines[i] + '\n') << prompt << ": " << answer;
+            typed += isTyped ? 1 : 0;
+        }
+        EXPECT_EQ(typed, 1) << prompt;
+        EXPECT_FALSE(isLevelOpen()) << prompt;
+    }
+    isOver = true;
+    watching.join();
+}
+
+TEST_F(PromptTest, keepsWhatBecomesOfAnAnswerFromTheCodeThatReads) {
+    eval(
+        u"import threading\n"
+        u"goes_on = threading.Event()\n"
+        u"lines = [input()]\n"
+        u"while not goes_on.is_set():\n"
+        u"    try: goes_on.wait()\n"
+        u"    except KeyboardInterrupt: pass\n"
+        u"for i in range(2):\n"
+        u"    try: lines.append(input())\n"
+        u"    except Exception as error: lines.append(error)");
+    inBackground([this] { EXPECT_EQ(eval(u"released\n").faults.size(), 1U); });
+    ASSERT_TRUE(eventually([] { return !services::prompt::detail::isInCharBufferMode(); }));
+    interrupt();
+    joinBackground();
+    call(u"goes_on.set", {}, 0, "ppe");
+    ASSERT_TRUE(eventually([] { return services::prompt::detail::isInCharBufferMode(); }));
+    EXPECT_EQ(eval(u"2\n").promptType, 3);
+    EXPECT_EQ(eval(std::u16string((1U << 20U) + 1, u'x')).faults.size(), 1U);
+    EXPECT_EQ(eval(u"3\n").promptType, 0);
+    EXPECT_EQ(textOf(u"lines"), "['released', '2', '3']\n");
+}
+
+TEST_F(PromptTest, hasTheStatusesOfTheEvaluationThatWaits) {
+    eval(u"1 / 0");
+    eval(u"if True:");
+    eval(u"input()");
+    EXPECT_EQ(onInterpreter(&mnGetExecutionStatus), nmutil::cmddistributor::EXECUTION_OK);
+    EXPECT_EQ(onInterpreter(&mnGetCodeBlockStatus), 0);
+    eval(u"\n");
 }
 
 TEST_F(PromptTest, refusesToReadOnAnotherThread) {

@@ -24,6 +24,7 @@ namespace connector::interpreter::v1 {
 class FEvalResponse;
 class NumoraFevalJsonResult;
 class PendingRequest;
+class TypedLevels;
 template <class T>
 class PendingPromise;
 
@@ -80,7 +81,8 @@ private:
     void sendEvalRequest(StatusToken& token, EvalResponse& response, const Eval& request,
                          const Context& context);
     /// Types the code into the type-ahead buffer, within a capture level of its own, and waits until that is
-    /// closed.
+    /// closed. Where no code waits for it any more when its turn comes, nothing is typed and it counts as
+    /// cancelled.
     void sendRawCharsToBuffer(StatusToken& token, EvalResponse& response, const Eval& request,
                               const Context& context);
     /// Waits for the result or the time limit; then `interrupt` stops what the request waits for.
@@ -115,6 +117,7 @@ private:
     const std::shared_ptr<zvm::ZVM> zvm_;
     const std::shared_ptr<DequeMode>
         dequeMode_;  ///< shared with the listener, which may outlive this object for a moment
+    const std::shared_ptr<TypedLevels> typedLevels_;  ///< shared with tasks in the interpreter's queue
     std::vector<std::unique_ptr<connector::reactive_streams::Canceller>> listeners_;
     std::list<std::weak_ptr<PendingRequest>> pending_ GUARDED_BY(mutex_);
     std::uint64_t lastInterrupt_ GUARDED_BY(mutex_) = 0;  ///< milliseconds of the system clock
