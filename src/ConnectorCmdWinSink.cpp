@@ -316,12 +316,15 @@ void ConnectorCmdWinSink::addFault(common::v1::Fault fault) {
     state().flags.faults.push_back(std::move(fault));
 }
 
+bool ConnectorCmdWinSink::isWaitedFor() const { return !state().promises.empty(); }
+
 void ConnectorCmdWinSink::errorProcessed() {
     logger.debug("errorProcessed:");
     state().flags.hadReportableError = true;
 }
 
 void ConnectorCmdWinSink::suggestionCallback(const SuggestionEvent& event) {
+    if (event.isElsewhere()) return;
     MutexLock lock(state().mutex);
     state().suggestion = event.getText();
 }

@@ -414,12 +414,13 @@ void Interpreter::evaluate(const std::u16string& code, iqm::Workspace&) {
 // A suggestion for captured code becomes part of its response, and is no news to others.
 void Interpreter::showFailure(const CodeError& failure) {
     if (executionStatus_ == nmutil::cmddistributor::EXECUTION_INTERRUPTED) {
-        CmdWinSinkHandle::activeSink(false)->ctrlCProcessed();
+        window(false)->ctrlCProcessed();
     }
     showError(failure.exception);
     if (!failure.suggestion) return;
-    const bool isQuiet = recipient() == Recipient::Capture;
-    raiseUnlocked(events_, numora::lang::correction::SuggestionEvent(*failure.suggestion, isQuiet));
+    const bool isCaptured = recipient() == Recipient::Capture;
+    raiseUnlocked(events_,
+                  numora::lang::correction::SuggestionEvent(*failure.suggestion, isCaptured, !isCaptured));
 }
 
 // Runs what may run user code as code with a number of its own, so that interrupts can be meant for it.
@@ -460,14 +461,16 @@ bool Interpreter::setInterruptPending(bool pending) {
 bool Interpreter::isCodeBlockComplete(const std::u16string& code) { return runner_->isComplete(code); }
 
 // An error is shown once: to the request's own callback if it has one, else in the window and, unless that
-// captures, as an event.
+// captures, as an event. The callback of a request that was captured and is answered has nobody to tell.
 void Interpreter::showError(const RuntimeException& error) {
     const nmutil::io::PrintableErrorEvent event(error.getText(), error);
-    if (!active_.empty() && active_.back()->options.printableErrorCallback()) {
+    const bool isAnswered =
+        recipient() == Recipient::Terminal && !CmdWinSinkHandle::activeSink(true)->isWaitedFor();
+    if (!isAnswered && !active_.empty() && active_.back()->options.printableErrorCallback()) {
         active_.back()->options.printableErrorCallback()(event);
         return;
     }
-    CmdWinSinkHandle::activeSink(true)->doPrintableError(std::u16string(error.getText()));
+    window(true)->doPrintableError(std::u16string(error.getText()));
     if (recipient() != Recipient::Capture) raiseUnlocked(events_, event);
 }
 
@@ -513,8 +516,18 @@ const QueuedRequest* Interpreter::requestOfThread() const {
 Interpreter::Recipient Interpreter::recipient() const {
     const QueuedRequest* request = requestOfThread();
     if (request != nullptr && request->options.getOutSink()) return Recipient::OwnSink;
-    const bool isTerminal = CmdWinSinkHandle::activeSink(false) == terminal_->getSink(false);
-    return isTerminal ? Recipient::Terminal : Recipient::Capture;
+    return isCaptured() ? Recipient::Capture : Recipient::Terminal;
+}
+
+// What nobody waits for in a captured window is for those who watch the terminal's.
+bool Interpreter::isCaptured() const {
+    const auto& active = CmdWinSinkHandle::activeSink(false);
+    return active->isWaitedFor() && active != terminal_->getSink(false);
+}
+
+std::shared_ptr<services::io::CmdWinSink> Interpreter::window(bool isError) const {
+    return recipient() == Recipient::Capture ? CmdWinSinkHandle::activeSink(isError)
+                                             : terminal_->getSink(isError);
 }
 
 void Interpreter::print(nmutil::io::StreamTypeEnum stream, std::u16string_view text) {
@@ -529,8 +542,7 @@ void Interpreter::print(nmutil::io::StreamTypeEnum stream, std::u16string_view t
         if (sink) return write(sink);
     }
     // A window that captures takes standard error in the order printed; only the terminal tells them apart.
-    const auto& active = CmdWinSinkHandle::activeSink(false);
-    if (active != terminal_->getSink(false)) return write(active);
+    if (isCaptured()) return write(CmdWinSinkHandle::activeSink(false));
     write(terminal_->getSink(isError));
     static const foundation::msg_svc::eventmgr::TypeInformation type(nmutil::io::SinkTextEvent::typeName);
     if (!events_->hasSubscriptions(type)) return;
@@ -595,7 +607,7 @@ void Interpreter::changeWindow(void (services::io::CmdWinSink::*change)()) {
     if (isAside_ && isInterpreterThread()) return;
     drainOutput();
     const Recipient to = recipient();
-    if (to != Recipient::OwnSink) (*CmdWinSinkHandle::activeSink(false).*change)();
+    if (to != Recipient::OwnSink) (*window(false).*change)();
     if (to != Recipient::Capture) raiseUnlocked(events_, Event());
 }
 

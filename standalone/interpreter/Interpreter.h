@@ -118,6 +118,9 @@ private:
     const QueuedRequest* requestOfThread() const;
     Recipient recipient() const;
 
+    bool isCaptured() const;
+    /// The command window of the calling thread's code.
+    std::shared_ptr<services::io::CmdWinSink> window(bool isError) const;
     // InterpreterServices
     void print(nmutil::io::StreamTypeEnum stream, std::u16string_view text) override;
     bool postText(nmutil::io::StreamTypeEnum stream, std::u16string_view text);

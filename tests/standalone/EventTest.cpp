@@ -28,6 +28,7 @@
 #include "nmutil/utils/InputRequestEvent.h"
 #include "nmutil/utils/IqmInputRequestEvent.h"
 #include "numora/lang/correction/SuggestionEvent.h"
+#include "services/prompt/prompt.h"
 #include "zvm/detail.h"
 
 namespace {
@@ -148,10 +149,10 @@ protected:
     }
 
     /// Runs a request that nobody captures, with sinks of its own or else on the terminal, to its end.
-    void run(std::shared_ptr<cmddistributor::CmdRequest> request, const Sinks& sinks) {
-        cmddistributor::RunOptions options;
-        if (sinks.first)
-            options = {sinks.first, sinks.second, cmddistributor::WhenToDequeue::Default, {}, {}};
+    void run(std::shared_ptr<cmddistributor::CmdRequest> request, const Sinks& sinks,
+             cmddistributor::WhenToDequeue when = cmddistributor::WhenToDequeue::Default) {
+        cmddistributor::RunOptions options(when);
+        if (sinks.first) options = {sinks.first, sinks.second, when, {}, {}};
         const auto distributor = host_->zvm()->getCmdDistributor();
         const auto end = std::make_shared<EndOfRequest>(history_);
         const auto id = zvm::detail::createID();
@@ -277,6 +278,30 @@ TEST_F(EventTest, showsTheErrorAndSuggestionOfAStreamBeforeItsEndAndThoseOfACapt
                 ElementsAre("base runs", "error NUMORA:NameError", "suggest print", "base idle", "end"));
     EXPECT_THAT(textOf(u"prnt(1)"), HasSubstr("Did you mean: print ?"));
     EXPECT_THAT(history_.take(), ElementsAre("base runs", "quietly suggest print", "base idle"));
+}
+
+TEST_F(EventTest, leavesToStreamsWhatNoCapturedEvaluationWaitsForAnyMore) {
+    onSinkText();
+    eval(u"import numora\nx = input('?')\nprint(x)\nnumora.clc()\nprnt(1)");
+    history_.take();
+    run(std::make_shared<cmddistributor::PackagedTaskCmdRequest>([] {
+            for (const char16_t unit : {u'1', u'\n'}) services::io::rawModeCharHandler(unit);
+        }),
+        {}, cmddistributor::WhenToDequeue::Prompt);
+    ASSERT_TRUE(eventually([this] { return history_.has("base idle"); }));
+    EXPECT_THAT(history_.take(), ElementsAre("end", "code runs", "text 0 1", "text 0 \n", "clear",
+                                             "error NUMORA:NameError", "suggest print", "base idle"));
+    EXPECT_EQ(textOf(u"x"), "'1'\n");
+}
+
+TEST_F(EventTest, showsTheErrorAndSuggestionOfAStreamToItAndNotToWhoAnswersItsPrompt) {
+    inBackground([this] { stream(u"x = input()\nprnt(1)"); });
+    ASSERT_TRUE(eventually([this] { return history_.has("code input"); }));
+    const auto answer = eval(u"1\n");
+    joinBackground();
+    EXPECT_EQ(text(answer), "");
+    EXPECT_FALSE(answer.isError);
+    EXPECT_TRUE(history_.has("error NUMORA:NameError") && history_.has("suggest print"));
 }
 
 TEST_F(EventTest, raisesTextThatGoesToTheTerminalAndNoOther) {

@@ -67,6 +67,8 @@ public:
     void requestInput() override;
     /// Adds `text` to the error text of the level.
     void doPrintableError(std::u16string&& text) override;
+    /// False while every open level has been answered, as that of code that waits for input.
+    bool isWaitedFor() const override;
 
 protected:
     explicit ConnectorCmdWinSink(std::shared_ptr<nmutil::io::UnicodeStreamBuf> buffer)

@@ -29,6 +29,8 @@ public:
     virtual void requestInput() {}
     /// The text of an error that ended the running code.
     virtual void doPrintableError(std::u16string&&) {}
+    /// Whether somebody waits for what is shown here. Where not, it belongs in the host's own window.
+    virtual bool isWaitedFor() const { return true; }
 };
 
 /// Makes the sinks of one kind of command window.

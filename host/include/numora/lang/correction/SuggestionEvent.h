@@ -12,16 +12,19 @@ class SuggestionEvent : public foundation::msg_svc::eventmgr::BaseEvent {
 public:
     static constexpr const char16_t* typeName = u"numora::lang::correction::SuggestionEvent";
 
-    /// `isQuiet` marks a suggestion that belongs to the text of an evaluation but is not announced by itself.
-    explicit SuggestionEvent(std::u16string text, bool isQuiet = false)
-        : BaseEvent({typeName}), text_(std::move(text)), isQuiet_(isQuiet) {}
+    /// A suggestion goes where its error goes. `isQuiet` marks one that belongs to the text of a captured
+    /// evaluation and is not announced by itself, `isElsewhere` one whose error no command window shows.
+    explicit SuggestionEvent(std::u16string text, bool isQuiet = false, bool isElsewhere = false)
+        : BaseEvent({typeName}), text_(std::move(text)), isQuiet_(isQuiet), isElsewhere_(isElsewhere) {}
 
     const std::u16string& getText() const { return text_; }
     bool isQuiet() const { return isQuiet_; }
+    bool isElsewhere() const { return isElsewhere_; }
 
 private:
     std::u16string text_;
     bool isQuiet_;
+    bool isElsewhere_;
 };
 
 }  // namespace numora::lang::correction
