@@ -197,6 +197,12 @@ void ConnectorCmdWinSink::preEval(std::shared_ptr<StatusPromise> promise) {
     }
 }
 
+void ConnectorCmdWinSink::abandonEval() {
+    state().promises.pop_front();
+    --state().nestingLevel;
+    closeWindowIfIdle();
+}
+
 void ConnectorCmdWinSink::postEval() { popNesting(); }
 
 void ConnectorCmdWinSink::shutdown() {

@@ -25,9 +25,15 @@ void ConnectorEvalPlugin::pre() {
     savedRows_ = ioGetNumWindowRows();
     ConnectorCmdWinSink::preEval(request.promise());
     licenceBusy = true;
-    if (request.columns() > 0) {
+    if (request.columns() <= 0) return;
+    try {
         ioSetNumWindowColumns(static_cast<std::uint64_t>(request.columns()));
         ioSetNumWindowRows(static_cast<std::uint64_t>(std::max(request.rows(), 0)));
+    } catch (...) {
+        // The code does not run, and there is no `post`; the client is told why by the request's own end.
+        ConnectorCmdWinSink::abandonEval();
+        restoreWindow();
+        throw;
     }
 }
 
@@ -42,10 +48,14 @@ void ConnectorEvalPlugin::post() {
     ConnectorCmdWinSink::postEval();
 }
 
-void ConnectorEvalPlugin::restoreHost() {
+void ConnectorEvalPlugin::restoreWindow() {
+    licenceBusy = false;
     ioSetNumWindowColumns(savedColumns_);
     ioSetNumWindowRows(savedRows_);
-    licenceBusy = false;
+}
+
+void ConnectorEvalPlugin::restoreHost() {
+    restoreWindow();
     IInterpreter::GetInterpreterBridge()->notifyEvalEnd(true);
     UserEvalPlugin::post();
     inDispatchPendingInterests();

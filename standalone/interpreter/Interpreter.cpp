@@ -324,6 +324,7 @@ std::unique_ptr<IIPResult> Interpreter::runRequest(QueuedRequest& queued) {
 
 std::unique_ptr<IIPResult> Interpreter::runFunctionCall(QueuedRequest& queued,
                                                         const cmddistributor::FEvalIIP& iip) {
+    prepareCode();
     PromptScope prompt(prompts_);
     std::vector<matrix::ArrayPtr> outputs;
     interruptibly([&] {
@@ -382,12 +383,20 @@ std::unique_ptr<IIPResult> Interpreter::runPlugin(QueuedRequest& queued,
     return plugin->createResult(std::move(failure));
 }
 
-void Interpreter::evaluate(const std::u16string& code, iqm::Workspace&) {
-    if (columns_ != shownColumns_ || rows_ != shownRows_) {
-        python_->setWindow(columns_, rows_);
-        shownColumns_ = columns_;
-        shownRows_ = rows_;
+// What the code that begins is to see and to report: the window's size, and no status of code before it.
+void Interpreter::prepareCode() {
+    if (codeNumber_ == 0) {
+        codeBlockStatus_ = 0;
+        executionStatus_ = nmutil::cmddistributor::EXECUTION_OK;
     }
+    if (columns_ == shownColumns_ && rows_ == shownRows_) return;
+    python_->setWindow(columns_, rows_);
+    shownColumns_ = columns_;
+    shownRows_ = rows_;
+}
+
+void Interpreter::evaluate(const std::u16string& code, iqm::Workspace&) {
+    prepareCode();
     PromptScope prompt(prompts_);
     CodeRunner::Result result = CodeRunner::Result::Failed;
     interruptibly([&] {

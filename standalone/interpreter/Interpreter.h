@@ -102,6 +102,7 @@ private:
     std::unique_ptr<cmddistributor::IIPResult> runPlugin(QueuedRequest& queued,
                                                          const std::shared_ptr<cmddistributor::IIP>& iip);
     void interruptibly(const std::function<void()>& action);
+    void prepareCode();
     void tidyUp();
     std::unique_ptr<cmddistributor::IIPResult> runFunctionCall(QueuedRequest& queued,
                                                                const cmddistributor::FEvalIIP& iip);
@@ -117,10 +118,10 @@ private:
     enum class Recipient { OwnSink, Capture, Terminal };
     const QueuedRequest* requestOfThread() const;
     Recipient recipient() const;
-
     bool isCaptured() const;
     /// The command window of the calling thread's code.
     std::shared_ptr<services::io::CmdWinSink> window(bool isError) const;
+
     // InterpreterServices
     void print(nmutil::io::StreamTypeEnum stream, std::u16string_view text) override;
     bool postText(nmutil::io::StreamTypeEnum stream, std::u16string_view text);

@@ -119,6 +119,7 @@ public:
     bool inCompiledExtension = false;
     std::uint64_t rows = 24;
     std::uint64_t columns = 80;
+    std::function<void(std::uint64_t rows)> onSetRows;  ///< called first, and may throw
     bool interruptEnabled = false;
     std::atomic<bool> interruptPending{false};
     bool hasEventManager = true;
@@ -186,7 +187,10 @@ private:
     }
     std::uint64_t windowRows() override { return rows; }
     std::uint64_t windowColumns() override { return columns; }
-    void setWindowRows(std::uint64_t value) override { rows = value; }
+    void setWindowRows(std::uint64_t value) override {
+        if (onSetRows) onSetRows(value);
+        rows = value;
+    }
     void setWindowColumns(std::uint64_t value) override { columns = value; }
 
     bool isSignalThread() override { return false; }

@@ -102,6 +102,16 @@ TEST_F(ConnectorEvalPluginTest, answersAnEvaluationThatAskedForInputOnce) {
     EXPECT_EQ(evaluate(0, 0).get().output, u"code");
 }
 
+TEST_F(ConnectorEvalPluginTest, leavesNothingBehindWhenTheWindowSizeIsRefused) {
+    host.onSetRows = [](std::uint64_t rows) {
+        if (rows == 50) throw std::runtime_error("host");
+    };
+    EXPECT_THROW(evaluate(120, 50).get(), RuntimeException);
+    EXPECT_EQ(services::io::CmdWinSinkHandle::activeSink(false), host.window);
+    EXPECT_EQ(host.columns, 80U);
+    EXPECT_FALSE(ConnectorEvalPlugin::isLicenceBusy());
+}
+
 TEST_F(ConnectorEvalPluginTest, answersTheClientWhenTheHostFailsAfterTheCode) {
     host.onEvaluate = [this](const std::u16string& code) { host.print(code); };
     host.onPendingInterests = [] { throw std::runtime_error("host"); };

@@ -118,6 +118,7 @@ TEST_F(EvaluationTest, endsTheEvaluationAndNotTheProcessOnExit) {
 TEST_F(EvaluationTest, makesTheWindowSizeOfTheRequestVisible) {
     const std::u16string size = u"import shutil; tuple(shutil.get_terminal_size())";
     EXPECT_EQ(text(eval(size, 0, 111, 22)), "(111, 22)\n");
+    EXPECT_EQ(call(u"shutil.get_terminal_size"), "[[80,24]]");
     EXPECT_EQ(text(eval(size)), "(80, 24)\n");
     EXPECT_EQ(text(eval(u"import numpy\nprint(numpy.arange(9))", 0, 12, 5)), "[0 1 2 3 4\n 5 6 7 8]\n");
     EXPECT_EQ(text(eval(u"print(numpy.arange(9))", 0, 60, 5)), "[0 1 2 3 4 5 6 7 8]\n");

@@ -4,7 +4,7 @@
 
 #include "nmutil/cmddistributor/inExecutionStatus.h"
 
-/// How the evaluation that ended last, or is ending, went.  Threads: the interpreter thread.
+/// How the evaluation that runs, or else the last one, went so far.  Threads: the interpreter thread.
 nmutil::cmddistributor::inExecutionStatus mnGetExecutionStatus();
 
 /// 0 when the code was complete, 1 when it ended inside an open block.  Threads: the interpreter thread.

@@ -42,6 +42,8 @@ public:
     /// Opens a level that is answered through `promise`, which must not be null, and lets interrupts through.
     /// Throws: what the host throws, with the level not opened.
     static void preEval(std::shared_ptr<Promise<ConnectorExecutionStatuses>> promise);
+    /// Takes back the newest level, of an evaluation that cannot begin, and leaves its promise alone.
+    static void abandonEval();
     /// Closes the newest level. Nothing happens when none is open.
     /// Throws: std::runtime_error "Promise already resolved." when somebody else has answered, and what a
     /// continuation of the promise throws; the level is closed all the same.

@@ -17,7 +17,8 @@ public:
 
     explicit ConnectorEvalPlugin(iqm::PluginOptions options) : UserEvalPlugin(std::move(options)) {}
 
-    /// Throws: std::bad_cast, when the request carries no ConnectorEvalIIP; as ConnectorCmdWinSink::preEval.
+    /// Throws: std::bad_cast, when the request carries no ConnectorEvalIIP; as ConnectorCmdWinSink::preEval;
+    /// what the host throws at the window size. No level is open then.
     void pre() override;
     /// Throws: as ConnectorCmdWinSink::postEval, and what the host throws; the level is closed all the same.
     void post() override;
@@ -27,6 +28,7 @@ public:
     static bool isLicenceBusy();
 
 private:
+    void restoreWindow();
     void restoreHost();
 
     // The host's window size, from pre to post.
