@@ -31,7 +31,10 @@ Server::Server(const Parts& parts, const boost::asio::ip::address& address)
                ? nullptr
                : http::makeTlsContext(parts.options.tlsCertificate, parts.options.tlsKey)),
       listener_(context_, address, parts.options.port),
-      access_({.token = parts.options.token, .hosts = parts.options.hosts, .origins = parts.options.origins},
+      access_({.token = parts.options.token,
+               .hosts = parts.options.hosts,
+               .origins = parts.options.origins,
+               .isSecure = tls_ != nullptr},
               listener_.port()),
       files_(parts.options.console),
       connections_(std::make_shared<http::ConnectionTable>(parts.options.limits.connections)),
@@ -48,8 +51,7 @@ Server::Server(const Parts& parts, const boost::asio::ip::address& address)
                   .metrics = metrics_,
                   .unprovenBodies = parts.options.limits.unprovenBodies,
                   .isReady = parts.isReady,
-                  .snapshot = [this] { return snapshot(); },
-                  .isSecure = tls_ != nullptr}) {
+                  .snapshot = [this] { return snapshot(); }}) {
     listener_.start([this](boost::asio::ip::tcp::socket socket) {
         auto place = connections_->take();
         if (!place) return http::closeNow(socket);

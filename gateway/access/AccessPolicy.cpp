@@ -12,6 +12,9 @@ using http::equalsIgnoringCase;
 
 namespace {
 
+constexpr std::string_view plainScheme = "http://";
+constexpr std::string_view secureScheme = "https://";
+
 struct Authority {
     std::string_view name;  ///< an IPv6 address keeps its brackets
     std::string_view port;
@@ -26,22 +29,28 @@ Authority split(std::string_view authority, std::string_view defaultPort) {
     return {authority.substr(0, colon), authority.substr(colon + 1)};
 }
 
-std::string_view cookieValue(std::string_view cookies, std::string_view name) {
+// A page of another port may have set one of the same name, which comes first.
+template <class IsRight>
+bool anyCookie(std::string_view cookies, std::string_view name, IsRight isRight) {
     while (!cookies.empty()) {
         std::string_view pair = cookies.substr(0, cookies.find(';'));
         cookies.remove_prefix(std::min(cookies.size(), pair.size() + 1));
         while (pair.starts_with(' ')) pair.remove_prefix(1);
-        if (pair.size() > name.size() && pair.starts_with(name) && pair[name.size()] == '=') {
-            return pair.substr(name.size() + 1);
+        if (pair.size() > name.size() && pair.starts_with(name) && pair[name.size()] == '=' &&
+            isRight(pair.substr(name.size() + 1))) {
+            return true;
         }
     }
-    return {};
+    return false;
 }
 
 }  // namespace
 
 AccessPolicy::AccessPolicy(AccessOptions options, std::uint16_t port)
-    : options_(std::move(options)), port_(std::to_string(port)), cookieName_("numora-token-" + port_) {}
+    : options_(std::move(options)),
+      port_(std::to_string(port)),
+      cookieName_("numora-key-" + port_),
+      cookieKey_(derivedKey(options_.token, cookieName_)) {}
 
 bool AccessPolicy::isOwn(std::string_view name, std::string_view localAddress) const {
     constexpr std::array<std::string_view, 3> loopback = {"127.0.0.1", "localhost", "[::1]"};
@@ -69,13 +78,21 @@ bool AccessPolicy::isAllowedHost(const http::Request& request) const {
 bool AccessPolicy::isAllowedOrigin(const http::Request& request) const {
     const std::string_view origin = request.origin;
     if (origin.empty() || isForeignOrigin(origin)) return true;
-    constexpr std::string_view plain = "http://";
-    constexpr std::string_view secure = "https://";
-    if (origin.starts_with(plain)) {
-        return isAllowedAuthority(origin.substr(plain.size()), "80", request.localAddress);
+    const bool isSecure = origin.starts_with(secureScheme);
+    if (!isSecure && (options_.isSecure || !origin.starts_with(plainScheme))) return false;
+    const std::string_view defaultPort = isSecure ? "443" : "80";
+    const Authority page =
+        split(origin.substr(isSecure ? secureScheme.size() : plainScheme.size()), defaultPort);
+    if (page.port == port_ && isSecure == options_.isSecure && isOwn(page.name, request.localAddress)) {
+        return true;
     }
-    return origin.starts_with(secure) &&
-           isAllowedAuthority(origin.substr(secure.size()), "443", request.localAddress);
+    const Authority host = split(request.host, defaultPort);
+    const bool isOfHost = equalsIgnoringCase(page.name, host.name) && page.port == host.port;
+    return std::ranges::any_of(options_.hosts, [&](const std::string& configured) {
+        const Authority allowed = split(configured, "");
+        return equalsIgnoringCase(allowed.name, page.name) &&
+               (allowed.port.empty() ? isOfHost : allowed.port == page.port);
+    });
 }
 
 bool AccessPolicy::isForeignOrigin(std::string_view origin) const {
@@ -91,17 +108,18 @@ bool AccessPolicy::isAuthenticated(const http::Request& request) const {
         isToken(authorization.substr(scheme.size()))) {
         return true;
     }
-    return isToken(cookieValue(request.cookie, cookieName_)) ||
-           isToken(http::queryValue(request.query, "token"));
+    return isToken(http::queryValue(request.query, "token")) ||
+           anyCookie(request.cookie, cookieName_,
+                     [this](std::string_view value) { return isSameSecret(value, cookieKey_); });
 }
 
 bool AccessPolicy::isToken(std::string_view text) const noexcept {
     return isSameSecret(text, options_.token);
 }
 
-std::string AccessPolicy::setCookie(bool isSecure) const {
-    return cookieName_ + "=" + options_.token + "; Path=/; HttpOnly; SameSite=Strict" +
-           (isSecure ? "; Secure" : "");
+std::string AccessPolicy::setCookie() const {
+    return cookieName_ + "=" + cookieKey_ + "; Path=/; HttpOnly; SameSite=Strict" +
+           (options_.isSecure ? "; Secure" : "");
 }
 
 }  // namespace gateway::access

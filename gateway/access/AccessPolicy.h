@@ -13,13 +13,19 @@ struct AccessOptions {
     std::string token;                   ///< must not be empty
     std::vector<std::string> hosts{};    ///< further names of this server: with a port, or for every port
     std::vector<std::string> origins{};  ///< further origins whose pages may use it: "https://lab.example"
+    bool isSecure = false;               ///< connections are encrypted
 };
 
 /// Who may talk to the server.
 ///
 /// A page that a user happens to visit must not reach it. So a request's Host, which names what a browser
 /// thinks that it talks to, must be the loopback, the address that the connection has reached, or a
-/// configured name. Its Origin, which browsers add for pages, must be of such a host or a configured one.
+/// configured name. Its Origin, which browsers add for pages, must be that of this server, by scheme, host
+/// and port, or a configured one. A name that is configured for every port is this server's at the port in
+/// Host alone: other ports of the machine may be another user's.
+///
+/// Browsers get a cookie. Cookies do not know ports, so it is not the token but a key that is derived from it
+/// for this port, under a name with the port.
 ///
 /// Threads: every operation from any thread; nothing changes after construction.
 class AccessPolicy {
@@ -33,13 +39,13 @@ public:
     /// Whether the origin is one of those that were configured, so that browsers have to be told of it.
     bool isForeignOrigin(std::string_view origin) const;
 
-    /// Whether the request shows the token, in a header, the query or a cookie.
+    /// Whether the request shows the token, in a header or the query, or the key in any of its cookies.
     bool isAuthenticated(const http::Request& request) const;
     /// Compares in constant time.
     bool isToken(std::string_view text) const noexcept;
 
-    /// What makes a browser show the token with each later request: the value of Set-Cookie.
-    std::string setCookie(bool isSecure) const;
+    /// What makes a browser show the key with each later request: the value of Set-Cookie.
+    std::string setCookie() const;
 
 private:
     bool isOwn(std::string_view name, std::string_view localAddress) const;
@@ -48,8 +54,8 @@ private:
 
     const AccessOptions options_;
     const std::string port_;
-    /// Cookies are shared between the ports of a host, so the name has the port.
     const std::string cookieName_;
+    const std::string cookieKey_;
 };
 
 }  // namespace gateway::access

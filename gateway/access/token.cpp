@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include <openssl/crypto.h>
+#include <openssl/hmac.h>
 
 #include "requests/randomBits.h"
 
@@ -28,6 +29,16 @@ std::string tokenProblem(std::string_view token) {
                " letters, digits and -._~.";
     }
     return {};
+}
+
+std::string derivedKey(std::string_view secret, std::string_view purpose) {
+    std::string key(EVP_MAX_MD_SIZE, '\0');
+    unsigned size = 0;
+    HMAC(EVP_sha256(), secret.data(), static_cast<int>(secret.size()),
+         reinterpret_cast<const unsigned char*>(purpose.data()), purpose.size(),
+         reinterpret_cast<unsigned char*>(key.data()), &size);
+    key.resize(size);
+    return hexadecimal(key);
 }
 
 bool isSameSecret(std::string_view one, std::string_view other) noexcept {

@@ -26,6 +26,8 @@ void add(Names& names, const std::string& pattern) {
         names.error = errorText(405, "bad channel name");
     } else if (isMeta(pattern)) {
         names.error = errorText(403, pattern, "denied");
+    } else if (isOfNoInterpreter(pattern)) {
+        names.error = errorText(404, pattern, "no such interpreter");
     } else if (!isService(pattern)) {
         names.patterns.insert(pattern);
     }

@@ -32,6 +32,15 @@ bool isMeta(std::string_view channel) { return isIn(channel, "/meta"); }
 
 bool isService(std::string_view channel) { return isIn(channel, "/service"); }
 
+bool isOfNoInterpreter(std::string_view channel) {
+    constexpr std::string_view events = "/eventmgr/";
+    if (!channel.starts_with(events)) return false;
+    channel.remove_prefix(events.size());
+    const std::string_view number = channel.substr(0, channel.find('/'));
+    return number.find_first_not_of("0123456789") == std::string_view::npos &&
+           number.find_first_not_of('0') != std::string_view::npos;
+}
+
 bool isServersOwn(std::string_view channel) {
     return isIn(channel, "/eval/response") || isIn(channel, "/eventmgr") || isIn(channel, "/connector");
 }

@@ -19,6 +19,9 @@ bool isPortablePattern(std::string_view pattern);
 bool isMeta(std::string_view channel);
 bool isService(std::string_view channel);
 
+/// Whether events of an interpreter are asked for that is not there: this host has the one with the number 0.
+bool isOfNoInterpreter(std::string_view channel);
+
 /// Whether only services in this process may publish there.
 bool isServersOwn(std::string_view channel);
 

@@ -192,7 +192,7 @@ Reply Endpoints::page(Endpoint endpoint, const Request& request) const {
     }
 }
 
-// The token that the first visit shows in its address goes into a cookie, and out of the address.
+// The token that the first visit shows in its address goes out of it, and a key into a cookie.
 Reply Endpoints::console(const Request& request) const {
     if (request.path != "/" || queryValue(request.query, "token").empty()) {
         return parts_.files.get(request.path);
@@ -200,7 +200,7 @@ Reply Endpoints::console(const Request& request) const {
     auto reply = pageReply(303, "Numora Connector", "<a href=\"/\">The console</a>");
     reply.headers.emplace_back("Location", "/");
     if (parts_.access.isToken(queryValue(request.query, "token"))) {
-        reply.headers.emplace_back("Set-Cookie", parts_.access.setCookie(parts_.isSecure));
+        reply.headers.emplace_back("Set-Cookie", parts_.access.setCookie());
     }
     return reply;
 }

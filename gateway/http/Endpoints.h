@@ -40,7 +40,6 @@ public:
         std::ptrdiff_t unprovenBodies;
         std::function<bool()> isReady;
         std::function<metrics::Snapshot()> snapshot;
-        bool isSecure = false;  ///< connections are encrypted
     };
     explicit Endpoints(Parts parts);
 

@@ -10,6 +10,7 @@
 #include <boost/asio/ssl/context.hpp>
 #include <boost/asio/strand.hpp>
 #include <netinet/tcp.h>
+#include <openssl/err.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -43,6 +44,13 @@ void openAt(tcp::acceptor& acceptor, const tcp::endpoint& endpoint) {
     }
 }
 
+// Of errors of the system, which OpenSSL wraps, Asio knows no text.
+std::string reasonOf(const error_code& error) {
+    const auto code = static_cast<unsigned>(error.value());
+    if (!ERR_SYSTEM_ERROR(code)) return error.message();
+    return std::generic_category().message(ERR_GET_REASON(code));
+}
+
 // A client that vanishes without a word is noticed while its request runs, too.
 void setOptions(int descriptor) {
     const auto set = [descriptor](int level, int name, int value) {
@@ -63,14 +71,16 @@ std::shared_ptr<asio::ssl::context> makeTlsContext(const std::filesystem::path& 
     SSL_CTX_set_min_proto_version(context->native_handle(), TLS1_2_VERSION);
     // Where nobody answers, OpenSSL would ask at the terminal.
     context->set_password_callback([](auto, auto) { return std::string(); });
-    const auto use = [](const std::filesystem::path& file, const auto& action) {
+    const auto use = [](const std::filesystem::path& file, const char* what, const auto& action) {
         error_code error;
         action(error);
-        if (error) throw std::runtime_error("Cannot use " + file.string() + ": " + error.message());
+        if (!error) return;
+        throw std::runtime_error("Cannot use " + file.string() + " as a " + what +
+                                 " in PEM: " + reasonOf(error));
     };
-    use(certificate,
+    use(certificate, "certificate",
         [&](error_code& error) { context->use_certificate_chain_file(certificate.string(), error); });
-    use(key, [&](error_code& error) {
+    use(key, "key", [&](error_code& error) {
         context->use_private_key_file(key.string(), asio::ssl::context::pem, error);
     });
     return context;

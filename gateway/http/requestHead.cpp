@@ -24,6 +24,18 @@ Method methodOf(const ReceivedRequest& received) {
     }
 }
 
+// In its absolute form a target names the host itself, and the Host header has no meaning.
+std::string_view takeAuthority(std::string_view& target) {
+    for (const std::string_view scheme : {"http://", "https://"}) {
+        if (!equalsIgnoringCase(target.substr(0, scheme.size()), scheme)) continue;
+        target.remove_prefix(scheme.size());
+        const std::string_view authority = target.substr(0, target.find_first_of("/?"));
+        target.remove_prefix(authority.size());
+        return authority;
+    }
+    return {};
+}
+
 }  // namespace
 
 Request requestHead(const ReceivedRequest& received) {
@@ -33,15 +45,19 @@ Request requestHead(const ReceivedRequest& received) {
     };
     Request head;
     head.method = methodOf(received);
-    const std::string_view target(received.target().data(), received.target().size());
+    std::string_view target(received.target().data(), received.target().size());
+    const std::string_view authority = takeAuthority(target);
     const auto mark = std::min(target.find('?'), target.size());
-    head.path = target.substr(0, mark);
+    head.path = mark == 0 ? "/" : target.substr(0, mark);
     head.query = target.substr(std::min(mark + 1, target.size()));
-    if (received.count(field::host) == 1) head.host = text(field::host);
+    if (received.count(field::host) == 1) head.host = authority.empty() ? text(field::host) : authority;
     // Of several, one could be judged and another be meant.
     head.origin = received.count(field::origin) > 1 ? "null" : text(field::origin);
     head.authorization = text(field::authorization);
-    head.cookie = text(field::cookie);
+    const auto cookies = received.equal_range(field::cookie);
+    for (auto cookie = cookies.first; cookie != cookies.second; ++cookie) {
+        head.cookie.append(cookie->value().data(), cookie->value().size()).append(";");
+    }
     head.contentType = text(field::content_type);
     head.contentEncoding = text(field::content_encoding);
     head.clientType = text("Connector-Client-Type");

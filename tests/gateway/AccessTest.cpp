@@ -51,14 +51,18 @@ struct OriginCase {
     std::uint16_t port = 0;
     std::string origin;
     bool isAllowed = false;
+    std::string host = "localhost";
 };
 class OriginTest : public testing::TestWithParam<OriginCase> {};
 
 TEST_P(OriginTest, isAllowedWhenItIsOfThisServerOrConfigured) {
-    const AccessPolicy policy(
-        {.token = "t", .hosts = {"proxy.example:443"}, .origins = {"https://lab.example"}}, GetParam().port);
+    const AccessPolicy policy({.token = "t",
+                               .hosts = {"proxy.example:443", "gate.example"},
+                               .origins = {"https://lab.example"},
+                               .isSecure = GetParam().port == 443},
+                              GetParam().port);
     Request request;
-    request.host = "localhost";
+    request.host = GetParam().host;
     request.localAddress = "192.0.2.7";
     request.origin = GetParam().origin;
     EXPECT_EQ(policy.isAllowedOrigin(request), GetParam().isAllowed);
@@ -68,7 +72,13 @@ INSTANTIATE_TEST_SUITE_P(
     Header, OriginTest,
     testing::Values(OriginCase{"None", 8350, "", true},
                     OriginCase{"Own", 8350, "http://localhost:8350", true},
-                    OriginCase{"OwnAddress", 8350, "https://192.0.2.7:8350", true},
+                    OriginCase{"OwnAddress", 8350, "http://192.0.2.7:8350", true},
+                    OriginCase{"OwnAddressWithAnotherScheme", 8350, "https://192.0.2.7:8350", false},
+                    OriginCase{"SchemeWithoutTls", 443, "http://localhost:443", false},
+                    OriginCase{"NameAtThePortOfHost", 8350, "http://gate.example:81", true,
+                               "gate.example:81"},
+                    OriginCase{"NameAtAnotherPort", 8350, "http://gate.example:82", false, "gate.example:81"},
+                    OriginCase{"NameOfAnotherHost", 8350, "http://gate.example:81", false, "localhost:81"},
                     OriginCase{"DefaultPortLeftOut", 80, "http://localhost", true},
                     OriginCase{"PortOfAnotherScheme", 80, "https://localhost", false},
                     OriginCase{"DefaultPortOfTls", 443, "https://localhost", true},
@@ -81,18 +91,29 @@ INSTANTIATE_TEST_SUITE_P(
                     OriginCase{"NoScheme", 8350, "localhost:8350", false}),
     [](const auto& info) { return info.param.name; });
 
-TEST(TokenTest, isFoundAmongOtherCookiesAndParameters) {
+TEST(TokenTest, isFoundInTheQueryAndItsKeyAmongOtherCookies) {
     const AccessPolicy policy({.token = "secret"}, 1);
     const auto withCookie = [&](const std::string& cookie) {
         Request request;
         request.cookie = cookie;
         return policy.isAuthenticated(request);
     };
-    EXPECT_TRUE(withCookie("a=b;numora-token-1=secret"));
-    EXPECT_TRUE(withCookie("numora-token-1=secret; z"));
-    EXPECT_FALSE(withCookie("x-numora-token-1=secret"));
-    EXPECT_FALSE(withCookie("numora-token-1=secret2"));
-    EXPECT_FALSE(withCookie("numora-token-1"));
+    const auto cookieOf = [](const AccessPolicy& server) {
+        const std::string text = server.setCookie();
+        return text.substr(0, text.find(';'));
+    };
+    const std::string cookie = cookieOf(policy);
+    const std::string name = cookie.substr(0, cookie.find('=') + 1);
+    EXPECT_EQ(cookie.find("secret"), std::string::npos);
+    EXPECT_TRUE(withCookie("a=b;" + cookie));
+    EXPECT_TRUE(withCookie(name + "wrong; " + cookie + "; z"));
+    const std::string key = cookie.substr(name.size());
+    const std::string ofAnotherPort = cookieOf(AccessPolicy({.token = "secret"}, 2));
+    for (const std::string& wrong : {"x-" + cookie, cookie + "2", name, name + "secret", ofAnotherPort,
+                                     name + ofAnotherPort.substr(ofAnotherPort.find('=') + 1)}) {
+        EXPECT_FALSE(withCookie(wrong)) << wrong;
+    }
+    EXPECT_FALSE(policy.isToken(key));
     const auto withQuery = [&](const std::string& query) {
         Request request;
         request.query = query;

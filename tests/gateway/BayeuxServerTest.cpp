@@ -156,6 +156,10 @@ INSTANTIATE_TEST_SUITE_P(
         MessageCase{"Meta", R"("channel":"/meta/subscribe","subscription":"/meta/**")",
                     R"("channel":"/meta/subscribe","successful":false,"error":"403:/meta/**:denied",)"
                     R"("subscription":"/meta/**")"},
+        MessageCase{
+            "NoSuchInterpreter", R"("channel":"/meta/subscribe","subscription":["/a","/eventmgr/77/x"])",
+            R"("channel":"/meta/subscribe","successful":false,)"
+            R"("error":"404:/eventmgr/77/x:no such interpreter","subscription":["/a","/eventmgr/77/x"])"},
         MessageCase{"Missing", R"("channel":"/meta/subscribe")",
                     R"("channel":"/meta/subscribe","successful":false,"error":"400::missing subscription")"},
         MessageCase{"None", R"("channel":"/meta/subscribe","subscription":[])",

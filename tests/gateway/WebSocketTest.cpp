@@ -84,6 +84,7 @@ TEST_F(WebSocketTest, carriesBayeuxMessages) {
     const auto response = upgrade(client);
     EXPECT_EQ(response.status, 101);
     EXPECT_EQ(response.header("sec-websocket-accept"), "s3pPLMBiTxaQ9kYGzzhZRbK+xOo=");
+    EXPECT_EQ(response.header("server"), "numora");
     EXPECT_EQ(askFor(client, "[]"), "[]");
     const std::string id = clientIdIn(askFor(client, handshake));
     EXPECT_EQ(id.size(), 40U);
