@@ -77,6 +77,7 @@ int runEval(const EvalOptions& options) {
         last = outcomeOf(*session, typed ? "" : code, *response);
         if (options.json) {
             printJson(*response, streams.output);
+            if (session->wasDropped()) complain(streams.error, last.faults.back());
         } else {
             print(last, streams);
         }

@@ -49,6 +49,10 @@ Evaluation outcomeOf(Session& session, const std::string& code, const Poco::JSON
     evaluation.failed = response.optValue("isError", false);
     evaluation.clearWindow = response.optValue("clearCommandWindow", false);
     addFaults(response, evaluation);
+    if (session.wasDropped()) {
+        evaluation.failed = true;
+        evaluation.faults.emplace_back("the code was not run: it waited when somebody interrupted");
+    }
     const int promptType = response.optValue("promptType", 0);
     if (promptType >= 1 && promptType <= 3) {
         evaluation.wants = Evaluation::Wants::Input;

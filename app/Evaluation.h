@@ -18,7 +18,7 @@ struct Evaluation {
     };
 
     std::string text;
-    std::vector<std::string> faults;  ///< each as "code: message"
+    std::vector<std::string> faults;  ///< each as "code: message", and that it was not run
     bool failed = false;
     bool clearWindow = false;
     Wants wants = Wants::Code;

@@ -205,7 +205,9 @@ HttpClient::Answer HttpClient::Impl::exchangeNow(http::request<http::string_body
     auto response = std::visit([&](auto& stream) { return exchangeOver(stream, request); }, *stream_);
     lastUse_ = Clock::now();
     if (!response.keep_alive()) stream_.reset();
-    return {.status = static_cast<int>(response.result_int()), .body = std::move(response.body())};
+    return {.status = static_cast<int>(response.result_int()),
+            .body = std::move(response.body()),
+            .isDropped = response.count("Connector-Dropped") > 0};
 }
 
 template <class Stream>

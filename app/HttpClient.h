@@ -33,6 +33,7 @@ public:
     struct Answer {
         int status;
         std::string body;
+        bool isDropped = false;  ///< what was asked for has not been done, for somebody's interrupt
     };
 
     explicit HttpClient(ServerAddress address);

@@ -62,7 +62,9 @@ StandardStreams RemoteSession::streams() const { return {STDIN_FILENO, STDOUT_FI
 
 Object::Ptr RemoteSession::request(const std::string& type, const Object::Ptr& message) {
     const Counted counted(underWay_);
-    return objectFrom(requests_.post("/" + type, connector::json::written(message)));
+    const auto answer = requests_.post("/" + type, connector::json::written(message));
+    wasDropped_ = answer.isDropped;
+    return objectFrom(answer);
 }
 
 // Responses say no more than the type. The one prompt that is left by code that did not run is that of an

@@ -24,6 +24,7 @@ public:
 
     StandardStreams streams() const override;
     Poco::JSON::Object::Ptr request(const std::string& type, const Poco::JSON::Object::Ptr& message) override;
+    bool wasDropped() const override { return wasDropped_; }
     nmutil::prompt::InputRequester promptAfter(const std::string& code) override;
     /// Another client may type it.
     void refuseInput() override {}
@@ -36,6 +37,7 @@ private:
     HttpClient requests_;
     HttpClient interrupts_;  ///< of the key's thread
     std::atomic<int> underWay_{0};
+    bool wasDropped_ = false;
     std::unique_ptr<InterruptKey> key_;  ///< last: uses the others
 };
 

@@ -13,6 +13,7 @@
 #include "connector/interpreter/v1/InterpreterJsonSerialization.h"
 #include "connector/interpreter/v1/Interrupt.h"
 #include "connector/interpreter/v1/MockInterpreterServiceProvider.h"
+#include "services/prompt/prompt.h"
 
 namespace app {
 
@@ -29,6 +30,9 @@ public:
         streaming = session_.host().requestCounter();
     }
     bool isReady() const override { return session_.host().requestGate()->isOpen(); }
+    bool isReadingInput() const override {
+        return isReady() && services::prompt::detail::isInCharBufferMode();
+    }
     int standardOutput() const override { return session_.host().standardOutput(); }
     int standardError() const override { return session_.host().standardError(); }
 

@@ -16,6 +16,8 @@ class ServeBackend {
 public:
     virtual ~ServeBackend() = default;
     virtual bool isReady() const = 0;
+    /// Whether code waits for what a client types.
+    virtual bool isReadingInput() const { return false; }
     /// The program's own standard output and error: file descriptors, valid as long as this is.
     virtual int standardOutput() const = 0;
     virtual int standardError() const = 0;

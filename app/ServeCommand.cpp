@@ -74,6 +74,7 @@ void allowFiles(gateway::GatewayOptions& options) {
 
 std::unique_ptr<gateway::Gateway> startGateway(gateway::GatewayOptions options, const ServeBackend& backend) {
     options.streaming = backend.streaming;
+    options.isReadingInput = [&backend] { return backend.isReadingInput(); };
     try {
         auto gateway = std::make_unique<gateway::Gateway>(
             *backend.messages, backend.framework, backend.serializer,

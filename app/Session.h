@@ -63,6 +63,10 @@ public:
     virtual Poco::JSON::Object::Ptr request(const std::string& type,
                                             const Poco::JSON::Object::Ptr& message) = 0;
 
+    /// Whether the last request was not run because somebody's interrupt came after it, which its response
+    /// does not say.
+    virtual bool wasDropped() const { return false; }
+
     /// The prompt at which an evaluation of `code`, empty when it was typed, has ended with prompt type 4,
     /// which stands for several. To be called before the next request.  Throws: as `request`.
     virtual nmutil::prompt::InputRequester promptAfter(const std::string& code) = 0;

@@ -29,7 +29,7 @@ import urllib.parse
 
 import websockets
 
-__all__ = ["CallError", "Client", "Disconnected", "EvalResult", "Event", "Message"]
+__all__ = ["CallError", "Client", "Disconnected", "Dropped", "EvalResult", "Event", "Message"]
 
 _RESPONSES = "/eval/response/"
 _REPLY_TIME = 30.0  # seconds until a message that the server acknowledges at once counts as lost
@@ -45,6 +45,10 @@ class CallError(Exception):
     def __init__(self, message, identifier=""):
         super().__init__(message)
         self.identifier = identifier
+
+
+class Dropped(CallError):
+    """The code was not run: it waited when somebody interrupted."""
 
 
 class _Later(Exception):
@@ -180,7 +184,10 @@ class Client:
     # --- the verbs ---------------------------------------------------------------------------------------------------
 
     async def eval(self, code, timeout=0):
-        """Runs code and returns what it printed; `timeout` is in whole seconds, 0 for none."""
+        """Runs code and returns what it printed; `timeout` is in whole seconds, 0 for none.
+
+        Raises Dropped when the code was not run because of an interrupt that came while it waited.
+        """
         answer = await self._call("connector/v1/Eval", {"mcode": code, "timeout": timeout})
         faults = [(f["faultCode"], f["message"]) for f in answer.get("messageFaults", [])]
         return EvalResult(answer["responseStr"], answer["isError"], answer["promptType"],
@@ -280,6 +287,8 @@ class Client:
             self._answers.pop(identity, None)
         if not answer.get("successful", True):
             raise CallError(answer.get("error") or json.dumps(answer["data"]))
+        if ((answer.get("ext") or {}).get("connector") or {}).get("dropped"):
+            raise Dropped("the code was not run: it waited when somebody interrupted")
         return answer["data"]
 
     async def _request(self, channel, identity=None, **members):

@@ -77,6 +77,7 @@ private:
         std::string members = idMember_;
         if (answer.status == 200) {
             members += R"(,"successful":true)";
+            if (answer.isDropped) members += R"(,"ext":{"connector":{"dropped":true}})";
         } else {
             members += R"(,"successful":false,"error":)" + connector::json::quoted(errorOf(answer, channel_));
         }

@@ -220,6 +220,7 @@ void Endpoints::addCommonHeaders(Reply& reply, const std::string& origin) const 
     if (parts_.access.isForeignOrigin(origin)) {
         reply.headers.emplace_back("Access-Control-Allow-Origin", origin);
         reply.headers.emplace_back("Access-Control-Allow-Credentials", "true");
+        reply.headers.emplace_back("Access-Control-Expose-Headers", "Connector-Dropped");
         reply.headers.emplace_back("Vary", "Origin");
     }
 }

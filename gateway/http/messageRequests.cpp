@@ -86,6 +86,7 @@ Reply replyFrom(Answer answer) {
     if (answer.retrySeconds > 0) {
         reply.headers.emplace_back("Retry-After", std::to_string(answer.retrySeconds));
     }
+    if (answer.isDropped) reply.headers.emplace_back("Connector-Dropped", "true");
     return reply;
 }
 
@@ -125,7 +126,8 @@ void submitEnvelope(RequestDispatcher& dispatcher, const Request& request, std::
     const auto answered = [done, contextMember](Answer answer) {
         if (answer.status == 200) {
             answer.json = "{\"type\":" + connector::json::quoted(answer.type) +
-                          ",\"message\":" + answer.json + *contextMember + "}";
+                          ",\"message\":" + answer.json + *contextMember +
+                          (answer.isDropped ? R"(,"ext":{"connector":{"dropped":true}}})" : "}");
         }
         done(replyFrom(std::move(answer)));
     };

@@ -1,5 +1,7 @@
 #include "requests/RequestDispatcher.h"
 
+#include <algorithm>
+#include <array>
 #include <atomic>
 #include <chrono>
 #include <exception>
@@ -13,6 +15,7 @@
 #include "log.h"
 #include "requests/WorkerPool.h"
 #include "requests/errorAnswer.h"
+#include "requests/lanes.h"
 #include "requests/randomBits.h"
 
 namespace gateway {
@@ -23,7 +26,9 @@ using connector::Message;
 using Context = std::shared_ptr<connector::common::ContextState>;
 
 constexpr const char* interruptType = "connector/v1/Interrupt";
-constexpr std::size_t interruptQueueLength = 1000;
+// Of the lanes beside that of the base prompt, which is as long as it is configured to be.
+constexpr std::size_t queueOfOthers = 100;
+constexpr std::size_t queueOfInterrupts = 1000;
 constexpr auto interruptInterval = std::chrono::milliseconds(100);
 constexpr std::string_view stoppedProvider = "Service exists but is not running.";
 
@@ -64,8 +69,15 @@ public:
          std::shared_ptr<connector::json::JsonSerializer> serializer, DispatcherOptions options)
         : framework_(std::move(framework)),
           serializer_(std::move(serializer)),
-          requests_(options.threads, options.queueLength, options.queueBytes),
-          interrupts_(1, interruptQueueLength) {}
+          isReadingInput_(std::move(options.isReadingInput)) {
+        for (auto& lane : lanes_) {
+            lane =
+                std::make_unique<WorkerPool>(options.threads, std::min(options.queueLength, queueOfOthers));
+        }
+        lane(Lane::BasePrompt) =
+            std::make_unique<WorkerPool>(options.threads, options.queueLength, options.queueBytes);
+        lane(Lane::Interrupt) = std::make_unique<WorkerPool>(1, queueOfInterrupts);
+    }
 
     void submit(const std::string& typeName, Poco::JSON::Object::Ptr message, Context context, Done done);
     void submitUnread(std::size_t bytes, std::function<Read()> read, Context context, Done done);
@@ -81,7 +93,8 @@ private:
         Done done;
     };
 
-    void queue(WorkerPool& lane, const std::shared_ptr<Request>& request, std::function<Answer()> work,
+    std::unique_ptr<WorkerPool>& lane(Lane lane) { return lanes_.at(static_cast<std::size_t>(lane)); }
+    void queue(Lane where, const std::shared_ptr<Request>& request, std::function<Answer()> work,
                std::size_t bytes);
     /// Reads, delivers, waits for the response and writes it.
     Answer run(Request& request);
@@ -99,9 +112,9 @@ private:
     mutable connector::Mutex mutex_;
     std::map<std::pair<std::string, std::string>, std::uint64_t> outcomes_ GUARDED_BY(mutex_);
 
+    const std::function<bool()> isReadingInput_;
     std::atomic<bool> isStopped_{false};
-    WorkerPool requests_;
-    WorkerPool interrupts_;
+    std::array<std::unique_ptr<WorkerPool>, laneCount> lanes_;
 };
 
 void RequestDispatcher::Impl::submit(const std::string& typeName, Poco::JSON::Object::Ptr message,
@@ -113,9 +126,9 @@ void RequestDispatcher::Impl::submit(const std::string& typeName, Poco::JSON::Ob
     if (!request->message) return finish(*request, failure(400, "A message is a JSON object."));
     stamp(*request->context);
     if (!request->message->has("uuid")) request->message->set("uuid", randomUuid());
-    WorkerPool& lane = isInterrupt(typeName) ? interrupts_ : requests_;
+    const Lane where = laneOf(typeName, *request->message, isReadingInput_ && isReadingInput_());
     queue(
-        lane, request, [this, request] { return run(*request); }, 0);
+        where, request, [this, request] { return run(*request); }, 0);
 }
 
 void RequestDispatcher::Impl::submitUnread(std::size_t bytes, std::function<Read()> read, Context context,
@@ -124,14 +137,14 @@ void RequestDispatcher::Impl::submitUnread(std::size_t bytes, std::function<Read
     const auto request =
         std::make_shared<Request>(Request{"unread", {}, std::move(context), std::move(done)});
     auto work = [this, request, read = std::move(read)] { return readAndRun(*request, read); };
-    queue(requests_, request, std::move(work), bytes);
+    queue(Lane::BasePrompt, request, std::move(work), bytes);
 }
 
-void RequestDispatcher::Impl::queue(WorkerPool& lane, const std::shared_ptr<Request>& request,
+void RequestDispatcher::Impl::queue(Lane where, const std::shared_ptr<Request>& request,
                                     std::function<Answer()> work, std::size_t bytes) {
-    switch (lane.submit({.run = [this, request, work = std::move(work)] { finish(*request, work()); },
-                         .refuse = [this, request] { finish(*request, stopped()); },
-                         .bytes = bytes})) {
+    switch (lane(where)->submit({.run = [this, request, work = std::move(work)] { finish(*request, work()); },
+                                 .refuse = [this, request] { finish(*request, stopped()); },
+                                 .bytes = bytes})) {
         case WorkerPool::Outcome::Taken:
             return;
         case WorkerPool::Outcome::Full:
@@ -179,7 +192,8 @@ Answer RequestDispatcher::Impl::deliver(std::unique_ptr<Message> message, const 
                   .json = connector::json::written(object),
                   .type = serializer_->typeNameOf(*response),
                   .retrySeconds = 0};
-    count(request.typeName, outcomeOf(*object));
+    answer.isDropped = request.context->getOr("requestDropped", false);
+    count(request.typeName, answer.isDropped ? "dropped" : outcomeOf(*object));
     return answer;
 }
 
@@ -209,12 +223,16 @@ void RequestDispatcher::Impl::count(const std::string& typeName, const std::stri
 }
 
 std::size_t RequestDispatcher::Impl::pending() const {
-    return requests_.queued() + requests_.running() + interrupts_.queued() + interrupts_.running();
+    const auto now = metrics();
+    return now.queued + now.running;
 }
 
 DispatcherMetrics RequestDispatcher::Impl::metrics() const {
-    DispatcherMetrics metrics{.queued = requests_.queued() + interrupts_.queued(),
-                              .running = requests_.running() + interrupts_.running()};
+    DispatcherMetrics metrics;
+    for (const auto& lane : lanes_) {
+        metrics.queued += lane->queued();
+        metrics.running += lane->running();
+    }
     const connector::MutexLock lock(mutex_);
     metrics.outcomes = outcomes_;
     return metrics;
@@ -222,12 +240,12 @@ DispatcherMetrics RequestDispatcher::Impl::metrics() const {
 
 // Also when no request runs: there may be code whose output is streamed.
 void RequestDispatcher::Impl::stop() {
-    requests_.close();
-    interrupts_.close();
+    for (const auto& lane : lanes_) lane->close();
     if (!isStopped_.exchange(true)) interrupt();
     // One interrupt may come before a request that was taken just now has reached its service.
-    while (!requests_.waitUntilIdle(interruptInterval)) interrupt();
-    while (!interrupts_.waitUntilIdle(interruptInterval)) continue;
+    for (const auto& lane : lanes_) {
+        while (!lane->waitUntilIdle(interruptInterval)) interrupt();
+    }
 }
 
 void RequestDispatcher::Impl::interrupt() {

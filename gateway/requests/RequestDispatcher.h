@@ -23,26 +23,30 @@ struct Answer {
     std::string json;      ///< the response's JSON object; for an error `{"error": "..."}`
     std::string type{};    ///< the response's type name; empty for an error
     int retrySeconds = 0;  ///< when trying again makes sense; 0 when it does not
+    /// The request, or one of its sequence, was not run because an interrupt came after it.
+    bool isDropped = false;
 };
 
 struct DispatcherOptions {
-    std::size_t threads = 16;
+    std::size_t threads = 16;  ///< of each lane
     std::size_t queueLength = 1000;
     std::size_t queueBytes = std::size_t{128} << 20;  ///< of bodies that are not read yet
+    /// Whether code waits for an evaluation to be its input. It must be quick; may be null.
+    std::function<bool()> isReadingInput{};
 };
 
 struct DispatcherMetrics {
     std::size_t queued = 0;
     std::size_t running = 0;
     /// How many requests of a type have ended in a way: "success", "error" (of the code), "timeout", "fault"
-    /// (another one) or "refused".
+    /// (another one), "dropped" or "refused".
     std::map<std::pair<std::string, std::string>, std::uint64_t> outcomes{};
 };
 
 /// Whether messages of the type are interrupts, which never wait behind other requests.
 bool isInterrupt(std::string_view typeName);
 
-/// Runs requests of clients on a bounded pool of threads, in which interrupts have a lane of their own.
+/// Runs requests of clients on bounded pools of threads, one for each lane.
 ///
 /// Statuses: 400 a body that the message's reader refuses; 404 a type name that is not registered, or whose
 /// messages no service takes; 429 no room in the queue; 500 the provider failed; 503 the provider is stopped,
@@ -75,8 +79,8 @@ public:
         Poco::JSON::Object::Ptr message;
     };
     /// The same for a body of so many `bytes` that reading it would hold up other clients: `read` does it on
-    /// a thread of the pool, may add to the context, and throws what the client is told with status 400. An
-    /// interrupt in such a body waits with the others.
+    /// a thread of the pool, may add to the context, and throws what the client is told with status 400. It
+    /// waits with those for the base prompt, whatever it is.
     void submitUnread(std::size_t bytes, std::function<Read()> read,
                       std::shared_ptr<connector::common::ContextState> context, Done done);
 

@@ -1,5 +1,6 @@
 #include "requests/WorkerPool.h"
 
+#include <system_error>
 #include <utility>
 
 namespace gateway {
@@ -7,19 +8,16 @@ namespace gateway {
 using connector::MutexLock;
 
 WorkerPool::WorkerPool(std::size_t threads, std::size_t queueLength, std::size_t queueBytes)
-    : capacity_(threads + queueLength), queueBytes_(queueBytes) {
-    try {
-        for (std::size_t i = 0; i < threads; ++i) threads_.emplace_back([this] { work(); });
-    } catch (...) {
-        close();
-        for (auto& thread : threads_) thread.join();
-        throw;
-    }
-}
+    : mostThreads_(threads), capacity_(threads + queueLength), queueBytes_(queueBytes) {}
 
 WorkerPool::~WorkerPool() {
     close();
-    for (auto& thread : threads_) thread.join();
+    std::vector<std::thread> threads;
+    {
+        const MutexLock lock(mutex_);
+        threads.swap(threads_);
+    }
+    for (auto& thread : threads) thread.join();
 }
 
 WorkerPool::Outcome WorkerPool::submit(Task task) {
@@ -28,11 +26,23 @@ WorkerPool::Outcome WorkerPool::submit(Task task) {
         if (isClosed_) return Outcome::Closed;
         // A thread that has not taken its task yet must not make the queue look full.
         if (queue_.size() + running_ >= capacity_ || task.bytes > queueBytes_ - bytes_) return Outcome::Full;
+        if (!hasThreadsLocked()) return Outcome::Full;
         bytes_ += task.bytes;
         queue_.push_back(std::move(task));
         wakeLocked();
     }
     return Outcome::Taken;
+}
+
+// Starts one where all are busy.
+bool WorkerPool::hasThreadsLocked() {
+    if (!waiting_.empty() || threads_.size() == mostThreads_) return true;
+    try {
+        threads_.emplace_back([this] { work(); });
+    } catch (const std::system_error&) {
+        return !threads_.empty();
+    }
+    return true;
 }
 
 void WorkerPool::close() {

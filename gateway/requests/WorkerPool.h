@@ -13,7 +13,8 @@
 
 namespace gateway {
 
-/// A fixed number of threads that run tasks in the order in which they come, with a bounded queue in front.
+/// Threads that run tasks in the order in which they come, with a bounded queue in front. There are as many
+/// as were ever needed at a time, up to a limit.
 ///
 ///     submitted --+-- Full or Closed: nothing is called
 ///                 '-- queued --+-- run, on a thread of the pool
@@ -38,8 +39,8 @@ public:
     WorkerPool(const WorkerPool&) = delete;
     WorkerPool& operator=(const WorkerPool&) = delete;
 
-    /// Full: as many tasks wait as may, beside one for each thread, or they hold too many bytes.
-    /// Blocks: never.
+    /// Full: as many tasks wait as may, beside one for each thread, or they hold too many bytes; or there is
+    /// no thread, and none can be had. Blocks: never.
     Outcome submit(Task task) EXCLUDES(mutex_);
 
     /// Refuses what is queued and what comes later.
@@ -58,10 +59,12 @@ private:
         bool isWoken = false;
     };
 
+    bool hasThreadsLocked() REQUIRES(mutex_);
     void work() EXCLUDES(mutex_);
     void waitLocked(connector::MutexLock& lock) REQUIRES(mutex_);
     void wakeLocked() REQUIRES(mutex_);
 
+    const std::size_t mostThreads_;
     const std::size_t capacity_;  ///< tasks queued and running
     const std::size_t queueBytes_;
 
@@ -74,7 +77,7 @@ private:
     std::size_t running_ GUARDED_BY(mutex_) = 0;
     bool isClosed_ GUARDED_BY(mutex_) = false;
 
-    std::vector<std::thread> threads_;  // last: they start once the rest exists
+    std::vector<std::thread> threads_ GUARDED_BY(mutex_);
 };
 
 }  // namespace gateway

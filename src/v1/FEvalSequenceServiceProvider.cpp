@@ -1,7 +1,9 @@
 #include "connector/interpreter/v1/FEvalSequenceServiceProvider.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cstddef>
+#include <cstdint>
 #include <exception>
 #include <stdexcept>
 #include <string>
@@ -16,6 +18,8 @@
 #include "connector/interpreter/v1/FEval.h"
 #include "v1/SequenceWorkers.h"
 #include "v1/log.h"
+#include "v1/responseRoom.h"
+#include "v1/whenToDequeue.h"
 
 namespace connector::interpreter::v1 {
 
@@ -28,6 +32,31 @@ using MessageFuture = connector::Future<MessagePtr>;
 bool hasHotlinks(const MessagePtr& message) {
     const auto* const feval = dynamic_cast<const FEval*>(message.get());
     return feval && feval->hotlinks;
+}
+
+/// What all requests of a sequence wait for, if that is the same.
+cmddistributor::WhenToDequeue whenToRun(const SequenceContainer& sequence) {
+    using cmddistributor::WhenToDequeue;
+    const auto whenToRunOne = [](const MessagePtr& message) {
+        const auto* const feval = dynamic_cast<const FEval*>(message.get());
+        return feval ? whenToDequeue(feval->dequeMode) : WhenToDequeue::Default;
+    };
+    if (sequence.messages.empty()) return WhenToDequeue::Default;
+    const WhenToDequeue first = whenToRunOne(sequence.messages.front());
+    const bool areAlike =
+        std::all_of(sequence.messages.begin(), sequence.messages.end(),
+                    [&](const MessagePtr& message) { return whenToRunOne(message) == first; });
+    return areAlike ? first : WhenToDequeue::Default;
+}
+
+// A request begins when the response before it has come. An interrupt is meant for those that have begun, so
+// what comes behind one is not older than it. The first one began with the sequence.
+void stampAnew(common::ContextState& context) {
+    using namespace std::chrono;
+    constexpr const char* key = "requestStartTime";
+    if (!context.has(key)) return;
+    const auto now = duration_cast<milliseconds>(system_clock::now().time_since_epoch());
+    context.set(key, static_cast<std::uint64_t>(now.count()));
 }
 
 /// One call under way. It is held by the task or the continuation that goes on with it: when that is
@@ -86,6 +115,7 @@ private:
         if (workers_->isStopped()) throw std::runtime_error("Service exists but is not running.");
         const auto framework = delivery_.framework.lock();
         if (!framework) throw std::runtime_error("There is no service framework to deliver to.");
+        if (next_ > 0) stampAnew(*context_);
         MessagePtr& request = requests_[next_++];
         const auto* const named = dynamic_cast<const connector::common::v1::Message*>(request.get());
         requestUuid_ = named ? named->uuid() : std::string();
@@ -106,6 +136,7 @@ private:
         if (auto* const named = dynamic_cast<connector::common::v1::Message*>(response.get())) {
             named->setUuid(requestUuid_);
         }
+        takeRoom(room_, response.get());
         responses_.push_back(std::move(response));
     }
 
@@ -135,24 +166,31 @@ private:
     std::vector<MessagePtr> requests_;
     std::vector<MessagePtr> responses_;
     std::size_t next_ = 0;
+    std::size_t room_ = FEvalSequenceServiceProvider::maxText;
     std::string requestUuid_;  ///< of the request whose response comes next
     MessageFuture awaited_;
 };
 
 }  // namespace
 
-FEvalSequenceServiceProvider::FEvalSequenceServiceProvider()
-    : workers_(std::make_shared<SequenceWorkers>()) {}
+FEvalSequenceServiceProvider::FEvalSequenceServiceProvider() {
+    for (auto& workers : workers_) workers = std::make_shared<SequenceWorkers>();
+}
 
-FEvalSequenceServiceProvider::~FEvalSequenceServiceProvider() { workers_->stop(); }
+FEvalSequenceServiceProvider::~FEvalSequenceServiceProvider() { doStop(); }
 
 MessageFuture FEvalSequenceServiceProvider::handle(std::unique_ptr<SequenceContainer>&& message) {
     const auto request = std::move(message);
-    return std::make_shared<FEvalSequence>(*request, workers_)->begin();
+    const auto& workers = workers_.at(static_cast<std::size_t>(whenToRun(*request)));
+    return std::make_shared<FEvalSequence>(*request, workers)->begin();
 }
 
-void FEvalSequenceServiceProvider::doStart() { workers_->start(); }
+void FEvalSequenceServiceProvider::doStart() {
+    for (const auto& workers : workers_) workers->start();
+}
 
-void FEvalSequenceServiceProvider::doStop() { workers_->stop(); }
+void FEvalSequenceServiceProvider::doStop() {
+    for (const auto& workers : workers_) workers->stop();
+}
 
 }  // namespace connector::interpreter::v1

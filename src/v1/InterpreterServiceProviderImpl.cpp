@@ -121,6 +121,7 @@ MessageFuture InterpreterServiceProviderImpl::handle(std::unique_ptr<Eval>&& mes
             break;
         }
         case Admission::Stale:
+            context->set("requestDropped", true);  // for who sends the response, which does not tell
             break;
         case Admission::Unavailable:
             response->isError = true;

@@ -16,32 +16,17 @@
 #include "v1/requestFaults.h"
 #include "v1/requestOptions.h"
 #include "v1/waiting.h"
+#include "v1/whenToDequeue.h"
 
 namespace connector::interpreter::v1 {
 
 namespace {
 
 using cmddistributor::FEvalIIP;
-using cmddistributor::WhenToDequeue;
 using fl::i18n::to_string;
 using ResultDelegate = cmddistributor::PromiseDelegateT<NumoraFevalJsonResult>;
 
 constexpr const char* calledFunction = "connector.internal.fevalJSON";
-
-WhenToDequeue whenToDequeue(std::string_view word) {
-    constexpr std::pair<std::string_view, WhenToDequeue> table[] = {
-        {"ppe", WhenToDequeue::Ppe},
-        {"pause", WhenToDequeue::Pause},
-        {"prompt", WhenToDequeue::Prompt},
-        {"non_debug_prompt", WhenToDequeue::NonDebugPrompt},
-        {"debug_prompt", WhenToDequeue::DebugPrompt},
-        {"idle", WhenToDequeue::Idle},
-    };
-    for (const auto& [name, value] : table) {
-        if (name == word) return value;
-    }
-    return WhenToDequeue::Default;
-}
 
 std::string describe(const FEval& request) { return request.uuid() + ": " + to_string(request.function); }
 
@@ -85,7 +70,7 @@ Future<std::unique_ptr<connector::Message>> InterpreterServiceProviderImpl::hand
     if (request->dequeMode.empty()) request->dequeMode = configuredDequeMode();
     auto response = std::make_unique<FEvalResponse>(request->uuid());
     const auto token = std::make_shared<CallToken>();
-    if (const char* const refusal = admitCall(token, *context)) {
+    if (const char* const refusal = admitCall(token)) {
         response->faults.emplace_back(codeError, refusal);
     } else {
         const ContextScope scope(context);
@@ -96,12 +81,9 @@ Future<std::unique_ptr<connector::Message>> InterpreterServiceProviderImpl::hand
     return makeReadyFuture<std::unique_ptr<connector::Message>>(std::move(response));
 }
 
-const char* InterpreterServiceProviderImpl::admitCall(const std::shared_ptr<PendingRequest>& token,
-                                                      const common::ContextState& context) {
+const char* InterpreterServiceProviderImpl::admitCall(const std::shared_ptr<PendingRequest>& token) {
     MutexLock lock(mutex_);
     if (const char* const reason = unavailability()) return reason;
-    // Results "[]" without a fault would look like those of a function that ran.
-    if (isStaleLocked(context)) return "Request was cancelled before starting.";
     pending_.push_back(token);
     return nullptr;
 }

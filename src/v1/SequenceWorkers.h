@@ -12,8 +12,8 @@
 
 namespace connector::interpreter::v1 {
 
-/// The threads that run sequences. There are as many as were ever needed at a time; beyond the limit, tasks
-/// wait for the others.
+/// The threads that run sequences of one kind. There are as many as were ever needed at a time; beyond the
+/// limit, tasks wait for the others.
 ///
 /// Threads: `post` and `isStopped` from any thread.  Locks: mutex_, a leaf; tasks run and end without it.
 /// Owns: held by a shared pointer; stopped by its owner before that lets go of it.

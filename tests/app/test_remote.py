@@ -202,6 +202,10 @@ class RemoteTest(unittest.TestCase):
         with Answering(503, b'{"error": "The server is stopping."}') as url:
             self.assertEqual(run("eval", "--url", url, "1"),
                              (1, "", "numora: the server answers with status 503: The server is stopping.\n"))
+        with Answering(200, b"{}", [("Connector-Dropped", "true")]) as url:
+            for options, printed in ([], ""), (["--json"], "{}\n"):
+                self.assertEqual(run("eval", *options, "--url", url, "1"),
+                                 (1, printed, "numora: the code was not run: it waited when somebody interrupted\n"))
         with Answering(200, b"<html>") as url:
             self.assertIn("numora: the server's answer cannot be read: ", run("eval", "--url", url, "1")[2])
         with socket.create_server(("127.0.0.1", 0)) as free:
@@ -273,13 +277,17 @@ class Passage:
 class Answering:
     """A server that answers everything in one way; gives its URL."""
 
-    def __init__(self, status, body):
+    def __init__(self, status, body, headers=()):
         class Handler(http.server.BaseHTTPRequestHandler):
             def do_GET(self):
                 self.send_response(status)
+                for header in headers:
+                    self.send_header(*header)
                 self.send_header("Content-Length", str(len(body)))
                 self.end_headers()
                 self.wfile.write(body)
+
+            do_POST = do_GET
 
             def log_message(self, *_):
                 pass

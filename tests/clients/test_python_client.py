@@ -6,6 +6,7 @@ import os
 import signal
 import subprocess
 import sys
+import time
 import unittest
 import urllib.request
 
@@ -124,6 +125,18 @@ class ClientTest(unittest.IsolatedAsyncioTestCase):
         await self.client.interrupt()
         _, others = await asyncio.wait_for(running, LIMIT)
         self.assertEqual(others[-1], ("completion", False))
+
+    async def test_calls_inside_code_however_many_wait_for_its_end_and_tells_what_an_interrupt_dropped(self):
+        waiting = [asyncio.create_task(self.client.eval("while True: pass")) for _ in range(20)]
+        sent = time.time()
+        while time.time() < sent + 0.01:  # a later millisecond
+            self.assertEqual(await asyncio.wait_for(self.client.call("len", "four", deque_mode="ppe"), LIMIT), 4)
+        await self.client.interrupt()
+        results = await asyncio.wait_for(asyncio.gather(*waiting, return_exceptions=True), LIMIT)
+        dropped = [result for result in results if isinstance(result, numora_client.Dropped)]
+        self.assertGreater(len(dropped), 0)
+        for result in results:
+            self.assertTrue(result in dropped or result.faults or result.is_error, result)
 
     async def test_wrong_tokens_and_servers_that_are_not_there_are_told(self):
         with self.assertRaisesRegex(numora_client.CallError, "token"):

@@ -56,10 +56,14 @@ ScriptedInterpreter::MessageFuture ScriptedInterpreter::handle(std::unique_ptr<E
     const auto request = std::move(message);
     auto response = std::make_unique<EvalResponse>(request->uuid());
     response->responseStr = request->mcode;
+    if (request->mcode == u"drop") {
+        connector::common::ContextState::current()->set("requestDropped", true);
+        response->responseStr.clear();
+    }
     if (request->mcode == u"throw") throw std::runtime_error("the service failed");
     if (request->mcode == u"wait") response->responseStr = waitFor(&ScriptedInterpreter::interrupts_);
     if (request->mcode == u"release") response->responseStr = waitFor(&ScriptedInterpreter::releases_);
-    response->isError = response->responseStr != request->mcode;
+    response->isError = response->responseStr != request->mcode && request->mcode != u"drop";
     return ready(std::move(response));
 }
 

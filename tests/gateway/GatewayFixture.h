@@ -13,7 +13,8 @@
 #include "gateway/Gateway.h"
 
 /// Answers evaluations with their own code, but for these: "wait" waits for an interrupt, "release" for the
-/// test, "throw" fails. A function call is answered with the name of its client type.
+/// test, "throw" fails, "drop" is taken for older than an interrupt. A function call is answered with the
+/// name of its client type.
 class ScriptedInterpreter : public connector::interpreter::v1::InterpreterServiceProvider {
 public:
     using MessageFuture = connector::Future<std::unique_ptr<connector::Message>>;

@@ -1,3 +1,4 @@
+#include <atomic>
 #include <string>
 
 #include <Poco/RegularExpression.h>
@@ -168,6 +169,47 @@ TEST_F(AnswerTest, envelopeIsAnsweredInTheSameForm) {
     EXPECT_EQ(sequence.status, 200);
     EXPECT_TRUE(sequence.body.starts_with(R"({"type":"connector/v1/Sequence","message":{)")) << sequence.body;
     EXPECT_LT(sequence.body.find(R"("uuid":"1")"), sequence.body.find(R"("uuid":"2")"));
+}
+
+TEST_F(AnswerTest, whatWasNotRunIsToldBesideTheResponse) {
+    start();
+    const std::string ext = R"("ext":{"connector":{"dropped":true}})";
+    for (const char* code : {"1", "drop"}) {
+        const bool isDropped = std::string(code) == "drop";
+        const std::string message = R"({"mcode":")" + std::string(code) + R"("})";
+        const auto plain = post("/connector/v1/Eval", message);
+        const auto wrapped = post("/messages", R"({"type":"connector/v1/Eval","message":)" + message + "}");
+        for (const auto& response : {plain, wrapped}) {
+            EXPECT_EQ(response.status, 200);
+            EXPECT_EQ(response.header("connector-dropped"), isDropped ? "true" : "");
+        }
+        EXPECT_EQ(plain.body.find(ext), std::string::npos);
+        EXPECT_EQ(wrapped.body.find(ext) != std::string::npos, isDropped);
+    }
+    EXPECT_NE(get("/metrics").body.find("dropped"), std::string::npos);
+}
+
+TEST_F(AnswerTest, whatWaitsForSomethingElseIsNotHeldUp) {
+    std::atomic<bool> isReadingInput{false};
+    gateway::GatewayOptions options;
+    options.handlerThreads = 1;
+    options.isReadingInput = [&] { return isReadingInput.load(); };
+    start(std::move(options));
+    auto waiting = connect();
+    waiting.send(waiting.post("/connector/v1/Eval", R"({"mcode":"release"})"));
+    ASSERT_TRUE(interpreter_->waitForWaiting(1));
+    for (const std::string mode : {"ppe", "pause", "prompt", "non_debug_prompt", "debug_prompt", "idle"}) {
+        const std::string call = R"({"dequeMode":")" + mode + R"("})";
+        EXPECT_EQ(post("/connector/v1/FEval", call).status, 200) << mode;
+        const auto sequence = R"({"type":"connector/v1/Sequence","message":{"messages":[
+            {"type":"connector/v1/FEval","message":)" +
+                              call + "}]}}";
+        EXPECT_EQ(post("/messages", sequence).status, 200) << mode;
+    }
+    isReadingInput = true;
+    EXPECT_EQ(post("/connector/v1/Eval", R"({"mcode":"typed"})").status, 200);
+    interpreter_->release();
+    EXPECT_EQ(waiting.receive().status, 200);
 }
 
 TEST_F(AnswerTest, malformedEnvelopesAreRefused) {

@@ -169,6 +169,59 @@ TEST_F(FEvalSequenceServiceProviderTest, givesResponsesTheTextOfTheirRequestWhat
     EXPECT_EQ(dynamic_cast<FEvalResponse&>(*answer->messages[3]).faults.size(), 1U);
 }
 
+TEST_F(FEvalSequenceServiceProviderTest, runsEveryRequestAndLeavesOutTheResultsThatDoNotFit) {
+    constexpr std::size_t size = FEvalSequenceServiceProvider::maxText / 4;
+    framework_->onDeliver = [](MessagePtr request) {
+        auto response = std::make_unique<FEvalResponse>("not set");
+        if (uuidOf(request) == "E") response->faults.emplace_back(std::string(size, 'x'));
+        response->results.assign(uuidOf(request) == "F" ? 10 : size - 10, u'1');
+        return connector::makeReadyFuture<MessagePtr>(std::move(response));
+    };
+    std::string kept;
+    const auto answer = responses(handle(sequence("ABCDEF")));
+    for (const auto& message : answer->messages) {
+        const auto& response = dynamic_cast<const FEvalResponse&>(*message);
+        EXPECT_EQ(response.isError, response.results == u"[]" && response.faults.size() == 1)
+            << uuidOf(message);
+        if (!response.isError) kept += uuidOf(message);
+    }
+    EXPECT_EQ(framework_->delivered, "ABCDEF");
+    EXPECT_EQ(kept, "ABCDF");
+}
+
+TEST_F(FEvalSequenceServiceProviderTest, beginsEachRequestBehindTheFirstAnew) {
+    constexpr const char* key = "requestStartTime";
+    std::vector<bool> isOld;
+    framework_->onDeliver = [&](MessagePtr) {
+        isOld.push_back(context_->getOr<std::uint64_t>(key, 0) == 1);
+        context_->set(key, std::uint64_t{1});
+        return connector::makeReadyFuture<MessagePtr>(nullptr);
+    };
+    context_->set(key, std::uint64_t{1});
+    responses(handle(sequence("ABC")));
+    EXPECT_EQ(isOld, (std::vector{true, false, false}));
+}
+
+TEST_F(FEvalSequenceServiceProviderTest, isNotHeldUpBySequencesThatWaitForSomethingElse) {
+    std::promise<void> release;
+    const auto released = release.get_future().share();
+    std::vector<std::shared_ptr<ScriptedFramework>> frameworks;  // each keeps what it delivers by itself
+    std::vector<MessageFuture> waiting;
+    for (int i = 0; i < 16; ++i) {
+        framework_->onDeliver = [released](MessagePtr) {
+            EXPECT_EQ(released.wait_for(failSafe), std::future_status::ready);
+            return connector::makeReadyFuture<MessagePtr>(nullptr);
+        };
+        waiting.push_back(handle(sequence("A")));
+        frameworks.push_back(std::exchange(framework_, std::make_shared<ScriptedFramework>()));
+    }
+    auto aside = sequence("B");
+    dynamic_cast<FEval&>(*aside->messages.front()).dequeMode = "ppe";
+    EXPECT_EQ(responses(handle(std::move(aside)))->messages.size(), 1U);
+    release.set_value();
+    for (auto& future : waiting) EXPECT_TRUE(future.waitFor(failSafe));
+}
+
 TEST_F(FEvalSequenceServiceProviderTest, leavesTheCallersThreadWhileADeliveryBlocks) {
     std::promise<void> release;
     framework_->onDeliver = [&](MessagePtr) {

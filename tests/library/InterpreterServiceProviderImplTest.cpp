@@ -122,10 +122,12 @@ TEST_F(InterpreterServiceProviderImplTest, dropsARequestThatWaitedSinceBeforeAnI
     host_.distributor->startWorker();
     context_->set("requestStartTime", std::uint64_t{1});
     eval(u"before any interrupt");
+    EXPECT_FALSE(context_->has("requestDropped"));
     interrupt();
     const auto dropped = eval(u"dropped");
     EXPECT_FALSE(dropped->isError);
     EXPECT_EQ(faults(*dropped), "");
+    EXPECT_TRUE(context_->getOr("requestDropped", false));
     context_ = std::make_shared<common::ContextState>();
     eval(u"without a time");
     context_->set("requestStartTime", std::numeric_limits<std::uint64_t>::max());

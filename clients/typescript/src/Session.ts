@@ -170,7 +170,10 @@ export class Session {
             };
             this.calls.set(uuid, call);
             this.cometd.remoteCall(type, {...request, uuid}, 0, (answer: Reply) => {
-                if (answer.successful) call.resolve(answer.data);
+                const extension = answer.ext as {connector?: {dropped?: boolean}} | undefined;
+                if (extension?.connector?.dropped) {
+                    call.reject(new NumoraError("dropped", "the code was not run: it waited when somebody interrupted"));
+                } else if (answer.successful) call.resolve(answer.data);
                 else call.reject(answer.data ? new NumoraError("failed", JSON.stringify(answer.data)) : errorOf(answer));
             });
         });

@@ -52,8 +52,10 @@ struct GatewayOptions {
     std::filesystem::path tlsCertificate;  ///< in PEM, with the chain; empty for plain HTTP
     std::filesystem::path tlsKey;
 
-    std::size_t handlerThreads = 16;
+    std::size_t handlerThreads = 16;  ///< for the requests that wait for the same thing
     std::size_t handlerQueue = 1000;
+    /// Whether code waits for an evaluation to be its input, called on threads of the gateway; may be null.
+    std::function<bool()> isReadingInput;
     /// More of them take turns, which costs a small request more than it gains.
     std::size_t ioThreads = 1;
     ConnectionLimits limits;

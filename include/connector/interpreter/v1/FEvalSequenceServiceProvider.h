@@ -1,5 +1,7 @@
 #pragma once
 
+#include <array>
+#include <cstddef>
 #include <memory>
 
 #include "connector/container/SequenceContainerServiceProvider.h"
@@ -18,14 +20,22 @@ class SequenceWorkers;
 /// The first request that cannot be delivered, or whose future fails, fails the whole call with the same
 /// error; what had come by then is dropped. A response with faults is a response like any other.
 ///
+/// A context with a "requestStartTime" gets the time anew for each request behind the first: an interrupt
+/// ends the one that runs. Every request is run, but a response beyond `maxText` has a fault instead of its
+/// text.
+///
 /// Threads: every operation from any thread. Deliveries, which may block, run on threads that the provider
-/// starts when they are needed, and so do continuations of the returned futures, but for those of a call that
+/// starts when they are needed, 16 at most for the sequences that wait for the same state of the interpreter,
+/// and so do continuations of the returned futures, but for those of a call that
 /// is ended by a stop. A call whose delivery returned without the response holds no thread while it waits,
 /// and the thread that brings the response only hands over. Owns: a call holds neither the provider nor the
 /// framework. A provider that is stopped or destroyed waits for deliveries that block, and ends the calls
 /// under way with "Service exists but is not running.": at once, or when an awaited response has come.
 class FEvalSequenceServiceProvider : public connector::container::SequenceContainerServiceProvider {
 public:
+    /// What the responses of a call may hold in all.  Units: UTF-16 code units.
+    static constexpr std::size_t maxText = std::size_t{32} << 20;
+
     FEvalSequenceServiceProvider();
     ~FEvalSequenceServiceProvider() override;
 
@@ -39,7 +49,7 @@ protected:
     void doStop() override;
 
 private:
-    const std::shared_ptr<SequenceWorkers> workers_;
+    std::array<std::shared_ptr<SequenceWorkers>, 7> workers_;  ///< by when the requests can run
 };
 
 }  // namespace connector::interpreter::v1

@@ -96,8 +96,7 @@ private:
     static void updateEvalResponse(const EvalResponse& response);
 
     /// Takes a function call into the pending list. Returns null, or why the request is refused.
-    const char* admitCall(const std::shared_ptr<PendingRequest>& token,
-                          const connector::common::ContextState& context) EXCLUDES(mutex_);
+    const char* admitCall(const std::shared_ptr<PendingRequest>& token) EXCLUDES(mutex_);
     void callFunction(CallToken& token, FEvalResponse& response, FEval& request, const Context& context);
     /// Queues the call, with the arguments moved out of the request, and waits for its end.  Throws: what
     /// queueing and running throw.
