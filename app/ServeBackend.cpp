@@ -34,7 +34,6 @@ public:
         return isReady() && services::prompt::detail::isInCharBufferMode();
     }
     int standardOutput() const override { return session_.host().standardOutput(); }
-    int standardError() const override { return session_.host().standardError(); }
 
 private:
     InProcessSession session_;
@@ -58,7 +57,6 @@ public:
     }
     bool isReady() const override { return true; }
     int standardOutput() const override { return STDOUT_FILENO; }
-    int standardError() const override { return STDERR_FILENO; }
 
 private:
     void provide(std::vector<std::type_index> types, std::shared_ptr<connector::ServiceProvider> provider) {

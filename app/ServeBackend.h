@@ -18,9 +18,8 @@ public:
     virtual bool isReady() const = 0;
     /// Whether code waits for what a client types.
     virtual bool isReadingInput() const { return false; }
-    /// The program's own standard output and error: file descriptors, valid as long as this is.
+    /// The program's own standard output: a file descriptor, valid as long as this is.
     virtual int standardOutput() const = 0;
-    virtual int standardError() const = 0;
 
     std::shared_ptr<connector::ServiceFramework> framework;
     std::shared_ptr<connector::json::JsonSerializer> serializer;

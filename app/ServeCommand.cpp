@@ -28,12 +28,13 @@ namespace app {
 namespace {
 
 constexpr auto timeToEnd = std::chrono::milliseconds(2500);
+constexpr auto timeForLog = std::chrono::milliseconds(200);
 constexpr rlim_t otherFiles = 512;
 
 /// Ends the process when this is not destroyed in time: code that no interrupt ends must not keep it.
 class EndLimit {
 public:
-    explicit EndLimit(int errors) : thread_([this, errors] { run(errors); }) {}
+    EndLimit() : thread_([this] { run(); }) {}
     ~EndLimit() {
         {
             const std::lock_guard lock(mutex_);
@@ -46,10 +47,11 @@ public:
     EndLimit& operator=(const EndLimit&) = delete;
 
 private:
-    void run(int errors) {
+    void run() {
         std::unique_lock lock(mutex_);
         if (changed_.wait_for(lock, timeToEnd, [this] { return isOver_; })) return;
-        complain(errors, "the running code does not end; the process ends without it");
+        foundation::log::writeLine("numora: the running code does not end; the process ends without it");
+        foundation::log::flush(timeForLog);
         std::_Exit(0);
     }
 
@@ -96,7 +98,7 @@ int runServe(const ServeSettings& settings) {
     writeAll(backend->standardOutput(),
              "Listening on " + gateway->url() + "?token=" + gateway->token() + "\n");
     signals.wait();
-    const EndLimit limit(backend->standardError());
+    const EndLimit limit;
     gateway->stop();
     // Before the gateway, into which what still runs may publish.
     backend.reset();

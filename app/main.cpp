@@ -6,7 +6,6 @@
 #include <vector>
 
 #include <CLI/CLI.hpp>
-#include <fcntl.h>
 #include <unistd.h>
 
 #include "CallCommand.h"
@@ -24,15 +23,12 @@ namespace {
 constexpr int failure = 1;
 constexpr int wrongUsage = 2;
 
-// The interpreter captures file descriptor 2 as output of its own, so records need another way out.
-void logToStandardError() {
-    const int descriptor = ::fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 0);
-    if (descriptor < 0) return;
+void useFormatOfProgram() {
     foundation::log::setWriter(
-        [descriptor](std::string_view logger, foundation::log::Severity severity, std::string_view text) {
+        [](std::string_view logger, foundation::log::Severity severity, std::string_view text) {
             static constexpr const char* names[] = {"debug", "info", "warning", "error"};
-            complain(descriptor, std::string(names[static_cast<std::size_t>(severity)]) + ": [" +
-                                     std::string(logger) + "] " + std::string(text));
+            foundation::log::writeLine("numora: " + std::string(names[static_cast<std::size_t>(severity)]) +
+                                       ": [" + std::string(logger) + "] " + std::string(text));
         });
 }
 
@@ -67,7 +63,7 @@ std::vector<std::string> argumentsFrom(int argc, char** argv) {
 
 int run(int argc, char** argv) {
     std::signal(SIGPIPE, SIG_IGN);  // a closed pipe is told by the write that fails
-    logToStandardError();
+    useFormatOfProgram();
     // A failed request is reported by its faults; the library's warnings about it would only repeat them.
     foundation::log::setLevel(foundation::log::Severity::Error);
     CLI::App program("Runs code in a numerical interpreter.");

@@ -3,6 +3,8 @@
 #include <stdexcept>
 #include <utility>
 
+#include <Poco/Exception.h>
+
 #include "cmddistributor/CmdRequest.h"
 #include "connector/common/productName.h"
 #include "connector/ddux/ddux.h"
@@ -44,6 +46,13 @@ CoalescingTextBuffer::Callback batchPublisher(std::shared_ptr<Publisher> publish
 // The text of a JSON string.  Throws: json::ParseError; Poco::BadCastException, for another value.
 std::u16string textOf(const std::string& text) {
     return fl::i18n::codecvt_string_to_ustring("UTF-8")(json::parse(text).extract<std::string>());
+}
+
+// A body that is no JSON string, or more requests than there may be.
+bool isOfClient(const std::exception& error) {
+    return dynamic_cast<const json::ParseError*>(&error) != nullptr ||
+           dynamic_cast<const Poco::Exception*>(&error) != nullptr ||
+           dynamic_cast<const cmddistributor::RuntimeException*>(&error) != nullptr;
 }
 
 // The stream buffers of one evaluation. They share the coalescer, because the interpreter may hold on to
@@ -202,8 +211,11 @@ void AsyncEvalService::handleEvalRequest(const message_service::JsonMessage& mes
             sendEvalRequest(std::move(text), clientType, held.release(), context);
         }
     } catch (const std::exception& error) {
-        asyncLog().error("Unknown issue in AsyncEvalService::handleEvalRequest");
-        asyncLog().warning(std::string("What it was: ") + error.what());
+        // Clients can make as many as they like of their own errors.
+        const auto severity = isOfClient(error) ? Severity::Info : Severity::Error;
+        if (!asyncLog().isEnabled(severity)) return;
+        asyncLog().write(severity, "Unknown issue in AsyncEvalService::handleEvalRequest");
+        asyncLog().write(severity, std::string("What it was: ") + error.what());
     } catch (...) {
         asyncLog().error("Unknown issue in AsyncEvalService::handleEvalRequest");
     }

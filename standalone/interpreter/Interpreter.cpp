@@ -184,6 +184,7 @@ Interpreter::~Interpreter() {
         }
         if (!hasEnded_) {
             logger().error("The running code does not end; the process ends without it.");
+            foundation::log::flush(interruptInterval);
             std::_Exit(shutdown::errorStatus() != 0 ? shutdown::errorStatus() : 1);
         }
     }

@@ -81,7 +81,6 @@ NativeCapture::~NativeCapture() {
 
 void NativeCapture::putBack() {
     std::fflush(nullptr);
-    foundation::log::setDescriptor(STDERR_FILENO);
     for (int fd = 0; fd < 3; ++fd) dup2(originals_.at(static_cast<std::size_t>(fd)), fd);
 }
 

@@ -71,7 +71,7 @@ class Server:
         return Background(lambda: self.eval(code))
 
     def end(self, number):
-        """The exit status; for when children of the server keep its output open."""
+        """The exit status; for when children of the server keep its output open, or when it is not to be read."""
         self._process.send_signal(number)
         return self._process.wait(60)
 
@@ -215,6 +215,7 @@ class ServeTest(unittest.TestCase):
             client = server.bayeux({"channel": "/meta/handshake", "version": "1.0",
                                     "supportedConnectionTypes": ["long-polling"]})[0]["clientId"]
             server.bayeux({"channel": "/meta/subscribe", "subscription": "/eval/response/**", "clientId": client})
+            server.bayeux(*[{"channel": "/eval/request", "data": 7, "clientId": client}] * 100)  # no text: not logged
             server.bayeux({"channel": "/eval/request", "data": "print('streamed')", "clientId": client})
             received = {}
             deadline = time.monotonic() + 60
@@ -226,7 +227,15 @@ class ServeTest(unittest.TestCase):
             self.assertEqual(received["/eval/response/output"], ["streamed\n"])
             self.assertEqual(received["/eval/response/completion"], ["Done: success"])
             self.assertIn('numora_streaming_evaluations_total{outcome="success"} 1\n', server.request("/metrics")[1])
-            self.assertEqual(server.stop(signal.SIGINT)[0], 0)
+            self.assertEqual(server.stop(signal.SIGINT)[:3], (0, "", ""))
+
+    def test_standard_error_that_nobody_reads_stops_nothing(self):
+        with Server("--log-level", "debug") as server:
+            for _ in range(150):  # more than a pipe and the log's queue take
+                server.eval("_ = 0 #" + "x" * 16384)
+            self.assertEqual(server.eval("6 * 7")["responseStr"], "42\n")
+            self.assertEqual(server.end(signal.SIGTERM), 0)
+            self.assertIn("Enqueuing eval: ", server.stop(signal.SIGKILL)[2])
 
     def test_mock_answers_without_an_interpreter(self):
         with Server("--mock") as server:

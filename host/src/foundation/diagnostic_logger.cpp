@@ -1,7 +1,6 @@
 #include "foundation/log/diagnostic_logger.h"
 
 #include <array>
-#include <cerrno>
 #include <memory>
 #include <stdexcept>
 #include <utility>
@@ -10,15 +9,16 @@
 #include <boost/log/core.hpp>
 #include <boost/log/expressions.hpp>
 #include <boost/log/sinks/basic_sink_backend.hpp>
-#include <boost/log/sinks/sync_frontend.hpp>
+#include <boost/log/sinks/unlocked_frontend.hpp>
 #include <boost/log/sources/channel_logger.hpp>
 #include <boost/log/sources/record_ostream.hpp>
 #include <boost/log/support/date_time.hpp>
 #include <boost/log/utility/manipulators/add_value.hpp>
 #include <boost/make_shared.hpp>
-#include <unistd.h>
+#include <pthread.h>
 
 #include "connector/ThreadSafety.h"
+#include "foundation/LineWriter.h"
 
 namespace foundation::log {
 
@@ -30,32 +30,24 @@ constexpr std::array<const char*, 4> severityNames{"debug", "info", "warning", "
 
 thread_local int indentation = 0;
 
-// Held while a record is written, so that a descriptor that was replaced is in use no more.
-connector::Mutex descriptorMutex;
-int logDescriptor GUARDED_BY(descriptorMutex) = STDERR_FILENO;
-
-// Writes each record as one line, whole, so that lines of several processes on one terminal do not mix.
-class DescriptorBackend : public logging::sinks::basic_formatted_sink_backend<char> {
+class LineBackend
+    : public logging::sinks::basic_formatted_sink_backend<char, logging::sinks::concurrent_feeding> {
 public:
     void consume(const logging::record_view&, const std::string& text) {
-        const std::string line = text + "\n";
-        std::string_view rest = line;
-        connector::MutexLock lock(descriptorMutex);
-        while (!rest.empty()) {
-            const ssize_t count = ::write(logDescriptor, rest.data(), rest.size());
-            if (count < 0 && errno != EINTR) return;
-            if (count > 0) rest.remove_prefix(static_cast<std::size_t>(count));
-        }
+        LineWriter::ofProcess().write(text);
     }
 };
 
-// Boost.Log keeps the sink, its lock and the format; the default sink is a plain line on standard error.
+// Boost.Log keeps the sink and the format. It has locks that a forked child would wait for if another thread
+// of its parent held them: so only one thread at a time is inside, and none while the process forks.
 class Log {
 public:
     Log() {
+        LineWriter::ofProcess();  // whose lock is taken after this one, by a fork as well
+        ::pthread_atfork(beforeFork, afterFork, afterFork);
         logging::core::get()->add_global_attribute("TimeStamp", logging::attributes::local_clock());
         namespace expr = logging::expressions;
-        auto sink = boost::make_shared<logging::sinks::synchronous_sink<DescriptorBackend>>();
+        auto sink = boost::make_shared<logging::sinks::unlocked_sink<LineBackend>>();
         sink->set_formatter(expr::stream << expr::format_date_time<boost::posix_time::ptime>(
                                                 "TimeStamp", "%Y-%m-%d %H:%M:%S.%f")
                                          << " " << expr::attr<std::string>("Level") << " ["
@@ -63,11 +55,12 @@ public:
         logging::core::get()->add_sink(sink);
     }
 
-    void write(const std::string& channel, Severity severity, std::string_view text) {
+    void write(const std::string& channel, Severity severity, std::string_view text) EXCLUDES(mutex_) {
         if (const auto writer = currentWriter()) {
             (*writer)(channel, severity, text);
             return;
         }
+        const connector::MutexLock lock(mutex_);
         logging::sources::channel_logger_mt<std::string> logger(logging::keywords::channel = channel);
         BOOST_LOG(logger) << logging::add_value(
                                  "Level", std::string(severityNames.at(static_cast<std::size_t>(severity))))
@@ -76,15 +69,18 @@ public:
 
     LogWriter exchange(LogWriter writer) EXCLUDES(mutex_) {
         auto next = writer ? std::make_shared<const LogWriter>(std::move(writer)) : nullptr;
-        connector::MutexLock lock(mutex_);
+        const connector::MutexLock lock(mutex_);
         const auto previous = std::exchange(writer_, std::move(next));
         return previous ? *previous : LogWriter();
     }
 
 private:
+    static void beforeFork() CONNECTOR_TSA(no_thread_safety_analysis);
+    static void afterFork() CONNECTOR_TSA(no_thread_safety_analysis);
+
     // Copied out, so that a writer runs without the lock and may itself replace the writer.
     std::shared_ptr<const LogWriter> currentWriter() EXCLUDES(mutex_) {
-        connector::MutexLock lock(mutex_);
+        const connector::MutexLock lock(mutex_);
         return writer_;
     }
 
@@ -97,6 +93,12 @@ Log& processLog() {
     static auto* instance = new Log;
     return *instance;
 }
+
+// Before there are threads, so that no fork comes while it is being made.
+[[maybe_unused]] const Log& atLoad = processLog();
+
+void Log::beforeFork() { processLog().mutex_.lock(); }
+void Log::afterFork() { processLog().mutex_.unlock(); }
 
 }  // namespace
 
@@ -112,10 +114,17 @@ void basic_diagnostic_logger<char>::write(Severity severity, std::string_view te
 
 void setLevel(Severity level) { DiagnosticLogger::threshold_.store(static_cast<int>(level)); }
 
-int setDescriptor(int descriptor) {
-    connector::MutexLock lock(descriptorMutex);
-    return std::exchange(logDescriptor, descriptor);
+void setDescriptor(int descriptor) { LineWriter::ofProcess().setDescriptor(descriptor); }
+
+void writeLine(std::string_view text) noexcept {
+    try {
+        LineWriter::ofProcess().write(text);
+    } catch (...) {
+        // As for a record.
+    }
 }
+
+bool flush(std::chrono::milliseconds limit) { return LineWriter::ofProcess().flush(limit); }
 
 LogWriter setWriter(LogWriter writer) { return processLog().exchange(std::move(writer)); }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <functional>
 #include <string>
 #include <string_view>
@@ -11,7 +12,7 @@ enum class Severity { Debug, Info, Warning, Error };
 
 /// A named logger. All loggers write into one process-wide log, which is off below its level.
 ///
-/// Threads: every operation from any thread.  Locks: the log's own mutex, while a record is written.
+/// Threads: every operation from any thread, also in a forked child.  Blocks: never, unless a LogWriter does.
 template <class Char>
 class basic_diagnostic_logger;
 
@@ -56,13 +57,20 @@ void setLevel(Severity level);
 using LogWriter = std::function<void(std::string_view logger, Severity, std::string_view text)>;
 
 /// Replaces where records go and returns what was there. An empty writer stands for the default, which
-/// writes one line with the time to a file descriptor.
+/// writes one line with the time, as writeLine does.
 LogWriter setWriter(LogWriter writer);
 
-/// Replaces the file descriptor that the default writer uses, at first that of standard error, and returns
-/// what was there, which may then be closed.
-/// Blocks: while a record is being written.
-int setDescriptor(int descriptor);
+/// Queues a line for the log's file descriptor, whatever the level. Control characters in `text` are escaped.
+/// Blocks: never, however slow the reader of the descriptor is: a line that finds no room is counted, and the
+/// log says later how many were lost. Throws nothing: a line that cannot be queued is lost.
+void writeLine(std::string_view text) noexcept;
+
+/// Whether all lines are written.  Blocks: until they are, at most for `limit`. The end of the process does
+/// it, for 300 ms at most; std::_Exit does not.
+bool flush(std::chrono::milliseconds limit);
+
+/// Has lines written to a duplicate of `descriptor`, at first of standard error.  Blocks: never.
+void setDescriptor(int descriptor);
 
 /// The names of the levels: "debug", "info", "warning", "error".  Throws: std::invalid_argument otherwise.
 Severity severityFromName(std::string_view name);

@@ -1,0 +1,141 @@
+#include "foundation/LineWriter.h"
+
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <utility>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <pthread.h>
+#include <unistd.h>
+
+#include "foundation/escapeControls.h"
+
+namespace foundation::log {
+
+namespace {
+
+constexpr std::size_t longestLine = std::size_t{16} << 10;
+constexpr std::size_t mostPending = std::size_t{1} << 20;
+constexpr auto timeAtEnd = std::chrono::milliseconds(300);
+
+std::string lossNotice(std::size_t lost) {
+    return std::to_string(lost) + (lost == 1 ? " log line was lost.\n" : " log lines were lost.\n");
+}
+
+// Each line whole, so that lines of several processes on one terminal do not mix. Blocks as long as it takes.
+void writeLines(int descriptor, std::string_view lines) {
+    while (!lines.empty()) {
+        const ssize_t count = ::write(descriptor, lines.data(), lines.find('\n') + 1);
+        if (count >= 0) {
+            lines.remove_prefix(static_cast<std::size_t>(count));
+        } else if (errno == EAGAIN) {  // the descriptor's other owner made it non-blocking
+            pollfd ready{.fd = descriptor, .events = POLLOUT, .revents = 0};
+            ::poll(&ready, 1, -1);
+        } else if (errno != EINTR) {
+            return;
+        }
+    }
+}
+
+}  // namespace
+
+/// A duplicate, so that what is done to the original does not matter.
+class LineWriter::Descriptor {
+public:
+    explicit Descriptor(int original) : value_(::fcntl(original, F_DUPFD_CLOEXEC, 3)) {}
+    ~Descriptor() {
+        if (value_ >= 0) ::close(value_);
+    }
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+
+    int value() const { return value_; }
+
+private:
+    const int value_;
+};
+
+LineWriter& LineWriter::ofProcess() { return *instance(); }
+
+LineWriter*& LineWriter::instance() {
+    static auto* writer = [] {
+        ::pthread_atfork(beforeFork, afterForkInParent, afterForkInChild);
+        std::atexit([] { ofProcess().flush(timeAtEnd); });
+        return new LineWriter(nullptr);
+    }();
+    return writer;
+}
+
+namespace {
+// Before there are threads, so that no fork comes while it is being made.
+[[maybe_unused]] const auto& writerOfProcess = LineWriter::ofProcess();
+}  // namespace
+
+void LineWriter::beforeFork() CONNECTOR_TSA(no_thread_safety_analysis) { instance()->mutex_.lock(); }
+void LineWriter::afterForkInParent() CONNECTOR_TSA(no_thread_safety_analysis) { instance()->mutex_.unlock(); }
+void LineWriter::afterForkInChild() CONNECTOR_TSA(no_thread_safety_analysis) {
+    instance() = new LineWriter(instance()->descriptor_);
+}
+
+void LineWriter::write(std::string_view text) {
+    const std::string line = escapeControls(text, longestLine) + '\n';
+    const connector::MutexLock lock(mutex_);
+    if (pending_.size() + line.size() > mostPending) {
+        ++lost_;
+    } else {
+        pending_ += line;
+    }
+    if (!descriptor_) descriptor_ = std::make_shared<const Descriptor>(STDERR_FILENO);
+    if (!thread_.joinable()) startLocked();
+    added_.notify_one();
+}
+
+bool LineWriter::flush(std::chrono::milliseconds limit) {
+    const auto deadline = std::chrono::steady_clock::now() + limit;
+    connector::MutexLock lock(mutex_);
+    while (isWriting_ || !pending_.empty()) {
+        if (written_.wait_until(lock.native(), deadline) == std::cv_status::timeout) break;
+    }
+    return !isWriting_ && pending_.empty();
+}
+
+void LineWriter::setDescriptor(int descriptor) {
+    auto next = std::make_shared<const Descriptor>(descriptor);
+    const connector::MutexLock lock(mutex_);
+    descriptor_.swap(next);
+}
+
+// Signals are for other threads.
+void LineWriter::startLocked() {
+    sigset_t all;
+    sigset_t previous;
+    sigfillset(&all);
+    ::pthread_sigmask(SIG_SETMASK, &all, &previous);
+    try {
+        thread_ = std::thread([this] { run(); });
+    } catch (...) {
+        ::pthread_sigmask(SIG_SETMASK, &previous, nullptr);
+        throw;
+    }
+    ::pthread_sigmask(SIG_SETMASK, &previous, nullptr);
+}
+
+void LineWriter::run() {
+    connector::MutexLock lock(mutex_);
+    for (;;) {
+        while (pending_.empty()) added_.wait(lock.native());
+        std::string lines = std::exchange(pending_, {});
+        if (lost_ > 0) lines += lossNotice(std::exchange(lost_, 0));
+        const auto descriptor = descriptor_;
+        isWriting_ = true;
+        lock.unlock();
+        writeLines(descriptor->value(), lines);
+        lock.lock();
+        isWriting_ = false;
+        written_.notify_all();
+    }
+}
+
+}  // namespace foundation::log
