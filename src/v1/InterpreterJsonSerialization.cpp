@@ -1,14 +1,17 @@
 #include "connector/interpreter/v1/InterpreterJsonSerialization.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdint>
 #include <sstream>
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
 #include <Poco/Dynamic/Var.h>
+#include <Poco/Exception.h>
 #include <Poco/JSON/Array.h>
 #include <Poco/JSON/Object.h>
 #include <Poco/JSON/Stringifier.h>
@@ -41,19 +44,6 @@ const Var* find(const Object& object, std::string_view key) {
     return found == object.end() ? nullptr : &found->second;
 }
 
-template <class T>
-T valueOf(const Object& object, std::string_view key, T absent = {}) {
-    const Var* const value = find(object, key);
-    return value ? value->convert<T>() : absent;
-}
-
-std::u16string textOf(const Object& object, std::string_view key) {
-    const Var* const value = find(object, key);
-    if (!value) return {};
-    if (value->type() == typeid(std::string)) return to_ustring(value->extract<std::string>());
-    return to_ustring(value->convert<std::string>());
-}
-
 /// Parsed containers are held by pointer; those that a program puts into an object may be held by value.
 template <class Container>
 bool holds(const Var& value) {
@@ -65,6 +55,52 @@ template <class Container>
 const Container& containerIn(const Var& value) {
     if (value.type() == typeid(Container)) return value.extract<Container>();
     return *value.extract<typename Container::Ptr>();
+}
+
+/// The result of a conversion of Poco's. Its errors keep their types and say what `key` must be.
+template <class Convert>
+decltype(auto) reading(std::string_view key, std::string_view kind, Convert convert) {
+    const auto expected = [&] { return '"' + std::string(key) + "\" must be " + std::string(kind) + '.'; };
+    try {
+        return convert();
+    } catch (const Poco::RangeException& error) {
+        throw Poco::RangeException(error.message() + ' ' + expected());
+    } catch (const Poco::SyntaxException&) {
+        throw Poco::SyntaxException(expected());
+    } catch (const Poco::InvalidAccessException&) {  // null
+        throw Poco::InvalidAccessException(expected());
+    } catch (const Poco::BadCastException&) {
+        throw Poco::BadCastException(expected());
+    }
+}
+
+template <class T>
+inline constexpr std::string_view kindOf = "a string";
+template <>
+inline constexpr std::string_view kindOf<bool> = "true or false";
+template <>
+inline constexpr std::string_view kindOf<std::int32_t> = "a 32-bit integer";
+
+/// Converts as Poco does, which would also take an array for its text, and a number without its fraction.
+template <class T>
+T valueOf(const Object& object, std::string_view key, T absent = {}, std::string_view kind = kindOf<T>) {
+    const Var* const value = find(object, key);
+    if (!value) return absent;
+    return reading(key, kind, [value] {
+        if (holds<Array>(*value) || holds<Object>(*value)) throw Poco::BadCastException();
+        if constexpr (std::is_integral_v<T> && !std::is_same_v<T, bool>) {
+            if (value->type() == typeid(double) &&
+                std::trunc(value->extract<double>()) != value->extract<double>())
+                throw Poco::SyntaxException();
+        }
+        return value->convert<T>();
+    });
+}
+
+std::u16string textOf(const Object& object, std::string_view key) {
+    const Var* const value = find(object, key);
+    if (value && value->type() == typeid(std::string)) return to_ustring(value->extract<std::string>());
+    return to_ustring(valueOf<std::string>(object, key));
 }
 
 /// Writes values back to compact JSON, as Poco does. Arrays of numbers, which can be long, are written
@@ -108,8 +144,12 @@ private:
 void readFaults(const Object& object, Response& response) {
     const Var* const value = find(object, "messageFaults");
     if (!value) return;
-    for (const Var& element : containerIn<Array>(*value)) {
-        const auto& fault = containerIn<Object>(element);
+    constexpr std::string_view key = "messageFaults";
+    constexpr std::string_view kind = "an array of objects";
+    const auto& faults = reading(key, kind, [value]() -> const Array& { return containerIn<Array>(*value); });
+    for (const Var& element : faults) {
+        const auto& fault =
+            reading(key, kind, [&element]() -> const Object& { return containerIn<Object>(element); });
         response.faults.emplace_back(valueOf<std::string>(fault, "faultCode"),
                                      valueOf<std::string>(fault, "message"));
     }
@@ -140,9 +180,10 @@ void readFields(const Object& object, Eval& eval) {
     eval.mcode = textOf(object, "mcode");
     eval.width = valueOf<std::int32_t>(object, "width");
     eval.height = valueOf<std::int32_t>(object, "height");
-    const auto seconds = valueOf<std::int32_t>(object, "timeout");
+    constexpr std::string_view seconds = "an integer number of seconds";
+    const Var milliseconds = std::int64_t{1000} * valueOf<std::int32_t>(object, "timeout", 0, seconds);
     // Poco's conversion refuses what does not fit.
-    eval.timeoutMs = Var(std::int64_t{seconds} * 1000).convert<std::int32_t>();
+    eval.timeoutMs = reading("timeout", seconds, [&] { return milliseconds.convert<std::int32_t>(); });
 }
 
 void writeFields(const Eval& eval, Object& object) {
@@ -179,7 +220,8 @@ void readFields(const Object& object, FEval& feval) {
     feval.hotlinks = valueOf<bool>(object, "hotlinks", rendersLinks);
     const Var* const value = find(object, "arguments");
     if (!value) return;
-    const auto& arguments = containerIn<Array>(*value);
+    const auto& arguments =
+        reading("arguments", "an array", [value]() -> const Array& { return containerIn<Array>(*value); });
     feval.arguments.reserve(arguments.size());
     Compactor compact;
     for (const Var& argument : arguments) feval.arguments.push_back(compact(argument));

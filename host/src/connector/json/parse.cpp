@@ -1,5 +1,6 @@
 #include "connector/json/parse.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cstdint>
 #include <system_error>
@@ -155,11 +156,21 @@ private:
         double value = 0;
         if (std::from_chars(first, at_, value).ec == std::errc()) return value;
         // What is too small has a nearest number, which is zero.
-        const std::string_view text(first, static_cast<std::size_t>(at_ - first));
-        const bool isSmall = text.size() < 100 && text.find_last_of('-') > 0 &&
-                             text.find_last_of('-') != std::string_view::npos;
-        if (!isSmall) failAt(first, "a number beyond the range of a double");
+        if (!isTooSmall({first, at_})) failAt(first, "a number beyond the range of a double");
         return *first == '-' ? -0.0 : 0.0;
+    }
+    /// Of a number that is out of range: whether it is below it, by the place of its first digit that counts.
+    static bool isTooSmall(std::string_view number) {
+        const auto mantissa = number.substr(0, number.find_first_of("eE"));
+        const auto first = mantissa.find_first_of("123456789");
+        if (first == std::string_view::npos) return true;  // a zero
+        const auto point = std::min(mantissa.find('.'), mantissa.size());
+        auto exponent = number.substr(std::min(mantissa.size() + 1, number.size()));
+        if (exponent.starts_with('+')) exponent.remove_prefix(1);
+        std::int64_t scale = 0;
+        const auto parsed = std::from_chars(exponent.data(), exponent.data() + exponent.size(), scale);
+        if (parsed.ec == std::errc::result_out_of_range) return exponent.starts_with('-');
+        return scale + static_cast<std::int64_t>(point) < static_cast<std::int64_t>(first);
     }
 
     // Behind the opening quote, up to behind the closing one.
