@@ -235,7 +235,7 @@ void AsyncEvalService::sendEvalRequest(std::u16string code, const std::string& c
     }
 
     context->set("streamingEval", true);
-    auto options = clientOptions(*context, WhenToDequeue::Default);
+    auto options = clientOptions(*context, WhenToDequeue::Default, contextHandle);
     options.setOutSink(PrintedText::sink(printed, &PrintedText::out));
     options.setErrSink(PrintedText::sink(printed, &PrintedText::err));
     options.setCallbackImpl([weak = weak_from_this()](const nmutil::io::PrintableErrorEvent& event) {
@@ -267,7 +267,8 @@ void AsyncEvalService::sendRawCharsToBuffer(std::u16string characters, const std
         asyncLog().debug("Posting key typing:");
         typeAtPrompt(characters);
     };
-    queueTask(services_.zvm, clientOptions(*context, WhenToDequeue::Prompt), type, std::move(completion))
+    queueTask(services_.zvm, clientOptions(*context, WhenToDequeue::Prompt, contextHandle), type,
+              std::move(completion))
         .setReadyToExecute();
 }
 

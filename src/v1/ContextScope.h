@@ -13,7 +13,7 @@ namespace connector::interpreter::v1 {
 class ContextScope {
 public:
     explicit ContextScope(const std::shared_ptr<common::ContextState>& context)
-        : handle_(zvm_common::pushContextState(context)), current_(context) {}
+        : handle_(zvm_common::pushContextState(context)), current_(context, handle_) {}
     ~ContextScope() { zvm_common::removeContextState(handle_); }
     ContextScope(const ContextScope&) = delete;
     ContextScope& operator=(const ContextScope&) = delete;

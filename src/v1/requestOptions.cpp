@@ -24,10 +24,11 @@ void showInCommandWindow(const nmutil::io::PrintableErrorEvent& event) {
 }
 
 cmddistributor::RunOptions clientOptions(const common::ContextState& context,
-                                         cmddistributor::WhenToDequeue when) {
+                                         cmddistributor::WhenToDequeue when, std::uint64_t contextHandle) {
     const auto clientType = context.getOr<std::string>("clientType", {});
     cmddistributor::RunOptions options(
         when, clientType.empty() ? boost::none : boost::make_optional(fl::i18n::to_ustring(clientType)));
+    options.setContextHandle(contextHandle);
     if (context.has("numoraCapabilities")) {
         options.setCapabilities(context.getOr("numoraCapabilities", capabilities::CapabilityList()));
     }
@@ -37,7 +38,7 @@ cmddistributor::RunOptions clientOptions(const common::ContextState& context,
 cmddistributor::RunOptions requestOptions(const common::ContextState& context,
                                           cmddistributor::WhenToDequeue when, std::string_view logPrefix,
                                           ShowError show) {
-    auto options = clientOptions(context, when);
+    auto options = clientOptions(context, when, common::ContextState::currentHandle());
     options.setCallbackImpl(
         [logPrefix, show = std::move(show)](const nmutil::io::PrintableErrorEvent& event) {
             if (log().isEnabled(Severity::Debug)) {

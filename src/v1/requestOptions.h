@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <string>
 #include <string_view>
@@ -20,13 +21,13 @@ void showInCommandWindow(const nmutil::io::PrintableErrorEvent& event);
 /// help, and the message alone is shown.
 std::u16string printableText(const nmutil::io::PrintableErrorEvent& event);
 
-/// How a request of a client is to be run: when it may be dequeued, and with the capabilities that its
-/// context names.
+/// How a request of a client is to be run: when it may be dequeued, with the capabilities that its context
+/// names, and with the context itself, which is kept under `contextHandle`.
 cmddistributor::RunOptions clientOptions(const common::ContextState& context,
-                                         cmddistributor::WhenToDequeue when);
+                                         cmddistributor::WhenToDequeue when, std::uint64_t contextHandle);
 
-/// The same, with the errors that the request shows given to `show`. `logPrefix` begins the log lines about
-/// these.
+/// The same for the current context of this thread, with the errors that the request shows given to `show`.
+/// `logPrefix` begins the log lines about these.
 cmddistributor::RunOptions requestOptions(const common::ContextState& context,
                                           cmddistributor::WhenToDequeue when, std::string_view logPrefix,
                                           ShowError show = showInCommandWindow);

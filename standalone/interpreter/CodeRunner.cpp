@@ -74,9 +74,9 @@ CodeRunner::CodeRunner(PyObject* runtimeModule)
       expressionType_(importedAttribute("_ast", "Expr")),
       interactiveType_(importedAttribute("_ast", "Interactive")) {}
 
-CodeRunner::Result CodeRunner::execute(const std::u16string& code) {
+CodeRunner::Result CodeRunner::execute(const std::u16string& code, bool isRemembered) {
     constexpr char16_t byteOrderMark = 0xFEFF;
-    if (code.starts_with(byteOrderMark)) return execute(code.substr(1));
+    if (code.starts_with(byteOrderMark)) return execute(code.substr(1), isRemembered);
     if (code.size() > codeLimit) {
         PyErr_Format(PyExc_ValueError, "The code is %zu UTF-16 units long; at most %zu are accepted.",
                      code.size(), codeLimit);
@@ -86,9 +86,9 @@ CodeRunner::Result CodeRunner::execute(const std::u16string& code) {
     const PyRef fileName(PyUnicode_FromFormat("<eval %llu>", static_cast<unsigned long long>(++count_)));
     if (!source || !fileName) return failed();
     const PyRef number(PyLong_FromUnsignedLongLong(count_));
-    const PyRef remembered(
-        number ? PyObject_CallFunctionObjArgs(remember_.get(), number.get(), source.get(), nullptr)
-               : nullptr);
+    if (isRemembered && number) {
+        const PyRef done(PyObject_CallFunctionObjArgs(remember_.get(), number.get(), source.get(), nullptr));
+    }
     PyErr_Clear();
 
     // One simple statement needs no look at its syntax tree: Python's interactive mode does with it what is

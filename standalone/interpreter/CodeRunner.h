@@ -28,8 +28,9 @@ public:
     /// `runtimeModule` is the module that describes errors.  Throws: std::runtime_error.
     explicit CodeRunner(PyObject* runtimeModule);
 
-    /// Runs `code` and displays the value of its last statement if that is an expression.
-    Result execute(const std::u16string& code);
+    /// Runs `code` and displays the value of its last statement if that is an expression. It becomes part of
+    /// the history if it `isRemembered`.
+    Result execute(const std::u16string& code, bool isRemembered);
 
     /// What made the last `execute` fail. Empty when the code ended itself in an orderly way.
     boost::optional<CodeError> takeError();

@@ -10,6 +10,8 @@
 #include "connector/common/DataBuffer.h"
 #include "fl/i18n/text.h"
 #include "interpreter/JsonWriter.h"
+#include "interpreter/arrayValues.h"
+#include "interpreter/errorReport.h"
 #include "interpreter/pythonText.h"
 
 namespace standalone {
@@ -31,24 +33,75 @@ std::vector<matrix::ArrayPtr> answer(std::u16string results, bool isError, std::
 }
 
 cmddistributor::RuntimeException refusal(std::u16string message) {
-    return {nmutil::cmddistributor::EXECUTION_ERROR, "NUMORA:feval", std::move(message)};
+    return {nmutil::cmddistributor::EXECUTION_ERROR, "NUMORA:feval", message, message + u"\n"};
+}
+
+std::string nameOf(const cmddistributor::FEvalIIP::Function& function) {
+    if (const auto* name = std::get_if<std::string>(&function)) return *name;
+    const auto& handle = std::get<std::shared_ptr<const mxArray>>(function);
+    if (!handle || handle->classId() != mxCHAR_CLASS)
+        throw refusal(u"A function handle must be a char array with the name of a function.");
+    return fl::i18n::to_string(matrix::get_ustring(*handle));
+}
+
+// The Python exception that is set, which is cleared.
+PyRef takeException() {
+    PyObject *type = nullptr, *value = nullptr, *trace = nullptr;
+    PyErr_Fetch(&type, &value, &trace);
+    PyErr_NormalizeException(&type, &value, &trace);
+    if (trace != nullptr) PyException_SetTraceback(value, trace);
+    const PyRef ownType(type), ownTrace(trace);
+    return PyRef(value);
 }
 
 }  // namespace
 
 FunctionCaller::FunctionCaller(PyObject* runtimeModule)
     : call_(PyObject_GetAttrString(runtimeModule, "call")),
+      callWithValues_(PyObject_GetAttrString(runtimeModule, "call_with_values")),
+      report_(PyObject_GetAttrString(runtimeModule, "report")),
       message_(PyObject_GetAttrString(runtimeModule, "message")) {
-    if (!call_ || !message_) {
+    if (!call_ || !callWithValues_ || !report_ || !message_) {
         PyErr_Clear();
         throw std::runtime_error("The Python runtime module has no function to call others.");
     }
 }
 
 std::vector<matrix::ArrayPtr> FunctionCaller::call(const cmddistributor::FEvalIIP& iip) {
-    const auto* name = std::get_if<std::string>(&iip.function());
-    const auto& arguments = iip.data()->arguments;
-    if (name == nullptr || *name != callJson) throw refusal(u"There is no such internal function.");
+    const std::string name = nameOf(iip.function());
+    return name == callJson ? callThroughJson(*iip.data()) : callWithArrays(name, iip);
+}
+
+std::vector<matrix::ArrayPtr> FunctionCaller::callWithArrays(const std::string& name,
+                                                             const cmddistributor::FEvalIIP& iip) {
+    const PyRef values(PyList_New(0));
+    for (const auto& argument : iip.data()->arguments) {
+        const PyRef value(values ? pythonValue(argument.get()) : nullptr);
+        if (!value || PyList_Append(values.get(), value.get()) != 0) break;
+    }
+    const PyRef results(PyErr_Occurred() == nullptr
+                            ? PyObject_CallFunction(callWithValues_.get(), "s#iO", name.data(),
+                                                    static_cast<Py_ssize_t>(name.size()), iip.nargout(),
+                                                    values.get())
+                            : nullptr);
+    std::vector<matrix::ArrayPtr> outputs;
+    if (!results) {
+        const PyRef error = takeException();
+        // Code that ends itself in an orderly way returns nothing.
+        if (const auto described = describeError(report_.get(), error.get())) throw described->exception;
+        return outputs;
+    }
+    try {
+        for (Py_ssize_t i = 0; i < PyList_GET_SIZE(results.get()); ++i)
+            outputs.push_back(arrayOf(PyList_GET_ITEM(results.get(), i)));
+    } catch (const matrix::ArrayException& error) {
+        throw refusal(fl::i18n::to_ustring(error.what()));
+    }
+    return outputs;
+}
+
+std::vector<matrix::ArrayPtr> FunctionCaller::callThroughJson(const cmddistributor::FEvalIIP::Data& data) {
+    const auto& arguments = data.arguments;
     if (arguments.size() < 2) throw refusal(u"The internal function needs a name and a number of results.");
 
     const PyRef texts(PyList_New(0));
@@ -71,10 +124,7 @@ std::vector<matrix::ArrayPtr> FunctionCaller::call(const cmddistributor::FEvalII
 }
 
 std::vector<matrix::ArrayPtr> FunctionCaller::failed() {
-    PyObject *type = nullptr, *value = nullptr, *trace = nullptr;
-    PyErr_Fetch(&type, &value, &trace);
-    PyErr_NormalizeException(&type, &value, &trace);
-    const PyRef ownType(type), error(value), ownTrace(trace);
+    const PyRef error = takeException();
     const PyRef message(error ? PyObject_CallOneArg(message_.get(), error.get()) : nullptr);
     if (message) return answer(u"[]", true, utf16(message.get()));
     // Not even the failure could be put into words, for want of memory or because of another interrupt.

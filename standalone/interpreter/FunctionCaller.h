@@ -1,5 +1,6 @@
 #pragma once
 
+#include <string>
 #include <vector>
 
 #include "cmddistributor/FEvalIIP.h"
@@ -8,8 +9,8 @@
 
 namespace standalone {
 
-/// Calls functions by name with JSON arguments and JSON results, which is what the internal function
-/// "connector.internal.fevalJSON" does.
+/// Calls functions by name: with arrays, or, through the internal function "connector.internal.fevalJSON",
+/// with JSON arguments and JSON results.
 ///
 /// Threads: the interpreter thread with the interpreter's lock.
 class FunctionCaller {
@@ -17,17 +18,23 @@ public:
     /// `runtimeModule` is the module that finds and calls the functions.  Throws: std::runtime_error.
     explicit FunctionCaller(PyObject* runtimeModule);
 
-    /// Runs the request, whose arguments are the name of the function to call, the number of results and one
-    /// JSON text for each argument. Returns one struct with the fields "results", "error", "faultMessage" and
-    /// "faultId", the identifier of an error that has one of its own.
-    /// Throws: cmddistributor::RuntimeException, for another internal function or other arguments.
+    /// Runs the request. The internal function is given the name of the function to call, the number of
+    /// results and one JSON text for each argument; it returns one struct with the fields "results", "error",
+    /// "faultMessage" and "faultId", the identifier of an error that has one of its own. Any other function,
+    /// named as there, is given the arrays as arrayValues.h says, and returns `nargout` arrays. Throws:
+    /// cmddistributor::RuntimeException, when the function fails or an argument or a result cannot be passed.
     std::vector<matrix::ArrayPtr> call(const cmddistributor::FEvalIIP& iip);
 
 private:
+    std::vector<matrix::ArrayPtr> callThroughJson(const cmddistributor::FEvalIIP::Data& data);
+    std::vector<matrix::ArrayPtr> callWithArrays(const std::string& name,
+                                                 const cmddistributor::FEvalIIP& iip);
     /// What a failed call answers, from the Python exception that is set, which is cleared.
     std::vector<matrix::ArrayPtr> failed();
 
     const PyRef call_;
+    const PyRef callWithValues_;
+    const PyRef report_;
     const PyRef message_;
 };
 

@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include "cmddistributor/FEvalResult.h"
+#include "connector/zvm_common/contextState.h"
 #include "fl/i18n/text.h"
 #include "foundation/log/diagnostic_logger.h"
 #include "interpreter/CodeRunner.h"
@@ -290,6 +291,8 @@ void Interpreter::requestInput() {
     drainOutput();
     prompts_.announce(prompts_.current(), false);
     const auto& sink = CmdWinSinkHandle::activeSink(false);
+    const auto prompt = prompts_.current();
+    if (prompt == nmutil::prompt::PAUSE_PROMPT) sink->keyStrokeRequested(prompt);
     try {
         sink->requestInput();
     } catch (const std::exception& error) {
@@ -313,6 +316,9 @@ void Interpreter::run(std::unique_ptr<QueuedRequest> queued) {
 }
 
 std::unique_ptr<IIPResult> Interpreter::runRequest(QueuedRequest& queued) {
+    const std::uint64_t contextHandle = queued.options.contextHandle();
+    const connector::common::CurrentContext context(connector::zvm_common::findContextState(contextHandle),
+                                                    contextHandle);
     const std::shared_ptr<cmddistributor::IIP>& iip = queued.request->getIIP();
     if (const auto* task = dynamic_cast<const cmddistributor::PackagedTaskIIP*>(iip.get())) {
         prompts_.typeWhole([task] { task->run(); });
@@ -328,14 +334,19 @@ std::unique_ptr<IIPResult> Interpreter::runFunctionCall(QueuedRequest& queued,
     prepareCode();
     PromptScope prompt(prompts_);
     std::vector<matrix::ArrayPtr> outputs;
+    boost::optional<RuntimeException> failure;
     interruptibly([&] {
         prompt.announce();
-        outputs = caller_->call(iip);
+        try {
+            outputs = caller_->call(iip);
+        } catch (const RuntimeException& error) {
+            failure = error;
+        }
     });
     if (getpid() != processId_) runner_->exitForkedChild();
     if (codeNumber_ == 0) tidyUp();
     if (!isAside_) drainOutput(true);
-    return std::make_unique<cmddistributor::FEvalResult>(queued.id, boost::none, std::move(outputs));
+    return std::make_unique<cmddistributor::FEvalResult>(queued.id, std::move(failure), std::move(outputs));
 }
 
 // Called between two steps of running code. The debugger and profilers of that code do not see what runs
@@ -402,7 +413,7 @@ void Interpreter::evaluate(const std::u16string& code, iqm::Workspace&) {
     CodeRunner::Result result = CodeRunner::Result::Failed;
     interruptibly([&] {
         prompt.announce();
-        result = runner_->execute(code);
+        result = runner_->execute(code, !isInternalCode());
     });
     if (getpid() != processId_) runner_->exitForkedChild();  // or it would go on here as a second interpreter
 
@@ -416,9 +427,18 @@ void Interpreter::evaluate(const std::u16string& code, iqm::Workspace&) {
     const bool isIncomplete = result == CodeRunner::Result::Incomplete;
     codeBlockStatus_ = isIncomplete ? 1 : 0;
     executionStatus_ = error ? error->exception.getExecutionStatus() : nmutil::cmddistributor::EXECUTION_OK;
+    builtinName_ = error ? error->builtin : boost::none;
+    isInCompiledExtension_ = error && error->isInCompiledExtension;
     if (error) showFailure(*error);
     prompt.restore(isIncomplete);
     if (error) throw RuntimeException(error->exception);
+}
+
+bool Interpreter::isInternalCode() const {
+    if (active_.empty()) return false;
+    const auto* const request =
+        dynamic_cast<const cmddistributor::EvalCmdRequest*>(active_.back()->request.get());
+    return request != nullptr && request->isInternal();
 }
 
 // A suggestion for captured code becomes part of its response, and is no news to others.

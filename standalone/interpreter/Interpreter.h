@@ -60,12 +60,14 @@ public:
     bool isCodeBlockComplete(const std::u16string& code) override;
     nmutil::cmddistributor::inExecutionStatus executionStatus() override { return executionStatus_; }
     std::int32_t codeBlockStatus() override { return codeBlockStatus_; }
-    boost::optional<std::string> currentBuiltinName() override { return boost::none; }
-    bool isInCompiledExtension() override { return false; }
+    boost::optional<std::string> currentBuiltinName() override { return builtinName_; }
+    bool isInCompiledExtension() override { return isInCompiledExtension_; }
     IInterpreterBridge* interpreterBridge() override { return this; }
+    // Nothing is put off until code has ended: events go out on a thread of their own as they are raised.
     void dispatchPendingInterests() override {}
     nmutil::prompt::InputRequester inputRequester() override { return prompts_.current(); }
     bool isInCharBufferMode() override { return prompts_.isReadingCharacters(); }
+    // Never: every prompt of Python code waits without a time limit, and no other asks for input.
     bool isPromptEmergency() override { return false; }
     void typeCodeUnit(char16_t unit) override { prompts_.type(unit); }
     std::uint64_t windowRows() override { return rows_; }
@@ -106,6 +108,7 @@ private:
     void tidyUp();
     std::unique_ptr<cmddistributor::IIPResult> runFunctionCall(QueuedRequest& queued,
                                                                const cmddistributor::FEvalIIP& iip);
+    bool isInternalCode() const;
     void showFailure(const CodeError& failure);
     void showError(const cmddistributor::RuntimeException& error);
 
@@ -138,7 +141,8 @@ private:
     bool isInterpreterThread() const override { return Interrupts::isSignalThread(); }
     const cmddistributor::RunOptions* runningOptions() const override;
 
-    // IInterpreterBridge: nothing here waits for the end of an evaluation beside its own request.
+    // IInterpreterBridge: nobody to notify. Requests end through their delegates, and listeners are told of
+    // the end of an evaluation by the event of the prompt that follows it.
     void notifyEvalEnd(bool) override {}
     // iqm::Iqm: there is no editor.
     bool isInEditorDebugInputWanted() const override { return false; }
@@ -171,6 +175,8 @@ private:
     std::vector<const QueuedRequest*> active_;  // innermost last
     nmutil::cmddistributor::inExecutionStatus executionStatus_ = nmutil::cmddistributor::EXECUTION_OK;
     std::int32_t codeBlockStatus_ = 0;
+    boost::optional<std::string> builtinName_;  // in which the last error arose
+    bool isInCompiledExtension_ = false;
     bool isInterruptEnabled_ = true;  // Python code always lets interrupts in; the setting is only kept
     std::uint64_t columns_;
     std::uint64_t rows_;

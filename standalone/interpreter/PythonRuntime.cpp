@@ -69,6 +69,7 @@ PythonRuntime::PythonRuntime(InterpreterServices& services) {
     addModule("numora", pythonsource::numora);
     runtimeModule_ = addModule("_numora_runtime", pythonsource::runtime);
     if (PyModule_AddStringConstant(runtimeModule_, "tools_source", pythonsource::tools) != 0 ||
+        PyModule_AddStringConstant(runtimeModule_, "errors_source", pythonsource::errors) != 0 ||
         PyModule_AddStringConstant(runtimeModule_, "events_source", pythonsource::events) != 0 ||
         PyModule_AddStringConstant(runtimeModule_, "figures_source", pythonsource::figures) != 0 ||
         PyModule_AddStringConstant(runtimeModule_, "calls_source", pythonsource::calls) != 0) {

@@ -16,10 +16,12 @@ using cmddistributor::StackFrame;
 using nmutil::cmddistributor::inExecutionStatus;
 
 RuntimeException makeException(inExecutionStatus status, const std::u16string& type, std::u16string message,
-                               std::u16string text, std::vector<StackFrame> frames) {
+                               std::u16string text, std::vector<StackFrame> frames,
+                               std::vector<RuntimeException> causes = {}) {
     std::string identifier = "NUMORA:";
     for (const char16_t unit : type) identifier.push_back(unit < 0x80 ? static_cast<char>(unit) : '?');
-    return {status, std::move(identifier), std::move(message), std::move(text), std::move(frames)};
+    return {status,          std::move(identifier), std::move(message),
+            std::move(text), std::move(frames),     std::move(causes)};
 }
 
 CodeError undescribed(PyObject* error) {
@@ -29,7 +31,7 @@ CodeError undescribed(PyObject* error) {
         error != nullptr && PyErr_GivenExceptionMatches(error, PyExc_KeyboardInterrupt) != 0;
     const auto status =
         isInterrupt ? nmutil::cmddistributor::EXECUTION_INTERRUPTED : nmutil::cmddistributor::EXECUTION_ERROR;
-    return {makeException(status, type, type, type + u"\n", {}), boost::none};
+    return {makeException(status, type, type, type + u"\n", {}), boost::none, boost::none, false};
 }
 
 std::vector<StackFrame> stackOf(PyObject* frames) {
@@ -45,21 +47,44 @@ std::vector<StackFrame> stackOf(PyObject* frames) {
     return stack;
 }
 
+// Each cause is one of the error before it; the nearest comes first in the list.
+std::vector<RuntimeException> causesOf(PyObject* list) {
+    std::vector<RuntimeException> causes;
+    for (Py_ssize_t i = PyList_GET_SIZE(list); i-- > 0;) {
+        PyObject *type = nullptr, *message = nullptr, *frames = nullptr;
+        if (PyArg_ParseTuple(PyList_GET_ITEM(list, i), "UUO!", &type, &message, &PyList_Type, &frames) != 0) {
+            auto cause = makeException(nmutil::cmddistributor::EXECUTION_ERROR, utf16(type), utf16(message),
+                                       {}, stackOf(frames), std::move(causes));
+            causes = {std::move(cause)};
+        }
+        PyErr_Clear();
+    }
+    return causes;
+}
+
 }  // namespace
 
 boost::optional<CodeError> describeError(PyObject* report, PyObject* error) {
     const PyRef answer(error != nullptr ? PyObject_CallOneArg(report, error) : nullptr);
     const char* kind = nullptr;
     PyObject *type = nullptr, *message = nullptr, *text = nullptr, *frames = nullptr, *suggestion = nullptr;
-    if (!answer || PyArg_ParseTuple(answer.get(), "sUUUO!O", &kind, &type, &message, &text, &PyList_Type,
-                                    &frames, &suggestion) == 0) {
+    PyObject* causes = nullptr;
+    const char* builtin = nullptr;
+    int isInExtension = 0;
+    if (!answer ||
+        PyArg_ParseTuple(answer.get(), "sUUUO!OO!zp", &kind, &type, &message, &text, &PyList_Type, &frames,
+                         &suggestion, &PyList_Type, &causes, &builtin, &isInExtension) == 0) {
         PyErr_Clear();
         return undescribed(error);
     }
     if (std::string_view(kind) == "exit") return boost::none;
     const auto status = std::string_view(kind) == "interrupt" ? nmutil::cmddistributor::EXECUTION_INTERRUPTED
                                                               : nmutil::cmddistributor::EXECUTION_ERROR;
-    CodeError described{makeException(status, utf16(type), utf16(message), utf16(text), stackOf(frames)), {}};
+    CodeError described{
+        makeException(status, utf16(type), utf16(message), utf16(text), stackOf(frames), causesOf(causes)),
+        {},
+        builtin != nullptr ? boost::make_optional(std::string(builtin)) : boost::none,
+        isInExtension != 0};
     if (suggestion != Py_None) described.suggestion = utf16(suggestion);
     return described;
 }

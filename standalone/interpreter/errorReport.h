@@ -13,6 +13,9 @@ namespace standalone {
 struct CodeError {
     cmddistributor::RuntimeException exception;
     boost::optional<std::u16string> suggestion;
+    /// The builtin function in which it arose, and whether that belongs to a compiled extension.
+    boost::optional<std::string> builtin;
+    bool isInCompiledExtension = false;
 };
 
 /// Describes a Python exception with the help of the function `report` of the runtime module. Empty when it

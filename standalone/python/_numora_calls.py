@@ -23,6 +23,12 @@ def call(name, nargout, texts):
         return ([], message(error), _identifier(error))
 
 
+def call_with_values(name, nargout, values):
+    """Calls the named function, and returns its results as a list."""
+    count = _result_count(nargout)
+    return list(_results(name, _find(name)(*values), count))
+
+
 def _identifier(error):
     try:
         return sys.modules["_numora_runtime"].identifier(error)

@@ -257,20 +257,22 @@ class _Imports:
 def report(error):
     """Describes the exception that ended an evaluation.
 
-    Returns (kind, type name, message, text to show, [(file, function, line)], suggestion or None); kind is "exit" for an
-    orderly end without an error, "interrupt" or "error".
+    Returns (kind, type name, message, text to show, frames, suggestion or None, causes, builtin or None, is extension):
+    kind is "exit" for an orderly end without an error, "interrupt" or "error"; frames are (file, function, line); each
+    cause is (type name, message, frames); the builtin function is the one in which it arose, and may be that of an
+    extension.
     """
     name = type(error).__name__
     bdb = sys.modules.get("bdb")
     if bdb and isinstance(error, bdb.BdbQuit):
         if not getattr(error, "is_interrupt", False):
-            return ("exit", name, "", "", [], None)
-        return ("interrupt", "KeyboardInterrupt", "", "KeyboardInterrupt\n", [], None)
+            return ("exit", name, "", "", *_NO_DETAILS)
+        return ("interrupt", "KeyboardInterrupt", "", "KeyboardInterrupt\n", *_NO_DETAILS)
     if isinstance(error, SystemExit):
         if error.code is None or error.code == 0:
-            return ("exit", name, "", "", [], None)
+            return ("exit", name, "", "", *_NO_DETAILS)
         message = _text_of(error.code) or ""
-        return ("error", name, message, "SystemExit: %s\n" % message, [], None)
+        return ("error", name, message, "SystemExit: %s\n" % message, *_NO_DETAILS)
 
     sys.last_type, sys.last_value, sys.last_traceback = type(error), error, error.__traceback__
     import traceback
@@ -291,14 +293,37 @@ def report(error):
         message = message or "<its text cannot be had>"
         stack = "".join(traceback.format_tb(error.__traceback__))
         text = "Traceback (most recent call last):\n%s%s: %s\n" % (stack, name, message)
-    frames = [(f.filename, f.name, f.lineno or 0) for f in traceback.extract_tb(error.__traceback__)[-100:]]
     kind = "interrupt" if isinstance(error, KeyboardInterrupt) else "error"
     try:
         suggestion = _suggestion(error)
     except BaseException:
         suggestion = None  # looking for one runs code of the object at fault
-    name = identifier(error).removeprefix("NUMORA:") or name
-    return (kind, name, message, shortened(text), frames, suggestion)
+    return (kind, _kind_of(error), message, shortened(text), _frames(error), suggestion, *_sources_of(error))
+
+
+_NO_DETAILS = ([], None, [], None, False)
+
+
+def _frames(error):
+    import traceback
+
+    return [(f.filename, f.name, f.lineno or 0) for f in traceback.extract_tb(error.__traceback__)[-100:]]
+
+
+def _kind_of(error):
+    return identifier(error).removeprefix("NUMORA:") or type(error).__name__
+
+
+def _sources_of(error):
+    """The causes of an error and the builtin function in which it arose, as far as they can be told."""
+    try:
+        causes = [(_kind_of(e), _text_of(e) or "", _frames(e)) for e in _load("_numora_errors", errors_source).causes(error)]
+    except BaseException:
+        causes = []
+    try:
+        return (causes, *_load("_numora_errors", errors_source).origin(error))
+    except BaseException:
+        return (causes, None, False)
 
 
 def identifier(error):
@@ -347,9 +372,9 @@ def end_forked_child(error):
 
 
 def _hide_own_frames(described):
-    """Takes this module out of the call stacks that are shown: the code at fault is the user's."""
+    """Takes the program's own modules out of the call stacks that are shown: the code at fault is the user's."""
     while described is not None:
-        described.stack[:] = [f for f in described.stack if f.filename != __file__]
+        described.stack[:] = [f for f in described.stack if not f.filename.startswith("<_numora_")]
         for part in described.exceptions or ():
             _hide_own_frames(part)
         described = described.__cause__ or described.__context__
@@ -399,7 +424,7 @@ def _closest(name, candidates):
 
 variables = vars(__main__)  # where evaluations run, whatever the code makes of sys.modules
 
-tools_source = calls_source = events_source = figures_source = ""  # set by the host
+tools_source = calls_source = errors_source = events_source = figures_source = ""  # set by the host
 _loaded = {}
 
 
@@ -433,6 +458,11 @@ def announce_workspace():
 def call(name, nargout, arguments):
     """Calls a function for a client, with JSON arguments."""
     return _load("_numora_calls", calls_source).call(name, nargout, arguments)
+
+
+def call_with_values(name, nargout, values):
+    """Calls a function with values of Python's own."""
+    return _load("_numora_calls", calls_source).call_with_values(name, nargout, values)
 
 
 def message(error):

@@ -47,6 +47,7 @@ TEST_F(AsyncEvalServiceTest, runsCodeAtTheBasePromptWithWhatItsContextSays) {
     EXPECT_EQ(options.whenToDequeue(), WhenToDequeue::Default);
     EXPECT_EQ(*options.capabilities(), capabilities::CapabilityList{"figures"});
     EXPECT_EQ(options.source().value_or(u""), u"browser");
+    EXPECT_NE(options.contextHandle(), 0U);
     EXPECT_EQ(host_.calls, (std::vector<std::string>{"evalEnd", "interests"}));
     EXPECT_TRUE(host_.interruptEnabled);
 }

@@ -9,11 +9,12 @@
 
 #include <gtest/gtest.h>
 
-#include "capabilities/missingCapability.h"
+#include "capabilities/CapabilityList.h"
 #include "cmddistributor/FEvalResult.h"
 #include "connector/interpreter/v1/FEval.h"
 #include "connector/interpreter/v1/FEvalResponse.h"
 #include "connector/interpreter/v1/InterpreterServiceProviderImpl.h"
+#include "connector/zvm_common/contextState.h"
 #include "fake/FakeHost.h"
 #include "fake/ManualConfiguration.h"
 #include "foundation/log/diagnostic_logger.h"
@@ -134,6 +135,7 @@ TEST_F(FEvalTest, keepsOutputAndErrorsOfTheCallAwayFromTheCommandWindow) {
     host_.distributor->onFEval = [this](const FEvalIIP&) {
         host_.print(u"printed");
         host_.print(u"warned", true);
+        EXPECT_EQ(connector::zvm_common::findContextState(lastOptions().contextHandle()), context_);
         lastOptions().printableErrorCallback()(nmutil::io::PrintableErrorEvent(
             u"shown", {nmutil::cmddistributor::EXECUTION_ERROR, "NUMORA:id", u"message"}));
         return one(jsonResult(u"[]"));
@@ -144,6 +146,7 @@ TEST_F(FEvalTest, keepsOutputAndErrorsOfTheCallAwayFromTheCommandWindow) {
         message->outputMode = mode;
         EXPECT_EQ(faults(*call(std::move(message))), "");
         EXPECT_EQ(*lastOptions().capabilities(), capabilities::CapabilityList{"a"});
+        EXPECT_EQ(connector::zvm_common::findContextState(lastOptions().contextHandle()), nullptr);
     }
     EXPECT_EQ(host_.window->text(), u"");
 }
@@ -354,20 +357,6 @@ TEST_F(FEvalTest, describesACallAndItsEndForDiagnosis) {
                                                        u"reason")}),
               "function call 7: failed, NUMORA:id: reason");
     EXPECT_EQ(FEvalIIP("f\xC3\xA9", 1, nullptr, {}, nullptr, nullptr).toCustomerFriendlyString(), u"f\u00e9");
-}
-
-TEST(MissingCapabilityTest, choosesTheIdentifierAndTheFunctionsName) {
-    using capabilities::Lack;
-    using capabilities::missingCapabilityIdentifier;
-    const std::string general = "NUMORA:services:MissingRequiredCapability";
-    const std::string product = capabilities::onlineProductName;
-    EXPECT_EQ(missingCapabilityIdentifier(Lack::General, product), general);
-    EXPECT_EQ(missingCapabilityIdentifier(Lack::Product), general + "_ForUnknownProduct");
-    EXPECT_EQ(missingCapabilityIdentifier(Lack::Product, product), general + "_ForProduct");
-    EXPECT_EQ(missingCapabilityIdentifier(Lack::Tripwire, product), general + "_Tripwire");
-    EXPECT_EQ(capabilities::missingCapabilityFunction(std::string("f")), "f");
-    EXPECT_EQ(capabilities::missingCapabilityFunction(boost::none),
-              "Error: Unable to retrieve function name for MissingRequiredCapability");
 }
 
 }  // namespace

@@ -16,7 +16,7 @@ namespace cmddistributor {
 class FEvalIIP : public IIP {
 public:
     using Array = foundation::numoradata::Array;
-    /// A function by its name in UTF-8, or by a handle.
+    /// A function by its name in UTF-8, or by a handle, a char array with the name.
     using Function = std::variant<std::string, std::shared_ptr<const Array>>;
 
     /// What the function is called with. The interpreter thread, which runs the request once, may move the

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
@@ -43,6 +44,11 @@ public:
     const boost::optional<capabilities::CapabilityList>& capabilities() const { return capabilities_; }
     void setCapabilities(capabilities::CapabilityList list) { capabilities_ = std::move(list); }
 
+    /// The handle of the context that is current on the interpreter thread while the request runs, as
+    /// connector::zvm_common::pushContextState gave it; 0 for an empty context.
+    std::uint64_t contextHandle() const { return contextHandle_; }
+    void setContextHandle(std::uint64_t handle) { contextHandle_ = handle; }
+
     /// While the request runs, an error that is to be shown goes to `callback`, on the interpreter thread,
     /// and nowhere else.
     void setCallbackImpl(PrintableErrorCallback callback) { printableError_ = std::move(callback); }
@@ -56,6 +62,7 @@ private:
     std::shared_ptr<nmutil::io::NMSink> outSink_;
     std::shared_ptr<nmutil::io::NMSink> errSink_;
     boost::optional<capabilities::CapabilityList> capabilities_;
+    std::uint64_t contextHandle_ = 0;
     PrintableErrorCallback printableError_;
 };
 

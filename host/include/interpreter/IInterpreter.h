@@ -21,9 +21,9 @@ public:
 /// Runs what the interpreter put off until code is no longer running.  Threads: the interpreter thread.
 void inDispatchPendingInterests();
 
-/// The name of the builtin function in which the current error arose, if it arose in one.
-/// Threads: the interpreter thread.
+/// The name of the builtin function in which the error of the evaluation that ended last, or is ending,
+/// arose, as far as that can be told. Threads: the interpreter thread.
 boost::optional<std::string> mdGetCurrentBuiltinFcnName();
 
-/// Whether the current error arose inside a compiled extension.  Threads: the interpreter thread.
+/// Whether that error arose inside a function of a compiled extension.  Threads: the interpreter thread.
 bool mdInAMexFile();

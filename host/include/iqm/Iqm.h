@@ -18,7 +18,8 @@ public:
     utInterruptState& interruptState() { return interruptState_; }
 
     /// The queue manager of the local interpreter, or of the one that `ncr` names.
-    /// Threads: any.  Throws: std::runtime_error when no environment is installed.
+    /// Threads: any.  Throws: std::logic_error when no environment is installed; std::runtime_error when
+    /// there is no interpreter of that name.
     static Iqm& instance();
     static Iqm& getInstance(nmutil::contextmgr::NcrID ncr);
 

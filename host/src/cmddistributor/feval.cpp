@@ -25,8 +25,9 @@ void describe(std::ostream& out, const mxArray* array) {
 }  // namespace
 
 std::u16string FEvalIIP::toCustomerFriendlyString() const {
-    const auto* name = std::get_if<std::string>(&function_);
-    return name != nullptr ? fl::i18n::to_ustring(*name) : u"function handle";
+    if (const auto* name = std::get_if<std::string>(&function_)) return fl::i18n::to_ustring(*name);
+    const auto& handle = std::get<std::shared_ptr<const Array>>(function_);
+    return handle && handle->classId() == mxCHAR_CLASS ? matrix::get_ustring(*handle) : u"function handle";
 }
 
 void FEvalResult::fillStream(std::ostream& out) const {

@@ -10,6 +10,7 @@ namespace connector::common {
 namespace {
 
 thread_local std::shared_ptr<ContextState> currentContext;
+thread_local std::uint64_t handleOfCurrent = 0;
 
 }  // namespace
 
@@ -33,10 +34,16 @@ std::shared_ptr<ContextState> ContextState::current() {
     return currentContext ? currentContext : std::make_shared<ContextState>();
 }
 
-CurrentContext::CurrentContext(std::shared_ptr<ContextState> context)
-    : previous_(std::exchange(currentContext, std::move(context))) {}
+std::uint64_t ContextState::currentHandle() { return handleOfCurrent; }
 
-CurrentContext::~CurrentContext() { currentContext = std::move(previous_); }
+CurrentContext::CurrentContext(std::shared_ptr<ContextState> context, std::uint64_t handle)
+    : previous_(std::exchange(currentContext, std::move(context))),
+      previousHandle_(std::exchange(handleOfCurrent, handle)) {}
+
+CurrentContext::~CurrentContext() {
+    currentContext = previous_;
+    handleOfCurrent = previousHandle_;
+}
 
 }  // namespace connector::common
 
@@ -62,6 +69,12 @@ std::uint64_t pushContextState(std::shared_ptr<common::ContextState> context) {
     const std::uint64_t handle = ++contexts().last;
     contexts().byHandle.emplace(handle, std::move(context));
     return handle;
+}
+
+std::shared_ptr<common::ContextState> findContextState(std::uint64_t handle) {
+    MutexLock lock(contexts().mutex);
+    const auto found = contexts().byHandle.find(handle);
+    return found == contexts().byHandle.end() ? nullptr : found->second;
 }
 
 std::shared_ptr<common::ContextState> removeContextState(std::uint64_t handle) {

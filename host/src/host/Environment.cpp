@@ -63,7 +63,10 @@ std::shared_ptr<zvm::Session> zvm::ProcessSession::session() {
 }
 
 iqm::Iqm& iqm::Iqm::instance() { return host::environment().queueManager(); }
-iqm::Iqm& iqm::Iqm::getInstance(nmutil::contextmgr::NcrID) { return instance(); }
+iqm::Iqm& iqm::Iqm::getInstance(nmutil::contextmgr::NcrID ncr) {
+    if (ncr == nmutil::contextmgr::NcrID()) return instance();
+    throw std::runtime_error("There is no interpreter " + std::to_string(ncr.value) + ".");
+}
 
 void iqm::InternalEvalPlugin::inEvalCmdWithLocalReturn(const std::u16string& code, Workspace& workspace) {
     host::environment().evaluate(code, workspace);

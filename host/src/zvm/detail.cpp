@@ -13,8 +13,14 @@ foundation::msg_svc::exchange::IDType createID() {
 
 DistributorAndSinks getCmdDistributorAndSinks(const Target& target,
                                               const cmddistributor::RunOptions& runOptions) {
-    const auto* named = std::get_if<std::shared_ptr<ZVM>>(&target);
-    const std::shared_ptr<ZVM> zvm = named != nullptr ? *named : Factory::getCurrentLocalZVM();
+    using nmutil::contextmgr::NcrID;
+    const auto* ncr = std::get_if<NcrID>(&target);
+    std::shared_ptr<ZVM> zvm;
+    if (ncr == nullptr) {
+        zvm = std::get<std::shared_ptr<ZVM>>(target);
+    } else if (*ncr == NcrID()) {
+        zvm = Factory::getCurrentLocalZVM();
+    }
     return {zvm ? zvm->getCmdDistributor() : nullptr, runOptions.getOutSink(), runOptions.getErrSink()};
 }
 

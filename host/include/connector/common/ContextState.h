@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <unordered_map>
@@ -37,6 +38,8 @@ public:
 
     /// The context of what this thread is handling. Never null: an empty one where none was set.
     static std::shared_ptr<ContextState> current();
+    /// The handle under which zvm_common::pushContextState keeps it; 0 where it does not.
+    static std::uint64_t currentHandle();
 
 private:
     struct Entry {
@@ -48,16 +51,18 @@ private:
     std::unordered_map<std::string, Entry> values_ GUARDED_BY(mutex_);
 };
 
-/// Makes a context the current one of this thread while it is in scope; scopes nest.
+/// Makes a context the current one of this thread while it is in scope; scopes nest. Null stands for an empty
+/// one.
 class CurrentContext {
 public:
-    explicit CurrentContext(std::shared_ptr<ContextState> context);
+    explicit CurrentContext(std::shared_ptr<ContextState> context, std::uint64_t handle = 0);
     ~CurrentContext();
     CurrentContext(const CurrentContext&) = delete;
     CurrentContext& operator=(const CurrentContext&) = delete;
 
 private:
-    std::shared_ptr<ContextState> previous_;
+    const std::shared_ptr<ContextState> previous_;
+    const std::uint64_t previousHandle_;
 };
 
 }  // namespace connector::common

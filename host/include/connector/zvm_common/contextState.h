@@ -11,6 +11,9 @@ namespace connector::zvm_common {
 /// never 0.  Threads: any.
 std::uint64_t pushContextState(std::shared_ptr<common::ContextState> context);
 
+/// The context that is kept under `handle`; null when there is none.  Threads: any.
+std::shared_ptr<common::ContextState> findContextState(std::uint64_t handle);
+
 /// Takes the context out again; null when there is none under `handle`.  Threads: any.
 std::shared_ptr<common::ContextState> removeContextState(std::uint64_t handle);
 

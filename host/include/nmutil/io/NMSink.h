@@ -28,6 +28,8 @@ public:
     virtual bool isDirty() const { return dirty_; }
     virtual void setDirty(bool dirty) { dirty_ = dirty; }
 
+    // What a host asks that shows output page by page, with links or formatted, or that keeps a diary, an
+    // echo of the code or a log of the output. The standalone host does none of that, and asks none of these.
     virtual bool supportsMore() const { return traits_.supportsMore; }
     virtual bool supportsHotlinks() const { return traits_.supportsHotlinks; }
     virtual bool needsFormattingForDisplay() const { return true; }

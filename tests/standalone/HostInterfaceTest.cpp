@@ -1,0 +1,211 @@
+// What the interpreter does with requests and notifications of the host interface that clients do not use.
+
+#include <future>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "RunningInterpreter.h"
+#include "cmddistributor/CmdDistributor.h"
+#include "cmddistributor/FEvalCmdRequest.h"
+#include "cmddistributor/FEvalResult.h"
+#include "connector/zvm_common/contextState.h"
+#include "interpreter/IInterpreter.h"
+#include "iqm/PacketInfo.h"
+#include "iqm/UserEvalPlugin.h"
+#include "services/io/CmdWinSink.h"
+#include "services/prompt/prompt.h"
+#include "zvm/detail.h"
+
+namespace {
+
+using cmddistributor::IqmStreamID;
+using cmddistributor::RunOptions;
+using cmddistributor::RuntimeException;
+
+/// How a request has ended.
+struct Outcome {
+    boost::optional<RuntimeException> exception;
+    std::string results;  ///< of a function call, in words
+};
+
+class OutcomeDelegate : public cmddistributor::PromiseDelegate {
+public:
+    void complete(const cmddistributor::IIPResult& result) noexcept override {
+        std::ostringstream words;
+        if (const auto* call = dynamic_cast<const cmddistributor::FEvalResult*>(&result))
+            call->fillStream(words);
+        const std::string text = words.str();
+        outcome.set_value({result.exception(), text.substr(std::min(text.find(": ") + 2, text.size()))});
+    }
+    void waitTillReady() override {}
+    bool isPromiseDone() const override { return false; }
+
+    std::promise<Outcome> outcome;
+};
+
+/// Tells where the error of its code arose.
+class OriginPlugin : public iqm::UserEvalPlugin {
+public:
+    static inline std::string origin;
+    using UserEvalPlugin::UserEvalPlugin;
+    void processMFileError() override {
+        origin = mdGetCurrentBuiltinFcnName().value_or("code");
+        if (mdInAMexFile()) origin += " of an extension";
+    }
+};
+
+class HostInterfaceTest : public RunningInterpreter {
+protected:
+    std::future<Outcome> submit(std::shared_ptr<cmddistributor::CmdRequest> request,
+                                const RunOptions& options = {}) {
+        const auto distributor = host_->zvm()->getCmdDistributor();
+        const auto delegate = std::make_shared<OutcomeDelegate>();
+        const auto id = zvm::detail::createID();
+        distributor->enqueue(id, std::move(request), options, delegate);
+        distributor->setReadyToExecute(id);
+        return delegate->outcome.get_future();
+    }
+    std::future<Outcome> submitCode(const std::u16string& code, bool isInternal = false) {
+        return submit(std::make_shared<cmddistributor::EvalCmdRequest>(isInternal, IqmStreamID::User, nullptr,
+                                                                       nullptr, code, "test::Eval"));
+    }
+    void onInterpreterThread(std::function<void()> task, const RunOptions& options = {}) {
+        submit(std::make_shared<cmddistributor::PackagedTaskCmdRequest>(std::move(task)), options).get();
+    }
+    Outcome callWith(cmddistributor::FEvalIIP::Function function, std::int32_t nargout,
+                     std::vector<matrix::ArrayPtr> arguments) {
+        auto data = std::make_shared<cmddistributor::FEvalIIP::Data>();
+        data->arguments = std::move(arguments);
+        return submit(std::make_shared<cmddistributor::FEvalCmdRequest>(
+                          std::move(function), nargout, std::move(data), IqmStreamID::User, nullptr, nullptr))
+            .get();
+    }
+
+private:
+    const nmutil::ScopedFactoryRegistration plugin_ = iqm::PacketInfo::registerPlugin2(
+        "test::Eval",
+        [](iqm::PluginOptions options, nmutil::contextmgr::NcrID) {
+            return std::make_unique<OriginPlugin>(std::move(options));
+        },
+        false);
+};
+
+std::vector<matrix::ArrayPtr> arraysOfEveryClass() {
+    mxArray::Cells cells;
+    cells.push_back(matrix::createScalar(1.5));
+    cells.push_back(nullptr);
+    std::vector<matrix::Field> fields;
+    fields.push_back({"name", matrix::create(u"n")});
+    std::vector<matrix::ArrayPtr> arrays;
+    arrays.push_back(matrix::create(u"text"));
+    arrays.push_back(matrix::createScalar(2));
+    arrays.emplace_back(new mxArray({2, 2}, std::vector<double>{1, 3, 2, 4}));
+    arrays.emplace_back(new mxArray({1, 2}, std::vector<bool>{true, false}));
+    arrays.emplace_back(new mxArray({1, 2}, std::move(cells)));
+    arrays.push_back(matrix::createStruct(std::move(fields)));
+    return arrays;
+}
+
+TEST_F(HostInterfaceTest, callsAnyFunctionByNameOrHandleWithArrays) {
+    eval(u"import numpy\ndef swap(*values):\n    global seen\n    seen = values\n    return values[::-1]");
+    EXPECT_EQ(callWith("swap", 6, arraysOfEveryClass()).results,
+              "struct 1x1 cell 1x2 logical 1x2 double 2x2 double 1x1 char 1x4");
+    EXPECT_EQ(textOf(u"seen"), "('text', 2, [[1, 2], [3, 4]], [True, False], [1.5, None], {'name': 'n'})\n");
+    EXPECT_EQ(callWith("swap", 2, arraysOfEveryClass()).results, "struct 1x1 cell 1x2");
+    EXPECT_EQ(callWith("numpy.eye", 1, arraysOfEveryClass()).exception->GetID(), "NUMORA:TypeError");
+    const auto handleOf = [](matrix::ArrayPtr array) {
+        return std::shared_ptr<const mxArray>(std::move(array));
+    };
+    const auto two = [] {
+        std::vector<matrix::ArrayPtr> arguments;
+        arguments.push_back(matrix::createScalar(2));
+        return arguments;
+    };
+    EXPECT_EQ(callWith(handleOf(matrix::create(u"numpy.eye")), 1, two()).results, "double 2x2");
+    EXPECT_EQ(callWith(handleOf(matrix::createScalar(1)), 1, two()).exception->GetID(), "NUMORA:feval");
+    EXPECT_EQ(callWith("nosuch", 1, two()).exception->GetID(), "NUMORA:NameError");
+    EXPECT_EQ(callWith("abs", 2, two()).exception->GetID(), "NUMORA:ValueError");
+    EXPECT_EQ(callWith("complex", 1, two()).exception->what(),
+              std::string("There is no array for a value of the type complex."));
+}
+
+TEST_F(HostInterfaceTest, tellsWhereAnErrorAroseAndWhatLedToIt) {
+    const std::vector<std::pair<std::u16string, std::string>> origins = {
+        {u"int('x')", "int"},
+        {u"raise ValueError('x')", "code"},
+        {u"1 / 0", "code"},
+        {u"def f(): raise ValueError('x')\nf()", "code"},
+        {u"'é'; 'abc'.index(\n    'z')", "str.index"},
+        {u"import numpy\nnumpy.array(object(), float)", "array of an extension"},
+        {u"numpy.add()", "add of an extension"},
+    };
+    for (const auto& [code, origin] : origins) {
+        EXPECT_TRUE(submitCode(code).get().exception);
+        EXPECT_EQ(OriginPlugin::origin, origin);
+    }
+    const auto outcome = submitCode(
+                             u"try:\n    {}['key']\nexcept KeyError:\n    try:\n        int('x')\n"
+                             u"    except ValueError as e:\n        raise OSError('disk') from e")
+                             .get();
+    std::string chain;
+    const std::vector<RuntimeException>* causes = &outcome.exception->getCauses();
+    while (!causes->empty()) {
+        ASSERT_EQ(causes->size(), 1U);
+        chain += causes->front().GetID() + '@' +
+                 std::to_string(causes->front().getStackFrames().back().line) + ' ';
+        causes = &causes->front().getCauses();
+    }
+    EXPECT_EQ(chain, "NUMORA:ValueError@5 NUMORA:KeyError@2 ");
+}
+
+TEST_F(HostInterfaceTest, keepsInternalCodeOutOfTheHistory) {
+    submitCode(u"x = 1", true).get();
+    submitCode(u"y = x + 1").get();
+    EXPECT_EQ(textOf(u"import numora; [h['code'] for h in numora.history()][:1], y"), "(['y = x + 1'], 2)\n");
+}
+
+TEST_F(HostInterfaceTest, theContextOfARequestIsCurrentOnTheInterpreterThreadWhileItRuns) {
+    using connector::common::ContextState;
+    const auto context = std::make_shared<ContextState>();
+    RunOptions options;
+    options.setContextHandle(connector::zvm_common::pushContextState(context));
+    std::vector<std::shared_ptr<ContextState>> seen;
+    const auto look = [&seen] { seen.push_back(ContextState::current()); };
+    onInterpreterThread(look, options);
+    onInterpreterThread(look);
+    connector::zvm_common::removeContextState(options.contextHandle());
+    onInterpreterThread(look, options);
+    EXPECT_EQ(seen.at(0), context);
+    EXPECT_NE(seen.at(1), context);
+    EXPECT_NE(seen.at(2), context);
+}
+
+class KeyWindow : public services::io::CmdWinSink,
+                  public services::io::CmdWinSinkFactory,
+                  public std::enable_shared_from_this<KeyWindow> {
+public:
+    KeyWindow() : CmdWinSink(std::make_shared<std::basic_stringbuf<char16_t>>()) {}
+    std::shared_ptr<CmdWinSink> getSink(bool) override { return shared_from_this(); }
+    void keyStrokeRequested(const nmutil::prompt::InputRequester& prompt) override {
+        requested.set_value(prompt);
+    }
+    std::promise<nmutil::prompt::InputRequester> requested;
+};
+
+TEST_F(HostInterfaceTest, asksTheWindowForAKeyAtAPause) {
+    const auto window = std::make_shared<KeyWindow>();
+    onInterpreterThread([&] { services::io::CmdWinSinkHandle::setFactory(window); });
+    auto paused = submitCode(u"import numora\nnumora.pause()");
+    EXPECT_EQ(window->requested.get_future().get(), nmutil::prompt::PAUSE_PROMPT);
+    onInterpreterThread([] { services::io::rawModeCharHandler(u'x'); },
+                        RunOptions(cmddistributor::WhenToDequeue::Prompt));
+    EXPECT_FALSE(paused.get().exception);
+    onInterpreterThread([] { services::io::CmdWinSinkHandle::restorePreviousFactory(); });
+}
+
+}  // namespace
