@@ -168,16 +168,18 @@ TEST_F(PromptTest, answersEachOfManyClientsThatAnswerOnePromptWhileCallsRunThere
 TEST_F(PromptTest, keepsWhatBecomesOfAnAnswerFromTheCodeThatReads) {
     eval(
         u"import threading\n"
-        u"goes_on = threading.Event()\n"
+        u"waits, goes_on = threading.Event(), threading.Event()\n"
         u"lines = [input()]\n"
         u"while not goes_on.is_set():\n"
-        u"    try: goes_on.wait()\n"
+        u"    try:\n"
+        u"        waits.set()\n"
+        u"        goes_on.wait()\n"
         u"    except KeyboardInterrupt: pass\n"
         u"for i in range(2):\n"
         u"    try: lines.append(input())\n"
         u"    except Exception as error: lines.append(error)");
     inBackground([this] { EXPECT_EQ(eval(u"released\n").faults.size(), 1U); });
-    ASSERT_TRUE(eventually([] { return !services::prompt::detail::isInCharBufferMode(); }));
+    ASSERT_TRUE(eventually([this] { return call(u"waits.is_set", {}, 1, "ppe") == "[true]"; }));
     interrupt();
     joinBackground();
     call(u"goes_on.set", {}, 0, "ppe");
