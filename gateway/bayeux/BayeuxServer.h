@@ -46,9 +46,10 @@ struct ServerOptions {
     std::size_t strangerBytes = std::size_t{64} << 10;
     std::size_t subscriptionsPerSession = 1000;
     std::size_t sessionsPerPeer = 1000;
-    std::size_t handshakesPerSecond = 20;  ///< of one peer
-    std::size_t connectsPerSecond = 50;    ///< of one session; more are answered later
-    std::size_t callsPerSession = 64;      ///< under way
+    std::size_t handshakesPerSecond = 20;     ///< of one peer
+    std::size_t connectsPerSecond = 50;       ///< of one session; more are answered later
+    std::size_t callsPerSession = 64;         ///< under way
+    std::size_t evaluationsPerSession = 256;  ///< that are streamed and have not ended
     /// What may wait for a session; beside it, there is one reply's worth on the way.
     std::size_t queueBytes = std::size_t{32} << 20;
     /// Deliveries in one reply or frame, and what may wait in a socket. One delivery may be larger.

@@ -114,6 +114,8 @@ std::string Calls::start(const Request& request) {
     if (!session_->clientType().empty()) {
         context->set("clientType", session_->clientType(), ContextScope::Client);
     }
+    // Before the code that runs ends, and the next one begins.
+    if (isInterrupt(typeName)) evaluations_->withdraw();
     const auto call = std::make_shared<Call>(session_, channel, request.idMember(), underWay_);
     dispatcher_.submit(typeName, body, context, [call](Answer answer) { call->answered(std::move(answer)); });
     if (const auto& refusal = call->endSubmission()) return failed(request, errorOf(*refusal, channel));

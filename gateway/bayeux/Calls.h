@@ -6,6 +6,7 @@
 #include <string>
 
 #include "bayeux/Request.h"
+#include "connector/common/ClientRequests.h"
 #include "standalone/ClientSession.h"
 
 namespace gateway {
@@ -15,14 +16,20 @@ class RequestDispatcher;
 namespace gateway::bayeux {
 
 /// The remote calls of one session. A call is acknowledged at once and answered later, by a message in the
-/// session's queue, behind what was published for it before.
+/// session's queue, behind what was published for it before. An interrupt takes back the streaming requests
+/// of the session that wait.
 ///
 /// Threads: one at a time; answers come from threads of the dispatcher, also when this is gone.
 class Calls {
 public:
+    using Evaluations = std::shared_ptr<connector::common::ClientRequests>;
+
     Calls(RequestDispatcher& dispatcher, std::shared_ptr<standalone::ClientSession> session,
-          std::size_t limit)
-        : dispatcher_(dispatcher), session_(std::move(session)), limit_(limit) {}
+          Evaluations evaluations, std::size_t limit)
+        : dispatcher_(dispatcher),
+          session_(std::move(session)),
+          evaluations_(std::move(evaluations)),
+          limit_(limit) {}
 
     /// Starts the call that a message on "/service/<type name>" asks for. Returns the acknowledgement, which
     /// is a failed one when the call is refused.
@@ -33,6 +40,7 @@ private:
 
     RequestDispatcher& dispatcher_;
     const std::shared_ptr<standalone::ClientSession> session_;
+    const Evaluations evaluations_;
     const std::size_t limit_;
     const std::shared_ptr<std::atomic<std::size_t>> underWay_ = std::make_shared<std::atomic<std::size_t>>(0);
 };

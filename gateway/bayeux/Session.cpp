@@ -48,7 +48,8 @@ Session::Session(const std::shared_ptr<Core>& core, const Peer& peer,
       strand_(core->context),
       outbox_(client, isAcknowledged, core->options.replyBytes),
       subscriptions_(client, core->options.subscriptionsPerSession),
-      calls_(core->dispatcher, client, core->options.callsPerSession),
+      evaluations_(std::make_shared<connector::common::ClientRequests>()),
+      calls_(core->dispatcher, client, evaluations_, core->options.callsPerSession),
       connects_(core->options.connectsPerSecond, core->options.now()),
       lastSign_(core->options.now()) {
     updateDue();
@@ -112,7 +113,7 @@ std::string Session::answer(const Request& request, Exchange& exchange) {
     if (channel == unsubscribeChannel) return subscriptions_.unsubscribe(request);
     if (isMeta(channel)) return failed(request, errorText(404, channel, "unknown channel"));
     if (isService(channel)) return calls_.start(request);
-    return publish(*client_, request);
+    return publish(*client_, request, evaluations_, core_->options.evaluationsPerSession);
 }
 
 // The later of two connects wins: the client does not wait for the earlier one any more.

@@ -13,6 +13,7 @@
 #include "bayeux/Request.h"
 #include "bayeux/Strand.h"
 #include "bayeux/Subscriptions.h"
+#include "connector/common/ClientRequests.h"
 #include "standalone/ClientSession.h"
 
 namespace gateway::bayeux {
@@ -107,6 +108,7 @@ private:
     // On the strand.
     Outbox outbox_;
     Subscriptions subscriptions_;
+    const std::shared_ptr<connector::common::ClientRequests> evaluations_;
     Calls calls_;
     RateLimit connects_;
     std::shared_ptr<Connection> socket_;

@@ -6,6 +6,7 @@
 #include <Poco/Exception.h>
 
 #include "cmddistributor/CmdRequest.h"
+#include "connector/common/ClientRequests.h"
 #include "connector/common/productName.h"
 #include "connector/ddux/ddux.h"
 #include "connector/json/escape.h"
@@ -28,6 +29,7 @@
 namespace connector::interpreter::v1 {
 
 using cmddistributor::WhenToDequeue;
+using connector::common::ClientRequests;
 using connector::common::DataBuffer;
 using message_service::MessageService;
 
@@ -125,10 +127,12 @@ struct AsyncEvalService::Request {
     Request(const AsyncEvalServices& services, const std::string& clientType, HeldContext heldContext,
             const std::shared_ptr<common::ContextState>& context, std::shared_ptr<PrintedText> text)
         : end(services.requestTracker, clientType, context),
+          ofClient(context->getOr<std::shared_ptr<ClientRequests>>(ClientRequests::contextKey, nullptr)),
           held(std::move(heldContext)),
           printed(std::move(text)) {}
 
     TrackedEnd end;
+    ClientRequests::Entry ofClient;
     HeldContext held;
     std::shared_ptr<PrintedText> printed;  ///< null for typed characters
 };
@@ -226,8 +230,8 @@ void AsyncEvalService::sendEvalRequest(std::u16string code, const std::string& c
                                        const std::shared_ptr<common::ContextState>& context) {
     HeldContext held(contextHandle);
     const auto printed = std::make_shared<PrintedText>(coalescer_);
-    auto completion =
-        completionOf(std::make_shared<Request>(services_, clientType, std::move(held), context, printed));
+    const auto request = std::make_shared<Request>(services_, clientType, std::move(held), context, printed);
+    auto completion = completionOf(request);
     guarded("sendDduxRequest", [&] { sendDduxRequest(dduxPayload(clientType)); });
     if (!services_.zvm) throw std::runtime_error("No interpreter runs here.");
     if (services_.shadowService && !services_.shadowService->isReady()) {
@@ -245,20 +249,20 @@ void AsyncEvalService::sendEvalRequest(std::u16string code, const std::string& c
         }
         if (const auto self = weak.lock()) self->handlePrintableError(event);
     });
-    queueRequest(services_.zvm, options,
-                 std::make_shared<cmddistributor::EvalCmdRequest>(
-                     false, cmddistributor::IqmStreamID::User, options.getOutSink(), options.getErrSink(),
-                     std::move(code), StreamingEvalPlugin::registeredName),
-                 std::move(completion))
-        .setReadyToExecute();
+    release(*request,
+            queueRequest(services_.zvm, options,
+                         std::make_shared<cmddistributor::EvalCmdRequest>(
+                             false, cmddistributor::IqmStreamID::User, options.getOutSink(),
+                             options.getErrSink(), std::move(code), StreamingEvalPlugin::registeredName),
+                         std::move(completion)));
 }
 
 void AsyncEvalService::sendRawCharsToBuffer(std::u16string characters, const std::string& clientType,
                                             std::uint64_t contextHandle,
                                             const std::shared_ptr<common::ContextState>& context) {
     HeldContext held(contextHandle);
-    auto completion =
-        completionOf(std::make_shared<Request>(services_, clientType, std::move(held), context, nullptr));
+    const auto request = std::make_shared<Request>(services_, clientType, std::move(held), context, nullptr);
+    auto completion = completionOf(request);
     if (asyncLog().isEnabled(Severity::Debug)) {
         asyncLog().debug("Typing chars into type ahead:" + fl::i18n::to_string(characters));
     }
@@ -267,9 +271,13 @@ void AsyncEvalService::sendRawCharsToBuffer(std::u16string characters, const std
         asyncLog().debug("Posting key typing:");
         typeAtPrompt(characters);
     };
-    queueTask(services_.zvm, clientOptions(*context, WhenToDequeue::Prompt, contextHandle), type,
-              std::move(completion))
-        .setReadyToExecute();
+    release(*request, queueTask(services_.zvm, clientOptions(*context, WhenToDequeue::Prompt, contextHandle),
+                                type, std::move(completion)));
+}
+
+void AsyncEvalService::release(Request& request, zvm::detail::CmdDistributorTaskReference task) {
+    request.ofClient.set([task]() mutable { task.cancel(false); });
+    task.setReadyToExecute();
 }
 
 // The delegate alone holds the promise: a request that is not queued, or that the queue drops, ends with it.
@@ -279,6 +287,7 @@ std::shared_ptr<cmddistributor::PromiseDelegate> AsyncEvalService::completionOf(
     promise->getFuture().then([weak = weak_from_this(), request = std::move(request)](Future<void> ended) {
         // What other threads of the code print from now on belongs to no request.
         if (request->printed) request->printed->stop();
+        request->ofClient.end();  // the client may send another as soon as it knows
         if (const auto self = weak.lock()) self->complete(*request, isSuccess(ended));
         request->end.tell();
     });

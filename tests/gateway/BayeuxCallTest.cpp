@@ -1,12 +1,15 @@
 #include <algorithm>
 #include <atomic>
 #include <future>
+#include <map>
+#include <memory>
 #include <string>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "BayeuxFixture.h"
+#include "connector/common/ClientRequests.h"
 
 namespace {
 
@@ -89,6 +92,38 @@ TEST_F(BayeuxCallTest, isAnsweredWithWhatWentWrong) {
                                          eval +
                                          R"(,"data":{"error":"bad request"},"id":"a","successful":false,)"
                                          R"("error":"400:/service/connector/v1/Eval:bad request"}])");
+}
+
+// The test stands for the service that evaluates.
+TEST_F(BayeuxCallTest, interruptTakesBackWhatItsSessionStreamsAndThatIsBounded) {
+    using connector::common::ClientRequests;
+    gateway::bayeux::ServerOptions options;
+    options.evaluationsPerSession = 2;
+    serve(options);
+    std::map<std::string, std::unique_ptr<ClientRequests::Entry>> requests;
+    const auto subscription = messages_.subscribe("/eval/request", [&](const auto& message) {
+        const auto ofClient = message.context->template getOr<std::shared_ptr<ClientRequests>>(
+            ClientRequests::contextKey, nullptr);
+        auto& request = requests[message.data] = std::make_unique<ClientRequests::Entry>(ofClient);
+        request->set([&requests, code = message.data] { requests.erase(code); });
+    });
+    const auto publishAs = [this](WebSocket& socket, const std::string& code) {
+        return askSocket(socket, R"([{"channel":"/eval/request","clientId":"$","data":")" + code + R"("}])");
+    };
+    const auto other = openSocket();
+    handshakeOn(*other);
+    EXPECT_THAT(publishAs(*other, "of another"), HasSubstr(R"("successful":true)"));
+    socket_ = openSocket();
+    handshakeOn(*socket_);
+    EXPECT_THAT(publishAs(*socket_, "1"), HasSubstr(R"("successful":true)"));
+    EXPECT_THAT(publishAs(*socket_, "2"), HasSubstr(R"("successful":true)"));
+    EXPECT_THAT(publishAs(*socket_, "3"), HasSubstr("429:/eval/request:too many evaluations are waiting"));
+    requests.erase(R"("1")");
+    EXPECT_THAT(publishAs(*socket_, "4"), HasSubstr(R"("successful":true)"));
+    EXPECT_EQ(requests.size(), 3U);
+    askSocket(*socket_, R"([{"channel":"/service/connector/v1/Interrupt","clientId":"$","data":{}}])");
+    ASSERT_EQ(requests.size(), 1U);
+    EXPECT_EQ(requests.begin()->first, R"("of another")");
 }
 
 TEST_F(BayeuxCallTest, isRefusedForGood) {

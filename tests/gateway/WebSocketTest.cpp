@@ -239,22 +239,26 @@ TEST_F(WebSocketTest, closesOnWhatItDoesNotTake) {
     EXPECT_EQ(receive(broken).closeCode(), 1007);
 }
 
-// As debug builds have it, the library ends the process when a read begins beside a close.
+// In debug builds the library ends the process when it is made to read beside a close.
 TEST_F(WebSocketTest, closesInTheMiddleOfMessagesInPieces) {
     start();
-    const std::string piece = {1, static_cast<char>(0x81), 0, 0, 0, 0, '['};
-    for (const char* bad : {"x", "\xFF", "{}x"}) {
-        for (const std::size_t count : {1U, 1000U, 100'000U}) {
-            auto client = connect();
-            upgrade(client);
-            client.send(encoded(textFrame, bad) + piece + encoded(pingFrame, "x") +
-                        encoded(0, std::string(count, ' ')) + encoded(closeFrame, "\x03\xE8"));
-            Frame frame = receive(client);
-            while (frame.opcode == pongFrame) frame = receive(client);
-            EXPECT_EQ(frame.closeCode(), 1007) << bad;
-        }
+    const auto piece = [](char opcode, const std::string& payload) {
+        std::string bytes = encoded(opcode, payload);
+        bytes.front() = opcode;
+        return bytes;
+    };
+    const std::string message =
+        piece(textFrame, "[ ") + piece(0, "") + encoded(pingFrame, "x") + encoded(0, "]");
+    for (int i = 0; i < 100; ++i) {
+        auto client = connect();
+        upgrade(client);
+        client.send(encoded(textFrame, "x") + message + message);
+        Frame frame = receive(client);
+        while (frame.opcode == pongFrame) frame = receive(client);
+        ASSERT_EQ(frame.closeCode(), 1007);
+        client.send(encoded(closeFrame, "\x03\xEF"));
+        EXPECT_TRUE(client.isEnded());
     }
-    EXPECT_EQ(get("/healthz").status, 200);
 }
 
 TEST_F(WebSocketTest, answersPingsAndEndsAClientThatAnswersNone) {

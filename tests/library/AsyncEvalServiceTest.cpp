@@ -8,6 +8,7 @@
 
 #include "AsyncEvalServiceFixture.h"
 #include "cmddistributor/RuntimeException.h"
+#include "connector/common/ClientRequests.h"
 #include "fake/LogRecords.h"
 
 namespace connector::interpreter::v1 {
@@ -15,6 +16,7 @@ namespace {
 
 using cmddistributor::RuntimeException;
 using cmddistributor::WhenToDequeue;
+using common::ClientRequests;
 
 class AsyncEvalServiceTest : public AsyncEvalServiceFixture {};
 
@@ -194,6 +196,21 @@ TEST_F(AsyncEvalServiceTest, keepsTheContextUntilTheRequestHasEnded) {
     host_.onEvaluate = [&](const std::u16string&) { held = zvm_common::removeContextState(handle); };
     run(R"("x")");
     EXPECT_EQ(held, context_);
+}
+
+TEST_F(AsyncEvalServiceTest, requestsThatTheirClientTakesBackFailUnlessTheyHaveBegun) {
+    const auto ofClient = std::make_shared<ClientRequests>();
+    context_->set(ClientRequests::contextKey, ofClient);
+    host_.onEvaluate = [&](const std::u16string&) {
+        request(R"("waits")");
+        EXPECT_EQ(ofClient->count(), 2U);
+        ofClient->withdraw();
+        EXPECT_EQ(ofClient->count(), 1U);
+        EXPECT_EQ(published(), Lines{failure});
+    };
+    run(R"("runs")");
+    EXPECT_EQ(published(), (Lines{failure, success}));
+    EXPECT_EQ(ofClient->count(), 0U);
 }
 
 TEST_F(AsyncEvalServiceTest, typesWhileTheInterpreterReadsCharacters) {

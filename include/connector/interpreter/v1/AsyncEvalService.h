@@ -29,6 +29,9 @@
 namespace cmddistributor {
 class PromiseDelegate;
 }
+namespace zvm::detail {
+class CmdDistributorTaskReference;
+}
 
 namespace connector::interpreter::v1 {
 
@@ -63,6 +66,8 @@ struct AsyncEvalServices {
 ///     request -- gate closed, malformed --> dropped, logged
 ///        '------> queued --> run or typed --------------------> completed
 ///                   '------> refused, taken back, interrupted --> completed, as a failure
+///
+/// Its client may take it back, or be bounded, by the ClientRequests in its context.
 ///
 /// The interpreter's events are listened to while somebody wants it: each channel or pattern under
 /// "/eval/response/" counts once for each client that is subscribed to it, however often it asked.
@@ -139,6 +144,8 @@ private:
                                                             void (AsyncEvalService::*handler)(const Event&));
 
     std::shared_ptr<cmddistributor::PromiseDelegate> completionOf(std::shared_ptr<Request> request);
+    /// Lets what is queued run, unless its client takes it back.
+    static void release(Request& request, zvm::detail::CmdDistributorTaskReference task);
     void complete(const Request& request, bool isSuccess);
     void doPromptChange(nmutil::prompt::InputRequester prompt);
     void sendDduxRequest(const std::string& payload);

@@ -1,0 +1,87 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <utility>
+#include <vector>
+
+#include "connector/ThreadSafety.h"
+
+namespace connector::common {
+
+/// The streaming requests of one client that have not ended. Whoever publishes for the client puts it into
+/// the context of each request, as a shared pointer under `contextKey`; it bounds them by it, and takes back
+/// those that wait when the client interrupts.
+///
+/// Threads: every operation from any thread.  Locks: mutex_, a leaf; requests are taken back without it.
+class ClientRequests {
+public:
+    static constexpr const char* contextKey = "clientRequests";
+
+    /// One request, from its construction to its destruction.  Threads: one at a time.
+    class Entry {
+    public:
+        /// `all` may be null.
+        explicit Entry(std::shared_ptr<ClientRequests> all) : all_(std::move(all)) {
+            if (all_) number_ = all_->add();
+        }
+        ~Entry() { end(); }
+        Entry(const Entry&) = delete;
+        Entry& operator=(const Entry&) = delete;
+
+        /// How it is taken back if it has not begun.
+        void set(std::function<void()> withdraw) {
+            if (all_) all_->set(number_, std::move(withdraw));
+        }
+        void end() {
+            if (const auto all = std::exchange(all_, nullptr)) all->remove(number_);
+        }
+
+    private:
+        std::shared_ptr<ClientRequests> all_;
+        std::uint64_t number_ = 0;
+    };
+
+    std::size_t count() const EXCLUDES(mutex_) {
+        const MutexLock lock(mutex_);
+        return entries_.size();
+    }
+
+    /// Takes back what has not begun; each is completed before this returns.
+    void withdraw() EXCLUDES(mutex_) {
+        std::vector<std::function<void()>> actions;
+        {
+            const MutexLock lock(mutex_);
+            for (auto& [number, action] : entries_) {
+                if (action) actions.push_back(std::exchange(action, nullptr));
+            }
+        }
+        for (const auto& action : actions) action();
+    }
+
+private:
+    std::uint64_t add() EXCLUDES(mutex_) {
+        const MutexLock lock(mutex_);
+        entries_.emplace(++last_, nullptr);
+        return last_;
+    }
+    void set(std::uint64_t number, std::function<void()> withdraw) EXCLUDES(mutex_) {
+        const MutexLock lock(mutex_);
+        if (const auto found = entries_.find(number); found != entries_.end()) {
+            found->second = std::move(withdraw);
+        }
+    }
+    void remove(std::uint64_t number) EXCLUDES(mutex_) {
+        const MutexLock lock(mutex_);
+        entries_.erase(number);
+    }
+
+    mutable Mutex mutex_;
+    std::map<std::uint64_t, std::function<void()>> entries_ GUARDED_BY(mutex_);  ///< by age
+    std::uint64_t last_ GUARDED_BY(mutex_) = 0;
+};
+
+}  // namespace connector::common
