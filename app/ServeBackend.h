@@ -11,7 +11,7 @@ namespace app {
 
 /// What `numora serve` lets clients reach.
 ///
-/// Threads: made and destroyed on one thread; `isReady` from any.
+/// Threads: made and destroyed on one thread; `isReady` and `isReadingInput` from any.
 class ServeBackend {
 public:
     virtual ~ServeBackend() = default;

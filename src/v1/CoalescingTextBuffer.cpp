@@ -75,23 +75,20 @@ void CoalescingTextBuffer::appendText(std::u16string_view text, StreamTypeEnum t
     if (testLogEnabled_) writeTestLog(text);
     if (text.empty()) return;
     const std::uint64_t before = ++ownPieces;
-    bool wakes = false;
-    {
-        MutexLock lock(mutex_);
-        if (isOfOtherStream(type)) doFlush(lock.native());
-        // Other threads may have printed on the stream meanwhile. That is kept apart, too; what the callback
-        // has printed is not, or the two could go on for ever.
-        Batch others;
-        if (isOfOtherStream(type) && ownPieces == before) others = takeBatch();
-        currentStream_ = type;
-        wakes = pending_.empty();
-        if (wakes) batchStart_ = getCurrentTime();
-        if (dduxEnabled_) appendDduxData(fl::i18n::to_string(text));
-        json::appendEscaped(pending_, text);
-        deliver(std::move(others), lock.native());
-    }
+    MutexLock lock(mutex_);
+    if (isOfOtherStream(type)) doFlush(lock.native());
+    // Other threads may have printed on the stream meanwhile. That is kept apart, too; what the callback has
+    // printed is not, or the two could go on for ever.
+    Batch others;
+    if (isOfOtherStream(type) && ownPieces == before) others = takeBatch();
+    currentStream_ = type;
+    const bool wakes = pending_.empty();
+    if (wakes) batchStart_ = getCurrentTime();
+    if (dduxEnabled_) appendDduxData(fl::i18n::to_string(text));
+    json::appendEscaped(pending_, text);
     // While text is pending the thread waits for a time, not for more of it.
     if (wakes) condition_.notify_one();
+    deliver(std::move(others), lock.native());
 }
 
 bool CoalescingTextBuffer::isOfOtherStream(StreamTypeEnum type) const {

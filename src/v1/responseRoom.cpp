@@ -24,7 +24,7 @@ void takeRoomFor(std::size_t& room, Response& response, std::u16string& text, co
         room -= size;
         return;
     }
-    text = std::u16string(nothing);
+    std::u16string(nothing).swap(text);  // an assignment may keep the storage
     response.faults.clear();
     response.isError = true;
     response.faults.emplace_back(codeError,

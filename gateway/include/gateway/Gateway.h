@@ -53,7 +53,7 @@ struct GatewayOptions {
     std::filesystem::path tlsKey;
 
     std::size_t handlerThreads = 16;  ///< for the requests that wait for the same thing
-    std::size_t handlerQueue = 1000;
+    std::size_t handlerQueue = 1000;  ///< of those that wait for the base prompt
     /// Whether code waits for an evaluation to be its input, called on threads of the gateway; may be null.
     std::function<bool()> isReadingInput;
     /// More of them take turns, which costs a small request more than it gains.

@@ -75,8 +75,8 @@ struct AsyncEvalServices {
 /// Threads: every operation from any thread; none waits for the interpreter.
 /// Locks: mutex_ and those of its parts, none while a message is published or a handler is called.
 /// Owns: held by shared pointers, and reached by its callbacks through weak ones. A request outlives it; what
-/// that still prints is dropped. A subscriber of its channels must not wait for the interpreter, nor end the
-/// service.
+/// that still prints is dropped. A subscriber of its channels must not wait for the interpreter to run
+/// something, nor end the service: it may be called on the interpreter's thread, though without its lock.
 class AsyncEvalService : public std::enable_shared_from_this<AsyncEvalService> {
 public:
     /// Makes the service, which takes requests from when the factory's message service, "eval", is there.
