@@ -1,4 +1,3 @@
-#include <csignal>
 #include <exception>
 #include <functional>
 #include <iterator>
@@ -13,6 +12,7 @@
 #include "EvalCommand.h"
 #include "ServeCommand.h"
 #include "foundation/log/diagnostic_logger.h"
+#include "processSetup.h"
 #include "terminal.h"
 #include "text.h"
 
@@ -62,7 +62,7 @@ std::vector<std::string> argumentsFrom(int argc, char** argv) {
 }
 
 int run(int argc, char** argv) {
-    std::signal(SIGPIPE, SIG_IGN);  // a closed pipe is told by the write that fails
+    prepareProcess();
     useFormatOfProgram();
     // A failed request is reported by its faults; the library's warnings about it would only repeat them.
     foundation::log::setLevel(foundation::log::Severity::Error);

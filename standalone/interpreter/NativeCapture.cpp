@@ -1,7 +1,9 @@
 #include "interpreter/NativeCapture.h"
 
+#include <algorithm>
+#include <atomic>
 #include <cerrno>
-#include <chrono>
+#include <csignal>
 #include <cstdio>
 #include <system_error>
 #include <utility>
@@ -12,6 +14,7 @@
 #include <unistd.h>
 
 #include "foundation/log/diagnostic_logger.h"
+#include "standalone/StandaloneHost.h"
 
 namespace standalone {
 
@@ -24,7 +27,16 @@ void closeIfOpen(int descriptor) {
     if (descriptor >= 0) close(descriptor);
 }
 
-// A program may be started without standard streams; their numbers must not fall to other files.
+int check(int result, const char* what) {
+    if (result < 0) throw std::system_error(errno, std::generic_category(), what);
+    return result;
+}
+
+// The one that is there when the process aborts.
+std::atomic<NativeCapture*> capturing{nullptr};
+
+}  // namespace
+
 void openStandardStreams() {
     int descriptor = 0;
     do {
@@ -32,13 +44,6 @@ void openStandardStreams() {
     } while (descriptor >= 0 && descriptor < 3);
     closeIfOpen(descriptor);
 }
-
-int check(int result, const char* what) {
-    if (result < 0) throw std::system_error(errno, std::generic_category(), what);
-    return result;
-}
-
-}  // namespace
 
 NativeCapture::NativeCapture(Deliver deliver, WithInterpreterLock withInterpreterLock)
     : deliver_(std::move(deliver)), withInterpreterLock_(std::move(withInterpreterLock)) {
@@ -64,6 +69,8 @@ NativeCapture::NativeCapture(Deliver deliver, WithInterpreterLock withInterprete
     check(dup2(nothing, 0), "dup2");
     close(nothing);
     setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
+    recentErrors_.reserve(2 * recentSize);
+    catchAbort();
 }
 
 void NativeCapture::start() {
@@ -79,7 +86,51 @@ NativeCapture::~NativeCapture() {
     closeIfOpen(stopEvent_);
 }
 
+// Unless somebody else looks after it.
+void NativeCapture::catchAbort() {
+    struct sigaction previous {};
+    sigaction(SIGABRT, nullptr, &previous);
+    if (previous.sa_handler != SIG_DFL) return;
+    capturing = this;
+    struct sigaction action {};
+    action.sa_flags = SA_RESETHAND;
+    action.sa_handler = [](int) {
+        if (NativeCapture* capture = capturing.exchange(nullptr)) capture->writeLastWords();
+        raise(SIGABRT);
+    };
+    sigaction(SIGABRT, &action, nullptr);
+}
+
+// In the handler of a signal, on the thread that aborts: makes do with system calls and waits for nobody
+// long.
+void NativeCapture::writeLastWords() CONNECTOR_TSA(no_thread_safety_analysis) {
+    const auto write = [this](const char* bytes, std::size_t count) {
+        pollfd ready{originals_[2], POLLOUT, 0};
+        if (poll(&ready, 1, 100) > 0 && ::write(originals_[2], bytes, count) < 0) return;
+    };
+    bool isLocked = mutex_.try_lock();
+    for (int tries = 0; tries < 100 && !isLocked; ++tries) {
+        poll(nullptr, 0, 1);
+        isLocked = mutex_.try_lock();
+    }
+    // The message may have been taken out of the pipe already.
+    if (isLocked) write(recentErrors_.data(), recentErrors_.size());
+    std::array<char, recentSize> rest{};
+    for (ssize_t count = 0; (count = read(readEnds_[1], rest.data(), rest.size())) > 0;) {
+        write(rest.data(), static_cast<std::size_t>(count));
+    }
+}
+
+// What was written just now, a second ago at the most.
+void NativeCapture::rememberErrorsLocked(std::string_view bytes) {
+    const auto now = std::chrono::steady_clock::now();
+    if (now - std::exchange(lastErrors_, now) > std::chrono::seconds(1)) recentErrors_.clear();
+    recentErrors_ += bytes.substr(bytes.size() - std::min(bytes.size(), recentSize));
+    if (recentErrors_.size() > recentSize) recentErrors_.erase(0, recentErrors_.size() - recentSize);
+}
+
 void NativeCapture::putBack() {
+    if (capturing.exchange(nullptr) == this) std::signal(SIGABRT, SIG_DFL);
     std::fflush(nullptr);
     for (int fd = 0; fd < 3; ++fd) dup2(originals_.at(static_cast<std::size_t>(fd)), fd);
 }
@@ -167,6 +218,7 @@ bool NativeCapture::readPipesLocked() {
         if (count <= 0) continue;
         const std::string_view bytes(scratch_.data(), static_cast<std::size_t>(count));
         queuedBytes_ += bytes.size();
+        if (i == 1) rememberErrorsLocked(bytes);
         const auto stream = i == 0 ? nmutil::io::STANDARD_OUTPUT : nmutil::io::STANDARD_ERROR;
         if (!queue_.empty() && queue_.back().stream == stream && queue_.back().bytes.size() < pipeCapacity) {
             queue_.back().bytes += bytes;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <chrono>
 #include <condition_variable>
 #include <cstddef>
 #include <deque>
@@ -22,7 +23,8 @@ namespace standalone {
 /// Two threads, because native code may write while it holds the interpreter's lock: one empties the pipes
 /// into a bounded queue and never takes that lock, the other takes it and delivers. When the queue stays full
 /// for a second, which happens only when a writer keeps the lock all that time, the oldest bytes are dropped,
-/// and a notice says how many.
+/// and a notice says how many. When the process aborts, what was written to descriptor 2 in the last second
+/// goes to the process's own standard error.
 ///
 /// Threads: `drain` and `drainIfReady` by whoever holds the interpreter's lock; the constructor and
 /// destructor on the interpreter thread. Lock order: the interpreter's lock, then mutex_. `deliver` runs with
@@ -58,6 +60,7 @@ public:
     int original(int descriptor) const { return originals_.at(static_cast<std::size_t>(descriptor)); }
 
 private:
+    static constexpr std::size_t recentSize = 4096;          // bytes, what a pipe takes at once
     static constexpr std::size_t pipeCapacity = 64U << 10U;  // bytes, what is usual
 
     struct Chunk {
@@ -65,6 +68,9 @@ private:
         std::string bytes;
     };
 
+    void catchAbort();
+    void writeLastWords() EXCLUDES(mutex_);
+    void rememberErrorsLocked(std::string_view bytes) REQUIRES(mutex_);
     void putBack();
     void emptyPipes();
     void deliverLoop();
@@ -89,6 +95,8 @@ private:
     std::deque<Chunk> queue_ GUARDED_BY(mutex_);
     std::size_t queuedBytes_ GUARDED_BY(mutex_) = 0;
     std::size_t droppedBytes_ GUARDED_BY(mutex_) = 0;
+    std::string recentErrors_ GUARDED_BY(mutex_);
+    std::chrono::steady_clock::time_point lastErrors_ GUARDED_BY(mutex_);
     bool isStopping_ GUARDED_BY(mutex_) = false;
 
     std::thread reader_;

@@ -39,6 +39,12 @@ class EvalTest(unittest.TestCase):
         self.assertTrue(err.startswith("before\nTraceback"), err)
         self.assertTrue(err.endswith("ZeroDivisionError: division by zero\n"), err)
 
+    def test_what_the_c_library_says_at_an_abort_reaches_standard_error(self):
+        status, _, err = run("eval", "import ctypes\n"
+                             "ctypes.PyDLL(None).__assert_fail(b'good', b'native.c', 7, b'check')")
+        self.assertEqual(status, -signal.SIGABRT)
+        self.assertIn("native.c:7: check: Assertion `good' failed.", err)
+
     def test_json_is_one_line_for_each_response(self):
         status, out, err = run("eval", "--json", "print('a\\n\\x01\\u2028')", "oops")
         self.assertEqual((status, err, out.count("\n")), (1, "", 2))

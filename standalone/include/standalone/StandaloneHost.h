@@ -78,6 +78,10 @@ void blockInterpreterSignals();
 /// gets the signal while it runs.  Threads: it runs as a signal handler does, on any thread.
 void setOutsideInterruptHandler(void (*handler)());
 
+/// Opens /dev/null for those of the file descriptors 0 to 2 that are closed, lest their numbers fall to other
+/// files. A host does it; a program that opens files before calls it first.
+void openStandardStreams();
+
 /// The services of a process in which no interpreter runs.
 std::shared_ptr<connector::ServiceFramework> makeServiceFramework();
 
