@@ -38,8 +38,8 @@ struct ServerOptions {
     std::chrono::milliseconds maxInterval = std::chrono::seconds(20);  ///< life without a connect
     std::size_t depth = 64;                                            ///< of JSON
     std::size_t messagesPerArray = 1000;
-    /// In one body or frame: they are read on the thread that serves all connections.
-    std::size_t values = 1'000'000;
+    /// In one body or frame, beside the data of its messages, which stays text.
+    std::size_t values = 20'000;
     std::size_t frameBytes = std::size_t{16} << 20;  ///< of a WebSocket
     /// Of a body or a frame whose sender has shown neither the token nor the id of a session: the values in
     /// it take much more room than their text.

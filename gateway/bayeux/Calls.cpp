@@ -9,13 +9,16 @@
 #include "bayeux/replies.h"
 #include "connector/common/ContextState.h"
 #include "connector/json/escape.h"
+#include "connector/json/parse.h"
 #include "foundation/log/diagnostic_logger.h"
 #include "requests/RequestDispatcher.h"
+#include "requests/readMessage.h"
 
 namespace gateway::bayeux {
 
 using connector::common::ContextScope;
 using connector::common::ContextState;
+using connector::json::Text;
 using standalone::ClientSession;
 using standalone::MessageFrame;
 
@@ -99,13 +102,27 @@ private:
     std::optional<Answer> refusal_;
 };
 
+void Calls::submit(const std::string& typeName, const std::shared_ptr<const std::string>& json,
+                   const std::shared_ptr<ContextState>& context, std::function<void(Answer)> answered) {
+    const auto read = [typeName, json] { return RequestDispatcher::Read{typeName, readMessage(*json)}; };
+    if (json->size() > largeBody) {
+        return dispatcher_.submitUnread(json->size(), read, context, std::move(answered));
+    }
+    try {
+        dispatcher_.submit(typeName, read().message, context, answered);
+    } catch (const connector::json::ParseError&) {  // of what is valid as such: too many values
+        answered({.status = 400, .json = {}});
+    }
+}
+
 std::string Calls::start(const Request& request) {
     const auto& channel = request.channel();
     if (!isPortableName(channel) || channel.size() <= servicePrefix.size()) {
         return failed(request, errorText(405, "bad channel name"));
     }
-    const auto body = objectOf(request.get("data"));
-    if (body.isNull()) return failed(request, errorText(400, channel, "data must be an object"));
+    const auto data = request.get("data");
+    if (data.type() != typeid(Text) || data.extract<Text>().json->front() != '{')
+        return failed(request, errorText(400, channel, "data must be an object"));
     const std::string typeName = channel.substr(servicePrefix.size());
     if (*underWay_ >= limit_ && !isInterrupt(typeName))
         return failed(request, errorText(429, channel, "too many calls under way"));
@@ -117,7 +134,8 @@ std::string Calls::start(const Request& request) {
     // Before the code that runs ends, and the next one begins.
     if (isInterrupt(typeName)) evaluations_->withdraw();
     const auto call = std::make_shared<Call>(session_, channel, request.idMember(), underWay_);
-    dispatcher_.submit(typeName, body, context, [call](Answer answer) { call->answered(std::move(answer)); });
+    submit(typeName, data.extract<Text>().json, context,
+           [call](Answer answer) { call->answered(std::move(answer)); });
     if (const auto& refusal = call->endSubmission()) return failed(request, errorOf(*refusal, channel));
     return succeeded(request);
 }

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cstddef>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -9,9 +10,13 @@
 #include "connector/common/ClientRequests.h"
 #include "standalone/ClientSession.h"
 
+namespace connector::common {
+class ContextState;
+}
 namespace gateway {
 class RequestDispatcher;
-}
+struct Answer;
+}  // namespace gateway
 
 namespace gateway::bayeux {
 
@@ -37,6 +42,10 @@ public:
 
 private:
     class Call;
+
+    void submit(const std::string& typeName, const std::shared_ptr<const std::string>& json,
+                const std::shared_ptr<connector::common::ContextState>& context,
+                std::function<void(Answer)> answered);
 
     RequestDispatcher& dispatcher_;
     const std::shared_ptr<standalone::ClientSession> session_;

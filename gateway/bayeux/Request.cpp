@@ -24,7 +24,7 @@ constexpr std::uint16_t tooBig = 1009;
 
 Var parsed(std::string_view text, std::size_t depth, std::size_t maxValues) {
     try {
-        return connector::json::parse(text, depth, maxValues);
+        return connector::json::parse(text, depth, maxValues, "data");
     } catch (const connector::json::TooManyValues& error) {
         throw BadEnvelope(413, tooBig, error.what());
     } catch (const connector::json::ParseError& error) {

@@ -67,7 +67,8 @@ private:
 };
 
 /// The messages in the body of a POST or a WebSocket's frame: an array of objects, or one object. A handshake
-/// makes the others in its array void.
+/// makes the others in its array void. Data that is an array or an object stays a connector::json::Text, and
+/// does not count towards the values.
 /// Throws: BadEnvelope.
 std::vector<Request> readRequests(std::string_view text, std::size_t depth, std::size_t maxMessages,
                                   std::size_t maxValues);

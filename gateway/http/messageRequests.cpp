@@ -13,6 +13,7 @@
 #include "connector/json/escape.h"
 #include "connector/json/parse.h"
 #include "connector/json/write.h"
+#include "requests/readMessage.h"
 
 namespace gateway::http {
 
@@ -23,9 +24,6 @@ using connector::common::ContextState;
 using Poco::Dynamic::Var;
 using Poco::JSON::Object;
 
-// Reading a larger body takes longer than other clients are to wait for.
-constexpr std::size_t largeBody = std::size_t{64} << 10;
-
 /// A body that is not as it has to be; the client is told the text.
 class BadBody : public std::runtime_error {
 public:
@@ -33,9 +31,9 @@ public:
 };
 
 Object::Ptr objectFrom(const std::string& body) {
-    const Var value = connector::json::parse(body);
-    if (value.type() != typeid(Object::Ptr)) throw BadBody("The body is no JSON object.");
-    return value.extract<Object::Ptr>();
+    Object::Ptr object = readMessage(body);
+    if (!object) throw BadBody("The body is no JSON object.");
+    return object;
 }
 
 std::shared_ptr<ContextState> contextOf(const Request& request) {

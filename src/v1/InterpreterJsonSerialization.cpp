@@ -23,6 +23,7 @@
 #include "connector/interpreter/v1/FEvalResponse.h"
 #include "connector/interpreter/v1/Interrupt.h"
 #include "connector/interpreter/v1/InterruptResponse.h"
+#include "connector/json/parse.h"
 #include "fl/i18n/text.h"
 
 namespace connector::interpreter::v1 {
@@ -36,6 +37,8 @@ using fl::i18n::to_ustring;
 using Poco::Dynamic::Var;
 using Poco::JSON::Array;
 using Poco::JSON::Object;
+
+constexpr std::size_t mostArguments = 100'000;
 
 /// The value of `key`, or null when it is absent. Object::get would copy it, and texts can be large.
 const Var* find(const Object& object, std::string_view key) {
@@ -209,6 +212,18 @@ void writeFields(const EvalResponse& response, Object& object) {
     writeFaults(response, object);
 }
 
+// They only pass through.
+void readText(const connector::json::Text& arguments, FEval& feval) {
+    if (arguments.json->front() != '[') throw Poco::BadCastException("\"arguments\" must be an array.");
+    connector::json::forEachElement(arguments, [&feval](std::string_view argument) {
+        if (feval.arguments.size() == mostArguments) {
+            throw Poco::RangeException("\"arguments\" must be an array of at most " +
+                                       std::to_string(mostArguments) + '.');
+        }
+        feval.arguments.push_back(to_ustring(argument));
+    });
+}
+
 void readFields(const Object& object, FEval& feval) {
     feval.function = textOf(object, "function");
     feval.nargout = valueOf<std::int32_t>(object, "nargout");
@@ -220,6 +235,8 @@ void readFields(const Object& object, FEval& feval) {
     feval.hotlinks = valueOf<bool>(object, "hotlinks", rendersLinks);
     const Var* const value = find(object, "arguments");
     if (!value) return;
+    if (value->type() == typeid(connector::json::Text))
+        return readText(value->extract<connector::json::Text>(), feval);
     const auto& arguments =
         reading("arguments", "an array", [value]() -> const Array& { return containerIn<Array>(*value); });
     feval.arguments.reserve(arguments.size());
@@ -278,7 +295,7 @@ Object::Ptr write(const connector::Message& base) {
 
 template <class Msg>
 void add(connector::json::JsonSerializer& serializer, const char* typeName) {
-    serializer.registerType(typeName, typeid(Msg), read<Msg>, write<Msg>);
+    serializer.registerType(typeName, typeid(Msg), read<Msg>, write<Msg>, std::is_same_v<Msg, FEval>);
 }
 
 }  // namespace

@@ -43,12 +43,12 @@ class Server:
         return http.client.HTTPConnection("127.0.0.1", self.port, timeout=60)
 
     def request(self, path, message=None, token=None):
-        """The status and the body of the answer to a POST of `message`, or to a GET without one."""
+        """The status and the body of the answer to a POST of `message`, or of a text as it stands, or to a GET without one."""
         connection = self.connect()
         try:
             headers = {"Authorization": "Bearer " + (token or self.token), "Content-Type": "application/json"}
             connection.request("GET" if message is None else "POST", path,
-                               None if message is None else json.dumps(message), headers)
+                               message if message is None or isinstance(message, str) else json.dumps(message), headers)
             answer = connection.getresponse()
             return answer.status, answer.read().decode()
         finally:
@@ -236,6 +236,29 @@ class ServeTest(unittest.TestCase):
             self.assertEqual(server.eval("6 * 7")["responseStr"], "42\n")
             self.assertEqual(server.end(signal.SIGTERM), 0)
             self.assertIn("Enqueuing eval: ", server.stop(signal.SIGKILL)[2])
+
+    def test_a_large_body_takes_a_small_multiple_of_its_size(self):
+        values = "[" + ",".join(["{}"] * 5_000_000) + "]"
+        bodies = {"/connector/v1/FEval": '{"function":"f","arguments":[%s]}',
+                  "/cometd": '[{"channel":"/a","data":%s,"clientId":"none"}]',
+                  "/connector/v1/Eval": '{"mcode":"1","unknown":%s}'}  # refused
+        for path, body in bodies.items():
+            with self.subTest(path), Server("--mock") as server:
+                def peak():
+                    with open(f"/proc/{server.pid}/status") as status:
+                        return int(re.search(r"VmHWM:\s+(\d+) kB", status.read())[1]) << 10
+                server.eval("1")
+                before = peak()
+                status, _ = server.request(path, body % values)
+                self.assertEqual(status, 400 if path.endswith("/Eval") else 200)
+                self.assertLess(peak() - before, 9 * len(values))
+
+    def test_closed_descriptors_fall_to_no_other_files(self):
+        command = ["sh", "-c", 'exec "$0" serve --mock --port 0 <&- 2>&-', NUMORA]
+        with subprocess.Popen(command, stdout=subprocess.PIPE) as process:
+            process.stdout.readline()
+            self.assertEqual([os.readlink(f"/proc/{process.pid}/fd/{fd}") for fd in (0, 2)], ["/dev/null"] * 2)
+            process.terminate()
 
     def test_mock_answers_without_an_interpreter(self):
         with Server("--mock") as server:

@@ -14,6 +14,7 @@
 #include "connector/interpreter/v1/InterpreterJsonSerialization.h"
 #include "connector/interpreter/v1/Interrupt.h"
 #include "connector/interpreter/v1/InterruptResponse.h"
+#include "connector/json/parse.h"
 
 namespace connector::interpreter::v1 {
 namespace {
@@ -144,12 +145,16 @@ TEST_F(InterpreterJsonSerializationTest, outputModeDecidesAboutHotlinksThatAreNo
 }
 
 TEST_F(InterpreterJsonSerializationTest, readsArgumentsOfAnyKindAsCompactJson) {
-    const auto feval =
-        readAs<FEval>("FEval", R"({"arguments":[1, "a", {"b": [2]}, "q\"\\\n\u00e9", -2.5, 1e300,
-        9223372036854775807, true, null, [ ], [[], {}, null, "x"], ""]})");
-    EXPECT_THAT(feval->arguments,
-                ElementsAre(u"1", u"\"a\"", u"{\"b\":[2]}", u"\"q\\\"\\\\\\n\u00E9\"", u"-2.5", u"1e+300",
-                            u"9223372036854775807", u"true", u"null", u"[]", u"[[],{},null,\"x\"]", u"\"\""));
+    const std::string json = R"({"arguments":[1, "a", {"b": [2]}, "q\"\\\n]", -2.5, 1e300,
+        9223372036854775807, true, null, [ ], [[], {}, null, "x"], ""]})";
+    // As a tree of values, and as the text that what comes from clients is left to be.
+    for (const auto& object : {Poco::JSON::Parser().parse(json), json::parse(json, 4, 1, "arguments")}) {
+        const auto feval = read("FEval", object.extract<Object::Ptr>());
+        EXPECT_THAT(
+            dynamic_cast<FEval&>(*feval).arguments,
+            ElementsAre(u"1", u"\"a\"", u"{\"b\":[2]}", u"\"q\\\"\\\\\\n]\"", u"-2.5", u"1e+300",
+                        u"9223372036854775807", u"true", u"null", u"[]", u"[[],{},null,\"x\"]", u"\"\""));
+    }
 }
 
 TEST_F(InterpreterJsonSerializationTest, readsContainersThatAreHeldByValue) {

@@ -19,6 +19,11 @@ using namespace std::string_literals;
 
 std::string compact(const std::string& text) { return connector::json::written(parse(text)); }
 
+/// With `text` as a value that is not looked into.
+std::string writtenAsText(const std::string& text) {
+    return connector::json::written(parse("{\"t\":" + text + "}", deepestNesting, 1, "t"));
+}
+
 std::string failure(const std::string& text) {
     try {
         parse(text);
@@ -37,30 +42,41 @@ class JsonParseTest : public testing::TestWithParam<Row> {};
 
 TEST_P(JsonParseTest, readsWhatIsJson) { EXPECT_EQ(compact(GetParam().text), GetParam().outcome); }
 
+TEST_P(JsonParseTest, writesTextsInTheSameForm) {
+    const std::string written = writtenAsText("[" + GetParam().text + "]");
+    const bool keepsEscapes = GetParam().text.find('\\') != std::string::npos;
+    EXPECT_EQ(keepsEscapes ? compact(written) : written, "{\"t\":[" + GetParam().outcome + "]}");
+}
+
 INSTANTIATE_TEST_SUITE_P(
     Values, JsonParseTest,
-    testing::Values(Row{"Blanks", " \t\r\n[ 1 , { \"a\" : null } ] \n", R"([1,{"a":null}])"},
-                    Row{"Empty", "[[],{},\"\"]", R"([[],{},""])"},
-                    Row{"Words", "[true,false,null]", "[true,false,null]"},
-                    Row{"Integers", "[0,-0,-9223372036854775808,18446744073709551615]",
-                        "[0,0,-9223372036854775808,18446744073709551615]"},
-                    Row{"Reals", "[1.5,-2e3,1E-2,0.0,1e-400]", "[1.5,-2000,0.01,0,0]"},
-                    // Far below the range, near 1 again, and a zero whose exponent fits nowhere.
-                    Row{"SmallReals",
-                        "[0." + std::string(400, '0') + "1,-0." + std::string(200, '0') + "1e-300,0." +
-                            std::string(400, '0') + "15e401,1e-99999999999999999999,0e99999999999999999999]",
-                        "[0,0,1.5,0,0]"},
-                    Row{"EqualKeys", R"({"a":1,"a":2})", R"({"a":2})"},
-                    Row{"Escapes", R"(["\"\\\/\b\f\n\r\t\u0041"])", R"(["\"\\/\b\f\n\r\tA"])"},
-                    Row{"Pair", R"("\uD83D\uDE00\u00e9")", "\"\xF0\x9F\x98\x80\xC3\xA9\""},
-                    Row{"Utf8", "\"\xC3\xA9\xE6\xBC\xA2\xF0\x9F\x98\x80\"",
-                        "\"\xC3\xA9\xE6\xBC\xA2\xF0\x9F\x98\x80\""}),
+    testing::Values(
+        Row{"Blanks", " \t\r\n[ 1 , { \"a\" : null } ] \n", R"([1,{"a":null}])"},
+        Row{"Empty", "[[],{},\"\"]", R"([[],{},""])"}, Row{"Words", "[true,false,null]", "[true,false,null]"},
+        Row{"Integers", "[0,-0,-9223372036854775808,18446744073709551615]",
+            "[0,0,-9223372036854775808,18446744073709551615]"},
+        Row{"Reals", "[1.5,-2e3,1E-2,0.0,1e-400]", "[1.5,-2000,0.01,0,0]"},
+        // Far below the range, near 1 again, and a zero whose exponent fits nowhere.
+        Row{"SmallReals",
+            "[0." + std::string(400, '0') + "1,-0." + std::string(200, '0') + "1e-300,0." +
+                std::string(400, '0') + "15e401,1e-99999999999999999999,0e99999999999999999999]",
+            "[0,0,1.5,0,0]"},
+        Row{"Order", R"({"b":1,"a":{"d":{},"c":[1.0,-0]},"ab":0,"b":"<2>"})",
+            R"({"a":{"c":[1,0],"d":{}},"ab":0,"b":"\u003c2\u003e"})"},
+        Row{"EqualKeysInTwoForms", R"({"\u0061<":1,"b":0,"a<":2,"\"":3})", R"({"\"":3,"a\u003c":2,"b":0})"},
+        Row{"EqualKeys", R"({"a":1,"a":2})", R"({"a":2})"},
+        Row{"Escapes", R"(["\"\\\/\b\f\n\r\t\u0041"])", R"(["\"\\/\b\f\n\r\tA"])"},
+        Row{"Pair", R"("\uD83D\uDE00\u00e9")", "\"\xF0\x9F\x98\x80\xC3\xA9\""},
+        Row{"Utf8", "\"\xC3\xA9\xE6\xBC\xA2\xF0\x9F\x98\x80\"", "\"\xC3\xA9\xE6\xBC\xA2\xF0\x9F\x98\x80\""}),
     nameOf);
 
 class JsonParseFailureTest : public testing::TestWithParam<Row> {};
 
 TEST_P(JsonParseFailureTest, saysWhereAndWhy) {
     EXPECT_EQ(failure(GetParam().text), "Invalid JSON at byte " + GetParam().outcome);
+    if (!GetParam().text.empty()) {
+        EXPECT_THROW(writtenAsText("[" + GetParam().text + "]"), ParseError);
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -113,6 +129,7 @@ TEST(JsonParseNestingTest, hasAnEnd) {
     EXPECT_EQ(failure(std::string(1'000'000, '[')), "Invalid JSON at byte 1000: nested too deep");
     EXPECT_NO_THROW(connector::json::parse(nested(3), 3));
     EXPECT_THROW(connector::json::parse(nested(4), 3), connector::json::ParseError);
+    EXPECT_THROW(connector::json::parse("{\"t\":" + nested(3) + "}", 3, 1, "t"), ParseError);
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include <gmock/gmock.h>
 
 #include "connector/json/JsonSerializer.h"
+#include "connector/json/parse.h"
 
 namespace connector::json {
 namespace {
@@ -79,6 +80,18 @@ TEST_F(JsonSerializerTest, readersAndWritersMayUseTheSerializer) {
     object->set("text", "inner");
     EXPECT_EQ(dynamic_cast<Note&>(*serializer_.read("test/LongNote", object)).text, "inner");
     EXPECT_TRUE(serializer_.write(LongNote())->has("text"));
+}
+
+TEST_F(JsonSerializerTest, readersThatTakeNoTextsGetTrees) {
+    const auto readDeep = [](const Object::Ptr& object) {
+        auto note = std::make_unique<Note>();
+        note->text = object->getArray("a")->getObject(0)->getObject("t")->getValue<std::string>("text");
+        return note;
+    };
+    serializer_.registerType("test/Note", typeid(Note), readDeep, writeNote);
+    const auto object = parse(R"({"a":[{"t":{"text":"deep"}}]})", deepestNesting, 3, "t");
+    const auto message = serializer_.read("test/Note", object.extract<Object::Ptr>());
+    EXPECT_EQ(dynamic_cast<Note&>(*message).text, "deep");
 }
 
 TEST_F(JsonSerializerTest, registersWhileOthersRead) {

@@ -25,10 +25,11 @@ public:
     using Writer = std::function<Poco::JSON::Object::Ptr(const Message&)>;
 
     /// Makes `typeName` stand for the class `type`. Registering the same pair again replaces both functions.
+    /// A reader that does not take texts is given trees in their place.
     /// Locks: mutex_.
     /// Throws: std::invalid_argument when the name or the class is already part of another pair.
-    void registerType(const std::string& typeName, std::type_index type, Reader reader, Writer writer)
-        EXCLUDES(mutex_);
+    void registerType(const std::string& typeName, std::type_index type, Reader reader, Writer writer,
+                      bool takesTexts = false) EXCLUDES(mutex_);
 
     /// Whether `typeName` stands for a class.  Locks: mutex_.
     bool isRegistered(const std::string& typeName) const EXCLUDES(mutex_);
@@ -54,6 +55,7 @@ private:
         std::type_index type;
         Reader reader;
         Writer writer;
+        bool takesTexts;
     };
     using EntryPtr = std::shared_ptr<const Entry>;
 

@@ -103,7 +103,8 @@ void registerSequenceContainer(JsonSerializer& serializer) {
     serializer.registerType(
         "connector/v1/Sequence", typeid(SequenceContainer),
         [&serializer](const Object::Ptr& object) { return read(serializer, object); },
-        [&serializer](const Message& message) { return write(serializer, message); });
+        [&serializer](const Message& message) { return write(serializer, message); },
+        true);  // which the readers of its messages take or not
 }
 
 }  // namespace connector::container

@@ -4,13 +4,15 @@
 #include <typeinfo>
 #include <utility>
 
+#include "connector/json/parse.h"
 #include "foundation/core/diag.h"
 
 namespace connector::json {
 
 void JsonSerializer::registerType(const std::string& typeName, std::type_index type, Reader reader,
-                                  Writer writer) {
-    auto entry = std::make_shared<const Entry>(Entry{typeName, type, std::move(reader), std::move(writer)});
+                                  Writer writer, bool takesTexts) {
+    auto entry = std::make_shared<const Entry>(
+        Entry{typeName, type, std::move(reader), std::move(writer), takesTexts});
     const MutexLock lock(mutex_);
     const auto named = byName_.find(typeName);
     const auto typed = byType_.find(type);
@@ -36,6 +38,7 @@ std::unique_ptr<Message> JsonSerializer::read(const std::string& typeName,
         if (found != byName_.end()) entry = found->second;
     }
     if (!entry) throw std::invalid_argument("Unknown message type: " + typeName);
+    if (object && !entry->takesTexts) expandTexts(object);
     return entry->reader(object);
 }
 

@@ -5,9 +5,11 @@
 #include <cstdint>
 #include <system_error>
 #include <utility>
+#include <vector>
 
 #include <Poco/JSON/Array.h>
 #include <Poco/JSON/Object.h>
+#include <Poco/NumberFormatter.h>
 
 #include "fl/i18n/text.h"
 
@@ -22,12 +24,13 @@ bool isSurrogate(unsigned unit, unsigned first) { return (unit & 0xFC00U) == fir
 
 class Parser {
 public:
-    Parser(std::string_view text, std::size_t maxDepth, std::size_t maxValues)
+    Parser(std::string_view text, std::size_t maxDepth, std::size_t maxValues, std::string_view asText)
         : start_(text.data()),
           at_(text.data()),
           end_(text.data() + text.size()),
           maxDepth_(maxDepth),
-          valuesLeft_(maxValues) {}
+          valuesLeft_(maxValues),
+          asText_(asText) {}
 
     Var parse() {
         Var value = readValue();
@@ -113,7 +116,7 @@ private:
                 if (!next('"')) failExpecting("a key in quotes");
                 std::string key = readString();
                 if (!next(':')) failExpecting("':'");
-                object->set(key, readValue());
+                object->set(key, readMember(key));
             } while (next(','));
             if (!next('}')) failExpecting("',' or '}'");
         }
@@ -123,6 +126,11 @@ private:
 
     Var readNumber() {
         const char* const first = at_;
+        if (skipNumber()) return integer(first);
+        return real(first);
+    }
+    /// Whether it is an integer.
+    bool skipNumber() {
         bool isInteger = true;
         if (*at_ == '-') ++at_;
         const char* const digits = at_;
@@ -139,7 +147,7 @@ private:
             if (peek() == '+' || peek() == '-') ++at_;
             skipDigits();
         }
-        return isInteger ? integer(first) : real(first);
+        return isInteger;
     }
     void skipDigits() {
         if (!isDigit(peek())) failExpecting("a digit");
@@ -152,7 +160,7 @@ private:
         if (*first != '-' && std::from_chars(first, at_, large).ec == std::errc()) return large;
         return real(first);
     }
-    Var real(const char* first) const {
+    double real(const char* first) const {
         double value = 0;
         if (std::from_chars(first, at_, value).ec == std::errc()) return value;
         // What is too small has a nearest number, which is zero.
@@ -176,11 +184,15 @@ private:
     // Behind the opening quote, up to behind the closing one.
     std::string readString() {
         std::string text;
+        readString(text);
+        return text;
+    }
+    void readString(std::string& text) {
         for (;;) {
             appendPlain(text);
             if (at_ == end_) fail("a string without an end");
             const char c = *at_++;
-            if (c == '"') return text;
+            if (c == '"') return;
             if (c != '\\') failAt(at_ - 1, "a control character in a string");
             appendEscape(text);
         }
@@ -239,18 +251,221 @@ private:
         return unit;
     }
 
+    // ---- values that stay text ----
+
+    Var readMember(const std::string& key) {
+        skipBlanks();
+        if (asText_.empty() || key != asText_ || (peek() != '[' && peek() != '{')) return readValue();
+        auto json = std::make_shared<std::string>();
+        rewriteValue(*json);
+        json->shrink_to_fit();
+        return Text{std::move(json)};
+    }
+
+    void rewriteValue(std::string& out) {
+        skipBlanks();
+        const char* const first = at_;
+        if (peek() == '[') return rewriteArray(out);
+        if (peek() == '{') return rewriteObject(out);
+        if (peek() == '-' || isDigit(peek())) return rewriteNumber(out);
+        peek() == '"' ? skipString() : skipWord();
+        out.append(first, at_);
+    }
+
+    void skipWord() {
+        switch (peek()) {
+            case 't':
+                return void(readWord("true", true));
+            case 'f':
+                return void(readWord("false", false));
+            default:
+                readWord("null", Var());
+        }
+    }
+
+    void rewriteArray(std::string& out) {
+        enter();
+        out.push_back('[');
+        if (!next(']')) {
+            bool isMore = true;
+            while (isMore) {
+                rewriteValue(out);
+                isMore = next(',');
+                if (isMore) out.push_back(',');
+            }
+            if (!next(']')) failExpecting("',' or ']'");
+        }
+        out.push_back(']');
+        --depth_;
+    }
+
+    void rewriteObject(std::string& out) {
+        enter();
+        std::vector<std::size_t> members;  // where in `out` they begin
+        bool isInOrder = true;
+        out.push_back('{');
+        if (!next('}')) {
+            do {
+                if (!members.empty()) out.push_back(',');
+                members.push_back(out.size());
+                rewriteKey(out);
+                const std::size_t count = members.size();
+                isInOrder = isInOrder &&
+                            (count < 2 || keyAt(out, members[count - 2]) < keyAt(out, members[count - 1]));
+                rewriteValue(out);
+            } while (next(','));
+            if (!next('}')) failExpecting("',' or '}'");
+        }
+        if (!isInOrder) putInOrder(out, members);
+        out.push_back('}');
+        --depth_;
+    }
+
+    /// In the one form that a key has, so that equal ones are found.
+    void rewriteKey(std::string& out) {
+        skipBlanks();
+        if (peek() != '"') failExpecting("a key in quotes");
+        const char* const first = at_;
+        skipString();
+        const std::string_view token(first, static_cast<std::size_t>(at_ - first));
+        if (token.find('\\') == std::string_view::npos) {
+            out += token;
+        } else {
+            out.push_back('"');
+            for (const char c : scratch_) appendMinimal(out, c);
+            out.push_back('"');
+        }
+        if (!next(':')) failExpecting("':'");
+        out.push_back(':');
+    }
+    static void appendMinimal(std::string& out, char c) {
+        constexpr std::string_view digits = "0123456789abcdef";
+        const auto byte = static_cast<unsigned char>(c);
+        if (byte < 0x20) {
+            out += "\\u00";
+            out.push_back(digits[byte >> 4U]);
+            out.push_back(digits[byte & 15U]);
+            return;
+        }
+        if (c == '"' || c == '\\') out.push_back('\\');
+        out.push_back(c);
+    }
+
+    static std::string_view keyAt(std::string_view json, std::size_t start) {
+        std::size_t end = start + 1;
+        while (json[end] != '"') end += json[end] == '\\' ? 2 : 1;
+        return json.substr(start + 1, end - start - 1);
+    }
+    static void putInOrder(std::string& out, const std::vector<std::size_t>& members) {
+        std::vector<std::string_view> texts;
+        texts.reserve(members.size());
+        for (std::size_t i = 0; i < members.size(); ++i) {
+            const std::size_t end = i + 1 < members.size() ? members[i + 1] - 1 : out.size();
+            texts.push_back(std::string_view(out).substr(members[i], end - members[i]));
+        }
+        // Of equal ones the last comes first, and is the one that stays.
+        std::ranges::sort(texts, [](std::string_view left, std::string_view right) {
+            const int order = keyAt(left, 0).compare(keyAt(right, 0));
+            return order != 0 ? order < 0 : left.data() > right.data();
+        });
+        std::string ordered;
+        ordered.reserve(out.size() - members.front());
+        std::string_view last;
+        for (const std::string_view text : texts) {
+            if (!ordered.empty() && keyAt(text, 0) == last) continue;
+            last = keyAt(text, 0);
+            if (!ordered.empty()) ordered.push_back(',');
+            ordered += text;
+        }
+        out.replace(members.front(), std::string::npos, ordered);
+    }
+
+    void rewriteNumber(std::string& out) {
+        constexpr std::ptrdiff_t surelyFits = 18;
+        const char* const first = at_;
+        const bool isInteger = skipNumber();
+        const std::string_view token(first, static_cast<std::size_t>(at_ - first));
+        if (token == "-0") {
+            out.push_back('0');
+        } else if (isInteger && (at_ - first <= surelyFits || integer(first).type() != typeid(double))) {
+            out += token;
+        } else {
+            Poco::NumberFormatter::append(out, real(first));
+        }
+    }
+
+    void skipString() {
+        ++at_;
+        scratch_.clear();
+        readString(scratch_);
+    }
+
     const char* const start_;
     const char* at_;
     const char* const end_;
     const std::size_t maxDepth_;
     std::size_t valuesLeft_;
+    const std::string_view asText_;
+    std::string scratch_;
     std::size_t depth_ = 0;
 };
 
 }  // namespace
 
-Var parse(std::string_view text, std::size_t depth, std::size_t values) {
-    return Parser(text, depth, values).parse();
+Var parse(std::string_view text, std::size_t depth, std::size_t values, std::string_view asText) {
+    return Parser(text, depth, values, asText).parse();
+}
+
+namespace {
+
+void expandWithin(const Var& value);
+
+Var expanded(const Text& text) { return parse(*text.json); }
+
+void expandWithin(Poco::JSON::Array::Ptr array) {
+    for (unsigned i = 0; i < array->size(); ++i) {
+        const Var element = array->get(i);
+        if (element.type() == typeid(Text)) array->set(i, expanded(element.extract<Text>()));
+        expandWithin(element);
+    }
+}
+
+void expandWithin(const Var& value) {
+    if (value.type() == typeid(Poco::JSON::Array::Ptr)) expandWithin(value.extract<Poco::JSON::Array::Ptr>());
+    if (value.type() == typeid(Poco::JSON::Object::Ptr))
+        expandTexts(value.extract<Poco::JSON::Object::Ptr>());
+}
+
+}  // namespace
+
+void expandTexts(Poco::JSON::Object::Ptr object) {
+    std::vector<std::string> texts;
+    for (const auto& [name, value] : std::as_const(*object)) {
+        if (value.type() == typeid(Text)) texts.push_back(name);
+        expandWithin(value);
+    }
+    for (const auto& name : texts) object->set(name, expanded(object->get(name).extract<Text>()));
+}
+
+void forEachElement(const Text& array, const std::function<void(std::string_view)>& action) {
+    const std::string_view json = *array.json;
+    std::size_t depth = 0;
+    std::size_t begin = 1;
+    for (std::size_t at = 0; at < json.size(); ++at) {
+        const char c = json[at];
+        if (c == '"') {
+            for (++at; json[at] != '"'; ++at) at += json[at] == '\\' ? 1 : 0;
+        } else if (c == '[' || c == '{') {
+            ++depth;
+        } else if (c == ']' || c == '}') {
+            --depth;
+        }
+        const bool isEnd = depth == 0;
+        if (isEnd ? at > begin : (depth == 1 && c == ',')) {
+            action(json.substr(begin, at - begin));
+            begin = at + 1;
+        }
+    }
 }
 
 }  // namespace connector::json

@@ -7,6 +7,7 @@
 #include <Poco/NumberFormatter.h>
 
 #include "connector/json/escape.h"
+#include "connector/json/parse.h"
 
 namespace connector::json {
 
@@ -48,6 +49,19 @@ void writeObject(const Object& object, DataBuffer& out) {
     out.push_back('}');
 }
 
+// Such characters stand in strings only.
+void writeText(std::string_view json, DataBuffer& out) {
+    constexpr std::string_view markup = "&'<=>";
+    while (!json.empty()) {
+        const auto plain = json.substr(0, json.find_first_of(markup));
+        out.append(plain);
+        json.remove_prefix(plain.size());
+        if (json.empty()) return;
+        appendEscaped(out, json.substr(0, 1));
+        json.remove_prefix(1);
+    }
+}
+
 void writeReal(double value, DataBuffer& out) {
     out.append(std::isfinite(value) ? Poco::NumberFormatter::format(value) : "null");
 }
@@ -66,6 +80,8 @@ void write(const Var& value, DataBuffer& out) {
         writeReal(value.convert<double>(), out);
     } else if (value.isInteger()) {
         out.append(value.convert<std::string>());
+    } else if (type == typeid(Text)) {
+        writeText(*value.extract<Text>().json, out);
     } else if (type == typeid(Array::Ptr)) {
         writeArray(*value.extract<Array::Ptr>(), out);
     } else if (type == typeid(Array)) {
