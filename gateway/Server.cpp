@@ -58,7 +58,7 @@ Server::Server(const Parts& parts, const boost::asio::ip::address& address)
         auto place = connections_->take();
         if (!place) return http::closeNow(socket);
         http::serveHttp(std::move(socket), tls_.get(), std::move(place),
-                        {.endpoints = endpoints_, .limits = parts_.options.limits});
+                        {.endpoints = endpoints_, .limits = parts_.options.limits, .reading = reading_});
     });
     startThreads();
 }
@@ -81,6 +81,8 @@ void Server::stop() {
     context_.stop();
     for (auto& thread : threads_) thread.join();
     threads_.clear();
+    reading_.stop();
+    reading_.join();
 }
 
 void Server::startThreads() {

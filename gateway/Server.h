@@ -9,6 +9,7 @@
 
 #include <boost/asio/executor_work_guard.hpp>
 #include <boost/asio/io_context.hpp>
+#include <boost/asio/thread_pool.hpp>
 
 #include "KeptAudience.h"
 #include "access/AccessPolicy.h"
@@ -72,6 +73,7 @@ private:
     RequestDispatcher dispatcher_;
     bayeux::BayeuxServer bayeux_;
     http::Endpoints endpoints_;
+    boost::asio::thread_pool reading_{1};
 
     std::vector<std::thread> threads_;  // last: they run the rest
 };

@@ -25,6 +25,7 @@
 #include "http/requestHead.h"
 #include "http/streams.h"
 #include "log.h"
+#include "requests/readMessage.h"
 
 namespace gateway::http {
 
@@ -267,22 +268,45 @@ private:
         state_ = State::Waiting;
         deadline_.cancel();
         head_.body = std::move(parser_->get().body());
+        const auto request = std::make_shared<const Request>(std::exchange(head_, {}));
+        if (request->body.size() <= largeBody) return hold(ask(*request));
+        // Elsewhere, because what this thread serves would wait for the body to be read.
+        isAsking_ = true;
+        asio::post(context_.reading, [self = this->shared_from_this(), request] {
+            const auto held = std::make_shared<std::unique_ptr<bayeux::PendingPost>>(self->ask(*request));
+            asio::post(self->strand_, [self, held] {
+                self->isAsking_ = false;
+                self->hold(std::move(*held));
+            });
+        });
+    }
+    /// On the strand, or elsewhere while that waits for it.
+    std::unique_ptr<bayeux::PendingPost> ask(const Request& request) {
         const auto done = [self = this->shared_from_this()](Reply reply) {
             asio::post(self->strand_, [self, reply = std::move(reply)]() mutable {
-                if (self->state_ == State::Waiting) self->write(std::move(reply));
+                if (self->isAsking_) {
+                    self->early_ = std::move(reply);
+                } else if (self->state_ == State::Waiting) {
+                    self->write(std::move(reply));
+                }
             });
         };
         try {
-            held_ = context_.endpoints.answer(head_, done);
-            head_ = {};
+            return context_.endpoints.answer(request, done);
         } catch (const std::exception& error) {
             log().error("A request cannot be answered: " + std::string(error.what()));
-            return write(errorReply(500, "The server failed."));
+            done(errorReply(500, "The server failed."));
+            return nullptr;
         }
+    }
+    void hold(std::unique_ptr<bayeux::PendingPost> held) {
+        if (state_ != State::Waiting) return;
+        held_ = std::move(held);
         if (held_) {
             // Whoever shows neither the token nor a session has to begin anew.
             held_->isTrusted() ? void(place_->prove()) : void(keepAlive_ = false);
         }
+        if (early_) return write(*std::exchange(early_, std::nullopt));
         readAhead();
     }
 
@@ -389,6 +413,8 @@ private:
     Clock::time_point bodyBegin_;
     Endpoints::UnprovenBody unprovenBody_;
     std::unique_ptr<bayeux::PendingPost> held_;
+    bool isAsking_ = false;       ///< on another thread
+    std::optional<Reply> early_;  ///< came while it was
     std::optional<beast_http::response<beast_http::string_body>> response_;
     std::optional<beast_http::response_serializer<beast_http::string_body>> serializer_;
 };

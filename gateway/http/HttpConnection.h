@@ -3,6 +3,7 @@
 #include <memory>
 
 #include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/thread_pool.hpp>
 
 #include "gateway/Gateway.h"
 #include "http/ConnectionTable.h"
@@ -18,6 +19,7 @@ namespace gateway::http {
 struct ConnectionContext {
     Endpoints& endpoints;
     const ConnectionLimits& limits;
+    boost::asio::thread_pool& reading;  ///< where large bodies and frames are read, one after the other
 };
 
 /// Serves the requests of one connection until it ends; `tls` is null for a plain one. The executor of

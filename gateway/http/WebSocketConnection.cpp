@@ -16,6 +16,7 @@
 #include "http/Deadline.h"
 #include "http/OutgoingFrames.h"
 #include "log.h"
+#include "requests/readMessage.h"
 
 namespace gateway::http {
 
@@ -160,11 +161,20 @@ private:
         std::string text = beast::buffers_to_string(buffer_.data());
         buffer_.clear();
         if (buffer_.capacity() > sliceSize) buffer_.shrink_to_fit();
+        if (text.size() <= largeBody) return receive(*socket_, std::move(text));
+        // Elsewhere, because what this thread serves would wait for the frame to be read.
+        asio::post(context_.reading,
+                   [self = this->shared_from_this(), socket = socket_, text = std::move(text)]() mutable {
+                       self->receive(*socket, std::move(text));
+                   });
+    }
+    /// On any thread.
+    void receive(bayeux::Socket& socket, std::string text) {
         try {
-            socket_->receive(std::move(text));
+            socket.receive(std::move(text));
         } catch (const std::exception& problem) {
             log().error("A frame cannot be taken: " + std::string(problem.what()));
-            return close(websocket::close_code::internal_error);
+            return onStrand([this] { close(websocket::close_code::internal_error); });
         }
         onStrand([this] { readNext(); });  // behind what the frame has led to
     }
@@ -247,7 +257,7 @@ private:
     Deadline trusting_;
     Deadline finishing_;
 
-    std::unique_ptr<bayeux::Socket> socket_;
+    std::shared_ptr<bayeux::Socket> socket_;  ///< also of a frame that is being read
     beast::flat_buffer buffer_;
     std::atomic<std::size_t> unsentBytes_{0};
     std::size_t unsentReplies_ = 0;  ///< bytes of those that are queued or being written
