@@ -2,13 +2,13 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <cstdlib>
 #include <exception>
 #include <utility>
 
 #include <cxxabi.h>
 
 #include "connector/json/escape.h"
+#include "fl/i18n/messages.h"
 #include "fl/i18n/text.h"
 #include "v1/log.h"
 
@@ -190,8 +190,8 @@ void CoalescingTextBuffer::deliver(Batch batch, std::unique_lock<std::mutex>& lo
 
 void CoalescingTextBuffer::openTestLog() noexcept {
     try {
-        const char* const path = std::getenv("NUFULLSTACK_TEST_CONTAINER_LOG");
-        if (path == nullptr || *path == '\0') return;
+        const std::string path = fl::i18n::to_string(fl::i18n::getenv("NUFULLSTACK_TEST_CONTAINER_LOG"));
+        if (path.empty()) return;
         MutexLock lock(testLogMutex_);
         testLog_.open(path, std::ios::out | std::ios::app);
         if (!testLog_.is_open()) {

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "cmddistributor/CmdRequest.h"
+#include "nmutil/cmddistributor/LockBFLHelper.h"
 #include "zvm/detail.h"
 
 namespace connector::interpreter::v1 {
@@ -24,13 +25,16 @@ inline zvm::detail::CmdDistributorTaskReference queueRequest(
     return {distributor, ownId};
 }
 
-/// The same for a task.
+/// The same for a task, which holds the interpreter's lock.
 inline zvm::detail::CmdDistributorTaskReference queueTask(
     const std::shared_ptr<zvm::ZVM>& zvm, const cmddistributor::RunOptions& options,
     std::function<void()> task, std::shared_ptr<cmddistributor::PromiseDelegate> delegate,
     foundation::msg_svc::exchange::IDType* id = nullptr) {
     return queueRequest(zvm, options,
-                        std::make_shared<cmddistributor::PackagedTaskCmdRequest>(std::move(task)),
+                        std::make_shared<cmddistributor::PackagedTaskCmdRequest>([task = std::move(task)] {
+                            const nmutil::cmddistributor::LockBFLHelper lock;
+                            task();
+                        }),
                         std::move(delegate), id);
 }
 

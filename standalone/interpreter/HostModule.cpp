@@ -15,6 +15,7 @@
 
 #include "capabilities/missingCapability.h"
 #include "connector/common/productName.h"
+#include "fl/i18n/messages.h"
 #include "fl/i18n/text.h"
 #include "foundation/log/diagnostic_logger.h"
 #include "interpreter/ArrayReader.h"
@@ -171,10 +172,13 @@ py::object missingCapability(const std::string& capability, const std::optional<
     const std::string product = connector::common::getProductNameByClientType(client);
     const auto lack = client.empty() ? capabilities::Lack::General : capabilities::Lack::Product;
     const auto name = function ? boost::make_optional(*function) : boost::none;
-    return py::make_tuple(capabilities::missingCapabilityIdentifier(lack, product),
-                          (product.empty() ? "The client" : product) + " lacks the capability '" +
-                              capability +
-                              "', which is needed by: " + capabilities::missingCapabilityFunction(name));
+    const auto identifier = capabilities::missingCapabilityIdentifier(lack, product);
+    using fl::i18n::to_ustring;
+    return py::make_tuple(
+        identifier, fl::i18n::MessageCatalog::GetFormattedMessage(
+                        fl::i18n::MessageID(identifier),
+                        {to_ustring(capability), to_ustring(capabilities::missingCapabilityFunction(name)),
+                         to_ustring(product)}));
 }
 
 // What one event may carry, of which the clients that come back are to be able to get the last ones.

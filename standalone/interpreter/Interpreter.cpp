@@ -210,6 +210,10 @@ std::vector<cppmicroservices::Bundle> Interpreter::installAndStartBundles(const 
     return standalone::installAndStartBundles(path);
 }
 
+int Interpreter::acquireLock() { return PyGILState_Ensure(); }
+void Interpreter::releaseLock(int state) { PyGILState_Release(static_cast<PyGILState_STATE>(state)); }
+void Interpreter::setLastError(const RuntimeException& error) { python_->setLastError(error); }
+
 void Interpreter::threadMain(std::promise<void>& started) {
     try {
         // Threads that start here take over the blocked signals, so they come before `attach`.

@@ -75,6 +75,9 @@ public:
     void setWindowRows(std::uint64_t rows) override { rows_ = validSize(rows, rows_); }
     void setWindowColumns(std::uint64_t columns) override { columns_ = validSize(columns, columns_); }
     void unlocked(const std::function<void()>& action) override;
+    int acquireLock() override;
+    void releaseLock(int state) override;
+    void setLastError(const cmddistributor::RuntimeException& error) override;
     bool isSignalThread() override { return Interrupts::isSignalThread(); }
     bool setInterruptEnabled(bool enabled) override { return std::exchange(isInterruptEnabled_, enabled); }
     bool setInterruptPending(bool pending) override;

@@ -9,6 +9,7 @@
 #include "foundation/log/diagnostic_logger.h"
 #include "interpreter/HostModule.h"
 #include "interpreter/InterpreterServices.h"
+#include "interpreter/PyRef.h"
 #include "interpreter/pythonSources.h"
 
 namespace standalone {
@@ -117,6 +118,20 @@ void PythonRuntime::endDebugging() {
     Py_XDECREF(debugger);
     PyErr_Clear();
     if (isDebugger) PyEval_SetTrace(nullptr, nullptr);
+}
+
+void PythonRuntime::setLastError(const cmddistributor::RuntimeException& error) {
+    const PyRef errors(PyList_New(0));
+    const auto* next = &error;
+    while (errors && next != nullptr) {
+        const PyRef message(pythonText(next->getMessage()));
+        const PyRef entry(message ? Py_BuildValue("(sO)", next->GetID().c_str(), message.get()) : nullptr);
+        if (!entry || PyList_Append(errors.get(), entry.get()) != 0) break;
+        next = next->getCauses().empty() ? nullptr : &next->getCauses().front();
+    }
+    const PyRef done(errors ? PyObject_CallMethod(runtimeModule_, "set_last_error", "O", errors.get())
+                            : nullptr);
+    PyErr_Clear();
 }
 
 void PythonRuntime::announceWorkspace() { call("announce_workspace"); }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "cmddistributor/RuntimeException.h"
 #include "interpreter/pythonText.h"
 
 namespace standalone {
@@ -35,6 +36,8 @@ public:
     /// disposition of SIGINT that would end the process or shut interrupts out.
     void endDebugging();
     void restoreInterrupts();
+    /// Makes an error, and the first of the causes at each step, the last one that the interpreter knows of.
+    void setLastError(const cmddistributor::RuntimeException& error);
     /// Raises the event of the variables that have changed.
     void announceWorkspace();
 

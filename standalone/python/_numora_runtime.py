@@ -310,6 +310,21 @@ def _frames(error):
     return [(f.filename, f.name, f.lineno or 0) for f in traceback.extract_tb(error.__traceback__)[-100:]]
 
 
+class HostError(RuntimeError):
+    """An error that the program itself has raised, with its identifier."""
+
+
+def set_last_error(errors):
+    """Makes the first of the errors, (identifier, message), the last one that there was; each led to the one before it."""
+    last = None
+    for name, message in reversed(errors):
+        error = HostError(message)
+        error.identifier = name
+        error.__cause__ = last
+        last = error
+    sys.last_type, sys.last_value, sys.last_traceback = type(last), last, None
+
+
 def _kind_of(error):
     return identifier(error).removeprefix("NUMORA:") or type(error).__name__
 

@@ -1,5 +1,6 @@
 // What the interpreter does with requests and notifications of the host interface that clients do not use.
 
+#include <chrono>
 #include <future>
 #include <memory>
 #include <sstream>
@@ -9,6 +10,7 @@
 
 #include <gtest/gtest.h>
 
+#include "MException/MException.h"
 #include "RunningInterpreter.h"
 #include "cmddistributor/CmdDistributor.h"
 #include "cmddistributor/FEvalCmdRequest.h"
@@ -17,6 +19,7 @@
 #include "interpreter/IInterpreter.h"
 #include "iqm/PacketInfo.h"
 #include "iqm/UserEvalPlugin.h"
+#include "nmutil/cmddistributor/LockBFLHelper.h"
 #include "services/io/CmdWinSink.h"
 #include "services/prompt/prompt.h"
 #include "zvm/detail.h"
@@ -183,6 +186,33 @@ TEST_F(HostInterfaceTest, theContextOfARequestIsCurrentOnTheInterpreterThreadWhi
     EXPECT_EQ(seen.at(0), context);
     EXPECT_NE(seen.at(1), context);
     EXPECT_NE(seen.at(2), context);
+}
+
+TEST_F(HostInterfaceTest, aTaskRaisesErrorsAndSetsTheLastOne) {
+    using MException::MExceptionEnvelope;
+    const auto disk = matrix::create(u"disk");
+    MExceptionEnvelope error("NUMORA:test:full", u"The {0} is {1}.", disk.get(), false);
+    error.AddCause(MExceptionEnvelope("NUMORA:test:write", u"A write failed.", nullptr, false));
+    const auto raise = [&] { throw MException::CreateMException(error); };
+    const auto raised =
+        submit(std::make_shared<cmddistributor::PackagedTaskCmdRequest>(raise)).get().exception.value();
+    EXPECT_EQ(raised.getText(), u"The disk is {1}.\nCaused by:\n    A write failed.\n");
+    const std::u16string last = u"import sys; e = sys.last_value; e.identifier, str(e), str(e.__cause__)";
+    onInterpreterThread([&] { MException::LastMException::Set(raised); });
+    EXPECT_EQ(textOf(last), "('NUMORA:test:full', 'The disk is {1}.', 'A write failed.')\n");
+    onInterpreterThread([&] { MException::LastError::Set(error.causes().front()); });
+    EXPECT_EQ(textOf(last), "('NUMORA:test:write', 'A write failed.', 'None')\n");
+}
+
+TEST_F(HostInterfaceTest, anyThreadMayHoldTheInterpretersLock) {
+    std::future<Outcome> evaluated;
+    {
+        const nmutil::cmddistributor::LockBFLHelper outer;
+        const nmutil::cmddistributor::LockBFLHelper inner;
+        evaluated = submitCode(u"x = 1");
+        EXPECT_EQ(evaluated.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
+    }
+    EXPECT_FALSE(evaluated.get().exception);
 }
 
 class KeyWindow : public services::io::CmdWinSink,

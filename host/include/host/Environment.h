@@ -8,6 +8,7 @@
 
 #include <boost/optional.hpp>
 
+#include "cmddistributor/RuntimeException.h"
 #include "connector/ddux/ddux.h"
 #include "foundation/msg_svc/eventmgr/EventMgr.h"
 #include "interpreter/IInterpreter.h"
@@ -58,8 +59,14 @@ public:
     virtual void setWindowRows(std::uint64_t rows) = 0;
     virtual void setWindowColumns(std::uint64_t columns) = 0;
 
-    // locks
+    // locks, for an environment that has one for its interpreter; what acquireLock returns goes to
+    // releaseLock
     virtual void unlocked(const std::function<void()>& action) { action(); }
+    virtual int acquireLock() { return 0; }
+    virtual void releaseLock(int /*state*/) {}
+
+    // MException::, for an environment that keeps the last error
+    virtual void setLastError(const cmddistributor::RuntimeException& /*error*/) {}
 
     // interrupts
     virtual bool isSignalThread() = 0;

@@ -1,8 +1,7 @@
 #include "matrix/mxArray.h"
 
 #include <algorithm>
-#include <functional>
-#include <numeric>
+#include <limits>
 #include <utility>
 
 namespace {
@@ -11,7 +10,14 @@ using matrix::ArrayException;
 using matrix::ArrayPtr;
 
 std::size_t product(const matrix::Dimensions& dimensions) {
-    return std::accumulate(dimensions.begin(), dimensions.end(), std::size_t{1}, std::multiplies<>());
+    if (std::ranges::find(dimensions, std::size_t{0}) != dimensions.end()) return 0;
+    std::size_t count = 1;
+    for (const std::size_t size : dimensions) {
+        if (size > std::numeric_limits<std::size_t>::max() / count)
+            throw ArrayException("An array must not have more elements than can be counted.");
+        count *= size;
+    }
+    return count;
 }
 
 bool holds(const mxArray::Content& content, std::size_t elements) {
