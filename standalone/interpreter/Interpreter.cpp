@@ -500,6 +500,7 @@ void Interpreter::showError(const RuntimeException& error) {
     const nmutil::io::PrintableErrorEvent event(error.getText(), error);
     const bool isAnswered =
         recipient() == Recipient::Terminal && !CmdWinSinkHandle::activeSink(true)->isWaitedFor();
+    if (isAnswered && queue_->isStopped()) return;  // that code still waits at the end is no news
     if (!isAnswered && !active_.empty() && active_.back()->options.printableErrorCallback()) {
         active_.back()->options.printableErrorCallback()(event);
         return;
