@@ -5,6 +5,7 @@
 #include <atomic>
 #include <chrono>
 #include <exception>
+#include <new>
 #include <string_view>
 
 #include <Poco/Exception.h>
@@ -159,6 +160,8 @@ Answer RequestDispatcher::Impl::run(Request& request) {
     try {
         message = serializer_->read(request.typeName, request.message);
         request.message.reset();
+    } catch (const std::bad_alloc& error) {
+        return failure(500, error.what());
     } catch (const std::exception& error) {
         return failure(400, textOf(error));
     }
@@ -177,6 +180,8 @@ Answer RequestDispatcher::Impl::readAndRun(Request& request, const std::function
         }
         request.typeName = std::move(unread.typeName);
         request.message = std::move(unread.message);
+    } catch (const std::bad_alloc& error) {
+        return failure(500, error.what());
     } catch (const std::exception& error) {
         return failure(400, textOf(error));
     }
