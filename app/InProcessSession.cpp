@@ -8,6 +8,7 @@
 #include <Poco/Exception.h>
 #include <Poco/UUIDGenerator.h>
 
+#include "connector/common/requestArrival.h"
 #include "connector/json/escape.h"
 #include "connector/json/parse.h"
 #include "nmutil/eventmgr/createLocalEventMgr.h"
@@ -38,10 +39,8 @@ standalone::HostOptions prepareHost(const WindowSize& window) {
 }
 
 std::shared_ptr<connector::common::ContextState> requestContext() {
-    using namespace std::chrono;
-    const auto now = duration_cast<milliseconds>(system_clock::now().time_since_epoch()).count();
     auto context = std::make_shared<connector::common::ContextState>();
-    context->set("requestStartTime", static_cast<std::uint64_t>(now));
+    connector::common::stampArrival(*context);
     context->set("clientType", std::string("numora-cli"));
     return context;
 }

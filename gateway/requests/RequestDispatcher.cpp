@@ -5,13 +5,13 @@
 #include <atomic>
 #include <chrono>
 #include <exception>
-#include <new>
 #include <string_view>
 
 #include <Poco/Exception.h>
 #include <Poco/JSON/Array.h>
 
 #include "connector/ThreadSafety.h"
+#include "connector/common/requestArrival.h"
 #include "connector/json/write.h"
 #include "log.h"
 #include "requests/WorkerPool.h"
@@ -38,12 +38,6 @@ Answer failure(int status, std::string_view text, int retrySeconds = 0) {
 }
 
 Answer stopped() { return failure(503, "The server is stopping."); }
-
-void stamp(connector::common::ContextState& context) {
-    using namespace std::chrono;
-    const auto now = duration_cast<milliseconds>(system_clock::now().time_since_epoch());
-    context.set("requestStartTime", static_cast<std::uint64_t>(now.count()));
-}
 
 std::string outcomeOf(const Poco::JSON::Object& response) {
     const auto faults = response.getArray("messageFaults");
@@ -125,7 +119,7 @@ void RequestDispatcher::Impl::submit(const std::string& typeName, Poco::JSON::Ob
     const auto request =
         std::make_shared<Request>(Request{typeName, std::move(message), std::move(context), std::move(done)});
     if (!request->message) return finish(*request, failure(400, "A message is a JSON object."));
-    stamp(*request->context);
+    connector::common::stampArrival(*request->context);
     if (!request->message->has("uuid")) request->message->set("uuid", randomUuid());
     const Lane where = laneOf(typeName, *request->message, isReadingInput_ && isReadingInput_());
     queue(
@@ -134,7 +128,7 @@ void RequestDispatcher::Impl::submit(const std::string& typeName, Poco::JSON::Ob
 
 void RequestDispatcher::Impl::submitUnread(std::size_t bytes, std::function<Read()> read, Context context,
                                            Done done) {
-    stamp(*context);
+    connector::common::stampArrival(*context);
     const auto request =
         std::make_shared<Request>(Request{"unread", {}, std::move(context), std::move(done)});
     auto work = [this, request, read = std::move(read)] { return readAndRun(*request, read); };
@@ -160,8 +154,6 @@ Answer RequestDispatcher::Impl::run(Request& request) {
     try {
         message = serializer_->read(request.typeName, request.message);
         request.message.reset();
-    } catch (const std::bad_alloc& error) {
-        return failure(500, error.what());
     } catch (const std::exception& error) {
         return failure(400, textOf(error));
     }
@@ -180,8 +172,6 @@ Answer RequestDispatcher::Impl::readAndRun(Request& request, const std::function
         }
         request.typeName = std::move(unread.typeName);
         request.message = std::move(unread.message);
-    } catch (const std::bad_alloc& error) {
-        return failure(500, error.what());
     } catch (const std::exception& error) {
         return failure(400, textOf(error));
     }
@@ -260,7 +250,7 @@ void RequestDispatcher::Impl::interrupt() {
         Poco::JSON::Object::Ptr message = new Poco::JSON::Object;
         message->set("uuid", randomUuid());
         const auto context = std::make_shared<connector::common::ContextState>();
-        stamp(*context);
+        connector::common::stampArrival(*context);
         framework_->deliver({}, serializer_->read(type, message), context).get();
     } catch (const std::exception& error) {
         log().warning("What runs cannot be interrupted: " + textOf(error));

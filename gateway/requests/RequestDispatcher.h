@@ -67,7 +67,7 @@ public:
 
     /// Queues the request of type `typeName`, such as "connector/v1/Eval", that `message` describes. Where
     /// its uuid is missing, one is made up and added to `message`, which is the dispatcher's from now on. The
-    /// context is stamped with "requestStartTime", in milliseconds of the system clock. `done` is called
+    /// context is stamped with its arrival (connector/common/requestArrival.h). `done` is called
     /// once: on a thread of the pool or, when the request is refused, on this one before the operation
     /// returns, or by `stop`. It must be quick and throw nothing. Blocks: never.
     void submit(const std::string& typeName, Poco::JSON::Object::Ptr message,

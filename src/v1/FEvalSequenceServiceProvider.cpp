@@ -14,6 +14,7 @@
 #include "connector/Promise.h"
 #include "connector/ServiceFramework.h"
 #include "connector/common/ContextState.h"
+#include "connector/common/requestArrival.h"
 #include "connector/container/SequenceContainer.h"
 #include "connector/interpreter/v1/FEval.h"
 #include "v1/SequenceWorkers.h"
@@ -52,11 +53,7 @@ cmddistributor::WhenToDequeue whenToRun(const SequenceContainer& sequence) {
 // A request begins when the response before it has come. An interrupt is meant for those that have begun, so
 // what comes behind one is not older than it. The first one began with the sequence.
 void stampAnew(common::ContextState& context) {
-    using namespace std::chrono;
-    constexpr const char* key = "requestStartTime";
-    if (!context.has(key)) return;
-    const auto now = duration_cast<milliseconds>(system_clock::now().time_since_epoch());
-    context.set(key, static_cast<std::uint64_t>(now.count()));
+    if (context.has("requestStartTime")) common::stampArrival(context);
 }
 
 /// One call under way. It is held by the task or the continuation that goes on with it: when that is

@@ -1,12 +1,12 @@
 #include "connector/interpreter/v1/InterpreterServiceProviderImpl.h"
 
-#include <algorithm>
 #include <chrono>
 #include <limits>
 #include <locale>
 #include <sstream>
 #include <utility>
 
+#include "connector/common/requestArrival.h"
 #include "connector/interpreter/ConnectorEvalCmdRequest.h"
 #include "connector/interpreter/v1/InterruptResponse.h"
 #include "fl/i18n/text.h"
@@ -176,8 +176,8 @@ void InterpreterServiceProviderImpl::sendEvalRequest(StatusToken& token, EvalRes
         std::make_shared<ConnectorEvalCmdRequest>(request.mcode, token.promise(), request.width,
                                                   request.height, options.getOutSink(), options.getErrSink()),
         std::make_shared<StatusDelegate>(token.promise()), &id);
-    evaluation.setReadyToExecute();
     token.setQueued({evaluation});
+    evaluation.setReadyToExecute();
     awaitStatuses(token, response, request, [this, id] { zvm_->interrupt(id); });
 }
 
@@ -252,16 +252,23 @@ void InterpreterServiceProviderImpl::updateEvalResponse(const EvalResponse& resp
 }
 
 bool InterpreterServiceProviderImpl::isStaleLocked(const common::ContextState& context) const {
-    return context.getOr("requestStartTime", std::numeric_limits<std::uint64_t>::max()) < lastInterrupt_;
+    constexpr auto never = std::numeric_limits<std::uint64_t>::max();
+    if (context.has(common::requestArrival)) {
+        return context.getOr(common::requestArrival, never) < lastInterruptArrival_;
+    }
+    return context.getOr("requestStartTime", never) < lastInterrupt_;
 }
 
 MessageFuture InterpreterServiceProviderImpl::handle(std::unique_ptr<Interrupt>&& message) {
     log().info("Received interrupt request from client");
     auto response = std::make_unique<InterruptResponse>(message->uuid());
-    const std::uint64_t arrived =
-        nowMs();  // not after the wait for the mutex, lest later requests count as older
+    // Not after the wait for the mutex, lest later requests count as older.
+    const std::uint64_t time = nowMs();
+    const std::uint64_t arrival =
+        common::ContextState::current()->getOr(common::requestArrival, common::arrivalNow());
     MutexLock lock(mutex_);
-    lastInterrupt_ = std::max(lastInterrupt_, arrived);
+    lastInterrupt_ = time;
+    lastInterruptArrival_ = arrival;
     withdrawPendingLocked();
     if (isInterpreterAvailable()) {
         zvm_->interrupt();

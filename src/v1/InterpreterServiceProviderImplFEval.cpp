@@ -127,8 +127,8 @@ void InterpreterServiceProviderImpl::sendFEvalRequest(CallToken& token, FEvalRes
                                  calledFunction, 1, argumentsOf(request), cmddistributor::IqmStreamID::User,
                                  options.getOutSink(), options.getErrSink()),
                              std::make_shared<ResultDelegate>(token.promise(), extract), &id);
-    call.setReadyToExecute();
     token.setQueued({call});
+    call.setReadyToExecute();
     awaitResult(token, response, request, id);
 }
 

@@ -64,8 +64,9 @@ private:
 
 }  // namespace
 
-CodeRunner::CodeRunner(PyObject* runtimeModule)
-    : runtimeModule_(PyRef::share(runtimeModule)),
+CodeRunner::CodeRunner(PyObject* runtimeModule, std::function<void()> beforeRun)
+    : beforeRun_(std::move(beforeRun)),
+      runtimeModule_(PyRef::share(runtimeModule)),
       mainModule_(PyRef::share(required(PyImport_AddModule("__main__"), "__main__"))),
       globals_(PyModule_GetDict(mainModule_.get())),
       report_(required(PyObject_GetAttrString(runtimeModule, "report"), "report")),
@@ -184,6 +185,7 @@ bool CodeRunner::runTree(PyObject* tree, PyObject* fileName, bool& isSourceWante
 
 bool CodeRunner::runCode(PyObject* code, bool& isSourceWanted) {
     isSourceWanted = isSourceWanted || definesFunctions(code);
+    beforeRun_();
     const PyRef value(PyEval_EvalCode(code, globals_, globals_));
     return static_cast<bool>(value);
 }

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <string>
 
 #include <boost/optional.hpp>
@@ -25,8 +26,10 @@ public:
     /// Code of more than this many UTF-16 code units is refused.
     static constexpr std::size_t codeLimit = 16U << 20U;
 
-    /// `runtimeModule` is the module that describes errors.  Throws: std::runtime_error.
-    explicit CodeRunner(PyObject* runtimeModule);
+    /// `runtimeModule` is the module that describes errors. `beforeRun` is called right before code of the
+    /// user's runs: a KeyboardInterrupt that is raised from then on reaches that code.
+    /// Throws: std::runtime_error.
+    CodeRunner(PyObject* runtimeModule, std::function<void()> beforeRun);
 
     /// Runs `code` and displays the value of its last statement if that is an expression. It becomes part of
     /// the history if it `isRemembered`.
@@ -50,6 +53,7 @@ private:
     bool runCode(PyObject* code, bool& isSourceWanted);
     Result failed();
 
+    const std::function<void()> beforeRun_;
     const PyRef runtimeModule_;
     const PyRef mainModule_;  // held, because code may take it out of sys.modules
     PyObject* const globals_;

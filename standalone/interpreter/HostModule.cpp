@@ -21,6 +21,7 @@
 #include "interpreter/ArrayReader.h"
 #include "interpreter/ImportGuard.h"
 #include "interpreter/InterpreterServices.h"
+#include "interpreter/Interrupts.h"
 #include "interpreter/JsonWriter.h"
 #include "interpreter/pythonText.h"
 
@@ -181,6 +182,14 @@ py::object missingCapability(const std::string& capability, const std::optional<
                          to_ustring(product)}));
 }
 
+// Python drops what is raised in finalizers and the like. An interrupt is still meant for the code around.
+// This is no Python code, in which it could be raised again at once, and be dropped with the report.
+void takeUnraisable(const py::object& dropped) {
+    const bool isInterrupt = py::object(dropped.attr("exc_type")).ptr() == PyExc_KeyboardInterrupt;
+    if (isInterrupt && bound != nullptr && bound->isInterpreterThread()) return bound->returnInterrupt();
+    py::module_::import("sys").attr("__unraisablehook__")(dropped);
+}
+
 // What one event may carry, of which the clients that come back are to be able to get the last ones.
 constexpr std::size_t longestEvent = std::size_t{4} << 20;
 
@@ -210,9 +219,11 @@ void defineFunctions(py::module_& module) {
     module.def("read_array", &readArray, "Reads a JSON text that holds an array of numbers.");
     module.def("run_requests", [imports = ImportGuard()](int, const py::object& frame) mutable {
         if (bound != nullptr && imports.mayRunIn(frame.ptr())) bound->runRequests();
+        const bool isInterrupted = bound != nullptr && bound->takeInterrupt();
         // A system call that this handler interrupted is entered again without another look at the signals.
-        if (PyErr_CheckSignals() != 0) throw py::error_already_set();
+        if (!(isInterrupted ? Interrupts::deliver() : Interrupts::check())) throw py::error_already_set();
     });
+    module.def("unraisable", &takeUnraisable, "Reports an exception that Python drops.");
     module.def("clc", [] {
         if (bound != nullptr) bound->clearWindow();
     });

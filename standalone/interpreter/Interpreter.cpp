@@ -2,6 +2,7 @@
 #include "interpreter/Interpreter.h"
 
 #include <chrono>
+#include <csignal>
 #include <cstdlib>
 #include <utility>
 
@@ -40,6 +41,7 @@ using services::io::CmdWinSinkHandle;
 
 constexpr auto interruptInterval = std::chrono::milliseconds(200);
 constexpr int interruptsAtStop = 25;
+constexpr auto promptPatience = std::chrono::milliseconds(500);
 
 const foundation::log::DiagnosticLogger& logger() {
     static const foundation::log::DiagnosticLogger instance("standalone::interpreter");
@@ -140,7 +142,10 @@ public:
     zvm::ZvmID id() const override { return 0; }
     bool isAvailable() const override { return !queue_->isStopped(); }
     bool isActive() const override { return isAvailable(); }
-    void interrupt() override { queue_->interrupt(); }
+    void interrupt() override {
+        queue_->interrupt();
+        if (!Interrupts::isSignalThread()) queue_->awaitInterrupted(promptPatience);
+    }
     void interrupt(const foundation::msg_svc::exchange::IDType& request) override {
         queue_->cancel(request, true);
     }
@@ -154,12 +159,12 @@ Interpreter::Interpreter(const HostOptions& options)
     : options_(options),
       processId_(getpid()),
       telemetry_(options.telemetryFile),
-      queue_(std::make_shared<RequestQueue>(
-          RequestQueue::Signals{&Interrupts::send, &Interrupts::sendRequests})),
+      queue_(std::make_shared<RequestQueue>(RequestQueue::Signals{&Interrupts::look, &Interrupts::calm})),
       events_(std::make_shared<LocalEventManager>()),
       zvm_(std::make_shared<LocalZvm>(queue_)),
       prompts_(*queue_, {[this] { requestInput(); },
                          [this](std::unique_ptr<QueuedRequest> queued) { run(std::move(queued)); },
+                         [this] { return takeInterrupt() ? Interrupts::deliver() : Interrupts::check(); },
                          [this](auto prompt, bool isBaseLevel) { announcePrompt(prompt, isBaseLevel); }}),
       columns_(options.columns),
       rows_(options.rows) {
@@ -232,7 +237,7 @@ void Interpreter::threadMain(std::promise<void>& started) {
         Interrupts::attach();
         terminal_ = std::make_shared<TerminalWindow>(originalDescriptor(1), originalDescriptor(2));
         CmdWinSinkHandle::setFactory(terminal_);
-        runner_ = std::make_unique<CodeRunner>(python_->runtimeModule());
+        runner_ = std::make_unique<CodeRunner>(python_->runtimeModule(), [this] { queue_->openCode(); });
         caller_ = std::make_unique<FunctionCaller>(python_->runtimeModule());
         host::install(this);
     } catch (...) {
@@ -339,7 +344,7 @@ std::unique_ptr<IIPResult> Interpreter::runFunctionCall(QueuedRequest& queued,
     PromptScope prompt(prompts_);
     std::vector<matrix::ArrayPtr> outputs;
     boost::optional<RuntimeException> failure;
-    interruptibly([&] {
+    interruptibly(Opens::AtOnce, [&] {
         prompt.announce();
         try {
             outputs = caller_->call(iip);
@@ -348,7 +353,7 @@ std::unique_ptr<IIPResult> Interpreter::runFunctionCall(QueuedRequest& queued,
         }
     });
     if (getpid() != processId_) runner_->exitForkedChild();
-    if (codeNumber_ == 0) tidyUp();
+    if (codeDepth_ == 0) tidyUp();
     if (!isAside_) drainOutput(true);
     return std::make_unique<cmddistributor::FEvalResult>(queued.id, std::move(failure), std::move(outputs));
 }
@@ -356,7 +361,7 @@ std::unique_ptr<IIPResult> Interpreter::runFunctionCall(QueuedRequest& queued,
 // Called between two steps of running code. The debugger and profilers of that code do not see what runs
 // here.
 void Interpreter::runRequests() {
-    Interrupts::calm();
+    if (Interrupts::takeOutside()) queue_->interrupt();
     if (isAside_) return;
     struct Aside {
         explicit Aside(bool& flag) : isAside(flag) {
@@ -401,7 +406,8 @@ std::unique_ptr<IIPResult> Interpreter::runPlugin(QueuedRequest& queued,
 
 // What the code that begins is to see and to report: the window's size, and no status of code before it.
 void Interpreter::prepareCode() {
-    if (codeNumber_ == 0) {
+    if (codeDepth_ == 0) {
+        isTypedByStream_ = false;
         codeBlockStatus_ = 0;
         executionStatus_ = nmutil::cmddistributor::EXECUTION_OK;
     }
@@ -415,7 +421,7 @@ void Interpreter::evaluate(const std::u16string& code, iqm::Workspace&) {
     prepareCode();
     PromptScope prompt(prompts_);
     CodeRunner::Result result = CodeRunner::Result::Failed;
-    interruptibly([&] {
+    interruptibly(Opens::WhenItRuns, [&] {
         prompt.announce();
         result = runner_->execute(code, !isInternalCode());
     });
@@ -423,10 +429,12 @@ void Interpreter::evaluate(const std::u16string& code, iqm::Workspace&) {
 
     // Describing an error runs code of the user's, which may have to be interrupted, too.
     boost::optional<CodeError> error;
-    if (result == CodeRunner::Result::Failed) interruptibly([&] { error = runner_->takeError(); });
-    if (codeNumber_ == 0) tidyUp();
+    if (result == CodeRunner::Result::Failed) {
+        interruptibly(Opens::AtOnce, [&] { error = runner_->takeError(); });
+    }
+    if (codeDepth_ == 0) tidyUp();
     drainOutput(true);
-    if (codeNumber_ == 0 && isHeard(u"workspace")) python_->announceWorkspace();
+    if (codeDepth_ == 0 && isHeard(u"workspace")) python_->announceWorkspace();
 
     const bool isIncomplete = result == CodeRunner::Result::Incomplete;
     codeBlockStatus_ = isIncomplete ? 1 : 0;
@@ -457,18 +465,18 @@ void Interpreter::showFailure(const CodeError& failure) {
                   numora::lang::correction::SuggestionEvent(*failure.suggestion, isCaptured, !isCaptured));
 }
 
-// Runs what may run user code as code with a number of its own, so that interrupts can be meant for it.
-void Interpreter::interruptibly(const std::function<void()>& action) {
-    const std::uint32_t outer = codeNumber_;
-    const std::uint32_t code = ++lastCodeNumber_;
-    queue_->beginCode(active_.empty() ? RequestQueue::IDType{} : active_.back()->id, code);
-    const bool isOuterInterrupted = Interrupts::begin(code, outer);
-    codeNumber_ = code;
-    if (queue_->openToSignals()) Interrupts::trip();
+// Runs what may run user code as code of its own, so that interrupts can be meant for it. Code that is not
+// open at once would lose them in what is done before it runs.
+void Interpreter::interruptibly(Opens opens, const std::function<void()>& action) {
+    queue_->beginCode(active_.empty() ? RequestQueue::IDType{} : active_.back()->id);
+    const bool isOuterSignalled = Interrupts::begin(codeDepth_++ > 0);
+    if (opens == Opens::AtOnce) queue_->openCode();
     const auto end = [&] {
-        codeNumber_ = outer;
-        Interrupts::end(outer);
-        if (queue_->endCode() || isOuterInterrupted) Interrupts::trip();
+        --codeDepth_;
+        queue_->closeCode();  // what it did not take is dropped with the signals that came for it
+        Interrupts::end();
+        queue_->endCode();
+        if (isOuterSignalled) PyErr_SetInterruptEx(SIGINT);
     };
     try {
         action();
@@ -479,6 +487,13 @@ void Interpreter::interruptibly(const std::function<void()>& action) {
     end();
 }
 
+// The evaluation that is interrupted is told, whether its code goes on or not. A call has no capture level.
+bool Interpreter::takeInterrupt() {
+    if (!queue_->takeInterrupt()) return false;
+    if (recipient() == Recipient::Capture && !isAside_) CmdWinSinkHandle::activeSink(false)->ctrlCProcessed();
+    return true;
+}
+
 void Interpreter::tidyUp() {
     python_->endDebugging();
     if (!Interrupts::isDisturbed()) return;
@@ -487,9 +502,10 @@ void Interpreter::tidyUp() {
 }
 
 bool Interpreter::setInterruptPending(bool pending) {
-    // An interrupt is delivered at once, so there is never one to take back.
-    if (pending) queue_->interrupt();
-    return false;
+    if (!pending) return queue_->clearInterrupts();
+    const bool wasPending = queue_->isInterrupted();
+    queue_->interrupt();
+    return wasPending;
 }
 
 bool Interpreter::isCodeBlockComplete(const std::u16string& code) { return runner_->isComplete(code); }
@@ -554,10 +570,17 @@ Interpreter::Recipient Interpreter::recipient() const {
     return isCaptured() ? Recipient::Capture : Recipient::Terminal;
 }
 
-// What nobody waits for in a captured window is for those who watch the terminal's.
+// What nobody waits for in a captured window is kept for who answers the next prompt, unless a stream has
+// answered the last one: then it is for those who watch the terminal's.
 bool Interpreter::isCaptured() const {
     const auto& active = CmdWinSinkHandle::activeSink(false);
-    return active->isWaitedFor() && active != terminal_->getSink(false);
+    return active != terminal_->getSink(false) && (active->isWaitedFor() || !isTypedByStream_);
+}
+
+// A capture level is open for whoever does not stream.
+void Interpreter::typeCodeUnit(char16_t unit) {
+    prompts_.type(unit);
+    isTypedByStream_ = !CmdWinSinkHandle::activeSink(false)->isWaitedFor();
 }
 
 std::shared_ptr<services::io::CmdWinSink> Interpreter::window(bool isError) const {

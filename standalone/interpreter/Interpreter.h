@@ -69,7 +69,7 @@ public:
     bool isInCharBufferMode() override { return prompts_.isReadingCharacters(); }
     // Never: every prompt of Python code waits without a time limit, and no other asks for input.
     bool isPromptEmergency() override { return false; }
-    void typeCodeUnit(char16_t unit) override { prompts_.type(unit); }
+    void typeCodeUnit(char16_t unit) override;
     std::uint64_t windowRows() override { return rows_; }
     std::uint64_t windowColumns() override { return columns_; }
     void setWindowRows(std::uint64_t rows) override { rows_ = validSize(rows, rows_); }
@@ -79,7 +79,7 @@ public:
     void releaseLock(int state) override;
     void setLastError(const cmddistributor::RuntimeException& error) override;
     bool isSignalThread() override { return Interrupts::isSignalThread(); }
-    bool setInterruptEnabled(bool enabled) override { return std::exchange(isInterruptEnabled_, enabled); }
+    bool setInterruptEnabled(bool enabled) override { return queue_->setInterruptEnabled(enabled); }
     bool setInterruptPending(bool pending) override;
     std::shared_ptr<foundation::msg_svc::eventmgr::EventMgr> eventManager(
         const boost::optional<zvm::ZvmID>& id) override;
@@ -106,7 +106,8 @@ private:
     std::unique_ptr<cmddistributor::IIPResult> runRequest(QueuedRequest& queued);
     std::unique_ptr<cmddistributor::IIPResult> runPlugin(QueuedRequest& queued,
                                                          const std::shared_ptr<cmddistributor::IIP>& iip);
-    void interruptibly(const std::function<void()>& action);
+    enum class Opens { AtOnce, WhenItRuns };
+    void interruptibly(Opens opens, const std::function<void()>& action);
     void prepareCode();
     void tidyUp();
     std::unique_ptr<cmddistributor::IIPResult> runFunctionCall(QueuedRequest& queued,
@@ -137,6 +138,8 @@ private:
     ReadResult readKey() override;
     void requireInputAllowed() const;
     void runRequests() override;
+    bool takeInterrupt() override;
+    void returnInterrupt() override { queue_->returnInterrupt(); }
     void clearWindow() override;
     void moveHome() override;
     bool isHeard(std::u16string_view tag) const override { return events_->isHeard(tag); }
@@ -166,21 +169,20 @@ private:
     PromptReader prompts_;
 
     // Of the interpreter thread.
-    std::uint32_t codeNumber_ = 0;  // of the code that runs; 0: none
-    std::uint32_t lastCodeNumber_ = 0;
+    unsigned codeDepth_ = 0;  // pieces of code that run inside one another
     std::unique_ptr<NativeCapture> capture_;
     std::shared_ptr<TerminalWindow> terminal_;
     std::unique_ptr<PythonRuntime> python_;
     std::unique_ptr<CodeRunner> runner_;
     std::unique_ptr<FunctionCaller> caller_;
     std::size_t lostText_ = 0;                  // code units that listeners have not been told of
+    bool isTypedByStream_ = false;              // what the running code read last
     bool isAside_ = false;                      // a request runs between two steps of other code
     std::vector<const QueuedRequest*> active_;  // innermost last
     nmutil::cmddistributor::inExecutionStatus executionStatus_ = nmutil::cmddistributor::EXECUTION_OK;
     std::int32_t codeBlockStatus_ = 0;
     boost::optional<std::string> builtinName_;  // in which the last error arose
     bool isInCompiledExtension_ = false;
-    bool isInterruptEnabled_ = true;  // Python code always lets interrupts in; the setting is only kept
     std::uint64_t columns_;
     std::uint64_t rows_;
     std::uint64_t shownColumns_ = 0;  // what Python code was last told

@@ -32,6 +32,10 @@ public:
 
     /// Runs the requests that may run between two steps of the running code.
     virtual void runRequests() = 0;
+    /// Whether the running code has been interrupted, once for each interrupt: it is to be told now.
+    virtual bool takeInterrupt() = 0;
+    /// For an interrupt that Python has dropped: it is to be taken again.
+    virtual void returnInterrupt() = 0;
 
     virtual void clearWindow() = 0;
     virtual void moveHome() = 0;

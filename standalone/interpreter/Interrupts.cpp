@@ -17,51 +17,41 @@ namespace standalone {
 
 namespace {
 
-// The handler's view; one interpreter thread in the process. 0 stands for no code running, and for no thread.
-std::atomic<std::uint32_t> currentCode{0};
+// The handler's view; one interpreter thread in the process, or none.
 std::atomic<pthread_t> interpreterThread{};
-
-constexpr std::uint32_t betweenCodes = ~0U;  // no code has this number
-
+std::atomic<bool> hasOutsideInterrupt{false};
 std::atomic<void (*)()> outsideHandler{nullptr};
 
 bool isFromOutside(const siginfo_t& info) {
     return info.si_code == SI_KERNEL || (info.si_code == SI_USER && info.si_pid != getpid());
 }
 
+// On whichever thread lets the signal in: one that Python code started does, too.
 void onInterrupt(int, siginfo_t* info, void*) {
-    const bool isAddressed = info->si_code == SI_QUEUE;
-    if (isAddressed && static_cast<std::uint32_t>(info->si_value.sival_int) != currentCode.load()) return;
     const int savedErrno = errno;
-    void (*const outside)() = outsideHandler.load();
-    if (outside != nullptr && isFromOutside(*info)) {
-        outside();
-        errno = savedErrno;
-        return;
-    }
     const pthread_t thread = interpreterThread.load();
-    if (pthread_equal(thread, pthread_self()) != 0) {
+    void (*const outside)() = outsideHandler.load();
+    if (!isFromOutside(*info)) {
         PyErr_SetInterruptEx(SIGINT);
+        // The sleep that it is to break into may be elsewhere.
+        if (pthread_equal(thread, pthread_self()) == 0 && thread != pthread_t{})
+            pthread_kill(thread, SIGRTMIN);
+    } else if (outside != nullptr) {
+        outside();
     } else if (thread != pthread_t{}) {
-        pthread_kill(thread,
-                     SIGINT);  // a thread that Python code started took it; the sleep to break is elsewhere
+        hasOutsideInterrupt.store(true);
+        pthread_kill(thread, SIGRTMIN);
     }
     errno = savedErrno;
 }
 
-timer_t followUp{};
-std::atomic<bool> isFollowUpSet{false};
+timer_t repetition{};
 
-void setFollowUp(long firstMs, long intervalMs) {
+void setRepetition(long firstMs, long intervalMs) {
     itimerspec times{};
     times.it_value.tv_nsec = firstMs * 1'000'000;
     times.it_interval.tv_nsec = intervalMs * 1'000'000;
-    timer_settime(followUp, 0, &times, nullptr);
-}
-
-void followUpSignals() {
-    setFollowUp(2, 20);
-    isFollowUpSet.store(true);
+    timer_settime(repetition, 0, &times, nullptr);
 }
 
 void installHandler() {
@@ -102,7 +92,7 @@ void Interrupts::attach() {
     event.sigev_notify = SIGEV_THREAD_ID;
     event.sigev_signo = SIGRTMIN;
     event._sigev_un._tid = gettid();
-    if (timer_create(CLOCK_MONOTONIC, &event, &followUp) != 0) {
+    if (timer_create(CLOCK_MONOTONIC, &event, &repetition) != 0) {
         throw std::system_error(errno, std::generic_category(), "timer_create");
     }
     interpreterThread.store(pthread_self());
@@ -112,57 +102,56 @@ void Interrupts::attach() {
 
 void Interrupts::detach() {
     setInterpreterSignalsBlocked(true);
-    currentCode.store(0);
-    if (pthread_equal(interpreterThread.exchange(pthread_t{}), pthread_self()) != 0) timer_delete(followUp);
+    if (pthread_equal(interpreterThread.exchange(pthread_t{}), pthread_self()) != 0) timer_delete(repetition);
 }
 
-bool Interrupts::begin(std::uint32_t code, std::uint32_t outer) {
-    currentCode.store(betweenCodes);
+bool Interrupts::begin(bool isInside) {
     // What came while nothing ran is meant for nobody.
-    const bool hadSignals = swallow();
-    currentCode.store(code);
-    return hadSignals && outer != 0;
+    if (!isInside) takeOutside();
+    return swallow() && isInside;
 }
 
-void Interrupts::end(std::uint32_t outer) {
-    calm();
-    currentCode.store(betweenCodes);
-    swallow();
-    currentCode.store(outer);
-}
+void Interrupts::end() { swallow(); }
 
 bool Interrupts::isDisturbed() {
-    struct sigaction action {};
-    sigaction(SIGINT, nullptr, &action);
-    return action.sa_sigaction != onInterrupt;
+    struct sigaction interrupt {};
+    struct sigaction look {};
+    sigset_t blocked;
+    sigaction(SIGINT, nullptr, &interrupt);
+    sigaction(SIGRTMIN, nullptr, &look);
+    pthread_sigmask(SIG_BLOCK, nullptr, &blocked);
+    return interrupt.sa_sigaction != onInterrupt || look.sa_handler == SIG_DFL ||
+           look.sa_handler == SIG_IGN || sigismember(&blocked, SIGINT) != 0 ||
+           sigismember(&blocked, SIGRTMIN) != 0;
 }
 
-void Interrupts::install() { installHandler(); }
+void Interrupts::install() {
+    installHandler();
+    setInterpreterSignalsBlocked(false);
+}
 
-void Interrupts::send(std::uint32_t code) {
+void Interrupts::look() {
     const pthread_t thread = interpreterThread.load();
     if (thread == pthread_t{}) return;
     struct sigaction action {};
-    sigaction(SIGINT, nullptr, &action);
-    if (action.sa_handler == SIG_DFL) return;
-    sigval value{};
-    value.sival_int = static_cast<int>(code);
-    pthread_sigqueue(thread, SIGINT, value);
-    followUpSignals();
-}
-
-void Interrupts::sendRequests() {
-    const pthread_t thread = interpreterThread.load();
-    if (thread == pthread_t{}) return;
+    sigaction(SIGRTMIN, nullptr, &action);
+    if (action.sa_handler == SIG_DFL) return;  // code has taken the handler away: the process would end
     pthread_kill(thread, SIGRTMIN);
-    followUpSignals();
+    setRepetition(2, 20);
 }
 
 void Interrupts::calm() {
-    if (isFollowUpSet.exchange(false)) setFollowUp(0, 0);
+    if (interpreterThread.load() != pthread_t{}) setRepetition(0, 0);
 }
 
-void Interrupts::trip() { PyErr_SetInterruptEx(SIGINT); }
+bool Interrupts::takeOutside() { return hasOutsideInterrupt.exchange(false); }
+
+bool Interrupts::deliver() {
+    PyErr_SetInterruptEx(SIGINT);
+    return check();
+}
+
+bool Interrupts::check() { return PyErr_CheckSignals() == 0; }
 
 bool Interrupts::isSignalThread() { return pthread_equal(interpreterThread.load(), pthread_self()) != 0; }
 

@@ -1,50 +1,46 @@
 #pragma once
 
-#include <cstdint>
-
 namespace standalone {
 
-/// Brings interrupts to the code that they are meant for, and to no other.
+/// Makes the interpreter thread look what is asked of the code that it runs, and keeps interrupts that come
+/// as signals in order.
 ///
-/// Each piece of code that runs has a number. An interrupt is a SIGINT queued to the interpreter thread with
-/// the number of the code that runs when it is asked for. The handler ignores a number that is no longer the
-/// current one, so that an interrupt that comes too late cannot hit the next request; a SIGINT from
-/// elsewhere, such as a terminal, is taken by whatever runs. What reaches Python while nothing runs is
-/// swallowed before the next code begins.
-///
-/// Which code an interrupt is meant for is the queue's knowledge; here it is brought there.
+/// What is asked, and of which code, is the queue's knowledge. Here it is only brought about that the thread
+/// looks: SIGRTMIN, whose Python-level handler does so, breaks into sleeps and other system calls, too. A
+/// SIGINT from elsewhere, such as a terminal, counts as an interrupt of whatever runs.
 ///
 /// Threads: the interpreter thread with the interpreter's lock, but for what says otherwise.
 struct Interrupts {
-    /// Makes the calling thread the one that interrupts go to.
+    /// Makes the calling thread the one that signals go to.
     static void attach();
-    /// Gives the signal back; later interrupts do nothing.
+    /// Gives the signals back; nothing reaches the thread any more.
     static void detach();
 
-    /// Marks that the code with the number `code` begins, inside the code `outer` or, when that is 0, by
-    /// itself. True when an interrupt was on its way to the code outside, which `trip` is to bring it once
-    /// this code has ended.
-    static bool begin(std::uint32_t code, std::uint32_t outer);
-    /// Marks that it has ended. What was meant for it and has not reached it is dropped.
-    static void end(std::uint32_t outer);
+    /// Marks that code begins, inside other code or by itself. True when a SIGINT was on its way to the code
+    /// outside, which `deliver` is to bring it once this code has ended.
+    static bool begin(bool isInside);
+    /// Marks that it has ended. A SIGINT that has not reached it is dropped.
+    static void end();
 
-    /// Whether code has changed what SIGINT does, so that interrupts no longer reach it.
+    /// Whether code has changed what the signals do, so that they no longer reach it.
     static bool isDisturbed();
-    /// Makes SIGINT interrupt again.
+    /// Makes them work again, but for what Python has to set right itself.
     static void install();
 
-    /// Interrupts the code with this number. Does nothing where SIGINT would end the process.  Threads: any.
-    static void send(std::uint32_t code);
-    /// Interrupts the code that runs now.
-    static void trip();
-
-    /// Makes the running code let requests run between two of its steps.  Threads: any.
-    static void sendRequests();
-
-    /// A signal that comes just before code enters a system call does not break into that call. So each is
-    /// followed by SIGRTMIN, which does no harm, every few milliseconds, until this says that the interpreter
-    /// looks at its signals.
+    /// Makes the thread look between two steps of its code, within milliseconds, and again every 20 of them.
+    /// Threads: any; one at a time, and not while `calm` runs.
+    static void look();
+    /// Ends the repetition.  Threads: as `look`.
     static void calm();
+
+    /// Whether a SIGINT from elsewhere has come since this was asked last.
+    static bool takeOutside();
+
+    /// Runs Python's handler of SIGINT, which raises KeyboardInterrupt unless the code has set another, and
+    /// those of the other signals that have come. False when one has raised an exception, which is set then.
+    static bool deliver();
+    /// Runs the handlers of the signals that have come. False when one has raised an exception.
+    static bool check();
 
     static bool isSignalThread();
 };

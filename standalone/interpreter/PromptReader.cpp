@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <csignal>
 #include <stdexcept>
 #include <utility>
 
@@ -59,7 +58,7 @@ ReadResult PromptReader::readKey() {
 void PromptReader::type(char16_t unit) {
     if (unit == endOfText) {  // Ctrl-C, as at any terminal: what was typed on the line goes with it
         typed_.clear();
-        PyErr_SetInterruptEx(SIGINT);
+        queue_.interrupt();
         return;
     }
     if (typed_.size() >= typeAheadLimit) throw std::length_error("Too much is typed ahead.");
@@ -86,9 +85,11 @@ class PromptReader::Shown {
 public:
     Shown(PromptReader& reader, InputRequester prompt) : reader_(reader), outer_(reader.show(prompt)) {
         reader_.waits_.fetch_add(1, std::memory_order_release);
+        reader_.queue_.setAtPrompt(true);
     }
     ~Shown() {
         reader_.waits_.fetch_sub(1, std::memory_order_release);
+        reader_.queue_.setAtPrompt(false);
         reader_.show(outer_);
         reader_.announce(outer_, false);
     }
@@ -107,7 +108,7 @@ ReadResult PromptReader::waitUntil(InputRequester prompt, const std::function<bo
     while (!isSatisfied()) {
         // Before the prompt is announced again: what an interrupted code prints belongs to whoever typed the
         // interrupt.
-        if (PyErr_CheckSignals() != 0) {
+        if (!hooks_.checkInterrupts()) {
             typed_.clear();
             return ReadResult::Interrupted;
         }

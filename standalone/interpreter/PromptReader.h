@@ -28,6 +28,8 @@ public:
         std::function<void()> beforeWait;
         /// Runs a request inside the waiting code.
         std::function<void(std::unique_ptr<QueuedRequest>)> run;
+        /// Tells the code of its interrupts. False when that has raised an exception, which is set then.
+        std::function<bool()> checkInterrupts;
         /// Tells that another prompt is shown now, to the queue manager's listeners when it is that of the
         /// base level. May not throw.
         std::function<void(InputRequester, bool isBaseLevel)> announce;

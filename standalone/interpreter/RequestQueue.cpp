@@ -21,6 +21,10 @@ bool isDebugPrompt(InputRequester prompt) {
            prompt == ZF_ENL_DEBUG_PROMPT;
 }
 
+bool isForRunningCode(const QueuedRequest& request) {
+    return request.isReady && request.options.whenToDequeue() == WhenToDequeue::Ppe;
+}
+
 bool isBasePrompt(InputRequester prompt) {
     return prompt == BASE_PROMPT || prompt == INCOMPLETE_BLOCK_PROMPT || prompt == MORE_PROMPT;
 }
@@ -83,8 +87,10 @@ void RequestQueue::setReadyToExecute(IDType id) {
         const auto entry = findLocked(id);
         if (entry == entries_.end()) return;
         entry->request->isReady = true;
-        const bool isForRunningCode = entry->request->options.whenToDequeue() == WhenToDequeue::Ppe;
-        if (isForRunningCode && !codes_.empty() && codes_.back().isOpenToSignals) signals_.requests();
+        if (isForRunningCode(*entry->request)) {
+            ++readyForRunningCode_;
+            lookLocked();
+        }
         changes_.fetch_add(1, std::memory_order_relaxed);
     }
     changed_.notify_one();
@@ -111,66 +117,162 @@ zvm::TaskReference::CancelStatus RequestQueue::cancel(IDType id, bool interruptI
     {
         connector::MutexLock lock(mutex_);
         if (const auto found = findLocked(id); found != entries_.end()) {
-            entry = std::move(*found);
-            entries_.erase(found);
-            changes_.fetch_add(1, std::memory_order_relaxed);
-        } else if (findRunningLocked(id) == running_.end()) {
+            entry = removeLocked(found);
+            wakeLocked();  // work for idle times may have waited for this one
+        } else if (const auto running = findRunningLocked(id); running == running_.end()) {
             return TaskReference::CancelStatus::NotFound;
         } else {
-            if (interruptIfRunning) interruptLocked(id);
+            if (interruptIfRunning) interruptLocked(*running);
             return TaskReference::CancelStatus::AlreadyStarted;
         }
     }
-    // Work for idle times may have waited for this one.
-    changed_.notify_one();
     endCancelled(entry);
     return TaskReference::CancelStatus::Cancelled;
 }
 
-// The innermost code gets a signal. Code around it is interrupted when it is its turn again, and a request
-// whose code has not begun when that begins.
-void RequestQueue::interruptLocked(IDType id) {
-    const auto code =
-        std::find_if(codes_.begin(), codes_.end(), [id](const Code& held) { return held.id == id; });
-    if (code == codes_.end()) {
-        if (const auto running = findRunningLocked(id); running != running_.end())
-            running->isInterrupted = true;
-    } else if (code + 1 == codes_.end() && code->isOpenToSignals) {
-        signals_.interrupt(code->number);
-        isNudged_ = true;
-        changes_.fetch_add(1, std::memory_order_relaxed);
-        changed_.notify_one();
-    } else {
-        code->isInterrupted = true;
+// What has begun is marked itself; what has not, through its request.
+void RequestQueue::interruptLocked(Running& running) {
+    bool hasBegun = false;
+    for (Code& code : codes_) {
+        if (code.id != running.id) continue;
+        code.isInterrupted = hasBegun = true;
     }
+    if (!hasBegun) running.isInterrupted = true;
+    lookLocked();
+    wakeLocked();
 }
 
 void RequestQueue::interrupt() {
     connector::MutexLock lock(mutex_);
-    for (std::size_t i = codes_.size(); i-- > 0;) interruptLocked(codes_[i].id);
+    for (Running& running : running_) interruptLocked(running);
+    // Code of no request, such as what was typed ahead.
+    for (Code& code : codes_) code.isInterrupted = true;
+    lookLocked();
 }
 
-void RequestQueue::beginCode(IDType id, std::uint32_t code) {
+void RequestQueue::awaitInterrupted(std::chrono::milliseconds limit) {
+    const auto deadline = std::chrono::steady_clock::now() + limit;
+    connector::MutexLock lock(mutex_);
+    std::vector<std::uint64_t> interrupted;
+    for (const Code& code : codes_) {
+        if (code.isAtPrompt && code.isInterrupted && isInterruptEnabled_) interrupted.push_back(code.number);
+    }
+    const auto hasTaken = [this](std::uint64_t number) REQUIRES(mutex_) {
+        const auto code = std::find_if(codes_.begin(), codes_.end(),
+                                       [number](const Code& held) { return held.number == number; });
+        return code == codes_.end() || (!code->isInterrupted && code->isAtPrompt);
+    };
+    while (!isStopped_ && !std::all_of(interrupted.begin(), interrupted.end(), hasTaken)) {
+        if (promptChanged_.wait_until(lock.native(), deadline) == std::cv_status::timeout) return;
+    }
+}
+
+bool RequestQueue::mayTakeInterruptLocked() const {
+    return !codes_.empty() && codes_.back().isOpen && codes_.back().isInterrupted && isInterruptEnabled_;
+}
+
+bool RequestQueue::takeInterrupt() {
+    connector::MutexLock lock(mutex_);
+    if (!mayTakeInterruptLocked()) return false;
+    codes_.back().isInterrupted = false;
+    codes_.back().wasInterrupted = true;
+    calmLocked();
+    promptChanged_.notify_all();
+    return true;
+}
+
+void RequestQueue::returnInterrupt() {
+    connector::MutexLock lock(mutex_);
+    if (codes_.empty() || !std::exchange(codes_.back().wasInterrupted, false)) return;
+    codes_.back().isInterrupted = true;
+    lookLocked();
+}
+
+bool RequestQueue::clearInterrupts() {
+    connector::MutexLock lock(mutex_);
+    bool wasInterrupted = false;
+    for (Running& running : running_) wasInterrupted |= std::exchange(running.isInterrupted, false);
+    for (Code& code : codes_) wasInterrupted |= std::exchange(code.isInterrupted, false);
+    calmLocked();
+    promptChanged_.notify_all();
+    return wasInterrupted;
+}
+
+bool RequestQueue::isInterrupted() const {
+    connector::MutexLock lock(mutex_);
+    const auto isMarked = [](const auto& held) { return held.isInterrupted; };
+    return std::any_of(running_.begin(), running_.end(), isMarked) ||
+           std::any_of(codes_.begin(), codes_.end(), isMarked);
+}
+
+bool RequestQueue::setInterruptEnabled(bool isEnabled) {
+    connector::MutexLock lock(mutex_);
+    const bool wasEnabled = std::exchange(isInterruptEnabled_, isEnabled);
+    if (isEnabled && !wasEnabled) {
+        lookLocked();
+        wakeLocked();
+    }
+    return wasEnabled;
+}
+
+void RequestQueue::beginCode(IDType id) {
     connector::MutexLock lock(mutex_);
     const auto running = findRunningLocked(id);
-    codes_.push_back(
-        Code{id, code, running != running_.end() && std::exchange(running->isInterrupted, false)});
+    const bool isInterrupted = running != running_.end() && std::exchange(running->isInterrupted, false);
+    codes_.push_back(Code{.id = id, .number = ++lastCode_, .isInterrupted = isInterrupted});
+    lookLocked();
 }
 
-bool RequestQueue::openToSignals() {
+void RequestQueue::openCode() {
     connector::MutexLock lock(mutex_);
-    codes_.back().isOpenToSignals = true;
-    const auto isForRunningCode = [](const Entry& entry) {
-        return entry.request->isReady && entry.request->options.whenToDequeue() == WhenToDequeue::Ppe;
-    };
-    if (std::any_of(entries_.begin(), entries_.end(), isForRunningCode)) signals_.requests();
-    return std::exchange(codes_.back().isInterrupted, false);
+    codes_.back().isOpen = true;
+    lookLocked();
 }
 
-bool RequestQueue::endCode() {
+void RequestQueue::closeCode() {
+    connector::MutexLock lock(mutex_);
+    codes_.back().isOpen = false;
+}
+
+void RequestQueue::endCode() {
     connector::MutexLock lock(mutex_);
     codes_.pop_back();
-    return !codes_.empty() && std::exchange(codes_.back().isInterrupted, false);
+    calmLocked();
+    lookLocked();  // the code around it may have been interrupted meanwhile
+    promptChanged_.notify_all();
+}
+
+void RequestQueue::setAtPrompt(bool isAtPrompt) {
+    connector::MutexLock lock(mutex_);
+    if (codes_.empty()) return;
+    codes_.back().isAtPrompt = isAtPrompt;
+    promptChanged_.notify_all();
+}
+
+bool RequestQueue::isLookWantedLocked() const {
+    const auto isInterrupted = [](const Code& code) { return code.isInterrupted; };
+    return !codes_.empty() &&
+           (readyForRunningCode_ > 0 || std::any_of(codes_.begin(), codes_.end(), isInterrupted));
+}
+
+// Signals go on for as long as there is something to be seen, since one of them may be missed: it may come
+// just before a system call, or while CPython works out what it is to look at next. They are started and
+// ended under the mutex, so that none ends those of another.
+void RequestQueue::lookLocked() {
+    if (!isLookWantedLocked()) return;
+    signals_.look();
+    isLooking_ = true;
+}
+
+void RequestQueue::calmLocked() {
+    if (!isLooking_ || isLookWantedLocked()) return;
+    signals_.calm();
+    isLooking_ = false;
+}
+
+void RequestQueue::wakeLocked() {
+    changes_.fetch_add(1, std::memory_order_relaxed);
+    changed_.notify_one();
 }
 
 std::unique_ptr<QueuedRequest> RequestQueue::tryTake(InputRequester prompt) {
@@ -183,7 +285,7 @@ std::unique_ptr<QueuedRequest> RequestQueue::take(InputRequester prompt,
     const auto deadline = std::chrono::steady_clock::now() + limit.value_or(std::chrono::milliseconds(0));
     connector::MutexLock lock(mutex_);
     for (;;) {
-        if (isStopped_ || std::exchange(isNudged_, false)) return nullptr;
+        if (isStopped_ || mayTakeInterruptLocked()) return nullptr;
         if (auto request = takeLocked(prompt)) return request;
         // A client often sends its next request as soon as it has its answer. To look out for it for a moment
         // costs less than to sleep and be woken.
@@ -212,24 +314,17 @@ void RequestQueue::finish(const QueuedRequest& request, const cmddistributor::II
     end(request, continuations, result);
 }
 
-void RequestQueue::nudge() {
-    {
-        connector::MutexLock lock(mutex_);
-        isNudged_ = true;
-        changes_.fetch_add(1, std::memory_order_relaxed);
-    }
-    changed_.notify_one();
-}
-
 void RequestQueue::stop() {
     std::deque<Entry> entries;
     {
         connector::MutexLock lock(mutex_);
         isStopped_ = true;
         entries.swap(entries_);
-        changes_.fetch_add(1, std::memory_order_relaxed);
+        readyForRunningCode_ = 0;
+        calmLocked();
+        wakeLocked();
+        promptChanged_.notify_all();
     }
-    changed_.notify_one();
     for (Entry& entry : entries) endCancelled(entry);
 }
 
@@ -263,10 +358,19 @@ std::unique_ptr<QueuedRequest> RequestQueue::takeLocked(InputRequester prompt) {
         return nullptr;
     }
 
-    running_.push_back(Running{found->request->id, std::move(found->continuations)});
-    auto request = std::move(found->request);
+    Entry entry = removeLocked(found);
+    running_.push_back(Running{entry.request->id, std::move(entry.continuations)});
+    return std::move(entry.request);
+}
+
+RequestQueue::Entry RequestQueue::removeLocked(std::deque<Entry>::iterator found) {
+    Entry entry = std::move(*found);
     entries_.erase(found);
-    return request;
+    if (isForRunningCode(*entry.request)) {
+        --readyForRunningCode_;
+        calmLocked();
+    }
+    return entry;
 }
 
 std::deque<RequestQueue::Entry>::iterator RequestQueue::findLocked(IDType id) {

@@ -31,9 +31,13 @@ struct QueuedRequest {
 ///     enqueue -> queued -> setReadyToExecute -> ready -> take -> running -> finish -> ended
 ///                   \__________ cancel, stop __________/                        (delegate, continuations)
 ///
-/// Threads: the operations of CmdDistributor from any thread; `take`, `tryTake` and `finish` from the
-/// interpreter thread, without the interpreter's lock where they wait. Locks: mutex_, which is a leaf:
-/// delegates, continuations and the interrupt callback run without it.
+/// An interrupt is a mark on what it is meant for: on a request that was taken until its code begins, then on
+/// that code, until the code takes it or ends. Marks of code inside which other code runs wait for their
+/// turn.
+///
+/// Threads: the operations of CmdDistributor from any thread; `take`, `tryTake`, `finish` and what says so of
+/// itself from the interpreter thread, without the interpreter's lock where they wait. Locks: mutex_, which
+/// is a leaf: delegates and continuations run without it.
 class RequestQueue : public cmddistributor::CmdDistributor {
 public:
     using IDType = foundation::msg_svc::exchange::IDType;
@@ -41,10 +45,10 @@ public:
 
     /// How the queue reaches the interpreter thread while code runs. Called with the queue's mutex held.
     struct Signals {
-        /// Interrupts the code with this number, if it still runs.
-        std::function<void(std::uint32_t code)> interrupt;
-        /// Makes the running code let requests run between two of its steps.
-        std::function<void()> requests;
+        /// Makes the thread look between two steps of its code whether there is an interrupt to take or a
+        /// request to run; now, and again and again until `calm`.
+        std::function<void()> look;
+        std::function<void()> calm;
     };
 
     explicit RequestQueue(Signals signals, std::size_t capacity = 10'000);
@@ -59,27 +63,45 @@ public:
     /// The next request that may run at `prompt`, or null.
     std::unique_ptr<QueuedRequest> tryTake(InputRequester prompt) EXCLUDES(mutex_);
 
-    /// The same, but waits for one. Null when the queue was nudged or has been stopped, and after `limit`.
-    /// Blocks: until then; it sleeps after the first twenty microseconds.
+    /// The same, but waits for one. Null when the code that waits at the prompt is interrupted, when the
+    /// queue has been stopped, and after `limit`. Blocks: until then; it sleeps after the first twenty
+    /// microseconds.
     std::unique_ptr<QueuedRequest> take(InputRequester prompt,
                                         std::optional<std::chrono::milliseconds> limit = {}) EXCLUDES(mutex_);
 
     /// Ends a request that was taken: completes its delegate, then runs its continuations.
     void finish(const QueuedRequest& request, const cmddistributor::IIPResult& result) EXCLUDES(mutex_);
 
-    /// Marks that code with this number begins for a request, or for none when `id` is 0; code may begin
-    /// inside other code. Interrupts are noted until signals can reach it.
-    void beginCode(IDType id, std::uint32_t code) EXCLUDES(mutex_);
-    /// Marks that signals can reach it. True when it was interrupted before.
-    bool openToSignals() EXCLUDES(mutex_);
-    /// Marks that the code that began last has ended. True when the code around it is to be interrupted.
-    bool endCode() EXCLUDES(mutex_);
+    /// Marks that code begins for a request, or for none when `id` is 0; code may begin inside other code.
+    /// What has been asked for by then of the request is meant for this code.  Threads: the interpreter's.
+    void beginCode(IDType id) EXCLUDES(mutex_);
+    /// Marks that the code that began last can take its interrupts from now on.  Threads: the interpreter's.
+    void openCode() EXCLUDES(mutex_);
+    /// Marks that it takes none from now on.  Threads: the interpreter's.
+    void closeCode() EXCLUDES(mutex_);
+    /// Marks that it has ended, with whatever it has not taken.  Threads: the interpreter's.
+    void endCode() EXCLUDES(mutex_);
+    /// Marks that the innermost code begins to wait at a prompt, or no longer does.  Threads: the
+    /// interpreter's.
+    void setAtPrompt(bool isAtPrompt) EXCLUDES(mutex_);
 
-    /// Interrupts all code that runs, the innermost first.  Threads: any.
+    /// Interrupts all requests that have been taken, and their code.  Threads: any.
     void interrupt() EXCLUDES(mutex_);
-
-    /// Makes a `take` that waits, or else the next one, return.  Threads: any.
-    void nudge() EXCLUDES(mutex_);
+    /// Waits until code that waits at a prompt has taken its interrupt, and has ended or waits again: what a
+    /// client sends next is then meant for what it finds.  Threads: any but the interpreter's.
+    /// Blocks: until then, for `limit` at most.
+    void awaitInterrupted(std::chrono::milliseconds limit) EXCLUDES(mutex_);
+    /// Takes the interrupt of the innermost code. False when there is none, or it may not be taken now.
+    /// Threads: the interpreter's.
+    bool takeInterrupt() EXCLUDES(mutex_);
+    /// Gives back the interrupt that the innermost code took last, because it had no effect.
+    /// Threads: the interpreter's.
+    void returnInterrupt() EXCLUDES(mutex_);
+    /// Takes back what has not been taken. True when there was something.  Threads: any.
+    bool clearInterrupts() EXCLUDES(mutex_);
+    bool isInterrupted() const EXCLUDES(mutex_);
+    /// Lets interrupts be taken, or makes them wait. Returns the previous setting.  Threads: any.
+    bool setInterruptEnabled(bool isEnabled) EXCLUDES(mutex_);
 
     /// Refuses requests from now on and fails those that wait with EXECUTION_CANCELLED.  Threads: any.
     void stop() EXCLUDES(mutex_);
@@ -98,15 +120,23 @@ private:
     };
     struct Code {
         IDType id;
-        std::uint32_t number;
-        bool isInterrupted = false;  // to be acted on when it is open to signals, and the innermost
-        bool isOpenToSignals = false;
+        std::uint64_t number;
+        bool isInterrupted = false;
+        bool wasInterrupted = false;
+        bool isOpen = false;
+        bool isAtPrompt = false;
     };
 
     std::unique_ptr<QueuedRequest> takeLocked(InputRequester prompt) REQUIRES(mutex_);
     std::deque<Entry>::iterator findLocked(IDType id) REQUIRES(mutex_);
     std::vector<Running>::iterator findRunningLocked(IDType id) REQUIRES(mutex_);
-    void interruptLocked(IDType id) REQUIRES(mutex_);
+    void interruptLocked(Running& running) REQUIRES(mutex_);
+    bool mayTakeInterruptLocked() const REQUIRES(mutex_);
+    Entry removeLocked(std::deque<Entry>::iterator found) REQUIRES(mutex_);
+    bool isLookWantedLocked() const REQUIRES(mutex_);
+    void lookLocked() REQUIRES(mutex_);
+    void calmLocked() REQUIRES(mutex_);
+    void wakeLocked() REQUIRES(mutex_);
     static void end(const QueuedRequest& request, Continuations& continuations,
                     const cmddistributor::IIPResult& result);
     static void endCancelled(Entry& entry);
@@ -121,7 +151,11 @@ private:
     std::vector<Running> running_
         GUARDED_BY(mutex_);                       // innermost last: requests run inside others at prompts
     std::vector<Code> codes_ GUARDED_BY(mutex_);  // innermost last
-    bool isNudged_ GUARDED_BY(mutex_) = false;
+    std::size_t readyForRunningCode_ GUARDED_BY(mutex_) = 0;  // of the entries
+    std::uint64_t lastCode_ GUARDED_BY(mutex_) = 0;
+    bool isInterruptEnabled_ GUARDED_BY(mutex_) = true;
+    bool isLooking_ GUARDED_BY(mutex_) = false;  // signals are being sent
+    std::condition_variable promptChanged_;      // code took its interrupt, ended, or waits at a prompt
     bool isStopped_ GUARDED_BY(mutex_) = false;
 };
 

@@ -518,6 +518,7 @@ def start():
     sys.stdin = sys.__stdin__ = Input()
     sys.breakpointhook = _breakpoint
     signal.signal(signal.SIGRTMIN, _host.run_requests)
+    sys.unraisablehook = _host.unraisable
     sys.ps1, sys.ps2 = ">>> ", "... "
     sys.modules["readline"] = None  # line editing belongs to the client, and its library to the program
     sys.meta_path.insert(0, _Imports)
@@ -551,6 +552,7 @@ def restore_interrupts():
 
     if signal.getsignal(signal.SIGINT) in (signal.SIG_DFL, signal.SIG_IGN, None):
         signal.signal(signal.SIGINT, signal.default_int_handler)
+    signal.signal(signal.SIGRTMIN, _host.run_requests)
 
 
 def end(seconds):

@@ -5,7 +5,9 @@
 #include <unistd.h>
 
 #include "RunningInterpreter.h"
+#include "connector/interpreter/ConnectorEvalCmdRequest.h"
 #include "services/prompt/prompt.h"
+#include "zvm/detail.h"
 
 namespace {
 
@@ -80,6 +82,25 @@ TEST_F(InterruptTest, interruptsRunningCodeAndNothingThatRunsLater) {
         interrupt();
         EXPECT_EQ(textOf(u"sum(range(100_000))"), "4999950000\n");
     }
+}
+
+TEST_F(InterruptTest, isReportedToTheEvaluationWhoseCodeHandlesIt) {
+    using Statuses = connector::interpreter::ConnectorExecutionStatuses;
+    const auto promise = std::make_shared<connector::Promise<Statuses>>();
+    const auto distributor = host_->zvm()->getCmdDistributor();
+    const auto id = zvm::detail::createID();
+    const std::u16string code =
+        signalled(u"try:\n    import time; time.sleep(600)\nexcept KeyboardInterrupt: pass");
+    distributor->enqueue(id,
+                         std::make_shared<connector::interpreter::ConnectorEvalCmdRequest>(
+                             code, promise, 0, 0, nullptr, nullptr),
+                         {}, std::make_shared<cmddistributor::PromiseDelegateT<Statuses>>(promise));
+    distributor->setReadyToExecute(id);
+    awaitStart();
+    interrupt();
+    const Statuses statuses = promise->getFuture().get();
+    EXPECT_TRUE(statuses.ctrlCCalled);
+    EXPECT_FALSE(statuses.hadReportableError);
 }
 
 TEST_F(InterruptTest, neverLeaksAnInterruptIntoTheNextEvaluation) {

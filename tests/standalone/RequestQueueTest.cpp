@@ -35,10 +35,14 @@ protected:
         return id;
     }
 
-    std::vector<std::uint32_t> interrupted_;
-    int wakeUps_ = 0;
-    RequestQueue queue_{
-        {[this](std::uint32_t code) { interrupted_.push_back(code); }, [this] { ++wakeUps_; }}, 3};
+    int looks_ = 0;
+    bool isLooking_ = false;
+    RequestQueue queue_{{[this] {
+                             ++looks_;
+                             isLooking_ = true;
+                         },
+                         [this] { isLooking_ = false; }},
+                        3};
 };
 
 TEST_F(RequestQueueTest, takesARequestWhereItsWhenToDequeueAllowsIt) {
@@ -94,13 +98,13 @@ TEST_F(RequestQueueTest, cancelsWhatWaitsAndInterruptsWhatRuns) {
 
     const auto running = add(WhenToDequeue::Default);
     const auto taken = queue_.tryTake(BASE_PROMPT);
-    queue_.beginCode(running, 7);
-    EXPECT_FALSE(queue_.openToSignals());
+    queue_.beginCode(running);
+    queue_.openCode();
     EXPECT_EQ(queue_.cancel(running, false), TaskReference::CancelStatus::AlreadyStarted);
-    EXPECT_TRUE(interrupted_.empty());
+    EXPECT_FALSE(queue_.takeInterrupt());
     EXPECT_EQ(queue_.cancel(running, true), TaskReference::CancelStatus::AlreadyStarted);
-    EXPECT_EQ(interrupted_, std::vector<std::uint32_t>{7});
-    EXPECT_FALSE(queue_.endCode());
+    EXPECT_TRUE(queue_.takeInterrupt());
+    queue_.endCode();
     queue_.addContinuation(running, [&] { ++continued; });
     queue_.finish(*taken, cmddistributor::IIPResult(running, boost::none));
     EXPECT_EQ(continued, 2);
@@ -109,39 +113,54 @@ TEST_F(RequestQueueTest, cancelsWhatWaitsAndInterruptsWhatRuns) {
     EXPECT_EQ(continued, 3);
 }
 
-TEST_F(RequestQueueTest, interruptsTheCodeThatIsMeantBeforeDuringAndAroundOtherCode) {
+TEST_F(RequestQueueTest, keepsAnInterruptUntilTheCodeThatIsMeantTakesItOrEnds) {
     queue_.interrupt();
     const auto outer = add(WhenToDequeue::Default);
-    const auto inner = add(WhenToDequeue::Prompt);
     const auto takenOuter = queue_.tryTake(BASE_PROMPT);
-    queue_.cancel(outer, true);
-    queue_.beginCode(outer, 1);
-    EXPECT_TRUE(queue_.openToSignals()) << "it was interrupted before its code began";
-    const auto takenInner = queue_.tryTake(INPUT_PROMPT);
-    queue_.beginCode(inner, 2);
-    EXPECT_FALSE(queue_.openToSignals());
-    queue_.cancel(inner, true);
-    EXPECT_FALSE(queue_.endCode());
-    queue_.beginCode(inner, 3);
-    queue_.cancel(inner, true);
-    EXPECT_TRUE(queue_.openToSignals()) << "it was interrupted before signals could reach it";
     queue_.interrupt();
-    EXPECT_TRUE(queue_.endCode()) << "the code around it was interrupted, too";
-    EXPECT_FALSE(queue_.endCode());
-    EXPECT_EQ(interrupted_, (std::vector<std::uint32_t>{2, 3}));
+    queue_.beginCode(outer);
+    EXPECT_TRUE(isLooking_) << "signals go on until it has been taken";
+    EXPECT_FALSE(queue_.takeInterrupt()) << "its code does not run yet";
+    queue_.openCode();
+    EXPECT_TRUE(queue_.takeInterrupt()) << "it was interrupted before its code began";
+    EXPECT_FALSE(queue_.takeInterrupt() || isLooking_);
+    queue_.returnInterrupt();
+    EXPECT_TRUE(queue_.takeInterrupt()) << "Python dropped it";
+
+    const auto inner = add(WhenToDequeue::Prompt);
+    const auto takenInner = queue_.tryTake(INPUT_PROMPT);
+    queue_.beginCode(inner);
+    queue_.openCode();
+    queue_.cancel(outer, true);
+    EXPECT_FALSE(queue_.takeInterrupt()) << "it is meant for the code around this";
+    queue_.cancel(inner, true);
+    queue_.closeCode();
+    EXPECT_FALSE(queue_.takeInterrupt()) << "its code has ended";
+    queue_.endCode();
+    EXPECT_FALSE(queue_.setInterruptEnabled(false) && queue_.takeInterrupt());
+    queue_.setInterruptEnabled(true);
+    EXPECT_TRUE(queue_.takeInterrupt());
+    queue_.interrupt();
+    EXPECT_TRUE(queue_.clearInterrupts());
+    EXPECT_FALSE(queue_.takeInterrupt() || queue_.clearInterrupts() || isLooking_);
+    queue_.interrupt();
+    queue_.endCode();
+    EXPECT_FALSE(isLooking_);
 }
 
 TEST_F(RequestQueueTest, reachesRunningCodeForRequestsThatMayRunWithinIt) {
-    queue_.beginCode({}, 1);
     const auto early = add(WhenToDequeue::Ppe);
-    EXPECT_EQ(wakeUps_, 0);
-    queue_.openToSignals();
-    EXPECT_EQ(wakeUps_, 1);
+    EXPECT_EQ(looks_, 0);
+    queue_.beginCode({});
+    EXPECT_EQ(looks_, 1);
     add(WhenToDequeue::Prompt);
-    EXPECT_EQ(wakeUps_, 1);
-    add(WhenToDequeue::Ppe);
-    EXPECT_EQ(wakeUps_, 2);
+    EXPECT_EQ(looks_, 1);
+    const auto second = add(WhenToDequeue::Ppe);
+    EXPECT_EQ(looks_, 2);
     EXPECT_EQ(queue_.tryTake(NO_PROMPT)->id, early);
+    EXPECT_TRUE(isLooking_);
+    queue_.cancel(second, false);
+    EXPECT_FALSE(isLooking_);
 }
 
 TEST_F(RequestQueueTest, takesTheSystemsOwnTasksFirst) {
@@ -163,18 +182,16 @@ TEST_F(RequestQueueTest, takesTheSystemsOwnTasksFirst) {
     EXPECT_EQ(queue_.tryTake(BASE_PROMPT)->id, waiting);
 }
 
-TEST_F(RequestQueueTest, wakesTheWaitingThreadForARequestANudgeAndTheEnd) {
+TEST_F(RequestQueueTest, wakesTheWaitingThreadForARequestAndTheEnd) {
     std::vector<std::string> seen;
     std::thread interpreter([&] {
         for (;;) {
             if (const auto request = queue_.take(BASE_PROMPT)) {
                 seen.emplace_back("request");
                 queue_.finish(*request, cmddistributor::IIPResult(request->id, boost::none));
-            } else if (queue_.isStopped()) {
-                seen.emplace_back("stopped");
-                return;
             } else {
-                seen.emplace_back("nudged");
+                seen.emplace_back(queue_.isStopped() ? "stopped" : "nothing");
+                return;
             }
         }
     });
@@ -183,7 +200,6 @@ TEST_F(RequestQueueTest, wakesTheWaitingThreadForARequestANudgeAndTheEnd) {
     queue_.addContinuation(add(WhenToDequeue::Default), [&] { ended = true; });
     while (!ended) std::this_thread::yield();
     add(WhenToDequeue::DebugPrompt, true, delegate);
-    queue_.nudge();
     queue_.stop();
     interpreter.join();
     EXPECT_EQ(seen.front(), "request");

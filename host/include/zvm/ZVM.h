@@ -13,7 +13,7 @@ namespace zvm {
 
 /// The interpreter's virtual machine.
 ///
-/// Threads: every operation from any thread; none blocks on running code.
+/// Threads: every operation from any thread; none blocks on running code for long.
 class ZVM {
 public:
     virtual ~ZVM() = default;
@@ -24,6 +24,8 @@ public:
     virtual bool isAvailable() const = 0;
 
     /// Interrupts the code that is running, or the prompt at which it waits. An idle interpreter ignores it.
+    /// Blocks: at a prompt until the code has ended or waits again, so that the next request finds it so;
+    /// half a second at most.
     virtual void interrupt() = 0;
 
     /// Interrupts on behalf of one request: running code is interrupted if it belongs to the request, and a

@@ -119,7 +119,8 @@ private:
     const std::shared_ptr<TypedLevels> typedLevels_;  ///< shared with tasks in the interpreter's queue
     std::vector<std::unique_ptr<connector::reactive_streams::Canceller>> listeners_;
     std::list<std::weak_ptr<PendingRequest>> pending_ GUARDED_BY(mutex_);
-    std::uint64_t lastInterrupt_ GUARDED_BY(mutex_) = 0;  ///< milliseconds of the system clock
+    std::uint64_t lastInterrupt_ GUARDED_BY(mutex_) = 0;         ///< milliseconds of the system clock
+    std::uint64_t lastInterruptArrival_ GUARDED_BY(mutex_) = 0;  ///< as connector::common::requestArrival
 };
 
 }  // namespace connector::interpreter::v1
