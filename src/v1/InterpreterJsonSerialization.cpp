@@ -295,7 +295,9 @@ Object::Ptr write(const connector::Message& base) {
 
 template <class Msg>
 void add(connector::json::JsonSerializer& serializer, const char* typeName) {
-    serializer.registerType(typeName, typeid(Msg), read<Msg>, write<Msg>, std::is_same_v<Msg, FEval>);
+    // A call knows its arguments as text; the others do not look at them, whatever they hold.
+    constexpr bool takesTexts = true;
+    serializer.registerType(typeName, typeid(Msg), read<Msg>, write<Msg>, takesTexts);
 }
 
 }  // namespace

@@ -157,6 +157,15 @@ TEST_F(InterpreterJsonSerializationTest, readsArgumentsOfAnyKindAsCompactJson) {
     }
 }
 
+// A tree takes a hundred times the room of its text, and anybody can add arguments to any message.
+TEST_F(InterpreterJsonSerializationTest, makesNoTreeOfArgumentsThatAMessageDoesNotHave) {
+    for (const char* type : {"Eval", "Interrupt", "EvalResponse"}) {
+        const auto object = json::parse(R"({"arguments":[{}]})", 4, 1, "arguments").extract<Object::Ptr>();
+        read(type, object);
+        EXPECT_EQ(object->get("arguments").type(), typeid(json::Text)) << type;
+    }
+}
+
 TEST_F(InterpreterJsonSerializationTest, readsContainersThatAreHeldByValue) {
     Array inner;
     inner.add(std::string("a"));
