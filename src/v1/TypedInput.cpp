@@ -28,8 +28,14 @@ TypedLevels::Task TypedLevels::type(const std::u16string& characters,
             zvm_, cmddistributor::RunOptions(), [self = shared_from_this()] { self->closeAll(); }, nullptr));
         closing_->setReadyToExecute();
     }
-    typeAtPrompt(characters);
+    // By its level the host knows who typed.
     ConnectorCmdWinSink::preEval(promise);
+    try {
+        typeAtPrompt(characters);
+    } catch (...) {
+        ConnectorCmdWinSink::abandonEval();
+        throw;
+    }
     ++open_;
     return *closing_;
 }
