@@ -112,6 +112,7 @@ ReadResult PromptReader::waitUntil(InputRequester prompt, const std::function<bo
             typed_.clear();
             return ReadResult::Interrupted;
         }
+        queue_.setAtPrompt(true);  // the code may have dealt with an interrupt without an exception
         if (!std::exchange(isAnnounced, true)) hooks_.beforeWait();
         if (auto request = takeUnlocked(queue_, prompt)) {
             hooks_.run(std::move(request));

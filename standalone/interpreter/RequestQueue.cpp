@@ -148,6 +148,7 @@ void RequestQueue::interrupt() {
     // Code of no request, such as what was typed ahead.
     for (Code& code : codes_) code.isInterrupted = true;
     lookLocked();
+    wakeLocked();
 }
 
 void RequestQueue::awaitInterrupted(std::chrono::milliseconds limit) {
@@ -176,8 +177,8 @@ bool RequestQueue::takeInterrupt() {
     if (!mayTakeInterruptLocked()) return false;
     codes_.back().isInterrupted = false;
     codes_.back().wasInterrupted = true;
+    codes_.back().isAtPrompt = false;  // until it says that it still is, or is again
     calmLocked();
-    promptChanged_.notify_all();
     return true;
 }
 

@@ -81,8 +81,8 @@ public:
     void closeCode() EXCLUDES(mutex_);
     /// Marks that it has ended, with whatever it has not taken.  Threads: the interpreter's.
     void endCode() EXCLUDES(mutex_);
-    /// Marks that the innermost code begins to wait at a prompt, or no longer does.  Threads: the
-    /// interpreter's.
+    /// Marks that the innermost code waits at a prompt, or no longer does: also because it has taken an
+    /// interrupt, until this says otherwise.  Threads: the interpreter's.
     void setAtPrompt(bool isAtPrompt) EXCLUDES(mutex_);
 
     /// Interrupts all requests that have been taken, and their code.  Threads: any.
@@ -155,7 +155,7 @@ private:
     std::uint64_t lastCode_ GUARDED_BY(mutex_) = 0;
     bool isInterruptEnabled_ GUARDED_BY(mutex_) = true;
     bool isLooking_ GUARDED_BY(mutex_) = false;  // signals are being sent
-    std::condition_variable promptChanged_;      // code took its interrupt, ended, or waits at a prompt
+    std::condition_variable promptChanged_;      // code ended, or begins or stops to wait at a prompt
     bool isStopped_ GUARDED_BY(mutex_) = false;
 };
 

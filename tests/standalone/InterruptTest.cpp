@@ -144,6 +144,14 @@ TEST_F(InterruptTest, interruptsCodeThatWaitsAtAPrompt) {
     interrupt();
     ASSERT_TRUE(isAt(nmutil::prompt::BASE_PROMPT));
     EXPECT_EQ(textOf(u"'idle'"), "'idle'\n");
+
+    // What is sent behind an interrupt is no answer to the prompt that it ends, even if that takes a while.
+    eval(
+        u"import signal, time\n"
+        u"signal.signal(signal.SIGINT, lambda *of: (time.sleep(0.05), signal.default_int_handler(*of)))\n"
+        u"input()");
+    interrupt();
+    EXPECT_EQ(textOf(u"'idle'"), "'idle'\n");
 }
 
 TEST_F(InterruptTest, takesASignalFromATerminal) {
