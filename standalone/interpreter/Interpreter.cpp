@@ -361,7 +361,6 @@ std::unique_ptr<IIPResult> Interpreter::runFunctionCall(QueuedRequest& queued,
 // Called between two steps of running code. The debugger and profilers of that code do not see what runs
 // here.
 void Interpreter::runRequests() {
-    if (Interrupts::takeOutside()) queue_->interrupt();
     if (isAside_) return;
     struct Aside {
         explicit Aside(bool& flag) : isAside(flag) {
@@ -472,9 +471,9 @@ void Interpreter::interruptibly(Opens opens, const std::function<void()>& action
     const bool isOuterSignalled = Interrupts::begin(codeDepth_++ > 0);
     if (opens == Opens::AtOnce) queue_->openCode();
     const auto end = [&] {
-        --codeDepth_;
         queue_->closeCode();  // what it did not take is dropped with the signals that came for it
-        Interrupts::end();
+        Interrupts::end();    // which may run requests inside
+        --codeDepth_;
         queue_->endCode();
         if (isOuterSignalled) PyErr_SetInterruptEx(SIGINT);
     };
@@ -489,6 +488,7 @@ void Interpreter::interruptibly(Opens opens, const std::function<void()>& action
 
 // The evaluation that is interrupted is told, whether its code goes on or not. A call has no capture level.
 bool Interpreter::takeInterrupt() {
+    if (Interrupts::takeOutside()) queue_->interrupt();
     if (!queue_->takeInterrupt()) return false;
     if (recipient() == Recipient::Capture && !isAside_) CmdWinSinkHandle::activeSink(false)->ctrlCProcessed();
     return true;
