@@ -65,6 +65,11 @@ std::int32_t promptTypeOf(nmutil::prompt::InputRequester requester) {
     }
 }
 
+// One for the interpreter's own wait and all requests, so that these do not add up to a long one.
+std::chrono::steady_clock::time_point releaseDeadline() {
+    return std::chrono::steady_clock::now() + releasePatience;
+}
+
 std::uint64_t nowMs() {
     const auto now = std::chrono::system_clock::now().time_since_epoch();
     return static_cast<std::uint64_t>(std::chrono::duration_cast<std::chrono::milliseconds>(now).count());
@@ -267,6 +272,7 @@ MessageFuture InterpreterServiceProviderImpl::handle(std::unique_ptr<Interrupt>&
     const std::uint64_t arrival =
         common::ContextState::current()->getOr(common::requestArrival, common::arrivalNow());
     MutexLock lock(mutex_);
+    const auto deadline = releaseDeadline();
     lastInterrupt_ = time;
     lastInterruptArrival_ = arrival;
     withdrawPendingLocked();
@@ -275,7 +281,7 @@ MessageFuture InterpreterServiceProviderImpl::handle(std::unique_ptr<Interrupt>&
     } else {
         response->faults.emplace_back(codeError, "NUMORA not available.");
     }
-    releasePendingLocked();
+    releasePendingLocked(deadline);
     lock.unlock();
     return ready(std::move(response));
 }
@@ -283,9 +289,10 @@ MessageFuture InterpreterServiceProviderImpl::handle(std::unique_ptr<Interrupt>&
 void InterpreterServiceProviderImpl::doStop() {
     MutexLock lock(mutex_);
     if (pending_.empty()) return;
+    const auto deadline = releaseDeadline();
     withdrawPendingLocked();
     utInterruptState::SetInterruptPending(iqm::Iqm::instance().interruptState(), true);
-    releasePendingLocked();
+    releasePendingLocked(deadline);
 }
 
 // What has not begun never will: it would otherwise start as soon as what runs now is interrupted.
@@ -295,9 +302,7 @@ void InterpreterServiceProviderImpl::withdrawPendingLocked() {
     }
 }
 
-void InterpreterServiceProviderImpl::releasePendingLocked() {
-    // One deadline for all, so that many pending requests do not add up to a long wait.
-    const auto deadline = std::chrono::steady_clock::now() + releasePatience;
+void InterpreterServiceProviderImpl::releasePendingLocked(std::chrono::steady_clock::time_point deadline) {
     for (const auto& entry : pending_) {
         if (const auto token = entry.lock()) token->release(deadline);
     }

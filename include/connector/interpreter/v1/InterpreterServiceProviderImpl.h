@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <list>
@@ -110,7 +111,7 @@ private:
     bool isStaleLocked(const connector::common::ContextState& context) const REQUIRES(mutex_);
     bool isInterpreterAvailable() const { return zvm_ && zvm_->isAvailable(); }
     void withdrawPendingLocked() REQUIRES(mutex_);
-    void releasePendingLocked() REQUIRES(mutex_);
+    void releasePendingLocked(std::chrono::steady_clock::time_point deadline) REQUIRES(mutex_);
 
     connector::Mutex mutex_;
     const std::shared_ptr<zvm::ZVM> zvm_;
