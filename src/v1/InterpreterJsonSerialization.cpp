@@ -218,7 +218,7 @@ void readText(const connector::json::Text& arguments, FEval& feval) {
     connector::json::forEachElement(arguments, [&feval](std::string_view argument) {
         if (feval.arguments.size() == mostArguments) {
             throw Poco::RangeException("\"arguments\" must be an array of at most " +
-                                       std::to_string(mostArguments) + '.');
+                                       std::to_string(mostArguments) + " elements.");
         }
         feval.arguments.push_back(to_ustring(argument));
     });

@@ -64,7 +64,8 @@ bool LocalEventManager::postInTurn(const std::shared_ptr<const BaseEvent>& event
                                    const AroundWait& around) {
     {
         connector::MutexLock lock(mutex_);
-        if (!isFullLocked(bytes) || isStopped_ || isStuck_ || dispatching == this) {
+        const bool isRoomWorthAWait = bytes <= limits_.bytes && !isStuck_ && dispatching != this;
+        if (!isFullLocked(bytes) || isStopped_ || !isRoomWorthAWait) {
             lock.unlock();
             return post(event, bytes);
         }

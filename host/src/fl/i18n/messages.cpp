@@ -23,7 +23,7 @@ constexpr std::array<Message, 4> messages{{
     {"NUMORA:services:MissingRequiredCapability_ForProduct",
      u"{2} lacks the capability '{0}', which is needed by: {1}"},
     {"NUMORA:services:MissingRequiredCapability_Tripwire",
-     u"The capability '{0}' was not to be needed, but is, by: {1}"},
+     u"The capability '{0}' should not be needed, but is needed by: {1}"},
 }};
 
 }  // namespace
