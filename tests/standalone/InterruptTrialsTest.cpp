@@ -91,10 +91,10 @@ protected:
 
     bool trial() {
         static const std::array<std::u16string, 5> endlessCode = {
-            endlessLoop, u"time.sleep(600)", u"while True: sum(range(20_000))",
-            u"def f(): return time.time()\nwhile True: f()",
+            endlessLoop, u"time.sleep(600)", u"while True: sum(range(20_000)); bytes(4096)",
+            u"def f(): return bytes(4096)\nwhile True: f()",
             // Python drops what is raised in a finalizer.
-            u"class Finalized:\n    def __del__(self): time.time()\nwhile True: Finalized()"};
+            u"class Finalized:\n    def __del__(self): bytes(4096)\nwhile True: Finalized()"};
         static const std::array<std::u16string, 4> shortCode = {
             u"pass", u"x = 6 * 7\nx", u"x = sum(range(1000))", u"print('a')\nprint('b')"};
         const auto pick = [this](const auto& of) {
@@ -136,7 +136,7 @@ protected:
                     u"    except KeyboardInterrupt: pass");
                 pauseUpTo(500);
                 interruptNow();
-                const EvalResponse typed = eval(u"'typed'\n", 10'000);
+                const EvalResponse typed = eval(u"'typed'\n", 60'000);
                 answered.get();
                 return typed.faults.empty();
             }
@@ -168,7 +168,7 @@ TEST_F(InterruptTrialsTest, losesNoneAndHitsNothingThatIsSentAfterwards) {
             failures += "lost, kind " + std::to_string(kind_) + '\n';
             interruptNow();
         }
-        const EvalResponse next = eval(u"'next'");
+        const EvalResponse next = eval(u"'next'", 60'000);
         if (text(next) == "'next'\n") continue;
         failures += "hit after kind " + std::to_string(kind_) + ": " + text(next) + '\n';
     }
