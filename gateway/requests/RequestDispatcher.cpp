@@ -137,7 +137,12 @@ void RequestDispatcher::Impl::submitUnread(std::size_t bytes, std::function<Read
 
 void RequestDispatcher::Impl::queue(Lane where, const std::shared_ptr<Request>& request,
                                     std::function<Answer()> work, std::size_t bytes) {
-    switch (lane(where)->submit({.run = [this, request, work = std::move(work)] { finish(*request, work()); },
+    auto run = [this, where, request, work = std::move(work)] {
+        // What waits for the running code must not hold up the answer to its next question.
+        if (where == Lane::Input && !isReadingInput_()) return queue(Lane::BasePrompt, request, work, 0);
+        finish(*request, work());
+    };
+    switch (lane(where)->submit({.run = std::move(run),
                                  .refuse = [this, request] { finish(*request, stopped()); },
                                  .bytes = bytes})) {
         case WorkerPool::Outcome::Taken:

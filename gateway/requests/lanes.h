@@ -12,7 +12,7 @@ namespace gateway {
 /// gets through, and so does the input that this code waits for.
 enum class Lane : std::size_t {
     BasePrompt,  ///< evaluations, calls that name no other state, and whatever else there is
-    Input,       ///< evaluations that come while code reads typed input: they are what it reads
+    Input,       ///< evaluations that come while code reads typed input, until it no longer does
     RunningCode,
     Pause,
     Prompt,

@@ -1,4 +1,6 @@
 #include <atomic>
+#include <chrono>
+#include <future>
 #include <string>
 
 #include <Poco/RegularExpression.h>
@@ -190,10 +192,15 @@ TEST_F(AnswerTest, whatWasNotRunIsToldBesideTheResponse) {
 }
 
 TEST_F(AnswerTest, whatWaitsForSomethingElseIsNotHeldUp) {
-    std::atomic<bool> isReadingInput{false};
+    std::atomic<int> looks{-1};  // that still find the code reading input
+    std::promise<void> hasGoneOn;
     gateway::GatewayOptions options;
     options.handlerThreads = 1;
-    options.isReadingInput = [&] { return isReadingInput.load(); };
+    options.isReadingInput = [&] {
+        const int left = looks--;
+        if (left == 0) hasGoneOn.set_value();
+        return left > 0;
+    };
     start(std::move(options));
     auto waiting = connect();
     waiting.send(waiting.post("/connector/v1/Eval", R"({"mcode":"release"})"));
@@ -206,10 +213,15 @@ TEST_F(AnswerTest, whatWaitsForSomethingElseIsNotHeldUp) {
                               call + "}]}}";
         EXPECT_EQ(post("/messages", sequence).status, 200) << mode;
     }
-    isReadingInput = true;
+    looks = 1;
+    auto late = connect();
+    late.send(late.post("/connector/v1/Eval", R"({"mcode":"typed too late"})"));
+    ASSERT_EQ(hasGoneOn.get_future().wait_for(std::chrono::seconds(20)), std::future_status::ready);
+    looks = 2;
     EXPECT_EQ(post("/connector/v1/Eval", R"({"mcode":"typed"})").status, 200);
     interpreter_->release();
     EXPECT_EQ(waiting.receive().status, 200);
+    EXPECT_EQ(late.receive().status, 200);
 }
 
 TEST_F(AnswerTest, malformedEnvelopesAreRefused) {
