@@ -15,7 +15,10 @@ _DEBUG, _INPUT, _KEYBOARD = 1, 2, 3
 
 
 class Output(io.TextIOBase):
-    """Text stream into the command window. `write` is the native function itself, so print() runs no Python frame."""
+    """Text stream into the command window. `write` is the native function itself, so print() runs no Python frame.
+
+    Nor does `fileno`: input() drops whatever is raised in it, an interrupt too.
+    """
 
     encoding = "utf-8"
     errors = "replace"
@@ -26,11 +29,8 @@ class Output(io.TextIOBase):
     def __init__(self, name, descriptor, write):
         self.name = name
         self.write = write
+        self.fileno = descriptor.__index__  # captured too, so a child process may write there
         self.buffer = OutputBytes(self)
-        self._descriptor = descriptor
-
-    def fileno(self):
-        return self._descriptor  # captured too, so a child process may write there
 
     def writable(self):
         return True
@@ -75,10 +75,8 @@ class Input(io.TextIOBase):
 
     def __init__(self):
         self._rest = ""
+        self.fileno = (0).__index__  # which is empty, for child processes; no Python frame, as in Output
         self.buffer = InputBytes(self)
-
-    def fileno(self):
-        return 0  # which is empty, for child processes
 
     def readable(self):
         return True
