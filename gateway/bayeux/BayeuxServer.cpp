@@ -179,7 +179,8 @@ std::unique_ptr<PendingPost> BayeuxServer::post(const std::string& body, const P
     }
     std::vector<Request> requests;
     try {
-        requests = readRequests(body, options.depth, options.messagesPerArray, options.values);
+        requests = readRequests(body, options.depth, options.messagesPerArray,
+                                impl_->core->mostValues(peer.isAuthenticated, body));
     } catch (const BadEnvelope& error) {
         return answerNow(errorAnswer(error.httpStatus(), error.what()));
     }
@@ -189,10 +190,7 @@ std::unique_ptr<PendingPost> BayeuxServer::post(const std::string& body, const P
     return std::make_unique<ServerPost>(std::move(exchange));
 }
 
-bool BayeuxServer::showsSession(std::string_view body) const {
-    const auto isKnown = [this](const std::string& id) { return impl_->core->sessions.find(id) != nullptr; };
-    return showsClientId(body, isKnown);
-}
+bool BayeuxServer::showsSession(std::string_view body) const { return impl_->core->showsSession(body); }
 
 std::unique_ptr<Socket> BayeuxServer::open(const Peer& peer, SocketActions actions) {
     const auto connection = std::make_shared<Connection>(impl_->core, peer, std::move(actions));

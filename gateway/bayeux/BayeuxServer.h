@@ -40,6 +40,8 @@ struct ServerOptions {
     std::size_t messagesPerArray = 1000;
     /// In one body or frame, beside the data of its messages, which stays text.
     std::size_t values = 20'000;
+    /// The same where the sender has shown neither the token nor the id of a session.
+    std::size_t strangerValues = 1000;
     std::size_t frameBytes = std::size_t{16} << 20;  ///< of a WebSocket
     /// Of a body or a frame whose sender has shown neither the token nor the id of a session: the values in
     /// it take much more room than their text.

@@ -33,8 +33,8 @@ void Connection::receive(const std::string& text) {
     core_->flusher->received();
     if (text.size() > maxFrameBytes()) return close(tooBig);
     try {
-        auto requests =
-            readRequests(text, core_->options.depth, core_->options.messagesPerArray, core_->options.values);
+        auto requests = readRequests(text, core_->options.depth, core_->options.messagesPerArray,
+                                     core_->mostValues(isTrusted_, text));
         if (requests.empty()) {
             send("[]", true);  // a sign of life
         } else {

@@ -1,11 +1,15 @@
 #pragma once
 
+#include <cstddef>
+#include <string>
+#include <string_view>
 #include <utility>
 
 #include "bayeux/Advice.h"
 #include "bayeux/BayeuxServer.h"
 #include "bayeux/ConnectionTable.h"
 #include "bayeux/Flusher.h"
+#include "bayeux/Request.h"
 #include "bayeux/SessionTable.h"
 
 namespace gateway::bayeux {
@@ -24,6 +28,15 @@ public:
           flusher(std::make_shared<Flusher>(ioContext)),
           advice(options.timeout, options.maxInterval),
           sessions(options.handshakesPerSecond, options.sessionsPerPeer) {}
+
+    /// Whether a session is seen in the beginning of a text.
+    bool showsSession(std::string_view text) const {
+        return showsClientId(text, [this](const std::string& id) { return sessions.find(id) != nullptr; });
+    }
+    /// How many values may be read of a text, whose sender may have shown the token or a session before.
+    std::size_t mostValues(bool isTrusted, std::string_view text) const {
+        return isTrusted || showsSession(text) ? options.values : options.strangerValues;
+    }
 
     boost::asio::io_context& context;
     standalone::LocalMessageService& messages;

@@ -83,17 +83,19 @@ public:
 private:
     struct Request {
         std::string typeName;
-        Poco::JSON::Object::Ptr message;
         Context context;
         Done done;
+        std::unique_ptr<Message> message{};  ///< null until it is read
+        std::string problem{};               ///< why it cannot be
     };
 
     std::unique_ptr<WorkerPool>& lane(Lane lane) { return lanes_.at(static_cast<std::size_t>(lane)); }
     void queue(Lane where, const std::shared_ptr<Request>& request, std::function<Answer()> work,
                std::size_t bytes);
-    /// Reads, delivers, waits for the response and writes it.
+    void read(Request& request, Poco::JSON::Object::Ptr object) const;
+    /// Delivers, waits for the response and writes it.
     Answer run(Request& request);
-    Answer readAndRun(Request& request, const std::function<Read()>& read);
+    Answer readAndRun(Request& request, const std::function<Read()>& readBody);
     Answer deliver(std::unique_ptr<Message> message, const Request& request);
     /// The answer to a request whose delivery has failed with the current exception.
     Answer deliveryFailure();
@@ -116,12 +118,11 @@ void RequestDispatcher::Impl::submit(const std::string& typeName, Poco::JSON::Ob
                                      Context context, Done done) {
     if (!serializer_->isRegistered(typeName)) return done(failure(404, "There is no such message type."));
     if (!context) context = std::make_shared<connector::common::ContextState>();
-    const auto request =
-        std::make_shared<Request>(Request{typeName, std::move(message), std::move(context), std::move(done)});
-    if (!request->message) return finish(*request, failure(400, "A message is a JSON object."));
+    const auto request = std::make_shared<Request>(Request{typeName, std::move(context), std::move(done)});
+    if (!message) return finish(*request, failure(400, "A message is a JSON object."));
     connector::common::stampArrival(*request->context);
-    if (!request->message->has("uuid")) request->message->set("uuid", randomUuid());
-    const Lane where = laneOf(typeName, *request->message, isReadingInput_ && isReadingInput_());
+    const Lane where = laneOf(typeName, *message, isReadingInput_ && isReadingInput_());
+    read(*request, message);
     queue(
         where, request, [this, request] { return run(*request); }, 0);
 }
@@ -129,8 +130,7 @@ void RequestDispatcher::Impl::submit(const std::string& typeName, Poco::JSON::Ob
 void RequestDispatcher::Impl::submitUnread(std::size_t bytes, std::function<Read()> read, Context context,
                                            Done done) {
     connector::common::stampArrival(*context);
-    const auto request =
-        std::make_shared<Request>(Request{"unread", {}, std::move(context), std::move(done)});
+    const auto request = std::make_shared<Request>(Request{"unread", std::move(context), std::move(done)});
     auto work = [this, request, read = std::move(read)] { return readAndRun(*request, read); };
     queue(Lane::BasePrompt, request, std::move(work), bytes);
 }
@@ -154,33 +154,36 @@ void RequestDispatcher::Impl::queue(Lane where, const std::shared_ptr<Request>& 
     }
 }
 
-Answer RequestDispatcher::Impl::run(Request& request) {
-    std::unique_ptr<Message> message;
+// Before it is queued, because the tree may take hundreds of times the room of the message or of its text.
+void RequestDispatcher::Impl::read(Request& request, Poco::JSON::Object::Ptr object) const {
     try {
-        message = serializer_->read(request.typeName, request.message);
-        request.message.reset();
+        if (!object->has("uuid")) object->set("uuid", randomUuid());
+        request.message = serializer_->read(request.typeName, object);
     } catch (const std::exception& error) {
-        return failure(400, textOf(error));
+        request.problem = textOf(error);
     }
+}
+
+Answer RequestDispatcher::Impl::run(Request& request) {
+    if (!request.message) return failure(400, request.problem);
     try {
-        return deliver(std::move(message), request);
+        return deliver(std::move(request.message), request);
     } catch (...) {
         return deliveryFailure();
     }
 }
 
-Answer RequestDispatcher::Impl::readAndRun(Request& request, const std::function<Read()>& read) {
+Answer RequestDispatcher::Impl::readAndRun(Request& request, const std::function<Read()>& readBody) {
     try {
-        Read unread = read();
+        Read unread = readBody();
         if (!serializer_->isRegistered(unread.typeName)) {
             return failure(404, "There is no such message type.");  // and no name for the metrics
         }
         request.typeName = std::move(unread.typeName);
-        request.message = std::move(unread.message);
+        read(request, unread.message);
     } catch (const std::exception& error) {
         return failure(400, textOf(error));
     }
-    if (!request.message->has("uuid")) request.message->set("uuid", randomUuid());
     return run(request);
 }
 

@@ -422,7 +422,7 @@ TEST_F(BayeuxLimitTest, countsSubscriptions) {
 
 TEST_F(BayeuxLimitTest, letsStrangersSendSmallFramesOnly) {
     peer_.isAuthenticated = false;
-    serve({.frameBytes = 1000, .strangerBytes = 300});
+    serve({.strangerValues = 30, .frameBytes = 1000, .strangerBytes = 300});
     const auto stranger = openSocket();
     EXPECT_EQ(stranger->socket->maxFrameBytes(), 300U);
     send(*stranger, std::string(301, ' '));
@@ -435,8 +435,12 @@ TEST_F(BayeuxLimitTest, letsStrangersSendSmallFramesOnly) {
     EXPECT_EQ(known->closeCode, 1009);
     // Who has shown the token over HTTP comes with the id that it was given for.
     const auto moved = openSocket();
-    askSocket(*moved, R"([{"channel":"/a","data":1,"clientId":"$"}])");
+    const std::string manyValues = R"("x":[0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0]}])";
+    askSocket(*moved, R"([{"channel":"/a","data":1,"clientId":"$",)" + manyValues);
     EXPECT_EQ(moved->socket->maxFrameBytes(), 1000U);
+    const auto other = openSocket();
+    send(*other, R"([{"channel":"/a","data":1,"clientId":"wrong",)" + manyValues);
+    EXPECT_EQ(other->closeCode, 1009);
 }
 
 TEST_F(BayeuxLimitTest, letsStrangersSendSmallBodiesOnly) {
