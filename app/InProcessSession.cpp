@@ -130,7 +130,7 @@ std::unique_ptr<connector::Message> InProcessSession::read(const std::string& ty
     try {
         return serializer_->read(type, complete);
     } catch (const Poco::Exception& error) {
-        throw BadMessage("a message of type " + type + " cannot be read: " + error.displayText());
+        throw BadMessage("a message of type " + type + " cannot be read: " + error.message());
     } catch (const std::exception& error) {
         throw BadMessage("a message of type " + type + " cannot be read: " + error.what());
     }

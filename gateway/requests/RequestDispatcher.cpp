@@ -50,8 +50,10 @@ std::string outcomeOf(const Poco::JSON::Object& response) {
 }
 
 std::string textOf(const std::exception& error) {
+    // What it was, without the kind of exception before it.
     const auto* ofPoco = dynamic_cast<const Poco::Exception*>(&error);
-    return ofPoco ? ofPoco->displayText() : error.what();
+    if (ofPoco == nullptr) return error.what();
+    return ofPoco->message().empty() ? ofPoco->displayText() : ofPoco->message();
 }
 
 }  // namespace
