@@ -89,7 +89,7 @@ TEST_F(RequestDispatcherTest, failuresBecomeStatuses) {
     bad->set("bad", true);
     const auto unreadable = submit("test/Note", bad);
     EXPECT_EQ(unreadable.status, 400);
-    EXPECT_EQ(unreadable.json, R"({"error":"Out of range: Value too large."})");
+    EXPECT_EQ(unreadable.json, R"({"error":"Value too large."})");
     EXPECT_EQ(submit("test/Other", new Object).status, 404);
     EXPECT_EQ(submit("test/Note", nullptr).status, 400);
     failWith(connector::NoService("nobody"));
