@@ -96,6 +96,15 @@ void FakeCmdDistributor::stopWorker() {
     isStopping_ = false;
 }
 
+void FakeCmdDistributor::forget() {
+    std::vector<EntryPtr> forgotten;
+    const connector::MutexLock lock(mutex_);
+    for (auto* entries : {&all_, &waiting_, &started_}) {
+        forgotten.insert(forgotten.end(), entries->begin(), entries->end());
+        entries->clear();
+    }
+}
+
 std::vector<FakeCmdDistributor::Entry> FakeCmdDistributor::enqueued() const {
     connector::MutexLock lock(mutex_);
     std::vector<Entry> entries;

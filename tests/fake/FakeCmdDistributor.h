@@ -62,6 +62,9 @@ public:
     void startWorker();
     void stopWorker() EXCLUDES(mutex_);
 
+    /// Lets all requests go, which may hold references to this.
+    void forget() EXCLUDES(mutex_);
+
     /// What was enqueued so far, whether it has run or not. Only the first four fields are kept up to date.
     std::vector<Entry> enqueued() const EXCLUDES(mutex_);
     /// The request that is running, the innermost one; null when there is none. For the running code alone.

@@ -81,6 +81,7 @@ public:
     }
     ~FakeHost() override {
         distributor->stopWorker();
+        distributor->forget();
         services::io::CmdWinSinkHandle::reset();
         host::install(nullptr);
     }
