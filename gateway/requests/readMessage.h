@@ -11,7 +11,7 @@ namespace gateway {
 inline constexpr std::size_t largeBody = std::size_t{64} << 10;
 
 /// The object that `json` describes, or null when it is another value. The arguments of calls stay text; of
-/// all else it may hold 100,000 values, which take much more room than their text.
+/// all else it may hold 20,000 values, which take much more room than their text.
 /// Throws: connector::json::ParseError.
 Poco::JSON::Object::Ptr readMessage(std::string_view json);
 
