@@ -21,7 +21,8 @@ class ClientRequests {
 public:
     static constexpr const char* contextKey = "clientRequests";
 
-    /// One request, from its construction to its destruction.  Threads: one at a time.
+    /// One request, from its construction to its destruction.  Threads: any; it may end, once or again, while
+    /// it is set.
     class Entry {
     public:
         /// `all` may be null.
@@ -37,12 +38,12 @@ public:
             if (all_) all_->set(number_, std::move(withdraw));
         }
         void end() {
-            if (const auto all = std::exchange(all_, nullptr)) all->remove(number_);
+            if (all_) all_->remove(number_);
         }
 
     private:
-        std::shared_ptr<ClientRequests> all_;
-        std::uint64_t number_ = 0;
+        const std::shared_ptr<ClientRequests> all_;
+        std::uint64_t number_ = 0;  // fixed after construction
     };
 
     std::size_t count() const EXCLUDES(mutex_) {
