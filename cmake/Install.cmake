@@ -15,7 +15,7 @@ install(EXPORT ConnectorInterpreterTargets
 install(DIRECTORY foundation/include/ host/include/ include/ standalone/include/ gateway/include/
     DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} FILES_MATCHING PATTERN "*.h")
 if(NOT CppMicroServices_FOUND)
-    install(DIRECTORY standalone/microservices/include/
+    install(DIRECTORY microservices/include/
         DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} FILES_MATCHING PATTERN "*.h")
 endif()
 install(TARGETS numora RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})

@@ -1,5 +1,5 @@
-# connector_microservices stands for CppMicroServices where it is installed, else for standalone/microservices/,
-# which offers the part that is used under the same names. Bundles built for one cannot be loaded by the other.
+# connector_microservices stands for CppMicroServices where it is installed, else for microservices/, which offers the
+# part that is used under the same names. Bundles built for one cannot be loaded by the other.
 find_package(CppMicroServices 3.8 QUIET)
 if(CppMicroServices_FOUND)
     add_library(connector_microservices INTERFACE)
@@ -7,7 +7,7 @@ if(CppMicroServices_FOUND)
     set_target_properties(connector_microservices PROPERTIES EXPORT_NAME microservices)
     target_link_libraries(connector_microservices INTERFACE CppMicroServices)
 else()
-    add_subdirectory(standalone/microservices)
+    add_subdirectory(microservices)
 endif()
 
 # Where the program finds bundles, from its own folder: the same in the build tree as in an installation.
