@@ -8,7 +8,7 @@
 
 #include "AsyncEvalServiceFixture.h"
 #include "cmddistributor/RuntimeException.h"
-#include "fake/LogRecords.h"
+#include "support/LogRecords.h"
 
 namespace connector::interpreter::v1 {
 namespace {
@@ -32,7 +32,7 @@ struct Counting {
 class ListeningTest : public AsyncEvalServiceFixture, public testing::WithParamInterface<Counting> {};
 
 TEST_P(ListeningTest, lastsWhileTheCountIsAboveZero) {
-    const fake::LogRecords log("connector::interpreter::async");
+    const LogRecords log("connector::interpreter::async");
     std::int32_t left = 0;
     for (const char call : GetParam().calls) {
         if (call == '-') {
@@ -45,7 +45,8 @@ TEST_P(ListeningTest, lastsWhileTheCountIsAboveZero) {
     EXPECT_EQ(left, GetParam().left);
     EXPECT_EQ(isListening(), left > 0);
     EXPECT_EQ(host_.events->subscriptionCount<nmutil::io::CLCEvent>(), left > 0 ? 1U : 0U);
-    EXPECT_EQ(log.count("Starting async eval:") - log.count("Stopping async eval"), left > 0 ? 1 : 0);
+    EXPECT_EQ(log.count("info: Starting async eval:") - log.count("info: Stopping async eval"),
+              left > 0 ? 1 : 0);
 }
 
 INSTANTIATE_TEST_SUITE_P(Calls, ListeningTest,
@@ -197,7 +198,7 @@ TEST_F(AsyncEvalServiceEventsTest, publishesThePromptByItsName) {
 }
 
 TEST_F(AsyncEvalServiceEventsTest, publishesTheErrorOfItsOwnCodeAsABatchOfItsOwn) {
-    const fake::LogRecords log("connector::interpreter::async");
+    const LogRecords log("connector::interpreter::async");
     service_->startListening();
     host_.onEvaluate = [this](const std::u16string&) {
         host_.print(u"out");
@@ -207,11 +208,12 @@ TEST_F(AsyncEvalServiceEventsTest, publishesTheErrorOfItsOwnCodeAsABatchOfItsOwn
     run(R"("x")");
     EXPECT_EQ(published(), (Lines{R"(/eval/response/output "out")", R"(/eval/response/error "warning")",
                                   R"(/eval/response/error "trace")", failure}));
-    EXPECT_TRUE(log.has("Async sendEvalRequest PrintableErrorEvent triggered: id:NUMORA:id, text:trace"));
+    EXPECT_TRUE(
+        log.has("debug: Async sendEvalRequest PrintableErrorEvent triggered: id:NUMORA:id, text:trace"));
 }
 
 TEST_F(AsyncEvalServiceEventsTest, keepsFailuresOutOfTheEventManager) {
-    const fake::LogRecords log("connector::interpreter::async");
+    const LogRecords log("connector::interpreter::async");
     service_->startListening();
     messages_->onPublish = [](const std::string& channel) {
         if (channel.ends_with("home")) throw 1;
@@ -223,9 +225,9 @@ TEST_F(AsyncEvalServiceEventsTest, keepsFailuresOutOfTheEventManager) {
     host_.events->raise(nmutil::utils::InputRequestEvent(INPUT_PROMPT));
     host_.events->raise(numora::lang::correction::SuggestionEvent(u"x"));
     EXPECT_EQ(host_.events->handlerFailures, 0);
-    EXPECT_TRUE(log.has("Error in handleClc: closed\n"));
-    EXPECT_TRUE(log.has("Unknown error in handleHome"));
-    EXPECT_TRUE(log.has("Error in doPromptChange: closed\n"));
+    EXPECT_TRUE(log.has("error: Error in handleClc: closed\n"));
+    EXPECT_TRUE(log.has("error: Unknown error in handleHome"));
+    EXPECT_TRUE(log.has("error: Error in doPromptChange: closed\n"));
 }
 
 class TelemetryTest : public AsyncEvalServiceFixture {

@@ -9,8 +9,8 @@
 
 #include "connector/interpreter/v1/AsyncEvalService.h"
 #include "connector/zvm_common/contextState.h"
-#include "fake/FakeHost.h"
-#include "fake/FakeMessageService.h"
+#include "support/FakeHost.h"
+#include "support/FakeMessageService.h"
 
 namespace connector::interpreter::v1 {
 

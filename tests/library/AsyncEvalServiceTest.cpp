@@ -4,12 +4,12 @@
 #include <thread>
 #include <vector>
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include "AsyncEvalServiceFixture.h"
 #include "cmddistributor/RuntimeException.h"
 #include "connector/common/ClientRequests.h"
-#include "fake/LogRecords.h"
+#include "support/LogRecords.h"
 
 namespace connector::interpreter::v1 {
 namespace {
@@ -93,9 +93,9 @@ TEST_P(MalformedRequestTest, isLoggedAndLeavesTheSubscription) {
     const auto handle = nextHandle();
     context_->set("clientType", std::string("web"));
     {
-        const fake::LogRecords log("connector::interpreter::async");
+        const LogRecords log("connector::interpreter::async");
         run(GetParam().body);
-        EXPECT_EQ(log.count("Unknown issue in AsyncEvalService::handleEvalRequest"), 1);
+        EXPECT_THAT(log.all(), testing::HasSubstr("Unknown issue in AsyncEvalService::handleEvalRequest"));
     }
     EXPECT_EQ(published(), Lines{});
     EXPECT_TRUE(host_.distributor->enqueued().empty());
@@ -214,7 +214,7 @@ TEST_F(AsyncEvalServiceTest, requestsThatTheirClientTakesBackFailUnlessTheyHaveB
 }
 
 TEST_F(AsyncEvalServiceTest, typesWhileTheInterpreterReadsCharacters) {
-    const fake::LogRecords log("connector::interpreter::async");
+    const LogRecords log("connector::interpreter::async");
     host_.charBufferMode = true;
     request(R"("Ada\n")");
     EXPECT_EQ(host_.distributor->enqueued().at(0).options.whenToDequeue(), WhenToDequeue::Prompt);
@@ -222,8 +222,8 @@ TEST_F(AsyncEvalServiceTest, typesWhileTheInterpreterReadsCharacters) {
     host_.distributor->runAll();
     EXPECT_EQ(host_.typed, u"Ada\n");
     EXPECT_EQ(published(), Lines{success});
-    EXPECT_TRUE(log.has("Typing chars into type ahead:Ada\n"));
-    EXPECT_TRUE(log.has("Posting key typing:"));
+    EXPECT_TRUE(log.has("debug: Typing chars into type ahead:Ada\n"));
+    EXPECT_TRUE(log.has("debug: Posting key typing:"));
 }
 
 TEST_F(AsyncEvalServiceTest, completesCodeThatAsksForInputAndWhatIsTypedEachByItself) {
@@ -297,13 +297,13 @@ TEST_F(AsyncEvalServiceTest, waitsForItsMessageServiceWithoutBlocking) {
 }
 
 TEST_F(AsyncEvalServiceTest, logsRequestsAndWhatItPublishes) {
-    const fake::LogRecords log("connector::interpreter::async");
+    const LogRecords log("connector::interpreter::async");
     host_.onEvaluate = [this](const std::u16string&) { host_.print(u"text"); };
     service_ = create();
     run(R"("code")");
-    for (const char* line : {"Constructing async eval", R"(Eval request: "code")",
-                             R"(Publishing: /eval/response/output: "text")",
-                             R"(Publishing: /eval/response/completion: "Done: success")"}) {
+    for (const char* line : {"info: Constructing async eval", R"(debug: Eval request: "code")",
+                             R"(debug: Publishing: /eval/response/output: "text")",
+                             R"(debug: Publishing: /eval/response/completion: "Done: success")"}) {
         EXPECT_TRUE(log.has(line)) << line;
     }
 }

@@ -12,7 +12,7 @@
 #include <unistd.h>
 
 #include "CoalescingTextBufferFixture.h"
-#include "fake/LogRecords.h"
+#include "support/LogRecords.h"
 
 namespace connector::interpreter::v1 {
 namespace {
@@ -30,7 +30,7 @@ protected:
         buffer_.append(std::move(text), type);
     }
 
-    fake::LogRecords log_{"connector::interpreter::async"};
+    LogRecords log_{"connector::interpreter::async"};
     Batches batches_;
     ManualTextBuffer buffer_;
 };
@@ -164,7 +164,7 @@ TEST_F(CoalescingTextBufferTest, goesOnAfterACallbackThatThrows) {
     buffer_.setCallback([](auto&&, auto) { throw std::runtime_error("no client"); });
     print(u"lost");
     buffer_.flush();
-    EXPECT_EQ(log_.count("Caught exception in Coalescer callback:no client"), 1);
+    EXPECT_EQ(log_.count("error: Caught exception in Coalescer callback:no client"), 1);
     buffer_.setCallback([deliver = batches_.callback()](common::DataBuffer&& batch, auto type) {
         deliver(std::move(batch), type);
         throw 7;
@@ -175,7 +175,7 @@ TEST_F(CoalescingTextBufferTest, goesOnAfterACallbackThatThrows) {
     print(u"by a flush");
     buffer_.flush();
     EXPECT_THAT(batches_.all(), ElementsAre(Batch("\"by the thread\"", out), Batch("\"by a flush\"", out)));
-    EXPECT_GE(log_.count("Caught unknown exception in Coalescer callback"), 1);
+    EXPECT_GE(log_.count("error: Caught unknown exception in Coalescer callback"), 1);
 }
 
 TEST_F(CoalescingTextBufferTest, canBeUsedByItsCallback) {
@@ -355,13 +355,13 @@ TEST_F(CoalescingTextBufferLogTest, keepsThePiecesOfSeveralThreadsWhole) {
 
 TEST_F(CoalescingTextBufferLogTest, goesOnWithoutAFileThatCannotBeOpened) {
     EXPECT_THAT(printWithLogAt(path_ + "/missing"), ElementsAre(Batch("\"text\"", out)));
-    EXPECT_EQ(log_.count("Error: Unable to open numoraOutputStream"), 1);
+    EXPECT_EQ(log_.count("error: Error: Unable to open numoraOutputStream"), 1);
 }
 
 TEST_F(CoalescingTextBufferLogTest, goesOnWithAFileThatCannotBeWritten) {
     EXPECT_THAT(printWithLogAt("/dev/full"), ElementsAre(Batch("\"text\"", out)));
-    EXPECT_EQ(log_.count("Error writing to numoraOutputStream"), 1);
-    EXPECT_EQ(log_.count("Error closing numoraOutputStream"), 1);
+    EXPECT_EQ(log_.count("error: Error writing to numoraOutputStream"), 1);
+    EXPECT_EQ(log_.count("error: Error closing numoraOutputStream"), 1);
 }
 
 TEST_F(CoalescingTextBufferLogTest, writesAgainAfterAPieceThatCouldNotBeWritten) {
@@ -371,15 +371,15 @@ TEST_F(CoalescingTextBufferLogTest, writesAgainAfterAPieceThatCouldNotBeWritten)
         const FileSizeLimit full(0);
         logged.append(u"first", out);
     }
-    EXPECT_EQ(log_.count("Error writing to numoraOutputStream"), 1);
+    EXPECT_EQ(log_.count("error: Error writing to numoraOutputStream"), 1);
     logged.append(u"second", out);
     EXPECT_THAT(written(), testing::EndsWith("second"));
-    EXPECT_EQ(log_.count("Error writing to numoraOutputStream"), 1);
+    EXPECT_EQ(log_.count("error: Error writing to numoraOutputStream"), 1);
 }
 
 TEST_F(CoalescingTextBufferLogTest, isOffWithAnEmptyPath) {
     EXPECT_THAT(printWithLogAt(""), ElementsAre(Batch("\"text\"", out)));
-    EXPECT_EQ(log_.count("Error: Unable to open numoraOutputStream"), 0);
+    EXPECT_EQ(log_.count("error: Error: Unable to open numoraOutputStream"), 0);
 }
 
 }  // namespace

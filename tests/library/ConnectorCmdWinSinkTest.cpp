@@ -8,10 +8,10 @@
 #include <gtest/gtest.h>
 
 #include "connector/interpreter/ConnectorCmdWinSink.h"
-#include "fake/FakeHost.h"
-#include "foundation/log/diagnostic_logger.h"
 #include "numora/lang/correction/SuggestionEvent.h"
 #include "shutdown/ShutdownObject.h"
+#include "support/FakeHost.h"
+#include "support/LogRecords.h"
 
 namespace connector::interpreter {
 namespace {
@@ -277,21 +277,15 @@ TEST_F(ConnectorCmdWinSinkTest, closesEveryLevelWhenTheHostShutsDown) {
 }
 
 TEST_F(ConnectorCmdWinSinkTest, recordsLevelsAndNotificationsForDiagnosis) {
-    std::vector<std::string> records;
-    foundation::log::setLevel(foundation::log::Severity::Debug);
-    const auto previous =
-        foundation::log::setWriter([&records](std::string_view name, auto, std::string_view text) {
-            if (name == "connector::interpreter::cmdwinsink") records.emplace_back(text);
-        });
+    const LogRecords log("connector::interpreter::cmdwinsink");
     host.prompt = nmutil::prompt::INPUT_PROMPT;
     open();
     sink().requestInput();
     Sink::postEval();
-    foundation::log::setWriter(previous);
-    foundation::log::setLevel(foundation::log::Severity::Warning);
-    EXPECT_THAT(records,
-                testing::ElementsAre("pushNesting: 0, 0, 1", "requestInput:", "isInputRequestNecessary:",
-                                     "doSkipLevel: 1, 0, 1", "doDone: 1, 1, 1", "popNesting: 1, 1, 0"));
+    EXPECT_THAT(log.lines(),
+                testing::ElementsAre("debug: pushNesting: 0, 0, 1", "debug: requestInput:",
+                                     "debug: isInputRequestNecessary:", "debug: doSkipLevel: 1, 0, 1",
+                                     "debug: doDone: 1, 1, 1", "debug: popNesting: 1, 1, 0"));
 }
 
 }  // namespace

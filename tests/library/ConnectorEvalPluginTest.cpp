@@ -8,8 +8,8 @@
 #include "connector/interpreter/ConnectorCmdWinSink.h"
 #include "connector/interpreter/ConnectorEvalCmdRequest.h"
 #include "connector/interpreter/ConnectorEvalPlugin.h"
-#include "fake/FakeHost.h"
 #include "iqm/PacketInfo.h"
+#include "support/FakeHost.h"
 #include "zvm/detail.h"
 
 namespace connector::interpreter {

@@ -10,10 +10,10 @@
 
 #include "connector/interpreter/ConnectorEventMgrBridge.h"
 #include "event_json_converter/EventToJsonConverter.h"
-#include "fake/FakeHost.h"
-#include "fake/FakeMessageService.h"
-#include "fake/LogRecords.h"
 #include "foundation/cppmicroservices/framework.h"
+#include "support/FakeHost.h"
+#include "support/FakeMessageService.h"
+#include "support/LogRecords.h"
 
 namespace connector::interpreter {
 
@@ -73,7 +73,7 @@ protected:
     std::size_t subscriptions() const { return host_.events->subscriptionCount<BaseEvent>(); }
 
     HostWithFramework host_;
-    fake::LogRecords log_{"connector::interpreter::v1::EventMgrBridge"};
+    LogRecords log_{"connector::interpreter::v1::EventMgrBridge"};
     const std::shared_ptr<fake::FakeMessageService> messages_ = std::make_shared<fake::FakeMessageService>();
 };
 
@@ -92,8 +92,9 @@ TEST_F(ConnectorEventMgrBridgeTest, keepsOneSubscriptionForAllClientsOfAChannel)
     EXPECT_EQ(messages_->published(),
               (Lines{R"(/eventmgr/0/tag {"number":1})", R"(/eventmgr/0/tag {"number":2})"}));
     EXPECT_EQ(subscriptions(), 0U);
-    EXPECT_EQ(log_.texts(), (Lines{"Subscribed to channel " + channel, "Incref for channel " + channel,
-                                   "Decref for channel " + channel, "Unsubscribed from channel " + channel}));
+    EXPECT_EQ(log_.lines(),
+              (Lines{"info: Subscribed to channel " + channel, "info: Incref for channel " + channel,
+                     "info: Decref for channel " + channel, "info: Unsubscribed from channel " + channel}));
 }
 
 TEST_F(ConnectorEventMgrBridgeTest, logsWhatItDoesNotUnderstand) {
@@ -103,10 +104,10 @@ TEST_F(ConnectorEventMgrBridgeTest, logsWhatItDoesNotUnderstand) {
     }
     unsubscribe("/eventmgr/0/never");
     unsubscribe("/other/0/x");
-    EXPECT_EQ(log_.texts(), (Lines{"Malformed subscription request: /eventmgr/7",
-                                   "Malformed subscription request: /eventmgr/0/a/b",
-                                   "Malformed subscription request: /eventmgr/**",
-                                   "Unexpected unsubscribe from channel /eventmgr/0/never"}));
+    EXPECT_EQ(log_.lines(), (Lines{"warning: Malformed subscription request: /eventmgr/7",
+                                   "warning: Malformed subscription request: /eventmgr/0/a/b",
+                                   "warning: Malformed subscription request: /eventmgr/**",
+                                   "warning: Unexpected unsubscribe from channel /eventmgr/0/never"}));
     EXPECT_EQ(subscriptions(), 0U);
 }
 
@@ -116,16 +117,17 @@ TEST_F(ConnectorEventMgrBridgeTest, takesTheLocalInterpreterForAnIdThatIsNoNumbe
     subscribe("/eventmgr/abc/x");
     raise(u"x", 1);
     EXPECT_EQ(messages_->published(), (Lines{R"(/eventmgr/abc/x {"number":1})"}));
-    EXPECT_EQ(log_.texts(), (Lines{"Malformed ZvmID: abc", "Subscribed to channel /eventmgr/abc/x"}));
+    EXPECT_EQ(log_.lines(),
+              (Lines{"warning: Malformed ZvmID: abc", "info: Subscribed to channel /eventmgr/abc/x"}));
 }
 
 TEST_F(ConnectorEventMgrBridgeTest, logsAnInterpreterThatIsNotThere) {
     const ConnectorEventMgrBridge bridge(messages_);
     host_.hasEventManager = false;
     subscribe("/eventmgr/7/x");
-    ASSERT_EQ(log_.texts().size(), 1U);
-    EXPECT_TRUE(log_.texts()[0].starts_with("Exception caught: ")) << log_.texts()[0];
-    EXPECT_NE(log_.texts()[0].find("There is no interpreter 7"), std::string::npos) << log_.texts()[0];
+    ASSERT_EQ(log_.lines().size(), 1U);
+    EXPECT_TRUE(log_.lines()[0].starts_with("error: Exception caught: ")) << log_.lines()[0];
+    EXPECT_NE(log_.lines()[0].find("There is no interpreter 7"), std::string::npos) << log_.lines()[0];
     EXPECT_EQ(subscriptions(), 0U);
 }
 
@@ -133,7 +135,7 @@ TEST_F(ConnectorEventMgrBridgeTest, dropsEventsThatNothingConverts) {
     const ConnectorEventMgrBridge bridge(messages_);
     subscribe("/eventmgr/0/a(b)");
     raise(u"a(b)", 1);
-    EXPECT_EQ(log_.texts(), (Lines{"Subscribed to channel /eventmgr/0/a(b)"}));
+    EXPECT_EQ(log_.lines(), (Lines{"info: Subscribed to channel /eventmgr/0/a(b)"}));
     convert("a(b)");  // what filters give a meaning stands for itself
     raise(u"a(b)", 2);
     EXPECT_EQ(messages_->published(), (Lines{R"(/eventmgr/0/a(b) {"number":2})"}));
@@ -144,7 +146,7 @@ TEST_F(ConnectorEventMgrBridgeTest, goesOnAfterAFailure) {
     const ConnectorEventMgrBridge bridge(messages_);
     subscribe("/eventmgr/0/tag");
     raise(u"tag", -1);
-    EXPECT_TRUE(log_.has("Event forwarding failed: it is negative"));
+    EXPECT_TRUE(log_.has("error: Event forwarding failed: it is negative"));
     raise(u"tag", 1);
     EXPECT_EQ(messages_->published().size(), 1U);
     EXPECT_EQ(host_.events->handlerFailures, 0);
@@ -167,7 +169,7 @@ TEST_F(ConnectorEventMgrBridgeTest, waitsForTheMessageService) {
     messages_->creation = std::make_unique<Promise<std::shared_ptr<MessageService>>>();
     const ConnectorEventMgrBridge failing(messages_);
     messages_->creation->setException(std::make_exception_ptr(std::runtime_error("no service")));
-    EXPECT_NE(log_.texts().back().find("no service"), std::string::npos);
+    EXPECT_NE(log_.lines().back().find("no service"), std::string::npos);
 }
 
 TEST_F(ConnectorEventMgrBridgeTest, startsTheConvertersOnceAndEndsItsSubscriptions) {

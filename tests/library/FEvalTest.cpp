@@ -15,10 +15,10 @@
 #include "connector/interpreter/v1/FEvalResponse.h"
 #include "connector/interpreter/v1/InterpreterServiceProviderImpl.h"
 #include "connector/zvm_common/contextState.h"
-#include "fake/FakeHost.h"
-#include "fake/ManualConfiguration.h"
-#include "foundation/log/diagnostic_logger.h"
 #include "nmutil/io/PrintableErrorEvent.h"
+#include "support/FakeHost.h"
+#include "support/LogRecords.h"
+#include "support/ManualConfiguration.h"
 #include "v1/NumoraFevalJsonResult.h"
 
 namespace connector::interpreter::v1 {
@@ -152,12 +152,7 @@ TEST_F(FEvalTest, keepsOutputAndErrorsOfTheCallAwayFromTheCommandWindow) {
 }
 
 TEST_F(FEvalTest, logsTheEndOfTheOutputUnlessItIsIgnored) {
-    std::vector<std::string> lines;
-    const auto previous =
-        ::foundation::log::setWriter([&](std::string_view logger, auto, std::string_view text) {
-            if (logger == "connector::numora_output") lines.emplace_back(text);
-        });
-    ::foundation::log::setLevel(::foundation::log::Severity::Debug);
+    const LogRecords log("connector::numora_output");
     host_.distributor->onFEval = [this](const FEvalIIP&) {
         host_.print(std::u16string(10'000, u'x') + u"out ");
         host_.print(u"err", true);
@@ -167,12 +162,11 @@ TEST_F(FEvalTest, logsTheEndOfTheOutputUnlessItIsIgnored) {
     auto ignored = request();
     ignored->outputMode = "ignore";
     call(std::move(ignored));
-    EXPECT_TRUE(lines.empty());
+    EXPECT_EQ(log.all(), "");
     call();
-    ::foundation::log::setLevel(::foundation::log::Severity::Warning);
-    ::foundation::log::setWriter(previous);
+    const auto lines = log.lines();
     ASSERT_EQ(lines.size(), 1U);
-    EXPECT_TRUE(lines[0].starts_with("id: f: xxx")) << lines[0];
+    EXPECT_TRUE(lines[0].starts_with("debug: id: f: xxx")) << lines[0];
     EXPECT_TRUE(lines[0].ends_with("xout err")) << lines[0];
 }
 

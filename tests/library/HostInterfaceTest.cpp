@@ -3,8 +3,8 @@
 
 #include <gtest/gtest.h>
 
-#include "fake/FakeHost.h"
 #include "iqm/Iqm.h"
+#include "support/FakeHost.h"
 #include "zvm/detail.h"
 
 namespace {

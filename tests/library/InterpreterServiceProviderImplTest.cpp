@@ -14,9 +14,9 @@
 #include "connector/interpreter/v1/EvalResponse.h"
 #include "connector/interpreter/v1/InterpreterServiceProviderImpl.h"
 #include "connector/interpreter/v1/InterruptResponse.h"
-#include "fake/FakeHost.h"
-#include "fake/ManualConfiguration.h"
 #include "iqm/PacketInfo.h"
+#include "support/FakeHost.h"
+#include "support/ManualConfiguration.h"
 #include "v1/StartupWakeUp.h"
 
 namespace connector::interpreter::v1 {

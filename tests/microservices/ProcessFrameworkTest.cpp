@@ -5,9 +5,9 @@
 #include <gtest/gtest.h>
 
 #include "Fixture.h"
-#include "LogRecords.h"
 #include "foundation/cppmicroservices/framework.h"
 #include "services/processFramework.h"
+#include "support/LogRecords.h"
 
 namespace {
 

@@ -5,10 +5,10 @@
 #include <thread>
 #include <vector>
 
-#include "LogRecords.h"
 #include "RunningInterpreter.h"
 #include "connector/ThreadSafety.h"
 #include "fl/i18n/text.h"
+#include "support/LogRecords.h"
 
 namespace {
 

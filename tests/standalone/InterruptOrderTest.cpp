@@ -7,7 +7,6 @@
 #include <string>
 #include <utility>
 
-#include "LogRecords.h"
 #include "RunningInterpreter.h"
 #include "connector/common/ContextState.h"
 #include "connector/interpreter/v1/Eval.h"
@@ -15,6 +14,7 @@
 #include "connector/interpreter/v1/FEval.h"
 #include "connector/interpreter/v1/FEvalResponse.h"
 #include "fl/i18n/text.h"
+#include "support/LogRecords.h"
 
 namespace v1 = connector::interpreter::v1;
 

@@ -10,7 +10,6 @@
 #include <string>
 #include <utility>
 
-#include "LogRecords.h"
 #include "RunningInterpreter.h"
 #include "connector/common/requestArrival.h"
 #include "connector/interpreter/v1/Eval.h"
@@ -20,6 +19,7 @@
 #include "connector/interpreter/v1/Interrupt.h"
 #include "fl/i18n/text.h"
 #include "services/prompt/prompt.h"
+#include "support/LogRecords.h"
 
 namespace v1 = connector::interpreter::v1;
 

@@ -10,11 +10,11 @@
 #include <vector>
 
 #include "connector/ThreadSafety.h"
-#include "fake/FakeCmdDistributor.h"
-#include "fake/FakeEventMgr.h"
 #include "host/Environment.h"
 #include "nmutil/io/PrintableErrorEvent.h"
 #include "services/io/CmdWinSink.h"
+#include "support/FakeCmdDistributor.h"
+#include "support/FakeEventMgr.h"
 
 namespace fake {
 

@@ -1,4 +1,4 @@
-#include "fake/FakeCmdDistributor.h"
+#include "support/FakeCmdDistributor.h"
 
 #include <algorithm>
 #include <stdexcept>
