@@ -11,10 +11,10 @@
 #include "connector/common/requestArrival.h"
 #include "connector/json/escape.h"
 #include "connector/json/parse.h"
+#include "messages/ClientSession.h"
 #include "nmutil/eventmgr/createLocalEventMgr.h"
 #include "nmutil/utils/InputRequestEvent.h"
 #include "services/prompt/prompt.h"
-#include "standalone/ClientSession.h"
 
 namespace app {
 
@@ -45,8 +45,8 @@ std::shared_ptr<connector::common::ContextState> requestContext() {
     return context;
 }
 
-standalone::SessionOptions clientOptions() {
-    standalone::SessionOptions options;
+messages::SessionOptions clientOptions() {
+    messages::SessionOptions options;
     options.clientType = "numora-cli";
     // Standard output may be a pager that stands still for hours: text beyond this is lost, not the session.
     options.queueBytes = std::size_t{64} << 20;
@@ -56,7 +56,7 @@ standalone::SessionOptions clientOptions() {
 
 class InProcessStream : public ResponseStream {
 public:
-    explicit InProcessStream(standalone::LocalMessageService& messages)
+    explicit InProcessStream(messages::LocalMessageService& messages)
         : client_(messages.openSession(clientOptions())) {
         client_->subscribe("/eval/response/**");
     }
@@ -65,7 +65,7 @@ public:
     }
     Taken take(std::chrono::milliseconds limit) override {
         constexpr std::size_t bytesPerTake = std::size_t{1} << 20;
-        const standalone::TakenFrames taken = client_->take(bytesPerTake, limit);
+        const messages::TakenFrames taken = client_->take(bytesPerTake, limit);
         Taken result;
         for (const auto& frame : taken.frames) {
             const auto data = connector::json::parse(frame->data());
@@ -81,7 +81,7 @@ public:
     }
 
 private:
-    const std::shared_ptr<standalone::ClientSession> client_;
+    const std::shared_ptr<messages::ClientSession> client_;
 };
 
 }  // namespace

@@ -13,6 +13,7 @@
 #include "connector/interpreter/v1/InterpreterJsonSerialization.h"
 #include "connector/interpreter/v1/Interrupt.h"
 #include "connector/interpreter/v1/MockInterpreterServiceProvider.h"
+#include "messages/LocalServiceFramework.h"
 #include "services/prompt/prompt.h"
 
 namespace app {
@@ -42,9 +43,9 @@ private:
 class MockBackend : public ServeBackend {
 public:
     MockBackend() {
-        framework = standalone::makeServiceFramework();
+        framework = std::make_shared<messages::LocalServiceFramework>();
         serializer = std::make_shared<connector::json::JsonSerializer>();
-        messages = std::make_shared<standalone::LocalMessageService>();
+        messages = std::make_shared<messages::LocalMessageService>();
         const v1::InterpreterJsonSerialization serialization(serializer);
         connector::container::registerSequenceContainer(*serializer);
         provide({typeid(v1::Eval), typeid(v1::FEval), typeid(v1::Interrupt)},

@@ -4,8 +4,8 @@
 
 #include "connector/ServiceFramework.h"
 #include "connector/json/JsonSerializer.h"
-#include "standalone/LocalMessageService.h"
-#include "standalone/RequestCounter.h"
+#include "messages/LocalMessageService.h"
+#include "messages/RequestCounter.h"
 
 namespace app {
 
@@ -23,8 +23,8 @@ public:
 
     std::shared_ptr<connector::ServiceFramework> framework;
     std::shared_ptr<connector::json::JsonSerializer> serializer;
-    std::shared_ptr<standalone::LocalMessageService> messages;
-    std::shared_ptr<const standalone::RequestCounter> streaming;  ///< null without streaming
+    std::shared_ptr<messages::LocalMessageService> messages;
+    std::shared_ptr<const messages::RequestCounter> streaming;  ///< null without streaming
 };
 
 /// An interpreter in this process.  Blocks: until it takes requests.

@@ -10,13 +10,13 @@
 
 #include <benchmark/benchmark.h>
 
-#include "standalone/LocalMessageService.h"
+#include "messages/LocalMessageService.h"
 
 namespace {
 
 using connector::common::DataBuffer;
-using standalone::ClientSession;
-using standalone::LocalMessageService;
+using messages::ClientSession;
+using messages::LocalMessageService;
 
 const std::string kChannel = "/eval/response/output";
 

@@ -3,7 +3,7 @@ include(CMakePackageConfigHelpers)
 
 set(NUMORA_PACKAGE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/ConnectorInterpreter)
 
-foreach(component foundation microservices host interpreter standalone gateway)
+foreach(component foundation microservices host messages dispatch interpreter standalone gateway)
     get_target_property(target ConnectorInterpreter::${component} ALIASED_TARGET)
     install(TARGETS ${target} EXPORT ConnectorInterpreterTargets
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
@@ -12,7 +12,7 @@ endforeach()
 install(EXPORT ConnectorInterpreterTargets
     NAMESPACE ConnectorInterpreter:: DESTINATION ${NUMORA_PACKAGE_DIR})
 
-install(DIRECTORY foundation/include/ host/include/ include/ standalone/include/ gateway/include/
+install(DIRECTORY foundation/include/ host/include/ include/ messages/include/ standalone/include/ gateway/include/
     DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} FILES_MATCHING PATTERN "*.h")
 if(NOT CppMicroServices_FOUND)
     install(DIRECTORY microservices/include/

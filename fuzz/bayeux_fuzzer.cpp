@@ -16,9 +16,9 @@
 #include "bayeux/BayeuxServer.h"
 #include "connector/interpreter/v1/InterpreterJsonSerialization.h"
 #include "connector/json/parse.h"
-#include "requests/RequestDispatcher.h"
-#include "standalone/LocalMessageService.h"
-#include "standalone/StandaloneHost.h"
+#include "dispatch/RequestDispatcher.h"
+#include "messages/LocalMessageService.h"
+#include "messages/LocalServiceFramework.h"
 
 namespace {
 
@@ -86,10 +86,10 @@ private:
 
     std::chrono::steady_clock::time_point now_{};
     boost::asio::io_context context_;
-    standalone::LocalMessageService messages_{{.logged = {"/b/**"}, .now = [this] { return now_; }}};
-    gateway::RequestDispatcher dispatcher_{standalone::makeServiceFramework(),
-                                           std::make_shared<connector::json::JsonSerializer>(),
-                                           {.threads = 1}};
+    messages::LocalMessageService messages_{{.logged = {"/b/**"}, .now = [this] { return now_; }}};
+    dispatch::RequestDispatcher dispatcher_{std::make_shared<messages::LocalServiceFramework>(),
+                                            std::make_shared<connector::json::JsonSerializer>(),
+                                            {.threads = 1}};
     gateway::bayeux::BayeuxServer server_{
         context_, messages_, dispatcher_, {.sweepInterval = 1h, .now = [this] { return now_; }}};
     std::vector<std::unique_ptr<gateway::bayeux::PendingPost>> pending_;

@@ -17,9 +17,9 @@
 #include "connector/interpreter/v1/Interrupt.h"
 #include "connector/interpreter/v1/MockInterpreterServiceProvider.h"
 #include "connector/json/parse.h"
+#include "dispatch/RequestDispatcher.h"
 #include "http/messageRequests.h"
-#include "requests/RequestDispatcher.h"
-#include "standalone/StandaloneHost.h"
+#include "messages/LocalServiceFramework.h"
 
 namespace {
 
@@ -36,13 +36,14 @@ public:
         framework_->registerService({}, {typeid(connector::container::SequenceContainer)},
                                     std::make_shared<v1::FEvalSequenceServiceProvider>());
     }
-    gateway::RequestDispatcher& dispatcher() { return dispatcher_; }
+    dispatch::RequestDispatcher& dispatcher() { return dispatcher_; }
 
 private:
-    const std::shared_ptr<connector::ServiceFramework> framework_ = standalone::makeServiceFramework();
+    const std::shared_ptr<connector::ServiceFramework> framework_ =
+        std::make_shared<messages::LocalServiceFramework>();
     const std::shared_ptr<connector::json::JsonSerializer> serializer_ =
         std::make_shared<connector::json::JsonSerializer>();
-    gateway::RequestDispatcher dispatcher_{framework_, serializer_, {.threads = 1}};
+    dispatch::RequestDispatcher dispatcher_{framework_, serializer_, {.threads = 1}};
 };
 
 }  // namespace

@@ -12,7 +12,7 @@ namespace gateway {
 
 class Gateway::Impl {
 public:
-    Impl(standalone::LocalMessageService& messages, std::shared_ptr<connector::ServiceFramework> framework,
+    Impl(messages::LocalMessageService& messages, std::shared_ptr<connector::ServiceFramework> framework,
          std::shared_ptr<connector::json::JsonSerializer> serializer, std::function<bool()> isReady,
          GatewayOptions options)
         : options_(std::move(options)),
@@ -56,7 +56,7 @@ private:
     std::unique_ptr<Server> server_;
 };
 
-Gateway::Gateway(standalone::LocalMessageService& messages,
+Gateway::Gateway(messages::LocalMessageService& messages,
                  std::shared_ptr<connector::ServiceFramework> framework,
                  std::shared_ptr<connector::json::JsonSerializer> serializer, std::function<bool()> isReady,
                  GatewayOptions options)

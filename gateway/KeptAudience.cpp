@@ -8,14 +8,14 @@ namespace {
 
 constexpr const char* streams = "/eval/response/**";
 
-void discard(standalone::ClientSession& session) {
+void discard(messages::ClientSession& session) {
     constexpr std::size_t atOnce = std::size_t{1} << 20;
     while (!session.take(atOnce, std::chrono::milliseconds(0)).frames.empty()) continue;
 }
 
 }  // namespace
 
-KeptAudience::KeptAudience(standalone::LocalMessageService& messages)
+KeptAudience::KeptAudience(messages::LocalMessageService& messages)
     : messages_(messages),
       watch_(messages.watch(
           streams, [this](const auto&) { begin(); }, [](const auto&) {})) {}
@@ -23,7 +23,7 @@ KeptAudience::KeptAudience(standalone::LocalMessageService& messages)
 KeptAudience::~KeptAudience() = default;
 
 void KeptAudience::begin() {
-    std::shared_ptr<standalone::ClientSession> session;
+    std::shared_ptr<messages::ClientSession> session;
     {
         const connector::MutexLock lock(mutex_);
         if (session_) return;

@@ -3,7 +3,7 @@
 #include <memory>
 
 #include "connector/ThreadSafety.h"
-#include "standalone/LocalMessageService.h"
+#include "messages/LocalMessageService.h"
 
 namespace gateway {
 
@@ -14,7 +14,7 @@ namespace gateway {
 /// Threads: the watchers' and the publishers'.  Locks: mutex_, not while the message service is called.
 class KeptAudience {
 public:
-    explicit KeptAudience(standalone::LocalMessageService& messages);
+    explicit KeptAudience(messages::LocalMessageService& messages);
     ~KeptAudience();
     KeptAudience(const KeptAudience&) = delete;
     KeptAudience& operator=(const KeptAudience&) = delete;
@@ -22,9 +22,9 @@ public:
 private:
     void begin() EXCLUDES(mutex_);
 
-    standalone::LocalMessageService& messages_;
+    messages::LocalMessageService& messages_;
     connector::Mutex mutex_;
-    std::shared_ptr<standalone::ClientSession> session_ GUARDED_BY(mutex_);
+    std::shared_ptr<messages::ClientSession> session_ GUARDED_BY(mutex_);
     std::unique_ptr<connector::message_service::Subscription> watch_;  // last: it ends before the session
 };
 

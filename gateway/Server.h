@@ -14,6 +14,7 @@
 #include "KeptAudience.h"
 #include "access/AccessPolicy.h"
 #include "bayeux/BayeuxServer.h"
+#include "dispatch/RequestDispatcher.h"
 #include "gateway/Gateway.h"
 #include "http/ConnectionTable.h"
 #include "http/Endpoints.h"
@@ -21,7 +22,6 @@
 #include "http/Listener.h"
 #include "http/StaticFiles.h"
 #include "metrics/RequestMetrics.h"
-#include "requests/RequestDispatcher.h"
 
 namespace gateway {
 
@@ -32,7 +32,7 @@ class Server {
 public:
     /// What the gateway was made with.
     struct Parts {
-        standalone::LocalMessageService& messages;
+        messages::LocalMessageService& messages;
         std::shared_ptr<connector::ServiceFramework> framework;
         std::shared_ptr<connector::json::JsonSerializer> serializer;
         std::function<bool()> isReady;
@@ -70,7 +70,7 @@ private:
     std::atomic<std::uint64_t> failures_{0};
     const std::unique_ptr<connector::message_service::Subscription> completions_;
     KeptAudience audience_;
-    RequestDispatcher dispatcher_;
+    dispatch::RequestDispatcher dispatcher_;
     bayeux::BayeuxServer bayeux_;
     http::Endpoints endpoints_;
     boost::asio::thread_pool reading_{1};

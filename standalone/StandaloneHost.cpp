@@ -4,8 +4,8 @@
 #include <stdexcept>
 
 #include "interpreter/Interpreter.h"
+#include "messages/LocalServiceFramework.h"
 #include "services/LocalConfiguration.h"
-#include "services/LocalServiceFramework.h"
 #include "services/streamingServices.h"
 
 namespace standalone {
@@ -16,25 +16,23 @@ std::atomic<bool> wasMade{false};
 
 }  // namespace
 
-std::shared_ptr<connector::ServiceFramework> makeServiceFramework() {
-    return std::make_shared<LocalServiceFramework>();
-}
-
 class StandaloneHost::Impl {
 public:
     explicit Impl(const HostOptions& options)
         : configuration(std::make_shared<LocalConfiguration>(options.configuration)),
-          messages(std::make_shared<LocalMessageService>(options.messages)),
+          messages(std::make_shared<messages::LocalMessageService>(options.messages)),
           interpreter(options) {}
 
     const std::shared_ptr<connector::configuration::Configuration> configuration;
-    const std::shared_ptr<connector::ServiceFramework> framework = std::make_shared<LocalServiceFramework>();
-    const std::shared_ptr<LocalMessageService> messages;
+    const std::shared_ptr<connector::ServiceFramework> framework =
+        std::make_shared<messages::LocalServiceFramework>();
+    const std::shared_ptr<messages::LocalMessageService> messages;
     const std::shared_ptr<connector::message_service::MessageServiceFactory> messageServiceFactory =
-        std::make_shared<LocalMessageServiceFactory>(messages);
+        std::make_shared<messages::LocalMessageServiceFactory>(messages);
     const std::shared_ptr<connector::shadow_files::v1::ShadowService> shadowService =
         std::make_shared<LocalShadowService>();
-    const std::shared_ptr<RequestCounter> requestCounter = std::make_shared<RequestCounter>();
+    const std::shared_ptr<messages::RequestCounter> requestCounter =
+        std::make_shared<messages::RequestCounter>();
     Interpreter interpreter;
     const std::shared_ptr<zvm::ZVM> zvm = interpreter.currentLocalZVM();
     const std::shared_ptr<connector::common::RequestGate> requestGate =
@@ -57,7 +55,9 @@ const std::shared_ptr<connector::configuration::Configuration>& StandaloneHost::
     return impl_->configuration;
 }
 
-const std::shared_ptr<LocalMessageService>& StandaloneHost::messages() const { return impl_->messages; }
+const std::shared_ptr<messages::LocalMessageService>& StandaloneHost::messages() const {
+    return impl_->messages;
+}
 const std::shared_ptr<connector::message_service::MessageServiceFactory>&
 StandaloneHost::messageServiceFactory() const {
     return impl_->messageServiceFactory;
@@ -68,7 +68,7 @@ const std::shared_ptr<connector::shadow_files::v1::ShadowService>& StandaloneHos
 const std::shared_ptr<connector::common::RequestGate>& StandaloneHost::requestGate() const {
     return impl_->requestGate;
 }
-const std::shared_ptr<RequestCounter>& StandaloneHost::requestCounter() const {
+const std::shared_ptr<messages::RequestCounter>& StandaloneHost::requestCounter() const {
     return impl_->requestCounter;
 }
 

@@ -13,7 +13,7 @@ std::string makeToken();
 std::string tokenProblem(std::string_view token);
 
 /// A key that shows knowledge of `secret` for one purpose, and from which the secret is not to be had: 64
-/// hexadecimal digits.
+/// dispatch::hexadecimal digits.
 std::string derivedKey(std::string_view secret, std::string_view purpose);
 
 /// Compares in a time that depends on the length of the texts alone.

@@ -15,7 +15,7 @@
 #include "connector/ThreadSafety.h"
 #include "connector/json/escape.h"
 #include "foundation/log/diagnostic_logger.h"
-#include "standalone/LocalMessageService.h"
+#include "messages/LocalMessageService.h"
 
 namespace gateway::bayeux {
 
@@ -87,8 +87,8 @@ private:
 /// Locks: mutex_, a leaf.
 class BayeuxServer::Impl : public std::enable_shared_from_this<Impl> {
 public:
-    Impl(boost::asio::io_context& context, standalone::LocalMessageService& messages,
-         RequestDispatcher& dispatcher, ServerOptions options)
+    Impl(boost::asio::io_context& context, messages::LocalMessageService& messages,
+         dispatch::RequestDispatcher& dispatcher, ServerOptions options)
         : core(std::make_shared<Core>(context, messages, dispatcher, std::move(options))), timer_(context) {}
 
     /// Lets the timer sweep, again and again.
@@ -158,8 +158,8 @@ private:
     boost::asio::steady_timer timer_ GUARDED_BY(mutex_);
 };
 
-BayeuxServer::BayeuxServer(boost::asio::io_context& context, standalone::LocalMessageService& messages,
-                           RequestDispatcher& dispatcher, ServerOptions options)
+BayeuxServer::BayeuxServer(boost::asio::io_context& context, messages::LocalMessageService& messages,
+                           dispatch::RequestDispatcher& dispatcher, ServerOptions options)
     : impl_(std::make_shared<Impl>(context, messages, dispatcher, std::move(options))) {
     impl_->armTimer();
 }

@@ -11,11 +11,10 @@
 namespace boost::asio {
 class io_context;
 }
-namespace standalone {
+namespace messages {
 class LocalMessageService;
 }
-
-namespace gateway {
+namespace dispatch {
 class RequestDispatcher;
 }
 
@@ -125,8 +124,8 @@ struct SocketActions {
 /// context any more, and the context when nobody publishes and the dispatcher is stopped.
 class BayeuxServer {
 public:
-    BayeuxServer(boost::asio::io_context& context, standalone::LocalMessageService& messages,
-                 RequestDispatcher& dispatcher, ServerOptions options);
+    BayeuxServer(boost::asio::io_context& context, messages::LocalMessageService& messages,
+                 dispatch::RequestDispatcher& dispatcher, ServerOptions options);
     /// Stops.
     ~BayeuxServer();
     BayeuxServer(const BayeuxServer&) = delete;

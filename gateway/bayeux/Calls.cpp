@@ -10,21 +10,21 @@
 #include "connector/common/ContextState.h"
 #include "connector/json/escape.h"
 #include "connector/json/parse.h"
+#include "dispatch/RequestDispatcher.h"
+#include "dispatch/readMessage.h"
 #include "foundation/log/diagnostic_logger.h"
-#include "requests/RequestDispatcher.h"
-#include "requests/readMessage.h"
 
 namespace gateway::bayeux {
 
 using connector::common::ContextScope;
 using connector::common::ContextState;
 using connector::json::Text;
-using standalone::ClientSession;
-using standalone::MessageFrame;
+using messages::ClientSession;
+using messages::MessageFrame;
 
 namespace {
 
-std::string errorOf(const Answer& answer, const std::string& channel) {
+std::string errorOf(const dispatch::Answer& answer, const std::string& channel) {
     switch (answer.status) {
         case 400:
             return errorText(400, channel, "bad request");
@@ -54,7 +54,7 @@ public:
     Call(const Call&) = delete;
     Call& operator=(const Call&) = delete;
 
-    void answered(Answer answer) noexcept {
+    void answered(dispatch::Answer answer) noexcept {
         end();
         if (std::this_thread::get_id() == submitter_ && isBeingSubmitted_) {
             refusal_ = std::move(answer);
@@ -70,13 +70,13 @@ public:
 
     /// What it was answered with while it was being submitted, if it was. Only the thread that submits it
     /// looks at the mark, which is why that needs no lock.
-    const std::optional<Answer>& endSubmission() {
+    const std::optional<dispatch::Answer>& endSubmission() {
         isBeingSubmitted_ = false;
         return refusal_;
     }
 
 private:
-    void send(const Answer& answer) {
+    void send(const dispatch::Answer& answer) {
         std::string members = idMember_;
         if (answer.status == 200) {
             members += R"(,"successful":true)";
@@ -99,13 +99,16 @@ private:
 
     const std::thread::id submitter_ = std::this_thread::get_id();
     bool isBeingSubmitted_ = true;
-    std::optional<Answer> refusal_;
+    std::optional<dispatch::Answer> refusal_;
 };
 
 void Calls::submit(const std::string& typeName, const std::shared_ptr<const std::string>& json,
-                   const std::shared_ptr<ContextState>& context, std::function<void(Answer)> answered) {
-    const auto read = [typeName, json] { return RequestDispatcher::Read{typeName, readMessage(*json)}; };
-    if (json->size() > largeBody) {
+                   const std::shared_ptr<ContextState>& context,
+                   std::function<void(dispatch::Answer)> answered) {
+    const auto read = [typeName, json] {
+        return dispatch::RequestDispatcher::Read{typeName, dispatch::readMessage(*json)};
+    };
+    if (json->size() > dispatch::largeBody) {
         return dispatcher_.submitUnread(json->size(), read, context, std::move(answered));
     }
     try {
@@ -124,7 +127,7 @@ std::string Calls::start(const Request& request) {
     if (data.type() != typeid(Text) || data.extract<Text>().json->front() != '{')
         return failed(request, errorText(400, channel, "data must be an object"));
     const std::string typeName = channel.substr(servicePrefix.size());
-    if (*underWay_ >= limit_ && !isInterrupt(typeName))
+    if (*underWay_ >= limit_ && !dispatch::isInterrupt(typeName))
         return failed(request, errorText(429, channel, "too many calls under way"));
 
     const auto context = std::make_shared<ContextState>();
@@ -132,10 +135,10 @@ std::string Calls::start(const Request& request) {
         context->set("clientType", session_->clientType(), ContextScope::Client);
     }
     // Before the code that runs ends, and the next one begins.
-    if (isInterrupt(typeName)) evaluations_->withdraw();
+    if (dispatch::isInterrupt(typeName)) evaluations_->withdraw();
     const auto call = std::make_shared<Call>(session_, channel, request.idMember(), underWay_);
     submit(typeName, data.extract<Text>().json, context,
-           [call](Answer answer) { call->answered(std::move(answer)); });
+           [call](dispatch::Answer answer) { call->answered(std::move(answer)); });
     if (const auto& refusal = call->endSubmission()) return failed(request, errorOf(*refusal, channel));
     return succeeded(request);
 }

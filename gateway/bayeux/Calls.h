@@ -8,15 +8,15 @@
 
 #include "bayeux/Request.h"
 #include "connector/common/ClientRequests.h"
-#include "standalone/ClientSession.h"
+#include "messages/ClientSession.h"
 
 namespace connector::common {
 class ContextState;
 }
-namespace gateway {
+namespace dispatch {
 class RequestDispatcher;
 struct Answer;
-}  // namespace gateway
+}  // namespace dispatch
 
 namespace gateway::bayeux {
 
@@ -29,7 +29,7 @@ class Calls {
 public:
     using Evaluations = std::shared_ptr<connector::common::ClientRequests>;
 
-    Calls(RequestDispatcher& dispatcher, std::shared_ptr<standalone::ClientSession> session,
+    Calls(dispatch::RequestDispatcher& dispatcher, std::shared_ptr<messages::ClientSession> session,
           Evaluations evaluations, std::size_t limit)
         : dispatcher_(dispatcher),
           session_(std::move(session)),
@@ -45,10 +45,10 @@ private:
 
     void submit(const std::string& typeName, const std::shared_ptr<const std::string>& json,
                 const std::shared_ptr<connector::common::ContextState>& context,
-                std::function<void(Answer)> answered);
+                std::function<void(dispatch::Answer)> answered);
 
-    RequestDispatcher& dispatcher_;
-    const std::shared_ptr<standalone::ClientSession> session_;
+    dispatch::RequestDispatcher& dispatcher_;
+    const std::shared_ptr<messages::ClientSession> session_;
     const Evaluations evaluations_;
     const std::size_t limit_;
     const std::shared_ptr<std::atomic<std::size_t>> underWay_ = std::make_shared<std::atomic<std::size_t>>(0);

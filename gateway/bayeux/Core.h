@@ -19,8 +19,8 @@ namespace gateway::bayeux {
 /// Threads: any.
 class Core {
 public:
-    Core(boost::asio::io_context& ioContext, standalone::LocalMessageService& messageService,
-         RequestDispatcher& requestDispatcher, ServerOptions serverOptions)
+    Core(boost::asio::io_context& ioContext, messages::LocalMessageService& messageService,
+         dispatch::RequestDispatcher& requestDispatcher, ServerOptions serverOptions)
         : context(ioContext),
           messages(messageService),
           dispatcher(requestDispatcher),
@@ -39,8 +39,8 @@ public:
     }
 
     boost::asio::io_context& context;
-    standalone::LocalMessageService& messages;
-    RequestDispatcher& dispatcher;
+    messages::LocalMessageService& messages;
+    dispatch::RequestDispatcher& dispatcher;
     const ServerOptions options;
     const std::shared_ptr<Flusher> flusher;
     const Advice advice;

@@ -5,7 +5,7 @@
 
 namespace gateway::bayeux {
 
-using standalone::MessageFrame;
+using messages::MessageFrame;
 
 namespace {
 

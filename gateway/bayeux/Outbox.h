@@ -6,7 +6,7 @@
 #include <memory>
 #include <string>
 
-#include "standalone/ClientSession.h"
+#include "messages/ClientSession.h"
 
 namespace gateway::bayeux {
 
@@ -20,7 +20,7 @@ namespace gateway::bayeux {
 /// Threads: one at a time.
 class Outbox {
 public:
-    Outbox(std::shared_ptr<standalone::ClientSession> queue, bool isAcknowledged, std::size_t replyBytes)
+    Outbox(std::shared_ptr<messages::ClientSession> queue, bool isAcknowledged, std::size_t replyBytes)
         : queue_(std::move(queue)), isAcknowledged_(isAcknowledged), replyBytes_(replyBytes) {}
 
     bool isAcknowledged() const { return isAcknowledged_; }
@@ -38,12 +38,12 @@ public:
 private:
     struct Sent {
         std::uint64_t batch;
-        std::shared_ptr<const standalone::MessageFrame> frame;
+        std::shared_ptr<const messages::MessageFrame> frame;
     };
 
     void take(std::size_t maxBytes, std::string& text);
 
-    const std::shared_ptr<standalone::ClientSession> queue_;
+    const std::shared_ptr<messages::ClientSession> queue_;
     const bool isAcknowledged_;
     const std::size_t replyBytes_;
     std::deque<Sent> unacknowledged_;

@@ -10,12 +10,12 @@
 #include "bayeux/handshake.h"
 #include "bayeux/publish.h"
 #include "bayeux/replies.h"
-#include "standalone/LocalMessageService.h"
+#include "messages/LocalMessageService.h"
 
 namespace gateway::bayeux {
 
 using namespace std::chrono_literals;
-using standalone::ClientSession;
+using messages::ClientSession;
 
 namespace {
 

@@ -14,7 +14,7 @@
 #include "bayeux/Strand.h"
 #include "bayeux/Subscriptions.h"
 #include "connector/common/ClientRequests.h"
-#include "standalone/ClientSession.h"
+#include "messages/ClientSession.h"
 
 namespace gateway::bayeux {
 
@@ -45,7 +45,7 @@ public:
                                          bool isAcknowledged, const std::shared_ptr<Connection>& socket);
     /// For `open`.
     Session(const std::shared_ptr<Core>& core, const Peer& peer,
-            const std::shared_ptr<standalone::ClientSession>& client, bool isAcknowledged);
+            const std::shared_ptr<messages::ClientSession>& client, bool isAcknowledged);
 
     /// These are for any thread. Whoever knows the id is the client: it belongs in no log.
     const std::string& id() const { return client_->id(); }
@@ -98,7 +98,7 @@ private:
     // Fixed after construction.
     const std::shared_ptr<Core> core_;
     const Peer peer_;  // of the handshake
-    const std::shared_ptr<standalone::ClientSession> client_;
+    const std::shared_ptr<messages::ClientSession> client_;
     const Strand strand_;
 
     std::atomic<bool> isWoken_{false};

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "bayeux/Request.h"
-#include "standalone/ClientSession.h"
+#include "messages/ClientSession.h"
 
 namespace gateway::bayeux {
 
@@ -16,7 +16,7 @@ namespace gateway::bayeux {
 /// Threads: one at a time.  Blocks: while watchers in the process are told.
 class Subscriptions {
 public:
-    Subscriptions(std::shared_ptr<standalone::ClientSession> session, std::size_t limit)
+    Subscriptions(std::shared_ptr<messages::ClientSession> session, std::size_t limit)
         : session_(std::move(session)), limit_(limit) {}
 
     /// Both return the reply. With `ext.connector.after` a subscription begins with what is kept of the
@@ -25,7 +25,7 @@ public:
     std::string unsubscribe(const Request& request);
 
 private:
-    const std::shared_ptr<standalone::ClientSession> session_;
+    const std::shared_ptr<messages::ClientSession> session_;
     const std::size_t limit_;
     std::set<std::string> patterns_;
 };

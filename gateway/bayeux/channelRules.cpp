@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "standalone/channelNames.h"
+#include "messages/channelNames.h"
 
 namespace gateway::bayeux {
 
@@ -20,11 +20,11 @@ bool isIn(std::string_view channel, std::string_view place) {
 }  // namespace
 
 bool isPortableName(std::string_view channel) {
-    return hasPortableForm(channel) && standalone::isChannelName(channel);
+    return hasPortableForm(channel) && messages::isChannelName(channel);
 }
 
 bool isPortablePattern(std::string_view pattern) {
-    return hasPortableForm(pattern) && standalone::isChannelPattern(pattern) &&
+    return hasPortableForm(pattern) && messages::isChannelPattern(pattern) &&
            pattern.find("*/") == std::string_view::npos;
 }
 

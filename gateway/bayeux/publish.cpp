@@ -19,7 +19,7 @@ constexpr const char* binaryMember = R"(,"ext":{"binary":{}})";
 
 }  // namespace
 
-std::string publish(standalone::ClientSession& session, const Request& request,
+std::string publish(messages::ClientSession& session, const Request& request,
                     const std::shared_ptr<ClientRequests>& evaluations, std::size_t mostEvaluations) {
     const auto& channel = request.channel();
     if (!isPortableName(channel)) return failed(request, errorText(405, channel, "bad channel name"));

@@ -10,11 +10,11 @@
 
 #include "access/AccessPolicy.h"
 #include "bayeux/BayeuxServer.h"
+#include "dispatch/RequestDispatcher.h"
 #include "http/Request.h"
 #include "http/StaticFiles.h"
 #include "metrics/RequestMetrics.h"
 #include "metrics/metricsPage.h"
-#include "requests/RequestDispatcher.h"
 
 namespace gateway::http {
 
@@ -34,7 +34,7 @@ public:
     struct Parts {
         const access::AccessPolicy& access;
         const StaticFiles& files;
-        RequestDispatcher& dispatcher;
+        dispatch::RequestDispatcher& dispatcher;
         bayeux::BayeuxServer& bayeux;
         metrics::RequestMetrics& metrics;
         std::ptrdiff_t unprovenBodies;

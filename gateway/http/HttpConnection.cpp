@@ -19,13 +19,13 @@
 #include <boost/beast/http/serializer.hpp>
 #include <boost/beast/http/write.hpp>
 
+#include "dispatch/readMessage.h"
 #include "http/Deadline.h"
 #include "http/WebSocketConnection.h"
 #include "http/addresses.h"
 #include "http/requestHead.h"
 #include "http/streams.h"
 #include "log.h"
-#include "requests/readMessage.h"
 
 namespace gateway::http {
 
@@ -269,7 +269,7 @@ private:
         deadline_.cancel();
         head_.body = std::move(parser_->get().body());
         const auto request = std::make_shared<const Request>(std::exchange(head_, {}));
-        if (request->body.size() <= largeBody) return hold(ask(*request));
+        if (request->body.size() <= dispatch::largeBody) return hold(ask(*request));
         // Elsewhere, because what this thread serves would wait for the body to be read.
         isAsking_ = true;
         asio::post(context_.reading, [self = this->shared_from_this(), request] {

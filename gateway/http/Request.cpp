@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <charconv>
 
-#include "requests/errorAnswer.h"
+#include "dispatch/errorAnswer.h"
 
 namespace gateway::http {
 
@@ -29,7 +29,9 @@ std::string percentDecoded(std::string_view text) {
 
 }  // namespace
 
-Reply errorReply(int status, std::string_view text) { return {.status = status, .body = errorJson(text)}; }
+Reply errorReply(int status, std::string_view text) {
+    return {.status = status, .body = dispatch::errorJson(text)};
+}
 
 std::string queryValue(std::string_view query, std::string_view name) {
     while (!query.empty()) {

@@ -13,10 +13,10 @@
 #include <boost/beast/websocket/ssl.hpp>
 #include <boost/beast/websocket/stream.hpp>
 
+#include "dispatch/readMessage.h"
 #include "http/Deadline.h"
 #include "http/OutgoingFrames.h"
 #include "log.h"
-#include "requests/readMessage.h"
 
 namespace gateway::http {
 
@@ -161,7 +161,7 @@ private:
         std::string text = beast::buffers_to_string(buffer_.data());
         buffer_.clear();
         if (buffer_.capacity() > sliceSize) buffer_.shrink_to_fit();
-        if (text.size() <= largeBody) return receive(*socket_, std::move(text));
+        if (text.size() <= dispatch::largeBody) return receive(*socket_, std::move(text));
         // Elsewhere, because what this thread serves would wait for the frame to be read.
         asio::post(context_.reading,
                    [self = this->shared_from_this(), socket = socket_, text = std::move(text)]() mutable {

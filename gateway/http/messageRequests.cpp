@@ -13,7 +13,7 @@
 #include "connector/json/escape.h"
 #include "connector/json/parse.h"
 #include "connector/json/write.h"
-#include "requests/readMessage.h"
+#include "dispatch/readMessage.h"
 
 namespace gateway::http {
 
@@ -31,7 +31,7 @@ public:
 };
 
 Object::Ptr objectFrom(const std::string& body) {
-    Object::Ptr object = readMessage(body);
+    Object::Ptr object = dispatch::readMessage(body);
     if (!object) throw BadBody("The body is no JSON object.");
     return object;
 }
@@ -63,8 +63,8 @@ void addContext(ContextState& context, const Object& values) {
     if (values.has("numoraCapabilities")) addCapabilities(context, values.get("numoraCapabilities"));
 }
 
-RequestDispatcher::Read readEnvelope(const std::string& body, ContextState& context,
-                                     std::string& contextMember) {
+dispatch::RequestDispatcher::Read readEnvelope(const std::string& body, ContextState& context,
+                                               std::string& contextMember) {
     const Object::Ptr envelope = objectFrom(body);
     const Var type = envelope->get("type");
     if (!type.isString()) throw BadBody("\"type\" is no text.");
@@ -79,7 +79,7 @@ RequestDispatcher::Read readEnvelope(const std::string& body, ContextState& cont
     return {type.extract<std::string>(), std::move(message)};
 }
 
-Reply replyFrom(Answer answer) {
+Reply replyFrom(dispatch::Answer answer) {
     Reply reply{.status = answer.status, .body = std::move(answer.json)};
     if (answer.retrySeconds > 0) {
         reply.headers.emplace_back("Retry-After", std::to_string(answer.retrySeconds));
@@ -104,13 +104,13 @@ void refusingBadBodies(const std::function<void(Reply)>& done, Action action) {
 
 }  // namespace
 
-void submitMessage(RequestDispatcher& dispatcher, const std::string& typeName, const Request& request,
-                   std::function<void(Reply)> done) {
+void submitMessage(dispatch::RequestDispatcher& dispatcher, const std::string& typeName,
+                   const Request& request, std::function<void(Reply)> done) {
     const auto context = contextOf(request);
-    const auto answered = [done](Answer answer) { done(replyFrom(std::move(answer))); };
-    if (request.body.size() > largeBody) {
+    const auto answered = [done](dispatch::Answer answer) { done(replyFrom(std::move(answer))); };
+    if (request.body.size() > dispatch::largeBody) {
         const auto read = [typeName, body = request.body] {
-            return RequestDispatcher::Read{typeName, objectFrom(body)};
+            return dispatch::RequestDispatcher::Read{typeName, objectFrom(body)};
         };
         return dispatcher.submitUnread(request.body.size(), read, context, answered);
     }
@@ -118,10 +118,11 @@ void submitMessage(RequestDispatcher& dispatcher, const std::string& typeName, c
                       [&] { dispatcher.submit(typeName, objectFrom(request.body), context, answered); });
 }
 
-void submitEnvelope(RequestDispatcher& dispatcher, const Request& request, std::function<void(Reply)> done) {
+void submitEnvelope(dispatch::RequestDispatcher& dispatcher, const Request& request,
+                    std::function<void(Reply)> done) {
     const auto context = contextOf(request);
     const auto contextMember = std::make_shared<std::string>();
-    const auto answered = [done, contextMember](Answer answer) {
+    const auto answered = [done, contextMember](dispatch::Answer answer) {
         if (answer.status == 200) {
             answer.json = "{\"type\":" + connector::json::quoted(answer.type) +
                           ",\"message\":" + answer.json + *contextMember +
@@ -129,7 +130,7 @@ void submitEnvelope(RequestDispatcher& dispatcher, const Request& request, std::
         }
         done(replyFrom(std::move(answer)));
     };
-    if (request.body.size() > largeBody) {
+    if (request.body.size() > dispatch::largeBody) {
         const auto read = [body = request.body, context, contextMember] {
             return readEnvelope(body, *context, *contextMember);
         };

@@ -13,7 +13,7 @@ void writeConnections(PrometheusText& page, const Snapshot& now) {
     page.single("numora_bayeux_sessions", "gauge", "Sessions of Bayeux clients.", now.bayeuxSessions);
 }
 
-void writeMessages(PrometheusText& page, const standalone::MessageMetrics& messages) {
+void writeMessages(PrometheusText& page, const messages::MessageMetrics& messages) {
     page.single("numora_sessions", "gauge", "Sessions of the message service.", messages.openSessions);
     page.single("numora_session_queue_bytes", "gauge", "Bytes queued for all sessions.",
                 messages.queuedBytes);

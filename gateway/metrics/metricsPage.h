@@ -5,10 +5,10 @@
 #include <map>
 #include <string>
 
+#include "dispatch/RequestDispatcher.h"
+#include "messages/LocalMessageService.h"
+#include "messages/RequestCounter.h"
 #include "metrics/RequestMetrics.h"
-#include "requests/RequestDispatcher.h"
-#include "standalone/LocalMessageService.h"
-#include "standalone/RequestCounter.h"
 
 namespace gateway::metrics {
 
@@ -20,9 +20,9 @@ struct Completions {
 
 /// What the page shows beside the HTTP requests, at one moment.
 struct Snapshot {
-    standalone::MessageMetrics messages;
-    DispatcherMetrics dispatcher;
-    std::map<std::string, standalone::RequestCounter::Counts> streaming;
+    messages::MessageMetrics messages;
+    dispatch::DispatcherMetrics dispatcher;
+    std::map<std::string, messages::RequestCounter::Counts> streaming;
     Completions completions;
     std::size_t bayeuxSessions = 0;
     std::size_t connections = 0;

@@ -51,8 +51,8 @@ std::shared_ptr<connector::json::JsonSerializer> makeSerializer() {
 }  // namespace
 
 BayeuxFixture::BayeuxFixture()
-    : dispatcher_(std::make_unique<gateway::RequestDispatcher>(std::make_shared<FunctionFramework>(onRequest),
-                                                               makeSerializer())) {
+    : dispatcher_(std::make_unique<dispatch::RequestDispatcher>(
+          std::make_shared<FunctionFramework>(onRequest), makeSerializer())) {
     serve();
 }
 

@@ -13,8 +13,8 @@
 
 #include "bayeux/BayeuxServer.h"
 #include "connector/ServiceFramework.h"
-#include "requests/RequestDispatcher.h"
-#include "standalone/LocalMessageService.h"
+#include "dispatch/RequestDispatcher.h"
+#include "messages/LocalMessageService.h"
 
 /// A server without a network. The test turns the loop and moves the clock.
 class BayeuxFixture : public testing::Test {
@@ -82,11 +82,11 @@ protected:
     std::string client_;  // the id that $ stands for
     std::chrono::steady_clock::time_point now_{std::chrono::hours(1)};
     boost::asio::io_context context_;
-    standalone::LocalMessageService messages_{
+    messages::LocalMessageService messages_{
         {.logged = {"/logged/**"}, .firstNumber = 1, .now = [this] { return now_; }}};
 
     /// What the service does with the data of a request; runs on a thread of the dispatcher.
     std::function<Poco::JSON::Object::Ptr(const Poco::JSON::Object&)> onRequest;
-    std::unique_ptr<gateway::RequestDispatcher> dispatcher_;
+    std::unique_ptr<dispatch::RequestDispatcher> dispatcher_;
     std::unique_ptr<gateway::bayeux::BayeuxServer> server_;
 };

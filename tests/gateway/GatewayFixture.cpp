@@ -17,7 +17,7 @@
 #include "connector/interpreter/v1/InterruptResponse.h"
 #include "connector/json/escape.h"
 #include "fl/i18n/text.h"
-#include "services/LocalServiceFramework.h"
+#include "messages/LocalServiceFramework.h"
 
 using namespace connector::interpreter::v1;
 using connector::Message;
@@ -90,7 +90,7 @@ void ScriptedInterpreter::release() {
     changed_.notify_all();
 }
 
-GatewayFixture::GatewayFixture() : framework_(std::make_shared<standalone::LocalServiceFramework>()) {
+GatewayFixture::GatewayFixture() : framework_(std::make_shared<messages::LocalServiceFramework>()) {
     const InterpreterJsonSerialization serialization(serializer_);
     framework_->registerService({}, {typeid(Eval), typeid(FEval), typeid(Interrupt)}, interpreter_);
     connector::container::registerSequenceContainer(*serializer_);

@@ -57,7 +57,7 @@ protected:
     const std::shared_ptr<connector::ServiceFramework> framework_;
     const std::shared_ptr<connector::json::JsonSerializer> serializer_ =
         std::make_shared<connector::json::JsonSerializer>();
-    standalone::LocalMessageService messages_;
+    messages::LocalMessageService messages_;
     bool isReady_ = true;
     std::unique_ptr<gateway::Gateway> gateway_;
 };

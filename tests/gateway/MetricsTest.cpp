@@ -39,7 +39,7 @@ TEST(RequestMetricsTest, bucketsCountWhatIsNotLongerThanTheirBound) {
 using MetricsPageTest = GatewayFixture;
 
 TEST_F(MetricsPageTest, tellsOfRequestsEvaluationsAndSessions) {
-    const auto streaming = std::make_shared<standalone::RequestCounter>();
+    const auto streaming = std::make_shared<messages::RequestCounter>();
     streaming->requestStarted("desk", nullptr).get();
     gateway::GatewayOptions options;
     options.streaming = streaming;

@@ -7,12 +7,12 @@
 #include <Poco/Exception.h>
 #include <gtest/gtest.h>
 
-#include "requests/RequestDispatcher.h"
+#include "dispatch/RequestDispatcher.h"
 
 namespace {
 
 using connector::Message;
-using gateway::RequestDispatcher;
+using dispatch::RequestDispatcher;
 using Poco::JSON::Object;
 
 struct Note : Message {
@@ -50,13 +50,13 @@ protected:
             [](const Message& message) { return dynamic_cast<const Note&>(message).object; });
     }
 
-    gateway::Answer submit(const std::string& type, const Object::Ptr& message) {
-        std::promise<gateway::Answer> promise;
+    dispatch::Answer submit(const std::string& type, const Object::Ptr& message) {
+        std::promise<dispatch::Answer> promise;
         dispatcher_.submit(type, message, nullptr,
-                           [&](gateway::Answer answer) { promise.set_value(std::move(answer)); });
+                           [&](dispatch::Answer answer) { promise.set_value(std::move(answer)); });
         return promise.get_future().get();
     }
-    gateway::Answer submitNote() { return submit("test/Note", new Object); }
+    dispatch::Answer submitNote() { return submit("test/Note", new Object); }
     template <class Error>
     void failWith(const Error& error) {
         framework_->onMessage = [error](std::unique_ptr<Message>) {
@@ -67,7 +67,7 @@ protected:
     const std::shared_ptr<TestFramework> framework_ = std::make_shared<TestFramework>();
     const std::shared_ptr<connector::json::JsonSerializer> serializer_ =
         std::make_shared<connector::json::JsonSerializer>();
-    gateway::RequestDispatcher dispatcher_{
+    dispatch::RequestDispatcher dispatcher_{
         framework_, serializer_, {.threads = 1, .queueLength = 2, .queueBytes = 1000}};
 };
 
@@ -116,23 +116,25 @@ TEST_F(RequestDispatcherTest, readsLargeBodiesInTheirTurn) {
         go.get_future().wait();
         return connector::makeReadyFuture(std::move(message));
     };
-    const auto submitUnread = [this](std::size_t bytes, std::function<RequestDispatcher::Read()> read) {
-        auto promise = std::make_shared<std::promise<gateway::Answer>>();
+    const auto submitUnread = [this](std::size_t bytes,
+                                     std::function<dispatch::RequestDispatcher::Read()> read) {
+        auto promise = std::make_shared<std::promise<dispatch::Answer>>();
         dispatcher_.submitUnread(
             bytes, std::move(read), std::make_shared<connector::common::ContextState>(),
-            [promise](gateway::Answer answer) { promise->set_value(std::move(answer)); });
+            [promise](dispatch::Answer answer) { promise->set_value(std::move(answer)); });
         return promise->get_future();
     };
-    auto first = submitUnread(900, [] { return RequestDispatcher::Read{"test/Note", new Object}; });
+    auto first = submitUnread(900, [] { return dispatch::RequestDispatcher::Read{"test/Note", new Object}; });
     begun.get_future().wait();
-    auto bad = submitUnread(900, []() -> RequestDispatcher::Read { throw std::runtime_error("no JSON"); });
-    EXPECT_EQ(submitUnread(200, [] { return RequestDispatcher::Read{}; }).get().status, 429);
+    auto bad =
+        submitUnread(900, []() -> dispatch::RequestDispatcher::Read { throw std::runtime_error("no JSON"); });
+    EXPECT_EQ(submitUnread(200, [] { return dispatch::RequestDispatcher::Read{}; }).get().status, 429);
     go.set_value();
     EXPECT_EQ(first.get().status, 200);
     EXPECT_EQ(bad.get().json, R"({"error":"no JSON"})");
     EXPECT_EQ(submitUnread(1000,
                            [] {
-                               return RequestDispatcher::Read{"test/Other", new Object};
+                               return dispatch::RequestDispatcher::Read{"test/Other", new Object};
                            })
                   .get()
                   .status,

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "standalone/channelNames.h"
+#include "messages/channelNames.h"
 
 namespace {
 
@@ -15,8 +15,8 @@ struct TextCase {
 class ChannelTextTest : public testing::TestWithParam<TextCase> {};
 
 TEST_P(ChannelTextTest, isANameOrAPatternOrNothing) {
-    EXPECT_EQ(standalone::isChannelName(GetParam().text), GetParam().kind == Kind::Name);
-    EXPECT_EQ(standalone::isChannelPattern(GetParam().text), GetParam().kind != Kind::Nothing);
+    EXPECT_EQ(messages::isChannelName(GetParam().text), GetParam().kind == Kind::Name);
+    EXPECT_EQ(messages::isChannelPattern(GetParam().text), GetParam().kind != Kind::Nothing);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -48,8 +48,8 @@ struct MatchCase {
 class ChannelMatchTest : public testing::TestWithParam<MatchCase> {};
 
 TEST_P(ChannelMatchTest, isTheSameInBothDirections) {
-    EXPECT_EQ(standalone::canMatch(GetParam().pattern, GetParam().other), GetParam().canMatch);
-    EXPECT_EQ(standalone::canMatch(GetParam().other, GetParam().pattern), GetParam().canMatch);
+    EXPECT_EQ(messages::canMatch(GetParam().pattern, GetParam().other), GetParam().canMatch);
+    EXPECT_EQ(messages::canMatch(GetParam().other, GetParam().pattern), GetParam().canMatch);
 }
 
 INSTANTIATE_TEST_SUITE_P(

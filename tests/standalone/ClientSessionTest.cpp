@@ -8,14 +8,14 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "standalone/LocalMessageService.h"
+#include "messages/LocalMessageService.h"
 
 namespace {
 
 using namespace std::chrono_literals;
 using connector::common::DataBuffer;
 using connector::message_service::JsonMessage;
-using standalone::ClientSession;
+using messages::ClientSession;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -51,7 +51,7 @@ protected:
     }
 
     std::chrono::steady_clock::time_point now_;
-    standalone::LocalMessageService service_{{.logged = {}, .now = [this] { return now_; }}};
+    messages::LocalMessageService service_{{.logged = {}, .now = [this] { return now_; }}};
 };
 
 TEST_F(ClientSessionTest, hasAnIdThatNobodyGuesses) {
@@ -95,8 +95,7 @@ TEST_F(ClientSessionTest, hasItsChangesHeededOnAChannelThatIsInUse) {
 TEST_F(ClientSessionTest, getsFramesOfItsOwnBehindWhatIsQueued) {
     const auto session = openFor(10);
     publish(kOutput, "1");
-    EXPECT_TRUE(
-        session->send(std::make_shared<standalone::MessageFrame>("/service/x", "{}", R"(,"id":"7")")));
+    EXPECT_TRUE(session->send(std::make_shared<messages::MessageFrame>("/service/x", "{}", R"(,"id":"7")")));
     EXPECT_THAT(takeAll(*session),
                 ElementsAre(frame(kOutput, "1"), R"({"channel":"/service/x","data":{},"id":"7"})"));
 }
@@ -190,7 +189,7 @@ TEST_F(ClientSessionTest, givesWhatIsLeftAfterItsEnd) {
     publish(kOutput, "1");
     session->close("enough");
     publish(kOutput, "2");
-    EXPECT_FALSE(session->send(std::make_shared<standalone::MessageFrame>("/a", "1")));
+    EXPECT_FALSE(session->send(std::make_shared<messages::MessageFrame>("/a", "1")));
     EXPECT_EQ(session->closeReason(), "enough");
     EXPECT_FALSE(session->take(SIZE_MAX, 0ms).isClosed);
     EXPECT_TRUE(session->take(SIZE_MAX, 60s).isClosed);
@@ -231,7 +230,7 @@ TEST_F(ClientSessionTest, countsTheLossesOfOneGapByChannel) {
 }
 
 TEST_F(ClientSessionTest, countsTheLossesOfAPatternTogether) {
-    standalone::LocalMessageService service({.droppable = {"/log/**"}, .logged = {}});
+    messages::LocalMessageService service({.droppable = {"/log/**"}, .logged = {}});
     const auto session = service.openSession({.queueBytes = 1});
     session->subscribe("/**");
     for (int i = 0; i < 5; ++i) service.publish("/log/" + std::to_string(i), DataBuffer("1"));

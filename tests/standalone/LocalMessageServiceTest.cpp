@@ -11,7 +11,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "standalone/LocalMessageService.h"
+#include "messages/LocalMessageService.h"
 
 namespace {
 
@@ -20,7 +20,7 @@ using connector::message_service::JsonMessage;
 using connector::message_service::SubscribeEvent;
 using connector::message_service::Subscription;
 using connector::message_service::UnsubscribeEvent;
-using standalone::ClientSession;
+using messages::ClientSession;
 using testing::ElementsAre;
 
 using Log = std::vector<std::string>;
@@ -47,7 +47,7 @@ protected:
         return service_.openSession({.clientType = clientType});
     }
 
-    standalone::LocalMessageService service_;
+    messages::LocalMessageService service_;
     Log log_;
 };
 
@@ -69,7 +69,7 @@ TEST_F(LocalMessageServiceTest, refusesWhatIsNoNameNoPatternAndNoMessage) {
     EXPECT_THROW(record("/a/", ""), std::invalid_argument);
     EXPECT_THROW(watch("a"), std::invalid_argument);
     EXPECT_THROW(open()->subscribe("/**/a"), std::invalid_argument);
-    EXPECT_THROW(standalone::LocalMessageService({.droppable = {"x"}}), std::invalid_argument);
+    EXPECT_THROW(messages::LocalMessageService({.droppable = {"x"}}), std::invalid_argument);
 }
 
 TEST_F(LocalMessageServiceTest, givesHandlersTheContextOfThePublisher) {
@@ -311,8 +311,8 @@ TEST_F(LocalMessageServiceTest, standsManyThreadsThatDoEverythingAtOnce) {
 }
 
 TEST_F(LocalMessageServiceTest, isHandedOutUnderEveryName) {
-    const auto service = std::make_shared<standalone::LocalMessageService>();
-    standalone::LocalMessageServiceFactory factory(service);
+    const auto service = std::make_shared<messages::LocalMessageService>();
+    messages::LocalMessageServiceFactory factory(service);
     EXPECT_EQ(factory.create("eventmgr", {}).get(), service);
     EXPECT_EQ(factory.create("", {}).get(), service);
 }

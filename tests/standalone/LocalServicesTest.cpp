@@ -11,8 +11,8 @@
 #include "connector/interpreter/v1/FEvalResponse.h"
 #include "connector/interpreter/v1/FEvalSequenceServiceProvider.h"
 #include "connector/interpreter/v1/MockInterpreterServiceProvider.h"
+#include "messages/LocalServiceFramework.h"
 #include "services/LocalConfiguration.h"
-#include "services/LocalServiceFramework.h"
 
 namespace {
 
@@ -44,7 +44,7 @@ std::string failureOf(MessageFuture future) {
 }
 
 TEST(LocalServiceFrameworkTest, deliversByClassAndAddressWithTheContextAsTheCurrentOne) {
-    standalone::LocalServiceFramework framework;
+    messages::LocalServiceFramework framework;
     const auto provider = std::make_shared<RecordingProvider>();
     framework.registerService({"here"}, {typeid(Known)}, provider);
     EXPECT_TRUE(provider->isRunning());
@@ -70,7 +70,7 @@ TEST(LocalServiceFrameworkTest, deliversByClassAndAddressWithTheContextAsTheCurr
 TEST(LocalServiceFrameworkTest, letsASequenceDeliverToWhereItCameFrom) {
     using connector::container::SequenceContainer;
     using namespace connector::interpreter::v1;
-    const auto framework = std::make_shared<standalone::LocalServiceFramework>();
+    const auto framework = std::make_shared<messages::LocalServiceFramework>();
     framework->registerService({"here"}, {typeid(FEval)}, std::make_shared<MockInterpreterServiceProvider>());
     const auto sequences = std::make_shared<FEvalSequenceServiceProvider>();
     framework->registerService({"here"}, {typeid(SequenceContainer)}, sequences);

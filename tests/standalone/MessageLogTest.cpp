@@ -3,14 +3,14 @@
 
 #include <gtest/gtest.h>
 
-#include "message_service/MessageLog.h"
-#include "standalone/LocalMessageService.h"
+#include "MessageLog.h"
+#include "messages/LocalMessageService.h"
 
 using connector::common::DataBuffer;
-using standalone::ClientSession;
-using standalone::LocalMessageService;
-using standalone::MessageLog;
-using standalone::MessageServiceOptions;
+using messages::ClientSession;
+using messages::LocalMessageService;
+using messages::MessageLog;
+using messages::MessageServiceOptions;
 
 namespace {
 

@@ -3,14 +3,14 @@
 
 #include <gtest/gtest.h>
 
-#include "message_service/textPieces.h"
+#include "textPieces.h"
 
 namespace {
 
 std::vector<std::string> pieces(std::string_view text, std::size_t limit) {
     std::vector<std::string> all;
     while (!text.empty()) {
-        const std::size_t size = standalone::firstPiece(text, limit);
+        const std::size_t size = messages::firstPiece(text, limit);
         all.emplace_back(text.substr(0, size));
         text.remove_prefix(size);
     }

@@ -11,8 +11,8 @@
 
 #include "connector/ServiceFramework.h"
 #include "connector/json/JsonSerializer.h"
-#include "standalone/LocalMessageService.h"
-#include "standalone/RequestCounter.h"
+#include "messages/LocalMessageService.h"
+#include "messages/RequestCounter.h"
 
 namespace gateway {
 
@@ -60,7 +60,7 @@ struct GatewayOptions {
     std::size_t ioThreads = 1;
     ConnectionLimits limits;
     /// Counts for the metrics; may be null.
-    std::shared_ptr<const standalone::RequestCounter> streaming;
+    std::shared_ptr<const messages::RequestCounter> streaming;
 };
 
 /// The HTTP server of the connector: requests and their answers, Bayeux over WebSocket and long-polling, the
@@ -75,7 +75,7 @@ class Gateway {
 public:
     /// `isReady` says whether requests would be served now; it is called on threads of the gateway.
     /// Throws: std::invalid_argument, for options that are not usable.
-    Gateway(standalone::LocalMessageService& messages, std::shared_ptr<connector::ServiceFramework> framework,
+    Gateway(messages::LocalMessageService& messages, std::shared_ptr<connector::ServiceFramework> framework,
             std::shared_ptr<connector::json::JsonSerializer> serializer, std::function<bool()> isReady,
             GatewayOptions options);
     /// Stops.

@@ -9,8 +9,8 @@
 #include "connector/common/RequestGate.h"
 #include "connector/configuration/Configuration.h"
 #include "connector/shadow_files/v1/ShadowService.h"
-#include "standalone/LocalMessageService.h"
-#include "standalone/RequestCounter.h"
+#include "messages/LocalMessageService.h"
+#include "messages/RequestCounter.h"
 #include "zvm/ZVM.h"
 
 namespace standalone {
@@ -26,7 +26,7 @@ struct HostOptions {
     std::map<std::string, std::string> configuration;
     /// Where records of usage are kept, as lines of JSON. Empty: nowhere.
     std::string telemetryFile = {};
-    MessageServiceOptions messages = {};
+    messages::MessageServiceOptions messages = {};
 };
 
 /// A complete host of its own: an embedded CPython on a thread of its own, its request queue, events,
@@ -51,13 +51,13 @@ public:
     const std::shared_ptr<zvm::ZVM>& zvm() const;
     const std::shared_ptr<connector::ServiceFramework>& framework() const;
     const std::shared_ptr<connector::configuration::Configuration>& configuration() const;
-    const std::shared_ptr<LocalMessageService>& messages() const;
+    const std::shared_ptr<messages::LocalMessageService>& messages() const;
 
     // What streaming evaluation works with; the gate is open while the interpreter is available.
     const std::shared_ptr<connector::message_service::MessageServiceFactory>& messageServiceFactory() const;
     const std::shared_ptr<connector::shadow_files::v1::ShadowService>& shadowService() const;
     const std::shared_ptr<connector::common::RequestGate>& requestGate() const;
-    const std::shared_ptr<RequestCounter>& requestCounter() const;
+    const std::shared_ptr<messages::RequestCounter>& requestCounter() const;
 
     /// The process's own standard input, output and error as they were before capture: file descriptors for
     /// the program itself to read and write. Valid as long as the host is.
@@ -81,8 +81,5 @@ void setOutsideInterruptHandler(void (*handler)());
 /// Opens /dev/null for those of the file descriptors 0 to 2 that are closed, lest their numbers fall to other
 /// files. A host does it; a program that opens files before calls it first.
 void openStandardStreams();
-
-/// The services of a process in which no interpreter runs.
-std::shared_ptr<connector::ServiceFramework> makeServiceFramework();
 
 }  // namespace standalone

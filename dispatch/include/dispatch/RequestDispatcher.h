@@ -1,0 +1,100 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include <Poco/JSON/Object.h>
+
+#include "connector/ServiceFramework.h"
+#include "connector/common/ContextState.h"
+#include "connector/json/JsonSerializer.h"
+
+namespace dispatch {
+
+/// How a request was answered, in the terms of HTTP: 200, or what went wrong.
+struct Answer {
+    int status = 200;
+    std::string json;      ///< the response's JSON object; for an error `{"error": "..."}`
+    std::string type{};    ///< the response's type name; empty for an error
+    int retrySeconds = 0;  ///< when trying again makes sense; 0 when it does not
+    /// The request, or one of its sequence, was not run because an interrupt came after it.
+    bool isDropped = false;
+};
+
+struct DispatcherOptions {
+    std::size_t threads = 16;  ///< of each lane
+    std::size_t queueLength = 1000;
+    std::size_t queueBytes = std::size_t{128} << 20;  ///< of bodies that are not read yet
+    /// Whether code waits for an evaluation to be its input. It must be quick; may be null.
+    std::function<bool()> isReadingInput{};
+};
+
+struct DispatcherMetrics {
+    std::size_t queued = 0;
+    std::size_t running = 0;
+    /// How many requests of a type have ended in a way: "success", "error" (of the code), "timeout", "fault"
+    /// (another one), "dropped" or "refused".
+    std::map<std::pair<std::string, std::string>, std::uint64_t> outcomes{};
+};
+
+/// Whether messages of the type are interrupts, which never wait behind other requests.
+bool isInterrupt(std::string_view typeName);
+
+/// Runs requests of clients on bounded pools of threads, one for each lane.
+///
+/// Statuses: 400 a body that the message's reader refuses; 404 a type name that is not registered, or whose
+/// messages no service takes; 429 no room in the queue; 500 the provider failed; 503 the provider is stopped,
+/// or this is.
+///
+/// Threads: every operation from any thread.  Locks: leaves, not held while a request runs or is answered.
+class RequestDispatcher {
+public:
+    using Done = std::function<void(Answer)>;
+
+    RequestDispatcher(std::shared_ptr<connector::ServiceFramework> framework,
+                      std::shared_ptr<connector::json::JsonSerializer> serializer,
+                      DispatcherOptions options = {});
+    /// Stops.
+    ~RequestDispatcher();
+    RequestDispatcher(const RequestDispatcher&) = delete;
+    RequestDispatcher& operator=(const RequestDispatcher&) = delete;
+
+    /// Queues the request of type `typeName`, such as "connector/v1/Eval", that `message` describes. Where
+    /// its uuid is missing, one is made up and added to `message`, which is the dispatcher's from now on. The
+    /// context is stamped with its arrival (connector/common/requestArrival.h). `done` is called
+    /// once: on a thread of the pool or, when the request is refused, on this one before the operation
+    /// returns, or by `stop`. It must be quick and throw nothing. Blocks: never.
+    void submit(const std::string& typeName, Poco::JSON::Object::Ptr message,
+                std::shared_ptr<connector::common::ContextState> context, Done done);
+
+    /// A request that a body describes.
+    struct Read {
+        std::string typeName;
+        Poco::JSON::Object::Ptr message;
+    };
+    /// The same for a body of so many `bytes` that reading it would hold up other clients: `read` does it on
+    /// a thread of the pool, may add to the context, and throws what the client is told with status 400. It
+    /// waits with those for the base prompt, whatever it is.
+    void submitUnread(std::size_t bytes, std::function<Read()> read,
+                      std::shared_ptr<connector::common::ContextState> context, Done done);
+
+    /// How many requests are queued or run.
+    std::size_t pending() const;
+    DispatcherMetrics metrics() const;
+
+    /// Answers what is queued, and what comes later, with 503; interrupts what runs, again and again, until
+    /// it has ended.  Blocks: as long.
+    void stop();
+
+private:
+    class Impl;
+    const std::unique_ptr<Impl> impl_;
+};
+
+}  // namespace dispatch

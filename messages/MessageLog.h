@@ -1,0 +1,78 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <list>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "messages/MessageFrame.h"
+
+namespace messages {
+
+/// Keeps what was published last, numbered, for clients that ask for what they missed.
+///
+/// There are two groups, what may be lost and what must not be. The oldest of a group goes when those behind
+/// it reach the limit alone, so that there is less than the limit and one message; the newest stays, however
+/// large. A message counts as its frame's text and 256 bytes, so that small ones are bounded too. Of those
+/// that must not be lost there are also 10,000 at most.
+///
+/// Threads: one at a time.
+class MessageLog {
+public:
+    using Frame = std::shared_ptr<const MessageFrame>;
+
+    /// `limit`: of each group, in bytes. `first`: the number of the first message, from 1.
+    explicit MessageLog(std::size_t limit, std::uint64_t first = 1)
+        : limit_(limit), first_(first), last_(first - 1) {}
+
+    /// Makes the frame of the next message, with the `members` (see MessageFrame) and its number:
+    /// `"ext":{"connector":{"seq":N}}`. It does not carry its number when `members` has an "ext".
+    Frame add(std::string_view channel, std::string_view data, std::string_view lossClass,
+              std::string_view members = {});
+
+    /// The number of the newest message; one less than the first when there was none.
+    std::uint64_t last() const { return last_; }
+
+    /// What a subscriber to `patterns` gets that knows the messages up to `number`: if some of those behind
+    /// it, on whatever channel, are not kept, first one notice on "/connector/gap" that they are among those
+    /// from one number to another, and how large they were, `{"from": , "to": , "bytes": }`; then what is
+    /// kept. The size is too high for a `number` further back than the last 100,000 losses, but not for 0. A
+    /// number but 0 from before the first one has missed messages of an earlier log, whose size is not known;
+    /// one that was never given counts as 0.
+    std::vector<Frame> after(std::uint64_t number, const std::vector<std::string>& patterns) const;
+
+private:
+    struct Entry {
+        std::uint64_t number;
+        Frame frame;
+    };
+    struct Lost {
+        std::uint64_t number = 0;
+        std::uint64_t bytes = 0;  // of data
+    };
+    using Entries = std::list<Entry>;
+
+    struct Group {
+        std::deque<Entries::iterator> entries;
+        std::size_t bytes = 0;
+    };
+
+    void dropOldest(Group& group);
+    Frame gapAfter(std::uint64_t number) const;
+
+    const std::size_t limit_;
+    const std::uint64_t first_;
+    std::uint64_t last_;
+    Entries entries_;
+    Group droppable_;
+    Group kept_;
+
+    std::deque<Lost> lost_;  // in the order in which they went
+    Lost forgotten_;         // those that are not known singly any more: the highest number, and all bytes
+};
+
+}  // namespace messages

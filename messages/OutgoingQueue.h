@@ -1,0 +1,99 @@
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <list>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "connector/ThreadSafety.h"
+#include "messages/ClientSession.h"
+
+namespace messages {
+
+/// Counts of one service.
+struct MessageCounters {
+    std::atomic<std::uint64_t> droppedMessages{0};
+    std::atomic<std::uint64_t> droppedBytes{0};
+    std::atomic<std::uint64_t> framesBuilt{0};
+    std::atomic<std::uint64_t> messagesPublished{0};
+};
+
+/// The frames on their way to one client, and what happens when there are too many: see ClientSession.
+///
+/// The limit counts the texts of frames, not the notices of losses: there is at most one for each loss class
+/// between two frames that must not be lost. A frame that is larger than the limit finds room in an empty
+/// queue.
+///
+/// Threads: any.  Locks: mutex_, a leaf; the wake-up runs without it.
+class OutgoingQueue {
+public:
+    using Clock = std::chrono::steady_clock;
+    using Now = std::function<Clock::time_point()>;
+
+    OutgoingQueue(const SessionOptions& options, Now now, std::shared_ptr<MessageCounters> counters);
+
+    using WakeUp = std::shared_ptr<const std::function<void()>>;
+
+    /// False when closed, also when that is because of this frame.  Blocks: never.
+    bool push(const std::shared_ptr<const MessageFrame>& frame) EXCLUDES(mutex_);
+    /// The same for a caller that holds a lock: what has to be called without it is appended to `wakeUps`.
+    bool push(const std::shared_ptr<const MessageFrame>& frame, std::vector<WakeUp>& wakeUps)
+        EXCLUDES(mutex_);
+    static void call(const WakeUp& wakeUp);
+    TakenFrames take(std::size_t maxBytes, std::chrono::milliseconds timeout) EXCLUDES(mutex_);
+    void setWakeUp(std::function<void()> wakeUp) EXCLUDES(mutex_);
+
+    void close(const std::string& reason) EXCLUDES(mutex_);
+    /// Closes when the queue has been full for too long. True when closed.
+    bool closeWhenOverdue() EXCLUDES(mutex_);
+    bool isClosed() const EXCLUDES(mutex_);
+    std::string closeReason() const EXCLUDES(mutex_);
+    std::size_t queuedBytes() const EXCLUDES(mutex_);
+
+private:
+    using Frame = std::shared_ptr<const MessageFrame>;
+    struct Loss {
+        std::string lossClass;
+        std::uint64_t messages = 0;
+        std::uint64_t bytes = 0;  // of data
+    };
+    struct Entry {
+        Frame frame;                 // or else
+        std::unique_ptr<Loss> loss;  // what was lost here
+    };
+    using Entries = std::list<Entry>;
+
+    static Frame noticeOf(const Loss& loss);
+
+    void addLocked(const Frame& frame) REQUIRES(mutex_);
+    void dropOldestLocked() REQUIRES(mutex_);
+    void removeFirstLocked() REQUIRES(mutex_);
+    bool isOverdueLocked() const REQUIRES(mutex_);
+    bool isIdleLocked() const REQUIRES(mutex_) { return entries_.empty() && !closeReason_; }
+
+    // Fixed after construction.
+    const std::size_t limit_;
+    const std::chrono::milliseconds fullLimit_;
+    const Now now_;
+    const std::shared_ptr<MessageCounters> counters_;
+
+    mutable connector::Mutex mutex_;
+    std::condition_variable changed_;
+    Entries entries_ GUARDED_BY(mutex_);
+    std::deque<Entries::iterator> droppable_ GUARDED_BY(mutex_);  // those of the frames that may be lost
+    std::size_t queuedBytes_ GUARDED_BY(mutex_) = 0;
+    std::size_t keptBytes_ GUARDED_BY(mutex_) = 0;  // of frames that must not be lost
+    std::optional<Clock::time_point> fullSince_ GUARDED_BY(mutex_);
+    std::optional<std::string> closeReason_ GUARDED_BY(mutex_);  // none while open
+    WakeUp wakeUp_ GUARDED_BY(mutex_);
+};
+
+}  // namespace messages

@@ -1,0 +1,38 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+namespace messages {
+
+/// One message in the form in which clients get it: `{"channel":"/a/b","data":...}`. It never changes, so
+/// that all sessions share it. A member is added, in a copy, before the last character of the text.
+///
+/// Threads: any.
+class MessageFrame {
+public:
+    /// `channel` is a channel's name; `data` one JSON value, taken as it is; `members` what the object has
+    /// beside them, each with a comma before it: `,"id":"7"`. `lossClass` is the name under which a full
+    /// queue counts the frame when it drops it; empty for one that is never dropped.
+    MessageFrame(std::string_view channel, std::string_view data, std::string_view members = {},
+                 std::string_view lossClass = {});
+
+    const std::string& text() const { return text_; }
+    std::string_view channel() const { return std::string_view(text_).substr(channelStart, channelSize_); }
+    std::string_view data() const { return std::string_view(text_).substr(dataStart_, dataSize_); }
+    const std::string& lossClass() const { return lossClass_; }
+
+private:
+    static constexpr std::string_view beforeChannel = R"({"channel":")";
+    static constexpr std::string_view beforeData = R"(","data":)";
+    static constexpr std::size_t channelStart = beforeChannel.size();
+
+    const std::size_t channelSize_;
+    const std::size_t dataStart_;
+    const std::size_t dataSize_;
+    const std::string lossClass_;
+    std::string text_;
+};
+
+}  // namespace messages
