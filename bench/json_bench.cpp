@@ -17,7 +17,7 @@
 #include "connector/json/parse.h"
 #include "connector/json/write.h"
 #include "fl/i18n/text.h"
-#include "interpreter/JsonWriter.h"
+#include "python/JsonWriter.h"
 
 namespace v1 = connector::interpreter::v1;
 using connector::json::JsonSerializer;

@@ -3,10 +3,10 @@
 #include <atomic>
 #include <stdexcept>
 
-#include "interpreter/Interpreter.h"
 #include "messages/LocalServiceFramework.h"
 #include "services/LocalConfiguration.h"
 #include "services/streamingServices.h"
+#include "thread/Interpreter.h"
 
 namespace standalone {
 

@@ -5,7 +5,7 @@
 
 #include <Python.h>
 
-#include "interpreter/PyRef.h"
+#include "python/PyRef.h"
 
 namespace standalone {
 

@@ -2,7 +2,7 @@
 
 #include <chrono>
 
-#include "interpreter/pythonText.h"
+#include "python/pythonText.h"
 
 namespace standalone {
 

@@ -4,7 +4,7 @@
 
 #include <gtest/gtest.h>
 
-#include "interpreter/RequestQueue.h"
+#include "thread/RequestQueue.h"
 #include "zvm/detail.h"
 
 namespace {

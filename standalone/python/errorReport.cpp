@@ -1,11 +1,11 @@
 #define PY_SSIZE_T_CLEAN
-#include "interpreter/errorReport.h"
+#include "python/errorReport.h"
 
 #include <string_view>
 #include <utility>
 #include <vector>
 
-#include "interpreter/pythonText.h"
+#include "python/pythonText.h"
 
 namespace standalone {
 

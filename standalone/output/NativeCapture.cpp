@@ -1,4 +1,4 @@
-#include "interpreter/NativeCapture.h"
+#include "output/NativeCapture.h"
 
 #include <algorithm>
 #include <atomic>

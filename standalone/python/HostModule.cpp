@@ -1,4 +1,4 @@
-#include "interpreter/HostModule.h"
+#include "python/HostModule.h"
 
 #include <algorithm>
 #include <array>
@@ -18,12 +18,12 @@
 #include "fl/i18n/messages.h"
 #include "fl/i18n/text.h"
 #include "foundation/log/diagnostic_logger.h"
-#include "interpreter/ArrayReader.h"
 #include "interpreter/ImportGuard.h"
-#include "interpreter/InterpreterServices.h"
-#include "interpreter/Interrupts.h"
-#include "interpreter/JsonWriter.h"
-#include "interpreter/pythonText.h"
+#include "python/ArrayReader.h"
+#include "python/InterpreterServices.h"
+#include "python/JsonWriter.h"
+#include "python/pythonText.h"
+#include "thread/Interrupts.h"
 
 namespace py = pybind11;
 

@@ -6,8 +6,8 @@
 #include <string>
 #include <utility>
 
-#include "interpreter/InterpreterServices.h"
-#include "interpreter/RequestQueue.h"
+#include "python/InterpreterServices.h"
+#include "thread/RequestQueue.h"
 
 namespace standalone {
 

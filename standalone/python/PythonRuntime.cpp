@@ -1,5 +1,5 @@
 #define PY_SSIZE_T_CLEAN
-#include "interpreter/PythonRuntime.h"
+#include "python/PythonRuntime.h"
 
 #include <stdexcept>
 #include <string>
@@ -7,10 +7,10 @@
 #include <Python.h>
 
 #include "foundation/log/diagnostic_logger.h"
-#include "interpreter/HostModule.h"
-#include "interpreter/InterpreterServices.h"
-#include "interpreter/PyRef.h"
 #include "interpreter/pythonSources.h"
+#include "python/HostModule.h"
+#include "python/InterpreterServices.h"
+#include "python/PyRef.h"
 
 namespace standalone {
 

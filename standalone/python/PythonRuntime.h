@@ -1,7 +1,7 @@
 #pragma once
 
 #include "cmddistributor/RuntimeException.h"
-#include "interpreter/pythonText.h"
+#include "python/pythonText.h"
 
 namespace standalone {
 

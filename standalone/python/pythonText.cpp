@@ -1,5 +1,5 @@
 #define PY_SSIZE_T_CLEAN
-#include "interpreter/pythonText.h"
+#include "python/pythonText.h"
 
 #include <Python.h>
 

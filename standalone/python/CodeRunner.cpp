@@ -1,5 +1,5 @@
 #define PY_SSIZE_T_CLEAN
-#include "interpreter/CodeRunner.h"
+#include "python/CodeRunner.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -7,7 +7,7 @@
 #include <string_view>
 #include <utility>
 
-#include "interpreter/pythonText.h"
+#include "python/pythonText.h"
 
 namespace standalone {
 

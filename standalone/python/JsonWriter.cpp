@@ -1,5 +1,5 @@
 #define PY_SSIZE_T_CLEAN
-#include "interpreter/JsonWriter.h"
+#include "python/JsonWriter.h"
 
 #include <algorithm>
 #include <complex>
@@ -8,7 +8,7 @@
 #include <string_view>
 
 #include "connector/json/escape.h"
-#include "interpreter/jsonNumber.h"
+#include "python/jsonNumber.h"
 
 namespace standalone {
 

@@ -1,5 +1,5 @@
 #define PY_SSIZE_T_CLEAN
-#include "interpreter/PromptReader.h"
+#include "thread/PromptReader.h"
 
 #include <algorithm>
 #include <chrono>

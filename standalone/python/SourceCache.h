@@ -4,7 +4,7 @@
 #include <deque>
 #include <string>
 
-#include "interpreter/PyRef.h"
+#include "python/PyRef.h"
 
 namespace standalone {
 

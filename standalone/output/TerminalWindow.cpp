@@ -1,4 +1,4 @@
-#include "interpreter/TerminalWindow.h"
+#include "output/TerminalWindow.h"
 
 #include <cerrno>
 #include <streambuf>

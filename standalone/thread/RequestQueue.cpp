@@ -1,4 +1,4 @@
-#include "interpreter/RequestQueue.h"
+#include "thread/RequestQueue.h"
 
 #include <algorithm>
 #include <chrono>

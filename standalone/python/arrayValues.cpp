@@ -1,5 +1,5 @@
 #define PY_SSIZE_T_CLEAN
-#include "interpreter/arrayValues.h"
+#include "python/arrayValues.h"
 
 #include <cmath>
 #include <cstddef>
@@ -8,7 +8,7 @@
 #include <variant>
 #include <vector>
 
-#include "interpreter/PyRef.h"
+#include "python/PyRef.h"
 
 namespace standalone {
 

@@ -5,7 +5,7 @@
 #include <boost/optional.hpp>
 
 #include "cmddistributor/RuntimeException.h"
-#include "interpreter/PyRef.h"
+#include "python/PyRef.h"
 
 namespace standalone {
 

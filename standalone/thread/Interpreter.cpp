@@ -1,5 +1,5 @@
 #define PY_SSIZE_T_CLEAN
-#include "interpreter/Interpreter.h"
+#include "thread/Interpreter.h"
 
 #include <chrono>
 #include <csignal>
@@ -13,11 +13,6 @@
 #include "connector/zvm_common/contextState.h"
 #include "fl/i18n/text.h"
 #include "foundation/log/diagnostic_logger.h"
-#include "interpreter/CodeRunner.h"
-#include "interpreter/FunctionCaller.h"
-#include "interpreter/NativeCapture.h"
-#include "interpreter/PythonRuntime.h"
-#include "interpreter/TerminalWindow.h"
 #include "iqm/PacketInfo.h"
 #include "nmutil/io/CLCEvent.h"
 #include "nmutil/io/HomeEvent.h"
@@ -27,6 +22,11 @@
 #include "nmutil/utils/InputRequestEvent.h"
 #include "nmutil/utils/IqmInputRequestEvent.h"
 #include "numora/lang/correction/SuggestionEvent.h"
+#include "output/NativeCapture.h"
+#include "output/TerminalWindow.h"
+#include "python/CodeRunner.h"
+#include "python/FunctionCaller.h"
+#include "python/PythonRuntime.h"
 #include "services/io/CmdWinSink.h"
 #include "services/processFramework.h"
 #include "shutdown/ShutdownObject.h"

@@ -4,8 +4,8 @@
 #include <vector>
 
 #include "cmddistributor/FEvalIIP.h"
-#include "interpreter/PyRef.h"
 #include "matrix/mxArray.h"
+#include "python/PyRef.h"
 
 namespace standalone {
 

@@ -1,5 +1,5 @@
 #define PY_SSIZE_T_CLEAN
-#include "interpreter/Interrupts.h"
+#include "thread/Interrupts.h"
 
 #include <atomic>
 #include <cerrno>

@@ -3,7 +3,7 @@
 #include <cstddef>
 
 #include "connector/common/DataBuffer.h"
-#include "interpreter/PyRef.h"
+#include "python/PyRef.h"
 
 namespace standalone {
 

@@ -7,9 +7,9 @@
 
 #include <boost/optional.hpp>
 
-#include "interpreter/PyRef.h"
-#include "interpreter/SourceCache.h"
-#include "interpreter/errorReport.h"
+#include "python/PyRef.h"
+#include "python/SourceCache.h"
+#include "python/errorReport.h"
 
 namespace standalone {
 

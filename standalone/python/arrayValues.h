@@ -1,7 +1,7 @@
 #pragma once
 
-#include "interpreter/pythonText.h"
 #include "matrix/mxArray.h"
+#include "python/pythonText.h"
 
 namespace standalone {
 

@@ -1,4 +1,4 @@
-#include "interpreter/ArrayReader.h"
+#include "python/ArrayReader.h"
 
 #include <charconv>
 #include <limits>

@@ -1,11 +1,11 @@
 #define PY_SSIZE_T_CLEAN
-#include "interpreter/SourceCache.h"
+#include "python/SourceCache.h"
 
 #include <algorithm>
 #include <stdexcept>
 #include <string_view>
 
-#include "interpreter/pythonText.h"
+#include "python/pythonText.h"
 
 namespace standalone {
 

@@ -15,14 +15,14 @@
 #include "connector/ThreadSafety.h"
 #include "events/LocalEventManager.h"
 #include "host/Environment.h"
-#include "interpreter/CodeRunner.h"
-#include "interpreter/InterpreterServices.h"
-#include "interpreter/Interrupts.h"
-#include "interpreter/PromptReader.h"
-#include "interpreter/RequestQueue.h"
+#include "python/CodeRunner.h"
+#include "python/InterpreterServices.h"
 #include "services/TelemetryFile.h"
 #include "services/io/CmdWinSink.h"
 #include "standalone/StandaloneHost.h"
+#include "thread/Interrupts.h"
+#include "thread/PromptReader.h"
+#include "thread/RequestQueue.h"
 
 namespace standalone {
 

@@ -1,5 +1,5 @@
 #define PY_SSIZE_T_CLEAN
-#include "interpreter/FunctionCaller.h"
+#include "python/FunctionCaller.h"
 
 #include <stdexcept>
 #include <string>
@@ -9,10 +9,10 @@
 #include "cmddistributor/RuntimeException.h"
 #include "connector/common/DataBuffer.h"
 #include "fl/i18n/text.h"
-#include "interpreter/JsonWriter.h"
-#include "interpreter/arrayValues.h"
-#include "interpreter/errorReport.h"
-#include "interpreter/pythonText.h"
+#include "python/JsonWriter.h"
+#include "python/arrayValues.h"
+#include "python/errorReport.h"
+#include "python/pythonText.h"
 
 namespace standalone {
 
