@@ -6,9 +6,9 @@
 #include <utility>
 
 #include <Poco/Exception.h>
-#include <Poco/UUIDGenerator.h>
 
 #include "connector/common/requestArrival.h"
+#include "connector/identifiers.h"
 #include "connector/json/escape.h"
 #include "connector/json/parse.h"
 #include "messages/ClientSession.h"
@@ -124,9 +124,7 @@ std::unique_ptr<connector::Message> InProcessSession::read(const std::string& ty
                                                            const Poco::JSON::Object::Ptr& message) const {
     if (!message) throw BadMessage("a message of type " + type + " has to be a JSON object");
     Poco::JSON::Object::Ptr complete = new Poco::JSON::Object(*message);
-    if (!complete->has("uuid")) {
-        complete->set("uuid", Poco::UUIDGenerator::defaultGenerator().createRandom().toString());
-    }
+    if (!complete->has("uuid")) complete->set("uuid", connector::randomUuid());
     try {
         return serializer_->read(type, complete);
     } catch (const Poco::Exception& error) {

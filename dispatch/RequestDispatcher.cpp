@@ -11,12 +11,12 @@
 #include <Poco/JSON/Array.h>
 
 #include "connector/ThreadSafety.h"
+#include "connector/WorkerPool.h"
 #include "connector/common/requestArrival.h"
+#include "connector/identifiers.h"
 #include "connector/json/write.h"
-#include "dispatch/WorkerPool.h"
 #include "dispatch/errorAnswer.h"
 #include "dispatch/lanes.h"
-#include "dispatch/randomBits.h"
 #include "foundation/log/diagnostic_logger.h"
 
 namespace dispatch {
@@ -29,6 +29,7 @@ const foundation::log::DiagnosticLogger& log() {
 }
 
 using connector::Message;
+using connector::WorkerPool;
 using Context = std::shared_ptr<connector::common::ContextState>;
 
 constexpr const char* interruptType = "connector/v1/Interrupt";
@@ -152,7 +153,7 @@ void RequestDispatcher::Impl::queue(Lane where, const std::shared_ptr<Request>& 
     switch (lane(where)->submit({.run = std::move(run),
                                  .refuse = [this, request] { finish(*request, stopped()); },
                                  .bytes = bytes})) {
-        case WorkerPool::Outcome::Taken:
+        case WorkerPool::Outcome::Accepted:
             return;
         case WorkerPool::Outcome::Full:
             return finish(*request, failure(429, "Too many requests are waiting.", 1));
@@ -164,7 +165,7 @@ void RequestDispatcher::Impl::queue(Lane where, const std::shared_ptr<Request>& 
 // Before it is queued, because the tree may take hundreds of times the room of the message or of its text.
 void RequestDispatcher::Impl::read(Request& request, Poco::JSON::Object::Ptr object) const {
     try {
-        if (!object->has("uuid")) object->set("uuid", randomUuid());
+        if (!object->has("uuid")) object->set("uuid", connector::randomUuid());
         request.message = serializer_->read(request.typeName, object);
     } catch (const std::exception& error) {
         request.problem = textOf(error);
@@ -263,7 +264,7 @@ void RequestDispatcher::Impl::interrupt() {
         const std::string type(interruptType);
         if (!serializer_->isRegistered(type)) return;
         Poco::JSON::Object::Ptr message = new Poco::JSON::Object;
-        message->set("uuid", randomUuid());
+        message->set("uuid", connector::randomUuid());
         const auto context = std::make_shared<connector::common::ContextState>();
         connector::common::stampArrival(*context);
         framework_->deliver({}, serializer_->read(type, message), context).get();

@@ -1,9 +1,11 @@
 #include "dispatch/errorAnswer.h"
 
-#include "connector/json/escape.h"
+#include "connector/json/ObjectBuilder.h"
 
 namespace dispatch {
 
-std::string errorJson(std::string_view text) { return R"({"error":)" + connector::json::quoted(text) + "}"; }
+std::string errorJson(std::string_view text) {
+    return connector::json::ObjectBuilder().add("error", text).take();
+}
 
 }  // namespace dispatch

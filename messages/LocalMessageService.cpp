@@ -1,37 +1,13 @@
 #include "messages/LocalMessageService.h"
 
-#include <array>
-#include <cerrno>
-#include <system_error>
-
-#include <sys/random.h>
-
 #include "MessageHub.h"
+#include "connector/identifiers.h"
 
 namespace messages {
 
 using connector::Future;
 using connector::message_service::MessageService;
 using connector::message_service::Subscription;
-
-namespace {
-
-std::string makeSessionId() {
-    std::array<unsigned char, 20> random{};
-    // A request of this size comes whole, or not at all.
-    while (getrandom(random.data(), random.size(), 0) < 0) {
-        if (errno != EINTR) throw std::system_error(errno, std::generic_category(), "No random bits");
-    }
-    constexpr std::string_view digits = "0123456789abcdef";
-    std::string id;
-    for (const auto byte : random) {
-        id.push_back(digits[byte >> 4]);
-        id.push_back(digits[byte & 15]);
-    }
-    return id;
-}
-
-}  // namespace
 
 LocalMessageService::LocalMessageService(MessageServiceOptions options)
     : hub_(std::make_shared<MessageHub>(std::move(options))) {}
@@ -56,7 +32,7 @@ std::unique_ptr<Subscription> LocalMessageService::watch(const std::string& patt
 }
 
 std::shared_ptr<ClientSession> LocalMessageService::openSession(const SessionOptions& options) {
-    auto id = makeSessionId();
+    auto id = connector::randomIdentifier();
     auto queue = hub_->addClient(id, options);
     return std::make_shared<ClientSession>(hub_, std::move(id), options.clientType, std::move(queue));
 }

@@ -3,9 +3,12 @@
 #include <algorithm>
 #include <iterator>
 
+#include "connector/json/ObjectBuilder.h"
 #include "messages/channelNames.h"
 
 namespace messages {
+
+using connector::json::ObjectBuilder;
 
 namespace {
 
@@ -22,7 +25,8 @@ MessageLog::Frame MessageLog::add(std::string_view channel, std::string_view dat
     std::string all(members);
     ++last_;
     if (members.find(R"(,"ext":)") == std::string_view::npos) {
-        all += R"(,"ext":{"connector":{"seq":)" + std::to_string(last_) + "}}";
+        const auto number = ObjectBuilder().add("seq", last_);
+        all += ObjectBuilder().add("ext", ObjectBuilder().add("connector", number)).members();
     }
     auto frame = std::make_shared<const MessageFrame>(channel, data, all, lossClass);
     entries_.push_back({last_, frame});
@@ -61,9 +65,11 @@ MessageLog::Frame MessageLog::gapAfter(std::uint64_t number) const {
     }
     if (missed.number == 0) return nullptr;
     return std::make_shared<const MessageFrame>(
-        "/connector/gap", R"({"from":)" + std::to_string(std::max(number + 1, number > 0 ? 0 : first_)) +
-                              R"(,"to":)" + std::to_string(missed.number) + R"(,"bytes":)" +
-                              std::to_string(missed.bytes) + "}");
+        "/connector/gap", ObjectBuilder()
+                              .add("from", std::max(number + 1, number > 0 ? 0 : first_))
+                              .add("to", missed.number)
+                              .add("bytes", missed.bytes)
+                              .take());
 }
 
 std::vector<MessageLog::Frame> MessageLog::after(std::uint64_t number,

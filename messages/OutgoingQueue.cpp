@@ -7,6 +7,7 @@
 
 #include "HandlerGate.h"
 #include "connector/detail/SharedFutureState.h"
+#include "connector/json/ObjectBuilder.h"
 
 namespace messages {
 
@@ -135,10 +136,11 @@ void OutgoingQueue::removeFirstLocked() {
 }
 
 OutgoingQueue::Frame OutgoingQueue::noticeOf(const Loss& loss) {
-    return std::make_shared<const MessageFrame>(
-        dropNoticeChannel, R"({"channel":")" + loss.lossClass + R"(","messages":)" +
-                               std::to_string(loss.messages) + R"(,"bytes":)" + std::to_string(loss.bytes) +
-                               "}");
+    return std::make_shared<const MessageFrame>(dropNoticeChannel, connector::json::ObjectBuilder()
+                                                                       .add("channel", loss.lossClass)
+                                                                       .add("messages", loss.messages)
+                                                                       .add("bytes", loss.bytes)
+                                                                       .take());
 }
 
 void OutgoingQueue::setWakeUp(std::function<void()> wakeUp) {

@@ -5,7 +5,7 @@
 #include <openssl/crypto.h>
 #include <openssl/hmac.h>
 
-#include "dispatch/randomBits.h"
+#include "connector/identifiers.h"
 
 namespace gateway::access {
 
@@ -21,7 +21,7 @@ bool isUnreserved(char c) {
 
 }  // namespace
 
-std::string makeToken() { return dispatch::hexadecimal(dispatch::randomBytes(20)); }
+std::string makeToken() { return connector::randomIdentifier(); }
 
 std::string tokenProblem(std::string_view token) {
     if (token.size() < shortest || token.size() > longest || !std::ranges::all_of(token, isUnreserved)) {
@@ -38,7 +38,7 @@ std::string derivedKey(std::string_view secret, std::string_view purpose) {
          reinterpret_cast<const unsigned char*>(purpose.data()), purpose.size(),
          reinterpret_cast<unsigned char*>(key.data()), &size);
     key.resize(size);
-    return dispatch::hexadecimal(key);
+    return connector::hexadecimal(key);
 }
 
 bool isSameSecret(std::string_view one, std::string_view other) noexcept {

@@ -12,8 +12,8 @@ std::string makeToken();
 /// as it is; empty for a good one.
 std::string tokenProblem(std::string_view token);
 
-/// A key that shows knowledge of `secret` for one purpose, and from which the secret is not to be had: 64
-/// dispatch::hexadecimal digits.
+/// A key that shows knowledge of `secret` for one purpose, and which does not give the secret away: 64
+/// hexadecimal digits.
 std::string derivedKey(std::string_view secret, std::string_view purpose);
 
 /// Compares in a time that depends on the length of the texts alone.

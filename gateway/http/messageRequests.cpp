@@ -10,7 +10,7 @@
 #include "access/clientType.h"
 #include "capabilities/CapabilityList.h"
 #include "connector/common/ContextState.h"
-#include "connector/json/escape.h"
+#include "connector/json/ObjectBuilder.h"
 #include "connector/json/parse.h"
 #include "connector/json/write.h"
 #include "dispatch/readMessage.h"
@@ -21,6 +21,7 @@ namespace {
 
 using connector::common::ContextScope;
 using connector::common::ContextState;
+using connector::json::ObjectBuilder;
 using Poco::Dynamic::Var;
 using Poco::JSON::Object;
 
@@ -64,7 +65,7 @@ void addContext(ContextState& context, const Object& values) {
 }
 
 dispatch::RequestDispatcher::Read readEnvelope(const std::string& body, ContextState& context,
-                                               std::string& contextMember) {
+                                               std::string& contextJson) {
     const Object::Ptr envelope = objectFrom(body);
     const Var type = envelope->get("type");
     if (!type.isString()) throw BadBody("\"type\" is no text.");
@@ -74,7 +75,7 @@ dispatch::RequestDispatcher::Read readEnvelope(const std::string& body, ContextS
         const Object::Ptr values = envelope->getObject("context");
         if (!values) throw BadBody("\"context\" is no object.");
         addContext(context, *values);
-        contextMember = ",\"context\":" + connector::json::written(values);
+        contextJson = connector::json::written(values);
     }
     return {type.extract<std::string>(), std::move(message)};
 }
@@ -121,23 +122,25 @@ void submitMessage(dispatch::RequestDispatcher& dispatcher, const std::string& t
 void submitEnvelope(dispatch::RequestDispatcher& dispatcher, const Request& request,
                     std::function<void(Reply)> done) {
     const auto context = contextOf(request);
-    const auto contextMember = std::make_shared<std::string>();
-    const auto answered = [done, contextMember](dispatch::Answer answer) {
+    const auto contextJson = std::make_shared<std::string>();
+    const auto answered = [done, contextJson](dispatch::Answer answer) {
         if (answer.status == 200) {
-            answer.json = "{\"type\":" + connector::json::quoted(answer.type) +
-                          ",\"message\":" + answer.json + *contextMember +
-                          (answer.isDropped ? R"(,"ext":{"connector":{"dropped":true}}})" : "}");
+            ObjectBuilder reply;
+            reply.add("type", answer.type).addJson("message", answer.json);
+            if (!contextJson->empty()) reply.addJson("context", *contextJson);
+            if (answer.isDropped) reply.addJson("ext", R"({"connector":{"dropped":true}})");
+            answer.json = reply.take();
         }
         done(replyFrom(std::move(answer)));
     };
     if (request.body.size() > dispatch::largeBody) {
-        const auto read = [body = request.body, context, contextMember] {
-            return readEnvelope(body, *context, *contextMember);
+        const auto read = [body = request.body, context, contextJson] {
+            return readEnvelope(body, *context, *contextJson);
         };
         return dispatcher.submitUnread(request.body.size(), read, context, answered);
     }
     refusingBadBodies(done, [&] {
-        auto read = readEnvelope(request.body, *context, *contextMember);
+        auto read = readEnvelope(request.body, *context, *contextJson);
         dispatcher.submit(read.typeName, std::move(read.message), context, answered);
     });
 }

@@ -7,17 +7,18 @@
 #include <exception>
 #include <stdexcept>
 #include <string>
+#include <system_error>
 #include <utility>
 #include <vector>
 
 #include "connector/CurrentDelivery.h"
 #include "connector/Promise.h"
 #include "connector/ServiceFramework.h"
+#include "connector/WorkerPool.h"
 #include "connector/common/ContextState.h"
 #include "connector/common/requestArrival.h"
 #include "connector/container/SequenceContainer.h"
 #include "connector/interpreter/v1/FEval.h"
-#include "v1/SequenceWorkers.h"
 #include "v1/log.h"
 #include "v1/responseRoom.h"
 #include "v1/whenToDequeue.h"
@@ -29,6 +30,10 @@ namespace {
 using connector::container::SequenceContainer;
 using MessagePtr = std::unique_ptr<connector::Message>;
 using MessageFuture = connector::Future<MessagePtr>;
+
+constexpr std::size_t mostThreads = 16;  // for the sequences that wait for the same state
+
+std::runtime_error stopped() { return std::runtime_error("Service exists but is not running."); }
 
 bool hasHotlinks(const MessagePtr& message) {
     const auto* const feval = dynamic_cast<const FEval*>(message.get());
@@ -51,7 +56,7 @@ cmddistributor::WhenToDequeue whenToRun(const SequenceContainer& sequence) {
 }
 
 // A request begins when the response before it has come. An interrupt is meant for those that have begun, so
-// what comes behind one is not older than it. The first one began with the sequence.
+// what comes after one is not older than it. The first one began with the sequence.
 void stampAnew(common::ContextState& context) {
     if (context.has("requestStartTime")) common::stampArrival(context);
 }
@@ -63,7 +68,7 @@ void stampAnew(common::ContextState& context) {
 class FEvalSequence : public std::enable_shared_from_this<FEvalSequence> {
 public:
     /// Takes the messages out of `request`.
-    FEvalSequence(SequenceContainer& request, std::shared_ptr<SequenceWorkers> workers)
+    FEvalSequence(SequenceContainer& request, std::shared_ptr<WorkerPool> workers)
         : workers_(std::move(workers)), uuid_(request.uuid()), requests_(std::move(request.messages)) {
         // Clear flags go before set ones, and what is no FEval may stand anywhere: "before" is true for it in
         // both directions. No algorithm that sorts may be given such an order; dividing the list in two needs
@@ -81,10 +86,14 @@ public:
 
 private:
     void goOn() {
-        try {
-            workers_->post([self = shared_from_this()] { self->run(); });
-        } catch (...) {
-            end(std::current_exception());
+        switch (workers_->submit({.run = [self = shared_from_this()] { self->run(); }})) {
+            case WorkerPool::Outcome::Accepted:
+                return;
+            case WorkerPool::Outcome::Full:  // there is no bound but that of threads
+                return end(std::make_exception_ptr(
+                    std::system_error(std::make_error_code(std::errc::resource_unavailable_try_again))));
+            case WorkerPool::Outcome::Closed:
+                return end(std::make_exception_ptr(stopped()));
         }
     }
 
@@ -109,7 +118,7 @@ private:
     }
 
     MessageFuture deliverNext() {
-        if (workers_->isStopped()) throw std::runtime_error("Service exists but is not running.");
+        if (workers_->isClosed()) throw stopped();
         const auto framework = delivery_.framework.lock();
         if (!framework) throw std::runtime_error("There is no service framework to deliver to.");
         if (next_ > 0) stampAnew(*context_);
@@ -154,7 +163,7 @@ private:
         }
     }
 
-    const std::shared_ptr<SequenceWorkers> workers_;
+    const std::shared_ptr<WorkerPool> workers_;
     const connector::Delivery delivery_ = connector::CurrentDelivery::get();
     const std::shared_ptr<connector::common::ContextState> context_ =
         connector::common::ContextState::current();
@@ -171,7 +180,9 @@ private:
 }  // namespace
 
 FEvalSequenceServiceProvider::FEvalSequenceServiceProvider() {
-    for (auto& workers : workers_) workers = std::make_shared<SequenceWorkers>();
+    for (auto& workers : workers_) {
+        workers = std::make_shared<WorkerPool>(mostThreads, WorkerPool::unlimited);
+    }
 }
 
 FEvalSequenceServiceProvider::~FEvalSequenceServiceProvider() { doStop(); }
@@ -183,11 +194,11 @@ MessageFuture FEvalSequenceServiceProvider::handle(std::unique_ptr<SequenceConta
 }
 
 void FEvalSequenceServiceProvider::doStart() {
-    for (const auto& workers : workers_) workers->start();
+    for (const auto& workers : workers_) workers->reopen();
 }
 
 void FEvalSequenceServiceProvider::doStop() {
-    for (const auto& workers : workers_) workers->stop();
+    for (const auto& workers : workers_) workers->finish();
 }
 
 }  // namespace connector::interpreter::v1

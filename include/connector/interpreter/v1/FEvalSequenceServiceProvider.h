@@ -6,9 +6,11 @@
 
 #include "connector/container/SequenceContainerServiceProvider.h"
 
-namespace connector::interpreter::v1 {
+namespace connector {
+class WorkerPool;
+}
 
-class SequenceWorkers;
+namespace connector::interpreter::v1 {
 
 /// Runs the requests of a sequence one after another and answers with the sequence of their responses.
 ///
@@ -49,7 +51,7 @@ protected:
     void doStop() override;
 
 private:
-    std::array<std::shared_ptr<SequenceWorkers>, 7> workers_;  ///< by when the requests can run
+    std::array<std::shared_ptr<WorkerPool>, 7> workers_;  ///< by when the requests can run
 };
 
 }  // namespace connector::interpreter::v1

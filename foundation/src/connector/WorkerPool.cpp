@@ -1,0 +1,194 @@
+#include "connector/WorkerPool.h"
+
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <system_error>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "connector/ThreadSafety.h"
+#include "connector/joinLater.h"
+
+namespace connector {
+
+class WorkerPool::State : public std::enable_shared_from_this<State> {
+public:
+    State(std::size_t threads, std::size_t queueLength, std::size_t queueBytes)
+        : mostThreads_(threads), capacity_(threads + queueLength), queueBytes_(queueBytes) {}
+
+    Outcome submit(Task task) EXCLUDES(mutex_);
+    void refuseTasks(bool alsoQueued) EXCLUDES(mutex_);
+    void join() EXCLUDES(mutex_);
+    void reopen() EXCLUDES(mutex_);
+    bool waitUntilIdle(std::chrono::milliseconds limit) EXCLUDES(mutex_);
+
+    bool isClosed() const EXCLUDES(mutex_) {
+        const MutexLock lock(mutex_);
+        return isClosed_;
+    }
+    std::size_t queued() const EXCLUDES(mutex_) {
+        const MutexLock lock(mutex_);
+        return queue_.size();
+    }
+    std::size_t running() const EXCLUDES(mutex_) {
+        const MutexLock lock(mutex_);
+        return running_;
+    }
+
+private:
+    /// A thread that waits for a task.
+    struct Idle {
+        std::condition_variable wake;
+        bool isWoken = false;
+    };
+
+    bool hasThreadsLocked() REQUIRES(mutex_);
+    void work(std::uint64_t round) EXCLUDES(mutex_);
+    void waitLocked(MutexLock& lock) REQUIRES(mutex_);
+    void wakeLocked() REQUIRES(mutex_);
+
+    const std::size_t mostThreads_;
+    const std::size_t capacity_;  ///< tasks queued and running
+    const std::size_t queueBytes_;
+
+    mutable Mutex mutex_;
+    std::condition_variable idle_;
+    std::vector<Idle*> waiting_
+        GUARDED_BY(mutex_);  ///< the one that began last is woken: its caches are warm
+    std::deque<Task> queue_ GUARDED_BY(mutex_);
+    std::size_t bytes_ GUARDED_BY(mutex_) = 0;  ///< of the queue
+    std::size_t running_ GUARDED_BY(mutex_) = 0;
+    bool isClosed_ GUARDED_BY(mutex_) = false;
+    std::uint64_t round_ GUARDED_BY(mutex_) = 0;  ///< how often it has been reopened
+
+    std::vector<std::thread> threads_ GUARDED_BY(mutex_);
+};
+
+WorkerPool::Outcome WorkerPool::State::submit(Task task) {
+    const MutexLock lock(mutex_);
+    if (isClosed_) return Outcome::Closed;
+    // A thread that has not taken its task yet must not make the queue look full.
+    if (queue_.size() + running_ >= capacity_ || task.bytes > queueBytes_ - bytes_) return Outcome::Full;
+    if (!hasThreadsLocked()) return Outcome::Full;
+    bytes_ += task.bytes;
+    queue_.push_back(std::move(task));
+    wakeLocked();
+    return Outcome::Accepted;
+}
+
+// Starts one where all are busy.
+bool WorkerPool::State::hasThreadsLocked() {
+    if (!waiting_.empty() || threads_.size() == mostThreads_) return true;
+    try {
+        threads_.emplace_back([self = shared_from_this(), round = round_] { self->work(round); });
+    } catch (const std::system_error&) {
+        return !threads_.empty();
+    }
+    return true;
+}
+
+void WorkerPool::State::refuseTasks(bool alsoQueued) {
+    std::deque<Task> refused;
+    {
+        const MutexLock lock(mutex_);
+        isClosed_ = true;
+        if (alsoQueued) {
+            refused.swap(queue_);
+            bytes_ = 0;
+        }
+        if (running_ == 0 && queue_.empty()) idle_.notify_all();
+        while (!waiting_.empty()) wakeLocked();
+    }
+    for (const auto& task : refused) {
+        if (task.refuse) task.refuse();
+    }
+}
+
+void WorkerPool::State::join() {
+    std::vector<std::thread> threads;
+    {
+        const MutexLock lock(mutex_);
+        threads.swap(threads_);
+    }
+    for (auto& thread : threads) {
+        if (thread.get_id() == std::this_thread::get_id()) {
+            joinLater(std::move(thread), weak_from_this());
+        } else {
+            thread.join();
+        }
+    }
+}
+
+void WorkerPool::State::reopen() {
+    const MutexLock lock(mutex_);
+    if (!std::exchange(isClosed_, false)) return;
+    ++round_;
+}
+
+bool WorkerPool::State::waitUntilIdle(std::chrono::milliseconds limit) {
+    MutexLock lock(mutex_);
+    const auto deadline = std::chrono::steady_clock::now() + limit;
+    while (!queue_.empty() || running_ > 0) {
+        if (idle_.wait_until(lock.native(), deadline) == std::cv_status::timeout) {
+            return queue_.empty() && running_ == 0;
+        }
+    }
+    return true;
+}
+
+void WorkerPool::State::waitLocked(MutexLock& lock) {
+    Idle self;
+    waiting_.push_back(&self);
+    while (!self.isWoken) self.wake.wait(lock.native());
+}
+
+void WorkerPool::State::wakeLocked() {
+    if (waiting_.empty()) return;
+    Idle& idle = *waiting_.back();
+    waiting_.pop_back();
+    idle.isWoken = true;
+    idle.wake.notify_one();  // under the lock, because it is gone as soon as its thread goes on
+}
+
+void WorkerPool::State::work(std::uint64_t round) {
+    MutexLock lock(mutex_);
+    while (true) {
+        while (queue_.empty() && !isClosed_ && round == round_) waitLocked(lock);
+        // A thread that `finish` could not join ends, even if the pool was reopened meanwhile.
+        if (queue_.empty() || round != round_) return;
+        {
+            const Task task = std::move(queue_.front());
+            queue_.pop_front();
+            bytes_ -= task.bytes;
+            ++running_;
+            lock.unlock();
+            task.run();
+        }  // what the task holds goes before it counts as done
+        lock.lock();
+        if (--running_ == 0 && queue_.empty()) idle_.notify_all();
+    }
+}
+
+WorkerPool::WorkerPool(std::size_t threads, std::size_t queueLength, std::size_t queueBytes)
+    : state_(std::make_shared<State>(threads, queueLength, queueBytes)) {}
+
+WorkerPool::~WorkerPool() {
+    close();
+    state_->join();
+}
+
+WorkerPool::Outcome WorkerPool::submit(Task task) { return state_->submit(std::move(task)); }
+void WorkerPool::close() { state_->refuseTasks(true); }
+void WorkerPool::finish() {
+    state_->refuseTasks(false);
+    state_->join();
+}
+void WorkerPool::reopen() { state_->reopen(); }
+bool WorkerPool::isClosed() const { return state_->isClosed(); }
+bool WorkerPool::waitUntilIdle(std::chrono::milliseconds limit) { return state_->waitUntilIdle(limit); }
+std::size_t WorkerPool::queued() const { return state_->queued(); }
+std::size_t WorkerPool::running() const { return state_->running(); }
+
+}  // namespace connector
