@@ -7,10 +7,10 @@
 #include <Python.h>
 
 #include "foundation/log/diagnostic_logger.h"
-#include "interpreter/pythonSources.h"
 #include "python/HostModule.h"
 #include "python/InterpreterServices.h"
 #include "python/PyRef.h"
+#include "python/frozenModules.h"
 
 namespace standalone {
 
@@ -42,19 +42,6 @@ std::runtime_error pythonFailure(const std::string& what) {
     return std::runtime_error(what);
 }
 
-// Makes a module of source text that is part of the program. Borrowed.
-PyObject* addModule(const char* name, const char* source) {
-    std::string fileName = "<";
-    fileName.append(name).append(">");
-    PyObject* code = Py_CompileString(source, fileName.c_str(), Py_file_input);
-    PyObject* module = code != nullptr ? PyImport_ExecCodeModule(name, code) : nullptr;
-    Py_XDECREF(code);
-    if (module == nullptr)
-        throw pythonFailure(std::string("The Python module ") + name + " cannot be loaded.");
-    Py_DECREF(module);  // sys.modules holds it
-    return module;
-}
-
 void callMethod(PyObject* module, const char* name) {
     PyObject* result = PyObject_CallMethod(module, name, nullptr);
     if (result == nullptr) throw pythonFailure(std::string("The Python function ") + name + " failed.");
@@ -65,17 +52,12 @@ void callMethod(PyObject* module, const char* name) {
 
 PythonRuntime::PythonRuntime(InterpreterServices& services) {
     hostmodule::registerModule();
+    PyImport_FrozenModules = frozenModules;
     initialise();
     hostmodule::bind(&services);
-    addModule("numora", pythonsource::numora);
-    runtimeModule_ = addModule("_numora_runtime", pythonsource::runtime);
-    if (PyModule_AddStringConstant(runtimeModule_, "tools_source", pythonsource::tools) != 0 ||
-        PyModule_AddStringConstant(runtimeModule_, "errors_source", pythonsource::errors) != 0 ||
-        PyModule_AddStringConstant(runtimeModule_, "events_source", pythonsource::events) != 0 ||
-        PyModule_AddStringConstant(runtimeModule_, "figures_source", pythonsource::figures) != 0 ||
-        PyModule_AddStringConstant(runtimeModule_, "calls_source", pythonsource::calls) != 0) {
-        throw pythonFailure("The Python modules cannot be added.");
-    }
+    runtimeModule_ = PyImport_ImportModule("numora._runtime");
+    if (runtimeModule_ == nullptr) throw pythonFailure("The Python package numora cannot be loaded.");
+    Py_DECREF(runtimeModule_);  // sys.modules holds it
     callMethod(runtimeModule_, "start");
     PyRun_SimpleString("import sys\nsys.argv = ['']\nsys.path.insert(0, '')\ndel sys");
 }

@@ -13,8 +13,8 @@ class InterpreterServices;
 /// between.
 class PythonRuntime {
 public:
-    /// Starts CPython with the modules `numora` and the host's own, and redirects its standard streams to
-    /// `services`. Throws: std::runtime_error with CPython's own text.
+    /// Starts CPython with the package `numora` and the host's own module, and redirects its standard streams
+    /// to `services`. Throws: std::runtime_error with CPython's own text.
     explicit PythonRuntime(InterpreterServices& services);
 
     /// Runs what Python code registered for the end and waits at most two seconds for its threads. Python

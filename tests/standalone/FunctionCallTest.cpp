@@ -155,12 +155,14 @@ TEST_F(FunctionCallTest, givesArraysToFunctionsThatWantThem) {
         {u"unknown", {u"[1, 2]"}, R"([["list",[1,2]]])"},
         {u"change", {u"[1, 2]"}, "[[7,2]]"},
         {u"numpy.add", {u"[1, 2]", u"[0.5, 1]"}, "[[1.5,3.0]]"},
-        {u"array", {u"[1,]"}, "ValueError: argument 1 is no JSON: Expecting value: line 1 column 4 (char 3)"},
+        {u"array",
+         {u"[1,]"},
+         "ValueError: argument 1 must be JSON: Expecting value: line 1 column 4 (char 3)"},
         {u"array",
          {u"[01]"},
-         "ValueError: argument 1 is no JSON: Expecting ',' delimiter: line 1 column 3 (char 2)"},
-        {u"array", {u"[1] 2"}, "ValueError: argument 1 is no JSON: Extra data: line 1 column 5 (char 4)"},
-        {u"plain", {u"[NaN]"}, "ValueError: argument 1 is no JSON: there is no number NaN"},
+         "ValueError: argument 1 must be JSON: Expecting ',' delimiter: line 1 column 3 (char 2)"},
+        {u"array", {u"[1] 2"}, "ValueError: argument 1 must be JSON: Extra data: line 1 column 5 (char 4)"},
+        {u"plain", {u"[NaN]"}, "ValueError: argument 1 must be JSON: NaN is not a JSON number"},
     };
     for (const Case& row : cases) EXPECT_EQ(call(row.function, row.arguments), row.results);
 }
@@ -170,13 +172,12 @@ TEST_F(FunctionCallTest, answersWhatCannotBeCalledWithAFault) {
     std::u16string deep(10'000, u'[');
     const std::vector<std::pair<std::string, std::string>> cases = {
         {call(u"missing"), "NameError: there is no function named 'missing'"},
-        {call(u"number"), "TypeError: 'number' is no function but an object of type int"},
+        {call(u"number"), "TypeError: 'number' is not a function but an object of type int"},
         {call(u"fail"), "ValueError: no"},
-        {call(u"one", {}, 2), "ValueError: 'one' returned 1 results where 2 are wanted"},
+        {call(u"one", {}, 2), "ValueError: 'one' must return 2 results, but returned 1"},
         {call(u"object"), "TypeError: a result of type object has no JSON form"},
-        {call(u"one", {}, -1), "ValueError: the number of results must be a whole number from 0 to 10000"},
-        {call(u"one", {}, 1'000'000),
-         "ValueError: the number of results must be a whole number from 0 to 10000"},
+        {call(u"one", {}, -1), "ValueError: nargout must be an integer between 0 and 10000"},
+        {call(u"one", {}, 1'000'000), "ValueError: nargout must be an integer between 0 and 10000"},
         {call(u"len", {deep + std::u16string(10'000, u']')}),
          "RecursionError: the arguments, the call or its results are nested too deep"},
     };
@@ -228,7 +229,7 @@ TEST_F(FunctionCallTest, namesACapabilityThatTheClientLacks) {
         {"own", {{}}, "_ForUnknownProduct", "The client" + lacks + "plot"},
         {"", {{}}, "", "The client" + lacks + "plot"},
         {"", {{}}, "", "The client" + lacks + nameless, u"numora.require", u"\"figures\""},
-        {"", {{}}, "", "TypeError: capability must be text, not int", u"numora.require"},
+        {"", {{}}, "", "TypeError: capability must be a string, not int", u"numora.require"},
     };
     eval(u"import numora\ndef plot(x):\n    return [numora.require('figures') or x for _ in '1'][0]");
     for (const Row& row : rows) {

@@ -1,19 +1,15 @@
-"""What clients are told of: changed variables, and progress."""
+"""Tells clients which variables have changed."""
 
-import itertools
-import operator
-import time
 import weakref
 
 import _numora_host as _host
-import _numora_runtime as _runtime
 
-# --- workspace -------------------------------------------------------------------------------------------------------
+from ._workspace import variables
 
 _known = {}  # name -> (mark, class, shape)
 
 
-class _Kept:
+class _StrongReference:
     """Holds a value that knows no weak references, so that its address is not used again."""
 
     def __init__(self, value):
@@ -31,14 +27,14 @@ def _mark(value):
     try:
         return weakref.ref(value)
     except TypeError:
-        return _Kept(value)
+        return _StrongReference(value)
 
 
 def _is_same(mark, value):
     kind = type(mark)
     if kind is weakref.ref:
         return mark() is value
-    if kind is _Kept:
+    if kind is _StrongReference:
         return mark.value is value
     now = _mark(value)
     return type(now) is kind and now == mark
@@ -48,7 +44,7 @@ def announce_workspace():
     """Raises the event of the variables that are new, changed or gone since the last time."""
     global _known
     now, changes = {}, {"added": [], "changed": [], "removed": []}
-    for name, value, class_name, shape in _runtime.tools().variables():
+    for name, value, class_name, shape in variables():
         before = _known.get(name)
         if before and before[1:] == (class_name, shape) and _is_same(before[0], value):
             now[name] = before
@@ -59,36 +55,3 @@ def announce_workspace():
     if any(changes.values()):
         _host.post_event("workspace", changes)
     _known = now
-
-
-# --- progress --------------------------------------------------------------------------------------------------------
-
-_numbers = itertools.count(1)
-
-
-def progress(iterable, label, total, interval):
-    if total is None:
-        total = operator.length_hint(iterable, -1)
-        total = None if total < 0 else total
-    return _progress(iterable, str(label), total, interval)
-
-
-def _progress(iterable, label, total, interval):
-    number, begin, done = next(_numbers), time.monotonic(), 0
-
-    def announce(ended):
-        if _host.hears("progress"):
-            _host.post_event("progress", {"id": number, "label": label, "done": done, "total": total,
-                                          "seconds": time.monotonic() - begin, "ended": ended})
-
-    announce(False)
-    due = begin + interval
-    try:
-        for item in iterable:
-            yield item
-            done += 1
-            if time.monotonic() >= due:
-                due = time.monotonic() + interval
-                announce(False)
-    finally:
-        announce(True)

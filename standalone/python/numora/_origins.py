@@ -7,10 +7,9 @@ import sys
 import types
 from itertools import islice
 
-import _numora_runtime as _runtime
+from ._objects import HEAP_TYPE, resolve
 
 _CAUSE_LIMIT = 100
-_HEAP_TYPE = 1 << 9  # of classes that Python code may have made
 
 
 def causes(error):
@@ -48,7 +47,7 @@ def origin(error):
 
 def _called(trace):
     frame, code = trace.tb_frame, trace.tb_frame.f_code
-    if code.co_filename.startswith("<_numora_"):
+    if code.co_filename.startswith("<numora."):
         return None
     operation = opcode.opname[code.co_code[trace.tb_lasti]]
     if "CALL" not in operation or "INTRINSIC" in operation:
@@ -68,7 +67,7 @@ def _called(trace):
         scopes = ({"": value.value},)
     else:
         return None
-    return _native(_runtime.tools()._resolve(names, scopes)[0])
+    return _native(resolve(names, scopes)[0])
 
 
 def _source(code, instruction, scope):
@@ -89,8 +88,8 @@ def _native(function):
     if kind in (types.MethodDescriptorType, types.WrapperDescriptorType, types.ClassMethodDescriptorType):
         return function.__qualname__, function.__objclass__.__module__
     if kind is type:
-        return None if function.__flags__ & _HEAP_TYPE else (function.__qualname__, function.__module__)
-    if kind.__flags__ & _HEAP_TYPE or kind in (types.FunctionType, types.MethodType) or not callable(function):
+        return None if function.__flags__ & HEAP_TYPE else (function.__qualname__, function.__module__)
+    if kind.__flags__ & HEAP_TYPE or kind in (types.FunctionType, types.MethodType) or not callable(function):
         return None
-    name = getattr(function, "__name__", None)  # as the functions of NumPy's are
+    name = getattr(function, "__name__", None)  # as functions of NumPy's have
     return (name, kind.__module__) if isinstance(name, str) else None

@@ -1,5 +1,5 @@
 #define PY_SSIZE_T_CLEAN
-#include "interpreter/ImportGuard.h"
+#include "python/ImportGuard.h"
 
 #include <string_view>
 

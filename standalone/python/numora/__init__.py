@@ -1,0 +1,26 @@
+"""Functions of the command window for the code that runs in it, and for clients while other code runs."""
+
+from ._capabilities import MissingCapabilityError, require
+from ._clients import complete, history, inspect, is_complete, workspace
+from ._command_window import clc, home, keyboard, pause
+from ._events import post_event, progress
+
+__all__ = [
+    "MissingCapabilityError",
+    "clc",
+    "complete",
+    "history",
+    "home",
+    "inspect",
+    "is_complete",
+    "keyboard",
+    "pause",
+    "post_event",
+    "progress",
+    "require",
+    "workspace",
+]
+
+if __spec__.origin == "frozen":  # CPython takes such a package for a part of its own library
+    __file__ = "<numora>"
+    __path__.clear()

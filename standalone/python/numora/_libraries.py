@@ -1,0 +1,51 @@
+"""Prepares libraries for the command window when they are first imported."""
+
+import os
+import sys
+
+_columns = 80
+
+
+def set_window(columns, rows):
+    """Makes shutil.get_terminal_size() and NumPy's line width follow the command window."""
+    global _columns
+    _columns = columns
+    os.environ["COLUMNS"] = str(columns)
+    os.environ["LINES"] = str(rows)
+    _apply_width_to_numpy()
+
+
+def _apply_width_to_numpy():
+    numpy = sys.modules.get("numpy")
+    if hasattr(numpy, "set_printoptions"):
+        numpy.set_printoptions(linewidth=_columns)
+
+
+def _show_figures_to_clients():
+    if "MPLBACKEND" not in os.environ:
+        sys.modules["matplotlib"].rcParams["backend"] = "module://numora._figures"
+
+
+_PREPARATIONS = {"numpy": _apply_width_to_numpy, "matplotlib": _show_figures_to_clients}
+
+
+class Preparer:
+    """A finder of modules that leaves finding to Python, and prepares what was loaded."""
+
+    @staticmethod
+    def find_spec(name, path=None, target=None):
+        prepare = _PREPARATIONS.get(name)
+        if prepare is None:
+            return None
+        from importlib.machinery import PathFinder
+
+        spec = PathFinder.find_spec(name)
+        if spec is not None and spec.loader is not None:
+            execute = spec.loader.exec_module
+
+            def exec_module(module):
+                execute(module)
+                prepare()
+
+            spec.loader.exec_module = exec_module
+        return spec

@@ -1,0 +1,48 @@
+"""Reads what is typed at prompts, and tells who asks."""
+
+import os
+import sys
+
+import _numora_host as _host
+
+# The prompts at which a line can be read, numbered as the host numbers them.
+_DEBUG, _INPUT, _KEYBOARD = 1, 2, 3
+
+
+def requester(frame):
+    """Who asks for the line: a debugger, an interactive console of Python's own, or other code."""
+    module = frame.f_globals.get("__name__")
+    if module == "code":
+        return _KEYBOARD
+    bdb = sys.modules.get("bdb")
+    if bdb and isinstance(frame.f_locals.get("self"), bdb.Bdb):
+        return _DEBUG
+    return _INPUT
+
+
+def read_line(prompt):
+    try:
+        return _host.read_line(prompt)
+    except KeyboardInterrupt:
+        if prompt != _DEBUG:
+            raise
+    # The debugger would take a KeyboardInterrupt for itself and ask again.
+    import bdb
+
+    quit_debugging = bdb.BdbQuit()
+    quit_debugging.is_interrupt = True
+    raise quit_debugging
+
+
+def open_debugger(*args, **kwargs):
+    """As Python's own breakpoint(), at the prompt of the command window."""
+    if os.environ.get("PYTHONBREAKPOINT"):
+        return sys.__breakpointhook__(*args, **kwargs)
+    import pdb
+
+    # Interrupts end the evaluation; they do not open the debugger again.
+    pdb.Pdb(nosigint=True).set_trace(sys._getframe(1))
+
+
+def ask_for_password(prompt="Password: ", stream=None):
+    return input(prompt)

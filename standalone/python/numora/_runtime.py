@@ -1,0 +1,108 @@
+"""What the program calls: it starts and ends Python code's connection to the window, and asks what code made of it."""
+
+import os
+import sys
+
+import _numora_host as _host
+
+from . import _user  # noqa: F401: it takes the variables before any code can change sys.modules
+from ._end import end
+from ._errors import report, set_last_error
+from ._history import remember
+from ._libraries import Preparer, set_window
+from ._processes import after_fork_in_child, end_forked_child, system
+from ._prompts import ask_for_password, open_debugger
+from ._streams import Input, Output
+
+__all__ = [
+    "announce_workspace",
+    "call",
+    "call_with_values",
+    "end",
+    "end_forked_child",
+    "message",
+    "remember",
+    "report",
+    "restore_interrupts",
+    "set_last_error",
+    "set_window",
+    "start",
+]
+
+
+def start():
+    """Connects this interpreter to the program around it."""
+    import getpass
+    import signal
+
+    sys.stdout = sys.__stdout__ = Output("<stdout>", 1, _host.write_out)
+    sys.stderr = sys.__stderr__ = Output("<stderr>", 2, _host.write_err)
+    sys.stdin = sys.__stdin__ = Input()
+    sys.breakpointhook = open_debugger
+    signal.signal(signal.SIGRTMIN, _host.run_requests)
+    sys.unraisablehook = _host.unraisable
+    sys.ps1, sys.ps2 = ">>> ", "... "
+    sys.modules["readline"] = None  # line editing belongs to the client, and its library to the program
+    sys.meta_path.insert(0, Preparer)
+    getpass.getpass = ask_for_password
+    os.system = system
+    os.register_at_fork(after_in_child=after_fork_in_child)
+    _add_virtual_environment()
+
+
+def _add_virtual_environment():
+    root = os.environ.get("VIRTUAL_ENV")
+    if not root:
+        return
+    packages = os.path.join(root, "lib", "python%d.%d" % sys.version_info[:2], "site-packages")
+    if not os.path.isdir(packages):
+        _host.warn("The virtual environment %s has no packages for this version of Python." % root)
+        return
+    import site
+
+    before = len(sys.path)
+    site.addsitedir(packages)
+    # Before the packages of the system, after the standard library.
+    added, rest = sys.path[before:], sys.path[:before]
+    at = next((i for i, p in enumerate(rest) if p.endswith(("site-packages", "dist-packages"))), len(rest))
+    sys.path[:] = rest[:at] + added + rest[at:]
+
+
+def restore_interrupts():
+    """Undoes what code did to the handler of interrupts, beside setting one of its own."""
+    import signal
+
+    if signal.getsignal(signal.SIGINT) in (signal.SIG_DFL, signal.SIG_IGN, None):
+        signal.signal(signal.SIGINT, signal.default_int_handler)
+    signal.signal(signal.SIGRTMIN, _host.run_requests)
+
+
+# --- modules that are loaded when they are first used ----------------------------------------------------------------
+
+
+def announce_workspace():
+    """Tells clients which variables the last evaluation has changed."""
+    from ._changes import announce_workspace
+
+    announce_workspace()
+
+
+def call(name, nargout, arguments):
+    """Calls a function for a client, with JSON arguments."""
+    from ._calls import call
+
+    return call(name, nargout, arguments)
+
+
+def call_with_values(name, nargout, values):
+    """Calls a function with values of Python's own."""
+    from ._calls import call_with_values
+
+    return call_with_values(name, nargout, values)
+
+
+def message(error):
+    """What a client is told of an error."""
+    from ._calls import message
+
+    return message(error)
