@@ -12,6 +12,7 @@
 
 #include "SessionOptions.h"
 #include "connector/json/parse.h"
+#include "connector/wireWords.h"
 #include "terminal.h"
 #include "text.h"
 
@@ -69,7 +70,7 @@ int runCall(const CallOptions& options) {
     message->set("arguments", valuesOf(options.arguments));
     const auto session = options.session.open(windowSize(STDOUT_FILENO));
     session->refuseInput();
-    const auto response = session->request("connector/v1/FEval", message);
+    const auto response = session->request(connector::wire::type::feval, message);
 
     const auto faults = response->getArray("messageFaults");
     const bool hasFailed = response->getValue<bool>("isError") || (faults && faults->size() > 0);

@@ -2,6 +2,7 @@
 
 #include <Poco/JSON/Array.h>
 
+#include "connector/wireWords.h"
 #include "text.h"
 
 namespace app {
@@ -40,7 +41,7 @@ Poco::JSON::Object::Ptr sendEval(Session& session, const std::string& code,
     message->set("width", settings.window.columns);
     message->set("height", settings.window.rows);
     message->set("timeout", settings.timeoutSeconds);
-    return session.request("connector/v1/Eval", message);
+    return session.request(connector::wire::type::eval, message);
 }
 
 Evaluation outcomeOf(Session& session, const std::string& code, const Poco::JSON::Object& response) {

@@ -11,6 +11,7 @@
 #include "connector/identifiers.h"
 #include "connector/json/escape.h"
 #include "connector/json/parse.h"
+#include "connector/wireWords.h"
 #include "messages/ClientSession.h"
 #include "nmutil/eventmgr/createLocalEventMgr.h"
 #include "nmutil/utils/InputRequestEvent.h"
@@ -58,10 +59,10 @@ class InProcessStream : public ResponseStream {
 public:
     explicit InProcessStream(messages::LocalMessageService& messages)
         : client_(messages.openSession(clientOptions())) {
-        client_->subscribe("/eval/response/**");
+        client_->subscribe(connector::wire::channel::allEvalResponses);
     }
     void send(const std::string& code) override {
-        client_->publish("/eval/request", connector::json::quoted(code), nullptr);
+        client_->publish(connector::wire::channel::evalRequest, connector::json::quoted(code), nullptr);
     }
     Taken take(std::chrono::milliseconds limit) override {
         constexpr std::size_t bytesPerTake = std::size_t{1} << 20;

@@ -9,6 +9,7 @@
 #include "RemoteStream.h"
 #include "connector/json/parse.h"
 #include "connector/json/write.h"
+#include "connector/wireWords.h"
 #include "serverAnswer.h"
 #include "terminal.h"
 
@@ -79,7 +80,7 @@ nmutil::prompt::InputRequester RemoteSession::promptAfter(const std::string& cod
     message->set("arguments", arguments);
     message->set("dequeMode", "ppe");
     const auto results = connector::json::parse(
-        request("connector/v1/FEval", message)->optValue<std::string>("results", "[]"));
+        request(connector::wire::type::feval, message)->optValue<std::string>("results", "[]"));
     const auto status =
         results.type() == typeid(Array::Ptr) ? results.extract<Array::Ptr>()->getObject(0) : Object::Ptr();
     const bool isOpen = status && status->optValue<std::string>("status", "") != "complete";
@@ -93,7 +94,7 @@ std::unique_ptr<ResponseStream> RemoteSession::openStream() {
 void RemoteSession::interrupt() {
     if (underWay_ == 0) return;
     try {
-        valueIn(interrupts_.post("/connector/v1/Interrupt", "{}", patience));
+        valueIn(interrupts_.post(std::string("/") + connector::wire::type::interrupt, "{}", patience));
     } catch (const ServerRefusal& error) {
         complain(STDERR_FILENO, std::string("the code is not interrupted: ") + error.what());
     } catch (const std::exception& error) {

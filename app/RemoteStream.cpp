@@ -6,6 +6,7 @@
 #include <Poco/JSON/Array.h>
 
 #include "connector/json/write.h"
+#include "connector/wireWords.h"
 #include "serverAnswer.h"
 
 namespace app {
@@ -75,7 +76,7 @@ RemoteStream::~RemoteStream() {
 }
 
 void RemoteStream::send(const std::string& code) {
-    Object::Ptr message = newMessage("/eval/request");
+    Object::Ptr message = newMessage(connector::wire::channel::evalRequest);
     message->set("data", code);
     replyTo(publishes_, message);
 }
@@ -146,7 +147,7 @@ void RemoteStream::open(HttpClient& http) {
     }
     acknowledged_ = 0;
     Object::Ptr subscribe = newMessage("/meta/subscribe");
-    subscribe->set("subscription", std::string("/eval/response/**"));
+    subscribe->set("subscription", std::string(connector::wire::channel::allEvalResponses));
     if (sequence_ > 0) subscribe->set("ext", objectOf("connector", objectOf("after", sequence_)));
     const auto subscribed = replyTo(http, subscribe);
     // Where it begins, for the case that the session ends before any message has come.

@@ -1,9 +1,8 @@
 #include "StreamedEvaluation.h"
 
-#include <string_view>
-
 #include <Poco/JSON/Object.h>
 
+#include "connector/wireWords.h"
 #include "terminal.h"
 #include "text.h"
 
@@ -11,7 +10,8 @@ namespace app {
 
 namespace {
 
-constexpr std::string_view responses = "/eval/response/";
+namespace words = connector::wire::channel;
+
 constexpr auto takeLimit = std::chrono::milliseconds(200);
 constexpr auto graceAfterInterrupt = std::chrono::seconds(2);
 
@@ -50,14 +50,12 @@ void StreamedEvaluation::receive() {
 void StreamedEvaluation::show(const StreamMessage& message) {
     const auto& [channel, text, line] = message;
     const auto standard = session_.streams();
-    const bool isResponse = channel.starts_with(responses);
-    const std::string_view what =
-        isResponse ? std::string_view(channel).substr(responses.size()) : std::string_view();
+    const bool isResponse = channel.starts_with(words::evalResponse);
     if (settings_.json) writeAll(standard.output, line + "\n");
-    if (what == "completion") {
+    if (channel == words::completion) {
         if (incomplete_ > 0) --incomplete_;  // others' code is completed here, too
-        if (text != "Done: success") hasFailed_ = true;
-    } else if (what == "iqminput") {
+        if (text != connector::wire::completion::success) hasFailed_ = true;
+    } else if (channel == words::prompt) {
         noticePrompt(text);
     } else if (!isResponse) {
         hasFailed_ = true;
@@ -66,11 +64,11 @@ void StreamedEvaluation::show(const StreamMessage& message) {
         }
     } else if (settings_.json) {
         return;
-    } else if (what == "output") {
+    } else if (channel == words::output) {
         writeAll(standard.output, text);
-    } else if (what == "error") {
+    } else if (channel == words::error) {
         writeAll(standard.error, text);
-    } else if (what == "suggest") {
+    } else if (channel == words::suggestion) {
         writeAll(standard.error, "Did you mean: " + text + " ?\n");
     }
 }
@@ -88,7 +86,7 @@ void StreamedEvaluation::interruptWhenLate() {
     if (isInterrupted_) return giveUp("the code goes on in spite of the interrupt");
     isInterrupted_ = true;
     fail("the code timed out after " + std::to_string(settings_.limit.count()) + " seconds");
-    session_.request("connector/v1/Interrupt", new Poco::JSON::Object);
+    session_.request(connector::wire::type::interrupt, new Poco::JSON::Object);
     deadline_ = Clock::now() + graceAfterInterrupt;
 }
 

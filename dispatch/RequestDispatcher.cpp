@@ -10,11 +10,13 @@
 #include <Poco/Exception.h>
 #include <Poco/JSON/Array.h>
 
+#include "connector/ServiceStopped.h"
 #include "connector/ThreadSafety.h"
 #include "connector/WorkerPool.h"
 #include "connector/common/requestArrival.h"
 #include "connector/identifiers.h"
 #include "connector/json/write.h"
+#include "connector/wireWords.h"
 #include "dispatch/errorAnswer.h"
 #include "dispatch/lanes.h"
 #include "foundation/log/diagnostic_logger.h"
@@ -30,14 +32,13 @@ const foundation::log::DiagnosticLogger& log() {
 
 using connector::Message;
 using connector::WorkerPool;
+namespace wire = connector::wire;
 using Context = std::shared_ptr<connector::common::ContextState>;
 
-constexpr const char* interruptType = "connector/v1/Interrupt";
 // Of the lanes beside that of the base prompt, which is as long as it is configured to be.
 constexpr std::size_t queueOfOthers = 100;
 constexpr std::size_t queueOfInterrupts = 1000;
 constexpr auto interruptInterval = std::chrono::milliseconds(100);
-constexpr std::string_view stoppedProvider = "Service exists but is not running.";
 
 Answer failure(int status, std::string_view text, int retrySeconds = 0) {
     return {.status = status, .json = errorJson(text), .type = {}, .retrySeconds = retrySeconds};
@@ -49,8 +50,8 @@ std::string outcomeOf(const Poco::JSON::Object& response) {
     const auto faults = response.getArray("messageFaults");
     if (faults && faults->size() > 0) {
         const auto fault = faults->getObject(0);
-        return fault && fault->optValue<std::string>("faultCode", {}) == "Request.Timeout" ? "timeout"
-                                                                                           : "fault";
+        return fault && fault->optValue<std::string>("faultCode", {}) == wire::faultCode::timeout ? "timeout"
+                                                                                                  : "fault";
     }
     return response.optValue("isError", false) ? "error" : "success";
 }
@@ -64,7 +65,7 @@ std::string textOf(const std::exception& error) {
 
 }  // namespace
 
-bool isInterrupt(std::string_view typeName) { return typeName == interruptType; }
+bool isInterrupt(std::string_view typeName) { return typeName == wire::type::interrupt; }
 
 class RequestDispatcher::Impl {
 public:
@@ -213,8 +214,9 @@ Answer RequestDispatcher::Impl::deliveryFailure() {
         throw;
     } catch (const connector::NoService& error) {
         return failure(404, error.what());
+    } catch (const connector::ServiceStopped& error) {
+        return failure(503, error.what());
     } catch (const std::exception& error) {
-        if (error.what() == stoppedProvider) return failure(503, stoppedProvider);
         log().error("A request failed: " + textOf(error));
         return failure(500, textOf(error));
     } catch (...) {
@@ -261,7 +263,7 @@ void RequestDispatcher::Impl::stop() {
 
 void RequestDispatcher::Impl::interrupt() {
     try {
-        const std::string type(interruptType);
+        const std::string type(wire::type::interrupt);
         if (!serializer_->isRegistered(type)) return;
         Poco::JSON::Object::Ptr message = new Poco::JSON::Object;
         message->set("uuid", connector::randomUuid());

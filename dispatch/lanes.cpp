@@ -1,38 +1,32 @@
 #include "dispatch/lanes.h"
 
-#include <string_view>
-#include <utility>
+#include <array>
 
 #include <Poco/JSON/Array.h>
+
+#include "connector/wireWords.h"
 
 namespace dispatch {
 
 namespace {
 
 using Poco::JSON::Object;
+namespace wire = connector::wire;
 
 Lane laneOfCall(const Object& call) {
-    constexpr std::pair<std::string_view, Lane> table[] = {
-        {"ppe", Lane::RunningCode},
-        {"pause", Lane::Pause},
-        {"prompt", Lane::Prompt},
-        {"non_debug_prompt", Lane::NonDebugPrompt},
-        {"debug_prompt", Lane::DebugPrompt},
-        {"idle", Lane::Idle},
-    };
+    constexpr std::array<Lane, wire::dequeModes.size()> lanes = {
+        Lane::BasePrompt,     Lane::RunningCode, Lane::Pause, Lane::Prompt,
+        Lane::NonDebugPrompt, Lane::DebugPrompt, Lane::Idle};
     const auto mode = call.get("dequeMode");
     if (mode.type() != typeid(std::string)) return Lane::BasePrompt;
-    for (const auto& [word, lane] : table) {
-        if (mode.extract<std::string>() == word) return lane;
-    }
-    return Lane::BasePrompt;
+    return lanes.at(wire::dequeModeNumber(mode.extract<std::string>()));
 }
 
 Lane laneOfEntry(const Object::Ptr& entry) {
     const auto type = entry ? entry->get("type") : Poco::Dynamic::Var();
     const auto message = entry ? entry->getObject("message") : Object::Ptr();
     const bool isCall =
-        message && type.type() == typeid(std::string) && type.extract<std::string>() == "connector/v1/FEval";
+        message && type.type() == typeid(std::string) && type.extract<std::string>() == wire::type::feval;
     return isCall ? laneOfCall(*message) : Lane::BasePrompt;
 }
 
@@ -49,10 +43,10 @@ Lane laneOfSequence(const Object& sequence) {
 }  // namespace
 
 Lane laneOf(const std::string& typeName, const Object& message, bool isReadingInput) {
-    if (typeName == "connector/v1/Interrupt") return Lane::Interrupt;
-    if (typeName == "connector/v1/FEval") return laneOfCall(message);
-    if (typeName == "connector/v1/Sequence") return laneOfSequence(message);
-    if (typeName == "connector/v1/Eval" && isReadingInput) return Lane::Input;
+    if (typeName == wire::type::interrupt) return Lane::Interrupt;
+    if (typeName == wire::type::feval) return laneOfCall(message);
+    if (typeName == wire::type::sequence) return laneOfSequence(message);
+    if (typeName == wire::type::eval && isReadingInput) return Lane::Input;
     return Lane::BasePrompt;
 }
 

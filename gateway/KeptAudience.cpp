@@ -2,11 +2,13 @@
 
 #include <chrono>
 
+#include "connector/wireWords.h"
+
 namespace gateway {
 
 namespace {
 
-constexpr const char* streams = "/eval/response/**";
+constexpr const char* streams = connector::wire::channel::allEvalResponses;
 
 void discard(messages::ClientSession& session) {
     constexpr std::size_t atOnce = std::size_t{1} << 20;

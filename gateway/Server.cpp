@@ -3,6 +3,8 @@
 #include <chrono>
 #include <exception>
 
+#include "connector/json/escape.h"
+#include "connector/wireWords.h"
 #include "http/streams.h"
 #include "log.h"
 
@@ -38,7 +40,7 @@ Server::Server(const Parts& parts, const boost::asio::ip::address& address)
               listener_.port()),
       files_(parts.options.console),
       connections_(std::make_shared<http::ConnectionTable>(parts.options.limits.connections)),
-      completions_(parts.messages.subscribe("/eval/response/completion",
+      completions_(parts.messages.subscribe(connector::wire::channel::completion,
                                             [this](const auto& message) { countCompletion(message.data); })),
       audience_(parts.messages),
       dispatcher_(parts.framework, parts.serializer,
@@ -118,7 +120,7 @@ metrics::Snapshot Server::snapshot() const {
 }
 
 void Server::countCompletion(const std::string& data) {
-    ++(data == "\"Done: success\"" ? successes_ : failures_);
+    ++(data == connector::json::quoted(connector::wire::completion::success) ? successes_ : failures_);
 }
 
 }  // namespace gateway

@@ -4,6 +4,7 @@
 #include <iterator>
 
 #include "connector/json/ObjectBuilder.h"
+#include "connector/wireWords.h"
 #include "messages/channelNames.h"
 
 namespace messages {
@@ -65,11 +66,11 @@ MessageLog::Frame MessageLog::gapAfter(std::uint64_t number) const {
     }
     if (missed.number == 0) return nullptr;
     return std::make_shared<const MessageFrame>(
-        "/connector/gap", ObjectBuilder()
-                              .add("from", std::max(number + 1, number > 0 ? 0 : first_))
-                              .add("to", missed.number)
-                              .add("bytes", missed.bytes)
-                              .take());
+        connector::wire::channel::gap, ObjectBuilder()
+                                           .add("from", std::max(number + 1, number > 0 ? 0 : first_))
+                                           .add("to", missed.number)
+                                           .add("bytes", missed.bytes)
+                                           .take());
 }
 
 std::vector<MessageLog::Frame> MessageLog::after(std::uint64_t number,

@@ -8,6 +8,7 @@
 #include "HandlerGate.h"
 #include "connector/detail/SharedFutureState.h"
 #include "connector/json/ObjectBuilder.h"
+#include "connector/wireWords.h"
 
 namespace messages {
 
@@ -15,7 +16,6 @@ using connector::MutexLock;
 
 namespace {
 
-constexpr std::string_view dropNoticeChannel = "/connector/dropped";
 constexpr const char* fullReason = "its queue is full of messages that must not be lost";
 constexpr const char* overdueReason = "its queue has been full for too long";
 
@@ -136,11 +136,12 @@ void OutgoingQueue::removeFirstLocked() {
 }
 
 OutgoingQueue::Frame OutgoingQueue::noticeOf(const Loss& loss) {
-    return std::make_shared<const MessageFrame>(dropNoticeChannel, connector::json::ObjectBuilder()
-                                                                       .add("channel", loss.lossClass)
-                                                                       .add("messages", loss.messages)
-                                                                       .add("bytes", loss.bytes)
-                                                                       .take());
+    return std::make_shared<const MessageFrame>(connector::wire::channel::dropped,
+                                                connector::json::ObjectBuilder()
+                                                    .add("channel", loss.lossClass)
+                                                    .add("messages", loss.messages)
+                                                    .add("bytes", loss.bytes)
+                                                    .take());
 }
 
 void OutgoingQueue::setWakeUp(std::function<void()> wakeUp) {

@@ -13,6 +13,7 @@
 #include <boost/exception/diagnostic_information.hpp>
 
 #include "connector/ThreadSafety.h"
+#include "connector/wireWords.h"
 #include "event_json_converter/EventToJsonConverter.h"
 #include "fl/i18n/text.h"
 #include "foundation/cppmicroservices/framework.h"
@@ -33,7 +34,7 @@ using Logger = foundation::log::DiagnosticLogger;
 
 namespace {
 
-constexpr std::string_view prefix = "/eventmgr";
+constexpr std::string_view prefix = wire::channel::events;
 constexpr const char* converterBundle = R"(bin\win64\json_event_converter)";
 
 void startConverters() {

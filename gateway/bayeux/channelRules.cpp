@@ -2,11 +2,14 @@
 
 #include <algorithm>
 
+#include "connector/wireWords.h"
 #include "messages/channelNames.h"
 
 namespace gateway::bayeux {
 
 namespace {
+
+namespace words = connector::wire::channel;
 
 bool hasPortableForm(std::string_view text) {
     return text.size() <= 255 && std::count(text.begin(), text.end(), '/') <= 16 &&
@@ -33,16 +36,17 @@ bool isMeta(std::string_view channel) { return isIn(channel, "/meta"); }
 bool isService(std::string_view channel) { return isIn(channel, "/service"); }
 
 bool isOfNoInterpreter(std::string_view channel) {
-    constexpr std::string_view events = "/eventmgr/";
-    if (!channel.starts_with(events)) return false;
-    channel.remove_prefix(events.size());
+    constexpr std::string_view events = words::events;
+    if (!channel.starts_with(events) || !channel.substr(events.size()).starts_with('/')) return false;
+    channel.remove_prefix(events.size() + 1);
     const std::string_view number = channel.substr(0, channel.find('/'));
     return number.find_first_not_of("0123456789") == std::string_view::npos &&
            number.find_first_not_of('0') != std::string_view::npos;
 }
 
 bool isServersOwn(std::string_view channel) {
-    return isIn(channel, "/eval/response") || isIn(channel, "/eventmgr") || isIn(channel, "/connector");
+    return isIn(channel, words::evalResponse) || isIn(channel, words::events) ||
+           isIn(channel, words::notices);
 }
 
 }  // namespace gateway::bayeux

@@ -4,6 +4,7 @@
 #include "bayeux/replies.h"
 #include "connector/common/ContextState.h"
 #include "connector/json/write.h"
+#include "connector/wireWords.h"
 
 namespace gateway::bayeux {
 
@@ -11,8 +12,6 @@ using connector::common::ClientRequests;
 using connector::common::ContextState;
 
 namespace {
-
-constexpr std::string_view evaluationChannel = "/eval/request";
 
 // Says that the data holds bytes as text. It is the one extension that others have to see.
 constexpr const char* binaryMember = R"(,"ext":{"binary":{}})";
@@ -26,7 +25,7 @@ std::string publish(messages::ClientSession& session, const Request& request,
     if (isServersOwn(channel)) return failed(request, errorText(403, channel, "denied"));
     if (!request.has("data")) return failed(request, errorText(400, "missing data"));
     std::shared_ptr<ContextState> context;
-    if (channel == evaluationChannel) {
+    if (channel == connector::wire::channel::evalRequest) {
         if (evaluations->count() >= mostEvaluations) {
             return failed(request, errorText(429, channel, "too many evaluations are waiting"));
         }

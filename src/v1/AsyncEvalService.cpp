@@ -11,6 +11,7 @@
 #include "connector/ddux/ddux.h"
 #include "connector/json/escape.h"
 #include "connector/json/parse.h"
+#include "connector/wireWords.h"
 #include "fl/i18n/text.h"
 #include "iqm/PacketInfo.h"
 #include "services/prompt/prompt.h"
@@ -40,8 +41,8 @@ constexpr const char* dduxSource = "NUMORA_WORKER";
 // Does not hold the service, which a batch may outlive.
 CoalescingTextBuffer::Callback batchPublisher(std::shared_ptr<Publisher> publisher) {
     return [publisher = std::move(publisher)](DataBuffer&& batch, nmutil::io::StreamTypeEnum type) {
-        publisher->publish(
-            type == nmutil::io::STANDARD_OUTPUT ? "/eval/response/output" : "/eval/response/error", batch);
+        publisher->publish(type == nmutil::io::STANDARD_OUTPUT ? wire::channel::output : wire::channel::error,
+                           batch);
     };
 }
 
@@ -172,11 +173,12 @@ AsyncEvalService::AsyncEvalService(AsyncEvalServices services,
 void AsyncEvalService::subscribe(const std::shared_ptr<MessageService>& messages) {
     const auto weak = weak_from_this();
     publisher_->open(messages);
-    requests_ = messages->subscribe("/eval/request", [weak](const message_service::JsonMessage& message) {
-        if (const auto self = weak.lock()) self->handleEvalRequest(message);
-    });
+    requests_ =
+        messages->subscribe(wire::channel::evalRequest, [weak](const message_service::JsonMessage& message) {
+            if (const auto self = weak.lock()) self->handleEvalRequest(message);
+        });
     watch_ = messages->watch(
-        "/eval/response/**",
+        wire::channel::allEvalResponses,
         [weak](const message_service::SubscribeEvent& event) {
             if (const auto self = weak.lock()) self->handleClientSubscribe(event);
         },
@@ -299,8 +301,8 @@ std::shared_ptr<cmddistributor::PromiseDelegate> AsyncEvalService::completionOf(
 void AsyncEvalService::complete(const Request& request, bool isSuccess) {
     guarded("flush", [&] { flush(); });
     guarded("completion", [&] {
-        publish("/eval/response/completion",
-                DataBuffer(isSuccess ? R"("Done: success")" : R"("Done: failure")"));
+        publish(wire::channel::completion,
+                DataBuffer(json::quoted(isSuccess ? wire::completion::success : wire::completion::failure)));
     });
     if (request.printed) guarded("sendDduxResponse", [&] { sendDduxResponse(); });
 }

@@ -5,6 +5,7 @@
 
 #include "connector/interpreter/v1/AsyncEvalService.h"
 #include "connector/json/escape.h"
+#include "connector/wireWords.h"
 #include "fl/i18n/text.h"
 #include "nmutil/eventmgr/createLocalEventMgr.h"
 #include "nmutil/prompt/promptName.h"
@@ -69,14 +70,14 @@ ScopedConnection AsyncEvalService::connect(EventMgr& manager,
 void AsyncEvalService::handleClc(const nmutil::io::CLCEvent& /*event*/) {
     guarded("handleClc", [this] {
         flush();
-        publish("/eval/response/commandwindow/clear", DataBuffer(R"("clear")"));
+        publish(wire::channel::clear, DataBuffer(R"("clear")"));
     });
 }
 
 void AsyncEvalService::handleHome(const nmutil::io::HomeEvent& /*event*/) {
     guarded("handleHome", [this] {
         flush();
-        publish("/eval/response/commandwindow/home", DataBuffer(R"("home")"));
+        publish(wire::channel::home, DataBuffer(R"("home")"));
     });
 }
 
@@ -108,7 +109,7 @@ void AsyncEvalService::handleSuggestion(const numora::lang::correction::Suggesti
         const std::string text = json::quoted(fl::i18n::to_string(event.getText()));
         coalescer_->appendDduxDataForSuggestion(event.getText());
         flush();
-        publish("/eval/response/suggest", DataBuffer(text));
+        publish(wire::channel::suggestion, DataBuffer(text));
     });
 }
 
@@ -116,7 +117,7 @@ void AsyncEvalService::handleSuggestion(const numora::lang::correction::Suggesti
 void AsyncEvalService::doPromptChange(nmutil::prompt::InputRequester prompt) {
     guarded("doPromptChange", [&] {
         flush();
-        publish("/eval/response/iqminput",
+        publish(wire::channel::prompt,
                 DataBuffer('"' + std::string(nmutil::prompt::promptName(prompt)) + '"'));
     });
 }

@@ -14,6 +14,7 @@
 #include "connector/CurrentDelivery.h"
 #include "connector/Promise.h"
 #include "connector/ServiceFramework.h"
+#include "connector/ServiceStopped.h"
 #include "connector/WorkerPool.h"
 #include "connector/common/ContextState.h"
 #include "connector/common/requestArrival.h"
@@ -32,8 +33,6 @@ using MessagePtr = std::unique_ptr<connector::Message>;
 using MessageFuture = connector::Future<MessagePtr>;
 
 constexpr std::size_t mostThreads = 16;  // for the sequences that wait for the same state
-
-std::runtime_error stopped() { return std::runtime_error("Service exists but is not running."); }
 
 bool hasHotlinks(const MessagePtr& message) {
     const auto* const feval = dynamic_cast<const FEval*>(message.get());
@@ -93,7 +92,7 @@ private:
                 return end(std::make_exception_ptr(
                     std::system_error(std::make_error_code(std::errc::resource_unavailable_try_again))));
             case WorkerPool::Outcome::Closed:
-                return end(std::make_exception_ptr(stopped()));
+                return end(std::make_exception_ptr(ServiceStopped()));
         }
     }
 
@@ -118,7 +117,7 @@ private:
     }
 
     MessageFuture deliverNext() {
-        if (workers_->isClosed()) throw stopped();
+        if (workers_->isClosed()) throw ServiceStopped();
         const auto framework = delivery_.framework.lock();
         if (!framework) throw std::runtime_error("There is no service framework to deliver to.");
         if (next_ > 0) stampAnew(*context_);

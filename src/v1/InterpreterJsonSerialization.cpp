@@ -24,6 +24,7 @@
 #include "connector/interpreter/v1/Interrupt.h"
 #include "connector/interpreter/v1/InterruptResponse.h"
 #include "connector/json/parse.h"
+#include "connector/wireWords.h"
 #include "fl/i18n/text.h"
 
 namespace connector::interpreter::v1 {
@@ -305,12 +306,12 @@ void add(connector::json::JsonSerializer& serializer, const char* typeName) {
 InterpreterJsonSerialization::InterpreterJsonSerialization(
     std::shared_ptr<connector::json::JsonSerializer> serializer)
     : serializer_(std::move(serializer)) {
-    add<Eval>(*serializer_, "connector/v1/Eval");
-    add<EvalResponse>(*serializer_, "connector/v1/EvalResponse");
-    add<FEval>(*serializer_, "connector/v1/FEval");
-    add<FEvalResponse>(*serializer_, "connector/v1/FEvalResponse");
-    add<Interrupt>(*serializer_, "connector/v1/Interrupt");
-    add<InterruptResponse>(*serializer_, "connector/v1/InterruptResponse");
+    add<Eval>(*serializer_, wire::type::eval);
+    add<EvalResponse>(*serializer_, wire::type::evalResponse);
+    add<FEval>(*serializer_, wire::type::feval);
+    add<FEvalResponse>(*serializer_, wire::type::fevalResponse);
+    add<Interrupt>(*serializer_, wire::type::interrupt);
+    add<InterruptResponse>(*serializer_, wire::type::interruptResponse);
 }
 
 }  // namespace connector::interpreter::v1

@@ -9,6 +9,7 @@
 #include "connector/common/requestArrival.h"
 #include "connector/interpreter/ConnectorEvalCmdRequest.h"
 #include "connector/interpreter/v1/InterruptResponse.h"
+#include "connector/wireWords.h"
 #include "fl/i18n/text.h"
 #include "iqm/Iqm.h"
 #include "services/interrupts.h"
@@ -130,7 +131,7 @@ MessageFuture InterpreterServiceProviderImpl::handle(std::unique_ptr<Eval>&& mes
             break;
         case Admission::Unavailable:
             response->isError = true;
-            response->faults.emplace_back(codeError, "NUMORA not available.");
+            response->faults.emplace_back(wire::faultCode::code, "NUMORA not available.");
             break;
     }
     return ready(std::move(response));
@@ -166,7 +167,7 @@ void InterpreterServiceProviderImpl::evaluate(StatusToken& token, EvalResponse& 
         addFault(response, error, "Eval", describe(request));
     } catch (...) {
         log().warning("Eval " + describe(request) + " had unknown error");
-        response.faults.emplace_back(codeError, "Error while executing eval request.");
+        response.faults.emplace_back(wire::faultCode::code, "Error while executing eval request.");
     }
 }
 
@@ -234,7 +235,8 @@ void InterpreterServiceProviderImpl::reportTimeout(EvalResponse& response, const
     updateEvalResponse(response);
     response.isError = true;
     response.faults.emplace_back(
-        timeoutCode, "Eval timed out after " + std::to_string(request.timeoutMs) + " milliseconds");
+        wire::faultCode::timeout,
+        "Eval timed out after " + std::to_string(request.timeoutMs) + " milliseconds");
     std::ostringstream notice;
     notice.imbue(std::locale::classic());
     notice << "NUMORA operation interrupted. Operation(s) taking longer than " << request.timeoutMs / 1000.0
@@ -279,7 +281,7 @@ MessageFuture InterpreterServiceProviderImpl::handle(std::unique_ptr<Interrupt>&
     if (isInterpreterAvailable()) {
         zvm_->interrupt();
     } else {
-        response->faults.emplace_back(codeError, "NUMORA not available.");
+        response->faults.emplace_back(wire::faultCode::code, "NUMORA not available.");
     }
     releasePendingLocked(deadline);
     lock.unlock();

@@ -6,6 +6,7 @@
 #include "cmddistributor/FEvalCmdRequest.h"
 #include "connector/interpreter/v1/FEvalResponse.h"
 #include "connector/interpreter/v1/InterpreterServiceProviderImpl.h"
+#include "connector/wireWords.h"
 #include "fl/i18n/text.h"
 #include "v1/CallOutput.h"
 #include "v1/ContextScope.h"
@@ -71,7 +72,7 @@ Future<std::unique_ptr<connector::Message>> InterpreterServiceProviderImpl::hand
     auto response = std::make_unique<FEvalResponse>(request->uuid());
     const auto token = std::make_shared<CallToken>();
     if (const char* const refusal = admitCall(token)) {
-        response->faults.emplace_back(codeError, refusal);
+        response->faults.emplace_back(wire::faultCode::code, refusal);
     } else {
         const ContextScope scope(context);
         callFunction(*token, *response, *request, context);
@@ -100,12 +101,12 @@ void InterpreterServiceProviderImpl::callFunction(CallToken& token, FEvalRespons
         sendFEvalRequest(token, response, request, context);
     } catch (const FEvalResultError& error) {
         log().warning("FEval " + describe(request) + " errored: " + error.what());
-        response.faults.emplace_back(codeError, error.what());
+        response.faults.emplace_back(wire::faultCode::code, error.what());
     } catch (const std::exception& error) {
         addFault(response, error, "FEval", describe(request));
     } catch (...) {
         log().warning("FEval " + describe(request) + " had unknown error");
-        response.faults.emplace_back(codeError, "Unknown NUMORA error.");
+        response.faults.emplace_back(wire::faultCode::code, "Unknown NUMORA error.");
     }
 }
 
@@ -148,10 +149,12 @@ void InterpreterServiceProviderImpl::awaitResult(CallToken& token, FEvalResponse
             zvm_->interrupt(id);
             response.isError = true;
             response.faults.emplace_back(
-                timeoutCode, "FEval timed out after " + std::to_string(request.timeoutMs) + " milliseconds");
+                wire::faultCode::timeout,
+                "FEval timed out after " + std::to_string(request.timeoutMs) + " milliseconds");
             break;
         case WaitEnd::GivenUp:
-            if (const char* const reason = unavailability()) response.faults.emplace_back(codeError, reason);
+            if (const char* const reason = unavailability())
+                response.faults.emplace_back(wire::faultCode::code, reason);
             break;
     }
     token.giveUp();

@@ -11,7 +11,7 @@
 #include "connector/interpreter/v1/FEvalResponse.h"
 #include "connector/interpreter/v1/Interrupt.h"
 #include "connector/interpreter/v1/InterruptResponse.h"
-#include "v1/requestFaults.h"
+#include "connector/wireWords.h"
 
 namespace connector::interpreter::v1 {
 
@@ -28,8 +28,9 @@ MessageFuture MockInterpreterServiceProvider::handle(std::unique_ptr<FEval>&& me
     auto response = std::make_unique<FEvalResponse>(request->uuid());
     if (request->nargout > maxNargout) {
         response->isError = true;
-        response->faults.emplace_back(codeError, "nargout must be at most " + std::to_string(maxNargout) +
-                                                     ": the results would be longer than a message may be.");
+        response->faults.emplace_back(wire::faultCode::code,
+                                      "nargout must be at most " + std::to_string(maxNargout) +
+                                          ": the results would be longer than a message may be.");
     } else {
         const auto count = static_cast<std::size_t>(std::max(request->nargout, 0));
         response->results.reserve(2 + 2 * count);

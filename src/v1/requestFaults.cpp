@@ -1,13 +1,14 @@
 #include "v1/requestFaults.h"
 
 #include "cmddistributor/RuntimeException.h"
+#include "connector/wireWords.h"
 #include "fl/i18n/text.h"
 #include "v1/log.h"
 
 namespace connector::interpreter::v1 {
 
 connector::common::v1::Fault codeFault(const std::u16string& message, const std::string& identifier) {
-    connector::common::v1::Fault fault(codeError, fl::i18n::to_string(message));
+    connector::common::v1::Fault fault(wire::faultCode::code, fl::i18n::to_string(message));
     if (!identifier.empty()) fault.conditions.push_back({identifier, message});
     return fault;
 }
@@ -18,11 +19,11 @@ void addFault(connector::common::v1::Response& response, const std::exception& e
     const auto* failure = dynamic_cast<const cmddistributor::RuntimeException*>(&error);
     if (failure && failure->getExecutionStatus() == nmutil::cmddistributor::EXECUTION_CANCELLED) {
         log().warning(name + " request cancelled before starting: " + request);
-        response.faults.emplace_back(codeError, "Request was cancelled before starting.");
+        response.faults.emplace_back(wire::faultCode::code, "Request was cancelled before starting.");
         return;
     }
     log().warning(name + ' ' + request + " errored: " + error.what());
-    response.faults.emplace_back(codeError, "Error while executing eval request.");
+    response.faults.emplace_back(wire::faultCode::code, "Error while executing eval request.");
 }
 
 }  // namespace connector::interpreter::v1

@@ -8,10 +8,6 @@
 
 namespace connector::interpreter::v1 {
 
-/// The fault code of whatever went wrong but for a time limit.
-inline constexpr const char* codeError = "NUMORA.CodeError";
-inline constexpr const char* timeoutCode = "Request.Timeout";
-
 /// The fault of an error in the code. `identifier` tells programs which one it is, where it has one of its
 /// own.
 connector::common::v1::Fault codeFault(const std::u16string& message, const std::string& identifier);

@@ -5,7 +5,7 @@
 #include "connector/container/SequenceContainer.h"
 #include "connector/interpreter/v1/EvalResponse.h"
 #include "connector/interpreter/v1/FEvalResponse.h"
-#include "v1/requestFaults.h"
+#include "connector/wireWords.h"
 
 namespace connector::interpreter::v1 {
 
@@ -27,7 +27,7 @@ void takeRoomFor(std::size_t& room, Response& response, std::u16string& text, co
     std::u16string(nothing).swap(text);  // an assignment may keep the storage
     response.faults.clear();
     response.isError = true;
-    response.faults.emplace_back(codeError,
+    response.faults.emplace_back(wire::faultCode::code,
                                  "The request has run, but its result is left out: the responses of the "
                                  "sequence would be too large. Send such requests one by one.");
 }

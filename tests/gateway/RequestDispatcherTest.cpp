@@ -7,6 +7,7 @@
 #include <Poco/Exception.h>
 #include <gtest/gtest.h>
 
+#include "connector/ServiceStopped.h"
 #include "dispatch/RequestDispatcher.h"
 
 namespace {
@@ -94,7 +95,7 @@ TEST_F(RequestDispatcherTest, failuresBecomeStatuses) {
     EXPECT_EQ(submit("test/Note", nullptr).status, 400);
     failWith(connector::NoService("nobody"));
     EXPECT_EQ(submitNote().status, 404);
-    failWith(std::runtime_error("Service exists but is not running."));
+    failWith(connector::ServiceStopped());
     EXPECT_EQ(submitNote().status, 503);
     failWith(std::runtime_error("it broke"));
     EXPECT_EQ(submitNote().status, 500);

@@ -1,11 +1,13 @@
 #pragma once
 
+#include <exception>
 #include <memory>
 #include <typeinfo>
 #include <utility>
 
 #include "connector/ServiceMessage.h"
 #include "connector/ServiceProvider.h"
+#include "connector/ServiceStopped.h"
 #include "connector/detail/deliveryFailure.h"
 
 namespace connector {
@@ -28,11 +30,12 @@ template <class P>
 class ServiceProviderAPI : public ServiceProvider {
 public:
     /// Delivers `message`. A future that has failed comes back, with the message left where it is, when the
-    /// provider is stopped or the message is not for a `P`.
+    /// provider is stopped (ServiceStopped) or the message is not for a `P`.
     /// Threads: any. Takes no lock.
     /// Throws: what the typed operation throws; std::bad_weak_ptr when no shared pointer holds the provider.
     Future<std::unique_ptr<Message>> handle(std::unique_ptr<Message>&& message) override {
-        if (!isRunning()) return detail::deliveryFailure("Service exists but is not running.");
+        if (!isRunning())
+            return makeFailedFuture<std::unique_ptr<Message>>(std::make_exception_ptr(ServiceStopped()));
         auto* const deliverable = dynamic_cast<ServiceMessage<P>*>(message.get());
         if (!deliverable) return detail::wrongMessageType("", typeid(ServiceMessage<P>), message.get());
         return deliverable->deliver(std::move(message), static_cast<P*>(this)->shared_from_this());

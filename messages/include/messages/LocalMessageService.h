@@ -10,15 +10,17 @@
 #include <vector>
 
 #include "connector/message_service/MessageService.h"
+#include "connector/wireWords.h"
 #include "messages/ClientSession.h"
 
 namespace messages {
 
 struct MessageServiceOptions {
     /// What a client that is too slow may lose: patterns. Losses are counted by the pattern.
-    std::vector<std::string> droppable = {"/eval/response/output", "/eval/response/error"};
+    std::vector<std::string> droppable = {connector::wire::channel::output, connector::wire::channel::error};
     /// Of which channels the last messages are kept and numbered, for clients that come back: patterns.
-    std::vector<std::string> logged = {"/eval/response/**", "/eventmgr/**"};
+    std::vector<std::string> logged = {connector::wire::channel::allEvalResponses,
+                                       connector::wire::channel::allEvents};
     /// The number of the first of them. 0 stands for the time in microseconds, so that it is larger than all
     /// numbers of an earlier service, and a client that comes back from there is told that it has missed
     /// something.

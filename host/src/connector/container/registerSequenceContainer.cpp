@@ -11,6 +11,7 @@
 #include <Poco/JSON/Object.h>
 
 #include "connector/container/SequenceContainer.h"
+#include "connector/wireWords.h"
 
 namespace connector::container {
 
@@ -101,7 +102,7 @@ Object::Ptr write(const JsonSerializer& serializer, const Message& message) {
 // The functions refer to the serializer without owning it: it holds them, and it alone calls them.
 void registerSequenceContainer(JsonSerializer& serializer) {
     serializer.registerType(
-        "connector/v1/Sequence", typeid(SequenceContainer),
+        wire::type::sequence, typeid(SequenceContainer),
         [&serializer](const Object::Ptr& object) { return read(serializer, object); },
         [&serializer](const Message& message) { return write(serializer, message); },
         true);  // which the readers of its messages take or not

@@ -32,7 +32,7 @@ namespace connector::interpreter::v1 {
 /// is ended by a stop. A call whose delivery returned without the response holds no thread while it waits,
 /// and the thread that brings the response only hands over. Owns: a call holds neither the provider nor the
 /// framework. A provider that is stopped or destroyed waits for deliveries that block, and ends the calls
-/// under way with "Service exists but is not running.": at once, or when an awaited response has come.
+/// under way with ServiceStopped: at once, or when an awaited response has come.
 class FEvalSequenceServiceProvider : public connector::container::SequenceContainerServiceProvider {
 public:
     /// What the responses of a call may hold in all.  Units: UTF-16 code units.
