@@ -3,10 +3,10 @@
 #include <atomic>
 #include <stdexcept>
 
+#include "LocalEnvironment.h"
 #include "messages/LocalServiceFramework.h"
 #include "services/LocalConfiguration.h"
 #include "services/streamingServices.h"
-#include "thread/Interpreter.h"
 
 namespace standalone {
 
@@ -21,7 +21,7 @@ public:
     explicit Impl(const HostOptions& options)
         : configuration(std::make_shared<LocalConfiguration>(options.configuration)),
           messages(std::make_shared<messages::LocalMessageService>(options.messages)),
-          interpreter(options) {}
+          environment(options) {}
 
     const std::shared_ptr<connector::configuration::Configuration> configuration;
     const std::shared_ptr<connector::ServiceFramework> framework =
@@ -33,8 +33,8 @@ public:
         std::make_shared<LocalShadowService>();
     const std::shared_ptr<messages::RequestCounter> requestCounter =
         std::make_shared<messages::RequestCounter>();
-    Interpreter interpreter;
-    const std::shared_ptr<zvm::ZVM> zvm = interpreter.currentLocalZVM();
+    LocalEnvironment environment;
+    const std::shared_ptr<zvm::ZVM> zvm = environment.currentLocalZVM();
     const std::shared_ptr<connector::common::RequestGate> requestGate =
         std::make_shared<InterpreterGate>(zvm, shadowService);
 };
@@ -72,8 +72,8 @@ const std::shared_ptr<messages::RequestCounter>& StandaloneHost::requestCounter(
     return impl_->requestCounter;
 }
 
-int StandaloneHost::standardInput() const { return impl_->interpreter.originalDescriptor(0); }
-int StandaloneHost::standardOutput() const { return impl_->interpreter.originalDescriptor(1); }
-int StandaloneHost::standardError() const { return impl_->interpreter.originalDescriptor(2); }
+int StandaloneHost::standardInput() const { return impl_->environment.originalDescriptor(0); }
+int StandaloneHost::standardOutput() const { return impl_->environment.originalDescriptor(1); }
+int StandaloneHost::standardError() const { return impl_->environment.originalDescriptor(2); }
 
 }  // namespace standalone

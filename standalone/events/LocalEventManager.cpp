@@ -5,7 +5,7 @@
 
 #include "fl/i18n/text.h"
 #include "foundation/log/diagnostic_logger.h"
-#include "standalone/StandaloneHost.h"
+#include "standalone/process.h"
 
 namespace standalone {
 

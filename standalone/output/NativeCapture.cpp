@@ -14,7 +14,7 @@
 #include <unistd.h>
 
 #include "foundation/log/diagnostic_logger.h"
-#include "standalone/StandaloneHost.h"
+#include "standalone/process.h"
 
 namespace standalone {
 
@@ -36,14 +36,6 @@ int check(int result, const char* what) {
 std::atomic<NativeCapture*> capturing{nullptr};
 
 }  // namespace
-
-void openStandardStreams() {
-    int descriptor = 0;
-    do {
-        descriptor = open("/dev/null", O_RDWR);
-    } while (descriptor >= 0 && descriptor < 3);
-    closeIfOpen(descriptor);
-}
 
 NativeCapture::NativeCapture(Deliver deliver, WithInterpreterLock withInterpreterLock)
     : deliver_(std::move(deliver)), withInterpreterLock_(std::move(withInterpreterLock)) {

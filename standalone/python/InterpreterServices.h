@@ -32,8 +32,9 @@ public:
 
     /// Runs the requests that may run between two steps of the running code.
     virtual void runRequests() = 0;
-    /// Whether the running code has been interrupted, once for each interrupt: it is to be told now.
-    virtual bool takeInterrupt() = 0;
+    /// Tells the running code of its interrupts, and of other signals that have come. False when that has
+    /// raised an exception, which is set then.
+    virtual bool checkInterrupts() = 0;
     /// For an interrupt that Python has dropped: it is to be taken again.
     virtual void returnInterrupt() = 0;
 

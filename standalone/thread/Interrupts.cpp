@@ -11,7 +11,7 @@
 #include <pthread.h>
 #include <unistd.h>
 
-#include "standalone/StandaloneHost.h"
+#include "standalone/process.h"
 
 namespace standalone {
 
@@ -20,7 +20,6 @@ namespace {
 // The handler's view; one interpreter thread in the process, or none.
 std::atomic<pthread_t> interpreterThread{};
 std::atomic<bool> hasOutsideInterrupt{false};
-std::atomic<void (*)()> outsideHandler{nullptr};
 
 bool isFromOutside(const siginfo_t& info) {
     return info.si_code == SI_KERNEL || (info.si_code == SI_USER && info.si_pid != getpid());
@@ -30,15 +29,12 @@ bool isFromOutside(const siginfo_t& info) {
 void onInterrupt(int, siginfo_t* info, void*) {
     const int savedErrno = errno;
     const pthread_t thread = interpreterThread.load();
-    void (*const outside)() = outsideHandler.load();
     if (!isFromOutside(*info)) {
         PyErr_SetInterruptEx(SIGINT);
         // The sleep that it is to break into may be elsewhere.
         if (pthread_equal(thread, pthread_self()) == 0 && thread != pthread_t{})
             pthread_kill(thread, SIGRTMIN);
-    } else if (outside != nullptr) {
-        outside();
-    } else if (thread != pthread_t{}) {
+    } else if (!callOutsideInterruptHandler() && thread != pthread_t{}) {
         hasOutsideInterrupt.store(true);
         pthread_kill(thread, SIGRTMIN);
     }
@@ -75,18 +71,6 @@ bool swallow() {
 
 }  // namespace
 
-void setInterpreterSignalsBlocked(bool blocked) {
-    sigset_t set;
-    sigemptyset(&set);
-    sigaddset(&set, SIGINT);
-    sigaddset(&set, SIGRTMIN);
-    pthread_sigmask(blocked ? SIG_BLOCK : SIG_UNBLOCK, &set, nullptr);
-}
-
-void setOutsideInterruptHandler(void (*handler)()) { outsideHandler.store(handler); }
-
-void blockInterpreterSignals() { setInterpreterSignalsBlocked(true); }
-
 void Interrupts::attach() {
     sigevent event{};
     event.sigev_notify = SIGEV_THREAD_ID;
@@ -97,11 +81,11 @@ void Interrupts::attach() {
     }
     interpreterThread.store(pthread_self());
     installHandler();
-    setInterpreterSignalsBlocked(false);
+    unblockInterpreterSignals();
 }
 
 void Interrupts::detach() {
-    setInterpreterSignalsBlocked(true);
+    blockInterpreterSignals();
     if (pthread_equal(interpreterThread.exchange(pthread_t{}), pthread_self()) != 0) timer_delete(repetition);
 }
 
@@ -127,7 +111,7 @@ bool Interrupts::isDisturbed() {
 
 void Interrupts::install() {
     installHandler();
-    setInterpreterSignalsBlocked(false);
+    unblockInterpreterSignals();
 }
 
 void Interrupts::look() {

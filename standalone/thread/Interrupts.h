@@ -45,7 +45,4 @@ struct Interrupts {
     static bool isSignalThread();
 };
 
-/// Blocks SIGINT and SIGRTMIN for the calling thread, or lets them through again.
-void setInterpreterSignalsBlocked(bool blocked);
-
 }  // namespace standalone

@@ -1,4 +1,3 @@
-#define PY_SSIZE_T_CLEAN
 #include "thread/PromptReader.h"
 
 #include <algorithm>
@@ -6,8 +5,9 @@
 #include <stdexcept>
 #include <utility>
 
-#include <Python.h>
 #include <sched.h>
+
+#include "python/interpreterLock.h"
 
 namespace standalone {
 
@@ -24,9 +24,8 @@ constexpr char16_t endOfTransmission = 4;
 // With the interpreter's lock released for the wait, so that Python's own threads go on.
 std::unique_ptr<QueuedRequest> takeUnlocked(RequestQueue& queue, InputRequester prompt) {
     if (auto request = queue.tryTake(prompt)) return request;
-    PyThreadState* state = PyEval_SaveThread();
-    auto request = queue.take(prompt, signalCheckInterval);
-    PyEval_RestoreThread(state);
+    std::unique_ptr<QueuedRequest> request;
+    withoutInterpreterLock([&] { request = queue.take(prompt, signalCheckInterval); });
     return request;
 }
 

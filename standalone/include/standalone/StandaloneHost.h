@@ -1,9 +1,6 @@
 #pragma once
 
-#include <cstdint>
-#include <map>
 #include <memory>
-#include <string>
 
 #include "connector/ServiceFramework.h"
 #include "connector/common/RequestGate.h"
@@ -11,23 +8,11 @@
 #include "connector/shadow_files/v1/ShadowService.h"
 #include "messages/LocalMessageService.h"
 #include "messages/RequestCounter.h"
+#include "standalone/HostOptions.h"
+#include "standalone/process.h"
 #include "zvm/ZVM.h"
 
 namespace standalone {
-
-struct HostOptions {
-    /// Size of the command window, in characters, for requests that do not say theirs.
-    std::uint64_t columns = 80;
-    std::uint64_t rows = 24;
-    /// What native code and child processes write to file descriptors 1 and 2 is captured as interpreter
-    /// output, and their standard input is empty.
-    bool captureFileDescriptors = true;
-    /// Initial configuration values.
-    std::map<std::string, std::string> configuration;
-    /// Where records of usage are kept, as lines of JSON. Empty: nowhere.
-    std::string telemetryFile = {};
-    messages::MessageServiceOptions messages = {};
-};
 
 /// A complete host of its own: an embedded CPython on a thread of its own, its request queue, events,
 /// services and configuration.
@@ -69,17 +54,5 @@ private:
     class Impl;
     std::unique_ptr<Impl> impl_;
 };
-
-/// Blocks, for the calling thread and all that it starts, the signals that belong to the interpreter thread.
-void blockInterpreterSignals();
-
-/// Has `handler` called for each SIGINT that comes from outside this process, such as Ctrl-C at a terminal,
-/// where it would interrupt the running code; null ends that. Code that sets a handler of its own for SIGINT
-/// gets the signal while it runs.  Threads: it runs as a signal handler does, on any thread.
-void setOutsideInterruptHandler(void (*handler)());
-
-/// Opens /dev/null for those of the file descriptors 0 to 2 that are closed, lest their numbers fall to other
-/// files. A host does it; a program that opens files before calls it first.
-void openStandardStreams();
 
 }  // namespace standalone

@@ -1,0 +1,39 @@
+#include "LocalEnvironment.h"
+
+#include "python/interpreterLock.h"
+#include "services/processFramework.h"
+
+namespace standalone {
+
+LocalEnvironment::LocalEnvironment(const HostOptions& options)
+    : telemetry_(options.telemetryFile),
+      thread_({.columns = options.columns, .rows = options.rows}, options.captureFileDescriptors, *this) {}
+
+void LocalEnvironment::typeCodeUnit(char16_t unit) {
+    thread_.prompts().type(unit);
+    thread_.window().noteTyping();
+}
+
+void LocalEnvironment::unlocked(const std::function<void()>& action) { releasingInterpreterLock(action); }
+int LocalEnvironment::acquireLock() { return acquireInterpreterLock(); }
+void LocalEnvironment::releaseLock(int state) { releaseInterpreterLock(state); }
+
+bool LocalEnvironment::setInterruptPending(bool pending) {
+    RequestQueue& queue = thread_.queue();
+    if (!pending) return queue.clearInterrupts();
+    const bool wasPending = queue.isInterrupted();
+    queue.interrupt();
+    return wasPending;
+}
+
+std::shared_ptr<foundation::msg_svc::eventmgr::EventMgr> LocalEnvironment::eventManager(
+    const boost::optional<zvm::ZvmID>& id) {
+    return !id || *id == thread_.zvm()->id() ? thread_.events() : nullptr;
+}
+
+cppmicroservices::Framework LocalEnvironment::microservices() { return processFramework(); }
+std::vector<cppmicroservices::Bundle> LocalEnvironment::installAndStartBundles(const std::string& path) {
+    return standalone::installAndStartBundles(path);
+}
+
+}  // namespace standalone

@@ -1,0 +1,73 @@
+#include "output/Announcements.h"
+
+#include <exception>
+
+#include "fl/i18n/text.h"
+#include "foundation/log/diagnostic_logger.h"
+#include "nmutil/io/SinkTextEvent.h"
+#include "nmutil/prompt/promptName.h"
+#include "nmutil/utils/InputRequestEvent.h"
+#include "nmutil/utils/IqmInputRequestEvent.h"
+
+namespace standalone {
+
+namespace {
+
+std::string stateAt(nmutil::prompt::InputRequester prompt) {
+    using namespace nmutil::prompt;  // the values
+    if (prompt == NO_PROMPT) return "busy";
+    return prompt == BASE_PROMPT || prompt == INCOMPLETE_BLOCK_PROMPT ? "idle" : "input";
+}
+
+}  // namespace
+
+void Announcements::announceText(nmutil::io::StreamTypeEnum stream, std::u16string_view text) {
+    static const foundation::msg_svc::eventmgr::TypeInformation type(nmutil::io::SinkTextEvent::typeName);
+    if (!events_->hasSubscriptions(type)) return;
+    announceLostText();
+    if (!postText(stream, text)) lostText_ += text.size();
+}
+
+bool Announcements::postText(nmutil::io::StreamTypeEnum stream, std::u16string_view text) {
+    const auto event = std::make_shared<nmutil::io::SinkTextEvent>(std::u16string(text), stream);
+    const std::size_t bytes = text.size() * sizeof(char16_t);
+    const auto events = events_;  // see raise
+    return KeepsInterpreterLock::isHere() ? events->post(event, bytes)
+                                          : events->postInTurn(event, bytes, withoutInterpreterLock);
+}
+
+void Announcements::announceLostText() {
+    const std::size_t lost = std::exchange(lostText_, 0);
+    if (lost == 0) return;
+    const auto notice =
+        fl::i18n::to_ustring("\n[" + std::to_string(lost) + " characters of output were lost]\n");
+    if (!postText(nmutil::io::STANDARD_ERROR, notice)) lostText_ += lost;
+}
+
+void Announcements::announcePrompt(nmutil::prompt::InputRequester prompt, bool isBaseLevel) {
+    try {
+        announceLostText();
+        if (isHeard(u"status")) {
+            TaggedEvent::Members members;
+            members.emplace("state", stateAt(prompt));
+            members.emplace("prompt", std::string(promptName(prompt)));
+            post(u"status", std::move(members), 0);
+        }
+        if (isBaseLevel) {
+            raise(nmutil::utils::IqmInputRequestEvent(prompt));
+        } else {
+            raise(nmutil::utils::InputRequestEvent(prompt));
+        }
+    } catch (const std::exception& error) {
+        foundation::log::DiagnosticLogger("standalone::interpreter")
+            .error("A prompt could not be announced: " + std::string(error.what()));
+    }
+}
+
+void Announcements::post(std::u16string tag, TaggedEvent::Members members, std::size_t bytes) {
+    const auto events = events_;  // see raise
+    events->postInTurn(std::make_shared<TaggedEvent>(std::move(tag), std::move(members)), bytes,
+                       withoutInterpreterLock);
+}
+
+}  // namespace standalone

@@ -1,0 +1,57 @@
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "events/LocalEventManager.h"
+#include "nmutil/io/StreamTypeEnum.h"
+#include "nmutil/prompt/InputRequester.h"
+#include "python/interpreterLock.h"
+#include "standalone/TaggedEvent.h"
+
+namespace standalone {
+
+/// What those who watch the interpreter are told, as events: what is printed, which prompt is shown, what
+/// happens to the window, and what Python code raises under a tag.
+///
+/// Threads: those that hold the interpreter's lock. A wait for handlers, or for room among the events,
+/// releases it.  Locks: the event manager's, never under the interpreter's lock for long.
+class Announcements {
+public:
+    explicit Announcements(std::shared_ptr<LocalEventManager> events) : events_(std::move(events)) {}
+
+    const std::shared_ptr<LocalEventManager>& events() const { return events_; }
+
+    /// Raises an event, and goes on when it has been dealt with: what follows must not overtake it. Handlers
+    /// may take the interpreter's lock.
+    template <class Event>
+    void raise(Event&& event) {
+        const auto events = events_;  // Python's own threads come back even when this has ended meanwhile
+        events->raise(std::forward<Event>(event), withoutInterpreterLock);
+    }
+
+    /// Tells of printed text. Waits for room, not for handlers: nobody's answer depends on them. Where there
+    /// is no room in time the text is lost, and what is told next begins with how much was.
+    void announceText(nmutil::io::StreamTypeEnum stream, std::u16string_view text);
+
+    /// Tells that a prompt is shown, to the queue manager's listeners when it is that of the base level.
+    /// Throws: nothing; a failure is logged.
+    void announcePrompt(nmutil::prompt::InputRequester prompt, bool isBaseLevel);
+
+    /// Whether anybody listens to events with this tag. Cheap.
+    bool isHeard(std::u16string_view tag) const { return events_->isHeard(tag); }
+    /// Raises an event for whoever listens to the tag. Waits for room; `bytes` is the size of the members.
+    void post(std::u16string tag, TaggedEvent::Members members, std::size_t bytes);
+
+private:
+    bool postText(nmutil::io::StreamTypeEnum stream, std::u16string_view text);
+    void announceLostText();
+
+    const std::shared_ptr<LocalEventManager> events_;
+    std::size_t lostText_ = 0;  // code units that listeners have not been told of
+};
+
+}  // namespace standalone

@@ -1,0 +1,104 @@
+#pragma once
+
+#include <condition_variable>
+#include <cstddef>
+#include <future>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <utility>
+
+#include "connector/ThreadSafety.h"
+#include "output/Announcements.h"
+#include "output/CommandWindow.h"
+#include "output/RunningRequests.h"
+#include "python/InterpreterServices.h"
+#include "python/PythonRuntime.h"
+#include "thread/Interrupts.h"
+#include "thread/LocalZvm.h"
+#include "thread/PromptReader.h"
+#include "thread/RequestQueue.h"
+#include "thread/RequestRunner.h"
+
+namespace host {
+class Environment;
+}
+
+namespace standalone {
+
+/// The thread that owns CPython, with its queue, its prompts and its window, from its start to its end.
+///
+///     starting -> idle (base prompt) <-> running <-> waiting at a prompt of the code -> stopping -> ended
+///
+/// Threads: the interpreter thread runs everything but the constructor, the destructor and what the parts
+/// document for other threads. Lock order: the interpreter's lock (the GIL) first, then any of the leaf
+/// mutexes.
+class InterpreterThread : private InterpreterServices {
+public:
+    /// Starts the thread, which installs `environment` while it serves requests.
+    /// Owns: borrows `environment`.  Blocks: until requests are taken.  Throws: std::runtime_error.
+    InterpreterThread(WindowSize windowSize, bool isCapturing, host::Environment& environment);
+    /// Stops it: fails what waits, interrupts what runs, for up to five seconds. Code that does not end even
+    /// then ends the process, since nothing of it could be freed safely.
+    ~InterpreterThread() override;
+    InterpreterThread(const InterpreterThread&) = delete;
+    InterpreterThread& operator=(const InterpreterThread&) = delete;
+
+    // Its parts, from its construction to its end.
+    RequestQueue& queue() { return *queue_; }
+    PromptReader& prompts() { return prompts_; }
+    CommandWindow& window() { return window_; }
+    const std::shared_ptr<LocalZvm>& zvm() const { return zvm_; }
+    const std::shared_ptr<LocalEventManager>& events() const { return announcements_.events(); }
+    // Those that come and go with CPython.  Threads: the interpreter's.
+    PythonRuntime& python() { return *python_; }
+    RequestRunner& runner() { return *runner_; }
+
+private:
+    void threadMain(std::promise<void>& started);
+    void start();
+    void serve();
+    void finish();
+
+    // InterpreterServices
+    void print(nmutil::io::StreamTypeEnum stream, std::u16string_view text) override {
+        window_.print(stream, text);
+    }
+    void beforePrint() override { window_.drainIfReady(); }
+    ReadResult readLine(nmutil::prompt::InputRequester prompt, std::u16string& line) override;
+    ReadResult readKey() override;
+    void requireInputAllowed() const;
+    void runRequests() override;
+    bool checkInterrupts() override;
+    void returnInterrupt() override { queue_->returnInterrupt(); }
+    void clearWindow() override { window_.clear(); }
+    void moveHome() override { window_.moveHome(); }
+    bool isHeard(std::u16string_view tag) const override { return announcements_.isHeard(tag); }
+    void postEvent(std::u16string tag, TaggedEvent::Members members, std::size_t bytes) override {
+        announcements_.post(std::move(tag), std::move(members), bytes);
+    }
+    bool isInterpreterThread() const override { return Interrupts::isSignalThread(); }
+    const cmddistributor::RunOptions* runningOptions() const override;
+
+    const bool isCapturing_;
+    host::Environment& environment_;
+    const std::shared_ptr<RequestQueue> queue_;
+    const std::shared_ptr<LocalZvm> zvm_;
+    Announcements announcements_;
+
+    // Of the interpreter thread.
+    RunningRequests running_;
+    CommandWindow window_;
+    PromptReader prompts_;
+    std::unique_ptr<PythonRuntime> python_;
+    std::unique_ptr<RequestRunner> runner_;
+
+    connector::Mutex mutex_;
+    std::condition_variable endedChanged_;
+    bool hasEnded_ GUARDED_BY(mutex_) = false;
+
+    std::thread thread_;
+};
+
+}  // namespace standalone
