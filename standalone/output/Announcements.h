@@ -18,7 +18,7 @@ namespace standalone {
 /// happens to the window, and what Python code raises under a tag.
 ///
 /// Threads: those that hold the interpreter's lock. A wait for handlers, or for room among the events,
-/// releases it.  Locks: the event manager's, never under the interpreter's lock for long.
+/// releases it.  Locks: the event manager's, which is a leaf.
 class Announcements {
 public:
     explicit Announcements(std::shared_ptr<LocalEventManager> events) : events_(std::move(events)) {}

@@ -8,13 +8,11 @@
 #include <system_error>
 #include <utility>
 
-#include <fcntl.h>
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
 #include "foundation/log/diagnostic_logger.h"
-#include "standalone/process.h"
 
 namespace standalone {
 
@@ -23,15 +21,6 @@ namespace {
 constexpr std::size_t queueLimit = 16U << 20U;  // bytes
 constexpr auto patience = std::chrono::seconds(1);
 
-void closeIfOpen(int descriptor) {
-    if (descriptor >= 0) close(descriptor);
-}
-
-int check(int result, const char* what) {
-    if (result < 0) throw std::system_error(errno, std::generic_category(), what);
-    return result;
-}
-
 // The one that is there when the process aborts.
 std::atomic<NativeCapture*> capturing{nullptr};
 
@@ -39,28 +28,8 @@ std::atomic<NativeCapture*> capturing{nullptr};
 
 NativeCapture::NativeCapture(Deliver deliver, WithInterpreterLock withInterpreterLock)
     : deliver_(std::move(deliver)), withInterpreterLock_(std::move(withInterpreterLock)) {
-    std::fflush(nullptr);
-    openStandardStreams();
-    for (int fd = 0; fd < 3; ++fd) {
-        originals_.at(static_cast<std::size_t>(fd)) = check(fcntl(fd, F_DUPFD_CLOEXEC, 3), "dup");
-    }
-    stopEvent_ = check(eventfd(0, EFD_CLOEXEC), "eventfd");
-    for (int fd = 1; fd <= 2; ++fd) {
-        std::array<int, 2> ends{};
-        check(pipe2(ends.data(), O_CLOEXEC), "pipe");
-        // Only our end does not block: writers expect an ordinary descriptor.
-        fcntl(ends[0], F_SETFL, O_NONBLOCK);
-        readEnds_.at(static_cast<std::size_t>(fd - 1)) = ends[0];
-        check(dup2(ends[1], fd), "dup2");
-        // Kept open, so that code that closes the descriptor does not make the pipe look ended, which poll
-        // would report again and again.
-        writeEnds_.at(static_cast<std::size_t>(fd - 1)) = ends[1];
-    }
-    foundation::log::setDescriptor(originals_[2]);  // the program's own log is not output of the interpreter
-    const int nothing = check(open("/dev/null", O_RDONLY | O_CLOEXEC), "open /dev/null");
-    check(dup2(nothing, 0), "dup2");
-    close(nothing);
-    setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
+    stopEvent_ = eventfd(0, EFD_CLOEXEC);
+    if (stopEvent_ < 0) throw std::system_error(errno, std::generic_category(), "eventfd");
     recentErrors_.reserve(2 * recentSize);
     catchAbort();
 }
@@ -70,13 +39,7 @@ void NativeCapture::start() {
     deliverer_ = std::thread([this] { deliverLoop(); });
 }
 
-NativeCapture::~NativeCapture() {
-    for (const auto* descriptors : {&readEnds_, &writeEnds_}) {
-        for (const int end : *descriptors) closeIfOpen(end);
-    }
-    for (const int original : originals_) closeIfOpen(original);
-    closeIfOpen(stopEvent_);
-}
+NativeCapture::~NativeCapture() { close(stopEvent_); }
 
 // Unless somebody else looks after it.
 void NativeCapture::catchAbort() {
@@ -97,8 +60,8 @@ void NativeCapture::catchAbort() {
 // long.
 void NativeCapture::writeLastWords() CONNECTOR_TSA(no_thread_safety_analysis) {
     const auto write = [this](const char* bytes, std::size_t count) {
-        pollfd ready{originals_[2], POLLOUT, 0};
-        if (poll(&ready, 1, 100) > 0 && ::write(originals_[2], bytes, count) < 0) return;
+        pollfd ready{original(2), POLLOUT, 0};
+        if (poll(&ready, 1, 100) > 0 && ::write(original(2), bytes, count) < 0) return;
     };
     bool isLocked = mutex_.try_lock();
     for (int tries = 0; tries < 100 && !isLocked; ++tries) {
@@ -108,7 +71,7 @@ void NativeCapture::writeLastWords() CONNECTOR_TSA(no_thread_safety_analysis) {
     // The message may have been taken out of the pipe already.
     if (isLocked) write(recentErrors_.data(), recentErrors_.size());
     std::array<char, recentSize> rest{};
-    for (ssize_t count = 0; (count = read(readEnds_[1], rest.data(), rest.size())) > 0;) {
+    for (ssize_t count = 0; (count = read(descriptors_.readEnd(1), rest.data(), rest.size())) > 0;) {
         write(rest.data(), static_cast<std::size_t>(count));
     }
 }
@@ -121,12 +84,6 @@ void NativeCapture::rememberErrorsLocked(std::string_view bytes) {
     if (recentErrors_.size() > recentSize) recentErrors_.erase(0, recentErrors_.size() - recentSize);
 }
 
-void NativeCapture::putBack() {
-    if (capturing.exchange(nullptr) == this) std::signal(SIGABRT, SIG_DFL);
-    std::fflush(nullptr);
-    for (int fd = 0; fd < 3; ++fd) dup2(originals_.at(static_cast<std::size_t>(fd)), fd);
-}
-
 void NativeCapture::stop() {
     {
         connector::MutexLock lock(mutex_);
@@ -137,7 +94,8 @@ void NativeCapture::stop() {
     eventfd_write(stopEvent_, 1);
     if (reader_.joinable()) reader_.join();
     if (deliverer_.joinable()) deliverer_.join();
-    putBack();
+    if (capturing.exchange(nullptr) == this) std::signal(SIGABRT, SIG_DFL);
+    descriptors_.putBack();
 }
 
 void NativeCapture::drain(bool isEnd) {
@@ -156,7 +114,8 @@ void NativeCapture::drainIfReady() {
     bool hasText = false;
     {
         connector::MutexLock lock(mutex_);
-        std::array<pollfd, 2> ends{{{readEnds_[0], POLLIN, 0}, {readEnds_[1], POLLIN, 0}}};
+        std::array<pollfd, 2> ends{
+            {{descriptors_.readEnd(0), POLLIN, 0}, {descriptors_.readEnd(1), POLLIN, 0}}};
         if (poll(ends.data(), ends.size(), 0) > 0) {
             while (readPipesLocked() && queuedBytes_ < queueLimit) {
             }
@@ -167,8 +126,9 @@ void NativeCapture::drainIfReady() {
 }
 
 void NativeCapture::emptyPipes() {
-    std::array<pollfd, 3> ends{
-        {{readEnds_[0], POLLIN, 0}, {readEnds_[1], POLLIN, 0}, {stopEvent_, POLLIN, 0}}};
+    std::array<pollfd, 3> ends{{{descriptors_.readEnd(0), POLLIN, 0},
+                                {descriptors_.readEnd(1), POLLIN, 0},
+                                {stopEvent_, POLLIN, 0}}};
     for (;;) {
         if (poll(ends.data(), ends.size(), -1) < 0 && errno != EINTR) return;
         connector::MutexLock lock(mutex_);
@@ -205,8 +165,8 @@ void NativeCapture::deliverLoop() {
 // Reads what the pipes hold, up to one pipe's capacity each. False when they were empty.
 bool NativeCapture::readPipesLocked() {
     bool hasRead = false;
-    for (std::size_t i = 0; i < readEnds_.size(); ++i) {
-        const ssize_t count = read(readEnds_.at(i), scratch_.data(), scratch_.size());
+    for (std::size_t i = 0; i < decoders_.size(); ++i) {
+        const ssize_t count = read(descriptors_.readEnd(i), scratch_.data(), scratch_.size());
         if (count <= 0) continue;
         const std::string_view bytes(scratch_.data(), static_cast<std::size_t>(count));
         queuedBytes_ += bytes.size();

@@ -14,6 +14,7 @@
 #include "connector/ThreadSafety.h"
 #include "fl/i18n/text.h"
 #include "nmutil/io/StreamTypeEnum.h"
+#include "output/RedirectedDescriptors.h"
 
 namespace standalone {
 
@@ -57,7 +58,7 @@ public:
     void drainIfReady() EXCLUDES(mutex_);
 
     /// The process's own standard streams: 0 input, 1 output, 2 error.
-    int original(int descriptor) const { return originals_.at(static_cast<std::size_t>(descriptor)); }
+    int original(int descriptor) const { return descriptors_.original(descriptor); }
 
 private:
     static constexpr std::size_t recentSize = 4096;          // bytes, what a pipe takes at once
@@ -71,7 +72,6 @@ private:
     void catchAbort();
     void writeLastWords() EXCLUDES(mutex_);
     void rememberErrorsLocked(std::string_view bytes) REQUIRES(mutex_);
-    void putBack();
     void emptyPipes();
     void deliverLoop();
     bool readPipesLocked() REQUIRES(mutex_);
@@ -80,9 +80,7 @@ private:
 
     const Deliver deliver_;
     const WithInterpreterLock withInterpreterLock_;
-    std::array<int, 3> originals_{-1, -1, -1};
-    std::array<int, 2> readEnds_{-1, -1};
-    std::array<int, 2> writeEnds_{-1, -1};
+    RedirectedDescriptors descriptors_;
     int stopEvent_ = -1;
 
     // Touched under the interpreter's lock alone.

@@ -22,7 +22,8 @@ constexpr int interruptsAtStop = 25;
 InterpreterThread::InterpreterThread(WindowSize windowSize, bool isCapturing, host::Environment& environment)
     : isCapturing_(isCapturing),
       environment_(environment),
-      queue_(std::make_shared<RequestQueue>(RequestQueue::Signals{&Interrupts::look, &Interrupts::calm})),
+      queue_(std::make_shared<RequestQueue>(
+          RequestQueue::Signals{&Interrupts::startSignals, &Interrupts::stopSignals})),
       zvm_(std::make_shared<LocalZvm>(queue_)),
       announcements_(std::make_shared<LocalEventManager>()),
       window_(running_, announcements_, windowSize),

@@ -60,7 +60,7 @@ void installHandler() {
 
 // Runs the handlers of the signals that have come, and drops what they raise. True when they raised
 // something.
-bool swallow() {
+bool dropSignals() {
     bool hasRaised = false;
     while (PyErr_CheckSignals() != 0) {
         PyErr_Clear();
@@ -92,12 +92,12 @@ void Interrupts::detach() {
 bool Interrupts::begin(bool isInside) {
     // What came while nothing ran is meant for nobody.
     if (!isInside) takeOutside();
-    return swallow() && isInside;
+    return dropSignals() && isInside;
 }
 
-void Interrupts::end() { swallow(); }
+void Interrupts::end() { dropSignals(); }
 
-bool Interrupts::isDisturbed() {
+bool Interrupts::areReplaced() {
     struct sigaction interrupt {};
     struct sigaction look {};
     sigset_t blocked;
@@ -114,7 +114,7 @@ void Interrupts::install() {
     unblockInterpreterSignals();
 }
 
-void Interrupts::look() {
+void Interrupts::startSignals() {
     const pthread_t thread = interpreterThread.load();
     if (thread == pthread_t{}) return;
     struct sigaction action {};
@@ -124,7 +124,7 @@ void Interrupts::look() {
     setRepetition(2, 20);
 }
 
-void Interrupts::calm() {
+void Interrupts::stopSignals() {
     if (interpreterThread.load() != pthread_t{}) setRepetition(0, 0);
 }
 

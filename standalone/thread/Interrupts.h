@@ -2,12 +2,12 @@
 
 namespace standalone {
 
-/// Makes the interpreter thread look what is asked of the code that it runs, and keeps interrupts that come
-/// as signals in order.
+/// The signals of the interpreter thread: SIGRTMIN, which makes it check what is asked of the code that it
+/// runs, and SIGINT, which raises KeyboardInterrupt there.
 ///
-/// What is asked, and of which code, is the queue's knowledge. Here it is only brought about that the thread
-/// looks: SIGRTMIN, whose Python-level handler does so, breaks into sleeps and other system calls, too. A
-/// SIGINT from elsewhere, such as a terminal, counts as an interrupt of whatever runs.
+/// What is asked, and of which code, only the queue knows; the Python-level handler of SIGRTMIN asks it. The
+/// signal breaks into sleeps and other system calls, too. A SIGINT from another process, such as a
+/// terminal's, counts as an interrupt of whatever runs.
 ///
 /// Threads: the interpreter thread with the interpreter's lock, but for what says otherwise.
 struct Interrupts {
@@ -23,15 +23,15 @@ struct Interrupts {
     static void end();
 
     /// Whether code has changed what the signals do, so that they no longer reach it.
-    static bool isDisturbed();
+    static bool areReplaced();
     /// Makes them work again, but for what Python has to set right itself.
     static void install();
 
-    /// Makes the thread look between two steps of its code, within milliseconds, and again every 20 of them.
-    /// Threads: any; one at a time, and not while `calm` runs.
-    static void look();
-    /// Ends the repetition.  Threads: as `look`.
-    static void calm();
+    /// Makes the thread check between two steps of its code, within milliseconds, and again every 20 of them.
+    /// Threads: any; one at a time, and not while `stopSignals` runs.
+    static void startSignals();
+    /// Ends the repetition.  Threads: as `startSignals`.
+    static void stopSignals();
 
     /// Whether a SIGINT from elsewhere has come since this was asked last.
     static bool takeOutside();

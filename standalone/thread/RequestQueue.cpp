@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "foundation/log/diagnostic_logger.h"
+#include "thread/dequeueRules.h"
 
 namespace standalone {
 
@@ -14,42 +15,13 @@ namespace {
 
 using cmddistributor::RuntimeException;
 using cmddistributor::WhenToDequeue;
-using namespace nmutil::prompt;  // the prompt values
-
-bool isDebugPrompt(InputRequester prompt) {
-    return prompt == DEBUG_PROMPT || prompt == KINETRIX_DEBUG_PROMPT || prompt == DISCRETIX_DEBUG_PROMPT ||
-           prompt == ZF_ENL_DEBUG_PROMPT;
-}
 
 bool isForRunningCode(const QueuedRequest& request) {
     return request.isReady && request.options.whenToDequeue() == WhenToDequeue::Ppe;
 }
 
-bool isBasePrompt(InputRequester prompt) {
-    return prompt == BASE_PROMPT || prompt == INCOMPLETE_BLOCK_PROMPT || prompt == MORE_PROMPT;
-}
-
-bool mayRun(WhenToDequeue when, InputRequester prompt) {
-    switch (when) {
-        case WhenToDequeue::Default:
-        case WhenToDequeue::Idle:
-            return isBasePrompt(prompt);
-        case WhenToDequeue::Ppe:
-            return true;
-        case WhenToDequeue::Pause:
-            return isBasePrompt(prompt) || prompt == PAUSE_PROMPT;
-        case WhenToDequeue::Prompt:
-            return prompt != NO_PROMPT;
-        case WhenToDequeue::NonDebugPrompt:
-            return prompt != NO_PROMPT && !isDebugPrompt(prompt);
-        case WhenToDequeue::DebugPrompt:
-            return isDebugPrompt(prompt);
-    }
-    return false;
-}
-
 // Watches `changes` for a few microseconds.
-bool lookOut(const std::atomic<unsigned>& changes, unsigned seen) {
+bool spinUntilChanged(const std::atomic<unsigned>& changes, unsigned seen) {
     constexpr auto duration = std::chrono::microseconds(20);
     const auto end = std::chrono::steady_clock::now() + duration;
     do {
@@ -89,7 +61,7 @@ void RequestQueue::setReadyToExecute(IDType id) {
         entry->request->isReady = true;
         if (isForRunningCode(*entry->request)) {
             ++readyForRunningCode_;
-            lookLocked();
+            signalLocked();
         }
         changes_.fetch_add(1, std::memory_order_relaxed);
     }
@@ -132,85 +104,62 @@ zvm::TaskReference::CancelStatus RequestQueue::cancel(IDType id, bool interruptI
 
 // What has begun is marked itself; what has not, through its request.
 void RequestQueue::interruptLocked(Running& running) {
-    bool hasBegun = false;
-    for (Code& code : codes_) {
-        if (code.id != running.id) continue;
-        code.isInterrupted = hasBegun = true;
-    }
-    if (!hasBegun) running.isInterrupted = true;
-    lookLocked();
+    if (!codes_.interrupt(running.id)) running.isInterrupted = true;
+    signalLocked();
     wakeLocked();
 }
 
 void RequestQueue::interrupt() {
     connector::MutexLock lock(mutex_);
     for (Running& running : running_) interruptLocked(running);
-    // Code of no request, such as what was typed ahead.
-    for (Code& code : codes_) code.isInterrupted = true;
-    lookLocked();
+    codes_.interruptAll();  // that of no request, too, such as what was typed ahead
+    signalLocked();
     wakeLocked();
 }
 
 void RequestQueue::awaitInterrupted(std::chrono::milliseconds limit) {
     const auto deadline = std::chrono::steady_clock::now() + limit;
     connector::MutexLock lock(mutex_);
-    std::vector<std::uint64_t> interrupted;
-    for (const Code& code : codes_) {
-        if (code.isAtPrompt && code.isInterrupted && isInterruptEnabled_) interrupted.push_back(code.number);
-    }
-    const auto hasTaken = [this](std::uint64_t number) REQUIRES(mutex_) {
-        const auto code = std::find_if(codes_.begin(), codes_.end(),
-                                       [number](const Code& held) { return held.number == number; });
-        return code == codes_.end() || (!code->isInterrupted && code->isAtPrompt);
-    };
-    while (!isStopped_ && !std::all_of(interrupted.begin(), interrupted.end(), hasTaken)) {
+    const auto interrupted = codes_.interruptedAtPrompt();
+    const auto isDealtWith = [this](std::uint64_t number)
+                                 REQUIRES(mutex_) { return codes_.hasDealtWithInterrupt(number); };
+    while (!isStopped_ && !std::all_of(interrupted.begin(), interrupted.end(), isDealtWith)) {
         if (promptChanged_.wait_until(lock.native(), deadline) == std::cv_status::timeout) return;
     }
 }
 
-bool RequestQueue::mayTakeInterruptLocked() const {
-    return !codes_.empty() && codes_.back().isOpen && codes_.back().isInterrupted && isInterruptEnabled_;
-}
-
 bool RequestQueue::takeInterrupt() {
     connector::MutexLock lock(mutex_);
-    if (!mayTakeInterruptLocked()) return false;
-    codes_.back().isInterrupted = false;
-    codes_.back().wasInterrupted = true;
-    codes_.back().isAtPrompt = false;  // until it says that it still is, or is again
-    calmLocked();
+    if (!codes_.takeInterrupt()) return false;
+    stopSignalsLocked();
     return true;
 }
 
 void RequestQueue::returnInterrupt() {
     connector::MutexLock lock(mutex_);
-    if (codes_.empty() || !std::exchange(codes_.back().wasInterrupted, false)) return;
-    codes_.back().isInterrupted = true;
-    lookLocked();
+    if (codes_.returnInterrupt()) signalLocked();
 }
 
 bool RequestQueue::clearInterrupts() {
     connector::MutexLock lock(mutex_);
-    bool wasInterrupted = false;
+    bool wasInterrupted = codes_.clearInterrupts();
     for (Running& running : running_) wasInterrupted |= std::exchange(running.isInterrupted, false);
-    for (Code& code : codes_) wasInterrupted |= std::exchange(code.isInterrupted, false);
-    calmLocked();
+    stopSignalsLocked();
     promptChanged_.notify_all();
     return wasInterrupted;
 }
 
 bool RequestQueue::isInterrupted() const {
     connector::MutexLock lock(mutex_);
-    const auto isMarked = [](const auto& held) { return held.isInterrupted; };
-    return std::any_of(running_.begin(), running_.end(), isMarked) ||
-           std::any_of(codes_.begin(), codes_.end(), isMarked);
+    const auto isMarked = [](const Running& running) { return running.isInterrupted; };
+    return std::any_of(running_.begin(), running_.end(), isMarked) || codes_.isInterrupted();
 }
 
 bool RequestQueue::setInterruptEnabled(bool isEnabled) {
     connector::MutexLock lock(mutex_);
-    const bool wasEnabled = std::exchange(isInterruptEnabled_, isEnabled);
+    const bool wasEnabled = codes_.setInterruptEnabled(isEnabled);
     if (isEnabled && !wasEnabled) {
-        lookLocked();
+        signalLocked();
         wakeLocked();
     }
     return wasEnabled;
@@ -220,55 +169,52 @@ void RequestQueue::beginCode(IDType id) {
     connector::MutexLock lock(mutex_);
     const auto running = findRunningLocked(id);
     const bool isInterrupted = running != running_.end() && std::exchange(running->isInterrupted, false);
-    codes_.push_back(Code{.id = id, .number = ++lastCode_, .isInterrupted = isInterrupted});
-    lookLocked();
+    codes_.begin(id, isInterrupted);
+    signalLocked();
 }
 
 void RequestQueue::openCode() {
     connector::MutexLock lock(mutex_);
-    codes_.back().isOpen = true;
-    lookLocked();
+    codes_.setOpen(true);
+    signalLocked();
 }
 
 void RequestQueue::closeCode() {
     connector::MutexLock lock(mutex_);
-    codes_.back().isOpen = false;
+    codes_.setOpen(false);
 }
 
 void RequestQueue::endCode() {
     connector::MutexLock lock(mutex_);
-    codes_.pop_back();
-    calmLocked();
-    lookLocked();  // the code around it may have been interrupted meanwhile
+    codes_.end();
+    stopSignalsLocked();
+    signalLocked();  // the code around it may have been interrupted meanwhile
     promptChanged_.notify_all();
 }
 
 void RequestQueue::setAtPrompt(bool isAtPrompt) {
     connector::MutexLock lock(mutex_);
-    if (codes_.empty()) return;
-    codes_.back().isAtPrompt = isAtPrompt;
+    codes_.setAtPrompt(isAtPrompt);
     promptChanged_.notify_all();
 }
 
-bool RequestQueue::isLookWantedLocked() const {
-    const auto isInterrupted = [](const Code& code) { return code.isInterrupted; };
-    return !codes_.empty() &&
-           (readyForRunningCode_ > 0 || std::any_of(codes_.begin(), codes_.end(), isInterrupted));
+bool RequestQueue::isSignalWantedLocked() const {
+    return !codes_.isEmpty() && (readyForRunningCode_ > 0 || codes_.isInterrupted());
 }
 
 // Signals go on for as long as there is something to be seen, since one of them may be missed: it may come
 // just before a system call, or while CPython works out what it is to look at next. They are started and
 // ended under the mutex, so that none ends those of another.
-void RequestQueue::lookLocked() {
-    if (!isLookWantedLocked()) return;
-    signals_.look();
-    isLooking_ = true;
+void RequestQueue::signalLocked() {
+    if (!isSignalWantedLocked()) return;
+    signals_.start();
+    isSignalling_ = true;
 }
 
-void RequestQueue::calmLocked() {
-    if (!isLooking_ || isLookWantedLocked()) return;
-    signals_.calm();
-    isLooking_ = false;
+void RequestQueue::stopSignalsLocked() {
+    if (!isSignalling_ || isSignalWantedLocked()) return;
+    signals_.stop();
+    isSignalling_ = false;
 }
 
 void RequestQueue::wakeLocked() {
@@ -286,13 +232,13 @@ std::unique_ptr<QueuedRequest> RequestQueue::take(InputRequester prompt,
     const auto deadline = std::chrono::steady_clock::now() + limit.value_or(std::chrono::milliseconds(0));
     connector::MutexLock lock(mutex_);
     for (;;) {
-        if (isStopped_ || mayTakeInterruptLocked()) return nullptr;
+        if (isStopped_ || codes_.mayTakeInterrupt()) return nullptr;
         if (auto request = takeLocked(prompt)) return request;
         // A client often sends its next request as soon as it has its answer. To look out for it for a moment
         // costs less than to sleep and be woken.
         const unsigned seen = changes_.load(std::memory_order_relaxed);
         lock.unlock();
-        const bool hasChanged = lookOut(changes_, seen);
+        const bool hasChanged = spinUntilChanged(changes_, seen);
         lock.lock();
         if (hasChanged || seen != changes_.load(std::memory_order_relaxed)) continue;
         if (!limit) {
@@ -322,7 +268,7 @@ void RequestQueue::stop() {
         isStopped_ = true;
         entries.swap(entries_);
         readyForRunningCode_ = 0;
-        calmLocked();
+        stopSignalsLocked();
         wakeLocked();
         promptChanged_.notify_all();
     }
@@ -369,7 +315,7 @@ RequestQueue::Entry RequestQueue::removeLocked(std::deque<Entry>::iterator found
     entries_.erase(found);
     if (isForRunningCode(*entry.request)) {
         --readyForRunningCode_;
-        calmLocked();
+        stopSignalsLocked();
     }
     return entry;
 }

@@ -4,7 +4,6 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstddef>
-#include <cstdint>
 #include <deque>
 #include <functional>
 #include <memory>
@@ -14,6 +13,7 @@
 #include "cmddistributor/CmdDistributor.h"
 #include "connector/ThreadSafety.h"
 #include "nmutil/prompt/InputRequester.h"
+#include "thread/CodeStack.h"
 
 namespace standalone {
 
@@ -32,8 +32,7 @@ struct QueuedRequest {
 ///                   \__________ cancel, stop __________/                        (delegate, continuations)
 ///
 /// An interrupt is a mark on what it is meant for: on a request that was taken until its code begins, then on
-/// that code, until the code takes it or ends. Marks of code inside which other code runs wait for their
-/// turn.
+/// that code (CodeStack.h).
 ///
 /// Threads: the operations of CmdDistributor from any thread; `take`, `tryTake`, `finish` and what says so of
 /// itself from the interpreter thread, without the interpreter's lock where they wait. Locks: mutex_, which
@@ -45,10 +44,10 @@ public:
 
     /// How the queue reaches the interpreter thread while code runs. Called with the queue's mutex held.
     struct Signals {
-        /// Makes the thread look between two steps of its code whether there is an interrupt to take or a
-        /// request to run; now, and again and again until `calm`.
-        std::function<void()> look;
-        std::function<void()> calm;
+        /// Makes the thread check between two steps of its code whether there is an interrupt to take or a
+        /// request to run; now, and again and again until `stop`.
+        std::function<void()> start;
+        std::function<void()> stop;
     };
 
     explicit RequestQueue(Signals signals, std::size_t capacity = 10'000);
@@ -118,24 +117,15 @@ private:
         Continuations continuations;
         bool isInterrupted = false;  // before its code began
     };
-    struct Code {
-        IDType id;
-        std::uint64_t number;
-        bool isInterrupted = false;
-        bool wasInterrupted = false;
-        bool isOpen = false;
-        bool isAtPrompt = false;
-    };
 
     std::unique_ptr<QueuedRequest> takeLocked(InputRequester prompt) REQUIRES(mutex_);
     std::deque<Entry>::iterator findLocked(IDType id) REQUIRES(mutex_);
     std::vector<Running>::iterator findRunningLocked(IDType id) REQUIRES(mutex_);
     void interruptLocked(Running& running) REQUIRES(mutex_);
-    bool mayTakeInterruptLocked() const REQUIRES(mutex_);
     Entry removeLocked(std::deque<Entry>::iterator found) REQUIRES(mutex_);
-    bool isLookWantedLocked() const REQUIRES(mutex_);
-    void lookLocked() REQUIRES(mutex_);
-    void calmLocked() REQUIRES(mutex_);
+    bool isSignalWantedLocked() const REQUIRES(mutex_);
+    void signalLocked() REQUIRES(mutex_);
+    void stopSignalsLocked() REQUIRES(mutex_);
     void wakeLocked() REQUIRES(mutex_);
     static void end(const QueuedRequest& request, Continuations& continuations,
                     const cmddistributor::IIPResult& result);
@@ -149,13 +139,11 @@ private:
     std::atomic<unsigned> changes_{0};  // counts notifications; changed under mutex_, read without it
     std::deque<Entry> entries_ GUARDED_BY(mutex_);
     std::vector<Running> running_
-        GUARDED_BY(mutex_);                       // innermost last: requests run inside others at prompts
-    std::vector<Code> codes_ GUARDED_BY(mutex_);  // innermost last
+        GUARDED_BY(mutex_);  // innermost last: requests run inside others at prompts
+    CodeStack codes_ GUARDED_BY(mutex_);
     std::size_t readyForRunningCode_ GUARDED_BY(mutex_) = 0;  // of the entries
-    std::uint64_t lastCode_ GUARDED_BY(mutex_) = 0;
-    bool isInterruptEnabled_ GUARDED_BY(mutex_) = true;
-    bool isLooking_ GUARDED_BY(mutex_) = false;  // signals are being sent
-    std::condition_variable promptChanged_;      // code ended, or begins or stops to wait at a prompt
+    bool isSignalling_ GUARDED_BY(mutex_) = false;            // signals are being sent
+    std::condition_variable promptChanged_;  // code ended, or begins or stops to wait at a prompt
     bool isStopped_ GUARDED_BY(mutex_) = false;
 };
 

@@ -236,7 +236,7 @@ bool RequestRunner::checkInterrupts() {
 
 void RequestRunner::tidyUp() {
     python_.endDebugging();
-    if (!Interrupts::isDisturbed()) return;
+    if (!Interrupts::areReplaced()) return;
     python_.restoreInterrupts();
     Interrupts::install();
 }
