@@ -20,7 +20,7 @@ public:
         : at_(json.data()), end_(json.data() + json.size()), array_(array) {}
 
     bool read() {
-        if (!next('[') || !readItems(0) || ascend()) return false;
+        if (!next('[') || !readItems(0) || hasMore()) return false;
         if (isFloat_ || count_ == 0) {
             array_.elements = std::move(floats_);
         } else if (isBoolean_) {
@@ -32,8 +32,8 @@ public:
     }
 
 private:
-    // The text goes on behind the array, which it must not.
-    bool ascend() {
+    // Whether the text goes on after the array, which it must not.
+    bool hasMore() {
         skipBlanks();
         return at_ != end_;
     }
@@ -48,7 +48,7 @@ private:
         return true;
     }
 
-    // Behind the opening bracket of an array in dimension `level`, up to behind the closing one.
+    // From after the opening bracket of an array in dimension `level` to after the closing one.
     bool readItems(std::size_t level) {
         const bool isFirst = level == array_.shape.size();
         if (isFirst) {
@@ -125,7 +125,7 @@ private:
         // A number beyond the range of a double is left to the general reader, which has a word for it.
         return std::from_chars(start, at_, number).ec == std::errc() && addFloat(number);
     }
-    // The digits behind the character at the place; there has to be one.
+    // The digits after the character at this place; there has to be one.
     bool skipDigits() {
         const char* const first = ++at_;
         while (at_ != end_ && isDigit(*at_)) ++at_;

@@ -196,7 +196,7 @@ bool addMember(PyObject* name, PyObject* value, TaggedEvent::Members& members, s
     if (key == nullptr || !JsonWriter(json).write(value)) return false;
     bytes += json.size();
     if (bytes > longestEvent) {
-        PyErr_SetString(PyExc_ValueError, "an event may carry 4 MiB of JSON at the most");
+        PyErr_SetString(PyExc_ValueError, "an event must not carry more than 4 MiB of JSON");
         return false;
     }
     members.emplace(key, foundation::json::Value(foundation::json::Value::Json{std::string(json.view())}));

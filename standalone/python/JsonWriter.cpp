@@ -38,8 +38,9 @@ void append(DataBuffer& out, T value) {
     out.advance(static_cast<std::size_t>(putElement(value, start) - start));
 }
 
-bool refuse(const char* what, PyObject* value) {
-    PyErr_Format(PyExc_TypeError, "a %s of type %.200s has no JSON form", what, Py_TYPE(value)->tp_name);
+bool refuse(PyObject* value) {
+    PyErr_Format(PyExc_TypeError, "a value of type %.200s cannot be written as JSON",
+                 Py_TYPE(value)->tp_name);
     return false;
 }
 
@@ -51,7 +52,7 @@ bool writeInteger(PyObject* value, DataBuffer& out) {
         append(out, std::int64_t{small});
         return true;
     }
-    // Not str(): classes derived from int have texts of their own.
+    // Not str(): classes derived from int may define their own.
     const PyRef text(PyLong_Type.tp_repr(value));
     const char* const digits = text ? PyUnicode_AsUTF8(text.get()) : nullptr;
     if (digits != nullptr) out.append(std::string_view(digits));
@@ -92,7 +93,7 @@ PyRef inRowOrder(PyObject* array, const char* type, bool isCopy) {
     const PyRef options(arguments ? Py_BuildValue("{s:s,s:O,s:s}", "dtype", type, "copy",
                                                   isCopy ? Py_True : Py_False, "order", "C")
                                   : nullptr);
-    if (!options && PyErr_Occurred() == nullptr) PyErr_SetString(PyExc_TypeError, "NumPy is gone");
+    if (!options && PyErr_Occurred() == nullptr) PyErr_SetString(PyExc_TypeError, "NumPy is not loaded");
     return PyRef(options ? PyObject_Call(make.get(), arguments.get(), options.get()) : nullptr);
 }
 
@@ -129,7 +130,7 @@ bool JsonWriter::pass(Py_ssize_t steps) {
     if (untilTurn_ > 0) return true;
     untilTurn_ = stepsPerTurn;
     if (out_.size() > longest) {
-        PyErr_Format(PyExc_ValueError, "the results are longer than %zu bytes", longest);
+        PyErr_Format(PyExc_ValueError, "the results must not be longer than %zu bytes", longest);
         return false;
     }
     return PyErr_CheckSignals() == 0;
@@ -151,7 +152,7 @@ bool JsonWriter::writeValue(PyObject* value) {
         append(out_, std::complex<double>(PyComplex_RealAsDouble(value), PyComplex_ImagAsDouble(value)));
     } else {
         if (depth_ == deepest) {
-            PyErr_SetString(PyExc_RecursionError, "a result is nested too deep");
+            PyErr_SetString(PyExc_RecursionError, "a result is nested too deeply");
             return false;
         }
         ++depth_;
@@ -207,7 +208,11 @@ bool JsonWriter::writeMembers(PyObject* dictionary) {
         if (i > 0) out_.push_back(',');
         PyObject* const item = PyList_GET_ITEM(items.get(), i);
         PyObject* const key = PyTuple_GET_ITEM(item, 0);
-        if (!PyUnicode_Check(key)) return refuse("key", key);
+        if (!PyUnicode_Check(key)) {
+            PyErr_Format(PyExc_TypeError, "the keys of a dictionary must be strings, not %.200s",
+                         Py_TYPE(key)->tp_name);
+            return false;
+        }
         if (!writeText(key)) return false;
         out_.push_back(':');
         if (!writeValue(PyTuple_GET_ITEM(item, 1))) return false;
@@ -218,20 +223,20 @@ bool JsonWriter::writeMembers(PyObject* dictionary) {
 
 bool JsonWriter::writeFromNumPy(PyObject* value) {
     const bool isArray = isNumPys(value, "numpy", "ndarray");
-    if (!isArray && !isNumPys(value, "numpy", "generic")) return refuse("result", value);
+    if (!isArray && !isNumPys(value, "numpy", "generic")) return refuse(value);
     const PyRef type(PyObject_GetAttrString(value, "dtype"));
     const PyRef kindText(type ? PyObject_GetAttrString(type.get(), "kind") : nullptr);
     if (!kindText) return false;
     const char* const kind = PyUnicode_Check(kindText.get()) ? PyUnicode_AsUTF8(kindText.get()) : "";
     if (kind == nullptr) return false;
     if (*kind == '\0' || std::string_view("biufcU").find(*kind) == std::string_view::npos) {
-        PyErr_Format(PyExc_TypeError, "a result of type %.200s of %R has no JSON form",
+        PyErr_Format(PyExc_TypeError, "a value of type %.200s of %R cannot be written as JSON",
                      Py_TYPE(value)->tp_name, type.get());
         return false;
     }
     if (*kind != 'U' && !(isArray && isNumPys(value, "numpy.ma", "MaskedArray")))
         return writeArray(value, *kind);
-    // Texts, and masked elements, which come out as None.
+    // Strings, and masked elements, which come out as None.
     const PyRef plain(PyObject_CallMethod(value, "tolist", nullptr));
     return plain && writeValue(plain.get());
 }
@@ -269,7 +274,7 @@ bool JsonWriter::writeArray(PyObject* array, char kind) {
 template <class T>
 bool JsonWriter::writeElements(const Py_buffer& view) {
     if (view.itemsize != sizeof(T)) {
-        PyErr_SetString(PyExc_TypeError, "NumPy gave an array of another class than it was asked for");
+        PyErr_SetString(PyExc_TypeError, "NumPy returned an array of another type than requested");
         return false;
     }
     const char* next = static_cast<const char*>(view.buf);

@@ -139,7 +139,7 @@ matrix::ArrayPtr structOf(PyObject* dictionary) {
     for (Py_ssize_t at = 0; PyDict_Next(dictionary, &at, &key, &value) != 0;) {
         const char* const name = PyUnicode_Check(key) != 0 ? PyUnicode_AsUTF8(key) : nullptr;
         if (name == nullptr)
-            refuse("The keys of a dictionary must be text to be the fields of a struct array.");
+            refuse("The keys of a dictionary must be strings to become the fields of a struct array.");
         fields.push_back({name, arrayOf(value)});
     }
     return matrix::createStruct(std::move(fields));
@@ -162,7 +162,7 @@ matrix::ArrayPtr unguarded(PyObject* value) {
         const PyRef plain = checked(PyObject_CallMethod(value, "tolist", nullptr));
         if (!isOfNumPy(plain.get())) return arrayOf(plain.get());
     }
-    refuse("There is no array for a value of the type " + std::string(Py_TYPE(value)->tp_name) + ".");
+    refuse("A value of type " + std::string(Py_TYPE(value)->tp_name) + " cannot be passed as an array.");
 }
 
 }  // namespace
@@ -179,7 +179,7 @@ PyObject* pythonValue(const mxArray* array) {
 matrix::ArrayPtr arrayOf(PyObject* value) {
     struct Level {
         Level() {
-            if (Py_EnterRecursiveCall(" in a value") != 0) refuse("The value is nested too deep.");
+            if (Py_EnterRecursiveCall(" in a value") != 0) refuse("The value is nested too deeply.");
         }
         ~Level() { Py_LeaveRecursiveCall(); }
     };

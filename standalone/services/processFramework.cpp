@@ -32,7 +32,7 @@ bool succeeds(const std::string& name, const Action& action) {
         cause = error.what();
     } catch (...) {
     }
-    log.error("Bundle " + name + " is not there: " + cause);
+    log.error("Bundle " + name + " is not available: " + cause);
     return false;
 }
 

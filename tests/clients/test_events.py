@@ -150,7 +150,7 @@ class EventsTest(unittest.IsolatedAsyncioTestCase):
                 async with client._subscribed("/eventmgr/0/mine"):
                     result = await client.eval("import numora; numora.post_event('mine', 1); 6 * 7")
             self.assertEqual(result.text, "42\n")
-            self.assertIn("Bundle json_event_converter is not there: ", server.end())
+            self.assertIn("Bundle json_event_converter is not available: ", server.end())
 
 
 if __name__ == "__main__":

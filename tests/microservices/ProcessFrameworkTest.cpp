@@ -63,7 +63,7 @@ TEST_P(FailingBundleTest, isLoggedAndLeftOut) {
     auto director =
         direct(processFramework().GetBundleContext(), [](auto) { throw std::runtime_error("out of luck"); });
     EXPECT_TRUE(installAndStartBundles(GetParam().path).empty());
-    EXPECT_EQ(log.count("error: Bundle " + GetParam().bundle + " is not there: "), 1) << log.all();
+    EXPECT_EQ(log.count("error: Bundle " + GetParam().bundle + " is not available: "), 1) << log.all();
     EXPECT_NE(log.all().find(GetParam().cause), std::string::npos) << log.all();
     director.Unregister();
 }

@@ -112,9 +112,10 @@ TEST_F(FunctionCallTest, writesEveryKindOfResultAsJson) {
     EXPECT_EQ(call(u"same", {fl::i18n::to_ustring(numbers.substr(1, numbers.size() - 2))}), "[true]");
 
     const std::vector<std::pair<std::u16string, std::string>> refused = {
-        {u"{1: 2}", "TypeError: a key of type int has no JSON form"},
-        {u"[object()]", "TypeError: a result of type object has no JSON form"},
-        {u"numpy.array([b'x'])", "TypeError: a result of type numpy.ndarray of dtype('S1') has no JSON form"},
+        {u"{1: 2}", "TypeError: the keys of a dictionary must be strings, not int"},
+        {u"[object()]", "TypeError: a value of type object cannot be written as JSON"},
+        {u"numpy.array([b'x'])",
+         "TypeError: a value of type numpy.ndarray of dtype('S1') cannot be written as JSON"},
         {u"(l := []).append(l) or l",
          "RecursionError: the arguments, the call or its results are nested too deep"},
     };
@@ -175,7 +176,7 @@ TEST_F(FunctionCallTest, answersWhatCannotBeCalledWithAFault) {
         {call(u"number"), "TypeError: 'number' is not a function but an object of type int"},
         {call(u"fail"), "ValueError: no"},
         {call(u"one", {}, 2), "ValueError: 'one' must return 2 results, but returned 1"},
-        {call(u"object"), "TypeError: a result of type object has no JSON form"},
+        {call(u"object"), "TypeError: a value of type object cannot be written as JSON"},
         {call(u"one", {}, -1), "ValueError: nargout must be an integer between 0 and 10000"},
         {call(u"one", {}, 1'000'000), "ValueError: nargout must be an integer between 0 and 10000"},
         {call(u"len", {deep + std::u16string(10'000, u']')}),

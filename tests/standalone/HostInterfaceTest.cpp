@@ -134,7 +134,7 @@ TEST_F(HostInterfaceTest, callsAnyFunctionByNameOrHandleWithArrays) {
     EXPECT_EQ(callWith("nosuch", 1, two()).exception->GetID(), "NUMORA:NameError");
     EXPECT_EQ(callWith("abs", 2, two()).exception->GetID(), "NUMORA:ValueError");
     EXPECT_EQ(callWith("complex", 1, two()).exception->what(),
-              std::string("There is no array for a value of the type complex."));
+              std::string("A value of type complex cannot be passed as an array."));
 }
 
 TEST_F(HostInterfaceTest, tellsWhereAnErrorAroseAndWhatLedToIt) {

@@ -17,8 +17,8 @@ void setOutsideInterruptHandler(void (*handler)());
 /// Calls that handler. False when there is none.  Threads: any; in signal handlers, too.
 bool callOutsideInterruptHandler();
 
-/// Opens /dev/null for those of the file descriptors 0 to 2 that are closed, lest their numbers fall to other
-/// files. A host does it; a program that opens files before calls it first.
+/// Opens /dev/null for those of the file descriptors 0 to 2 that are closed, so that other files do not get
+/// their numbers. A host does it; a program that opens files before calls it first.
 void openStandardStreams();
 
 }  // namespace standalone
