@@ -1,12 +1,7 @@
 #include <array>
-#include <atomic>
 #include <random>
-#include <string>
-#include <thread>
-#include <vector>
 
 #include "RunningInterpreter.h"
-#include "connector/ThreadSafety.h"
 #include "fl/i18n/text.h"
 #include "support/LogRecords.h"
 
@@ -15,114 +10,69 @@ namespace {
 /// Many clients at a time, each with a fixed number of requests of every kind, all of which are checked.
 class CallStressTest : public RunningInterpreter {
 protected:
-    enum Operation { Evaluate, CallAside, CallInTurn, CallWhenIdle, Fail, InterruptAll };
-    static constexpr std::size_t operations = 6;
-    static constexpr int clients = 8;
-    static constexpr int requestsOfEach = 400;
+    enum Kind { Evaluate, CallAside, CallInTurn, CallWhenIdle, Fail, InterruptAll };
+    static constexpr std::size_t kinds = 6;
 
-    CallStressTest() {
-        eval(
-            u"import time\n"
-            u"def echo(n):\n    print('call', n)\n    return n\n"
-            u"def fail(n):\n    raise ValueError(n)");
-    }
-
-    void runClient(unsigned client) {
-        std::mt19937 random(client);
-        // Interrupts are rare enough for most of the others to end by themselves.
-        std::discrete_distribution<std::size_t> choice({6, 6, 3, 3, 2, 1});
-        for (unsigned i = 0; i < requestsOfEach; ++i) {
-            request(static_cast<Operation>(choice(random)), client * 1'000'000 + i);
-            ++answered_;
+    /// Makes a request. Returns what is wrong with its answer.
+    std::string request(Kind kind, const std::string& number) {
+        static constexpr std::array modes{"", "ppe", "default", "idle", "ppe"};
+        if (kind == Evaluate) return evaluate(number);
+        if (kind == InterruptAll) {
+            interrupt();
+            return checked(kind, true, "", "");
         }
+        const std::string answer =
+            call(kind == Fail ? u"fail" : u"echo", {fl::i18n::to_ustring(number)}, 1, modes.at(kind));
+        return checked(kind, isInterruption(answer) || answer == "KeyboardInterrupt",
+                       kind == Fail ? "ValueError: " + number : "[" + number + "]", answer);
     }
 
-    /// Answers that belong to no request as it was sent. What a test says of them while code runs would
-    /// become output of that code.
-    std::string wrongAnswers() const EXCLUDES(mutex_) {
-        connector::MutexLock lock(mutex_);
-        return wrongAnswers_;
-    }
-
-    std::atomic<int> answered_{0};
-    std::array<std::atomic<int>, operations> completed_{};
+    std::array<std::atomic<int>, kinds> completed_{};
 
 private:
-    void request(Operation operation, unsigned number) {
-        const std::string text = std::to_string(number);
-        const std::vector<std::u16string> argument{fl::i18n::to_ustring(text)};
-        switch (operation) {
-            case Evaluate:
-                return checkOutput(text);
-            case CallAside:
-                return checkResult(operation, call(u"echo", argument, 1, "ppe"), "[" + text + "]");
-            case CallInTurn:
-                return checkResult(operation, call(u"echo", argument, 1, "default"), "[" + text + "]");
-            case CallWhenIdle:
-                return checkResult(operation, call(u"echo", argument, 1, "idle"), "[" + text + "]");
-            case Fail:
-                return checkResult(operation, call(u"fail", argument, 1, "ppe"), "ValueError: " + text);
-            case InterruptAll:
-                interrupt();
-                ++completed_[operation];
-        }
-    }
-
-    void checkResult(Operation operation, const std::string& answer, const std::string& expected) {
-        if (answer == expected) {
-            ++completed_[operation];
-        } else {
-            check(isInterruption(answer) || answer == "KeyboardInterrupt", expected, answer);
-        }
-    }
-
     // The code takes about two milliseconds, in which calls run inside it.
-    void checkOutput(const std::string& number) {
-        const std::string first = "first " + number + '\n';
-        const std::string second = "second " + number + '\n';
-        const auto code =
-            "print('first', " + number + ")\ntime.sleep(0.002)\nprint('second', " + number + ")";
-        const EvalResponse response = eval(fl::i18n::to_ustring(code));
+    std::string evaluate(const std::string& number) {
+        const std::string printed = "first " + number + "\nsecond " + number + '\n';
+        const EvalResponse response = eval(fl::i18n::to_ustring(
+            "print('first', " + number + ")\ntime.sleep(0.002)\nprint('second', " + number + ")"));
         const std::string output = text(response);
-        if (!response.faults.empty()) {
-            const std::string& fault = response.faults.front().message;
-            check(isInterruption(fault) && output.empty(), first + second, output + fault);
-        } else if (!response.isError) {
-            check(output == first + second, first + second, output);
-            ++completed_[Evaluate];
-        } else {
-            // What it had printed when the interrupt came, and the traceback.
-            const std::string printed = output.substr(0, output.find("Traceback"));
-            check(output.ends_with("KeyboardInterrupt\n") && (first + second).starts_with(printed),
-                  first + second, output);
-        }
+        // Or what it had printed when the interrupt came, and the traceback.
+        const bool isInterrupted = response.faults.empty()
+                                       ? response.isError && output.ends_with("KeyboardInterrupt\n") &&
+                                             printed.starts_with(output.substr(0, output.find("Traceback")))
+                                       : isInterruption(answer(response)) && output.empty();
+        return checked(Evaluate, isInterrupted, printed, answer(response));
     }
-
-    void check(bool isRight, const std::string& expected, const std::string& answer) EXCLUDES(mutex_) {
-        if (isRight) return;
-        connector::MutexLock lock(mutex_);
-        wrongAnswers_ += "expected: " + expected + "\nanswered: " + answer + '\n';
+    std::string checked(Kind kind, bool isInterrupted, const std::string& expected,
+                        const std::string& answer) {
+        if (answer == expected) ++completed_[kind];
+        return answer == expected || isInterrupted ? ""
+                                                   : "expected: " + expected + "\nanswered: " + answer + '\n';
     }
-
     static bool isInterruption(const std::string& fault) {
         return fault == "Request was cancelled before starting." ||
                fault == "Error while executing eval request.";
     }
-
-    mutable connector::Mutex mutex_;
-    std::string wrongAnswers_ GUARDED_BY(mutex_);
 };
 
 TEST_F(CallStressTest, answersEveryRequestWithItsOwnResultWhileOthersAreInterrupted) {
+    constexpr int clients = 8;
+    eval(
+        u"import time\ndef echo(n):\n    print('call', n)\n    return n\n"
+        u"def fail(n):\n    raise ValueError(n)");
     const LogRecords log(LogRecords::Severity::Error);  // not the hundreds of warnings about interrupted ones
-    std::vector<std::thread> threads;
-    for (unsigned client = 1; client <= clients; ++client) {
-        threads.emplace_back([this, client] { runClient(client); });
-    }
-    for (auto& thread : threads) thread.join();
-    EXPECT_EQ(wrongAnswers(), "");
-    EXPECT_EQ(answered_, clients * requestsOfEach);
-    for (std::size_t i = 0; i < operations; ++i) EXPECT_GT(completed_[i], 0) << "operation " << i;
+    // Shown at the end: what a test says while code runs would become output of that code.
+    std::array<std::string, clients> wrong;
+    onThreads(clients, [&](int client) {
+        std::mt19937 random(static_cast<unsigned>(client));
+        // Interrupts are rare enough for most of the others to end by themselves.
+        std::discrete_distribution<int> choice({6, 6, 3, 3, 2, 1});
+        for (int i = 0; i < 400; ++i)
+            wrong.at(static_cast<std::size_t>(client)) +=
+                request(static_cast<Kind>(choice(random)), std::to_string(client * 1'000'000 + i));
+    });
+    for (const std::string& answers : wrong) EXPECT_EQ(answers, "");
+    for (std::size_t i = 0; i < kinds; ++i) EXPECT_GT(completed_[i], 0) << "kind " << i;
     EXPECT_EQ(log.all(), "");
     EXPECT_EQ(textOf(u"6 * 7"), "42\n");
     EXPECT_EQ(call(u"echo", {u"1"}, 1, "idle"), "[1]");

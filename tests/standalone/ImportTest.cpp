@@ -1,58 +1,44 @@
+#include <filesystem>
 #include <fstream>
-#include <future>
-#include <string>
-
-#include <unistd.h>
 
 #include "RunningInterpreter.h"
 #include "fl/i18n/text.h"
 
 namespace {
 
-/// Calls while code imports a module, which makes the file that its variable `begun` names.
+/// Calls while code imports a module.
 class ImportTest : public RunningInterpreter {
 protected:
-    ~ImportTest() override {
-        joinBackground();
-        unlink((folder_ + "slow_module.py").c_str());
-        unlink(begunFile_.c_str());
-        rmdir(folder_.c_str());
+    ImportTest() {
+        if (mkdtemp(folder_.data()) == nullptr) ADD_FAILURE() << "mkdtemp";
+        eval(fl::i18n::to_ustring("import sys, threading\nmay_end = threading.Event()\nsys.path.insert(0, '" +
+                                  folder_ + "')"));
+        defineBegin();
     }
+    ~ImportTest() override { std::filesystem::remove_all(folder_); }
 
-    void import(const std::string& body) {
-        std::ofstream(folder_ + "slow_module.py")
-            << "import time\nearly = lambda: 'early'\nopen('" << begunFile_ << "', 'w').close()\n"
+    std::future<std::string> startImport(const std::string& body) {
+        std::ofstream(folder_ + "/slow_module.py")
+            << "import time, __main__\nearly = lambda: 'early'\n__main__.begin()\n"
             << body << "\nlate = lambda: 'late'\n";
-        eval(fl::i18n::to_ustring("import sys, threading\nsys.path.insert(0, '" + folder_ +
-                                  "')\nmay_end = threading.Event()"));
-        inBackground([this] { answered_.set_value(textOf(u"import slow_module\n'imported'")); });
-        ASSERT_TRUE(eventually([this] { return access(begunFile_.c_str(), F_OK) == 0; }));
+        return start([this] { return textOf(u"import slow_module\n'imported'"); });
     }
-    std::string imported() { return answered_.get_future().get(); }
 
 private:
-    static std::string makeFolder() {
-        std::string name = testing::TempDir() + "numora-import-XXXXXX";
-        if (mkdtemp(name.data()) == nullptr) ADD_FAILURE() << "mkdtemp";
-        return name + '/';
-    }
-
-    const std::string folder_ = makeFolder();
-    const std::string begunFile_ = folder_ + "begun";
-    std::promise<std::string> answered_;
+    std::string folder_ = testing::TempDir() + "numora-import-XXXXXX";
 };
 
 TEST_F(ImportTest, aCallInsideSeesNoModuleThatIsHalfThere) {
-    import("time.sleep(0.1)");
+    auto imported = startImport("time.sleep(0.1)");
     EXPECT_EQ(call(u"slow_module.late", {}, 1, "ppe"), "[\"late\"]");
-    EXPECT_EQ(imported(), "'imported'\n");
+    EXPECT_EQ(imported.get(), "'imported'\n");
 }
 
 TEST_F(ImportTest, anImportThatGoesOnLetsCallsIn) {
-    import("import __main__\n__main__.may_end.wait()");
+    auto imported = startImport("__main__.may_end.wait()");
     EXPECT_EQ(call(u"slow_module.early", {}, 1, "ppe"), "[\"early\"]");
     EXPECT_EQ(call(u"may_end.set", {}, 0, "ppe"), "[]");
-    EXPECT_EQ(imported(), "'imported'\n");
+    EXPECT_EQ(imported.get(), "'imported'\n");
 }
 
 }  // namespace

@@ -1,35 +1,17 @@
-#include <array>
-#include <atomic>
 #include <chrono>
-#include <cstdint>
 #include <cstdlib>
-#include <functional>
-#include <future>
-#include <memory>
 #include <random>
-#include <string>
-#include <utility>
 
 #include "RunningInterpreter.h"
 #include "connector/common/requestArrival.h"
-#include "connector/interpreter/v1/Eval.h"
-#include "connector/interpreter/v1/EvalResponse.h"
-#include "connector/interpreter/v1/FEval.h"
-#include "connector/interpreter/v1/FEvalResponse.h"
 #include "connector/interpreter/v1/Interrupt.h"
-#include "fl/i18n/text.h"
-#include "services/prompt/prompt.h"
 #include "support/LogRecords.h"
-
-namespace v1 = connector::interpreter::v1;
 
 namespace {
 
-std::atomic<int> begun{0};
-void begin() { ++begun; }
-
 constexpr const char16_t* functions =
     uR"(
+import time
 def endless():
     begin()
     while True: bytes(4096)
@@ -38,123 +20,102 @@ def asleep():
     time.sleep(600)
 )";
 
-using Context = std::shared_ptr<connector::common::ContextState>;
-
-Context arrival() {
-    auto context = std::make_shared<connector::common::ContextState>();
-    connector::common::stampArrival(*context);
-    return context;
-}
-
 /// Interrupts at random moments: as a request is admitted, queued, begun, running, at a prompt or at its end.
 /// None may be lost, and none may hit what was sent after it. NUMORA_INTERRUPT_TRIALS sets how many are
 /// tried.
 class InterruptTrialsTest : public RunningInterpreter {
 protected:
     InterruptTrialsTest() {
-        const auto address = std::to_string(reinterpret_cast<std::uintptr_t>(&begin));
-        eval(u"import ctypes, time\nbegin = ctypes.PYFUNCTYPE(None)(" + fl::i18n::to_ustring(address) + u")" +
-             functions);
+        defineBegin();
+        eval(functions);
     }
 
+    /// Whether an interrupt of a request of that kind did what it is for.
+    bool trial(int kind) {
+        if (kind == 0) {
+            auto answered = sent(oneOf(endlessCode_));
+            interruptWithin(250);
+            return isInterrupted(answered.get());
+        }
+        if (kind == 1) {
+            auto answered = sent(oneOf(shortCode_));
+            interruptWithin(250);
+            return answered.get() != "Error while executing eval request.";
+        }
+        if (kind == 2) {  // the evaluation is answered at its prompt, which the interrupt ends
+            auto answered = sent(u"input('? ')");
+            interruptWithin(250);
+            answered.get();
+            return reaches(nmutil::prompt::BASE_PROMPT);
+        }
+        if (kind ==
+            3) {  // an answer that is sent after the interrupt of a prompt finds the one that comes next
+            auto answered =
+                sent(u"while True:\n    try: input('? '); break\n    except KeyboardInterrupt: pass");
+            interruptWithin(500);
+            const EvalResponse typed = eval(u"'typed'\n", 60'000);
+            answered.get();
+            return typed.faults.empty();
+        }
+        if (kind == 4) {
+            auto answered = begunCall(oneOf({u"endless", u"asleep"}), "default");
+            interruptWithin(100);
+            return isInterrupted(answered.get());
+        }
+        auto around = sent(oneOf(endlessCode_));
+        pauseUpTo(50);
+        auto within = begunCall(u"endless", "ppe");
+        interruptWithin(100);
+        const bool isWithin = isInterrupted(within.get());
+        return isInterrupted(around.get()) && isWithin;
+    }
+
+    void interruptNow() {
+        deliver(std::make_unique<connector::interpreter::v1::Interrupt>("interrupt"), arrival()).get();
+    }
+    int upTo(int most) { return std::uniform_int_distribution<int>(0, most)(random_); }
+
+    const unsigned seed_ = std::random_device()();
+
+private:
+    using Codes = std::vector<std::u16string>;
+
+    static ContextPtr arrival() {
+        auto context = std::make_shared<connector::common::ContextState>();
+        connector::common::stampArrival(*context);
+        return context;
+    }
+    std::future<std::string> sent(const std::u16string& code) {
+        return std::async(std::launch::async,
+                          [this, code, context = arrival()] { return answer(eval(code, 0, 0, 0, context)); });
+    }
+    std::future<std::string> begunCall(const std::u16string& function, const std::string& mode) {
+        return start([this, function, mode] { return call(function, {}, 0, mode); });
+    }
+    void interruptWithin(int microseconds) {
+        pauseUpTo(microseconds);
+        interruptNow();
+    }
     void pauseUpTo(int microseconds) {
-        const auto until = Clock::now() + std::chrono::nanoseconds(std::uniform_int_distribution<int>(
-                                              0, microseconds * 1000)(random_));
-        while (Clock::now() < until) continue;
+        const auto end =
+            std::chrono::steady_clock::now() + std::chrono::nanoseconds(upTo(microseconds * 1000));
+        while (std::chrono::steady_clock::now() < end) continue;
     }
-
-    std::future<std::string> start(const std::u16string& code) {
-        return std::async(std::launch::async, [this, code, context = arrival()]() mutable {
-            auto request = std::make_unique<v1::Eval>("trial");
-            request->mcode = code;
-            const auto message = deliver(std::move(request), std::move(context)).get();
-            const auto& response = dynamic_cast<const v1::EvalResponse&>(*message);
-            return response.faults.empty() ? fl::i18n::to_string(response.responseStr)
-                                           : response.faults.front().message;
-        });
+    std::u16string oneOf(const Codes& codes) {
+        return codes.at(static_cast<std::size_t>(upTo(static_cast<int>(codes.size()) - 1)));
     }
-    /// Starts a call, and returns when its code has begun.
-    std::future<std::string> startCall(const std::u16string& function, const std::string& mode) {
-        const int before = begun;
-        auto answered =
-            std::async(std::launch::async, [this, function, mode] { return call(function, {}, 0, mode); });
-        EXPECT_TRUE(eventually([before] { return begun > before; }));
-        return answered;
-    }
-    void interruptNow() { deliver(std::make_unique<v1::Interrupt>("interrupt"), arrival()).get(); }
-
     /// Whether the answer of something endless shows that its interrupt reached it.
     static bool isInterrupted(const std::string& answer) {
         return answer.empty() || answer.ends_with("KeyboardInterrupt\n") || answer == "KeyboardInterrupt" ||
                answer == "Request was cancelled before starting.";
     }
 
-    bool trial() {
-        static const std::array<std::u16string, 5> endlessCode = {
-            endlessLoop, u"time.sleep(600)", u"while True: sum(range(20_000)); bytes(4096)",
-            u"def f(): return bytes(4096)\nwhile True: f()",
-            // Python drops what is raised in a finalizer.
-            u"class Finalized:\n    def __del__(self): bytes(4096)\nwhile True: Finalized()"};
-        static const std::array<std::u16string, 4> shortCode = {
-            u"pass", u"x = 6 * 7\nx", u"x = sum(range(1000))", u"print('a')\nprint('b')"};
-        const auto pick = [this](const auto& of) {
-            return of[std::uniform_int_distribution<std::size_t>(0, of.size() - 1)(random_)];
-        };
-        kind_ = std::uniform_int_distribution<int>(0, 6)(random_);
-        switch (kind_) {
-            case 0:
-            case 1: {
-                auto answered = start(pick(endlessCode));
-                pauseUpTo(250);
-                interruptNow();
-                return isInterrupted(answered.get());
-            }
-            case 2: {
-                auto answered = start(pick(shortCode));
-                pauseUpTo(250);
-                interruptNow();
-                return answered.get() != "Error while executing eval request.";
-            }
-            case 3: {  // the evaluation is answered at its prompt, which the interrupt ends
-                auto answered = start(u"input('? ')");
-                pauseUpTo(250);
-                interruptNow();
-                answered.get();
-                return eventually(
-                    [] { return services::prompt::getInputRequester() == nmutil::prompt::BASE_PROMPT; });
-            }
-            case 4: {
-                auto answered =
-                    startCall(pick(std::array<std::u16string, 2>{u"endless", u"asleep"}), "default");
-                pauseUpTo(100);
-                interruptNow();
-                return isInterrupted(answered.get());
-            }
-            case 5: {  // an answer that is sent after the interrupt of a prompt finds the one that comes next
-                auto answered = start(
-                    u"while True:\n    try:\n        input('? ')\n        break\n"
-                    u"    except KeyboardInterrupt: pass");
-                pauseUpTo(500);
-                interruptNow();
-                const EvalResponse typed = eval(u"'typed'\n", 60'000);
-                answered.get();
-                return typed.faults.empty();
-            }
-            default: {  // a call inside running code
-                auto around = start(pick(endlessCode));
-                pauseUpTo(50);
-                auto within = startCall(u"endless", "ppe");
-                pauseUpTo(100);
-                interruptNow();
-                const bool isWithin = isInterrupted(within.get());
-                return isInterrupted(around.get()) && isWithin;
-            }
-        }
-    }
-
-    using Clock = std::chrono::steady_clock;
-    int kind_ = 0;
-    const unsigned seed_ = std::random_device()();
+    // Python drops what is raised in a finalizer.
+    const Codes endlessCode_ = {
+        endlessLoop, u"time.sleep(600)", u"while True: sum(range(20_000)); bytes(4096)",
+        u"def f(): return bytes(4096)\nwhile True: f()",
+        u"class Finalized:\n    def __del__(self): bytes(4096)\nwhile True: Finalized()"};
+    const Codes shortCode_ = {u"pass", u"x = 6 * 7\nx", u"x = sum(range(1000))", u"print('a')\nprint('b')"};
     std::mt19937 random_{seed_};
 };
 
@@ -164,13 +125,14 @@ TEST_F(InterruptTrialsTest, losesNoneAndHitsNothingThatIsSentAfterwards) {
     const int trials = wanted != nullptr ? std::atoi(wanted) : 500;
     std::string failures;  // shown at the end: what the process prints meanwhile is output of the code
     for (int i = 0; i < trials; ++i) {
-        if (!trial()) {
-            failures += "lost, kind " + std::to_string(kind_) + '\n';
+        const int kind = upTo(5);
+        if (!trial(kind)) {
+            failures += "lost, kind " + std::to_string(kind) + '\n';
             interruptNow();
         }
         const EvalResponse next = eval(u"'next'", 60'000);
         if (text(next) == "'next'\n") continue;
-        failures += "hit after kind " + std::to_string(kind_) + ": " + text(next) + '\n';
+        failures += "hit after kind " + std::to_string(kind) + ": " + text(next) + '\n';
     }
     EXPECT_EQ(failures, "") << trials << " trials, seed " << seed_;
 }
