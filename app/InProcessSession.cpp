@@ -7,15 +7,15 @@
 
 #include <Poco/Exception.h>
 
-#include "connector/common/requestArrival.h"
+#include "connector/common/requests.h"
 #include "connector/identifiers.h"
 #include "connector/json/escape.h"
 #include "connector/json/parse.h"
 #include "connector/wireWords.h"
+#include "foundation/msg_svc/eventmgr/EventMgr.h"
 #include "messages/ClientSession.h"
-#include "nmutil/eventmgr/createLocalEventMgr.h"
-#include "nmutil/utils/InputRequestEvent.h"
-#include "services/prompt/prompt.h"
+#include "nmutil/events.h"
+#include "services/window.h"
 
 namespace app {
 

@@ -6,7 +6,6 @@
 
 #include "InProcessSession.h"
 #include "connector/container/SequenceContainer.h"
-#include "connector/container/registerSequenceContainer.h"
 #include "connector/interpreter/v1/Eval.h"
 #include "connector/interpreter/v1/FEval.h"
 #include "connector/interpreter/v1/FEvalSequenceServiceProvider.h"
@@ -14,7 +13,7 @@
 #include "connector/interpreter/v1/Interrupt.h"
 #include "connector/interpreter/v1/MockInterpreterServiceProvider.h"
 #include "messages/LocalServiceFramework.h"
-#include "services/prompt/prompt.h"
+#include "services/window.h"
 
 namespace app {
 

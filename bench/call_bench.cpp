@@ -13,7 +13,7 @@
 #include "connector/interpreter/v1/FEvalResponse.h"
 #include "connector/interpreter/v1/Interrupt.h"
 #include "fl/i18n/text.h"
-#include "services/prompt/prompt.h"
+#include "services/window.h"
 
 namespace v1 = connector::interpreter::v1;
 

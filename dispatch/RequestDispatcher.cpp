@@ -13,7 +13,7 @@
 #include "connector/ServiceStopped.h"
 #include "connector/ThreadSafety.h"
 #include "connector/WorkerPool.h"
-#include "connector/common/requestArrival.h"
+#include "connector/common/requests.h"
 #include "connector/identifiers.h"
 #include "connector/json/write.h"
 #include "connector/wireWords.h"

@@ -9,7 +9,6 @@
 #include <string>
 
 #include "connector/container/SequenceContainer.h"
-#include "connector/container/registerSequenceContainer.h"
 #include "connector/interpreter/v1/Eval.h"
 #include "connector/interpreter/v1/FEval.h"
 #include "connector/interpreter/v1/FEvalSequenceServiceProvider.h"

@@ -4,7 +4,7 @@
 #include <stdexcept>
 #include <typeinfo>
 
-#include "connector/CurrentDelivery.h"
+#include "connector/ServiceFramework.h"
 #include "connector/detail/deliveryFailure.h"
 
 namespace messages {

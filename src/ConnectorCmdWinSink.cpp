@@ -11,15 +11,15 @@
 #include <utility>
 #include <vector>
 
-#include "cmddistributor/interpreterState.h"
 #include "connector/ThreadSafety.h"
 #include "connector/interpreter/ConnectorCmdWinSinkFactory.h"
 #include "foundation/log/diagnostic_logger.h"
+#include "foundation/msg_svc/eventmgr/EventMgr.h"
+#include "interpreter/IInterpreter.h"
 #include "iqm/Iqm.h"
-#include "nmutil/eventmgr/createLocalEventMgr.h"
-#include "numora/lang/correction/SuggestionEvent.h"
+#include "nmutil/events.h"
 #include "services/interrupts.h"
-#include "services/prompt/prompt.h"
+#include "services/window.h"
 #include "shutdown/ShutdownObject.h"
 
 namespace connector::interpreter {

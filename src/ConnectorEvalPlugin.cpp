@@ -6,7 +6,7 @@
 #include "connector/interpreter/ConnectorCmdWinSink.h"
 #include "connector/interpreter/ConnectorEvalIIP.h"
 #include "interpreter/IInterpreter.h"
-#include "services/windowSize.h"
+#include "services/window.h"
 
 namespace connector::interpreter {
 

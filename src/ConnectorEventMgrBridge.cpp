@@ -20,7 +20,6 @@
 #include "foundation/json/Value.h"
 #include "foundation/log/diagnostic_logger.h"
 #include "foundation/msg_svc/eventmgr/EventMgr.h"
-#include "nmutil/eventmgr/createLocalEventMgr.h"
 #include "v1/converters.h"
 
 namespace connector::interpreter {

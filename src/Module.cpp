@@ -4,13 +4,12 @@
 #include <utility>
 
 #include "connector/container/SequenceContainer.h"
-#include "connector/container/registerSequenceContainer.h"
 #include "connector/interpreter/ConnectorEvalPlugin.h"
 #include "connector/interpreter/ConnectorEventMgrBridge.h"
 #include "connector/interpreter/v1/FEvalSequenceServiceProvider.h"
 #include "connector/interpreter/v1/InterpreterJsonSerialization.h"
 #include "connector/interpreter/v1/InterpreterServiceProviderImpl.h"
-#include "iqm/PacketInfo.h"
+#include "iqm/plugins.h"
 #include "v1/StartupWakeUp.h"
 
 namespace connector::interpreter {

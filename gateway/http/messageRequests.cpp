@@ -8,7 +8,7 @@
 #include <Poco/JSON/Object.h>
 
 #include "access/clientType.h"
-#include "capabilities/CapabilityList.h"
+#include "capabilities/capabilities.h"
 #include "connector/common/ContextState.h"
 #include "connector/json/ObjectBuilder.h"
 #include "connector/json/parse.h"

@@ -4,7 +4,6 @@
 #include <memory>
 
 #include "connector/common/ContextState.h"
-#include "connector/zvm_common/contextState.h"
 
 namespace connector::interpreter::v1 {
 

@@ -11,13 +11,12 @@
 #include <utility>
 #include <vector>
 
-#include "connector/CurrentDelivery.h"
 #include "connector/Promise.h"
 #include "connector/ServiceFramework.h"
 #include "connector/ServiceStopped.h"
 #include "connector/WorkerPool.h"
 #include "connector/common/ContextState.h"
-#include "connector/common/requestArrival.h"
+#include "connector/common/requests.h"
 #include "connector/container/SequenceContainer.h"
 #include "connector/interpreter/v1/FEval.h"
 #include "v1/log.h"

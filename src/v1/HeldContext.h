@@ -4,7 +4,7 @@
 #include <memory>
 #include <utility>
 
-#include "connector/zvm_common/contextState.h"
+#include "connector/common/ContextState.h"
 
 namespace connector::interpreter::v1 {
 

@@ -6,14 +6,14 @@
 #include <sstream>
 #include <utility>
 
-#include "connector/common/requestArrival.h"
+#include "connector/common/requests.h"
 #include "connector/interpreter/ConnectorEvalCmdRequest.h"
 #include "connector/interpreter/v1/InterruptResponse.h"
 #include "connector/wireWords.h"
 #include "fl/i18n/text.h"
 #include "iqm/Iqm.h"
 #include "services/interrupts.h"
-#include "services/prompt/prompt.h"
+#include "services/window.h"
 #include "v1/ContextScope.h"
 #include "v1/PendingRequest.h"
 #include "v1/StartupWakeUp.h"

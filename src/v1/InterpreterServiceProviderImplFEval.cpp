@@ -3,7 +3,7 @@
 #include <string_view>
 #include <utility>
 
-#include "cmddistributor/FEvalCmdRequest.h"
+#include "cmddistributor/CmdRequest.h"
 #include "connector/interpreter/v1/FEvalResponse.h"
 #include "connector/interpreter/v1/InterpreterServiceProviderImpl.h"
 #include "connector/wireWords.h"

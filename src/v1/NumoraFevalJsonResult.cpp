@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "cmddistributor/FEvalResult.h"
+#include "cmddistributor/IIPResult.h"
 
 namespace connector::interpreter::v1 {
 

@@ -3,7 +3,7 @@
 #include <utility>
 
 #include "interpreter/IInterpreter.h"
-#include "iqm/UserEvalPlugin.h"
+#include "iqm/plugins.h"
 #include "services/interrupts.h"
 
 namespace connector::interpreter::v1 {

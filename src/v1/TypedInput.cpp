@@ -5,7 +5,7 @@
 
 #include "cmddistributor/RuntimeException.h"
 #include "connector/interpreter/ConnectorCmdWinSink.h"
-#include "services/prompt/prompt.h"
+#include "services/window.h"
 #include "v1/log.h"
 #include "v1/queueTask.h"
 

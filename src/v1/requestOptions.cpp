@@ -3,10 +3,10 @@
 #include <string>
 #include <utility>
 
-#include "capabilities/missingCapability.h"
+#include "capabilities/capabilities.h"
 #include "connector/interpreter/ConnectorCmdWinSink.h"
 #include "fl/i18n/text.h"
-#include "nmutil/io/PrintableErrorEvent.h"
+#include "nmutil/events.h"
 #include "v1/log.h"
 #include "v1/requestFaults.h"
 

@@ -2,7 +2,7 @@
 
 #include <string_view>
 
-#include "cmddistributor/WhenToDequeue.h"
+#include "cmddistributor/RunOptions.h"
 #include "connector/wireWords.h"
 
 namespace connector::interpreter::v1 {

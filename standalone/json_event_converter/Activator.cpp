@@ -14,7 +14,6 @@
 #include "fl/i18n/text.h"
 #include "foundation/log/diagnostic_logger.h"
 #include "foundation/msg_svc/eventmgr/EventMgr.h"
-#include "nmutil/eventmgr/createLocalEventMgr.h"
 #include "standalone/TaggedEvent.h"
 
 namespace {

@@ -4,10 +4,8 @@
 
 #include "fl/i18n/text.h"
 #include "foundation/log/diagnostic_logger.h"
-#include "nmutil/io/SinkTextEvent.h"
-#include "nmutil/prompt/promptName.h"
-#include "nmutil/utils/InputRequestEvent.h"
-#include "nmutil/utils/IqmInputRequestEvent.h"
+#include "nmutil/events.h"
+#include "nmutil/prompt/InputRequester.h"
 
 namespace standalone {
 

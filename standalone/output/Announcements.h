@@ -7,7 +7,7 @@
 #include <utility>
 
 #include "events/LocalEventManager.h"
-#include "nmutil/io/StreamTypeEnum.h"
+#include "nmutil/io/NMSink.h"
 #include "nmutil/prompt/InputRequester.h"
 #include "python/interpreterLock.h"
 #include "standalone/TaggedEvent.h"

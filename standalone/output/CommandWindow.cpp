@@ -4,10 +4,7 @@
 #include <utility>
 
 #include "foundation/log/diagnostic_logger.h"
-#include "nmutil/io/CLCEvent.h"
-#include "nmutil/io/HomeEvent.h"
-#include "nmutil/io/PrintableErrorEvent.h"
-#include "numora/lang/correction/SuggestionEvent.h"
+#include "nmutil/events.h"
 #include "output/NativeCapture.h"
 #include "output/TerminalWindow.h"
 

@@ -5,7 +5,7 @@
 #include <memory>
 #include <string_view>
 
-#include "nmutil/io/StreamTypeEnum.h"
+#include "nmutil/io/NMSink.h"
 #include "nmutil/prompt/InputRequester.h"
 #include "output/Announcements.h"
 #include "output/RunningRequests.h"

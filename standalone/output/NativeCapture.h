@@ -13,7 +13,7 @@
 
 #include "connector/ThreadSafety.h"
 #include "fl/i18n/text.h"
-#include "nmutil/io/StreamTypeEnum.h"
+#include "nmutil/io/NMSink.h"
 #include "output/RedirectedDescriptors.h"
 
 namespace standalone {

@@ -5,7 +5,7 @@
 
 #include "cmddistributor/CmdRequest.h"
 #include "cmddistributor/RunOptions.h"
-#include "foundation/msg_svc/exchange/IDType.h"
+#include "zvm/identities.h"
 
 namespace standalone {
 

@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "cmddistributor/FEvalIIP.h"
+#include "cmddistributor/IIP.h"
 #include "matrix/mxArray.h"
 #include "python/PyRef.h"
 

@@ -14,7 +14,7 @@
 
 #include <Python.h>
 
-#include "capabilities/missingCapability.h"
+#include "capabilities/capabilities.h"
 #include "connector/common/productName.h"
 #include "fl/i18n/messages.h"
 #include "fl/i18n/text.h"

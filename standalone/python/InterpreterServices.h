@@ -4,7 +4,7 @@
 #include <string_view>
 
 #include "cmddistributor/RunOptions.h"
-#include "nmutil/io/StreamTypeEnum.h"
+#include "nmutil/io/NMSink.h"
 #include "nmutil/prompt/InputRequester.h"
 #include "standalone/TaggedEvent.h"
 

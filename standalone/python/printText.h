@@ -1,6 +1,6 @@
 #pragma once
 
-#include "nmutil/io/StreamTypeEnum.h"
+#include "nmutil/io/NMSink.h"
 #include "python/pythonText.h"
 
 namespace standalone {

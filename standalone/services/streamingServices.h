@@ -3,7 +3,7 @@
 #include <memory>
 #include <utility>
 
-#include "connector/common/RequestGate.h"
+#include "connector/common/requests.h"
 #include "connector/shadow_files/v1/ShadowService.h"
 #include "zvm/ZVM.h"
 

@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "foundation/msg_svc/exchange/IDType.h"
+#include "zvm/identities.h"
 
 namespace standalone {
 

@@ -9,12 +9,11 @@
 #include <Python.h>
 #include <unistd.h>
 
-#include "cmddistributor/FEvalResult.h"
-#include "connector/zvm_common/contextState.h"
+#include "cmddistributor/IIPResult.h"
+#include "connector/common/ContextState.h"
 #include "fl/i18n/text.h"
 #include "foundation/log/diagnostic_logger.h"
-#include "iqm/PacketInfo.h"
-#include "iqm/Workspace.h"
+#include "iqm/plugins.h"
 #include "python/PythonRuntime.h"
 #include "thread/Interrupts.h"
 #include "thread/PromptScope.h"

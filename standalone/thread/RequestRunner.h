@@ -8,8 +8,8 @@
 #include <boost/optional.hpp>
 #include <sys/types.h>
 
-#include "cmddistributor/FEvalIIP.h"
-#include "nmutil/cmddistributor/inExecutionStatus.h"
+#include "cmddistributor/IIP.h"
+#include "cmddistributor/RuntimeException.h"
 #include "output/CommandWindow.h"
 #include "output/RunningRequests.h"
 #include "python/CodeRunner.h"

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "cmddistributor/WhenToDequeue.h"
+#include "cmddistributor/RunOptions.h"
 #include "nmutil/prompt/InputRequester.h"
 
 namespace standalone {

@@ -6,7 +6,6 @@
 
 #include "connector/common/ContextState.h"
 #include "connector/container/SequenceContainer.h"
-#include "connector/container/registerSequenceContainer.h"
 #include "connector/interpreter/v1/Eval.h"
 #include "connector/interpreter/v1/EvalResponse.h"
 #include "connector/interpreter/v1/FEval.h"

@@ -6,8 +6,7 @@
 
 #include <gtest/gtest.h>
 
-#include "cmddistributor/detail/arrays.h"
-#include "cmddistributor/detail/demangle.h"
+#include "cmddistributor/detail.h"
 #include "fl/i18n/messages.h"
 #include "nmutil/cmddistributor/arrays.h"
 

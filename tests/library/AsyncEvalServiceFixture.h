@@ -7,8 +7,8 @@
 
 #include <gtest/gtest.h>
 
+#include "connector/common/ContextState.h"
 #include "connector/interpreter/v1/AsyncEvalService.h"
-#include "connector/zvm_common/contextState.h"
 #include "support/FakeHost.h"
 #include "support/FakeMessageService.h"
 

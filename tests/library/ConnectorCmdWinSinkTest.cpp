@@ -8,7 +8,7 @@
 #include <gtest/gtest.h>
 
 #include "connector/interpreter/ConnectorCmdWinSink.h"
-#include "numora/lang/correction/SuggestionEvent.h"
+#include "nmutil/events.h"
 #include "shutdown/ShutdownObject.h"
 #include "support/FakeHost.h"
 #include "support/LogRecords.h"

@@ -8,7 +8,7 @@
 #include "connector/interpreter/ConnectorCmdWinSink.h"
 #include "connector/interpreter/ConnectorEvalCmdRequest.h"
 #include "connector/interpreter/ConnectorEvalPlugin.h"
-#include "iqm/PacketInfo.h"
+#include "iqm/plugins.h"
 #include "support/FakeHost.h"
 #include "zvm/detail.h"
 

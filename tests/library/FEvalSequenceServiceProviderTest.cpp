@@ -14,7 +14,6 @@
 
 #include <gtest/gtest.h>
 
-#include "connector/CurrentDelivery.h"
 #include "connector/Promise.h"
 #include "connector/ServiceFramework.h"
 #include "connector/container/SequenceContainer.h"

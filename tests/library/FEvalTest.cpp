@@ -9,13 +9,13 @@
 
 #include <gtest/gtest.h>
 
-#include "capabilities/CapabilityList.h"
-#include "cmddistributor/FEvalResult.h"
+#include "capabilities/capabilities.h"
+#include "cmddistributor/IIPResult.h"
+#include "connector/common/ContextState.h"
 #include "connector/interpreter/v1/FEval.h"
 #include "connector/interpreter/v1/FEvalResponse.h"
 #include "connector/interpreter/v1/InterpreterServiceProviderImpl.h"
-#include "connector/zvm_common/contextState.h"
-#include "nmutil/io/PrintableErrorEvent.h"
+#include "nmutil/events.h"
 #include "support/FakeHost.h"
 #include "support/LogRecords.h"
 #include "support/ManualConfiguration.h"

@@ -9,12 +9,12 @@
 #include <gtest/gtest.h>
 
 #include "cmddistributor/RuntimeException.h"
-#include "connector/common/requestArrival.h"
+#include "connector/common/requests.h"
 #include "connector/interpreter/ConnectorEvalPlugin.h"
 #include "connector/interpreter/v1/EvalResponse.h"
 #include "connector/interpreter/v1/InterpreterServiceProviderImpl.h"
 #include "connector/interpreter/v1/InterruptResponse.h"
-#include "iqm/PacketInfo.h"
+#include "iqm/plugins.h"
 #include "support/FakeHost.h"
 #include "support/ManualConfiguration.h"
 #include "v1/StartupWakeUp.h"

@@ -8,7 +8,6 @@
 #include <gmock/gmock.h>
 
 #include "connector/container/SequenceContainer.h"
-#include "connector/container/registerSequenceContainer.h"
 #include "connector/interpreter/v1/FEval.h"
 #include "connector/interpreter/v1/InterpreterJsonSerialization.h"
 

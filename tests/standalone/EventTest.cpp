@@ -8,18 +8,10 @@
 #include "RunningInterpreter.h"
 #include "fl/i18n/text.h"
 #include "foundation/msg_svc/eventmgr/EventMgr.h"
-#include "iqm/PacketInfo.h"
-#include "iqm/UserEvalPlugin.h"
-#include "nmutil/eventmgr/createLocalEventMgr.h"
-#include "nmutil/io/CLCEvent.h"
-#include "nmutil/io/HomeEvent.h"
-#include "nmutil/io/PrintableErrorEvent.h"
-#include "nmutil/io/SinkTextEvent.h"
-#include "nmutil/prompt/promptName.h"
-#include "nmutil/utils/InputRequestEvent.h"
-#include "nmutil/utils/IqmInputRequestEvent.h"
-#include "numora/lang/correction/SuggestionEvent.h"
-#include "services/prompt/prompt.h"
+#include "iqm/plugins.h"
+#include "nmutil/events.h"
+#include "nmutil/prompt/InputRequester.h"
+#include "services/window.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
 
 #include "RunningInterpreter.h"
-#include "capabilities/CapabilityList.h"
+#include "capabilities/capabilities.h"
 #include "connector/interpreter/v1/FEval.h"
 #include "connector/interpreter/v1/FEvalResponse.h"
 #include "connector/json/escape.h"

@@ -3,7 +3,7 @@
 #include <random>
 
 #include "RunningInterpreter.h"
-#include "connector/common/requestArrival.h"
+#include "connector/common/requests.h"
 #include "connector/interpreter/v1/Interrupt.h"
 #include "support/LogRecords.h"
 

@@ -14,7 +14,7 @@
 
 #include "events/LocalEventManager.h"
 #include "foundation/log/diagnostic_logger.h"
-#include "numora/lang/correction/SuggestionEvent.h"
+#include "nmutil/events.h"
 
 namespace {
 

@@ -4,10 +4,10 @@
 #include <thread>
 
 #include "RunningInterpreter.h"
-#include "cmddistributor/interpreterState.h"
 #include "connector/interpreter/ConnectorCmdWinSink.h"
 #include "fl/i18n/text.h"
-#include "services/prompt/prompt.h"
+#include "interpreter/IInterpreter.h"
+#include "services/window.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 #include "connector/interpreter/v1/FEvalResponse.h"
 #include "connector/interpreter/v1/Interrupt.h"
 #include "fl/i18n/text.h"
-#include "services/prompt/prompt.h"
+#include "services/window.h"
 #include "zvm/detail.h"
 
 namespace v1 = connector::interpreter::v1;

@@ -12,7 +12,7 @@
 #include "cmddistributor/CmdDistributor.h"
 #include "cmddistributor/CmdRequest.h"
 #include "connector/common/ContextState.h"
-#include "connector/common/v1/Fault.h"
+#include "connector/common/v1/Message.h"
 #include "connector/interpreter/Module.h"
 #include "nmutil/prompt/InputRequester.h"
 #include "standalone/StandaloneHost.h"

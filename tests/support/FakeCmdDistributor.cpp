@@ -4,10 +4,10 @@
 #include <stdexcept>
 #include <utility>
 
-#include "cmddistributor/FEvalResult.h"
-#include "cmddistributor/PackagedTaskIIP.h"
-#include "iqm/PacketInfo.h"
-#include "nmutil/io/PrintableErrorEvent.h"
+#include "cmddistributor/IIP.h"
+#include "cmddistributor/IIPResult.h"
+#include "iqm/plugins.h"
+#include "nmutil/events.h"
 
 namespace fake {
 

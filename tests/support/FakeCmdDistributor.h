@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "cmddistributor/CmdDistributor.h"
-#include "cmddistributor/FEvalIIP.h"
+#include "cmddistributor/IIP.h"
 #include "connector/ThreadSafety.h"
 
 namespace fake {

@@ -11,7 +11,7 @@
 
 #include "connector/ThreadSafety.h"
 #include "host/Environment.h"
-#include "nmutil/io/PrintableErrorEvent.h"
+#include "nmutil/events.h"
 #include "services/io/CmdWinSink.h"
 #include "support/FakeCmdDistributor.h"
 #include "support/FakeEventMgr.h"

@@ -6,8 +6,8 @@
 #include "cmddistributor/CmdRequest.h"
 #include "cmddistributor/PromiseDelegate.h"
 #include "cmddistributor/RunOptions.h"
-#include "foundation/msg_svc/exchange/IDType.h"
-#include "zvm/TaskReference.h"
+#include "zvm/ZVM.h"
+#include "zvm/identities.h"
 
 namespace cmddistributor {
 

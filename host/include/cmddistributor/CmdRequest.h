@@ -1,13 +1,12 @@
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
 
-#include "cmddistributor/EvalIIP.h"
 #include "cmddistributor/IIP.h"
 #include "cmddistributor/IIPResult.h"
-#include "cmddistributor/PackagedTaskIIP.h"
 
 namespace cmddistributor {
 
@@ -78,6 +77,23 @@ protected:
 
 private:
     std::function<void()> task_;
+};
+
+/// Asks for the call of a function.
+class FEvalCmdRequest : public CmdRequest {
+public:
+    /// See FEvalIIP.
+    FEvalCmdRequest(FEvalIIP::Function function, std::int32_t nargout, std::shared_ptr<FEvalIIP::Data> data,
+                    IqmStreamID stream, std::shared_ptr<nmutil::io::NMSink> out,
+                    std::shared_ptr<nmutil::io::NMSink> err);
+
+protected:
+    std::shared_ptr<IIP> createIIP() override;
+
+private:
+    const FEvalIIP::Function function_;
+    const std::int32_t nargout_;
+    const std::shared_ptr<FEvalIIP::Data> data_;
 };
 
 }  // namespace cmddistributor

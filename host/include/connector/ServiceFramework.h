@@ -2,16 +2,46 @@
 
 #include <memory>
 #include <stdexcept>
+#include <string>
 #include <typeindex>
 #include <vector>
 
-#include "connector/Address.h"
 #include "connector/Future.h"
 #include "connector/Message.h"
 #include "connector/ServiceProvider.h"
 #include "connector/common/ContextState.h"
 
 namespace connector {
+
+/// Names the place where a service is registered. The default is this process.
+struct Address {
+    std::string name;
+    friend bool operator==(const Address&, const Address&) = default;
+};
+
+class ServiceFramework;
+
+/// The way that a message has come to its provider.
+struct Delivery {
+    std::weak_ptr<ServiceFramework> framework;
+    Address address;
+};
+
+/// Makes a delivery the current one of this thread while it is in scope; scopes nest. A framework does that
+/// around each call of a provider, so that the provider can send messages of its own the same way.
+class CurrentDelivery {
+public:
+    explicit CurrentDelivery(Delivery delivery);
+    ~CurrentDelivery();
+    CurrentDelivery(const CurrentDelivery&) = delete;
+    CurrentDelivery& operator=(const CurrentDelivery&) = delete;
+
+    /// The one of this thread; without a framework where none was set.
+    static Delivery get();
+
+private:
+    Delivery previous_;
+};
 
 /// No service takes messages of a class. The text is that of a provider that refuses one: "Incorrect message
 /// type. Expected: ", the classes that are taken, " but found " and the class.

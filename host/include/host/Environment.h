@@ -13,8 +13,7 @@
 #include "foundation/msg_svc/eventmgr/EventMgr.h"
 #include "interpreter/IInterpreter.h"
 #include "iqm/Iqm.h"
-#include "iqm/Workspace.h"
-#include "nmutil/cmddistributor/inExecutionStatus.h"
+#include "iqm/plugins.h"
 #include "nmutil/prompt/InputRequester.h"
 #include "zvm/ZVM.h"
 

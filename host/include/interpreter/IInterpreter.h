@@ -1,8 +1,11 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 #include <boost/optional.hpp>
+
+#include "cmddistributor/RuntimeException.h"
 
 /// What is notified when an evaluation is over.
 class IInterpreterBridge {
@@ -27,3 +30,9 @@ boost::optional<std::string> mdGetCurrentBuiltinFcnName();
 
 /// Whether that error arose inside a function of a compiled extension.  Threads: the interpreter thread.
 bool mdInAMexFile();
+
+/// How the evaluation that runs, or else the last one, went so far.  Threads: the interpreter thread.
+nmutil::cmddistributor::inExecutionStatus mnGetExecutionStatus();
+
+/// 0 when the code was complete, 1 when it ended inside an open block.  Threads: the interpreter thread.
+std::int32_t mnGetCodeBlockStatus();

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "nmutil/contextmgr/NcrID.h"
 #include "services/interrupts.h"
+#include "zvm/identities.h"
 
 namespace iqm {
 

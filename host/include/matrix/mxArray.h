@@ -137,3 +137,10 @@ ArrayPtr do_create_cell(Dimensions dimensions);
 }  // namespace detail
 
 }  // namespace matrix
+
+namespace foundation::numoradata {
+
+/// The name of an interpreter array among the host's data types.
+using Array = ::mxArray;
+
+}  // namespace foundation::numoradata

@@ -7,11 +7,9 @@
 
 #include "cmddistributor/CmdDistributor.h"
 #include "cmddistributor/RunOptions.h"
-#include "foundation/msg_svc/exchange/IDType.h"
-#include "nmutil/contextmgr/NcrID.h"
 #include "nmutil/io/NMSink.h"
-#include "zvm/TaskReference.h"
 #include "zvm/ZVM.h"
+#include "zvm/identities.h"
 
 namespace zvm::detail {
 

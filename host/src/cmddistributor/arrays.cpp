@@ -1,11 +1,11 @@
-#include "cmddistributor/detail/arrays.h"
-
 #include <algorithm>
 #include <bit>
 #include <cstddef>
 #include <string>
 #include <utility>
 #include <variant>
+
+#include "cmddistributor/detail.h"
 
 // One byte for the version, then the array: its class in a byte, the number of its dimensions in a byte, each
 // of these in eight, and its content, from which the number of elements follows. A struct array has the

@@ -1,8 +1,8 @@
 #include <ostream>
 #include <utility>
 
-#include "cmddistributor/FEvalCmdRequest.h"
-#include "cmddistributor/FEvalResult.h"
+#include "cmddistributor/CmdRequest.h"
+#include "cmddistributor/IIPResult.h"
 #include "fl/i18n/text.h"
 
 namespace cmddistributor {

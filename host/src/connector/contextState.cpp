@@ -3,8 +3,6 @@
 #include <atomic>
 #include <utility>
 
-#include "connector/zvm_common/contextState.h"
-
 namespace connector::common {
 
 namespace {

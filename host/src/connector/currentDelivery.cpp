@@ -1,6 +1,6 @@
-#include "connector/CurrentDelivery.h"
-
 #include <utility>
+
+#include "connector/ServiceFramework.h"
 
 namespace connector {
 

@@ -3,16 +3,14 @@
 #include <atomic>
 #include <stdexcept>
 
-#include "cmddistributor/interpreterState.h"
 #include "foundation/cppmicroservices/framework.h"
+#include "foundation/msg_svc/eventmgr/EventMgr.h"
 #include "interpreter/IInterpreter.h"
 #include "iqm/Iqm.h"
-#include "iqm/UserEvalPlugin.h"
-#include "nmutil/eventmgr/createLocalEventMgr.h"
+#include "iqm/plugins.h"
 #include "services/interrupts.h"
-#include "services/prompt/prompt.h"
-#include "services/windowSize.h"
-#include "zvm/Factory.h"
+#include "services/window.h"
+#include "zvm/ZVM.h"
 
 namespace host {
 

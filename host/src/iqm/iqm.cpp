@@ -6,8 +6,7 @@
 #include <vector>
 
 #include "connector/ThreadSafety.h"
-#include "iqm/PacketInfo.h"
-#include "iqm/UserEvalPlugin.h"
+#include "iqm/plugins.h"
 
 namespace iqm {
 

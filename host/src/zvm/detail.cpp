@@ -2,7 +2,7 @@
 
 #include <atomic>
 
-#include "zvm/Factory.h"
+#include "zvm/ZVM.h"
 
 namespace zvm::detail {
 

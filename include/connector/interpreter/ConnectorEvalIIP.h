@@ -5,7 +5,7 @@
 #include <string>
 #include <utility>
 
-#include "cmddistributor/EvalIIP.h"
+#include "cmddistributor/IIP.h"
 #include "connector/Promise.h"
 #include "connector/interpreter/ConnectorExecutionStatuses.h"
 

@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-#include "iqm/UserEvalPlugin.h"
+#include "iqm/plugins.h"
 
 namespace connector::interpreter {
 

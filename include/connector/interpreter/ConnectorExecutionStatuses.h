@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
-#include "connector/common/v1/Fault.h"
-#include "nmutil/cmddistributor/inExecutionStatus.h"
+#include "cmddistributor/RuntimeException.h"
+#include "connector/common/v1/Message.h"
 #include "nmutil/prompt/InputRequester.h"
 
 namespace connector::interpreter {

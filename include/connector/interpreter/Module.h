@@ -7,7 +7,7 @@
 #include "connector/configuration/Configuration.h"
 #include "connector/interpreter/v1/AsyncEvalService.h"
 #include "connector/json/JsonSerializer.h"
-#include "nmutil/ScopedFactoryRegistration.h"
+#include "iqm/plugins.h"
 #include "zvm/ZVM.h"
 
 namespace connector::interpreter {

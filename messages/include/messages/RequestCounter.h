@@ -8,7 +8,7 @@
 #include <string>
 
 #include "connector/ThreadSafety.h"
-#include "connector/common/RequestTracker.h"
+#include "connector/common/requests.h"
 
 namespace messages {
 

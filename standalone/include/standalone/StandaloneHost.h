@@ -3,7 +3,7 @@
 #include <memory>
 
 #include "connector/ServiceFramework.h"
-#include "connector/common/RequestGate.h"
+#include "connector/common/requests.h"
 #include "connector/configuration/Configuration.h"
 #include "connector/shadow_files/v1/ShadowService.h"
 #include "messages/LocalMessageService.h"

@@ -5,7 +5,7 @@
 #include <utility>
 #include <vector>
 
-#include "foundation/numoradata/Array.h"
+#include "matrix/mxArray.h"
 
 namespace nmutil::cmddistributor {
 

@@ -1,12 +1,23 @@
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <streambuf>
 #include <utility>
 
-#include "nmutil/io/SinkTraits.h"
-
 namespace nmutil::io {
+
+/// The stream that a piece of text was printed on. 0 is standard output, any other value standard error.
+enum StreamTypeEnum : std::uint32_t {
+    STANDARD_OUTPUT = 0,
+    STANDARD_ERROR = 1,
+};
+
+/// What a sink that is made from a bare stream buffer supports.
+struct SinkTraits {
+    bool supportsMore = false;
+    bool supportsHotlinks = false;
+};
 
 /// A stream buffer of UTF-16 code units. Text between this system and the interpreter goes through one.
 using UnicodeStreamBuf = std::basic_streambuf<char16_t>;

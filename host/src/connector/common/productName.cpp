@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <array>
 
-#include "capabilities/missingCapability.h"
+#include "capabilities/capabilities.h"
 
 namespace connector::common {
 

@@ -1,6 +1,6 @@
-#include "connector/common/requestArrival.h"
-
 #include <chrono>
+
+#include "connector/common/requests.h"
 
 namespace connector::common {
 

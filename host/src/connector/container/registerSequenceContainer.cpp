@@ -1,5 +1,3 @@
-#include "connector/container/registerSequenceContainer.h"
-
 #include <cstddef>
 #include <memory>
 #include <stdexcept>

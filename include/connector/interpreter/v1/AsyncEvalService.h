@@ -10,20 +10,13 @@
 
 #include "connector/ThreadSafety.h"
 #include "connector/common/DataBuffer.h"
-#include "connector/common/RequestGate.h"
-#include "connector/common/RequestTracker.h"
+#include "connector/common/requests.h"
 #include "connector/interpreter/v1/CoalescingTextBuffer.h"
 #include "connector/message_service/MessageService.h"
 #include "connector/shadow_files/v1/ShadowService.h"
 #include "foundation/msg_svc/eventmgr/EventMgr.h"
-#include "nmutil/ScopedFactoryRegistration.h"
-#include "nmutil/io/CLCEvent.h"
-#include "nmutil/io/HomeEvent.h"
-#include "nmutil/io/PrintableErrorEvent.h"
-#include "nmutil/io/SinkTextEvent.h"
-#include "nmutil/utils/InputRequestEvent.h"
-#include "nmutil/utils/IqmInputRequestEvent.h"
-#include "numora/lang/correction/SuggestionEvent.h"
+#include "iqm/plugins.h"
+#include "nmutil/events.h"
 #include "zvm/ZVM.h"
 
 namespace cmddistributor {

@@ -13,7 +13,7 @@
 
 #include "connector/ThreadSafety.h"
 #include "connector/common/DataBuffer.h"
-#include "nmutil/io/StreamTypeEnum.h"
+#include "nmutil/io/NMSink.h"
 
 namespace connector::interpreter::v1 {
 

@@ -4,7 +4,7 @@
 #include <utility>
 
 #include "connector/Message.h"
-#include "connector/common/v1/Response.h"
+#include "connector/common/v1/Message.h"
 
 namespace connector::interpreter::v1 {
 

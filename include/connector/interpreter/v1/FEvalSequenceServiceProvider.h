@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <memory>
 
-#include "connector/container/SequenceContainerServiceProvider.h"
+#include "connector/container/SequenceContainer.h"
 
 namespace connector {
 class WorkerPool;

@@ -2,10 +2,14 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include <boost/optional.hpp>
 
 namespace capabilities {
+
+/// What the client of a request can show or do, by name.
+using CapabilityList = std::vector<std::string>;
 
 /// What identifiers of errors about unsupported features begin with.
 inline constexpr std::string_view notSupportedPrefix = "NUMORA:connector:notsupported:";

@@ -1,8 +1,11 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
+#include <typeinfo>
 #include <vector>
 
+#include "foundation/core/diag.h"
 #include "matrix/mxArray.h"
 
 /// Arrays as bytes, for requests that run in another process, and vectors of arrays that are held by plain
@@ -24,5 +27,10 @@ std::vector<matrix::ArrayPtr> deserializeMxArrays(const std::vector<Bytes>& seri
 /// Destroys the arrays, of which some may be null, and empties the vector.
 void nullSafeMxVecDestroy(std::vector<mxArray*>& arrays);
 void nullSafeMxConstVecDestroy(std::vector<const mxArray*>& arrays);
+
+/// The readable name of a type, for messages.  Threads: any.
+inline std::string demangle(const std::type_info& type) {
+    return foundation::core::diag::detail::demangle_typeid_name(type.name());
+}
 
 }  // namespace cmddistributor::detail

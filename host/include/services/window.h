@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstdint>
+
 #include "nmutil/prompt/InputRequester.h"
 
 namespace services::prompt {
@@ -33,3 +35,10 @@ void rawModeCharHandler(int codeUnit);
 }  // namespace io
 
 }  // namespace services
+
+/// The size of the command window in characters. The setters return the previous value.
+/// Threads: the interpreter thread.
+std::uint64_t ioGetNumWindowRows();
+std::uint64_t ioGetNumWindowColumns();
+std::uint64_t ioSetNumWindowRows(std::uint64_t rows);
+std::uint64_t ioSetNumWindowColumns(std::uint64_t columns);
