@@ -7,13 +7,13 @@
 #include <exception>
 #include <string_view>
 
-#include <Poco/Exception.h>
 #include <Poco/JSON/Array.h>
 
 #include "connector/ServiceStopped.h"
 #include "connector/ThreadSafety.h"
 #include "connector/WorkerPool.h"
 #include "connector/common/requests.h"
+#include "connector/errorText.h"
 #include "connector/identifiers.h"
 #include "connector/json/write.h"
 #include "connector/wireWords.h"
@@ -54,13 +54,6 @@ std::string outcomeOf(const Poco::JSON::Object& response) {
                                                                                                   : "fault";
     }
     return response.optValue("isError", false) ? "error" : "success";
-}
-
-std::string textOf(const std::exception& error) {
-    // What it was, without the kind of exception before it.
-    const auto* ofPoco = dynamic_cast<const Poco::Exception*>(&error);
-    if (ofPoco == nullptr) return error.what();
-    return ofPoco->message().empty() ? ofPoco->displayText() : ofPoco->message();
 }
 
 }  // namespace
@@ -169,7 +162,7 @@ void RequestDispatcher::Impl::read(Request& request, Poco::JSON::Object::Ptr obj
         if (!object->has("uuid")) object->set("uuid", connector::randomUuid());
         request.message = serializer_->read(request.typeName, object);
     } catch (const std::exception& error) {
-        request.problem = textOf(error);
+        request.problem = connector::errorText(error);
     }
 }
 
@@ -191,7 +184,7 @@ Answer RequestDispatcher::Impl::readAndRun(Request& request, const std::function
         request.typeName = std::move(unread.typeName);
         read(request, unread.message);
     } catch (const std::exception& error) {
-        return failure(400, textOf(error));
+        return failure(400, connector::errorText(error));
     }
     return run(request);
 }
@@ -217,8 +210,8 @@ Answer RequestDispatcher::Impl::deliveryFailure() {
     } catch (const connector::ServiceStopped& error) {
         return failure(503, error.what());
     } catch (const std::exception& error) {
-        log().error("A request failed: " + textOf(error));
-        return failure(500, textOf(error));
+        log().error("A request failed: " + connector::errorText(error));
+        return failure(500, connector::errorText(error));
     } catch (...) {
         log().error("A request failed with an error of unknown kind.");
         return failure(500, "The service failed.");
@@ -271,7 +264,7 @@ void RequestDispatcher::Impl::interrupt() {
         connector::common::stampArrival(*context);
         framework_->deliver({}, serializer_->read(type, message), context).get();
     } catch (const std::exception& error) {
-        log().warning("What runs cannot be interrupted: " + textOf(error));
+        log().warning("What runs cannot be interrupted: " + connector::errorText(error));
     }
 }
 

@@ -65,13 +65,14 @@ TEST_F(SequenceContainerTest, isNestedNoDeeperThanTheLimit) {
     for (int i = 0; i < 2; ++i) {
         const auto deepest = read(nestedJson(maxSequenceDepth));
         EXPECT_THAT(failureOf([&] { read(nestedJson(maxSequenceDepth + 1)); }),
-                    testing::EndsWith("messages[0]: Sequences are nested too deeply."));
+                    testing::EndsWith("messages[0]: Sequences must not be nested deeper than 8."));
         EXPECT_EQ(failureOf([&] { write(*deepest); }), "none");
     }
     auto tooDeep = read(nestedJson(maxSequenceDepth));
     SequenceContainer around;
     around.messages.push_back(std::move(tooDeep));
-    EXPECT_THAT(failureOf([&] { write(around); }), testing::EndsWith("Sequences are nested too deeply."));
+    EXPECT_THAT(failureOf([&] { write(around); }),
+                testing::EndsWith("Sequences must not be nested deeper than 8."));
 }
 
 TEST_F(SequenceContainerTest, cannotBeWrittenWithAMessageThatHasNoForm) {
@@ -100,20 +101,22 @@ TEST_P(SequenceContainerFailureTest, namesTheMessageAndTheReason) {
 INSTANTIATE_TEST_SUITE_P(
     Entries, SequenceContainerFailureTest,
     testing::Values(
-        FailureCase{"Null", "null", "It is not an object."},
-        FailureCase{"Array", "[]", "It is not an object."},
-        FailureCase{"NoType", R"({"message":{}})", "\"type\" is not a text."},
-        FailureCase{"TypeNotText", R"({"type":1,"message":{}})", "\"type\" is not a text."},
-        FailureCase{"NoMessage", R"({"type":"connector/v1/Eval"})", "\"message\" is not an object."},
+        FailureCase{"Null", "null", "A message must be an object"},
+        FailureCase{"Array", "[]", "A message must be an object"},
+        FailureCase{"NoType", R"({"message":{}})", "\"type\" must be a string."},
+        FailureCase{"TypeNotText", R"({"type":1,"message":{}})", "\"type\" must be a string."},
+        FailureCase{"NoMessage", R"({"type":"connector/v1/Eval"})", "\"message\" must be an object."},
         FailureCase{"MessageNotObject", R"({"type":"connector/v1/Eval","message":[]})",
-                    "\"message\" is not an object."},
+                    "\"message\" must be an object."},
         FailureCase{"UnknownType", R"({"type":"x","message":{}})", "Unknown message type: x"},
         FailureCase{"WrongField", R"({"type":"connector/v1/Eval","message":{"width":[]}})",
-                    "Bad cast exception"},
+                    "\"width\" must be a 32-bit integer."},
         FailureCase{"InnerNotArray", R"({"type":"connector/v1/Sequence","message":{"messages":{}}})",
-                    "\"messages\" is not an array."},
+                    "\"messages\" must be an array."},
+        FailureCase{"UuidNotText", R"({"type":"connector/v1/Sequence","message":{"uuid":[]}})",
+                    "\"uuid\" must be a string."},
         FailureCase{"InnerEntry", R"({"type":"connector/v1/Sequence","message":{"messages":[1]}})",
-                    "messages[0]: It is not an object."}),
+                    "messages[0]: A message must be an object"}),
     [](const auto& info) { return info.param.name; });
 
 }  // namespace

@@ -53,7 +53,7 @@ struct Text {
 /// little more room than it does where it comes from; a tree takes a hundred times as much.
 ///
 /// Threads: any.  Throws: ParseError, for malformed JSON or UTF-8, an escape that is half a pair of
-/// surrogates, a number beyond the range of a double, or nesting deeper than `depth`; TooManyValues, for more
+/// surrogates, a number out of the range of a double, or nesting deeper than `depth`; TooManyValues, for more
 /// than `values` outside of texts; std::bad_alloc. Source: RFC 8259.
 Poco::Dynamic::Var parse(std::string_view text, std::size_t depth = deepestNesting,
                          std::size_t values = std::numeric_limits<std::size_t>::max(),

@@ -22,9 +22,9 @@ using Poco::Dynamic::Var;
 bool isDigit(char c) { return c >= '0' && c <= '9'; }
 bool isSurrogate(unsigned unit, unsigned first) { return (unit & 0xFC00U) == first; }
 
-class Parser {
+class JsonParser {
 public:
-    Parser(std::string_view text, std::size_t maxDepth, std::size_t maxValues, std::string_view asText)
+    JsonParser(std::string_view text, std::size_t maxDepth, std::size_t maxValues, std::string_view asText)
         : start_(text.data()),
           at_(text.data()),
           end_(text.data() + text.size()),
@@ -35,7 +35,7 @@ public:
     Var parse() {
         Var value = readValue();
         skipBlanks();
-        if (at_ != end_) fail("there is more text behind the value");
+        if (at_ != end_) fail("unexpected text after the value");
         return value;
     }
 
@@ -92,7 +92,7 @@ private:
     }
 
     void enter() {
-        if (++depth_ > maxDepth_) fail("nested too deep");
+        if (++depth_ > maxDepth_) fail("arrays and objects are nested too deeply");
         ++at_;
     }
 
@@ -135,7 +135,7 @@ private:
         if (*at_ == '-') ++at_;
         const char* const digits = at_;
         skipDigits();
-        if (*digits == '0' && at_ - digits > 1) failAt(digits, "a number begins with 0");
+        if (*digits == '0' && at_ - digits > 1) failAt(digits, "leading zero in a number");
         if (peek() == '.') {
             isInteger = false;
             ++at_;
@@ -164,7 +164,7 @@ private:
         double value = 0;
         if (std::from_chars(first, at_, value).ec == std::errc()) return value;
         // What is too small has a nearest number, which is zero.
-        if (!isTooSmall({first, at_})) failAt(first, "a number beyond the range of a double");
+        if (!isTooSmall({first, at_})) failAt(first, "number out of the range of a double");
         return *first == '-' ? -0.0 : 0.0;
     }
     /// Of a number that is out of range: whether it is below it, by the place of its first digit that counts.
@@ -181,7 +181,7 @@ private:
         return scale + static_cast<std::int64_t>(point) < static_cast<std::int64_t>(first);
     }
 
-    // Behind the opening quote, up to behind the closing one.
+    // After the opening quote, up to after the closing one.
     std::string readString() {
         std::string text;
         readString(text);
@@ -190,10 +190,10 @@ private:
     void readString(std::string& text) {
         for (;;) {
             appendPlain(text);
-            if (at_ == end_) fail("a string without an end");
+            if (at_ == end_) fail("unterminated string");
             const char c = *at_++;
             if (c == '"') return;
-            if (c != '\\') failAt(at_ - 1, "a control character in a string");
+            if (c != '\\') failAt(at_ - 1, "unescaped control character in a string");
             appendEscape(text);
         }
     }
@@ -224,7 +224,7 @@ private:
         } else if (peek() == 'u') {
             appendCodePoint(text);
         } else {
-            failAt(at_ - 1, "an escape that JSON does not have");
+            failAt(at_ - 1, "invalid escape sequence");
         }
     }
     // At the letter u.
@@ -239,12 +239,12 @@ private:
             static const fl::i18n::codecvt_ustring_to_string strict("UTF-8", false);
             text += strict(units);
         } catch (const fl::i18n::ConversionError&) {
-            failAt(place, "an escape that is half a pair of surrogates");
+            failAt(place, "unpaired surrogate");
         }
     }
     char16_t readUnit() {
         std::uint16_t unit = 0;
-        if (end_ - at_ < 5) fail("an unfinished escape");
+        if (end_ - at_ < 5) fail("incomplete escape sequence");
         const auto [stop, error] = std::from_chars(at_ + 1, at_ + 5, unit, 16);
         if (error != std::errc() || stop != at_ + 5) failAt(at_ + 1, "expected four hexadecimal digits");
         at_ += 5;
@@ -413,7 +413,7 @@ private:
 }  // namespace
 
 Var parse(std::string_view text, std::size_t depth, std::size_t values, std::string_view asText) {
-    return Parser(text, depth, values, asText).parse();
+    return JsonParser(text, depth, values, asText).parse();
 }
 
 namespace {

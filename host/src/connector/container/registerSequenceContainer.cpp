@@ -4,11 +4,11 @@
 #include <string>
 
 #include <Poco/Dynamic/Var.h>
-#include <Poco/Exception.h>
 #include <Poco/JSON/Array.h>
 #include <Poco/JSON/Object.h>
 
 #include "connector/container/SequenceContainer.h"
+#include "connector/errorText.h"
 #include "connector/wireWords.h"
 
 namespace connector::container {
@@ -26,7 +26,9 @@ thread_local int depth = 0;
 class Level {
 public:
     Level() {
-        if (depth == maxSequenceDepth) throw std::runtime_error("Sequences are nested too deeply.");
+        if (depth == maxSequenceDepth)
+            throw std::runtime_error("Sequences must not be nested deeper than " +
+                                     std::to_string(maxSequenceDepth) + ".");
         ++depth;
     }
     ~Level() { --depth; }
@@ -42,30 +44,35 @@ auto namingIndex(std::size_t index, Action action) {
     };
     try {
         return action();
-    } catch (const Poco::Exception& error) {
-        throw failed(error.displayText());
     } catch (const std::exception& error) {
-        throw failed(error.what());
+        throw failed(errorText(error));
     }
 }
 
 std::unique_ptr<Message> readEntry(const JsonSerializer& serializer, const Var& entry) {
-    if (entry.type() != typeid(Object::Ptr)) throw std::runtime_error("It is not an object.");
+    if (entry.type() != typeid(Object::Ptr))
+        throw std::runtime_error("A message must be an object with \"type\" and \"message\".");
     const auto& object = entry.extract<Object::Ptr>();
     const Var type = object->get("type");
-    if (!type.isString()) throw std::runtime_error("\"type\" is not a text.");
+    if (!type.isString()) throw std::runtime_error("\"type\" must be a string.");
     const Object::Ptr message = object->getObject("message");
-    if (!message) throw std::runtime_error("\"message\" is not an object.");
+    if (!message) throw std::runtime_error("\"message\" must be an object.");
     return serializer.read(type.extract<std::string>(), message);
+}
+
+std::string uuidOf(const Object& object) {
+    if (!object.has("uuid")) return {};
+    const Var uuid = object.get("uuid");
+    if (!uuid.isString() && !uuid.isNumeric()) throw std::runtime_error("\"uuid\" must be a string.");
+    return uuid.convert<std::string>();
 }
 
 std::unique_ptr<Message> read(const JsonSerializer& serializer, const Object::Ptr& object) {
     const Level level;
-    auto sequence = std::make_unique<SequenceContainer>(
-        object->has("uuid") ? object->getValue<std::string>("uuid") : std::string());
+    auto sequence = std::make_unique<SequenceContainer>(uuidOf(*object));
     if (!object->has("messages")) return sequence;
     const Array::Ptr entries = object->getArray("messages");
-    if (!entries) throw std::runtime_error("\"messages\" is not an array.");
+    if (!entries) throw std::runtime_error("\"messages\" must be an array.");
     sequence->messages.reserve(entries->size());
     for (const Var& entry : *entries) {
         sequence->messages.push_back(
