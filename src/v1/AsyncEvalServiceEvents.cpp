@@ -10,7 +10,7 @@
 #include "foundation/msg_svc/eventmgr/EventMgr.h"
 #include "nmutil/prompt/InputRequester.h"
 #include "v1/CountedSwitch.h"
-#include "v1/guarded.h"
+#include "v1/catchAndLog.h"
 #include "v1/log.h"
 #include "v1/requestOptions.h"
 
@@ -68,27 +68,27 @@ ScopedConnection AsyncEvalService::connect(EventMgr& manager,
 }
 
 void AsyncEvalService::handleClc(const nmutil::io::CLCEvent& /*event*/) {
-    guarded("handleClc", [this] {
+    catchAndLog("handleClc", [this] {
         flush();
         publish(wire::channel::clear, DataBuffer(R"("clear")"));
     });
 }
 
 void AsyncEvalService::handleHome(const nmutil::io::HomeEvent& /*event*/) {
-    guarded("handleHome", [this] {
+    catchAndLog("handleHome", [this] {
         flush();
         publish(wire::channel::home, DataBuffer(R"("home")"));
     });
 }
 
 void AsyncEvalService::handleSinkText(const nmutil::io::SinkTextEvent& event) {
-    guarded("handleSinkText", [&] {
+    catchAndLog("handleSinkText", [&] {
         coalescer_->append(event.getText().data(), event.getText().size(), event.getStreamType());
     });
 }
 
 void AsyncEvalService::handlePrintableError(const nmutil::io::PrintableErrorEvent& event) {
-    guarded("handlePrintableError", [&] {
+    catchAndLog("handlePrintableError", [&] {
         flush();
         coalescer_->append(printableText(event), nmutil::io::STANDARD_ERROR);
         flush();
@@ -105,7 +105,7 @@ void AsyncEvalService::handleIqmInputRequest(const nmutil::utils::IqmInputReques
 
 void AsyncEvalService::handleSuggestion(const numora::lang::correction::SuggestionEvent& event) {
     if (event.isQuiet()) return;
-    guarded("handleSuggestion", [&] {
+    catchAndLog("handleSuggestion", [&] {
         const std::string text = json::quoted(fl::i18n::to_string(event.getText()));
         coalescer_->appendDduxDataForSuggestion(event.getText());
         flush();
@@ -115,7 +115,7 @@ void AsyncEvalService::handleSuggestion(const numora::lang::correction::Suggesti
 
 // What was printed goes out first: the text of a prompt is to be there when a client is asked for input.
 void AsyncEvalService::doPromptChange(nmutil::prompt::InputRequester prompt) {
-    guarded("doPromptChange", [&] {
+    catchAndLog("doPromptChange", [&] {
         flush();
         publish(wire::channel::prompt,
                 DataBuffer('"' + std::string(nmutil::prompt::promptName(prompt)) + '"'));

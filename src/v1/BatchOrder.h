@@ -1,38 +1,66 @@
 #pragma once
 
-#include <memory>
+#include <condition_variable>
+#include <cstdint>
+#include <functional>
+#include <mutex>
+#include <set>
+#include <utility>
 
-#include "connector/interpreter/v1/CoalescingTextBuffer.h"
+#include "connector/ThreadSafety.h"
 
 namespace connector::interpreter::v1 {
 
-/// Hands on the batches of a CoalescingTextBuffer one at a time, in the order in which they were made up.
+/// Numbers batches as they are made, and has them delivered one at a time in the order of their numbers.
 ///
-/// The buffer may call its callback on two threads at once: text would overtake earlier text, and a message
-/// that follows a flush the last batch before it. The buffer copies its callback, with its mutex held, for
-/// each batch that it makes up, and then calls the copy without it. So the copies come in the order of the
-/// batches: each takes a number, and its call waits until the copies before it are done.
-///
-/// Threads: any. Whoever delivers may use the buffer from within the delivery, and does not wait for itself
-/// then.  Locks: that of the interpreter is released for waits and deliveries.
-/// Blocks: while batches that were made up before are delivered. One that takes longer than two seconds is
-/// given up, which is logged: nobody waits for it again, and what follows may overtake it.
+/// Threads: any. What a delivery does may be numbered and delivered as well: it is not waited for then.
+/// Locks: mutex_, a leaf; that of the interpreter is released for waits and deliveries.
+/// Blocks: while batches with lower numbers are delivered. One that takes longer than two seconds is given
+/// up, which is logged: nobody waits for it again, and what follows may overtake it.
 class BatchOrder {
 public:
-    /// `deliver` runs with no lock held.
-    explicit BatchOrder(CoalescingTextBuffer::Callback deliver);
-    ~BatchOrder();
+    /// The place of one batch, from when it is made until it is delivered or dropped. Move-only.
+    class Place {
+    public:
+        Place() = default;
+        Place(Place&& other) noexcept
+            : order_(std::exchange(other.order_, nullptr)), number_(other.number_) {}
+        Place& operator=(Place&& other) noexcept {
+            std::swap(order_, other.order_);
+            std::swap(number_, other.number_);
+            return *this;
+        }
+        ~Place() {
+            if (order_ != nullptr) order_->end(number_);
+        }
 
-    /// What the buffer is to be given, once, as it is. It may outlive this object.
-    CoalescingTextBuffer::Callback callback() const;
+    private:
+        friend class BatchOrder;
+        Place(BatchOrder& order, std::uint64_t number) : order_(&order), number_(number) {}
 
-    /// Waits until what has been made up by now is delivered.
-    void await() const;
+        BatchOrder* order_ = nullptr;
+        std::uint64_t number_ = 0;
+    };
+
+    /// The place after those given out before.  Throws: std::bad_alloc.
+    Place next() EXCLUDES(mutex_);
+
+    /// Calls `deliver` when it is the turn of `place`, which has come from here.
+    void deliver(Place place, const std::function<void()>& deliver) EXCLUDES(mutex_);
+
+    /// Waits until every batch that has a place by now is delivered.
+    void await() EXCLUDES(mutex_);
 
 private:
-    struct Turns;
-    class Turn;
-    const std::shared_ptr<Turns> turns_;
+    void end(std::uint64_t number) EXCLUDES(mutex_);
+    void waitForThoseBefore(std::uint64_t number) EXCLUDES(mutex_);
+    /// False when the batch took too long and is given up.  Releases `lock` for the wait.
+    bool awaitEndLocked(std::uint64_t number, std::unique_lock<std::mutex>& lock) REQUIRES(mutex_);
+
+    Mutex mutex_;
+    std::condition_variable changed_;
+    std::uint64_t last_ GUARDED_BY(mutex_) = 0;
+    std::set<std::uint64_t> underWay_ GUARDED_BY(mutex_);  ///< but for those that were given up
 };
 
 }  // namespace connector::interpreter::v1

@@ -10,6 +10,7 @@
 #include "connector/json/escape.h"
 #include "fl/i18n/messages.h"
 #include "fl/i18n/text.h"
+#include "v1/BatchOrder.h"
 #include "v1/log.h"
 
 namespace connector::interpreter::v1 {
@@ -46,7 +47,14 @@ void call(const CoalescingTextBuffer::Callback& callback, DataBuffer batch, Stre
 
 }  // namespace
 
-CoalescingTextBuffer::CoalescingTextBuffer() {
+struct CoalescingTextBuffer::Batch {
+    Callback callback;  ///< null where there is nothing to deliver
+    DataBuffer text;
+    StreamTypeEnum type = nmutil::io::STANDARD_OUTPUT;
+    BatchOrder::Place place;
+};
+
+CoalescingTextBuffer::CoalescingTextBuffer() : order_(std::make_unique<BatchOrder>()) {
     thread_ = std::thread([this] { coalescerLoop(); });
     openTestLog();
 }
@@ -96,9 +104,12 @@ bool CoalescingTextBuffer::isOfOtherStream(StreamTypeEnum type) const {
 }
 
 void CoalescingTextBuffer::flush() {
-    MutexLock lock(mutex_);
-    doFlush(lock.native());
-    condition_.notify_one();
+    {
+        MutexLock lock(mutex_);
+        doFlush(lock.native());
+        condition_.notify_one();
+    }
+    order_->await();
 }
 
 void CoalescingTextBuffer::clear() {
@@ -169,13 +180,14 @@ void CoalescingTextBuffer::doFlush(std::unique_lock<std::mutex>& lock) {
 void CoalescingTextBuffer::doCallback(std::unique_lock<std::mutex>& lock) { deliver(takeBatch(), lock); }
 
 CoalescingTextBuffer::Batch CoalescingTextBuffer::takeBatch() {
-    Batch batch{.callback = {}, .text = {}, .type = currentStream_};
+    Batch batch{.callback = {}, .text = {}, .type = currentStream_, .place = {}};
     if (pending_.empty() || !callback_) return batch;
     batch.text.reserve(pending_.size() + 2);
     batch.text.push_back('"');
     batch.text.append(pending_.view());
     batch.text.push_back('"');
     batch.callback = callback_;
+    batch.place = order_->next();
     pending_.clear();  // keeps its storage
     return batch;
 }
@@ -183,8 +195,10 @@ CoalescingTextBuffer::Batch CoalescingTextBuffer::takeBatch() {
 void CoalescingTextBuffer::deliver(Batch batch, std::unique_lock<std::mutex>& lock) {
     if (!batch.callback) return;
     lock.unlock();
-    call(batch.callback, std::move(batch.text), batch.type);
-    batch.callback = nullptr;  // what it holds goes without the lock, too
+    order_->deliver(std::move(batch.place), [&batch] {
+        call(batch.callback, std::move(batch.text), batch.type);
+        batch.callback = nullptr;  // what it holds goes without the lock, too
+    });
     lock.lock();
 }
 

@@ -28,9 +28,9 @@ class CmdDistributorTaskReference;
 
 namespace connector::interpreter::v1 {
 
-class BatchOrder;
 class CountedSwitch;
 class Publisher;
+struct StreamedRequest;
 
 /// What the streaming service works with. Only the factory must be there.
 struct AsyncEvalServices {
@@ -53,7 +53,7 @@ struct AsyncEvalServices {
 ///     suggest                  the name that may have been meant
 ///     iqminput                 the name of the prompt that is shown now
 ///
-/// Each request that is a JSON string and finds the gate open is completed once: behind all that its code
+/// Each request that is a JSON string and finds the gate open is completed once: after all that its code
 /// printed or, for characters, when they have been typed.
 ///
 ///     request -- gate closed, malformed --> dropped, logged
@@ -96,7 +96,7 @@ public:
 
     /// Begins a request. What goes wrong is logged, and goes no further.
     /// The request tracker is told of every request of a client that names its type, also of one that is then
-    /// dropped; and of the end of each, once: behind its completion, or when it is dropped.
+    /// dropped; and of the end of each, once: after its completion, or when it is dropped.
     void handleEvalRequest(const message_service::JsonMessage& message);
     /// Queues code, or characters to type at the next prompt. The request is completed in any case.
     /// Owns: takes over `contextHandle`, under which `context` is kept until the request has ended.
@@ -124,9 +124,6 @@ public:
     void handleSuggestion(const numora::lang::correction::SuggestionEvent& event);
 
 private:
-    class TrackedEnd;
-    struct Request;
-
     AsyncEvalService(AsyncEvalServices services, std::shared_ptr<CoalescingTextBuffer> coalescer);
     void subscribe(const std::shared_ptr<message_service::MessageService>& messages);
 
@@ -136,10 +133,10 @@ private:
     foundation::msg_svc::eventmgr::ScopedConnection connect(foundation::msg_svc::eventmgr::EventMgr& manager,
                                                             void (AsyncEvalService::*handler)(const Event&));
 
-    std::shared_ptr<cmddistributor::PromiseDelegate> completionOf(std::shared_ptr<Request> request);
+    std::shared_ptr<cmddistributor::PromiseDelegate> completionOf(std::shared_ptr<StreamedRequest> request);
     /// Lets what is queued run, unless its client takes it back.
-    static void release(Request& request, zvm::detail::CmdDistributorTaskReference task);
-    void complete(const Request& request, bool isSuccess);
+    static void release(StreamedRequest& request, zvm::detail::CmdDistributorTaskReference task);
+    void complete(const StreamedRequest& request, bool isSuccess);
     void doPromptChange(nmutil::prompt::InputRequester prompt);
     void sendDduxRequest(const std::string& payload);
     void sendDduxResponse();
@@ -148,7 +145,6 @@ private:
     const AsyncEvalServices services_;
     const std::shared_ptr<Publisher> publisher_;
     const std::shared_ptr<CoalescingTextBuffer> coalescer_;
-    const std::unique_ptr<BatchOrder> batches_;
     const nmutil::ScopedFactoryRegistration plugin_;
 
     std::atomic<bool> dduxEnabled_{false};  ///< at the last request

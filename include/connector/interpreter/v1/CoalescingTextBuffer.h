@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <fstream>
 #include <functional>
+#include <memory>
 #include <mutex>
 #include <ratio>
 #include <string>
@@ -17,6 +18,8 @@
 
 namespace connector::interpreter::v1 {
 
+class BatchOrder;
+
 /// Gathers printed text and hands it on in batches, each a JSON string of the text of one stream.
 ///
 ///     Empty --append()--> Pending --due, flush(), text of the other stream: delivered--> Empty
@@ -28,13 +31,14 @@ namespace connector::interpreter::v1 {
 ///
 /// Threads: every operation from any thread, but for getDduxData(). One thread of its own, joined by the
 /// destructor.  Locks: mutex_, never while the callback runs, so that it may use the buffer and a slow one
-/// stops nobody from printing. It also means that two batches, one of the own thread and one of a thread that
-/// flushes, can reach the callback at the same time.
+/// stops nobody from printing. Batches are numbered when they are made, and each waits for its turn,
+/// whichever thread delivers it; one that takes longer than two seconds is waited for no longer, so a later
+/// one can reach the callback at the same time.
 class CoalescingTextBuffer {
 public:
-    /// Takes a batch, quotes included, and the stream it was printed on. What is called is a copy, made with
-    /// mutex_ held, and so in the order of the batches, and gone when the delivery ends. It may throw, which
-    /// is logged, and it must not destroy the buffer.
+    /// Takes a batch, quotes included, and the stream it was printed on. It is called with no lock held, not
+    /// even that of the interpreter. What is called is a copy, which is gone when the delivery ends. It may
+    /// throw, which is logged, and it must not destroy the buffer.
     using Callback = std::function<void(connector::common::DataBuffer&&, nmutil::io::StreamTypeEnum)>;
 
     /// The telemetry text is never longer. Units: bytes.
@@ -55,7 +59,10 @@ public:
     /// Units: `length` in UTF-16 code units.
     void append(const char16_t* text, std::size_t length, nmutil::io::StreamTypeEnum type) EXCLUDES(mutex_);
 
-    /// Delivers what is pending, on this thread.  Throws: std::bad_alloc, and the text stays pending then.
+    /// Delivers what is pending, on this thread, and waits for what other threads are delivering: what comes
+    /// next comes after everything printed so far. A callback that flushes does not wait for itself.
+    /// Blocks: for each batch under way, two seconds at most.  Throws: std::bad_alloc, and the text stays
+    /// pending then.
     void flush() EXCLUDES(mutex_);
     /// Forgets what is pending.
     void clear() EXCLUDES(mutex_);
@@ -86,11 +93,7 @@ protected:
     void stop() EXCLUDES(mutex_);
 
 private:
-    struct Batch {
-        Callback callback;  ///< null where there is nothing to deliver
-        connector::common::DataBuffer text;
-        nmutil::io::StreamTypeEnum type = nmutil::io::STANDARD_OUTPUT;
-    };
+    struct Batch;
 
     void coalescerLoop() EXCLUDES(mutex_);
     /// Both release `lock`, which is that of mutex_, while the callback runs.
@@ -117,6 +120,7 @@ private:
     TimePoint batchStart_ GUARDED_BY(mutex_);  ///< of the first piece pending; 0 makes it due
     nmutil::io::StreamTypeEnum currentStream_ GUARDED_BY(mutex_) = nmutil::io::STANDARD_OUTPUT;
     bool running_ GUARDED_BY(mutex_) = true;
+    const std::unique_ptr<BatchOrder> order_;  ///< its lock may be taken under mutex_
 
     bool testLogEnabled_ = false;    ///< fixed after construction
     connector::Mutex testLogMutex_;  ///< a leaf: keeps the pieces of several threads whole

@@ -9,7 +9,7 @@ namespace connector::interpreter::v1 {
 
 /// Runs `action`, and logs what it throws as an error in `where`.
 template <class Action>
-void guarded(const std::string& where, const Action& action) {
+void catchAndLog(const std::string& where, const Action& action) {
     try {
         action();
     } catch (const std::exception& error) {

@@ -1,0 +1,199 @@
+// What the streaming service does with one request, from its arrival to its completion.
+
+#include <stdexcept>
+#include <utility>
+
+#include <Poco/Dynamic/Var.h>
+
+#include "cmddistributor/CmdRequest.h"
+#include "connector/common/productName.h"
+#include "connector/ddux/ddux.h"
+#include "connector/errorText.h"
+#include "connector/interpreter/v1/AsyncEvalService.h"
+#include "connector/json/escape.h"
+#include "connector/json/parse.h"
+#include "connector/wireWords.h"
+#include "fl/i18n/text.h"
+#include "services/window.h"
+#include "v1/StreamedRequest.h"
+#include "v1/StreamingEvalPlugin.h"
+#include "v1/TypedInput.h"
+#include "v1/log.h"
+#include "v1/queueTask.h"
+#include "v1/requestOptions.h"
+
+namespace connector::interpreter::v1 {
+
+using cmddistributor::WhenToDequeue;
+using connector::common::DataBuffer;
+
+namespace {
+
+constexpr const char* dduxSource = "NUMORA_WORKER";
+
+// The body of a request is another JSON value.
+struct NotAString : std::invalid_argument {
+    NotAString() : std::invalid_argument("The request must be a JSON string.") {}
+};
+
+// The text of a JSON string.  Throws: json::ParseError; NotAString.
+std::u16string textOf(const std::string& json) {
+    const auto value = json::parse(json);
+    if (value.type() != typeid(std::string)) throw NotAString();
+    return fl::i18n::codecvt_string_to_ustring("UTF-8")(value.extract<std::string>());
+}
+
+// The body is not a JSON string, or the queue of the interpreter is full.
+bool isFromClient(const std::exception& error) {
+    return dynamic_cast<const json::ParseError*>(&error) != nullptr ||
+           dynamic_cast<const NotAString*>(&error) != nullptr ||
+           dynamic_cast<const cmddistributor::RuntimeException*>(&error) != nullptr;
+}
+
+bool isSuccess(Future<void>& ended) {
+    try {
+        ended.get();
+        return true;
+    } catch (...) {
+        return false;
+    }
+}
+
+std::string dduxPayload(const std::string& clientType) {
+    return R"({"clientType":)" + json::quoted(clientType) + R"(,"product":)" +
+           json::quoted(common::getProductNameByClientType(clientType)) + "}";
+}
+
+}  // namespace
+
+void AsyncEvalService::handleEvalRequest(const message_service::JsonMessage& message) {
+    try {
+        if (asyncLog().isEnabled(Severity::Debug)) asyncLog().debug("Eval request: " + message.data);
+        const auto& context = message.context;
+        HeldContext held(context);
+        const auto clientType = context->getOr<std::string>("clientType", {});
+        if (services_.requestTracker && !clientType.empty()) {
+            catchAndLog("requestStarted",
+                        [&] { services_.requestTracker->requestStarted(clientType, context); });
+        }
+        TrackedEnd end(services_.requestTracker, clientType, context);
+        if (!services_.requestGate || !services_.requestGate->isOpen()) {
+            asyncLog().info("The gate is closed; the request is dropped.");
+            return;
+        }
+        auto text = textOf(message.data);
+        end.release();  // what sends the request ends it
+        if (services::prompt::detail::isInCharBufferMode()) {
+            sendRawCharsToBuffer(std::move(text), clientType, held.release(), context);
+        } else {
+            sendEvalRequest(std::move(text), clientType, held.release(), context);
+        }
+    } catch (const std::exception& error) {
+        // Clients can make as many as they like of their own errors.
+        const auto severity = isFromClient(error) ? Severity::Info : Severity::Error;
+        if (!asyncLog().isEnabled(severity)) return;
+        asyncLog().write(severity, "Unknown issue in AsyncEvalService::handleEvalRequest");
+        asyncLog().write(severity, "What it was: " + errorText(error));
+    } catch (...) {
+        asyncLog().error("Unknown issue in AsyncEvalService::handleEvalRequest");
+    }
+}
+
+void AsyncEvalService::sendEvalRequest(std::u16string code, const std::string& clientType,
+                                       std::uint64_t contextHandle,
+                                       const std::shared_ptr<common::ContextState>& context) {
+    HeldContext held(contextHandle);
+    const auto printed = std::make_shared<PrintedText>(coalescer_);
+    const auto request = std::make_shared<StreamedRequest>(services_.requestTracker, clientType,
+                                                           std::move(held), context, printed);
+    auto completion = completionOf(request);
+    catchAndLog("sendDduxRequest", [&] { sendDduxRequest(dduxPayload(clientType)); });
+    if (!services_.zvm) throw std::runtime_error("No interpreter is available.");
+    if (services_.shadowService && !services_.shadowService->isReady()) {
+        throw std::runtime_error("The clients' files are not ready.");
+    }
+
+    context->set("streamingEval", true);
+    auto options = clientOptions(*context, WhenToDequeue::Default, contextHandle);
+    options.setOutSink(PrintedText::sink(printed, &PrintedText::out));
+    options.setErrSink(PrintedText::sink(printed, &PrintedText::err));
+    options.setCallbackImpl([weak = weak_from_this()](const nmutil::io::PrintableErrorEvent& event) {
+        if (asyncLog().isEnabled(Severity::Debug)) {
+            asyncLog().debug("Async sendEvalRequest PrintableErrorEvent triggered: id:" + event.getID() +
+                             ", text:" + fl::i18n::to_string(event.getText()));
+        }
+        if (const auto self = weak.lock()) self->handlePrintableError(event);
+    });
+    release(*request,
+            queueRequest(services_.zvm, options,
+                         std::make_shared<cmddistributor::EvalCmdRequest>(
+                             false, cmddistributor::IqmStreamID::User, options.getOutSink(),
+                             options.getErrSink(), std::move(code), StreamingEvalPlugin::registeredName),
+                         std::move(completion)));
+}
+
+void AsyncEvalService::sendRawCharsToBuffer(std::u16string characters, const std::string& clientType,
+                                            std::uint64_t contextHandle,
+                                            const std::shared_ptr<common::ContextState>& context) {
+    HeldContext held(contextHandle);
+    const auto request = std::make_shared<StreamedRequest>(services_.requestTracker, clientType,
+                                                           std::move(held), context, nullptr);
+    auto completion = completionOf(request);
+    if (asyncLog().isEnabled(Severity::Debug)) {
+        asyncLog().debug("Typing chars into type ahead:" + fl::i18n::to_string(characters));
+    }
+    if (!services_.zvm) throw std::runtime_error("No interpreter is available.");
+    const auto type = [characters = std::move(characters)] {
+        asyncLog().debug("Posting key typing:");
+        typeAtPrompt(characters);
+    };
+    release(*request, queueTask(services_.zvm, clientOptions(*context, WhenToDequeue::Prompt, contextHandle),
+                                type, std::move(completion)));
+}
+
+void AsyncEvalService::release(StreamedRequest& request, zvm::detail::CmdDistributorTaskReference task) {
+    request.ofClient.set([task]() mutable { task.cancel(false); });
+    task.setReadyToExecute();
+}
+
+// The delegate alone holds the promise: a request that is not queued, or that the queue drops, ends with it.
+std::shared_ptr<cmddistributor::PromiseDelegate> AsyncEvalService::completionOf(
+    std::shared_ptr<StreamedRequest> request) {
+    auto promise = std::make_shared<Promise<void>>();
+    promise->getFuture().then([weak = weak_from_this(), request = std::move(request)](Future<void> ended) {
+        // What other threads of the code print from now on belongs to no request.
+        if (request->printed) request->printed->stop();
+        request->ofClient.end();  // the client may send another as soon as it knows
+        if (const auto self = weak.lock()) self->complete(*request, isSuccess(ended));
+        request->end.tell();
+    });
+    return std::make_shared<cmddistributor::PromiseDelegateT<void>>(std::move(promise),
+                                                                    [](const cmddistributor::IIPResult&) {});
+}
+
+// Each step is taken whatever becomes of the others.
+void AsyncEvalService::complete(const StreamedRequest& request, bool isSuccess) {
+    catchAndLog("flush", [&] { flush(); });
+    catchAndLog("completion", [&] {
+        publish(wire::channel::completion,
+                DataBuffer(json::quoted(isSuccess ? wire::completion::success : wire::completion::failure)));
+    });
+    if (request.printed) catchAndLog("sendDduxResponse", [&] { sendDduxResponse(); });
+}
+
+void AsyncEvalService::sendDduxRequest(const std::string& payload) {
+    const bool isEnabled = ddux::isDduxEnabled();
+    dduxEnabled_ = isEnabled;
+    coalescer_->setDduxEnabled(isEnabled);
+    if (!isEnabled) return;
+    ddux::logEvent(std::make_unique<ddux::DduxControlMessage>(dduxSource, "MCODE_EVAL_REQUEST", payload));
+}
+
+void AsyncEvalService::sendDduxResponse() {
+    if (!dduxEnabled_) return;
+    // What was printed is deliberately not sent.
+    ddux::logEvent(std::make_unique<ddux::DduxControlMessage>(dduxSource, "MCODE_EVAL_RESPONSE", ""));
+    coalescer_->clearDduxData();
+}
+
+}  // namespace connector::interpreter::v1
