@@ -1,21 +1,14 @@
 #include "connector/interpreter/v1/InterpreterJsonSerialization.h"
 
-#include <algorithm>
-#include <cmath>
 #include <cstdint>
-#include <sstream>
 #include <string>
 #include <string_view>
-#include <type_traits>
 #include <utility>
-#include <vector>
 
 #include <Poco/Dynamic/Var.h>
 #include <Poco/Exception.h>
 #include <Poco/JSON/Array.h>
 #include <Poco/JSON/Object.h>
-#include <Poco/JSON/Stringifier.h>
-#include <Poco/NumberFormatter.h>
 
 #include "connector/interpreter/v1/Eval.h"
 #include "connector/interpreter/v1/EvalResponse.h"
@@ -26,6 +19,8 @@
 #include "connector/json/parse.h"
 #include "connector/wireWords.h"
 #include "fl/i18n/text.h"
+#include "v1/Compactor.h"
+#include "v1/jsonFields.h"
 
 namespace connector::interpreter::v1 {
 
@@ -41,112 +36,8 @@ using Poco::JSON::Object;
 
 constexpr std::size_t mostArguments = 100'000;
 
-/// The value of `key`, or null when it is absent. Object::get would copy it, and texts can be large.
-const Var* find(const Object& object, std::string_view key) {
-    const auto found =
-        std::find_if(object.begin(), object.end(), [key](const auto& entry) { return entry.first == key; });
-    return found == object.end() ? nullptr : &found->second;
-}
-
-/// Parsed containers are held by pointer; those that a program puts into an object may be held by value.
-template <class Container>
-bool holds(const Var& value) {
-    return value.type() == typeid(typename Container::Ptr) || value.type() == typeid(Container);
-}
-
-/// Throws: what Poco throws when `value` is no such container.
-template <class Container>
-const Container& containerIn(const Var& value) {
-    if (value.type() == typeid(Container)) return value.extract<Container>();
-    return *value.extract<typename Container::Ptr>();
-}
-
-/// The result of a conversion of Poco's. Its errors keep their types and say what `key` must be.
-template <class Convert>
-decltype(auto) reading(std::string_view key, std::string_view kind, Convert convert) {
-    const auto expected = [&] { return '"' + std::string(key) + "\" must be " + std::string(kind) + '.'; };
-    try {
-        return convert();
-    } catch (const Poco::RangeException& error) {
-        throw Poco::RangeException(error.message() + ' ' + expected());
-    } catch (const Poco::SyntaxException&) {
-        throw Poco::SyntaxException(expected());
-    } catch (const Poco::InvalidAccessException&) {  // null
-        throw Poco::InvalidAccessException(expected());
-    } catch (const Poco::BadCastException&) {
-        throw Poco::BadCastException(expected());
-    }
-}
-
-template <class T>
-inline constexpr std::string_view kindOf = "a string";
-template <>
-inline constexpr std::string_view kindOf<bool> = "true or false";
-template <>
-inline constexpr std::string_view kindOf<std::int32_t> = "a 32-bit integer";
-
-/// Converts as Poco does, which would also take an array for its text, and a number without its fraction.
-template <class T>
-T valueOf(const Object& object, std::string_view key, T absent = {}, std::string_view kind = kindOf<T>) {
-    const Var* const value = find(object, key);
-    if (!value) return absent;
-    return reading(key, kind, [value] {
-        if (holds<Array>(*value) || holds<Object>(*value)) throw Poco::BadCastException();
-        if constexpr (std::is_integral_v<T> && !std::is_same_v<T, bool>) {
-            if (value->type() == typeid(double) &&
-                std::trunc(value->extract<double>()) != value->extract<double>())
-                throw Poco::SyntaxException();
-        }
-        return value->convert<T>();
-    });
-}
-
-std::u16string textOf(const Object& object, std::string_view key) {
-    const Var* const value = find(object, key);
-    if (value && value->type() == typeid(std::string)) return to_ustring(value->extract<std::string>());
-    return to_ustring(valueOf<std::string>(object, key));
-}
-
-/// Writes values back to compact JSON, as Poco does. Arrays of numbers, which can be long, are written
-/// without a stream; for the rest one stream serves many values, as making one is slow.
-class Compactor {
-public:
-    std::u16string operator()(const Var& value) {
-        text_.clear();
-        append(value);
-        return to_ustring(text_);
-    }
-
-private:
-    void append(const Var& value) {
-        if (value.type() == typeid(double)) {
-            Poco::NumberFormatter::append(text_, value.extract<double>());
-        } else if (value.type() == typeid(Poco::Int64)) {
-            Poco::NumberFormatter::append(text_, value.extract<Poco::Int64>());
-        } else if (holds<Array>(value)) {
-            appendArray(containerIn<Array>(value));
-        } else {
-            stream_.str(std::string());
-            Poco::JSON::Stringifier::condense(value, stream_);
-            text_ += stream_.view();
-        }
-    }
-    void appendArray(const Array& array) {
-        const char* separator = "[";
-        for (const Var& element : array) {
-            text_ += separator;
-            append(element);
-            separator = ",";
-        }
-        text_ += array.size() == 0 ? "[]" : "]";
-    }
-
-    std::string text_;
-    std::ostringstream stream_;
-};
-
 void readFaults(const Object& object, Response& response) {
-    const Var* const value = find(object, "messageFaults");
+    const Var* const value = findField(object, "messageFaults");
     if (!value) return;
     constexpr std::string_view key = "messageFaults";
     constexpr std::string_view kind = "an array of objects";
@@ -234,7 +125,7 @@ void readFields(const Object& object, FEval& feval) {
     feval.outputMode = valueOf<std::string>(object, "outputMode");
     const bool rendersLinks = !feval.outputMode.empty() && feval.outputMode != "linenohook";
     feval.hotlinks = valueOf<bool>(object, "hotlinks", rendersLinks);
-    const Var* const value = find(object, "arguments");
+    const Var* const value = findField(object, "arguments");
     if (!value) return;
     if (value->type() == typeid(connector::json::Text))
         return readText(value->extract<connector::json::Text>(), feval);
@@ -261,7 +152,7 @@ void writeFields(const FEval& feval, Object& object) {
 void readFields(const Object& object, FEvalResponse& response) {
     response.isError = valueOf<bool>(object, "isError");
     readFaults(object, response);
-    const Var* const results = find(object, "results");
+    const Var* const results = findField(object, "results");
     if (results && holds<Array>(*results)) response.results = Compactor()(*results);
 }
 

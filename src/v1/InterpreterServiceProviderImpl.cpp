@@ -14,8 +14,8 @@
 #include "iqm/Iqm.h"
 #include "services/interrupts.h"
 #include "services/window.h"
-#include "v1/ContextScope.h"
 #include "v1/PendingRequest.h"
+#include "v1/RequestContextScope.h"
 #include "v1/StartupWakeUp.h"
 #include "v1/TypedInput.h"
 #include "v1/log.h"
@@ -120,7 +120,7 @@ MessageFuture InterpreterServiceProviderImpl::handle(std::unique_ptr<Eval>&& mes
     const auto token = std::make_shared<StatusToken>();
     switch (admit(token, *context)) {
         case Admission::Admitted: {
-            const ContextScope scope(context);
+            const RequestContextScope scope(context);
             evaluate(*token, *response, *request, context);
             dismiss(token);
             if (token->isGivenUp()) token->logLateEnd("Eval " + request->uuid());

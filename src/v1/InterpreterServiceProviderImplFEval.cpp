@@ -9,9 +9,9 @@
 #include "connector/wireWords.h"
 #include "fl/i18n/text.h"
 #include "v1/CallOutput.h"
-#include "v1/ContextScope.h"
 #include "v1/NumoraFevalJsonResult.h"
 #include "v1/PendingRequest.h"
+#include "v1/RequestContextScope.h"
 #include "v1/log.h"
 #include "v1/queueTask.h"
 #include "v1/requestFaults.h"
@@ -74,7 +74,7 @@ Future<std::unique_ptr<connector::Message>> InterpreterServiceProviderImpl::hand
     if (const char* const refusal = admitCall(token)) {
         response->faults.emplace_back(wire::faultCode::code, refusal);
     } else {
-        const ContextScope scope(context);
+        const RequestContextScope scope(context);
         callFunction(*token, *response, *request, context);
         dismiss(token);
         if (token->isGivenUp()) token->logLateEnd("FEval " + describe(*request));
@@ -153,8 +153,9 @@ void InterpreterServiceProviderImpl::awaitResult(CallToken& token, FEvalResponse
                 "FEval timed out after " + std::to_string(request.timeoutMs) + " milliseconds");
             break;
         case WaitEnd::GivenUp:
-            if (const char* const reason = unavailability())
+            if (const char* const reason = unavailability()) {
                 response.faults.emplace_back(wire::faultCode::code, reason);
+            }
             break;
     }
     token.giveUp();

@@ -10,9 +10,9 @@ namespace foundation::json {
 
 namespace {
 
-class Writer {
+class ValueWriter {
 public:
-    explicit Writer(connector::common::DataBuffer& out) : out_(out) {}
+    explicit ValueWriter(connector::common::DataBuffer& out) : out_(out) {}
 
     void write(const Value& value) { std::visit(*this, value.content()); }
 
@@ -64,7 +64,7 @@ private:
 
 std::string serialize(const Value& value) {
     connector::common::DataBuffer out;
-    Writer(out).write(value);
+    ValueWriter(out).write(value);
     return std::string(out.view());
 }
 

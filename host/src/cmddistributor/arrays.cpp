@@ -9,7 +9,7 @@
 
 // One byte for the version, then the array: its class in a byte, the number of its dimensions in a byte, each
 // of these in eight, and its content, from which the number of elements follows. A struct array has the
-// number of its fields and their names, each behind its length, in front of the values. Numbers have their
+// number of its fields and their names, each after its length, in front of the values. Numbers have their
 // lowest byte first.
 
 namespace cmddistributor::detail {
@@ -26,9 +26,9 @@ constexpr std::size_t mostWithoutContent = 65'536;  // elements of a struct arra
     throw matrix::ArrayException("Serialized array: " + what);
 }
 
-class Writer {
+class BytesWriter {
 public:
-    explicit Writer(Bytes& bytes) : bytes_(bytes) {}
+    explicit BytesWriter(Bytes& bytes) : bytes_(bytes) {}
 
     void array(const mxArray* array, int depth = 0) {
         if (depth > deepest) refuse("arrays must not be nested deeper than " + std::to_string(deepest) + ".");
@@ -69,9 +69,9 @@ private:
     Bytes& bytes_;
 };
 
-class Reader {
+class BytesReader {
 public:
-    explicit Reader(const Bytes& bytes) : bytes_(bytes) {}
+    explicit BytesReader(const Bytes& bytes) : bytes_(bytes) {}
 
     matrix::ArrayPtr whole() {
         if (number(1) != version) refuse("the version is not known.");
@@ -175,7 +175,7 @@ private:
 std::vector<Bytes> serializeMxArrays(const std::vector<const mxArray*>& arrays) {
     std::vector<Bytes> serialized(arrays.size());
     for (std::size_t i = 0; i < arrays.size(); ++i) {
-        Writer writer(serialized[i]);
+        BytesWriter writer(serialized[i]);
         writer.number(version, 1);
         writer.array(arrays[i]);
     }
@@ -184,7 +184,7 @@ std::vector<Bytes> serializeMxArrays(const std::vector<const mxArray*>& arrays) 
 
 std::vector<matrix::ArrayPtr> deserializeMxArrays(const std::vector<Bytes>& serialized) {
     std::vector<matrix::ArrayPtr> arrays;
-    for (const Bytes& bytes : serialized) arrays.push_back(Reader(bytes).whole());
+    for (const Bytes& bytes : serialized) arrays.push_back(BytesReader(bytes).whole());
     return arrays;
 }
 

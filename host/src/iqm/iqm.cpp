@@ -14,14 +14,14 @@ namespace {
 
 using SharedFactory = std::shared_ptr<const PacketInfo::Factory>;
 
-struct Registry {
+struct PluginTable {
     connector::Mutex mutex;
     std::unordered_map<std::string, std::vector<SharedFactory>> factories GUARDED_BY(mutex);  // newest last
 };
 
 // Never destroyed: a registration that a static object holds may end after this file's own statics.
-Registry& registry() {
-    static auto* instance = new Registry;
+PluginTable& registry() {
+    static auto* instance = new PluginTable;
     return *instance;
 }
 

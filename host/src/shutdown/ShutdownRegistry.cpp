@@ -8,14 +8,14 @@ namespace shutdown {
 
 namespace {
 
-struct Registry {
+struct ShutdownObjects {
     connector::Mutex mutex;
     std::vector<std::shared_ptr<ShutdownObject>> objects GUARDED_BY(mutex);
 };
 
 // Never destroyed: objects are registered and taken out while libraries load and unload.
-Registry& registry() {
-    static auto* instance = new Registry;
+ShutdownObjects& registry() {
+    static auto* instance = new ShutdownObjects;
     return *instance;
 }
 

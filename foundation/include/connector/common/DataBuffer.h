@@ -51,7 +51,7 @@ public:
     void append(std::string_view bytes) { append(bytes.data(), bytes.size()); }
     void push_back(char byte) { append(&byte, 1); }
 
-    /// Makes room for `count` bytes behind the content and returns where they go; `advance` takes them in.
+    /// Makes room for `count` bytes after the content and returns where they go; `advance` takes them in.
     char* room(std::size_t count) {
         if (data_ == nullptr || capacity_ - size_ < count) {
             if (count > static_cast<std::size_t>(-1) - size_) throw OutOfMemory();
@@ -59,7 +59,7 @@ public:
         }
         return data_ + size_;
     }
-    /// Counts `count` bytes that were written behind the content, into the room made there.
+    /// Counts `count` bytes that were written after the content, into the room made there.
     void advance(std::size_t count) { size_ += count; }
     /// Makes the capacity at least `capacity`.
     void reserve(std::size_t capacity) {

@@ -84,7 +84,7 @@ std::size_t copyPlain(const Char* at, const Char* end, char* to) {
     return done;
 }
 
-/// Escapes what starts before `chunkEnd`, moves `at` behind it and returns where the next character goes.
+/// Escapes what starts before `chunkEnd`, moves `at` after it and returns where the next character goes.
 template <class Char>
 char* escapeChunk(const Char*& at, const Char* chunkEnd, const Char* end, char* to) {
     while (at < chunkEnd) {

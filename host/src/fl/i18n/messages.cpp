@@ -10,12 +10,12 @@ namespace fl::i18n {
 
 namespace {
 
-struct Message {
+struct CatalogEntry {
     std::string_view identifier;
     const char16_t* text;
 };
 
-constexpr std::array<Message, 4> messages{{
+constexpr std::array<CatalogEntry, 4> messages{{
     {"NUMORA:services:MissingRequiredCapability",
      u"The client lacks the capability '{0}', which is needed by: {1}"},
     {"NUMORA:services:MissingRequiredCapability_ForUnknownProduct",
@@ -29,7 +29,8 @@ constexpr std::array<Message, 4> messages{{
 }  // namespace
 
 std::u16string MessageCatalog::get_message(const MessageID& id, const std::locale& /*locale*/) {
-    const auto found = std::ranges::find(messages, std::string_view(id.identifier()), &Message::identifier);
+    const auto found =
+        std::ranges::find(messages, std::string_view(id.identifier()), &CatalogEntry::identifier);
     return found == messages.end() ? to_ustring(id.identifier()) : found->text;
 }
 

@@ -22,7 +22,7 @@ namespace connector::interpreter::v1 {
 /// The first request that cannot be delivered, or whose future fails, fails the whole call with the same
 /// error; what had come by then is dropped. A response with faults is a response like any other.
 ///
-/// A context with a "requestStartTime" gets the time anew for each request behind the first: an interrupt
+/// A context with a "requestStartTime" gets the time anew for each request after the first: an interrupt
 /// ends the one that runs. Every request is run, but a response beyond `maxText` has a fault instead of its
 /// text.
 ///

@@ -9,13 +9,13 @@ namespace connector::interpreter::v1 {
 
 /// Keeps the context on the host's stack, and current on this thread, for as long as a request is being
 /// handled.
-class ContextScope {
+class RequestContextScope {
 public:
-    explicit ContextScope(const std::shared_ptr<common::ContextState>& context)
+    explicit RequestContextScope(const std::shared_ptr<common::ContextState>& context)
         : handle_(zvm_common::pushContextState(context)), current_(context, handle_) {}
-    ~ContextScope() { zvm_common::removeContextState(handle_); }
-    ContextScope(const ContextScope&) = delete;
-    ContextScope& operator=(const ContextScope&) = delete;
+    ~RequestContextScope() { zvm_common::removeContextState(handle_); }
+    RequestContextScope(const RequestContextScope&) = delete;
+    RequestContextScope& operator=(const RequestContextScope&) = delete;
 
 private:
     const std::uint64_t handle_;
