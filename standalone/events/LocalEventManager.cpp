@@ -60,8 +60,8 @@ bool LocalEventManager::post(std::shared_ptr<const BaseEvent> event, std::size_t
     return true;
 }
 
-bool LocalEventManager::postInTurn(const std::shared_ptr<const BaseEvent>& event, std::size_t bytes,
-                                   const AroundWait& around) {
+bool LocalEventManager::postBlocking(const std::shared_ptr<const BaseEvent>& event, std::size_t bytes,
+                                     const AroundWait& around) {
     {
         connector::MutexLock lock(mutex_);
         const bool isRoomWorthAWait = bytes <= limits_.bytes && !isStuck_ && dispatching != this;
@@ -79,7 +79,7 @@ bool LocalEventManager::postInTurn(const std::shared_ptr<const BaseEvent>& event
 // For much room: threads that changed places for every single event would take long.
 bool LocalEventManager::queueWhenThereIsRoom(const std::shared_ptr<const BaseEvent>& event,
                                              std::size_t bytes) {
-    const auto deadline = std::chrono::steady_clock::now() + limits_.patience;
+    const auto deadline = std::chrono::steady_clock::now() + limits_.handlerTimeout;
     {
         connector::MutexLock lock(mutex_);
         while (!isStopped_ && !isStuck_ && (queue_.size() > limits_.events / 2 || isFullLocked(bytes))) {
@@ -111,7 +111,7 @@ std::uint64_t LocalEventManager::queueLocked(std::shared_ptr<const BaseEvent> ev
 }
 
 LocalEventManager::Wait LocalEventManager::waitFor(std::uint64_t number) {
-    const auto deadline = std::chrono::steady_clock::now() + limits_.patience;
+    const auto deadline = std::chrono::steady_clock::now() + limits_.handlerTimeout;
     connector::MutexLock lock(mutex_);
     if (isStuck_) return Wait::Stuck;
     while (lastDelivered_ < number) {

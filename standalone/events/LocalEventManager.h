@@ -23,7 +23,7 @@ struct EventLimits {
     std::size_t events = 10'000;
     std::size_t bytes = 64U << 20U;
     /// How long `raise` waits for the handlers of its event.
-    std::chrono::milliseconds patience = std::chrono::seconds(10);
+    std::chrono::milliseconds handlerTimeout = std::chrono::seconds(10);
 };
 
 /// The event manager of the embedded interpreter. Handlers run on one thread of its own, one at a time and in
@@ -48,9 +48,9 @@ public:
     LocalEventManager(const LocalEventManager&) = delete;
     LocalEventManager& operator=(const LocalEventManager&) = delete;
 
-    /// Handlers have `limits.patience` to end. After that the event keeps its place but is not waited for any
-    /// longer, nor is any other until the handler that takes so long has ended. On the dispatch thread, and
-    /// so in a handler, the event is delivered at once, before what is queued.
+    /// Handlers have `limits.handlerTimeout` to end. After that the event keeps its place but is not waited
+    /// for any longer, nor is any other until the handler that takes so long has ended. On the dispatch
+    /// thread, and so in a handler, the event is delivered at once, before what is queued.
     using EventMgr::raise;
     /// The same for a caller with a lock that handlers may take. The event has its place in the order before
     /// the lock is released.
@@ -64,13 +64,13 @@ public:
     /// an event that somebody listens to is dropped.  Blocks: never on a handler.
     bool post(std::shared_ptr<const BaseEvent> event, std::size_t bytes = 0) EXCLUDES(mutex_);
 
-    /// The same, but waits for room with `around`, for `limits.patience` at most, and no longer for any event
-    /// until the handler that takes so long has ended; on a handler, never.
-    bool postInTurn(const std::shared_ptr<const BaseEvent>& event, std::size_t bytes,
-                    const AroundWait& around) EXCLUDES(mutex_);
+    /// The same, but waits for room with `around`, for `limits.handlerTimeout` at most, and no longer for any
+    /// event until the handler that takes so long has ended; on a handler, never.
+    bool postBlocking(const std::shared_ptr<const BaseEvent>& event, std::size_t bytes,
+                      const AroundWait& around) EXCLUDES(mutex_);
 
     /// Whether anybody has asked for events with this tag.
-    bool isHeard(std::u16string_view userTag) const { return table_->hasSubscribers(userTag); }
+    bool hasSubscribers(std::u16string_view userTag) const { return table_->hasSubscribers(userTag); }
     bool hasSubscriptions(const TypeInformation& type) const override {
         return table_->hasSubscriptions(type);
     }
@@ -124,7 +124,7 @@ private:
     std::size_t dropped_ GUARDED_BY(mutex_) = 0;  // since the queue was empty
     std::uint64_t lastQueued_ GUARDED_BY(mutex_) = 0;
     std::uint64_t lastDelivered_ GUARDED_BY(mutex_) = 0;
-    bool isStuck_ GUARDED_BY(mutex_) = false;  // somebody has lost patience, and nothing has ended since
+    bool isStuck_ GUARDED_BY(mutex_) = false;  // a handler has taken too long, and nothing has ended since
     bool isStopped_ GUARDED_BY(mutex_) = false;
 
     std::thread thread_;

@@ -31,7 +31,7 @@ bool Announcements::postText(nmutil::io::StreamTypeEnum stream, std::u16string_v
     const std::size_t bytes = text.size() * sizeof(char16_t);
     const auto events = events_;  // see raise
     return KeepsInterpreterLock::isHere() ? events->post(event, bytes)
-                                          : events->postInTurn(event, bytes, withoutInterpreterLock);
+                                          : events->postBlocking(event, bytes, withoutInterpreterLock);
 }
 
 void Announcements::announceLostText() {
@@ -45,7 +45,7 @@ void Announcements::announceLostText() {
 void Announcements::announcePrompt(nmutil::prompt::InputRequester prompt, bool isBaseLevel) {
     try {
         announceLostText();
-        if (isHeard(u"status")) {
+        if (hasSubscribers(u"status")) {
             TaggedEvent::Members members;
             members.emplace("state", stateAt(prompt));
             members.emplace("prompt", std::string(promptName(prompt)));
@@ -64,8 +64,8 @@ void Announcements::announcePrompt(nmutil::prompt::InputRequester prompt, bool i
 
 void Announcements::post(std::u16string tag, TaggedEvent::Members members, std::size_t bytes) {
     const auto events = events_;  // see raise
-    events->postInTurn(std::make_shared<TaggedEvent>(std::move(tag), std::move(members)), bytes,
-                       withoutInterpreterLock);
+    events->postBlocking(std::make_shared<TaggedEvent>(std::move(tag), std::move(members)), bytes,
+                         withoutInterpreterLock);
 }
 
 }  // namespace standalone

@@ -42,7 +42,7 @@ public:
     void announcePrompt(nmutil::prompt::InputRequester prompt, bool isBaseLevel);
 
     /// Whether anybody listens to events with this tag. Cheap.
-    bool isHeard(std::u16string_view tag) const { return events_->isHeard(tag); }
+    bool hasSubscribers(std::u16string_view tag) const { return events_->hasSubscribers(tag); }
     /// Raises an event for whoever listens to the tag. Waits for room; `bytes` is the size of the members.
     void post(std::u16string tag, TaggedEvent::Members members, std::size_t bytes);
 

@@ -136,7 +136,7 @@ void CommandWindow::showFailure(const CodeError& failure, bool isStopping) {
 }
 
 // A call has no capture level.
-void CommandWindow::tellOfInterrupt() {
+void CommandWindow::notifyInterrupted() {
     if (recipient() == Recipient::Capture && !running_.isBetweenSteps()) {
         CmdWinSinkHandle::activeSink(false)->ctrlCProcessed();
     }

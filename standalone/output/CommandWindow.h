@@ -74,7 +74,7 @@ public:
     /// Shows how a piece of code failed, with its suggestion.
     void showFailure(const CodeError& failure, bool isStopping);
     /// Tells the evaluation that an interrupt has reached its code, whether that goes on or not.
-    void tellOfInterrupt();
+    void notifyInterrupted();
 
     /// Answers whoever waits for the code that waits at `prompt` now.
     void requestInput(nmutil::prompt::InputRequester prompt);

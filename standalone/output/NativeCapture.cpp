@@ -19,7 +19,7 @@ namespace standalone {
 namespace {
 
 constexpr std::size_t queueLimit = 16U << 20U;  // bytes
-constexpr auto patience = std::chrono::seconds(1);
+constexpr auto fullQueueTimeout = std::chrono::seconds(1);
 
 // The one that is there when the process aborts.
 std::atomic<NativeCapture*> capturing{nullptr};
@@ -50,7 +50,7 @@ void NativeCapture::catchAbort() {
     struct sigaction action {};
     action.sa_flags = SA_RESETHAND;
     action.sa_handler = [](int) {
-        if (NativeCapture* capture = capturing.exchange(nullptr)) capture->writeLastWords();
+        if (NativeCapture* capture = capturing.exchange(nullptr)) capture->writeRecentErrors();
         raise(SIGABRT);
     };
     sigaction(SIGABRT, &action, nullptr);
@@ -58,7 +58,7 @@ void NativeCapture::catchAbort() {
 
 // In the handler of a signal, on the thread that aborts: makes do with system calls and waits for nobody
 // long.
-void NativeCapture::writeLastWords() CONNECTOR_TSA(no_thread_safety_analysis) {
+void NativeCapture::writeRecentErrors() CONNECTOR_TSA(no_thread_safety_analysis) {
     const auto write = [this](const char* bytes, std::size_t count) {
         pollfd ready{original(2), POLLOUT, 0};
         if (poll(&ready, 1, 100) > 0 && ::write(original(2), bytes, count) < 0) return;
@@ -133,7 +133,7 @@ void NativeCapture::emptyPipes() {
         if (poll(ends.data(), ends.size(), -1) < 0 && errno != EINTR) return;
         connector::MutexLock lock(mutex_);
         if (queuedBytes_ >= queueLimit && !isStopping_) {
-            const auto deadline = std::chrono::steady_clock::now() + patience;
+            const auto deadline = std::chrono::steady_clock::now() + fullQueueTimeout;
             while (queuedBytes_ >= queueLimit && !isStopping_) {
                 if (emptied_.wait_until(lock.native(), deadline) == std::cv_status::timeout) {
                     dropOldestLocked();

@@ -70,7 +70,7 @@ private:
     };
 
     void catchAbort();
-    void writeLastWords() EXCLUDES(mutex_);
+    void writeRecentErrors() EXCLUDES(mutex_);
     void rememberErrorsLocked(std::string_view bytes) REQUIRES(mutex_);
     void emptyPipes();
     void deliverLoop();

@@ -14,14 +14,14 @@ namespace standalone {
 
 namespace {
 
-constexpr int patienceMs = 1'000;
+constexpr int writeTimeoutMs = 1'000;
 
 // Gives up on a reader that takes nothing for a second, so that nobody can stop the interpreter by not
 // reading.
 void writeAll(int descriptor, std::string_view bytes) {
     while (!bytes.empty()) {
         pollfd ready{descriptor, POLLOUT, 0};
-        if (poll(&ready, 1, patienceMs) == 0) return;
+        if (poll(&ready, 1, writeTimeoutMs) == 0) return;
         const ssize_t count = write(descriptor, bytes.data(), bytes.size());
         if (count < 0 && errno != EINTR && errno != EAGAIN) return;
         if (count > 0) bytes.remove_prefix(static_cast<std::size_t>(count));

@@ -108,7 +108,7 @@ CodeRunner::Result CodeRunner::execute(const std::u16string& code, bool isRememb
     const bool isDone =
         simple ? runCode(simple.get(), isSourceWanted) : runTree(tree.get(), fileName.get(), isSourceWanted);
     const Result result = isDone ? Result::Done : failed();
-    sources_.settle(code, fileName.get(), isSourceWanted || !isDone);
+    sources_.keepOrDrop(code, fileName.get(), isSourceWanted || !isDone);
     return result;
 }
 

@@ -182,8 +182,9 @@ PyObject* moveHome(PyObject*, PyObject*) {
     });
 }
 
-PyObject* isHeard(PyObject*, PyObject* tag) {
-    return translated([tag] { return PyBool_FromLong(bound != nullptr && bound->isHeard(utf16(tag))); });
+PyObject* hasSubscribers(PyObject*, PyObject* tag) {
+    return translated(
+        [tag] { return PyBool_FromLong(bound != nullptr && bound->hasSubscribers(utf16(tag))); });
 }
 
 // What one event may carry, of which the clients that come back are to be able to get the last ones.
@@ -248,7 +249,7 @@ std::array functions = {
     PyMethodDef{"unraisable", takeUnraisable, METH_O, "Reports an exception that Python drops."},
     PyMethodDef{"clc", clearWindow, METH_NOARGS, "Clears the command window."},
     PyMethodDef{"home", moveHome, METH_NOARGS, "Moves the cursor of the command window home."},
-    PyMethodDef{"hears", isHeard, METH_O, "Tells whether a client listens to events with a tag."},
+    PyMethodDef{"hears", hasSubscribers, METH_O, "Tells whether a client listens to events with a tag."},
     PyMethodDef{"post_event", postEvent, METH_VARARGS,
                 "Raises an event with a tag and the values of its members."},
     PyMethodDef{"leave_window", leaveWindow, METH_NOARGS,

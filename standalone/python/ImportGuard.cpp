@@ -36,9 +36,9 @@ bool ImportGuard::mayRunIn(PyObject* frame) {
     if (PyFrame_Check(frame) == 0 || !isInImport(frame)) return true;
     const auto now = Clock::now();
     // Who has not been asked for that long is asked about another import.
-    if (now - lastAsked_ > patience) since_ = now;
+    if (now - lastAsked_ > longImport) since_ = now;
     lastAsked_ = now;
-    return now - since_ > patience && !isImportSystem(frame);
+    return now - since_ > longImport && !isImportSystem(frame);
 }
 
 }  // namespace standalone

@@ -15,7 +15,7 @@ namespace standalone {
 class ImportGuard {
 public:
     using Clock = std::chrono::steady_clock;
-    static constexpr auto patience = std::chrono::milliseconds(500);
+    static constexpr auto longImport = std::chrono::milliseconds(500);
 
     /// Whether a request may run inside the code that was interrupted in `frame`, or else the question is to
     /// be asked again within milliseconds. `frame` may be None.

@@ -42,7 +42,7 @@ public:
     virtual void moveHome() = 0;
 
     /// Whether anybody listens to events with this tag. Cheap.
-    virtual bool isHeard(std::u16string_view tag) const = 0;
+    virtual bool hasSubscribers(std::u16string_view tag) const = 0;
     /// Raises an event for whoever listens to the tag. Waits, with the interpreter's lock released, while too
     /// many are on their way; `bytes` is the size of the members.
     virtual void postEvent(std::u16string tag, TaggedEvent::Members members, std::size_t bytes) = 0;

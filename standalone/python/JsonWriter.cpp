@@ -9,6 +9,7 @@
 
 #include "connector/json/escape.h"
 #include "python/jsonNumber.h"
+#include "python/numpyArrays.h"
 
 namespace standalone {
 
@@ -76,44 +77,6 @@ void appendWithSurrogates(DataBuffer& out, std::string_view utf8) {
     connector::json::appendEscaped(out, utf8.substr(written));
 }
 
-// Whether `value` is of NumPy's class `name`. Asks nothing of the value itself.
-bool isNumPys(PyObject* value, const char* module, const char* name) {
-    PyObject* const loaded = PyDict_GetItemString(PyImport_GetModuleDict(), module);  // borrowed
-    const PyRef type(loaded != nullptr ? PyObject_GetAttrString(loaded, name) : nullptr);
-    if (!type) PyErr_Clear();
-    return type && PyType_Check(type.get()) &&
-           PyObject_TypeCheck(value, reinterpret_cast<PyTypeObject*>(type.get()));
-}
-
-// The elements in row order, as one of five classes. A copy is made where one is asked for or needed.
-PyRef inRowOrder(PyObject* array, const char* type, bool isCopy) {
-    PyObject* const numpy = PyDict_GetItemString(PyImport_GetModuleDict(), "numpy");  // borrowed
-    const PyRef make(numpy != nullptr ? PyObject_GetAttrString(numpy, "array") : nullptr);
-    const PyRef arguments(make ? Py_BuildValue("(O)", array) : nullptr);
-    const PyRef options(arguments ? Py_BuildValue("{s:s,s:O,s:s}", "dtype", type, "copy",
-                                                  isCopy ? Py_True : Py_False, "order", "C")
-                                  : nullptr);
-    if (!options && PyErr_Occurred() == nullptr) PyErr_SetString(PyExc_TypeError, "NumPy is not loaded");
-    return PyRef(options ? PyObject_Call(make.get(), arguments.get(), options.get()) : nullptr);
-}
-
-class BufferView {
-public:
-    explicit BufferView(PyObject* object)
-        : isHeld_(PyObject_GetBuffer(object, &view_, PyBUF_C_CONTIGUOUS) == 0) {}
-    ~BufferView() {
-        if (isHeld_) PyBuffer_Release(&view_);
-    }
-    BufferView(const BufferView&) = delete;
-    BufferView& operator=(const BufferView&) = delete;
-    explicit operator bool() const { return isHeld_; }
-    const Py_buffer& operator*() const { return view_; }
-
-private:
-    Py_buffer view_{};
-    const bool isHeld_;
-};
-
 }  // namespace
 
 bool JsonWriter::write(PyObject* value) {
@@ -125,7 +88,7 @@ bool JsonWriter::write(PyObject* value) {
     }
 }
 
-bool JsonWriter::pass(Py_ssize_t steps) {
+bool JsonWriter::countSteps(Py_ssize_t steps) {
     untilTurn_ -= steps;
     if (untilTurn_ > 0) return true;
     untilTurn_ = stepsPerTurn;
@@ -137,7 +100,7 @@ bool JsonWriter::pass(Py_ssize_t steps) {
 }
 
 bool JsonWriter::writeValue(PyObject* value) {
-    if (!pass(1)) return false;
+    if (!countSteps(1)) return false;
     if (value == Py_None) {
         out_.append("null");
     } else if (PyBool_Check(value)) {
@@ -185,7 +148,7 @@ bool JsonWriter::writeText(PyObject* text) {
         connector::json::appendEscaped(out_, utf8);
     }
     out_.push_back('"');
-    return pass(size / 16);
+    return countSteps(size / 16);
 }
 
 // A signal's handler may change the containers, so sizes are read anew and items are held.
@@ -222,8 +185,8 @@ bool JsonWriter::writeMembers(PyObject* dictionary) {
 }
 
 bool JsonWriter::writeFromNumPy(PyObject* value) {
-    const bool isArray = isNumPys(value, "numpy", "ndarray");
-    if (!isArray && !isNumPys(value, "numpy", "generic")) return refuse(value);
+    const bool isArray = isOfNumPyClass(value, "numpy", "ndarray");
+    if (!isArray && !isOfNumPyClass(value, "numpy", "generic")) return refuse(value);
     const PyRef type(PyObject_GetAttrString(value, "dtype"));
     const PyRef kindText(type ? PyObject_GetAttrString(type.get(), "kind") : nullptr);
     if (!kindText) return false;
@@ -234,7 +197,7 @@ bool JsonWriter::writeFromNumPy(PyObject* value) {
                      Py_TYPE(value)->tp_name, type.get());
         return false;
     }
-    if (*kind != 'U' && !(isArray && isNumPys(value, "numpy.ma", "MaskedArray")))
+    if (*kind != 'U' && !(isArray && isOfNumPyClass(value, "numpy.ma", "MaskedArray")))
         return writeArray(value, *kind);
     // Strings, and masked elements, which come out as None.
     const PyRef plain(PyObject_CallMethod(value, "tolist", nullptr));
@@ -305,10 +268,10 @@ bool JsonWriter::writeDimension(const Py_buffer& view, int dimension, const char
             return false;
         }
         // An array without elements has no memory that could be freed.
-        if ((isCopy || view.len == 0) && !pass(1)) return false;
+        if ((isCopy || view.len == 0) && !countSteps(1)) return false;
     }
     out_.push_back(']');
-    return dimension > 0 || isCopy || pass(view.len / view.itemsize);
+    return dimension > 0 || isCopy || countSteps(view.len / view.itemsize);
 }
 
 }  // namespace standalone

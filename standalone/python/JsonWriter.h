@@ -42,7 +42,7 @@ private:
     bool writeDimension(const Py_buffer& view, int dimension, const char*& next);
 
     /// Counts `steps`, and gives others their turn when it is time.
-    bool pass(Py_ssize_t steps);
+    bool countSteps(Py_ssize_t steps);
 
     connector::common::DataBuffer& out_;
     Py_ssize_t untilTurn_ = stepsPerTurn;

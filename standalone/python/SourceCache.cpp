@@ -49,7 +49,7 @@ void SourceCache::add(const std::u16string& code, PyObject* fileName) {
     PyErr_Clear();
 }
 
-void SourceCache::settle(const std::u16string& code, PyObject* fileName, bool isWanted) {
+void SourceCache::keepOrDrop(const std::u16string& code, PyObject* fileName, bool isWanted) {
     if (!isWanted) {
         drop(fileName);
         return;

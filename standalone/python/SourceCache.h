@@ -21,7 +21,7 @@ public:
     /// Adds the source of a piece of code. Its lines end where Python's do.
     void add(const std::u16string& code, PyObject* fileName);
     /// Drops it again, unless it may be wanted after its run.
-    void settle(const std::u16string& code, PyObject* fileName, bool isWanted);
+    void keepOrDrop(const std::u16string& code, PyObject* fileName, bool isWanted);
 
 private:
     struct Kept {

@@ -74,7 +74,7 @@ private:
     void returnInterrupt() override { queue_->returnInterrupt(); }
     void clearWindow() override { window_.clear(); }
     void moveHome() override { window_.moveHome(); }
-    bool isHeard(std::u16string_view tag) const override { return announcements_.isHeard(tag); }
+    bool hasSubscribers(std::u16string_view tag) const override { return announcements_.hasSubscribers(tag); }
     void postEvent(std::u16string tag, TaggedEvent::Members members, std::size_t bytes) override {
         announcements_.post(std::move(tag), std::move(members), bytes);
     }

@@ -92,7 +92,7 @@ RequestRunner::Result RequestRunner::runFunctionCall(QueuedRequest& queued,
         }
     });
     if (getpid() != process_) codeRunner_.exitForkedChild();
-    if (depth_ == 0) tidyUp();
+    if (depth_ == 0) cleanUp();
     if (!running_.isBetweenSteps()) window_.drain(true);
     return std::make_unique<cmddistributor::FEvalResult>(queued.id, std::move(failure), std::move(outputs));
 }
@@ -165,9 +165,9 @@ void RequestRunner::evaluate(const std::u16string& code) {
     if (result == CodeRunner::Result::Failed) {
         interruptibly(Opens::AtOnce, [&] { error = codeRunner_.takeError(); });
     }
-    if (depth_ == 0) tidyUp();
+    if (depth_ == 0) cleanUp();
     window_.drain(true);
-    if (depth_ == 0 && announcements_.isHeard(u"workspace")) python_.announceWorkspace();
+    if (depth_ == 0 && announcements_.hasSubscribers(u"workspace")) python_.announceWorkspace();
 
     const bool isIncomplete = result == CodeRunner::Result::Incomplete;
     setStatus(error, isIncomplete);
@@ -229,11 +229,11 @@ void RequestRunner::interruptibly(Opens opens, const std::function<void()>& acti
 bool RequestRunner::checkInterrupts() {
     if (Interrupts::takeOutside()) queue_.interrupt();
     if (!queue_.takeInterrupt()) return Interrupts::check();
-    window_.tellOfInterrupt();
+    window_.notifyInterrupted();
     return Interrupts::deliver();
 }
 
-void RequestRunner::tidyUp() {
+void RequestRunner::cleanUp() {
     python_.endDebugging();
     if (!Interrupts::areReplaced()) return;
     python_.restoreInterrupts();

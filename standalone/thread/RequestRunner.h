@@ -68,7 +68,7 @@ private:
     Result runFunctionCall(QueuedRequest& queued, const cmddistributor::FEvalIIP& iip);
     void prepareCode();
     void interruptibly(Opens opens, const std::function<void()>& action);
-    void tidyUp();
+    void cleanUp();
     void setStatus(const boost::optional<CodeError>& error, bool isIncomplete);
     bool isInternalCode() const;
 

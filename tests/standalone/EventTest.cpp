@@ -204,7 +204,7 @@ TEST_F(EventTest, letsPythonThreadsGoOnWhileItWaitsForHandlers) {
     defineBegin();
     recorded();
     on<nmutil::io::CLCEvent>([](const auto&) -> std::string {
-        // For less than the raiser's patience, after which the threads would go on in any case.
+        // For less than the raiser's timeout, after which the threads would go on in any case.
         const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
         for (const int before = begun; begun == before; std::this_thread::yield()) {
             if (std::chrono::steady_clock::now() > deadline) return "stands still";

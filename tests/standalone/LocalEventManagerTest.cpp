@@ -288,7 +288,8 @@ TEST_F(LocalEventManagerTest, dropsWhatIsQueuedWhenItStopsAndLetsGoWhoWaits) {
 
 TEST_F(LocalEventManagerTest, goesOnWithoutAHandlerThatTakesTooLongAndWaitsAgainWhenItHasEnded) {
     const LogRecord log;
-    events_ = std::make_shared<LocalEventManager>(EventLimits{.patience = std::chrono::milliseconds(20)});
+    events_ =
+        std::make_shared<LocalEventManager>(EventLimits{.handlerTimeout = std::chrono::milliseconds(20)});
     const auto connection = record();
     events_->raise(SuggestionEvent(u"gate"));
     const auto start = std::chrono::steady_clock::now();
@@ -345,7 +346,7 @@ TEST_F(LocalEventManagerTest, makesWhoPostsInTurnWaitForRoom) {
     gate_.entered.wait();
     int waits = 0;
     for (const auto* text : {u"1", u"2", u"3", u"4", u"5"}) {
-        events_->postInTurn(suggestion(text), 0, [&](const auto& wait) {
+        events_->postBlocking(suggestion(text), 0, [&](const auto& wait) {
             if (++waits == 1) gate_.mayLeave.count_down();  // there is no room until the handler goes on
             wait();
         });
@@ -355,7 +356,7 @@ TEST_F(LocalEventManagerTest, makesWhoPostsInTurnWaitForRoom) {
     EXPECT_GE(waits, 1);
 
     events_ = std::make_shared<LocalEventManager>(
-        EventLimits{.events = 1, .patience = std::chrono::milliseconds(1)});
+        EventLimits{.events = 1, .handlerTimeout = std::chrono::milliseconds(1)});
     const ScopedConnection stuck(events_->subscribe<SuggestionEvent>([this](const SuggestionEvent& event) {
         if (event.getText() == u"x") second_.pass();
     }));
@@ -363,8 +364,8 @@ TEST_F(LocalEventManagerTest, makesWhoPostsInTurnWaitForRoom) {
     second_.entered.wait();
     events_->post(suggestion(u"y"));
     // Comes back all the same, and nobody waits again for the handler that takes so long.
-    EXPECT_FALSE(events_->postInTurn(suggestion(u"z"), 0, [](const auto& wait) { wait(); }));
-    EXPECT_FALSE(events_->postInTurn(suggestion(u"z"), 0, [](const auto&) { FAIL() << "waits again"; }));
+    EXPECT_FALSE(events_->postBlocking(suggestion(u"z"), 0, [](const auto& wait) { wait(); }));
+    EXPECT_FALSE(events_->postBlocking(suggestion(u"z"), 0, [](const auto&) { FAIL() << "waits again"; }));
     second_.mayLeave.count_down();
 }
 
