@@ -39,7 +39,7 @@ MessageFuture LocalServiceFramework::deliver(const connector::Address& address,
         const auto provider = find(Key(address.name, typeid(object)));
         if (!provider) {
             throw connector::NoService(
-                connector::detail::wrongMessageTypeText(takenAt(address.name), message.get()));
+                connector::detail::wrongMessageTypeText(acceptedAt(address.name), message.get()));
         }
         if (!context) context = std::make_shared<connector::common::ContextState>();
         const connector::common::CurrentContext current(std::move(context));
@@ -56,7 +56,7 @@ std::shared_ptr<connector::ServiceProvider> LocalServiceFramework::find(const Ke
     return found == providers_.end() ? nullptr : found->second;
 }
 
-std::string LocalServiceFramework::takenAt(const std::string& address) {
+std::string LocalServiceFramework::acceptedAt(const std::string& address) {
     connector::MutexLock lock(mutex_);
     std::string names;
     for (const auto& [key, provider] : providers_) {

@@ -161,7 +161,7 @@ std::shared_ptr<OutgoingQueue> MessageHub::addClient(const std::string& id, cons
     return queue;
 }
 
-void MessageHub::noteLocked(const Clients::value_type& client, const std::string& pattern, bool isSubscribed,
+void MessageHub::addNoticeLocked(const Clients::value_type& client, const std::string& pattern, bool isSubscribed,
                             Watchers& concerned) {
     for (const auto& watcher : watchers_) {
         if (!canMatch(watcher->pattern(), pattern)) continue;
@@ -205,7 +205,7 @@ std::shared_ptr<OutgoingQueue> MessageHub::addSubscriptions(const std::string& i
         if (!table_.add(pattern, client.number, client.queue)) continue;
         client.patterns.push_back(pattern);
         if (added) added->push_back(pattern);
-        noteLocked(*found, pattern, true, concerned);
+        addNoticeLocked(*found, pattern, true, concerned);
     }
     return client.queue;
 }
@@ -224,7 +224,7 @@ bool MessageHub::unsubscribeClient(const std::string& id, const std::string& pat
         if (found == clients_.end()) return false;
         if (!table_.remove(pattern, found->second.number)) return true;
         std::erase(found->second.patterns, pattern);
-        noteLocked(*found, pattern, false, concerned);
+        addNoticeLocked(*found, pattern, false, concerned);
     }
     for (const auto& watcher : concerned) watcher->tell();
     return true;
@@ -238,7 +238,7 @@ void MessageHub::removeClient(const std::string& id) {
         if (found == clients_.end()) return;
         for (const auto& pattern : found->second.patterns) {
             table_.remove(pattern, found->second.number);
-            noteLocked(*found, pattern, false, concerned);
+            addNoticeLocked(*found, pattern, false, concerned);
         }
         clients_.erase(found);
     }

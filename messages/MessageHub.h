@@ -33,7 +33,7 @@ public:
 
     explicit MessageHub(MessageServiceOptions options);
 
-    /// A message that is logged has its number behind `members`, unless these have an "ext" already.
+    /// A message that is logged has its number after `members`, unless these have an "ext" already.
     void publish(const std::string& channel, std::string_view data, const Context& context,
                  std::string_view members = {}) EXCLUDES(mutex_, logMutex_);
     std::unique_ptr<Subscription> subscribe(const std::string& pattern,
@@ -81,7 +81,7 @@ private:
     void removeSubscriber(const std::string& pattern, std::uint64_t number) EXCLUDES(mutex_);
     void removeWatcher(const std::shared_ptr<Watcher>& watcher) EXCLUDES(mutex_);
     /// Adds the notice of one change where it is wanted, and these watchers to `concerned`.
-    void noteLocked(const Clients::value_type& client, const std::string& pattern, bool isSubscribed,
+    void addNoticeLocked(const Clients::value_type& client, const std::string& pattern, bool isSubscribed,
                     Watchers& concerned) REQUIRES(mutex_);
 
     const MessageServiceOptions options_;

@@ -15,7 +15,7 @@ namespace messages {
 
 /// Keeps what was published last, numbered, for clients that ask for what they missed.
 ///
-/// There are two groups, what may be lost and what must not be. The oldest of a group goes when those behind
+/// There are two groups, what may be lost and what must not be. The oldest of a group goes when those after
 /// it reach the limit alone, so that there is less than the limit and one message; the newest stays, however
 /// large. A message counts as its frame's text and 256 bytes, so that small ones are bounded too. Of those
 /// that must not be lost there are also 10,000 at most.
@@ -37,7 +37,7 @@ public:
     /// The number of the newest message; one less than the first when there was none.
     std::uint64_t last() const { return last_; }
 
-    /// What a subscriber to `patterns` gets that knows the messages up to `number`: if some of those behind
+    /// What a subscriber to `patterns` gets that knows the messages up to `number`: if some of those after
     /// it, on whatever channel, are not kept, first one notice on "/connector/gap" that they are among those
     /// from one number to another, and how large they were, `{"from": , "to": , "bytes": }`; then what is
     /// kept. The size is too high for a `number` further back than the last 100,000 losses, but not for 0. A

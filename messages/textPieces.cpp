@@ -37,9 +37,9 @@ std::size_t firstPiece(std::string_view text, std::size_t limit) {
     for (;;) {
         const std::size_t escape = std::min(text.find('\\', end), text.size());
         if (escape >= limit) break;
-        const std::size_t behind = escape + escapeSize(text.substr(escape));
-        if (behind > limit) return std::max(escape, characterSize(text));
-        end = behind;
+        const std::size_t next = escape + escapeSize(text.substr(escape));
+        if (next > limit) return std::max(escape, characterSize(text));
+        end = next;
     }
     std::size_t cut = limit;
     while (cut > end && isContinuation(text[cut])) --cut;

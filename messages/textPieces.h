@@ -15,7 +15,7 @@ inline bool isJsonString(std::string_view json) {
 }
 
 /// How many bytes of `text`, the inside of a JSON string, the first piece has: `limit` at the most, unless a
-/// single character takes more. It ends behind a whole character, so that every piece is one in itself.
+/// single character takes more. It ends after a whole character, so that every piece is one in itself.
 std::size_t firstPiece(std::string_view text, std::size_t limit);
 
 }  // namespace messages

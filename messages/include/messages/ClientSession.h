@@ -65,7 +65,7 @@ public:
     /// Blocks: while watchers are told.  Throws: std::invalid_argument, for a malformed pattern.
     bool subscribe(const std::string& pattern);
     /// The same for a client that comes back and knows the messages up to the number `after`, 0 for none:
-    /// what is kept of the later ones that any of the patterns matches is queued first, each once, behind a
+    /// what is kept of the later ones that any of the patterns matches is queued first, each once, after a
     /// notice of what is not kept: docs/messages.md. A pattern that it has already plays nothing.
     bool subscribe(const std::vector<std::string>& patterns, std::uint64_t after);
     /// The number of the last message that was numbered: where a client begins that subscribes now.
@@ -78,11 +78,11 @@ public:
     /// goes to clients only: MessageFrame; a message of a channel that is logged carries its number only when
     /// `members` has no "ext". False when the session is closed.
     /// Blocks: while subscribers in this process run.
-    /// Throws: std::invalid_argument, for a channel that is no name and for empty data.
+    /// Throws: std::invalid_argument, for a channel that is not a valid name, and for empty data.
     bool publish(const std::string& channel, std::string_view data,
                  std::shared_ptr<connector::common::ContextState> context, std::string_view members = {});
 
-    /// Queues a frame for this client alone, behind what is queued. False when the session is or gets closed.
+    /// Queues a frame for this client alone, after what is queued. False when the session is or gets closed.
     /// Blocks: never.
     bool send(const std::shared_ptr<const MessageFrame>& frame);
 

@@ -30,8 +30,8 @@ private:
     using Key = std::pair<std::string, std::type_index>;
 
     std::shared_ptr<connector::ServiceProvider> find(const Key& key) EXCLUDES(mutex_);
-    /// The names of the classes of message that go to somebody at `address`, for the text of a refusal.
-    std::string takenAt(const std::string& address) EXCLUDES(mutex_);
+    /// The names of the classes of message that a service accepts at `address`, for the text of a refusal.
+    std::string acceptedAt(const std::string& address) EXCLUDES(mutex_);
 
     connector::Mutex mutex_;
     std::map<Key, std::shared_ptr<connector::ServiceProvider>> providers_ GUARDED_BY(mutex_);
