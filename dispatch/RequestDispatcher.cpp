@@ -121,7 +121,7 @@ void RequestDispatcher::Impl::submit(const std::string& typeName, Poco::JSON::Ob
     if (!serializer_->isRegistered(typeName)) return done(failure(404, "There is no such message type."));
     if (!context) context = std::make_shared<connector::common::ContextState>();
     const auto request = std::make_shared<Request>(Request{typeName, std::move(context), std::move(done)});
-    if (!message) return finish(*request, failure(400, "A message is a JSON object."));
+    if (!message) return finish(*request, failure(400, "A message must be a JSON object."));
     connector::common::stampArrival(*request->context);
     const Lane where = laneOf(typeName, *message, isReadingInput_ && isReadingInput_());
     read(*request, message);

@@ -17,7 +17,7 @@
 #include "connector/interpreter/v1/MockInterpreterServiceProvider.h"
 #include "connector/json/parse.h"
 #include "dispatch/RequestDispatcher.h"
-#include "http/messageRequests.h"
+#include "endpoints/messageRequests.h"
 #include "messages/LocalServiceFramework.h"
 
 namespace {
@@ -50,22 +50,22 @@ private:
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     static Backend backend;
     if (size == 0) return 0;
-    gateway::http::Request request;
+    gateway::HttpRequest request;
     request.body.assign(reinterpret_cast<const char*>(data) + 1, size - 1);
-    std::promise<gateway::http::Reply> promise;  // a second answer would end the program
-    const auto done = [&](gateway::http::Reply reply) { promise.set_value(std::move(reply)); };
+    std::promise<gateway::HttpReply> promise;  // a second answer would end the program
+    const auto done = [&](gateway::HttpReply reply) { promise.set_value(std::move(reply)); };
     switch (data[0] % 4) {
         case 0:
-            gateway::http::submitMessage(backend.dispatcher(), "connector/v1/Eval", request, done);
+            gateway::endpoints::submitMessage(backend.dispatcher(), "connector/v1/Eval", request, done);
             break;
         case 1:
-            gateway::http::submitMessage(backend.dispatcher(), "connector/v1/FEval", request, done);
+            gateway::endpoints::submitMessage(backend.dispatcher(), "connector/v1/FEval", request, done);
             break;
         case 2:
-            gateway::http::submitMessage(backend.dispatcher(), "connector/v1/Interrupt", request, done);
+            gateway::endpoints::submitMessage(backend.dispatcher(), "connector/v1/Interrupt", request, done);
             break;
         default:
-            gateway::http::submitEnvelope(backend.dispatcher(), request, done);
+            gateway::endpoints::submitEnvelope(backend.dispatcher(), request, done);
     }
     const auto reply = promise.get_future().get();
     connector::json::parse(reply.body);

@@ -25,7 +25,8 @@ public:
             throw std::invalid_argument("TLS needs both a certificate and its key.");
         }
         if (!options_.console.empty() && !std::filesystem::is_directory(options_.console)) {
-            throw std::invalid_argument("There is no folder " + options_.console.string() + ".");
+            throw std::invalid_argument("The console folder " + options_.console.string() +
+                                        " does not exist.");
         }
     }
 
@@ -33,7 +34,7 @@ public:
         const auto address = http::addressOf(options_.host);
         if (!address.is_loopback() && !hasChosenToken_) {
             throw std::invalid_argument("Listening on " + options_.host +
-                                        ", beyond this machine, needs a token of your own.");
+                                        ", which other machines can reach, needs a token that you choose.");
         }
         server_ = std::make_unique<Server>(parts_, address);
         url_ = std::string(options_.tlsCertificate.empty() ? "http://" : "https://") +

@@ -19,7 +19,7 @@ bayeux::ServerOptions bayeuxOptions(const GatewayOptions& options, const access:
     bayeux::ServerOptions bayeux;
     bayeux.isToken = [&access](const std::string& token) { return access.isToken(token); };
     bayeux.frameBytes = options.limits.bodyBytes;
-    bayeux.strangerBytes = options.limits.strangerBytes;
+    bayeux.strangerBytes = options.limits.unauthenticatedBytes;
     return bayeux;
 }
 
@@ -39,10 +39,10 @@ Server::Server(const Parts& parts, const boost::asio::ip::address& address)
                .isSecure = tls_ != nullptr},
               listener_.port()),
       files_(parts.options.console),
-      connections_(std::make_shared<http::ConnectionTable>(parts.options.limits.connections)),
+      connections_(std::make_shared<http::OpenConnections>(parts.options.limits.connections)),
       completions_(parts.messages.subscribe(connector::wire::channel::completion,
                                             [this](const auto& message) { countCompletion(message.data); })),
-      audience_(parts.messages),
+      absentClients_(parts.messages),
       dispatcher_(parts.framework, parts.serializer,
                   {.threads = parts.options.handlerThreads,
                    .queueLength = parts.options.handlerQueue,
@@ -53,9 +53,9 @@ Server::Server(const Parts& parts, const boost::asio::ip::address& address)
                   .dispatcher = dispatcher_,
                   .bayeux = bayeux_,
                   .metrics = metrics_,
-                  .unprovenBodies = parts.options.limits.unprovenBodies,
                   .isReady = parts.isReady,
-                  .snapshot = [this] { return snapshot(); }}) {
+                  .snapshot = [this] { return snapshot(); }},
+                 parts.options.limits.unauthenticatedBodies) {
     listener_.start([this](boost::asio::ip::tcp::socket socket) {
         auto place = connections_->take();
         if (!place) return http::closeNow(socket);

@@ -11,16 +11,17 @@
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/thread_pool.hpp>
 
-#include "KeptAudience.h"
+#include "AbsentClientsSession.h"
 #include "access/AccessPolicy.h"
 #include "bayeux/BayeuxServer.h"
 #include "dispatch/RequestDispatcher.h"
-#include "gateway/Gateway.h"
-#include "http/ConnectionTable.h"
-#include "http/Endpoints.h"
+#include "endpoints/Endpoints.h"
+#include "endpoints/StaticFiles.h"
+#include "gateway/GatewayOptions.h"
 #include "http/HttpConnection.h"
 #include "http/Listener.h"
-#include "http/StaticFiles.h"
+#include "http/OpenConnections.h"
+#include "messages/LocalMessageService.h"
 #include "metrics/RequestMetrics.h"
 
 namespace gateway {
@@ -63,16 +64,16 @@ private:
     const std::shared_ptr<boost::asio::ssl::context> tls_;  ///< null for plain HTTP
     http::Listener listener_;
     const access::AccessPolicy access_;
-    const http::StaticFiles files_;
-    const std::shared_ptr<http::ConnectionTable> connections_;
+    const endpoints::StaticFiles files_;
+    const std::shared_ptr<http::OpenConnections> connections_;
     metrics::RequestMetrics metrics_;
     std::atomic<std::uint64_t> successes_{0};
     std::atomic<std::uint64_t> failures_{0};
     const std::unique_ptr<connector::message_service::Subscription> completions_;
-    KeptAudience audience_;
+    AbsentClientsSession absentClients_;
     dispatch::RequestDispatcher dispatcher_;
     bayeux::BayeuxServer bayeux_;
-    http::Endpoints endpoints_;
+    endpoints::Endpoints endpoints_;
     boost::asio::thread_pool reading_{1};
 
     std::vector<std::thread> threads_;  // last: they run the rest

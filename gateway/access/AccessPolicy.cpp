@@ -8,8 +8,6 @@
 
 namespace gateway::access {
 
-using http::equalsIgnoringCase;
-
 namespace {
 
 constexpr std::string_view plainScheme = "http://";
@@ -69,13 +67,13 @@ bool AccessPolicy::isAllowedAuthority(std::string_view authority, std::string_vi
     });
 }
 
-bool AccessPolicy::isAllowedHost(const http::Request& request) const {
+bool AccessPolicy::isAllowedHost(const HttpRequest& request) const {
     // Without a port it is the scheme's own, which is not known behind a proxy.
     return isAllowedAuthority(request.host, "80", request.localAddress) ||
            isAllowedAuthority(request.host, "443", request.localAddress);
 }
 
-bool AccessPolicy::isAllowedOrigin(const http::Request& request) const {
+bool AccessPolicy::isAllowedOrigin(const HttpRequest& request) const {
     const std::string_view origin = request.origin;
     if (origin.empty() || isForeignOrigin(origin)) return true;
     const bool isSecure = origin.starts_with(secureScheme);
@@ -100,7 +98,7 @@ bool AccessPolicy::isForeignOrigin(std::string_view origin) const {
                                [&](const auto& allowed) { return equalsIgnoringCase(allowed, origin); });
 }
 
-bool AccessPolicy::isAuthenticated(const http::Request& request) const {
+bool AccessPolicy::isAuthenticated(const HttpRequest& request) const {
     constexpr std::string_view scheme = "Bearer ";
     const std::string_view authorization = request.authorization;
     if (authorization.size() > scheme.size() &&
@@ -108,7 +106,7 @@ bool AccessPolicy::isAuthenticated(const http::Request& request) const {
         isToken(authorization.substr(scheme.size()))) {
         return true;
     }
-    return isToken(http::queryValue(request.query, "token")) ||
+    return isToken(queryValue(request.query, "token")) ||
            anyCookie(request.cookie, cookieName_,
                      [this](std::string_view value) { return isSameSecret(value, cookieKey_); });
 }

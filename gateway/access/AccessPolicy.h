@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-#include "http/Request.h"
+#include "HttpRequest.h"
 
 namespace gateway::access {
 
@@ -33,14 +33,14 @@ public:
     /// `port` is the one that is listened on.
     AccessPolicy(AccessOptions options, std::uint16_t port);
 
-    bool isAllowedHost(const http::Request& request) const;
-    /// No origin is fine: then it is no browser's page.
-    bool isAllowedOrigin(const http::Request& request) const;
+    bool isAllowedHost(const HttpRequest& request) const;
+    /// A request without an origin does not come from a browser's page, and is allowed.
+    bool isAllowedOrigin(const HttpRequest& request) const;
     /// Whether the origin is one of those that were configured, so that browsers have to be told of it.
     bool isForeignOrigin(std::string_view origin) const;
 
     /// Whether the request shows the token, in a header or the query, or the key in any of its cookies.
-    bool isAuthenticated(const http::Request& request) const;
+    bool isAuthenticated(const HttpRequest& request) const;
     /// Compares in constant time.
     bool isToken(std::string_view text) const noexcept;
 

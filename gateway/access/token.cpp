@@ -25,7 +25,7 @@ std::string makeToken() { return connector::randomIdentifier(); }
 
 std::string tokenProblem(std::string_view token) {
     if (token.size() < shortest || token.size() > longest || !std::ranges::all_of(token, isUnreserved)) {
-        return "A token consists of " + std::to_string(shortest) + " to " + std::to_string(longest) +
+        return "The token must consist of " + std::to_string(shortest) + " to " + std::to_string(longest) +
                " letters, digits and -._~.";
     }
     return {};

@@ -12,18 +12,15 @@
 #include <boost/asio/ssl/context.hpp>
 #include <boost/asio/ssl/error.hpp>
 #include <boost/asio/write.hpp>
-#include <boost/beast/core/flat_buffer.hpp>
 #include <boost/beast/core/stream_traits.hpp>
-#include <boost/beast/http/error.hpp>
-#include <boost/beast/http/parser.hpp>
-#include <boost/beast/http/serializer.hpp>
-#include <boost/beast/http/write.hpp>
 
 #include "dispatch/readMessage.h"
+#include "http/BodyLimits.h"
 #include "http/Deadline.h"
+#include "http/RequestReader.h"
+#include "http/ResponseWriter.h"
 #include "http/WebSocketConnection.h"
 #include "http/addresses.h"
-#include "http/requestHead.h"
 #include "http/streams.h"
 #include "log.h"
 
@@ -31,16 +28,12 @@ namespace gateway::http {
 
 namespace asio = boost::asio;
 namespace beast = boost::beast;
-namespace beast_http = boost::beast::http;
 using boost::system::error_code;
 
 namespace {
 
 constexpr std::size_t readSize = 4096;
 constexpr std::size_t largeReadSize = std::size_t{32} << 10;
-constexpr std::size_t writeSize = std::size_t{256} << 10;
-constexpr std::size_t bufferRoom = std::size_t{64} << 10;  // beside a head
-constexpr std::size_t bodyRate = std::size_t{64} << 10;    // the least in a second
 constexpr auto drainTime = std::chrono::seconds(5);
 
 // The client sends no more; it may wait for an answer all the same.
@@ -62,16 +55,17 @@ bool isEndOfStream(const error_code& error) {
 ///
 /// Threads: its strand, but for `finish` and `abort`.  Owns: pending operations and answers hold it.
 template <class Stream>
-class HttpConnection : public Connection, public std::enable_shared_from_this<HttpConnection<Stream>> {
+class HttpConnection : public OpenConnection, public std::enable_shared_from_this<HttpConnection<Stream>> {
 public:
-    HttpConnection(Stream stream, std::shared_ptr<ConnectionTable::Place> place,
+    HttpConnection(Stream stream, std::shared_ptr<OpenConnections::Place> place,
                    const ConnectionContext& context)
         : stream_(std::move(stream)),
           strand_(stream_.get_executor()),
           place_(std::move(place)),
           context_(context),
           deadline_(strand_),
-          buffer_(context.limits.headBytes + bufferRoom) {
+          reader_(context.limits),
+          bodyLimits_(context.endpoints, context.limits) {
         error_code error;
         peerAddress_ = addressText(socket().remote_endpoint(error).address());
         localAddress_ = addressText(socket().local_endpoint(error).address());
@@ -91,7 +85,6 @@ public:
     }
 
 private:
-    using Clock = std::chrono::steady_clock;
     enum class State { Handshake, Idle, Head, Body, Waiting, Writing, Draining, Closed };
     static constexpr bool isTls = std::is_same_v<Stream, TlsStream>;
 
@@ -125,7 +118,7 @@ private:
     void awaitRequest() {
         state_ = State::Idle;
         if (isFinishing_) return close();
-        if (buffer_.size() > 0) return readHead();
+        if (reader_.hasBytes()) return beginRequest();
         setDeadline(context_.limits.idleTime);
         read();
     }
@@ -136,22 +129,22 @@ private:
         if (isAtEnd_) return close();
         if (std::exchange(isReading_, true)) return;
         useIncoming(state_ == State::Body ? largeReadSize : readSize);
-        const std::size_t size = std::min(incoming_.size(), buffer_.max_size() - buffer_.size());
+        const std::size_t size = std::min(incoming_.size(), reader_.room());
         stream_.async_read_some(asio::buffer(incoming_, size), handler(&HttpConnection::onBytes));
     }
     void readAhead() {
-        if (!isAtEnd_ && buffer_.size() < buffer_.max_size()) read();
+        if (!isAtEnd_ && reader_.room() > 0) read();
     }
     void onBytes(error_code error, std::size_t count) {
         isReading_ = false;
         if (state_ == State::Draining) return onReadWhileEnding(error);
-        buffer_.commit(asio::buffer_copy(buffer_.prepare(count), asio::buffer(incoming_, count)));
+        reader_.append(incoming_.data(), count);
         if (error) return onReadFailed(error);
         switch (state_) {
             case State::Idle:
-                return readHead();
+                return beginRequest();
             case State::Head:
-                return parseHead();
+                return readHead();
             case State::Body:
                 return readBody();
             case State::Waiting:
@@ -170,44 +163,43 @@ private:
         if (incoming_.size() != size) incoming_ = std::vector<char>(size);
     }
 
-    void readHead() {
+    void beginRequest() {
         state_ = State::Head;
-        isHead_ = false;
-        bodyBytes_ = 0;
-        parser_.emplace();
-        parser_->header_limit(static_cast<std::uint32_t>(context_.limits.headBytes));
-        parser_->body_limit(context_.limits.bodyBytes);
+        reader_.begin();
         setDeadline(context_.limits.headTime);
-        parseHead();
+        readHead();
     }
-    void parseHead() {
-        error_code error;
-        buffer_.consume(parser_->put(buffer_.data(), error));
-        if (error == beast_http::error::need_more) return read();
-        if (error) return refuseMalformed(error);
+    void readHead() {
+        try {
+            if (!reader_.readHead()) return read();
+        } catch (const BadRequest& error) {
+            return refuse(error.status(), error.what());
+        }
         onHead();
     }
     void onHead() {
-        isHead_ = parser_->get().method() == beast_http::verb::head;
-        keepAlive_ = parser_->keep_alive();
-        if (!isFramedClearly(parser_->get())) return refuse(400, "That Transfer-Encoding is not understood.");
-        Request head = requestHead(parser_->get());
+        const ReceivedRequest& received = reader_.received();
+        keepAlive_ = reader_.keepsAlive();
+        if (!isFramedClearly(received)) {
+            return refuse(400, "Transfer-Encoding must be chunked, without a Content-Length.");
+        }
+        HttpRequest head = requestHead(received);
         head.peerAddress = peerAddress_;
         head.localAddress = localAddress_;
-        if (auto refusal = context_.endpoints.judge(head)) {
+        if (auto refusal = context_.endpoints.check(head)) {
             // What of the body is not read yet would be taken for the next request.
-            keepAlive_ = keepAlive_ && parser_->is_done();
+            keepAlive_ = keepAlive_ && reader_.isComplete();
             return write(std::move(*refusal));
         }
-        isStranger_ = context_.endpoints.isStranger(head);
-        if (!isStranger_ && !place_->prove() && !Endpoints::isForEveryPlace(head)) {
+        const bool isAuthenticated = context_.endpoints.isAuthenticated(head);
+        bodyLimits_.begin(isAuthenticated);
+        if (isAuthenticated && !place_->markAuthenticated() && !endpoints::Endpoints::isAlwaysServed(head)) {
             keepAlive_ = false;
-            return write(context_.endpoints.crowded(head));
+            return write(context_.endpoints.tooManyConnections(head));
         }
-        if (Endpoints::isWebSocket(head)) return upgrade(std::move(head));
+        if (endpoints::Endpoints::isWebSocket(head)) return upgrade(head);
         head_ = std::move(head);
-        parser_->eager(true);
-        if (!parser_->is_done() && waitsForContinue(parser_->get())) return sayContinue();
+        if (!reader_.isComplete() && waitsForContinue(received)) return sayContinue();
         readBody();
     }
 
@@ -217,47 +209,20 @@ private:
     }
     void onContinue(error_code error, std::size_t) { error ? close() : readBody(); }
 
-    // Piece by piece, because the parser's own way of reading does not come back as long as pieces end inside
-    // of what is around chunks.
     void readBody() {
-        error_code error;
-        if (!parser_->is_done() && buffer_.size() > 0) {
-            const std::size_t count = parser_->put(buffer_.data(), error);
-            buffer_.consume(count);
-            bodyBytes_ += count;
+        try {
+            if (reader_.readBody()) return answer();
+        } catch (const BadRequest& error) {
+            return refuse(error.status(), error.what());
         }
-        if (error && error != beast_http::error::need_more) return refuseMalformed(error);
-        if (parser_->is_done()) return answer();
-        if (!mayGoOn()) return refuse(413, "The body is too large.");
-        if (buffer_.size() == buffer_.max_size()) return refuseMalformed(beast_http::error::buffer_overflow);
-        if (std::exchange(state_, State::Body) != State::Body) bodyBegin_ = Clock::now();
-        const auto end =
-            bodyBegin_ + context_.limits.bodyTime + std::chrono::milliseconds(1000 * bodyBytes_ / bodyRate);
-        setDeadline(std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now()));
+        if (!bodyLimits_.allowMore(reader_)) return refuse(413, "The body is too large.");
+        if (reader_.room() == 0)
+            return refuse(400, "The request is not valid HTTP: too much around a chunk.");
+        if (std::exchange(state_, State::Body) != State::Body) bodyLimits_.beginBody();
+        setDeadline(bodyLimits_.timeLeft(reader_));
         read();
     }
 
-    // The parser sees to the largest body, but not to what is between its chunks; nor does it know strangers.
-    bool mayGoOn() {
-        const auto& limits = context_.limits;
-        const std::string& body = parser_->get().body();
-        if (isStranger_ && body.size() > limits.strangerBytes) {
-            if (!context_.endpoints.showsSession(body)) {
-                unprovenBody_ = context_.endpoints.takeUnprovenBody();
-                if (!unprovenBody_) return false;
-            }
-            isStranger_ = false;
-        }
-        // Chunks may be small, so what is around them may take as much room again.
-        const std::size_t most = isStranger_ ? limits.strangerBytes : limits.bodyBytes;
-        return bodyBytes_ <= 2 * std::min(most, limits.bodyBytes) + bufferRoom;
-    }
-
-    void refuseMalformed(error_code error) {
-        if (error == beast_http::error::body_limit) return refuse(413, "The body is too large.");
-        if (error == beast_http::error::header_limit) return refuse(431, "The head is too large.");
-        refuse(400, "That is no HTTP request: " + error.message() + ".");
-    }
     // Nobody knows where the next request would begin.
     void refuse(int status, std::string_view text) {
         keepAlive_ = false;
@@ -267,8 +232,8 @@ private:
     void answer() {
         state_ = State::Waiting;
         deadline_.cancel();
-        head_.body = std::move(parser_->get().body());
-        const auto request = std::make_shared<const Request>(std::exchange(head_, {}));
+        head_.body = reader_.takeBody();
+        const auto request = std::make_shared<const HttpRequest>(std::exchange(head_, {}));
         if (request->body.size() <= dispatch::largeBody) return hold(ask(*request));
         // Elsewhere, because what this thread serves would wait for the body to be read.
         isAsking_ = true;
@@ -281,8 +246,8 @@ private:
         });
     }
     /// On the strand, or elsewhere while that waits for it.
-    std::unique_ptr<bayeux::PendingPost> ask(const Request& request) {
-        const auto done = [self = this->shared_from_this()](Reply reply) {
+    std::unique_ptr<bayeux::PendingPost> ask(const HttpRequest& request) {
+        const auto done = [self = this->shared_from_this()](HttpReply reply) {
             asio::post(self->strand_, [self, reply = std::move(reply)]() mutable {
                 if (self->isAsking_) {
                     self->early_ = std::move(reply);
@@ -304,50 +269,44 @@ private:
         held_ = std::move(held);
         if (held_) {
             // Whoever shows neither the token nor a session has to begin anew.
-            held_->isTrusted() ? void(place_->prove()) : void(keepAlive_ = false);
+            held_->isTrusted() ? void(place_->markAuthenticated()) : void(keepAlive_ = false);
         }
         if (early_) return write(*std::exchange(early_, std::nullopt));
         readAhead();
     }
 
-    void write(Reply reply) {
+    void write(HttpReply reply) {
         state_ = State::Writing;
-        unprovenBody_.reset();
+        bodyLimits_.end();
         keepAlive_ = keepAlive_ && !isFinishing_;
-        response_.emplace();
-        response_->version(parser_->get().version() == 10 ? 10 : 11);
-        response_->result(static_cast<unsigned>(reply.status));
-        if (!reply.contentType.empty()) response_->set(beast_http::field::content_type, reply.contentType);
-        for (const auto& [name, value] : reply.headers) response_->insert(name, value);
-        response_->keep_alive(keepAlive_);
-        if (reply.status != 204) response_->content_length(reply.body.size());
-        if (!isHead_) response_->body() = std::move(reply.body);
-        serializer_.emplace(*response_);
-        serializer_->limit(writeSize);
+        writer_.begin(std::move(reply), {.version = reader_.received().version() == 10 ? 10U : 11U,
+                                         .keepsAlive = keepAlive_,
+                                         .hasBody = !reader_.isHeadMethod()});
         writeSome();
     }
     void writeSome() {
         setDeadline(context_.limits.writeTime);
-        beast_http::async_write_some(stream_, *serializer_, handler(&HttpConnection::onWritten));
+        writer_.writeSome(stream_, handler(&HttpConnection::onWritten));
     }
     void onWritten(error_code error, std::size_t) {
         if (error) return close();
-        if (!serializer_->is_done()) return writeSome();
-        serializer_.reset();
-        response_.reset();
+        if (!writer_.isDone()) return writeSome();
+        writer_.end();
         if (held_) held_->written();
         held_.reset();  // only now: the time in which its session waits for the next request begins
         keepAlive_ && !isFinishing_ ? awaitRequest() : end();
     }
 
-    void upgrade(Request head) {
-        // A client waits for the answer before it sends frames.
-        if (buffer_.size() > 0) return refuse(400, "There are bytes behind the request.");
-        if (isReading_)
-            return refuse(400, "A request for a WebSocket waits for the answer to the one before.");
+    void upgrade(const HttpRequest& head) {
+        if (reader_.hasBytes()) {
+            return refuse(400, "A client must send nothing between a WebSocket handshake and its answer.");
+        }
+        if (isReading_) {
+            return refuse(400, "A WebSocket handshake must wait for the answer to the request before.");
+        }
         state_ = State::Closed;
         deadline_.cancel();
-        serveWebSocket(std::move(stream_), parser_->release(), head, place_, context_);
+        serveWebSocket(std::move(stream_), reader_.release(), head, place_, context_);
         place_.reset();
     }
 
@@ -382,7 +341,7 @@ private:
     void close() {
         if (std::exchange(state_, State::Closed) == State::Closed) return;
         held_.reset();
-        unprovenBody_.reset();
+        bodyLimits_.end();
         deadline_.cancel();
         closeNow(socket());
         place_.reset();
@@ -390,7 +349,7 @@ private:
 
     Stream stream_;                       ///< moved from when it has become a WebSocket
     const asio::any_io_executor strand_;  ///< of the stream, for threads that come late
-    std::shared_ptr<ConnectionTable::Place> place_;
+    std::shared_ptr<OpenConnections::Place> place_;
     const ConnectionContext context_;
     std::string peerAddress_;
     std::string localAddress_;
@@ -401,26 +360,20 @@ private:
     bool isAtEnd_ = false;  ///< nothing more will come
     std::vector<char> incoming_;
     Deadline deadline_;
-    beast::flat_buffer buffer_;  ///< read, and not taken by a request yet
+    RequestReader reader_;
+    BodyLimits bodyLimits_;
 
     // Of the current request.
-    std::optional<beast_http::request_parser<beast_http::string_body>> parser_;
-    Request head_;
-    bool isHead_ = false;
+    HttpRequest head_;
     bool keepAlive_ = false;
-    bool isStranger_ = false;    ///< the sender has not shown who it is, so far
-    std::size_t bodyBytes_ = 0;  ///< that have come, with what is between chunks
-    Clock::time_point bodyBegin_;
-    Endpoints::UnprovenBody unprovenBody_;
     std::unique_ptr<bayeux::PendingPost> held_;
-    bool isAsking_ = false;       ///< on another thread
-    std::optional<Reply> early_;  ///< came while it was
-    std::optional<beast_http::response<beast_http::string_body>> response_;
-    std::optional<beast_http::response_serializer<beast_http::string_body>> serializer_;
+    bool isAsking_ = false;           ///< on another thread
+    std::optional<HttpReply> early_;  ///< came while it was
+    ResponseWriter writer_;
 };
 
 template <class Stream>
-void startConnection(Stream stream, std::shared_ptr<ConnectionTable::Place> place,
+void startConnection(Stream stream, std::shared_ptr<OpenConnections::Place> place,
                      const ConnectionContext& context) {
     const auto connection = std::make_shared<HttpConnection<Stream>>(std::move(stream), place, context);
     place->set(connection);
@@ -430,7 +383,7 @@ void startConnection(Stream stream, std::shared_ptr<ConnectionTable::Place> plac
 }  // namespace
 
 void serveHttp(asio::ip::tcp::socket socket, asio::ssl::context* tls,
-               std::shared_ptr<ConnectionTable::Place> place, const ConnectionContext& context) {
+               std::shared_ptr<OpenConnections::Place> place, const ConnectionContext& context) {
     if (tls) {
         startConnection(TlsStream(std::move(socket), *tls), std::move(place), context);
     } else {

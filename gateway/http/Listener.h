@@ -30,7 +30,7 @@ public:
     using Accept = std::function<void(boost::asio::ip::tcp::socket)>;
 
     /// Listens; connections wait until `start`.
-    /// Throws: std::runtime_error, when the address is not to be had.
+    /// Throws: std::runtime_error, when the address is not available.
     Listener(boost::asio::io_context& context, const boost::asio::ip::address& address, std::uint16_t port);
     ~Listener();
 

@@ -58,10 +58,10 @@ std::string firstProtocol(const ReceivedRequest& upgrade) {
 /// Threads: its strand, but for `finish`, `abort` and the actions of the Bayeux server.
 /// Owns: pending operations hold it; the actions do not.
 template <class Stream>
-class WebSocketConnection : public Connection,
+class WebSocketConnection : public OpenConnection,
                             public std::enable_shared_from_this<WebSocketConnection<Stream>> {
 public:
-    WebSocketConnection(Stream stream, Request head, std::shared_ptr<ConnectionTable::Place> place,
+    WebSocketConnection(Stream stream, HttpRequest head, std::shared_ptr<OpenConnections::Place> place,
                         const ConnectionContext& context)
         : stream_(std::move(stream)),
           head_(std::move(head)),
@@ -199,7 +199,7 @@ private:
         if (isReply) unsentReplies_ += frame->size();
         // Before the client learns that it is trusted, so that it may send a large frame at once.
         stream_.read_message_max(socket_->maxFrameBytes());
-        if (!isProven_ && socket_->isTrusted()) isProven_ = place_->prove();
+        if (!isProven_ && socket_->isTrusted()) isProven_ = place_->markAuthenticated();
         if (!batch_.frame) writeBatch();
     }
     void writeBatch() {
@@ -250,8 +250,8 @@ private:
     }
 
     websocket::stream<Stream> stream_;
-    const Request head_;
-    std::shared_ptr<ConnectionTable::Place> place_;
+    const HttpRequest head_;
+    std::shared_ptr<OpenConnections::Place> place_;
     const ConnectionContext context_;
     Deadline deadline_;
     Deadline trusting_;
@@ -271,8 +271,8 @@ private:
 };
 
 template <class Stream>
-void startWebSocket(Stream stream, const ReceivedRequest& upgrade, const Request& head,
-                    const std::shared_ptr<ConnectionTable::Place>& place, const ConnectionContext& context) {
+void startWebSocket(Stream stream, const ReceivedRequest& upgrade, const HttpRequest& head,
+                    const std::shared_ptr<OpenConnections::Place>& place, const ConnectionContext& context) {
     const auto connection =
         std::make_shared<WebSocketConnection<Stream>>(std::move(stream), head, place, context);
     place->set(connection);
@@ -281,13 +281,13 @@ void startWebSocket(Stream stream, const ReceivedRequest& upgrade, const Request
 
 }  // namespace
 
-void serveWebSocket(PlainStream stream, const ReceivedRequest& upgrade, const Request& head,
-                    const std::shared_ptr<ConnectionTable::Place>& place, const ConnectionContext& context) {
+void serveWebSocket(PlainStream stream, const ReceivedRequest& upgrade, const HttpRequest& head,
+                    const std::shared_ptr<OpenConnections::Place>& place, const ConnectionContext& context) {
     startWebSocket(std::move(stream), upgrade, head, place, context);
 }
 
-void serveWebSocket(TlsStream stream, const ReceivedRequest& upgrade, const Request& head,
-                    const std::shared_ptr<ConnectionTable::Place>& place, const ConnectionContext& context) {
+void serveWebSocket(TlsStream stream, const ReceivedRequest& upgrade, const HttpRequest& head,
+                    const std::shared_ptr<OpenConnections::Place>& place, const ConnectionContext& context) {
     startWebSocket(std::move(stream), upgrade, head, place, context);
 }
 

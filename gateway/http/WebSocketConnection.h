@@ -2,7 +2,8 @@
 
 #include <memory>
 
-#include "http/HttpConnection.h"
+#include "http/ConnectionContext.h"
+#include "http/OpenConnections.h"
 #include "http/requestHead.h"
 #include "http/streams.h"
 
@@ -10,9 +11,9 @@ namespace gateway::http {
 
 /// Answers a request for a WebSocket, and carries its frames between the client and the Bayeux server until
 /// it ends.
-void serveWebSocket(PlainStream stream, const ReceivedRequest& upgrade, const Request& head,
-                    const std::shared_ptr<ConnectionTable::Place>& place, const ConnectionContext& context);
-void serveWebSocket(TlsStream stream, const ReceivedRequest& upgrade, const Request& head,
-                    const std::shared_ptr<ConnectionTable::Place>& place, const ConnectionContext& context);
+void serveWebSocket(PlainStream stream, const ReceivedRequest& upgrade, const HttpRequest& head,
+                    const std::shared_ptr<OpenConnections::Place>& place, const ConnectionContext& context);
+void serveWebSocket(TlsStream stream, const ReceivedRequest& upgrade, const HttpRequest& head,
+                    const std::shared_ptr<OpenConnections::Place>& place, const ConnectionContext& context);
 
 }  // namespace gateway::http

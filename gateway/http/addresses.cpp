@@ -16,7 +16,7 @@ ip::address addressOf(const std::string& host) {
     boost::asio::io_context context;
     const auto found = ip::tcp::resolver(context).resolve(host, "", error);
     if (error || found.empty()) {
-        throw std::runtime_error("There is no address for the host name " + host + ".");
+        throw std::runtime_error("The host name " + host + " cannot be resolved.");
     }
     return found.begin()->endpoint().address();
 }

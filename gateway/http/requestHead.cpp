@@ -9,18 +9,18 @@ using beast_http::field;
 
 namespace {
 
-Method methodOf(const ReceivedRequest& received) {
+HttpMethod methodOf(const ReceivedRequest& received) {
     switch (received.method()) {
         case beast_http::verb::get:
-            return Method::Get;
+            return HttpMethod::Get;
         case beast_http::verb::head:
-            return Method::Head;
+            return HttpMethod::Head;
         case beast_http::verb::post:
-            return Method::Post;
+            return HttpMethod::Post;
         case beast_http::verb::options:
-            return Method::Options;
+            return HttpMethod::Options;
         default:
-            return Method::Other;
+            return HttpMethod::Other;
     }
 }
 
@@ -38,12 +38,12 @@ std::string_view takeAuthority(std::string_view& target) {
 
 }  // namespace
 
-Request requestHead(const ReceivedRequest& received) {
+HttpRequest requestHead(const ReceivedRequest& received) {
     const auto text = [&](auto name) {
         const auto value = received[name];
         return std::string(value.data(), value.size());
     };
-    Request head;
+    HttpRequest head;
     head.method = methodOf(received);
     std::string_view target(received.target().data(), received.target().size());
     const std::string_view authority = takeAuthority(target);
@@ -51,7 +51,7 @@ Request requestHead(const ReceivedRequest& received) {
     head.path = mark == 0 ? "/" : target.substr(0, mark);
     head.query = target.substr(std::min(mark + 1, target.size()));
     if (received.count(field::host) == 1) head.host = authority.empty() ? text(field::host) : authority;
-    // Of several, one could be judged and another be meant.
+    // Of several, one could be checked and another be meant.
     head.origin = received.count(field::origin) > 1 ? "null" : text(field::origin);
     head.authorization = text(field::authorization);
     const auto cookies = received.equal_range(field::cookie);

@@ -3,7 +3,7 @@
 #include <boost/beast/http/message.hpp>
 #include <boost/beast/http/string_body.hpp>
 
-#include "http/Request.h"
+#include "HttpRequest.h"
 
 namespace gateway::http {
 
@@ -11,7 +11,7 @@ using ReceivedRequest = boost::beast::http::request<boost::beast::http::string_b
 
 /// The head of a request as the endpoints see it, without addresses. The host is empty unless there is one
 /// Host header.
-Request requestHead(const ReceivedRequest& received);
+HttpRequest requestHead(const ReceivedRequest& received);
 
 /// Whether it is beyond doubt where the body ends. An intermediary that reads an unusual Transfer-Encoding
 /// in another way would take a part of the body for a request, or the other way round.

@@ -8,25 +8,18 @@ namespace gateway::metrics {
 
 using connector::MutexLock;
 
-std::string_view nameOf(Endpoint endpoint) {
-    constexpr std::array<std::string_view, static_cast<std::size_t>(Endpoint::Count)> names = {
-        "eval",    "feval",  "interrupt", "other_message", "messages", "bayeux",
-        "healthz", "readyz", "metrics",   "console",       "malformed"};
-    return names[static_cast<std::size_t>(endpoint)];
-}
-
-void RequestMetrics::record(Endpoint endpoint, int status, std::chrono::nanoseconds duration) {
+void RequestMetrics::record(std::string_view endpoint, int status, std::chrono::nanoseconds duration) {
     const double seconds = std::chrono::duration<double>(duration).count();
     const auto bucket = std::ranges::lower_bound(bounds, seconds) - bounds.begin();
     const MutexLock lock(mutex_);
     ++counts_[{endpoint, status}];
-    Durations& durations = durations_[static_cast<std::size_t>(endpoint)];
+    Durations& durations = durations_[endpoint];
     ++durations.buckets[static_cast<std::size_t>(bucket)];
     ++durations.count;
     durations.sum += seconds;
 }
 
-void RequestMetrics::count(Endpoint endpoint, int status) {
+void RequestMetrics::count(std::string_view endpoint, int status) {
     const MutexLock lock(mutex_);
     ++counts_[{endpoint, status}];
 }
@@ -36,15 +29,11 @@ void RequestMetrics::write(PrometheusText& page) const {
     page.family("numora_http_requests_total", "counter", "HTTP requests answered.");
     for (const auto& [key, count] : counts_) {
         const std::string status = std::to_string(key.second);
-        page.sample("numora_http_requests_total", {{"endpoint", nameOf(key.first)}, {"status", status}},
-                    count);
+        page.sample("numora_http_requests_total", {{"endpoint", key.first}, {"status", status}}, count);
     }
     page.family("numora_http_request_duration_seconds", "histogram",
                 "Time from a complete request to its answer.");
-    for (std::size_t i = 0; i < durations_.size(); ++i) {
-        const Durations& durations = durations_[i];
-        if (durations.count == 0) continue;
-        const std::string_view endpoint = nameOf(static_cast<Endpoint>(i));
+    for (const auto& [endpoint, durations] : durations_) {
         std::uint64_t sum = 0;
         for (std::size_t bucket = 0; bucket < durations.buckets.size(); ++bucket) {
             std::array<char, 32> text{};

@@ -12,32 +12,15 @@
 
 namespace gateway::metrics {
 
-/// What a request is for. `Malformed` ones came to no path.
-enum class Endpoint {
-    Eval,
-    FEval,
-    Interrupt,
-    OtherMessage,
-    Messages,
-    Bayeux,
-    Health,
-    Ready,
-    Metrics,
-    Console,
-    Malformed,
-    Count
-};
-
-std::string_view nameOf(Endpoint endpoint);
-
-/// Counts HTTP requests by endpoint and status, and how long they took.
+/// Counts HTTP requests by endpoint and status, and how long they took. An endpoint is what the table of
+/// routes calls it.
 ///
-/// Threads: every operation from any thread.  Locks: mutex_, a leaf.
+/// Threads: every operation from any thread.  Locks: mutex_, a leaf.  Owns: borrows the names of endpoints.
 class RequestMetrics {
 public:
-    void record(Endpoint endpoint, int status, std::chrono::nanoseconds duration) EXCLUDES(mutex_);
-    /// One that took no time worth telling, because it was refused.
-    void count(Endpoint endpoint, int status) EXCLUDES(mutex_);
+    void record(std::string_view endpoint, int status, std::chrono::nanoseconds duration) EXCLUDES(mutex_);
+    /// One that was refused before it took any time.
+    void count(std::string_view endpoint, int status) EXCLUDES(mutex_);
     void write(PrometheusText& page) const EXCLUDES(mutex_);
 
 private:
@@ -51,8 +34,8 @@ private:
     };
 
     mutable connector::Mutex mutex_;
-    std::map<std::pair<Endpoint, int>, std::uint64_t> counts_ GUARDED_BY(mutex_);
-    std::array<Durations, static_cast<std::size_t>(Endpoint::Count)> durations_ GUARDED_BY(mutex_);
+    std::map<std::pair<std::string_view, int>, std::uint64_t> counts_ GUARDED_BY(mutex_);
+    std::map<std::string_view, Durations> durations_ GUARDED_BY(mutex_);
 };
 
 }  // namespace gateway::metrics

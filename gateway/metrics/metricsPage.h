@@ -26,7 +26,7 @@ struct Snapshot {
     Completions completions;
     std::size_t bayeuxSessions = 0;
     std::size_t connections = 0;
-    std::uint64_t refusedConnections = 0;  ///< those of strangers that had to make room are among them
+    std::uint64_t refusedConnections = 0;  ///< with those that gave way before they had shown the token
     bool isReady = false;
 };
 

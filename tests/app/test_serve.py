@@ -312,7 +312,7 @@ class ServeTest(unittest.TestCase):
             rows = {
                 "port": (["--port", "70000"], "--port"),
                 "beyond the loopback": (["--host", "0.0.0.0"], "needs a token"),
-                "token": (["--token", "short"], "A token consists of"),
+                "token": (["--token", "short"], "The token must consist of"),
                 "certificate without key": (["--tls-cert", "x"], "TLS needs both"),
                 "no file": (["--config", os.path.join(folder, "none")], "none"),
             }

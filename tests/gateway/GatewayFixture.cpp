@@ -126,3 +126,15 @@ TestResponse GatewayFixture::get(const std::string& path) const {
         client.head("GET " + path, "Authorization: Bearer " + std::string(TestClient::token) + "\r\n"));
     return client.receive();
 }
+
+std::string GatewayFixture::evalOf(const TestClient& client, const std::string& code) {
+    return client.post("/connector/v1/Eval", R"({"mcode":")" + code + R"("})");
+}
+
+bool GatewayFixture::waitForMetric(const std::string& line) const {
+    const auto deadline = std::chrono::steady_clock::now() + limit;
+    while (get("/metrics").body.find("\n" + line + "\n") == std::string::npos) {
+        if (std::chrono::steady_clock::now() > deadline) return false;
+    }
+    return true;
+}

@@ -52,6 +52,10 @@ protected:
     TestResponse post(const std::string& path, const std::string& body) const;
     /// The answer to a GET with the token.
     TestResponse get(const std::string& path) const;
+    /// The request for an evaluation of `code`.
+    static std::string evalOf(const TestClient& client, const std::string& code);
+    /// Asks for the metrics until `line` is among them; false when it is not after ten seconds.
+    bool waitForMetric(const std::string& line) const;
 
     const std::shared_ptr<ScriptedInterpreter> interpreter_ = std::make_shared<ScriptedInterpreter>();
     const std::shared_ptr<connector::ServiceFramework> framework_;

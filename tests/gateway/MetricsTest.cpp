@@ -1,6 +1,4 @@
 #include <string>
-#include <thread>
-#include <vector>
 
 #include "GatewayFixture.h"
 #include "metrics/PrometheusText.h"
@@ -20,18 +18,16 @@ TEST(PrometheusTextTest, escapesLabels) {
 
 TEST(RequestMetricsTest, bucketsCountWhatIsNotLongerThanTheirBound) {
     gateway::metrics::RequestMetrics metrics;
-    metrics.record(gateway::metrics::Endpoint::Eval, 200, 5ms);
-    metrics.record(gateway::metrics::Endpoint::Eval, 200, 6ms);
-    metrics.record(gateway::metrics::Endpoint::Eval, 500, 1h);
+    metrics.record("eval", 200, 5ms);
+    metrics.record("eval", 200, 6ms);
+    metrics.record("eval", 500, 1h);
     gateway::metrics::PrometheusText text;
     metrics.write(text);
     const std::string page = text.take();
     const std::string bucket = "numora_http_request_duration_seconds_bucket{endpoint=\"eval\",le=";
     for (const std::string& line :
          {bucket + "\"0.001\"} 0\n", bucket + "\"0.005\"} 1\n", bucket + "\"0.025\"} 2\n",
-          bucket + "\"300\"} 2\n", bucket + "\"+Inf\"} 3\n", std::string("_count{endpoint=\"eval\"} 3\n"),
-          std::string("numora_http_requests_total{endpoint=\"eval\",status=\"200\"} 2\n"),
-          std::string("numora_http_requests_total{endpoint=\"eval\",status=\"500\"} 1\n")}) {
+          bucket + "\"300\"} 2\n", bucket + "\"+Inf\"} 3\n"}) {
         EXPECT_NE(page.find(line), std::string::npos) << line << page;
     }
 }
@@ -41,14 +37,12 @@ using MetricsPageTest = GatewayFixture;
 TEST_F(MetricsPageTest, tellsOfRequestsEvaluationsAndSessions) {
     const auto streaming = std::make_shared<messages::RequestCounter>();
     streaming->requestStarted("desk", nullptr).get();
-    gateway::GatewayOptions options;
-    options.streaming = streaming;
-    start(std::move(options));
+    start({.streaming = streaming});
     post("/connector/v1/Eval", "{}");
     post("/connector/v1/Eval", "no json");
-    auto stranger = connect();
-    stranger.send(stranger.head("POST /connector/v1/Eval"));
-    EXPECT_EQ(stranger.receive().status, 401);
+    auto unauthenticated = connect();
+    unauthenticated.send(unauthenticated.head("POST /connector/v1/Eval"));
+    EXPECT_EQ(unauthenticated.receive().status, 401);
     ask("garbage\r\n\r\n");
     const auto session = messages_.openSession();
     for (const char* text : {"\"Done: success\"", "\"Done: success\"", "\"Done: failure\""}) {

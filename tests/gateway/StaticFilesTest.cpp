@@ -5,12 +5,12 @@
 
 #include <gtest/gtest.h>
 
-#include "http/StaticFiles.h"
+#include "endpoints/StaticFiles.h"
 
 namespace {
 
 namespace fs = std::filesystem;
-using gateway::http::StaticFiles;
+using gateway::endpoints::StaticFiles;
 
 class StaticFilesTest : public testing::Test {
 protected:

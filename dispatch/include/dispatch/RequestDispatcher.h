@@ -43,7 +43,7 @@ struct DispatcherMetrics {
     std::map<std::pair<std::string, std::string>, std::uint64_t> outcomes{};
 };
 
-/// Whether messages of the type are interrupts, which never wait behind other requests.
+/// Whether messages of the type are interrupts, which never wait for other requests.
 bool isInterrupt(std::string_view typeName);
 
 /// Runs requests of clients on bounded pools of threads, one for each lane.

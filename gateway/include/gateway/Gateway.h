@@ -1,67 +1,16 @@
 #pragma once
 
-#include <chrono>
-#include <cstddef>
 #include <cstdint>
-#include <filesystem>
 #include <functional>
 #include <memory>
 #include <string>
-#include <vector>
 
 #include "connector/ServiceFramework.h"
 #include "connector/json/JsonSerializer.h"
+#include "gateway/GatewayOptions.h"
 #include "messages/LocalMessageService.h"
-#include "messages/RequestCounter.h"
 
 namespace gateway {
-
-/// What connections may use up. A connection that takes longer is closed.
-struct ConnectionLimits {
-    /// Beyond them the oldest one gives way that has not shown the token, or else the new one is closed. A
-    /// sixteenth is kept for those that have not shown it yet, and for health, metrics and interrupts.
-    std::size_t connections = 2000;
-    std::size_t headBytes = std::size_t{16} << 10;
-    std::size_t bodyBytes = std::size_t{16} << 20;  ///< of a request, and of a frame of a WebSocket
-    /// Of a body for the Bayeux server, and of a frame, whose sender has shown neither the token nor a
-    /// session.
-    std::size_t strangerBytes = std::size_t{64} << 10;
-    /// Larger bodies that are read at a time although no session has been seen in them yet: clients may name
-    /// theirs at the end.
-    std::ptrdiff_t unprovenBodies = 8;
-
-    std::chrono::milliseconds headTime =
-        std::chrono::seconds(10);  ///< also of the handshakes, and until a WebSocket has shown the token
-    std::chrono::milliseconds bodyTime =
-        std::chrono::seconds(30);  ///< and a second more for each 64 KiB that have come
-    std::chrono::milliseconds idleTime = std::chrono::seconds(60);   ///< between requests
-    std::chrono::milliseconds writeTime = std::chrono::seconds(30);  ///< without progress
-    std::chrono::milliseconds pingTime =
-        std::chrono::seconds(15);  ///< of a silent WebSocket; twice that closes it
-};
-
-struct GatewayOptions {
-    std::string host = "127.0.0.1";  ///< the address to listen on
-    std::uint16_t port = 8350;       ///< 0 stands for any that is free
-    /// What clients have to show: 16 to 512 letters, digits and `-._~`. When it is empty a token is made, but
-    /// only for a loopback address.
-    std::string token;
-    std::vector<std::string> hosts;        ///< further names of this server: with a port, or for every port
-    std::vector<std::string> origins;      ///< further origins whose pages may use it: "https://lab.example"
-    std::filesystem::path console;         ///< the folder with the files of the browser console; may be empty
-    std::filesystem::path tlsCertificate;  ///< in PEM, with the chain; empty for plain HTTP
-    std::filesystem::path tlsKey;
-
-    std::size_t handlerThreads = 16;  ///< for the requests that wait for the same thing
-    std::size_t handlerQueue = 1000;  ///< of those that wait for the base prompt
-    /// Whether code waits for an evaluation to be its input, called on threads of the gateway; may be null.
-    std::function<bool()> isReadingInput;
-    /// More of them take turns, which costs a small request more than it gains.
-    std::size_t ioThreads = 1;
-    ConnectionLimits limits;
-    /// Counts for the metrics; may be null.
-    std::shared_ptr<const messages::RequestCounter> streaming;
-};
 
 /// The HTTP server of the connector: requests and their answers, Bayeux over WebSocket and long-polling, the
 /// console's files, health and metrics. docs/gateway.md describes what it serves.
@@ -84,7 +33,7 @@ public:
     Gateway& operator=(const Gateway&) = delete;
 
     /// Listens; connections are accepted when it returns.
-    /// Throws: std::runtime_error, when the address is not to be had or a file cannot be read;
+    /// Throws: std::runtime_error, when the address is not available or a file cannot be read;
     /// std::invalid_argument, for an address beyond the loopback without a token.
     void start();
 

@@ -1,17 +1,15 @@
-#include "http/Request.h"
+#include "HttpRequest.h"
 
 #include <algorithm>
 #include <charconv>
 
-#include "dispatch/errorAnswer.h"
-
-namespace gateway::http {
+namespace gateway {
 
 namespace {
 
 char lower(char letter) { return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter + 32) : letter; }
 
-// A percent sign without two digits behind it stands for itself.
+// A percent sign without two digits after it stands for itself.
 std::string percentDecoded(std::string_view text) {
     std::string decoded;
     for (std::size_t i = 0; i < text.size(); ++i) {
@@ -29,10 +27,6 @@ std::string percentDecoded(std::string_view text) {
 
 }  // namespace
 
-Reply errorReply(int status, std::string_view text) {
-    return {.status = status, .body = dispatch::errorJson(text)};
-}
-
 std::string queryValue(std::string_view query, std::string_view name) {
     while (!query.empty()) {
         const std::string_view pair = query.substr(0, query.find('&'));
@@ -49,4 +43,4 @@ bool equalsIgnoringCase(std::string_view one, std::string_view other) {
                       [](char a, char b) { return lower(a) == lower(b); });
 }
 
-}  // namespace gateway::http
+}  // namespace gateway

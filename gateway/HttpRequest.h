@@ -2,16 +2,14 @@
 
 #include <string>
 #include <string_view>
-#include <utility>
-#include <vector>
 
-namespace gateway::http {
+namespace gateway {
 
-enum class Method { Get, Head, Post, Options, Other };
+enum class HttpMethod { Get, Head, Post, Options, Other };
 
 /// A request as the endpoints see it. A header that is not there is empty.
-struct Request {
-    Method method = Method::Other;
+struct HttpRequest {
+    HttpMethod method = HttpMethod::Other;
     std::string path;   ///< as it was sent, without the query
     std::string query;  ///< without its question mark
     std::string host;
@@ -22,22 +20,10 @@ struct Request {
     std::string contentEncoding;
     std::string clientType;  ///< Connector-Client-Type
     bool wantsWebSocket = false;
-    std::string peerAddress;  ///< without the port
-    std::string
-        localAddress;  ///< the one that the client has reached, as it stands in Host, without the port
+    std::string peerAddress;   ///< without the port
+    std::string localAddress;  ///< that the client has reached, as it stands in Host, without the port
     std::string body{};
 };
-
-/// What a request is answered with.
-struct Reply {
-    int status = 200;
-    std::string body{};
-    std::string contentType = "application/json;charset=UTF-8";
-    std::vector<std::pair<std::string, std::string>> headers{};
-};
-
-/// `{"error": "..."}` with a status.
-Reply errorReply(int status, std::string_view text);
 
 /// The first value of the parameter `name` in a query, with its percent signs decoded; empty when there is
 /// none.
@@ -46,4 +32,4 @@ std::string queryValue(std::string_view query, std::string_view name);
 /// Whether two texts in ASCII are the same but for the case of letters.
 bool equalsIgnoringCase(std::string_view one, std::string_view other);
 
-}  // namespace gateway::http
+}  // namespace gateway

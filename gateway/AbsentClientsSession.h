@@ -7,17 +7,17 @@
 
 namespace gateway {
 
-/// Listens to the streams of evaluations in the place of clients that are away. A service publishes prompts
-/// and other events only while somebody listens, and what is not published cannot be played to a client that
-/// comes back. It begins with the first client that listens.
+/// Subscribes to the streams of evaluations in the place of clients that are away. A service publishes
+/// prompts and other events only while somebody is subscribed, and what is not published cannot be played to
+/// a client that comes back. It begins with the first client that subscribes.
 ///
 /// Threads: the watchers' and the publishers'.  Locks: mutex_, not while the message service is called.
-class KeptAudience {
+class AbsentClientsSession {
 public:
-    explicit KeptAudience(messages::LocalMessageService& messages);
-    ~KeptAudience();
-    KeptAudience(const KeptAudience&) = delete;
-    KeptAudience& operator=(const KeptAudience&) = delete;
+    explicit AbsentClientsSession(messages::LocalMessageService& messages);
+    ~AbsentClientsSession();
+    AbsentClientsSession(const AbsentClientsSession&) = delete;
+    AbsentClientsSession& operator=(const AbsentClientsSession&) = delete;
 
 private:
     void begin() EXCLUDES(mutex_);

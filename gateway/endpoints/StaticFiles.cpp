@@ -1,4 +1,4 @@
-#include "http/StaticFiles.h"
+#include "endpoints/StaticFiles.h"
 
 #include <algorithm>
 #include <array>
@@ -8,7 +8,9 @@
 #include <system_error>
 #include <utility>
 
-namespace gateway::http {
+#include "HttpRequest.h"
+
+namespace gateway::endpoints {
 
 namespace fs = std::filesystem;
 
@@ -68,22 +70,12 @@ bool isBelow(const fs::path& file, const fs::path& folder) {
     return std::mismatch(folder.begin(), folder.end(), file.begin(), file.end()).first == folder.end();
 }
 
-// What pages may load and where they may stand: this server's own files and sockets, and in no frame.
-void addPageHeaders(Reply& reply) {
-    reply.headers.emplace_back("Cache-Control", "no-cache");
-    reply.headers.emplace_back("Content-Security-Policy",
-                               "default-src 'self'; style-src 'self' 'unsafe-inline'; img-src 'self' data: "
-                               "blob:; object-src 'none'; base-uri 'none'; "
-                               "form-action 'none'; frame-ancestors 'none'");
-    reply.headers.emplace_back("Referrer-Policy", "no-referrer");
-}
-
 }  // namespace
 
 StaticFiles::StaticFiles(const fs::path& folder)
     : folder_(folder.empty() ? fs::path() : fs::canonical(folder)) {}
 
-Reply StaticFiles::get(std::string_view path) const {
+HttpReply StaticFiles::get(std::string_view path) const {
     if (folder_.empty()) {
         if (path != "/") return errorReply(404, "There is no such page.");
         return pageReply(200, "Numora Connector",
@@ -96,31 +88,18 @@ Reply StaticFiles::get(std::string_view path) const {
     return read(file);
 }
 
-Reply StaticFiles::read(const fs::path& file) const {
+HttpReply StaticFiles::read(const fs::path& file) const {
     std::error_code error;
     if (!fs::is_regular_file(file, error) || fs::file_size(file, error) > largestFile || error) {
         return errorReply(404, "There is no such page.");
     }
     std::ifstream stream(file, std::ios::binary);
-    Reply reply{.status = 200,
-                .body = std::string(std::istreambuf_iterator<char>(stream), {}),
-                .contentType = contentTypeOf(file)};
+    HttpReply reply{.status = 200,
+                    .body = std::string(std::istreambuf_iterator<char>(stream), {}),
+                    .contentType = contentTypeOf(file)};
     if (!stream) return errorReply(404, "There is no such page.");
     addPageHeaders(reply);
     return reply;
 }
 
-Reply pageReply(int status, std::string_view heading, std::string_view html) {
-    Reply reply{.status = status, .contentType = "text/html;charset=UTF-8"};
-    reply.body.append("<!DOCTYPE html>\n<html lang=\"en\"><meta charset=\"utf-8\"><title>")
-        .append(heading)
-        .append("</title>\n<h1>")
-        .append(heading)
-        .append("</h1>\n<p>")
-        .append(html)
-        .append("</p></html>\n");
-    addPageHeaders(reply);
-    return reply;
-}
-
-}  // namespace gateway::http
+}  // namespace gateway::endpoints

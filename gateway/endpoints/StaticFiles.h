@@ -3,9 +3,9 @@
 #include <filesystem>
 #include <string_view>
 
-#include "http/Request.h"
+#include "HttpReply.h"
 
-namespace gateway::http {
+namespace gateway::endpoints {
 
 /// The files of the browser console, from one folder.
 ///
@@ -20,15 +20,12 @@ public:
     explicit StaticFiles(const std::filesystem::path& folder);
 
     /// The file at `path`, or 404; "index.html" where it ends with a slash.  Blocks: while it is read.
-    Reply get(std::string_view path) const;
+    HttpReply get(std::string_view path) const;
 
 private:
-    Reply read(const std::filesystem::path& file) const;
+    HttpReply read(const std::filesystem::path& file) const;
 
     const std::filesystem::path folder_;  ///< without symbolic links
 };
 
-/// A page for persons, with a heading and one paragraph.
-Reply pageReply(int status, std::string_view heading, std::string_view html);
-
-}  // namespace gateway::http
+}  // namespace gateway::endpoints

@@ -12,10 +12,10 @@
 
 namespace gateway::http {
 
-/// A connection, as the table sees it.  Threads: any.
-class Connection {
+/// A connection, as what ends all of them sees it.  Threads: any.
+class OpenConnection {
 public:
-    virtual ~Connection() = default;
+    virtual ~OpenConnection() = default;
     /// Ends it as soon as what is being answered has been written.
     virtual void finish() = 0;
     /// Ends it at once.
@@ -24,39 +24,39 @@ public:
 
 /// The open connections, which are bounded in number.
 ///
-///     stranger --+-- prove --> proven --+-- leave --> left: counts no more, but ends with the others
-///        |       '----------------------'
+///     unauthenticated --+-- markAuthenticated --> authenticated --+-- leave --> left: counts no more, but
+///        |              '-----------------------------------------'                   ends with the others
 ///        '-- the oldest, when there is no room for a new one --> displaced: aborted
 ///
-/// Proven ones do not take all places, so that a new connection can still say what it wants.
+/// Authenticated ones do not take all places, so that a new connection can still say what it wants.
 ///
 /// Threads: every operation from any thread.  Locks: mutex_, not held while a connection is called.
-class ConnectionTable : public std::enable_shared_from_this<ConnectionTable> {
+class OpenConnections : public std::enable_shared_from_this<OpenConnections> {
 public:
-    explicit ConnectionTable(std::size_t capacity) : capacity_(capacity) {}
+    explicit OpenConnections(std::size_t capacity) : capacity_(capacity) {}
 
-    /// A place in the table, for as long as it lives.
+    /// A place among them, for as long as it lives.
     class Place {
     public:
-        Place(std::shared_ptr<ConnectionTable> table, std::uint64_t number)
-            : table_(std::move(table)), number_(number) {}
+        Place(std::shared_ptr<OpenConnections> connections, std::uint64_t number)
+            : connections_(std::move(connections)), number_(number) {}
         ~Place();
         Place(const Place&) = delete;
         Place& operator=(const Place&) = delete;
 
         /// Makes `connection` what stands at this place.
-        void set(const std::shared_ptr<Connection>& connection);
-        /// The client has shown that it may be here. False when too many have, or it was displaced.
-        bool prove();
+        void set(const std::shared_ptr<OpenConnection>& connection);
+        /// The client has shown the token or a session. False when too many have, or it was displaced.
+        bool markAuthenticated();
         /// The client has gone, and only the end of its request is waited for.
         void leave();
 
     private:
-        const std::shared_ptr<ConnectionTable> table_;
+        const std::shared_ptr<OpenConnections> connections_;
         const std::uint64_t number_;
     };
 
-    /// Null when the table is full of proven connections.
+    /// Null when all places are taken by authenticated connections.
     std::shared_ptr<Place> take() EXCLUDES(mutex_);
 
     void finishAll() EXCLUDES(mutex_);
@@ -64,30 +64,30 @@ public:
     /// Waits until there is no connection; false when there still is one then.
     bool waitUntilEmpty(std::chrono::milliseconds limit) EXCLUDES(mutex_);
     std::size_t size() const EXCLUDES(mutex_);
-    /// How many have found no place, or were displaced.
+    /// How many found no place, or were displaced.
     std::uint64_t refused() const EXCLUDES(mutex_);
 
 private:
-    enum class Standing { Stranger, Proven, Left, Displaced };
+    enum class Standing { Unauthenticated, Authenticated, Left, Displaced };
     struct Entry {
-        std::weak_ptr<Connection> connection{};
-        Standing standing = Standing::Stranger;
+        std::weak_ptr<OpenConnection> connection{};
+        Standing standing = Standing::Unauthenticated;
     };
 
-    std::uint64_t add(std::shared_ptr<Connection>& displaced) EXCLUDES(mutex_);
+    std::uint64_t add(std::shared_ptr<OpenConnection>& displaced) EXCLUDES(mutex_);
     void remove(std::uint64_t number) EXCLUDES(mutex_);
     void setStanding(std::uint64_t number, Standing standing) REQUIRES(mutex_);
     template <class Action>
     void forEach(Action action) EXCLUDES(mutex_);
 
     const std::size_t capacity_;
-    const std::size_t mostProven_ = capacity_ - capacity_ / 16;
+    const std::size_t mostAuthenticated_ = capacity_ - capacity_ / 16;
 
     mutable connector::Mutex mutex_;
     std::condition_variable changed_;
     std::map<std::uint64_t, Entry> entries_ GUARDED_BY(mutex_);  ///< by age
-    std::set<std::uint64_t> strangers_ GUARDED_BY(mutex_);
-    std::size_t proven_ GUARDED_BY(mutex_) = 0;
+    std::set<std::uint64_t> unauthenticated_ GUARDED_BY(mutex_);
+    std::size_t authenticated_ GUARDED_BY(mutex_) = 0;
     std::uint64_t last_ GUARDED_BY(mutex_) = 0;
     std::uint64_t refused_ GUARDED_BY(mutex_) = 0;
 };

@@ -1,4 +1,4 @@
-#include "KeptAudience.h"
+#include "AbsentClientsSession.h"
 
 #include <chrono>
 
@@ -17,14 +17,14 @@ void discard(messages::ClientSession& session) {
 
 }  // namespace
 
-KeptAudience::KeptAudience(messages::LocalMessageService& messages)
+AbsentClientsSession::AbsentClientsSession(messages::LocalMessageService& messages)
     : messages_(messages),
       watch_(messages.watch(
           streams, [this](const auto&) { begin(); }, [](const auto&) {})) {}
 
-KeptAudience::~KeptAudience() = default;
+AbsentClientsSession::~AbsentClientsSession() = default;
 
-void KeptAudience::begin() {
+void AbsentClientsSession::begin() {
     std::shared_ptr<messages::ClientSession> session;
     {
         const connector::MutexLock lock(mutex_);

@@ -1,4 +1,4 @@
-#include "http/messageRequests.h"
+#include "endpoints/messageRequests.h"
 
 #include <memory>
 #include <stdexcept>
@@ -15,7 +15,7 @@
 #include "connector/json/write.h"
 #include "dispatch/readMessage.h"
 
-namespace gateway::http {
+namespace gateway::endpoints {
 
 namespace {
 
@@ -33,21 +33,22 @@ public:
 
 Object::Ptr objectFrom(const std::string& body) {
     Object::Ptr object = dispatch::readMessage(body);
-    if (!object) throw BadBody("The body is no JSON object.");
+    if (!object) throw BadBody("The body must be a JSON object.");
     return object;
 }
 
-std::shared_ptr<ContextState> contextOf(const Request& request) {
+std::shared_ptr<ContextState> contextOf(const HttpRequest& request) {
     auto context = std::make_shared<ContextState>();
     if (!request.clientType.empty()) context->set("clientType", request.clientType, ContextScope::Client);
     return context;
 }
 
 void addCapabilities(ContextState& context, const Var& value) {
-    if (value.type() != typeid(Poco::JSON::Array::Ptr)) throw BadBody("\"numoraCapabilities\" is no array.");
+    if (value.type() != typeid(Poco::JSON::Array::Ptr))
+        throw BadBody("\"numoraCapabilities\" must be an array of strings.");
     capabilities::CapabilityList capabilities;
     for (const Var& capability : *value.extract<Poco::JSON::Array::Ptr>()) {
-        if (!capability.isString()) throw BadBody("A capability is no text.");
+        if (!capability.isString()) throw BadBody("\"numoraCapabilities\" must be an array of strings.");
         capabilities.push_back(capability.extract<std::string>());
     }
     context.set("numoraCapabilities", capabilities, ContextScope::Client);
@@ -56,9 +57,10 @@ void addCapabilities(ContextState& context, const Var& value) {
 void addContext(ContextState& context, const Object& values) {
     const Var clientType = values.get("clientType");
     if (!clientType.isEmpty()) {
-        if (!clientType.isString()) throw BadBody("\"clientType\" is no text.");
+        if (!clientType.isString()) throw BadBody("\"clientType\" must be a string.");
         const auto text = clientType.extract<std::string>();
-        if (!access::isClientType(text)) throw BadBody("\"clientType\" is too long or no plain text.");
+        if (!access::isClientType(text))
+            throw BadBody("\"clientType\" must be at most 128 printable ASCII characters.");
         context.set("clientType", text, ContextScope::Client);
     }
     if (values.has("numoraCapabilities")) addCapabilities(context, values.get("numoraCapabilities"));
@@ -68,20 +70,20 @@ dispatch::RequestDispatcher::Read readEnvelope(const std::string& body, ContextS
                                                std::string& contextJson) {
     const Object::Ptr envelope = objectFrom(body);
     const Var type = envelope->get("type");
-    if (!type.isString()) throw BadBody("\"type\" is no text.");
+    if (!type.isString()) throw BadBody("\"type\" must be a string.");
     Object::Ptr message = envelope->getObject("message");
-    if (!message) throw BadBody("\"message\" is no object.");
+    if (!message) throw BadBody("\"message\" must be an object.");
     if (envelope->has("context")) {
         const Object::Ptr values = envelope->getObject("context");
-        if (!values) throw BadBody("\"context\" is no object.");
+        if (!values) throw BadBody("\"context\" must be an object.");
         addContext(context, *values);
         contextJson = connector::json::written(values);
     }
     return {type.extract<std::string>(), std::move(message)};
 }
 
-Reply replyFrom(dispatch::Answer answer) {
-    Reply reply{.status = answer.status, .body = std::move(answer.json)};
+HttpReply replyFrom(dispatch::Answer answer) {
+    HttpReply reply{.status = answer.status, .body = std::move(answer.json)};
     if (answer.retrySeconds > 0) {
         reply.headers.emplace_back("Retry-After", std::to_string(answer.retrySeconds));
     }
@@ -91,7 +93,7 @@ Reply replyFrom(dispatch::Answer answer) {
 
 // What is wrong with a body becomes the reply.
 template <class Action>
-void refusingBadBodies(const std::function<void(Reply)>& done, Action action) {
+void refusingBadBodies(const std::function<void(HttpReply)>& done, Action action) {
     std::string problem;
     try {
         return action();
@@ -106,7 +108,7 @@ void refusingBadBodies(const std::function<void(Reply)>& done, Action action) {
 }  // namespace
 
 void submitMessage(dispatch::RequestDispatcher& dispatcher, const std::string& typeName,
-                   const Request& request, std::function<void(Reply)> done) {
+                   const HttpRequest& request, std::function<void(HttpReply)> done) {
     const auto context = contextOf(request);
     const auto answered = [done](dispatch::Answer answer) { done(replyFrom(std::move(answer))); };
     if (request.body.size() > dispatch::largeBody) {
@@ -119,8 +121,8 @@ void submitMessage(dispatch::RequestDispatcher& dispatcher, const std::string& t
                       [&] { dispatcher.submit(typeName, objectFrom(request.body), context, answered); });
 }
 
-void submitEnvelope(dispatch::RequestDispatcher& dispatcher, const Request& request,
-                    std::function<void(Reply)> done) {
+void submitEnvelope(dispatch::RequestDispatcher& dispatcher, const HttpRequest& request,
+                    std::function<void(HttpReply)> done) {
     const auto context = contextOf(request);
     const auto contextJson = std::make_shared<std::string>();
     const auto answered = [done, contextJson](dispatch::Answer answer) {
@@ -145,4 +147,4 @@ void submitEnvelope(dispatch::RequestDispatcher& dispatcher, const Request& requ
     });
 }
 
-}  // namespace gateway::http
+}  // namespace gateway::endpoints

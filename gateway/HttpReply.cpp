@@ -1,0 +1,33 @@
+#include "HttpReply.h"
+
+#include "dispatch/errorAnswer.h"
+
+namespace gateway {
+
+HttpReply errorReply(int status, std::string_view text) {
+    return {.status = status, .body = dispatch::errorJson(text)};
+}
+
+HttpReply pageReply(int status, std::string_view heading, std::string_view html) {
+    HttpReply reply{.status = status, .contentType = "text/html;charset=UTF-8"};
+    reply.body.append("<!DOCTYPE html>\n<html lang=\"en\"><meta charset=\"utf-8\"><title>")
+        .append(heading)
+        .append("</title>\n<h1>")
+        .append(heading)
+        .append("</h1>\n<p>")
+        .append(html)
+        .append("</p></html>\n");
+    addPageHeaders(reply);
+    return reply;
+}
+
+void addPageHeaders(HttpReply& reply) {
+    reply.headers.emplace_back("Cache-Control", "no-cache");
+    reply.headers.emplace_back("Content-Security-Policy",
+                               "default-src 'self'; style-src 'self' 'unsafe-inline'; img-src 'self' data: "
+                               "blob:; object-src 'none'; base-uri 'none'; "
+                               "form-action 'none'; frame-ancestors 'none'");
+    reply.headers.emplace_back("Referrer-Policy", "no-referrer");
+}
+
+}  // namespace gateway

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+
+#include "HttpReply.h"
+#include "HttpRequest.h"
+#include "endpoints/Services.h"
+
+namespace gateway::endpoints {
+
+using Done = std::function<void(HttpReply)>;
+
+/// Answers a request. `done` is called once, before this returns or later, on any thread. When there is a
+/// result, the answer may take long and is of no use to a client that has gone; destroying it says so, and
+/// then `done` need not be called.
+///
+/// Threads: any.
+using Handler = std::unique_ptr<bayeux::PendingPost> (*)(const Services&, const HttpRequest&, Done);
+
+std::unique_ptr<bayeux::PendingPost> answerMessage(const Services&, const HttpRequest&, Done);
+std::unique_ptr<bayeux::PendingPost> answerEnvelope(const Services&, const HttpRequest&, Done);
+std::unique_ptr<bayeux::PendingPost> answerBayeux(const Services&, const HttpRequest&, Done);
+std::unique_ptr<bayeux::PendingPost> answerHealth(const Services&, const HttpRequest&, Done);
+std::unique_ptr<bayeux::PendingPost> answerReadiness(const Services&, const HttpRequest&, Done);
+std::unique_ptr<bayeux::PendingPost> answerMetrics(const Services&, const HttpRequest&, Done);
+std::unique_ptr<bayeux::PendingPost> answerHome(const Services&, const HttpRequest&, Done);
+std::unique_ptr<bayeux::PendingPost> answerFile(const Services&, const HttpRequest&, Done);
+
+}  // namespace gateway::endpoints
