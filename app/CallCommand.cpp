@@ -13,6 +13,7 @@
 #include "SessionOptions.h"
 #include "connector/json/parse.h"
 #include "connector/wireWords.h"
+#include "optionValues.h"
 #include "terminal.h"
 #include "text.h"
 
@@ -76,8 +77,8 @@ int runCall(const CallOptions& options) {
     const bool hasFailed = response->getValue<bool>("isError") || (faults && faults->size() > 0);
     for (std::size_t i = 0; faults && i < faults->size(); ++i) {
         const auto fault = faults->getObject(static_cast<unsigned>(i));
-        complain(session->streams().error,
-                 fault->getValue<std::string>("faultCode") + ": " + fault->getValue<std::string>("message"));
+        printError(session->streams().error, fault->getValue<std::string>("faultCode") + ": " +
+                                                 fault->getValue<std::string>("message"));
     }
     if (!hasFailed) {
         writeAll(session->streams().output, readable(response->getValue<std::string>("results")) + "\n");
@@ -97,12 +98,10 @@ void addCallCommand(CLI::App& program, std::function<int()>& command) {
         ->description("Its name, dotted through modules");
     call->add_option("JSON", options->arguments)
         ->description("Its arguments, each one JSON value; '--' goes before one that begins with a dash");
-    call->add_option("--nargout", options->nargout, "How many results are wanted (1 unless told)")
-        ->type_name("N")
-        ->check(CLI::Range(0, 10'000));
-    call->add_option("--timeout", options->timeoutSeconds, "Give up after S seconds")
-        ->type_name("S")
-        ->check(CLI::Range(1, 2'147'483));
+    addInteger(*call, "--nargout", options->nargout, 0, 10'000, "Number of results (default: 1)")
+        ->type_name("N");
+    addInteger(*call, "--timeout", options->timeoutSeconds, 1, 2'147'483, "Give up after S seconds")
+        ->type_name("S");
     options->session.addTo(*call);
     call->callback([options, &command] { command = [options] { return runCall(*options); }; });
 }

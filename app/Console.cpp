@@ -64,8 +64,8 @@ void Console::finish() {
     const int errors = session_.streams().error;
     if (!block_.empty() && wants_ != Evaluation::Wants::Input) evaluate(block_);
     if (wants_ == Evaluation::Wants::RestOfBlock)
-        complain(errors, "the code ends inside an open block and was not run");
-    if (wants_ == Evaluation::Wants::Input) complain(errors, "the code still waits for input");
+        printError(errors, "the code ends inside an open block and was not run");
+    if (wants_ == Evaluation::Wants::Input) printError(errors, "the code still waits for input");
 }
 
 Poco::JSON::Object::Ptr Console::send(const std::string& code) {

@@ -12,6 +12,7 @@
 #include "Evaluation.h"
 #include "SessionOptions.h"
 #include "StreamedEvaluation.h"
+#include "optionValues.h"
 #include "text.h"
 
 namespace app {
@@ -77,18 +78,18 @@ int runEval(const EvalOptions& options) {
         last = outcomeOf(*session, typed ? "" : code, *response);
         if (options.json) {
             printJson(*response, streams.output);
-            if (session->wasDropped()) complain(streams.error, last.faults.back());
+            if (session->wasDropped()) printError(streams.error, last.faults.back());
         } else {
             print(last, streams);
         }
         if (last.wants == Evaluation::Wants::RestOfBlock) {
-            complain(streams.error, "the code ends inside an open block and was not run");
+            printError(streams.error, "the code ends inside an open block and was not run");
             failed = true;
         }
         failed = failed || last.failed;
     }
     if (last.wants == Evaluation::Wants::Input) {
-        complain(streams.error, "the code still waits for input");
+        printError(streams.error, "the code still waits for input");
         failed = true;
     }
     return failed ? 1 : 0;
@@ -108,16 +109,14 @@ void addEvalCommand(CLI::App& program, std::function<int()>& command) {
             "reads it from standard input; '--' goes before a CODE that begins with a dash.");
     eval->add_flag("--json", options->json, "Print each response as one line of JSON");
     eval->add_flag("--stream", options->stream, "Print text as it comes, errors apart from output");
-    const CLI::Range window(1, 32767);
-    eval->add_option("--timeout", options->timeoutSeconds, "Give up each evaluation after S seconds")
-        ->type_name("S")
-        ->check(CLI::Range(1, 2147483));
-    eval->add_option("--width", options->width, "Width of the window in characters")
-        ->type_name("N")
-        ->check(window);
-    eval->add_option("--height", options->height, "Height of the window in lines")
-        ->type_name("N")
-        ->check(window);
+    addInteger(*eval, "--timeout", options->timeoutSeconds, 1, 2'147'483,
+               "Give up each evaluation after S seconds")
+        ->type_name("S");
+    constexpr int largestWindow = 32'767;
+    addInteger(*eval, "--width", options->width, 1, largestWindow, "Width of the window in characters")
+        ->type_name("N");
+    addInteger(*eval, "--height", options->height, 1, largestWindow, "Height of the window in lines")
+        ->type_name("N");
     options->session.addTo(*eval);
     eval->callback([options, &command] { command = [options] { return runEval(*options); }; });
 }

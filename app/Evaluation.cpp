@@ -52,7 +52,7 @@ Evaluation outcomeOf(Session& session, const std::string& code, const Poco::JSON
     addFaults(response, evaluation);
     if (session.wasDropped()) {
         evaluation.failed = true;
-        evaluation.faults.emplace_back("the code was not run: it waited when somebody interrupted");
+        evaluation.faults.emplace_back("the code was not run, because an interrupt came while it waited");
     }
     const int promptType = response.optValue("promptType", 0);
     if (promptType >= 1 && promptType <= 3) {

@@ -118,8 +118,8 @@ void HttpClient::Impl::check(const char* what, const error_code& error) const {
     const bool isClosed = error == http::error::end_of_stream || error == asio::error::eof ||
                           error == asio::ssl::error::stream_truncated;
     throw ConnectionLost(what + address_.url() + ": " +
-                             (isClosed                         ? "the server has closed it"
-                              : error == beast::error::timeout ? "it takes too long"
+                             (isClosed                         ? "the server closed it"
+                              : error == beast::error::timeout ? "the time limit has passed"
                                                                : error.message()),
                          error == asio::error::connection_refused);
 }
@@ -160,7 +160,7 @@ void HttpClient::Impl::connect() {
 }
 
 void HttpClient::Impl::handshake(Secure& stream) {
-    constexpr const char* what = "cannot connect safely to ";
+    constexpr const char* what = "cannot connect with TLS to ";
     error_code error;
     tls_.set_default_verify_paths(error);
     check(what, error);

@@ -112,7 +112,8 @@ void InProcessSession::refuseInput() {
         nmutil::eventmgr::createLocalEventMgr()->subscribe<nmutil::utils::InputRequestEvent>(
             [this](const nmutil::utils::InputRequestEvent& event) {
                 if (event.getRequester() == nmutil::prompt::NO_PROMPT) return;
-                complain(host_.standardError(), "the function waits for input, which nobody can type");
+                printError(host_.standardError(),
+                           "the function waits for input, which is not available here");
                 host_.zvm()->interrupt();
             }));
 }
@@ -123,15 +124,15 @@ std::unique_ptr<ResponseStream> InProcessSession::openStream() {
 
 std::unique_ptr<connector::Message> InProcessSession::read(const std::string& type,
                                                            const Poco::JSON::Object::Ptr& message) const {
-    if (!message) throw BadMessage("a message of type " + type + " has to be a JSON object");
+    if (!message) throw BadMessage("a message of type " + type + " must be a JSON object");
     Poco::JSON::Object::Ptr complete = new Poco::JSON::Object(*message);
     if (!complete->has("uuid")) complete->set("uuid", connector::randomUuid());
     try {
         return serializer_->read(type, complete);
     } catch (const Poco::Exception& error) {
-        throw BadMessage("a message of type " + type + " cannot be read: " + error.message());
+        throw BadMessage("a message of type " + type + " is not valid: " + error.message());
     } catch (const std::exception& error) {
-        throw BadMessage("a message of type " + type + " cannot be read: " + error.what());
+        throw BadMessage("a message of type " + type + " is not valid: " + error.what());
     }
 }
 

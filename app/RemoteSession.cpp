@@ -26,7 +26,7 @@ constexpr auto readyLimit = std::chrono::seconds(10);
 
 Object::Ptr objectFrom(const HttpClient::Answer& answer) {
     const Var value = valueIn(answer);
-    if (value.type() != typeid(Object::Ptr)) throw ServerRefusal("the server's answer is no object");
+    if (value.type() != typeid(Object::Ptr)) throw ServerRefusal("the server's answer must be a JSON object");
     return value.extract<Object::Ptr>();
 }
 
@@ -96,9 +96,9 @@ void RemoteSession::interrupt() {
     try {
         valueIn(interrupts_.post(std::string("/") + connector::wire::type::interrupt, "{}", patience));
     } catch (const ServerRefusal& error) {
-        complain(STDERR_FILENO, std::string("the code is not interrupted: ") + error.what());
+        printError(STDERR_FILENO, std::string("the code could not be interrupted: ") + error.what());
     } catch (const std::exception& error) {
-        complain(STDERR_FILENO, error.what());
+        printError(STDERR_FILENO, error.what());
         std::_Exit(1);
     }
 }

@@ -47,9 +47,7 @@ Object::Ptr objectOf(const std::string& name, const Var& value) {
 
 bool isSuccessful(const Object& reply) { return reply.optValue("successful", false); }
 
-std::string errorIn(const Object& reply) {
-    return reply.optValue<std::string>("error", "it gives no reason");
-}
+std::string errorIn(const Object& reply) { return reply.optValue<std::string>("error", "without a reason"); }
 
 }  // namespace
 
@@ -102,7 +100,8 @@ RemoteStream::Objects RemoteStream::exchange(HttpClient& http, const Object::Ptr
     Array::Ptr all = new Array;
     all->add(message);
     const Var value = valueIn(http.post("/cometd", connector::json::written(all), limit));
-    if (value.type() != typeid(Array::Ptr)) throw ServerRefusal("the server's answer is no list of messages");
+    if (value.type() != typeid(Array::Ptr))
+        throw ServerRefusal("the server's answer must be a JSON array of messages");
     Objects messages;
     for (const Var& element : *value.extract<Array::Ptr>()) {
         if (element.type() == typeid(Object::Ptr)) messages.push_back(element.extract<Object::Ptr>());
@@ -112,8 +111,9 @@ RemoteStream::Objects RemoteStream::exchange(HttpClient& http, const Object::Ptr
 
 Object::Ptr RemoteStream::replyTo(HttpClient& http, const Object::Ptr& message) {
     const auto replies = exchange(http, message, requestLimit);
-    if (replies.empty()) throw ServerRefusal("the server gives no reply");
-    if (!isSuccessful(*replies[0])) throw ServerRefusal("the server refuses: " + errorIn(*replies[0]));
+    if (replies.empty()) throw ServerRefusal("the server did not reply");
+    if (!isSuccessful(*replies[0]))
+        throw ServerRefusal("the server refused the request: " + errorIn(*replies[0]));
     return replies[0];
 }
 
@@ -132,11 +132,11 @@ void RemoteStream::open(HttpClient& http) {
     handshake->set("supportedConnectionTypes", types);
     handshake->set("ext", objectOf("ack", true));
     const auto replies = exchange(http, handshake, requestLimit);
-    if (replies.empty()) throw ServerRefusal("the server gives no reply");
+    if (replies.empty()) throw ServerRefusal("the server did not reply");
     const auto& reply = replies[0];
     if (!isSuccessful(*reply)) {
         const auto advice = objectIn(*reply, "advice");
-        const std::string problem = "the server refuses: " + errorIn(*reply);
+        const std::string problem = "the server refused the request: " + errorIn(*reply);
         if (advice.isNull() || advice->optValue<std::string>("reconnect", "") == "none")
             throw ServerRefusal(problem);
         throw ConnectionLost(problem, false);  // it takes no more clients now, and may do so later
@@ -183,7 +183,7 @@ void RemoteStream::connect() {
         if (reply->optValue<std::string>("channel", "") != "/meta/connect") continue;
         if (!isSuccessful(*reply)) {
             if (!errorIn(*reply).starts_with("402:"))
-                throw ServerRefusal("the server refuses: " + errorIn(*reply));
+                throw ServerRefusal("the server refused the request: " + errorIn(*reply));
             return open(connects_);
         }
         // What is not acknowledged comes again.

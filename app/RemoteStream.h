@@ -18,7 +18,7 @@ namespace app {
 
 /// The streaming service of a server, by long polls of the Bayeux protocol with acknowledgements: a
 /// connection that breaks for less than 20 seconds loses nothing. After a longer break what the server still
-/// keeps comes, behind a notice of what it does not.
+/// keeps comes, after a notice of what it does not.
 ///
 /// What is not taken waits in a queue; when that is full, in the server, under its rules.
 ///

@@ -20,6 +20,7 @@
 #include "StopSignals.h"
 #include "foundation/log/diagnostic_logger.h"
 #include "gateway/Gateway.h"
+#include "optionValues.h"
 #include "terminal.h"
 #include "text.h"
 
@@ -27,15 +28,15 @@ namespace app {
 
 namespace {
 
-constexpr auto timeToEnd = std::chrono::milliseconds(2500);
+constexpr auto timeToStop = std::chrono::milliseconds(2500);
 constexpr auto timeForLog = std::chrono::milliseconds(200);
 constexpr rlim_t otherFiles = 512;
 
 /// Ends the process when this is not destroyed in time: code that no interrupt ends must not keep it.
-class EndLimit {
+class StopDeadline {
 public:
-    EndLimit() : thread_([this] { run(); }) {}
-    ~EndLimit() {
+    StopDeadline() : thread_([this] { run(); }) {}
+    ~StopDeadline() {
         {
             const std::lock_guard lock(mutex_);
             isOver_ = true;
@@ -43,13 +44,13 @@ public:
         changed_.notify_all();
         thread_.join();
     }
-    EndLimit(const EndLimit&) = delete;
-    EndLimit& operator=(const EndLimit&) = delete;
+    StopDeadline(const StopDeadline&) = delete;
+    StopDeadline& operator=(const StopDeadline&) = delete;
 
 private:
     void run() {
         std::unique_lock lock(mutex_);
-        if (changed_.wait_for(lock, timeToEnd, [this] { return isOver_; })) return;
+        if (changed_.wait_for(lock, timeToStop, [this] { return isOver_; })) return;
         foundation::log::writeLine("numora: the running code does not end; the process ends without it");
         foundation::log::flush(timeForLog);
         std::_Exit(0);
@@ -98,7 +99,7 @@ int runServe(const ServeSettings& settings) {
     writeAll(backend->standardOutput(),
              "Listening on " + gateway->url() + "?token=" + gateway->token() + "\n");
     signals.wait();
-    const EndLimit limit;
+    const StopDeadline deadline;
     gateway->stop();
     // Before the gateway, into which what still runs may publish.
     backend.reset();
@@ -107,11 +108,7 @@ int runServe(const ServeSettings& settings) {
 
 void useLogLevel(const ServeSettings& settings, const CLI::App& program) {
     if (!settings.logLevel || program.get_option("--log-level")->count() > 0) return;
-    try {
-        foundation::log::setLevel(foundation::log::severityFromName(*settings.logLevel));
-    } catch (const std::invalid_argument&) {
-        throw InputError("there is no log level '" + *settings.logLevel + "'");
-    }
+    foundation::log::setLevel(foundation::log::severityFromName(*settings.logLevel));
 }
 
 }  // namespace
@@ -124,7 +121,10 @@ void addServeCommand(CLI::App& program, std::function<int()>& command) {
     settings->addTo(*serve);
     serve->callback([settings, &program, &command] {
         command = [settings, &program] {
-            if (const char* level = std::getenv("NUMORA_LOG_LEVEL")) settings->logLevel = level;
+            if (const char* level = std::getenv("NUMORA_LOG_LEVEL")) {
+                requireLogLevel("NUMORA_LOG_LEVEL", level);
+                settings->logLevel = level;
+            }
             ::unsetenv("NUMORA_TOKEN");  // the programs that code starts have no need to know it
             settings->readFile();
             useLogLevel(*settings, program);

@@ -21,7 +21,8 @@ bool isPlain(std::string_view text, std::string_view others) {
 
 [[noreturn]] void refuse() {
     throw InputError(
-        "the URL of a server is http://HOST:PORT or https://HOST:PORT, with ?token=TOKEN or not");
+        "the URL (--url or NUMORA_URL) must be http://HOST:PORT or https://HOST:PORT, with or without "
+        "?token=TOKEN");
 }
 
 std::string_view withoutFrame(std::string_view text) {
@@ -71,7 +72,7 @@ std::string ServerAddress::authority() const {
 }
 
 void requireToken(const std::string& token) {
-    if (!isPlain(token, "-._~")) throw InputError("a token consists of letters, digits and -._~");
+    if (!isPlain(token, "-._~")) throw InputError("the token must consist of letters, digits and -._~");
 }
 
 }  // namespace app

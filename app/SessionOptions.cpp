@@ -12,11 +12,12 @@ namespace app {
 
 void SessionOptions::addTo(CLI::App& command) {
     CLI::Option* server =
-        command.add_option("--url", url, "Use the interpreter of a server: the address that it has printed")
+        command
+            .add_option("--url", url, "Use the interpreter of a server, at the address that it has printed")
             ->type_name("URL")
             ->envname("NUMORA_URL");
     // The environment may hold a token that has nothing to do with this command, so it is looked at later.
-    command.add_option("--token", token, "What the server wants to be shown (default: NUMORA_TOKEN)")
+    command.add_option("--token", token, "The token of the server (default: NUMORA_TOKEN)")
         ->type_name("TOKEN")
         ->needs(server);
 }

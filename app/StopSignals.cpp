@@ -16,14 +16,14 @@ namespace {
 
 std::atomic<int> event{-1};  // for the handlers; readable once a signal has come
 
-void tell() {
+void notify() {
     const std::uint64_t one = 1;
-    if (::write(event.load(), &one, sizeof one) < 0) return;  // it is told already
+    if (::write(event.load(), &one, sizeof one) < 0) return;  // it is notified already
 }
 
 void onSignal(int) {
     const int savedErrno = errno;
-    tell();
+    notify();
     errno = savedErrno;
 }
 
@@ -42,7 +42,7 @@ StopSignals::StopSignals(bool hasInterpreter) {
         if (signals[i] == SIGINT && hasInterpreter) continue;
         isChanged = ::sigaction(signals[i], &action, nullptr) == 0;
     }
-    standalone::setOutsideInterruptHandler(tell);
+    standalone::setOutsideInterruptHandler(notify);
 }
 
 StopSignals::~StopSignals() {

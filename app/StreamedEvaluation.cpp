@@ -56,11 +56,11 @@ void StreamedEvaluation::show(const StreamMessage& message) {
         if (incomplete_ > 0) --incomplete_;  // others' code is completed here, too
         if (text != connector::wire::completion::success) hasFailed_ = true;
     } else if (channel == words::prompt) {
-        noticePrompt(text);
+        handlePrompt(text);
     } else if (!isResponse) {
         hasFailed_ = true;
         if (!settings_.json) {
-            complain(standard.error, "printed text was lost: " + text);
+            printError(standard.error, "printed text was lost: " + text);
         }
     } else if (settings_.json) {
         return;
@@ -73,7 +73,7 @@ void StreamedEvaluation::show(const StreamMessage& message) {
     }
 }
 
-void StreamedEvaluation::noticePrompt(const std::string& prompt) {
+void StreamedEvaluation::handlePrompt(const std::string& prompt) {
     isWaiting_ = prompt == "INPUT_PROMPT" || prompt == "DEBUG_PROMPT" || prompt == "KEYBOARD_PROMPT" ||
                  prompt == "PAUSE_PROMPT";
     if (prompt == "INCOMPLETE_BLOCK_PROMPT") isIncompleteBlock_ = true;
@@ -83,7 +83,7 @@ void StreamedEvaluation::noticePrompt(const std::string& prompt) {
 // further code is sent then; it would wait for this one, and take its completion for its own.
 void StreamedEvaluation::interruptWhenLate() {
     if (Clock::now() < deadline_ || incomplete_ == 0) return;
-    if (isInterrupted_) return giveUp("the code goes on in spite of the interrupt");
+    if (isInterrupted_) return giveUp("the code continues in spite of the interrupt");
     isInterrupted_ = true;
     fail("the code timed out after " + std::to_string(settings_.limit.count()) + " seconds");
     session_.request(connector::wire::type::interrupt, new Poco::JSON::Object);
@@ -97,7 +97,7 @@ void StreamedEvaluation::giveUp(const std::string& why) {
 }
 
 void StreamedEvaluation::fail(const std::string& why) {
-    complain(session_.streams().error, why);
+    printError(session_.streams().error, why);
     hasFailed_ = true;
 }
 

@@ -36,7 +36,7 @@ private:
     void send(const std::string& code);
     void receive();
     void show(const StreamMessage& message);
-    void noticePrompt(const std::string& prompt);
+    void handlePrompt(const std::string& prompt);
     void interruptWhenLate();
     void giveUp(const std::string& why);
     void fail(const std::string& why);

@@ -12,6 +12,7 @@
 #include "EvalCommand.h"
 #include "ServeCommand.h"
 #include "foundation/log/diagnostic_logger.h"
+#include "optionValues.h"
 #include "processSetup.h"
 #include "terminal.h"
 #include "text.h"
@@ -34,21 +35,20 @@ void useFormatOfProgram() {
 
 void describeProgram(CLI::App& program) {
     program.name("numora");
-    program.require_subcommand(1);
+    program.require_subcommand(0, 1);
     program.set_version_flag("--version", "numora " NUMORA_VERSION);
     program.failure_message([](const CLI::App*, const CLI::Error& error) {
-        return "numora: " + std::string(error.what()) +
-               "\nRun 'numora --help' for the commands and options.\n";
+        return "numora: " + describe(error) + "\nRun 'numora --help' for the commands and options.\n";
     });
     program
         .add_option_function<std::string>(
             "--log-level",
             [](const std::string& name) {
+                requireLogLevel("--log-level", name);
                 foundation::log::setLevel(foundation::log::severityFromName(name));
             },
             "How much to log on standard error: debug, info, warning or error (the default)")
-        ->type_name("LEVEL")
-        ->check(CLI::IsMember({"debug", "info", "warning", "error"}));
+        ->type_name("LEVEL");
 }
 
 // Last first, as the parser takes them. It would take "[1, 2]" for a list of two arguments, were it not for
@@ -78,6 +78,7 @@ int run(int argc, char** argv) {
     } catch (const CLI::ParseError& error) {
         return program.exit(error) == 0 ? 0 : wrongUsage;
     }
+    if (!command) throw InputError("a command is required: eval, call, console or serve");
     return command();
 }
 
@@ -91,13 +92,13 @@ int main(int argc, char** argv) {
     } catch (const app::ClosedPipe&) {
         return app::failure;
     } catch (const app::InputError& error) {
-        app::complain(STDERR_FILENO, error.what());
+        app::printError(STDERR_FILENO, error.what());
         return app::wrongUsage;
     } catch (const std::exception& error) {
-        app::complain(STDERR_FILENO, error.what());
+        app::printError(STDERR_FILENO, error.what());
         return app::failure;
     } catch (...) {
-        app::complain(STDERR_FILENO, "an error of unknown kind");
+        app::printError(STDERR_FILENO, "an unknown error");
         return app::failure;
     }
 }

@@ -10,7 +10,7 @@ namespace app {
 
 Poco::Dynamic::Var valueIn(const HttpClient::Answer& answer) {
     const bool isGood = answer.status == 200;
-    std::string reason = "the server answers with status " + std::to_string(answer.status);
+    std::string reason = "the server answered with status " + std::to_string(answer.status);
     try {
         const auto value = connector::json::parse(answer.body);
         if (isGood) return value;
@@ -18,7 +18,7 @@ Poco::Dynamic::Var valueIn(const HttpClient::Answer& answer) {
             reason += ": " + value.extract<Poco::JSON::Object::Ptr>()->optValue<std::string>("error", "");
         }
     } catch (const connector::json::ParseError& error) {
-        if (isGood) reason = std::string("the server's answer cannot be read: ") + error.what();
+        if (isGood) reason = std::string("the server's answer must be JSON: ") + error.what();
     }
     throw ServerRefusal(reason);
 }

@@ -31,7 +31,7 @@ void writeAll(int descriptor, std::string_view text) {
     }
 }
 
-void complain(int descriptor, const std::string& message) noexcept {
+void printError(int descriptor, const std::string& message) noexcept {
     try {
         writeAll(descriptor, "numora: " + message + "\n");
     } catch (...) {

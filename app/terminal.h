@@ -15,7 +15,7 @@ void writeAll(int descriptor, std::string_view text);
 
 /// Writes `message` with the program's name in front as one line. Failures are ignored: there is no other
 /// place to report them.
-void complain(int descriptor, const std::string& message) noexcept;
+void printError(int descriptor, const std::string& message) noexcept;
 
 /// All that can be read from a file descriptor.  Throws: std::system_error.
 std::string readAll(int descriptor);
@@ -28,7 +28,7 @@ struct WindowSize {
     int rows = 24;
 };
 
-/// The size of the terminal behind a file descriptor, or the default where there is none.
+/// The size of the terminal at a file descriptor, or the default where there is none.
 WindowSize windowSize(int descriptor);
 
 }  // namespace app

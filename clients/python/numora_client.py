@@ -12,8 +12,8 @@
     asyncio.run(main())
 
 It speaks Bayeux over one WebSocket with the acknowledge extension, so that nothing is lost when the connection is cut: it
-is opened anew, and what was not acknowledged comes again. After a longer absence, when the server has ended the session,
-the client subscribes anew and gets what the server still keeps; what it does not keep is told as one "gap" event.
+is opened again, and what was not acknowledged comes again. After a longer absence, when the server has ended the session,
+the client subscribes again and gets what the server still keeps; what it does not keep is told as one "gap" event.
 """
 
 import asyncio
@@ -23,6 +23,7 @@ import dataclasses
 import itertools
 import json
 import random
+import re
 import ssl as _ssl
 import time
 import urllib.parse
@@ -48,15 +49,15 @@ class CallError(Exception):
 
 
 class Dropped(CallError):
-    """The code was not run: it waited when somebody interrupted."""
+    """The code was not run, because an interrupt came while it waited."""
 
 
 class _Later(Exception):
-    """The server does not take the client now."""
+    """The server does not accept the client now."""
 
 
 class Disconnected(Exception):
-    """The server has ended the session, or is gone; whether the request has run is not known."""
+    """The server has ended the session, or cannot be reached; whether the request has run is not known."""
 
 
 @dataclasses.dataclass
@@ -286,15 +287,15 @@ class Client:
         finally:
             self._answers.pop(identity, None)
         if not answer.get("successful", True):
-            raise CallError(answer.get("error") or json.dumps(answer["data"]))
+            raise CallError(_reason(answer))
         if ((answer.get("ext") or {}).get("connector") or {}).get("dropped"):
-            raise Dropped("the code was not run: it waited when somebody interrupted")
+            raise Dropped("the code was not run, because an interrupt came while it waited")
         return answer["data"]
 
     async def _request(self, channel, identity=None, **members):
         """Sends one message and returns its reply."""
         if self._socket is None:
-            raise Disconnected("there is no connection")
+            raise Disconnected("the client is not connected")
         identity = identity or str(next(self._ids))
         future = asyncio.get_running_loop().create_future()
         self._replies[identity] = future
@@ -307,13 +308,13 @@ class Client:
         except websockets.ConnectionClosed as error:
             raise Disconnected("the connection was lost") from error
         except asyncio.TimeoutError as error:
-            raise Disconnected("the server does not answer") from error
+            raise Disconnected("the server did not reply in time") from error
         finally:
             self._replies.pop(identity, None)
         if not reply.get("successful"):
             if channel == "/meta/handshake" and (reply.get("advice") or {}).get("reconnect") != "none":
-                raise _Later(reply.get("error", "refused"))
-            raise CallError(reply.get("error", "refused"))
+                raise _Later(_reason(reply))
+            raise CallError(_reason(reply))
         return reply
 
     async def _run(self):
@@ -345,7 +346,7 @@ class Client:
                     return
                 lost = lost or time.monotonic()
                 if time.monotonic() - lost > _SESSION_TIME:
-                    self._fail(self._answers, Disconnected("the server is gone"))
+                    self._fail(self._answers, Disconnected("the server cannot be reached"))
             except CallError as error:
                 self._fail_all(error)
                 if not self._ready.done():
@@ -378,7 +379,7 @@ class Client:
             except CallError:
                 # The session has ended: calls under way are lost, streams go on with what the server keeps.
                 self._client_id = None
-                self._fail(self._answers, Disconnected("the server has ended the session"))
+                self._fail(self._answers, Disconnected("the server ended the session"))
                 await self._handshake()
             finally:
                 if not connect.cancel():
@@ -430,6 +431,18 @@ class Client:
         self._fail(self._answers, error)
         for inbox in self._inboxes:
             inbox.fail(error)
+
+
+def _reason(reply):
+    """Why a request failed: the detail, which the answer to a call has in its data, or else the error's own text."""
+    data = reply.get("data")
+    if isinstance(data, dict) and data.get("error"):
+        return data["error"]
+    code = re.match(r"\d{3}:([^:]*):", reply.get("error") or "")
+    if not code:
+        return reply.get("error") or "the server refused the request"
+    text = reply["error"][code.end():]
+    return "%s: %s" % (code[1], text) if code[1] else text
 
 
 def _matches(pattern, channel):

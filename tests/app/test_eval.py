@@ -92,7 +92,7 @@ class EvalTest(unittest.TestCase):
         os.close(write)
         self.assertEqual((process.returncode, out, told),
                          (1, b"", b"numora: the code timed out after 1 seconds\n"
-                                  b"numora: the code goes on in spite of the interrupt\n"))
+                                  b"numora: the code continues in spite of the interrupt\n"))
 
     def test_stream_that_lost_text_fails(self):
         for options in [], ["--json"]:
@@ -120,10 +120,10 @@ class EvalTest(unittest.TestCase):
 
     def test_wrong_usage_and_bad_input_end_with_status_2(self):
         rows = {
-            "no command": ([], b"", "numora: "),
+            "no command": ([], b"", "numora: a command is required: eval, call, console or serve\n"),
             "no code": (["eval"], b"", "CODE"),
-            "timeout of no whole seconds": (["eval", "--timeout", "1.5", "1"], b"", "--timeout"),
-            "unknown level": (["--log-level", "loud", "eval", "1"], b"", "--log-level"),
+            "fraction of a second": (["eval", "--timeout", "1.5", "1"], b"", "numora: --timeout must be an integer between 1 and 2147483\n"),
+            "unknown level": (["--log-level", "loud", "eval", "1"], b"", "numora: --log-level must be debug, info, warning or error\n"),
             "argument": (["eval", "1", b"ab\xff"], b"", "numora: CODE number 2 is not valid UTF-8: wrong byte at offset 2\n"),
             "surrogate": (["eval", "-"], b"'\xed\xa0\x80'", "numora: standard input is not valid UTF-8: wrong byte at offset 1\n"),
             "cut sequence": (["eval", "-"], "aä".encode()[:-1], "at offset 1\n"),

@@ -169,7 +169,7 @@ class RemoteTest(unittest.TestCase):
         with Server("--mock") as server:
             address = f"http://127.0.0.1:{server.port}"
             good = (0, "mock output", "")
-            wrong = (1, "", "numora: the server answers with status 401: The token is missing or wrong.\n")
+            wrong = (1, "", "numora: the server answered with status 401: The token is missing or wrong.\n")
             other = "another-token-of-16"
             rows = {
                 "the line of the server": (["--url", server.line], {}, good),
@@ -198,16 +198,16 @@ class RemoteTest(unittest.TestCase):
             settings.flush()
             with Server("--mock", "--config", settings.name) as server:
                 self.assertEqual(run("eval", "--url", server.url, "1" * 2000),
-                                 (1, "", "numora: the server answers with status 413: The body is too large.\n"))
+                                 (1, "", "numora: the server answered with status 413: The body is too large.\n"))
         with Answering(503, b'{"error": "The server is stopping."}') as url:
             self.assertEqual(run("eval", "--url", url, "1"),
-                             (1, "", "numora: the server answers with status 503: The server is stopping.\n"))
+                             (1, "", "numora: the server answered with status 503: The server is stopping.\n"))
         with Answering(200, b"{}", [("Connector-Dropped", "true")]) as url:
             for options, printed in ([], ""), (["--json"], "{}\n"):
                 self.assertEqual(run("eval", *options, "--url", url, "1"),
-                                 (1, printed, "numora: the code was not run: it waited when somebody interrupted\n"))
+                                 (1, printed, "numora: the code was not run, because an interrupt came while it waited\n"))
         with Answering(200, b"<html>") as url:
-            self.assertIn("numora: the server's answer cannot be read: ", run("eval", "--url", url, "1")[2])
+            self.assertIn("numora: the server's answer must be JSON: ", run("eval", "--url", url, "1")[2])
         with socket.create_server(("127.0.0.1", 0)) as free:
             port = free.getsockname()[1]
         self.assertEqual(run("eval", "--url", f"http://127.0.0.1:{port}", "1"),
@@ -228,7 +228,7 @@ class RemoteTest(unittest.TestCase):
                     with self.subTest(name):
                         status, out, err = run("eval", "--url", url, "1", **environment)
                         self.assertEqual((status, out), (1, ""))
-                        self.assertRegex(err, r"^numora: cannot connect safely to https://\S+/: "
+                        self.assertRegex(err, r"^numora: cannot connect with TLS to https://\S+/: "
                                               r"certificate verify failed[^\n]*\n$")
 
 

@@ -310,14 +310,14 @@ class ServeTest(unittest.TestCase):
         files = {"unknown": "hots = ''", "number": "connections = 0", "kind": "port = '1'", "size": "port = 70000", "list": "hosts = [1]", "syntax": "a ="}
         with tempfile.TemporaryDirectory() as folder:
             rows = {
-                "port": (["--port", "70000"], "--port"),
+                "port": (["--port", "70000"], "--port must be an integer between 0 and 65535"),
                 "beyond the loopback": (["--host", "0.0.0.0"], "needs a token"),
                 "token": (["--token", "short"], "The token must consist of"),
                 "certificate without key": (["--tls-cert", "x"], "TLS needs both"),
                 "no file": (["--config", os.path.join(folder, "none")], "none"),
             }
-            expected = {"unknown": "unknown key hots", "number": "connections is no number from 1", "kind": "port is no number", "size": "port is no number",
-                        "list": "hosts is no list of texts", "syntax": "line 1"}
+            expected = {"unknown": "hots is not a known setting", "number": "connections must be an integer between 1 and 1000000", "kind": "port must be an integer between 0 and 65535", "size": "port must be an integer between 0 and 65535",
+                        "list": "hosts must be an array of strings", "syntax": "line 1"}
             for name, text in files.items():
                 with open(os.path.join(folder, name), "w") as file:
                     file.write(text)

@@ -8,7 +8,7 @@ export interface ConnectOptions {
     token?: string;
     /** What the server's telemetry calls the client. */
     clientType?: string;
-    /** The only transport to use; otherwise a WebSocket, or, in browsers, HTTP where that cannot be had. */
+    /** The only transport to use; otherwise a WebSocket, or, in browsers, HTTP where WebSockets are not available. */
     transport?: "websocket" | "long-polling";
     /** How much longer each attempt to reconnect waits than the one before, up to five seconds. */
     retryMs?: number;
@@ -25,7 +25,7 @@ export interface EvalOptions {
 }
 
 export interface CallOptions {
-    /** How many results are wanted: 0 gives undefined, 1 the result, more a list. */
+    /** How many results are wanted: 0 gives undefined, 1 the result, more an array. */
     nargout?: number;
     timeoutMs?: number;
     /** "ppe" runs the function at once, inside running code. */
@@ -74,7 +74,7 @@ export async function connect(url: string, options: ConnectOptions = {}): Promis
 export class Client {
     constructor(private readonly session: Session) {}
 
-    /** Resolves when no more can be had of the client: with the reason, unless it was closed. */
+    /** Resolves when the client can no longer be used: with the reason, unless it was closed. */
     get ended(): Promise<NumoraError | undefined> {
         return this.session.ended;
     }
@@ -124,7 +124,7 @@ export class Client {
 
     /**
      * Calls `handler` with the messages on channels or patterns. What has been missed comes on "/connector/gap". With
-     * `after`, the number of the last message that an earlier page or process has handled, it begins behind that; only
+     * `after`, the number of the last message that an earlier page or process has handled, it begins after that; only
      * the first subscription can.
      */
     async subscribe(channels: string | string[], handler: Handler, options: {after?: number} = {}): Promise<Subscription> {

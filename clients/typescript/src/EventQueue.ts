@@ -1,4 +1,4 @@
-/** Events in the order in which they came, for one reader at a time. The queue is as long as the reader is behind. */
+/** Events in the order in which they came, for one reader at a time. The queue has no bound of its own. */
 export class EventQueue<Event> implements AsyncIterableIterator<Event> {
     private readonly events: Event[] = [];
     private ended = false;

@@ -1,5 +1,5 @@
 import {AckExtension, CometD, type Message as BayeuxMessage} from "cometd";
-import {NumoraError, errorOf} from "./errors.js";
+import {NumoraError, detailOf, errorOf} from "./errors.js";
 import {prepareEnvironment} from "./environment.js";
 
 export interface Message {
@@ -66,7 +66,7 @@ export class Session {
     private position: number | undefined;
     private isFirstOfSession = true;
     /** The session is a new one, and may not know yet what is subscribed. */
-    private isBehind = false;
+    private mustSubscribeAgain = false;
     /** When the connection was lost, in milliseconds; undefined while there is one. */
     private lostAt: number | undefined;
 
@@ -110,7 +110,7 @@ export class Session {
         this.cometd.addListener("/meta/connect", reply => {
             if (reply.successful) this.lostAt = undefined;
             else this.noteLoss();
-            if (reply.successful && this.isBehind) this.subscribeAgain();
+            if (reply.successful && this.mustSubscribeAgain) this.subscribeAgain();
         });
     }
 
@@ -172,16 +172,16 @@ export class Session {
             this.cometd.remoteCall(type, {...request, uuid}, 0, (answer: Reply) => {
                 const extension = answer.ext as {connector?: {dropped?: boolean}} | undefined;
                 if (extension?.connector?.dropped) {
-                    call.reject(new NumoraError("dropped", "the code was not run: it waited when somebody interrupted"));
+                    call.reject(new NumoraError("dropped", "the code was not run, because an interrupt came while it waited"));
                 } else if (answer.successful) call.resolve(answer.data);
-                else call.reject(answer.data ? new NumoraError("failed", JSON.stringify(answer.data)) : errorOf(answer));
+                else call.reject(answer.data ? new NumoraError("failed", detailOf(answer.data)) : errorOf(answer));
             });
         });
     }
 
     /**
      * Begins to listen; `after` is the number of the last message that is known from an earlier session. Only the
-     * first listener can have it, because messages that came before would get behind later ones.
+     * first listener can have it, because messages that came before would come after later ones.
      */
     async subscribe(listener: Listener, after?: number): Promise<void> {
         this.requireOpen();
@@ -215,7 +215,7 @@ export class Session {
         this.listeners.delete(listener);
     }
 
-    // Past the library's own subscribe, which takes no list: after a loss, one message has to name every channel, or
+    // Past the library's own subscribe, which takes one channel: after a loss, one message has to name every channel, or
     // what is played for one of them would mix with what is new on another.
     private request(channel: string, subscription: string[], after?: number): Promise<Reply> {
         const id = `numora-${++this.ids}`;
@@ -235,7 +235,7 @@ export class Session {
     private noteLoss(): void {
         this.lostAt ??= Date.now();
         if (Date.now() - this.lostAt < sessionTime) return;
-        for (const call of [...this.calls.values()]) call.reject(NumoraError.disconnected("the server is gone"));
+        for (const call of [...this.calls.values()]) call.reject(NumoraError.disconnected("the server cannot be reached"));
     }
 
     // In a new session, which knows nothing of the last one.
@@ -243,7 +243,7 @@ export class Session {
         const current = this.cometd.getClientId();
         for (const call of [...this.calls.values()]) {
             if (call.sentIn !== undefined && call.sentIn !== current) {
-                call.reject(NumoraError.disconnected("the server has ended the session"));
+                call.reject(NumoraError.disconnected("the server ended the session"));
             }
         }
         if (this.listeners.size === 0) return;
@@ -254,14 +254,14 @@ export class Session {
     }
 
     private subscribeAgain(): void {
-        this.isBehind = false;
+        this.mustSubscribeAgain = false;
         const channels = new Set([...this.listeners.keys()].flatMap(listener => listener.channels));
         this.request("/meta/subscribe", [...channels], this.position).then(reply => {
             this.begin(reply);
             if (reply.successful) return;
             if (reply.error) this.finish(errorOf(reply));
             // Lost with its connection; said again over the next one.
-            else this.isBehind = true;
+            else this.mustSubscribeAgain = true;
         });
     }
 

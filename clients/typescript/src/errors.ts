@@ -20,9 +20,14 @@ interface FailedReply {
     failure?: {reason?: string};
 }
 
+/** What the data of a failed answer say about it. */
+export function detailOf(data: unknown): string {
+    return (data as {error?: string}).error ?? JSON.stringify(data);
+}
+
 /** The error that a failed reply tells: "code:arguments:text" of the server, or what became of the connection. */
 export function errorOf(reply: FailedReply): NumoraError {
     const [, code, channel, text] = /^(\d{3}):([^:]*):(.*)$/s.exec(reply.error ?? "") ?? [];
-    if (code) return new NumoraError(code, [text, channel].filter(Boolean).join(" ") || "refused");
+    if (code) return new NumoraError(code, [text, channel].filter(Boolean).join(" ") || "the server refused the request");
     return NumoraError.disconnected(reply.error || reply.failure?.reason || "the connection was lost");
 }
