@@ -1,4 +1,4 @@
-"""`numora console`, at a terminal and with a script."""
+"""`numora console` at a terminal, in process and with a server, and with a script."""
 
 import os
 import pty
@@ -6,12 +6,12 @@ import re
 import select
 import signal
 import stat
-import subprocess
 import tempfile
 import time
 import unittest
 
-NUMORA = os.environ["NUMORA"]
+from numora_program import NUMORA, Server, run
+
 CONTROL = re.compile(r"\x1b\[[0-9;?]*[A-Za-z]|\x1b[=>78]|[\x07\r]")
 
 
@@ -30,7 +30,7 @@ class Terminal:
         os.write(self._fd, text.encode())
 
     def expect(self, wanted):
-        """Waits until `wanted` comes, behind what was waited for before; returns what came with it."""
+        """Waits until `wanted` comes, after what was waited for before; returns what came with it."""
         deadline = time.monotonic() + 60
         while (at := self.text.find(wanted, self._seen)) < 0:
             if time.monotonic() > deadline or not self.receive(1):
@@ -74,8 +74,10 @@ class ConsoleTest(unittest.TestCase):
         self.addCleanup(state.cleanup)
         self.state = state.name
 
+    options = []
+
     def open(self):
-        terminal = Terminal(self.state)
+        terminal = Terminal(self.state, *self.options)
         self.addCleanup(terminal.close)
         terminal.expect(">>> ")
         return terminal
@@ -117,11 +119,7 @@ class ConsoleTest(unittest.TestCase):
     def test_control_c_interrupts_running_code(self):
         terminal = self.open()
         marker = os.path.join(self.state, "running")
-        terminal.enter("def loop():", "... ")
-        terminal.enter("    open(%r, 'w').close()" % marker, "... ")
-        terminal.enter("    while True: pass", "... ")
-        terminal.enter("", ">>> ")
-        terminal.send("loop()\r")
+        terminal.send("open(%r, 'w').close(); [None for _ in iter(int, 1)]\r" % marker)
         while not os.path.exists(marker):
             terminal.receive(0.01)
         terminal.send("\x03")
@@ -161,10 +159,19 @@ class ConsoleTest(unittest.TestCase):
 
     def test_script_on_standard_input(self):
         script = "x = 6\nfor i in (1, 2):\n    x += i\n\ninput('? ')\nline\n1 / 0\nif x:\n    print('ä', x)"
-        done = subprocess.run([NUMORA, "console"], input=script.encode(), capture_output=True, timeout=60)
-        self.assertEqual((done.returncode, done.stdout.decode()), (0, "? 'line'\nä 9\n"))
-        self.assertIn(b"ZeroDivisionError", done.stderr)
+        status, out, err = run("console", *self.options, stdin=script.encode())
+        self.assertEqual((status, out), (0, "? 'line'\nä 9\n"))
+        self.assertIn("ZeroDivisionError", err)
 
 
-if __name__ == "__main__":
-    unittest.main()
+class RemoteConsoleTest(ConsoleTest):
+    def setUp(self):
+        super().setUp()
+        self.server = self.enterContext(Server())
+        self.options = ["--url", self.server.line]
+
+    def test_a_server_that_goes_away_ends_it_with_status_1(self):
+        terminal = self.open()
+        self.server.stop(signal.SIGKILL)
+        terminal.enter("1", "numora: cannot connect to http://127.0.0.1:")
+        self.assertEqual(terminal.wait(), 1)

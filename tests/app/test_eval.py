@@ -1,4 +1,4 @@
-"""`numora eval`, from outside."""
+"""`numora eval` and `call`, from outside."""
 
 import json
 import os
@@ -6,22 +6,15 @@ import signal
 import subprocess
 import unittest
 
-NUMORA = os.environ["NUMORA"]
-
-
-def run(*arguments, stdin=b""):
-    """Runs numora; returns (exit status, standard output, standard error)."""
-    done = subprocess.run([NUMORA, *arguments], input=stdin, capture_output=True, timeout=60)
-    return done.returncode, done.stdout.decode(), done.stderr.decode()
+from numora_program import NUMORA, Signal, run, start
 
 
 class EvalTest(unittest.TestCase):
     def test_successful_code_prints_to_standard_output_only(self):
         rows = {
-            "expression": (["1 + 1"], "2\n"),
             "print and text beyond the basic plane": (["print('grüße 😀')"], "grüße 😀\n"),
             "one interpreter for all": (["x = 20", "def f(y):\n    return x + y", "f(1)"], "21\n"),
-            "brackets are no list of codes": (["[1, 2]", "{}"], "[1, 2]\n{}\n"),
+            "brackets do not mean several codes": (["[1, 2]", "{}"], "[1, 2]\n{}\n"),
             "the name of a command is code": (["console = 3", "console"], "3\n"),
             "code that begins with a dash": (["--", "-4"], "-4\n"),
             "standard input between other code": (["y = 5", "-", "y"], "6\n"),
@@ -36,8 +29,7 @@ class EvalTest(unittest.TestCase):
     def test_failed_code_prints_to_standard_error_and_the_rest_still_runs(self):
         status, out, err = run("eval", "print('before'); 1 / 0", "print('after')")
         self.assertEqual((status, out), (1, "after\n"))
-        self.assertTrue(err.startswith("before\nTraceback"), err)
-        self.assertTrue(err.endswith("ZeroDivisionError: division by zero\n"), err)
+        self.assertRegex(err, r"(?s)^before\nTraceback.*ZeroDivisionError: division by zero\n$")
 
     def test_what_the_c_library_says_at_an_abort_reaches_standard_error(self):
         status, _, err = run("eval", "import ctypes\n"
@@ -53,18 +45,14 @@ class EvalTest(unittest.TestCase):
         self.assertEqual(first, {"responseStr": "a\n\x01\u2028\n", "promptType": 0, "isError": False,
                                  "clearCommandWindow": False, "messageFaults": []})
         self.assertTrue(second["isError"])
-        self.assertIn("NameError", second["responseStr"])
 
     def test_stream_prints_output_and_errors_apart_as_they_come(self):
         status, out, err = run("eval", "--stream", "print('before'); 1 / 0", "n = input('Name? ')", "Ada", "n",
                                "while True: pass", "undefned = 1; undefnd", "--timeout", "1")
         self.assertEqual((status, out), (1, "before\nName? 'Ada'\n"))
-        self.assertIn("ZeroDivisionError: division by zero\n", err)
-        self.assertIn("numora: the code timed out after 1 seconds\n", err)
-        self.assertTrue(err.endswith("Did you mean: undefned ?\n"), err)
+        self.assertRegex(err, r"(?s)ZeroDivisionError: division by zero\n.*"
+                              r"numora: the code timed out after 1 seconds\n.*Did you mean: undefned \?\n$")
         self.assertEqual(run("eval", "--stream", "2 + 2"), (0, "4\n", ""))
-        self.assertEqual(run("eval", "--stream", "input()")[0], 1)
-        self.assertEqual(run("eval", "--stream", "if True:")[0], 1)
 
     def test_stream_as_json_is_one_line_for_each_message_in_order(self):
         code = "import numora; print('gone'); numora.clc(); print('kept'); numora.home()"
@@ -78,56 +66,53 @@ class EvalTest(unittest.TestCase):
 
     def test_stream_ends_when_code_swallows_the_interrupt(self):
         read, write = os.pipe()
+        self.addCleanup(os.close, read)
+        self.addCleanup(os.close, write)
         code = ("import select\nwhile True:\n  try:\n    _ = select.select([%d], [], [], 20)\n    break\n"
                 "  except KeyboardInterrupt:\n    pass" % read)
         told = b""
-        with subprocess.Popen([NUMORA, "eval", "--stream", "--timeout", "1", code, "print('second')"],
-                              stdout=subprocess.PIPE, stderr=subprocess.PIPE, pass_fds=[read]) as process:
+        with start("eval", "--stream", "--timeout", "1", code, "print('second')", pass_fds=[read]) as process:
             for line in process.stderr:
                 told += line
                 if b"in spite of the interrupt" in line:
                     os.write(write, b"x")
             out = process.stdout.read()
-        os.close(read)
-        os.close(write)
         self.assertEqual((process.returncode, out, told),
                          (1, b"", b"numora: the code timed out after 1 seconds\n"
                                   b"numora: the code continues in spite of the interrupt\n"))
 
     def test_stream_that_lost_text_fails(self):
         for options in [], ["--json"]:
-            with self.subTest(options):
-                read, write = os.pipe()
-                code = ("import numora, os\nfor i in range(4):\n  print('x' * 30_000_000)\n  numora.clc()\n"
-                        "_ = os.write(%d, b'x')" % write)  # clc ends a message
-                with subprocess.Popen([NUMORA, "eval", "--stream", *options, code], stdout=subprocess.PIPE,
-                                      stderr=subprocess.PIPE, pass_fds=[write]) as process:
-                    os.close(write)
-                    self.assertEqual(os.read(read, 1), b"x")  # nothing is read before all is printed
+            with self.subTest(options), Signal() as printed:
+                code = ("import numora\nfor i in range(4):\n  print('x' * 30_000_000)\n  numora.clc()\n"
+                        + printed.code)  # clc ends a message
+                with start("eval", "--stream", *options, code, pass_fds=[printed.descriptor]) as process:
+                    printed.wait()  # nothing is read before all is printed
                     out, err = process.communicate(timeout=60)
-                os.close(read)
                 self.assertEqual(process.returncode, 1)
                 self.assertEqual(b"numora: printed text was lost: " in err, not options)
                 self.assertEqual(b'"/connector/dropped"' in out, bool(options))
 
     def test_call_prints_results_as_json(self):
-        self.assertEqual(run("call", "divmod", "17", "5"), (0, "[[3,2]]\n", ""))
         self.assertEqual(run("call", "--nargout", "2", "divmod", "17", "5"), (0, "[3,2]\n", ""))
-        self.assertEqual(run("call", "sorted", "[3, 1, 2]"), (0, "[[1,2,3]]\n", ""))
         self.assertEqual(run("call", "nowhere"),
                          (1, "", "numora: NUMORA.CodeError: NameError: there is no function named 'nowhere'\n"))
-        self.assertEqual(run("call", "abs", "1,2")[0], 2)
 
     def test_wrong_usage_and_bad_input_end_with_status_2(self):
         rows = {
             "no command": ([], b"", "numora: a command is required: eval, call, console or serve\n"),
-            "no code": (["eval"], b"", "CODE"),
-            "fraction of a second": (["eval", "--timeout", "1.5", "1"], b"", "numora: --timeout must be an integer between 1 and 2147483\n"),
-            "unknown level": (["--log-level", "loud", "eval", "1"], b"", "numora: --log-level must be debug, info, warning or error\n"),
+            "no code": (["eval"], b"", "numora: CODE is required\n"),
+            "fraction": (["eval", "--timeout", "1.5", "1"], b"",
+                         "numora: --timeout must be an integer between 1 and 2147483\n"),
+            "twice": (["eval", "--width", "5", "--width", "6", "1"], b"", "numora: --width must be given only once\n"),
+            "no value": (["eval", "--width"], b"", "numora: --width needs a value\n"),
+            "unknown level": (["--log-level", "loud", "eval", "1"], b"",
+                              "numora: --log-level must be debug, info, warning or error\n"),
             "argument": (["eval", "1", b"ab\xff"], b"", "numora: CODE number 2 is not valid UTF-8: wrong byte at offset 2\n"),
-            "surrogate": (["eval", "-"], b"'\xed\xa0\x80'", "numora: standard input is not valid UTF-8: wrong byte at offset 1\n"),
-            "cut sequence": (["eval", "-"], "aä".encode()[:-1], "at offset 1\n"),
+            "cut sequence": (["eval", "-"], "aä".encode()[:-1],
+                             "numora: standard input is not valid UTF-8: wrong byte at offset 1\n"),
             "standard input twice": (["eval", "-", "-"], b"1", "only once"),
+            "argument of a call": (["call", "abs", "1,2"], b"", "numora: argument number 1: "),
         }
         for name, (arguments, stdin, message) in rows.items():
             with self.subTest(name):
@@ -138,7 +123,6 @@ class EvalTest(unittest.TestCase):
     def test_code_that_waits_for_input_is_typed_the_next_code(self):
         rows = {
             "input": (["n = input('Name? ')", "Ada", "print('Hello', n)"], (0, "Name? Hello Ada\n", "")),
-            "twice": (["a = input('1? '); b = input('2? ')", "x", "y\n", "a + b"], (0, "1? 2? 'xy'\n", "")),
             "pause": (["import numora; numora.pause()", "", "3"], (0, "3\n", "")),
             "no more code": (["input('Name? ')"], (1, "Name? ", "numora: the code still waits for input\n")),
             "open block": (["for i in (1, 2):"],
@@ -148,26 +132,21 @@ class EvalTest(unittest.TestCase):
             with self.subTest(name):
                 self.assertEqual(run("eval", *codes), expected)
 
-    def test_timeout_is_reported_and_the_interpreter_goes_on(self):
+    def test_time_limit_ends_the_code_only_also_where_the_interrupt_signal_is_ignored(self):
         notice = ("NUMORA operation interrupted. Operation(s) taking longer than 1 seconds are not supported for this "
                   "product offering.\nnumora: Request.Timeout: Eval timed out after 1000 milliseconds\n")
-        self.assertEqual(run("eval", "--timeout", "1", "while True: pass", "6 * 7"), (1, "42\n", notice))
-
-    def test_time_limit_where_the_interrupt_signal_is_ignored(self):
-        done = subprocess.run([NUMORA, "eval", "--timeout", "1", "while True: pass", "7"], capture_output=True, timeout=60,
-                              preexec_fn=lambda: signal.signal(signal.SIGINT, signal.SIG_IGN))
-        self.assertEqual((done.returncode, done.stdout), (1, b"7\n"))
+        command = [NUMORA, "eval", "--timeout", "1", "while True: pass", "6 * 7"]
+        for action in signal.SIG_DFL, signal.SIG_IGN:
+            done = subprocess.run(command, capture_output=True, timeout=60, text=True,
+                                  preexec_fn=lambda: signal.signal(signal.SIGINT, action))
+            self.assertEqual((done.returncode, done.stdout, done.stderr), (1, "42\n", notice))
 
     def test_interrupt_signal_ends_the_running_code_only(self):
-        read, write = os.pipe()
-        code = "import os\nos.write(%d, b'x')\nwhile True: pass" % write
-        with subprocess.Popen([NUMORA, "eval", code, "7"], stdout=subprocess.PIPE, stderr=subprocess.PIPE,
-                              pass_fds=[write]) as process:
-            os.close(write)
-            self.assertEqual(os.read(read, 1), b"x")
-            process.send_signal(signal.SIGINT)
-            out, err = process.communicate(timeout=60)
-        os.close(read)
+        with Signal() as begun:
+            with start("eval", begun.code + "\nwhile True: pass", "7", pass_fds=[begun.descriptor]) as process:
+                begun.wait()
+                process.send_signal(signal.SIGINT)
+                out, err = process.communicate(timeout=60)
         self.assertEqual((process.returncode, out), (1, b"7\n"), err)
         self.assertTrue(err.endswith(b"KeyboardInterrupt\n"), err)
 
@@ -177,7 +156,3 @@ class EvalTest(unittest.TestCase):
         done = subprocess.run([NUMORA, "eval", "1", "2"], stdout=write, stderr=subprocess.PIPE, timeout=60)
         os.close(write)
         self.assertEqual((done.returncode, done.stderr), (1, b""))
-
-
-if __name__ == "__main__":
-    unittest.main()

@@ -1,6 +1,5 @@
-"""`numora eval`, `call` and `console` with `--url`: as in process, but against a server."""
+"""`numora eval` and `call` with `--url`: as in process, but against a server."""
 
-import contextlib
 import http.server
 import os
 import re
@@ -11,17 +10,9 @@ import tempfile
 import threading
 import unittest
 
-from test_console import Terminal
-from test_serve import NUMORA, TOKEN, Server, Signal
+from numora_program import TOKEN, CuttingProxy, Server, Signal, run, start
 
 UUID_OR_NUMBER = re.compile(r'"uuid":"[^"]*"|"seq":\d+')
-
-
-def run(*arguments, stdin=b"", **environment):
-    """Runs numora; returns (exit status, standard output, standard error)."""
-    done = subprocess.run([NUMORA, *arguments], input=stdin, capture_output=True, timeout=60,
-                          env=dict(os.environ, **environment))
-    return done.returncode, done.stdout.decode(), done.stderr.decode()
 
 
 def comparable(outcome):
@@ -44,92 +35,31 @@ class SameAsInProcessTest(unittest.TestCase):
             "success, failure and text beyond the basic plane": ["eval", "x = 6", "print('a 😀'); 1 / 0", "x * 7"],
             "input": ["eval", "n = input('Name? ')", "Ada", "print('Hello', n)", "input('? ')"],
             "pause": ["eval", "if 1:\n    import numora; numora.pause()", "", "3"],
-            "pause at the end": ["eval", "import numora; numora.pause()"],
             "open block": ["eval", "for i in (1, 2):", "5"],
             "time limit": ["eval", "--timeout", "1", "while True: pass", "6 * 7"],
-            "window": ["eval", "--width", "41", "--height", "7", "import shutil; tuple(shutil.get_terminal_size())"],
             "json": ["eval", "--json", "undefned = '\\u2028<'; print(undefned)", "undefnd"],
         })
 
     def test_stream(self):
         self.check({
             "output, errors, input": ["eval", "--stream", "print('before'); 1 / 0", "n = input('Name? ')", "Ada", "n"],
-            "suggestion": ["eval", "--stream", "undefned = 1; undefnd"],
             "time limit": ["eval", "--stream", "--timeout", "1", "while True: pass", "7"],
-            "waits for input": ["eval", "--stream", "input()"],
-            "open block": ["eval", "--stream", "if True:"],
             "json": ["eval", "--stream", "--json", "import numora; print('gone <'); numora.clc(); numora.home()"],
             "much": ["eval", "--stream", "for i in range(300): print(str(i) * 10_000)"],
         })
 
     def test_call(self):
         self.check({
-            "several results": ["call", "--nargout", "2", "divmod", "17", "5"],
-            "a list": ["call", "sorted", "[3, 1, 2]"],
             "unknown function": ["call", "nowhere"],
             "time limit": ["call", "--timeout", "1", "time.sleep", "60"],
         })
-
-    def test_console_with_a_script(self):
-        self.check({"script": ["console"]}, stdin="x = 6\nfor i in (1, 2):\n    x += i\n\ninput('? ')\nline\n1 / 0\n"
-                                                  "if x:\n    print('ä', x)".encode())
-
-
-class RemoteConsoleTest(unittest.TestCase):
-    def setUp(self):
-        state = tempfile.TemporaryDirectory()
-        self.addCleanup(state.cleanup)
-        self.begun = self.enterContext(Signal())
-        self.server = self.enterContext(Server(pass_fds=[self.begun.descriptor]))
-        self.terminal = Terminal(state.name, "--url", self.server.line)
-        self.addCleanup(self.terminal.close)
-        self.terminal.expect(">>> ")
-
-    def test_blocks_prompts_and_end(self):
-        terminal = self.terminal
-        terminal.enter("for i in (1, 2):", "... ")
-        terminal.enter("    print(i * 'ä')", "... ")
-        self.assertEqual(terminal.enter("", ">>> "), "\nä\nää\n")
-        terminal.enter("name = input('first\\nName? ')", "\nfirst\nName? ")
-        terminal.enter("Ada", ">>> ")
-        terminal.enter("import getpass; getpass.getpass('Password? ')", "Password? ")
-        self.assertEqual(terminal.enter("xyzzy", ">>> "), "\n'xyzzy'\n")
-        terminal.enter("breakpoint()", "(Pdb) ")
-        self.assertEqual(terminal.enter("p name", "(Pdb) "), "\n'Ada'\n")
-        terminal.enter("c", ">>> ")
-        self.assertIn("Did you mean: name", terminal.enter("nam", ">>> "))
-        terminal.enter("import numora; print('gone'); numora.clc(); print('kept')", "kept\n>>> ")
-        self.assertNotIn("gone\n", terminal.text)
-        terminal.send("\x04")
-        self.assertEqual(terminal.wait(), 0)
-
-    def test_control_c_interrupts_code_and_prompts_of_code(self):
-        terminal = self.terminal
-        terminal.enter("def loop():", "... ")
-        terminal.enter("    " + self.begun.code, "... ")
-        terminal.enter("    while True: pass", "... ")
-        terminal.enter("", ">>> ")
-        terminal.send("loop()\r")
-        self.begun.wait()
-        terminal.send("\x03")
-        terminal.expect("KeyboardInterrupt\n>>> ")
-        terminal.enter("n = input('Number? ')", "\nNumber? ")
-        terminal.send("12\x03")
-        terminal.expect("KeyboardInterrupt\n>>> ")
-        self.assertEqual(terminal.enter("9", ">>> "), "\n9\n")
-
-    def test_a_server_that_goes_away_ends_it_with_status_1(self):
-        self.server.stop(signal.SIGKILL)
-        self.terminal.enter("1", "numora: cannot connect to http://127.0.0.1:")
-        self.assertEqual(self.terminal.wait(), 1)
 
 
 class RemoteTest(unittest.TestCase):
     def test_interrupt_signal_ends_the_running_code_only(self):
         for options in [], ["--stream"]:
             with self.subTest(options), Signal() as begun, Server(pass_fds=[begun.descriptor]) as server:
-                command = [NUMORA, "eval", "--url", server.url, *options, begun.code + "\nwhile True: pass", "7"]
-                with subprocess.Popen(command, stdout=subprocess.PIPE, stderr=subprocess.PIPE) as process:
+                with start("eval", "--url", server.url, *options, begun.code + "\nwhile True: pass", "7") as process:
                     begun.wait()
                     process.send_signal(signal.SIGINT)
                     out, err = process.communicate(timeout=60)
@@ -140,24 +70,19 @@ class RemoteTest(unittest.TestCase):
         read, write = os.pipe()
         self.addCleanup(os.close, write)
         self.addCleanup(os.close, read)
-        with Server("--allow-host", "127.0.0.1", pass_fds=[read]) as server, Passage(server.port) as passage:
+        with Server("--allow-host", "127.0.0.1", pass_fds=[read]) as server, CuttingProxy(server.port) as proxy:
             code = f"import os\nprint('one')\n_ = os.read({read}, 1)\nprint('two')"
-            command = [NUMORA, "eval", "--stream", "--url", f"http://127.0.0.1:{passage.port}", "--token", TOKEN, code]
-            with subprocess.Popen(command, stdout=subprocess.PIPE, stderr=subprocess.PIPE) as process:
+            with start("eval", "--stream", "--url", f"http://127.0.0.1:{proxy.port}", "--token", TOKEN, code) as process:
                 self.assertEqual(process.stdout.readline(), b"one\n")
-                passage.cut()
+                proxy.cut()
                 os.write(write, b"x")
                 self.assertEqual((*process.communicate(timeout=60), process.returncode), (b"two\n", b"", 0))
 
     def test_lost_server_is_told(self):
-        rows = {
-            "eval": (["eval"], "time.sleep(60)"),
-            "stream": (["eval", "--stream"], "time.sleep(60)"),
-        }
-        for name, (command, code) in rows.items():
-            with self.subTest(name), Signal() as begun, Server(pass_fds=[begun.descriptor]) as server:
-                command = [NUMORA, *command, "--url", server.url, f"import time\n{begun.code}\n{code}"]
-                with subprocess.Popen(command, stdout=subprocess.PIPE, stderr=subprocess.PIPE) as process:
+        for options in [], ["--stream"]:
+            with self.subTest(options), Signal() as begun, Server(pass_fds=[begun.descriptor]) as server:
+                code = f"import time\n{begun.code}\ntime.sleep(60)"
+                with start("eval", *options, "--url", server.url, code) as process:
                     begun.wait()
                     server.stop(signal.SIGKILL)
                     out, err = process.communicate(timeout=60)
@@ -173,7 +98,6 @@ class RemoteTest(unittest.TestCase):
             other = "another-token-of-16"
             rows = {
                 "the line of the server": (["--url", server.line], {}, good),
-                "option": (["--url", address, "--token", TOKEN], {}, good),
                 "environment": ([], {"NUMORA_URL": address + "/", "NUMORA_TOKEN": TOKEN}, good),
                 "the URL wins over the environment": (["--url", server.url], {"NUMORA_TOKEN": other}, good),
                 "the option wins over the URL": (["--url", server.url, "--token", other], {}, wrong),
@@ -232,48 +156,6 @@ class RemoteTest(unittest.TestCase):
                                               r"certificate verify failed[^\n]*\n$")
 
 
-class Passage:
-    """A port through which a server is reached, until the connections are cut."""
-
-    def __init__(self, port):
-        self._target = port
-        self._listener = socket.create_server(("127.0.0.1", 0))
-        self.port = self._listener.getsockname()[1]
-        self._sockets = []
-        threading.Thread(target=self._accept, daemon=True).start()
-
-    def _accept(self):
-        with contextlib.suppress(OSError):  # the listener is closed
-            while True:
-                client = self._listener.accept()[0]
-                server = socket.create_connection(("127.0.0.1", self._target))
-                self._sockets += [client, server]
-                for pair in (client, server), (server, client):
-                    threading.Thread(target=self._pass_on, args=pair, daemon=True).start()
-
-    @staticmethod
-    def _pass_on(source, target):
-        with contextlib.suppress(OSError):
-            while data := source.recv(65536):
-                target.sendall(data)
-            target.shutdown(socket.SHUT_WR)
-
-    def cut(self):
-        for end in self._sockets:
-            with contextlib.suppress(OSError):
-                end.shutdown(socket.SHUT_RDWR)
-
-    def __enter__(self):
-        return self
-
-    def __exit__(self, *_):
-        self._listener.shutdown(socket.SHUT_RDWR)
-        self._listener.close()
-        self.cut()
-        for end in self._sockets:
-            end.close()
-
-
 class Answering:
     """A server that answers everything in one way; gives its URL."""
 
@@ -304,6 +186,3 @@ class Answering:
         self._thread.join()
         self._server.server_close()
 
-
-if __name__ == "__main__":
-    unittest.main()

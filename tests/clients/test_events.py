@@ -5,25 +5,11 @@ import base64
 import io
 import os
 import shutil
-import signal
-import subprocess
 import tempfile
 import unittest
 
-from test_python_client import LIMIT, TOKEN, numora_client
-
-
-class Server:
-    def __init__(self, program=os.environ["NUMORA"], **environment):
-        self.process = subprocess.Popen([program, "serve", "--port", "0", "--token", TOKEN], text=True,
-                                        stdout=subprocess.PIPE, stderr=subprocess.PIPE,
-                                        env={**os.environ, **environment})
-        self.url = self.process.stdout.readline().split()[-1]
-
-    def end(self):
-        """Returns what it has logged."""
-        self.process.send_signal(signal.SIGTERM)
-        return self.process.communicate(timeout=LIMIT)[1]
+from numora_program import LIMIT, NUMORA, Server
+from test_python_client import numora_client
 
 
 class EventsTest(unittest.IsolatedAsyncioTestCase):
@@ -33,9 +19,9 @@ class EventsTest(unittest.IsolatedAsyncioTestCase):
 
     @classmethod
     def tearDownClass(cls):
-        log = cls.server.end()
-        if log:
-            raise AssertionError(log)
+        status, _, log, _ = cls.server.stop()
+        if status or log:
+            raise AssertionError(f"{status}: {log}")
 
     async def asyncSetUp(self):
         self.client = await numora_client.Client(self.server.url).__aenter__()
@@ -142,16 +128,12 @@ class EventsTest(unittest.IsolatedAsyncioTestCase):
         await self.run_code("numora.post_event('shared', object())")  # not even written: nobody listens
 
     async def test_without_its_converters_everything_else_runs(self):
-        program = os.environ["NUMORA"]
-        libraries = os.path.join(os.path.dirname(os.path.dirname(program)), "lib")
+        libraries = os.path.join(os.path.dirname(os.path.dirname(NUMORA)), "lib")
         with tempfile.TemporaryDirectory() as folder:
-            server = Server(shutil.copy(program, folder), LD_LIBRARY_PATH=libraries)
+            server = Server(program=shutil.copy(NUMORA, folder), environment={"LD_LIBRARY_PATH": libraries})
             async with numora_client.Client(server.url) as client:
                 async with client._subscribed("/eventmgr/0/mine"):
                     result = await client.eval("import numora; numora.post_event('mine', 1); 6 * 7")
             self.assertEqual(result.text, "42\n")
-            self.assertIn("Bundle json_event_converter is not available: ", server.end())
+            self.assertIn("Bundle json_event_converter is not available: ", server.stop()[2])
 
-
-if __name__ == "__main__":
-    unittest.main()

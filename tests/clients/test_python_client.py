@@ -1,75 +1,24 @@
 """The Python client against a server, over connections that are cut."""
 
 import asyncio
-import json
 import os
-import signal
-import subprocess
 import sys
 import time
 import unittest
-import urllib.request
 
 sys.path.insert(0, os.path.join(os.path.dirname(__file__), "..", "..", "clients", "python"))
 
 import numora_client
-
-TOKEN = "a-token-of-the-tests"
-LIMIT = 60  # seconds for a test
-
-
-class Proxy:
-    """Passes bytes on to a port, until `cut`: then every connection is reset, and new ones are taken."""
-
-    def __init__(self, port):
-        self._target = port
-        self._writers = []
-
-    async def __aenter__(self):
-        self._server = await asyncio.start_server(self._serve, "127.0.0.1", 0)
-        self.port = self._server.sockets[0].getsockname()[1]
-        return self
-
-    async def __aexit__(self, *_):
-        self._server.close()
-        self.cut()
-
-    def cut(self):
-        for writer in self._writers:
-            writer.transport.abort()
-        self._writers.clear()
-
-    async def _serve(self, reader, writer):
-        other_reader, other_writer = await asyncio.open_connection("127.0.0.1", self._target)
-        self._writers += [writer, other_writer]
-        await asyncio.gather(self._pass(reader, other_writer), self._pass(other_reader, writer))
-
-    @staticmethod
-    async def _pass(reader, writer):
-        try:
-            while data := await reader.read(65536):
-                writer.write(data)
-                await writer.drain()
-        except OSError:
-            pass
-        writer.close()
+from numora_program import LIMIT, TOKEN, CuttingProxy, Server
 
 
 class ClientTest(unittest.IsolatedAsyncioTestCase):
     @classmethod
     def setUpClass(cls):
-        cls.server = subprocess.Popen([os.environ["NUMORA"], "serve", "--port", "0", "--token", TOKEN,
-                                       "--allow-host", "127.0.0.1"], stdout=subprocess.PIPE, text=True)
-        cls.url = cls.server.stdout.readline().split()[-1]
-        cls.port = int(cls.url.split(":")[2].split("/")[0])
-
-    @classmethod
-    def tearDownClass(cls):
-        cls.server.send_signal(signal.SIGTERM)
-        cls.server.communicate(timeout=LIMIT)
+        cls.server = cls.enterClassContext(Server("--allow-host", "127.0.0.1"))
 
     async def asyncSetUp(self):
-        self.client = await self.enter(numora_client.Client(self.url))
+        self.client = await self.enter(numora_client.Client(self.server.url))
 
     async def enter(self, manager):
         entered = await manager.__aenter__()
@@ -77,7 +26,7 @@ class ClientTest(unittest.IsolatedAsyncioTestCase):
         return entered
 
     async def through_proxy(self):
-        proxy = await self.enter(Proxy(self.port))
+        proxy = self.enterContext(CuttingProxy(self.server.port))
         return proxy, await self.enter(numora_client.Client(f"http://127.0.0.1:{proxy.port}", TOKEN))
 
     async def read(self, client, code, each=lambda event: None):
@@ -100,8 +49,13 @@ class ClientTest(unittest.IsolatedAsyncioTestCase):
         self.assertEqual(await self.client.call("divmod", 7, 2, nargout=2), [3, 1])
         self.assertEqual(await self.client.call("sorted", [3, 1, 2]), [1, 2, 3])
         self.assertIsNone(await self.client.call("print", nargout=0))
-        with self.assertRaisesRegex(numora_client.CallError, "nosuch"):
-            await self.client.call("nosuch")
+        for request, message in {
+            self.client.call("nosuch"): "^NameError: there is no function named 'nosuch'$",
+            self.client.call("len", 1, nargout="x"): "nargout",
+            self.client._call("connector/v1/Nothing", {}): "^/service/connector/v1/Nothing: no such request type$",
+        }.items():
+            with self.assertRaisesRegex(numora_client.CallError, message):
+                await request
 
     async def test_streams_in_order_and_types_what_is_asked_for(self):
         async def answer(event):
@@ -140,7 +94,7 @@ class ClientTest(unittest.IsolatedAsyncioTestCase):
 
     async def test_wrong_tokens_and_servers_that_are_not_there_are_told(self):
         with self.assertRaisesRegex(numora_client.CallError, "token"):
-            await numora_client.Client(f"http://127.0.0.1:{self.port}", "wrong").__aenter__()
+            await numora_client.Client(f"http://127.0.0.1:{self.server.port}", "wrong").__aenter__()
         with self.assertRaises(OSError):
             await numora_client.Client("http://127.0.0.1:1", TOKEN).__aenter__()
 
@@ -169,20 +123,10 @@ class ClientTest(unittest.IsolatedAsyncioTestCase):
             if event.kind != "output" or has_ended:
                 return None
             has_ended = True
-            return asyncio.to_thread(self.disconnect, client._client_id)
+            return asyncio.to_thread(self.server.request, "/cometd",
+                                     [{"channel": "/meta/disconnect", "clientId": client._client_id}])
 
         code = "import time\nfor i in range(40): print(i, flush=True); time.sleep(.02)"
         text, others = await asyncio.wait_for(self.read(client, code, end_session), LIMIT)
         self.assertEqual(text.split(), [str(i) for i in range(40)])
         self.assertEqual(others, [("completion", True)])
-
-    def disconnect(self, client_id):
-        """Ends a session over another connection."""
-        body = json.dumps([{"channel": "/meta/disconnect", "clientId": client_id}]).encode()
-        request = urllib.request.Request(f"http://127.0.0.1:{self.port}/cometd", body, {
-            "Content-Type": "application/json", "Authorization": "Bearer " + TOKEN})
-        urllib.request.urlopen(request, timeout=LIMIT).read()
-
-
-if __name__ == "__main__":
-    unittest.main()

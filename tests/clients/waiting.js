@@ -40,6 +40,14 @@ export class Mailbox {
         return (await this.take(1))[0];
     }
 
+    /** The next item that `wanted` accepts; those before it are gone. */
+    async nextOf(wanted) {
+        for (;;) {
+            const item = await this.next();
+            if (wanted(item)) return item;
+        }
+    }
+
     /** What is there and has not been taken. */
     get rest() {
         return [...this.#items];
