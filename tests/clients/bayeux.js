@@ -34,14 +34,14 @@ class Client {
 export class CometDClient extends Client {
     static library = "CometD";
 
-    constructor(url, transport, {shown = token, ...configuration} = {}) {
+    constructor(url, transport, {shown = token} = {}) {
         super();
         this.handshake = () => this.cometd.handshake({ext: {connector: {token: shown}}});
         this.cometd = new CometD();
         for (const type of this.cometd.getTransportTypes()) {
             if (type !== transport) this.cometd.unregisterTransport(type);
         }
-        this.cometd.configure({url, logLevel: "error", backoffIncrement: 50, ...configuration});
+        this.cometd.configure({url, logLevel: "error", backoffIncrement: 50});
         this.cometd.registerExtension("tests", {
             outgoing: message => (this.outgoing(message), this.sent.push(message), message),
             incoming: message => (this.got.push(message), message),
@@ -55,13 +55,8 @@ export class CometDClient extends Client {
         return mailbox;
     }
 
-    publish(channel, data) {
-        return this.reply(`publish ${channel}`, done => this.cometd.publish(channel, data, done));
-    }
-
-    call(type, data) {
-        return this.reply(`call ${type}`, done => this.cometd.remoteCall(type, data, 20_000, done));
-    }
+    publish = (channel, data) => this.reply(`publish ${channel}`, done => this.cometd.publish(channel, data, done));
+    call = (type, data) => this.reply(`call ${type}`, done => this.cometd.remoteCall(type, data, 20_000, done));
 
     async reply(what, start) {
         const answer = await limited(what, new Promise(start));
@@ -92,10 +87,7 @@ export class FayeClient extends Client {
                 this.sent.push(message);
                 pass(message);
             },
-            incoming: (message, pass) => {
-                this.got.push(message);
-                pass(message);
-            },
+            incoming: (message, pass) => (this.got.push(message), pass(message)),
         });
     }
 
@@ -105,9 +97,8 @@ export class FayeClient extends Client {
         return mailbox;
     }
 
-    publish(channel, data) {
-        return this.reply(`publish ${channel}`, this.faye.publish(channel, data));
-    }
+    publish = (channel, data) => this.reply(`publish ${channel}`, this.faye.publish(channel, data));
+    end = () => this.faye.disconnect();
 
     async call(type, data) {
         await this.subscribe(`/service/${type}`);
@@ -119,10 +110,6 @@ export class FayeClient extends Client {
         return limited(what, promise.then(value => value, error => {
             throw new Error(`${error.code}:${error.params}:${error.message}`);
         }));
-    }
-
-    end() {
-        return this.faye.disconnect();
     }
 }
 

@@ -5,7 +5,6 @@ import {after, before, describe, test} from "node:test";
 import {CometDClient, connected, FayeClient, transports} from "./bayeux.js";
 import {CuttingProxy} from "./proxy.js";
 import {Server} from "./server.js";
-import {Mailbox} from "./waiting.js";
 
 const limits = {timeout: 60_000};
 let server;
@@ -99,16 +98,3 @@ function testLibrary(Library, transport) {
 }
 
 for (const Library of [CometDClient, FayeClient]) transports.forEach(transport => testLibrary(Library, transport));
-
-test("a call may take longer than the network's delay, and others go on meanwhile", limits, async t => {
-    const client = await connected(CometDClient, server.url, "long-polling", {maxNetworkDelay: 1000});
-    t.after(() => client.end());
-    const answers = new Mailbox("answers");
-    client.call("connector/v1/Eval", {mcode: "import time\ntime.sleep(1.5)\n'slow'"})
-        .then(({data}) => answers.push(data.responseStr));
-    // A function that may run inside other code is answered first.
-    const inside = await client.call("connector/v1/FEval",
-        {function: "abs", nargout: 1, arguments: [-1], dequeMode: "ppe"});
-    answers.push(inside.data.results);
-    assert.deepEqual(await answers.take(2), ["[1]", "'slow'\n"]);
-});

@@ -14,36 +14,20 @@ export class Server {
     /** Starts a server on `port`, on any free one if that is 0, and returns when it takes connections. */
     static async start(port = 0) {
         const server = new Server();
-        // A client behind a proxy names the proxy's port.
+        // A client that comes through a proxy names the proxy's port.
         const options = ["--port", String(port), "--token", token, "--allow-host", "127.0.0.1"];
         server.#process = spawn(process.env.NUMORA, ["serve", ...options], {stdio: ["ignore", "pipe", "inherit"]});
         const lines = createInterface({input: server.#process.stdout});
-        try {
-            const [line] = await within(60_000, once(lines, "line", {close: "close"}), "the server's first line");
-            const found = /^Listening on (http:\/\/127\.0\.0\.1:(\d+))\/\?token=/.exec(line);
-            assert.ok(found, `unexpected line: ${line}`);
-            server.origin = found[1];
-            server.port = Number(found[2]);
-        } catch (error) {
-            server.#process.kill("SIGKILL");
-            throw error;
-        }
+        const [line] = await within(60_000, once(lines, "line", {close: "close"}), "the server's first line");
+        [, server.origin, server.port] = /^Listening on (http:\/\/127\.0\.0\.1:(\d+))\/\?token=/.exec(line);
+        server.url = `${server.origin}/cometd`;
         return server;
-    }
-
-    /** The address that Bayeux clients use. */
-    get url() {
-        return `${this.origin}/cometd`;
     }
 
     /** Asks the server to end, and checks that it does so as it should. */
     async stop() {
         const ended = once(this.#process, "exit");
         this.#process.kill("SIGTERM");
-        try {
-            assert.deepEqual(await within(20_000, ended, "the server's end"), [0, null]);
-        } finally {
-            this.#process.kill("SIGKILL");
-        }
+        assert.deepEqual(await within(20_000, ended, "the server's end").finally(() => this.#process.kill("SIGKILL")), [0, null]);
     }
 }

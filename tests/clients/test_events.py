@@ -116,17 +116,6 @@ class EventsTest(unittest.IsolatedAsyncioTestCase):
         self.assertEqual((figure["title"], figure["svg"]), ("Figure 1", None))
         self.assertIn("No client shows figures", await self.run_code("plt.plot([1, 2]); plt.show()"))
 
-    async def test_listeners_of_a_channel_come_and_go(self):
-        async with numora_client.Client(self.server.url) as other:
-            async with other._subscribed("/eventmgr/0/shared") as second:
-                async with self.client._subscribed("/eventmgr/0/shared") as first:
-                    await self.run_code("numora.post_event('shared', 1)")
-                    for inbox in (first, second):
-                        self.assertEqual((await asyncio.wait_for(inbox.get(), LIMIT)).data, {"payload": 1})
-                await self.run_code("numora.post_event('shared', 2)")
-                self.assertEqual((await asyncio.wait_for(second.get(), LIMIT)).data, {"payload": 2})
-        await self.run_code("numora.post_event('shared', object())")  # not even written: nobody listens
-
     async def test_without_its_converters_everything_else_runs(self):
         libraries = os.path.join(os.path.dirname(os.path.dirname(NUMORA)), "lib")
         with tempfile.TemporaryDirectory() as folder:

@@ -67,19 +67,6 @@ class ClientTest(unittest.IsolatedAsyncioTestCase):
         text, others = await self.read(self.client, "1/0")
         self.assertEqual([kind for kind, _ in others], ["error", "completion"])
 
-    async def test_interrupts(self):
-        started = asyncio.Event()
-
-        def note(event):
-            if event.value == "on\n":
-                started.set()
-
-        running = asyncio.create_task(self.read(self.client, "print('on', flush=True)\nwhile True: pass", note))
-        await asyncio.wait_for(started.wait(), LIMIT)
-        await self.client.interrupt()
-        _, others = await asyncio.wait_for(running, LIMIT)
-        self.assertEqual(others[-1], ("completion", False))
-
     async def test_calls_inside_code_however_many_wait_for_its_end_and_tells_what_an_interrupt_dropped(self):
         waiting = [asyncio.create_task(self.client.eval("while True: pass")) for _ in range(20)]
         sent = time.time()
