@@ -127,11 +127,6 @@ class ServeTest(unittest.TestCase):
             self.assertEqual([os.readlink(f"/proc/{process.pid}/fd/{fd}") for fd in (0, 2)], ["/dev/null"] * 2)
             process.terminate()
 
-    def test_mock_answers_without_an_interpreter(self):
-        with Server("--mock") as server:
-            self.assertEqual(server.eval("1 + 1"), "mock output")
-            self.assertEqual(server.stop(signal.SIGINT)[:3], (0, "", ""))
-
     def test_flags_win_over_the_environment_and_that_over_the_file(self):
         with tempfile.TemporaryDirectory() as folder:
             os.mkdir(os.path.join(folder, "pages"))
@@ -149,7 +144,7 @@ class ServeTest(unittest.TestCase):
             with Server("--mock", token=False, environment=environment) as server:
                 self.assertEqual(server.token, "the-token-of-the-environment")
             with Server("--mock", environment=environment) as server:
-                self.assertEqual(server.token, TOKEN)
+                self.assertEqual((server.token, server.eval("1 + 1")), (TOKEN, "mock output"))
 
     def test_connections_are_as_many_as_the_file_says_and_each_may_be_a_file(self):
         soft, hard = resource.getrlimit(resource.RLIMIT_NOFILE)
@@ -171,26 +166,29 @@ class ServeTest(unittest.TestCase):
                 first.close()
 
     def test_wrong_settings_end_it_with_status_2(self):
-        files = {"unknown": "hots = ''", "number": "connections = 0", "kind": "port = '1'", "size": "port = 70000", "list": "hosts = [1]", "syntax": "a ="}
-        with tempfile.TemporaryDirectory() as folder:
-            rows = {
-                "port": (["--port", "70000"], "--port must be an integer between 0 and 65535"),
-                "beyond the loopback": (["--host", "0.0.0.0"], "needs a token"),
-                "token": (["--token", "short"], "The token must consist of"),
-                "certificate without key": (["--tls-cert", "x"], "TLS needs both"),
-                "no file": (["--config", os.path.join(folder, "none")], "none"),
-            }
-            expected = {"unknown": "hots is not a known setting", "number": "connections must be an integer between 1 and 1000000", "kind": "port must be an integer between 0 and 65535", "size": "port must be an integer between 0 and 65535",
-                        "list": "hosts must be an array of strings", "syntax": "line 1"}
-            for name, text in files.items():
-                with open(os.path.join(folder, name), "w") as file:
-                    file.write(text)
-                rows["file: " + name] = (["--config", os.path.join(folder, name)], expected[name])
-            for name, (arguments, message) in rows.items():
-                with self.subTest(name):
-                    status, out, err = run("serve", "--mock", *arguments)
-                    self.assertEqual((status, out), (2, ""), err)
-                    self.assertIn(message, err)
+        number = " must be an integer between "
+        rows = {
+            ("--port", "70000"): f"numora: --port{number}0 and 65535\n",
+            ("--host", "0.0.0.0"): "needs a token",
+            ("--token", "short"): "The token must consist of",
+            ("--tls-cert", "x"): "TLS needs both",
+            ("--config", "/nowhere.toml"): "numora: /nowhere.toml: cannot be read: No such file or directory\n",
+            "hots = ''": "hots is not a known setting",
+            "connections = 0": f"connections{number}1 and 1000000",
+            "port = '1'": f"port{number}0 and 65535",
+            "hosts = [1]": "hosts must be an array of strings",
+            "log_level = 'loud'": "log_level must be debug, info, warning or error",
+            "a =": "line 1",
+        }
+        for given, message in rows.items():
+            with self.subTest(given), tempfile.NamedTemporaryFile("w", suffix=".toml") as file:
+                if isinstance(given, str):
+                    file.write(given)
+                    file.flush()
+                status, out, err = run("serve", "--mock", *(("--config", file.name) if isinstance(given, str) else given))
+                self.assertEqual((status, out), (2, ""), err)
+                self.assertIn(message, err)
+        self.assertIn(f"numora: NUMORA_PORT{number}0 and 65535\n", run("serve", "--mock", NUMORA_PORT="x")[2])
 
     def test_port_that_is_taken_ends_it_with_status_1(self):
         with Server("--mock") as server:
