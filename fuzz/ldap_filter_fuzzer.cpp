@@ -1,5 +1,5 @@
-// Filters of services: the normal form of what is taken is taken again, is its own normal form, and matches
-// the same properties.
+// Filters of services: what is accepted is accepted inside of another filter too, which then matches the same
+// properties, or, negated, the others.
 
 #include <cstdint>
 #include <cstdlib>
@@ -7,12 +7,12 @@
 #include <string>
 #include <vector>
 
-#include "cppmicroservices/AnyMap.h"
-#include "cppmicroservices/LDAPFilter.h"
+#include "filter/Filter.h"
 
 using cppmicroservices::Any;
 using cppmicroservices::AnyMap;
-using cppmicroservices::LDAPFilter;
+using cppmicroservices::detail::Filter;
+using cppmicroservices::detail::parseFilter;
 
 namespace {
 
@@ -20,7 +20,6 @@ AnyMap makeProperties() {
     AnyMap map(AnyMap::UNORDERED_MAP_CASEINSENSITIVE_KEYS);
     map["a"] = std::string("a (b) *c\\ A");
     map["b"] = true;
-    map["c"] = 'c';
     map["i"] = -12;
     map["u"] = 18446744073709551615U;
     map["d"] = 0.25;
@@ -29,19 +28,30 @@ AnyMap makeProperties() {
     return map;
 }
 
+bool isAccepted(const std::string& text) {
+    try {
+        parseFilter(text);
+        return true;
+    } catch (const std::invalid_argument&) {
+        return false;
+    }
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     static const AnyMap properties = makeProperties();
-    LDAPFilter filter;
-    try {
-        filter = LDAPFilter(std::string(reinterpret_cast<const char*>(data), size));
-    } catch (const std::invalid_argument&) {
-        return 0;
+    const std::string text(reinterpret_cast<const char*>(data), size);
+    if (!isAccepted(text)) return 0;
+    const bool isMatch = parseFilter(text)(properties);
+    for (const char* kind : {"&", "|", "!"}) {
+        const std::string outer = "(" + (kind + text) + ")";
+        // Only the depth of filters is limited.
+        if (!isAccepted(outer)) {
+            if (size < 100) std::abort();
+        } else if (parseFilter(outer)(properties) != (isMatch != (*kind == '!'))) {
+            std::abort();
+        }
     }
-    const LDAPFilter again(filter.ToString());
-    if (again.ToString() != filter.ToString()) std::abort();
-    if (again.Match(properties) != filter.Match(properties)) std::abort();
-    if (again.MatchCase(properties) != filter.MatchCase(properties)) std::abort();
     return 0;
 }

@@ -2,7 +2,8 @@
 
 #include <string>
 
-#include "cppmicroservices/Bundle.h"
+#include <Poco/SharedLibrary.h>
+
 #include "cppmicroservices/BundleContext.h"
 
 namespace cppmicroservices {
@@ -17,24 +18,19 @@ namespace cppmicroservices::detail {
 /// Threads: one at a time.
 class BundleLibrary {
 public:
-    /// Loads the library unless it is loaded.
-    /// Throws: SharedLibraryException.
-    void load(const std::string& path, int flags, const Bundle& bundle);
-
-    /// Gives the bundle its context, makes its activator and runs its Start.
-    /// Throws: std::runtime_error, when the bundle exports none; what the activator throws.
-    void start(const std::string& name, const BundleContext& context);
+    /// Loads the library at `path` at the first call, gives the bundle its context, and starts its activator.
+    /// Throws: std::exception, when it does not load or exports no activator; what the activator throws.
+    void start(const std::string& path, const std::string& bundle, const BundleContext& context);
     void stopActivator(const BundleContext& context);
-    /// Takes the context away and deletes the activator, when there is one.
-    void end(const std::string& name);
+    /// Takes the context away and deletes the activator, if there is one.
+    void end(const std::string& bundle);
 
 private:
     template <class Function>
-    Function* symbol(const char* prefix, const std::string& name) const;
+    Function* symbol(const std::string& name);
 
-    void* handle_ = nullptr;
+    Poco::SharedLibrary library_;
     BundleActivator* activator_ = nullptr;
-    void (*destroy_)(BundleActivator*) = nullptr;
 };
 
 }  // namespace cppmicroservices::detail

@@ -1,15 +1,12 @@
 #include "bundles/FrameworkCore.h"
 
 #include <algorithm>
-#include <iterator>
-#include <ostream>
+#include <exception>
+#include <optional>
+#include <ranges>
 #include <stdexcept>
 
-#include <dlfcn.h>
-
-#include "bundles/describeException.h"
-#include "bundles/manifest.h"
-#include "cppmicroservices/Constants.h"
+#include "cppmicroservices/BundleContext.h"
 
 namespace cppmicroservices::detail {
 
@@ -17,180 +14,176 @@ using connector::MutexLock;
 
 namespace {
 
-int loadOptionsIn(const FrameworkConfiguration& configuration) {
-    const auto found = configuration.find(Constants::LIBRARY_LOAD_OPTIONS);
-    return found == configuration.end() ? RTLD_LAZY | RTLD_LOCAL : any_cast<int>(found->second);
+std::string currentExceptionText() {
+    try {
+        throw;
+    } catch (const std::exception& error) {
+        return error.what();
+    } catch (...) {
+        return "an exception of an unknown type";
+    }
 }
 
-/// Joins `thread`. On that thread itself, which happens when the code of a bundle that it stops lets the last
-/// handle go, nobody is left who could; it touches nothing but the core, which it holds, and ends.
-void finish(std::thread& thread) {
-    if (!thread.joinable()) return;
-    if (thread.get_id() == std::this_thread::get_id()) {
-        thread.detach();
-    } else {
-        thread.join();
-    }
+/// An error of this bundle, with its name and location.
+std::runtime_error failure(const BundleRecord& bundle, const std::string& what) {
+    return std::runtime_error("Bundle " + bundle.symbolicName + " at " + bundle.location + " " + what);
 }
 
 }  // namespace
 
-FrameworkCore::FrameworkCore(const FrameworkConfiguration& configuration, std::ostream* logger)
-    : BundleRecord(0, Constants::SYSTEM_BUNDLE_LOCATION, Constants::SYSTEM_BUNDLE_SYMBOLICNAME,
-                   BundleVersion(0), AnyMap(AnyMap::UNORDERED_MAP_CASEINSENSITIVE_KEYS)),
-      libraryLoadOptions_(loadOptionsIn(configuration)),
-      logger_(logger) {}
+/// While in scope, this thread alone starts or stops the bundle. It is no lock: the activator runs meanwhile.
+class FrameworkCore::Turn {
+public:
+    /// Throws: std::runtime_error, when this thread does so already: it could only wait for itself.
+    Turn(FrameworkCore& framework, BundleRecord& bundle) : framework_(framework), bundle_(bundle) {
+        const auto self = std::this_thread::get_id();
+        MutexLock lock(framework_.mutex_);
+        if (bundle_.worker == self) {
+            throw failure(bundle, "must not be started or stopped by its own activator.");
+        }
+        while (bundle_.worker != std::thread::id()) framework_.turnEnded_.wait(lock.native());
+        bundle_.worker = self;
+    }
+    ~Turn() {
+        MutexLock lock(framework_.mutex_);
+        bundle_.worker = std::thread::id();
+        framework_.turnEnded_.notify_all();
+    }
+    Turn(const Turn&) = delete;
+    Turn& operator=(const Turn&) = delete;
 
-FrameworkCore::~FrameworkCore() = default;
+private:
+    FrameworkCore& framework_;
+    BundleRecord& bundle_;
+};
 
-std::shared_ptr<FrameworkCore> FrameworkCore::framework() {
-    return std::static_pointer_cast<FrameworkCore>(shared_from_this());
+/// Held by every handle of a framework and of its bundles, by nothing else.
+struct FrameworkCore::Life {
+    const std::shared_ptr<FrameworkCore> core;
+    ~Life() { core->stopFramework(); }
+};
+
+FrameworkCore::FrameworkCore()
+    : system_(std::make_shared<BundleRecord>("System Bundle", Manifest{"system_bundle"})) {}
+
+Bundle FrameworkCore::make() {
+    const auto core = std::make_shared<FrameworkCore>();
+    const std::shared_ptr<Life> life(new Life{core});
+    core->life_ = life;
+    return {core->running(), core->system_};
 }
 
-bool FrameworkCore::isRunning() const {
-    return state() == Bundle::STATE_STARTING || state() == Bundle::STATE_ACTIVE;
+std::shared_ptr<FrameworkCore> FrameworkCore::running() {
+    if (auto life = life_.lock()) return {std::move(life), this};
+    return shared_from_this();
 }
 
-void FrameworkCore::init() {
-    MutexLock lock(mutex_);
-    initLocked();
-}
-
-void FrameworkCore::initLocked() {
-    if (isRunning()) return;
-    if (state() == Bundle::STATE_STOPPING) throw std::runtime_error("The framework is stopping.");
-    makeContext();
-    setState(Bundle::STATE_STARTING);
-}
-
-void FrameworkCore::start() {
-    MutexLock lock(mutex_);
-    initLocked();
-    setState(Bundle::STATE_ACTIVE);
-}
-
-void FrameworkCore::uninstall() { throw std::runtime_error("The framework itself cannot be uninstalled."); }
-
-void FrameworkCore::stop() {
-    std::thread thread;
+void FrameworkCore::start(const BundlePtr& bundle) {
+    if (bundle == system_) return startFramework();
+    const Turn turn(*this, *bundle);
     {
         MutexLock lock(mutex_);
-        if (!isRunning()) return;
-        thread =
-            std::thread([core = framework()] { core->stopAll(); });  // it begins by waiting for the mutex
-        setState(Bundle::STATE_STOPPING);
-        thread.swap(stopThread_);
+        if (std::ranges::count(bundles_, bundle) == 0) {
+            throw failure(*bundle, "is not in a running framework.");
+        }
+        if (bundle->state == Bundle::STATE_ACTIVE) return;
+        bundle->state = Bundle::STATE_STARTING;
+        beginContextLocked(bundle);
     }
-    finish(thread);  // that of an earlier stop, which has done its work
+    try {
+        if (bundle->hasActivator) {
+            bundle->library.start(bundle->location, bundle->symbolicName, BundleContext(contextOf(*bundle)));
+        }
+    } catch (...) {
+        const std::string cause = currentExceptionText();
+        endContext(*bundle);
+        throw failure(*bundle, "failed to start: " + cause);
+    }
+    MutexLock lock(mutex_);
+    bundle->state = Bundle::STATE_ACTIVE;
 }
 
-void FrameworkCore::stopAll() {
-    std::vector<std::shared_ptr<InstalledBundle>> bundles;
+void FrameworkCore::stop(const BundlePtr& bundle) {
+    if (bundle == system_) return stopFramework();
+    const Turn turn(*this, *bundle);
     {
         MutexLock lock(mutex_);
-        bundles = bundles_;
+        if (bundle->state != Bundle::STATE_ACTIVE) return;
+        bundle->state = Bundle::STATE_STOPPING;
     }
-    for (auto bundle = bundles.rbegin(); bundle != bundles.rend(); ++bundle) {
+    std::optional<std::string> cause;
+    try {
+        bundle->library.stopActivator(BundleContext(contextOf(*bundle)));
+    } catch (...) {
+        cause = currentExceptionText();
+    }
+    endContext(*bundle);
+    if (cause) throw failure(*bundle, "failed to stop: " + *cause);
+}
+
+void FrameworkCore::startFramework() {
+    MutexLock lock(mutex_);
+    if (system_->state == Bundle::STATE_ACTIVE) return;
+    if (system_->state == Bundle::STATE_STOPPING) throw std::runtime_error("The framework is stopping.");
+    beginContextLocked(system_);
+    system_->state = Bundle::STATE_ACTIVE;
+}
+
+void FrameworkCore::stopFramework() {
+    std::vector<BundlePtr> bundles;
+    {
+        MutexLock lock(mutex_);
+        if (system_->state != Bundle::STATE_ACTIVE) return;
+        for (const auto& bundle : bundles_) {
+            if (bundle->worker == std::this_thread::get_id()) {
+                throw std::runtime_error("A framework must not be stopped by an activator of its bundles.");
+            }
+        }
+        system_->state = Bundle::STATE_STOPPING;
+        bundles.swap(bundles_);  // none can be started any more
+    }
+    for (const auto& bundle : bundles | std::views::reverse) {
         try {
-            (*bundle)->stop();
-        } catch (...) {
-            report(describeCurrentException());
+            stop(bundle);
+        } catch (const std::exception&) {  // it is stopped even so, and nobody waits for the cause
         }
     }
-    endContext(*this);
-    for (const auto& bundle : bundles) bundle->forget();
+    endContext(*system_);
+}
+
+void FrameworkCore::beginContextLocked(const BundlePtr& bundle) {
+    bundle->context.reset(new ContextRecord{shared_from_this(), bundle});
+}
+
+void FrameworkCore::endContext(BundleRecord& bundle) {
+    // The services first: no look-up finds one whose activator is deleted.
+    services_.end(*contextOf(bundle));
+    bundle.library.end(bundle.symbolicName);
     MutexLock lock(mutex_);
-    bundles_.clear();
-    setState(Bundle::STATE_RESOLVED);
-    ++stopCount_;
-    stopped_.notify_all();
+    bundle.context.reset();
+    bundle.state = Bundle::STATE_RESOLVED;
 }
 
-FrameworkEvent::Type FrameworkCore::waitForStop(std::chrono::milliseconds timeout) {
-    using std::chrono::steady_clock;
-    // Far enough, and not beyond what the clock can count.
-    const auto deadline =
-        steady_clock::now() + std::min<std::chrono::milliseconds>(timeout, std::chrono::years(1));
+BundlePtr FrameworkCore::install(const std::string& location) {
+    const auto bundle = std::make_shared<BundleRecord>(location, readManifest(location));
     MutexLock lock(mutex_);
-    const auto isStopThread = stopThread_.get_id() == std::this_thread::get_id();
-    if (state() == Bundle::STATE_INSTALLED || isStopThread) return FrameworkEvent::FRAMEWORK_ERROR;
-    const auto before = stopCount_;
-    while (stopCount_ == before && state() != Bundle::STATE_RESOLVED) {
-        if (timeout == std::chrono::milliseconds::zero()) {
-            stopped_.wait(lock.native());
-        } else if (stopped_.wait_until(lock.native(), deadline) == std::cv_status::timeout) {
-            return FrameworkEvent::FRAMEWORK_WAIT_TIMEDOUT;
-        }
-    }
-    return FrameworkEvent::FRAMEWORK_STOPPED;
-}
-
-void FrameworkCore::endLife() {
-    stop();
-    std::thread thread;
-    {
-        MutexLock lock(mutex_);
-        thread.swap(stopThread_);
-    }
-    finish(thread);
-}
-
-FrameworkCore::Records FrameworkCore::install(const std::string& location, const AnyMap& manifest) {
-    {
-        MutexLock lock(mutex_);
-        if (auto installed = bundlesAtLocked(location); !installed.empty()) return installed;
-    }
-    std::vector<std::shared_ptr<InstalledBundle>> added;
-    for (AnyMap& headers : readManifests(location, manifest)) {
-        added.push_back(
-            std::make_shared<InstalledBundle>(framework(), takeId(), location, std::move(headers)));
-    }
-    MutexLock lock(mutex_);
-    if (!isRunning()) throw std::runtime_error("The framework is stopping.");
-    // Another thread may have installed the same meanwhile.
-    if (auto installed = bundlesAtLocked(location); !installed.empty()) return installed;
-    for (const auto& bundle : added) checkIsFreeLocked(*bundle);
-    bundles_.insert(bundles_.end(), added.begin(), added.end());
-    return {added.begin(), added.end()};
-}
-
-long FrameworkCore::takeId() {
-    MutexLock lock(mutex_);
-    return ++lastId_;
-}
-
-void FrameworkCore::checkIsFreeLocked(const BundleRecord& bundle) const {
+    if (system_->state != Bundle::STATE_ACTIVE) throw std::runtime_error("The framework is stopping.");
     for (const auto& other : bundles_) {
-        if (other->symbolicName == bundle.symbolicName && other->version == bundle.version) {
-            throw std::runtime_error("Bundle " + bundle.symbolicName + " " + bundle.version.ToString() +
-                                     " is installed already, from " + other->location + ".");
-        }
+        if (other->location == location) return other;
+        if (other->symbolicName == bundle->symbolicName) throw failure(*other, "has that name already.");
     }
+    bundles_.push_back(bundle);
+    return bundle;
 }
 
-FrameworkCore::Records FrameworkCore::bundlesAtLocked(const std::string& location) const {
-    Records found;
-    std::ranges::copy_if(bundles_, std::back_inserter(found),
-                         [&](const auto& bundle) { return bundle->location == location; });
-    return found;
-}
-
-void FrameworkCore::remove(const BundleRecord& bundle) {
+Bundle::State FrameworkCore::stateOf(const BundleRecord& bundle) {
     MutexLock lock(mutex_);
-    std::erase_if(bundles_, [&](const auto& other) { return other.get() == &bundle; });
+    return bundle.state;
 }
 
-FrameworkCore::Records FrameworkCore::bundles() {
-    Records all{shared_from_this()};
+std::shared_ptr<ContextRecord> FrameworkCore::contextOf(const BundleRecord& bundle) {
     MutexLock lock(mutex_);
-    all.insert(all.end(), bundles_.begin(), bundles_.end());
-    return all;
-}
-
-void FrameworkCore::report(const std::string& text) {
-    if (logger_ == nullptr) return;
-    MutexLock lock(reportMutex_);
-    *logger_ << text << std::endl;
+    return bundle.context;
 }
 
 }  // namespace cppmicroservices::detail

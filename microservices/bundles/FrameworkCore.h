@@ -1,96 +1,87 @@
 #pragma once
 
-#include <chrono>
+#include <atomic>
 #include <condition_variable>
-#include <cstdint>
-#include <iosfwd>
 #include <memory>
 #include <string>
 #include <thread>
 #include <utility>
 #include <vector>
 
-#include "bundles/BundleRecord.h"
-#include "bundles/InstalledBundle.h"
+#include "bundles/BundleLibrary.h"
+#include "bundles/manifest.h"
 #include "connector/ThreadSafety.h"
-#include "cppmicroservices/FrameworkEvent.h"
-#include "cppmicroservices/FrameworkFactory.h"
+#include "cppmicroservices/Bundle.h"
 #include "services/ServiceRegistry.h"
 
 namespace cppmicroservices::detail {
 
-/// A framework: bundle 0, the table of the others, and the services of them all. For its states see
-/// Framework.
-///
-/// Threads: any. A stop has a thread of its own, joined by the next stop or by the end of the last handle.
-/// Locks: mutex_, a leaf; no foreign code runs under it.
-class FrameworkCore final : public BundleRecord {
-public:
-    FrameworkCore(const FrameworkConfiguration& configuration, std::ostream* logger);
-    ~FrameworkCore() override;
+/// What stands behind the handles of one bundle, which may outlive its framework.
+struct BundleRecord {
+    BundleRecord(std::string bundleLocation, Manifest manifest)
+        : location(std::move(bundleLocation)),
+          symbolicName(std::move(manifest.symbolicName)),
+          hasActivator(manifest.hasActivator),
+          headers(std::move(manifest.headers)) {}
 
-    void init() EXCLUDES(mutex_);
-    void start() override EXCLUDES(mutex_);
-    void stop() override EXCLUDES(mutex_);
-    void uninstall() override;
-    std::shared_ptr<FrameworkCore> framework() override;
-    FrameworkEvent::Type waitForStop(std::chrono::milliseconds timeout) EXCLUDES(mutex_);
+    const std::string location;
+    const std::string symbolicName;
+    const bool hasActivator;
+    const AnyMap headers;
 
-    /// Whether bundles may be installed and started.
-    bool isRunning() const;
+    BundleLibrary library;  ///< touched by the one thread that starts or stops the bundle
 
-    /// What keeps the framework running; null, when the last handle is gone.
-    std::shared_ptr<FrameworkLife> life() const { return life_.lock(); }
-    /// Once, before the framework is shared.
-    void setLife(const std::shared_ptr<FrameworkLife>& life) { life_ = life; }
-    /// The last handle is gone: stops the framework and waits, unless on the thread that stops it already.
-    void endLife() EXCLUDES(mutex_);
-
-    using Records = std::vector<std::shared_ptr<BundleRecord>>;
-    Records install(const std::string& location, const AnyMap& manifest) EXCLUDES(mutex_);
-    void remove(const BundleRecord& bundle) EXCLUDES(mutex_);
-    /// All bundles, this one first.
-    Records bundles() EXCLUDES(mutex_);
-
-    ServiceRegistry& services() { return services_; }
-    int libraryLoadOptions() const { return libraryLoadOptions_; }
-    /// Writes a line to the framework's stream, if it has one.
-    void report(const std::string& text) EXCLUDES(reportMutex_);
-
-private:
-    void initLocked() REQUIRES(mutex_);
-    void stopAll() EXCLUDES(mutex_);
-    long takeId() EXCLUDES(mutex_);
-    Records bundlesAtLocked(const std::string& location) const REQUIRES(mutex_);
-    void checkIsFreeLocked(const BundleRecord& bundle) const REQUIRES(mutex_);
-
-    // Fixed before the framework is shared.
-    const int libraryLoadOptions_;
-    std::weak_ptr<FrameworkLife> life_;
-
-    ServiceRegistry services_;
-
-    connector::Mutex reportMutex_;  // a leaf
-    std::ostream* const logger_;
-
-    connector::Mutex mutex_;  // states change under it
-    std::condition_variable stopped_;
-    std::uint64_t stopCount_ GUARDED_BY(mutex_) = 0;
-    long lastId_ GUARDED_BY(mutex_) = 0;
-    std::vector<std::shared_ptr<InstalledBundle>> bundles_ GUARDED_BY(mutex_);
-    std::thread stopThread_ GUARDED_BY(mutex_);
+    // Guarded by the framework's mutex.
+    Bundle::State state = Bundle::STATE_INSTALLED;
+    std::thread::id worker;                  ///< the thread that starts or stops the bundle
+    std::shared_ptr<ContextRecord> context;  ///< null unless starting, active or stopping
 };
 
-/// Held by every handle of a framework and of its bundles, by nothing else.
-class FrameworkLife {
+using BundlePtr = std::shared_ptr<BundleRecord>;
+
+/// One start of a bundle, which is what a context is valid for.
+struct ContextRecord {
+    const std::shared_ptr<FrameworkCore> framework;
+    const BundlePtr bundle;
+    std::atomic<bool> isValid{true};  ///< changed under the registry's mutex: no service is added afterwards
+};
+
+/// A framework: its bundles, the first of which is itself, and the services of them all. For what the
+/// operations throw see Bundle and BundleContext.
+///
+/// Threads: any.  Locks: mutex_, a leaf; no foreign code runs under it.
+class FrameworkCore : public std::enable_shared_from_this<FrameworkCore> {
 public:
-    explicit FrameworkLife(std::shared_ptr<FrameworkCore> core) : core_(std::move(core)) {}
-    ~FrameworkLife() { core_->endLife(); }
-    FrameworkLife(const FrameworkLife&) = delete;
-    FrameworkLife& operator=(const FrameworkLife&) = delete;
+    static Bundle make();
+    FrameworkCore();
+
+    void start(const BundlePtr& bundle) EXCLUDES(mutex_);
+    void stop(const BundlePtr& bundle) EXCLUDES(mutex_);
+    BundlePtr install(const std::string& location) EXCLUDES(mutex_);
+
+    Bundle::State stateOf(const BundleRecord& bundle) EXCLUDES(mutex_);
+    std::shared_ptr<ContextRecord> contextOf(const BundleRecord& bundle) EXCLUDES(mutex_);
+    ServiceRegistry& services() { return services_; }
+
+    /// This framework; the pointer keeps it running, unless the last such pointer has been released.
+    std::shared_ptr<FrameworkCore> running();
 
 private:
-    const std::shared_ptr<FrameworkCore> core_;
+    class Turn;
+    struct Life;
+
+    void startFramework() EXCLUDES(mutex_);
+    void stopFramework() EXCLUDES(mutex_);
+    void beginContextLocked(const BundlePtr& bundle) REQUIRES(mutex_);
+    void endContext(BundleRecord& bundle) EXCLUDES(mutex_);
+
+    const BundlePtr system_;
+    std::weak_ptr<Life> life_;  // set once, by make()
+    ServiceRegistry services_;
+
+    connector::Mutex mutex_;
+    std::condition_variable turnEnded_;
+    std::vector<BundlePtr> bundles_ GUARDED_BY(mutex_);  // without the framework itself
 };
 
 }  // namespace cppmicroservices::detail

@@ -2,8 +2,8 @@
 
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <stdexcept>
+#include <vector>
 
 #include <Poco/JSON/Array.h>
 #include <Poco/JSON/Object.h>
@@ -30,10 +30,7 @@ Any toAny(const Var& value) {
         return elements;
     }
     if (value.isBoolean()) return value.convert<bool>();
-    if (value.isInteger()) {
-        const auto number = value.convert<std::int64_t>();
-        return static_cast<int>(number) == number ? Any(static_cast<int>(number)) : Any(number);
-    }
+    if (value.isInteger()) return value.convert<int>();
     if (value.isNumeric()) return value.convert<double>();
     return value.convert<std::string>();
 }
@@ -44,33 +41,24 @@ AnyMap toMap(const Object& object) {
     return map;
 }
 
-AnyMap readManifest(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    if (!file) throw std::runtime_error("There is no manifest " + path + ".");
-    const std::string text{std::istreambuf_iterator<char>(file), {}};
-    try {
-        return toMap(*Poco::JSON::Parser().parse(text).extract<Object::Ptr>());
-    } catch (const Poco::Exception& error) {
-        throw std::runtime_error("The manifest " + path + " is no JSON object: " + error.displayText());
-    }
-}
-
 }  // namespace
 
-std::vector<AnyMap> readManifests(const std::string& location, const AnyMap& given) {
+Manifest readManifest(const std::string& location) {
     std::error_code error;
     if (!std::filesystem::is_regular_file(location, error)) {
         throw std::runtime_error("There is no bundle library " + location + ".");
     }
-    if (given.empty()) return {readManifest(location + ".manifest.json")};
-    std::vector<AnyMap> manifests;
-    for (const auto& [name, headers] : given) {
-        const auto* map = any_cast<AnyMap>(&headers);
-        if (map == nullptr) throw std::runtime_error("The manifest of bundle " + name + " is no map.");
-        manifests.push_back(*map);
-        manifests.back().emplace(Constants::BUNDLE_SYMBOLICNAME, name);
+    const std::string path = location + ".manifest.json";
+    std::ifstream file(path, std::ios::binary);
+    if (!file) throw std::runtime_error("There is no manifest " + path + ".");
+    try {
+        const auto object = Poco::JSON::Parser().parse(file).extract<Object::Ptr>();
+        return {object->getValue<std::string>(Constants::BUNDLE_SYMBOLICNAME),
+                object->optValue(Constants::BUNDLE_ACTIVATOR, false), toMap(*object)};
+    } catch (const Poco::Exception& cause) {
+        throw std::runtime_error("The manifest " + path + " must be a JSON object with a " +
+                                 Constants::BUNDLE_SYMBOLICNAME + ": " + cause.displayText());
     }
-    return manifests;
 }
 
 }  // namespace cppmicroservices::detail

@@ -1,17 +1,22 @@
 #pragma once
 
 #include <string>
-#include <vector>
 
 #include "cppmicroservices/AnyMap.h"
 
 namespace cppmicroservices::detail {
 
-/// The headers of each bundle in the library at `location`: those of `given`, which has a map of headers for
-/// each symbolic name, or when it is empty those of the manifest beside the library.
+struct Manifest {
+    std::string symbolicName;
+    bool hasActivator = false;
+    AnyMap headers{AnyMap::UNORDERED_MAP_CASEINSENSITIVE_KEYS};  ///< these two among them
+};
+
+/// Reads the manifest of the bundle library at `location`, a file beside it.
 ///
-/// Throws: std::runtime_error, when there is no such library or manifest, or it is no JSON object.
 /// Blocks: for files.
-std::vector<AnyMap> readManifests(const std::string& location, const AnyMap& given);
+/// Throws: std::runtime_error, when there is no such library or manifest, or it is not a JSON object with a
+/// symbolic name.
+Manifest readManifest(const std::string& location);
 
 }  // namespace cppmicroservices::detail

@@ -1,95 +1,63 @@
+#include <algorithm>
 #include <stdexcept>
 #include <string_view>
+#include <utility>
 
-#include "asciiCase.h"
-#include "filter/FilterNode.h"
+#include <Poco/Ascii.h>
+
+#include "filter/Filter.h"
 
 namespace cppmicroservices::detail {
 
 namespace {
 
+constexpr int deepestFilter = 100;
+
 class Parser {
 public:
     explicit Parser(std::string_view text) : text_(text) {}
 
-    FilterNode parse() {
+    Filter parse() {
         if (text_.empty()) fail("Null query");
-        FilterNode filter = parseFilterAt(1);
+        Filter filter = parseFilterAt(1);
         if (!isAtEnd()) fail("Trailing garbage");
         return filter;
     }
 
 private:
-    FilterNode parseFilterAt(int depth) {
+    Filter parseFilterAt(int depth) {
         if (depth > deepestFilter) fail("Malformed query: nested too deep");
         skipBlanks();
-        if (next() != '(') fail("Malformed query: no opening parenthesis");
-        ++at_;
+        take('(');
         skipBlanks();
-        FilterNode filter = parseBody(depth);
-        if (next() != ')') fail("Malformed query: no closing parenthesis");
-        ++at_;
+        const char kind = next();
+        Filter filter = kind == '&' || kind == '|' || kind == '!' ? parseCompound(depth) : parseTest();
+        take(')');
         skipBlanks();
         return filter;
     }
 
-    FilterNode parseBody(int depth) {
-        switch (next()) {
-            case '&':
-                return parseCompound(FilterKind::And, depth);
-            case '|':
-                return parseCompound(FilterKind::Or, depth);
-            case '!':
-                return parseCompound(FilterKind::Not, depth);
-            default:
-                return parseTest();
-        }
-    }
-
-    FilterNode parseCompound(FilterKind kind, int depth) {
-        ++at_;
-        FilterNode filter{.kind = kind, .children = {}, .key = {}, .value = {}};
+    Filter parseCompound(int depth) {
+        const char kind = text_[at_++];
+        std::vector<Filter> parts;
         do {
-            filter.children.push_back(parseFilterAt(depth + 1));
-        } while (kind != FilterKind::Not && next() != ')');
-        return filter;
+            parts.push_back(parseFilterAt(depth + 1));
+        } while (kind != '!' && next() != ')');
+        return [kind, parts = std::move(parts)](const AnyMap& properties) {
+            const auto matches = [&](const Filter& part) { return part(properties); };
+            if (kind == '&') return std::ranges::all_of(parts, matches);
+            return std::ranges::any_of(parts, matches) == (kind == '|');
+        };
     }
 
-    FilterNode parseTest() {
-        FilterNode test{.kind = FilterKind::Equal, .children = {}, .key = parseKey(), .value = {}};
-        test.kind = parseOperator();
-        test.value = parseValue();
-        return test;
-    }
-
-    std::string parseKey() {
-        const std::size_t start = at_;
-        while (std::string_view("()<>=~").find(next()) == std::string_view::npos) ++at_;
-        std::size_t end = at_;
-        while (end > start && isBlank(text_[end - 1])) --end;
-        if (end == start) fail("Malformed query: no key");
-        return std::string(text_.substr(start, end - start));
-    }
-
-    FilterKind parseOperator() {
-        const char first = next();
-        ++at_;
-        if (first == '=') return FilterKind::Equal;
-        if ((first != '~' && first != '>' && first != '<') || next() != '=') fail("Undefined operator");
-        ++at_;
-        if (first == '~') return FilterKind::Approximate;
-        return first == '>' ? FilterKind::AtLeast : FilterKind::AtMost;
-    }
-
-    /// Up to the parenthesis that closes the test.
-    FilterValue parseValue() {
-        FilterValue value;
-        value.pieces.emplace_back();
+    PropertyTest parseTest() {
+        PropertyTest test{.key = parseKey(), .comparison = parseComparison(), .text = {}, .pieces = {""}};
+        // The value goes up to the parenthesis that closes the test.
         for (std::size_t open = 0; open > 0 || next() != ')'; ++at_) {
             char character = next();
             if (character == '*') {
-                value.text += character;
-                value.pieces.emplace_back();
+                test.text += character;
+                test.pieces.emplace_back();
                 continue;
             }
             if (character == '(') ++open;
@@ -98,10 +66,29 @@ private:
                 ++at_;
                 character = next();
             }
-            value.text += character;
-            value.pieces.back() += character;
+            test.text += character;
+            test.pieces.back() += character;
         }
-        return value;
+        return test;
+    }
+
+    std::string parseKey() {
+        const std::size_t start = at_;
+        while (std::string_view("()<>=~").find(next()) == std::string_view::npos) ++at_;
+        std::size_t end = at_;
+        while (end > start && Poco::Ascii::isSpace(text_[end - 1])) --end;
+        if (end == start) fail("Malformed query: no key");
+        return std::string(text_.substr(start, end - start));
+    }
+
+    Comparison parseComparison() {
+        const char first = next();
+        ++at_;
+        if (first == '=') return Comparison::Equal;
+        if ((first != '~' && first != '>' && first != '<') || next() != '=') fail("Undefined operator");
+        ++at_;
+        if (first == '~') return Comparison::Approximate;
+        return first == '>' ? Comparison::AtLeast : Comparison::AtMost;
     }
 
     bool isAtEnd() const { return at_ >= text_.size(); }
@@ -109,8 +96,12 @@ private:
         if (isAtEnd()) fail("Unexpected end of query");
         return text_[at_];
     }
+    void take(char expected) {
+        if (next() != expected) fail(std::string("Malformed query: no ") + expected);
+        ++at_;
+    }
     void skipBlanks() {
-        while (!isAtEnd() && isBlank(text_[at_])) ++at_;
+        while (!isAtEnd() && Poco::Ascii::isSpace(text_[at_])) ++at_;
     }
     [[noreturn]] void fail(const std::string& what) const {
         throw std::invalid_argument(what + " at " + std::to_string(at_) + ": " + std::string(text_));
@@ -122,6 +113,6 @@ private:
 
 }  // namespace
 
-FilterNode parseFilter(const std::string& text) { return Parser(text).parse(); }
+Filter parseFilter(const std::string& text) { return Parser(text).parse(); }
 
 }  // namespace cppmicroservices::detail

@@ -5,10 +5,9 @@
 #include <stdexcept>
 #include <utility>
 
-#include "bundles/BundleRecord.h"
+#include "bundles/FrameworkCore.h"
 #include "cppmicroservices/Constants.h"
-#include "cppmicroservices/IllegalStateException.h"
-#include "filter/FilterNode.h"
+#include "filter/Filter.h"
 
 namespace cppmicroservices::detail {
 
@@ -16,109 +15,108 @@ using connector::MutexLock;
 
 namespace {
 
-bool comesFirst(const ServiceRecordPtr& left, const ServiceRecordPtr& right) {
-    return isPreferred(*left, *right);
+/// Joins `properties` with what the framework sets.
+std::shared_ptr<const AnyMap> makeProperties(long id, const ServiceProperties& properties) {
+    auto map = std::make_shared<AnyMap>(AnyMap::UNORDERED_MAP_CASEINSENSITIVE_KEYS);
+    for (const auto& [key, value] : properties) {
+        if (!map->emplace(key, value).second) {
+            throw std::runtime_error("The property " + key + " is given twice, in different case.");
+        }
+    }
+    (*map)[Constants::SERVICE_ID] = id;
+    return map;
+}
+
+int rankingIn(const AnyMap& properties) {
+    const auto found = properties.find(Constants::SERVICE_RANKING);
+    if (found == properties.end()) return 0;
+    const int* ranking = any_cast<int>(&found->second);
+    if (ranking == nullptr) throw std::invalid_argument(Constants::SERVICE_RANKING + " must be an int");
+    return *ranking;
+}
+
+bool isPreferred(const ServicePtr& left, const ServicePtr& right) {
+    return left->ranking != right->ranking ? left->ranking > right->ranking : left->id < right->id;
 }
 
 }  // namespace
 
-ServiceRecordPtr ServiceRegistry::add(const std::shared_ptr<BundleRecord>& owner,
-                                      const ContextRecord& context, const InterfaceMapConstPtr& interfaces,
-                                      const ServiceProperties& properties) {
-    long id = 0;
-    {
-        MutexLock lock(mutex_);
-        id = ++lastId_;
-    }
-    std::vector<std::string> interfaceIds;
-    for (const auto& [interfaceId, object] : *interfaces) interfaceIds.push_back(interfaceId);
-    // Copies of values are foreign code: made before the lock is taken.
-    auto record = std::make_shared<ServiceRecord>(id, owner, interfaces,
-                                                  makePropertySet(id, interfaceIds, properties, false));
+ServicePtr ServiceRegistry::add(const std::shared_ptr<ContextRecord>& owner, const std::type_info& type,
+                                std::shared_ptr<void> object, const ServiceProperties& properties) {
+    if (!object) throw std::invalid_argument("A service must not be null.");
+    const long id = ++lastId_;
+    auto map = makeProperties(id, properties);
+    const int ranking = rankingIn(*map);
+    const ServicePtr record(new ServiceRecord{owner, type, id, std::move(object), std::move(map), ranking});
     MutexLock lock(mutex_);
-    if (!context.isValid()) throw IllegalStateException("The bundle's context is no longer valid.");
-    // Numbers were given out before, so another thread may have been faster.
-    const auto isOlder = [](const ServiceRecordPtr& left, const ServiceRecordPtr& right) {
-        return left->id() < right->id();
-    };
-    all_.insert(std::ranges::upper_bound(all_, record, isOlder), record);
-    for (const std::string& interfaceId : interfaceIds) {
-        auto& records = byInterface_[interfaceId];
-        records.insert(std::ranges::upper_bound(records, record, comesFirst), record);
-    }
+    if (!owner->isValid) throw std::runtime_error("The bundle was stopped.");
+    insertLocked(record);
     return record;
 }
 
-void ServiceRegistry::setProperties(ServiceRecord& record, const ServiceProperties& properties) {
+void ServiceRegistry::setProperties(const ServicePtr& record, const ServiceProperties& properties) {
     // Declared before the lock, as in what follows: what was there is released after it.
-    auto set = makePropertySet(record.id(), record.interfaceIds(), properties, true);
+    auto map = makeProperties(record->id, properties);
+    const int ranking = rankingIn(*map);
     MutexLock lock(mutex_);
-    if (!record.isRegistered()) throw std::logic_error("The service is withdrawn.");
-    set = record.setProperties(std::move(set));
-    for (const std::string& interfaceId : record.interfaceIds()) {
-        std::ranges::sort(byInterface_[interfaceId], comesFirst);
-    }
+    if (!record->object) throw std::logic_error("The service is withdrawn.");
+    removeLocked(*record);
+    record->properties.swap(map);
+    record->ranking = ranking;
+    insertLocked(record);
 }
 
-bool ServiceRegistry::withdraw(ServiceRecord& record) {
-    InterfaceMapConstPtr interfaces;
+void ServiceRegistry::withdraw(ServiceRecord& record) {
+    std::shared_ptr<void> object;
     MutexLock lock(mutex_);
-    interfaces = record.withdraw();
-    if (!interfaces) return false;
+    if (!record.object) throw std::logic_error("The service is withdrawn.");
+    object.swap(record.object);
     removeLocked(record);
-    return true;
 }
 
-void ServiceRegistry::end(ContextRecord& context, const BundleRecord& owner) {
-    std::vector<InterfaceMapConstPtr> withdrawn;
-    std::vector<ServiceRecordPtr> records;
+void ServiceRegistry::end(ContextRecord& context) {
+    std::vector<std::shared_ptr<void>> objects;
+    std::vector<ServicePtr> withdrawn;
     MutexLock lock(mutex_);
-    context.invalidate();
-    std::ranges::copy_if(all_, std::back_inserter(records),
-                         [&](const ServiceRecordPtr& record) { return record->owner().get() == &owner; });
-    for (const ServiceRecordPtr& record : records) {
-        withdrawn.push_back(record->withdraw());
+    context.isValid = false;
+    for (const auto& [type, records] : services_) {
+        std::ranges::copy_if(records, std::back_inserter(withdrawn),
+                             [&](const ServicePtr& record) { return record->owner.get() == &context; });
+    }
+    for (const ServicePtr& record : withdrawn) {
+        objects.push_back(std::exchange(record->object, nullptr));
         removeLocked(*record);
     }
 }
 
+void ServiceRegistry::insertLocked(const ServicePtr& record) {
+    auto& records = services_[record->type];
+    records.insert(std::ranges::upper_bound(records, record, isPreferred), record);
+}
+
 void ServiceRegistry::removeLocked(const ServiceRecord& record) {
-    const auto isRecord = [&](const ServiceRecordPtr& other) { return other.get() == &record; };
-    std::erase_if(all_, isRecord);
-    for (const std::string& interfaceId : record.interfaceIds()) {
-        const auto found = byInterface_.find(interfaceId);
-        std::erase_if(found->second, isRecord);
-        if (found->second.empty()) byInterface_.erase(found);
-    }
+    std::erase_if(services_[record.type], [&](const ServicePtr& other) { return other.get() == &record; });
 }
 
-std::vector<ServiceRecordPtr> ServiceRegistry::find(const std::string& interfaceId,
-                                                    const std::string& filter) const {
-    std::vector<ServiceRecordPtr> records;
-    {
-        MutexLock lock(mutex_);
-        const auto found = byInterface_.find(interfaceId);
-        if (interfaceId.empty()) {
-            records = all_;
-        } else if (found != byInterface_.end()) {
-            records = found->second;
-        }
-    }
-    if (records.empty() || filter.empty()) return records;
-    const FilterNode parsed = parseFilter(filter);
-    std::erase_if(records, [&](const ServiceRecordPtr& record) {
-        return !matches(parsed, record->properties()->map, false);
-    });
-    if (interfaceId.empty() && mentions(parsed, Constants::OBJECTCLASS)) {
-        MutexLock lock(mutex_);  // rankings change under it only
-        std::ranges::sort(records, comesFirst);
-    }
-    return records;
-}
-
-std::vector<ServiceRecordPtr> ServiceRegistry::all() const {
+std::vector<ServicePtr> ServiceRegistry::find(const std::type_info& type, const std::string& filter) const {
+    const Filter matches = filter.empty() ? Filter() : parseFilter(filter);
+    std::vector<ServicePtr> found;
     MutexLock lock(mutex_);
-    return all_;
+    const auto records = services_.find(type);
+    if (records == services_.end()) return found;
+    std::ranges::copy_if(records->second, std::back_inserter(found),
+                         [&](const ServicePtr& record) { return !matches || matches(*record->properties); });
+    return found;
+}
+
+std::shared_ptr<void> ServiceRegistry::objectOf(const ServiceRecord& record) const {
+    MutexLock lock(mutex_);
+    return record.object;
+}
+
+std::shared_ptr<const AnyMap> ServiceRegistry::propertiesOf(const ServiceRecord& record) const {
+    MutexLock lock(mutex_);
+    return record.properties;
 }
 
 }  // namespace cppmicroservices::detail

@@ -4,7 +4,6 @@
 
 #include <cppmicroservices/BundleContext.h>
 #include <cppmicroservices/Framework.h>
-#include <cppmicroservices/LDAPFilter.h>
 
 #include "event_json_converter/EventToJsonConverter.h"
 #include "foundation/cppmicroservices/framework.h"
@@ -27,9 +26,9 @@ std::string escaped(const std::string& value) {
 // A service may be withdrawn between two of these calls, which shows in three ways.
 std::shared_ptr<event_json_converter::EventToJsonConverter> converterFor(const std::string& tag) {
     using event_json_converter::EventToJsonConverter;
-    const cppmicroservices::LDAPFilter filter("(eventTag=" + escaped(tag) + ")");
     auto context = foundation::cppmicroservices::getFramework().GetBundleContext();
-    const auto references = context.GetServiceReferences<EventToJsonConverter>(filter.ToString());
+    const auto references =
+        context.GetServiceReferences<EventToJsonConverter>("(eventTag=" + escaped(tag) + ")");
     if (references.empty()) return nullptr;
     try {
         return context.GetService(references.front());

@@ -1,8 +1,8 @@
 // The bundle that turns this host's events into JSON for clients.
 
+#include <algorithm>
+#include <map>
 #include <memory>
-#include <mutex>
-#include <set>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -12,12 +12,12 @@
 
 #include "event_json_converter/EventToJsonConverter.h"
 #include "fl/i18n/text.h"
-#include "foundation/log/diagnostic_logger.h"
 #include "foundation/msg_svc/eventmgr/EventMgr.h"
 #include "standalone/TaggedEvent.h"
 
 namespace {
 
+using cppmicroservices::ServiceProperties;
 using event_json_converter::EventToJsonConverter;
 using foundation::msg_svc::eventmgr::BaseEvent;
 using standalone::TaggedEvent;
@@ -27,25 +27,26 @@ class MembersConverter : public EventToJsonConverter {
 public:
     void convert(const BaseEvent& event, std::map<std::string, foundation::json::Value>& members) override {
         if (!event.isKindOf(TaggedEvent::typeName))
-            throw std::invalid_argument("It is no event of this host.");
+            throw std::invalid_argument("The event must be a standalone::TaggedEvent.");
         members = static_cast<const TaggedEvent&>(event).members;
     }
 };
 
-/// Offers converters: one for each tag of the interpreter's own events, and one for all others, which it gets
-/// to know when an event with them is on its way for the first time.
+/// Offers a converter for the tags of the interpreter's own events, and one for the other tags that events
+/// had last. A converter is looked up while an event with its tag is delivered, so a few tags are enough for
+/// any number of them, and a look-up takes the same time however many there have been.
 class Activator : public cppmicroservices::BundleActivator {
 public:
     void Start(cppmicroservices::BundleContext context) override {
-        for (const char* tag : {"status", "workspace", "figure", "progress"}) {
-            offer(context, std::string(tag));
-            known_.insert(tag);
-        }
-        general_ = offer(context, Tags());
-        // Before the bridge subscribes to the tag, so it is known by then.
+        offer(context, {"status", "workspace", "figure", "progress"});
+        general_ = offer(context, recent_);
+        // Before the bridge subscribes to any tag, so that this handler comes before the bridge's.
         connection_ = foundation::msg_svc::eventmgr::ScopedConnection(
-            nmutil::eventmgr::createLocalEventMgr()->subscribe<TaggedEvent>(
-                [this](const TaggedEvent& event) { learn(event); }));
+            nmutil::eventmgr::createLocalEventMgr()->subscribe<TaggedEvent>([this](const TaggedEvent& event) {
+                for (const auto& tag : event.getTypeInformation().getUserTags()) {
+                    remember(fl::i18n::to_string(tag));
+                }
+            }));
     }
     // The framework withdraws the services.
     void Stop(cppmicroservices::BundleContext /*context*/) override { connection_.disconnect(); }
@@ -53,30 +54,29 @@ public:
 private:
     using Registration = cppmicroservices::ServiceRegistration<EventToJsonConverter>;
 
-    static constexpr std::size_t mostTags = 10'000;
+    // More than the events that handlers raise, one inside of another, while one is delivered; and more than
+    // the tags that most programs use, which then cost nothing but the first time.
+    static constexpr std::size_t mostTags = 64;
 
-    Registration offer(cppmicroservices::BundleContext& context, const cppmicroservices::Any& tag) {
+    static Registration offer(cppmicroservices::BundleContext& context, const Tags& tags) {
         return context.RegisterService<EventToJsonConverter>(std::make_shared<MembersConverter>(),
-                                                             {{"eventTag", tag}});
+                                                             ServiceProperties{{"eventTag", tags}});
     }
 
     // On the event manager's thread.
-    void learn(const TaggedEvent& event) {
-        for (const auto& userTag : event.getTypeInformation().getUserTags()) {
-            std::string tag = fl::i18n::to_string(userTag);
-            if (known_.size() >= mostTags || !known_.insert(tag).second) continue;
-            if (known_.size() == mostTags) {
-                foundation::log::DiagnosticLogger("json_event_converter")
-                    .warning("There are too many tags; events with further ones are not converted.");
-            }
-            others_.push_back(std::move(tag));
-            general_.SetProperties({{"eventTag", others_}});
+    void remember(const std::string& tag) {
+        const auto known = std::ranges::find(recent_, tag);
+        if (known != recent_.end()) {
+            std::rotate(known, known + 1, recent_.end());
+            return;
         }
+        if (recent_.size() == mostTags) recent_.erase(recent_.begin());
+        recent_.push_back(tag);
+        general_.SetProperties(ServiceProperties{{"eventTag", recent_}});
     }
 
     Registration general_;
-    std::set<std::string> known_;
-    Tags others_;
+    Tags recent_;  // the latest last
     foundation::msg_svc::eventmgr::ScopedConnection connection_;
 };
 

@@ -38,11 +38,12 @@ bool succeeds(const std::string& name, const Action& action) {
 
 void startWithActivator(Bundle& bundle) {
     const auto& headers = bundle.GetHeaders();
-    const auto asks = headers.find(cppmicroservices::Constants::BUNDLE_ACTIVATOR);
+    const auto header = headers.find(cppmicroservices::Constants::BUNDLE_ACTIVATOR);
     const bool* hasActivator =
-        asks == headers.end() ? nullptr : cppmicroservices::any_cast<bool>(&asks->second);
+        header == headers.end() ? nullptr : cppmicroservices::any_cast<bool>(&header->second);
     if (hasActivator == nullptr || !*hasActivator) {
-        throw std::runtime_error("the manifest of " + bundle.GetLocation() + " asks for no activator");
+        throw std::runtime_error("\"" + cppmicroservices::Constants::BUNDLE_ACTIVATOR +
+                                 "\" must be true in the manifest of " + bundle.GetLocation());
     }
     bundle.Start();
 }

@@ -4,7 +4,6 @@
 
 #include <cppmicroservices/BundleContext.h>
 #include <cppmicroservices/Framework.h>
-#include <cppmicroservices/FrameworkEvent.h>
 #include <cppmicroservices/FrameworkFactory.h>
 #include <gtest/gtest.h>
 
@@ -44,10 +43,6 @@ public:
 class HostWithFramework : public fake::FakeHost {
 public:
     HostWithFramework() { framework_.Start(); }
-    ~HostWithFramework() override {
-        framework_.Stop();
-        framework_.WaitForStop(std::chrono::milliseconds(0));
-    }
     cppmicroservices::Framework microservices() override { return framework_; }
     std::vector<cppmicroservices::Bundle> installAndStartBundles(const std::string& path) override {
         installed.push_back(path);

@@ -1,34 +1,28 @@
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>
-#include <vector>
+#include <utility>
 
 #include "cppmicroservices/AnyMap.h"
-#include "cppmicroservices/BundleVersion.h"
 
 namespace cppmicroservices {
 
 class BundleContext;
-class Framework;
-template <class S>
-class ServiceReference;
-using ServiceReferenceU = ServiceReference<void>;
 
 namespace detail {
-class BundleRecord;
-class FrameworkLife;
-struct Handles;
+struct BundleRecord;
+struct ContextRecord;
+class FrameworkCore;
 }  // namespace detail
 
-/// A handle of an installed bundle. It keeps the bundle's framework alive; when the last handle of a running
-/// framework goes, the framework is stopped and waited for.
+/// A handle of an installed bundle; a framework is a bundle too. It keeps the bundle's framework alive; when
+/// the last handle of a running framework is released, the framework is stopped first.
 ///
-///     INSTALLED -> RESOLVED -> STARTING -> ACTIVE -> STOPPING -> RESOLVED;  UNINSTALLED after Uninstall
+///     INSTALLED -> STARTING -> ACTIVE -> STOPPING -> RESOLVED -> STARTING -> ...
 ///
-/// Threads: every operation from any thread; one handle is not assigned and used at once.
+/// Threads: every operation from any thread; one handle must not be assigned and used at once.
 /// Throws: std::invalid_argument ("invalid bundle"), each member, when the handle is false.
 class Bundle {
 public:
@@ -42,56 +36,43 @@ public:
     };
 
     Bundle() = default;
-    Bundle& operator=(std::nullptr_t);
+    Bundle(std::shared_ptr<detail::FrameworkCore> framework, std::shared_ptr<detail::BundleRecord> record)
+        : record_(std::move(record)), framework_(std::move(framework)) {}
+
     explicit operator bool() const { return record_ != nullptr; }
     bool operator==(const Bundle& other) const { return record_ == other.record_; }
-    bool operator<(const Bundle& other) const;
 
     /// Loads the library, at the first start, and runs the activator's Start on this thread. Does nothing
-    /// when active already. The framework itself is started without its bundles.
+    /// when the bundle is active. A framework is started without bundles.
     ///
     /// Blocks: while another thread starts or stops the same bundle.
-    /// Throws: SharedLibraryException, when the library does not load; std::runtime_error with the bundle's
-    /// name, location and the cause, when the activator throws or is not there, in which case its services
-    /// are withdrawn; std::logic_error, when uninstalled; std::runtime_error, when the framework does not run
-    /// or when called by this bundle's own activator.
+    /// Throws: std::runtime_error with the bundle's name, location and the cause, when the library does not
+    /// load, or the activator throws or is missing, in which case its services are withdrawn; also when the
+    /// framework does not run, or when called by this bundle's own activator.
     void Start();
-    /// The same; there are no options.
-    void Start(std::uint32_t options);
 
-    /// Runs the activator's Stop on this thread and withdraws the bundle's services. Does nothing when not
-    /// active. For the framework: returns at once; a thread of its own stops the bundles.
-    /// Blocks and throws: as Start; the bundle is stopped even so when its activator throws.
+    /// Runs the activator's Stop on this thread and withdraws the bundle's services. Does nothing when the
+    /// bundle is not active. A framework stops its bundles, the last one installed first, and forgets them;
+    /// it can be started again.
+    ///
+    /// Blocks: as Start.
+    /// Throws: std::runtime_error, when the activator throws, and the bundle is stopped even so; when called
+    /// by this bundle's own activator, or for a framework by the activator of one of its bundles.
     void Stop();
-    void Stop(std::uint32_t options);
-
-    /// Stops the bundle and takes it out of the framework.
-    /// Throws: std::logic_error, when it is out already; std::runtime_error, for the framework itself.
-    void Uninstall();
 
     State GetState() const;
-    /// False unless the bundle is active, starting or stopping.
+    /// False unless the bundle is starting, active or stopping.
     BundleContext GetBundleContext() const;
-    long GetBundleId() const;
     std::string GetLocation() const;
     std::string GetSymbolicName() const;
-    BundleVersion GetVersion() const;
     /// The manifest. Valid as long as a handle of the bundle.
     const AnyMap& GetHeaders() const;
-    /// What the bundle offers, and what it uses, at this moment.
-    std::vector<ServiceReferenceU> GetRegisteredServices() const;
-    std::vector<ServiceReferenceU> GetServicesInUse() const;
 
 private:
-    friend class Framework;
-    friend struct detail::Handles;
+    const Bundle& checked() const;
 
-    Bundle(std::shared_ptr<detail::BundleRecord> record, std::shared_ptr<detail::FrameworkLife> life);
-    const std::shared_ptr<detail::BundleRecord>& checked() const;
-
-    // The life last, so that its end, which stops the framework, still finds the record.
     std::shared_ptr<detail::BundleRecord> record_;
-    std::shared_ptr<detail::FrameworkLife> life_;
+    std::shared_ptr<detail::FrameworkCore> framework_;
 };
 
 }  // namespace cppmicroservices

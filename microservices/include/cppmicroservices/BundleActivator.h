@@ -1,18 +1,14 @@
 #pragma once
 
-#ifndef US_BUNDLE_NAME
-#error "US_BUNDLE_NAME has to be defined as the symbolic name of the bundle"
-#endif
-
 #include "cppmicroservices/BundleContext.h"
-#include "cppmicroservices/detail/bundleSymbols.h"
+#include "cppmicroservices/detail/bundleCode.h"
 
 namespace cppmicroservices {
 
 /// What a bundle does when it is started and stopped. It is made for each start and deleted after the stop.
 ///
 /// Threads: both operations on the thread that starts or stops the bundle, never two at once. They must not
-/// start or stop this bundle.  Throws: whatever they like; see Bundle.
+/// start or stop this bundle.  Throws: anything; see Bundle.
 struct BundleActivator {
     virtual ~BundleActivator() = default;
     virtual void Start(BundleContext context) = 0;

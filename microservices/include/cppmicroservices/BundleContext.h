@@ -1,103 +1,78 @@
 #pragma once
 
-#include <cstddef>
 #include <memory>
 #include <string>
+#include <typeinfo>
+#include <utility>
 #include <vector>
 
-#include "cppmicroservices/AnyMap.h"
 #include "cppmicroservices/Bundle.h"
-#include "cppmicroservices/ServiceInterface.h"
 #include "cppmicroservices/ServiceReference.h"
 #include "cppmicroservices/ServiceRegistration.h"
-#include "cppmicroservices/detail/Handles.h"
 
 namespace cppmicroservices {
 
 /// What a bundle sees of the framework while it is starting, active or stopping. A handle, which keeps
-/// nothing alive.
+/// nothing running.
 ///
-/// Threads: every operation from any thread; one handle is not assigned and used at once.
-/// Locks: those of the registry and of the framework, all of them leaves; no foreign code runs under them.
-/// Throws: IllegalStateException, each member, when the handle is false or its bundle was stopped.
+/// Threads: every operation from any thread; one handle must not be assigned and used at once.
+/// Locks: those of the framework, which are leaves; no foreign code runs under them.
+/// Throws: std::runtime_error, each member, when the handle is false or its bundle was stopped.
 class BundleContext {
 public:
     BundleContext() = default;
-    BundleContext& operator=(std::nullptr_t);
+    explicit BundleContext(std::shared_ptr<detail::ContextRecord> record) : record_(std::move(record)) {}
+
     explicit operator bool() const;
-    bool operator==(const BundleContext& other) const { return record_ == other.record_; }
-
     Bundle GetBundle() const;
-    /// The bundle with that id, or false.
-    Bundle GetBundle(long id) const;
-    std::vector<Bundle> GetBundles() const;
-    std::vector<Bundle> GetBundles(const std::string& location) const;
 
-    /// Installs the library at `location`, which is used as it stands, and starts nothing. The manifest is
-    /// the file beside the library, named as it with ".manifest.json" behind, or `bundleManifest`: a map of
-    /// headers for each symbolic name. The same location again gives the same bundles.
+    /// Installs the library at `location`, which is used as it stands, and starts nothing. Its manifest is
+    /// the file `location` + ".manifest.json". The same location again gives the same bundle.
     ///
-    /// Throws: std::runtime_error, when there is no such file or no good manifest, when the name and version
-    /// are taken, or when the framework is stopping.
-    std::vector<Bundle> InstallBundles(
-        const std::string& location,
-        const AnyMap& bundleManifest = AnyMap(AnyMap::UNORDERED_MAP_CASEINSENSITIVE_KEYS));
+    /// Throws: std::runtime_error, when there is no such file or no valid manifest, or when a bundle from
+    /// another location has its name.
+    std::vector<Bundle> InstallBundles(const std::string& location);
 
-    /// Offers `service` by the names of the interfaces `I1` and `More`.
-    /// Throws: std::invalid_argument, when it is null; std::runtime_error, when two keys differ only in case.
-    template <class I1, class... More, class Impl>
-    ServiceRegistration<I1, More...> RegisterService(const std::shared_ptr<Impl>& service,
-                                                     const ServiceProperties& properties = {}) {
-        auto interfaces = std::make_shared<InterfaceMap>();
-        (*interfaces)[detail::interfaceId<I1>()] = std::static_pointer_cast<I1>(service);
-        (((*interfaces)[detail::interfaceId<More>()] = std::static_pointer_cast<More>(service)), ...);
-        ServiceRegistration<I1, More...> registration;
-        detail::Handles::setRecord(registration, registerRecord(interfaces, properties));
-        return registration;
+    /// Offers `service` as an `S`.
+    /// Throws: std::invalid_argument, when it is null or `service.ranking` is not an int; std::runtime_error,
+    /// when two keys differ only in case.
+    template <class S, class Impl>
+    ServiceRegistration<S> RegisterService(const std::shared_ptr<Impl>& service,
+                                           const ServiceProperties& properties = {}) {
+        return ServiceRegistration<S>(add(typeid(S), std::static_pointer_cast<S>(service), properties));
     }
-    [[nodiscard]] ServiceRegistrationU RegisterService(const InterfaceMapConstPtr& interfaces,
-                                                       const ServiceProperties& properties = {});
 
-    /// The services with the interface `S` that `filter`, a text as LDAPFilter takes it, matches: the highest
-    /// ranking first, then the one registered first. An empty filter matches every service.
-    /// Throws: std::invalid_argument, for a bad filter, unless no service has the interface.
+    /// The services offered as an `S` that match `filter`, the highest ranking first, then the one registered
+    /// first. A filter has the text form of RFC 1960, as in `(&(kind=a*)(size>=3))`, where `\` makes the next
+    /// character literal; an empty one matches every service.
+    /// Throws: std::invalid_argument, when the filter is malformed.
     template <class S>
     std::vector<ServiceReference<S>> GetServiceReferences(const std::string& filter = "") {
         std::vector<ServiceReference<S>> references;
-        for (auto& target : find(detail::interfaceId<S>(), filter)) {
-            references.push_back(detail::Handles::reference<S>(std::move(target)));
+        for (auto& service : find(typeid(S), filter)) {
+            references.push_back(ServiceReference<S>(std::move(service)));
         }
         return references;
     }
-    /// The same by name. With an empty name, of any interface; then, unless the filter asks for an
-    /// `objectclass`, in the order of registration.
-    std::vector<ServiceReferenceU> GetServiceReferences(const std::string& clazz,
-                                                        const std::string& filter = "");
-
     /// The first of them, or a false reference.
     template <class S>
     ServiceReference<S> GetServiceReference() {
         const auto references = GetServiceReferences<S>();
         return references.empty() ? ServiceReference<S>() : references.front();
     }
-    ServiceReferenceU GetServiceReference(const std::string& clazz);
 
-    /// The service, in use until the last copy of the pointer goes; or null, when it is withdrawn during the
-    /// call. It stays alive and callable after a withdrawal.
+    /// The service. It stays alive and callable as long as it is held, also after it is withdrawn.
     /// Throws: std::invalid_argument, when the reference is false.
     template <class S>
     std::shared_ptr<S> GetService(const ServiceReference<S>& reference) {
-        return std::static_pointer_cast<S>(use(reference));
+        return std::static_pointer_cast<S>(get(reference.record_));
     }
 
 private:
-    friend struct detail::Handles;
-
-    std::shared_ptr<detail::ServiceRecord> registerRecord(const InterfaceMapConstPtr& interfaces,
-                                                          const ServiceProperties& properties);
-    std::vector<std::shared_ptr<const detail::ReferenceTarget>> find(const std::string& interfaceId,
-                                                                     const std::string& filter) const;
-    std::shared_ptr<void> use(const ServiceReferenceBase& reference) const;
+    detail::ServicePtr add(const std::type_info& type, std::shared_ptr<void> object,
+                           const ServiceProperties& properties) const;
+    std::vector<detail::ServicePtr> find(const std::type_info& type, const std::string& filter) const;
+    std::shared_ptr<void> get(const detail::ServicePtr& service) const;
 
     std::shared_ptr<detail::ContextRecord> record_;
 };

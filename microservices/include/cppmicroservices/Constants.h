@@ -2,27 +2,13 @@
 
 #include <string>
 
-/// Keys of properties and of manifest headers.
+/// Keys of manifest headers and of properties.
 namespace cppmicroservices::Constants {
 
-extern const std::string SYSTEM_BUNDLE_LOCATION;
-extern const std::string SYSTEM_BUNDLE_SYMBOLICNAME;
+inline const std::string BUNDLE_SYMBOLICNAME = "bundle.symbolic_name";  ///< string; required
+inline const std::string BUNDLE_ACTIVATOR = "bundle.activator";  ///< bool; if not true, nothing is loaded
 
-// Headers of a manifest.
-extern const std::string BUNDLE_SYMBOLICNAME;  ///< text; must be there
-extern const std::string BUNDLE_ACTIVATOR;     ///< bool; without it the library is never loaded
-extern const std::string BUNDLE_VERSION;       ///< text
-extern const std::string BUNDLE_DESCRIPTION;
-extern const std::string BUNDLE_VENDOR;
-
-// Properties of a service.
-extern const std::string OBJECTCLASS;      ///< std::vector<std::string>; set by the framework
-extern const std::string SERVICE_ID;       ///< long; set by the framework
-extern const std::string SERVICE_RANKING;  ///< int
-extern const std::string SERVICE_SCOPE;    ///< text; set by the framework
-extern const std::string SCOPE_SINGLETON;
-
-// Configuration of a framework.
-extern const std::string LIBRARY_LOAD_OPTIONS;  ///< int: the flags for dlopen
+inline const std::string SERVICE_ID = "service.id";            ///< long, rising; set by the framework
+inline const std::string SERVICE_RANKING = "service.ranking";  ///< int
 
 }  // namespace cppmicroservices::Constants

@@ -1,35 +1,46 @@
 #pragma once
 
-#include <cstddef>
-#include <functional>
 #include <memory>
+#include <string>
 #include <utility>
 
-#include "cppmicroservices/ServiceReferenceBase.h"
+#include "cppmicroservices/Any.h"
 
 namespace cppmicroservices {
 
-/// A reference to a service that is known to have the interface `S`; `ServiceReferenceU` to any service.
-template <class S>
-class ServiceReference : public ServiceReferenceBase {
-public:
-    using ServiceType = S;
+namespace detail {
 
+struct ServiceRecord;
+using ServicePtr = std::shared_ptr<ServiceRecord>;
+
+bool isRegistered(const ServicePtr& record);
+Any propertyOf(const ServicePtr& record, const std::string& key);
+
+}  // namespace detail
+
+/// Points to one registration of a service that was offered as an `S`, without holding the service.
+///
+/// Threads: as a plain value.
+template <class S>
+class ServiceReference {
+public:
     ServiceReference() = default;
-    ServiceReference& operator=(std::nullptr_t) {
-        ServiceReferenceBase::operator=(nullptr);
-        return *this;
-    }
+
+    /// Whether there is a service. False once it is withdrawn; its properties stay readable.
+    explicit operator bool() const { return detail::isRegistered(record_); }
+    bool operator==(const ServiceReference& other) const { return record_ == other.record_; }
+
+    /// The value of a property, its key in any case; empty when there is none.
+    Any GetProperty(const std::string& key) const { return detail::propertyOf(record_, key); }
 
 private:
-    friend struct detail::Handles;
+    friend class BundleContext;
+    template <class>
+    friend class ServiceRegistration;
 
-    explicit ServiceReference(std::shared_ptr<const detail::ReferenceTarget> target)
-        : ServiceReferenceBase(std::move(target)) {}
+    explicit ServiceReference(detail::ServicePtr record) : record_(std::move(record)) {}
+
+    detail::ServicePtr record_;
 };
 
 }  // namespace cppmicroservices
-
-template <class S>
-struct std::hash<cppmicroservices::ServiceReference<S>> : std::hash<cppmicroservices::ServiceReferenceBase> {
-};

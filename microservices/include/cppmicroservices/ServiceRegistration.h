@@ -1,62 +1,51 @@
 #pragma once
 
-#include <cstddef>
-#include <memory>
+#include <string>
+#include <unordered_map>
+#include <utility>
 
-#include "cppmicroservices/ServiceInterface.h"
 #include "cppmicroservices/ServiceReference.h"
-#include "cppmicroservices/detail/Handles.h"
 
 namespace cppmicroservices {
 
-/// What the one who registered a service holds. Copies share the registration, and nothing ends it but
-/// `Unregister` and the stop of the bundle: the destructor does not.
+/// The properties of a service. Keys are looked up in any case.
+using ServiceProperties = std::unordered_map<std::string, Any>;
+
+namespace detail {
+
+const ServicePtr& registered(const ServicePtr& record);
+void setProperties(const ServicePtr& record, const ServiceProperties& properties);
+void withdraw(const ServicePtr& record);
+
+}  // namespace detail
+
+/// What the one who registered a service as an `S` holds. Copies share the registration, and nothing ends it
+/// but `Unregister` and the stop of the bundle: the destructor does not.
 ///
 /// Threads: as a plain value; different handles of one registration may be used at once.
-/// Throws: std::logic_error, each member, when false or withdrawn already.
-class ServiceRegistrationBase {
+/// Throws: std::logic_error, each operation, when the handle is false or the service is withdrawn.
+template <class S>
+class ServiceRegistration {
 public:
-    ServiceRegistrationBase() = default;
-    ServiceRegistrationBase& operator=(std::nullptr_t);
+    ServiceRegistration() = default;
 
     /// Whether this handle was got from a registration; it stays true after `Unregister`.
     explicit operator bool() const { return record_ != nullptr; }
-    bool operator==(const ServiceRegistrationBase& other) const { return record_ == other.record_; }
+    ServiceReference<S> GetReference() const { return ServiceReference<S>(detail::registered(record_)); }
 
     /// Replaces all properties but those that the framework sets, and so the service's place in the order.
-    /// Throws: also std::invalid_argument, when `service.ranking` is no int, and std::runtime_error, when two
-    /// keys differ only in case.
-    void SetProperties(const ServiceProperties& properties);
-    void SetProperties(ServiceProperties&& properties);
+    /// Throws: also what BundleContext::RegisterService throws for bad properties.
+    void SetProperties(const ServiceProperties& properties) { detail::setProperties(record_, properties); }
 
     /// Withdraws the service: new look-ups miss it, whoever holds it keeps it.  Blocks: never for its users.
-    void Unregister();
-
-protected:
-    ~ServiceRegistrationBase() = default;
-    std::shared_ptr<const detail::ReferenceTarget> target(const std::string& interfaceId) const;
+    void Unregister() { detail::withdraw(record_); }
 
 private:
-    friend struct detail::Handles;
+    friend class BundleContext;
 
-    std::shared_ptr<detail::ServiceRecord> record_;
+    explicit ServiceRegistration(detail::ServicePtr record) : record_(std::move(record)) {}
+
+    detail::ServicePtr record_;
 };
-
-/// The registration of a service with the interfaces `I1` and `More`.
-template <class I1, class... More>
-class ServiceRegistration : public ServiceRegistrationBase {
-public:
-    ServiceRegistration() = default;
-    ServiceRegistration& operator=(std::nullptr_t) {
-        ServiceRegistrationBase::operator=(nullptr);
-        return *this;
-    }
-
-    ServiceReference<I1> GetReference() const {
-        return detail::Handles::reference<I1>(target(detail::interfaceId<I1>()));
-    }
-};
-
-using ServiceRegistrationU = ServiceRegistration<void>;
 
 }  // namespace cppmicroservices
