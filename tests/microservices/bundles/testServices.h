@@ -1,25 +1,21 @@
 #pragma once
 
-#include <string>
+#include <functional>
 
 #include "cppmicroservices/BundleContext.h"
 
 namespace test_services {
 
-/// Offered by the test: does what the activator of the directed bundle is to do, on the activator's thread.
-class Director {
-public:
-    virtual ~Director() = default;
-    virtual void atStart(cppmicroservices::BundleContext context) = 0;
-    virtual void atStop(cppmicroservices::BundleContext context) = 0;
+/// Offered by the test: what the activator of the directed bundle does, on the activator's thread.
+struct Director {
+    using Action = std::function<void(cppmicroservices::BundleContext)>;
+    Action start;
+    Action stop = [](auto) {};
 };
 
-/// Offered by the directed bundle, from before it asks the director.
-class Probe {
-public:
-    virtual ~Probe() = default;
-    /// What GetBundleContext gives inside the bundle.
-    virtual cppmicroservices::BundleContext context() const = 0;
+/// Offered by the directed bundle before it calls the director.
+struct Probe {
+    std::function<cppmicroservices::BundleContext()> context;  ///< GetBundleContext inside of the bundle
 };
 
 }  // namespace test_services

@@ -10,25 +10,18 @@ using cppmicroservices::BundleContext;
 using test_services::Director;
 using test_services::Probe;
 
-class LocalProbe : public Probe {
-public:
-    BundleContext context() const override { return cppmicroservices::GetBundleContext(); }
-};
-
 class Activator : public cppmicroservices::BundleActivator {
 public:
     void Start(BundleContext context) override {
-        context.RegisterService<Probe>(std::make_shared<LocalProbe>());
-        if (const auto director = directorIn(context)) director->atStart(context);
+        context.RegisterService<Probe>(std::make_shared<Probe>(Probe{cppmicroservices::GetBundleContext}));
+        if (const auto director = context.GetServiceReference<Director>()) {
+            context.GetService(director)->start(context);
+        }
     }
     void Stop(BundleContext context) override {
-        if (const auto director = directorIn(context)) director->atStop(context);
-    }
-
-private:
-    static std::shared_ptr<Director> directorIn(BundleContext context) {
-        const auto reference = context.GetServiceReference<Director>();
-        return reference ? context.GetService(reference) : nullptr;
+        if (const auto director = context.GetServiceReference<Director>()) {
+            context.GetService(director)->stop(context);
+        }
     }
 };
 

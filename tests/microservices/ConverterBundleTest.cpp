@@ -1,0 +1,70 @@
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <cppmicroservices/BundleContext.h>
+#include <cppmicroservices/Framework.h>
+#include <cppmicroservices/FrameworkFactory.h>
+#include <gtest/gtest.h>
+
+#include "connector/interpreter/ConnectorEventMgrBridge.h"
+#include "fl/i18n/text.h"
+#include "standalone/TaggedEvent.h"
+#include "support/FakeHost.h"
+#include "support/FakeMessageService.h"
+
+namespace {
+
+using foundation::json::Value;
+using standalone::TaggedEvent;
+
+class HostWithConverters : public fake::FakeHost {
+public:
+    HostWithConverters() { framework_.Start(); }
+    cppmicroservices::Framework microservices() override { return framework_; }
+    std::vector<cppmicroservices::Bundle> installAndStartBundles(const std::string&) override {
+        auto bundles = framework_.GetBundleContext().InstallBundles(NUMORA_CONVERTER_BUNDLE);
+        for (auto& bundle : bundles) bundle.Start();
+        return bundles;
+    }
+
+private:
+    cppmicroservices::Framework framework_ = cppmicroservices::FrameworkFactory().NewFramework();
+};
+
+// The bridge starts the bundle once in a process, so all of this is one test.
+TEST(ConverterBundleTest, convertsEventsWithAnyTag) {
+    HostWithConverters host;
+    const auto messages = std::make_shared<fake::FakeMessageService>();
+    const connector::interpreter::ConnectorEventMgrBridge bridge(messages);
+    const auto raise = [&](const std::string& tag, int number) {
+        host.events->raise(TaggedEvent(fl::i18n::to_ustring(tag), {{"number", Value(number)}}));
+    };
+
+    // A program that has a tag of its own for each of many pieces of work.
+    constexpr int tags = 20'000;
+    for (int i = 0; i < tags; ++i) {
+        const std::string tag = "job-" + std::to_string(i);
+        messages->subscribeClient("client", "/eventmgr/0/" + tag);
+        raise(tag, i);
+        messages->unsubscribeClient("client", "/eventmgr/0/" + tag);
+    }
+    ASSERT_EQ(messages->published().size(), std::size_t{tags});
+    EXPECT_EQ(messages->published().back(), R"(/eventmgr/0/job-19999 {"number":19999})");
+
+    // A handler, which is called between the bundle's and the bridge's, raises another event in its place.
+    const foundation::msg_svc::eventmgr::ScopedConnection between(
+        host.events->subscribe<TaggedEvent>([&](const TaggedEvent&) { raise("inner", 2); }, u"outer"));
+    for (const char* tag : {"outer", "inner", "status"}) {
+        messages->subscribeClient("client", std::string("/eventmgr/0/") + tag);
+    }
+    raise("outer", 1);
+    raise("status", 3);
+    const auto published = messages->published();
+    EXPECT_EQ(
+        std::vector(published.begin() + tags, published.end()),
+        (std::vector<std::string>{R"(/eventmgr/0/inner {"number":2})", R"(/eventmgr/0/outer {"number":1})",
+                                  R"(/eventmgr/0/status {"number":3})"}));
+}
+
+}  // namespace
