@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <exception>
 #include <optional>
-#include <ranges>
 #include <stdexcept>
 
 #include "cppmicroservices/BundleContext.h"
@@ -142,9 +141,9 @@ void FrameworkCore::stopFramework() {
         system_->state = Bundle::STATE_STOPPING;
         bundles.swap(bundles_);  // none can be started any more
     }
-    for (const auto& bundle : bundles | std::views::reverse) {
+    for (auto bundle = bundles.rbegin(); bundle != bundles.rend(); ++bundle) {
         try {
-            stop(bundle);
+            stop(*bundle);
         } catch (const std::exception&) {  // it is stopped even so, and nobody waits for the cause
         }
     }

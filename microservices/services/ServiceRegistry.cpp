@@ -79,14 +79,14 @@ void ServiceRegistry::end(ContextRecord& context) {
     std::vector<ServicePtr> withdrawn;
     MutexLock lock(mutex_);
     context.isValid = false;
-    for (const auto& [type, records] : services_) {
-        std::ranges::copy_if(records, std::back_inserter(withdrawn),
-                             [&](const ServicePtr& record) { return record->owner.get() == &context; });
+    for (auto& [type, records] : services_) {
+        const auto ended =
+            std::stable_partition(records.begin(), records.end(),
+                                  [&](const ServicePtr& record) { return record->owner.get() != &context; });
+        withdrawn.insert(withdrawn.end(), ended, records.end());
+        records.erase(ended, records.end());
     }
-    for (const ServicePtr& record : withdrawn) {
-        objects.push_back(std::exchange(record->object, nullptr));
-        removeLocked(*record);
-    }
+    for (const ServicePtr& record : withdrawn) objects.push_back(std::exchange(record->object, nullptr));
 }
 
 void ServiceRegistry::insertLocked(const ServicePtr& record) {

@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include "Fixture.h"
 #include "support/threads.h"
@@ -12,6 +12,7 @@ namespace {
 
 using namespace cppmicroservices;
 using test_services::Probe;
+using testing::AllOf, testing::HasSubstr, testing::ThrowsMessage;
 
 TEST(FrameworkTest, isNotUsableBeforeItIsStarted) {
     EXPECT_THROW(Bundle().GetState(), std::invalid_argument);
@@ -133,16 +134,9 @@ TEST_F(BundleTest, thatThrowsInItsStartIsNotStarted) {
                                throw std::runtime_error("no luck");
                            }});
     auto bundle = running.install("test_directed");
-    try {
-        bundle.Start();
-        FAIL();
-    } catch (const std::runtime_error& error) {
-        const std::string text = error.what();
-        for (const std::string& part :
-             {std::string("no luck"), bundle.GetSymbolicName(), bundle.GetLocation()}) {
-            EXPECT_NE(text.find(part), std::string::npos) << text;
-        }
-    }
+    EXPECT_THAT([&] { bundle.Start(); }, ThrowsMessage<std::runtime_error>(
+                                             AllOf(HasSubstr("no luck"), HasSubstr(bundle.GetSymbolicName()),
+                                                   HasSubstr(bundle.GetLocation()))));
     EXPECT_EQ(bundle.GetState(), Bundle::STATE_RESOLVED);
     EXPECT_FALSE(context.GetServiceReference<Probe>());
     EXPECT_FALSE(kept);
