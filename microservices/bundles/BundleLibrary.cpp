@@ -6,6 +6,8 @@
 #include <stdexcept>
 #include <utility>
 
+#include <Poco/Exception.h>
+
 #include "cppmicroservices/BundleActivator.h"
 
 namespace cppmicroservices::detail {
@@ -19,8 +21,13 @@ Function* BundleLibrary::symbol(const std::string& name) {
 }
 
 void BundleLibrary::start(const std::string& path, const std::string& bundle, const BundleContext& context) {
-    if (!library_.isLoaded()) library_.load(path, Poco::SharedLibrary::SHLIB_LOCAL);
+    try {
+        if (!library_.isLoaded()) library_.load(path, Poco::SharedLibrary::SHLIB_LOCAL);
+    } catch (const Poco::LibraryLoadException& error) {
+        throw std::runtime_error(error.message());  // what() has no more than the kind of the error
+    }
     const auto create = symbol<BundleActivator*()>("_us_create_activator_" + bundle);
+    destroy_ = symbol<void(BundleActivator*)>("_us_destroy_activator_" + bundle);
     symbol<SetContext>("_us_set_bundle_context_instance_" + bundle)(&context);
     activator_ = create();
     activator_->Start(context);
@@ -33,7 +40,7 @@ void BundleLibrary::stopActivator(const BundleContext& context) {
 void BundleLibrary::end(const std::string& bundle) {
     if (activator_ == nullptr) return;
     symbol<SetContext>("_us_set_bundle_context_instance_" + bundle)(nullptr);
-    symbol<void(BundleActivator*)>("_us_destroy_activator_" + bundle)(std::exchange(activator_, nullptr));
+    destroy_(std::exchange(activator_, nullptr));
 }
 
 }  // namespace cppmicroservices::detail

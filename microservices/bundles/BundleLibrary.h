@@ -31,6 +31,7 @@ private:
 
     Poco::SharedLibrary library_;
     BundleActivator* activator_ = nullptr;
+    void (*destroy_)(BundleActivator*) = nullptr;
 };
 
 }  // namespace cppmicroservices::detail

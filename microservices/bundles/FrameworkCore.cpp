@@ -30,7 +30,8 @@ std::runtime_error failure(const BundleRecord& bundle, const std::string& what) 
 
 }  // namespace
 
-/// While in scope, this thread alone starts or stops the bundle. It is no lock: the activator runs meanwhile.
+/// While in scope, this thread alone starts or stops the bundle. It is not a lock: the activator runs
+/// meanwhile.
 class FrameworkCore::Turn {
 public:
     /// Throws: std::runtime_error, when this thread does so already: it could only wait for itself.
@@ -169,7 +170,7 @@ BundlePtr FrameworkCore::install(const std::string& location) {
     if (system_->state != Bundle::STATE_ACTIVE) throw std::runtime_error("The framework is stopping.");
     for (const auto& other : bundles_) {
         if (other->location == location) return other;
-        if (other->symbolicName == bundle->symbolicName) throw failure(*other, "has that name already.");
+        if (other->symbolicName == bundle->symbolicName) throw failure(*other, "is installed already.");
     }
     bundles_.push_back(bundle);
     return bundle;
