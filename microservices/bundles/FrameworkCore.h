@@ -1,6 +1,5 @@
 #pragma once
 
-#include <atomic>
 #include <condition_variable>
 #include <memory>
 #include <string>
@@ -38,13 +37,6 @@ struct BundleRecord {
 };
 
 using BundlePtr = std::shared_ptr<BundleRecord>;
-
-/// One start of a bundle, which is what a context is valid for.
-struct ContextRecord {
-    const std::shared_ptr<FrameworkCore> framework;
-    const BundlePtr bundle;
-    std::atomic<bool> isValid{true};  ///< changed under the registry's mutex: no service is added afterwards
-};
 
 /// A framework: its bundles, the first of which is itself, and the services of them all. For what the
 /// operations throw see Bundle and BundleContext.

@@ -5,7 +5,6 @@
 #include <stdexcept>
 #include <utility>
 
-#include "bundles/FrameworkCore.h"
 #include "cppmicroservices/Constants.h"
 #include "filter/Filter.h"
 

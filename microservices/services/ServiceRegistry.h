@@ -13,6 +13,13 @@
 
 namespace cppmicroservices::detail {
 
+/// One start of a bundle, which is what a context is valid for.
+struct ContextRecord {
+    const std::shared_ptr<FrameworkCore> framework;
+    const std::shared_ptr<BundleRecord> bundle;
+    std::atomic<bool> isValid{true};  ///< changed under the registry's mutex: no service is added afterwards
+};
+
 /// One registration of a service.
 struct ServiceRecord {
     const std::shared_ptr<ContextRecord> owner;
