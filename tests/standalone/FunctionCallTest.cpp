@@ -171,13 +171,11 @@ TEST_F(FunctionCallTest, namesACapabilityThatTheClientLacks) {
     EXPECT_EQ(call(u"numora.require", {u"1"}), "TypeError: capability must be a string, not int");
 }
 
-TEST_F(FunctionCallTest, givesUpAfterItsTimeLimitAndGoesOn) {
+TEST_F(FunctionCallTest, givesUpAtItsTimeLimitWhileItWritesItsResult) {
     eval(
         u"import numpy\ndef huge(row): return [row] * 20_000\n"
-        u"def rows(): return huge([0] * 40_000)\ndef arrays(): return huge(numpy.zeros(40_000))\n"
-        u"def endless():\n    " +
-        std::u16string(endlessLoop));
-    for (const auto* function : {u"endless", u"rows", u"arrays"})
+        u"def rows(): return huge([0] * 40_000)\ndef arrays(): return huge(numpy.zeros(40_000))");
+    for (const auto* function : {u"rows", u"arrays"})
         EXPECT_EQ(call(function, {}, 1, "", 300), "FEval timed out after 300 milliseconds");
     EXPECT_EQ(call(u"abs", {u"-1"}), "[1]");
 }

@@ -5,8 +5,8 @@ namespace {
 using InterruptTest = RunningInterpreter;
 
 TEST_F(InterruptTest, endsAWaitForAChildProcess) {
-    eval(u"import subprocess");
-    auto running = startEval(u"subprocess.run(['sleep', '600'])");
+    eval(u"import os, subprocess\nends = os.pipe()");  // the child ends with this process
+    auto running = startEval(u"subprocess.run(['cat'], stdin=ends[0])");
     interrupt();
     const std::string shown = text(running.get());
     EXPECT_TRUE(shown.ends_with("KeyboardInterrupt\n")) << shown;

@@ -86,7 +86,8 @@ protected:
     auto onInterpreter(Question question) {
         std::packaged_task<decltype(question())()> task(std::move(question));
         submit(std::make_shared<cmddistributor::PackagedTaskCmdRequest>([&task] { task(); }),
-               cmddistributor::RunOptions(cmddistributor::WhenToDequeue::Prompt));
+               cmddistributor::RunOptions(cmddistributor::WhenToDequeue::Prompt))
+            .get();
         return task.get_future().get();
     }
 
