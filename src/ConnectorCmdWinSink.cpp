@@ -149,7 +149,7 @@ void ConnectorCmdWinSink::doDone() {
     try {
         collectStatuses(statuses);
     } catch (...) {
-        failure = std::current_exception();  // an evaluation whose results cannot be had still ends
+        failure = std::current_exception();  // an evaluation whose results are not available still ends
     }
     // Resolving may throw, and may run code that uses the sink: the level is closed by then.
     const std::shared_ptr<StatusPromise> promise = closeLevel(statuses);

@@ -269,7 +269,7 @@ bool InterpreterServiceProviderImpl::isStaleLocked(const common::ContextState& c
 MessageFuture InterpreterServiceProviderImpl::handle(std::unique_ptr<Interrupt>&& message) {
     log().info("Received interrupt request from client");
     auto response = std::make_unique<InterruptResponse>(message->uuid());
-    // Not after the wait for the mutex, lest later requests count as older.
+    // Not after the wait for the mutex: later requests would count as older.
     const std::uint64_t time = nowMs();
     const std::uint64_t arrival =
         common::ContextState::current()->getOr(common::requestArrival, common::arrivalNow());

@@ -27,7 +27,7 @@ namespace connector::interpreter {
 ///     P>=1              doSkipLevel  S+1, P-1       newest promise resolved now
 ///     N reaches 0       postEval     idle           previous sink restored, suggestions no longer subscribed
 ///
-/// Threads: the interpreter thread, or whoever holds the interpreter's lock in its stead, but for getInstance
+/// Threads: the interpreter thread, or any thread that holds the interpreter's lock, but for getInstance
 /// and getFactory (any) and for suggestionCallback (the event manager's). Locks: the sink's mutex guards the
 /// making of the instances, the suggestion, and the end of a level. It is not held while a promise is
 /// resolved or a subscription ends: a continuation may use the sink, and the suggestion handler, for which

@@ -17,7 +17,7 @@ namespace connector::json {
 ///
 /// What is appended is well-formed UTF-8 whatever `utf8` holds. One U+FFFD stands for each of:
 /// - a byte that starts no sequence: a continuation byte, FE or FF;
-/// - a sequence that is cut short, by the end or by a byte that is no continuation byte, which is read anew:
+/// - a sequence that is cut short, by the end or by a byte that is no continuation byte, which is read again:
 ///   C3 28 becomes EF BF BD 28;
 /// - a whole sequence that must not be there: an overlong form (one of C0 BC is not a `<`), a surrogate, a
 ///   number above U+10FFFF. The lead bytes F8 to FD count as those of 5 and 6 bytes.

@@ -13,7 +13,7 @@
 
 namespace connector::json {
 
-/// Text that is no JSON. what() says where and why, for a person.
+/// Malformed JSON. what() says where and why, for a person.
 class ParseError : public std::runtime_error {
 public:
     ParseError(std::size_t offset, const std::string& reason)

@@ -9,8 +9,8 @@
 namespace connector::json {
 
 /// Appends `value` as compact JSON in UTF-8: the other way round of `parse`. What stands in an object keeps
-/// the order that the object keeps. Strings are escaped as `appendEscaped` does; a double that is no number
-/// is null.
+/// the order that the object keeps. Strings are escaped as `appendEscaped` does; NaN and the
+/// infinities are null.
 ///
 /// Threads: any, while nobody changes the value.
 /// Throws: Poco::BadCastException, for a value that has no JSON form; connector::common::OutOfMemory or

@@ -12,7 +12,7 @@
 
 namespace foundation::json {
 
-/// A JSON value: null, a boolean, a number, a text in UTF-8, an array, or an object, whose keys are in order.
+/// A JSON value: null, a boolean, a number, a string in UTF-8, an array, or an object, whose keys are in order.
 ///
 /// Threads: as a plain value.
 class Value {
@@ -35,7 +35,7 @@ public:
     Value(T value) : content_(static_cast<std::int64_t>(value)) {}
     template <std::unsigned_integral T>
     requires(!std::same_as<T, bool>) Value(T value) : content_(static_cast<std::uint64_t>(value)) {}
-    /// What is no number is null in JSON.
+    /// NaN and the infinities are null in JSON.
     template <std::floating_point T>
     Value(T value) : content_(static_cast<double>(value)) {}
     Value(std::string text) : content_(std::move(text)) {}
@@ -53,7 +53,7 @@ private:
 };
 
 /// `value` as compact JSON in UTF-8. Numbers are the shortest text that reads back as the same; NaN and the
-/// infinities, which JSON lacks, are null. Texts are escaped as `connector::json::appendEscaped` does.
+/// infinities, which JSON lacks, are null. Strings are escaped as `connector::json::appendEscaped` does.
 ///
 /// Threads: any, while nobody changes the value.
 /// Throws: connector::common::OutOfMemory ("Out of memory!"), or another std::bad_alloc.

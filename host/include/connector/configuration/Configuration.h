@@ -22,7 +22,7 @@ public:
     virtual std::unique_ptr<reactive_streams::Canceller> subscribe(
         const std::string& key, std::shared_ptr<reactive_streams::Subscriber> subscriber) = 0;
 
-    /// The text value of `key`, or `otherwise` where it is absent or no text.
+    /// The string value of `key`, or `otherwise` where it is absent or not a string.
     std::string getText(const std::string& key, const std::string& otherwise) const {
         const auto value = get(key);
         const std::string* text = value ? boost::get<std::string>(&*value) : nullptr;

@@ -57,7 +57,7 @@ inline constexpr int maxSequenceDepth = 8;
 /// object fails with a Poco::NullPointerException.
 ///
 /// Owns: what is registered uses `serializer`, and is kept by nothing else.
-/// Throws: std::invalid_argument when the type name or the class is registered otherwise.
+/// Throws: std::invalid_argument when the type name or the class is already part of another pair.
 void registerSequenceContainer(connector::json::JsonSerializer& serializer);
 
 }  // namespace connector::container

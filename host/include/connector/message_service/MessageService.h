@@ -59,7 +59,7 @@ public:
     /// sent as they are.
     /// Returns a future that is ready once the subscribers in this process have run and the message is queued
     /// for every client.  Blocks: while subscribers in this process run; never for a client.
-    /// Throws: std::invalid_argument, for a channel that is no name and for empty data.
+    /// Throws: std::invalid_argument, for a malformed channel name and for empty data.
     virtual Future<void> publish(const std::string& channel, const common::DataBuffer& data) = 0;
 
     /// Calls `handler` for every message on a channel that `pattern` matches, on the thread that publishes.

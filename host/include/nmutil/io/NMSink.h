@@ -24,7 +24,7 @@ using UnicodeStreamBuf = std::basic_streambuf<char16_t>;
 
 /// A destination of interpreter text.
 ///
-/// Threads: the interpreter thread, or whoever holds the interpreter's lock in its stead.
+/// Threads: the interpreter thread, or any thread that holds the interpreter's lock.
 class NMSink {
 public:
     /// Owns: shares `buffer`, which must not be null.
@@ -35,7 +35,7 @@ public:
     virtual void activate() {}
     virtual void deactivate() {}
 
-    /// A dirty sink has shown text since the last prompt, so that a prompt has to be shown anew.
+    /// A dirty sink has shown text since the last prompt, so that a prompt has to be shown again.
     virtual bool isDirty() const { return dirty_; }
     virtual void setDirty(bool dirty) { dirty_ = dirty; }
 

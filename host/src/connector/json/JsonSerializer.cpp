@@ -18,7 +18,8 @@ void JsonSerializer::registerType(const std::string& typeName, std::type_index t
     const auto typed = byType_.find(type);
     if ((named != byName_.end() && named->second->type != type) ||
         (typed != byType_.end() && typed->second->typeName != typeName)) {
-        throw std::invalid_argument("Message type " + typeName + " or its class is registered otherwise.");
+        throw std::invalid_argument("Message type " + typeName +
+                                    " or its class is already part of another pair.");
     }
     byName_[typeName] = entry;
     byType_[type] = std::move(entry);

@@ -24,7 +24,7 @@ namespace connector::interpreter::v1 {
 class InterpreterJsonSerialization {
 public:
     /// Registers the six classes. `serializer` is not null.
-    /// Throws: std::invalid_argument when one of the type names or classes is registered otherwise.
+    /// Throws: std::invalid_argument when one of the type names or classes is already part of another pair.
     explicit InterpreterJsonSerialization(std::shared_ptr<connector::json::JsonSerializer> serializer);
     InterpreterJsonSerialization(const InterpreterJsonSerialization&) = default;
     InterpreterJsonSerialization& operator=(const InterpreterJsonSerialization&) = default;
