@@ -9,7 +9,7 @@ namespace standalone {
 /// Keeps requests that run between two steps of other code out of its imports: they would find modules that
 /// are only half there, and could wait for ever for a lock of the import system that the code around them
 /// holds. A module whose import takes long, as one that computes does, lets them in after a while, at those
-/// of its steps that are not the import system's own.
+/// of its steps that are not the import system's own. The modules of which calls consist never do.
 ///
 /// Threads: one at a time, with the interpreter's lock.
 class ImportGuard {
