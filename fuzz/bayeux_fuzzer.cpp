@@ -59,6 +59,7 @@ public:
             post(line.substr(1));
         } else if (line.size() <= socket_->maxFrameBytes()) {
             socket_->receive(line.substr(1));
+            socket_->endReadTurn();
         }
         turn();
     }

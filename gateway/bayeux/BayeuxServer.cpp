@@ -46,6 +46,7 @@ public:
     ServerSocket& operator=(const ServerSocket&) = delete;
 
     void receive(std::string text) override { connection_->receive(text); }
+    void endReadTurn() override { connection_->endReadTurn(); }
     void drained() override { connection_->drained(); }
     std::size_t maxFrameBytes() const override { return connection_->maxFrameBytes(); }
     bool isTrusted() const override { return connection_->isTrusted(); }

@@ -88,6 +88,8 @@ public:
     virtual ~Socket() = default;
     /// Takes one text frame.
     virtual void receive(std::string text) = 0;
+    /// Says that all is received that has come: what it has published is sent now.
+    virtual void endReadTurn() = 0;
     /// Says that `unsentBytes` has become smaller. Cheap, so it may be called after every write.
     virtual void drained() = 0;
     /// How large the next frame may be; a larger one closes the socket with 1009.

@@ -30,7 +30,6 @@ std::size_t Connection::maxFrameBytes() const {
 
 void Connection::receive(const std::string& text) {
     if (isClosing_) return;
-    core_->flusher->received();
     if (text.size() > maxFrameBytes()) return close(tooBig);
     try {
         auto requests = readRequests(text, core_->options.depth, core_->options.messagesPerArray,
@@ -45,6 +44,35 @@ void Connection::receive(const std::string& text) {
     } catch (const BadEnvelope& error) {
         close(error.closeCode());
     }
+}
+
+void Connection::beginExchange() {
+    MutexLock lock(mutex_);
+    ++exchanges_;
+    isReadEmpty_ = isClosed_;
+    if (!std::exchange(isInTurn_, true)) core_->turns.begin();
+}
+
+void Connection::endExchange() {
+    {
+        MutexLock lock(mutex_);
+        --exchanges_;
+        if (!leavesTurnLocked()) return;
+    }
+    core_->turns.end();
+}
+
+void Connection::endReadTurn() {
+    {
+        MutexLock lock(mutex_);
+        isReadEmpty_ = true;
+        if (!leavesTurnLocked()) return;
+    }
+    core_->turns.end();
+}
+
+bool Connection::leavesTurnLocked() {
+    return isReadEmpty_ && exchanges_ == 0 && std::exchange(isInTurn_, false);
 }
 
 void Connection::send(std::string array, bool isReply) const {
@@ -100,6 +128,7 @@ void Connection::closed() {
         MutexLock lock(mutex_);
         isClosed_ = true;
     }
+    endReadTurn();
     const auto self = shared_from_this();
     for (const auto& session : bound()) {
         session->strand().post([session, self] { session->loseSocket(self); });

@@ -29,6 +29,11 @@ public:
     /// call at a time.
     void receive(const std::string& text);
     std::size_t maxFrameBytes() const;
+    /// All is received that has come.
+    void endReadTurn() EXCLUDES(mutex_);
+    /// A frame is being handled, or has been.
+    void beginExchange() EXCLUDES(mutex_);
+    void endExchange() EXCLUDES(mutex_);
     /// Its peer has shown who it is.
     void trust() { isTrusted_ = true; }
     bool isTrusted() const { return isTrusted_; }
@@ -54,6 +59,7 @@ public:
 
 private:
     std::vector<std::shared_ptr<Session>> bound() EXCLUDES(mutex_);
+    bool leavesTurnLocked() REQUIRES(mutex_);
 
     // Fixed after construction.
     const std::shared_ptr<Core> core_;
@@ -66,6 +72,9 @@ private:
     std::atomic<bool> isClosed_{false};
 
     connector::Mutex mutex_;
+    bool isReadEmpty_ GUARDED_BY(mutex_) = true;
+    bool isInTurn_ GUARDED_BY(mutex_) = false;
+    int exchanges_ GUARDED_BY(mutex_) = 0;
     std::map<const Session*, std::weak_ptr<Session>> sessions_ GUARDED_BY(mutex_);
 };
 

@@ -8,7 +8,7 @@
 #include "bayeux/Advice.h"
 #include "bayeux/BayeuxServer.h"
 #include "bayeux/ConnectionTable.h"
-#include "bayeux/Flusher.h"
+#include "bayeux/ReadTurns.h"
 #include "bayeux/Request.h"
 #include "bayeux/SessionTable.h"
 
@@ -25,7 +25,6 @@ public:
           messages(messageService),
           dispatcher(requestDispatcher),
           options(std::move(serverOptions)),
-          flusher(std::make_shared<Flusher>(ioContext)),
           advice(options.timeout, options.maxInterval),
           sessions(options.handshakesPerSecond, options.sessionsPerPeer) {}
 
@@ -42,8 +41,8 @@ public:
     messages::LocalMessageService& messages;
     dispatch::RequestDispatcher& dispatcher;
     const ServerOptions options;
-    const std::shared_ptr<Flusher> flusher;
     const Advice advice;
+    ReadTurns turns;
     SessionTable sessions;
     ConnectionTable connections;
 };

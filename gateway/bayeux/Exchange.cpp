@@ -25,6 +25,11 @@ std::string internalError(const Request& request, const Core& core, const char* 
 
 }  // namespace
 
+void Exchange::start(const std::shared_ptr<Exchange>& exchange) {
+    if (const auto connection = exchange->connection()) connection->beginExchange();
+    exchange->run();
+}
+
 void Exchange::run() {
     for (; next_ < requests_.size(); ++next_) {
         const Request& request = requests_[next_];
@@ -35,6 +40,7 @@ void Exchange::run() {
         }
     }
     flush();
+    if (const auto socket = connection()) socket->endExchange();
 }
 
 bool Exchange::handle(const Request& request) {
@@ -53,7 +59,7 @@ bool Exchange::handle(const Request& request) {
     }
     trust();
     if (!session->strand().isCurrent()) {
-        session->strand().post([self = shared_from_this()] { self->run(); });
+        session->strand().dispatch([self = shared_from_this()] { self->run(); });
         return false;
     }
     session->handle(request, *this);

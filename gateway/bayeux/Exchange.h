@@ -26,7 +26,7 @@ public:
     Exchange(const Exchange&) = delete;
     Exchange& operator=(const Exchange&) = delete;
 
-    static void start(const std::shared_ptr<Exchange>& exchange) { exchange->run(); }
+    static void start(const std::shared_ptr<Exchange>& exchange);
 
     virtual const Peer& peer() const = 0;
     /// The WebSocket; null for a POST.

@@ -64,8 +64,7 @@ bool Session::belongsTo(const Peer& peer) const {
 void Session::start(const std::shared_ptr<Connection>& socket) {
     if (isEnded_) return;
     client_->setWakeUp([weak = weak_from_this()] {
-        const auto session = weak.lock();
-        if (session && !session->isListed_.exchange(true)) session->core_->flusher->add(session);
+        if (const auto session = weak.lock()) session->core_->turns.wake(session);
     });
     if (socket) bind(socket);
 }
@@ -76,11 +75,6 @@ void Session::wake() {
         self->isWoken_ = false;
         self->work();
     });
-}
-
-void Session::wakeListed() {
-    isListed_ = false;
-    wake();
 }
 
 void Session::bind(const std::shared_ptr<Connection>& socket) {

@@ -56,8 +56,6 @@ public:
     const Strand& strand() const { return strand_; }
     /// Something may have to be sent, or be due. Many calls make one turn of work.
     void wake();
-    /// The same for the flusher.
-    void wakeListed();
     bool isDue(Time now) const { return due_.load() <= now; }
 
     /// These are for the strand. Replies are added to the exchange.
@@ -102,7 +100,6 @@ private:
     const Strand strand_;
 
     std::atomic<bool> isWoken_{false};
-    std::atomic<bool> isListed_{false};  // with the flusher
     std::atomic<Time> due_;
 
     // On the strand.

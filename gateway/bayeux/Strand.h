@@ -18,6 +18,8 @@ public:
 
     /// What `work` throws is logged.  Blocks: never.
     void post(std::function<void()> work) const;
+    /// The same; runs it before it returns where that is possible.
+    void dispatch(std::function<void()> work) const;
     /// Whether this thread is inside a piece of work.
     bool isCurrent() const;
 

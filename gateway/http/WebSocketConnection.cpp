@@ -6,6 +6,7 @@
 #include <optional>
 #include <utility>
 
+#include <boost/asio/dispatch.hpp>
 #include <boost/asio/post.hpp>
 #include <boost/beast/core/buffers_to_string.hpp>
 #include <boost/beast/core/flat_buffer.hpp>
@@ -14,6 +15,7 @@
 #include <boost/beast/websocket/stream.hpp>
 
 #include "dispatch/readMessage.h"
+#include "http/BufferedStream.h"
 #include "http/Deadline.h"
 #include "http/OutgoingFrames.h"
 #include "log.h"
@@ -72,6 +74,7 @@ public:
           finishing_(stream_.get_executor()) {}
 
     void accept(const ReceivedRequest& upgrade) {
+        stream_.next_layer().setOnEmpty([this] { endReadTurn(); });
         setIdleTime(2 * context_.limits.pingTime);
         stream_.auto_fragment(false);
         stream_.text(true);
@@ -128,9 +131,9 @@ private:
                         const auto self = weak.lock();
                         if (!self) return;
                         self->unsentBytes_ += frame->size();
-                        asio::post(self->stream_.get_executor(), [self, frame = std::move(frame), isReply] {
-                            self->queue(frame, isReply);
-                        });
+                        asio::dispatch(
+                            self->stream_.get_executor(),
+                            [self, frame = std::move(frame), isReply] { self->queue(frame, isReply); });
                     },
                 .unsentBytes =
                     [weak] {
@@ -161,17 +164,21 @@ private:
         std::string text = beast::buffers_to_string(buffer_.data());
         buffer_.clear();
         if (buffer_.capacity() > sliceSize) buffer_.shrink_to_fit();
-        if (text.size() <= dispatch::largeBody) return receive(*socket_, std::move(text));
+        if (text.size() <= dispatch::largeBody) {
+            isInReadTurn_ = true;
+            return receive(socket_, std::move(text));
+        }
+        endReadTurn();
         // Elsewhere, because what this thread serves would wait for the frame to be read.
         asio::post(context_.reading,
                    [self = this->shared_from_this(), socket = socket_, text = std::move(text)]() mutable {
-                       self->receive(*socket, std::move(text));
+                       self->receive(socket, std::move(text));
                    });
     }
     /// On any thread.
-    void receive(bayeux::Socket& socket, std::string text) {
+    void receive(const std::shared_ptr<bayeux::Socket>& socket, std::string text) {
         try {
-            socket.receive(std::move(text));
+            socket->receive(std::move(text));
         } catch (const std::exception& problem) {
             log().error("A frame cannot be taken: " + std::string(problem.what()));
             return onStrand([this] { close(websocket::close_code::internal_error); });
@@ -181,6 +188,7 @@ private:
     void readNext() {
         if (isOver_ || closeCode_) return;
         if (unsentReplies_ <= mostUnsentReplies) return read();
+        endReadTurn();
         // Pongs are not seen now; it is the deadlines of the writes that end a client which takes nothing.
         isPaused_ = true;
         setIdleTime(websocket::stream_base::none());
@@ -192,6 +200,13 @@ private:
         read();
     }
 
+    /// All bytes that had come are read.
+    void endReadTurn() {
+        isInReadTurn_ = false;
+        if (socket_) socket_->endReadTurn();
+        writeNext();
+    }
+
     void queue(const OutgoingFrames::Frame& frame, bool isReply) {
         if (isOver_ || closeCode_) return;
         if (unsentBytes_ - frame->size() > mostUnsent) return over();
@@ -200,9 +215,10 @@ private:
         // Before the client learns that it is trusted, so that it may send a large frame at once.
         stream_.read_message_max(socket_->maxFrameBytes());
         if (!isProven_ && socket_->isTrusted()) isProven_ = place_->markAuthenticated();
-        if (!batch_.frame) writeBatch();
+        if (!isInReadTurn_) writeNext();
     }
-    void writeBatch() {
+    void writeNext() {
+        if (isOver_ || batch_.frame || frames_.empty()) return;
         batch_ = frames_.take();
         offset_ = 0;
         writeSlice();
@@ -224,13 +240,14 @@ private:
         batch_ = {};
         socket_->drained();
         readOn();
-        if (!frames_.empty()) return writeBatch();
-        if (closeCode_) sendClose();
+        if (closeCode_ && frames_.empty()) return sendClose();
+        if (closeCode_ || !isInReadTurn_) writeNext();
     }
 
     void close(std::uint16_t code) {
         if (isOver_ || closeCode_) return;
         closeCode_ = code;
+        writeNext();
         if (!batch_.frame) sendClose();
     }
     void sendClose() {
@@ -249,7 +266,7 @@ private:
         place_.reset();
     }
 
-    websocket::stream<Stream> stream_;
+    websocket::stream<BufferedStream<Stream>> stream_;
     const HttpRequest head_;
     std::shared_ptr<OpenConnections::Place> place_;
     const ConnectionContext context_;
@@ -261,6 +278,7 @@ private:
     beast::flat_buffer buffer_;
     std::atomic<std::size_t> unsentBytes_{0};
     std::size_t unsentReplies_ = 0;  ///< bytes of those that are queued or being written
+    bool isInReadTurn_ = false;      ///< what is to be written waits for its end
     bool isProven_ = false;          ///< it counts among those of known clients
     bool isPaused_ = false;          ///< no read is under way until there are fewer
     OutgoingFrames frames_;

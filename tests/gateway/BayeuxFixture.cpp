@@ -143,6 +143,7 @@ std::shared_ptr<BayeuxFixture::WebSocket> BayeuxFixture::openSocket() {
 
 void BayeuxFixture::send(WebSocket& socket, const std::string& text) {
     socket.socket->receive(withClient(text));
+    socket.socket->endReadTurn();
     turn();
 }
 

@@ -123,6 +123,7 @@ TEST_F(BayeuxThreadsTest, opensAndClosesSocketsWhileMessagesComeAndTheServerStop
                 R"([{"channel":"/meta/handshake","version":"1.0","supportedConnectionTypes":["websocket"]}])");
             socket->receive(R"([{"channel":"/meta/subscribe","subscription":"/a","clientId":")" +
                             clientIdIn(frame->get_future().get()) + R"("}])");
+            socket->endReadTurn();
             socket->drained();
         }
     };
