@@ -28,20 +28,13 @@ using gateway::bayeux::HttpAnswer;
 class Fixture {
 public:
     Fixture() {
-        socket_ = server_.open({.address = "a", .isAuthenticated = true},
-                               {.send =
-                                    [this](const auto& frame, bool) {
-                                        connector::json::parse(*frame);
-                                        noteClient(*frame);
-                                    },
-                                .unsentBytes = [] { return std::size_t{0}; },
-                                .close = [](auto) {}});
+        server_.open(socket_);
         post(R"([{"channel":"/meta/handshake","version":"1.0","supportedConnectionTypes":["websocket"],)"
              R"("ext":{"ack":true}}])");
     }
     ~Fixture() {
         pending_.clear();
-        socket_.reset();
+        socket_->closed();
         server_.stop();
         turn();
     }
@@ -58,13 +51,26 @@ public:
         } else if (line[0] % 2 == 0) {
             post(line.substr(1));
         } else if (line.size() <= socket_->maxFrameBytes()) {
-            socket_->receive(line.substr(1));
+            server_.receive(socket_, line.substr(1));
             socket_->endReadTurn();
         }
         turn();
     }
 
 private:
+    struct Socket : gateway::bayeux::ClientSocket {
+        explicit Socket(Fixture& owner)
+            : ClientSocket({.address = "a", .isAuthenticated = true}), fixture(owner) {}
+        void sendFrame(const gateway::bayeux::MessageArray& frame, bool) override {
+            connector::json::parse(frame.text());
+            fixture.noteClient(frame.text());
+        }
+        std::size_t unsentBytes() const override { return 0; }
+        void closeFrame(std::uint16_t) override {}
+
+        Fixture& fixture;
+    };
+
     void post(const std::string& body) {
         const auto count = std::make_shared<int>(0);
         pending_.push_back(server_.post(body, {.address = "a", .isAuthenticated = true},
@@ -94,7 +100,7 @@ private:
     gateway::bayeux::BayeuxServer server_{
         context_, messages_, dispatcher_, {.sweepInterval = 1h, .now = [this] { return now_; }}};
     std::vector<std::unique_ptr<gateway::bayeux::PendingPost>> pending_;
-    std::unique_ptr<gateway::bayeux::Socket> socket_;
+    const std::shared_ptr<Socket> socket_ = std::make_shared<Socket>(*this);
     std::string client_;
 };
 

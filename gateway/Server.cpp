@@ -19,7 +19,7 @@ bayeux::ServerOptions bayeuxOptions(const GatewayOptions& options, const access:
     bayeux::ServerOptions bayeux;
     bayeux.isToken = [&access](const std::string& token) { return access.isToken(token); };
     bayeux.frameBytes = options.limits.bodyBytes;
-    bayeux.strangerBytes = options.limits.unauthenticatedBytes;
+    bayeux.unauthenticatedBytes = options.limits.unauthenticatedBytes;
     return bayeux;
 }
 

@@ -1,19 +1,16 @@
 #include "bayeux/BayeuxServer.h"
 
-#include <atomic>
 #include <exception>
 #include <utility>
 
 #include <boost/asio/io_context.hpp>
-#include <boost/asio/steady_timer.hpp>
 
-#include "bayeux/Connection.h"
-#include "bayeux/Core.h"
+#include "bayeux/ClientMessage.h"
 #include "bayeux/Exchange.h"
-#include "bayeux/Request.h"
-#include "bayeux/Session.h"
-#include "connector/ThreadSafety.h"
-#include "connector/json/escape.h"
+#include "bayeux/ServerCore.h"
+#include "bayeux/SessionTable.h"
+#include "bayeux/channelRules.h"
+#include "bayeux/handshake.h"
 #include "foundation/log/diagnostic_logger.h"
 #include "messages/LocalMessageService.h"
 
@@ -24,42 +21,82 @@ using connector::MutexLock;
 namespace {
 
 constexpr std::uint16_t goingAway = 1001;
+constexpr std::uint16_t policyViolation = 1008;
+constexpr std::uint16_t tooBig = 1009;
 
 // The message service counts in tens of seconds, and looks at every session.
-constexpr auto longSweepInterval = std::chrono::seconds(1);
+constexpr auto serviceSweepInterval = std::chrono::seconds(1);
+
+using Sessions = std::shared_ptr<SessionTable>;
+
+foundation::log::DiagnosticLogger log() { return foundation::log::DiagnosticLogger("gateway::bayeux"); }
 
 HttpAnswer errorAnswer(int status, std::string_view reason) {
-    return {status, R"({"error":)" + connector::json::quoted(reason) + "}"};
+    return {status, Members().add("error", reason).take()};
 }
 
-class ServerSocket : public Socket {
-public:
-    explicit ServerSocket(std::shared_ptr<Core> core, std::shared_ptr<Connection> connection)
-        : core_(std::move(core)), connection_(std::move(connection)) {
-        core_->connections.add(connection_);
-    }
-    ~ServerSocket() override {
-        core_->connections.remove(*connection_);
-        connection_->closed();
-    }
-    ServerSocket(const ServerSocket&) = delete;
-    ServerSocket& operator=(const ServerSocket&) = delete;
+std::string internalError(const ClientMessage& message, const Advice& advice, const char* reason) {
+    log().error("A message could not be handled: " + std::string(reason));
+    const bool isAdvised = message.channel() == connectChannel || message.channel() == handshakeChannel;
+    return failed(message, errorText(500, "internal error"),
+                  isAdvised ? advice.retry(std::chrono::seconds(1)) : Members());
+}
 
-    void receive(std::string text) override { connection_->receive(text); }
-    void endReadTurn() override { connection_->endReadTurn(); }
-    void drained() override { connection_->drained(); }
-    std::size_t maxFrameBytes() const override { return connection_->maxFrameBytes(); }
-    bool isTrusted() const override { return connection_->isTrusted(); }
+/// The session of a message, or null when it has none; then the reply is added to the exchange.
+std::shared_ptr<BayeuxSession> sessionOf(SessionTable& sessions, const ClientMessage& message,
+                                         Exchange& exchange) {
+    if (message.channel().empty()) {
+        exchange.add(failed(message, errorText(400, "missing channel")));
+        return nullptr;
+    }
+    if (message.channel() == handshakeChannel) {
+        exchange.add(answerHandshake(sessions, message, exchange));
+        return nullptr;
+    }
+    auto session = sessions.find(message.clientId());
+    if (!session || !session->belongsTo(exchange.peer())) {
+        exchange.add(unknownClient(message, sessions.core()->advice));
+        return nullptr;
+    }
+    exchange.trust();
+    return session;
+}
 
-private:
-    const std::shared_ptr<Core> core_;
-    const std::shared_ptr<Connection> connection_;
-};
+/// Handles messages from the one at `next` on, each on the strand of its session, one after the other.
+void handle(const Sessions& sessions, const std::shared_ptr<Exchange>& exchange, std::size_t next = 0) {
+    const auto& messages = exchange->messages();
+    for (; next < messages.size(); ++next) {
+        const ClientMessage& message = messages[next];
+        try {
+            const auto session = sessionOf(*sessions, message, *exchange);
+            if (session && !session->strand().isCurrent()) {
+                const auto goOn = [sessions, exchange, next] { handle(sessions, exchange, next); };
+                // The first message at once; later ones would nest as deep as the array is long.
+                return next == 0 ? session->strand().dispatch(goOn) : session->strand().post(goOn);
+            }
+            if (session) session->handle(message, *exchange);
+        } catch (const std::exception& error) {
+            exchange->add(internalError(message, sessions->core()->advice, error.what()));
+        }
+    }
+    if (const auto socket = exchange->socket()) socket->endExchange();
+    exchange->flush();
+}
 
 class ServerPost : public PendingPost {
 public:
-    explicit ServerPost(std::shared_ptr<PostExchange> exchange) : exchange_(std::move(exchange)) {}
-    ~ServerPost() override { exchange_->end(isWritten_); }
+    ServerPost(Sessions sessions, std::shared_ptr<PostExchange> exchange)
+        : sessions_(std::move(sessions)), exchange_(std::move(exchange)) {}
+    // Only a request that is alone is held, so the session of the first one has to know.
+    ~ServerPost() override {
+        exchange_->abandon();
+        if (exchange_->messages().empty()) return;
+        const auto session = sessions_->find(exchange_->messages().front().clientId());
+        if (!session) return;
+        session->strand().post([session, isWritten = isWritten_, exchange = exchange_] {
+            session->release(*exchange, isWritten);
+        });
+    }
     ServerPost(const ServerPost&) = delete;
     ServerPost& operator=(const ServerPost&) = delete;
 
@@ -67,143 +104,151 @@ public:
     void written() override { isWritten_ = true; }
 
 private:
+    const Sessions sessions_;
     const std::shared_ptr<PostExchange> exchange_;
     bool isWritten_ = false;
 };
 
-/// One that was answered at once.
-class AnsweredPost : public PendingPost {
-public:
-    explicit AnsweredPost(const Peer& peer) : isTrusted_(peer.isAuthenticated) {}
-
-    bool isTrusted() const override { return isTrusted_; }
-    void written() override {}
-
-private:
-    const bool isTrusted_;
-};
+/// The messages in a body. Throws: MalformedArray.
+std::vector<ClientMessage> messagesIn(const std::string& body, const Peer& peer,
+                                      const SessionTable& sessions) {
+    const auto& options = sessions.core()->options;
+    if (body.size() > options.unauthenticatedBytes && !peer.isAuthenticated && !sessions.showsSession(body)) {
+        throw MalformedArray(413, tooBig,
+                             "The body is too large for a client without the token or a session");
+    }
+    auto messages = readMessages(body, options.depth, options.messagesPerArray,
+                                 sessions.maxValues(peer.isAuthenticated, body));
+    if (messages.empty()) throw MalformedArray(400, 0, "The array must hold at least one message");
+    return messages;
+}
 
 }  // namespace
 
-/// Locks: mutex_, a leaf.
-class BayeuxServer::Impl : public std::enable_shared_from_this<Impl> {
-public:
-    Impl(boost::asio::io_context& context, messages::LocalMessageService& messages,
-         dispatch::RequestDispatcher& dispatcher, ServerOptions options)
-        : core(std::make_shared<Core>(context, messages, dispatcher, std::move(options))), timer_(context) {}
-
-    /// Lets the timer sweep, again and again.
-    void armTimer() EXCLUDES(mutex_) {
-        MutexLock lock(mutex_);
-        if (isStopped_) return;
-        timer_.expires_after(core->options.sweepInterval);
-        timer_.async_wait([weak = weak_from_this()](const boost::system::error_code& error) {
-            const auto self = weak.lock();
-            if (error || !self) return;
-            self->sweepAndLog();
-            self->armTimer();
-        });
-    }
-
-    void sweepAndLog() {
-        try {
-            sweep();
-        } catch (const std::exception& failure) {
-            foundation::log::DiagnosticLogger("gateway::bayeux")
-                .error("Looking after the sessions failed: " + std::string(failure.what()));
-        }
-    }
-
-    void sweep() {
-        const auto now = core->options.now();
-        for (const auto& session : core->sessions.due(now)) session->wake();
-        core->connections.sweep(now);
-        if (now < nextLongSweep_.load()) return;
-        nextLongSweep_ = now + longSweepInterval;
-        core->messages.sweep();
-    }
-
-    void stop() EXCLUDES(mutex_) {
-        {
-            MutexLock lock(mutex_);
-            if (std::exchange(isStopped_, true)) return;
-            timer_.cancel();
-        }
-        const auto sessions = core->sessions.close();
-        // The sockets are closed behind the last answer.
-        const auto left = std::make_shared<std::atomic<std::size_t>>(sessions.size() + 1);
-        const auto closeBehindLast = [core = core, left] {
-            if (--*left == 0) core->connections.closeAll(goingAway);
-        };
-        for (const auto& session : sessions) {
-            session->strand().post([session, closeBehindLast] {
-                session->shutDown();
-                closeBehindLast();
-            });
-        }
-        closeBehindLast();
-    }
-
-    bool isStopped() EXCLUDES(mutex_) {
-        MutexLock lock(mutex_);
-        return isStopped_;
-    }
-
-    const std::shared_ptr<Core> core;
-
-private:
-    std::atomic<std::chrono::steady_clock::time_point> nextLongSweep_{};
-
-    connector::Mutex mutex_;
-    bool isStopped_ GUARDED_BY(mutex_) = false;
-    boost::asio::steady_timer timer_ GUARDED_BY(mutex_);
-};
-
 BayeuxServer::BayeuxServer(boost::asio::io_context& context, messages::LocalMessageService& messages,
                            dispatch::RequestDispatcher& dispatcher, ServerOptions options)
-    : impl_(std::make_shared<Impl>(context, messages, dispatcher, std::move(options))) {
-    impl_->armTimer();
+    : core_(std::make_shared<ServerCore>(context, messages, dispatcher, std::move(options))),
+      sessions_(std::make_shared<SessionTable>(core_)),
+      timer_(context) {
+    armTimer();
 }
 
 BayeuxServer::~BayeuxServer() { stop(); }
 
 std::unique_ptr<PendingPost> BayeuxServer::post(const std::string& body, const Peer& peer,
                                                 std::function<void(HttpAnswer)> done) {
-    const auto answerNow = [&](HttpAnswer answer) {
-        done(std::move(answer));
-        return std::make_unique<AnsweredPost>(peer);
+    const auto answerNow = [&](const HttpAnswer& answer) {
+        auto exchange = std::make_shared<PostExchange>(std::vector<ClientMessage>(), peer, std::move(done));
+        exchange->answer(answer);
+        return std::make_unique<ServerPost>(sessions_, std::move(exchange));
     };
-    if (impl_->isStopped()) return answerNow(errorAnswer(503, "The server is shutting down"));
-    const auto& options = impl_->core->options;
-    if (body.size() > options.strangerBytes && !peer.isAuthenticated && !showsSession(body)) {
-        return answerNow(errorAnswer(413, "The body is too large for a client without a session"));
-    }
-    std::vector<Request> requests;
+    if (isStopped()) return answerNow(errorAnswer(503, "The server is shutting down"));
     try {
-        requests = readRequests(body, options.depth, options.messagesPerArray,
-                                impl_->core->mostValues(peer.isAuthenticated, body));
-    } catch (const BadEnvelope& error) {
+        auto exchange = std::make_shared<PostExchange>(messagesIn(body, peer, *sessions_), peer, done);
+        handle(sessions_, exchange);
+        return std::make_unique<ServerPost>(sessions_, std::move(exchange));
+    } catch (const MalformedArray& error) {
         return answerNow(errorAnswer(error.httpStatus(), error.what()));
     }
-    if (requests.empty()) return answerNow(errorAnswer(400, "There is no message"));
-    auto exchange = std::make_shared<PostExchange>(impl_->core, std::move(requests), peer, std::move(done));
-    Exchange::start(exchange);
-    return std::make_unique<ServerPost>(std::move(exchange));
 }
 
-bool BayeuxServer::showsSession(std::string_view body) const { return impl_->core->showsSession(body); }
+bool BayeuxServer::showsSession(std::string_view body) const { return sessions_->showsSession(body); }
 
-std::unique_ptr<Socket> BayeuxServer::open(const Peer& peer, SocketActions actions) {
-    const auto connection = std::make_shared<Connection>(impl_->core, peer, std::move(actions));
-    auto socket = std::make_unique<ServerSocket>(impl_->core, connection);
-    if (impl_->isStopped()) connection->close(goingAway);
-    return socket;
+void BayeuxServer::open(const std::shared_ptr<ClientSocket>& socket) {
+    socket->open(core_);
+    {
+        MutexLock lock(mutex_);
+        if (!isStopped_) return sockets_.push_back(socket);
+    }
+    socket->close(goingAway);
 }
 
-void BayeuxServer::sweep() { impl_->sweep(); }
+void BayeuxServer::receive(const std::shared_ptr<ClientSocket>& socket, const std::string& text) {
+    if (socket->isClosing()) return;
+    if (text.size() > socket->maxFrameBytes()) return socket->close(tooBig);
+    const auto& options = core_->options;
+    try {
+        auto messages = readMessages(text, options.depth, options.messagesPerArray,
+                                     sessions_->maxValues(socket->isTrusted(), text));
+        if (messages.empty()) {
+            socket->send({}, true);  // a sign of life
+        } else {
+            socket->beginExchange();
+            handle(sessions_, std::make_shared<SocketExchange>(std::move(messages), socket));
+        }
+        // Reading what unknown clients send takes time that others need.
+        if (!socket->isTrusted()) socket->close(policyViolation);
+    } catch (const MalformedArray& error) {
+        socket->close(error.closeCode());
+    }
+}
 
-std::size_t BayeuxServer::sessions() const { return impl_->core->sessions.size(); }
+// Destroying the timer cancels it, and then it does not touch this.
+void BayeuxServer::armTimer() {
+    MutexLock lock(mutex_);
+    if (isStopped_) return;
+    timer_.expires_after(core_->options.sweepInterval);
+    timer_.async_wait([this](const boost::system::error_code& error) {
+        if (error) return;
+        try {
+            sweep();
+        } catch (const std::exception& failure) {
+            log().error("Sweeping the sessions failed: " + std::string(failure.what()));
+        }
+        armTimer();
+    });
+}
 
-void BayeuxServer::stop() { impl_->stop(); }
+void BayeuxServer::sweep() {
+    const auto now = core_->options.now();
+    // A handler in the process that blocks in a turn holds up nobody for longer than this.
+    core_->turns.wakeAll();
+    for (const auto& session : sessions_->due(now)) session->wake();
+    for (const auto& socket : openSockets()) socket->sweep(now);
+    if (now < nextServiceSweep_.load()) return;
+    nextServiceSweep_ = now + serviceSweepInterval;
+    core_->messages.sweep();
+}
+
+std::size_t BayeuxServer::sessions() const { return sessions_->size(); }
+
+void BayeuxServer::stop() {
+    {
+        MutexLock lock(mutex_);
+        if (std::exchange(isStopped_, true)) return;
+        timer_.cancel();
+    }
+    const auto sessions = sessions_->close();
+    // The sockets are closed after the last answer.
+    const auto left = std::make_shared<std::atomic<std::size_t>>(sessions.size() + 1);
+    const auto closeAfterLast = [sockets = openSockets(), left] {
+        if (--*left > 0) return;
+        for (const auto& socket : sockets) socket->close(goingAway);
+    };
+    for (const auto& session : sessions) {
+        session->strand().post([session, closeAfterLast] {
+            session->shutDown();
+            closeAfterLast();
+        });
+    }
+    closeAfterLast();
+}
+
+bool BayeuxServer::isStopped() {
+    MutexLock lock(mutex_);
+    return isStopped_;
+}
+
+BayeuxServer::Sockets BayeuxServer::openSockets() {
+    Sockets sockets;  // with those that are closed, so that none is destroyed under the lock
+    MutexLock lock(mutex_);
+    std::erase_if(sockets_, [&](const auto& weak) {
+        auto socket = weak.lock();
+        if (!socket) return true;
+        sockets.push_back(std::move(socket));
+        return sockets.back()->isClosed();
+    });
+    return sockets;
+}
 
 }  // namespace gateway::bayeux

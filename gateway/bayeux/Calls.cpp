@@ -8,7 +8,6 @@
 #include "bayeux/channelRules.h"
 #include "bayeux/replies.h"
 #include "connector/common/ContextState.h"
-#include "connector/json/escape.h"
 #include "connector/json/parse.h"
 #include "dispatch/RequestDispatcher.h"
 #include "dispatch/readMessage.h"
@@ -42,11 +41,11 @@ std::string errorOf(const dispatch::Answer& answer, const std::string& channel) 
 /// A call under way. The dispatcher holds it until it is answered.
 class Calls::Call {
 public:
-    Call(std::shared_ptr<ClientSession> session, std::string channel, std::string idMember,
+    Call(std::shared_ptr<ClientSession> session, std::string channel, std::string idJson,
          std::shared_ptr<std::atomic<std::size_t>> underWay)
         : session_(std::move(session)),
           channel_(std::move(channel)),
-          idMember_(std::move(idMember)),
+          idJson_(std::move(idJson)),
           underWay_(std::move(underWay)) {
         ++*underWay_;
     }
@@ -64,7 +63,7 @@ public:
             send(answer);
         } catch (const std::exception& error) {
             foundation::log::DiagnosticLogger("gateway::bayeux")
-                .error("An answer is lost: " + std::string(error.what()));
+                .error("The answer to a call could not be sent: " + std::string(error.what()));
         }
     }
 
@@ -77,14 +76,15 @@ public:
 
 private:
     void send(const dispatch::Answer& answer) {
-        std::string members = idMember_;
-        if (answer.status == 200) {
-            members += R"(,"successful":true)";
-            if (answer.isDropped) members += R"(,"ext":{"connector":{"dropped":true}})";
-        } else {
-            members += R"(,"successful":false,"error":)" + connector::json::quoted(errorOf(answer, channel_));
+        Members members;
+        if (!idJson_.empty()) members.addJson("id", idJson_);
+        members.add("successful", answer.status == 200);
+        if (answer.status != 200) {
+            members.add("error", errorOf(answer, channel_));
+        } else if (answer.isDropped) {
+            members.add("ext", Members().add("connector", Members().add("dropped", true)));
         }
-        session_->send(std::make_shared<const MessageFrame>(channel_, answer.json, members));
+        session_->send(std::make_shared<const MessageFrame>(channel_, answer.json, members.members()));
     }
     // Before the answer is on its way: the client may call again as soon as it has it.
     void end() {
@@ -93,7 +93,7 @@ private:
 
     const std::shared_ptr<ClientSession> session_;
     const std::string channel_;
-    const std::string idMember_;
+    const std::string idJson_;
     const std::shared_ptr<std::atomic<std::size_t>> underWay_;
     std::atomic<bool> isEnded_{false};
 
@@ -118,17 +118,19 @@ void Calls::submit(const std::string& typeName, const std::shared_ptr<const std:
     }
 }
 
-std::string Calls::start(const Request& request) {
-    const auto& channel = request.channel();
+std::string Calls::start(const ClientMessage& message) {
+    const auto& channel = message.channel();
     if (!isPortableName(channel) || channel.size() <= servicePrefix.size()) {
-        return failed(request, errorText(405, "bad channel name"));
+        return failed(message, errorText(405, "bad channel name"));
     }
-    const auto data = request.get("data");
-    if (data.type() != typeid(Text) || data.extract<Text>().json->front() != '{')
-        return failed(request, errorText(400, channel, "data must be an object"));
+    const auto data = message.get("data");
+    if (data.type() != typeid(Text) || data.extract<Text>().json->front() != '{') {
+        return failed(message, errorText(400, channel, "data must be an object"));
+    }
     const std::string typeName = channel.substr(servicePrefix.size());
-    if (*underWay_ >= limit_ && !dispatch::isInterrupt(typeName))
-        return failed(request, errorText(429, channel, "too many calls under way"));
+    if (*underWay_ >= limit_ && !dispatch::isInterrupt(typeName)) {
+        return failed(message, errorText(429, channel, "too many calls under way"));
+    }
 
     const auto context = std::make_shared<ContextState>();
     if (!session_->clientType().empty()) {
@@ -136,11 +138,11 @@ std::string Calls::start(const Request& request) {
     }
     // Before the code that runs ends, and the next one begins.
     if (dispatch::isInterrupt(typeName)) evaluations_->withdraw();
-    const auto call = std::make_shared<Call>(session_, channel, request.idMember(), underWay_);
+    const auto call = std::make_shared<Call>(session_, channel, message.idJson(), underWay_);
     submit(typeName, data.extract<Text>().json, context,
            [call](dispatch::Answer answer) { call->answered(std::move(answer)); });
-    if (const auto& refusal = call->endSubmission()) return failed(request, errorOf(*refusal, channel));
-    return succeeded(request);
+    if (const auto& refusal = call->endSubmission()) return failed(message, errorOf(*refusal, channel));
+    return succeeded(message);
 }
 
 }  // namespace gateway::bayeux

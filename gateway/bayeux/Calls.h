@@ -6,7 +6,7 @@
 #include <memory>
 #include <string>
 
-#include "bayeux/Request.h"
+#include "bayeux/ClientMessage.h"
 #include "connector/common/ClientRequests.h"
 #include "messages/ClientSession.h"
 
@@ -21,7 +21,7 @@ struct Answer;
 namespace gateway::bayeux {
 
 /// The remote calls of one session. A call is acknowledged at once and answered later, by a message in the
-/// session's queue, behind what was published for it before. An interrupt takes back the streaming requests
+/// session's queue, after what was published for it before. An interrupt withdraws the streaming requests
 /// of the session that wait.
 ///
 /// Threads: one at a time; answers come from threads of the dispatcher, also when this is gone.
@@ -38,7 +38,7 @@ public:
 
     /// Starts the call that a message on "/service/<type name>" asks for. Returns the acknowledgement, which
     /// is a failed one when the call is refused.
-    std::string start(const Request& request);
+    std::string start(const ClientMessage& message);
 
 private:
     class Call;

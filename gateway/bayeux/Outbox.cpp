@@ -9,9 +9,9 @@ using messages::MessageFrame;
 
 namespace {
 
-void append(std::string& text, const MessageFrame& frame) {
-    if (!text.empty()) text.push_back(',');
-    text.append(frame.text());
+// Shares the text of the frame.
+void append(MessageArray& deliveries, const std::shared_ptr<const MessageFrame>& frame) {
+    deliveries.add(MessageArray::Piece(frame, &frame->text()));
 }
 
 // Services in the process may publish on channels that a client's library cannot take: it would lose what
@@ -38,24 +38,23 @@ void Outbox::delivered() {
     unacknowledgedBytes_ = 0;
 }
 
-std::string Outbox::next() {
-    std::string text;
-    for (const auto& sent : unacknowledged_) append(text, *sent.frame);
-    if (unacknowledgedBytes_ < replyBytes_) take(replyBytes_ - unacknowledgedBytes_, text);
-    return text;
+MessageArray Outbox::next() {
+    MessageArray deliveries;
+    for (const auto& sent : unacknowledged_) append(deliveries, sent.frame);
+    if (unacknowledgedBytes_ < replyBytes_) take(replyBytes_ - unacknowledgedBytes_, deliveries);
+    return deliveries;
 }
 
-void Outbox::take(std::size_t maxBytes, std::string& text) {
-    const bool hadText = !text.empty();
+void Outbox::take(std::size_t maxBytes, MessageArray& deliveries) {
     for (;;) {
         const auto taken = queue_->take(maxBytes, std::chrono::milliseconds(0));
         for (const auto& frame : taken.frames) {
             if (!canBeDelivered(*frame)) continue;
-            append(text, *frame);
+            append(deliveries, frame);
             unacknowledged_.push_back({closedBatches_ + 1, frame});
             unacknowledgedBytes_ += frame->text().size();
         }
-        if (hadText || !text.empty() || taken.frames.empty()) return;
+        if (!deliveries.empty() || taken.frames.empty()) return;
     }
 }
 

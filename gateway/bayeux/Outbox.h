@@ -4,8 +4,8 @@
 #include <cstdint>
 #include <deque>
 #include <memory>
-#include <string>
 
+#include "bayeux/MessageArray.h"
 #include "messages/ClientSession.h"
 
 namespace gateway::bayeux {
@@ -15,7 +15,7 @@ namespace gateway::bayeux {
 ///
 /// With the acknowledge extension every reply to a connect closes a batch and carries its number. A delivery
 /// belongs to the batch of the first reply that it was in; it is repeated in every reply until the client
-/// says that it has got that batch. Without the extension it is repeated until a reply with it is written.
+/// acknowledges that batch. Without the extension it is repeated until a reply with it is written.
 ///
 /// Threads: one at a time.
 class Outbox {
@@ -30,8 +30,8 @@ public:
     /// What was taken is written. Without the extension that is the end of it.
     void delivered();
 
-    /// The deliveries for the next reply or frame, with commas between them; empty when there are none.
-    std::string next();
+    /// The deliveries for the next reply or frame.
+    MessageArray next();
     /// Ends the batch that `next` has been called for. Returns its number, from 1.
     std::uint64_t closeBatch() { return ++closedBatches_; }
 
@@ -41,7 +41,7 @@ private:
         std::shared_ptr<const messages::MessageFrame> frame;
     };
 
-    void take(std::size_t maxBytes, std::string& text);
+    void take(std::size_t maxBytes, MessageArray& deliveries);
 
     const std::shared_ptr<messages::ClientSession> queue_;
     const bool isAcknowledged_;

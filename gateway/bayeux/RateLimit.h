@@ -6,7 +6,7 @@
 
 namespace gateway::bayeux {
 
-/// Lets so many things happen in a second; as many may come at once after a pause.
+/// A token bucket: so many things may happen in a second, and as many at once after a pause.
 ///
 /// Threads: one at a time.
 class RateLimit {
@@ -14,26 +14,27 @@ public:
     using Time = std::chrono::steady_clock::time_point;
 
     RateLimit(std::size_t perSecond, Time now)
-        : most_(static_cast<double>(perSecond)), left_(most_), updated_(now) {}
+        : capacity_(static_cast<double>(perSecond)), available_(capacity_), updated_(now) {}
 
     /// Whether one more may happen now; then it counts.
     bool take(Time now) {
-        left_ = leftAt(now);
+        available_ = availableAt(now);
         updated_ = now;
-        if (left_ < 1) return false;
-        left_ -= 1;
+        if (available_ < 1) return false;
+        available_ -= 1;
         return true;
     }
     /// Whether nothing has happened lately.
-    bool isIdle(Time now) const { return leftAt(now) >= most_; }
+    bool isIdle(Time now) const { return availableAt(now) >= capacity_; }
 
 private:
-    double leftAt(Time now) const {
-        return std::min(most_, left_ + most_ * std::chrono::duration<double>(now - updated_).count());
+    double availableAt(Time now) const {
+        return std::min(capacity_,
+                        available_ + capacity_ * std::chrono::duration<double>(now - updated_).count());
     }
 
-    double most_;
-    double left_;
+    double capacity_;
+    double available_;
     Time updated_;
 };
 

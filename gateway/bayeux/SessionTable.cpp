@@ -1,6 +1,7 @@
 #include "bayeux/SessionTable.h"
 
-#include "bayeux/Session.h"
+#include "bayeux/ClientMessage.h"
+#include "messages/LocalMessageService.h"
 
 namespace gateway::bayeux {
 
@@ -8,27 +9,43 @@ using connector::MutexLock;
 
 bool SessionTable::mayHandshake(const std::string& address, bool hasToken, Time now) {
     MutexLock lock(mutex_);
-    const RateLimit fresh(handshakesPerSecond_, now);
-    auto& peer = peers_.try_emplace(address, Peer{fresh, fresh}).first->second;
+    const RateLimit fresh(core_->options.handshakesPerSecond, now);
+    auto& peer = peers_.try_emplace(address, Usage{fresh, fresh}).first->second;
     return (hasToken ? peer.handshakes : peer.refusals).take(now);
 }
 
-bool SessionTable::add(const std::shared_ptr<Session>& session) {
+std::shared_ptr<BayeuxSession> SessionTable::open(const Peer& peer, bool isAcknowledged,
+                                                  const std::shared_ptr<ClientSocket>& socket) {
+    const auto client =
+        core_->messages.openSession({.clientType = peer.clientType, .queueBytes = core_->options.queueBytes});
+    auto session = std::make_shared<BayeuxSession>(core_, peer, client, isAcknowledged,
+                                                   [weak = weak_from_this()](const BayeuxSession& ended) {
+                                                       if (const auto table = weak.lock())
+                                                           table->remove(ended);
+                                                   });
+    if (!add(session)) return nullptr;
+    session->strand().post([session, socket] { session->start(socket); });
+    return session;
+}
+
+bool SessionTable::add(const std::shared_ptr<BayeuxSession>& session) {
     MutexLock lock(mutex_);
     const auto peer = peers_.find(session->peerAddress());
-    if (isClosed_ || peer == peers_.end() || peer->second.sessions >= sessionsPerPeer_) return false;
+    if (isClosed_ || peer == peers_.end() || peer->second.sessions >= core_->options.sessionsPerPeer) {
+        return false;
+    }
     ++peer->second.sessions;
     sessions_.emplace(session->id(), session);
     return true;
 }
 
-void SessionTable::remove(const Session& session) {
+void SessionTable::remove(const BayeuxSession& session) {
     MutexLock lock(mutex_);
     if (sessions_.erase(session.id()) == 0) return;
     --peers_.at(session.peerAddress()).sessions;
 }
 
-std::shared_ptr<Session> SessionTable::find(const std::string& id) const {
+std::shared_ptr<BayeuxSession> SessionTable::find(const std::string& id) const {
     MutexLock lock(mutex_);
     const auto found = sessions_.find(id);
     return found == sessions_.end() ? nullptr : found->second;
@@ -39,6 +56,14 @@ std::size_t SessionTable::size() const {
     return sessions_.size();
 }
 
+bool SessionTable::showsSession(std::string_view text) const {
+    return showsClientId(text, [this](const std::string& id) { return find(id) != nullptr; });
+}
+
+std::size_t SessionTable::maxValues(bool isTrusted, std::string_view text) const {
+    return isTrusted || showsSession(text) ? core_->options.values : core_->options.unauthenticatedValues;
+}
+
 SessionTable::Sessions SessionTable::due(Time now) {
     Sessions due;
     MutexLock lock(mutex_);
@@ -46,8 +71,8 @@ SessionTable::Sessions SessionTable::due(Time now) {
         if (session->isDue(now)) due.push_back(session);
     }
     std::erase_if(peers_, [&](const auto& entry) {
-        const Peer& peer = entry.second;
-        return peer.sessions == 0 && peer.handshakes.isIdle(now) && peer.refusals.isIdle(now);
+        const Usage& usage = entry.second;
+        return usage.sessions == 0 && usage.handshakes.isIdle(now) && usage.refusals.isIdle(now);
     });
     return due;
 }

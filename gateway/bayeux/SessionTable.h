@@ -8,33 +8,41 @@
 #include <unordered_map>
 #include <vector>
 
+#include "bayeux/BayeuxSession.h"
 #include "bayeux/RateLimit.h"
+#include "bayeux/ServerCore.h"
 #include "connector/ThreadSafety.h"
 
 namespace gateway::bayeux {
 
-class Session;
-
-/// The sessions by the ids that only their clients know, and what each peer has of them.
+/// The sessions by the ids that only their clients know, and what each peer has of them. A session leaves it
+/// when it ends.
 ///
 /// Threads: any.  Locks: mutex_, a leaf.
-class SessionTable {
+class SessionTable : public std::enable_shared_from_this<SessionTable> {
 public:
     using Time = std::chrono::steady_clock::time_point;
-    using Sessions = std::vector<std::shared_ptr<Session>>;
+    using Sessions = std::vector<std::shared_ptr<BayeuxSession>>;
 
-    SessionTable(std::size_t handshakesPerSecond, std::size_t sessionsPerPeer)
-        : handshakesPerSecond_(handshakesPerSecond), sessionsPerPeer_(sessionsPerPeer) {}
+    explicit SessionTable(std::shared_ptr<ServerCore> core) : core_(std::move(core)) {}
+
+    const std::shared_ptr<ServerCore>& core() const { return core_; }
 
     /// Whether the peer may try another handshake, with the right token or without; then it counts.
     bool mayHandshake(const std::string& address, bool hasToken, Time now) EXCLUDES(mutex_);
-    /// False when the peer has too many already, or the table is closed.
-    bool add(const std::shared_ptr<Session>& session) EXCLUDES(mutex_);
-    void remove(const Session& session) EXCLUDES(mutex_);
+    /// A new session, which delivers through `socket`, which may be null. Null when the peer has too many
+    /// already, or the table is closed.
+    std::shared_ptr<BayeuxSession> open(const Peer& peer, bool isAcknowledged,
+                                        const std::shared_ptr<ClientSocket>& socket) EXCLUDES(mutex_);
 
     /// Null when there is none.
-    std::shared_ptr<Session> find(const std::string& id) const EXCLUDES(mutex_);
+    std::shared_ptr<BayeuxSession> find(const std::string& id) const EXCLUDES(mutex_);
     std::size_t size() const EXCLUDES(mutex_);
+
+    /// Whether a session is seen in the beginning of a text.
+    bool showsSession(std::string_view text) const;
+    /// How many values may be read of a text, whose sender may have shown the token or a session before.
+    std::size_t maxValues(bool isTrusted, std::string_view text) const;
 
     /// The sessions that have something to do. Forgets peers that are idle.
     Sessions due(Time now) EXCLUDES(mutex_);
@@ -42,19 +50,22 @@ public:
     Sessions close() EXCLUDES(mutex_);
 
 private:
-    struct Peer {
+    /// What one peer has had.
+    struct Usage {
         RateLimit handshakes;
         RateLimit refusals;
         std::size_t sessions = 0;
     };
 
-    const std::size_t handshakesPerSecond_;
-    const std::size_t sessionsPerPeer_;
+    bool add(const std::shared_ptr<BayeuxSession>& session) EXCLUDES(mutex_);
+    void remove(const BayeuxSession& session) EXCLUDES(mutex_);
+
+    const std::shared_ptr<ServerCore> core_;
 
     mutable connector::Mutex mutex_;
     bool isClosed_ GUARDED_BY(mutex_) = false;
-    std::unordered_map<std::string, std::shared_ptr<Session>> sessions_ GUARDED_BY(mutex_);
-    std::map<std::string, Peer> peers_ GUARDED_BY(mutex_);
+    std::unordered_map<std::string, std::shared_ptr<BayeuxSession>> sessions_ GUARDED_BY(mutex_);
+    std::map<std::string, Usage> peers_ GUARDED_BY(mutex_);
 };
 
 }  // namespace gateway::bayeux

@@ -1,31 +1,49 @@
 #pragma once
 
+#include <exception>
 #include <functional>
-#include <memory>
+#include <string>
+#include <utility>
 
-namespace boost::asio {
-class io_context;
-}
+#include <boost/asio/dispatch.hpp>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/post.hpp>
+#include <boost/asio/strand.hpp>
+
+#include "foundation/log/diagnostic_logger.h"
 
 namespace gateway::bayeux {
 
-/// Runs pieces of work on threads of an io_context: one at a time, in the order in which they were posted.
+/// Runs pieces of work on threads of an io_context: one at a time, in the order in which they come. What a
+/// piece throws is logged.
 ///
 /// Threads: any.
 class Strand {
-public:
-    explicit Strand(boost::asio::io_context& context);
+    static auto logged(std::function<void()> work) {
+        return [work = std::move(work)] {
+            try {
+                work();
+            } catch (const std::exception& error) {
+                foundation::log::DiagnosticLogger("gateway::bayeux")
+                    .error("Work on a session failed: " + std::string(error.what()));
+            }
+        };
+    }
 
-    /// What `work` throws is logged.  Blocks: never.
-    void post(std::function<void()> work) const;
-    /// The same; runs it before it returns where that is possible.
-    void dispatch(std::function<void()> work) const;
+public:
+    explicit Strand(boost::asio::io_context& context) : strand_(boost::asio::make_strand(context)) {}
+
+    /// Runs `work` later.  Blocks: never.
+    void post(std::function<void()> work) const { boost::asio::post(strand_, logged(std::move(work))); }
+    /// Runs `work` before it returns on a thread of the io_context while the strand is free, else later.
+    void dispatch(std::function<void()> work) const {
+        boost::asio::dispatch(strand_, logged(std::move(work)));
+    }
     /// Whether this thread is inside a piece of work.
-    bool isCurrent() const;
+    bool isCurrent() const { return strand_.running_in_this_thread(); }
 
 private:
-    struct Impl;
-    const std::shared_ptr<const Impl> impl_;
+    const boost::asio::strand<boost::asio::io_context::executor_type> strand_;
 };
 
 }  // namespace gateway::bayeux

@@ -15,7 +15,7 @@ using Poco::JSON::Array;
 
 namespace {
 
-/// The names in a message and, when they cannot be taken, why.
+/// The names in a message and, when they cannot be taken, why not.
 struct Names {
     std::set<std::string> patterns;  // without those of services, to which nothing is broadcast
     std::string error;
@@ -26,16 +26,16 @@ void add(Names& names, const std::string& pattern) {
         names.error = errorText(405, "bad channel name");
     } else if (isMeta(pattern)) {
         names.error = errorText(403, pattern, "denied");
-    } else if (isOfNoInterpreter(pattern)) {
+    } else if (isOfUnknownInterpreter(pattern)) {
         names.error = errorText(404, pattern, "no such interpreter");
     } else if (!isService(pattern)) {
         names.patterns.insert(pattern);
     }
 }
 
-Names namesIn(const Request& request) {
+Names namesIn(const ClientMessage& message) {
     Names names;
-    const Var value = request.get("subscription");
+    const Var value = message.get("subscription");
     if (value.type() == typeid(Array::Ptr)) {
         const auto& array = *value.extract<Array::Ptr>();
         if (array.size() == 0) names.error = errorText(400, "missing subscription");
@@ -48,15 +48,18 @@ Names namesIn(const Request& request) {
     return names;
 }
 
-std::string echoOf(const Request& request) {
-    if (!request.has("subscription")) return "";
-    return R"(,"subscription":)" + connector::json::written(request.get("subscription"));
+Members echoOf(const ClientMessage& message) {
+    Members echo;
+    if (message.has("subscription")) {
+        echo.addJson("subscription", connector::json::written(message.get("subscription")));
+    }
+    return echo;
 }
 
 }  // namespace
 
-std::string Subscriptions::subscribe(const Request& request) {
-    auto names = namesIn(request);
+std::string Subscriptions::subscribe(const ClientMessage& message) {
+    auto names = namesIn(message);
     if (names.error.empty()) {
         const auto added = std::ranges::count_if(
             names.patterns, [this](const auto& pattern) { return !patterns_.contains(pattern); });
@@ -64,9 +67,9 @@ std::string Subscriptions::subscribe(const Request& request) {
             names.error = errorText(429, "too many subscriptions");
         }
     }
-    if (!names.error.empty()) return failed(request, names.error, echoOf(request));
+    if (!names.error.empty()) return failed(message, names.error, echoOf(message));
     // A client that comes back says which message it knows.
-    const auto after = numberOf(request.ownExtension("after"));
+    const auto after = numberOf(message.ownExtension("after"));
     // Before it is subscribed, so that it may get a message twice when it comes back, but misses none.
     const auto last = session_->lastNumber();
     if (after) {
@@ -76,18 +79,18 @@ std::string Subscriptions::subscribe(const Request& request) {
         for (const auto& pattern : names.patterns) session_->subscribe(pattern);
     }
     patterns_.merge(names.patterns);
-    return succeeded(request,
-                     echoOf(request) + R"(,"ext":{"connector":{"seq":)" + std::to_string(last) + "}}");
+    const auto numbers = Members().add("connector", Members().add("seq", last));
+    return succeeded(message, echoOf(message).add("ext", numbers));
 }
 
-std::string Subscriptions::unsubscribe(const Request& request) {
-    const auto names = namesIn(request);
-    if (!names.error.empty()) return failed(request, names.error, echoOf(request));
+std::string Subscriptions::unsubscribe(const ClientMessage& message) {
+    const auto names = namesIn(message);
+    if (!names.error.empty()) return failed(message, names.error, echoOf(message));
     for (const auto& pattern : names.patterns) {
         session_->unsubscribe(pattern);
         patterns_.erase(pattern);
     }
-    return succeeded(request, echoOf(request));
+    return succeeded(message, echoOf(message));
 }
 
 }  // namespace gateway::bayeux

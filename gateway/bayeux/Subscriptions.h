@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "bayeux/Request.h"
+#include "bayeux/ClientMessage.h"
 #include "messages/ClientSession.h"
 
 namespace gateway::bayeux {
@@ -20,9 +20,9 @@ public:
         : session_(std::move(session)), limit_(limit) {}
 
     /// Both return the reply. With `ext.connector.after` a subscription begins with what is kept of the
-    /// messages behind that number.
-    std::string subscribe(const Request& request);
-    std::string unsubscribe(const Request& request);
+    /// messages after that number.
+    std::string subscribe(const ClientMessage& message);
+    std::string unsubscribe(const ClientMessage& message);
 
 private:
     const std::shared_ptr<messages::ClientSession> session_;

@@ -6,9 +6,8 @@
 #include <Poco/JSON/Array.h>
 
 #include "access/clientType.h"
-#include "bayeux/Core.h"
 #include "bayeux/Exchange.h"
-#include "bayeux/Session.h"
+#include "bayeux/SessionTable.h"
 #include "bayeux/replies.h"
 
 namespace gateway::bayeux {
@@ -19,21 +18,21 @@ using Poco::JSON::Array;
 
 namespace {
 
-bool hasToken(const Request& request, const ServerOptions& options) {
-    const auto token = textOf(request.ownExtension("token"));
+bool hasToken(const ClientMessage& message, const ServerOptions& options) {
+    const auto token = textOf(message.ownExtension("token"));
     return options.isToken && !token.empty() && options.isToken(token);
 }
 
-bool sharesConnectionType(const Request& request) {
-    const Var types = request.get("supportedConnectionTypes");
+bool sharesConnectionType(const ClientMessage& message) {
+    const Var types = message.get("supportedConnectionTypes");
     if (types.type() != typeid(Array::Ptr)) return false;
     const auto& names = *types.extract<Array::Ptr>();
     return std::any_of(names.begin(), names.end(),
                        [](const Var& name) { return isConnectionType(textOf(name)); });
 }
 
-bool wantsAcknowledgements(const Request& request) {
-    const Var wish = request.extension("ack");
+bool wantsAcknowledgements(const ClientMessage& message) {
+    const Var wish = message.extension("ack");
     if (wish.type() == typeid(bool)) return wish.extract<bool>();
     const auto object = objectOf(wish);
     if (object.isNull()) return false;
@@ -42,47 +41,51 @@ bool wantsAcknowledgements(const Request& request) {
 }
 
 /// The reply to one that is refused; empty for the others.
-std::string refusal(Core& core, const Request& request, const Peer& peer, bool isKnown) {
+std::string refusal(SessionTable& sessions, const ClientMessage& message, const Peer& peer, bool isKnown) {
+    const auto& core = *sessions.core();
     // Those without the token have an allowance of their own, or they would use up that of the others.
-    if (!core.sessions.mayHandshake(peer.address, isKnown, core.options.now())) {
-        return failed(request, errorText(429, "too many handshakes"), core.advice.retry(1s));
+    if (!sessions.mayHandshake(peer.address, isKnown, core.options.now())) {
+        return failed(message, errorText(429, "too many handshakes"), core.advice.retry(1s));
     }
     if (!isKnown) {
-        return failed(request, errorText(401, "the token is missing or wrong"), core.advice.none());
+        return failed(message, errorText(401, "the token is missing or wrong"), core.advice.none());
     }
-    if (!request.text("version").starts_with("1.")) {
-        return failed(request, errorText(400, "the version must be 1.0"), core.advice.none());
+    if (!message.text("version").starts_with("1.")) {
+        return failed(message, errorText(400, "the version must be 1.0"), core.advice.none());
     }
-    if (!sharesConnectionType(request)) {
-        return failed(request, errorText(301, "no common connection type"), core.advice.none());
+    if (!sharesConnectionType(message)) {
+        return failed(message, errorText(301, "no common connection type"), core.advice.none());
     }
     return "";
 }
 
 }  // namespace
 
-bool isConnectionType(const std::string& name) { return name == "websocket" || name == "long-polling"; }
-
-std::string answerHandshake(const std::shared_ptr<Core>& core, const Request& request, Exchange& exchange) {
+std::string answerHandshake(SessionTable& sessions, const ClientMessage& message, Exchange& exchange) {
+    const auto& core = sessions.core();
     Peer peer = exchange.peer();
-    const bool isKnown = peer.isAuthenticated || hasToken(request, core->options);
+    const bool isKnown = peer.isAuthenticated || hasToken(message, core->options);
     if (isKnown) exchange.trust();
-    if (auto reply = refusal(*core, request, peer, isKnown); !reply.empty()) return reply;
+    if (auto reply = refusal(sessions, message, peer, isKnown); !reply.empty()) return reply;
     // Browsers set no headers on WebSockets.
-    if (peer.clientType.empty()) peer.clientType = textOf(request.ownExtension("clientType"));
+    if (peer.clientType.empty()) peer.clientType = textOf(message.ownExtension("clientType"));
     if (!access::isClientType(peer.clientType)) {
-        return failed(request, errorText(400, "the client type is too long or no plain text"),
+        return failed(message,
+                      errorText(400, "the client type must be at most 128 printable ASCII characters"),
                       core->advice.none());
     }
-    const bool isAcknowledged = wantsAcknowledgements(request);
-    const auto session = Session::open(core, peer, isAcknowledged, exchange.connection());
+    const bool isAcknowledged = wantsAcknowledgements(message);
+    const auto session = sessions.open(peer, isAcknowledged, exchange.socket());
     if (!session) {
-        return failed(request, errorText(429, "too many sessions"), core->advice.retry(10s));
+        return failed(message, errorText(429, "too many sessions"), core->advice.retry(10s));
     }
-    const std::string members = R"(,"version":"1.0","clientId":")" + session->id() +
-                                R"(","supportedConnectionTypes":["websocket","long-polling"])" +
-                                core->advice.retry() + (isAcknowledged ? R"(,"ext":{"ack":true})" : "");
-    return succeeded(request, members);
+    Members members;
+    members.add("version", "1.0")
+        .add("clientId", session->id())
+        .addJson("supportedConnectionTypes", R"(["websocket","long-polling"])")
+        .addMembers(core->advice.retry());
+    if (isAcknowledged) members.add("ext", Members().add("ack", true));
+    return succeeded(message, members);
 }
 
 }  // namespace gateway::bayeux

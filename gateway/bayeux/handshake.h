@@ -3,18 +3,14 @@
 #include <memory>
 #include <string>
 
-#include "bayeux/Request.h"
-
 namespace gateway::bayeux {
 
-class Core;
+class ClientMessage;
 class Exchange;
-
-/// Whether the server knows this way to connect.
-bool isConnectionType(const std::string& name);
+class SessionTable;
 
 /// The reply to a handshake: a new session, which delivers through the WebSocket of the exchange if it has
 /// one, or why there is none.  Threads: any.
-std::string answerHandshake(const std::shared_ptr<Core>& core, const Request& request, Exchange& exchange);
+std::string answerHandshake(SessionTable& sessions, const ClientMessage& message, Exchange& exchange);
 
 }  // namespace gateway::bayeux

@@ -3,7 +3,6 @@
 #include <algorithm>
 
 #include "bayeux/channelRules.h"
-#include "connector/json/escape.h"
 #include "fl/i18n/text.h"
 
 namespace gateway::bayeux {
@@ -12,27 +11,33 @@ namespace {
 
 bool isAscii(char c) { return static_cast<unsigned char>(c) < 0x80; }
 
-std::string reply(const Request& request, const char* success, std::string_view members) {
-    std::string text = R"({"channel":)" + connector::json::quoted(request.channel()) + request.idMember() +
-                       R"(,"successful":)" + success;
-    return text.append(members).append("}");
+Members reply(const ClientMessage& message, bool isSuccessful) {
+    Members reply;
+    reply.add("channel", message.channel());
+    if (!message.idJson().empty()) reply.addJson("id", message.idJson());
+    reply.add("successful", isSuccessful);
+    return reply;
 }
 
 }  // namespace
 
-std::string succeeded(const Request& request, std::string_view members) {
-    return reply(request, "true", members);
+std::string succeeded(const ClientMessage& message, const Members& members) {
+    return reply(message, true).addMembers(members).take();
 }
 
-std::string failed(const Request& request, std::string_view error, std::string_view members) {
-    std::string all = R"(,"error":)" + connector::json::quoted(error);
-    return reply(request, "false", all.append(members));
+std::string failed(const ClientMessage& message, std::string_view error, const Members& members) {
+    return reply(message, false).add("error", error).addMembers(members).take();
 }
 
 std::string errorText(int code, std::string_view channel, std::string_view text) {
     std::string error = std::to_string(code) + ":";
     if (isPortablePattern(channel)) error.append(channel);
     return error.append(":").append(text);
+}
+
+std::string unknownClient(const ClientMessage& message, const Advice& advice) {
+    const bool isConnect = message.channel() == connectChannel;
+    return failed(message, errorText(402, "unknown client"), isConnect ? advice.handshake() : Members());
 }
 
 std::string inAscii(std::string json) {

@@ -110,9 +110,9 @@ bool Endpoints::isWebSocket(const HttpRequest& head) {
     return head.wantsWebSocket && routeOf(head.path).methods == Route::Methods::PostOrWebSocket;
 }
 
-std::unique_ptr<bayeux::Socket> Endpoints::open(const HttpRequest& upgrade, bayeux::SocketActions actions) {
+void Endpoints::open(const HttpRequest& upgrade, const std::shared_ptr<bayeux::ClientSocket>& socket) {
     services_.metrics.count(routeOf(upgrade.path).metric, 101);
-    return services_.bayeux.open(peerOf(services_, upgrade), std::move(actions));
+    services_.bayeux.open(socket);
 }
 
 HttpReply Endpoints::malformed(int status, std::string_view text) {

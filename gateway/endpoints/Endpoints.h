@@ -51,8 +51,12 @@ public:
 
     /// Whether a request that `check` allowed asks for a WebSocket.
     static bool isWebSocket(const HttpRequest& head);
-    /// Takes over a WebSocket whose request `check` allowed.
-    std::unique_ptr<bayeux::Socket> open(const HttpRequest& upgrade, bayeux::SocketActions actions);
+    /// Who sends a request.
+    bayeux::Peer peerOf(const HttpRequest& head) const { return endpoints::peerOf(services_, head); }
+    /// Takes over a WebSocket whose request `check` allowed, and which is open.
+    void open(const HttpRequest& upgrade, const std::shared_ptr<bayeux::ClientSocket>& socket);
+    /// Takes the frames of WebSockets.
+    bayeux::BayeuxServer& bayeux() const { return services_.bayeux; }
 
     /// The reply to what is no valid request.
     HttpReply malformed(int status, std::string_view text);

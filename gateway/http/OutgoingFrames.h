@@ -2,18 +2,21 @@
 
 #include <cstddef>
 #include <deque>
-#include <memory>
-#include <string>
+#include <vector>
+
+#include <boost/asio/buffer.hpp>
+
+#include "bayeux/MessageArray.h"
 
 namespace gateway::http {
 
-/// The text frames that wait to be written to a WebSocket. Replies go before deliveries. Each frame is a JSON
-/// array; several small ones are joined into one.
+/// The frames that wait to be written to a WebSocket. Replies go before deliveries. Several small ones are
+/// joined into one.
 ///
 /// Threads: one at a time.
 class OutgoingFrames {
 public:
-    using Frame = std::shared_ptr<const std::string>;
+    using Frame = bayeux::MessageArray;
 
     void push(Frame frame, bool isReply) { (isReply ? replies_ : deliveries_).push_back(std::move(frame)); }
     bool empty() const { return replies_.empty() && deliveries_.empty(); }
@@ -30,6 +33,33 @@ public:
 private:
     std::deque<Frame> replies_;
     std::deque<Frame> deliveries_;
+};
+
+/// The text of a frame, cut into slices that are written one after the other. Nothing is copied.
+///
+/// Threads: one at a time.
+class FrameSlices {
+public:
+    /// Buffers that stay where they are until the next slice: operations copy this, and not them.
+    struct Slice {
+        using value_type = boost::asio::const_buffer;
+        using const_iterator = const value_type*;
+        const_iterator begin() const { return first; }
+        const_iterator end() const { return last; }
+
+        const_iterator first = nullptr;
+        const_iterator last = nullptr;
+    };
+
+    /// `frame` is kept by the caller.
+    void start(const OutgoingFrames::Frame& frame);
+    bool isAtEnd() const { return next_ == text_.size(); }
+    Slice next(std::size_t maxBytes);
+
+private:
+    std::vector<boost::asio::const_buffer> text_;
+    std::size_t next_ = 0;
+    std::vector<boost::asio::const_buffer> slice_;
 };
 
 }  // namespace gateway::http

@@ -57,15 +57,18 @@ std::string firstProtocol(const ReceivedRequest& upgrade) {
 /// Messages are written in slices, one under way at a time, so that pings find a gap and a client that takes
 /// nothing is noticed. A client that takes no replies is not read from.
 ///
-/// Threads: its strand, but for `finish`, `abort` and the actions of the Bayeux server.
-/// Owns: pending operations hold it; the actions do not.
+/// What is to be written while the frames of one read are handled waits until all of them are: a client that
+/// sends many gets the replies in one write.
+///
+/// Threads: its strand, but for `finish`, `abort` and what a ClientSocket does.
+/// Owns: pending operations hold it, and sessions until it is over.
 template <class Stream>
-class WebSocketConnection : public OpenConnection,
-                            public std::enable_shared_from_this<WebSocketConnection<Stream>> {
+class WebSocketConnection : public OpenConnection, public bayeux::ClientSocket {
 public:
     WebSocketConnection(Stream stream, HttpRequest head, std::shared_ptr<OpenConnections::Place> place,
                         const ConnectionContext& context)
-        : stream_(std::move(stream)),
+        : ClientSocket(context.endpoints.peerOf(head)),
+          stream_(std::move(stream)),
           head_(std::move(head)),
           place_(std::move(place)),
           context_(context),
@@ -74,7 +77,7 @@ public:
           finishing_(stream_.get_executor()) {}
 
     void accept(const ReceivedRequest& upgrade) {
-        stream_.next_layer().setOnEmpty([this] { endReadTurn(); });
+        stream_.next_layer().setOnEmpty([this] { onAllRead(); });
         setIdleTime(2 * context_.limits.pingTime);
         stream_.auto_fragment(false);
         stream_.text(true);
@@ -89,9 +92,8 @@ public:
     // The Bayeux server closes those that it knows how to close.
     void finish() override {
         onStrand([this] {
-            finishing_.set(finishGrace, [self = this->shared_from_this()] {
-                self->close(websocket::close_code::going_away);
-            });
+            finishing_.set(finishGrace,
+                           [self = this->self()] { self->close(websocket::close_code::going_away); });
         });
     }
     void abort() override {
@@ -99,52 +101,45 @@ public:
     }
 
 private:
+    std::shared_ptr<WebSocketConnection> self() {
+        return std::static_pointer_cast<WebSocketConnection>(shared_from_this());
+    }
     template <class Action>
     void onStrand(Action action) {
-        asio::post(stream_.get_executor(), [self = this->shared_from_this(), action] { action(); });
+        asio::post(stream_.get_executor(), [self = this->self(), action] { action(); });
     }
     template <class... Arguments>
     auto handler(void (WebSocketConnection::*operation)(Arguments...)) {
-        return [self = this->shared_from_this(), operation](auto... arguments) {
+        return [self = this->self(), operation](auto... arguments) {
             if (!self->isOver_) (self.get()->*operation)(arguments...);
         };
     }
     void setDeadline(std::chrono::milliseconds limit) {
-        deadline_.set(limit, [self = this->shared_from_this()] { self->over(); });
+        deadline_.set(limit, [self = this->self()] { self->over(); });
     }
 
     void onAccepted(error_code error) {
         if (error) return over();
-        socket_ = context_.endpoints.open(head_, actions());
-        if (!socket_->isTrusted()) {
-            trusting_.set(context_.limits.headTime, [self = this->shared_from_this()] {
-                if (!self->socket_->isTrusted()) self->close(websocket::close_code::policy_error);
+        context_.endpoints.open(head_, self());
+        if (!isTrusted()) {
+            trusting_.set(context_.limits.headTime, [self = this->self()] {
+                if (!self->isTrusted()) self->close(websocket::close_code::policy_error);
             });
         }
         read();
     }
 
-    bayeux::SocketActions actions() {
-        const auto weak = this->weak_from_this();
-        return {.send =
-                    [weak](std::shared_ptr<const std::string> frame, bool isReply) {
-                        const auto self = weak.lock();
-                        if (!self) return;
-                        self->unsentBytes_ += frame->size();
-                        asio::dispatch(
-                            self->stream_.get_executor(),
-                            [self, frame = std::move(frame), isReply] { self->queue(frame, isReply); });
-                    },
-                .unsentBytes =
-                    [weak] {
-                        const auto self = weak.lock();
-                        return self ? self->unsentBytes_.load() : 0;
-                    },
-                .close =
-                    [weak](std::uint16_t code) {
-                        const auto self = weak.lock();
-                        if (self) self->onStrand([self = self.get(), code] { self->close(code); });
-                    }};
+    void sendFrame(const bayeux::MessageArray& frame, bool isReply) override {
+        unsentBytes_ += frame.size();
+        auto queued = [self = this->self(), frame, isReply] { self->queue(frame, isReply); };
+        // A reply may be sent from within this strand, where it must not overtake one that is on its way
+        // here.
+        if (isReply) return asio::post(stream_.get_executor(), std::move(queued));
+        asio::dispatch(stream_.get_executor(), std::move(queued));
+    }
+    std::size_t unsentBytes() const override { return unsentBytes_; }
+    void closeFrame(std::uint16_t code) override {
+        onStrand([this, code] { beginClose(code); });
     }
 
     void setIdleTime(std::chrono::steady_clock::duration limit) {
@@ -153,12 +148,12 @@ private:
 
     // Piece by piece, because no read may begin once closing has.
     void read() {
-        stream_.read_message_max(socket_->maxFrameBytes());
+        stream_.read_message_max(maxFrameBytes());
         stream_.async_read_some(buffer_, 0, handler(&WebSocketConnection::onRead));
     }
     void onRead(error_code error, std::size_t) {
         if (error) return over();
-        if (closeCode_) return;
+        if (closeCode_) return onAllRead();
         if (!stream_.is_message_done()) return read();
         if (!stream_.got_text()) return close(websocket::close_code::unknown_data);
         std::string text = beast::buffers_to_string(buffer_.data());
@@ -166,29 +161,27 @@ private:
         if (buffer_.capacity() > sliceSize) buffer_.shrink_to_fit();
         if (text.size() <= dispatch::largeBody) {
             isInReadTurn_ = true;
-            return receive(socket_, std::move(text));
+            return receive(text);
         }
-        endReadTurn();
+        onAllRead();
         // Elsewhere, because what this thread serves would wait for the frame to be read.
-        asio::post(context_.reading,
-                   [self = this->shared_from_this(), socket = socket_, text = std::move(text)]() mutable {
-                       self->receive(socket, std::move(text));
-                   });
+        asio::post(context_.reading, [self = this->self(), text = std::move(text)] { self->receive(text); });
     }
     /// On any thread.
-    void receive(const std::shared_ptr<bayeux::Socket>& socket, std::string text) {
+    void receive(const std::string& text) {
         try {
-            socket->receive(std::move(text));
+            context_.endpoints.bayeux().receive(self(), text);
         } catch (const std::exception& problem) {
-            log().error("A frame cannot be taken: " + std::string(problem.what()));
-            return onStrand([this] { close(websocket::close_code::internal_error); });
+            log().error("A frame could not be handled: " + std::string(problem.what()));
+            return close(websocket::close_code::internal_error);
         }
-        onStrand([this] { readNext(); });  // behind what the frame has led to
+        onStrand([this] { readNext(); });  // after what the frame has led to
     }
     void readNext() {
-        if (isOver_ || closeCode_) return;
-        if (unsentReplies_ <= mostUnsentReplies) return read();
-        endReadTurn();
+        if (isOver_) return;
+        if (!closeCode_ && unsentReplies_ <= mostUnsentReplies) return read();
+        onAllRead();
+        if (closeCode_) return;
         // Pongs are not seen now; it is the deadlines of the writes that end a client which takes nothing.
         isPaused_ = true;
         setIdleTime(websocket::stream_base::none());
@@ -201,54 +194,53 @@ private:
     }
 
     /// All bytes that had come are read.
-    void endReadTurn() {
+    void onAllRead() {
         isInReadTurn_ = false;
-        if (socket_) socket_->endReadTurn();
+        endReadTurn();
         writeNext();
     }
 
-    void queue(const OutgoingFrames::Frame& frame, bool isReply) {
+    void queue(const bayeux::MessageArray& frame, bool isReply) {
         if (isOver_ || closeCode_) return;
-        if (unsentBytes_ - frame->size() > mostUnsent) return over();
+        if (unsentBytes_ - frame.size() > mostUnsent) return over();
         frames_.push(frame, isReply);
-        if (isReply) unsentReplies_ += frame->size();
+        if (isReply) unsentReplies_ += frame.size();
         // Before the client learns that it is trusted, so that it may send a large frame at once.
-        stream_.read_message_max(socket_->maxFrameBytes());
-        if (!isProven_ && socket_->isTrusted()) isProven_ = place_->markAuthenticated();
+        stream_.read_message_max(maxFrameBytes());
+        if (!isProven_ && isTrusted()) isProven_ = place_->markAuthenticated();
         if (!isInReadTurn_) writeNext();
     }
     void writeNext() {
-        if (isOver_ || batch_.frame || frames_.empty()) return;
+        if (isOver_ || isWriting_ || frames_.empty()) return;
+        isWriting_ = true;
         batch_ = frames_.take();
-        offset_ = 0;
+        slices_.start(batch_.frame);
         writeSlice();
     }
     void writeSlice() {
-        const std::size_t size = std::min(sliceSize, batch_.frame->size() - offset_);
-        const bool isLast = offset_ + size == batch_.frame->size();
+        const auto slice = slices_.next(sliceSize);
         setDeadline(context_.limits.writeTime);
-        stream_.async_write_some(isLast, asio::buffer(batch_.frame->data() + offset_, size),
-                                 handler(&WebSocketConnection::onWritten));
+        stream_.async_write_some(slices_.isAtEnd(), slice, handler(&WebSocketConnection::onWritten));
     }
-    void onWritten(error_code error, std::size_t count) {
+    void onWritten(error_code error, std::size_t) {
         if (error) return over();
-        offset_ += count;
-        if (offset_ < batch_.frame->size()) return writeSlice();
+        if (!slices_.isAtEnd()) return writeSlice();
+        isWriting_ = false;
         deadline_.cancel();
         unsentBytes_ -= batch_.queuedBytes;
         if (batch_.isReply) unsentReplies_ -= batch_.queuedBytes;
         batch_ = {};
-        socket_->drained();
+        drained();
         readOn();
         if (closeCode_ && frames_.empty()) return sendClose();
         if (closeCode_ || !isInReadTurn_) writeNext();
     }
 
-    void close(std::uint16_t code) {
+    void beginClose(std::uint16_t code) {
         if (isOver_ || closeCode_) return;
         closeCode_ = code;
         writeNext();
-        if (!batch_.frame) sendClose();
+        if (!isWriting_) sendClose();
     }
     void sendClose() {
         setDeadline(closeTime);
@@ -258,7 +250,7 @@ private:
 
     void over() {
         if (std::exchange(isOver_, true)) return;
-        socket_.reset();
+        closed();
         deadline_.cancel();
         trusting_.cancel();
         finishing_.cancel();
@@ -274,7 +266,6 @@ private:
     Deadline trusting_;
     Deadline finishing_;
 
-    std::shared_ptr<bayeux::Socket> socket_;  ///< also of a frame that is being read
     beast::flat_buffer buffer_;
     std::atomic<std::size_t> unsentBytes_{0};
     std::size_t unsentReplies_ = 0;  ///< bytes of those that are queued or being written
@@ -282,8 +273,9 @@ private:
     bool isProven_ = false;          ///< it counts among those of known clients
     bool isPaused_ = false;          ///< no read is under way until there are fewer
     OutgoingFrames frames_;
+    bool isWriting_ = false;
     OutgoingFrames::Batch batch_;  ///< being written
-    std::size_t offset_ = 0;
+    FrameSlices slices_;
     std::optional<std::uint16_t> closeCode_;
     bool isOver_ = false;
 };

@@ -76,7 +76,7 @@ TEST_F(BayeuxCallTest, isAnsweredOverTheNextConnection) {
         return Object::Ptr(new Object(request));
     };
     call(R"(,"id":"a","data":{"mcode":1,"uuid":"u"})");
-    socket_->socket.reset();
+    socket_->closed();
     turn();
     const auto held = connect();
     go.set_value();

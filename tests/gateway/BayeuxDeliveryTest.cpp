@@ -259,7 +259,7 @@ TEST_F(BayeuxAcknowledgeTest, putsDeliveriesAndTheAnswerIntoOneFrame) {
     turn();
     EXPECT_EQ(socket->received(), "");
     const auto other = openSocket();
-    socket->socket.reset();
+    socket->closed();
     EXPECT_EQ(askSocket(*other, "[" + connectMessage + received(1) + "}]"),
               "[" + delivery("/a", "3") + "," + acked(2) + "]");
 }
@@ -298,7 +298,7 @@ TEST_F(BayeuxAcknowledgeTest, losesAndRepeatsNothingOfTenThousandMessages) {
         } else {
             const auto socket = openSocket();
             send(*socket, "[" + connectMessage + received(lastBatch) + "}]");
-            if (roll(5) == 0) socket->socket.reset();
+            if (roll(5) == 0) socket->closed();
             turn();
             if (!isLost) read(socket->received());
         }
@@ -334,10 +334,10 @@ TEST_F(BayeuxSocketTest, getsDeliveriesAtOnceAndAnswersToConnectsInTheirTime) {
     publish("/a", "4");
     turn();
     EXPECT_EQ(socket_->received(), "[" + delivery("/a", "4") + "]");
-    socket_->unsentBytes = 1;  // the answer may not have reached the client yet
+    socket_->unsent = 1;  // the answer may not have reached the client yet
     pass(1s);
     EXPECT_EQ(server_->sessions(), 1U);
-    socket_->unsentBytes = 0;
+    socket_->unsent = 0;
     pass(20s);
     EXPECT_EQ(server_->sessions(), 0U);
 }
@@ -362,7 +362,7 @@ TEST_F(BayeuxSocketTest, passesTheSessionOnToTheLatestSocket) {
     EXPECT_EQ(socket_->received(), "");
     EXPECT_EQ(latest->received(), "[" + delivery("/a", "1") + "]");
     publish("/a", "2");
-    latest->socket.reset();
+    latest->closed();
     turn();
     EXPECT_EQ(connect()->body(), "[" + delivery("/a", "2") + "," + connected() + "]");
 }
@@ -370,11 +370,11 @@ TEST_F(BayeuxSocketTest, passesTheSessionOnToTheLatestSocket) {
 TEST_F(BayeuxSocketTest, leavesWhatItHasNoRoomForToAConnectOverHttp) {
     const auto held = connect();
     askSocket(*socket_, R"([{"channel":"/b","data":1,"clientId":"$"}])");
-    socket_->unsentBytes = std::size_t{1} << 20;
+    socket_->unsent = std::size_t{1} << 20;
     publish("/a", "1");
     turn();
     EXPECT_FALSE(held->answer);
-    socket_->socket.reset();
+    socket_->closed();
     turn();
     EXPECT_EQ(held->body(), "[" + delivery("/a", "1") + "," + connected() + "]");
 }
@@ -389,7 +389,7 @@ TEST_F(BayeuxSocketTest, deliversOverHttpOnceTheClientConnectsThere) {
 
 TEST_F(BayeuxSocketTest, dropsAHeldConnectOfAClosedSocket) {
     send(*socket_, "[" + connectMessage + "}]");
-    socket_->socket.reset();
+    socket_->closed();
     turn();
     pass(20s - 1ms);
     EXPECT_EQ(server_->sessions(), 1U);
@@ -415,15 +415,15 @@ TEST_F(BayeuxSocketTest, leavesWhatASlowClientDoesNotTakeToTheRulesOfTheQueue) {
     serve({.queueBytes = 200, .replyBytes = 100});
     handshakeOn(*(socket_ = openSocket()));
     subscribe("/eval/response/output");
-    socket_->unsentBytes = 100;
+    socket_->unsent = 100;
     for (int i = 0; i < 10; ++i) publish("/eval/response/output", std::to_string(i));
     turn();
     EXPECT_EQ(socket_->received(), "");
-    socket_->socket->drained();
+    socket_->drained();
     turn();
     EXPECT_EQ(socket_->received(), "");  // not far enough
-    socket_->unsentBytes = 99;
-    socket_->socket->drained();
+    socket_->unsent = 99;
+    socket_->drained();
     turn();
     const auto text = socket_->received();
     EXPECT_THAT(text, StartsWith(R"([{"channel":"/connector/dropped",)"));

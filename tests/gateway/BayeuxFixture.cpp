@@ -117,33 +117,14 @@ std::string BayeuxFixture::WebSocket::received() {
 }
 
 std::shared_ptr<BayeuxFixture::WebSocket> BayeuxFixture::openSocket() {
-    auto socket = std::make_shared<WebSocket>();
-    const std::weak_ptr<WebSocket> weak = socket;
-    socket->socket = server_->open(peer_, {.send =
-                                               [weak](const auto& frame, bool) {
-                                                   if (const auto self = weak.lock()) {
-                                                       self->frames.push_back(*frame);
-                                                   }
-                                               },
-                                           .unsentBytes =
-                                               [weak] {
-                                                   const auto self = weak.lock();
-                                                   return self ? self->unsentBytes : 0;
-                                               },
-                                           .close =
-                                               [weak](int code) {
-                                                   const auto self = weak.lock();
-                                                   if (!self) return;
-                                                   EXPECT_FALSE(self->closeCode.has_value())
-                                                       << "closed twice";
-                                                   self->closeCode = code;
-                                               }});
+    auto socket = std::make_shared<WebSocket>(peer_);
+    server_->open(socket);
     return socket;
 }
 
 void BayeuxFixture::send(WebSocket& socket, const std::string& text) {
-    socket.socket->receive(withClient(text));
-    socket.socket->endReadTurn();
+    server_->receive(socket.shared_from_this(), withClient(text));
+    socket.endReadTurn();
     turn();
 }
 

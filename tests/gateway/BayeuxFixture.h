@@ -37,13 +37,19 @@ protected:
         std::string body() const { return answer ? answer->body : "not answered"; }
     };
     /// A WebSocket as its client sees it.
-    struct WebSocket {
-        std::vector<std::string> frames;
-        std::size_t unsentBytes = 0;
-        std::optional<int> closeCode;
-        std::unique_ptr<gateway::bayeux::Socket> socket;
+    struct WebSocket : gateway::bayeux::ClientSocket {
+        explicit WebSocket(const Peer& peer) : ClientSocket(peer) {}
+        void sendFrame(const gateway::bayeux::MessageArray& frame, bool) override {
+            frames.push_back(frame.text());
+        }
+        std::size_t unsentBytes() const override { return unsent; }
+        void closeFrame(std::uint16_t code) override { closeCode = code; }
         /// The frames since the last call, with a line break between them.
         std::string received();
+
+        std::vector<std::string> frames;
+        std::size_t unsent = 0;
+        std::optional<int> closeCode;
     };
 
     BayeuxFixture();

@@ -422,14 +422,14 @@ TEST_F(BayeuxLimitTest, countsSubscriptions) {
 
 TEST_F(BayeuxLimitTest, letsStrangersSendSmallFramesOnly) {
     peer_.isAuthenticated = false;
-    serve({.strangerValues = 30, .frameBytes = 1000, .strangerBytes = 300});
+    serve({.unauthenticatedValues = 30, .frameBytes = 1000, .unauthenticatedBytes = 300});
     const auto stranger = openSocket();
-    EXPECT_EQ(stranger->socket->maxFrameBytes(), 300U);
+    EXPECT_EQ(stranger->maxFrameBytes(), 300U);
     send(*stranger, std::string(301, ' '));
     EXPECT_EQ(stranger->closeCode, 1009);
     const auto known = openSocket();
     handshakeOn(*known, R"({"connector":{"token":"sesame"}})");
-    EXPECT_EQ(known->socket->maxFrameBytes(), 1000U);
+    EXPECT_EQ(known->maxFrameBytes(), 1000U);
     EXPECT_EQ(askSocket(*known, std::string(998, ' ') + "[]"), "[]");
     send(*known, std::string(1001, ' '));
     EXPECT_EQ(known->closeCode, 1009);
@@ -437,7 +437,7 @@ TEST_F(BayeuxLimitTest, letsStrangersSendSmallFramesOnly) {
     const auto moved = openSocket();
     const std::string manyValues = R"("x":[0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0]}])";
     askSocket(*moved, R"([{"channel":"/a","data":1,"clientId":"$",)" + manyValues);
-    EXPECT_EQ(moved->socket->maxFrameBytes(), 1000U);
+    EXPECT_EQ(moved->maxFrameBytes(), 1000U);
     const auto other = openSocket();
     send(*other, R"([{"channel":"/a","data":1,"clientId":"wrong",)" + manyValues);
     EXPECT_EQ(other->closeCode, 1009);
@@ -445,7 +445,7 @@ TEST_F(BayeuxLimitTest, letsStrangersSendSmallFramesOnly) {
 
 TEST_F(BayeuxLimitTest, letsStrangersSendSmallBodiesOnly) {
     peer_.isAuthenticated = false;
-    serve({.strangerBytes = 300});
+    serve({.unauthenticatedBytes = 300});
     handshake(R"({"connector":{"token":"sesame"}})");
     const auto publishWith = [this](const std::string& members) {
         return post(R"([{"channel":"/a","data":")" + std::string(300, 'x') + '"' + members + "}]")

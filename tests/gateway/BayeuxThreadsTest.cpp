@@ -15,6 +15,25 @@ namespace {
 
 using namespace std::chrono_literals;
 
+/// Tells its first frame, or that it is closed, and counts all.
+struct CountingSocket : gateway::bayeux::ClientSocket {
+    CountingSocket(const gateway::bayeux::Peer& peer, std::atomic<int>& received)
+        : ClientSocket(peer), count(received) {}
+    void sendFrame(const gateway::bayeux::MessageArray& frame, bool) override {
+        ++count;
+        tell(frame.text());
+    }
+    std::size_t unsentBytes() const override { return 0; }
+    void closeFrame(std::uint16_t) override { tell("closed"); }
+    void tell(const std::string& text) {
+        if (isFirst.exchange(false)) first.set_value(text);
+    }
+
+    std::atomic<int>& count;
+    std::atomic<bool> isFirst{true};
+    std::promise<std::string> first;
+};
+
 /// The loop runs on several threads, beside those that publish and those of the clients.
 class BayeuxThreadsTest : public BayeuxFixture {
 protected:
@@ -78,6 +97,7 @@ protected:
 
     std::vector<std::thread> loops_;
     std::atomic<int> ready_{0};
+    std::atomic<int> received_{0};
 };
 
 TEST_F(BayeuxThreadsTest, losesNothingWhateverHappensAtTheSameTime) {
@@ -104,27 +124,18 @@ TEST_F(BayeuxThreadsTest, losesNothingWhateverHappensAtTheSameTime) {
 TEST_F(BayeuxThreadsTest, opensAndClosesSocketsWhileMessagesComeAndTheServerStops) {
     serve({.sessionsPerPeer = 1'000'000, .handshakesPerSecond = 1'000'000});
     std::atomic<bool> isStopped{false};
-    const auto received = std::make_shared<std::atomic<int>>(0);
     const auto useSockets = [&] {
         while (!isStopped) {
-            const auto frame = std::make_shared<std::promise<std::string>>();
-            const auto isFirst = std::make_shared<std::atomic<bool>>(true);
-            const auto onFrame = [frame, isFirst](const std::string& text) {
-                if (isFirst->exchange(false)) frame->set_value(text);
-            };
-            auto socket = server_->open(peer_, {.send =
-                                                    [onFrame, received](const auto& text, bool) {
-                                                        ++*received;
-                                                        onFrame(*text);
-                                                    },
-                                                .unsentBytes = [] { return std::size_t{0}; },
-                                                .close = [onFrame](int) { onFrame("closed"); }});
-            socket->receive(
+            const auto socket = std::make_shared<CountingSocket>(peer_, received_);
+            server_->open(socket);
+            server_->receive(
+                socket,
                 R"([{"channel":"/meta/handshake","version":"1.0","supportedConnectionTypes":["websocket"]}])");
-            socket->receive(R"([{"channel":"/meta/subscribe","subscription":"/a","clientId":")" +
-                            clientIdIn(frame->get_future().get()) + R"("}])");
+            server_->receive(socket, R"([{"channel":"/meta/subscribe","subscription":"/a","clientId":")" +
+                                         clientIdIn(socket->first.get_future().get()) + R"("}])");
             socket->endReadTurn();
             socket->drained();
+            socket->closed();
         }
     };
     std::vector<std::thread> threads;
@@ -132,7 +143,7 @@ TEST_F(BayeuxThreadsTest, opensAndClosesSocketsWhileMessagesComeAndTheServerStop
     threads.emplace_back([&] {
         while (!isStopped) publish("/a", "1");
     });
-    while (*received < 1'000) std::this_thread::yield();
+    while (received_ < 1'000) std::this_thread::yield();
     server_->stop();
     isStopped = true;
     for (auto& thread : threads) thread.join();

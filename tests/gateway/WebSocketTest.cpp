@@ -2,6 +2,8 @@
 #include <string>
 #include <thread>
 
+#include <boost/beast/core/buffers_to_string.hpp>
+
 #include "GatewayFixture.h"
 #include "http/OutgoingFrames.h"
 
@@ -291,23 +293,40 @@ TEST_F(WebSocketTest, closesWhenTheServerStops) {
 
 TEST(OutgoingFramesTest, joinsSmallArraysAndPutsRepliesFirst) {
     gateway::http::OutgoingFrames frames;
-    const auto push = [&](std::string text, bool isReply) {
-        frames.push(std::make_shared<const std::string>(std::move(text)), isReply);
+    const auto push = [&](std::string messages, bool isReply) {
+        gateway::bayeux::MessageArray array;
+        array.add(std::move(messages));
+        frames.push(array, isReply);
     };
-    push("[1]", false);
-    push("[2,3]", false);
-    push("[]", false);
-    push("[" + std::string(70'000, '4') + "]", false);
-    push("[5]", true);
+    push("1", false);
+    push("2,3", false);
+    push("", false);
+    push(std::string(70'000, '4'), false);
+    push("5", true);
     std::string taken;
     std::size_t bytes = 0;
     while (!frames.empty()) {
         const auto batch = frames.take();
-        taken += batch.frame->substr(0, 8) + " ";
+        taken += batch.frame.text().substr(0, 8) + " ";
         bytes += batch.queuedBytes;
     }
     EXPECT_EQ(taken, "[5] [1,2,3] [] [4444444 ");
     EXPECT_EQ(bytes, 3U + 5U + 2U + 70'002U + 3U);
+}
+
+TEST(FrameSlicesTest, cutTheTextWhereverABoundIs) {
+    gateway::bayeux::MessageArray array;
+    for (const auto* message : {"{}", "[1,2]", "34"}) array.add(std::string(message));
+    for (std::size_t most = 1; most <= array.size() + 1; ++most) {
+        gateway::http::FrameSlices slices;
+        std::string text;
+        for (slices.start(array); !slices.isAtEnd();) {
+            const auto slice = boost::beast::buffers_to_string(slices.next(most));
+            ASSERT_TRUE(slice.size() == most || slices.isAtEnd());
+            text += slice;
+        }
+        EXPECT_EQ(text, array.text());
+    }
 }
 
 }  // namespace

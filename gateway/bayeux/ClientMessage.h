@@ -17,14 +17,14 @@ namespace gateway::bayeux {
 /// One message of a client. A member that is missing or of another type than asked for is empty.
 ///
 /// Threads: one at a time.
-class Request {
+class ClientMessage {
 public:
-    explicit Request(Poco::JSON::Object::Ptr object);
+    explicit ClientMessage(Poco::JSON::Object::Ptr object);
 
     const std::string& channel() const { return channel_; }
     const std::string& clientId() const { return clientId_; }
-    /// As the member of a reply, `,"id":"7"`, or empty when there is none.
-    const std::string& idMember() const { return idMember_; }
+    /// The id, any JSON value; empty when there is none.
+    const std::string& idJson() const { return idJson_; }
 
     bool has(const std::string& name) const { return object_->has(name); }
     Poco::Dynamic::Var get(const std::string& name) const { return object_->get(name); }
@@ -38,24 +38,27 @@ private:
     Poco::JSON::Object::Ptr object_;
     std::string channel_;
     std::string clientId_;
-    std::string idMember_;
+    std::string idJson_;
 };
 
 /// A value as an object, or null.
 Poco::JSON::Object::Ptr objectOf(const Poco::Dynamic::Var& value);
-/// A value as a text, or nothing.
+/// A value as a string, or an empty one.
 std::string textOf(const Poco::Dynamic::Var& value);
-/// A value as a number, without its fraction and between 0 and the largest one; nothing for other values.
+/// A value as a number, without its fraction and between 0 and the largest one; nullopt for other values.
 std::optional<std::int64_t> numberOf(const Poco::Dynamic::Var& value);
 
-/// Whether one of the first few things in a text that look like the id of a client is one, by `isKnown`. Does
-/// not read the text as a whole.
+/// Whether one of the first few client ids in a text is known, by `isKnown`. Searches the text instead of
+/// parsing it.
 bool showsClientId(std::string_view text, const std::function<bool(const std::string&)>& isKnown);
 
-/// What a client sent is no array of messages.
-class BadEnvelope : public std::runtime_error {
+/// Whether the server knows this way to connect.
+inline bool isConnectionType(std::string_view name) { return name == "websocket" || name == "long-polling"; }
+
+/// What a client sent is not an array of messages, or too large a one.
+class MalformedArray : public std::runtime_error {
 public:
-    BadEnvelope(int httpStatus, std::uint16_t closeCode, const std::string& reason)
+    MalformedArray(int httpStatus, std::uint16_t closeCode, const std::string& reason)
         : std::runtime_error(reason), httpStatus_(httpStatus), closeCode_(closeCode) {}
 
     int httpStatus() const { return httpStatus_; }
@@ -66,11 +69,10 @@ private:
     std::uint16_t closeCode_;
 };
 
-/// The messages in the body of a POST or a WebSocket's frame: an array of objects, or one object. A handshake
-/// makes the others in its array void. Data that is an array or an object stays a connector::json::Text, and
-/// does not count towards the values.
-/// Throws: BadEnvelope.
-std::vector<Request> readRequests(std::string_view text, std::size_t depth, std::size_t maxMessages,
-                                  std::size_t maxValues);
+/// The messages in the body of a POST or a WebSocket's frame: an array of objects, or one object. Beside a
+/// handshake, the others in its array are ignored. Data that is an array or an object stays a
+/// connector::json::Text, and does not count towards the values. Throws: MalformedArray.
+std::vector<ClientMessage> readMessages(std::string_view text, std::size_t depth, std::size_t maxMessages,
+                                        std::size_t maxValues);
 
 }  // namespace gateway::bayeux

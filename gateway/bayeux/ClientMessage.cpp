@@ -1,4 +1,4 @@
-#include "bayeux/Request.h"
+#include "bayeux/ClientMessage.h"
 
 #include <algorithm>
 #include <limits>
@@ -6,7 +6,7 @@
 
 #include <Poco/JSON/Array.h>
 
-#include "bayeux/replies.h"
+#include "bayeux/channelRules.h"
 #include "connector/json/parse.h"
 #include "connector/json/write.h"
 
@@ -26,16 +26,16 @@ Var parsed(std::string_view text, std::size_t depth, std::size_t maxValues) {
     try {
         return connector::json::parse(text, depth, maxValues, "data");
     } catch (const connector::json::TooManyValues& error) {
-        throw BadEnvelope(413, tooBig, error.what());
+        throw MalformedArray(413, tooBig, error.what());
     } catch (const connector::json::ParseError& error) {
-        throw BadEnvelope(400, invalidPayload, error.what());
+        throw MalformedArray(400, invalidPayload, error.what());
     }
 }
 
-Request requestOf(const Var& value) {
+ClientMessage messageOf(const Var& value) {
     const auto object = objectOf(value);
-    if (object.isNull()) throw BadEnvelope(400, invalidPayload, "A message is a JSON object");
-    return Request(object);
+    if (object.isNull()) throw MalformedArray(400, invalidPayload, "A message must be a JSON object");
+    return ClientMessage(object);
 }
 
 }  // namespace
@@ -59,19 +59,19 @@ std::optional<std::int64_t> numberOf(const Var& value) {
     return real > 0 ? static_cast<std::int64_t>(real) : 0;
 }
 
-Request::Request(Object::Ptr object)
+ClientMessage::ClientMessage(Object::Ptr object)
     : object_(std::move(object)), channel_(text("channel")), clientId_(text("clientId")) {
-    if (has("id")) idMember_ = R"(,"id":)" + connector::json::written(get("id"));
+    if (has("id")) idJson_ = connector::json::written(get("id"));
 }
 
-std::string Request::text(const std::string& name) const { return textOf(get(name)); }
+std::string ClientMessage::text(const std::string& name) const { return textOf(get(name)); }
 
-Var Request::extension(const std::string& name) const {
+Var ClientMessage::extension(const std::string& name) const {
     const auto extensions = objectOf(get("ext"));
     return extensions.isNull() ? Var() : extensions->get(name);
 }
 
-Var Request::ownExtension(const std::string& name) const {
+Var ClientMessage::ownExtension(const std::string& name) const {
     const auto members = objectOf(extension("connector"));
     return members.isNull() ? Var() : members->get(name);
 }
@@ -89,20 +89,21 @@ bool showsClientId(std::string_view text, const std::function<bool(const std::st
     return false;
 }
 
-std::vector<Request> readRequests(std::string_view text, std::size_t depth, std::size_t maxMessages,
-                                  std::size_t maxValues) {
+std::vector<ClientMessage> readMessages(std::string_view text, std::size_t depth, std::size_t maxMessages,
+                                        std::size_t maxValues) {
     const Var value = parsed(text, depth, maxValues);
-    std::vector<Request> requests;
+    std::vector<ClientMessage> messages;
     if (value.type() != typeid(Array::Ptr)) {
-        requests.push_back(requestOf(value));
-        return requests;
+        messages.push_back(messageOf(value));
+        return messages;
     }
     const auto& array = *value.extract<Array::Ptr>();
-    if (array.size() > maxMessages) throw BadEnvelope(413, policyViolation, "Too many messages");
-    for (const Var& element : array) requests.push_back(requestOf(element));
-    const auto handshake = std::ranges::find(requests, std::string_view(handshakeChannel), &Request::channel);
-    if (handshake != requests.end()) return {*handshake};
-    return requests;
+    if (array.size() > maxMessages)
+        throw MalformedArray(413, policyViolation, "The array holds too many messages");
+    for (const Var& element : array) messages.push_back(messageOf(element));
+    const auto handshake = std::ranges::find(messages, handshakeChannel, &ClientMessage::channel);
+    if (handshake != messages.end()) return {*handshake};
+    return messages;
 }
 
 }  // namespace gateway::bayeux

@@ -1,0 +1,43 @@
+#pragma once
+
+#include <cstddef>
+#include <utility>
+
+#include "bayeux/ReadTurns.h"
+#include "bayeux/ServerOptions.h"
+#include "bayeux/replies.h"
+
+namespace boost::asio {
+class io_context;
+}
+namespace messages {
+class LocalMessageService;
+}
+namespace dispatch {
+class RequestDispatcher;
+}
+
+namespace gateway::bayeux {
+
+/// What sessions and sockets of one server share. It outlives the server as long as work of a session is
+/// queued.
+///
+/// Threads: any.
+struct ServerCore {
+    ServerCore(boost::asio::io_context& ioContext, messages::LocalMessageService& messageService,
+               dispatch::RequestDispatcher& requestDispatcher, ServerOptions serverOptions)
+        : context(ioContext),
+          messages(messageService),
+          dispatcher(requestDispatcher),
+          options(std::move(serverOptions)),
+          advice(options.timeout, options.maxInterval) {}
+
+    boost::asio::io_context& context;
+    messages::LocalMessageService& messages;
+    dispatch::RequestDispatcher& dispatcher;
+    const ServerOptions options;
+    const Advice advice;
+    ReadTurns turns;
+};
+
+}  // namespace gateway::bayeux
