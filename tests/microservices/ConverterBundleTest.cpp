@@ -55,16 +55,13 @@ TEST(ConverterBundleTest, convertsEventsWithAnyTag) {
     // A handler, which is called between the bundle's and the bridge's, raises another event in its place.
     const foundation::msg_svc::eventmgr::ScopedConnection between(
         host.events->subscribe<TaggedEvent>([&](const TaggedEvent&) { raise("inner", 2); }, u"outer"));
-    for (const char* tag : {"outer", "inner", "status"}) {
-        messages->subscribeClient("client", std::string("/eventmgr/0/") + tag);
-    }
+    messages->subscribeClient("client", "/eventmgr/0/outer");
+    messages->subscribeClient("client", "/eventmgr/0/inner");
     raise("outer", 1);
-    raise("status", 3);
     const auto published = messages->published();
     EXPECT_EQ(
         std::vector(published.begin() + tags, published.end()),
-        (std::vector<std::string>{R"(/eventmgr/0/inner {"number":2})", R"(/eventmgr/0/outer {"number":1})",
-                                  R"(/eventmgr/0/status {"number":3})"}));
+        (std::vector<std::string>{R"(/eventmgr/0/inner {"number":2})", R"(/eventmgr/0/outer {"number":1})"}));
 }
 
 }  // namespace

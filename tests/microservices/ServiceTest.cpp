@@ -54,15 +54,6 @@ TEST_F(ServiceTest, isFoundByRankingAndThenByAge) {
     EXPECT_EQ(found(), "bdac");
 }
 
-TEST_F(ServiceTest, isChosenByAFilter) {
-    add("a", {{"eventTag", std::string("x")}});
-    add("b", {{"eventTag", std::vector<std::string>{"y", "z"}}});
-    EXPECT_EQ(found("(eventtag=x)"), "a");
-    EXPECT_EQ(found("(eventTag=z)"), "b");
-    EXPECT_EQ(found("(eventTag=xy)"), "");
-    EXPECT_THROW(found("(eventTag"), std::invalid_argument);
-}
-
 TEST_F(ServiceTest, hasPropertiesInAnyCase) {
     auto registration = add("a", {{"Colour", std::string("red")}});
     const auto reference = registration.GetReference();
@@ -71,8 +62,6 @@ TEST_F(ServiceTest, hasPropertiesInAnyCase) {
     registration.SetProperties(ServiceProperties{{"size", 3}});
     EXPECT_TRUE(reference.GetProperty("colour").Empty());
     EXPECT_THROW(any_cast<long>(reference.GetProperty("size")), std::bad_cast);
-    EXPECT_LT(any_cast<long>(reference.GetProperty(Constants::SERVICE_ID)),
-              any_cast<long>(add("b").GetReference().GetProperty(Constants::SERVICE_ID)));
 }
 
 TEST_F(ServiceTest, isRefused) {
@@ -103,18 +92,6 @@ std::shared_ptr<Colour> witness(std::function<void()> atEnd) {
                 delete service;
                 atEnd();
             }};
-}
-
-TEST_F(ServiceTest, staysAliveWhileItIsHeld) {
-    bool isGone = false;
-    auto registration = context.RegisterService<Colour>(witness([&] { isGone = true; }));
-    auto held = context.GetService(registration.GetReference());
-    auto copy = held;
-    registration.Unregister();
-    held.reset();
-    EXPECT_FALSE(isGone);
-    copy.reset();
-    EXPECT_TRUE(isGone);
 }
 
 // A lock held while foreign code runs would let each of these wait for ever.
