@@ -8,9 +8,9 @@
 #include <cxxabi.h>
 
 #include "connector/json/escape.h"
-#include "fl/i18n/messages.h"
 #include "fl/i18n/text.h"
 #include "v1/BatchOrder.h"
+#include "v1/OutputLog.h"
 #include "v1/log.h"
 
 namespace connector::interpreter::v1 {
@@ -54,15 +54,15 @@ struct CoalescingTextBuffer::Batch {
     BatchOrder::Place place;
 };
 
-CoalescingTextBuffer::CoalescingTextBuffer() : order_(std::make_unique<BatchOrder>()) {
+CoalescingTextBuffer::CoalescingTextBuffer()
+    : order_(std::make_unique<BatchOrder>()), outputLog_(std::make_unique<OutputLog>()) {
     thread_ = std::thread([this] { coalescerLoop(); });
-    openTestLog();
 }
 
 CoalescingTextBuffer::~CoalescingTextBuffer() { stop(); }
 
 void CoalescingTextBuffer::stop() {
-    closeTestLog();
+    outputLog_->close();
     Callback callback;  // ends after the lock
     {
         MutexLock lock(mutex_);
@@ -80,7 +80,7 @@ void CoalescingTextBuffer::append(const char16_t* text, std::size_t length, Stre
 }
 
 void CoalescingTextBuffer::appendText(std::u16string_view text, StreamTypeEnum type) {
-    if (testLogEnabled_) writeTestLog(text);
+    outputLog_->write(text);
     if (text.empty()) return;
     const std::uint64_t before = ++ownPieces;
     MutexLock lock(mutex_);
@@ -200,43 +200,6 @@ void CoalescingTextBuffer::deliver(Batch batch, std::unique_lock<std::mutex>& lo
         batch.callback = nullptr;  // what it holds goes without the lock, too
     });
     lock.lock();
-}
-
-void CoalescingTextBuffer::openTestLog() noexcept {
-    try {
-        const std::string path = fl::i18n::to_string(fl::i18n::getenv("NUFULLSTACK_TEST_CONTAINER_LOG"));
-        if (path.empty()) return;
-        MutexLock lock(testLogMutex_);
-        testLog_.open(path, std::ios::out | std::ios::app);
-        if (!testLog_.is_open()) {
-            asyncLog().error("Error: Unable to open numoraOutputStream");
-            return;
-        }
-        testLog_.exceptions(std::ios::badbit | std::ios::failbit);
-        testLogEnabled_ = true;
-    } catch (...) {
-        asyncLog().error("Error initializing numoraOutputStream");
-    }
-}
-
-void CoalescingTextBuffer::writeTestLog(std::u16string_view text) {
-    const std::string utf8 = fl::i18n::to_string(text);
-    try {
-        MutexLock lock(testLogMutex_);
-        testLog_.clear();  // every piece is tried, even after one that failed
-        testLog_ << utf8 << std::flush;
-    } catch (...) {
-        asyncLog().error("Error writing to numoraOutputStream");
-    }
-}
-
-void CoalescingTextBuffer::closeTestLog() {
-    try {
-        MutexLock lock(testLogMutex_);
-        if (testLog_.is_open()) testLog_.close();
-    } catch (...) {
-        asyncLog().error("Error closing numoraOutputStream");
-    }
 }
 
 }  // namespace connector::interpreter::v1

@@ -12,7 +12,8 @@
 
 namespace foundation::json {
 
-/// A JSON value: null, a boolean, a number, a string in UTF-8, an array, or an object, whose keys are in order.
+/// A JSON value: null, a boolean, a number, a string in UTF-8, an array, or an object, whose keys are in
+/// order.
 ///
 /// Threads: as a plain value.
 class Value {

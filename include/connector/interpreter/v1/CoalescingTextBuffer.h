@@ -3,7 +3,6 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstddef>
-#include <fstream>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -19,6 +18,7 @@
 namespace connector::interpreter::v1 {
 
 class BatchOrder;
+class OutputLog;
 
 /// Gathers printed text and hands it on in batches, each a JSON string of the text of one stream.
 ///
@@ -106,10 +106,6 @@ private:
     void deliverIfDue(std::unique_lock<std::mutex>& lock) REQUIRES(mutex_);
     void appendText(std::u16string_view text, nmutil::io::StreamTypeEnum type) EXCLUDES(mutex_);
 
-    void openTestLog() noexcept;
-    void writeTestLog(std::u16string_view text) EXCLUDES(testLogMutex_);
-    void closeTestLog() EXCLUDES(testLogMutex_);
-
     connector::Mutex mutex_;
     std::condition_variable condition_;  ///< text is pending where there was none, or running_ has ended
     Callback callback_ GUARDED_BY(mutex_);
@@ -121,10 +117,7 @@ private:
     nmutil::io::StreamTypeEnum currentStream_ GUARDED_BY(mutex_) = nmutil::io::STANDARD_OUTPUT;
     bool running_ GUARDED_BY(mutex_) = true;
     const std::unique_ptr<BatchOrder> order_;  ///< its lock may be taken under mutex_
-
-    bool testLogEnabled_ = false;    ///< fixed after construction
-    connector::Mutex testLogMutex_;  ///< a leaf: keeps the pieces of several threads whole
-    std::ofstream testLog_ GUARDED_BY(testLogMutex_);
+    const std::unique_ptr<OutputLog> outputLog_;
 };
 
 }  // namespace connector::interpreter::v1
