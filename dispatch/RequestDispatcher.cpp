@@ -1,8 +1,6 @@
 #include "dispatch/RequestDispatcher.h"
 
 #include <algorithm>
-#include <array>
-#include <atomic>
 #include <chrono>
 #include <exception>
 #include <string_view>
@@ -10,15 +8,11 @@
 #include <Poco/JSON/Array.h>
 
 #include "connector/ServiceStopped.h"
-#include "connector/ThreadSafety.h"
-#include "connector/WorkerPool.h"
 #include "connector/common/requests.h"
 #include "connector/errorText.h"
 #include "connector/identifiers.h"
 #include "connector/json/write.h"
 #include "connector/wireWords.h"
-#include "dispatch/errorAnswer.h"
-#include "dispatch/lanes.h"
 #include "foundation/log/diagnostic_logger.h"
 
 namespace dispatch {
@@ -33,18 +27,13 @@ const foundation::log::DiagnosticLogger& log() {
 using connector::Message;
 using connector::WorkerPool;
 namespace wire = connector::wire;
-using Context = std::shared_ptr<connector::common::ContextState>;
 
 // Of the lanes beside that of the base prompt, which is as long as it is configured to be.
 constexpr std::size_t queueOfOthers = 100;
 constexpr std::size_t queueOfInterrupts = 1000;
 constexpr auto interruptInterval = std::chrono::milliseconds(100);
 
-Answer failure(int status, std::string_view text, int retrySeconds = 0) {
-    return {.status = status, .json = errorJson(text), .type = {}, .retrySeconds = retrySeconds};
-}
-
-Answer stopped() { return failure(503, "The server is stopping."); }
+Answer stopped() { return errorAnswer(503, "The server is stopping."); }
 
 std::string outcomeOf(const Poco::JSON::Object& response) {
     const auto faults = response.getArray("messageFaults");
@@ -60,104 +49,78 @@ std::string outcomeOf(const Poco::JSON::Object& response) {
 
 bool isInterrupt(std::string_view typeName) { return typeName == wire::type::interrupt; }
 
-class RequestDispatcher::Impl {
-public:
-    Impl(std::shared_ptr<connector::ServiceFramework> framework,
-         std::shared_ptr<connector::json::JsonSerializer> serializer, DispatcherOptions options)
-        : framework_(std::move(framework)),
-          serializer_(std::move(serializer)),
-          isReadingInput_(std::move(options.isReadingInput)) {
-        for (auto& lane : lanes_) {
-            lane =
-                std::make_unique<WorkerPool>(options.threads, std::min(options.queueLength, queueOfOthers));
-        }
-        lane(Lane::BasePrompt) =
-            std::make_unique<WorkerPool>(options.threads, options.queueLength, options.queueBytes);
-        lane(Lane::Interrupt) = std::make_unique<WorkerPool>(1, queueOfInterrupts);
-    }
-
-    void submit(const std::string& typeName, Poco::JSON::Object::Ptr message, Context context, Done done);
-    void submitUnread(std::size_t bytes, std::function<Read()> read, Context context, Done done);
-    std::size_t pending() const;
-    DispatcherMetrics metrics() const;
-    void stop();
-
-private:
-    struct Request {
-        std::string typeName;
-        Context context;
-        Done done;
-        std::unique_ptr<Message> message{};  ///< null until it is read
-        std::string problem{};               ///< why it cannot be
-    };
-
-    std::unique_ptr<WorkerPool>& lane(Lane lane) { return lanes_.at(static_cast<std::size_t>(lane)); }
-    void queue(Lane where, const std::shared_ptr<Request>& request, std::function<Answer()> work,
-               std::size_t bytes);
-    void read(Request& request, Poco::JSON::Object::Ptr object) const;
-    /// Delivers, waits for the response and writes it.
-    Answer run(Request& request);
-    Answer readAndRun(Request& request, const std::function<Read()>& readBody);
-    Answer deliver(std::unique_ptr<Message> message, const Request& request);
-    /// The answer to a request whose delivery has failed with the current exception.
-    Answer deliveryFailure();
-    void finish(const Request& request, Answer answer);
-    void count(const std::string& typeName, const std::string& outcome) EXCLUDES(mutex_);
-    void interrupt();
-
-    const std::shared_ptr<connector::ServiceFramework> framework_;
-    const std::shared_ptr<connector::json::JsonSerializer> serializer_;
-
-    mutable connector::Mutex mutex_;
-    std::map<std::pair<std::string, std::string>, std::uint64_t> outcomes_ GUARDED_BY(mutex_);
-
-    const std::function<bool()> isReadingInput_;
-    std::atomic<bool> isStopped_{false};
-    std::array<std::unique_ptr<WorkerPool>, laneCount> lanes_;
+struct RequestDispatcher::Request {
+    std::string typeName;
+    Context context;
+    Done done;
+    std::unique_ptr<Message> message{};  ///< null until it is read
+    std::string problem{};               ///< why it cannot be
 };
 
-void RequestDispatcher::Impl::submit(const std::string& typeName, Poco::JSON::Object::Ptr message,
-                                     Context context, Done done) {
-    if (!serializer_->isRegistered(typeName)) return done(failure(404, "There is no such message type."));
+RequestDispatcher::RequestDispatcher(std::shared_ptr<connector::ServiceFramework> framework,
+                                     std::shared_ptr<connector::json::JsonSerializer> serializer,
+                                     DispatcherOptions options)
+    : framework_(std::move(framework)),
+      serializer_(std::move(serializer)),
+      isReadingInput_(std::move(options.isReadingInput)) {
+    for (std::size_t i = 0; i < laneCount; ++i) {
+        const auto lane = static_cast<Lane>(i);
+        if (lane == Lane::BasePrompt) {
+            lanes_[i] =
+                std::make_unique<WorkerPool>(options.threads, options.queueLength, options.queueBytes);
+        } else if (lane == Lane::Interrupt) {
+            lanes_[i] = std::make_unique<WorkerPool>(1, queueOfInterrupts);
+        } else {
+            lanes_[i] =
+                std::make_unique<WorkerPool>(options.threads, std::min(options.queueLength, queueOfOthers));
+        }
+    }
+}
+
+RequestDispatcher::~RequestDispatcher() { stop(); }
+
+void RequestDispatcher::submit(const std::string& typeName, Poco::JSON::Object::Ptr message, Context context,
+                               Done done) {
+    if (!serializer_->isRegistered(typeName)) return done(errorAnswer(404, "There is no such message type."));
     if (!context) context = std::make_shared<connector::common::ContextState>();
     const auto request = std::make_shared<Request>(Request{typeName, std::move(context), std::move(done)});
-    if (!message) return finish(*request, failure(400, "A message must be a JSON object."));
+    if (!message) return finish(*request, errorAnswer(400, "A message must be a JSON object."));
     connector::common::stampArrival(*request->context);
     const Lane where = laneOf(typeName, *message, isReadingInput_ && isReadingInput_());
-    read(*request, message);
+    readMessage(*request, std::move(message));
     queue(
         where, request, [this, request] { return run(*request); }, 0);
 }
 
-void RequestDispatcher::Impl::submitUnread(std::size_t bytes, std::function<Read()> read, Context context,
-                                           Done done) {
+void RequestDispatcher::submitUnread(std::size_t bytes, std::function<Read()> read, Context context,
+                                     Done done) {
     connector::common::stampArrival(*context);
     const auto request = std::make_shared<Request>(Request{"unread", std::move(context), std::move(done)});
     auto work = [this, request, read = std::move(read)] { return readAndRun(*request, read); };
     queue(Lane::BasePrompt, request, std::move(work), bytes);
 }
 
-void RequestDispatcher::Impl::queue(Lane where, const std::shared_ptr<Request>& request,
-                                    std::function<Answer()> work, std::size_t bytes) {
+void RequestDispatcher::queue(Lane where, const std::shared_ptr<Request>& request,
+                              std::function<Answer()> work, std::size_t bytes) {
     auto run = [this, where, request, work = std::move(work)] {
         // What waits for the running code must not hold up the answer to its next question.
         if (where == Lane::Input && !isReadingInput_()) return queue(Lane::BasePrompt, request, work, 0);
         finish(*request, work());
     };
-    switch (lane(where)->submit({.run = std::move(run),
-                                 .refuse = [this, request] { finish(*request, stopped()); },
-                                 .bytes = bytes})) {
+    switch (lane(where).submit({.run = std::move(run),
+                                .refuse = [this, request] { finish(*request, stopped()); },
+                                .bytes = bytes})) {
         case WorkerPool::Outcome::Accepted:
             return;
         case WorkerPool::Outcome::Full:
-            return finish(*request, failure(429, "Too many requests are waiting.", 1));
+            return finish(*request, errorAnswer(429, "Too many requests are waiting.", 1));
         case WorkerPool::Outcome::Closed:
             return finish(*request, stopped());
     }
 }
 
 // Before it is queued, because the tree may take hundreds of times the room of the message or of its text.
-void RequestDispatcher::Impl::read(Request& request, Poco::JSON::Object::Ptr object) const {
+void RequestDispatcher::readMessage(Request& request, Poco::JSON::Object::Ptr object) const {
     try {
         if (!object->has("uuid")) object->set("uuid", connector::randomUuid());
         request.message = serializer_->read(request.typeName, object);
@@ -166,32 +129,40 @@ void RequestDispatcher::Impl::read(Request& request, Poco::JSON::Object::Ptr obj
     }
 }
 
-Answer RequestDispatcher::Impl::run(Request& request) {
-    if (!request.message) return failure(400, request.problem);
+Answer RequestDispatcher::run(Request& request) {
+    if (!request.message) return errorAnswer(400, request.problem);
     try {
-        return deliver(std::move(request.message), request);
+        return deliver(request);
+    } catch (const connector::NoService& error) {
+        return errorAnswer(404, error.what());
+    } catch (const connector::ServiceStopped& error) {
+        return errorAnswer(503, error.what());
+    } catch (const std::exception& error) {
+        log().error("A request failed: " + connector::errorText(error));
+        return errorAnswer(500, connector::errorText(error));
     } catch (...) {
-        return deliveryFailure();
+        log().error("A request failed with an error of unknown kind.");
+        return errorAnswer(500, "The service failed.");
     }
 }
 
-Answer RequestDispatcher::Impl::readAndRun(Request& request, const std::function<Read()>& readBody) {
+Answer RequestDispatcher::readAndRun(Request& request, const std::function<Read()>& read) {
     try {
-        Read unread = readBody();
+        Read unread = read();
         if (!serializer_->isRegistered(unread.typeName)) {
-            return failure(404, "There is no such message type.");  // and no name for the metrics
+            return errorAnswer(404, "There is no such message type.");  // and no name for the metrics
         }
         request.typeName = std::move(unread.typeName);
-        read(request, unread.message);
+        readMessage(request, std::move(unread.message));
     } catch (const std::exception& error) {
-        return failure(400, connector::errorText(error));
+        return errorAnswer(400, connector::errorText(error));
     }
     return run(request);
 }
 
-Answer RequestDispatcher::Impl::deliver(std::unique_ptr<Message> message, const Request& request) {
-    const auto response = framework_->deliver({}, std::move(message), request.context).get();
-    if (!response) return failure(500, "The service gave no response.");
+Answer RequestDispatcher::deliver(Request& request) {
+    const auto response = framework_->deliver({}, std::move(request.message), request.context).get();
+    if (!response) return errorAnswer(500, "The service gave no response.");
     const auto object = serializer_->write(*response);
     Answer answer{.status = 200,
                   .json = connector::json::written(object),
@@ -202,38 +173,22 @@ Answer RequestDispatcher::Impl::deliver(std::unique_ptr<Message> message, const 
     return answer;
 }
 
-Answer RequestDispatcher::Impl::deliveryFailure() {
-    try {
-        throw;
-    } catch (const connector::NoService& error) {
-        return failure(404, error.what());
-    } catch (const connector::ServiceStopped& error) {
-        return failure(503, error.what());
-    } catch (const std::exception& error) {
-        log().error("A request failed: " + connector::errorText(error));
-        return failure(500, connector::errorText(error));
-    } catch (...) {
-        log().error("A request failed with an error of unknown kind.");
-        return failure(500, "The service failed.");
-    }
-}
-
-void RequestDispatcher::Impl::finish(const Request& request, Answer answer) {
+void RequestDispatcher::finish(const Request& request, Answer answer) {
     if (answer.status != 200) count(request.typeName, "refused");
     request.done(std::move(answer));
 }
 
-void RequestDispatcher::Impl::count(const std::string& typeName, const std::string& outcome) {
+void RequestDispatcher::count(const std::string& typeName, const std::string& outcome) {
     const connector::MutexLock lock(mutex_);
     ++outcomes_[{typeName, outcome}];
 }
 
-std::size_t RequestDispatcher::Impl::pending() const {
+std::size_t RequestDispatcher::pending() const {
     const auto now = metrics();
     return now.queued + now.running;
 }
 
-DispatcherMetrics RequestDispatcher::Impl::metrics() const {
+DispatcherMetrics RequestDispatcher::metrics() const {
     DispatcherMetrics metrics;
     for (const auto& lane : lanes_) {
         metrics.queued += lane->queued();
@@ -245,7 +200,7 @@ DispatcherMetrics RequestDispatcher::Impl::metrics() const {
 }
 
 // Also when no request runs: there may be code whose output is streamed.
-void RequestDispatcher::Impl::stop() {
+void RequestDispatcher::stop() {
     for (const auto& lane : lanes_) lane->close();
     if (!isStopped_.exchange(true)) interrupt();
     // One interrupt may come before a request that was taken just now has reached its service.
@@ -254,7 +209,7 @@ void RequestDispatcher::Impl::stop() {
     }
 }
 
-void RequestDispatcher::Impl::interrupt() {
+void RequestDispatcher::interrupt() {
     try {
         const std::string type(wire::type::interrupt);
         if (!serializer_->isRegistered(type)) return;
@@ -267,26 +222,5 @@ void RequestDispatcher::Impl::interrupt() {
         log().warning("What runs cannot be interrupted: " + connector::errorText(error));
     }
 }
-
-RequestDispatcher::RequestDispatcher(std::shared_ptr<connector::ServiceFramework> framework,
-                                     std::shared_ptr<connector::json::JsonSerializer> serializer,
-                                     DispatcherOptions options)
-    : impl_(std::make_unique<Impl>(std::move(framework), std::move(serializer), options)) {}
-
-RequestDispatcher::~RequestDispatcher() { stop(); }
-
-void RequestDispatcher::submit(const std::string& typeName, Poco::JSON::Object::Ptr message,
-                               std::shared_ptr<connector::common::ContextState> context, Done done) {
-    impl_->submit(typeName, std::move(message), std::move(context), std::move(done));
-}
-
-void RequestDispatcher::submitUnread(std::size_t bytes, std::function<Read()> read,
-                                     std::shared_ptr<connector::common::ContextState> context, Done done) {
-    impl_->submitUnread(bytes, std::move(read), std::move(context), std::move(done));
-}
-
-std::size_t RequestDispatcher::pending() const { return impl_->pending(); }
-DispatcherMetrics RequestDispatcher::metrics() const { return impl_->metrics(); }
-void RequestDispatcher::stop() { impl_->stop(); }
 
 }  // namespace dispatch

@@ -1,6 +1,6 @@
 #include "HttpReply.h"
 
-#include "dispatch/errorAnswer.h"
+#include "dispatch/Answer.h"
 
 namespace gateway {
 

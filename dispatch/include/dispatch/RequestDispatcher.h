@@ -1,5 +1,7 @@
 #pragma once
 
+#include <array>
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -12,20 +14,14 @@
 #include <Poco/JSON/Object.h>
 
 #include "connector/ServiceFramework.h"
+#include "connector/ThreadSafety.h"
+#include "connector/WorkerPool.h"
 #include "connector/common/ContextState.h"
 #include "connector/json/JsonSerializer.h"
+#include "dispatch/Answer.h"
+#include "dispatch/lanes.h"
 
 namespace dispatch {
-
-/// How a request was answered, in the terms of HTTP: 200, or what went wrong.
-struct Answer {
-    int status = 200;
-    std::string json;      ///< the response's JSON object; for an error `{"error": "..."}`
-    std::string type{};    ///< the response's type name; empty for an error
-    int retrySeconds = 0;  ///< when trying again makes sense; 0 when it does not
-    /// The request, or one of its sequence, was not run because an interrupt came after it.
-    bool isDropped = false;
-};
 
 struct DispatcherOptions {
     std::size_t threads = 16;  ///< of each lane
@@ -52,7 +48,8 @@ bool isInterrupt(std::string_view typeName);
 /// messages no service takes; 429 no room in the queue; 500 the provider failed; 503 the provider is stopped,
 /// or this is.
 ///
-/// Threads: every operation from any thread.  Locks: leaves, not held while a request runs or is answered.
+/// Threads: every operation from any thread.  Locks: mutex_, a leaf, not held while a request runs or is
+/// answered.
 class RequestDispatcher {
 public:
     using Done = std::function<void(Answer)>;
@@ -93,8 +90,30 @@ public:
     void stop();
 
 private:
-    class Impl;
-    const std::unique_ptr<Impl> impl_;
+    using Context = std::shared_ptr<connector::common::ContextState>;
+    struct Request;
+
+    connector::WorkerPool& lane(Lane lane) { return *lanes_.at(static_cast<std::size_t>(lane)); }
+    void queue(Lane where, const std::shared_ptr<Request>& request, std::function<Answer()> work,
+               std::size_t bytes);
+    void readMessage(Request& request, Poco::JSON::Object::Ptr object) const;
+    /// Delivers, waits for the response and writes it.
+    Answer run(Request& request);
+    Answer readAndRun(Request& request, const std::function<Read()>& read);
+    Answer deliver(Request& request);
+    void finish(const Request& request, Answer answer);
+    void count(const std::string& typeName, const std::string& outcome) EXCLUDES(mutex_);
+    void interrupt();
+
+    const std::shared_ptr<connector::ServiceFramework> framework_;
+    const std::shared_ptr<connector::json::JsonSerializer> serializer_;
+    const std::function<bool()> isReadingInput_;
+    std::atomic<bool> isStopped_{false};
+
+    mutable connector::Mutex mutex_;
+    std::map<std::pair<std::string, std::string>, std::uint64_t> outcomes_ GUARDED_BY(mutex_);
+
+    std::array<std::unique_ptr<connector::WorkerPool>, laneCount> lanes_;  // last: their threads use the rest
 };
 
 }  // namespace dispatch

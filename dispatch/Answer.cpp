@@ -1,4 +1,4 @@
-#include "dispatch/errorAnswer.h"
+#include "dispatch/Answer.h"
 
 #include "connector/json/ObjectBuilder.h"
 
@@ -6,6 +6,10 @@ namespace dispatch {
 
 std::string errorJson(std::string_view text) {
     return connector::json::ObjectBuilder().add("error", text).take();
+}
+
+Answer errorAnswer(int status, std::string_view text, int retrySeconds) {
+    return {.status = status, .json = errorJson(text), .retrySeconds = retrySeconds};
 }
 
 }  // namespace dispatch
