@@ -25,21 +25,15 @@ using connector::MutexLock;
 namespace {
 
 constexpr auto limit = std::chrono::seconds(10);
-
-ScriptedInterpreter::MessageFuture ready(std::unique_ptr<Message> message) {
-    return connector::makeReadyFuture(std::move(message));
-}
+const std::string tokenHeader = "Authorization: Bearer " + std::string(TestClient::token) + "\r\n";
 
 }  // namespace
 
 ScriptedInterpreter::MessageFuture ScriptedInterpreter::handle(std::unique_ptr<Interrupt>&& message) {
     const auto request = std::move(message);
-    {
-        const MutexLock lock(mutex_);
-        ++interrupts_;
-    }
-    changed_.notify_all();
-    return ready(std::make_unique<InterruptResponse>(request->uuid()));
+    signal(&ScriptedInterpreter::interrupts_);
+    return connector::makeReadyFuture<std::unique_ptr<Message>>(
+        std::make_unique<InterruptResponse>(request->uuid()));
 }
 
 ScriptedInterpreter::MessageFuture ScriptedInterpreter::handle(std::unique_ptr<FEval>&& message) {
@@ -48,7 +42,7 @@ ScriptedInterpreter::MessageFuture ScriptedInterpreter::handle(std::unique_ptr<F
     const auto type =
         connector::common::ContextState::current()->getOr<std::string>("clientType", std::string());
     response->results = fl::i18n::to_ustring("[" + connector::json::quoted(type) + "]");
-    return ready(std::move(response));
+    return connector::makeReadyFuture<std::unique_ptr<Message>>(std::move(response));
 }
 
 ScriptedInterpreter::MessageFuture ScriptedInterpreter::handle(std::unique_ptr<Eval>&& message) {
@@ -63,7 +57,7 @@ ScriptedInterpreter::MessageFuture ScriptedInterpreter::handle(std::unique_ptr<E
     if (request->mcode == u"wait") response->responseStr = waitFor(&ScriptedInterpreter::interrupts_);
     if (request->mcode == u"release") response->responseStr = waitFor(&ScriptedInterpreter::releases_);
     response->isError = response->responseStr != request->mcode && request->mcode != u"drop";
-    return ready(std::move(response));
+    return connector::makeReadyFuture<std::unique_ptr<Message>>(std::move(response));
 }
 
 std::u16string ScriptedInterpreter::waitFor(int ScriptedInterpreter::*event) {
@@ -81,11 +75,9 @@ bool ScriptedInterpreter::waitForWaiting(int count) {
     return changed_.wait_for(lock.native(), limit, [&] { return waiting_ == count; });
 }
 
-void ScriptedInterpreter::release() {
-    {
-        const MutexLock lock(mutex_);
-        ++releases_;
-    }
+void ScriptedInterpreter::signal(int ScriptedInterpreter::*event) {
+    const MutexLock lock(mutex_);
+    ++(this->*event);
     changed_.notify_all();
 }
 
@@ -122,8 +114,7 @@ TestResponse GatewayFixture::post(const std::string& path, const std::string& bo
 
 TestResponse GatewayFixture::get(const std::string& path) const {
     auto client = connect();
-    client.send(
-        client.head("GET " + path, "Authorization: Bearer " + std::string(TestClient::token) + "\r\n"));
+    client.send(client.head("GET " + path, tokenHeader));
     return client.receive();
 }
 

@@ -26,9 +26,10 @@ public:
     /// Waits until so many evaluations wait; false when it has not come to that in ten seconds.
     bool waitForWaiting(int count) EXCLUDES(mutex_);
     /// Lets the evaluations end that wait for the test.
-    void release() EXCLUDES(mutex_);
+    void release() { signal(&ScriptedInterpreter::releases_); }
 
 private:
+    void signal(int ScriptedInterpreter::*event) EXCLUDES(mutex_);
     std::u16string waitFor(int ScriptedInterpreter::*event) EXCLUDES(mutex_);
 
     connector::Mutex mutex_;

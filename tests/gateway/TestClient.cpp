@@ -28,6 +28,15 @@ TestClient::TestClient(std::uint16_t port) : socket_(::socket(AF_INET, SOCK_STRE
 
 TestClient::~TestClient() { close(); }
 
+bool TestClient::startTls(int maxVersion) {
+    const std::unique_ptr<SSL_CTX, Freed<SSL_CTX_free>> context(SSL_CTX_new(TLS_client_method()));
+    SSL_CTX_set_max_proto_version(context.get(), maxVersion);
+    SSL_CTX_set_security_level(context.get(), 0);
+    tls_.reset(SSL_new(context.get()));
+    SSL_set_fd(tls_.get(), socket_);
+    return SSL_connect(tls_.get()) == 1;
+}
+
 void TestClient::close() {
     if (socket_ >= 0) ::close(socket_);
     socket_ = -1;
@@ -37,8 +46,9 @@ void TestClient::endSending() { ::shutdown(socket_, SHUT_WR); }
 
 bool TestClient::send(std::string_view bytes) {
     while (!bytes.empty()) {
-        const ssize_t count = ::send(socket_, bytes.data(), bytes.size(), MSG_NOSIGNAL);
-        if (count < 0) return false;
+        const ssize_t count = tls_ ? SSL_write(tls_.get(), bytes.data(), static_cast<int>(bytes.size()))
+                                   : ::send(socket_, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+        if (count <= 0) return false;
         bytes.remove_prefix(static_cast<std::size_t>(count));
     }
     return true;
@@ -64,7 +74,8 @@ bool TestClient::waitForMore(std::chrono::milliseconds limit) const {
 
 bool TestClient::readMore() {
     std::array<char, 65536> bytes{};
-    const ssize_t count = ::recv(socket_, bytes.data(), bytes.size(), 0);
+    const ssize_t count = tls_ ? SSL_read(tls_.get(), bytes.data(), static_cast<int>(bytes.size()))
+                               : ::recv(socket_, bytes.data(), bytes.size(), 0);
     if (count < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
         throw std::system_error(errno, std::generic_category(), "The server does not answer");
     }

@@ -4,8 +4,11 @@
 #include <cstddef>
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <string>
 #include <string_view>
+
+#include <openssl/ssl.h>
 
 /// What a server answered.
 struct TestResponse {
@@ -19,10 +22,22 @@ struct TestResponse {
     }
 };
 
+template <auto Free>
+struct Freed {
+    template <class T>
+    void operator()(T* object) const {
+        Free(object);
+    }
+};
+
 /// A connection to a server on this machine, byte by byte. Operations that take longer than ten seconds fail.
 class TestClient {
 public:
     explicit TestClient(std::uint16_t port);
+    /// Goes on over TLS, up to a version of it; false when the server does not.
+    bool startTls(int maxVersion = TLS1_3_VERSION);
+    /// Whether the server has ended TLS, and not just cut the connection.
+    bool isTlsEnded() const { return (SSL_get_shutdown(tls_.get()) & SSL_RECEIVED_SHUTDOWN) != 0; }
     ~TestClient();
     TestClient(const TestClient&) = delete;
     TestClient& operator=(const TestClient&) = delete;
@@ -44,7 +59,7 @@ public:
     /// Says that nothing more will be sent.
     void endSending();
 
-    /// A request line, the headers that every request needs, and `headers`, each with "\r\n" behind it.
+    /// A request line, the headers that every request needs, and `headers`, each with "\r\n" after it.
     std::string head(const std::string& line, const std::string& headers = "") const;
     /// A whole POST of JSON with the token.
     std::string post(const std::string& path, const std::string& body, const std::string& headers = "") const;
@@ -58,4 +73,5 @@ private:
     int socket_;
     const std::uint16_t port_;
     std::string received_;
+    std::unique_ptr<SSL, Freed<SSL_free>> tls_;  ///< null without
 };
