@@ -11,7 +11,6 @@
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/thread_pool.hpp>
 
-#include "AbsentClientsSession.h"
 #include "access/AccessPolicy.h"
 #include "bayeux/BayeuxServer.h"
 #include "dispatch/RequestDispatcher.h"
@@ -23,6 +22,7 @@
 #include "http/OpenConnections.h"
 #include "messages/LocalMessageService.h"
 #include "metrics/RequestMetrics.h"
+#include "server/AbsentClientsSession.h"
 
 namespace gateway {
 

@@ -4,9 +4,9 @@
 #include <stdexcept>
 #include <utility>
 
-#include "Server.h"
 #include "access/token.h"
 #include "http/addresses.h"
+#include "server/Server.h"
 
 namespace gateway {
 

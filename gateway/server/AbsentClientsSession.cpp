@@ -1,4 +1,4 @@
-#include "AbsentClientsSession.h"
+#include "server/AbsentClientsSession.h"
 
 #include <chrono>
 

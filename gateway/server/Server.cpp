@@ -1,4 +1,4 @@
-#include "Server.h"
+#include "server/Server.h"
 
 #include <chrono>
 #include <exception>
