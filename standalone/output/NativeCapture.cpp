@@ -48,7 +48,7 @@ void NativeCapture::catchAbort() {
     if (previous.sa_handler != SIG_DFL) return;
     capturing = this;
     struct sigaction action {};
-    action.sa_flags = SA_RESETHAND;
+    action.sa_flags = static_cast<int>(SA_RESETHAND);
     action.sa_handler = [](int) {
         if (NativeCapture* capture = capturing.exchange(nullptr)) capture->writeRecentErrors();
         raise(SIGABRT);
