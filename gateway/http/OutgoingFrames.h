@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <deque>
+#include <string>
 #include <vector>
 
 #include <boost/asio/buffer.hpp>
@@ -35,7 +36,9 @@ private:
     std::deque<Frame> deliveries_;
 };
 
-/// The text of a frame, cut into slices that are written one after the other. Nothing is copied.
+/// The text of a frame, cut into slices that are written one after the other. Small pieces are copied into
+/// one buffer, which is kept: the library hands no more than 16 buffers to the network at a time. Large ones
+/// are written from where they are.
 ///
 /// Threads: one at a time.
 class FrameSlices {
@@ -57,9 +60,13 @@ public:
     Slice next(std::size_t maxBytes);
 
 private:
+    bool copy(boost::asio::const_buffer piece);
+
     std::vector<boost::asio::const_buffer> text_;
     std::size_t next_ = 0;
+    std::size_t size_ = 0;  ///< of the whole text
     std::vector<boost::asio::const_buffer> slice_;
+    std::string copied_;  ///< of this slice; never moves while there is one
 };
 
 }  // namespace gateway::http
