@@ -1,98 +1,208 @@
 #include <chrono>
 #include <exception>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <utility>
 
 #include <gtest/gtest.h>
 
 #include "connector/Promise.h"
-#include "thrownText.h"
+#include "support/thrownText.h"
 
 namespace {
 
 using connector::Future;
 using connector::Promise;
 using connector::detail::FutureStatus;
-using enum connector::detail::FutureStatus;
-
-enum class Event { SetValue, SetException, Destroy, Cancel };
-
-const std::exception_ptr kError = std::make_exception_ptr(std::runtime_error("failed"));
-
-struct TransitionCase {
-    std::string name;
-    FutureStatus from;
-    Event event;
-    FutureStatus to;
-    std::string thrown;   // by the event
-    std::string outcome;  // what get then yields: the value's or the exception's text
-};
-
-class FutureStateTest : public testing::TestWithParam<TransitionCase> {
-protected:
-    void bringTo(FutureStatus status) {
-        if (status == Value) promise_->setValue("first");
-        if (status == Error) promise_->setException(kError);
-        if (status == Cancelled) future_.cancel();
-    }
-    void raise(Event event) {
-        if (event == Event::SetValue) promise_->setValue("second");
-        if (event == Event::SetException) promise_->setException(kError);
-        if (event == Event::Destroy) promise_.reset();
-        if (event == Event::Cancel) future_.cancel();
-    }
-
-    std::optional<Promise<std::string>> promise_{std::in_place};
-    Future<std::string> future_ = promise_->getFuture();
-};
-
-TEST_P(FutureStateTest, followsTheTransitionTable) {
-    EXPECT_FALSE(future_.isReady());
-    for (const auto limit :
-         {std::chrono::hours(0), std::chrono::hours(-3'000'000), std::chrono::hours::min()}) {
-        EXPECT_FALSE(future_.waitFor(limit));  // in nanoseconds, some are below what there is
-    }
-    bringTo(GetParam().from);
-    EXPECT_EQ(thrownText([this] { raise(GetParam().event); }), GetParam().thrown);
-
-    EXPECT_EQ(future_.getState()->status, GetParam().to);
-    EXPECT_TRUE(future_.isReady());
-    EXPECT_TRUE(future_.waitFor(std::chrono::hours::max()));
-    future_.wait();
-    std::string value;
-    const auto error = thrownText([&] { value = future_.get(); });
-    EXPECT_EQ(value.empty() ? error : value, GetParam().outcome);
-}
+using Channel = std::optional<Promise<std::string>>;
 
 const std::string kNothing = "nothing thrown";
-const std::string kResolved = "Promise already resolved.";
-const std::string kCancelled = "Future has been cancelled.";
 const std::string kDropped = "Promise destroyed before it provided a value.";
+const std::string kTaken = "Future already returned it's value or has an associated continuation.";
 
-INSTANTIATE_TEST_SUITE_P(
-    States, FutureStateTest,
-    testing::Values(
-        TransitionCase{"PendingSetValue", Pending, Event::SetValue, Value, kNothing, "second"},
-        TransitionCase{"PendingSetException", Pending, Event::SetException, Error, kNothing, "failed"},
-        TransitionCase{"PendingDestroy", Pending, Event::Destroy, Error, kNothing, kDropped},
-        TransitionCase{"PendingCancel", Pending, Event::Cancel, Cancelled, kNothing, kCancelled},
-        TransitionCase{"ValueSetValue", Value, Event::SetValue, Value, kResolved, "first"},
-        TransitionCase{"ValueSetException", Value, Event::SetException, Value, kResolved, "first"},
-        TransitionCase{"ValueDestroy", Value, Event::Destroy, Value, kNothing, "first"},
-        TransitionCase{"ValueCancel", Value, Event::Cancel, Value, kNothing, "first"},
-        TransitionCase{"ErrorSetValue", Error, Event::SetValue, Error, kResolved, "failed"},
-        TransitionCase{"ErrorSetException", Error, Event::SetException, Error, kResolved, "failed"},
-        TransitionCase{"ErrorDestroy", Error, Event::Destroy, Error, kNothing, "failed"},
-        TransitionCase{"ErrorCancel", Error, Event::Cancel, Error, kNothing, "failed"},
-        TransitionCase{"CancelledSetValue", Cancelled, Event::SetValue, Cancelled, kNothing, kCancelled},
-        TransitionCase{"CancelledSetException", Cancelled, Event::SetException, Cancelled, kNothing,
-                       kCancelled},
-        TransitionCase{"CancelledDestroy", Cancelled, Event::Destroy, Cancelled, kNothing, kCancelled},
-        TransitionCase{"CancelledCancel", Cancelled, Event::Cancel, Cancelled, kNothing, kCancelled}),
-    [](const auto& info) { return info.param.name; });
+std::exception_ptr error(const char* text) { return std::make_exception_ptr(std::runtime_error(text)); }
+std::string outcomeOf(Future<std::string>& future) {
+    std::string value;
+    const auto thrown = thrownText([&] { value = future.get(); });
+    return value.empty() ? thrown : value;
+}
+
+struct ResolveCase {
+    std::string name;
+    std::function<void(Channel&, Future<std::string>&)> resolve;
+    FutureStatus status;
+    std::string outcome;  ///< the text of the value or of the exception
+};
+const ResolveCase kSetValue{"SetValue", [](auto& promise, auto&) { promise->setValue("value"); },
+                            FutureStatus::Value, "value"};
+const ResolveCase kSetException{"SetException",
+                                [](auto& promise, auto&) { promise->setException(error("failed")); },
+                                FutureStatus::Error, "failed"};
+const ResolveCase kDestroy{"Destroy", [](auto& promise, auto&) { promise.reset(); }, FutureStatus::Error,
+                           kDropped};
+const ResolveCase kCancel{"Cancel", [](auto&, auto& future) { future.cancel(); }, FutureStatus::Cancelled,
+                          "Future has been cancelled."};
+
+class FutureStateTest : public testing::TestWithParam<ResolveCase> {
+protected:
+    std::string resolve(const ResolveCase& by = GetParam()) {
+        return thrownText([&] { by.resolve(promise_, future_); });
+    }
+    void attach() {
+        future_.then([this](Future<std::string> resolved) {
+            ++calls_;
+            thread_ = std::this_thread::get_id();
+            continued_ = outcomeOf(resolved);
+        });
+    }
+
+    Channel promise_{std::in_place};
+    Future<std::string> future_ = promise_->getFuture();
+    int calls_ = 0;
+    std::thread::id thread_;
+    std::string continued_;
+};
+
+TEST_P(FutureStateTest, isResolvedByTheFirstOfTwo) {
+    for (const ResolveCase* second : {&kSetValue, &kSetException, &kDestroy, &kCancel}) {
+        promise_.emplace();
+        future_ = promise_->getFuture();
+        EXPECT_FALSE(future_.isReady());
+        for (const auto limit :
+             {std::chrono::hours(0), std::chrono::hours(-3'000'000), std::chrono::hours::min()}) {
+            EXPECT_FALSE(future_.waitFor(limit));  // in nanoseconds, some are below what there is
+        }
+        EXPECT_EQ(resolve(), kNothing);
+        const bool isSet = second == &kSetValue || second == &kSetException;
+        const bool isRefused = isSet && GetParam().status != FutureStatus::Cancelled;
+        if (promise_ || !isSet) {
+            EXPECT_EQ(resolve(*second), isRefused ? "Promise already resolved." : kNothing) << second->name;
+        }
+        EXPECT_EQ(future_.getState()->status, GetParam().status) << second->name;
+        EXPECT_TRUE(future_.isReady() && future_.waitFor(std::chrono::hours::max()));
+        future_.wait();
+        EXPECT_EQ(outcomeOf(future_), GetParam().outcome) << second->name;
+    }
+}
+
+TEST_P(FutureStateTest, runsAContinuationOnceOnTheThreadThatResolvesOrElseAttaches) {
+    const bool isCancelled = GetParam().status == FutureStatus::Cancelled;
+    attach();
+    std::thread resolver([this] { resolve(); });
+    const auto id = resolver.get_id();
+    resolver.join();
+    EXPECT_EQ(thread_, isCancelled ? std::thread::id() : id);
+    promise_.emplace();
+    future_ = promise_->getFuture();
+    resolve();
+    attach();
+    EXPECT_EQ(thread_, isCancelled ? std::thread::id() : std::this_thread::get_id());
+    EXPECT_EQ(calls_, isCancelled ? 0 : 2);
+    EXPECT_EQ(continued_, isCancelled ? "" : GetParam().outcome);
+    EXPECT_EQ(outcomeOf(future_), kTaken);
+}
+
+INSTANTIATE_TEST_SUITE_P(Events, FutureStateTest,
+                         testing::Values(kSetValue, kSetException, kDestroy, kCancel),
+                         [](const auto& info) { return info.param.name; });
+
+TEST(FutureUseTest, refusesWhatWasMovedFromOrUsedBefore) {
+    const std::function<void(Promise<int>&)> ofPromise[] = {
+        [](auto& promise) { promise.getFuture(); }, [](auto& promise) { promise.setValue(1); },
+        [](auto& promise) { promise.setException(nullptr); }};
+    const auto ignore = [](Future<int>) {};  // NOLINT(performance-unnecessary-value-param)
+    const std::function<void(Future<int>&)> takes[] = {[](auto& future) { future.get(); },
+                                                       [&](auto& future) { future.then(ignore); }};
+    for (const auto& operation : ofPromise) {
+        Promise<int> promise;
+        const Promise<int> newOwner(std::move(promise));
+        // NOLINTNEXTLINE(bugprone-use-after-move)
+        EXPECT_EQ(thrownText([&] { operation(promise); }), "Promise state isn't valid!");
+    }
+    for (const auto& take : takes) {
+        for (const auto& again : takes) {
+            Promise<int> promise;
+            auto future = promise.getFuture();
+            EXPECT_EQ(thrownText([&] { promise.getFuture(); }), "Promise already returned a future.");
+            if (&take == takes) promise.setValue(1);
+            take(future);
+            EXPECT_EQ(thrownText([&] { again(future); }), kTaken);
+            const Future<int> newOwner(std::move(future));
+            // NOLINTNEXTLINE(bugprone-use-after-move)
+            EXPECT_EQ(thrownText([&] { again(future); }), "Future state isn't valid!");
+        }
+    }
+    EXPECT_EQ(thrownText([] { Future<int>().get(); }), "Future state isn't valid!");
+    Promise<int> broken;
+    broken.getState()->status = FutureStatus{4};
+    EXPECT_EQ(thrownText([&] { broken.getFuture().get(); }), "Invalid Future state reached.");
+}
+
+TEST(FutureThenTest, aPromiseCanBeCarriedAndChained) {
+    Promise<int> first;
+    Promise<std::string> second;
+    auto result = second.getFuture();
+    first.getFuture().then([next = std::move(second)](Future<int> number) mutable {
+        next.setValue(std::to_string(number.get()));
+    });
+    first.setValue(7);
+    EXPECT_EQ(result.get(), "7");
+}
+
+TEST(FutureThenTest, mayHoldTheLastReferencesToPromiseAndState) {
+    auto promise = std::make_shared<Promise<int>>();
+    const std::weak_ptr state = promise->getState();
+    auto& last = *promise;
+    auto future = promise->getFuture();
+    future.then([owner = std::move(promise)](Future<int> number) mutable {
+        owner.reset();
+        EXPECT_EQ(number.get(), 3);
+    });
+    future = Future<int>();
+    last.setValue(3);
+    EXPECT_TRUE(state.expired());
+}
+
+TEST(FutureThenTest, aCancelledFutureDestroysItsContinuation) {
+    for (const bool isCancelledBefore : {true, false}) {
+        Promise<void> promise;
+        auto future = promise.getFuture();
+        auto captured = std::make_shared<int>();
+        const std::weak_ptr watch = captured;
+        if (isCancelledBefore) future.cancel();
+        future.then([held = std::move(captured)](const Future<void>&) {});
+        future.cancel();
+        EXPECT_TRUE(watch.expired());
+    }
+}
+
+TEST(FutureThenTest, anUnreadOutcomeCanBeReadAfterTheContinuation) {
+    Promise<int> promise;
+    auto future = promise.getFuture();
+    future.then([](const Future<int>&) {});
+    promise.setValue(5);
+    EXPECT_EQ(promise.getFuture().get(), 5);
+    EXPECT_THROW(future.get(), std::runtime_error);
+}
+
+TEST(FutureThenTest, whatItThrowsReachesWhoeverRanItAndTheStateStays) {
+    const auto fail = [](const Future<int>&) { throw std::runtime_error("from the continuation"); };
+    std::optional<Promise<int>> promise(std::in_place);
+    auto future = promise->getFuture();
+    future.then(fail);
+    EXPECT_EQ(thrownText([&] { promise->setValue(1); }), "from the continuation");
+    EXPECT_EQ(thrownText([&] { future.then(fail); }), "from the continuation");
+    EXPECT_EQ(future.get(), 1);
+    promise.emplace();
+    future = promise->getFuture();
+    future.then(fail);
+    EXPECT_NO_THROW(promise.reset());
+    EXPECT_EQ(thrownText([&] { future.get(); }), kDropped);
+}
 
 TEST(PromiseTest, assignmentAbandonsTheStateThatItReplaces) {
     Promise<void> promise;
@@ -132,9 +242,8 @@ TEST(PromiseTest, aValueWhoseMoveFailsLeavesTheStatePending) {
 TEST(FutureTest, readyAndFailedFuturesCarryTheirOutcome) {
     auto base = connector::makeReadyFuture<std::shared_ptr<void>>(std::make_unique<int>(1));
     EXPECT_NE(base.get(), nullptr);
-    EXPECT_TRUE(connector::makeReadyFuture(true).get());
     EXPECT_EQ(thrownText([] { connector::makeReadyFuture().get(); }), kNothing);
-    EXPECT_EQ(thrownText([] { connector::makeFailedFuture<std::unique_ptr<int>>(kError).get(); }), "failed");
+    EXPECT_EQ(thrownText([] { connector::makeFailedFuture<int>(error("failed")).get(); }), "failed");
 }
 
 }  // namespace
