@@ -142,17 +142,6 @@ TEST(FutureUseTest, refusesWhatWasMovedFromOrUsedBefore) {
     EXPECT_EQ(thrownText([&] { broken.getFuture().get(); }), "Invalid Future state reached.");
 }
 
-TEST(FutureThenTest, aPromiseCanBeCarriedAndChained) {
-    Promise<int> first;
-    Promise<std::string> second;
-    auto result = second.getFuture();
-    first.getFuture().then([next = std::move(second)](Future<int> number) mutable {
-        next.setValue(std::to_string(number.get()));
-    });
-    first.setValue(7);
-    EXPECT_EQ(result.get(), "7");
-}
-
 TEST(FutureThenTest, mayHoldTheLastReferencesToPromiseAndState) {
     auto promise = std::make_shared<Promise<int>>();
     const std::weak_ptr state = promise->getState();

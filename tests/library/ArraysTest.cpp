@@ -99,13 +99,6 @@ TEST(ArraysTest, areVerifiedAndOwned) {
     EXPECT_NO_THROW(detail::verifyMinimumOutputSize(2, 2));
     EXPECT_THROW(detail::verifyMinimumOutputSize(1, 2), matrix::ArrayException);
 
-    DataArrays arrays;
-    arrays.emplace_back(mxArray::Dimensions{1, 1}, std::vector<double>{5});
-    auto wrapper = std::make_unique<EDIDataWrapper>(std::move(arrays));
-    const auto kept = wrapper->share(0);
-    wrapper.reset();
-    EXPECT_EQ(matrix::get_scalar(*kept), 5);
-
     std::vector<mxArray*> owned{matrix::createScalar(1).release(), nullptr};
     std::vector<const mxArray*> constants{matrix::createScalar(1).release(), nullptr};
     cmddistributor::detail::nullSafeMxVecDestroy(owned);

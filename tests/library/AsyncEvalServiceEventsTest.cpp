@@ -1,8 +1,6 @@
-#include <functional>
+#include <algorithm>
 #include <limits>
 #include <string>
-#include <utility>
-#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -19,44 +17,23 @@ using namespace nmutil::prompt;  // the prompt values
 
 class AsyncEvalServiceEventsTest : public AsyncEvalServiceFixture {
 protected:
-    void print(const std::u16string& text) {
-        host_.events->raise(nmutil::io::SinkTextEvent(text, nmutil::io::STANDARD_OUTPUT));
-    }
+    LogRecords log_{"connector::interpreter::async"};
 };
 
-struct Counting {
-    std::string name, calls;  ///< '+' starts, '-' stops
-    std::int32_t left;
-};
-
-class ListeningTest : public AsyncEvalServiceFixture, public testing::WithParamInterface<Counting> {};
-
-TEST_P(ListeningTest, lastsWhileTheCountIsAboveZero) {
-    const LogRecords log("connector::interpreter::async");
+TEST_F(AsyncEvalServiceEventsTest, listensWhileTheCountIsAboveZero) {
     std::int32_t left = 0;
-    for (const char call : GetParam().calls) {
-        if (call == '-') {
-            left = service_->stopListening();
-        } else {
+    for (const char call : std::string("++---+--+-")) {
+        left = std::max(left + (call == '+' ? 1 : -1), 0);
+        if (call == '+') {
             service_->startListening();
-            ++left;
+        } else {
+            EXPECT_EQ(service_->stopListening(), left);
         }
+        EXPECT_EQ(host_.events->subscriptionCount<nmutil::io::CLCEvent>(), left > 0 ? 1U : 0U);
     }
-    EXPECT_EQ(left, GetParam().left);
-    EXPECT_EQ(isListening(), left > 0);
-    EXPECT_EQ(host_.events->subscriptionCount<nmutil::io::CLCEvent>(), left > 0 ? 1U : 0U);
-    EXPECT_EQ(log.count("info: Starting async eval:") - log.count("info: Stopping async eval"),
-              left > 0 ? 1 : 0);
+    EXPECT_EQ(log_.count("info: Starting async eval:"), 3);
+    EXPECT_EQ(log_.count("info: Stopping async eval"), 3);
 }
-
-INSTANTIATE_TEST_SUITE_P(Calls, ListeningTest,
-                         testing::Values(Counting{"None", "", 0}, Counting{"One", "+", 1},
-                                         Counting{"TwoAndAStop", "++-", 1},
-                                         Counting{"TwoAndTwoStops", "++--", 0},
-                                         Counting{"OneStopTooMany", "++---", 0},
-                                         Counting{"AStopTooManyIsForgotten", "++---+", 1},
-                                         Counting{"StopFirst", "--+", 1}, Counting{"Again", "+-+-+-", 0}),
-                         [](const auto& row) { return row.param.name; });
 
 TEST_F(AsyncEvalServiceEventsTest, countsEachChannelOfAClientOnce) {
     messages_->subscribeClient("a", "/eval/response/output");
@@ -71,13 +48,6 @@ TEST_F(AsyncEvalServiceEventsTest, countsEachChannelOfAClientOnce) {
     messages_->unsubscribeClient("a", "/eval/response/**");
     EXPECT_FALSE(isListening());
     EXPECT_EQ(service_->stopListening(), 0);
-}
-
-TEST_F(AsyncEvalServiceEventsTest, stopsListeningWhenItEnds) {
-    messages_->subscribeClient("a", "/eval/response/output");
-    service_->startListening();
-    service_.reset();
-    EXPECT_FALSE(isListening());
 }
 
 TEST_F(AsyncEvalServiceEventsTest, triesAgainWhenItCouldNotListen) {
@@ -103,102 +73,69 @@ TEST_F(AsyncEvalServiceEventsTest, mayStopListeningWhileItHandlesAnEvent) {
     EXPECT_FALSE(isListening());
 }
 
-struct Raised {
-    std::string name;
-    std::function<void(EventMgr&)> raise;
-    std::vector<std::string> published;
-};
-
-class InterpreterEventTest : public AsyncEvalServiceFixture, public testing::WithParamInterface<Raised> {};
-
-TEST_P(InterpreterEventTest, keepsItsPlaceBetweenWhatIsPrinted) {
+TEST_F(AsyncEvalServiceEventsTest, publishesEventsInTheirPlaceBetweenWhatIsPrinted) {
+    using nmutil::io::PrintableErrorEvent;
+    using numora::lang::correction::SuggestionEvent;
     service_->startListening();
     host_.onEvaluate = [this](const std::u16string&) {
-        host_.print(u"before");
-        GetParam().raise(*host_.events);
-        host_.print(u"after");
+        EventMgr& events = *host_.events;
+        host_.print(u"0");
+        events.raise(nmutil::io::CLCEvent());
+        host_.print(u"1");
+        events.raise(nmutil::io::HomeEvent());
+        host_.print(u"2");
+        events.raise(SuggestionEvent(u"<\"sqrt\">é"));
+        host_.print(u"3");
+        events.raise(SuggestionEvent(u"sqrt", true));  // quiet
+        host_.print(u"4");
+        events.raise(nmutil::utils::InputRequestEvent(INPUT_PROMPT));
+        host_.print(u"5");
+        events.raise(nmutil::utils::IqmInputRequestEvent(BASE_PROMPT));
+        host_.print(u"6");
+        events.raise(nmutil::io::SinkTextEvent(u"late", nmutil::io::STANDARD_ERROR));
+        host_.print(u"7");
+        events.raise(PrintableErrorEvent(u"trace\n", {{}, "NUMORA:id", u"message"}));
+        events.raise(PrintableErrorEvent(u"next\n", {{}, "NUMORA:id", u"message"}));
+        events.raise(
+            PrintableErrorEvent(u"trace\n", {{}, "NUMORA:connector:FunctionNotSupported", u"not here"}));
     };
     run(R"("x")");
-    Lines expected = GetParam().published;
-    if (!expected.empty()) {
-        expected.insert(expected.begin(), R"(/eval/response/output "before")");
-        expected.emplace_back(R"(/eval/response/output "after")");
-    } else {
-        expected.emplace_back(R"(/eval/response/output "beforeafter")");
-    }
-    expected.emplace_back(success);
-    EXPECT_EQ(published(), expected);
+    EXPECT_EQ(published(),
+              (Lines{R"(/eval/response/output "0")", R"(/eval/response/commandwindow/clear "clear")",
+                     R"(/eval/response/output "1")", R"(/eval/response/commandwindow/home "home")",
+                     R"(/eval/response/output "2")", R"(/eval/response/suggest "\u003c\"sqrt\"\u003eé")",
+                     R"(/eval/response/output "34")", R"(/eval/response/iqminput "INPUT_PROMPT")",
+                     R"(/eval/response/output "5")", R"(/eval/response/iqminput "BASE_PROMPT")",
+                     R"(/eval/response/output "6")", R"(/eval/response/error "late")",
+                     R"(/eval/response/output "7")", R"(/eval/response/error "trace\n")",
+                     R"(/eval/response/error "next\n")", R"(/eval/response/error "not here\n")", success}));
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Events, InterpreterEventTest,
-    testing::Values(
-        Raised{"Clear",
-               [](EventMgr& events) { events.raise(nmutil::io::CLCEvent()); },
-               {R"(/eval/response/commandwindow/clear "clear")"}},
-        Raised{"Home",
-               [](EventMgr& events) { events.raise(nmutil::io::HomeEvent()); },
-               {R"(/eval/response/commandwindow/home "home")"}},
-        Raised{
-            "Suggestion",
-            [](EventMgr& events) { events.raise(numora::lang::correction::SuggestionEvent(u"<\"sqrt\">é")); },
-            {R"(/eval/response/suggest "\u003c\"sqrt\"\u003eé")"}},
-        Raised{
-            "QuietSuggestion",
-            [](EventMgr& events) { events.raise(numora::lang::correction::SuggestionEvent(u"sqrt", true)); },
-            {}},
-        Raised{"InputRequest",
-               [](EventMgr& events) { events.raise(nmutil::utils::InputRequestEvent(INPUT_PROMPT)); },
-               {R"(/eval/response/iqminput "INPUT_PROMPT")"}},
-        Raised{"QueueManagersInputRequest",
-               [](EventMgr& events) { events.raise(nmutil::utils::IqmInputRequestEvent(BASE_PROMPT)); },
-               {R"(/eval/response/iqminput "BASE_PROMPT")"}},
-        Raised{"ErrorText",
-               [](EventMgr& events) {
-                   events.raise(nmutil::io::SinkTextEvent(u"late", nmutil::io::STANDARD_ERROR));
-               },
-               {R"(/eval/response/error "late")"}},
-        Raised{"PrintableError",
-               [](EventMgr& events) {
-                   events.raise(nmutil::io::PrintableErrorEvent(u"trace\n", {{}, "NUMORA:id", u"message"}));
-                   events.raise(nmutil::io::PrintableErrorEvent(u"next\n", {{}, "NUMORA:id", u"message"}));
-               },
-               {R"(/eval/response/error "trace\n")", R"(/eval/response/error "next\n")"}},
-        Raised{"FunctionNotSupported",
-               [](EventMgr& events) {
-                   events.raise(nmutil::io::PrintableErrorEvent(
-                       u"trace\n", {{}, "NUMORA:connector:FunctionNotSupported", u"not here"}));
-               },
-               {R"(/eval/response/error "not here\n")"}}),
-    [](const auto& row) { return row.param.name; });
-
 TEST_F(AsyncEvalServiceEventsTest, publishesThePromptByItsName) {
-    const std::vector<std::pair<std::uint32_t, std::string>> names = {
-        {std::numeric_limits<std::uint32_t>::max(), "NO_PROMPT"},
-        {0, "BASE_PROMPT"},
-        {1, "DEBUG_PROMPT"},
-        {2, "INPUT_PROMPT"},
-        {3, "KEYBOARD_PROMPT"},
-        {4, "PAUSE_PROMPT"},
-        {5, "unknown prompt type!"},
-        {6, "KINETRIX_DEBUG_PROMPT"},
-        {7, "KINETRIX_IN_EDITOR_DEBUG_PROMPT"},
-        {8, "INCOMPLETE_BLOCK_PROMPT"},
-        {9, "MORE_PROMPT"},
-        {10, "DISCRETIX_DEBUG_PROMPT"},
-        {11, "ZF_ENL_DEBUG_PROMPT"},
-        {12, "unknown prompt type!"},
-    };
+    const Lines names = {"NO_PROMPT",
+                         "BASE_PROMPT",
+                         "DEBUG_PROMPT",
+                         "INPUT_PROMPT",
+                         "KEYBOARD_PROMPT",
+                         "PAUSE_PROMPT",
+                         "unknown prompt type!",
+                         "KINETRIX_DEBUG_PROMPT",
+                         "KINETRIX_IN_EDITOR_DEBUG_PROMPT",
+                         "INCOMPLETE_BLOCK_PROMPT",
+                         "MORE_PROMPT",
+                         "DISCRETIX_DEBUG_PROMPT",
+                         "ZF_ENL_DEBUG_PROMPT",
+                         "unknown prompt type!"};
     Lines expected;
-    for (const auto& [value, name] : names) {
-        service_->handleInputRequest(nmutil::utils::InputRequestEvent(static_cast<InputRequester>(value)));
+    auto value = std::numeric_limits<std::uint32_t>::max();  // and 0 after it
+    for (const auto& name : names) {
+        service_->handleInputRequest(nmutil::utils::InputRequestEvent(static_cast<InputRequester>(value++)));
         expected.push_back("/eval/response/iqminput \"" + name + '"');
     }
     EXPECT_EQ(published(), expected);
 }
 
 TEST_F(AsyncEvalServiceEventsTest, publishesTheErrorOfItsOwnCodeAsABatchOfItsOwn) {
-    const LogRecords log("connector::interpreter::async");
     service_->startListening();
     host_.onEvaluate = [this](const std::u16string&) {
         host_.print(u"out");
@@ -209,25 +146,24 @@ TEST_F(AsyncEvalServiceEventsTest, publishesTheErrorOfItsOwnCodeAsABatchOfItsOwn
     EXPECT_EQ(published(), (Lines{R"(/eval/response/output "out")", R"(/eval/response/error "warning")",
                                   R"(/eval/response/error "trace")", failure}));
     EXPECT_TRUE(
-        log.has("debug: Async sendEvalRequest PrintableErrorEvent triggered: id:NUMORA:id, text:trace"));
+        log_.has("debug: Async sendEvalRequest PrintableErrorEvent triggered: id:NUMORA:id, text:trace"));
 }
 
 TEST_F(AsyncEvalServiceEventsTest, keepsFailuresOutOfTheEventManager) {
-    const LogRecords log("connector::interpreter::async");
     service_->startListening();
     messages_->onPublish = [](const std::string& channel) {
         if (channel.ends_with("home")) throw 1;
         throw std::runtime_error("closed");
     };
-    print(u"text");
+    host_.events->raise(nmutil::io::SinkTextEvent(u"text", nmutil::io::STANDARD_OUTPUT));
     host_.events->raise(nmutil::io::CLCEvent());
     host_.events->raise(nmutil::io::HomeEvent());
     host_.events->raise(nmutil::utils::InputRequestEvent(INPUT_PROMPT));
     host_.events->raise(numora::lang::correction::SuggestionEvent(u"x"));
     EXPECT_EQ(host_.events->handlerFailures, 0);
-    EXPECT_TRUE(log.has("error: Error in handleClc: closed\n"));
-    EXPECT_TRUE(log.has("error: Unknown error in handleHome"));
-    EXPECT_TRUE(log.has("error: Error in doPromptChange: closed\n"));
+    EXPECT_TRUE(log_.has("error: Error in handleClc: closed\n"));
+    EXPECT_TRUE(log_.has("error: Unknown error in handleHome"));
+    EXPECT_TRUE(log_.has("error: Error in doPromptChange: closed\n"));
 }
 
 class TelemetryTest : public AsyncEvalServiceFixture {
@@ -235,11 +171,11 @@ protected:
     TelemetryTest() {
         host_.onEvaluate = [this](const std::u16string& code) {
             host_.print(code);
+            service_->handleSuggestion(numora::lang::correction::SuggestionEvent(u"sqrt"));
             kept_ = buffer_->getDduxData();
         };
     }
     std::string kept_;  ///< for telemetry, at the end of the code
-    const std::string response_ = "NUMORA_WORKER MCODE_EVAL_RESPONSE ";
 };
 
 TEST_F(TelemetryTest, recordsARequestAndItsEndWithoutCodeOrOutput) {
@@ -250,16 +186,13 @@ TEST_F(TelemetryTest, recordsARequestAndItsEndWithoutCodeOrOutput) {
         R"(NUMORA_WORKER MCODE_EVAL_REQUEST {"clientType":"browser","product":"NUMORA Online"})";
     EXPECT_EQ(host_.dduxRecords(), Lines{request});
     host_.distributor->runAll();
-    EXPECT_EQ(host_.dduxRecords(), (Lines{request, response_}));
-    EXPECT_EQ(kept_, "secret");
+    EXPECT_EQ(host_.dduxRecords(), (Lines{request, "NUMORA_WORKER MCODE_EVAL_RESPONSE "}));
+    EXPECT_EQ(kept_, "secretDid you mean: sqrt ?");
     EXPECT_EQ(buffer_->getDduxData(), "");
 }
 
 TEST_F(TelemetryTest, takesEffectAtTheNextRequest) {
-    run(R"("off")");
-    EXPECT_EQ(kept_, "");
-    EXPECT_EQ(host_.dduxRecords(), Lines{});
-    request(R"("still off")");
+    request(R"("off")");
     host_.dduxEnabled = true;
     host_.distributor->runAll();
     EXPECT_EQ(kept_, "");
@@ -267,20 +200,8 @@ TEST_F(TelemetryTest, takesEffectAtTheNextRequest) {
     request(R"("on")");
     host_.dduxEnabled = false;
     host_.distributor->runAll();
-    EXPECT_EQ(kept_, "on");
+    EXPECT_TRUE(kept_.starts_with("on"));
     EXPECT_EQ(host_.dduxRecords().size(), 2U);
-    run(R"("off")");
-    EXPECT_EQ(host_.dduxRecords().size(), 2U);
-}
-
-TEST_F(TelemetryTest, keepsSuggestions) {
-    host_.dduxEnabled = true;
-    host_.onEvaluate = [this](const std::u16string&) {
-        service_->handleSuggestion(numora::lang::correction::SuggestionEvent(u"sqrt"));
-        kept_ = buffer_->getDduxData();
-    };
-    run(R"("x")");
-    EXPECT_EQ(kept_, "Did you mean: sqrt ?");
 }
 
 TEST_F(TelemetryTest, leavesTypedInputOut) {
@@ -297,7 +218,7 @@ TEST_F(TelemetryTest, leavesTypedInputOut) {
 TEST_F(TelemetryTest, failsNoRequest) {
     host_.onDduxQuery = [] { throw std::runtime_error("no telemetry"); };
     run(R"("x")");
-    EXPECT_EQ(published(), (Lines{R"(/eval/response/output "x")", success}));
+    EXPECT_EQ(published().back(), success);
 }
 
 }  // namespace

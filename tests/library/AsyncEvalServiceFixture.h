@@ -39,16 +39,15 @@ struct RecordingTracker : common::RequestTracker {
     std::vector<std::pair<std::string, Context>> calls;
 
     Future<void> requestStarted(const std::string& clientType, const Context& context) override {
-        calls.emplace_back("start " + clientType, context);
-        return failed();
+        return record("start " + clientType, context);
     }
     Future<void> requestEnded(const std::string& clientType, const Context& context) override {
-        calls.emplace_back("end " + clientType, context);
-        return failed();
+        return record("end " + clientType, context);
     }
 
 private:
-    static Future<void> failed() {
+    Future<void> record(std::string call, const Context& context) {
+        calls.emplace_back(std::move(call), context);
         return makeFailedFuture<void>(std::make_exception_ptr(std::runtime_error("not tracked")));
     }
 };

@@ -5,7 +5,6 @@
 #include <sstream>
 #include <stdexcept>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include <sys/resource.h>
@@ -13,12 +12,14 @@
 
 #include "CoalescingTextBufferFixture.h"
 #include "support/LogRecords.h"
+#include "support/threads.h"
 
 namespace connector::interpreter::v1 {
 namespace {
 
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testing::SizeIs;
 
 constexpr std::int64_t age = 1450000;  // 145 ms
 
@@ -86,33 +87,19 @@ TEST_F(CoalescingTextBufferTest, deliversOnceBeforeOtherTextWhateverTheCallbackP
     print(u"output");
     print(u"error", err);
     EXPECT_THAT(batches_.all(), ElementsAre(Batch("\"output\"", out)));
-    buffer_.flush();
-    EXPECT_EQ(batches_.all().back(), Batch("\"again error\"", err));
 }
 
-TEST_F(CoalescingTextBufferTest, deliversEscapedText) {
+TEST_F(CoalescingTextBufferTest, deliversEscapedTextInAStorageOfTheExactSize) {
     const std::u16string text = u"x<\t\"\u00E9\U0001F600\xD83D";
+    buffer_.setCallback([this](auto&& batch, auto type) {
+        EXPECT_EQ(batch.capacity(), batch.view().size());
+        batches_.callback()(std::move(batch), type);
+    });
     buffer_.append(text.data(), 3, out);
     buffer_.append(text.data() + 3, text.size() - 3, out);
     buffer_.flush();
     EXPECT_THAT(batches_.all(),
                 ElementsAre(Batch("\"x\\u003c\\t\\\"\xC3\xA9\xF0\x9F\x98\x80\xEF\xBF\xBD\"", out)));
-}
-
-TEST_F(CoalescingTextBufferTest, deliversInAStorageOfTheExactSize) {
-    std::size_t capacity = 0;
-    buffer_.setCallback([&](auto&& batch, auto) { capacity = batch.capacity(); });
-    print(u"abc");
-    buffer_.flush();
-    EXPECT_EQ(capacity, 5U);
-}
-
-TEST_F(CoalescingTextBufferTest, deliversNothingWhenNothingIsPending) {
-    buffer_.flush();
-    print(u"dropped");
-    buffer_.clear();
-    buffer_.flush();
-    EXPECT_THAT(batches_.all(), IsEmpty());
 }
 
 TEST_F(CoalescingTextBufferTest, takesEmptyTextForNothing) {
@@ -135,11 +122,12 @@ TEST_F(CoalescingTextBufferTest, takesEmptyTextForNothing) {
 
 TEST_F(CoalescingTextBufferTest, keepsTextUntilThereIsACallback) {
     buffer_.setCallback(nullptr);
-    print(u"output");
+    print(u"output ");
+    print(u"error", err);
     buffer_.setTime(age);
     buffer_.awaitLook();
     buffer_.setCallback(batches_.callback());
-    EXPECT_THAT(batches_.await(1), ElementsAre(Batch("\"output\"", out)));
+    EXPECT_THAT(batches_.await(1), ElementsAre(Batch("\"output error\"", err)));  // as the last stream
 }
 
 TEST_F(CoalescingTextBufferTest, takesTextForDueThatCouldNotBeFlushed) {
@@ -149,15 +137,6 @@ TEST_F(CoalescingTextBufferTest, takesTextForDueThatCouldNotBeFlushed) {
     print(u" more");
     buffer_.setCallback(batches_.callback());
     EXPECT_THAT(batches_.await(1), ElementsAre(Batch("\"output more\"", out)));
-}
-
-TEST_F(CoalescingTextBufferTest, deliversWhatWasKeptAsTheLastStream) {
-    buffer_.setCallback(nullptr);
-    print(u"output ");
-    print(u"error", err);
-    buffer_.setCallback(batches_.callback());
-    buffer_.flush();
-    EXPECT_THAT(batches_.all(), ElementsAre(Batch("\"output error\"", err)));
 }
 
 TEST_F(CoalescingTextBufferTest, goesOnAfterACallbackThatThrows) {
@@ -215,55 +194,29 @@ TEST(CoalescingTextBufferClockTest, deliversOnItsOwnByTheClockOfTheSystem) {
     EXPECT_GE(std::chrono::steady_clock::now() - before, std::chrono::milliseconds(140));
 }
 
-struct DduxCase {
-    std::string name;
-    std::vector<std::u16string> printed;
-    std::string kept;
-};
-class CoalescingTextBufferDduxTest : public CoalescingTextBufferTest,
-                                     public testing::WithParamInterface<DduxCase> {};
-
-TEST_P(CoalescingTextBufferDduxTest, keepsWhatFitsIn) {
+TEST_F(CoalescingTextBufferTest, keepsForTelemetryWhatFitsInWhole) {
+    buffer_.appendDduxDataForSuggestion(u"off");
+    print(u"off");
     buffer_.setDduxEnabled(true);
-    for (const auto& text : GetParam().printed) print(text);
-    buffer_.flush();
-    buffer_.clear();
-    EXPECT_EQ(buffer_.getDduxData(), GetParam().kept);
-    buffer_.clearDduxData();
-    print(u"next");
-    EXPECT_EQ(buffer_.getDduxData(), "next");
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Texts, CoalescingTextBufferDduxTest,
-    testing::Values(
-        DduxCase{"Raw", {u"<a>\n", u"\u00E9"}, "<a>\n\xC3\xA9"},
-        DduxCase{"UpToTheLimit", {std::u16string(44099, u'a'), u"b"}, std::string(44099, 'a') + "b"},
-        DduxCase{"OneTooLong", {std::u16string(44101, u'a')}, ""},
-        DduxCase{"DroppedWhole",
-                 {std::u16string(44000, u'a'), std::u16string(101, u'b'), u"c"},
-                 std::string(44000, 'a') + "c"},
-        DduxCase{"LimitInBytes", {std::u16string(44099, u'a'), u"\u00E9"}, std::string(44099, 'a')}),
-    [](const auto& info) { return info.param.name; });
-
-TEST_F(CoalescingTextBufferTest, keepsNothingForTelemetryThatIsOff) {
-    print(u"text");
-    buffer_.appendDduxDataForSuggestion(u"plot");
-    EXPECT_EQ(buffer_.getDduxData(), "");
-    buffer_.setDduxEnabled(true);
-    print(u"kept");
-    buffer_.setDduxEnabled(false);
-    print(u"text");
-    EXPECT_EQ(buffer_.getDduxData(), "kept");
-}
-
-TEST_F(CoalescingTextBufferTest, keepsSuggestionsAsTheyWereShown) {
-    buffer_.setDduxEnabled(true);
+    const std::u16string most(44099, u'a');
+    const std::pair<std::vector<std::u16string>, std::string> table[] = {
+        {{u"<a>\n", u"\u00E9"}, "<a>\n\xC3\xA9"},
+        {{most, u"b"}, std::string(44099, 'a') + "b"},
+        {{most + u"bc"}, ""},
+        {{most, u"bc", u"d"}, std::string(44099, 'a') + "d"},
+        {{most, u"\u00E9"}, std::string(44099, 'a')}};  // the limit is one of bytes
+    for (const auto& [texts, kept] : table) {
+        for (const auto& text : texts) print(text);
+        buffer_.flush();
+        buffer_.clear();
+        EXPECT_EQ(buffer_.getDduxData(), kept);
+        buffer_.clearDduxData();
+    }
     print(u"x");
     buffer_.appendDduxDataForSuggestion(u"\u00E9<");
+    buffer_.setDduxEnabled(false);
+    print(u"off");
     EXPECT_EQ(buffer_.getDduxData(), "xDid you mean: \xC3\xA9< ?");
-    buffer_.flush();
-    EXPECT_THAT(batches_.all(), ElementsAre(Batch("\"x\"", out)));
 }
 
 /// With a test log at `path` for the buffers made in its scope.
@@ -276,26 +229,6 @@ public:
 
 private:
     static constexpr const char* variable = "NUFULLSTACK_TEST_CONTAINER_LOG";
-};
-
-/// Lets no file grow past `bytes` while it is in scope: writing fails.
-class FileSizeLimit {
-public:
-    explicit FileSizeLimit(rlim_t bytes) : handler_(std::signal(SIGXFSZ, SIG_IGN)) {
-        ::getrlimit(RLIMIT_FSIZE, &before_);
-        const rlimit limit{bytes, before_.rlim_max};
-        ::setrlimit(RLIMIT_FSIZE, &limit);
-    }
-    ~FileSizeLimit() {
-        ::setrlimit(RLIMIT_FSIZE, &before_);
-        std::signal(SIGXFSZ, handler_);
-    }
-    FileSizeLimit(const FileSizeLimit&) = delete;
-    FileSizeLimit& operator=(const FileSizeLimit&) = delete;
-
-private:
-    rlimit before_{};
-    void (*handler_)(int);
 };
 
 class CoalescingTextBufferLogTest : public CoalescingTextBufferTest {
@@ -337,13 +270,10 @@ TEST_F(CoalescingTextBufferLogTest, keepsThePiecesOfSeveralThreadsWhole) {
     {
         const TestLogPath setting(path_);
         ManualTextBuffer logged;
-        std::vector<std::thread> threads;
-        for (const char16_t letter : {u'a', u'b', u'c'}) {
-            threads.emplace_back([&logged, line = std::u16string(length, letter) + u"\n"] {
-                for (int i = 0; i < pieces; ++i) logged.append(line.data(), line.size(), out);
-            });
-        }
-        for (auto& thread : threads) thread.join();
+        onThreads(3, [&logged](int number) {
+            const auto line = std::u16string(length, static_cast<char16_t>(u'a' + number)) + u"\n";
+            for (int i = 0; i < pieces; ++i) logged.append(line.data(), line.size(), out);
+        });
     }
     std::ifstream lines(path_);
     int count = 0;
@@ -354,8 +284,10 @@ TEST_F(CoalescingTextBufferLogTest, keepsThePiecesOfSeveralThreadsWhole) {
 }
 
 TEST_F(CoalescingTextBufferLogTest, goesOnWithoutAFileThatCannotBeOpened) {
-    EXPECT_THAT(printWithLogAt(path_ + "/missing"), ElementsAre(Batch("\"text\"", out)));
-    EXPECT_EQ(log_.count("error: Error: Unable to open numoraOutputStream"), 1);
+    EXPECT_THAT(printWithLogAt(""), ElementsAre(Batch("\"text\"", out)));
+    EXPECT_THAT(log_.lines(), IsEmpty());
+    EXPECT_THAT(printWithLogAt(path_ + "/missing"), SizeIs(2));
+    EXPECT_THAT(log_.lines(), ElementsAre("error: Error: Unable to open numoraOutputStream"));
 }
 
 TEST_F(CoalescingTextBufferLogTest, goesOnWithAFileThatCannotBeWritten) {
@@ -367,19 +299,17 @@ TEST_F(CoalescingTextBufferLogTest, goesOnWithAFileThatCannotBeWritten) {
 TEST_F(CoalescingTextBufferLogTest, writesAgainAfterAPieceThatCouldNotBeWritten) {
     const TestLogPath setting(path_);
     ManualTextBuffer logged;
-    {
-        const FileSizeLimit full(0);
-        logged.append(u"first", out);
-    }
-    EXPECT_EQ(log_.count("error: Error writing to numoraOutputStream"), 1);
+    auto* const handler = std::signal(SIGXFSZ, SIG_IGN);
+    rlimit before{};
+    ::getrlimit(RLIMIT_FSIZE, &before);
+    const rlimit none{0, before.rlim_max};
+    ::setrlimit(RLIMIT_FSIZE, &none);
+    logged.append(u"first", out);
+    ::setrlimit(RLIMIT_FSIZE, &before);
+    std::signal(SIGXFSZ, handler);
     logged.append(u"second", out);
     EXPECT_THAT(written(), testing::EndsWith("second"));
     EXPECT_EQ(log_.count("error: Error writing to numoraOutputStream"), 1);
-}
-
-TEST_F(CoalescingTextBufferLogTest, isOffWithAnEmptyPath) {
-    EXPECT_THAT(printWithLogAt(""), ElementsAre(Batch("\"text\"", out)));
-    EXPECT_EQ(log_.count("error: Error: Unable to open numoraOutputStream"), 0);
 }
 
 }  // namespace

@@ -5,18 +5,17 @@
 #include <memory>
 #include <sstream>
 #include <string>
-#include <thread>
-#include <vector>
 
 #include "CoalescingTextBufferFixture.h"
+#include "support/threads.h"
 
 namespace connector::interpreter::v1 {
 namespace {
 
 /// A buffer whose text is due as soon as it is there.
-class HastyTextBuffer : public CoalescingTextBuffer {
+class ImmediateTextBuffer : public CoalescingTextBuffer {
 public:
-    ~HastyTextBuffer() override { stop(); }
+    ~ImmediateTextBuffer() override { stop(); }
 
 protected:
     TimePoint getCurrentTime() override { return now_ += std::chrono::milliseconds(145); }
@@ -43,33 +42,28 @@ TEST(CoalescingTextBufferThreadsTest, deliversEveryPieceOnceWhoeverPrintsAndFlus
     constexpr int pieces = 2000;
     Batches batches;
     {
-        HastyTextBuffer buffer;
+        ImmediateTextBuffer buffer;
         buffer.setCallback(batches.callback());
-        std::atomic<bool> printing{true};
-        std::vector<std::thread> threads;
-        threads.reserve(printers);
-        for (int printer = 0; printer < printers; ++printer) {
-            threads.emplace_back([&buffer, printer] {
-                const std::string start = std::to_string(printer) + "-";
-                for (int i = 0; i < pieces; ++i) {
-                    const bool isError = i % 10 == 0;
-                    const std::string text = (isError ? "e" : "o") + start + std::to_string(i) + ";";
-                    buffer.append(std::u16string(text.begin(), text.end()), isError ? err : out);
+        std::atomic<int> printing{printers};
+        onThreads(printers + 1, [&](int number) {
+            if (number == printers) {
+                while (printing > 0) {
+                    buffer.flush();
+                    buffer.setCallback(batches.callback());
+                    buffer.setDduxEnabled(true);
+                    buffer.appendDduxDataForSuggestion(u"plot");
+                    buffer.clearDduxData();
                 }
-            });
-        }
-        std::thread others([&] {
-            while (printing) {
-                buffer.flush();
-                buffer.setCallback(batches.callback());
-                buffer.setDduxEnabled(true);
-                buffer.appendDduxDataForSuggestion(u"plot");
-                buffer.clearDduxData();
+                return;
             }
+            for (int i = 0; i < pieces; ++i) {
+                const bool isError = i % 10 == 0;
+                const auto text =
+                    (isError ? "e" : "o") + std::to_string(number) + "-" + std::to_string(i) + ";";
+                buffer.append(std::u16string(text.begin(), text.end()), isError ? err : out);
+            }
+            --printing;
         });
-        for (auto& thread : threads) thread.join();
-        printing = false;
-        others.join();
         buffer.flush();
         // One may still be on its way to a callback; the end of the buffer waits for it.
     }
@@ -83,7 +77,7 @@ TEST(CoalescingTextBufferThreadsTest, waitsOnceForADeliveryThatHangs) {
     Batches batches;
     std::promise<void> begun;
     std::promise<void> released;
-    HastyTextBuffer buffer;
+    ImmediateTextBuffer buffer;
     buffer.setCallback([&](auto&&, auto) {
         begun.set_value();
         released.get_future().wait();
@@ -109,7 +103,7 @@ TEST(CoalescingTextBufferThreadsTest, endsOnlyAfterADeliveryOfItsThread) {
     std::promise<void> ending;
     std::atomic<bool> delivered{false};
     {
-        HastyTextBuffer buffer;
+        ImmediateTextBuffer buffer;
         buffer.setCallback([&](auto&&, auto) {
             begun.set_value();
             ending.get_future().wait();
@@ -126,7 +120,7 @@ TEST(CoalescingTextBufferThreadsTest, endsOnlyAfterADeliveryOfItsThread) {
 // A callback that was replaced goes without a lock, even when that happens while it runs.
 TEST(CoalescingTextBufferThreadsTest, canBeUsedByWhatItsCallbackHolds) {
     std::promise<void> replaced;
-    HastyTextBuffer buffer;
+    ImmediateTextBuffer buffer;
     const auto flusher = [&buffer] {
         return std::shared_ptr<void>(nullptr, [&buffer](void*) { buffer.flush(); });
     };

@@ -38,6 +38,11 @@ protected:
         ADD_FAILURE() << "not answered";
         return {};
     }
+    /// What is set, a letter for each.
+    static std::string flagsOf(const ConnectorExecutionStatuses& statuses) {
+        return std::string(statuses.hadReportableError ? "E" : "") + (statuses.ctrlCCalled ? "I" : "") +
+               (statuses.clcCalled ? "C" : "") + (statuses.homeCalled ? "H" : "");
+    }
     static StatusPromise makePromise() { return std::make_shared<Promise<ConnectorExecutionStatuses>>(); }
     static ConnectorCmdWinSink& sink() { return *Sink::getInstance(false); }
 
@@ -50,89 +55,68 @@ protected:
         const auto statuses = answer(next);
         EXPECT_EQ(statuses.output, u"");
         EXPECT_TRUE(statuses.faults.empty());
-        EXPECT_FALSE(statuses.hadReportableError || statuses.ctrlCCalled || statuses.clcCalled ||
-                     statuses.homeCalled);
+        EXPECT_EQ(flagsOf(statuses), "");
         EXPECT_FALSE(captures());
     }
 
     fake::FakeHost host;
 };
 
-struct LevelCase {
-    std::string name;
-    std::function<void(fake::FakeHost&, ConnectorCmdWinSink&)> happens;
-    std::u16string output = u"before";
-    bool error = false, ctrlC = false, clc = false, home = false;
-};
-class ConnectorCmdWinSinkLevelTest : public ConnectorCmdWinSinkTest,
-                                     public testing::WithParamInterface<LevelCase> {};
-
-TEST_P(ConnectorCmdWinSinkLevelTest, reportsWhatHappenedOnce) {
+TEST_F(ConnectorCmdWinSinkTest, reportsWhatHappenedOnce) {
     host.status = nmutil::cmddistributor::EXECUTION_INTERRUPTED;
     host.blockStatus = 1;
     host.prompt = nmutil::prompt::DEBUG_PROMPT;
-    auto future = open();
-    EXPECT_TRUE(captures());
-    EXPECT_TRUE(sink().isDirty());
-    EXPECT_TRUE(host.interruptEnabled);
-    host.print(u"before");
-    GetParam().happens(host, sink());
-    EXPECT_FALSE(future.isReady());
-    Sink::postEval();
-    const auto statuses = answer(future);
-    EXPECT_EQ(statuses.executionStatus, nmutil::cmddistributor::EXECUTION_INTERRUPTED);
-    EXPECT_EQ(statuses.codeBlockStatus, 1);
-    EXPECT_EQ(statuses.inputRequester, nmutil::prompt::DEBUG_PROMPT);
-    EXPECT_EQ(statuses.output, GetParam().output);
-    EXPECT_EQ(statuses.hadReportableError, GetParam().error);
-    EXPECT_EQ(statuses.ctrlCCalled, GetParam().ctrlC);
-    EXPECT_EQ(statuses.clcCalled, GetParam().clc);
-    EXPECT_EQ(statuses.homeCalled, GetParam().home);
-    expectIdleAndClean();
+    struct Row {
+        std::string name;
+        std::function<void()> happens;
+        std::u16string output = u"before";
+        std::string flags;
+    };
+    const Row table[] = {
+        {.name = "errors are printed after the output",
+         .happens = [this] { host.print(u"E", true), host.print(u" after"); },
+         .output = u"before afterE",
+         .flags = "E"},
+        {.name = "an error that only was processed", .happens = [] { Sink::errorProcessed(); }, .flags = "E"},
+        {.name = "the latest suggestion comes last",
+         .happens =
+             [this] {
+                 host.events->raise(SuggestionEvent(u"sine"));
+                 host.events->raise(SuggestionEvent(u"sin"));
+                 sink().doPrintableError(u"Oops");
+             },
+         .output = u"beforeOops\nDid you mean: sin ?",
+         .flags = "E"},
+        {.name = "a clear discards both",
+         .happens =
+             [this] {
+                 host.print(std::u16string(50000, u'x'));
+                 host.print(u"E", true);
+                 sink().doClc();
+                 host.print(u"after");
+             },
+         .output = u"after",
+         .flags = "C"},
+        {.name = "home", .happens = [] { sink().doHome(); }, .flags = "H"},
+        {.name = "Ctrl-C", .happens = [] { sink().ctrlCProcessed(); }, .flags = "I"}};
+    for (const Row& row : table) {
+        SCOPED_TRACE(row.name);
+        auto future = open();
+        EXPECT_TRUE(captures() && sink().isDirty() && host.interruptEnabled);
+        host.print(u"before");
+        row.happens();
+        EXPECT_FALSE(future.isReady());
+        Sink::postEval();
+        const auto statuses = answer(future);
+        EXPECT_EQ(statuses.executionStatus, nmutil::cmddistributor::EXECUTION_INTERRUPTED);
+        EXPECT_EQ(statuses.codeBlockStatus, 1);
+        EXPECT_EQ(statuses.inputRequester, nmutil::prompt::DEBUG_PROMPT);
+        EXPECT_EQ(statuses.output, row.output);
+        EXPECT_EQ(flagsOf(statuses), row.flags);
+        expectIdleAndClean();
+    }
     EXPECT_EQ(host.window->text(), u"");
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Events, ConnectorCmdWinSinkLevelTest,
-    testing::Values(
-        LevelCase{.name = "Nothing", .happens = [](auto&, auto&) {}},
-        LevelCase{.name = "PrintedErrorFollowsOutput",
-                  .happens =
-                      [](auto& host, auto&) {
-                          host.print(u"E", true);
-                          host.print(u" after");
-                      },
-                  .output = u"before afterE",
-                  .error = true},
-        LevelCase{.name = "PrintableError",
-                  .happens = [](auto&, auto& sink) { sink.doPrintableError(u"Oops"); },
-                  .output = u"beforeOops",
-                  .error = true},
-        LevelCase{
-            .name = "ErrorProcessed", .happens = [](auto&, auto&) { Sink::errorProcessed(); }, .error = true},
-        LevelCase{.name = "LatestSuggestionComesLast",
-                  .happens =
-                      [](auto& host, auto& sink) {
-                          host.events->raise(SuggestionEvent(u"sine"));
-                          host.events->raise(SuggestionEvent(u"sin"));
-                          sink.doPrintableError(u"Oops");
-                      },
-                  .output = u"beforeOops\nDid you mean: sin ?",
-                  .error = true},
-        LevelCase{.name = "ClearDiscardsBoth",
-                  .happens =
-                      [](auto& host, auto& sink) {
-                          host.print(std::u16string(50000, u'x'));
-                          host.print(u"E", true);
-                          sink.doClc();
-                          host.print(u"after");
-                      },
-                  .output = u"after",
-                  .clc = true},
-        LevelCase{.name = "Home", .happens = [](auto&, auto& sink) { sink.doHome(); }, .home = true},
-        LevelCase{
-            .name = "CtrlC", .happens = [](auto&, auto& sink) { sink.ctrlCProcessed(); }, .ctrlC = true}),
-    [](const auto& info) { return info.param.name; });
 
 TEST_F(ConnectorCmdWinSinkTest, warnsOnceOfTruncationInEitherStreamOrBoth) {
     using Streams = std::vector<bool>;
@@ -222,7 +206,7 @@ TEST_F(ConnectorCmdWinSinkTest, closesTheLevelOfAnEvaluationThatIsAnsweredAlread
     }
 }
 
-TEST_F(ConnectorCmdWinSinkTest, failsAnEvaluationWhoseStatusCannotBeHad) {
+TEST_F(ConnectorCmdWinSinkTest, failsAnEvaluationWhoseStatusIsNotAvailable) {
     auto future = open();
     host.onStatusQuery = [] { throw std::logic_error("no status"); };
     Sink::postEval();

@@ -3,61 +3,21 @@
 #include <memory>
 #include <string>
 #include <thread>
-#include <utility>
 #include <vector>
 
-#include <gtest/gtest.h>
-
+#include "InterpreterFixture.h"
 #include "cmddistributor/RuntimeException.h"
 #include "connector/common/requests.h"
 #include "connector/interpreter/ConnectorEvalPlugin.h"
-#include "connector/interpreter/v1/EvalResponse.h"
-#include "connector/interpreter/v1/InterpreterServiceProviderImpl.h"
-#include "connector/interpreter/v1/InterruptResponse.h"
 #include "iqm/plugins.h"
-#include "support/FakeHost.h"
-#include "support/ManualConfiguration.h"
-#include "v1/StartupWakeUp.h"
 
 namespace connector::interpreter::v1 {
 namespace {
 
 using cmddistributor::WhenToDequeue;
 
-class InterpreterServiceProviderImplTest : public testing::Test {
-protected:
-    InterpreterServiceProviderImplTest() {
-        StartupWakeUp::begin(nullptr);
-        provider_->start();
-        context_->set("clientType", std::string("test"));
-    }
-    ~InterpreterServiceProviderImplTest() override {
-        host_.distributor->stopWorker();
-        StartupWakeUp::end();
-    }
-
-    std::unique_ptr<EvalResponse> eval(std::u16string code, std::int32_t timeoutMs = 0) {
-        auto request = std::make_unique<Eval>("id");
-        request->mcode = std::move(code);
-        request->timeoutMs = timeoutMs;
-        const common::CurrentContext current(context_);
-        auto future = provider_->handle(std::move(request));
-        EXPECT_TRUE(future.isReady());
-        auto message = future.get();
-        return std::unique_ptr<EvalResponse>(dynamic_cast<EvalResponse*>(message.release()));
-    }
-    static std::string faults(const connector::common::v1::Response& response) {
-        std::string all;
-        for (const auto& fault : response.faults) all += fault.faultCode + ": " + fault.message + ";";
-        return all;
-    }
-    void interrupt() { provider_->handle(std::make_unique<Interrupt>("interrupt")).get(); }
-
-    fake::FakeHost host_;
-    std::shared_ptr<fake::ManualConfiguration> configuration_ = std::make_shared<fake::ManualConfiguration>();
-    std::shared_ptr<InterpreterServiceProviderImpl> provider_ =
-        std::make_shared<InterpreterServiceProviderImpl>(configuration_, host_.zvm);
-    std::shared_ptr<common::ContextState> context_ = std::make_shared<common::ContextState>();
+class InterpreterServiceProviderImplTest : public InterpreterFixture {
+private:
     const nmutil::ScopedFactoryRegistration plugin_ = iqm::PacketInfo::registerPlugin2(
         ConnectorEvalPlugin::registeredName,
         [](iqm::PluginOptions options, nmutil::contextmgr::NcrID) {
@@ -90,17 +50,73 @@ TEST_F(InterpreterServiceProviderImplTest, showsAnErrorThroughTheRequestsOwnCall
     EXPECT_EQ(faults(*response), "");
 }
 
-TEST_F(InterpreterServiceProviderImplTest, mapsThePromptAtTheEnd) {
-    const std::vector<std::pair<std::uint32_t, int>> table = {
-        {0, 0},  {1, 1},  {2, 3},  {3, 2},
-        {4, 4},  {5, 0},  {6, 1},  {7, 4},
-        {8, 4},  {9, 0},  {10, 1}, {11, 1},
-        {12, 0}, {13, 1}, {14, 0}, {std::numeric_limits<std::uint32_t>::max(), 4},
+TEST_F(InterpreterServiceProviderImplTest, bracketsTheCodeWithALevelAndTheClientsWindowSize) {
+    struct Row {
+        std::int32_t columns, rows;
+        std::uint64_t seenColumns, seenRows;
     };
     host_.distributor->startWorker();
-    for (const auto& [prompt, promptType] : table) {
+    // Text that the host prints while it is told of the end still belongs to the evaluation.
+    host_.onPendingInterests = [this] { host_.print(u" end"); };
+    for (const Row row : {Row{0, 50, 80, 24}, Row{-1, 50, 80, 24}, Row{120, 50, 120, 50}}) {
+        host_.calls.clear();
+        host_.onEvaluate = [&](const std::u16string& code) {
+            host_.print(code);
+            EXPECT_TRUE(ConnectorEvalPlugin::isLicenceBusy());
+            EXPECT_EQ(host_.columns, row.seenColumns);
+            EXPECT_EQ(host_.rows, row.seenRows);
+        };
+        EXPECT_EQ(eval(u"code", 0, row.columns, row.rows)->responseStr, u"code end");
+        EXPECT_EQ(host_.columns, 80U);
+        EXPECT_EQ(host_.rows, 24U);
+        EXPECT_FALSE(ConnectorEvalPlugin::isLicenceBusy());
+        EXPECT_EQ(host_.calls, (std::vector<std::string>{"evalEnd", "interests"}));
+    }
+}
+
+TEST_F(InterpreterServiceProviderImplTest, reportsErrorsOfBuiltinsAndExtensionsItself) {
+    struct Row {
+        bool inExtension;
+        boost::optional<std::string> builtin;
+        bool isReported;
+    };
+    host_.onEvaluate = [](const std::u16string&) {
+        throw cmddistributor::RuntimeException(nmutil::cmddistributor::EXECUTION_ERROR, "NUMORA:x", u"x");
+    };
+    for (const Row& row : {Row{false, boost::none, false}, Row{false, std::string("error"), false},
+                           Row{false, std::string("sin"), true}, Row{true, std::string("error"), true}}) {
+        host_.inCompiledExtension = row.inExtension;
+        host_.builtinName = row.builtin;
+        host_.distributor->startWorker();
+        EXPECT_EQ(eval(u"x")->isError, row.isReported) << row.builtin.get_value_or("none");
+        host_.distributor->stopWorker();
+    }
+}
+
+TEST_F(InterpreterServiceProviderImplTest, answersWhenTheHostFailsBeforeAndAfterTheCode) {
+    host_.onSetRows = [](std::uint64_t rows) {
+        if (rows == 50) throw std::runtime_error("host");
+    };
+    host_.onEvaluate = [this](const std::u16string& code) { host_.print(code); };
+    host_.onPendingInterests = [] { throw std::runtime_error("host"); };
+    host_.distributor->startWorker();
+    EXPECT_EQ(faults(*eval(u"code", 0, 120, 50)), "NUMORA.CodeError: Error while executing eval request.;");
+    EXPECT_EQ(services::io::CmdWinSinkHandle::activeSink(false), host_.window);
+    EXPECT_EQ(host_.columns, 80U);
+    EXPECT_FALSE(ConnectorEvalPlugin::isLicenceBusy());
+    EXPECT_EQ(eval(u"code")->responseStr, u"code");
+    host_.distributor->stopWorker();
+    EXPECT_EQ(services::io::CmdWinSinkHandle::activeSink(false), host_.window);
+}
+
+TEST_F(InterpreterServiceProviderImplTest, mapsThePromptAtTheEnd) {
+    const std::vector<int> promptTypes{4, 0, 1, 3, 2, 4, 0, 1, 4, 4, 0, 1, 1, 0, 1, 0};
+    auto prompt = std::numeric_limits<std::uint32_t>::max();  // and 0 after it
+    host_.distributor->startWorker();
+    for (const int promptType : promptTypes) {
         host_.prompt = static_cast<nmutil::prompt::InputRequester>(prompt);
         EXPECT_EQ(eval(u"x")->promptType, promptType) << prompt;
+        ++prompt;
     }
 }
 
@@ -136,6 +152,12 @@ TEST_F(InterpreterServiceProviderImplTest, dropsARequestThatWaitedSinceBeforeAnI
     common::stampArrival(*context_);
     context_->set("requestStartTime", std::uint64_t{1});
     eval(u"later, after the system's clock was set back");
+    EXPECT_EQ(host_.distributor->enqueued().size(), 4U);
+    context_ = std::make_shared<common::ContextState>();
+    common::stampArrival(*context_);
+    interrupt();
+    eval(u"dropped by its stamp");
+    EXPECT_TRUE(context_->getOr("requestDropped", false));
     EXPECT_EQ(host_.distributor->enqueued().size(), 4U);
 }
 
@@ -176,11 +198,11 @@ TEST_F(InterpreterServiceProviderImplTest, typesTheCodeWhileTheInterpreterReadsC
     for (std::size_t i = 0; i < responses.size(); ++i) {
         clients.emplace_back(
             [&, i] { responses[i] = eval(std::u16string(1, static_cast<char16_t>(u'a' + i))); });
-        while (host_.distributor->enqueued().size() <= i) std::this_thread::yield();
+        awaitEnqueued(i + 1);
     }
     for (std::size_t i = 0; i < responses.size(); ++i) {
         host_.charBufferMode = i < 2;  // the last one comes when the code has stopped to read
-        while (!host_.distributor->runNext(WhenToDequeue::Prompt)) std::this_thread::yield();
+        EXPECT_TRUE(eventually([this] { return host_.distributor->runNext(WhenToDequeue::Prompt); }));
     }
     EXPECT_EQ(host_.typed, u"ab");
     host_.print(u"rest");
@@ -197,7 +219,7 @@ TEST_F(InterpreterServiceProviderImplTest, typesTheCodeWhileTheInterpreterReadsC
 TEST_F(InterpreterServiceProviderImplTest, turnsFailuresOfTheQueueIntoFaults) {
     std::unique_ptr<EvalResponse> response;
     std::thread client([&] { response = eval(u"x"); });
-    while (host_.distributor->enqueued().empty()) std::this_thread::yield();
+    awaitEnqueued(1);
     host_.distributor->cancel(host_.distributor->enqueued().at(0).id, false);
     client.join();
     EXPECT_EQ(faults(*response), "NUMORA.CodeError: Request was cancelled before starting.;");
@@ -206,52 +228,19 @@ TEST_F(InterpreterServiceProviderImplTest, turnsFailuresOfTheQueueIntoFaults) {
     EXPECT_EQ(faults(*eval(u"x")), "NUMORA.CodeError: Error while executing eval request.;");
 }
 
-TEST_F(InterpreterServiceProviderImplTest, releasesPendingRequestsThatDoNotEnd) {
-    enum class By { Interrupt, Stop, VanishedInterpreter };
-    for (const By by : {By::Interrupt, By::Stop, By::VanishedInterpreter}) {
-        const std::size_t before = host_.distributor->enqueued().size();
-        std::vector<std::unique_ptr<EvalResponse>> responses(2);
-        std::vector<std::thread> clients;
-        for (auto& response : responses) clients.emplace_back([&] { response = eval(u"never runs"); });
-        while (host_.distributor->enqueued().size() < before + 2) std::this_thread::yield();
-        if (by == By::Interrupt) interrupt();
-        if (by == By::Stop) provider_->stop();
-        if (by == By::VanishedInterpreter) host_.zvm->available = false;
-        for (auto& client : clients) client.join();
-        for (const auto& response : responses) {
-            // A handler that sees the service stop before it is released gives up with what it has.
-            const std::string cancelled = "NUMORA.CodeError: Request was cancelled before starting.;";
-            if (by != By::VanishedInterpreter && (by != By::Stop || !response->faults.empty())) {
-                EXPECT_EQ(faults(*response), cancelled);
-            } else {
-                EXPECT_EQ(faults(*response), "");
-            }
-        }
-        provider_->start();
-        host_.zvm->available = true;
-    }
-    EXPECT_EQ(host_.zvm->interrupts, 1);
-    EXPECT_TRUE(host_.interruptPending);
-    host_.distributor->startWorker();
-    EXPECT_EQ(faults(*eval(u"next")), "");
-}
-
 TEST_F(InterpreterServiceProviderImplTest, releasesARequestWhoseCodeGoesOn) {
-    std::promise<void> hasBegun;
-    std::promise<void> mayEnd;
-    host_.onEvaluate = [&](const std::u16string& code) {
-        if (code != u"stubborn") return;
-        hasBegun.set_value();
-        mayEnd.get_future().wait();
+    Gate code;
+    host_.onEvaluate = [&](const std::u16string& text) {
+        if (text == u"stubborn") code.pass();
     };
     host_.distributor->startWorker();
     std::unique_ptr<EvalResponse> response;
     std::thread client([&] { response = eval(u"stubborn"); });
-    hasBegun.get_future().wait();
+    code.awaitEntry();
     interrupt();
     client.join();
     EXPECT_EQ(faults(*response), "NUMORA.CodeError: Error while executing eval request.;");
-    mayEnd.set_value();
+    code.open();
     EXPECT_EQ(faults(*eval(u"next")), "");
 }
 

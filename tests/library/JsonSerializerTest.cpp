@@ -13,9 +13,6 @@ namespace connector::json {
 namespace {
 
 using Poco::JSON::Object;
-using testing::HasSubstr;
-using testing::Property;
-using testing::Throws;
 
 struct Note : Message {
     std::string text;
@@ -36,8 +33,7 @@ Object::Ptr writeNote(const Message& message) {
 
 template <class Operation>
 void expectRefusal(Operation operation, const std::string& named) {
-    EXPECT_THAT(operation,
-                Throws<std::invalid_argument>(Property(&std::invalid_argument::what, HasSubstr(named))));
+    EXPECT_THAT(operation, testing::ThrowsMessage<std::invalid_argument>(testing::HasSubstr(named)));
 }
 
 class JsonSerializerTest : public testing::Test {

@@ -21,6 +21,7 @@
 #include "nmutil/cmddistributor/LockBFLHelper.h"
 #include "services/io/CmdWinSink.h"
 #include "services/window.h"
+#include "support/FakeHost.h"
 #include "zvm/detail.h"
 
 namespace {
@@ -214,12 +215,8 @@ TEST_F(HostInterfaceTest, anyThreadMayHoldTheInterpretersLock) {
     EXPECT_FALSE(evaluated.get().exception);
 }
 
-class KeyWindow : public services::io::CmdWinSink,
-                  public services::io::CmdWinSinkFactory,
-                  public std::enable_shared_from_this<KeyWindow> {
+class KeyWindow : public fake::FakeWindow {
 public:
-    KeyWindow() : CmdWinSink(std::make_shared<std::basic_stringbuf<char16_t>>()) {}
-    std::shared_ptr<CmdWinSink> getSink(bool) override { return shared_from_this(); }
     void keyStrokeRequested(const nmutil::prompt::InputRequester& prompt) override {
         requested.set_value(prompt);
     }

@@ -19,28 +19,21 @@ void FakeCmdDistributor::enqueue(IDType id, std::shared_ptr<cmddistributor::CmdR
                                  std::shared_ptr<cmddistributor::PromiseDelegate> delegate) {
     connector::MutexLock lock(mutex_);
     if (refusal_) throw RuntimeException(*refusal_);
-    auto entry = std::make_shared<Entry>();
-    entry->id = id;
-    entry->request = std::move(request);
-    entry->options = std::move(options);
-    entry->delegate = std::move(delegate);
-    all_.push_back(entry);
-    waiting_.push_back(std::move(entry));
-    changed_.notify_all();
+    all_.push_back(std::make_shared<Queued>(
+        Queued{{id, std::move(request), std::move(options), std::move(delegate)}, State::Waiting, {}}));
 }
 
 void FakeCmdDistributor::setReadyToExecute(IDType id) {
     connector::MutexLock lock(mutex_);
-    if (const EntryPtr entry = findLocked(waiting_, id)) entry->isReady = true;
+    if (const auto entry = findLocked(id); entry && entry->state == State::Waiting)
+        entry->state = State::Ready;
     changed_.notify_all();
 }
 
 void FakeCmdDistributor::addContinuation(IDType id, std::function<void()> continuation) {
     {
         connector::MutexLock lock(mutex_);
-        EntryPtr entry = findLocked(waiting_, id);
-        if (!entry) entry = findLocked(started_, id);
-        if (entry) {
+        if (const auto entry = findLocked(id)) {
             entry->continuations.push_back(std::move(continuation));
             return;
         }
@@ -49,21 +42,22 @@ void FakeCmdDistributor::addContinuation(IDType id, std::function<void()> contin
 }
 
 FakeCmdDistributor::CancelStatus FakeCmdDistributor::cancel(IDType id, bool interruptIfRunning) {
-    EntryPtr entry;
+    Pointer entry;
     bool isRunning = false;
     {
         connector::MutexLock lock(mutex_);
-        entry = findLocked(waiting_, id);
-        std::erase(waiting_, entry);
-        isRunning = findLocked(started_, id) != nullptr;
+        entry = findLocked(id);
+        if (!entry) return CancelStatus::NotFound;
+        isRunning = entry->state == State::Running;
+        if (!isRunning) entry->state = State::Running;  // nobody else takes it
     }
-    if (entry) {
+    if (!isRunning) {
         finish(entry, {id, RuntimeException(nmutil::cmddistributor::EXECUTION_CANCELLED, "NUMORA:cancelled",
                                             u"The request was taken back.")});
         return CancelStatus::Cancelled;
     }
-    if (isRunning && interruptIfRunning && onInterrupt) onInterrupt();
-    return isRunning ? CancelStatus::AlreadyStarted : CancelStatus::NotFound;
+    if (interruptIfRunning && onInterrupt) onInterrupt();
+    return CancelStatus::AlreadyStarted;
 }
 
 void FakeCmdDistributor::refuse(RuntimeException reason) {
@@ -71,8 +65,8 @@ void FakeCmdDistributor::refuse(RuntimeException reason) {
     refusal_ = std::move(reason);
 }
 
-bool FakeCmdDistributor::runNext(std::optional<cmddistributor::WhenToDequeue> when) {
-    EntryPtr entry;
+bool FakeCmdDistributor::runNext(When when) {
+    Pointer entry;
     {
         connector::MutexLock lock(mutex_);
         entry = takeReadyLocked(when);
@@ -97,44 +91,36 @@ void FakeCmdDistributor::stopWorker() {
 }
 
 void FakeCmdDistributor::forget() {
-    std::vector<EntryPtr> forgotten;
+    std::vector<Pointer> forgotten;  // end after the lock
     const connector::MutexLock lock(mutex_);
-    for (auto* entries : {&all_, &waiting_, &started_}) {
-        forgotten.insert(forgotten.end(), entries->begin(), entries->end());
-        entries->clear();
-    }
+    forgotten.swap(all_);
 }
 
 std::vector<FakeCmdDistributor::Entry> FakeCmdDistributor::enqueued() const {
     connector::MutexLock lock(mutex_);
     std::vector<Entry> entries;
-    for (const EntryPtr& entry : all_) {
-        entries.push_back({entry->id, entry->request, entry->options, entry->delegate, {}, {}});
-    }
+    for (const Pointer& entry : all_) entries.push_back(*entry);
     return entries;
 }
 
-FakeCmdDistributor::EntryPtr FakeCmdDistributor::findLocked(const std::vector<EntryPtr>& entries,
-                                                            IDType id) const {
-    const auto found = std::ranges::find_if(entries, [id](const EntryPtr& entry) { return entry->id == id; });
-    return found == entries.end() ? nullptr : *found;
+FakeCmdDistributor::Pointer FakeCmdDistributor::findLocked(IDType id) const {
+    const auto found = std::ranges::find_if(
+        all_, [id](const Pointer& entry) { return entry->id == id && entry->state != State::Ended; });
+    return found == all_.end() ? nullptr : *found;
 }
 
-FakeCmdDistributor::EntryPtr FakeCmdDistributor::takeReadyLocked(
-    std::optional<cmddistributor::WhenToDequeue> when) {
-    const auto found = std::ranges::find_if(waiting_, [when](const EntryPtr& entry) {
-        return entry->isReady && (!when || *when == entry->options.whenToDequeue());
+FakeCmdDistributor::Pointer FakeCmdDistributor::takeReadyLocked(When when) {
+    const auto found = std::ranges::find_if(all_, [when](const Pointer& entry) {
+        return entry->state == State::Ready && (!when || *when == entry->options.whenToDequeue());
     });
-    if (found == waiting_.end()) return nullptr;
-    EntryPtr entry = *found;
-    waiting_.erase(found);
-    started_.push_back(entry);
-    return entry;
+    if (found == all_.end()) return nullptr;
+    (*found)->state = State::Running;
+    return *found;
 }
 
 void FakeCmdDistributor::runWorker() {
     for (;;) {
-        EntryPtr entry;
+        Pointer entry;
         {
             connector::MutexLock lock(mutex_);
             while (!isStopping_ && !(entry = takeReadyLocked({}))) changed_.wait(lock.native());
@@ -144,7 +130,7 @@ void FakeCmdDistributor::runWorker() {
     }
 }
 
-void FakeCmdDistributor::run(const EntryPtr& entry) {
+void FakeCmdDistributor::run(const Pointer& entry) {
     auto* const outer = std::exchange(running_, entry->request.get());
     std::unique_ptr<IIPResult> result;
     try {
@@ -186,27 +172,23 @@ std::unique_ptr<IIPResult> FakeCmdDistributor::resultOfPlugin(const Entry& entry
         plugin->execute(workspace);
     } catch (const RuntimeException& error) {
         failure = error;
-        show(entry, error);
+        if (const auto& callback = entry.options.printableErrorCallback()) {
+            callback(nmutil::io::PrintableErrorEvent(error.getText(), error));
+        } else {
+            showError_(error);
+        }
         plugin->processMFileError();
     }
     plugin->post();
     return plugin->createResult(std::move(failure));
 }
 
-void FakeCmdDistributor::show(const Entry& entry, const RuntimeException& error) {
-    if (const auto& callback = entry.options.printableErrorCallback()) {
-        callback(nmutil::io::PrintableErrorEvent(error.getText(), error));
-    } else {
-        showError_(error);
-    }
-}
-
-void FakeCmdDistributor::finish(const EntryPtr& entry, const IIPResult& result) {
+void FakeCmdDistributor::finish(const Pointer& entry, const IIPResult& result) {
     if (entry->delegate) entry->delegate->complete(result);
     std::vector<std::function<void()>> continuations;
     {
         connector::MutexLock lock(mutex_);
-        std::erase(started_, entry);
+        entry->state = State::Ended;
         continuations.swap(entry->continuations);
     }
     for (const auto& continuation : continuations) continuation();

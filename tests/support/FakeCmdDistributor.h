@@ -24,14 +24,13 @@ class FakeCmdDistributor : public cmddistributor::CmdDistributor {
 public:
     using IDType = foundation::msg_svc::exchange::IDType;
     using CancelStatus = zvm::TaskReference::CancelStatus;
+    using When = std::optional<cmddistributor::WhenToDequeue>;
 
     struct Entry {
         IDType id;
         std::shared_ptr<cmddistributor::CmdRequest> request;
         cmddistributor::RunOptions options;
         std::shared_ptr<cmddistributor::PromiseDelegate> delegate;
-        bool isReady = false;
-        std::vector<std::function<void()>> continuations;
     };
 
     /// Shows the error text of a failed request that has no callback for it.
@@ -51,7 +50,7 @@ public:
 
     /// Runs the oldest request that is ready, of those with the dequeue value `when` if one is given, on the
     /// calling thread. False when there is none.
-    bool runNext(std::optional<cmddistributor::WhenToDequeue> when = {}) EXCLUDES(mutex_);
+    bool runNext(When when = {}) EXCLUDES(mutex_);
     /// Runs requests until none is ready.
     void runAll() {
         while (runNext()) {
@@ -65,7 +64,7 @@ public:
     /// Lets all requests go, which may hold references to this.
     void forget() EXCLUDES(mutex_);
 
-    /// What was enqueued so far, whether it has run or not. Only the first four fields are kept up to date.
+    /// What was enqueued so far, whether it has run or not.
     std::vector<Entry> enqueued() const EXCLUDES(mutex_);
     /// The request that is running, the innermost one; null when there is none. For the running code alone.
     cmddistributor::CmdRequest* runningRequest() const { return running_; }
@@ -75,23 +74,26 @@ public:
     std::function<void()> onInterrupt;
 
 private:
-    using EntryPtr = std::shared_ptr<Entry>;
+    enum class State { Waiting, Ready, Running, Ended };
+    struct Queued : Entry {
+        State state = State::Waiting;
+        std::vector<std::function<void()>> continuations;
+    };
+    using Pointer = std::shared_ptr<Queued>;
 
-    EntryPtr findLocked(const std::vector<EntryPtr>& entries, IDType id) const REQUIRES(mutex_);
-    EntryPtr takeReadyLocked(std::optional<cmddistributor::WhenToDequeue> when) REQUIRES(mutex_);
+    /// The one with this id that has not ended; null when there is none.
+    Pointer findLocked(IDType id) const REQUIRES(mutex_);
+    Pointer takeReadyLocked(When when) REQUIRES(mutex_);
     void runWorker() EXCLUDES(mutex_);
-    void run(const EntryPtr& entry) EXCLUDES(mutex_);
+    void run(const Pointer& entry) EXCLUDES(mutex_);
     std::unique_ptr<cmddistributor::IIPResult> resultOf(const Entry& entry);
     std::unique_ptr<cmddistributor::IIPResult> resultOfPlugin(const Entry& entry);
-    void show(const Entry& entry, const cmddistributor::RuntimeException& error);
-    void finish(const EntryPtr& entry, const cmddistributor::IIPResult& result) EXCLUDES(mutex_);
+    void finish(const Pointer& entry, const cmddistributor::IIPResult& result) EXCLUDES(mutex_);
 
     const ShowError showError_;
     mutable connector::Mutex mutex_;
     std::condition_variable changed_;
-    std::vector<EntryPtr> all_ GUARDED_BY(mutex_);
-    std::vector<EntryPtr> waiting_ GUARDED_BY(mutex_);
-    std::vector<EntryPtr> started_ GUARDED_BY(mutex_);
+    std::vector<Pointer> all_ GUARDED_BY(mutex_);
     std::optional<cmddistributor::RuntimeException> refusal_ GUARDED_BY(mutex_);
     bool isStopping_ GUARDED_BY(mutex_) = false;
     cmddistributor::CmdRequest* running_ = nullptr;

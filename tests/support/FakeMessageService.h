@@ -3,7 +3,6 @@
 #include <functional>
 #include <memory>
 #include <mutex>
-#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
@@ -14,7 +13,8 @@
 
 namespace fake {
 
-/// Keeps what is published, in order, and lets a test be the client. Handlers run on the caller's thread.
+/// Keeps what is published, in order, and lets a test be the client, also one that breaks the rules. Handlers
+/// run on the caller's thread, those of one subscription one at a time.
 ///
 /// Threads: every operation from any thread; ending a subscription waits for its handler on another thread.
 class FakeMessageService : public connector::message_service::MessageService,
@@ -22,9 +22,7 @@ class FakeMessageService : public connector::message_service::MessageService,
                            public std::enable_shared_from_this<FakeMessageService> {
 public:
     using ContextState = connector::common::ContextState;
-    using JsonMessage = connector::message_service::JsonMessage;
-    using SubscribeEvent = connector::message_service::SubscribeEvent;
-    using UnsubscribeEvent = connector::message_service::UnsubscribeEvent;
+    using Subscription = connector::message_service::Subscription;
 
     connector::Future<std::shared_ptr<MessageService>> create(const std::string&,
                                                               const Properties&) override {
@@ -43,25 +41,25 @@ public:
     std::function<void(const std::string& channel)> onPublish;
 
     /// How many subscriptions to, and watches of, exactly this pattern are open.
-    std::size_t subscriptions(const std::string& pattern) const EXCLUDES(mutex_) {
+    std::size_t subscriptions(const std::string& pattern) {
         std::size_t count = 0;
-        for (const auto& entry : entries()) count += entry->pattern == pattern ? 1 : 0;
+        each([&](const Handlers& entry) { count += entry.pattern == pattern ? 1 : 0; });
         return count;
     }
 
     void send(const std::string& channel, const std::string& data,
               const std::shared_ptr<ContextState>& context = std::make_shared<ContextState>()) {
-        each([&](const Entry& entry) {
+        each([&](const Handlers& entry) {
             if (entry.message && entry.pattern == channel) entry.message({channel, data, context});
         });
     }
     void subscribeClient(const std::string& client, const std::string& channel) {
-        each([&](const Entry& entry) {
+        each([&](const Handlers& entry) {
             if (entry.subscribed) entry.subscribed({channel, client, {}});
         });
     }
     void unsubscribeClient(const std::string& client, const std::string& channel) {
-        each([&](const Entry& entry) {
+        each([&](const Handlers& entry) {
             if (entry.unsubscribed) entry.unsubscribed({channel, client, {}});
         });
     }
@@ -73,36 +71,35 @@ public:
         published_.push_back(channel + ' ' + std::string(data.view()));
         return connector::makeReadyFuture();
     }
-    std::unique_ptr<connector::message_service::Subscription> subscribe(const std::string& pattern,
-                                                                        MessageHandler handler) override {
-        return add(std::make_shared<Entry>(pattern, std::move(handler), nullptr, nullptr));
+    std::unique_ptr<Subscription> subscribe(const std::string& pattern, MessageHandler handler) override {
+        return std::make_unique<Token>(*this, Handlers{pattern, std::move(handler), nullptr, nullptr});
     }
-    std::unique_ptr<connector::message_service::Subscription> watch(
-        const std::string& pattern, SubscribeHandler subscribed, UnsubscribeHandler unsubscribed) override {
-        return add(std::make_shared<Entry>(pattern, nullptr, std::move(subscribed), std::move(unsubscribed)));
+    std::unique_ptr<Subscription> watch(const std::string& pattern, SubscribeHandler subscribed,
+                                        UnsubscribeHandler unsubscribed) override {
+        return std::make_unique<Token>(
+            *this, Handlers{pattern, nullptr, std::move(subscribed), std::move(unsubscribed)});
     }
 
 private:
-    struct Entry {
-        Entry(std::string ofPattern, MessageHandler forMessage, SubscribeHandler forSubscribed,
-              UnsubscribeHandler forUnsubscribed)
-            : pattern(std::move(ofPattern)),
-              message(std::move(forMessage)),
-              subscribed(std::move(forSubscribed)),
-              unsubscribed(std::move(forUnsubscribed)) {}
-        const std::string pattern;
-        const MessageHandler message;
-        const SubscribeHandler subscribed;
-        const UnsubscribeHandler unsubscribed;
+    struct Handlers {
+        std::string pattern;
+        MessageHandler message;
+        SubscribeHandler subscribed;
+        UnsubscribeHandler unsubscribed;
+    };
+    struct Entry : Handlers {
+        explicit Entry(Handlers handlers) : Handlers(std::move(handlers)) {}
         std::recursive_mutex running;
         bool isActive = true;  // guarded by `running`
     };
-
-    class FakeSubscription : public connector::message_service::Subscription {
+    class Token : public Subscription {
     public:
-        FakeSubscription(std::weak_ptr<FakeMessageService> service, std::shared_ptr<Entry> entry)
-            : service_(std::move(service)), entry_(std::move(entry)) {}
-        ~FakeSubscription() override {
+        Token(FakeMessageService& service, Handlers handlers)
+            : service_(service.weak_from_this()), entry_(std::make_shared<Entry>(std::move(handlers))) {
+            connector::MutexLock lock(service.mutex_);
+            service.entries_.push_back(entry_);
+        }
+        ~Token() override {
             if (const auto service = service_.lock()) service->remove(entry_);
             const std::lock_guard lock(entry_->running);
             entry_->isActive = false;
@@ -113,17 +110,11 @@ private:
         const std::shared_ptr<Entry> entry_;
     };
 
-    std::unique_ptr<connector::message_service::Subscription> add(std::shared_ptr<Entry> entry)
-        EXCLUDES(mutex_) {
-        connector::MutexLock lock(mutex_);
-        entries_.push_back(entry);
-        return std::make_unique<FakeSubscription>(weak_from_this(), std::move(entry));
-    }
     void remove(const std::shared_ptr<Entry>& entry) EXCLUDES(mutex_) {
         connector::MutexLock lock(mutex_);
         std::erase(entries_, entry);
     }
-    std::vector<std::shared_ptr<Entry>> entries() const EXCLUDES(mutex_) {
+    std::vector<std::shared_ptr<Entry>> entries() EXCLUDES(mutex_) {
         connector::MutexLock lock(mutex_);
         return entries_;
     }

@@ -13,6 +13,7 @@
 #include <unistd.h>
 
 #include "foundation/log/diagnostic_logger.h"
+#include "support/threads.h"
 
 namespace {
 
@@ -61,14 +62,9 @@ private:
 
 TEST_F(LogTest, waitsForNoReaderAndSaysHowManyLinesWereLost) {
     constexpr int eachThread = 2500;
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 4; ++i) {
-        threads.emplace_back([] {
-            for (int line = 0; line < eachThread; ++line)
-                DiagnosticLogger("test").error(std::string(1000, 'x'));
-        });
-    }
-    for (auto& thread : threads) thread.join();
+    onThreads(4, [](int) {
+        for (int line = 0; line < eachThread; ++line) DiagnosticLogger("test").error(std::string(1000, 'x'));
+    });
     EXPECT_FALSE(flush(1ms));
 
     std::size_t written = 0;
@@ -100,12 +96,11 @@ TEST_F(LogTest, writesOneLineForARecordWhateverItHolds) {
 TEST_F(LogTest, isThereInAChildThatIsForkedWhileOthersLog) {
     constexpr int children = 100;
     std::atomic<bool> isOver{false};
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 2; ++i) {
-        threads.emplace_back([&isOver] {
+    std::jthread others([&isOver] {
+        onThreads(2, [&isOver](int) {
             while (!isOver) DiagnosticLogger("test").error("of the parent");
         });
-    }
+    });
     int good = 0;
     for (int i = 0; i < children; ++i) {
         const pid_t child = ::fork();
@@ -120,7 +115,6 @@ TEST_F(LogTest, isThereInAChildThatIsForkedWhileOthersLog) {
         if (status == 0) ++good;
     }
     isOver = true;
-    for (auto& thread : threads) thread.join();
     EXPECT_EQ(good, children);
 }
 #endif

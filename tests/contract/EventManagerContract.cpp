@@ -1,0 +1,142 @@
+// What an event manager does with the events that are raised, whichever it is.
+
+#include <functional>
+#include <latch>
+#include <memory>
+#include <ostream>
+#include <stdexcept>
+#include <string>
+#include <thread>
+
+#include <gtest/gtest.h>
+
+#include "events/LocalEventManager.h"
+#include "nmutil/events.h"
+#include "support/FakeEventMgr.h"
+#include "support/threads.h"
+
+namespace {
+
+using foundation::msg_svc::eventmgr::BaseEvent;
+using foundation::msg_svc::eventmgr::EventMgr;
+using foundation::msg_svc::eventmgr::ScopedConnection;
+using numora::lang::correction::SuggestionEvent;
+
+struct TaggedEvent : BaseEvent {
+    static constexpr const char16_t* typeName = u"test::TaggedEvent";
+    explicit TaggedEvent(std::u16string tag) : BaseEvent({typeName, {std::move(tag)}}) {}
+};
+
+struct ManagerCase {
+    std::string name;
+    std::function<std::shared_ptr<EventMgr>()> make;
+};
+void PrintTo(const ManagerCase& row, std::ostream* out) { *out << row.name; }
+
+class EventManagerContract : public testing::TestWithParam<ManagerCase> {
+protected:
+    template <class Action>
+    ScopedConnection onSuggestion(Action action) {
+        return ScopedConnection(events_->subscribe<SuggestionEvent>(std::move(action)));
+    }
+    /// Writes the first letter of each suggestion to the log.
+    ScopedConnection record() {
+        return onSuggestion(
+            [this](const SuggestionEvent& event) { log_ += static_cast<char>(event.getText().front()); });
+    }
+
+    const std::shared_ptr<EventMgr> events_ = GetParam().make();
+    std::string log_;
+};
+
+TEST_P(EventManagerContract, deliversByTypeAndByTagUntilTheConnectionEnds) {
+    const auto suggestions = onSuggestion([this](const SuggestionEvent&) { log_ += "s"; });
+    ScopedConnection tagged(events_->subscribe<BaseEvent>([this](const BaseEvent&) { log_ += "t"; }, u"tag"));
+    ScopedConnection all(events_->subscribe<BaseEvent>([this](const BaseEvent&) { log_ += "a"; }));
+    events_->raise(SuggestionEvent(u"x"));
+    events_->raise(TaggedEvent(u"tag"));
+    events_->raise(TaggedEvent(u"other"));
+    EXPECT_EQ(log_, "sataa");
+    all.disconnect();
+    tagged.disconnect();
+    events_->raise(TaggedEvent(u"tag"));
+    EXPECT_EQ(log_, "sataa");
+}
+
+TEST_P(EventManagerContract, deliversAtOnceWhatAHandlerRaises) {
+    const auto inner = record();
+    const ScopedConnection outer(events_->subscribe<TaggedEvent>([this](const TaggedEvent&) {
+        log_ += "(";
+        events_->raise(SuggestionEvent(u"r"));
+        log_ += ")";
+    }));
+    events_->raise(TaggedEvent(u"x"));
+    EXPECT_EQ(log_, "(r)");
+}
+
+TEST_P(EventManagerContract, callsTheOtherHandlersAfterOneThatThrows) {
+    const auto failing = onSuggestion([](const SuggestionEvent&) { throw std::runtime_error("no luck"); });
+    const auto alsoFailing = onSuggestion([](const SuggestionEvent&) { throw 42; });
+    const auto connection = record();
+    EXPECT_NO_THROW(events_->raise(SuggestionEvent(u"x")));
+    EXPECT_EQ(log_, "x");
+}
+
+TEST_P(EventManagerContract, letsAHandlerEndItsOwnSubscriptionAndOthers) {
+    ScopedConnection own;
+    ScopedConnection other;
+    own.assign(events_->subscribe<SuggestionEvent>([&](const SuggestionEvent&) {
+        log_ += "own";
+        own.disconnect();
+        other.disconnect();
+        events_->raise(SuggestionEvent(u"nested"));
+    }));
+    other.assign(events_->subscribe<SuggestionEvent>([&](const SuggestionEvent&) { log_ += "other"; }));
+    events_->raise(SuggestionEvent(u"x"));
+    events_->raise(SuggestionEvent(u"y"));
+    EXPECT_EQ(log_, "own");
+}
+
+TEST_P(EventManagerContract, endsASubscriptionOnlyWhenItsHandlerHasReturned) {
+    Gate gate;
+    bool hasReturned = false;
+    auto slow = onSuggestion([&](const SuggestionEvent&) {
+        gate.pass();
+        hasReturned = true;
+    });
+    std::thread raiser([&] { events_->raise(SuggestionEvent(u"x")); });
+    gate.awaitEntry();
+    std::thread disconnecter([&] {
+        slow.disconnect();
+        EXPECT_TRUE(hasReturned);
+    });
+    gate.open();
+    disconnecter.join();
+    raiser.join();
+}
+
+// The handler is on its way to end the other subscription while another thread waits for the handler.
+TEST_P(EventManagerContract, endsTwoSubscriptionsThatEndEachOtherOnTwoThreads) {
+    for (int round = 0; round < 200; ++round) {
+        ScopedConnection first;
+        ScopedConnection second;
+        std::latch isInside(1);
+        first.assign(events_->subscribe<SuggestionEvent>([&](const SuggestionEvent&) {
+            isInside.count_down();
+            second.disconnect();
+        }));
+        second.assign(events_->subscribe<SuggestionEvent>([](const SuggestionEvent&) {}));
+        std::thread raiser([&] { events_->raise(SuggestionEvent(u"x")); });
+        isInside.wait();
+        first.disconnect();
+        raiser.join();
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Managers, EventManagerContract,
+    testing::Values(ManagerCase{"Fake", [] { return std::make_shared<fake::FakeEventMgr>(); }},
+                    ManagerCase{"Local", [] { return std::make_shared<standalone::LocalEventManager>(); }}),
+    [](const auto& info) { return info.param.name; });
+
+}  // namespace
