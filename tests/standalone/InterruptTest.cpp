@@ -1,4 +1,5 @@
 #include "RunningInterpreter.h"
+#include "support/LogRecords.h"
 
 namespace {
 
@@ -10,6 +11,18 @@ TEST_F(InterruptTest, endsAWaitForAChildProcess) {
     interrupt();
     const std::string shown = text(running.get());
     EXPECT_TRUE(shown.ends_with("KeyboardInterrupt\n")) << shown;
+}
+
+TEST_F(InterruptTest, isReportedToTheEvaluationWhoseCodeHandlesIt) {
+    defineBegin();
+    const LogRecords log("connector::interpreter::cmdwinsink");
+    auto running = start([this] {
+        return eval(u"try:\n    begin()\n    " + std::u16string(endlessLoop) +
+                    u"\nexcept KeyboardInterrupt: pass");
+    });
+    interrupt();
+    EXPECT_FALSE(running.get().isError);
+    EXPECT_EQ(log.count("debug: ctrlCProcessed:"), 1) << log.all();
 }
 
 TEST_F(InterruptTest, endsCodeThatWaitsAtAPrompt) {
