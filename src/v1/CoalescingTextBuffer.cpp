@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <exception>
+#include <optional>
 #include <utility>
 
 #include <cxxabi.h>
@@ -51,7 +52,7 @@ struct CoalescingTextBuffer::Batch {
     Callback callback;  ///< null where there is nothing to deliver
     DataBuffer text;
     StreamTypeEnum type = nmutil::io::STANDARD_OUTPUT;
-    BatchOrder::Place place;
+    std::optional<BatchOrder::Place> place;  ///< where batches are delivered in order
 };
 
 CoalescingTextBuffer::CoalescingTextBuffer()
@@ -84,7 +85,7 @@ void CoalescingTextBuffer::appendText(std::u16string_view text, StreamTypeEnum t
     if (text.empty()) return;
     const std::uint64_t before = ++ownPieces;
     MutexLock lock(mutex_);
-    if (isOfOtherStream(type)) doFlush(lock.native());
+    if (isOfOtherStream(type)) doFlush(lock);
     // Other threads may have printed on the stream meanwhile. That is kept apart, too; what the callback has
     // printed is not, or the two could go on for ever.
     Batch others;
@@ -96,7 +97,7 @@ void CoalescingTextBuffer::appendText(std::u16string_view text, StreamTypeEnum t
     json::appendEscaped(pending_, text);
     // While text is pending the thread waits for a time, not for more of it.
     if (wakes) condition_.notify_one();
-    deliver(std::move(others), lock.native());
+    deliver(std::move(others), lock);
 }
 
 bool CoalescingTextBuffer::isOfOtherStream(StreamTypeEnum type) const {
@@ -106,10 +107,16 @@ bool CoalescingTextBuffer::isOfOtherStream(StreamTypeEnum type) const {
 void CoalescingTextBuffer::flush() {
     {
         MutexLock lock(mutex_);
-        doFlush(lock.native());
+        doFlush(lock);
         condition_.notify_one();
+        if (!isOrdered_) return;
     }
     order_->await();
+}
+
+void CoalescingTextBuffer::deliverInOrder() {
+    MutexLock lock(mutex_);
+    isOrdered_ = true;
 }
 
 void CoalescingTextBuffer::clear() {
@@ -154,7 +161,7 @@ void CoalescingTextBuffer::coalescerLoop() {
             condition_.wait(lock.native());
             continue;
         }
-        deliverIfDue(lock.native());
+        deliverIfDue(lock);
         if (pending_.empty()) continue;
         const auto deadline = nextLook();
         while (running_ && condition_.wait_until(lock.native(), deadline) == std::cv_status::no_timeout) {
@@ -162,7 +169,7 @@ void CoalescingTextBuffer::coalescerLoop() {
     }
 }
 
-void CoalescingTextBuffer::deliverIfDue(std::unique_lock<std::mutex>& lock) {
+void CoalescingTextBuffer::deliverIfDue(MutexLock& lock) {
     try {
         if (getCurrentTime() - batchAge >= batchStart_) doCallback(lock);
     } catch (const std::exception& error) {
@@ -172,33 +179,38 @@ void CoalescingTextBuffer::deliverIfDue(std::unique_lock<std::mutex>& lock) {
     }
 }
 
-void CoalescingTextBuffer::doFlush(std::unique_lock<std::mutex>& lock) {
+void CoalescingTextBuffer::doFlush(MutexLock& lock) {
     batchStart_ = {};
     doCallback(lock);
 }
 
-void CoalescingTextBuffer::doCallback(std::unique_lock<std::mutex>& lock) { deliver(takeBatch(), lock); }
+void CoalescingTextBuffer::doCallback(MutexLock& lock) { deliver(takeBatch(), lock); }
 
 CoalescingTextBuffer::Batch CoalescingTextBuffer::takeBatch() {
-    Batch batch{.callback = {}, .text = {}, .type = currentStream_, .place = {}};
+    Batch batch{.callback = {}, .text = {}, .type = currentStream_, .place = std::nullopt};
     if (pending_.empty() || !callback_) return batch;
     batch.text.reserve(pending_.size() + 2);
     batch.text.push_back('"');
     batch.text.append(pending_.view());
     batch.text.push_back('"');
     batch.callback = callback_;
-    batch.place = order_->next();
+    if (isOrdered_) batch.place.emplace(order_->next());
     pending_.clear();  // keeps its storage
     return batch;
 }
 
-void CoalescingTextBuffer::deliver(Batch batch, std::unique_lock<std::mutex>& lock) {
+void CoalescingTextBuffer::deliver(Batch batch, MutexLock& lock) {
     if (!batch.callback) return;
-    lock.unlock();
-    order_->deliver(std::move(batch.place), [&batch] {
+    const auto deliverBatch = [&batch] {
         call(batch.callback, std::move(batch.text), batch.type);
         batch.callback = nullptr;  // what it holds goes without the lock, too
-    });
+    };
+    lock.unlock();
+    if (batch.place) {
+        order_->deliver(std::move(*batch.place), deliverBatch);
+    } else {
+        deliverBatch();
+    }
     lock.lock();
 }
 

@@ -84,6 +84,14 @@ public:
 
 private:
     void goOn() {
+        try {
+            submit();
+        } catch (...) {  // memory is short
+            end(std::current_exception());
+        }
+    }
+
+    void submit() {
         switch (workers_->submit({.run = [self = shared_from_this()] { self->run(); }})) {
             case WorkerPool::Outcome::Accepted:
                 return;

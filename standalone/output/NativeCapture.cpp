@@ -24,12 +24,18 @@ constexpr auto fullQueueTimeout = std::chrono::seconds(1);
 // The one that is there when the process aborts.
 std::atomic<NativeCapture*> capturing{nullptr};
 
+int makeEvent() {
+    const int event = eventfd(0, EFD_CLOEXEC);
+    if (event < 0) throw std::system_error(errno, std::generic_category(), "eventfd");
+    return event;
+}
+
 }  // namespace
 
 NativeCapture::NativeCapture(Deliver deliver, WithInterpreterLock withInterpreterLock)
-    : deliver_(std::move(deliver)), withInterpreterLock_(std::move(withInterpreterLock)) {
-    stopEvent_ = eventfd(0, EFD_CLOEXEC);
-    if (stopEvent_ < 0) throw std::system_error(errno, std::generic_category(), "eventfd");
+    : deliver_(std::move(deliver)),
+      withInterpreterLock_(std::move(withInterpreterLock)),
+      stopEvent_(makeEvent()) {
     recentErrors_.reserve(2 * recentSize);
     catchAbort();
 }

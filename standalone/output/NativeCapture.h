@@ -80,8 +80,8 @@ private:
 
     const Deliver deliver_;
     const WithInterpreterLock withInterpreterLock_;
+    const int stopEvent_;  // made first: descriptors are redirected last
     RedirectedDescriptors descriptors_;
-    int stopEvent_ = -1;
 
     // Touched under the interpreter's lock alone.
     std::array<fl::i18n::Utf8Decoder, 2> decoders_;

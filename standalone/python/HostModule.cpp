@@ -13,6 +13,7 @@
 #include <variant>
 
 #include <Python.h>
+#include <cxxabi.h>
 
 #include "capabilities/capabilities.h"
 #include "connector/common/productName.h"
@@ -42,6 +43,11 @@ PyObject* translated(const Action& action) {
         return PyErr_NoMemory();
     } catch (const std::exception& error) {
         PyErr_SetString(PyExc_RuntimeError, error.what());
+        return nullptr;
+    } catch (const abi::__forced_unwind&) {
+        throw;  // the thread ends
+    } catch (...) {
+        PyErr_SetString(PyExc_RuntimeError, "unknown exception");
         return nullptr;
     }
 }
@@ -164,8 +170,10 @@ PyObject* takeUnraisable(PyObject*, PyObject* dropped) {
         bound->returnInterrupt();
         return newNone();
     }
-    PyObject* const report = PySys_GetObject("__unraisablehook__");  // borrowed
-    return report != nullptr ? PyObject_CallOneArg(report, dropped) : newNone();
+    PyObject* const borrowed = PySys_GetObject("__unraisablehook__");
+    if (borrowed == nullptr) return newNone();
+    const PyRef report = PyRef::share(borrowed);  // the code that it runs may rebind the name
+    return PyObject_CallOneArg(report.get(), dropped);
 }
 
 PyObject* clearWindow(PyObject*, PyObject*) {
@@ -183,6 +191,7 @@ PyObject* moveHome(PyObject*, PyObject*) {
 }
 
 PyObject* hasSubscribers(PyObject*, PyObject* tag) {
+    if (PyUnicode_Check(tag) == 0) return PyErr_Format(PyExc_TypeError, "the tag must be a string");
     return translated(
         [tag] { return PyBool_FromLong(bound != nullptr && bound->hasSubscribers(utf16(tag))); });
 }

@@ -25,7 +25,7 @@ public:
     explicit JsonWriter(connector::common::DataBuffer& out) : out_(out) {}
 
     /// Returns false with a Python exception set: a TypeError that names the type for a value without a JSON
-    /// form, a RecursionError for one nested too deep, a ValueError for one that is too long, what an
+    /// form, a RecursionError for one nested too deeply, a ValueError for one that is too long, what an
     /// interrupt raises, a MemoryError. A part of the value may have been written then.
     bool write(PyObject* value);
 

@@ -78,6 +78,7 @@ TEST(CoalescingTextBufferThreadsTest, waitsOnceForADeliveryThatHangs) {
     std::promise<void> begun;
     std::promise<void> released;
     ImmediateTextBuffer buffer;
+    buffer.deliverInOrder();
     buffer.setCallback([&](auto&&, auto) {
         begun.set_value();
         released.get_future().wait();

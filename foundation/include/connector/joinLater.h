@@ -10,7 +10,8 @@ namespace connector {
 ///
 /// `work` refers to what the thread's function holds until it returns, which must be soon.
 ///
-/// Threads: any.  Blocks: never for a thread that has not ended.  Throws: std::bad_alloc.
+/// Threads: any.  Blocks: never for a thread that has not ended.  Throws: nothing; the process ends where
+/// there is no memory to keep a thread that nobody could join.
 void joinLater(std::thread thread, std::weak_ptr<const void> work);
 
 }  // namespace connector

@@ -72,8 +72,9 @@ WorkerPool::Outcome WorkerPool::State::submit(Task task) {
     // A thread that has not taken its task yet must not make the queue look full.
     if (queue_.size() + running_ >= capacity_ || task.bytes > queueBytes_ - bytes_) return Outcome::Full;
     if (!hasThreadsLocked()) return Outcome::Full;
-    bytes_ += task.bytes;
+    const std::size_t bytes = task.bytes;
     queue_.push_back(std::move(task));
+    bytes_ += bytes;
     wakeLocked();
     return Outcome::Accepted;
 }
@@ -125,6 +126,7 @@ void WorkerPool::State::reopen() {
     const MutexLock lock(mutex_);
     if (!std::exchange(isClosed_, false)) return;
     ++round_;
+    if (!queue_.empty()) hasThreadsLocked();  // those of the round before leave what they have not begun
 }
 
 bool WorkerPool::State::waitUntilIdle(std::chrono::milliseconds limit) {

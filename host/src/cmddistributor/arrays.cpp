@@ -82,7 +82,7 @@ public:
 
 private:
     matrix::ArrayPtr array(int depth) {
-        if (depth > deepest) refuse("it is nested too deep.");
+        if (depth > deepest) refuse("it is nested too deeply.");
         const auto id = number(1);
         if (id == nullArray) return nullptr;
         const auto dimensionCount = number(1);

@@ -39,7 +39,7 @@ def _identifier(error):
 def message(error):
     """What a client is told of an error."""
     if isinstance(error, RecursionError):
-        return "RecursionError: the arguments, the call or its results are nested too deep"
+        return "RecursionError: the arguments, the call or its results are nested too deeply"
     try:
         text = str(error)
     except KeyboardInterrupt:

@@ -52,6 +52,8 @@ def _modules(package, typed):
                 continue
             if ending in _EXTENSIONS if dot else os.path.exists(os.path.join(folder, entry, "__init__.py")):
                 names.add(name)
+    if package == "numora":  # its modules are an implementation of its functions
+        names = {name for name in names if not name.startswith("_")}
     return {name for name in names if name.isidentifier() and name != "__init__"}
 
 

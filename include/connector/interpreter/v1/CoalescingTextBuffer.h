@@ -31,14 +31,13 @@ class OutputLog;
 ///
 /// Threads: every operation from any thread, but for getDduxData(). One thread of its own, joined by the
 /// destructor.  Locks: mutex_, never while the callback runs, so that it may use the buffer and a slow one
-/// stops nobody from printing. Batches are numbered when they are made, and each waits for its turn,
-/// whichever thread delivers it; one that takes longer than two seconds is waited for no longer, so a later
-/// one can reach the callback at the same time.
+/// stops nobody from printing: batches of several threads may reach it at the same time, unless it asks for
+/// them in order.
 class CoalescingTextBuffer {
 public:
-    /// Takes a batch, quotes included, and the stream it was printed on. It is called with no lock held, not
-    /// even that of the interpreter. What is called is a copy, which is gone when the delivery ends. It may
-    /// throw, which is logged, and it must not destroy the buffer.
+    /// Takes a batch, quotes included, and the stream it was printed on. It is called with no lock of the
+    /// buffer held; in order, not even with that of the interpreter. What is called is a copy, which is gone
+    /// when the delivery ends. It may throw, which is logged, and it must not destroy the buffer.
     using Callback = std::function<void(connector::common::DataBuffer&&, nmutil::io::StreamTypeEnum)>;
 
     /// The telemetry text is never longer. Units: bytes.
@@ -59,11 +58,13 @@ public:
     /// Units: `length` in UTF-16 code units.
     void append(const char16_t* text, std::size_t length, nmutil::io::StreamTypeEnum type) EXCLUDES(mutex_);
 
-    /// Delivers what is pending, on this thread, and waits for what other threads are delivering: what comes
-    /// next comes after everything printed so far. A callback that flushes does not wait for itself.
-    /// Blocks: for each batch under way, two seconds at most.  Throws: std::bad_alloc, and the text stays
-    /// pending then.
+    /// Delivers what is pending, on this thread.  Throws: std::bad_alloc, and the text stays pending then.
     void flush() EXCLUDES(mutex_);
+    /// From now on batches are delivered one at a time, in the order in which they are made, whichever
+    /// threads deliver them: each waits for its turn, and flush() also for what other threads are delivering,
+    /// so that what comes next comes after everything printed so far. One that takes longer than two seconds
+    /// is waited for no longer. A callback that flushes does not wait for itself.
+    void deliverInOrder() EXCLUDES(mutex_);
     /// Forgets what is pending.
     void clear() EXCLUDES(mutex_);
     void setCallback(Callback&& callback) EXCLUDES(mutex_);
@@ -97,13 +98,14 @@ private:
 
     void coalescerLoop() EXCLUDES(mutex_);
     /// Both release `lock`, which is that of mutex_, while the callback runs.
-    void doFlush(std::unique_lock<std::mutex>& lock) REQUIRES(mutex_);
-    void doCallback(std::unique_lock<std::mutex>& lock) REQUIRES(mutex_);
+    void doFlush(connector::MutexLock& lock) REQUIRES(mutex_);
+    void doCallback(connector::MutexLock& lock) REQUIRES(mutex_);
     Batch takeBatch() REQUIRES(mutex_);
     bool isOfOtherStream(nmutil::io::StreamTypeEnum type) const REQUIRES(mutex_);
     /// Releases `lock` as well.
-    void deliver(Batch batch, std::unique_lock<std::mutex>& lock) REQUIRES(mutex_);
-    void deliverIfDue(std::unique_lock<std::mutex>& lock) REQUIRES(mutex_);
+    void deliver(Batch batch, connector::MutexLock& lock) REQUIRES(mutex_)
+        CONNECTOR_TSA(no_thread_safety_analysis);
+    void deliverIfDue(connector::MutexLock& lock) REQUIRES(mutex_) CONNECTOR_TSA(no_thread_safety_analysis);
     void appendText(std::u16string_view text, nmutil::io::StreamTypeEnum type) EXCLUDES(mutex_);
 
     connector::Mutex mutex_;
@@ -116,6 +118,7 @@ private:
     TimePoint batchStart_ GUARDED_BY(mutex_);  ///< of the first piece pending; 0 makes it due
     nmutil::io::StreamTypeEnum currentStream_ GUARDED_BY(mutex_) = nmutil::io::STANDARD_OUTPUT;
     bool running_ GUARDED_BY(mutex_) = true;
+    bool isOrdered_ GUARDED_BY(mutex_) = false;
     const std::unique_ptr<BatchOrder> order_;  ///< its lock may be taken under mutex_
     const std::unique_ptr<OutputLog> outputLog_;
 };
