@@ -37,13 +37,21 @@ void ClientSocket::endExchange() {
     core_->turns.end();
 }
 
+// What another thread still handles keeps the turn open, but not what it has published until now waiting.
 void ClientSocket::endReadTurn() {
+    bool isEnd = false;
+    bool isInTurn = false;
     {
         MutexLock lock(mutex_);
         isAllReceived_ = true;
-        if (!endsTurnLocked()) return;
+        isEnd = endsTurnLocked();
+        isInTurn = isInTurn_;
     }
-    core_->turns.end();
+    if (isEnd) {
+        core_->turns.end();
+    } else if (isInTurn) {
+        core_->turns.wakeAll();
+    }
 }
 
 bool ClientSocket::endsTurnLocked() {

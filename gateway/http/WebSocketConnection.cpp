@@ -155,7 +155,10 @@ private:
         if (error) return over();
         if (closeCode_) return onAllRead();
         if (!stream_.is_message_done()) return read();
-        if (!stream_.got_text()) return close(websocket::close_code::unknown_data);
+        if (!stream_.got_text()) {
+            onAllRead();
+            return close(websocket::close_code::unknown_data);
+        }
         std::string text = beast::buffers_to_string(buffer_.data());
         buffer_.clear();
         if (buffer_.capacity() > sliceSize) buffer_.shrink_to_fit();
@@ -173,6 +176,7 @@ private:
             context_.endpoints.bayeux().receive(self(), text);
         } catch (const std::exception& problem) {
             log().error("A frame could not be handled: " + std::string(problem.what()));
+            onStrand([this] { onAllRead(); });
             return close(websocket::close_code::internal_error);
         }
         onStrand([this] { readNext(); });  // after what the frame has led to

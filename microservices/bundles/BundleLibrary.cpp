@@ -28,7 +28,7 @@ void BundleLibrary::start(const std::string& path, const std::string& bundle, co
     }
     const auto create = symbol<BundleActivator*()>("_us_create_activator_" + bundle);
     destroy_ = symbol<void(BundleActivator*)>("_us_destroy_activator_" + bundle);
-    symbol<SetContext>("_us_set_bundle_context_instance_" + bundle)(&context);
+    setContext(bundle, &context);
     activator_ = create();
     activator_->Start(context);
 }
@@ -38,9 +38,15 @@ void BundleLibrary::stopActivator(const BundleContext& context) {
 }
 
 void BundleLibrary::end(const std::string& bundle) {
-    if (activator_ == nullptr) return;
-    symbol<SetContext>("_us_set_bundle_context_instance_" + bundle)(nullptr);
-    destroy_(std::exchange(activator_, nullptr));
+    if (!library_.isLoaded()) return;
+    setContext(bundle, nullptr);  // also of one whose activator could not be made
+    if (activator_ != nullptr) destroy_(std::exchange(activator_, nullptr));
+}
+
+// A bundle that does not ask for its context need not have the symbol.
+void BundleLibrary::setContext(const std::string& bundle, const BundleContext* context) {
+    const std::string name = "_us_set_bundle_context_instance_" + bundle;
+    if (library_.hasSymbol(name)) symbol<SetContext>(name)(context);
 }
 
 }  // namespace cppmicroservices::detail

@@ -28,6 +28,7 @@ public:
 private:
     template <class Function>
     Function* symbol(const std::string& name);
+    void setContext(const std::string& bundle, const BundleContext* context);
 
     Poco::SharedLibrary library_;
     BundleActivator* activator_ = nullptr;

@@ -153,6 +153,8 @@ PyObject* runRequests(PyObject*, PyObject* arguments) {
     static ImportGuard imports;  // under the interpreter's lock
     int signal = 0;
     PyObject* frame = nullptr;
+    // CPython may look for signals twice before it lets go of what the first look has raised.
+    if (PyErr_Occurred() != nullptr) return nullptr;
     if (PyArg_ParseTuple(arguments, "iO", &signal, &frame) == 0) return nullptr;
     return translated([frame] {
         if (bound != nullptr && imports.mayRunIn(frame)) bound->runRequests();

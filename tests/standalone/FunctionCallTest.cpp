@@ -51,7 +51,7 @@ TEST_F(FunctionCallTest, callsWhatANameStandsForAndAnswersWhatCannotBeCalledWith
         {u"one", {}, "ValueError: 'one' must return 2 results, but returned 1", 2},
         {u"one", {}, wrongCount, -1},
         {u"one", {}, wrongCount, 10'001},
-        {u"one", {deep}, "RecursionError: the arguments, the call or its results are nested too deep"},
+        {u"one", {deep}, "RecursionError: the arguments, the call or its results are nested too deeply"},
         {u"one", {}, "[1]"},
     });
 }
@@ -91,7 +91,7 @@ TEST_F(FunctionCallTest, writesEveryKindOfResultAsJson) {
         {u"numpy.array([b'x'])",
          "TypeError: a value of type numpy.ndarray of dtype('S1') cannot be written as JSON"},
         {u"(l := []).append(l) or l",
-         "RecursionError: the arguments, the call or its results are nested too deep"},
+         "RecursionError: the arguments, the call or its results are nested too deeply"},
     };
     for (const auto& [code, fault] : faults) EXPECT_EQ(resultOf(code), fault);
     const std::string numbers = call(u"roundTrips");

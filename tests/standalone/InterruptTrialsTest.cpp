@@ -112,8 +112,11 @@ private:
 
     // Python drops what is raised in a finalizer.
     const Codes endlessCode_ = {
-        endlessLoop, u"time.sleep(600)", u"while True: sum(range(20_000)); bytes(4096)",
+        endlessLoop,
+        u"time.sleep(600)",
+        u"while True: sum(range(20_000)); bytes(4096)",
         u"def f(): return bytes(4096)\nwhile True: f()",
+        u"import os\nwhile True: os.stat('.')",
         u"class Finalized:\n    def __del__(self): bytes(4096)\nwhile True: Finalized()"};
     const Codes shortCode_ = {u"pass", u"x = 6 * 7\nx", u"x = sum(range(1000))", u"print('a')\nprint('b')"};
     std::mt19937 random_{seed_};

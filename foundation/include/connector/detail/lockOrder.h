@@ -8,14 +8,16 @@
 
 #if defined(__SANITIZE_THREAD__)
 #include <algorithm>
+#include <array>
+#include <cstddef>
 #include <cstdlib>
 #include <fstream>
+#include <iterator>
 #include <mutex>
 #include <set>
 #include <source_location>
 #include <string>
 #include <utility>
-#include <vector>
 #endif
 
 namespace connector::detail {
@@ -74,20 +76,28 @@ public:
     HeldMutex& operator=(const HeldMutex&) = delete;
 
     void take() {
-        for (const char* outer : held()) LockOrder::instance().note(outer, name_);
-        held().push_back(name_);
+        Held& held = heldByThread();
+        for (std::size_t i = 0; i < held.count; ++i) LockOrder::instance().note(held.names.at(i), name_);
+        held.names.at(held.count++) = name_;
         isTaken_ = true;
     }
     void release() {
-        const auto last = std::find(held().rbegin(), held().rend(), name_);
-        held().erase(std::next(last).base());
+        Held& held = heldByThread();
+        const auto end = held.names.begin() + static_cast<std::ptrdiff_t>(held.count--);
+        const auto last = std::find(std::make_reverse_iterator(end), held.names.rend(), name_);
+        std::copy(last.base(), end, std::prev(last.base()));
         isTaken_ = false;
     }
 
 private:
-    static std::vector<const char*>& held() {
-        thread_local std::vector<const char*> names;
-        return names;
+    // Mutexes are taken until the very end of a thread, so this has no destructor.
+    struct Held {
+        std::array<const char*, 16> names;
+        std::size_t count;
+    };
+    static Held& heldByThread() {
+        thread_local constinit Held held{};
+        return held;
     }
 
     const char* const name_;
