@@ -204,35 +204,4 @@ TEST(PromiseTest, assignmentAbandonsTheStateThatItReplaces) {
     EXPECT_EQ(thrownText([&] { kept.get(); }), kNothing);
 }
 
-/// Counts its moves down and throws from the last.
-struct ThrowsOnMove {
-    explicit ThrowsOnMove(int& movesLeft) : movesLeft(&movesLeft) {}
-    ThrowsOnMove(ThrowsOnMove&& other) noexcept(false) : movesLeft(other.movesLeft) {
-        if ((*movesLeft)-- == 0) throw std::runtime_error("cannot move");
-    }
-    int* movesLeft;
-};
-
-TEST(PromiseTest, aValueWhoseMoveFailsLeavesTheStatePending) {
-    Promise<ThrowsOnMove> promise;
-    auto future = promise.getFuture();
-    int movesLeft = 0;
-    // One attempt more gets one move further, to the last one, which is into the state.
-    for (int attempt = 0; !future.isReady(); ++attempt) {
-        ASSERT_LT(attempt, 10);
-        movesLeft = attempt;
-        const auto thrown = thrownText([&] { promise.setValue(ThrowsOnMove(movesLeft)); });
-        EXPECT_EQ(thrown, future.isReady() ? kNothing : "cannot move");
-    }
-    movesLeft = 10;
-    EXPECT_NO_THROW(future.get());
-}
-
-TEST(FutureTest, readyAndFailedFuturesCarryTheirOutcome) {
-    auto base = connector::makeReadyFuture<std::shared_ptr<void>>(std::make_unique<int>(1));
-    EXPECT_NE(base.get(), nullptr);
-    EXPECT_EQ(thrownText([] { connector::makeReadyFuture().get(); }), kNothing);
-    EXPECT_EQ(thrownText([] { connector::makeFailedFuture<int>(error("failed")).get(); }), "failed");
-}
-
 }  // namespace

@@ -9,6 +9,7 @@
 
 #include "connector/json/parse.h"
 #include "connector/json/write.h"
+#include "support/thrownText.h"
 
 namespace {
 
@@ -25,12 +26,7 @@ std::string writtenAsText(const std::string& text) {
 }
 
 std::string failure(const std::string& text) {
-    try {
-        parse(text);
-    } catch (const ParseError& error) {
-        return error.what();
-    }
-    return "parsed";
+    return thrownText([&] { parse(text); });
 }
 
 struct Row {

@@ -14,23 +14,19 @@ namespace {
 using connector::Message;
 using Answer = connector::Future<std::unique_ptr<Message>>;
 
-// In this order the provider sees its message classes incomplete, and they see it incomplete.
 class Oracle;
 
 struct Ask : connector::MessageAPI<Ask, Oracle> {};
-struct Decline;
 
 class Oracle : public connector::ServiceProviderAPI<Oracle>, public std::enable_shared_from_this<Oracle> {
 public:
     using connector::ServiceProviderAPI<Oracle>::handle;
     virtual Answer handle(std::unique_ptr<Ask>&& ask) = 0;
-    virtual Answer handle(std::unique_ptr<Decline>&& decline) = 0;
 };
 
-struct Decline : connector::MessageAPI<Decline, Oracle> {};
 struct Reply : Message {};
 
-/// Keeps what it is asked and answers; leaves a Decline with the frame.
+/// Keeps what it is asked and answers.
 class Delphi : public Oracle {
 public:
     using Oracle::handle;
@@ -39,14 +35,9 @@ public:
         referencesDuringCall = weak_from_this().use_count();
         return connector::makeReadyFuture<std::unique_ptr<Message>>(std::make_unique<Reply>());
     }
-    Answer handle(std::unique_ptr<Decline>&&) override {
-        ++declined;
-        return connector::makeReadyFuture<std::unique_ptr<Message>>(nullptr);
-    }
 
     std::unique_ptr<Ask> asked;
     long referencesDuringCall = 0;
-    int declined = 0;
 };
 
 class ServiceFrameTest : public testing::Test {
@@ -72,18 +63,6 @@ TEST_F(ServiceFrameTest, deliversToTheTypedOperationAndReturnsItsFuture) {
     EXPECT_EQ(message, nullptr);
     EXPECT_EQ(provider_->referencesDuringCall, 2);
     EXPECT_EQ(provider_.use_count(), 1);
-}
-
-TEST_F(ServiceFrameTest, destroysAMessageThatTheProviderDoesNotTake) {
-    struct Counted : Decline {
-        explicit Counted(int& count) : destroyed(count) {}
-        ~Counted() override { ++destroyed; }
-        int& destroyed;
-    };
-    int destroyed = 0;
-    EXPECT_EQ(service_.handle(std::make_unique<Counted>(destroyed)).get(), nullptr);
-    EXPECT_EQ(provider_->declined, 1);
-    EXPECT_EQ(destroyed, 1);
 }
 
 TEST_F(ServiceFrameTest, aStoppedProviderRefusesWithoutLookingAtTheMessage) {

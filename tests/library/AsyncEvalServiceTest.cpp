@@ -1,6 +1,4 @@
 #include <functional>
-#include <memory>
-#include <string>
 
 #include <gmock/gmock.h>
 
@@ -18,23 +16,6 @@ using cmddistributor::WhenToDequeue;
 using common::ClientRequests;
 
 class AsyncEvalServiceTest : public AsyncEvalServiceFixture {};
-
-TEST_F(AsyncEvalServiceTest, publishesWhatTheCodePrintsAndThenItsEnd) {
-    host_.onEvaluate = [this](const std::u16string& code) {
-        host_.print(u"<" + code);
-        host_.print(u"> ");
-        host_.print(u"warning", true);
-        host_.print(u"end");
-    };
-    messages_->onPublish = [](const std::string& channel) {
-        EXPECT_TRUE(fake::FakeHost::isUnlocked()) << channel;  // or who handles it could not need the lock
-    };
-    run(R"("a\u00e9\ud83d\ude00")");
-    EXPECT_EQ(published(),
-              (Lines{R"(/eval/response/output "\u003caé😀\u003e ")", R"(/eval/response/error "warning")",
-                     R"(/eval/response/output "end")", success}));
-    EXPECT_EQ(host_.window->text(), u"");
-}
 
 TEST_F(AsyncEvalServiceTest, runsCodeAtTheBasePromptWithWhatItsContextSays) {
     const auto handle = nextHandle();
@@ -105,7 +86,8 @@ TEST_F(AsyncEvalServiceTest, logsAMalformedRequestAndKeepsTheSubscription) {
 using Step = std::function<void(fake::FakeHost&)>;
 struct Failing {
     std::string name;
-    Step before, after;  ///< the request is sent
+    Step before;
+    Step after = [](auto&) {};  ///< the request is sent
 };
 
 class FailedRequestTest : public AsyncEvalServiceFixture, public testing::WithParamInterface<Failing> {};
@@ -122,38 +104,23 @@ TEST_P(FailedRequestTest, isCompletedOnceAsAFailure) {
     EXPECT_EQ(zvm_common::removeContextState(handle), nullptr);
 }
 
-const Step nothing = [](auto&) {};
-const Step fails = [](auto& host) {
-    host.onEvaluate = [](const std::u16string&) {
-        throw RuntimeException(nmutil::cmddistributor::EXECUTION_INTERRUPTED, "NUMORA:id", u"message");
-    };
-};
-const Step fillsQueue = [](auto& host) {
-    host.distributor->refuse({nmutil::cmddistributor::EXECUTION_ERROR, "NUMORA:queue:full", u"full"});
-};
-const Step takesBack = [](auto& host) {
-    host.distributor->cancel(host.distributor->enqueued().at(0).id, false);
-};
-const Step reads = [](auto& host) { host.charBufferMode = true; };
-const Step readsNoMore = [](auto& host) {
-    host.charBufferMode = true;
-    host.onType = [](char16_t) { throw std::length_error("too much"); };
-};
-const Step stopsReading = [](auto& host) { host.charBufferMode = false; };
-const Step readsAndFillsQueue = [](auto& host) {
-    reads(host);
-    fillsQueue(host);
-};
+const RuntimeException error(nmutil::cmddistributor::EXECUTION_ERROR, "NUMORA:id", u"message");
 
-INSTANTIATE_TEST_SUITE_P(Ends, FailedRequestTest,
-                         testing::Values(Failing{"Error", fails, nothing},
-                                         Failing{"FullQueue", fillsQueue, nothing},
-                                         Failing{"TakenBack", nothing, takesBack},
-                                         Failing{"TypedTooMuch", readsNoMore, nothing},
-                                         Failing{"TypedForAPromptThatHasGone", reads, stopsReading},
-                                         Failing{"TypedIntoAFullQueue", readsAndFillsQueue, nothing},
-                                         Failing{"TypedAndTakenBack", reads, takesBack}),
-                         [](const auto& row) { return row.param.name; });
+INSTANTIATE_TEST_SUITE_P(
+    Ends, FailedRequestTest,
+    testing::Values(
+        Failing{"Error", [](auto& host) { host.onEvaluate = [](auto&) { throw RuntimeException(error); }; }},
+        Failing{"FullQueue", [](auto& host) { host.distributor->refuse(error); }},
+        Failing{"TakenBack", [](auto&) {},
+                [](auto& host) { host.distributor->cancel(host.distributor->enqueued().at(0).id, false); }},
+        Failing{"TypedTooMuch",
+                [](auto& host) {
+                    host.charBufferMode = true;
+                    host.onType = [](char16_t) { throw std::length_error("too much"); };
+                }},
+        Failing{"TypedForAPromptThatHasGone", [](auto& host) { host.charBufferMode = true; },
+                [](auto& host) { host.charBufferMode = false; }}),
+    [](const auto& row) { return row.param.name; });
 
 TEST_F(AsyncEvalServiceTest, failsRequestsWithoutAnInterpreterOrItsFiles) {
     shadow_ = std::make_shared<ManualShadow>();

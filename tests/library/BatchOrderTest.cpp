@@ -1,13 +1,10 @@
 #include <chrono>
 #include <future>
-#include <memory>
-#include <string>
-#include <thread>
-#include <vector>
 
 #include <gtest/gtest.h>
 
 #include "AsyncEvalServiceFixture.h"
+#include "support/threads.h"
 #include "v1/BatchOrder.h"
 
 namespace connector::interpreter::v1 {
@@ -26,11 +23,8 @@ protected:
 TEST_F(BatchOrderTest, deliversInTheOrderInWhichTheBatchesWereMade) {
     std::vector<BatchOrder::Place> places(8);
     for (auto& place : places) place = order_.next();
-    std::vector<std::thread> threads;
-    for (std::size_t i = places.size(); i-- > 0;) {
-        threads.emplace_back([&, i] { deliver(std::move(places.at(i)), std::to_string(i)); });
-    }
-    for (auto& thread : threads) thread.join();
+    onThreads(8,
+              [&](int i) { deliver(std::move(places.at(static_cast<std::size_t>(i))), std::to_string(i)); });
     EXPECT_EQ(delivered_, "01234567");
 }
 

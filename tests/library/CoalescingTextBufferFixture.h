@@ -1,7 +1,7 @@
 #pragma once
 
+#include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <cstdint>
 #include <functional>
 #include <string>
@@ -14,19 +14,12 @@
 
 #include "connector/ThreadSafety.h"
 #include "connector/interpreter/v1/CoalescingTextBuffer.h"
+#include "support/threads.h"
 
 namespace connector::interpreter::v1 {
 
 constexpr auto out = nmutil::io::STANDARD_OUTPUT;
 constexpr auto err = nmutil::io::STANDARD_ERROR;
-constexpr std::chrono::seconds failSafe{20};
-
-/// Waits once for a change, and fails the test when there is none.
-inline bool awaitChange(std::condition_variable& changed, MutexLock& lock) {
-    const bool happened = changed.wait_for(lock.native(), failSafe) == std::cv_status::no_timeout;
-    EXPECT_TRUE(happened) << "nothing happens";
-    return happened;
-}
 
 /// A buffer whose time stands still until a test moves it.
 class ManualTextBuffer : public CoalescingTextBuffer {
@@ -34,37 +27,23 @@ public:
     ~ManualTextBuffer() override { stop(); }
 
     /// Units: 100 ns since the test began.
-    void setTime(std::int64_t ticks) EXCLUDES(clockMutex_) {
-        MutexLock lock(clockMutex_);
-        now_ = start + TimePoint::duration(ticks);
-    }
+    void setTime(std::int64_t ticks) { ticks_ = ticks; }
     /// Waits until the thread of the buffer has looked at the time that is set now and done what is due.
-    void awaitLook() EXCLUDES(clockMutex_) {
-        MutexLock lock(clockMutex_);
-        // The second look begins after the first has ended.
-        const int wanted = looks_ + 2;
-        while (looks_ < wanted && awaitChange(looked_, lock)) {
-        }
+    void awaitLook() {
+        const int wanted = looks_ + 2;  // the second look begins after the first has ended
+        EXPECT_TRUE(eventually([&] { return looks_ >= wanted; }));
     }
 
 protected:
-    TimePoint getCurrentTime() override EXCLUDES(clockMutex_) {
-        MutexLock lock(clockMutex_);
-        if (std::this_thread::get_id() != testThread_) {
-            ++looks_;
-            looked_.notify_all();
-        }
-        return now_;
+    TimePoint getCurrentTime() override {
+        if (std::this_thread::get_id() != testThread_) ++looks_;
+        return TimePoint(std::chrono::hours(24 * 365)) + TimePoint::duration(ticks_);
     }
 
 private:
-    static constexpr TimePoint start{std::chrono::hours(24 * 365)};
-
     const std::thread::id testThread_ = std::this_thread::get_id();
-    Mutex clockMutex_;
-    std::condition_variable looked_;
-    int looks_ GUARDED_BY(clockMutex_) = 0;
-    TimePoint now_ GUARDED_BY(clockMutex_) = start;
+    std::atomic<int> looks_{0};
+    std::atomic<std::int64_t> ticks_{0};
 };
 
 using Batch = std::pair<std::string, nmutil::io::StreamTypeEnum>;
@@ -77,23 +56,19 @@ public:
             const common::DataBuffer taken(std::move(batch));
             MutexLock lock(mutex_);
             batches_.emplace_back(taken.view(), type);
-            added_.notify_all();
         };
     }
     std::vector<Batch> all() const EXCLUDES(mutex_) {
         MutexLock lock(mutex_);
         return batches_;
     }
-    std::vector<Batch> await(std::size_t count) EXCLUDES(mutex_) {
-        MutexLock lock(mutex_);
-        while (batches_.size() < count && awaitChange(added_, lock)) {
-        }
-        return batches_;
+    std::vector<Batch> await(std::size_t count) {
+        EXPECT_TRUE(eventually([&] { return all().size() >= count; }));
+        return all();
     }
 
 private:
     mutable Mutex mutex_;
-    std::condition_variable added_;
     std::vector<Batch> batches_ GUARDED_BY(mutex_);
 };
 

@@ -1,13 +1,10 @@
 #include <atomic>
-#include <chrono>
 #include <future>
 #include <map>
 #include <memory>
 #include <sstream>
-#include <string>
 
 #include "CoalescingTextBufferFixture.h"
-#include "support/threads.h"
 
 namespace connector::interpreter::v1 {
 namespace {
@@ -132,7 +129,7 @@ TEST(CoalescingTextBufferThreadsTest, canBeUsedByWhatItsCallbackHolds) {
         replaced.set_value();
     });
     buffer.append(u"text", out);
-    EXPECT_EQ(replaced.get_future().wait_for(failSafe), std::future_status::ready);
+    EXPECT_EQ(replaced.get_future().wait_for(std::chrono::seconds(20)), std::future_status::ready);
 }
 
 }  // namespace

@@ -21,13 +21,6 @@ std::u16string randomText(std::minstd_rand& random, std::u16string_view alphabet
     return text;
 }
 
-TEST(ConnectorCmdWinBufferTest, holdsTheNewest44000UnitsOfOneWriteUnlessToldOtherwise) {
-    ConnectorCmdWinBuffer buffer;
-    write(buffer, u"x" + std::u16string(43999, u'-') + u"y");
-    EXPECT_EQ(buffer.getString(), std::u16string(43999, u'-') + u"y");
-    EXPECT_TRUE(buffer.isTruncated());
-}
-
 // The sizes make pieces fit, fill exactly, wrap, and exceed the whole storage, in every order.
 TEST(ConnectorCmdWinBufferTest, keepsTheNewestOfWhateverIsWrittenInPiecesAndUnits) {
     std::minstd_rand random(1);

@@ -1,8 +1,5 @@
-#include <functional>
 #include <stdexcept>
-#include <string>
 #include <thread>
-#include <vector>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -69,36 +66,27 @@ TEST_F(ConnectorCmdWinSinkTest, reportsWhatHappenedOnce) {
     struct Row {
         std::string name;
         std::function<void()> happens;
-        std::u16string output = u"before";
         std::string flags;
+        std::u16string output = u"before";
+    };
+    const auto printsAfterAnError = [this] { host.print(u"E", true), host.print(u" after"); };
+    const auto suggests = [this] {
+        for (const auto* name : {u"sine", u"sin"}) host.events->raise(SuggestionEvent(name));
+        sink().doPrintableError(u"Oops");
+    };
+    const auto clears = [this] {
+        host.print(std::u16string(50000, u'x'));
+        host.print(u"E", true);
+        sink().doClc();
+        host.print(u"after");
     };
     const Row table[] = {
-        {.name = "errors are printed after the output",
-         .happens = [this] { host.print(u"E", true), host.print(u" after"); },
-         .output = u"before afterE",
-         .flags = "E"},
-        {.name = "an error that only was processed", .happens = [] { Sink::errorProcessed(); }, .flags = "E"},
-        {.name = "the latest suggestion comes last",
-         .happens =
-             [this] {
-                 host.events->raise(SuggestionEvent(u"sine"));
-                 host.events->raise(SuggestionEvent(u"sin"));
-                 sink().doPrintableError(u"Oops");
-             },
-         .output = u"beforeOops\nDid you mean: sin ?",
-         .flags = "E"},
-        {.name = "a clear discards both",
-         .happens =
-             [this] {
-                 host.print(std::u16string(50000, u'x'));
-                 host.print(u"E", true);
-                 sink().doClc();
-                 host.print(u"after");
-             },
-         .output = u"after",
-         .flags = "C"},
-        {.name = "home", .happens = [] { sink().doHome(); }, .flags = "H"},
-        {.name = "Ctrl-C", .happens = [] { sink().ctrlCProcessed(); }, .flags = "I"}};
+        {"errors are printed after the output", printsAfterAnError, "E", u"before afterE"},
+        {"an error that only was processed", [] { Sink::errorProcessed(); }, "E"},
+        {"the latest suggestion comes last", suggests, "E", u"beforeOops\nDid you mean: sin ?"},
+        {"a clear discards both", clears, "C", u"after"},
+        {"home", [] { sink().doHome(); }, "H"},
+        {"Ctrl-C", [] { sink().ctrlCProcessed(); }, "I"}};
     for (const Row& row : table) {
         SCOPED_TRACE(row.name);
         auto future = open();
@@ -145,23 +133,6 @@ TEST_F(ConnectorCmdWinSinkTest, answersNestedEvaluationsNewestFirst) {
     Sink::postEval();
     EXPECT_EQ(answer(outer).output, u"3");
     Sink::postEval();  // one too many
-    expectIdleAndClean();
-}
-
-TEST_F(ConnectorCmdWinSinkTest, answersAnEvaluationThatAsksForInputAtOnceAndOnlyOnce) {
-    auto asking = open();
-    host.print(u"Name? ");
-    host.prompt = nmutil::prompt::INPUT_PROMPT;
-    sink().requestInput();
-    EXPECT_EQ(answer(asking).output, u"Name? ");
-    sink().requestInput();  // nobody to answer
-    auto answering = open();
-    host.print(u"Hello");
-    Sink::postEval();  // the end of the first evaluation
-    EXPECT_FALSE(answering.isReady());
-    EXPECT_TRUE(captures());
-    Sink::postEval();
-    EXPECT_EQ(answer(answering).output, u"Hello");
     expectIdleAndClean();
 }
 

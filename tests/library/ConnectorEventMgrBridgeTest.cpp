@@ -1,6 +1,3 @@
-#include <functional>
-#include <string>
-#include <vector>
 
 #include <cppmicroservices/BundleContext.h>
 #include <cppmicroservices/Framework.h>

@@ -240,11 +240,10 @@ TEST_F(FEvalSequenceServiceProviderTest, runsThousandsWithoutOverlapOrDeepStack)
         return connector::makeReadyFuture<MessagePtr>(std::make_unique<FEvalResponse>(""));
     };
     auto request = std::make_unique<SequenceContainer>();
-    std::string expected;
     for (std::size_t i = 0; i < count; ++i) {
         request->messages.push_back(std::make_unique<FEval>(std::to_string(i) + ","));
-        expected += std::to_string(i) + ",";
     }
+    const std::string expected = uuidsOf(*request);
     EXPECT_EQ(uuidsOf(*responses(handle(std::move(request)))), expected);
     EXPECT_LT(highest - lowest, 16U * 1024U);
 }

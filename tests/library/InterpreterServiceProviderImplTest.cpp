@@ -1,9 +1,5 @@
 #include <future>
 #include <limits>
-#include <memory>
-#include <string>
-#include <thread>
-#include <vector>
 
 #include "InterpreterFixture.h"
 #include "cmddistributor/RuntimeException.h"
@@ -14,8 +10,6 @@
 namespace connector::interpreter::v1 {
 namespace {
 
-using cmddistributor::WhenToDequeue;
-
 class InterpreterServiceProviderImplTest : public InterpreterFixture {
 private:
     const nmutil::ScopedFactoryRegistration plugin_ = iqm::PacketInfo::registerPlugin2(
@@ -25,30 +19,6 @@ private:
         },
         false);
 };
-
-TEST_F(InterpreterServiceProviderImplTest, answersWithWhatTheCodePrinted) {
-    host_.onEvaluate = [this](const std::u16string& code) { host_.print(u"ran " + code); };
-    host_.distributor->startWorker();
-    const auto response = eval(u"x");
-    EXPECT_EQ(response->uuid(), "id");
-    EXPECT_EQ(response->responseStr, u"ran x");
-    EXPECT_FALSE(response->isError);
-    EXPECT_EQ(host_.distributor->enqueued().at(0).options.whenToDequeue(), WhenToDequeue::Default);
-    EXPECT_EQ(host_.window->text(), u"");
-}
-
-TEST_F(InterpreterServiceProviderImplTest, showsAnErrorThroughTheRequestsOwnCallback) {
-    host_.onEvaluate = [this](const std::u16string&) {
-        host_.print(u"out ");
-        throw cmddistributor::RuntimeException(nmutil::cmddistributor::EXECUTION_ERROR, "NUMORA:id",
-                                               u"message", u"error text");
-    };
-    host_.distributor->startWorker();
-    const auto response = eval(u"x");
-    EXPECT_EQ(response->responseStr, u"out error text");
-    EXPECT_TRUE(response->isError);
-    EXPECT_EQ(faults(*response), "");
-}
 
 TEST_F(InterpreterServiceProviderImplTest, bracketsTheCodeWithALevelAndTheClientsWindowSize) {
     struct Row {
@@ -71,6 +41,7 @@ TEST_F(InterpreterServiceProviderImplTest, bracketsTheCodeWithALevelAndTheClient
         EXPECT_EQ(host_.rows, 24U);
         EXPECT_FALSE(ConnectorEvalPlugin::isLicenceBusy());
         EXPECT_EQ(host_.calls, (std::vector<std::string>{"evalEnd", "interests"}));
+        EXPECT_EQ(lastOptions().whenToDequeue(), cmddistributor::WhenToDequeue::Default);
     }
 }
 
@@ -172,8 +143,7 @@ TEST_F(InterpreterServiceProviderImplTest, givesUpAfterTheTimeLimitAndSurvivesTh
     EXPECT_EQ(faults(*response), "Request.Timeout: Eval timed out after 20 milliseconds;");
     EXPECT_EQ(response->responseStr,
               u"NUMORA operation interrupted. Operation(s) taking longer than 0.02 seconds are not supported "
-              u"for this "
-              u"product offering.");
+              u"for this product offering.");
     EXPECT_EQ(host_.zvm->interruptedRequests().size(), 1U);
     EXPECT_EQ(host_.zvm->interrupts, 0);
     mayEnd.set_value();
@@ -190,58 +160,9 @@ TEST_F(InterpreterServiceProviderImplTest, takesARequestThatTimesOutBeforeItBegi
     EXPECT_EQ(host_.zvm->interrupts, 0);
 }
 
-TEST_F(InterpreterServiceProviderImplTest, typesTheCodeWhileTheInterpreterReadsCharacters) {
-    host_.charBufferMode = true;
-    host_.prompt = nmutil::prompt::INPUT_PROMPT;
-    std::vector<std::unique_ptr<EvalResponse>> responses(3);
-    std::vector<std::thread> clients;
-    for (std::size_t i = 0; i < responses.size(); ++i) {
-        clients.emplace_back(
-            [&, i] { responses[i] = eval(std::u16string(1, static_cast<char16_t>(u'a' + i))); });
-        awaitEnqueued(i + 1);
-    }
-    for (std::size_t i = 0; i < responses.size(); ++i) {
-        host_.charBufferMode = i < 2;  // the last one comes when the code has stopped to read
-        EXPECT_TRUE(eventually([this] { return host_.distributor->runNext(WhenToDequeue::Prompt); }));
-    }
-    EXPECT_EQ(host_.typed, u"ab");
-    host_.print(u"rest");
-    host_.prompt = nmutil::prompt::BASE_PROMPT;
-    EXPECT_TRUE(host_.distributor->runNext(WhenToDequeue::Default));
-    EXPECT_FALSE(host_.distributor->runNext());
-    for (auto& client : clients) client.join();
-    EXPECT_EQ(responses[0]->responseStr, u"");
-    EXPECT_EQ(responses[1]->responseStr, u"rest");
-    EXPECT_EQ(faults(*responses[0]) + faults(*responses[1]), "");
-    EXPECT_EQ(faults(*responses[2]), "NUMORA.CodeError: Request was cancelled before starting.;");
-}
-
-TEST_F(InterpreterServiceProviderImplTest, turnsFailuresOfTheQueueIntoFaults) {
-    std::unique_ptr<EvalResponse> response;
-    std::thread client([&] { response = eval(u"x"); });
-    awaitEnqueued(1);
-    host_.distributor->cancel(host_.distributor->enqueued().at(0).id, false);
-    client.join();
-    EXPECT_EQ(faults(*response), "NUMORA.CodeError: Request was cancelled before starting.;");
-
+TEST_F(InterpreterServiceProviderImplTest, turnsARefusalOfTheQueueIntoAFault) {
     host_.distributor->refuse({nmutil::cmddistributor::EXECUTION_ERROR, "NUMORA:queue:full", u"full"});
     EXPECT_EQ(faults(*eval(u"x")), "NUMORA.CodeError: Error while executing eval request.;");
-}
-
-TEST_F(InterpreterServiceProviderImplTest, releasesARequestWhoseCodeGoesOn) {
-    Gate code;
-    host_.onEvaluate = [&](const std::u16string& text) {
-        if (text == u"stubborn") code.pass();
-    };
-    host_.distributor->startWorker();
-    std::unique_ptr<EvalResponse> response;
-    std::thread client([&] { response = eval(u"stubborn"); });
-    code.awaitEntry();
-    interrupt();
-    client.join();
-    EXPECT_EQ(faults(*response), "NUMORA.CodeError: Error while executing eval request.;");
-    code.open();
-    EXPECT_EQ(faults(*eval(u"next")), "");
 }
 
 TEST_F(InterpreterServiceProviderImplTest, needsTheModulesStartUp) {

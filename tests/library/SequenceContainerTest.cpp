@@ -80,9 +80,7 @@ TEST_F(SequenceContainerTest, namesTheMessageThatCannotBeReadAndTheReason) {
     const std::pair<std::string, std::string> table[] = {
         {"null", "A message must be an object"},
         {R"({"message":{}})", "\"type\" must be a string."},
-        {R"({"type":1,"message":{}})", "\"type\" must be a string."},
         {R"({"type":"connector/v1/Eval"})", "\"message\" must be an object."},
-        {R"({"type":"connector/v1/Eval","message":[]})", "\"message\" must be an object."},
         {R"({"type":"x","message":{}})", "Unknown message type: x"},
         {R"({"type":"connector/v1/Eval","message":{"width":[]}})", "\"width\" must be a 32-bit integer."},
         {R"({"type":"connector/v1/Sequence","message":{"messages":{}}})", "\"messages\" must be an array."},
