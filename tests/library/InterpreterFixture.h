@@ -11,8 +11,8 @@
 #include "connector/interpreter/v1/FEvalResponse.h"
 #include "connector/interpreter/v1/InterpreterServiceProviderImpl.h"
 #include "connector/interpreter/v1/Interrupt.h"
+#include "services/LocalConfiguration.h"
 #include "support/FakeHost.h"
-#include "support/ManualConfiguration.h"
 #include "support/threads.h"
 #include "v1/StartupWakeUp.h"
 
@@ -62,7 +62,8 @@ protected:
     }
 
     fake::FakeHost host_;
-    std::shared_ptr<fake::ManualConfiguration> configuration_ = std::make_shared<fake::ManualConfiguration>();
+    std::shared_ptr<standalone::LocalConfiguration> configuration_ =
+        std::make_shared<standalone::LocalConfiguration>(std::map<std::string, std::string>());
     std::shared_ptr<InterpreterServiceProviderImpl> provider_ =
         std::make_shared<InterpreterServiceProviderImpl>(configuration_, host_.zvm);
     std::shared_ptr<common::ContextState> context_ = std::make_shared<common::ContextState>();

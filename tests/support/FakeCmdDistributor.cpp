@@ -1,8 +1,6 @@
 #include "support/FakeCmdDistributor.h"
 
 #include <algorithm>
-#include <stdexcept>
-#include <utility>
 
 #include "cmddistributor/IIP.h"
 #include "cmddistributor/IIPResult.h"
@@ -48,8 +46,7 @@ FakeCmdDistributor::CancelStatus FakeCmdDistributor::cancel(IDType id, bool inte
         connector::MutexLock lock(mutex_);
         entry = findLocked(id);
         if (!entry) return CancelStatus::NotFound;
-        isRunning = entry->state == State::Running;
-        if (!isRunning) entry->state = State::Running;  // nobody else takes it
+        isRunning = std::exchange(entry->state, State::Running) == State::Running;  // nobody else takes it
     }
     if (!isRunning) {
         finish(entry, {id, RuntimeException(nmutil::cmddistributor::EXECUTION_CANCELLED, "NUMORA:cancelled",
@@ -137,8 +134,7 @@ void FakeCmdDistributor::run(const Pointer& entry) {
         result = resultOf(*entry);
     } catch (const RuntimeException& error) {
         result = std::make_unique<IIPResult>(entry->id, error);
-    } catch (
-        const std::exception& error) {  // from the code under test: the request fails, the thread lives on
+    } catch (const std::exception& error) {  // of the code under test: the thread lives on
         const std::string text = error.what();
         result = std::make_unique<IIPResult>(
             entry->id, RuntimeException(nmutil::cmddistributor::EXECUTION_ERROR, "NUMORA:host",

@@ -1,11 +1,8 @@
 #pragma once
 
 #include <condition_variable>
-#include <functional>
-#include <memory>
 #include <optional>
 #include <thread>
-#include <vector>
 
 #include "cmddistributor/CmdDistributor.h"
 #include "cmddistributor/IIP.h"
@@ -53,8 +50,7 @@ public:
     bool runNext(When when = {}) EXCLUDES(mutex_);
     /// Runs requests until none is ready.
     void runAll() {
-        while (runNext()) {
-        }
+        while (runNext()) continue;
     }
 
     /// Has a thread of its own run requests as they become ready, until `stopWorker`, which waits for it.

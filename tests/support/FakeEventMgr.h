@@ -8,11 +8,11 @@
 #include <utility>
 #include <vector>
 
-#include "foundation/msg_svc/eventmgr/EventMgr.h"
+#include "events/SubscriptionTable.h"
 
 namespace fake {
 
-/// Runs handlers on the thread that raises the event.
+/// Runs handlers on the thread that raises the event, one at a time.
 class FakeEventMgr : public foundation::msg_svc::eventmgr::EventMgr {
 public:
     using BaseEvent = foundation::msg_svc::eventmgr::BaseEvent;
@@ -20,10 +20,10 @@ public:
     /// How many subscriptions to events of type `E` are open.
     template <class E>
     std::size_t subscriptionCount() const {
-        const std::lock_guard lock(table_->dispatch);
-        return static_cast<std::size_t>(
-            std::count_if(table_->subscriptions.begin(), table_->subscriptions.end(),
-                          [](const auto& subscription) { return subscription->typeName == E::typeName; }));
+        const std::lock_guard lock(mutex_);
+        return static_cast<std::size_t>(std::ranges::count_if(handlers_, [](const auto& entry) {
+            return entry.first == E::typeName && !entry.second.expired();
+        }));
     }
 
     /// Exceptions that handlers let out.
@@ -31,67 +31,29 @@ public:
 
 protected:
     void raiseImpl(std::shared_ptr<const BaseEvent> event) override {
-        const std::lock_guard lock(table_->dispatch);
-        const auto subscriptions = table_->subscriptions;
-        for (const auto& subscription : subscriptions) {
-            if (!subscription->isActive || !matches(*subscription, *event)) continue;
-            try {
-                subscription->handler(*event);
-            } catch (...) {
-                ++handlerFailures;
-            }
-        }
+        const std::lock_guard lock(dispatch_);
+        table_->deliver(*event, [this] { ++handlerFailures; });
     }
 
     std::unique_ptr<foundation::msg_svc::eventmgr::Connection> subscribeImpl(std::u16string typeName,
                                                                              std::u16string userTag,
                                                                              Handler handler) override {
-        auto subscription =
-            std::make_shared<Subscription>(std::move(typeName), std::move(userTag), std::move(handler));
-        const std::lock_guard lock(table_->dispatch);
-        table_->subscriptions.push_back(subscription);
-        return std::make_unique<FakeConnection>(table_, subscription);
+        const auto shared = std::make_shared<Handler>(std::move(handler));
+        {
+            const std::lock_guard lock(mutex_);
+            handlers_.emplace_back(typeName, shared);
+        }
+        return table_->add(std::move(typeName), std::move(userTag),
+                           [shared](const BaseEvent& event) { (*shared)(event); });
     }
 
 private:
-    struct Subscription {
-        Subscription(std::u16string type, std::u16string tag, Handler function)
-            : typeName(std::move(type)), userTag(std::move(tag)), handler(std::move(function)) {}
-        const std::u16string typeName;
-        const std::u16string userTag;
-        const Handler handler;
-        bool isActive = true;
-    };
-
-    struct Table {
-        // Held while handlers run: they run one at a time, may raise events and end subscriptions themselves,
-        // and another thread that ends one waits for them.
-        std::recursive_mutex dispatch;
-        std::vector<std::shared_ptr<Subscription>> subscriptions;
-    };
-
-    class FakeConnection : public foundation::msg_svc::eventmgr::Connection {
-    public:
-        FakeConnection(std::shared_ptr<Table> table, std::shared_ptr<Subscription> subscription)
-            : table_(std::move(table)), subscription_(std::move(subscription)) {}
-        void disconnect() override {
-            const std::lock_guard lock(table_->dispatch);
-            subscription_->isActive = false;
-            std::erase(table_->subscriptions, subscription_);
-        }
-
-    private:
-        const std::shared_ptr<Table> table_;
-        const std::shared_ptr<Subscription> subscription_;
-    };
-
-    static bool matches(const Subscription& subscription, const BaseEvent& event) {
-        const auto& tags = event.getTypeInformation().getUserTags();
-        return event.isKindOf(subscription.typeName) &&
-               (subscription.userTag.empty() || std::ranges::find(tags, subscription.userTag) != tags.end());
-    }
-
-    const std::shared_ptr<Table> table_ = std::make_shared<Table>();
+    std::recursive_mutex dispatch_;  // held while handlers run, which may raise events themselves
+    const std::shared_ptr<standalone::SubscriptionTable> table_ =
+        std::make_shared<standalone::SubscriptionTable>();
+    mutable std::mutex mutex_;
+    /// Each with the name of its type; they end with their subscriptions.
+    std::vector<std::pair<std::u16string, std::weak_ptr<Handler>>> handlers_;
 };
 
 }  // namespace fake

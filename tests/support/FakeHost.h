@@ -1,15 +1,7 @@
 #pragma once
 
-#include <atomic>
-#include <cstdint>
-#include <functional>
-#include <memory>
 #include <sstream>
-#include <string>
-#include <utility>
-#include <vector>
 
-#include "connector/ThreadSafety.h"
 #include "host/Environment.h"
 #include "nmutil/events.h"
 #include "services/io/CmdWinSink.h"
@@ -85,8 +77,6 @@ public:
         services::io::CmdWinSinkHandle::reset();
         host::install(nullptr);
     }
-    FakeHost(const FakeHost&) = delete;
-    FakeHost& operator=(const FakeHost&) = delete;
 
     /// Whether the calling thread is inside of an action that runs without the interpreter's lock.
     static bool isUnlocked() { return unlockedDepth > 0; }
@@ -115,7 +105,6 @@ public:
     nmutil::cmddistributor::inExecutionStatus status = nmutil::cmddistributor::EXECUTION_OK;
     std::int32_t blockStatus = 0;
     std::function<void()> onStatusQuery;  ///< called first, and may throw
-    bool codeBlockComplete = true;
     boost::optional<std::string> builtinName;
     bool inCompiledExtension = false;
     std::uint64_t rows = 24;
@@ -165,7 +154,7 @@ private:
     void evaluate(const std::u16string& code, iqm::Workspace&) override {
         if (onEvaluate) onEvaluate(code);
     }
-    bool isCodeBlockComplete(const std::u16string&) override { return codeBlockComplete; }
+    bool isCodeBlockComplete(const std::u16string&) override { return true; }
     nmutil::cmddistributor::inExecutionStatus executionStatus() override { return status; }
     std::int32_t codeBlockStatus() override {
         if (onStatusQuery) onStatusQuery();

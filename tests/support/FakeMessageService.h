@@ -1,10 +1,6 @@
 #pragma once
 
-#include <functional>
-#include <memory>
 #include <mutex>
-#include <string>
-#include <utility>
 #include <vector>
 
 #include "connector/Promise.h"
@@ -100,7 +96,10 @@ private:
             service.entries_.push_back(entry_);
         }
         ~Token() override {
-            if (const auto service = service_.lock()) service->remove(entry_);
+            if (const auto service = service_.lock()) {
+                connector::MutexLock lock(service->mutex_);
+                std::erase(service->entries_, entry_);
+            }
             const std::lock_guard lock(entry_->running);
             entry_->isActive = false;
         }
@@ -110,10 +109,6 @@ private:
         const std::shared_ptr<Entry> entry_;
     };
 
-    void remove(const std::shared_ptr<Entry>& entry) EXCLUDES(mutex_) {
-        connector::MutexLock lock(mutex_);
-        std::erase(entries_, entry);
-    }
     std::vector<std::shared_ptr<Entry>> entries() EXCLUDES(mutex_) {
         connector::MutexLock lock(mutex_);
         return entries_;

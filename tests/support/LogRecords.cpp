@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <utility>
 
 LogRecords::LogRecords(std::string logger, Severity level) {
     foundation::log::setLevel(level);

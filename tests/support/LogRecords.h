@@ -1,8 +1,6 @@
 #pragma once
 
 #include <memory>
-#include <string>
-#include <string_view>
 #include <vector>
 
 #include "connector/ThreadSafety.h"

@@ -5,16 +5,15 @@
 #include <functional>
 #include <latch>
 #include <thread>
-#include <utility>
 #include <vector>
 
 /// Starts all of `actions` at the same time, each on a thread of its own, and waits for their end.
-inline void race(std::vector<std::function<void()>> actions) {
+inline void race(const std::vector<std::function<void()>>& actions) {
     std::barrier start(static_cast<std::ptrdiff_t>(actions.size()));
     std::vector<std::jthread> threads;
     threads.reserve(actions.size());
-    for (auto& action : actions) {
-        threads.emplace_back([&start, action = std::move(action)] {
+    for (const auto& action : actions) {
+        threads.emplace_back([&start, &action] {
             start.arrive_and_wait();
             action();
         });
