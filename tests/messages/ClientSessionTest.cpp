@@ -1,11 +1,6 @@
-#include <chrono>
-#include <memory>
-#include <string>
 #include <thread>
-#include <vector>
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include "messages/LocalMessageService.h"
 

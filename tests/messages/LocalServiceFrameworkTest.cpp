@@ -1,8 +1,3 @@
-#include <memory>
-#include <stdexcept>
-#include <string>
-#include <typeinfo>
-
 #include <gtest/gtest.h>
 
 #include "messages/LocalServiceFramework.h"

@@ -1,18 +1,14 @@
-#include <memory>
 #include <regex>
-#include <string>
-#include <vector>
 
 #include <gtest/gtest.h>
 
 #include "messages/LocalMessageService.h"
 
+namespace {
+
 using messages::ClientSession;
 using messages::LocalMessageService;
 using messages::MessageServiceOptions;
-
-namespace {
-
 using Texts = std::vector<std::string>;
 
 const std::string output = "/eval/response/output";

@@ -1,11 +1,6 @@
 #pragma once
 
-#include <memory>
-#include <string>
-#include <utility>
-
 #include "bundles/testServices.h"
-#include "cppmicroservices/BundleContext.h"
 #include "cppmicroservices/Framework.h"
 #include "cppmicroservices/FrameworkFactory.h"
 

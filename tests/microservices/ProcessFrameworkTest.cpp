@@ -1,7 +1,5 @@
 #include <cstdlib>
 #include <stdexcept>
-#include <string>
-#include <utility>
 
 #include <gtest/gtest.h>
 

@@ -1,10 +1,5 @@
 #include <atomic>
-#include <functional>
-#include <memory>
 #include <stdexcept>
-#include <string>
-#include <utility>
-#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -31,9 +26,8 @@ protected:
 
     std::string found(const std::string& filter = "") {
         std::string names;
-        for (const auto& reference : context.GetServiceReferences<Shape>(filter)) {
+        for (const auto& reference : context.GetServiceReferences<Shape>(filter))
             names += any_cast<std::string>(reference.GetProperty("name"));
-        }
         return names;
     }
 
@@ -50,8 +44,6 @@ TEST_F(ServiceTest, isFoundByRankingAndThenByAge) {
     low.SetProperties(ServiceProperties{{"name", std::string("c")}, {Constants::SERVICE_RANKING, 6}});
     EXPECT_EQ(found(), "cbda");
     EXPECT_EQ(context.GetServiceReference<Shape>(), low.GetReference());
-    low.SetProperties(ServiceProperties{{"name", std::string("c")}});
-    EXPECT_EQ(found(), "bdac");
 }
 
 TEST_F(ServiceTest, hasPropertiesInAnyCase) {
@@ -127,8 +119,7 @@ TEST_F(ServiceTest, isLookedUpWhileItIsWithdrawn) {
         for (int round = 0; i < 2 && round < 1000; ++round) {
             ++alive;
             auto registration = mine.RegisterService<Colour>(witness([&] { --alive; }), {{"key", 1}});
-            registration.SetProperties(
-                ServiceProperties{{"key", 1}, {Constants::SERVICE_RANKING, round % 3}});
+            registration.SetProperties(ServiceProperties{{"key", 1}, {Constants::SERVICE_RANKING, round}});
             registration.Unregister();
         }
         if (i < 2) --registering;

@@ -35,16 +35,12 @@ TEST_F(EvaluationTest, showsATracebackOnceWithItsSourceLines) {
 }
 
 TEST_F(EvaluationTest, endsWithTheNameThatMayHaveBeenMeant) {
-    const std::vector<std::pair<std::u16string, std::string>> names = {
-        {u"pritn(1)", "print"},
-        {u"[].apend(1)", "append"},
-        {u"from math import sqroot", "sqrt"},
-        {u"import jsn", "json"},
-    };
-    for (const auto& [code, name] : names) {
-        const std::string shown = textOf(code);
-        EXPECT_TRUE(shown.ends_with("\nDid you mean: " + name + " ?")) << shown;
-    }
+    const std::vector<std::pair<std::u16string, std::string>> names = {{u"pritn(1)", "print"},
+                                                                       {u"[].apend(1)", "append"},
+                                                                       {u"from math import sqroot", "sqrt"},
+                                                                       {u"import jsn", "json"}};
+    for (const auto& [code, name] : names)
+        EXPECT_TRUE(textOf(code).ends_with("\nDid you mean: " + name + " ?")) << name;
     EXPECT_EQ(textOf(u"zzqqxxyy").find("Did you mean"), std::string::npos);
 }
 

@@ -1,16 +1,12 @@
 #include <array>
-#include <chrono>
 #include <mutex>
-#include <thread>
 
 #include <unistd.h>
 
 #include "RunningInterpreter.h"
 #include "fl/i18n/text.h"
-#include "foundation/msg_svc/eventmgr/EventMgr.h"
 #include "iqm/plugins.h"
 #include "nmutil/events.h"
-#include "nmutil/prompt/InputRequester.h"
 #include "services/window.h"
 
 namespace {

@@ -1,6 +1,3 @@
-#include <chrono>
-#include <cstdint>
-
 #include "RunningInterpreter.h"
 #include "support/LogRecords.h"
 
@@ -119,8 +116,8 @@ TEST_P(InterruptOrderTest, releasesWhatDoesNotEndAndWhatWaitsAfterIt) {
         interrupt();
         EXPECT_EQ(running.get(), released);
         EXPECT_EQ(waiting.get(), cancelled);
-        EXPECT_LT(std::chrono::steady_clock::now() - asked,
-                  std::chrono::seconds(5));  // half a second, on a busy machine
+        // Half a second, on a busy machine.
+        EXPECT_LT(std::chrono::steady_clock::now() - asked, std::chrono::seconds(5));
         isNative ? nativeCodeMayEnd.set_value() : letEnd();
         EXPECT_EQ(run(u"value"), value());
         // What waited never ran; code that swallows an interrupt begins again.

@@ -32,24 +32,14 @@ protected:
 
     /// Whether an interrupt of a request of that kind did what it is for.
     bool trial(int kind) {
-        if (kind == 0) {
-            auto answered = sent(oneOf(endlessCode_));
-            interruptWithin(250);
-            return isInterrupted(answered.get());
-        }
-        if (kind == 1) {
-            auto answered = sent(oneOf(shortCode_));
-            interruptWithin(250);
-            return answered.get() != "Error while executing eval request.";
-        }
+        if (kind == 0) return isInterrupted(interrupted(sent(oneOf(endlessCode_)), 250));
+        if (kind == 1)
+            return interrupted(sent(oneOf(shortCode_)), 250) != "Error while executing eval request.";
         if (kind == 2) {  // the evaluation is answered at its prompt, which the interrupt ends
-            auto answered = sent(u"input('? ')");
-            interruptWithin(250);
-            answered.get();
+            interrupted(sent(u"input('? ')"), 250);
             return reaches(nmutil::prompt::BASE_PROMPT);
         }
-        if (kind ==
-            3) {  // an answer that is sent after the interrupt of a prompt finds the one that comes next
+        if (kind == 3) {  // what is sent after the interrupt of a prompt answers the one that comes next
             auto answered =
                 sent(u"while True:\n    try: input('? '); break\n    except KeyboardInterrupt: pass");
             interruptWithin(500);
@@ -57,16 +47,11 @@ protected:
             answered.get();
             return typed.faults.empty();
         }
-        if (kind == 4) {
-            auto answered = begunCall(oneOf({u"endless", u"asleep"}), "default");
-            interruptWithin(100);
-            return isInterrupted(answered.get());
-        }
+        if (kind == 4)
+            return isInterrupted(interrupted(begunCall(oneOf({u"endless", u"asleep"}), "default"), 100));
         auto around = sent(oneOf(endlessCode_));
         pauseUpTo(50);
-        auto within = begunCall(u"endless", "ppe");
-        interruptWithin(100);
-        const bool isWithin = isInterrupted(within.get());
+        const bool isWithin = isInterrupted(interrupted(begunCall(u"endless", "ppe"), 100));
         return isInterrupted(around.get()) && isWithin;
     }
 
@@ -96,10 +81,14 @@ private:
         pauseUpTo(microseconds);
         interruptNow();
     }
+    std::string interrupted(std::future<std::string> answered, int withinMicroseconds) {
+        interruptWithin(withinMicroseconds);
+        return answered.get();
+    }
     void pauseUpTo(int microseconds) {
-        const auto end =
-            std::chrono::steady_clock::now() + std::chrono::nanoseconds(upTo(microseconds * 1000));
-        while (std::chrono::steady_clock::now() < end) continue;
+        using Clock = std::chrono::steady_clock;
+        const auto end = Clock::now() + std::chrono::nanoseconds(upTo(microseconds * 1000));
+        while (Clock::now() < end) continue;
     }
     std::u16string oneOf(const Codes& codes) {
         return codes.at(static_cast<std::size_t>(upTo(static_cast<int>(codes.size()) - 1)));

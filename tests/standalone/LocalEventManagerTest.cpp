@@ -1,16 +1,11 @@
 #include <atomic>
-#include <chrono>
 #include <csignal>
 #include <latch>
 #include <mutex>
 #include <set>
 #include <stdexcept>
-#include <string>
-#include <thread>
-#include <vector>
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include "events/LocalEventManager.h"
 #include "nmutil/events.h"
@@ -41,36 +36,48 @@ private:
     std::u16string texts_;
 
 protected:
-    static std::shared_ptr<const BaseEvent> suggestion(const std::u16string& text) {
-        return std::make_shared<SuggestionEvent>(text);
+    bool post(const std::u16string& text, std::size_t bytes = 0) {
+        return events_->post(std::make_shared<SuggestionEvent>(text), bytes);
+    }
+    template <class... Around>
+    void raise(const std::u16string& text, Around&&... around) {
+        events_->raise(SuggestionEvent(text), std::forward<Around>(around)...);
+    }
+    template <class Handler>
+    ScopedConnection onSuggestion(Handler handler) {
+        return ScopedConnection(events_->subscribe<SuggestionEvent>(std::move(handler)));
     }
     /// Subscribes to suggestions, whose texts are kept; that of "gate" passes the gate first.
     ScopedConnection record() {
-        return ScopedConnection(events_->subscribe<SuggestionEvent>([this](const SuggestionEvent& event) {
-            if (event.getText() == u"gate") gate_.pass();
+        return onSuggestion([this](const SuggestionEvent& event) {
+            if (event.getText() == u"gate") gate_->pass();
             const std::lock_guard lock(mutex_);
             texts_ += event.getText();
-        }));
+        });
     }
-
+    /// Lets a handler stand at the gate.
+    void holdUp() {
+        post(u"gate");
+        gate_->awaitEntry();
+    }
     std::u16string texts() {
         const std::lock_guard lock(mutex_);
         return texts_;
     }
 
-    Gate gate_, second_;
+    std::unique_ptr<Gate> gate_ = std::make_unique<Gate>();
     std::shared_ptr<LocalEventManager> events_ = std::make_shared<LocalEventManager>();
 };
 
 TEST_F(LocalEventManagerTest, runsHandlersOnOneThreadThatTakesNoSignalsOfTheInterpreter) {
     std::set<std::thread::id> threads;
     sigset_t blocked{};
-    const ScopedConnection connection(events_->subscribe<SuggestionEvent>([&](const SuggestionEvent&) {
+    const auto connection = onSuggestion([&](const SuggestionEvent&) {
         threads.insert(std::this_thread::get_id());
         pthread_sigmask(SIG_BLOCK, nullptr, &blocked);
-    }));
-    events_->raise(SuggestionEvent(u"x"));
-    std::thread([&] { events_->raise(SuggestionEvent(u"y")); }).join();
+    });
+    raise(u"x");
+    std::thread([&] { raise(u"y"); }).join();
     EXPECT_EQ(threads.size(), 1U);
     EXPECT_FALSE(threads.contains(std::this_thread::get_id()));
     EXPECT_TRUE(sigismember(&blocked, SIGINT) == 1 && sigismember(&blocked, SIGRTMIN) == 1);
@@ -78,47 +85,41 @@ TEST_F(LocalEventManagerTest, runsHandlersOnOneThreadThatTakesNoSignalsOfTheInte
 
 TEST_F(LocalEventManagerTest, waitsForTheHandlersOfWhatIsRaisedAndKeepsTheOrderWithWhatIsPosted) {
     const auto connection = record();
-    events_->post(suggestion(u"gate"));
-    gate_.awaitEntry();
-    events_->post(suggestion(u"1"));
+    holdUp();
+    post(u"1");
     std::atomic<bool> hasReturned{false};
     std::thread raiser([&] {
-        events_->raise(SuggestionEvent(u"2"), [&](const std::function<void()>& wait) {
-            events_->post(suggestion(u"3"));  // after the event, which has its place by now
+        raise(u"2", [&](const std::function<void()>& wait) {
+            post(u"3");  // after the event, which has its place by now
             wait();
         });
         hasReturned = true;
         EXPECT_TRUE(texts().starts_with(u"gate12"));
     });
     EXPECT_FALSE(hasReturned);
-    gate_.open();
+    gate_->open();
     raiser.join();
-    events_->raise(SuggestionEvent(u"4"));
+    raise(u"4");
     EXPECT_EQ(texts(), u"gate1234");
 }
 
 TEST_F(LocalEventManagerTest, deliversLaterWhatAHandlerPosts) {
-    std::string log;
-    const ScopedConnection inner(events_->subscribe<SuggestionEvent>(
-        [&](const SuggestionEvent& event) { log += static_cast<char>(event.getText().front()); }));
+    const auto inner = record();
     const ScopedConnection outer(events_->subscribe<TaggedEvent>([&](const TaggedEvent&) {
-        events_->post(suggestion(u"p"));
-        events_->raise(SuggestionEvent(u"r"));
+        post(u"p");
+        raise(u"r");
+        EXPECT_EQ(texts(), u"r");
     }));
     events_->raise(TaggedEvent(u"x"));
-    events_->raise(SuggestionEvent(u"e"));
-    EXPECT_EQ(log, "rpe");
+    raise(u"e");
+    EXPECT_EQ(texts(), u"rpe");
 }
 
-TEST_F(LocalEventManagerTest, logsWhatAHandlerThrowsWithTheCallsThatLedToItAndCallsTheOthers) {
+TEST_F(LocalEventManagerTest, logsWhatAHandlerThrowsWithTheCallsThatLedToIt) {
     const LogRecords log;
-    const ScopedConnection failing(events_->subscribe<SuggestionEvent>(
-        [](const SuggestionEvent&) { throw std::runtime_error("no luck"); }));
-    const ScopedConnection strange(
-        events_->subscribe<SuggestionEvent>([](const SuggestionEvent&) { throw 42; }));
-    const auto connection = record();
-    events_->raise(SuggestionEvent(u"x"));
-    EXPECT_EQ(texts(), u"x");
+    const auto failing = onSuggestion([](const SuggestionEvent&) { throw std::runtime_error("no luck"); });
+    const auto strange = onSuggestion([](const SuggestionEvent&) { throw 42; });
+    raise(u"x");
     EXPECT_THAT(log.lines(),
                 ElementsAre(AllOf(HasSubstr("std::runtime_error: no luck\n"), HasSubstr("\n 3# ")),
                             HasSubstr("unknown type\n")));
@@ -132,8 +133,13 @@ public:
         reported += stackTrace;
         throw std::runtime_error("not even that");
     }
+    void raiseImpl(std::shared_ptr<const BaseEvent> event) override {
+        ++handedOn;
+        LocalEventManager::raiseImpl(std::move(event));
+    }
     mutable int taken = 0;
     std::string reported;
+    int handedOn = 0;
 };
 
 TEST_F(LocalEventManagerTest, takesAStackTraceForAHandlerThatThrowsAndSurvivesAFailingReport) {
@@ -154,9 +160,8 @@ TEST_F(LocalEventManagerTest, takesAStackTraceForAHandlerThatThrowsAndSurvivesAF
 TEST_F(LocalEventManagerTest, destroysAHandlerWhoseSubscriptionHasEnded) {
     auto captured = std::make_shared<int>();
     const std::weak_ptr<int> observed = captured;
-    ScopedConnection connection(
-        events_->subscribe<SuggestionEvent>([captured = std::move(captured)](const SuggestionEvent&) {}));
-    events_->raise(SuggestionEvent(u"x"));
+    auto connection = onSuggestion([captured = std::move(captured)](const SuggestionEvent&) {});
+    raise(u"x");
     connection.disconnect();
     EXPECT_TRUE(observed.expired());
 }
@@ -164,12 +169,11 @@ TEST_F(LocalEventManagerTest, destroysAHandlerWhoseSubscriptionHasEnded) {
 TEST_F(LocalEventManagerTest, dropsWhatIsQueuedWhenItStopsAndLetsGoWhoWaits) {
     const LogRecords log;
     auto connection = record();
-    events_->post(suggestion(u"gate"));
-    gate_.awaitEntry();
-    events_->post(suggestion(u"1"));
+    holdUp();
+    post(u"1");
     std::latch isWaiting(1);
     std::thread raiser([&] {
-        events_->raise(SuggestionEvent(u"2"), [&](const std::function<void()>& wait) {
+        raise(u"2", [&](const std::function<void()>& wait) {
             isWaiting.count_down();
             wait();
         });
@@ -182,10 +186,10 @@ TEST_F(LocalEventManagerTest, dropsWhatIsQueuedWhenItStopsAndLetsGoWhoWaits) {
     });
     raiser.join();
     EXPECT_FALSE(hasStopped);  // not before the handler has returned
-    gate_.open();
+    gate_->open();
     stopper.join();
-    events_->raise(SuggestionEvent(u"3"));
-    events_->post(suggestion(u"4"));
+    raise(u"3");
+    post(u"4");
     EXPECT_EQ(texts(), u"gate");
     EXPECT_THAT(log.lines(), ElementsAre(HasSubstr("2 events")));
     events_.reset();
@@ -197,43 +201,39 @@ TEST_F(LocalEventManagerTest, goesOnWithoutAHandlerThatTakesTooLongAndWaitsAgain
     events_ =
         std::make_shared<LocalEventManager>(EventLimits{.handlerTimeout = std::chrono::milliseconds(20)});
     const auto connection = record();
-    events_->raise(SuggestionEvent(u"gate"));
+    raise(u"gate");
     const auto start = std::chrono::steady_clock::now();
-    for (int i = 0; i < 200; ++i) events_->raise(SuggestionEvent(u"."));
+    for (int i = 0; i < 200; ++i) raise(u".");
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2)) << "each was waited for";
     EXPECT_THAT(log.lines(), ElementsAre(HasSubstr("SuggestionEvent")));
-    gate_.open();
+    gate_->open();
     std::latch hasCaughtUp(1);
     const ScopedConnection last(
         events_->subscribe<TaggedEvent>([&](const TaggedEvent&) { hasCaughtUp.count_down(); }));
     events_->post(std::make_shared<TaggedEvent>(u"x"));
     hasCaughtUp.wait();
-    events_->raise(SuggestionEvent(u"end"));
+    raise(u"end");
     EXPECT_EQ(texts(), u"gate" + std::u16string(200, u'.') + u"end");
 }
 
 TEST_F(LocalEventManagerTest, dropsWhatDoesNotFitAndLogsTheirNumberOnce) {
+    std::u16string expected;
     for (const bool byBytes : {false, true}) {
         const LogRecords log;
-        Gate gate;
-        std::u16string texts;
         const std::size_t bytes = byBytes ? 10U : 0U;
-        LocalEventManager events(byBytes ? EventLimits{.bytes = 25} : EventLimits{.events = 2});
-        const ScopedConnection connection(
-            events.subscribe<SuggestionEvent>([&](const SuggestionEvent& event) {
-                if (event.getText() == u"gate") gate.pass();
-                texts += event.getText();
-            }));
-        events.post(suggestion(u"gate"));
-        gate.awaitEntry();
-        for (const auto* text : {u"1", u"2", u"3", u"4", u"5"}) events.post(suggestion(text), bytes);
-        std::thread raiser([&] { events.raise(SuggestionEvent(u"raised")); });  // has its place all the same
-        gate.open();
+        gate_ = std::make_unique<Gate>();
+        events_ = std::make_shared<LocalEventManager>(byBytes ? EventLimits{.bytes = 25}
+                                                              : EventLimits{.events = 2});
+        const auto connection = record();
+        holdUp();
+        for (const auto* text : {u"1", u"2", u"3", u"4", u"5"}) post(text, bytes);
+        std::thread raiser([&] { raise(u"raised"); });  // has its place all the same
+        gate_->open();
         raiser.join();
-        EXPECT_EQ(texts, u"gate12raised");
-        events.post(suggestion(u"6"), bytes);
-        events.raise(SuggestionEvent(u"end"));
-        EXPECT_EQ(texts, u"gate12raised6end");
+        EXPECT_EQ(texts(), expected += u"gate12raised");
+        post(u"6", bytes);
+        raise(u"end");
+        EXPECT_EQ(texts(), expected += u"6end");
         EXPECT_THAT(log.lines(), ElementsAre(HasSubstr("3 events")));
     }
 }
@@ -241,64 +241,49 @@ TEST_F(LocalEventManagerTest, dropsWhatDoesNotFitAndLogsTheirNumberOnce) {
 TEST_F(LocalEventManagerTest, makesWhoPostsInTurnWaitForRoom) {
     events_ = std::make_shared<LocalEventManager>(EventLimits{.events = 2});
     const auto connection = record();
-    events_->post(suggestion(u"gate"));
-    gate_.awaitEntry();
+    holdUp();
     int waits = 0;
     for (const auto* text : {u"1", u"2", u"3", u"4", u"5"}) {
-        events_->postBlocking(suggestion(text), 0, [&](const auto& wait) {
-            if (++waits == 1) gate_.open();  // there is no room until the handler goes on
+        events_->postBlocking(std::make_shared<SuggestionEvent>(text), 0, [&](const auto& wait) {
+            if (++waits == 1) gate_->open();  // there is no room until the handler goes on
             wait();
         });
     }
-    events_->raise(SuggestionEvent(u"end"));
+    raise(u"end");
     EXPECT_EQ(texts(), u"gate12345end");
     EXPECT_GE(waits, 1);
 
     events_ = std::make_shared<LocalEventManager>(
         EventLimits{.events = 1, .handlerTimeout = std::chrono::milliseconds(1)});
-    const ScopedConnection stuck(events_->subscribe<SuggestionEvent>([this](const SuggestionEvent& event) {
-        if (event.getText() == u"x") second_.pass();
-    }));
-    events_->post(suggestion(u"x"));
-    second_.awaitEntry();
-    events_->post(suggestion(u"y"));
+    gate_ = std::make_unique<Gate>();
+    const auto stuck = record();
+    holdUp();
+    post(u"y");
     // Comes back all the same, and nobody waits again for the handler that takes so long.
-    EXPECT_FALSE(events_->postBlocking(suggestion(u"z"), 0, [](const auto& wait) { wait(); }));
-    EXPECT_FALSE(events_->postBlocking(suggestion(u"z"), 0, [](const auto&) { FAIL() << "waits again"; }));
-    second_.open();
+    const auto late = std::make_shared<SuggestionEvent>(u"z");
+    EXPECT_FALSE(events_->postBlocking(late, 0, [](const auto& wait) { wait(); }));
+    EXPECT_FALSE(events_->postBlocking(late, 0, [](const auto&) { FAIL() << "waits again"; }));
+    gate_->open();
 }
 
 TEST_F(LocalEventManagerTest, countsAsOneBurstWhatIsDroppedUntilAllThatWaitedIsDelivered) {
     const LogRecords log;
     events_ = std::make_shared<LocalEventManager>(EventLimits{.events = 2});
     const auto connection = record();
-    const ScopedConnection flood(events_->subscribe<SuggestionEvent>([this](const SuggestionEvent& event) {
-        for (int i = 0; event.getText() == u"1" && i < 5; ++i) events_->post(suggestion(u"more"));
-    }));
-    events_->post(suggestion(u"gate"));
-    gate_.awaitEntry();
-    for (const auto* text : {u"1", u"2", u"3"}) events_->post(suggestion(text));
-    std::thread raiser([&] { events_->raise(SuggestionEvent(u"raised")); });
-    gate_.open();
+    const auto flood = onSuggestion([this](const SuggestionEvent& event) {
+        for (int i = 0; event.getText() == u"1" && i < 5; ++i) post(u"more");
+    });
+    holdUp();
+    for (const auto* text : {u"1", u"2", u"3"}) post(text);
+    std::thread raiser([&] { raise(u"raised"); });
+    gate_->open();
     raiser.join();
-    events_->raise(SuggestionEvent(u"end"));
+    raise(u"end");
     EXPECT_THAT(log.lines(), ElementsAre(HasSubstr("events were dropped")));
 }
 
-class CountingManager : public LocalEventManager {
-public:
-    ~CountingManager() override { stop(); }
-    int handedOn = 0;
-
-protected:
-    void raiseImpl(std::shared_ptr<const BaseEvent> event) override {
-        ++handedOn;
-        LocalEventManager::raiseImpl(std::move(event));
-    }
-};
-
 TEST_F(LocalEventManagerTest, handsOnNothingWhenNobodyListens) {
-    CountingManager events;
+    TracingManager events;
     const auto raiseBoth = [&] {
         events.handedOn = 0;
         events.raise(SuggestionEvent(u"x"));
@@ -306,21 +291,17 @@ TEST_F(LocalEventManagerTest, handsOnNothingWhenNobodyListens) {
         return events.handedOn;
     };
     const auto ignore = [](const BaseEvent&) {};
+    const ScopedConnection otherTag(events.subscribe<BaseEvent>(ignore, u"other"));
     EXPECT_EQ(raiseBoth(), 0);
-    {
-        const ScopedConnection suggestions(events.subscribe<SuggestionEvent>(ignore));
-        EXPECT_EQ(raiseBoth(), 1);
-    }
-    {
-        const ScopedConnection otherTag(events.subscribe<BaseEvent>(ignore, u"other"));
-        EXPECT_EQ(raiseBoth(), 0);
-        const ScopedConnection tag(events.subscribe<BaseEvent>(ignore, u"tag"));
-        EXPECT_EQ(raiseBoth(), 1);
-    }
-    {
-        const ScopedConnection all(events.subscribe<BaseEvent>(ignore));
-        EXPECT_EQ(raiseBoth(), 2);
-    }
+    ScopedConnection suggestions(events.subscribe<SuggestionEvent>(ignore));
+    EXPECT_EQ(raiseBoth(), 1);
+    suggestions.disconnect();
+    ScopedConnection tag(events.subscribe<BaseEvent>(ignore, u"tag"));
+    EXPECT_EQ(raiseBoth(), 1);
+    tag.disconnect();
+    ScopedConnection all(events.subscribe<BaseEvent>(ignore));
+    EXPECT_EQ(raiseBoth(), 2);
+    all.disconnect();
     EXPECT_EQ(raiseBoth(), 0);
 }
 
@@ -346,16 +327,11 @@ TEST(SubscriptionCountTest, countsByNameInAllCopiesAndNeverBelowZero) {
     const WatchToken token = counts.watch(u"a");
     copy.decrementSubscriptionCount(u"a");
     copy.decrementSubscriptionCount(u"unknown");
-    copy.incrementSubscriptionCount(u"a");
-    counts.incrementSubscriptionCount(u"a");
-    counts.incrementSubscriptionCount(u"b");
+    for (auto* names : {&copy, &counts}) names->incrementSubscriptionCount(u"a");
     EXPECT_EQ(counts.getSubscriptionCount(u"a"), 2U);
     EXPECT_EQ(token.getSubscriptionCount(), 2U);
-    counts.decrementSubscriptionCount(u"a");
-    counts.decrementSubscriptionCount(u"a");
-    counts.decrementSubscriptionCount(u"b");
+    for (int i = 0; i < 2; ++i) counts.decrementSubscriptionCount(u"a");
     EXPECT_FALSE(copy.hasSubscriptions(u"a"));
-    EXPECT_FALSE(copy.hasSubscriptions(u"b"));
     counts.incrementSubscriptionCount(u"a");
     EXPECT_TRUE(token.hasSubscriptions()) << "the counter that is watched was forgotten";
 }

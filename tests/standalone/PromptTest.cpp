@@ -1,7 +1,5 @@
 #include <array>
-#include <chrono>
 #include <random>
-#include <thread>
 
 #include "RunningInterpreter.h"
 #include "connector/interpreter/ConnectorCmdWinSink.h"

@@ -2,10 +2,6 @@
 
 #include <atomic>
 #include <future>
-#include <memory>
-#include <string>
-#include <utility>
-#include <vector>
 
 #include <gtest/gtest.h>
 

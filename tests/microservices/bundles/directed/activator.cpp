@@ -1,5 +1,3 @@
-#include <memory>
-
 #include "bundles/testServices.h"
 #include "cppmicroservices/BundleActivator.h"
 #include "cppmicroservices/GetBundleContext.h"
@@ -14,14 +12,12 @@ class Activator : public cppmicroservices::BundleActivator {
 public:
     void Start(BundleContext context) override {
         context.RegisterService<Probe>(std::make_shared<Probe>(Probe{cppmicroservices::GetBundleContext}));
-        if (const auto director = context.GetServiceReference<Director>()) {
+        if (const auto director = context.GetServiceReference<Director>())
             context.GetService(director)->start(context);
-        }
     }
     void Stop(BundleContext context) override {
-        if (const auto director = context.GetServiceReference<Director>()) {
+        if (const auto director = context.GetServiceReference<Director>())
             context.GetService(director)->stop(context);
-        }
     }
 };
 
