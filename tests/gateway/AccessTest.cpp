@@ -32,38 +32,8 @@ TEST(AccessPolicyTest, allowsTheHostsThatNameThisServer) {
     EXPECT_TRUE(isAllowed("[2001:db8::7]:8350", "[2001:db8::7]"));
 }
 
-struct OriginCase {
-    std::uint16_t port = 0;
-    std::string origin;
-    bool isAllowed = false;
-    std::string host = "localhost";
-};
-
 TEST(AccessPolicyTest, allowsTheOriginsOfThisServerAndTheConfiguredOnes) {
-    const OriginCase cases[] = {
-        {8350, "", true},
-        {8350, "http://LocalHost:8350", true},
-        {8350, "http://localhost:1", false},
-        {8350, "http://192.0.2.7:8350", true},
-        {8350, "https://192.0.2.7:8350", false},
-        {8350, "http://127.0.0.1:8350.evil.example", false},
-        {443, "http://localhost:443", false},
-        {443, "https://localhost", true},
-        {80, "http://localhost", true},
-        {80, "https://localhost", false},
-        {8350, "http://gate.example:81", true, "gate.example:81"},
-        {8350, "http://gate.example:82", false, "gate.example:81"},
-        {8350, "http://gate.example:81", false, "localhost:81"},
-        {8350, "https://proxy.example", true},
-        {8350, "http://proxy.example", false},
-        {8350, "https://lab.example", true},
-        {8350, "https://lab.example:444", false},
-        {8350, "https://lab.example.evil.example", false},
-        {8350, "file://", false},
-        {8350, "null", false},
-        {8350, "localhost:8350", false},
-    };
-    for (const auto& [port, origin, isAllowed, host] : cases) {
+    const auto isAllowed = [](std::uint16_t port, const std::string& origin, const std::string& host) {
         const AccessPolicy policy({.token = "t",
                                    .hosts = {"proxy.example:443", "gate.example"},
                                    .origins = {"https://lab.example"},
@@ -73,8 +43,24 @@ TEST(AccessPolicyTest, allowsTheOriginsOfThisServerAndTheConfiguredOnes) {
         request.host = host;
         request.localAddress = "192.0.2.7";
         request.origin = origin;
-        EXPECT_EQ(policy.isAllowedOrigin(request), isAllowed) << origin << " at " << port;
+        return policy.isAllowedOrigin(request);
+    };
+    for (const char* origin : {"", "http://LocalHost:8350", "http://192.0.2.7:8350", "https://proxy.example",
+                               "https://lab.example"}) {
+        EXPECT_TRUE(isAllowed(8350, origin, "localhost")) << origin;
     }
+    for (const char* origin :
+         {"http://localhost:1", "https://192.0.2.7:8350", "http://127.0.0.1:8350.evil.example",
+          "http://proxy.example", "https://lab.example:444", "https://lab.example.evil.example", "file://",
+          "null", "localhost:8350", "http://gate.example:81"}) {
+        EXPECT_FALSE(isAllowed(8350, origin, "localhost:81")) << origin;
+    }
+    EXPECT_TRUE(isAllowed(8350, "http://gate.example:81", "gate.example:81"));
+    EXPECT_FALSE(isAllowed(8350, "http://gate.example:82", "gate.example:81"));
+    EXPECT_TRUE(isAllowed(443, "https://localhost", "localhost"));
+    EXPECT_FALSE(isAllowed(443, "http://localhost:443", "localhost"));
+    EXPECT_TRUE(isAllowed(80, "http://localhost", "localhost"));
+    EXPECT_FALSE(isAllowed(80, "https://localhost", "localhost"));
 }
 
 TEST(TokenTest, isFoundInHeaderAndQueryAndItsKeyAmongOtherCookies) {
@@ -84,16 +70,13 @@ TEST(TokenTest, isFoundInHeaderAndQueryAndItsKeyAmongOtherCookies) {
         request.*member = value;
         return policy.isAuthenticated(request);
     };
-    const auto cookieOf = [](const AccessPolicy& server) {
-        const std::string text = server.setCookie();
-        return text.substr(0, text.find(';'));
-    };
-    const std::string cookie = cookieOf(policy);
+    const auto cookieOf = [](const std::string& set) { return set.substr(0, set.find(';')); };
+    const std::string cookie = cookieOf(policy.setCookie());
     const std::string name = cookie.substr(0, cookie.find('=') + 1);
     EXPECT_EQ(cookie.find("secret"), std::string::npos);
     EXPECT_TRUE(allows(&HttpRequest::cookie, "a=b;" + cookie));
     EXPECT_TRUE(allows(&HttpRequest::cookie, name + "wrong; " + cookie + "; z"));
-    const std::string ofAnotherPort = cookieOf(AccessPolicy({.token = "secret"}, 2));
+    const std::string ofAnotherPort = cookieOf(AccessPolicy({.token = "secret"}, 2).setCookie());
     for (const std::string& wrong : {"x-" + cookie, cookie + "2", name, name + "secret", ofAnotherPort,
                                      name + ofAnotherPort.substr(ofAnotherPort.find('=') + 1)}) {
         EXPECT_FALSE(allows(&HttpRequest::cookie, wrong)) << wrong;
@@ -116,8 +99,8 @@ TEST(TokenTest, madeUpOnesAreGoodAndChosenOnesMustBe) {
     EXPECT_NE(makeToken(), makeToken());
     EXPECT_EQ(tokenProblem("0123456789-._~Az"), "");
     for (const std::string& token :
-         {std::string(), std::string("0123456789abcde"), std::string(513, 'x'),
-          std::string("0123456789abcde;"), std::string("0123456789abcd\xC3\xA9")}) {
+         {std::string("0123456789abcde"), std::string(513, 'x'), std::string("0123456789abcde;"),
+          std::string("0123456789abcd\xC3\xA9")}) {
         EXPECT_EQ(tokenProblem(token), "The token must consist of 16 to 512 letters, digits and -._~.");
     }
 }

@@ -1,6 +1,5 @@
 #include "GatewayFixture.h"
 
-#include <chrono>
 #include <stdexcept>
 #include <utility>
 
@@ -22,23 +21,16 @@ using namespace connector::interpreter::v1;
 using connector::Message;
 using connector::MutexLock;
 
-namespace {
-
-constexpr auto limit = std::chrono::seconds(10);
-const std::string tokenHeader = "Authorization: Bearer " + std::string(TestClient::token) + "\r\n";
-
-}  // namespace
+static constexpr auto limit = std::chrono::seconds(10);
 
 ScriptedInterpreter::MessageFuture ScriptedInterpreter::handle(std::unique_ptr<Interrupt>&& message) {
-    const auto request = std::move(message);
     signal(&ScriptedInterpreter::interrupts_);
     return connector::makeReadyFuture<std::unique_ptr<Message>>(
-        std::make_unique<InterruptResponse>(request->uuid()));
+        std::make_unique<InterruptResponse>(message->uuid()));
 }
 
 ScriptedInterpreter::MessageFuture ScriptedInterpreter::handle(std::unique_ptr<FEval>&& message) {
-    const auto request = std::move(message);
-    auto response = std::make_unique<FEvalResponse>(request->uuid());
+    auto response = std::make_unique<FEvalResponse>(message->uuid());
     const auto type =
         connector::common::ContextState::current()->getOr<std::string>("clientType", std::string());
     response->results = fl::i18n::to_ustring("[" + connector::json::quoted(type) + "]");
@@ -46,17 +38,16 @@ ScriptedInterpreter::MessageFuture ScriptedInterpreter::handle(std::unique_ptr<F
 }
 
 ScriptedInterpreter::MessageFuture ScriptedInterpreter::handle(std::unique_ptr<Eval>&& message) {
-    const auto request = std::move(message);
-    auto response = std::make_unique<EvalResponse>(request->uuid());
-    response->responseStr = request->mcode;
-    if (request->mcode == u"drop") {
+    auto response = std::make_unique<EvalResponse>(message->uuid());
+    response->responseStr = message->mcode;
+    if (message->mcode == u"drop") {
         connector::common::ContextState::current()->set("requestDropped", true);
         response->responseStr.clear();
     }
-    if (request->mcode == u"throw") throw std::runtime_error("the service failed");
-    if (request->mcode == u"wait") response->responseStr = waitFor(&ScriptedInterpreter::interrupts_);
-    if (request->mcode == u"release") response->responseStr = waitFor(&ScriptedInterpreter::releases_);
-    response->isError = response->responseStr != request->mcode && request->mcode != u"drop";
+    if (message->mcode == u"throw") throw std::runtime_error("the service failed");
+    if (message->mcode == u"wait") response->responseStr = waitFor(&ScriptedInterpreter::interrupts_);
+    if (message->mcode == u"release") response->responseStr = waitFor(&ScriptedInterpreter::releases_);
+    response->isError = response->responseStr != message->mcode && message->mcode != u"drop";
     return connector::makeReadyFuture<std::unique_ptr<Message>>(std::move(response));
 }
 
@@ -100,26 +91,15 @@ void GatewayFixture::start(gateway::GatewayOptions options) {
     gateway_->start();
 }
 
-TestResponse GatewayFixture::ask(std::string_view bytes) const {
-    auto client = connect();
-    client.send(bytes);
-    return client.receive();
-}
-
-TestResponse GatewayFixture::post(const std::string& path, const std::string& body) const {
-    auto client = connect();
-    client.send(client.post(path, body));
-    return client.receive();
-}
-
-TestResponse GatewayFixture::get(const std::string& path) const {
-    auto client = connect();
-    client.send(client.head("GET " + path, tokenHeader));
-    return client.receive();
-}
-
 std::string GatewayFixture::evalOf(const TestClient& client, const std::string& code) {
     return client.post("/connector/v1/Eval", R"({"mcode":")" + code + R"("})");
+}
+
+std::string GatewayFixture::handshake(bool hasToken) {
+    const std::string ext = R"(,"ext":{"connector":{"token":")" + TestClient::token + R"("}})";
+    return R"([{"channel":"/meta/handshake","version":"1.0","supportedConnectionTypes":["websocket",)"
+           R"("long-polling"])" +
+           (hasToken ? ext : "") + "}]";
 }
 
 bool GatewayFixture::waitForMetric(const std::string& line) const {

@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include "TestClient.h"
 #include "connector/ThreadSafety.h"
@@ -49,12 +49,22 @@ protected:
     void start(gateway::GatewayOptions options = {});
     TestClient connect() const { return TestClient(gateway_->port()); }
     /// The answer to one request on a connection of its own.
-    TestResponse ask(std::string_view bytes) const;
-    TestResponse post(const std::string& path, const std::string& body) const;
+    TestResponse ask(std::string_view bytes) const { return connect().ask(bytes); }
+    TestResponse post(const std::string& path, const std::string& body) const {
+        auto client = connect();
+        return client.ask(client.post(path, body));
+    }
     /// The answer to a GET with the token.
-    TestResponse get(const std::string& path) const;
+    TestResponse get(const std::string& path) const {
+        return connect().get(path, "Authorization: Bearer " + TestClient::token + "\r\n");
+    }
     /// The request for an evaluation of `code`.
     static std::string evalOf(const TestClient& client, const std::string& code);
+    /// A frame with a handshake, and the id in the reply to one.
+    static std::string handshake(bool hasToken);
+    static std::string clientIdIn(const std::string& reply) {
+        return reply.substr(reply.find("\"clientId\":\"") + 12, 40);
+    }
     /// Asks for the metrics until `line` is among them; false when it is not after ten seconds.
     bool waitForMetric(const std::string& line) const;
 

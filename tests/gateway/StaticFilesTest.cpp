@@ -38,9 +38,8 @@ protected:
 
 TEST_F(StaticFilesTest, givesFilesWithTheirTypes) {
     const StaticFiles files(root_ / "console");
-    const auto home = files.get("/");
-    EXPECT_EQ(home.body, "<p>home");
-    EXPECT_EQ(home.contentType, "text/html;charset=UTF-8");
+    EXPECT_EQ(files.get("/").body, "<p>home");
+    EXPECT_EQ(files.get("/").contentType, "text/html;charset=UTF-8");
     EXPECT_EQ(files.get("/sub/").body, "<p>sub");
     EXPECT_EQ(files.get("/app.js").contentType, "text/javascript;charset=UTF-8");
     EXPECT_EQ(files.get("/inside.js").body, "run()");

@@ -1,5 +1,4 @@
 #include <stdexcept>
-#include <string>
 #include <utility>
 
 #include "GatewayFixture.h"
@@ -7,17 +6,16 @@
 namespace {
 
 using StopTest = GatewayFixture;
+using testing::HasSubstr;
 
 TEST_F(StopTest, interruptGetsThroughWhenEveryThreadIsBlocked) {
     start({.handlerThreads = 2, .handlerQueue = 10});
     auto one = connect();
     auto two = connect();
-    one.send(evalOf(one, "wait"));
-    two.send(evalOf(two, "wait"));
+    for (auto* client : {&one, &two}) client->send(evalOf(*client, "wait"));
     ASSERT_TRUE(interpreter_->waitForWaiting(2));
     EXPECT_EQ(post("/connector/v1/Interrupt", "{}").status, 200);
-    EXPECT_NE(one.receive().body.find("ended"), std::string::npos);
-    EXPECT_NE(two.receive().body.find("ended"), std::string::npos);
+    for (auto* client : {&one, &two}) EXPECT_THAT(client->receive().body, HasSubstr("ended"));
 }
 
 TEST_F(StopTest, requestsBeyondTheQueueAreRefused) {
@@ -33,14 +31,13 @@ TEST_F(StopTest, requestsBeyondTheQueueAreRefused) {
     EXPECT_EQ(refusal.header("retry-after"), "1");
     interpreter_->release();
     EXPECT_EQ(running.receive().status, 200);
-    EXPECT_NE(queued.receive().body.find("queued"), std::string::npos);
+    EXPECT_THAT(queued.receive().body, HasSubstr("queued"));
 }
 
 TEST_F(StopTest, answersWhatRunsAndWhatIsQueuedAndEndsIdleConnections) {
     start({.handlerThreads = 1, .handlerQueue = 10});
     auto idle = connect();
-    idle.send(idle.head("GET /healthz"));
-    EXPECT_EQ(idle.receive().status, 200);
+    EXPECT_EQ(idle.get("/healthz").status, 200);
     auto running = connect();
     running.send(evalOf(running, "wait"));
     ASSERT_TRUE(interpreter_->waitForWaiting(1));
@@ -48,9 +45,7 @@ TEST_F(StopTest, answersWhatRunsAndWhatIsQueuedAndEndsIdleConnections) {
     queued.send(evalOf(queued, "never run"));
     ASSERT_TRUE(waitForMetric("numora_requests_queued 1"));
     gateway_->stop();
-    const auto ended = running.receive();
-    EXPECT_EQ(ended.status, 200);
-    EXPECT_NE(ended.body.find("ended"), std::string::npos);
+    EXPECT_THAT(running.receive().body, HasSubstr("ended"));
     EXPECT_EQ(queued.receive().status, 503);
     EXPECT_TRUE(idle.isEnded());
     EXPECT_TRUE(running.isEnded());
@@ -77,9 +72,9 @@ TEST_F(StopTest, unusableOptionsAreRefused) {
     };
     for (const auto& [options, problem] : cases) {
         try {
-            gateway::Gateway gateway(
-                messages_, framework_, serializer_, [] { return true; }, options);
-            gateway.start();
+            gateway::Gateway(
+                messages_, framework_, serializer_, [] { return true; }, options)
+                .start();
             ADD_FAILURE() << "no " << problem;
         } catch (const std::exception& error) {
             EXPECT_EQ(error.what(), problem);

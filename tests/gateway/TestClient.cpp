@@ -55,10 +55,9 @@ bool TestClient::send(std::string_view bytes) {
 }
 
 std::size_t TestClient::sendWhatIsTaken(std::string_view bytes) {
-    constexpr int patienceMs = 500;
     std::size_t sent = 0;
     pollfd room{.fd = socket_, .events = POLLOUT, .revents = 0};
-    while (sent < bytes.size() && ::poll(&room, 1, patienceMs) > 0) {
+    while (sent < bytes.size() && ::poll(&room, 1, 500) > 0) {
         const ssize_t count =
             ::send(socket_, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL | MSG_DONTWAIT);
         if (count < 0 && errno != EAGAIN) break;
@@ -105,9 +104,17 @@ TestResponse TestClient::receive(bool hasBody) {
         response.headers[name] = line.substr(colon + 2);
     }
     const std::string length = response.header("content-length");
-    const std::size_t size = hasBody && !length.empty() ? std::stoul(length) : 0;
-    response.body = receiveBytes(size);
+    if (hasBody && !length.empty()) response.body = receiveBytes(std::stoul(length));
     return response;
+}
+
+TestResponse TestClient::ask(std::string_view bytes) {
+    send(bytes);
+    return receive();
+}
+
+TestResponse TestClient::get(const std::string& path, const std::string& headers) {
+    return ask(head("GET " + path, headers));
 }
 
 std::string TestClient::receiveBytes(std::size_t count) {
@@ -125,8 +132,7 @@ std::string TestClient::head(const std::string& line, const std::string& headers
 
 std::string TestClient::post(const std::string& path, const std::string& body,
                              const std::string& headers) const {
-    return head("POST " + path, "Authorization: Bearer " + std::string(token) +
-                                    "\r\nContent-Type: application/json\r\nContent-Length: " +
-                                    std::to_string(body.size()) + "\r\n" + headers) +
-           body;
+    const std::string size =
+        "\r\nContent-Type: application/json\r\nContent-Length: " + std::to_string(body.size());
+    return head("POST " + path, "Authorization: Bearer " + token + size + "\r\n" + headers) + body;
 }

@@ -16,10 +16,7 @@ struct TestResponse {
     std::map<std::string, std::string> headers{};  ///< by name in small letters
     std::string body{};
 
-    std::string header(const std::string& name) const {
-        const auto found = headers.find(name);
-        return found == headers.end() ? "" : found->second;
-    }
+    std::string header(const std::string& key) const { return headers.contains(key) ? headers.at(key) : ""; }
 };
 
 template <auto Free>
@@ -49,6 +46,9 @@ public:
     std::size_t sendWhatIsTaken(std::string_view bytes);
     /// The next response; `hasBody` is false for one to HEAD.
     TestResponse receive(bool hasBody = true);
+    /// The response to a request, which the server may refuse before it has all of it.
+    TestResponse ask(std::string_view bytes);
+    TestResponse get(const std::string& path, const std::string& headers = "");
     /// The next bytes; fewer when the connection ends first.
     std::string receiveBytes(std::size_t count);
     /// Whether the server ends the connection without sending more.
@@ -64,7 +64,11 @@ public:
     /// A whole POST of JSON with the token.
     std::string post(const std::string& path, const std::string& body, const std::string& headers = "") const;
 
-    static constexpr std::string_view token = "a-token-of-the-tests";
+    inline static const std::string token = "a-token-of-the-tests";
+    /// The headers that a request for a WebSocket needs as well.
+    inline static const std::string upgrade =
+        "Connection: Upgrade\r\nUpgrade: websocket\r\nSec-WebSocket-Version: 13\r\n"
+        "Sec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\n";
 
 private:
     bool readMore();

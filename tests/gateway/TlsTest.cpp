@@ -1,8 +1,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <memory>
-#include <string>
 
 #include <openssl/evp.h>
 #include <openssl/pem.h>
@@ -33,10 +31,7 @@ protected:
         PEM_write_X509(File(std::fopen((folder_ / "cert").c_str(), "w")).get(), certificate.get());
         PEM_write_PrivateKey(File(std::fopen((folder_ / "key").c_str(), "w")).get(), key.get(), nullptr,
                              nullptr, 0, nullptr, nullptr);
-        gateway::GatewayOptions options;
-        options.tlsCertificate = folder_ / "cert";
-        options.tlsKey = folder_ / "key";
-        start(std::move(options));
+        start({.tlsCertificate = folder_ / "cert", .tlsKey = folder_ / "key"});
     }
     ~TlsTest() override { fs::remove_all(folder_); }
 
@@ -47,29 +42,23 @@ TEST_F(TlsTest, servesRequestsAndWebSockets) {
     EXPECT_EQ(gateway_->url(), "https://127.0.0.1:" + std::to_string(gateway_->port()) + "/");
     auto client = connect();
     ASSERT_TRUE(client.startTls());
-    client.send(client.head("GET /healthz"));
-    EXPECT_EQ(client.receive().body, R"({"status":"ok"})");
-    client.send(client.head("GET /?token=" + std::string(TestClient::token), "Connection: close\r\n"));
-    EXPECT_TRUE(client.receive().header("set-cookie").ends_with("; Secure"));
+    EXPECT_EQ(client.get("/healthz").body, R"({"status":"ok"})");
+    const auto visit = client.get("/?token=" + TestClient::token, "Connection: close\r\n");
+    EXPECT_TRUE(visit.header("set-cookie").ends_with("; Secure"));
     EXPECT_TRUE(client.isEnded());
     EXPECT_TRUE(client.isTlsEnded());
 
     auto socket = connect();
     ASSERT_TRUE(socket.startTls());
-    socket.send(socket.head("GET /cometd",
-                            "Connection: Upgrade\r\nUpgrade: websocket\r\nSec-WebSocket-Version: 13\r\n"
-                            "Sec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\nOrigin: https://localhost:" +
-                                std::to_string(gateway_->port()) + "\r\n"));
-    EXPECT_EQ(socket.receive().status, 101);
+    const auto origin = "Origin: https://localhost:" + std::to_string(gateway_->port()) + "\r\n";
+    EXPECT_EQ(socket.get("/cometd", TestClient::upgrade + origin).status, 101);
     socket.send(std::string("\x81\x82\0\0\0\0[]", 8));
     EXPECT_EQ(socket.receiveBytes(4), std::string("\x81\x02[]"));
 }
 
 TEST_F(TlsTest, refusesOldVersionsAndPlainRequests) {
     EXPECT_FALSE(connect().startTls(TLS1_1_VERSION));
-    auto plain = connect();
-    plain.send(plain.head("GET /healthz"));
-    EXPECT_EQ(plain.receive().status, 0);
+    EXPECT_EQ(connect().get("/healthz").status, 0);
     EXPECT_TRUE(connect().startTls());
 }
 

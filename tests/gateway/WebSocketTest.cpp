@@ -1,5 +1,3 @@
-#include <chrono>
-#include <string>
 #include <thread>
 
 #include <boost/beast/core/buffers_to_string.hpp>
@@ -10,6 +8,8 @@
 namespace {
 
 using namespace std::chrono_literals;
+using testing::HasSubstr;
+using testing::Not;
 
 constexpr char textFrame = 1;
 constexpr char binaryFrame = 2;
@@ -17,172 +17,144 @@ constexpr char closeFrame = 8;
 constexpr char pingFrame = 9;
 constexpr char pongFrame = 10;
 
-struct Frame {
-    int opcode = -1;  ///< -1 when the connection ended
-    std::string payload;
-    int closeCode() const {
-        return opcode == closeFrame && payload.size() >= 2
-                   ? static_cast<unsigned char>(payload[0]) * 256 + static_cast<unsigned char>(payload[1])
-                   : 0;
-    }
-};
-
-std::string encoded(char opcode, const std::string& payload) {
-    std::string bytes{static_cast<char>(0x80 | opcode)};
-    const int bits = payload.size() < 126 ? 0 : payload.size() < 65536 ? 16 : 64;
-    const std::size_t length = bits == 0 ? payload.size() : bits == 16 ? 126 : 127;
-    bytes.push_back(static_cast<char>(0x80 | length));
-    for (int shift = bits - 8; shift >= 0; shift -= 8) {
-        bytes.push_back(static_cast<char>(payload.size() >> shift));
-    }
-    return bytes + std::string(4, '\0') + payload;  // the mask changes nothing
-}
-
 std::size_t numberIn(const std::string& bytes) {
     std::size_t number = 0;
     for (const char byte : bytes) number = number * 256 + static_cast<unsigned char>(byte);
     return number;
 }
 
-class WebSocketTest : public GatewayFixture {
-protected:
-    static constexpr const char* handshake =
-        R"([{"channel":"/meta/handshake","version":"1.0","supportedConnectionTypes":["websocket"],"id":"h"}])";
+struct Frame {
+    int opcode = -1;  ///< -1 when the connection ended
+    std::string payload;
+    std::size_t closeCode() const { return opcode == closeFrame ? numberIn(payload.substr(0, 2)) : 0; }
+};
 
-    static std::string handshakeWithToken() {
-        std::string text = handshake;
-        return text.insert(text.size() - 2,
-                           R"(,"ext":{"connector":{"token":")" + std::string(TestClient::token) + R"("}})");
-    }
-    /// Asks for a WebSocket with the token, or without when it is empty.
-    TestResponse upgrade(TestClient& client, const std::string& headers = "",
-                         std::string_view token = TestClient::token) const {
-        client.send(client.head("GET /cometd?token=" + std::string(token),
-                                "Connection: Upgrade\r\nUpgrade: websocket\r\nSec-WebSocket-Version: 13\r\n"
-                                "Sec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\n" +
-                                    headers));
-        return client.receive();
-    }
-    static Frame receive(TestClient& client) {
-        const std::string head = client.receiveBytes(2);
+std::string encoded(char opcode, const std::string& payload) {
+    const int bits = payload.size() < 126 ? 0 : payload.size() < 65536 ? 16 : 64;
+    const std::size_t length = bits == 0 ? payload.size() : bits == 16 ? 126 : 127;
+    std::string bytes{static_cast<char>(0x80 | opcode), static_cast<char>(0x80 | length)};
+    for (int shift = bits - 8; shift >= 0; shift -= 8) bytes += static_cast<char>(payload.size() >> shift);
+    return bytes + std::string(4, '\0') + payload;  // the mask changes nothing
+}
+
+/// A connection that has asked for a WebSocket.
+class Socket : public TestClient {
+public:
+    Socket(std::uint16_t port, const std::string& query, const std::string& headers = "")
+        : TestClient(port), response(get("/cometd" + query, upgrade + headers)) {}
+
+    Frame receiveFrame() {
+        const std::string head = receiveBytes(2);
         if (head.size() < 2) return {};
         std::size_t size = static_cast<unsigned char>(head[1]);
-        if (size >= 126) size = numberIn(client.receiveBytes(size == 126 ? 2 : 8));
-        return {head[0] & 15, client.receiveBytes(size)};
+        if (size >= 126) size = numberIn(receiveBytes(size == 126 ? 2 : 8));
+        return {head[0] & 15, receiveBytes(size)};
     }
-    static std::string askFor(TestClient& client, const std::string& text) {
-        client.send(encoded(textFrame, text));
-        return receive(client).payload;
+    std::string askFor(const std::string& text) {
+        send(encoded(textFrame, text));
+        return receiveFrame().payload;
     }
-    static std::string clientIdIn(const std::string& reply) {
-        const auto at = reply.find("\"clientId\":\"") + 12;
-        return reply.substr(at, reply.find('"', at) - at);
+    std::size_t closeCodeAfter(const std::string& bytes) {
+        send(bytes);
+        return receiveFrame().closeCode();
     }
+
+    const TestResponse response;
+};
+
+class WebSocketTest : public GatewayFixture {
+protected:
+    Socket open(const std::string& headers = "") const {
+        return {gateway_->port(), "?token=" + TestClient::token, headers};
+    }
+    Socket openUnknown() const { return {gateway_->port(), ""}; }
 };
 
 TEST_F(WebSocketTest, carriesBayeuxMessagesAlsoLargeOnesInOrder) {
     start();
-    auto client = connect();
-    const auto response = upgrade(client, "Sec-WebSocket-Protocol: bayeux, other\r\n");
-    EXPECT_EQ(response.status, 101);
-    EXPECT_EQ(response.header("sec-websocket-accept"), "s3pPLMBiTxaQ9kYGzzhZRbK+xOo=");
-    EXPECT_EQ(response.header("sec-websocket-protocol"), "bayeux");
-    EXPECT_EQ(response.header("server"), "numora");
-    EXPECT_EQ(askFor(client, "[]"), "[]");
-    const std::string id = clientIdIn(askFor(client, handshake));
-    EXPECT_EQ(id.size(), 40U);
+    auto client = open("Sec-WebSocket-Protocol: bayeux, other\r\n");
+    EXPECT_EQ(client.response.status, 101);
+    EXPECT_EQ(client.response.header("sec-websocket-accept"), "s3pPLMBiTxaQ9kYGzzhZRbK+xOo=");
+    EXPECT_EQ(client.response.header("sec-websocket-protocol"), "bayeux");
+    EXPECT_EQ(client.response.header("server"), "numora");
+    EXPECT_EQ(client.askFor("[]"), "[]");
+    const std::string begin = R"([{"channel":"/service/connector/v1/Eval",)";
+    const std::string id = clientIdIn(client.askFor(handshake(false)));
     std::string code;
     while (code.size() < 3'000'000) code += std::to_string(code.size()) + " ";
-    client.send(encoded(textFrame, R"([{"channel":"/service/connector/v1/Eval","clientId":")" + id +
-                                       R"(","id":"7","data":{"mcode":")" + code + R"("}}])"));
-    std::string received;
+    std::string received =
+        client.askFor(begin + R"("id":"7","data":{"mcode":")" + code + R"("},"clientId":")" + id + R"("}])");
     while (received.find("responseStr") == std::string::npos || !received.ends_with("}]")) {
-        const Frame frame = receive(client);
+        const Frame frame = client.receiveFrame();
         ASSERT_TRUE(frame.opcode == textFrame || frame.opcode == 0);
         received += frame.payload;
     }
-    EXPECT_TRUE(
-        received.starts_with(R"([{"channel":"/service/connector/v1/Eval","id":"7","successful":true)"));
+    EXPECT_TRUE(received.starts_with(begin + R"("id":"7","successful":true)"));
     EXPECT_NE(received.find(code), std::string::npos);
+    std::thread stopping([this] { gateway_->stop(); });
+    EXPECT_EQ(client.receiveFrame().closeCode(), 1001U);
+    client.close();
+    stopping.join();
 }
 
 TEST_F(WebSocketTest, isRefusedLikeAnyRequest) {
     start();
-    auto foreign = connect();
-    EXPECT_EQ(upgrade(foreign, "Origin: https://evil.example\r\n").status, 403);
-    auto early = connect();
-    early.send(early.head("GET /cometd",
-                          "Connection: Upgrade\r\nUpgrade: websocket\r\nSec-WebSocket-Version: 13\r\n"
-                          "Sec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\n") +
-               encoded(textFrame, "[]"));
-    EXPECT_EQ(early.receive().status, 400);
-    auto broken = connect();
-    EXPECT_EQ(upgrade(broken, "Sec-WebSocket-Protocol: a\"b\r\n").header("sec-websocket-protocol"), "");
-    auto elsewhere = connect();
-    elsewhere.send(elsewhere.head("GET /healthz", "Connection: Upgrade\r\nUpgrade: websocket\r\n"));
-    EXPECT_EQ(elsewhere.receive().status, 200);
+    EXPECT_EQ(open("Origin: https://evil.example\r\n").response.status, 403);
+    EXPECT_EQ(open("Sec-WebSocket-Protocol: a\"b\r\n").response.header("sec-websocket-protocol"), "");
+    auto client = connect();
+    EXPECT_EQ(client.get("/healthz", "Connection: Upgrade\r\nUpgrade: websocket\r\n").status, 200);
+    const auto early = client.head("GET /cometd", TestClient::upgrade) + encoded(textFrame, "[]");
+    EXPECT_EQ(client.ask(early).status, 400);
 }
 
 TEST_F(WebSocketTest, takesTheTokenOfTheHandshakeAndClosesAfterAnyOtherFrame) {
     start();
-    auto client = connect();
-    upgrade(client, "", "");
-    EXPECT_NE(askFor(client, handshakeWithToken()).find(R"("successful":true)"), std::string::npos);
-    EXPECT_EQ(askFor(client, "[]"), "[]");
-    for (const std::string frame : {handshake, R"([{"channel":"/a","clientId":"none","data":1}])", "[]"}) {
-        auto unknown = connect();
-        upgrade(unknown, "", "");
-        EXPECT_EQ(askFor(unknown, frame).find(R"("successful":true)"), std::string::npos);
-        EXPECT_EQ(receive(unknown).closeCode(), 1008) << frame;
+    auto client = openUnknown();
+    EXPECT_THAT(client.askFor(handshake(true)), HasSubstr(R"("successful":true)"));
+    EXPECT_EQ(client.askFor("[]"), "[]");
+    for (const std::string& frame :
+         {handshake(false), std::string(R"([{"channel":"/a","clientId":"none","data":1}])"),
+          std::string("[]")}) {
+        auto unknown = openUnknown();
+        EXPECT_THAT(unknown.askFor(frame), Not(HasSubstr(R"("successful":true)")));
+        EXPECT_EQ(unknown.receiveFrame().closeCode(), 1008U) << frame;
     }
     auto post = connect();
-    post.send(post.head("POST /cometd", "Content-Type: application/json\r\nContent-Length: " +
-                                            std::to_string(std::string(handshake).size()) + "\r\n") +
-              handshake);
-    EXPECT_EQ(post.receive().status, 200);
+    const std::string size = std::to_string(handshake(false).size());
+    const auto head =
+        post.head("POST /cometd", "Content-Type: application/json\r\nContent-Length: " + size + "\r\n");
+    EXPECT_EQ(post.ask(head + handshake(false)).status, 200);
     EXPECT_TRUE(post.isEnded());
 }
 
 TEST_F(WebSocketTest, endsWhenItDoesNotShowTheTokenInTime) {
-    gateway::GatewayOptions options;
-    options.limits.headTime = 500ms;
-    start(std::move(options));
-    auto authenticated = connect();
-    upgrade(authenticated);
-    auto late = connect();
-    upgrade(late, "", "");
-    askFor(late, handshakeWithToken());
-    auto unknown = connect();
-    upgrade(unknown, "", "");
-    EXPECT_EQ(receive(unknown).closeCode(), 1008);
-    EXPECT_EQ(askFor(authenticated, "[]"), "[]");
-    EXPECT_EQ(askFor(late, "[]"), "[]");
+    start({.limits = {.headTime = 500ms}});
+    auto authenticated = open();
+    auto late = openUnknown();
+    late.askFor(handshake(true));
+    EXPECT_EQ(openUnknown().receiveFrame().closeCode(), 1008U);
+    EXPECT_EQ(authenticated.askFor("[]"), "[]");
+    EXPECT_EQ(late.askFor("[]"), "[]");
 }
 
 TEST_F(WebSocketTest, largeFrameIsTakenOnceTheSessionIsKnown) {
     start();
-    auto first = connect();
-    upgrade(first, "", "");
-    const std::string id = clientIdIn(askFor(first, handshakeWithToken()));
-    auto next = connect();
-    upgrade(next, "", "");
-    askFor(next, R"([{"channel":"/meta/connect","connectionType":"websocket","clientId":")" + id +
-                     R"(","advice":{"timeout":0}}])");
-    const std::string reply =
-        askFor(next, R"([{"channel":"/a","clientId":")" + id + R"(","id":"large","data":")" +
-                         std::string(100'000, 'x') + R"("}])");
-    EXPECT_NE(reply.find(R"("id":"large")"), std::string::npos) << reply;
+    const std::string id = R"("clientId":")" + clientIdIn(openUnknown().askFor(handshake(true))) + '"';
+    auto next = openUnknown();
+    next.askFor(R"([{"channel":"/meta/connect","connectionType":"websocket","advice":{"timeout":0},)" + id +
+                "}]");
+    const std::string data = R"("data":")" + std::string(100'000, 'x') + '"';
+    EXPECT_THAT(next.askFor(R"([{"channel":"/a","id":"large",)" + id + "," + data + "}]"),
+                HasSubstr(R"("id":"large")"));
 }
 
 TEST_F(WebSocketTest, clientThatTakesNoRepliesIsNotReadFromUntilItDoes) {
     start();
-    auto client = connect();
-    upgrade(client);
+    auto client = open();
     const std::string frame = encoded(textFrame, R"([{"channel":"/meta/connect","clientId":"none","id":")" +
                                                      std::string(500'000, 'x') + R"("}])");
-    constexpr std::size_t mostFrames = 80;
     std::string frames;
-    for (std::size_t i = 0; i < mostFrames; ++i) frames += frame;
+    for (int i = 0; i < 80; ++i) frames += frame;
     const std::size_t sent = client.sendWhatIsTaken(frames);
     ASSERT_LT(sent, frames.size());
     const std::size_t whole = sent / frame.size();
@@ -190,7 +162,7 @@ TEST_F(WebSocketTest, clientThatTakesNoRepliesIsNotReadFromUntilItDoes) {
     std::size_t received = 0;
     const auto receiveReplies = [&](std::size_t count) {
         while (received < count * 500'000) {
-            const Frame part = receive(client);
+            const Frame part = client.receiveFrame();
             ASSERT_TRUE(part.opcode == textFrame || part.opcode == 0) << part.opcode;
             received += part.payload.size();
         }
@@ -202,65 +174,38 @@ TEST_F(WebSocketTest, clientThatTakesNoRepliesIsNotReadFromUntilItDoes) {
 
 TEST_F(WebSocketTest, closesOnWhatItDoesNotTake) {
     start();
-    auto unknown = connect();
-    upgrade(unknown, "", "");
-    unknown.send(encoded(textFrame, std::string(70'000, ' ')));
-    EXPECT_EQ(receive(unknown).closeCode(), 1009);
-    auto binary = connect();
-    upgrade(binary);
-    binary.send(encoded(binaryFrame, "[]"));
-    EXPECT_EQ(receive(binary).closeCode(), 1003);
-    auto broken = connect();
-    upgrade(broken);
-    broken.send(encoded(textFrame, "\xFF"));
-    EXPECT_EQ(receive(broken).closeCode(), 1007);
+    EXPECT_EQ(openUnknown().closeCodeAfter(encoded(textFrame, std::string(70'000, ' '))), 1009U);
+    EXPECT_EQ(open().closeCodeAfter(encoded(binaryFrame, "[]")), 1003U);
+    EXPECT_EQ(open().closeCodeAfter(encoded(textFrame, "\xFF")), 1007U);
 }
 
 // In debug builds the library ends the process when it is made to read beside a close.
 TEST_F(WebSocketTest, closesInTheMiddleOfMessagesInPieces) {
     start();
-    const auto piece = [](char opcode, const std::string& payload) {
-        std::string bytes = encoded(opcode, payload);
-        bytes.front() = opcode;
-        return bytes;
-    };
-    const std::string message =
-        piece(textFrame, "[ ") + piece(0, "") + encoded(pingFrame, "x") + encoded(0, "]");
+    std::string first = encoded(textFrame, "[ "), next = encoded(0, "");
+    first.front() = textFrame;
+    next.front() = 0;
+    const std::string message = first + next + encoded(pingFrame, "x") + encoded(0, "]");
     for (int i = 0; i < 100; ++i) {
-        auto client = connect();
-        upgrade(client);
+        auto client = open();
         client.send(encoded(textFrame, "x") + message + message);
-        Frame frame = receive(client);
-        while (frame.opcode == pongFrame) frame = receive(client);
-        ASSERT_EQ(frame.closeCode(), 1007);
+        Frame frame = client.receiveFrame();
+        while (frame.opcode == pongFrame) frame = client.receiveFrame();
+        ASSERT_EQ(frame.closeCode(), 1007U);
         client.send(encoded(closeFrame, "\x03\xEF"));
         EXPECT_TRUE(client.isEnded());
     }
 }
 
 TEST_F(WebSocketTest, answersPingsAndEndsAClientThatAnswersNone) {
-    gateway::GatewayOptions options;
-    options.limits.pingTime = 200ms;
-    start(std::move(options));
-    auto client = connect();
-    upgrade(client);
+    start({.limits = {.pingTime = 200ms}});
+    auto client = open();
     client.send(encoded(pingFrame, "x"));
-    const Frame pong = receive(client);
+    const Frame pong = client.receiveFrame();
     EXPECT_EQ(pong.opcode, pongFrame);
     EXPECT_EQ(pong.payload, "x");
-    EXPECT_EQ(receive(client).opcode, pingFrame);
-    EXPECT_EQ(receive(client).opcode, -1);
-}
-
-TEST_F(WebSocketTest, closesWhenTheServerStops) {
-    start();
-    auto client = connect();
-    upgrade(client);
-    askFor(client, handshake);
-    std::thread stopping([this] { gateway_->stop(); });
-    EXPECT_EQ(receive(client).closeCode(), 1001);
-    client.close();
-    stopping.join();
+    EXPECT_EQ(client.receiveFrame().opcode, pingFrame);
+    EXPECT_EQ(client.receiveFrame().opcode, -1);
 }
 
 TEST(OutgoingFramesTest, joinsSmallArraysAndPutsRepliesFirst) {
@@ -270,9 +215,7 @@ TEST(OutgoingFramesTest, joinsSmallArraysAndPutsRepliesFirst) {
         array.add(std::move(messages));
         frames.push(array, isReply);
     };
-    push("1", false);
-    push("2,3", false);
-    push("", false);
+    for (const char* small : {"1", "2,3", ""}) push(small, false);
     push(std::string(70'000, '4'), false);
     push("5", true);
     std::string taken;
