@@ -1,58 +1,16 @@
 #include "BayeuxFixture.h"
 
-#include <stdexcept>
-#include <utility>
-
-#include "connector/json/JsonSerializer.h"
-
-namespace {
+#include "FunctionFramework.h"
 
 using namespace std::chrono_literals;
-using connector::Message;
-using Poco::JSON::Object;
-
-struct JsonRequest : Message {
-    explicit JsonRequest(Object::Ptr json) : object(std::move(json)) {}
-    Object::Ptr object;
-};
-
-class FunctionFramework : public connector::ServiceFramework {
-public:
-    using Function = std::function<Object::Ptr(const Object&)>;
-    explicit FunctionFramework(const Function& function) : function_(function) {}
-
-    void registerService(const connector::Address&, std::vector<std::type_index>,
-                         std::shared_ptr<connector::ServiceProvider>) override {}
-    void unregisterService(const std::shared_ptr<connector::ServiceProvider>&) override {}
-    connector::Future<std::unique_ptr<Message>> deliver(
-        const connector::Address&, std::unique_ptr<Message> message,
-        std::shared_ptr<connector::common::ContextState>) override {
-        std::unique_ptr<Message> response =
-            std::make_unique<JsonRequest>(function_(*dynamic_cast<JsonRequest&>(*message).object));
-        return connector::makeReadyFuture(std::move(response));
-    }
-
-private:
-    const Function& function_;
-};
-
-std::shared_ptr<connector::json::JsonSerializer> makeSerializer() {
-    auto serializer = std::make_shared<connector::json::JsonSerializer>();
-    serializer->registerType(
-        "connector/v1/Eval", typeid(JsonRequest),
-        [](const Object::Ptr& object) {
-            if (object->has("bad")) throw std::invalid_argument("bad request");
-            return std::make_unique<JsonRequest>(object);
-        },
-        [](const Message& message) { return dynamic_cast<const JsonRequest&>(message).object; });
-    return serializer;
-}
-
-}  // namespace
 
 BayeuxFixture::BayeuxFixture()
     : dispatcher_(std::make_unique<dispatch::RequestDispatcher>(
-          std::make_shared<FunctionFramework>(onRequest), makeSerializer())) {
+          std::make_shared<FunctionFramework>([this](const JsonRequest& request) {
+              return connector::makeReadyFuture<FunctionFramework::Response>(
+                  std::make_unique<JsonRequest>(onRequest(*request.object)));
+          }),
+          JsonRequest::makeSerializer())) {
     serve();
 }
 
@@ -64,11 +22,6 @@ void BayeuxFixture::serve(gateway::bayeux::ServerOptions options) {
     options.sweepInterval = 1h;
     server_ = std::make_unique<gateway::bayeux::BayeuxServer>(context_, messages_, *dispatcher_,
                                                               std::move(options));
-}
-
-void BayeuxFixture::turn() {
-    context_.restart();
-    context_.poll();
 }
 
 void BayeuxFixture::pass(std::chrono::milliseconds time) {
@@ -87,6 +40,12 @@ void BayeuxFixture::turnUntil(const std::function<bool()>& isDone) {
     EXPECT_TRUE(isDone());
 }
 
+std::string BayeuxFixture::WebSocket::received() {
+    std::string all;
+    for (const auto& frame : std::exchange(frames, {})) all += (all.empty() ? "" : "\n") + frame;
+    return all;
+}
+
 std::string BayeuxFixture::withClient(std::string text) const {
     for (auto at = text.find('$'); at != std::string::npos; at = text.find('$')) text.replace(at, 1, client_);
     return text;
@@ -98,6 +57,20 @@ std::string BayeuxFixture::clientIdIn(const std::string& reply) {
     return at == std::string::npos ? "" : reply.substr(at + before.size(), 40);
 }
 
+std::vector<int> BayeuxFixture::numbersIn(const std::string& array) {
+    const std::string data = R"("data":)";
+    std::vector<int> numbers;
+    for (auto at = array.find(data); at != std::string::npos; at = array.find(data, at + 1)) {
+        numbers.push_back(std::stoi(array.substr(at + data.size())));
+    }
+    return numbers;
+}
+
+std::optional<int> BayeuxFixture::ackIn(const std::string& array) {
+    const auto at = array.rfind(R"("ack":)");
+    return at == std::string::npos ? std::nullopt : std::optional(std::stoi(array.substr(at + 6)));
+}
+
 std::shared_ptr<BayeuxFixture::Post> BayeuxFixture::post(const std::string& body) {
     auto post = std::make_shared<Post>();
     post->pending = server_->post(withClient(body), peer_, [post = post.get()](HttpAnswer answer) {
@@ -106,14 +79,6 @@ std::shared_ptr<BayeuxFixture::Post> BayeuxFixture::post(const std::string& body
     });
     turn();
     return post;
-}
-
-std::string BayeuxFixture::ask(const std::string& body) { return post(body)->body(); }
-
-std::string BayeuxFixture::WebSocket::received() {
-    std::string all;
-    for (const auto& frame : std::exchange(frames, {})) all += (all.empty() ? "" : "\n") + frame;
-    return all;
 }
 
 std::shared_ptr<BayeuxFixture::WebSocket> BayeuxFixture::openSocket() {
@@ -128,36 +93,7 @@ void BayeuxFixture::send(WebSocket& socket, const std::string& text) {
     turn();
 }
 
-std::string BayeuxFixture::askSocket(WebSocket& socket, const std::string& text) {
-    send(socket, text);
-    return socket.received();
-}
-
-namespace {
-
-std::string handshakeText(const std::string& ext) {
-    return R"([{"channel":"/meta/handshake","version":"1.0","supportedConnectionTypes":["long-polling"],)"
-           R"("ext":)" +
+std::string BayeuxFixture::handshakeText(const std::string& ext) {
+    return R"([{"channel":"/meta/handshake","version":"1.0","supportedConnectionTypes":["long-polling"],"ext":)" +
            ext + "}]";
-}
-
-}  // namespace
-
-void BayeuxFixture::handshake(const std::string& ext) { client_ = clientIdIn(ask(handshakeText(ext))); }
-
-void BayeuxFixture::handshakeOn(WebSocket& socket, const std::string& ext) {
-    client_ = clientIdIn(askSocket(socket, handshakeText(ext)));
-}
-
-void BayeuxFixture::subscribe(const std::string& pattern) {
-    ask(R"([{"channel":"/meta/subscribe","clientId":"$","subscription":")" + pattern + R"("}])");
-}
-
-std::shared_ptr<BayeuxFixture::Post> BayeuxFixture::connect(const std::string& members) {
-    return post(R"([{"channel":"/meta/connect","clientId":"$","connectionType":"long-polling")" + members +
-                "}]");
-}
-
-void BayeuxFixture::publish(const std::string& channel, const std::string& data) {
-    messages_.publish(channel, connector::common::DataBuffer(data));
 }

@@ -5,11 +5,12 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <Poco/JSON/Object.h>
 #include <boost/asio/io_context.hpp>
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include "bayeux/BayeuxServer.h"
 #include "connector/ServiceFramework.h"
@@ -28,6 +29,7 @@ protected:
         ~Post() {
             if (answer && pending && !isLost) pending->written();
         }
+
         Post(const Post&) = delete;
         Post& operator=(const Post&) = delete;
 
@@ -58,7 +60,10 @@ protected:
     /// Makes a new server with `options`, on the clock of the test and the token "sesame".
     void serve(gateway::bayeux::ServerOptions options = {});
     /// Runs what is ready.
-    void turn();
+    void turn() {
+        context_.restart();
+        context_.poll();
+    }
     /// Runs what is ready, moves the clock, and lets the server do what is due then.
     void pass(std::chrono::milliseconds time);
     /// Runs what becomes ready on other threads until `isDone`.
@@ -67,22 +72,43 @@ protected:
     /// Sends a body, in which $ stands for the id of the client, and turns.
     std::shared_ptr<Post> post(const std::string& body);
     /// The same for a request that has to be answered at once. Returns the body of the answer.
-    std::string ask(const std::string& body);
+    std::string ask(const std::string& body) { return post(body)->body(); }
     std::shared_ptr<WebSocket> openSocket();
     void send(WebSocket& socket, const std::string& text);
-    std::string askSocket(WebSocket& socket, const std::string& text);
+    std::string askSocket(WebSocket& socket, const std::string& text) {
+        send(socket, text);
+        return socket.received();
+    }
 
+    static std::string handshakeText(const std::string& ext = "{}");
     /// A handshake makes a new client, which $ stands for from then on.
-    void handshake(const std::string& ext = "{}");
-    void handshakeOn(WebSocket& socket, const std::string& ext = "{}");
-    void subscribe(const std::string& pattern);
+    void handshake(const std::string& ext = "{}") { client_ = clientIdIn(ask(handshakeText(ext))); }
+    void handshakeOn(WebSocket& socket, const std::string& ext = "{}") {
+        client_ = clientIdIn(askSocket(socket, handshakeText(ext)));
+    }
+    void subscribe(const std::string& pattern) {
+        ask(R"([{"channel":"/meta/subscribe","clientId":"$","subscription":")" + pattern + R"("}])");
+    }
     /// A connect over HTTP without a wish for an early answer.
-    std::shared_ptr<Post> connect(const std::string& members = "");
-    void publish(const std::string& channel, const std::string& data);
+    std::shared_ptr<Post> connect(const std::string& members = "") {
+        return post(R"([{"channel":"/meta/connect","clientId":"$","connectionType":"long-polling")" +
+                    members + "}]");
+    }
+    void publish(const std::string& channel, const std::string& data) {
+        messages_.publish(channel, connector::common::DataBuffer(data));
+    }
 
     std::string withClient(std::string text) const;
-    /// The id that a reply to a handshake gives.
+    /// The id that a reply to a handshake gives, "" without one.
     static std::string clientIdIn(const std::string& reply);
+    /// The numbers that an array delivers, and the one of its acknowledgement.
+    static std::vector<int> numbersIn(const std::string& array);
+    static std::optional<int> ackIn(const std::string& array);
+    /// The advice member of replies that say what to do next.
+    static std::string advice(const std::string& reconnect) {
+        return R"("advice":{"reconnect":")" + reconnect +
+               R"(","interval":0,"timeout":25000,"maxInterval":20000})";
+    }
 
     Peer peer_{.address = "192.0.2.1", .isAuthenticated = true};
     std::string client_;  // the id that $ stands for

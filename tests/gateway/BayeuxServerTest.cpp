@@ -1,9 +1,5 @@
-#include <string>
+#include <tuple>
 #include <utility>
-#include <vector>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include "BayeuxFixture.h"
 
@@ -15,10 +11,7 @@ using testing::HasSubstr;
 using testing::MatchesRegex;
 using testing::Not;
 
-std::string advice(const std::string& reconnect) {
-    return R"("advice":{"reconnect":")" + reconnect +
-           R"(","interval":0,"timeout":25000,"maxInterval":20000})";
-}
+const std::string connected = R"({"channel":"/meta/connect","successful":true}])";
 
 // ---- handshakes ----
 
@@ -40,8 +33,7 @@ TEST_F(BayeuxHandshakeTest, givesEachClientAnIdOfItsOwn) {
 
 TEST_F(BayeuxHandshakeTest, ignoresTheOthersInItsArray) {
     handshake();
-    const auto reply = ask(R"([{"channel":"/chat","data":1,"clientId":"$"},{"channel":"/meta/handshake",)"
-                           R"("version":"1.0","supportedConnectionTypes":["long-polling"]}])");
+    const auto reply = ask(R"([{"channel":"/chat","data":1,"clientId":"$"},)" + handshakeText().substr(1));
     EXPECT_THAT(reply, Not(HasSubstr("/chat")));
     EXPECT_NE(clientIdIn(reply), "");
 }
@@ -152,10 +144,7 @@ TEST_F(BayeuxMessageTest, thatPublishesIsRefusedWhereClientsMayNot) {
 class BayeuxServerTest : public BayeuxFixture {};
 
 TEST_F(BayeuxServerTest, refusesWhatIsNotAnArrayOfMessagesOrTooLarge) {
-    struct Case {
-        std::string text;
-        int status, closeCode;
-    };
+    using Case = std::tuple<std::string, int, int>;
     serve({.depth = 4, .messagesPerArray = 2, .values = 8});
     for (const auto& [text, status, closeCode] :
          {Case{"", 400, 1007}, Case{"[{]", 400, 1007}, Case{R"("a")", 400, 1007}, Case{"[{},1]", 400, 1007},
@@ -171,15 +160,6 @@ TEST_F(BayeuxServerTest, refusesWhatIsNotAnArrayOfMessagesOrTooLarge) {
         send(*socket, text);  // on the way already
         EXPECT_EQ(socket->received(), closeCode == 0 ? "[]\n[]" : "");
     }
-}
-
-TEST_F(BayeuxServerTest, knowsNoClientsButItsOwn) {
-    client_ = std::string(40, 'a');
-    const std::string unknown = R"(","successful":false,"error":"402::unknown client")";
-    EXPECT_EQ(ask(R"([{"channel":"/meta/subscribe","clientId":"$"},{"channel":"/a","data":1}])"),
-              R"([{"channel":"/meta/subscribe)" + unknown + R"(},{"channel":"/a)" + unknown + "}]");
-    EXPECT_EQ(connect()->body(),
-              R"([{"channel":"/meta/connect)" + unknown + "," + advice("handshake") + "}]");
 }
 
 TEST_F(BayeuxServerTest, takesMessagesOfAClientFromItsOwnPeersOnly) {
@@ -218,8 +198,7 @@ TEST_F(BayeuxServerTest, subscribesToAllNamesOfAMessageOrNone) {
     ask(R"([{"channel":"/meta/unsubscribe","clientId":"$","subscription":["/b","/c"]}])");
     publish("/b", "2");
     publish("/a", "3");
-    EXPECT_EQ(connect()->body(),
-              R"([{"channel":"/a","data":3},{"channel":"/meta/connect","successful":true}])");
+    EXPECT_EQ(connect()->body(), R"([{"channel":"/a","data":3},)" + connected);
 }
 
 TEST_F(BayeuxServerTest, publishesWhatAClientSendsAndNothingOfItsCredentials) {
@@ -234,8 +213,8 @@ TEST_F(BayeuxServerTest, publishesWhatAClientSendsAndNothingOfItsCredentials) {
         R"("ext":{"connector":{"token":"sesame"}}}])");
     ask(R"([{"channel":"/a/c","clientId":"$","data":{"data":"xyz"},"ext":{"binary":{"x":1}}}])");
     EXPECT_EQ(connect()->body(), R"([{"channel":"/a/b","data":{"b":[1,2.5,"\u00e9\u003c"]}},)"
-                                 R"({"channel":"/a/c","data":{"data":"xyz"},"ext":{"binary":{}}},)"
-                                 R"({"channel":"/meta/connect","successful":true}])");
+                                 R"({"channel":"/a/c","data":{"data":"xyz"},"ext":{"binary":{}}},)" +
+                                     connected);
     EXPECT_EQ(seen, "/a/b{\"b\":[1,2.5,\"\xC3\xA9\\u003c\"]}console/a/c{\"data\":\"xyz\"}console");
 }
 
@@ -247,37 +226,23 @@ TEST_F(BayeuxServerTest, deliversWhatIsKeptToAClientThatComesBack) {
     ask(subscribe + R"(,"ext":{"connector":{"after":2}}}])");
     publish("/logged/b", "4");
     EXPECT_EQ(connect()->body(), R"([{"channel":"/logged/a","data":3,"ext":{"connector":{"seq":3}}},)"
-                                 R"({"channel":"/logged/b","data":4,"ext":{"connector":{"seq":4}}},)"
-                                 R"({"channel":"/meta/connect","successful":true}])");
+                                 R"({"channel":"/logged/b","data":4,"ext":{"connector":{"seq":4}}},)" +
+                                     connected);
     handshake();
     EXPECT_THAT(ask(subscribe + "}]"), HasSubstr(R"("ext":{"connector":{"seq":4}})"));
     EXPECT_FALSE(connect()->answer);
-}
-
-TEST_F(BayeuxServerTest, answersInAsciiOverHttpOnly) {
-    handshake();
-    subscribe("/a");
-    publish("/a", "\"\xC3\xA9\xF0\x9F\x98\x80\xFF\"");
-    EXPECT_THAT(connect()->body(), HasSubstr(R"("data":"\u00e9\ud83d\ude00\ufffd")"));
-    const auto socket = openSocket();
-    handshakeOn(*socket);
-    subscribe("/a");
-    publish("/a", "\"\xC3\xA9\"");
-    turn();
-    EXPECT_THAT(socket->received(), HasSubstr("\xC3\xA9"));
 }
 
 TEST_F(BayeuxServerTest, deliversOnNoChannelThatClientsCannotTake) {
     handshake();
     subscribe("/**");
     const auto held = connect();
-    publish("/eventmgr/0/a.b", "1");
+    for (const auto* channel : {"/eventmgr/0/a.b", "/a.b/c"}) publish(channel, "1");
     turn();
     EXPECT_FALSE(held->answer);
-    publish("/a.b/c", "2");
     publish("/c", "3");
     turn();
-    EXPECT_EQ(held->body(), R"([{"channel":"/c","data":3},{"channel":"/meta/connect","successful":true}])");
+    EXPECT_EQ(held->body(), R"([{"channel":"/c","data":3},)" + connected);
 }
 
 TEST_F(BayeuxServerTest, stopsWithAnAnswerToEveryHeldConnect) {
@@ -285,8 +250,7 @@ TEST_F(BayeuxServerTest, stopsWithAnAnswerToEveryHeldConnect) {
     const auto held = connect();
     const auto socket = openSocket();
     handshakeOn(*socket);
-    askSocket(*socket,
-              R"([{"channel":"/meta/connect","id":"9","clientId":"$","connectionType":"websocket"}])");
+    send(*socket, R"([{"channel":"/meta/connect","id":"9","clientId":"$","connectionType":"websocket"}])");
     const auto idle = openSocket();
     server_->stop();
     turn();
@@ -308,28 +272,25 @@ class BayeuxLimitTest : public BayeuxFixture {};
 
 TEST_F(BayeuxLimitTest, countsHandshakesAndSessionsOfAPeer) {
     serve({.sessionsPerPeer = 3, .handshakesPerSecond = 2});
-    const auto reply = [this] {
-        return ask(
-            R"([{"channel":"/meta/handshake","version":"1.0","supportedConnectionTypes":["websocket"]}])");
+    const auto reply = [this] { return ask(handshakeText()); };
+    const auto refused = [](const std::string& error) {
+        return HasSubstr(R"("error":"429::too many )" + error +
+                         R"(","advice":{"reconnect":"retry","interval":1)");
     };
     EXPECT_NE(clientIdIn(reply()), "");
     peer_.isAuthenticated = false;
     for (int i = 0; i < 10; ++i) reply();  // of a peer that does not know the token, so they count apart
-    EXPECT_THAT(reply(), HasSubstr("429::too many handshakes"));
+    EXPECT_THAT(reply(), refused("handshakes"));
     peer_.isAuthenticated = true;
     client_ = clientIdIn(reply());
-    EXPECT_THAT(
-        reply(),
-        HasSubstr(R"("error":"429::too many handshakes","advice":{"reconnect":"retry","interval":1)"));
-    const auto other = peer_.address;
-    peer_.address = "192.0.2.2";
+    EXPECT_THAT(reply(), refused("handshakes"));
+    const auto other = std::exchange(peer_.address, "192.0.2.2");
     EXPECT_NE(clientIdIn(reply()), "");
     peer_.address = other;
     pass(500ms);
     EXPECT_NE(clientIdIn(reply()), "");
     pass(500ms);
-    EXPECT_THAT(reply(),
-                HasSubstr(R"("error":"429::too many sessions","advice":{"reconnect":"retry","interval":1)"));
+    EXPECT_THAT(reply(), refused("sessions"));
     ask(R"([{"channel":"/meta/disconnect","clientId":"$"}])");
     pass(500ms);
     EXPECT_NE(clientIdIn(reply()), "");
@@ -388,9 +349,9 @@ TEST_F(BayeuxLimitTest, letsUnknownClientsSendLittle) {
 TEST_F(BayeuxLimitTest, slowsConnectsDown) {
     serve({.connectsPerSecond = 5});
     handshake();
-    for (int i = 0; i < 5; ++i) EXPECT_TRUE(connect(R"(,"advice":{"timeout":0})")->answer);
-    const auto sixth = connect(R"(,"advice":{"timeout":0})");
-    EXPECT_FALSE(sixth->answer);
+    const std::string atOnce = R"(,"advice":{"timeout":0})";
+    for (int i = 0; i < 5; ++i) EXPECT_TRUE(connect(atOnce)->answer);
+    const auto sixth = connect(atOnce);
     pass(100ms);
     EXPECT_FALSE(sixth->answer);
     pass(100ms);

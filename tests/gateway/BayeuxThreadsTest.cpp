@@ -1,13 +1,6 @@
 #include <atomic>
-#include <condition_variable>
 #include <future>
-#include <mutex>
-#include <optional>
-#include <string>
 #include <thread>
-#include <vector>
-
-#include <gtest/gtest.h>
 
 #include "BayeuxFixture.h"
 
@@ -51,46 +44,31 @@ protected:
 
     /// The body of the answer to a POST; the request is given up after `patience`.
     std::string wait(const std::string& body, std::chrono::milliseconds patience) {
-        struct State {
-            std::mutex mutex;
-            std::condition_variable changed;
-            std::optional<std::string> body;
-        };
-        const auto state = std::make_shared<State>();
-        auto pending = server_->post(body, peer_, [state](const HttpAnswer& answer) {
-            const std::lock_guard lock(state->mutex);
-            state->body = answer.body;
-            state->changed.notify_all();
-        });
-        std::unique_lock lock(state->mutex);
-        state->changed.wait_for(lock, patience, [&] { return state->body.has_value(); });
-        return state->body.value_or("");
+        const auto answered = std::make_shared<std::promise<std::string>>();
+        const auto pending = server_->post(
+            body, peer_, [answered](const HttpAnswer& answer) { answered->set_value(answer.body); });
+        auto answer = answered->get_future();
+        return answer.wait_for(patience) == std::future_status::ready ? answer.get() : "";
     }
 
     /// A client with acknowledgements that loses every third answer.
     void readAll(const std::string& name) {
-        const auto clientId = clientIdIn(wait(
-            R"([{"channel":"/meta/handshake","version":"1.0","supportedConnectionTypes":["long-polling"],)"
-            R"("ext":{"ack":true}}])",
-            30s));
+        const auto clientId = clientIdIn(wait(handshakeText(R"({"ack":true})"), 30s));
         const auto message = [&](const std::string& members) {
             return R"([{"clientId":")" + clientId + R"(",)" + members + "}]";
         };
         wait(message(R"("channel":"/meta/subscribe","subscription":"/numbers/)" + name + '"'), 30s);
         ++ready_;
         int next = 0;
-        std::string ack = "0";
+        int ack = 0;
         for (int round = 0; next < count && !HasFailure(); ++round) {
             const auto answer = wait(message(R"("channel":"/meta/connect","connectionType":"long-polling",)"
                                              R"("advice":{"timeout":500},"ext":{"ack":)" +
-                                             ack + "}"),
+                                             std::to_string(ack) + "}"),
                                      round % 7 == 0 ? 0ms : 30'000ms);
             if (round % 3 == 0) continue;
-            for (std::size_t at = 0; (at = answer.find(R"("data":)", at)) != std::string::npos; ++at) {
-                ASSERT_EQ(std::stoi(answer.substr(at + 7)), next++);
-            }
-            const auto at = answer.rfind(R"("ack":)");
-            if (at != std::string::npos) ack = answer.substr(at + 6, answer.find('}', at) - at - 6);
+            for (const int number : numbersIn(answer)) ASSERT_EQ(number, next++);
+            ack = ackIn(answer).value_or(ack);
         }
         wait(message(R"("channel":"/meta/disconnect")"), 30s);
     }
@@ -103,9 +81,7 @@ protected:
 TEST_F(BayeuxThreadsTest, losesNothingWhateverHappensAtTheSameTime) {
     const std::vector<std::string> names = {"0", "1"};
     std::vector<std::thread> clients;
-    for (const auto& name : names) {
-        clients.emplace_back([this, &name] { readAll(name); });
-    }
+    for (const auto& name : names) clients.emplace_back([this, &name] { readAll(name); });
     while (ready_ < 2) std::this_thread::yield();
     std::vector<std::thread> publishers;
     for (const auto& name : names) {
@@ -128,9 +104,7 @@ TEST_F(BayeuxThreadsTest, opensAndClosesSocketsWhileMessagesComeAndTheServerStop
         while (!isStopped) {
             const auto socket = std::make_shared<CountingSocket>(peer_, received_);
             server_->open(socket);
-            server_->receive(
-                socket,
-                R"([{"channel":"/meta/handshake","version":"1.0","supportedConnectionTypes":["websocket"]}])");
+            server_->receive(socket, handshakeText());
             server_->receive(socket, R"([{"channel":"/meta/subscribe","subscription":"/a","clientId":")" +
                                          clientIdIn(socket->first.get_future().get()) + R"("}])");
             socket->endReadTurn();

@@ -1,93 +1,58 @@
 #include <future>
-#include <memory>
 #include <stdexcept>
 #include <string>
-#include <utility>
 
-#include <Poco/Exception.h>
 #include <gtest/gtest.h>
 
+#include "FunctionFramework.h"
 #include "connector/ServiceStopped.h"
 #include "connector/json/parse.h"
 #include "dispatch/RequestDispatcher.h"
 
 namespace {
 
-using connector::Message;
 using dispatch::RequestDispatcher;
 using Poco::JSON::Object;
+using Response = FunctionFramework::Response;
 
-struct Note : Message {
-    explicit Note(Object::Ptr json) : object(std::move(json)) {}
-    Object::Ptr object;
-};
-
-/// Gives what the test wants for each message.
-class TestFramework : public connector::ServiceFramework {
-public:
-    void registerService(const connector::Address&, std::vector<std::type_index>,
-                         std::shared_ptr<connector::ServiceProvider>) override {}
-    void unregisterService(const std::shared_ptr<connector::ServiceProvider>&) override {}
-    connector::Future<std::unique_ptr<Message>> deliver(
-        const connector::Address&, std::unique_ptr<Message> message,
-        std::shared_ptr<connector::common::ContextState> state) override {
-        context = std::move(state);
-        return onMessage(std::move(message));
-    }
-
-    std::function<connector::Future<std::unique_ptr<Message>>(std::unique_ptr<Message>)> onMessage =
-        [](std::unique_ptr<Message> message) { return connector::makeReadyFuture(std::move(message)); };
-    std::shared_ptr<connector::common::ContextState> context;
-};
+connector::Future<Response> echo(const JsonRequest& request) {
+    return connector::makeReadyFuture<Response>(std::make_unique<JsonRequest>(request.object));
+}
 
 class RequestDispatcherTest : public testing::Test {
 protected:
-    RequestDispatcherTest() {
-        serializer_->registerType(
-            "test/Note", typeid(Note),
-            [](const Object::Ptr& object) -> std::unique_ptr<Message> {
-                if (object->has("bad")) throw Poco::RangeException("Value too large.");
-                return std::make_unique<Note>(object);
-            },
-            [](const Message& message) { return dynamic_cast<const Note&>(message).object; });
-    }
-
     dispatch::Answer submit(const std::string& type, const Object::Ptr& message) {
         std::promise<dispatch::Answer> promise;
         dispatcher_.submit(type, message, nullptr,
                            [&](dispatch::Answer answer) { promise.set_value(std::move(answer)); });
         return promise.get_future().get();
     }
-    dispatch::Answer submitNote() { return submit("test/Note", new Object); }
-    const std::shared_ptr<TestFramework> framework_ = std::make_shared<TestFramework>();
-    const std::shared_ptr<connector::json::JsonSerializer> serializer_ =
-        std::make_shared<connector::json::JsonSerializer>();
+    static Object::Ptr read(const char* text) { return connector::json::parse(text).extract<Object::Ptr>(); }
+    dispatch::Answer submitEval() { return submit("connector/v1/Eval", new Object); }
+    const std::shared_ptr<FunctionFramework> framework_ = std::make_shared<FunctionFramework>(echo);
     RequestDispatcher dispatcher_{
-        framework_, serializer_, {.threads = 1, .queueLength = 2, .queueBytes = 1000}};
+        framework_, JsonRequest::makeSerializer(), {.threads = 1, .queueLength = 2, .queueBytes = 1000}};
 };
 
 TEST_F(RequestDispatcherTest, failuresBecomeStatuses) {
-    Object::Ptr bad = new Object;
-    bad->set("bad", true);
-    const auto unreadable = submit("test/Note", bad);
+    const auto unreadable = submit("connector/v1/Eval", read(R"({"bad":true})"));
     EXPECT_EQ(unreadable.status, 400);
-    EXPECT_EQ(unreadable.json, R"({"error":"Value too large."})");
+    EXPECT_EQ(unreadable.json, R"({"error":"bad request"})");
     EXPECT_EQ(submit("test/Other", new Object).status, 404);
-    EXPECT_EQ(submit("test/Note", nullptr).status, 400);
-    using MessageFuture = connector::Future<std::unique_ptr<Message>>;
+    EXPECT_EQ(submit("connector/v1/Eval", nullptr).status, 400);
     const auto failing = [](const auto& error) {
-        return connector::makeFailedFuture<std::unique_ptr<Message>>(std::make_exception_ptr(error));
+        return connector::makeFailedFuture<Response>(std::make_exception_ptr(error));
     };
-    const std::pair<std::function<MessageFuture()>, int> cases[] = {
-        {[&] { return failing(connector::NoService("nobody")); }, 404},
-        {[&] { return failing(connector::ServiceStopped()); }, 503},
-        {[&] { return failing(std::runtime_error("it broke")); }, 500},
-        {[]() -> MessageFuture { throw 1; }, 500},
-        {[] { return connector::makeReadyFuture(std::unique_ptr<Message>()); }, 500},
+    const std::pair<FunctionFramework::Function, int> cases[] = {
+        {[&](const auto&) { return failing(connector::NoService("nobody")); }, 404},
+        {[&](const auto&) { return failing(connector::ServiceStopped()); }, 503},
+        {[&](const auto&) { return failing(std::runtime_error("it broke")); }, 500},
+        {[](const auto&) -> connector::Future<Response> { throw 1; }, 500},
+        {[](const auto&) { return connector::makeReadyFuture(Response()); }, 500},
     };
-    for (const auto& [deliver, status] : cases) {
-        framework_->onMessage = [&deliver = deliver](std::unique_ptr<Message>) { return deliver(); };
-        const auto answer = submitNote();
+    for (const auto& [onRequest, status] : cases) {
+        framework_->onRequest = onRequest;
+        const auto answer = submitEval();
         EXPECT_EQ(answer.status, status);
         EXPECT_TRUE(answer.json.starts_with(R"({"error":")")) << answer.json;
     }
@@ -95,10 +60,10 @@ TEST_F(RequestDispatcherTest, failuresBecomeStatuses) {
 
 TEST_F(RequestDispatcherTest, readsLargeBodiesInTheirTurn) {
     std::promise<void> begun, go;
-    framework_->onMessage = [&](std::unique_ptr<Message> message) {
+    framework_->onRequest = [&](const JsonRequest& request) {
         begun.set_value();
         go.get_future().wait();
-        return connector::makeReadyFuture(std::move(message));
+        return echo(request);
     };
     using Read = RequestDispatcher::Read;
     const auto submitUnread = [this](std::size_t bytes, std::function<Read()> read) {
@@ -108,7 +73,7 @@ TEST_F(RequestDispatcherTest, readsLargeBodiesInTheirTurn) {
             [promise](dispatch::Answer answer) { promise->set_value(std::move(answer)); });
         return promise->get_future();
     };
-    auto first = submitUnread(900, [] { return Read{"test/Note", new Object}; });
+    auto first = submitUnread(900, [] { return Read{"connector/v1/Eval", new Object}; });
     begun.get_future().wait();
     auto bad = submitUnread(900, []() -> Read { throw std::runtime_error("no JSON"); });
     EXPECT_EQ(submitUnread(200, [] { return Read{}; }).get().status, 429);
@@ -119,19 +84,22 @@ TEST_F(RequestDispatcherTest, readsLargeBodiesInTheirTurn) {
 }
 
 TEST_F(RequestDispatcherTest, stampsRequestsAndCountsTheirOutcomesByType) {
-    submitNote();
-    EXPECT_TRUE(framework_->context->has("requestStartTime")) << "what comes before an interrupt is dropped";
+    framework_->onRequest = [](const JsonRequest& request) {
+        EXPECT_TRUE(request.context->has("requestStartTime")) << "what comes before an interrupt is dropped";
+        return echo(request);
+    };
+    submitEval();
     for (const char* response :
          {R"({"isError":true})", R"({"messageFaults":[{"faultCode":"Request.Timeout"}]})",
           R"({"messageFaults":[{"faultCode":"NUMORA.CodeError"}]})"}) {
-        submit("test/Note", connector::json::parse(response).extract<Object::Ptr>());
+        submit("connector/v1/Eval", read(response));
     }
-    submit("test/Note", nullptr);
+    submit("connector/v1/Eval", nullptr);
     submit("test/Other", new Object);
     const auto outcomes = dispatcher_.metrics().outcomes;
     EXPECT_EQ(outcomes.size(), 5U);
     for (const char* outcome : {"success", "error", "timeout", "fault", "refused"}) {
-        const auto found = outcomes.find({"test/Note", outcome});
+        const auto found = outcomes.find({"connector/v1/Eval", outcome});
         EXPECT_TRUE(found != outcomes.end() && found->second == 1) << outcome;
     }
 }
