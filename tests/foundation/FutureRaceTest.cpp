@@ -1,9 +1,6 @@
 #include <atomic>
-#include <chrono>
 #include <memory>
 #include <optional>
-#include <string>
-#include <thread>
 
 #include <gtest/gtest.h>
 

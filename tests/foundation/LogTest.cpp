@@ -1,11 +1,8 @@
 #include <array>
 #include <atomic>
-#include <chrono>
 #include <cstddef>
 #include <sstream>
 #include <string>
-#include <thread>
-#include <vector>
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

@@ -1,7 +1,5 @@
 #include <memory>
-#include <string>
 #include <typeinfo>
-#include <utility>
 
 #include <gtest/gtest.h>
 

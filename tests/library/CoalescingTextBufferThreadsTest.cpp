@@ -72,16 +72,12 @@ TEST(CoalescingTextBufferThreadsTest, deliversEveryPieceOnceWhoeverPrintsAndFlus
 // Each batch would wait for two seconds.
 TEST(CoalescingTextBufferThreadsTest, waitsOnceForADeliveryThatHangs) {
     Batches batches;
-    std::promise<void> begun;
-    std::promise<void> released;
+    Gate delivery;
     ImmediateTextBuffer buffer;
     buffer.deliverInOrder();
-    buffer.setCallback([&](auto&&, auto) {
-        begun.set_value();
-        released.get_future().wait();
-    });
+    buffer.setCallback([&](auto&&, auto) { delivery.pass(); });
     buffer.append(u"slow", out);
-    begun.get_future().wait();
+    delivery.awaitEntry();
     buffer.setCallback(batches.callback());
     const auto start = std::chrono::steady_clock::now();
     std::vector<Batch> expected;
@@ -93,24 +89,22 @@ TEST(CoalescingTextBufferThreadsTest, waitsOnceForADeliveryThatHangs) {
         EXPECT_EQ(batches.all(), expected);
     }
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(12));
-    released.set_value();
+    delivery.open();
 }
 
 TEST(CoalescingTextBufferThreadsTest, endsOnlyAfterADeliveryOfItsThread) {
-    std::promise<void> begun;
-    std::promise<void> ending;
+    Gate delivery;
     std::atomic<bool> delivered{false};
     {
         ImmediateTextBuffer buffer;
         buffer.setCallback([&](auto&&, auto) {
-            begun.set_value();
-            ending.get_future().wait();
+            delivery.pass();
             std::this_thread::yield();
             delivered = true;
         });
         buffer.append(u"text", out);
-        begun.get_future().wait();
-        ending.set_value();
+        delivery.awaitEntry();
+        delivery.open();
     }
     EXPECT_TRUE(delivered);
 }

@@ -5,11 +5,8 @@
 #include <functional>
 #include <future>
 #include <memory>
-#include <stdexcept>
-#include <string>
 #include <thread>
 #include <typeindex>
-#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>

@@ -1,7 +1,4 @@
-#include <functional>
 #include <limits>
-#include <thread>
-#include <vector>
 
 #include "InterpreterFixture.h"
 #include "capabilities/capabilities.h"

@@ -1,9 +1,5 @@
 #pragma once
 
-#include <memory>
-#include <string>
-#include <utility>
-
 #include <gmock/gmock.h>
 
 #include "connector/interpreter/v1/EvalResponse.h"

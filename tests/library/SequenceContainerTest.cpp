@@ -1,7 +1,5 @@
 #include <memory>
 #include <sstream>
-#include <stdexcept>
-#include <string>
 
 #include <Poco/Exception.h>
 #include <Poco/JSON/Parser.h>
