@@ -161,8 +161,8 @@ std::shared_ptr<OutgoingQueue> MessageHub::addClient(const std::string& id, cons
     return queue;
 }
 
-void MessageHub::addNoticeLocked(const Clients::value_type& client, const std::string& pattern, bool isSubscribed,
-                            Watchers& concerned) {
+void MessageHub::addNoticeLocked(const Clients::value_type& client, const std::string& pattern,
+                                 bool isSubscribed, Watchers& concerned) {
     for (const auto& watcher : watchers_) {
         if (!canMatch(watcher->pattern(), pattern)) continue;
         watcher->add({isSubscribed, pattern, client.first, client.second.clientType});

@@ -82,7 +82,7 @@ private:
     void removeWatcher(const std::shared_ptr<Watcher>& watcher) EXCLUDES(mutex_);
     /// Adds the notice of one change where it is wanted, and these watchers to `concerned`.
     void addNoticeLocked(const Clients::value_type& client, const std::string& pattern, bool isSubscribed,
-                    Watchers& concerned) REQUIRES(mutex_);
+                         Watchers& concerned) REQUIRES(mutex_);
 
     const MessageServiceOptions options_;
     const std::shared_ptr<MessageCounters> counters_ = std::make_shared<MessageCounters>();
