@@ -32,6 +32,8 @@ std::shared_ptr<ContextState> ContextState::current() {
     return currentContext ? currentContext : std::make_shared<ContextState>();
 }
 
+std::shared_ptr<ContextState> ContextState::currentOrNull() { return currentContext; }
+
 std::uint64_t ContextState::currentHandle() { return handleOfCurrent; }
 
 CurrentContext::CurrentContext(std::shared_ptr<ContextState> context, std::uint64_t handle)

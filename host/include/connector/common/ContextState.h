@@ -38,6 +38,8 @@ public:
 
     /// The context of what this thread is handling. Never null: an empty one where none was set.
     static std::shared_ptr<ContextState> current();
+    /// The same, but null where none was set.
+    static std::shared_ptr<ContextState> currentOrNull();
     /// The handle under which zvm_common::pushContextState keeps it; 0 where it does not.
     static std::uint64_t currentHandle();
 
