@@ -43,6 +43,8 @@ public:
 
     nmutil::prompt::InputRequester inputRequester() override { return thread_.prompts().current(); }
     bool isInCharBufferMode() override { return thread_.prompts().isReadingCharacters(); }
+    std::uint64_t promptNumber() override { return thread_.prompts().number(); }
+    bool isEchoed() override { return thread_.prompts().isEchoed(); }
     // Never: every prompt of Python code waits without a time limit, and no other asks for input.
     bool isPromptEmergency() override { return false; }
     void typeCodeUnit(char16_t unit) override;

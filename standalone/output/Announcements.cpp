@@ -42,19 +42,23 @@ void Announcements::announceLostText() {
     if (!postText(nmutil::io::STANDARD_ERROR, notice)) lostText_ += lost;
 }
 
-void Announcements::announcePrompt(nmutil::prompt::InputRequester prompt, bool isBaseLevel) {
+void Announcements::announcePrompt(const ShownPrompt& prompt, bool isBaseLevel) {
     try {
         announceLostText();
         if (hasSubscribers(u"status")) {
             TaggedEvent::Members members;
-            members.emplace("state", stateAt(prompt));
-            members.emplace("prompt", std::string(promptName(prompt)));
+            members.emplace("state", stateAt(prompt.requester));
+            members.emplace("prompt", std::string(promptName(prompt.requester)));
+            if (prompt.number > 0) {
+                members.emplace("number", static_cast<std::int64_t>(prompt.number));
+                members.emplace("echo", prompt.isEchoed);
+            }
             post(u"status", std::move(members), 0);
         }
         if (isBaseLevel) {
-            raise(nmutil::utils::IqmInputRequestEvent(prompt));
+            raise(nmutil::utils::IqmInputRequestEvent(prompt.requester));
         } else {
-            raise(nmutil::utils::InputRequestEvent(prompt));
+            raise(nmutil::utils::InputRequestEvent(prompt.requester, prompt.number, prompt.isEchoed));
         }
     } catch (const std::exception& error) {
         foundation::log::DiagnosticLogger("standalone::interpreter")

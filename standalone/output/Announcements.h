@@ -8,7 +8,7 @@
 
 #include "events/LocalEventManager.h"
 #include "nmutil/io/NMSink.h"
-#include "nmutil/prompt/InputRequester.h"
+#include "output/ShownPrompt.h"
 #include "python/interpreterLock.h"
 #include "standalone/TaggedEvent.h"
 
@@ -39,7 +39,7 @@ public:
 
     /// Tells that a prompt is shown, to the queue manager's listeners when it is that of the base level.
     /// Throws: nothing; a failure is logged.
-    void announcePrompt(nmutil::prompt::InputRequester prompt, bool isBaseLevel);
+    void announcePrompt(const ShownPrompt& prompt, bool isBaseLevel);
 
     /// Whether anybody listens to events with this tag. Cheap.
     bool hasSubscribers(std::u16string_view tag) const { return events_->hasSubscribers(tag); }

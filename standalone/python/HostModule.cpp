@@ -70,13 +70,13 @@ bool hasRead(ReadResult result) {
     return result != ReadResult::Stopped && result != ReadResult::Interrupted;
 }
 
-PyObject* readLine(PyObject*, PyObject* requester) {
-    const long prompt = PyLong_AsLong(requester);
-    if (prompt == -1 && PyErr_Occurred() != nullptr) return nullptr;
-    return translated([prompt] {
+PyObject* readLine(PyObject*, PyObject* arguments) {
+    int prompt = 0, isEchoed = 1;
+    if (PyArg_ParseTuple(arguments, "ip", &prompt, &isEchoed) == 0) return nullptr;
+    return translated([=] {
         std::u16string line;
-        const auto result =
-            servicesForReading().readLine(static_cast<nmutil::prompt::InputRequester>(prompt), line);
+        const auto result = servicesForReading().readLine(static_cast<nmutil::prompt::InputRequester>(prompt),
+                                                          isEchoed != 0, line);
         return hasRead(result) ? pythonText(line) : nullptr;
     });
 }
@@ -247,7 +247,7 @@ PyObject* warn(PyObject*, PyObject* text) {
 std::array functions = {
     PyMethodDef{"write_out", writeOut, METH_O, "Prints text on standard output."},
     PyMethodDef{"write_err", writeErr, METH_O, "Prints text on standard error."},
-    PyMethodDef{"read_line", readLine, METH_O, "Reads one typed line at a prompt."},
+    PyMethodDef{"read_line", readLine, METH_VARARGS, "Reads one typed line at a prompt, shown or not."},
     PyMethodDef{"read_key", readKey, METH_NOARGS, "Waits for one typed character."},
     PyMethodDef{"missing_capability", missingCapability, METH_VARARGS,
                 "What to say of a capability that the client of the running request lacks: the identifier "

@@ -25,8 +25,10 @@ public:
     /// Called once before the pieces of one printed text.
     virtual void beforePrint() = 0;
 
-    /// Reads one typed line with its newline, showing `prompt` while nothing has been typed.
-    virtual ReadResult readLine(nmutil::prompt::InputRequester prompt, std::u16string& line) = 0;
+    /// Reads one typed line with its newline, showing `prompt` while nothing has been typed. What
+    /// is typed may be shown if it `isEchoed`.
+    virtual ReadResult readLine(nmutil::prompt::InputRequester prompt, bool isEchoed,
+                                std::u16string& line) = 0;
     /// Waits for one typed character.
     virtual ReadResult readKey() = 0;
 

@@ -36,7 +36,7 @@ InterpreterThread::InterpreterThread(WindowSize windowSize, bool isCapturing, ho
                          .run = [this](auto queued) { runner_->run(std::move(queued)); },
                          .checkInterrupts = [this] { return checkInterrupts(); },
                          .announce =
-                             [this](auto prompt, bool isBaseLevel) {
+                             [this](const auto& prompt, bool isBaseLevel) {
                                  announcements_.announcePrompt(prompt, isBaseLevel);
                              }}) {
     std::promise<void> started;
@@ -122,9 +122,10 @@ void InterpreterThread::finish() {
     window_.close();
 }
 
-ReadResult InterpreterThread::readLine(nmutil::prompt::InputRequester prompt, std::u16string& line) {
+ReadResult InterpreterThread::readLine(nmutil::prompt::InputRequester prompt, bool isEchoed,
+                                       std::u16string& line) {
     requireInputAllowed();
-    return prompts_.readLine(prompt, line);
+    return prompts_.readLine(prompt, isEchoed, line);
 }
 
 ReadResult InterpreterThread::readKey() {

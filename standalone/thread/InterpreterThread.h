@@ -66,7 +66,7 @@ private:
         window_.print(stream, text);
     }
     void beforePrint() override { window_.drainIfReady(); }
-    ReadResult readLine(nmutil::prompt::InputRequester prompt, std::u16string& line) override;
+    ReadResult readLine(nmutil::prompt::InputRequester prompt, bool isEchoed, std::u16string& line) override;
     ReadResult readKey() override;
     void requireInputAllowed() const;
     void runRequests() override;

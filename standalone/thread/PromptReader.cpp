@@ -31,8 +31,8 @@ std::unique_ptr<QueuedRequest> takeUnlocked(RequestQueue& queue, InputRequester 
 
 }  // namespace
 
-ReadResult PromptReader::readLine(InputRequester prompt, std::u16string& line) {
-    const ReadResult result = waitUntil(prompt, [this] { return hasLine(); });
+ReadResult PromptReader::readLine(InputRequester prompt, bool isEchoed, std::u16string& line) {
+    const ReadResult result = waitUntil(prompt, isEchoed, [this] { return hasLine(); });
     if (result != ReadResult::Line) return result;
     if (typed_.front() == endOfTransmission) {
         typed_.erase(0, 1);
@@ -45,7 +45,7 @@ ReadResult PromptReader::readLine(InputRequester prompt, std::u16string& line) {
 }
 
 ReadResult PromptReader::readKey() {
-    const ReadResult result = waitUntil(PAUSE_PROMPT, [this] { return !typed_.empty(); });
+    const ReadResult result = waitUntil(PAUSE_PROMPT, true, [this] { return !typed_.empty(); });
     if (result == ReadResult::Line) {
         // A line counts as one key, since that is what most clients can send.
         const std::size_t end = typed_.find(u'\n');
@@ -82,7 +82,11 @@ bool PromptReader::hasLine() const {
 // Shows a prompt for as long as it is waited at.
 class PromptReader::Shown {
 public:
-    Shown(PromptReader& reader, InputRequester prompt) : reader_(reader), outer_(reader.show(prompt)) {
+    Shown(PromptReader& reader, InputRequester prompt, bool isEchoed)
+        : reader_(reader),
+          outer_(reader.show(prompt)),
+          outerNumber_(reader.number_.exchange(++reader.lastNumber_)),
+          isOuterEchoed_(reader.isEchoed_.exchange(isEchoed)) {
         reader_.waits_.fetch_add(1, std::memory_order_release);
         reader_.queue_.setAtPrompt(true);
     }
@@ -90,6 +94,8 @@ public:
         reader_.waits_.fetch_sub(1, std::memory_order_release);
         reader_.queue_.setAtPrompt(false);
         reader_.show(outer_);
+        reader_.number_ = outerNumber_;
+        reader_.isEchoed_ = isOuterEchoed_;
         reader_.announce(outer_, false);
     }
     Shown(const Shown&) = delete;
@@ -98,11 +104,14 @@ public:
 private:
     PromptReader& reader_;
     const InputRequester outer_;
+    const std::uint64_t outerNumber_;
+    const bool isOuterEchoed_;
 };
 
-ReadResult PromptReader::waitUntil(InputRequester prompt, const std::function<bool()>& isSatisfied) {
+ReadResult PromptReader::waitUntil(InputRequester prompt, bool isEchoed,
+                                   const std::function<bool()>& isSatisfied) {
     if (isSatisfied()) return ReadResult::Line;
-    const Shown shown(*this, prompt);
+    const Shown shown(*this, prompt, isEchoed);
     bool isAnnounced = false;
     while (!isSatisfied()) {
         // Before the prompt is announced again: what an interrupted code prints belongs to whoever typed the

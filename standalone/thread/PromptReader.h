@@ -1,11 +1,13 @@
 #pragma once
 
 #include <atomic>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
 #include <utility>
 
+#include "output/ShownPrompt.h"
 #include "python/InterpreterServices.h"
 #include "thread/RequestQueue.h"
 
@@ -17,8 +19,8 @@ namespace standalone {
 /// characters. A line ends with "\n"; "\r" counts as one; an end-of-transmission character at the start of a
 /// line is the end of input.
 ///
-/// Threads: `current` and `isReadingCharacters` from any; the rest from the interpreter thread with the
-/// interpreter's lock, which is released while it waits.
+/// Threads: `current`, `isReadingCharacters`, `number` and `isEchoed` from any; the rest from the interpreter
+/// thread with the interpreter's lock, which is released while it waits.
 class PromptReader {
 public:
     using InputRequester = nmutil::prompt::InputRequester;
@@ -32,7 +34,7 @@ public:
         std::function<bool()> checkInterrupts;
         /// Tells that another prompt is shown now, to the queue manager's listeners when it is that of the
         /// base level. May not throw.
-        std::function<void(InputRequester, bool isBaseLevel)> announce;
+        std::function<void(const ShownPrompt&, bool isBaseLevel)> announce;
     };
 
     PromptReader(RequestQueue& queue, Hooks hooks) : queue_(queue), hooks_(std::move(hooks)) {}
@@ -42,15 +44,24 @@ public:
     /// meanwhile.
     bool isReadingCharacters() const { return waits_.load(std::memory_order_acquire) > 0; }
 
+    /// The number of the question that is waited at, counted from 1, whatever runs there meanwhile; 0 when
+    /// none is.
+    std::uint64_t number() const { return number_.load(std::memory_order_acquire); }
+    /// Whether what is typed for it may be shown.
+    bool isEchoed() const { return isEchoed_.load(std::memory_order_acquire); }
+
     /// Shows another prompt, and returns the one shown before.
     InputRequester show(InputRequester prompt) { return current_.exchange(prompt); }
 
     /// Tells listeners that `prompt` is shown, unless that is what they were told last.
-    void announce(InputRequester prompt, bool isBaseLevel) {
+    void announce(InputRequester requester, bool isBaseLevel) {
+        ShownPrompt prompt{.requester = requester};
+        if (!isBaseLevel && requester != nmutil::prompt::NO_PROMPT)
+            prompt = {requester, number(), isEchoed()};
         if (std::exchange(announced_, prompt) != prompt) hooks_.announce(prompt, isBaseLevel);
     }
 
-    ReadResult readLine(InputRequester prompt, std::u16string& line);
+    ReadResult readLine(InputRequester prompt, bool isEchoed, std::u16string& line);
     ReadResult readKey();
 
     /// Types one code unit ahead.  Throws: std::length_error, when a mebi of units is waiting already.
@@ -63,14 +74,17 @@ public:
 private:
     class Shown;
 
-    ReadResult waitUntil(InputRequester prompt, const std::function<bool()>& isSatisfied);
+    ReadResult waitUntil(InputRequester prompt, bool isEchoed, const std::function<bool()>& isSatisfied);
     bool hasLine() const;
 
     RequestQueue& queue_;
     const Hooks hooks_;
     std::atomic<InputRequester> current_{nmutil::prompt::BASE_PROMPT};
     std::atomic<int> waits_{0};  ///< prompts that are waited at, one inside the other
-    InputRequester announced_ = nmutil::prompt::BASE_PROMPT;
+    std::atomic<std::uint64_t> number_{0};
+    std::atomic<bool> isEchoed_{true};
+    std::uint64_t lastNumber_ = 0;
+    ShownPrompt announced_;
     std::u16string typed_;
 };
 

@@ -27,7 +27,10 @@ protected:
         on<numora::lang::correction::SuggestionEvent>([](const auto& event) {
             return (event.isQuiet() ? "quietly suggest " : "suggest ") + fl::i18n::to_string(event.getText());
         });
-        on<utils::InputRequestEvent>([=](const auto& event) { return "code " + promptOf(event); });
+        on<utils::InputRequestEvent>([=](const auto& event) {
+            const std::string number = event.getNumber() > 0 ? " " + std::to_string(event.getNumber()) : "";
+            return "code " + promptOf(event) + number + (event.isEchoed() ? "" : " hidden");
+        });
         on<utils::IqmInputRequestEvent>([=](const auto& event) { return "base " + promptOf(event); });
     }
 
@@ -118,26 +121,30 @@ TEST_F(EventTest, tellsWhenCodeWaitsAtAPromptAndWhenItGoesOn) {
         std::u16string code, answer;
         std::string prompt;
     };
-    for (const Case& row : {Case{u"import numora\nx = input('?')", u"1\n", "INPUT_PROMPT"},
-                            Case{u"x = input(); y = input()", u"1\n2\n", "INPUT_PROMPT"},
-                            Case{u"breakpoint()\npass", u"c\n", "DEBUG_PROMPT"},
-                            Case{u"numora.keyboard()", u"exit()\n", "KEYBOARD_PROMPT"},
-                            Case{u"numora.pause()", u"\n", "PAUSE_PROMPT"}}) {
+    for (const Case& row :
+         {Case{u"import numora, getpass\nx = getpass.getpass()", u"1\n", "INPUT_PROMPT 1 hidden"},
+          Case{u"x = input(); y = input()", u"1\n2\n", "INPUT_PROMPT 2"},
+          Case{u"breakpoint()\npass", u"c\n", "DEBUG_PROMPT 3"},
+          Case{u"numora.keyboard()", u"exit()\n", "KEYBOARD_PROMPT 4"},
+          Case{u"numora.pause()", u"\n", "PAUSE_PROMPT 5"}}) {
         EXPECT_EQ(recordedBy(row.code), "base NO_PROMPT, code " + row.prompt);
         EXPECT_EQ(recordedBy(row.answer), "code NO_PROMPT, base BASE_PROMPT") << row.prompt;
     }
 }
 
 TEST_F(EventTest, leavesThePromptOfWaitingCodeAsItIsWhileAFunctionIsCalledThereThatDoesNotAsk) {
-    recordedBy(u"def ask(): return input('?')\nbreakpoint()\npass");
+    recordedBy(u"import getpass\ndef ask(): return input('?')\nsecret = getpass.getpass()");
     call(u"dir", {}, 1, "prompt");
     EXPECT_EQ(recorded(), "");
     auto asking = std::async(std::launch::async, [this] { call(u"ask", {}, 1, "prompt"); });
     ASSERT_TRUE(awaitRecord("code INPUT_PROMPT"));
+    EXPECT_TRUE(services::prompt::promptNumber() == 2 && services::prompt::isEchoed());
     eval(u"answer\n");
     asking.get();
-    EXPECT_EQ(recorded(), "code INPUT_PROMPT, code NO_PROMPT, code DEBUG_PROMPT");
-    EXPECT_EQ(recordedBy(u"c\n"), "code NO_PROMPT, base BASE_PROMPT");
+    EXPECT_EQ(recorded(), "code INPUT_PROMPT 2, code NO_PROMPT, code INPUT_PROMPT 1 hidden");
+    EXPECT_TRUE(services::prompt::promptNumber() == 1 && !services::prompt::isEchoed());
+    EXPECT_EQ(recordedBy(u"known\n"), "code NO_PROMPT, base BASE_PROMPT");
+    EXPECT_TRUE(services::prompt::promptNumber() == 0 && services::prompt::isEchoed());
 }
 
 TEST_F(EventTest, letsWhatRunsAsideOfCodeLeaveItsWindowAlone) {

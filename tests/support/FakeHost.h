@@ -97,6 +97,8 @@ public:
 
     std::atomic<nmutil::prompt::InputRequester> prompt{nmutil::prompt::BASE_PROMPT};
     std::atomic<bool> charBufferMode{false};
+    std::atomic<std::uint64_t> questionNumber{0};
+    std::atomic<bool> questionEchoed{true};
     bool promptEmergency = false;
     bool editorDebugInputWanted = false;
     std::u16string typed;                       ///< written by the interpreter thread
@@ -170,6 +172,8 @@ private:
 
     nmutil::prompt::InputRequester inputRequester() override { return prompt; }
     bool isInCharBufferMode() override { return charBufferMode; }
+    std::uint64_t promptNumber() override { return questionNumber; }
+    bool isEchoed() override { return questionEchoed; }
     bool isPromptEmergency() override { return promptEmergency; }
     void typeCodeUnit(char16_t unit) override {
         if (onType) onType(unit);

@@ -51,6 +51,8 @@ public:
     // services::
     virtual nmutil::prompt::InputRequester inputRequester() = 0;
     virtual bool isInCharBufferMode() = 0;
+    virtual std::uint64_t promptNumber() = 0;
+    virtual bool isEchoed() = 0;
     virtual bool isPromptEmergency() = 0;
     virtual void typeCodeUnit(char16_t unit) = 0;
     virtual std::uint64_t windowRows() = 0;

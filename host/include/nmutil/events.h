@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <utility>
 
@@ -70,13 +71,20 @@ namespace nmutil::utils {
 class InputRequestEvent : public foundation::msg_svc::eventmgr::BaseEvent {
 public:
     static constexpr const char16_t* typeName = u"services::prompt::InputRequestEvent";
-    explicit InputRequestEvent(prompt::InputRequester requester)
-        : BaseEvent({typeName}), requester_(requester) {}
+    /// `number` is that of the question that input can be typed for, 0 where there is none; what is typed is
+    /// shown if it `isEchoed`.
+    explicit InputRequestEvent(prompt::InputRequester requester, std::uint64_t number = 0,
+                               bool isEchoed = true)
+        : BaseEvent({typeName}), requester_(requester), number_(number), isEchoed_(isEchoed) {}
 
     prompt::InputRequester getRequester() const { return requester_; }
+    std::uint64_t getNumber() const { return number_; }
+    bool isEchoed() const { return isEchoed_; }
 
 private:
     prompt::InputRequester requester_;
+    std::uint64_t number_;
+    bool isEchoed_;
 };
 
 /// The queue manager begins to run code, or waits for the next command: the prompt is the one shown then.

@@ -9,6 +9,14 @@ namespace services::prompt {
 /// The prompt that the interpreter shows now.  Threads: any.
 nmutil::prompt::InputRequester getInputRequester();
 
+/// The number of the question that the interpreter waits for input for, counted from 1; 0 while it waits for
+/// none. Code that waits keeps its number while other code runs at its prompt and asks nothing itself.
+/// Threads: any.
+std::uint64_t promptNumber();
+
+/// Whether what is typed for that question may be shown. True while there is none.  Threads: any.
+bool isEchoed();
+
 namespace detail {
 
 /// Whether the interpreter is reading typed characters, so that text from a client is input and not code.

@@ -86,6 +86,8 @@ bool mdInAMexFile() { return host::environment().isInCompiledExtension(); }
 nmutil::prompt::InputRequester services::prompt::getInputRequester() {
     return host::environment().inputRequester();
 }
+std::uint64_t services::prompt::promptNumber() { return host::environment().promptNumber(); }
+bool services::prompt::isEchoed() { return host::environment().isEchoed(); }
 bool services::prompt::detail::isInCharBufferMode() { return host::environment().isInCharBufferMode(); }
 bool services::PromptHolder::isEmergency() { return host::environment().isPromptEmergency(); }
 void services::io::rawModeCharHandler(int codeUnit) {

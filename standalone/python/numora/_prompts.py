@@ -9,8 +9,8 @@ import _numora_host as _host
 _DEBUG, _INPUT, _KEYBOARD = 1, 2, 3
 
 
-def requester(frame):
-    """Who asks for the line: a debugger, an interactive console of Python's own, or other code."""
+def _requester(frame):
+    """Who asks for a line: a debugger, an interactive console of Python's own, or other code."""
     module = frame.f_globals.get("__name__")
     if module == "code":
         return _KEYBOARD
@@ -20,9 +20,11 @@ def requester(frame):
     return _INPUT
 
 
-def read_line(prompt):
+def read_line(frame):
+    """Reads a line for the code that runs in the frame."""
+    prompt = _requester(frame)
     try:
-        return _host.read_line(prompt)
+        return _host.read_line(prompt, frame.f_code is not ask_for_password.__code__)
     except KeyboardInterrupt:
         if prompt != _DEBUG:
             raise
@@ -45,4 +47,5 @@ def open_debugger(*args, **kwargs):
 
 
 def ask_for_password(prompt="Password: ", stream=None):
+    """Takes the place of getpass.getpass. Clients are told not to show what is typed."""
     return input(prompt)

@@ -4,7 +4,7 @@ import codecs
 import io
 import sys
 
-from ._prompts import read_line, requester
+from ._prompts import read_line
 
 
 class Output(io.TextIOBase):
@@ -75,7 +75,7 @@ class Input(io.TextIOBase):
         return True
 
     def readline(self, size=-1):
-        line = self._rest or read_line(requester(sys._getframe(1)))
+        line = self._rest or read_line(sys._getframe(1))
         if size is None or size < 0:
             size = len(line)
         self._rest = line[size:]
@@ -86,7 +86,7 @@ class Input(io.TextIOBase):
         text = ""
         while len(text) < limit:
             # The frame that asks is this one's caller, as far as the prompt is concerned.
-            line = self._rest or read_line(requester(sys._getframe(1)))
+            line = self._rest or read_line(sys._getframe(1))
             if not line:
                 break
             take = limit - len(text)
