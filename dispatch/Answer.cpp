@@ -9,7 +9,10 @@ std::string errorJson(std::string_view text) {
 }
 
 Answer errorAnswer(int status, std::string_view text, int retrySeconds) {
-    return {.status = status, .json = errorJson(text), .retrySeconds = retrySeconds};
+    return {.status = status,
+            .json = errorJson(text),
+            .problem = std::string(text),
+            .retrySeconds = retrySeconds};
 }
 
 }  // namespace dispatch

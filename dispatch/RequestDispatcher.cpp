@@ -13,6 +13,7 @@
 #include "connector/identifiers.h"
 #include "connector/json/write.h"
 #include "connector/wireWords.h"
+#include "dispatch/checkMessage.h"
 #include "foundation/log/diagnostic_logger.h"
 
 namespace dispatch {
@@ -54,7 +55,6 @@ struct RequestDispatcher::Request {
     Context context;
     Done done;
     std::unique_ptr<Message> message{};  ///< null until it is read
-    std::string problem{};               ///< why it cannot be
 };
 
 RequestDispatcher::RequestDispatcher(std::shared_ptr<connector::ServiceFramework> framework,
@@ -87,7 +87,11 @@ void RequestDispatcher::submit(const std::string& typeName, Poco::JSON::Object::
     if (!message) return finish(*request, errorAnswer(400, "A message must be a JSON object."));
     connector::common::stampArrival(*request->context);
     const Lane where = laneOf(typeName, *message, isReadingInput_ && isReadingInput_());
-    readMessage(*request, std::move(message));
+    try {
+        readMessage(*request, std::move(message));
+    } catch (const std::exception& error) {
+        return finish(*request, errorAnswer(400, connector::errorText(error)));
+    }
     queue(
         where, request, [this, request] { return run(*request); }, 0);
 }
@@ -121,20 +125,17 @@ void RequestDispatcher::queue(Lane where, const std::shared_ptr<Request>& reques
 
 // Before it is queued, because the tree may take hundreds of times the room of the message or of its text.
 void RequestDispatcher::readMessage(Request& request, Poco::JSON::Object::Ptr object) const {
-    try {
-        if (!object->has("uuid")) object->set("uuid", connector::randomUuid());
-        request.message = serializer_->read(request.typeName, object);
-    } catch (const std::exception& error) {
-        request.problem = connector::errorText(error);
-    }
+    checkMessage(request.typeName, *object);
+    request.message = serializer_->read(request.typeName, object);
 }
 
 Answer RequestDispatcher::run(Request& request) {
-    if (!request.message) return errorAnswer(400, request.problem);
     try {
         return deliver(request);
-    } catch (const connector::NoService& error) {
-        return errorAnswer(404, error.what());
+    } catch (const connector::NoService&) {  // its text names classes
+        const bool isSequence = request.typeName == wire::type::sequence;
+        return errorAnswer(404, isSequence ? "No service takes a message of the sequence."
+                                           : "No service takes messages of type " + request.typeName + '.');
     } catch (const connector::ServiceStopped& error) {
         return errorAnswer(503, error.what());
     } catch (const std::exception& error) {

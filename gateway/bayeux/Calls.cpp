@@ -26,7 +26,7 @@ namespace {
 std::string errorOf(const dispatch::Answer& answer, const std::string& channel) {
     switch (answer.status) {
         case 400:
-            return errorText(400, channel, "bad request");
+            return errorText(400, channel, answer.problem);
         case 404:
             return errorText(404, channel, "no such request type");
         case 429:
@@ -113,8 +113,8 @@ void Calls::submit(const std::string& typeName, const std::shared_ptr<const std:
     }
     try {
         dispatcher_.submit(typeName, read().message, context, answered);
-    } catch (const connector::json::ParseError&) {  // of what is valid as such: too many values
-        answered({.status = 400, .json = {}});
+    } catch (const connector::json::ParseError& error) {  // of what is valid as such: too many values
+        answered(dispatch::errorAnswer(400, error.what()));
     }
 }
 

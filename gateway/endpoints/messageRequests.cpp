@@ -1,8 +1,9 @@
 #include "endpoints/messageRequests.h"
 
 #include <memory>
-#include <stdexcept>
+#include <string>
 #include <utility>
+#include <vector>
 
 #include <Poco/JSON/Array.h>
 #include <Poco/JSON/Object.h>
@@ -13,6 +14,7 @@
 #include "connector/json/ObjectBuilder.h"
 #include "connector/json/parse.h"
 #include "connector/json/write.h"
+#include "dispatch/members.h"
 #include "dispatch/readMessage.h"
 
 namespace gateway::endpoints {
@@ -25,15 +27,18 @@ using connector::json::ObjectBuilder;
 using Poco::Dynamic::Var;
 using Poco::JSON::Object;
 
-/// A body that is not as it has to be; the client is told the text.
-class BadBody : public std::runtime_error {
-public:
-    using std::runtime_error::runtime_error;
-};
+using dispatch::BadMessage;
+using Kind = dispatch::Member::Kind;
+
+constexpr dispatch::Member envelopeMembers[] = {
+    {"type", Kind::String, true}, {"message", Kind::Object, true}, {"context", Kind::Object}};
+// The rest is the client's own, and goes back to it.
+constexpr dispatch::Member contextMembers[] = {{"clientType", Kind::String},
+                                               {"numoraCapabilities", Kind::Strings}};
 
 Object::Ptr objectFrom(const std::string& body) {
     Object::Ptr object = dispatch::readMessage(body);
-    if (!object) throw BadBody("The body must be a JSON object.");
+    if (!object) throw BadMessage("The body must be a JSON object.");
     return object;
 }
 
@@ -43,43 +48,34 @@ std::shared_ptr<ContextState> contextOf(const HttpRequest& request) {
     return context;
 }
 
-void addCapabilities(ContextState& context, const Var& value) {
-    if (value.type() != typeid(Poco::JSON::Array::Ptr))
-        throw BadBody("\"numoraCapabilities\" must be an array of strings.");
+void addContext(ContextState& context, const Object& values) {
+    std::vector<std::string> unknown;
+    dispatch::checkMembers(contextMembers, values, "context.", unknown);
+    if (values.has("clientType")) {
+        const auto text = values.getValue<std::string>("clientType");
+        if (!access::isClientType(text))
+            throw BadMessage("context.clientType must be at most 128 printable ASCII characters");
+        context.set("clientType", text, ContextScope::Client);
+    }
+    if (!values.has("numoraCapabilities")) return;
     capabilities::CapabilityList capabilities;
-    for (const Var& capability : *value.extract<Poco::JSON::Array::Ptr>()) {
-        if (!capability.isString()) throw BadBody("\"numoraCapabilities\" must be an array of strings.");
+    for (const Var& capability : *values.getArray("numoraCapabilities")) {
         capabilities.push_back(capability.extract<std::string>());
     }
     context.set("numoraCapabilities", capabilities, ContextScope::Client);
 }
 
-void addContext(ContextState& context, const Object& values) {
-    const Var clientType = values.get("clientType");
-    if (!clientType.isEmpty()) {
-        if (!clientType.isString()) throw BadBody("\"clientType\" must be a string.");
-        const auto text = clientType.extract<std::string>();
-        if (!access::isClientType(text))
-            throw BadBody("\"clientType\" must be at most 128 printable ASCII characters.");
-        context.set("clientType", text, ContextScope::Client);
-    }
-    if (values.has("numoraCapabilities")) addCapabilities(context, values.get("numoraCapabilities"));
-}
-
 dispatch::RequestDispatcher::Read readEnvelope(const std::string& body, ContextState& context,
                                                std::string& contextJson) {
     const Object::Ptr envelope = objectFrom(body);
-    const Var type = envelope->get("type");
-    if (!type.isString()) throw BadBody("\"type\" must be a string.");
-    Object::Ptr message = envelope->getObject("message");
-    if (!message) throw BadBody("\"message\" must be an object.");
-    if (envelope->has("context")) {
-        const Object::Ptr values = envelope->getObject("context");
-        if (!values) throw BadBody("\"context\" must be an object.");
+    std::vector<std::string> unknown;
+    dispatch::checkMembers(envelopeMembers, *envelope, "", unknown);
+    dispatch::warnOfUnknown("/messages", unknown);
+    if (const Object::Ptr values = envelope->getObject("context")) {
         addContext(context, *values);
         contextJson = connector::json::written(values);
     }
-    return {type.extract<std::string>(), std::move(message)};
+    return {envelope->getValue<std::string>("type"), envelope->getObject("message")};
 }
 
 HttpReply replyFrom(dispatch::Answer answer) {
@@ -99,7 +95,7 @@ void refusingBadBodies(const std::function<void(HttpReply)>& done, Action action
         return action();
     } catch (const connector::json::ParseError& error) {
         problem = error.what();
-    } catch (const BadBody& error) {
+    } catch (const BadMessage& error) {
         problem = error.what();
     }
     done(errorReply(400, problem));

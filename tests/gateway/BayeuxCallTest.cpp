@@ -4,6 +4,7 @@
 
 #include "BayeuxFixture.h"
 #include "connector/common/ClientRequests.h"
+#include "dispatch/readMessage.h"
 
 namespace {
 
@@ -11,7 +12,7 @@ using namespace std::chrono_literals;
 using Poco::JSON::Object;
 using testing::HasSubstr;
 
-const std::string eval = R"("channel":"/service/connector/v1/Eval")", data = R"(,"data":{})";
+const std::string eval = R"("channel":"/service/test/Request")", data = R"(,"data":{})";
 
 class BayeuxCallTest : public BayeuxFixture {
 protected:
@@ -114,19 +115,22 @@ TEST_F(BayeuxCallTest, isRefusedAtOnceOrAnsweredWithWhatWentWrong) {
     const auto refused = [](const std::string& members, const std::string& error) {
         return "[{" + eval + members + R"("successful":false,"error":")" + error + R"("}])";
     };
-    const std::string noObject = "400:/service/connector/v1/Eval:data must be an object";
+    const std::string noObject = "400:/service/test/Request:data must be an object";
     EXPECT_EQ(call(""), refused(",", noObject));
     EXPECT_EQ(call(R"(,"data":"1+1")"), refused(",", noObject));
     EXPECT_EQ(askSocket(*socket_, R"([{"channel":"/service/x/y","id":1,"clientId":"$","data":{}}])"),
               R"([{"channel":"/service/x/y","id":1,"successful":false,)"
               R"("error":"404:/service/x/y:no such request type"}])");
+    EXPECT_EQ(call(R"(,"id":"a","data":{"bad":1})"),
+              refused(R"(,"id":"a",)", "400:/service/test/Request:bad request"));
+    const std::string large(dispatch::largeBody, ' ');  // is read after the acknowledgement
     // Either is in a frame of its own, and the second may come with the first.
-    send(*socket_, "[{" + eval + R"(,"clientId":"$","id":"a","data":{"bad":1}}])");
+    send(*socket_, "[{" + eval + R"(,"clientId":"$","id":"a","data":{"bad":")" + large + "\"}}]");
     EXPECT_EQ(receiveUntil("error"), "[{" + eval + R"(,"id":"a","successful":true}])" +
                                          refused(R"(,"data":{"error":"bad request"},"id":"a",)",
-                                                 "400:/service/connector/v1/Eval:bad request"));
+                                                 "400:/service/test/Request:bad request"));
     dispatcher_->stop();
-    EXPECT_EQ(call(data), refused(",", "503:/service/connector/v1/Eval:the request has failed"));
+    EXPECT_EQ(call(data), refused(",", "503:/service/test/Request:the request has failed"));
     turn();
     EXPECT_EQ(socket_->received(), "");
 }
@@ -135,7 +139,7 @@ TEST_F(BayeuxCallTest, waitsForOneOfManyToEnd) {
     begin({.callsPerSession = 2});
     hold();
     for (int i = 0; i < 2; ++i) EXPECT_THAT(call(data), HasSubstr("true"));
-    EXPECT_THAT(call(data), HasSubstr("429:/service/connector/v1/Eval:too many calls under way"));
+    EXPECT_THAT(call(data), HasSubstr("429:/service/test/Request:too many calls under way"));
     // What ends them is never one too many; here nobody takes it.
     EXPECT_THAT(interrupt(), HasSubstr("404:/service/connector/v1/Interrupt:no such request type"));
     const auto first = client_;

@@ -229,14 +229,14 @@ TEST_F(ConnectionTest, someAreKeptForInterruptsAndForHealth) {
         auto& client = clients.emplace_back(gateway_->port());
         EXPECT_EQ(client.ask(evalOf(client, "1")).status, 200);
     }
-    const auto refusal = post("/connector/v1/Eval", "{}");
+    const auto refusal = post("/connector/v1/Eval", R"({"mcode":"1"})");
     EXPECT_EQ(refusal.status, 503);
     EXPECT_EQ(refusal.header("retry-after"), "1");
     EXPECT_EQ(post("/connector/v1/Interrupt", "{}").status, 200);
     EXPECT_EQ(get("/healthz").status, 200);
     clients.clear();
     EXPECT_TRUE(waitForConnections(1));
-    EXPECT_EQ(post("/connector/v1/Eval", "{}").status, 200);
+    EXPECT_EQ(post("/connector/v1/Eval", R"({"mcode":"1"})").status, 200);
 }
 
 }  // namespace

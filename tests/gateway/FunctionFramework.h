@@ -15,11 +15,11 @@ struct JsonRequest : connector::Message {
     using Object = Poco::JSON::Object;
     explicit JsonRequest(Object::Ptr json) : object(std::move(json)) {}
 
-    /// Knows requests of type "connector/v1/Eval", but none with a member "bad".
+    /// Knows requests of type "test/Request", but none with a member "bad".
     static std::shared_ptr<connector::json::JsonSerializer> makeSerializer() {
         auto serializer = std::make_shared<connector::json::JsonSerializer>();
         serializer->registerType(
-            "connector/v1/Eval", typeid(JsonRequest),
+            "test/Request", typeid(JsonRequest),
             [](const Object::Ptr& object) {
                 if (object->has("bad")) throw Poco::RangeException("bad request");
                 return std::make_unique<JsonRequest>(object);

@@ -33,7 +33,7 @@ TEST_F(MetricsPageTest, tellsOfRequestsEvaluationsAndSessions) {
     const auto streaming = std::make_shared<messages::RequestCounter>();
     streaming->requestStarted("desk", nullptr).get();
     start({.streaming = streaming});
-    post("/connector/v1/Eval", "{}");
+    post("/connector/v1/Eval", R"({"mcode":"1"})");
     post("/connector/v1/Eval", "no json");
     EXPECT_EQ(ask(connect().head("POST /connector/v1/Eval")).status, 401);
     ask("garbage\r\n\r\n");

@@ -28,18 +28,18 @@ protected:
         return promise.get_future().get();
     }
     static Object::Ptr read(const char* text) { return connector::json::parse(text).extract<Object::Ptr>(); }
-    dispatch::Answer submitEval() { return submit("connector/v1/Eval", new Object); }
+    dispatch::Answer submitEval() { return submit("test/Request", new Object); }
     const std::shared_ptr<FunctionFramework> framework_ = std::make_shared<FunctionFramework>(echo);
     RequestDispatcher dispatcher_{
         framework_, JsonRequest::makeSerializer(), {.threads = 1, .queueLength = 2, .queueBytes = 1000}};
 };
 
 TEST_F(RequestDispatcherTest, failuresBecomeStatuses) {
-    const auto unreadable = submit("connector/v1/Eval", read(R"({"bad":true})"));
+    const auto unreadable = submit("test/Request", read(R"({"bad":true})"));
     EXPECT_EQ(unreadable.status, 400);
     EXPECT_EQ(unreadable.json, R"({"error":"bad request"})");
     EXPECT_EQ(submit("test/Other", new Object).status, 404);
-    EXPECT_EQ(submit("connector/v1/Eval", nullptr).status, 400);
+    EXPECT_EQ(submit("test/Request", nullptr).status, 400);
     const auto failing = [](const auto& error) {
         return connector::makeFailedFuture<Response>(std::make_exception_ptr(error));
     };
@@ -73,7 +73,7 @@ TEST_F(RequestDispatcherTest, readsLargeBodiesInTheirTurn) {
             [promise](dispatch::Answer answer) { promise->set_value(std::move(answer)); });
         return promise->get_future();
     };
-    auto first = submitUnread(900, [] { return Read{"connector/v1/Eval", new Object}; });
+    auto first = submitUnread(900, [] { return Read{"test/Request", new Object}; });
     begun.get_future().wait();
     auto bad = submitUnread(900, []() -> Read { throw std::runtime_error("no JSON"); });
     EXPECT_EQ(submitUnread(200, [] { return Read{}; }).get().status, 429);
@@ -92,14 +92,14 @@ TEST_F(RequestDispatcherTest, stampsRequestsAndCountsTheirOutcomesByType) {
     for (const char* response :
          {R"({"isError":true})", R"({"messageFaults":[{"faultCode":"Request.Timeout"}]})",
           R"({"messageFaults":[{"faultCode":"NUMORA.CodeError"}]})"}) {
-        submit("connector/v1/Eval", read(response));
+        submit("test/Request", read(response));
     }
-    submit("connector/v1/Eval", nullptr);
+    submit("test/Request", nullptr);
     submit("test/Other", new Object);
     const auto outcomes = dispatcher_.metrics().outcomes;
     EXPECT_EQ(outcomes.size(), 5U);
     for (const char* outcome : {"success", "error", "timeout", "fault", "refused"}) {
-        const auto found = outcomes.find({"connector/v1/Eval", outcome});
+        const auto found = outcomes.find({"test/Request", outcome});
         EXPECT_TRUE(found != outcomes.end() && found->second == 1) << outcome;
     }
 }

@@ -1,14 +1,17 @@
 #include <atomic>
 #include <future>
+#include <map>
 #include <utility>
 
 #include <Poco/RegularExpression.h>
 
 #include "GatewayFixture.h"
+#include "support/LogRecords.h"
 
 namespace {
 
 using RequestTest = GatewayFixture;
+using testing::ContainsRegex;
 using testing::EndsWith;
 using testing::HasSubstr;
 using testing::Not;
@@ -68,12 +71,12 @@ TEST_F(RequestTest, isAnsweredWithAStatusAndAnErrorInJson) {
         {"GET http://127.0.0.1:$P/healthz HTTP/1.1\r\n$H\r\n", 200},
         {"GET HTTP://localhost:$P?token=$T HTTP/1.1\r\n$H\r\n", 303},
         {"GET http://evil.example/healthz HTTP/1.1\r\n$H\r\n", 403},
-        {"$E$H$AContent-Type: Application/JSON; charset=utf-8\r\nContent-Length: 2\r\n\r\n{}", 200},
+        {"$E$H$AContent-Type: Application/JSON; charset=utf-8\r\nContent-Length: 13\r\n\r\n{\"mcode\":\"1\"}",
+         200},
         {"$E$H$AContent-Type: text/plain\r\nContent-Length: 2\r\n\r\n{}", 415, "Content-Type must be"},
         {"$E$H$AContent-Encoding: gzip\r\n$J", 415, "Content-Encoding"},
         {"$E$H$A$C\r\n", 400},
         {"$E$H$A$CContent-Length: 2\r\n\r\n[]", 400, "The body must be a JSON object."},
-        {"$E$H$A$CContent-Length: 13\r\n\r\n{\"width\":\"x\"}", 400, "width"},
         {"$E$H$AConnector-Client-Type: " + std::string(200, 'x') + "\r\n$J", 400, "Connector-Client-Type"},
         {"$E$H$A$CContent-Length: 99999999\r\n\r\n", 413, "The body is too large."},
         {"$E$HX: " + std::string(20'000, 'x') + "\r\n\r\n", 431, "The head is too large."},
@@ -113,21 +116,22 @@ TEST_F(RequestTest, responseHasTheUuidOfTheRequestOrAMadeUpOne) {
 TEST_F(RequestTest, envelopeIsAnsweredInTheSameFormAndTheClientTypeReachesTheService) {
     start();
     auto client = connect();
-    const auto call = client.post("/connector/v1/FEval", "{}", "Connector-Client-Type: desk\r\n");
+    const auto call =
+        client.post("/connector/v1/FEval", R"({"function":"f"})", "Connector-Client-Type: desk\r\n");
     EXPECT_THAT(client.ask(call).body, HasSubstr(R"("results":"[\"desk\"]")"));
     const std::string context = R"("context":{"a":[1],"clientType":"lab"}})";
     const auto lab =
-        post("/messages", R"({"type":"connector/v1/FEval","message":{"uuid":"i"},)" + context).body;
+        post("/messages", R"({"type":"connector/v1/FEval","message":{"function":"f"},)" + context).body;
     EXPECT_THAT(lab, StartsWith(R"({"type":"connector/v1/FEvalResponse","message":{)"));
     EXPECT_THAT(lab, HasSubstr(R"("results":"[\"lab\"]")"));
     EXPECT_THAT(lab, EndsWith(context));
     const auto sequence =
         post("/messages", R"({"type":"connector/v1/Sequence","message":{"uuid":"s","messages":[
-        {"type":"connector/v1/FEval","message":{"uuid":"1"}},
-        {"type":"connector/v1/FEval","message":{"uuid":"2"}}]}})");
+        {"type":"connector/v1/FEval","message":{"uuid":"1","function":"f"}},
+        {"type":"connector/v1/FEval","message":{"function":"f"}}]}})");
     EXPECT_EQ(sequence.status, 200);
     EXPECT_THAT(sequence.body, StartsWith(R"({"type":"connector/v1/Sequence","message":{)"));
-    EXPECT_LT(sequence.body.find(R"("uuid":"1")"), sequence.body.find(R"("uuid":"2")"));
+    EXPECT_THAT(sequence.body, ContainsRegex(R"("uuid":"1".*"uuid":"[0-9a-f-]{36}".*"uuid":"s")"));
 }
 
 TEST_F(RequestTest, whatWasNotRunIsToldBesideTheResponse) {
@@ -157,7 +161,7 @@ TEST_F(RequestTest, whatWaitsForSomethingElseIsNotHeldUp) {
     const std::string sequence = R"({"type":"connector/v1/Sequence","message":{"messages":[
         {"type":"connector/v1/FEval","message":)";
     for (const std::string mode : {"ppe", "pause", "prompt", "non_debug_prompt", "debug_prompt", "idle"}) {
-        const std::string call = R"({"dequeMode":")" + mode + R"("})";
+        const std::string call = R"({"function":"f","dequeMode":")" + mode + R"("})";
         EXPECT_EQ(post("/connector/v1/FEval", call).status, 200) << mode;
         EXPECT_EQ(post("/messages", sequence + call + "}]}}").status, 200) << mode;
     }
@@ -172,24 +176,96 @@ TEST_F(RequestTest, whatWaitsForSomethingElseIsNotHeldUp) {
     EXPECT_EQ(late.receive().status, 200);
 }
 
-TEST_F(RequestTest, malformedEnvelopesAreRefused) {
-    start();
-    const std::string eval = R"("connector/v1/Eval","message":{},"context":)";
-    const std::pair<std::string, std::string> cases[] = {
-        {R"(1,"message":{})", R"(\"type\" must be a string.)"},
-        {R"("connector/v1/Eval","message":[])", R"(\"message\" must be an object.)"},
-        {eval + "1", R"(\"context\" must be an object.)"},
-        {eval + R"({"clientType":1})", R"(\"clientType\" must be a string.)"},
-        {eval + R"({"clientType":"\n"})",
-         R"(\"clientType\" must be at most 128 printable ASCII characters.)"},
-        {eval + R"({"numoraCapabilities":[1]})", R"(\"numoraCapabilities\" must be an array of strings.)"},
+// $ stands for one member, with a value of each kind in turn, or for none.
+TEST_F(RequestTest, membersThatAreMissingOrOfAWrongKindAreNamed) {
+    const std::string call = R"({"type":"connector/v1/FEval","message":{$}})";
+    const std::string sequence = R"({"type":"connector/v1/Sequence","message":{)";
+    const std::string entry = sequence + R"("messages":[{"type":"connector/v1/Interrupt","message":{}},)";
+    const std::string context = R"({"type":"connector/v1/Interrupt","message":{},"context":{$}})";
+    const std::string eval = R"({"type":"connector/v1/Eval","message":{$}})", path = "messages[1].";
+    const std::string any = "an integer between -2147483648 and 2147483647";
+    const std::string count = "an integer between 0 and 2147483647",
+                      seconds = "an integer between 0 and 2147483";
+    struct Row {
+        std::string body, member, kind;
+        std::string path{};
+        bool isRequired = false;
     };
-    for (const auto& [members, problem] : cases) {
-        const auto response = post("/messages", R"({"type":)" + members + "}");
-        EXPECT_EQ(response.status, 400) << members;
-        EXPECT_EQ(response.body, R"({"error":")" + problem + "\"}");
+    const Row rows[] = {
+        {eval, "uuid", "a string"},
+        {eval, "mcode", "a string", "", true},
+        {eval, "width", any},
+        {eval, "height", any},
+        {eval, "timeout", seconds},
+        {call, "uuid", "a string"},
+        {call, "function", "a string", "", true},
+        {call, "arguments", "an array"},
+        {call, "nargout", count},
+        {call, "priority", any},
+        {call, "timeoutMs", count},
+        {call, "dequeMode", "a string"},
+        {call, "outputMode", "a string"},
+        {call, "hotlinks", "true or false"},
+        {R"({"type":"connector/v1/Interrupt","message":{$}})", "uuid", "a string"},
+        {sequence + "$}}", "uuid", "a string"},
+        {sequence + "$}}", "messages", "an array", "", true},
+        {sequence + R"("messages":[1]}})", "messages[0]", "an object", "", true},
+        {entry + "{\"message\":{},$}]}}", "type", "a string", path},
+        {entry + "{\"type\":\"connector/v1/FEval\"}]}}", "message", "an object", path, true},
+        {entry + call + "]}}", "function", "a string", path + "message.", true},
+        {entry + call + "]}}", "arguments", "an array", path + "message."},
+        {R"({"message":{},"context":{},$})", "type", "a string"},
+        {R"({"type":"connector/v1/Interrupt","context":{},$})", "message", "an object"},
+        {R"({$})", "type", "a string", "", true},
+        {R"({"type":"connector/v1/Interrupt"})", "message", "an object", "", true},
+        {R"({"type":"connector/v1/Interrupt","message":{},$})", "context", "an object"},
+        {context, "clientType", "a string", "context."},
+        {context, "numoraCapabilities", "an array of strings", "context."},
+    };
+    const std::map<std::string, std::string> fitting = {{"a string", " \"1\" "},
+                                                        {"true or false", " true "},
+                                                        {any, " 1 "},
+                                                        {count, " 1 "},
+                                                        {seconds, " 1 "},
+                                                        {"an array", " [] [1] "},
+                                                        {"an object", " {} "},
+                                                        {"an array of strings", " [] "}};
+    start();
+    auto client = connect();
+    const auto problem = [&](const Row& row, const std::string& member) {
+        std::string body = row.body;
+        if (const auto at = body.find('$'); at != std::string::npos) body.replace(at, 1, member);
+        return client.ask(client.post("/messages", body)).body;
+    };
+    for (const Row& row : rows) {
+        const std::string expected = R"({"error":")" + row.path + row.member + " must be " + row.kind + "\"}";
+        if (row.isRequired) {
+            EXPECT_EQ(problem(row, R"("x":1)"), expected);
+        }
+        if (row.body.find('$') == std::string::npos) continue;
+        for (const std::string value :
+             {"null", "true", "1", "0.5", "-2147483649", "2147483648", "1e300", "\"1\"", "[]", "[1]", "{}"}) {
+            const bool fits = fitting.at(row.kind).find(' ' + value + ' ') != std::string::npos;
+            EXPECT_EQ(problem(row, '"' + row.member + "\":" + value) == expected, !fits)
+                << row.body << row.member << value;
+        }
     }
     EXPECT_EQ(post("/messages", R"({"type":"other","message":{}})").status, 404);
+}
+
+TEST_F(RequestTest, membersThatNobodyReadsAreLoggedByNameAndNeverWithTheirValues) {
+    start();
+    const LogRecords records;
+    const std::string message = R"({"type":"connector/v1/Eval","message":{"mcode":"1","timeot":"secret"}})";
+    const auto sequence =
+        R"({"type":"connector/v1/Sequence","message":{"messages":[)" + message + R"(]},"x":1})";
+    EXPECT_EQ(post("/messages", sequence).status, 200);
+    EXPECT_EQ(
+        records.all(),
+        "warning: Unknown members of a request to /messages: \"x\"\n"
+        "warning: Unknown members of a request to connector/v1/Sequence: \"messages[0].message.timeot\"\n");
+    for (int i = 0; i < 100; ++i) post("/messages", sequence);
+    EXPECT_LE(records.count("warning: Unknown"), 100) << "clients can fill the log";
 }
 
 TEST_F(RequestTest, firstVisitTakesTheTokenOutOfTheAddressAndIntoACookie) {

@@ -26,7 +26,7 @@ TEST_F(StopTest, requestsBeyondTheQueueAreRefused) {
     auto queued = connect();
     queued.send(evalOf(queued, "queued"));
     ASSERT_TRUE(waitForMetric("numora_requests_queued 1"));
-    const auto refusal = post("/connector/v1/Eval", "{}");
+    const auto refusal = post("/connector/v1/Eval", R"({"mcode":"1"})");
     EXPECT_EQ(refusal.status, 429);
     EXPECT_EQ(refusal.header("retry-after"), "1");
     interpreter_->release();

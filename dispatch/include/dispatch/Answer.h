@@ -8,9 +8,10 @@ namespace dispatch {
 /// How a request was answered, in the terms of HTTP: 200, or what went wrong.
 struct Answer {
     int status = 200;
-    std::string json;      ///< the response's JSON object; for an error `{"error": "..."}`
-    std::string type{};    ///< the response's type name; empty for an error
-    int retrySeconds = 0;  ///< when trying again makes sense; 0 when it does not
+    std::string json;       ///< the response's JSON object; for an error `{"error": "..."}`
+    std::string type{};     ///< the response's type name; empty for an error
+    std::string problem{};  ///< what went wrong; empty for a response
+    int retrySeconds = 0;   ///< when trying again makes sense; 0 when it does not
     /// The request, or one of its sequence, was not run because an interrupt came after it.
     bool isDropped = false;
 };

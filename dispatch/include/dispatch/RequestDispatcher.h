@@ -44,9 +44,9 @@ bool isInterrupt(std::string_view typeName);
 
 /// Runs requests of clients on bounded pools of threads, one for each lane.
 ///
-/// Statuses: 400 a body that the message's reader refuses; 404 a type name that is not registered, or whose
-/// messages no service takes; 429 no room in the queue; 500 the provider failed; 503 the provider is stopped,
-/// or this is.
+/// Statuses: 400 a message that checkMessage or its reader refuses; 404 a type name that is not registered,
+/// or whose messages no service takes; 429 no room in the queue; 500 the provider failed; 503 the provider is
+/// stopped, or this is.
 ///
 /// Threads: every operation from any thread.  Locks: mutex_, a leaf, not held while a request runs or is
 /// answered.
@@ -63,10 +63,11 @@ public:
     RequestDispatcher& operator=(const RequestDispatcher&) = delete;
 
     /// Queues the request of type `typeName`, such as "connector/v1/Eval", that `message` describes. Where
-    /// its uuid is missing, one is made up and added to `message`, which is the dispatcher's from now on. The
-    /// context is stamped with its arrival (connector/common/requestArrival.h). `done` is called
-    /// once: on a thread of the pool or, when the request is refused, on this one before the operation
-    /// returns, or by `stop`. It must be quick and throw nothing. Blocks: never.
+    /// its uuid is missing, or that of a message of a sequence, one is made up and added to `message`, which
+    /// is the dispatcher's from now on. The context is stamped with its arrival
+    /// (connector/common/requestArrival.h). `done` is called once: on a thread of the pool or, when the
+    /// request is refused, on this one before the operation returns, or by `stop`. It must be quick and throw
+    /// nothing. Blocks: never.
     void submit(const std::string& typeName, Poco::JSON::Object::Ptr message,
                 std::shared_ptr<connector::common::ContextState> context, Done done);
 
