@@ -1,11 +1,13 @@
 #pragma once
 
 #include <cstddef>
+#include <string>
 #include <utility>
 
 #include "bayeux/ReadTurns.h"
 #include "bayeux/ServerOptions.h"
 #include "bayeux/replies.h"
+#include "connector/identifiers.h"
 
 namespace boost::asio {
 class io_context;
@@ -37,6 +39,8 @@ struct ServerCore {
     dispatch::RequestDispatcher& dispatcher;
     const ServerOptions options;
     const Advice advice;
+    /// By which clients that come back tell whether the server was started again.
+    const std::string name = connector::randomUuid();
     ReadTurns turns;
 };
 

@@ -84,7 +84,10 @@ std::string answerHandshake(SessionTable& sessions, const ClientMessage& message
         .add("clientId", session->id())
         .addJson("supportedConnectionTypes", R"(["websocket","long-polling"])")
         .addMembers(core->advice.retry());
-    if (isAcknowledged) members.add("ext", Members().add("ack", true));
+    Members extensions;
+    extensions.add("connector", Members().add("server", core->name));
+    if (isAcknowledged) extensions.add("ack", true);
+    members.add("ext", extensions);
     return succeeded(message, members);
 }
 

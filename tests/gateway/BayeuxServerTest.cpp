@@ -23,11 +23,15 @@ TEST_F(BayeuxHandshakeTest, givesEachClientAnIdOfItsOwn) {
         R"("supportedConnectionTypes":["in-process","websocket"],"ext":{"ack":true}})";
     const auto reply = ask("[" + message + "]");
     client_ = clientIdIn(reply);
+    const auto server = reply.substr(reply.find(R"("server":)"), 47);  // with a UUID
     EXPECT_THAT(client_, MatchesRegex("[0-9a-f]{40}"));
-    EXPECT_EQ(reply, withClient(R"([{"channel":"/meta/handshake","id":"1","successful":true,"version":"1.0",)"
-                                R"("clientId":"$","supportedConnectionTypes":["websocket","long-polling"],)" +
-                                advice("retry") + R"(,"ext":{"ack":true}}])"));
-    EXPECT_NE(clientIdIn(ask(message)), client_);  // no array around it
+    EXPECT_EQ(reply,
+              withClient(R"([{"channel":"/meta/handshake","id":"1","successful":true,"version":"1.0",)"
+                         R"("clientId":"$","supportedConnectionTypes":["websocket","long-polling"],)" +
+                         advice("retry") + R"(,"ext":{"connector":{)" + server + R"(},"ack":true}}])"));
+    const auto other = ask(message);  // no array around it
+    EXPECT_NE(clientIdIn(other), client_);
+    EXPECT_THAT(other, HasSubstr(server));
     EXPECT_EQ(server_->sessions(), 2U);
 }
 
