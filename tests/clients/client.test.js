@@ -84,7 +84,7 @@ describe("requests", limits, () => {
     const failures = {
         "a fault": [() => client.call("no_such_function"), {code: "NUMORA.CodeError", message: "NameError: there is no function named 'no_such_function'"}],
         "a time limit": [() => client.call("time.sleep", [30], {timeoutMs: 50}), {code: "Request.Timeout"}],
-        "a bad request": [() => client.call("len", [1], {nargout: "x"}), {code: "failed", message: /^"nargout" must be/}],
+        "a bad request": [() => client.call("len", [1], {nargout: "x"}), {code: "400", message: /^nargout must be/}],
         "a channel of the server's": [() => client.publish("/eventmgr/0/x", 1), {code: "403"}],
         "a bad channel": [() => client.subscribe("/a/*/", () => {}), {code: "405"}],
         "a wrong token": [() => connect(server.origin, {token: "x".repeat(20)}), {code: "401"}],

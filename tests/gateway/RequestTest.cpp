@@ -2,6 +2,7 @@
 #include <future>
 #include <map>
 #include <utility>
+#include <vector>
 
 #include <Poco/RegularExpression.h>
 
@@ -176,78 +177,65 @@ TEST_F(RequestTest, whatWaitsForSomethingElseIsNotHeldUp) {
     EXPECT_EQ(late.receive().status, 200);
 }
 
-// $ stands for one member, with a value of each kind in turn, or for none.
+// $ stands for one member, with a value of each kind in turn, or for one that is not known.
 TEST_F(RequestTest, membersThatAreMissingOrOfAWrongKindAreNamed) {
     const std::string call = R"({"type":"connector/v1/FEval","message":{$}})";
     const std::string sequence = R"({"type":"connector/v1/Sequence","message":{)";
     const std::string entry = sequence + R"("messages":[{"type":"connector/v1/Interrupt","message":{}},)";
-    const std::string context = R"({"type":"connector/v1/Interrupt","message":{},"context":{$}})";
-    const std::string eval = R"({"type":"connector/v1/Eval","message":{$}})", path = "messages[1].";
+    const std::string interrupt = R"({"type":"connector/v1/Interrupt",)", path = "messages[1].";
+    const std::string eval = R"({"type":"connector/v1/Eval","message":{$}})";
     const std::string any = "an integer between -2147483648 and 2147483647";
-    const std::string count = "an integer between 0 and 2147483647",
-                      seconds = "an integer between 0 and 2147483";
+    const std::string count = "an integer between 0 and 2147483647";
+    const std::string seconds = "an integer between 0 and 2147483", strings = "an array of strings";
+    const std::map<std::string, std::string> fitting = {
+        {any, " 1 "},          {count, " 1 "},           {seconds, " 1 "},  {"a string", " \"1\" "},
+        {"an object", " {} "}, {"an array", " [] [1] "}, {strings, " [] "}, {"true or false", " true "}};
     struct Row {
-        std::string body, member, kind;
-        std::string path{};
+        std::string body, path, kind;
+        std::vector<std::string> members;
         bool isRequired = false;
     };
     const Row rows[] = {
-        {eval, "uuid", "a string"},
-        {eval, "mcode", "a string", "", true},
-        {eval, "width", any},
-        {eval, "height", any},
-        {eval, "timeout", seconds},
-        {call, "uuid", "a string"},
-        {call, "function", "a string", "", true},
-        {call, "arguments", "an array"},
-        {call, "nargout", count},
-        {call, "priority", any},
-        {call, "timeoutMs", count},
-        {call, "dequeMode", "a string"},
-        {call, "outputMode", "a string"},
-        {call, "hotlinks", "true or false"},
-        {R"({"type":"connector/v1/Interrupt","message":{$}})", "uuid", "a string"},
-        {sequence + "$}}", "uuid", "a string"},
-        {sequence + "$}}", "messages", "an array", "", true},
-        {sequence + R"("messages":[1]}})", "messages[0]", "an object", "", true},
-        {entry + "{\"message\":{},$}]}}", "type", "a string", path},
-        {entry + "{\"type\":\"connector/v1/FEval\"}]}}", "message", "an object", path, true},
-        {entry + call + "]}}", "function", "a string", path + "message.", true},
-        {entry + call + "]}}", "arguments", "an array", path + "message."},
-        {R"({"message":{},"context":{},$})", "type", "a string"},
-        {R"({"type":"connector/v1/Interrupt","context":{},$})", "message", "an object"},
-        {R"({$})", "type", "a string", "", true},
-        {R"({"type":"connector/v1/Interrupt"})", "message", "an object", "", true},
-        {R"({"type":"connector/v1/Interrupt","message":{},$})", "context", "an object"},
-        {context, "clientType", "a string", "context."},
-        {context, "numoraCapabilities", "an array of strings", "context."},
+        {eval, "", "a string", {"mcode"}, true},
+        {eval, "", "a string", {"uuid"}},
+        {eval, "", any, {"width", "height"}},
+        {eval, "", seconds, {"timeout"}},
+        {call, "", "a string", {"function"}, true},
+        {call, "", "a string", {"uuid", "dequeMode", "outputMode"}},
+        {call, "", "an array", {"arguments"}},
+        {call, "", count, {"nargout", "timeoutMs"}},
+        {call, "", any, {"priority"}},
+        {call, "", "true or false", {"hotlinks"}},
+        {interrupt + R"("message":{$}})", "", "a string", {"uuid"}},
+        {sequence + "$}}", "", "a string", {"uuid"}},
+        {sequence + "$}}", "", "an array", {"messages"}, true},
+        {sequence + R"("messages":[1]}})", "", "an object", {"messages[0]"}, true},
+        {entry + "{\"message\":{},$}]}}", path, "a string", {"type"}, true},
+        {entry + "{\"type\":\"connector/v1/FEval\",$}]}}", path, "an object", {"message"}, true},
+        {entry + call + "]}}", path + "message.", "a string", {"function"}, true},
+        {entry + call + "]}}", path + "message.", "an array", {"arguments"}},
+        {R"({"message":{},$})", "", "a string", {"type"}, true},
+        {interrupt + "$}", "", "an object", {"message"}, true},
+        {interrupt + R"("message":{},$})", "", "an object", {"context"}},
+        {interrupt + R"("message":{},"context":{$}})", "context.", "a string", {"clientType"}},
+        {interrupt + R"("message":{},"context":{$}})", "context.", strings, {"numoraCapabilities"}},
     };
-    const std::map<std::string, std::string> fitting = {{"a string", " \"1\" "},
-                                                        {"true or false", " true "},
-                                                        {any, " 1 "},
-                                                        {count, " 1 "},
-                                                        {seconds, " 1 "},
-                                                        {"an array", " [] [1] "},
-                                                        {"an object", " {} "},
-                                                        {"an array of strings", " [] "}};
     start();
     auto client = connect();
-    const auto problem = [&](const Row& row, const std::string& member) {
-        std::string body = row.body;
+    const auto answer = [&](std::string body, const std::string& member) {
         if (const auto at = body.find('$'); at != std::string::npos) body.replace(at, 1, member);
         return client.ask(client.post("/messages", body)).body;
     };
-    for (const Row& row : rows) {
-        const std::string expected = R"({"error":")" + row.path + row.member + " must be " + row.kind + "\"}";
-        if (row.isRequired) {
-            EXPECT_EQ(problem(row, R"("x":1)"), expected);
-        }
-        if (row.body.find('$') == std::string::npos) continue;
-        for (const std::string value :
-             {"null", "true", "1", "0.5", "-2147483649", "2147483648", "1e300", "\"1\"", "[]", "[1]", "{}"}) {
-            const bool fits = fitting.at(row.kind).find(' ' + value + ' ') != std::string::npos;
-            EXPECT_EQ(problem(row, '"' + row.member + "\":" + value) == expected, !fits)
-                << row.body << row.member << value;
+    for (const auto& [body, where, kind, members, isRequired] : rows) {
+        for (const auto& member : members) {
+            const std::string refusal = R"({"error":")" + where + member + " must be " + kind + "\"}";
+            EXPECT_EQ(answer(body, R"("x":1)") == refusal, isRequired) << refusal;
+            for (const std::string value : {"null", "true", "1", "0.5", "-2147483649", "2147483648", "1e300",
+                                            "\"1\"", "[]", "[1]", "{}"}) {
+                const bool fits = fitting.at(kind).find(' ' + value + ' ') != std::string::npos;
+                const auto got = answer(body, '"' + member + "\":" + value);
+                EXPECT_EQ(got == refusal, !fits || body.find('$') == std::string::npos) << value << got;
+            }
         }
     }
     EXPECT_EQ(post("/messages", R"({"type":"other","message":{}})").status, 404);
