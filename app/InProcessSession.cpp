@@ -7,6 +7,7 @@
 
 #include <Poco/Exception.h>
 
+#include "connector/common/RequestOrigin.h"
 #include "connector/common/requests.h"
 #include "connector/identifiers.h"
 #include "connector/json/escape.h"
@@ -16,8 +17,12 @@
 #include "messages/ClientSession.h"
 #include "nmutil/events.h"
 #include "services/window.h"
+#include "streamMessage.h"
 
 namespace app {
+
+using connector::common::RequestOrigin;
+using connector::common::RequestRefusal;
 
 namespace {
 
@@ -61,19 +66,23 @@ public:
         : client_(messages.openSession(clientOptions())) {
         client_->subscribe(connector::wire::channel::allEvalResponses);
     }
-    void send(const std::string& code) override {
-        client_->publish(connector::wire::channel::evalRequest, connector::json::quoted(code), nullptr);
+    void send(const StreamRequest& request) override {
+        const auto context = std::make_shared<connector::common::ContextState>();
+        RequestOrigin::set(*context, {.request = request.name});
+        if (request.prompt != 0) context->set(RequestOrigin::forPrompt, request.prompt);
+        client_->publish(connector::wire::channel::evalRequest, connector::json::quoted(request.text),
+                         context);
+        const auto refusal = context->getOr(RequestRefusal::contextKey, RequestRefusal());
+        if (refusal.status != 0) throw std::runtime_error("the request was refused: " + refusal.reason);
     }
+    bool isShared() const override { return false; }
     Taken take(std::chrono::milliseconds limit) override {
         constexpr std::size_t bytesPerTake = std::size_t{1} << 20;
         const messages::TakenFrames taken = client_->take(bytesPerTake, limit);
         Taken result;
         for (const auto& frame : taken.frames) {
-            const auto data = connector::json::parse(frame->data());
-            result.messages.push_back(
-                {.channel = std::string(frame->channel()),
-                 .text = data.isString() ? data.extract<std::string>() : std::string(frame->data()),
-                 .line = frame->text()});
+            const auto message = connector::json::parse(frame->text()).extract<Poco::JSON::Object::Ptr>();
+            result.messages.push_back(streamMessageFrom(*message, frame->text()));
         }
         if (taken.isClosed) {
             result.failure = "the connection to the interpreter is closed: " + client_->closeReason();

@@ -8,6 +8,7 @@
 #include "connector/json/write.h"
 #include "connector/wireWords.h"
 #include "serverAnswer.h"
+#include "streamMessage.h"
 
 namespace app {
 
@@ -27,17 +28,6 @@ constexpr auto longestBreak = 20s;
 constexpr auto shortestDelay = 100ms;
 constexpr auto longestDelay = 2s;
 constexpr std::size_t queueBytes = std::size_t{8} << 20;
-
-Object::Ptr objectIn(const Object& object, const std::string& name) {
-    const Var value = object.get(name);
-    return value.type() == typeid(Object::Ptr) ? value.extract<Object::Ptr>() : Object::Ptr();
-}
-
-// -1 without one.
-Poco::Int64 numberIn(const Object::Ptr& object, const std::string& name) {
-    const Var value = object.isNull() ? Var() : object->get(name);
-    return value.isInteger() ? value.convert<Poco::Int64>() : -1;
-}
 
 Object::Ptr objectOf(const std::string& name, const Var& value) {
     Object::Ptr object = new Object;
@@ -73,9 +63,12 @@ RemoteStream::~RemoteStream() {
     thread_.join();
 }
 
-void RemoteStream::send(const std::string& code) {
+void RemoteStream::send(const StreamRequest& request) {
     Object::Ptr message = newMessage(connector::wire::channel::evalRequest);
-    message->set("data", code);
+    message->set("data", request.text);
+    Object::Ptr members = objectOf("request", request.name);
+    if (request.prompt != 0) members->set("prompt", request.prompt);
+    message->set("ext", objectOf("connector", members));
     replyTo(publishes_, message);
 }
 
@@ -151,8 +144,7 @@ void RemoteStream::open(HttpClient& http) {
     if (sequence_ > 0) subscribe->set("ext", objectOf("connector", objectOf("after", sequence_)));
     const auto subscribed = replyTo(http, subscribe);
     // Where it begins, for the case that the session ends before any message has come.
-    const auto extension = objectIn(*subscribed, "ext");
-    if (sequence_ == 0 && extension) sequence_ = numberIn(objectIn(*extension, "connector"), "seq");
+    if (sequence_ == 0) sequence_ = std::max<Poco::Int64>(0, numberIn(extensionOf(*subscribed), "seq"));
 }
 
 void RemoteStream::run() {
@@ -208,15 +200,9 @@ void RemoteStream::keep(const Objects& messages) {
         const MutexLock lock(mutex_);
         for (const auto& message : messages) {
             if (!message->has("data")) continue;
-            const Var data = message->get("data");
-            messages_.push_back(
-                {.channel = message->optValue<std::string>("channel", ""),
-                 .text = data.isString() ? data.extract<std::string>() : connector::json::written(data),
-                 .line = connector::json::written(message)});
+            messages_.push_back(streamMessageFrom(*message, connector::json::written(message)));
             queuedBytes_ += messages_.back().line.size();
-            const auto extension = objectIn(*message, "ext");
-            if (extension.isNull()) continue;
-            sequence_ = std::max(sequence_, numberIn(objectIn(*extension, "connector"), "seq"));
+            sequence_ = std::max(sequence_, numberIn(extensionOf(*message), "seq"));
         }
     }
     changed_.notify_all();

@@ -30,7 +30,8 @@ public:
     /// Blocks: while the server is told, for two seconds at most.
     ~RemoteStream() override;
 
-    void send(const std::string& code) override;
+    void send(const StreamRequest& request) override;
+    bool isShared() const override { return true; }
     Taken take(std::chrono::milliseconds limit) override EXCLUDES(mutex_);
 
 private:

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -28,8 +29,17 @@ struct StandardStreams {
 /// One message that the streaming service has published, or a notice of what is lost.
 struct StreamMessage {
     std::string channel;
-    std::string text;  ///< the data: its text when it is one, else its JSON
-    std::string line;  ///< the whole message as JSON
+    std::string request;       ///< the name of the request that it comes from; empty for none
+    std::uint64_t prompt = 0;  ///< the number of the prompt that it tells of; 0 for none
+    std::string text;          ///< the data: its text when it is one, else its JSON
+    std::string line;          ///< the whole message as JSON
+};
+
+/// Code for the streaming service, or text to type.
+struct StreamRequest {
+    std::string name;  ///< stands in what comes of it
+    std::string text;
+    std::uint64_t prompt = 0;  ///< the number of the one to type at; 0 to type at any, or else to run as code
 };
 
 /// The streaming service, as one of its clients sees it: everything that it publishes comes, in order.
@@ -43,8 +53,10 @@ public:
 
     virtual ~ResponseStream() = default;
 
-    /// Has `code` evaluated, or typed where the interpreter waits for input.
-    virtual void send(const std::string& code) = 0;
+    /// Throws: std::runtime_error, when the request is refused; others as the session says.
+    virtual void send(const StreamRequest& request) = 0;
+    /// Whether other clients use the interpreter, too.
+    virtual bool isShared() const = 0;
     /// Blocks: until a message is there, for `limit` at most.
     virtual Taken take(std::chrono::milliseconds limit) = 0;
 };

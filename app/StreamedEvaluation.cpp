@@ -2,6 +2,7 @@
 
 #include <Poco/JSON/Object.h>
 
+#include "connector/identifiers.h"
 #include "connector/wireWords.h"
 #include "terminal.h"
 #include "text.h"
@@ -25,7 +26,8 @@ bool StreamedEvaluation::run(const std::vector<std::string>& codes) {
         isIncompleteBlock_ = false;
         send(isWaiting_ ? withFinalNewline(code) : code);
         isWaiting_ = false;
-        while (incomplete_ > 0 && !isWaiting_) receive();
+        prompt_ = 0;
+        while (!incomplete_.empty() && !isWaiting_) receive();
         if (isGivenUp_) return false;
         if (isIncompleteBlock_) fail("the code ends inside an open block and was not run");
     }
@@ -36,8 +38,10 @@ bool StreamedEvaluation::run(const std::vector<std::string>& codes) {
 void StreamedEvaluation::send(const std::string& code) {
     isInterrupted_ = false;
     if (settings_.limit.count() > 0) deadline_ = Clock::now() + settings_.limit;
-    ++incomplete_;
-    stream_->send(code);
+    const std::string name = connector::randomUuid();
+    stream_->send({.name = name, .text = code, .prompt = isWaiting_ ? prompt_ : 0});
+    names_.insert(name);
+    incomplete_.insert(name);
 }
 
 void StreamedEvaluation::receive() {
@@ -47,16 +51,24 @@ void StreamedEvaluation::receive() {
     interruptWhenLate();
 }
 
+// Notices of losses are for everybody. Text without a name is that of threads whose code has ended.
+bool StreamedEvaluation::isOfOthers(const StreamMessage& message) const {
+    if (!message.channel.starts_with(words::evalResponse)) return false;
+    return message.request.empty() ? stream_->isShared() : !names_.contains(message.request);
+}
+
 void StreamedEvaluation::show(const StreamMessage& message) {
-    const auto& [channel, text, line] = message;
+    if (isOfOthers(message)) return;
+    const auto& [channel, request, prompt, text, line] = message;
     const auto standard = session_.streams();
     const bool isResponse = channel.starts_with(words::evalResponse);
     if (settings_.json) writeAll(standard.output, line + "\n");
     if (channel == words::completion) {
-        if (incomplete_ > 0) --incomplete_;  // others' code is completed here, too
+        incomplete_.erase(request);
         if (text != connector::wire::completion::success) hasFailed_ = true;
     } else if (channel == words::prompt) {
         handlePrompt(text);
+        prompt_ = prompt;
     } else if (!isResponse) {
         hasFailed_ = true;
         if (!settings_.json) {
@@ -82,7 +94,7 @@ void StreamedEvaluation::handlePrompt(const std::string& prompt) {
 // The completion of what was interrupted is waited for, but not for ever: code may swallow the interrupt. No
 // further code is sent then; it would wait for this one, and take its completion for its own.
 void StreamedEvaluation::interruptWhenLate() {
-    if (Clock::now() < deadline_ || incomplete_ == 0) return;
+    if (Clock::now() < deadline_ || incomplete_.empty()) return;
     if (isInterrupted_) return giveUp("the code continues in spite of the interrupt");
     isInterrupted_ = true;
     fail("the code timed out after " + std::to_string(settings_.limit.count()) + " seconds");
@@ -92,7 +104,7 @@ void StreamedEvaluation::interruptWhenLate() {
 
 void StreamedEvaluation::giveUp(const std::string& why) {
     fail(why);
-    incomplete_ = 0;
+    incomplete_.clear();
     isGivenUp_ = true;
 }
 

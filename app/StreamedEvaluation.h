@@ -1,8 +1,9 @@
 #pragma once
 
 #include <chrono>
-#include <cstddef>
+#include <cstdint>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -11,7 +12,8 @@
 namespace app {
 
 /// Runs codes through the streaming service, each in turn, and prints what comes as it comes: printed text to
-/// standard output, errors to standard error or, as JSON, every message as one line on standard output.
+/// standard output, errors to standard error or, as JSON, every message as one line on standard output. What
+/// comes of other clients' code is left out.
 ///
 /// A code is sent when the one before has ended, or is typed when that one waits for input. None is sent
 /// after one that does not end although it was interrupted.
@@ -35,6 +37,7 @@ private:
 
     void send(const std::string& code);
     void receive();
+    bool isOfOthers(const StreamMessage& message) const;
     void show(const StreamMessage& message);
     void handlePrompt(const std::string& prompt);
     void interruptWhenLate();
@@ -45,8 +48,10 @@ private:
     const Settings settings_;
     const std::unique_ptr<ResponseStream> stream_;
 
-    std::size_t incomplete_ = 0;  ///< requests that have been sent and are not completed
-    bool isWaiting_ = false;      ///< for input that has not been typed
+    std::set<std::string> incomplete_;  ///< the names of requests that have been sent and are not completed
+    std::set<std::string> names_;       ///< of all that have been sent
+    std::uint64_t prompt_ = 0;          ///< the number of the one that the code waits at
+    bool isWaiting_ = false;            ///< for input that has not been typed
     bool isIncompleteBlock_ = false;
     bool isInterrupted_ = false;  ///< since the last code was sent
     bool hasFailed_ = false;

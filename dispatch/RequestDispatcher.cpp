@@ -8,6 +8,7 @@
 #include <Poco/JSON/Array.h>
 
 #include "connector/ServiceStopped.h"
+#include "connector/common/RequestOrigin.h"
 #include "connector/common/requests.h"
 #include "connector/errorText.h"
 #include "connector/identifiers.h"
@@ -44,6 +45,20 @@ std::string outcomeOf(const Poco::JSON::Object& response) {
                                                                                                   : "fault";
     }
     return response.optValue("isError", false) ? "error" : "success";
+}
+
+}  // namespace
+
+namespace {
+
+// A request is known by its uuid, if that can be a name.
+void nameRequest(connector::common::ContextState& context, const Poco::Dynamic::Var& uuid) {
+    using connector::common::RequestOrigin;
+    const auto given = RequestOrigin::of(context);
+    RequestOrigin origin = given ? *given : RequestOrigin();
+    const std::string name = uuid.isString() ? uuid.extract<std::string>() : "";
+    origin.request = RequestOrigin::isName(name) ? name : RequestOrigin::newName();
+    RequestOrigin::set(context, std::move(origin));
 }
 
 }  // namespace
@@ -127,6 +142,7 @@ void RequestDispatcher::queue(Lane where, const std::shared_ptr<Request>& reques
 void RequestDispatcher::readMessage(Request& request, Poco::JSON::Object::Ptr object) const {
     checkMessage(request.typeName, *object);
     request.message = serializer_->read(request.typeName, object);
+    nameRequest(*request.context, object->get("uuid"));
 }
 
 Answer RequestDispatcher::run(Request& request) {

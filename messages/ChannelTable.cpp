@@ -56,10 +56,14 @@ Recipients ChannelTable::resolve(const std::string& channel) const {
         if (canMatch(pattern, channel)) matching.insert(recipients.begin(), recipients.end());
     }
 
+    const auto isAmong = [&](const std::vector<std::string>& patterns) {
+        return std::ranges::any_of(patterns, [&](const auto& pattern) { return canMatch(pattern, channel); });
+    };
+    const bool isForServices = isAmong(forServices_);
     Recipients result;
     for (auto& [number, recipient] : matching) {
         if (auto* client = std::get_if<std::shared_ptr<OutgoingQueue>>(&recipient)) {
-            result.clients.push_back(std::move(*client));
+            if (!isForServices) result.clients.push_back(std::move(*client));
         } else {
             result.subscribers.push_back(std::get<std::shared_ptr<LocalSubscriber>>(std::move(recipient)));
         }
@@ -69,8 +73,7 @@ Recipients ChannelTable::resolve(const std::string& channel) const {
         result.lossClass = pattern;
         break;
     }
-    result.isLogged = std::any_of(logged_.begin(), logged_.end(),
-                                  [&](const auto& pattern) { return canMatch(pattern, channel); });
+    result.isLogged = isAmong(logged_);
     return result;
 }
 

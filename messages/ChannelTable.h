@@ -44,9 +44,12 @@ public:
     using Recipient = std::variant<std::shared_ptr<OutgoingQueue>, std::shared_ptr<LocalSubscriber>>;
 
     /// `droppable`: the patterns of channels whose frames may be lost; they are the names of the loss
-    /// classes. `logged`: of those whose messages are kept.
-    ChannelTable(std::vector<std::string> droppable, std::vector<std::string> logged)
-        : droppable_(std::move(droppable)), logged_(std::move(logged)) {}
+    /// classes. `logged`: of those whose messages are kept. `forServices`: of those that go to no client.
+    ChannelTable(std::vector<std::string> droppable, std::vector<std::string> logged,
+                 std::vector<std::string> forServices)
+        : droppable_(std::move(droppable)),
+          logged_(std::move(logged)),
+          forServices_(std::move(forServices)) {}
 
     /// `number` stands for the recipient. False when it has this pattern already.
     bool add(const std::string& pattern, std::uint64_t number, Recipient recipient);
@@ -65,6 +68,7 @@ private:
 
     const std::vector<std::string> droppable_;
     const std::vector<std::string> logged_;
+    const std::vector<std::string> forServices_;
     ByPattern names_;      // patterns without wildcards
     ByPattern wildcards_;  // the others
     std::unordered_map<std::string, std::shared_ptr<const Recipients>> resolved_;

@@ -11,6 +11,7 @@
 namespace messages {
 
 using connector::MutexLock;
+using connector::common::RequestOrigin;
 using connector::message_service::JsonMessage;
 
 namespace {
@@ -45,9 +46,10 @@ private:
 MessageHub::MessageHub(MessageServiceOptions options)
     : options_(std::move(options)),
       log_(options_.logBytes, firstNumber(options_)),
-      table_(options_.droppable, options_.logged) {
+      table_(options_.droppable, options_.logged, options_.forServices) {
     for (const auto& pattern : options_.droppable) requirePattern(pattern);
     for (const auto& pattern : options_.logged) requirePattern(pattern);
+    for (const auto& pattern : options_.forServices) requirePattern(pattern);
 }
 
 std::shared_ptr<const Recipients> MessageHub::recipientsOf(const std::string& channel) {
@@ -62,10 +64,12 @@ void MessageHub::publish(const std::string& channel, std::string_view data, cons
     if (data.empty()) throw std::invalid_argument("A message without data");
     counters_->messagesPublished.fetch_add(1, std::memory_order_relaxed);
     const auto recipients = recipientsOf(channel);
+    const auto origin = context ? RequestOrigin::of(*context) : nullptr;
+    const MessageMembers all(members, origin.get());
     if (data.size() <= pieceBytes || recipients->lossClass.empty() || !isJsonString(data)) {
-        queue(channel, data, members, *recipients);
+        queue(channel, data, all, *recipients);
     } else {
-        queueInPieces(channel, data, members, *recipients);
+        queueInPieces(channel, data, all, *recipients);
     }
     if (!recipients->subscribers.empty()) {
         const JsonMessage message{channel, std::string(data), context};
@@ -75,17 +79,18 @@ void MessageHub::publish(const std::string& channel, std::string_view data, cons
     }
 }
 
-void MessageHub::queue(const std::string& channel, std::string_view data, std::string_view members,
+void MessageHub::queue(const std::string& channel, std::string_view data, const MessageMembers& members,
                        const Recipients& recipients) {
     if (recipients.isLogged) return publishLogged(channel, data, members);
     if (recipients.clients.empty()) return;
     counters_->framesBuilt.fetch_add(1, std::memory_order_relaxed);
-    const auto frame = std::make_shared<const MessageFrame>(channel, data, members, recipients.lossClass);
+    const auto frame =
+        std::make_shared<const MessageFrame>(channel, data, members.text(), recipients.lossClass);
     for (const auto& client : recipients.clients) client->push(frame);
 }
 
-void MessageHub::queueInPieces(const std::string& channel, std::string_view data, std::string_view members,
-                               const Recipients& recipients) {
+void MessageHub::queueInPieces(const std::string& channel, std::string_view data,
+                               const MessageMembers& members, const Recipients& recipients) {
     std::string_view text = data.substr(1, data.size() - 2);
     while (!text.empty()) {
         const std::size_t size = firstPiece(text, pieceBytes);
@@ -98,7 +103,8 @@ void MessageHub::queueInPieces(const std::string& channel, std::string_view data
 }
 
 // Who gets the message is looked up anew: a client may have subscribed before the message had its number.
-void MessageHub::publishLogged(const std::string& channel, std::string_view data, std::string_view members) {
+void MessageHub::publishLogged(const std::string& channel, std::string_view data,
+                               const MessageMembers& members) {
     std::vector<OutgoingQueue::WakeUp> wakeUps;
     {
         MutexLock lock(logMutex_);

@@ -11,6 +11,7 @@
 
 #include "ChannelTable.h"
 #include "MessageLog.h"
+#include "MessageMembers.h"
 #include "OutgoingQueue.h"
 #include "Watcher.h"
 #include "connector/ThreadSafety.h"
@@ -33,7 +34,8 @@ public:
 
     explicit MessageHub(MessageServiceOptions options);
 
-    /// A message that is logged has its number after `members`, unless these have an "ext" already.
+    /// A message carries the name of the request in whose context it is published, and its number where it is
+    /// logged, after `members`, unless these have an "ext" already.
     void publish(const std::string& channel, std::string_view data, const Context& context,
                  std::string_view members = {}) EXCLUDES(mutex_, logMutex_);
     std::unique_ptr<Subscription> subscribe(const std::string& pattern,
@@ -65,11 +67,11 @@ private:
     using Watchers = std::set<std::shared_ptr<Watcher>>;
 
     std::shared_ptr<const Recipients> recipientsOf(const std::string& channel) EXCLUDES(mutex_);
-    void queue(const std::string& channel, std::string_view data, std::string_view members,
+    void queue(const std::string& channel, std::string_view data, const MessageMembers& members,
                const Recipients& recipients) EXCLUDES(mutex_, logMutex_);
-    void queueInPieces(const std::string& channel, std::string_view data, std::string_view members,
+    void queueInPieces(const std::string& channel, std::string_view data, const MessageMembers& members,
                        const Recipients& recipients) EXCLUDES(mutex_, logMutex_);
-    void publishLogged(const std::string& channel, std::string_view data, std::string_view members)
+    void publishLogged(const std::string& channel, std::string_view data, const MessageMembers& members)
         EXCLUDES(mutex_, logMutex_);
     /// The queue of the client; null when it is not known. `added`: those that it did not have before.
     std::shared_ptr<OutgoingQueue> addSubscriptions(const std::string& id, const Patterns& patterns,

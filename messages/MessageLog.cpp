@@ -22,14 +22,9 @@ std::size_t costOf(const MessageFrame& frame) { return frame.text().size() + 256
 }  // namespace
 
 MessageLog::Frame MessageLog::add(std::string_view channel, std::string_view data, std::string_view lossClass,
-                                  std::string_view members) {
-    std::string all(members);
+                                  const MessageMembers& members) {
     ++last_;
-    if (members.find(R"(,"ext":)") == std::string_view::npos) {
-        const auto number = ObjectBuilder().add("seq", last_);
-        all += ObjectBuilder().add("ext", ObjectBuilder().add("connector", number)).members();
-    }
-    auto frame = std::make_shared<const MessageFrame>(channel, data, all, lossClass);
+    auto frame = std::make_shared<const MessageFrame>(channel, data, members.text(last_), lossClass);
     entries_.push_back({last_, frame});
     Group& group = lossClass.empty() ? kept_ : droppable_;
     group.entries.push_back(std::prev(entries_.end()));

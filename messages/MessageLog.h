@@ -9,6 +9,7 @@
 #include <string_view>
 #include <vector>
 
+#include "MessageMembers.h"
 #include "messages/MessageFrame.h"
 
 namespace messages {
@@ -29,10 +30,9 @@ public:
     explicit MessageLog(std::size_t limit, std::uint64_t first = 1)
         : limit_(limit), first_(first), last_(first - 1) {}
 
-    /// Makes the frame of the next message, with the `members` (see MessageFrame) and its number:
-    /// `"ext":{"connector":{"seq":N}}`. It does not carry its number when `members` has an "ext".
+    /// Makes the frame of the next message, with the `members` and its number.
     Frame add(std::string_view channel, std::string_view data, std::string_view lossClass,
-              std::string_view members = {});
+              const MessageMembers& members = {{}, nullptr});
 
     /// The number of the newest message; one less than the first when there was none.
     std::uint64_t last() const { return last_; }

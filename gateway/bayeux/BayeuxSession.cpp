@@ -6,15 +6,12 @@
 #include "bayeux/Exchange.h"
 #include "bayeux/ServerCore.h"
 #include "bayeux/channelRules.h"
-#include "connector/common/ContextState.h"
 #include "connector/json/write.h"
 #include "connector/wireWords.h"
 
 namespace gateway::bayeux {
 
 using namespace std::chrono_literals;
-using connector::common::ClientRequests;
-using connector::common::ContextState;
 using messages::ClientSession;
 
 namespace {
@@ -35,8 +32,8 @@ BayeuxSession::BayeuxSession(std::shared_ptr<ServerCore> core, const Peer& peer,
       ended_(std::move(ended)),
       outbox_(client, isAcknowledged, core_->options.replyBytes),
       subscriptions_(client, core_->options.subscriptionsPerSession),
-      evaluations_(std::make_shared<ClientRequests>()),
-      calls_(core_->dispatcher, client, evaluations_, core_->options.callsPerSession),
+      evaluations_(client, core_->requestNames, core_->options.evaluationsPerSession),
+      calls_(core_->dispatcher, client, evaluations_.underWay(), core_->options.callsPerSession),
       connects_(core_->options.connectsPerSecond, now()),
       lastActivity_(now()) {
     updateDue();
@@ -124,20 +121,13 @@ std::string BayeuxSession::publish(const ClientMessage& message) {
     if (!isPortableName(channel)) return failed(message, errorText(405, channel, "bad channel name"));
     if (isReservedForServices(channel)) return failed(message, errorText(403, channel, "denied"));
     if (!message.has("data")) return failed(message, errorText(400, "missing data"));
-    std::shared_ptr<ContextState> context;
-    if (channel == connector::wire::channel::evalRequest) {
-        if (evaluations_->count() >= core_->options.evaluationsPerSession) {
-            return failed(message, errorText(429, channel, "too many evaluations are waiting"));
-        }
-        context = std::make_shared<ContextState>();
-        context->set(ClientRequests::contextKey, evaluations_);
-    }
+    if (channel == connector::wire::channel::evalRequest) return evaluations_.start(message);
     // It says that the data holds bytes as text, and is the one extension that others have to see.
     Members members;
     if (!objectOf(message.extension("binary")).isNull()) {
         members.add("ext", Members().addJson("binary", "{}"));
     }
-    client_->publish(channel, connector::json::written(message.get("data")), context, members.members());
+    client_->publish(channel, connector::json::written(message.get("data")), nullptr, members.members());
     return succeeded(message);
 }
 

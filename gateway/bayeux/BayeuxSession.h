@@ -10,12 +10,12 @@
 #include "bayeux/Calls.h"
 #include "bayeux/ClientMessage.h"
 #include "bayeux/ClientSocket.h"
+#include "bayeux/Evaluations.h"
 #include "bayeux/Outbox.h"
 #include "bayeux/RateLimit.h"
 #include "bayeux/Strand.h"
 #include "bayeux/Subscriptions.h"
 #include "bayeux/replies.h"
-#include "connector/common/ClientRequests.h"
 #include "messages/ClientSession.h"
 
 namespace gateway::bayeux {
@@ -104,7 +104,7 @@ private:
     // On the strand.
     Outbox outbox_;
     Subscriptions subscriptions_;
-    const std::shared_ptr<connector::common::ClientRequests> evaluations_;
+    Evaluations evaluations_;
     Calls calls_;
     RateLimit connects_;
     std::shared_ptr<ClientSocket> socket_;

@@ -7,6 +7,7 @@
 #include "bayeux/channelRules.h"
 #include "bayeux/replies.h"
 #include "connector/json/write.h"
+#include "connector/wireWords.h"
 
 namespace gateway::bayeux {
 
@@ -24,7 +25,7 @@ struct Names {
 void add(Names& names, const std::string& pattern) {
     if (!isPortablePattern(pattern)) {
         names.error = errorText(405, "bad channel name");
-    } else if (isMeta(pattern)) {
+    } else if (isMeta(pattern) || pattern == connector::wire::channel::evalRequest) {
         names.error = errorText(403, pattern, "denied");
     } else if (isOfUnknownInterpreter(pattern)) {
         names.error = errorText(404, pattern, "no such interpreter");

@@ -3,6 +3,7 @@
 #include <string_view>
 #include <utility>
 
+#include "connector/common/RequestOrigin.h"
 #include "connector/interpreter/v1/AsyncEvalService.h"
 #include "connector/json/escape.h"
 #include "connector/wireWords.h"
@@ -95,7 +96,15 @@ void AsyncEvalService::handlePrintableError(const nmutil::io::PrintableErrorEven
     });
 }
 
+// The number of the prompt goes with the message, as the name of the request does.
 void AsyncEvalService::handleInputRequest(const nmutil::utils::InputRequestEvent& event) {
+    const auto origin = common::RequestOrigin::current();
+    auto ofPrompt = origin ? *origin : common::RequestOrigin{};
+    ofPrompt.prompt = event.getNumber();
+    ofPrompt.echo = event.isEchoed();
+    const auto context = std::make_shared<common::ContextState>();
+    common::RequestOrigin::set(*context, std::move(ofPrompt));
+    const common::CurrentContext current(context);
     doPromptChange(event.getRequester());
 }
 

@@ -6,7 +6,9 @@
 #include <Poco/Dynamic/Var.h>
 
 #include "cmddistributor/CmdRequest.h"
+#include "connector/common/RequestOrigin.h"
 #include "connector/common/productName.h"
+#include "connector/common/requests.h"
 #include "connector/ddux/ddux.h"
 #include "connector/errorText.h"
 #include "connector/interpreter/v1/AsyncEvalService.h"
@@ -31,22 +33,43 @@ namespace {
 
 constexpr const char* dduxSource = "NUMORA_WORKER";
 
-// The body of a request is another JSON value.
-struct NotAString : std::invalid_argument {
-    NotAString() : std::invalid_argument("The request must be a JSON string.") {}
+// What its client is told of a request that is not carried out.
+struct Refused : std::invalid_argument {
+    Refused(int status, const std::string& reason)
+        : std::invalid_argument(reason), refusal{status, reason} {}
+
+    common::RequestRefusal refusal;
 };
 
-// The text of a JSON string.  Throws: json::ParseError; NotAString.
+void refuse(common::ContextState& context, const common::RequestRefusal& refusal) {
+    context.set(common::RequestRefusal::contextKey, refusal);
+}
+
+void logIssue(Severity severity, const std::string& what) {
+    if (!asyncLog().isEnabled(severity)) return;
+    asyncLog().write(severity, "Unknown issue in AsyncEvalService::handleEvalRequest");
+    asyncLog().write(severity, "What it was: " + what);
+}
+
+// The text of a JSON string.  Throws: json::ParseError; Refused, for another value.
 std::u16string textOf(const std::string& json) {
     const auto value = json::parse(json);
-    if (value.type() != typeid(std::string)) throw NotAString();
+    if (value.type() != typeid(std::string)) throw Refused(400, "data must be a string");
     return fl::i18n::codecvt_string_to_ustring("UTF-8")(value.extract<std::string>());
 }
 
-// The body is not a JSON string, or the queue of the interpreter is full.
+// Whether a request is input for code that reads some, and not code.  Throws: Refused.
+bool isTypedInput(const common::ContextState& context) {
+    if (!context.has(common::RequestOrigin::forPrompt)) return services::prompt::detail::isInCharBufferMode();
+    const auto prompt = context.getOr<std::uint64_t>(common::RequestOrigin::forPrompt, 0);
+    if (prompt == 0) return false;
+    if (prompt != services::prompt::promptNumber()) throw Refused(409, "the prompt is gone");
+    return true;
+}
+
+// The body is not JSON, or the queue of the interpreter is full.
 bool isFromClient(const std::exception& error) {
     return dynamic_cast<const json::ParseError*>(&error) != nullptr ||
-           dynamic_cast<const NotAString*>(&error) != nullptr ||
            dynamic_cast<const cmddistributor::RuntimeException*>(&error) != nullptr;
 }
 
@@ -79,23 +102,25 @@ void AsyncEvalService::handleEvalRequest(const message_service::JsonMessage& mes
         TrackedEnd end(services_.requestTracker, clientType, context);
         if (!services_.requestGate || !services_.requestGate->isOpen()) {
             asyncLog().info("The gate is closed; the request is dropped.");
+            refuse(*context, {503, "the interpreter does not take requests now"});
             return;
         }
         auto text = textOf(message.data);
+        const bool isInput = isTypedInput(*context);
         end.release();  // what sends the request ends it
-        if (services::prompt::detail::isInCharBufferMode()) {
+        if (isInput) {
             sendRawCharsToBuffer(std::move(text), clientType, held.release(), context);
         } else {
             sendEvalRequest(std::move(text), clientType, held.release(), context);
         }
+    } catch (const Refused& refused) {
+        refuse(*message.context, refused.refusal);
+        logIssue(Severity::Info, refused.what());
     } catch (const std::exception& error) {
         // Clients can make as many as they like of their own errors.
-        const auto severity = isFromClient(error) ? Severity::Info : Severity::Error;
-        if (!asyncLog().isEnabled(severity)) return;
-        asyncLog().write(severity, "Unknown issue in AsyncEvalService::handleEvalRequest");
-        asyncLog().write(severity, "What it was: " + errorText(error));
+        logIssue(isFromClient(error) ? Severity::Info : Severity::Error, errorText(error));
     } catch (...) {
-        asyncLog().error("Unknown issue in AsyncEvalService::handleEvalRequest");
+        logIssue(Severity::Error, "no standard exception");
     }
 }
 
@@ -103,7 +128,7 @@ void AsyncEvalService::sendEvalRequest(std::u16string code, const std::string& c
                                        std::uint64_t contextHandle,
                                        const std::shared_ptr<common::ContextState>& context) {
     HeldContext held(contextHandle);
-    const auto printed = std::make_shared<PrintedText>(coalescer_);
+    const auto printed = std::make_shared<PrintedText>(coalescer_, context);
     const auto request = std::make_shared<StreamedRequest>(services_.requestTracker, clientType,
                                                            std::move(held), context, printed);
     auto completion = completionOf(request);
@@ -143,9 +168,10 @@ void AsyncEvalService::sendRawCharsToBuffer(std::u16string characters, const std
         asyncLog().debug("Typing chars into type ahead:" + fl::i18n::to_string(characters));
     }
     if (!services_.zvm) throw std::runtime_error("No interpreter is available.");
-    const auto type = [characters = std::move(characters)] {
+    const auto type = [characters = std::move(characters),
+                       prompt = context->getOr<std::uint64_t>(common::RequestOrigin::forPrompt, 0)] {
         asyncLog().debug("Posting key typing:");
-        typeAtPrompt(characters);
+        typeAtPrompt(characters, prompt);
     };
     release(*request, queueTask(services_.zvm, clientOptions(*context, WhenToDequeue::Prompt, contextHandle),
                                 type, std::move(completion)));
@@ -163,7 +189,7 @@ std::shared_ptr<cmddistributor::PromiseDelegate> AsyncEvalService::completionOf(
     promise->getFuture().then([weak = weak_from_this(), request = std::move(request)](Future<void> ended) {
         // What other threads of the code print from now on belongs to no request.
         if (request->printed) request->printed->stop();
-        request->ofClient.end();  // the client may send another as soon as it knows
+        request->endForClient();
         if (const auto self = weak.lock()) self->complete(*request, isSuccess(ended));
         request->end.tell();
     });
@@ -173,6 +199,7 @@ std::shared_ptr<cmddistributor::PromiseDelegate> AsyncEvalService::completionOf(
 
 // Each step is taken whatever becomes of the others.
 void AsyncEvalService::complete(const StreamedRequest& request, bool isSuccess) {
+    const common::CurrentContext context(request.context);
     catchAndLog("flush", [&] { flush(); });
     catchAndLog("completion", [&] {
         publish(wire::channel::completion,

@@ -52,6 +52,7 @@ struct CoalescingTextBuffer::Batch {
     Callback callback;  ///< null where there is nothing to deliver
     DataBuffer text;
     StreamTypeEnum type = nmutil::io::STANDARD_OUTPUT;
+    std::shared_ptr<common::ContextState> context;
     std::optional<BatchOrder::Place> place;  ///< where batches are delivered in order
 };
 
@@ -84,13 +85,15 @@ void CoalescingTextBuffer::appendText(std::u16string_view text, StreamTypeEnum t
     outputLog_->write(text);
     if (text.empty()) return;
     const std::uint64_t before = ++ownPieces;
+    auto context = common::ContextState::currentOrNull();
     MutexLock lock(mutex_);
-    if (isOfOtherStream(type)) doFlush(lock);
+    if (isOfOther(type, context)) doFlush(lock);
     // Other threads may have printed on the stream meanwhile. That is kept apart, too; what the callback has
     // printed is not, or the two could go on for ever.
     Batch others;
-    if (isOfOtherStream(type) && ownPieces == before) others = takeBatch();
+    if (isOfOther(type, context) && ownPieces == before) others = takeBatch();
     currentStream_ = type;
+    currentContext_ = std::move(context);
     const bool wakes = pending_.empty();
     if (wakes) batchStart_ = getCurrentTime();
     if (dduxEnabled_) appendDduxData(fl::i18n::to_string(text));
@@ -100,8 +103,9 @@ void CoalescingTextBuffer::appendText(std::u16string_view text, StreamTypeEnum t
     deliver(std::move(others), lock);
 }
 
-bool CoalescingTextBuffer::isOfOtherStream(StreamTypeEnum type) const {
-    return type != currentStream_ && !pending_.empty();
+bool CoalescingTextBuffer::isOfOther(StreamTypeEnum type,
+                                     const std::shared_ptr<common::ContextState>& context) const {
+    return !pending_.empty() && (type != currentStream_ || context != currentContext_);
 }
 
 void CoalescingTextBuffer::flush() {
@@ -187,8 +191,10 @@ void CoalescingTextBuffer::doFlush(MutexLock& lock) {
 void CoalescingTextBuffer::doCallback(MutexLock& lock) { deliver(takeBatch(), lock); }
 
 CoalescingTextBuffer::Batch CoalescingTextBuffer::takeBatch() {
-    Batch batch{.callback = {}, .text = {}, .type = currentStream_, .place = std::nullopt};
+    Batch batch{
+        .callback = {}, .text = {}, .type = currentStream_, .context = nullptr, .place = std::nullopt};
     if (pending_.empty() || !callback_) return batch;
+    batch.context = std::move(currentContext_);
     batch.text.reserve(pending_.size() + 2);
     batch.text.push_back('"');
     batch.text.append(pending_.view());
@@ -202,6 +208,7 @@ CoalescingTextBuffer::Batch CoalescingTextBuffer::takeBatch() {
 void CoalescingTextBuffer::deliver(Batch batch, MutexLock& lock) {
     if (!batch.callback) return;
     const auto deliverBatch = [&batch] {
+        const common::CurrentContext context(std::move(batch.context));
         call(batch.callback, std::move(batch.text), batch.type);
         batch.callback = nullptr;  // what it holds goes without the lock, too
     };

@@ -7,6 +7,7 @@
 #include "cmddistributor/RunOptions.h"
 #include "connector/common/ClientRequests.h"
 #include "connector/common/ContextState.h"
+#include "connector/common/RequestOrigin.h"
 #include "connector/common/requests.h"
 #include "connector/interpreter/v1/CoalescingTextBuffer.h"
 #include "nmutil/io/NMSink.h"
@@ -19,10 +20,11 @@ namespace connector::interpreter::v1 {
 /// The stream buffers of one evaluation. They share the coalescer, because the interpreter may hold on to
 /// them for longer than the service lives.
 struct PrintedText {
-    explicit PrintedText(std::shared_ptr<CoalescingTextBuffer> buffer)
+    PrintedText(std::shared_ptr<CoalescingTextBuffer> buffer,
+                const std::shared_ptr<common::ContextState>& context)
         : coalescer(std::move(buffer)),
-          out(*coalescer, nmutil::io::STANDARD_OUTPUT),
-          err(*coalescer, nmutil::io::STANDARD_ERROR) {}
+          out(*coalescer, nmutil::io::STANDARD_OUTPUT, context),
+          err(*coalescer, nmutil::io::STANDARD_ERROR, context) {}
 
     static std::shared_ptr<nmutil::io::NMSink> sink(const std::shared_ptr<PrintedText>& self,
                                                     FlushingStreamBuf PrintedText::*stream) {
@@ -68,14 +70,23 @@ private:
 /// What is kept of a request until it has ended.
 struct StreamedRequest {
     StreamedRequest(std::shared_ptr<common::RequestTracker> tracker, const std::string& clientType,
-                    HeldContext heldContext, const std::shared_ptr<common::ContextState>& context,
+                    HeldContext heldContext, std::shared_ptr<common::ContextState> itsContext,
                     std::shared_ptr<PrintedText> text)
-        : end(std::move(tracker), clientType, context),
+        : context(std::move(itsContext)),
+          end(std::move(tracker), clientType, context),
           ofClient(context->getOr<std::shared_ptr<common::ClientRequests>>(common::ClientRequests::contextKey,
                                                                            nullptr)),
           held(std::move(heldContext)),
           printed(std::move(text)) {}
 
+    /// The client may send another, also of this name, as soon as it knows of the completion.
+    void endForClient() {
+        ofClient.end();
+        const auto origin = common::RequestOrigin::of(*context);
+        if (origin && origin->reservation) origin->reservation->release();
+    }
+
+    const std::shared_ptr<common::ContextState> context;
     TrackedEnd end;
     common::ClientRequests::Entry ofClient;
     HeldContext held;

@@ -11,8 +11,9 @@
 
 namespace connector::interpreter::v1 {
 
-void typeAtPrompt(const std::u16string& characters) {
-    if (!services::prompt::detail::isInCharBufferMode()) {
+void typeAtPrompt(const std::u16string& characters, std::uint64_t prompt) {
+    const bool isOther = prompt != 0 && prompt != services::prompt::promptNumber();
+    if (isOther || !services::prompt::detail::isInCharBufferMode()) {
         throw cmddistributor::RuntimeException(nmutil::cmddistributor::EXECUTION_CANCELLED,
                                                "NUMORA:prompt:ended",
                                                u"The code no longer waits for what was typed.");

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
@@ -12,12 +13,12 @@
 
 namespace connector::interpreter::v1 {
 
-/// Types characters for the code that waits at a prompt.
+/// Types characters for the code that waits at a prompt: at that with the number `prompt`, unless it is 0.
 ///
 /// Threads: the interpreter thread.  Throws: cmddistributor::RuntimeException with EXECUTION_CANCELLED, when
-/// no code waits any more: they were meant for that code and must not run as code themselves;
+/// no code waits there any more: they were meant for that code and must not run as code themselves;
 /// std::length_error, when too much is typed ahead.
-void typeAtPrompt(const std::u16string& characters);
+void typeAtPrompt(const std::u16string& characters, std::uint64_t prompt = 0);
 
 /// The capture levels of typed characters. Each opens as its characters are typed, and all of them end with
 /// the code that reads these: one task, which waits for the base prompt, closes them.

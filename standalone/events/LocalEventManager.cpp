@@ -105,7 +105,8 @@ std::uint64_t LocalEventManager::queueLocked(std::shared_ptr<const BaseEvent> ev
         ++dropped_;
         return 0;
     }
-    queue_.push_back(Entry{std::move(event), bytes, lastQueued_ + 1});
+    queue_.push_back(
+        Entry{std::move(event), connector::common::ContextState::currentOrNull(), bytes, lastQueued_ + 1});
     queuedBytes_ += bytes;
     return ++lastQueued_;
 }
@@ -138,7 +139,10 @@ void LocalEventManager::dispatchLoop() {
         lock.unlock();
         if (dropped > 0)
             logger().warning(std::to_string(dropped) + " events were dropped: too many were waiting.");
-        deliver(*entry.event);
+        {
+            const connector::common::CurrentContext context(entry.context);
+            deliver(*entry.event);
+        }
         entry.event.reset();
         lock.lock();
         lastDelivered_ = entry.number;

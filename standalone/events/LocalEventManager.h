@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "connector/ThreadSafety.h"
+#include "connector/common/ContextState.h"
 #include "events/SubscriptionTable.h"
 #include "foundation/msg_svc/eventmgr/EventMgr.h"
 
@@ -31,6 +32,8 @@ struct EventLimits {
 ///
 ///     raise, post -> queued -> handlers run -> delivered
 ///                       \________ stop ____________________ dropped
+///
+/// A handler runs in the context that was current where its event was raised or posted.
 ///
 /// Threads: any, but for the destructor and `stop`, which are not for a handler. Make it on a thread that has
 /// called blockInterpreterSignals.
@@ -96,6 +99,7 @@ protected:
 private:
     struct Entry {
         std::shared_ptr<const BaseEvent> event;
+        std::shared_ptr<connector::common::ContextState> context;  // of whoever raised it; may be null
         std::size_t bytes = 0;
         std::uint64_t number = 0;
     };

@@ -30,6 +30,7 @@ bool Announcements::postText(nmutil::io::StreamTypeEnum stream, std::u16string_v
     const auto event = std::make_shared<nmutil::io::SinkTextEvent>(std::u16string(text), stream);
     const std::size_t bytes = text.size() * sizeof(char16_t);
     const auto events = events_;  // see raise
+    const connector::common::CurrentContext context(running_.contextOfThisThread());
     return KeepsInterpreterLock::isHere() ? events->post(event, bytes)
                                           : events->postBlocking(event, bytes, withoutInterpreterLock);
 }
@@ -68,6 +69,7 @@ void Announcements::announcePrompt(const ShownPrompt& prompt, bool isBaseLevel) 
 
 void Announcements::post(std::u16string tag, TaggedEvent::Members members, std::size_t bytes) {
     const auto events = events_;  // see raise
+    const connector::common::CurrentContext context(running_.contextOfThisThread());
     events->postBlocking(std::make_shared<TaggedEvent>(std::move(tag), std::move(members)), bytes,
                          withoutInterpreterLock);
 }

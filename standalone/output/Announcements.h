@@ -6,8 +6,10 @@
 #include <string_view>
 #include <utility>
 
+#include "connector/common/ContextState.h"
 #include "events/LocalEventManager.h"
 #include "nmutil/io/NMSink.h"
+#include "output/RunningRequests.h"
 #include "output/ShownPrompt.h"
 #include "python/interpreterLock.h"
 #include "standalone/TaggedEvent.h"
@@ -15,13 +17,15 @@
 namespace standalone {
 
 /// What those who watch the interpreter are told, as events: what is printed, which prompt is shown, what
-/// happens to the window, and what Python code raises under a tag.
+/// happens to the window, and what Python code raises under a tag. An event has the context of the request
+/// that causes it.
 ///
 /// Threads: those that hold the interpreter's lock. A wait for handlers, or for room among the events,
 /// releases it.  Locks: the event manager's, which is a leaf.
 class Announcements {
 public:
-    explicit Announcements(std::shared_ptr<LocalEventManager> events) : events_(std::move(events)) {}
+    Announcements(std::shared_ptr<LocalEventManager> events, const RunningRequests& running)
+        : events_(std::move(events)), running_(running) {}
 
     const std::shared_ptr<LocalEventManager>& events() const { return events_; }
 
@@ -30,6 +34,7 @@ public:
     template <class Event>
     void raise(Event&& event) {
         const auto events = events_;  // Python's own threads come back even when this has ended meanwhile
+        const connector::common::CurrentContext context(running_.contextOfThisThread());
         events->raise(std::forward<Event>(event), withoutInterpreterLock);
     }
 
@@ -51,6 +56,7 @@ private:
     void announceLostText();
 
     const std::shared_ptr<LocalEventManager> events_;
+    const RunningRequests& running_;
     std::size_t lostText_ = 0;  // code units that listeners have not been told of
 };
 

@@ -178,6 +178,25 @@ PyObject* takeUnraisable(PyObject*, PyObject* dropped) {
     return PyObject_CallOneArg(report.get(), dropped);
 }
 
+// Runs a thread's function: what it does belongs to the request that has started the thread.
+PyObject* runForRequest(PyObject* numberAndFunction, PyObject* arguments, PyObject* keywords) {
+    PyObject* const function = PyTuple_GET_ITEM(numberAndFunction, 1);
+    const auto number = PyLong_AsUnsignedLongLong(PyTuple_GET_ITEM(numberAndFunction, 0));
+    if (bound != nullptr) bound->setStartedBy(number);
+    return PyObject_Call(function, arguments, keywords);
+}
+
+PyMethodDef runForRequestDefinition = {
+    "run_for_request", reinterpret_cast<PyCFunction>(reinterpret_cast<void (*)()>(runForRequest)),
+    METH_VARARGS | METH_KEYWORDS, nullptr};
+
+PyObject* ofThisRequest(PyObject*, PyObject* function) {
+    const std::uint64_t number = bound != nullptr ? bound->numberForNewThread() : 0;
+    if (number == 0 || PyCallable_Check(function) == 0) return PyRef::share(function).release();
+    const PyRef numberAndFunction(Py_BuildValue("(KO)", static_cast<unsigned long long>(number), function));
+    return numberAndFunction ? PyCFunction_New(&runForRequestDefinition, numberAndFunction.get()) : nullptr;
+}
+
 PyObject* clearWindow(PyObject*, PyObject*) {
     return translated([] {
         if (bound != nullptr) bound->clearWindow();
@@ -258,6 +277,9 @@ std::array functions = {
     PyMethodDef{"run_requests", runRequests, METH_VARARGS,
                 "Runs the requests that may run between two steps of code, and tells it of interrupts."},
     PyMethodDef{"unraisable", takeUnraisable, METH_O, "Reports an exception that Python drops."},
+    PyMethodDef{
+        "of_this_request", ofThisRequest, METH_O,
+        "The function of a thread that is about to be started, for the request whose code starts it."},
     PyMethodDef{"clc", clearWindow, METH_NOARGS, "Clears the command window."},
     PyMethodDef{"home", moveHome, METH_NOARGS, "Moves the cursor of the command window home."},
     PyMethodDef{"hears", hasSubscribers, METH_O, "Tells whether a client listens to events with a tag."},

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -48,6 +49,11 @@ public:
     /// Raises an event for whoever listens to the tag. Waits, with the interpreter's lock released, while too
     /// many are on their way; `bytes` is the size of the members.
     virtual void postEvent(std::u16string tag, TaggedEvent::Members members, std::size_t bytes) = 0;
+
+    /// The number of the request that a thread belongs to which the calling one starts; 0 for none.
+    virtual std::uint64_t numberForNewThread() const = 0;
+    /// The calling thread was started by the code of that request.
+    virtual void setStartedBy(std::uint64_t number) = 0;
 
     virtual bool isInterpreterThread() const = 0;
     /// The options of the request that runs; null when none does.

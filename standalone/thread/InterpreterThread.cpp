@@ -25,7 +25,7 @@ InterpreterThread::InterpreterThread(WindowSize windowSize, bool isCapturing, ho
       queue_(std::make_shared<RequestQueue>(
           RequestQueue::Signals{&Interrupts::startSignals, &Interrupts::stopSignals})),
       zvm_(std::make_shared<LocalZvm>(queue_)),
-      announcements_(std::make_shared<LocalEventManager>()),
+      announcements_(std::make_shared<LocalEventManager>(), running_),
       window_(running_, announcements_, windowSize),
       prompts_(*queue_, {.beforeWait =
                              [this] {

@@ -74,6 +74,8 @@ private:
     void returnInterrupt() override { queue_->returnInterrupt(); }
     void clearWindow() override { window_.clear(); }
     void moveHome() override { window_.moveHome(); }
+    std::uint64_t numberForNewThread() const override { return running_.numberForNewThread(); }
+    void setStartedBy(std::uint64_t number) override { RunningRequests::setStartedBy(number); }
     bool hasSubscribers(std::u16string_view tag) const override { return announcements_.hasSubscribers(tag); }
     void postEvent(std::u16string tag, TaggedEvent::Members members, std::size_t bytes) override {
         announcements_.post(std::move(tag), std::move(members), bytes);

@@ -50,9 +50,12 @@ RequestRunner::RequestRunner(RequestQueue& queue, PromptReader& prompts, Running
       process_(getpid()) {}
 
 void RequestRunner::run(std::unique_ptr<QueuedRequest> queued) {
-    running_.push({queued->id, *queued->request, queued->options});
+    const std::uint64_t contextHandle = queued->options.contextHandle();
+    const auto context = connector::zvm_common::findContextState(contextHandle);
+    running_.push({queued->id, *queued->request, queued->options, context});
     Result result;
     try {
+        const connector::common::CurrentContext current(context, contextHandle);
         result = runRequest(*queued);
     } catch (const RuntimeException& error) {
         result = std::make_unique<IIPResult>(queued->id, error);
@@ -64,9 +67,6 @@ void RequestRunner::run(std::unique_ptr<QueuedRequest> queued) {
 }
 
 RequestRunner::Result RequestRunner::runRequest(QueuedRequest& queued) {
-    const std::uint64_t contextHandle = queued.options.contextHandle();
-    const connector::common::CurrentContext context(connector::zvm_common::findContextState(contextHandle),
-                                                    contextHandle);
     const std::shared_ptr<cmddistributor::IIP>& iip = queued.request->getIIP();
     if (const auto* task = dynamic_cast<const cmddistributor::PackagedTaskIIP*>(iip.get())) {
         prompts_.typeWhole([task] { task->run(); });

@@ -1,5 +1,6 @@
 """`numora eval` and `call` with `--url`: as in process, but against a server."""
 
+import concurrent.futures
 import http.server
 import os
 import re
@@ -12,7 +13,7 @@ import unittest
 
 from numora_program import TOKEN, CuttingProxy, Server, Signal, run, start
 
-UUID_OR_NUMBER = re.compile(r'"uuid":"[^"]*"|"seq":\d+')
+UUID_OR_NUMBER = re.compile(r'"(uuid|request)":"[^"]*",?|"seq":\d+,?')
 
 
 def comparable(outcome):
@@ -65,6 +66,20 @@ class RemoteTest(unittest.TestCase):
                     out, err = process.communicate(timeout=60)
                 self.assertEqual((process.returncode, out), (1, b"7\n"), err)
                 self.assertTrue(err.endswith(b"KeyboardInterrupt\n"), err)
+
+    def test_streams_of_two_users_are_apart(self):
+        alice = "for i in range(400): print('alice', i)"
+        bob = "import sys\nfor i in range(400): print('bob', i, file=sys.stderr)\n1 / 0"
+        with Server() as server:
+            for turn in range(3):
+                with concurrent.futures.ThreadPoolExecutor() as pool:
+                    runs = [pool.submit(run, "eval", "--url", server.url, "--stream", code) for code in (alice, bob)]
+                status, output, errors = runs[0].result()
+                self.assertEqual((status, output, errors), (0, "".join("alice %d\n" % i for i in range(400)), ""))
+                status, output, errors = runs[1].result()
+                self.assertEqual((status, output), (1, ""))
+                self.assertEqual(errors[:errors.index("Traceback")], "".join("bob %d\n" % i for i in range(400)))
+                self.assertTrue(errors.endswith("ZeroDivisionError: division by zero\n"), errors[-200:])
 
     def test_stream_survives_cut_connections(self):
         read, write = os.pipe()

@@ -4,6 +4,9 @@
 
 #include "BayeuxFixture.h"
 #include "connector/common/ClientRequests.h"
+#include "connector/common/ContextState.h"
+#include "connector/common/RequestOrigin.h"
+#include "connector/common/requests.h"
 #include "dispatch/readMessage.h"
 
 namespace {
@@ -109,6 +112,53 @@ TEST_F(BayeuxCallTest, interruptTakesBackWhatItsSessionStreamsAndThatIsBounded) 
     interrupt();
     ASSERT_EQ(requests.size(), 1U);
     EXPECT_EQ(requests.begin()->first, R"("of another")");
+}
+
+// The test stands for the service that evaluates; it refuses what is "gone".
+TEST_F(BayeuxCallTest, namesWhatIsPublishedToBeEvaluated) {
+    using connector::common::RequestOrigin;
+    using connector::common::RequestRefusal;
+    std::vector<std::shared_ptr<connector::common::ContextState>> contexts;
+    const auto subscription = messages_.subscribe("/eval/request", [&](const auto& message) {
+        if (message.data == R"("gone")") {
+            message.context->set(RequestRefusal::contextKey, RequestRefusal{409, "the prompt is gone"});
+        } else {
+            contexts.push_back(message.context);
+        }
+    });
+    const auto publish = [this](const std::string& members, const std::string& code = "1") {
+        return askSocket(*socket_, R"([{"channel":"/eval/request","clientId":"$","data":")" + code +
+                                       R"(","ext":{"connector":{)" + members + "}}}]");
+    };
+    EXPECT_THAT(publish(R"("request":"a:1","prompt":7)"),
+                HasSubstr(R"("ext":{"connector":{"request":"a:1"}})"));
+    EXPECT_EQ(RequestOrigin::of(*contexts[0])->request, "a:1");
+    EXPECT_EQ(contexts[0]->getOr<std::uint64_t>(RequestOrigin::forPrompt, 0), 7U);
+    const auto reply = publish("");
+    EXPECT_THAT(reply, HasSubstr(RequestOrigin::of(*contexts.at(1))->request));
+
+    for (const char* members :
+         {R"("request":"")", R"("request":1)", R"("request":"a b")", R"("lossy":1)", R"("prompt":-1)",
+          R"("prompt":"7")", R"("capabilities":"display")", R"("capabilities":[1])"}) {
+        EXPECT_THAT(publish(members), HasSubstr("400:/eval/request:ext.connector.")) << members;
+    }
+    // One name for two requests would be of no use, wherever they come from.
+    handshakeOn(*(socket_ = openSocket()));
+    EXPECT_THAT(publish(R"("request":"a:1")"), HasSubstr("409:/eval/request:"));
+    RequestOrigin::of(*contexts[0])->reservation->release();
+    EXPECT_THAT(publish(R"("request":"a:1")"), HasSubstr("true"));
+    EXPECT_THAT(publish("", "gone"), HasSubstr("409:/eval/request:the prompt is gone"));
+    EXPECT_EQ(contexts.size(), 3U);
+}
+
+TEST_F(BayeuxCallTest, letsNoClientReadWhatOthersSendToServices) {
+    const std::string subscribe = R"([{"channel":"/meta/subscribe","clientId":"$","subscription":")";
+    EXPECT_THAT(askSocket(*socket_, subscribe + R"(/eval/request"}])"),
+                HasSubstr("403:/eval/request:denied"));
+    EXPECT_THAT(askSocket(*socket_, subscribe + R"(/**"}])"), HasSubstr("true"));
+    send(*socket_, R"([{"channel":"/eval/request","clientId":"$","data":"secret"}])");
+    send(*socket_, R"([{"channel":"/eval/other","clientId":"$","data":"seen"}])");
+    EXPECT_THAT(receiveUntil("seen"), testing::Not(HasSubstr("secret")));
 }
 
 TEST_F(BayeuxCallTest, isRefusedAtOnceOrAnsweredWithWhatWentWrong) {

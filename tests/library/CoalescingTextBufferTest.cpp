@@ -40,6 +40,20 @@ TEST_F(CoalescingTextBufferTest, deliversABatchWhenItsFirstPieceIs145Millisecond
     EXPECT_THAT(batches_.await(1), ElementsAre(Batch("\"ab\"", out)));
 }
 
+TEST_F(CoalescingTextBufferTest, keepsTheTextOfRequestsApartAndDeliversItInTheirContexts) {
+    using common::ContextState;
+    std::vector<std::shared_ptr<ContextState>> contexts;
+    buffer_.setCallback([&](auto&&...) { contexts.push_back(ContextState::currentOrNull()); });
+    const auto first = std::make_shared<ContextState>(), second = std::make_shared<ContextState>();
+    for (const auto& context : {first, first, second, std::shared_ptr<ContextState>()}) {
+        const common::CurrentContext current(context);
+        print(u"x");
+    }
+    const common::CurrentContext other(first);
+    buffer_.flush();
+    EXPECT_THAT(contexts, ElementsAre(first, second, nullptr));
+}
+
 TEST_F(CoalescingTextBufferTest, measuresTheAgeOfEachBatchAnew) {
     const std::vector<std::function<void()>> ends{[this] { buffer_.flush(); }, [this] { buffer_.clear(); },
                                                   [this] {

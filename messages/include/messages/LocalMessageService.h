@@ -21,9 +21,11 @@ struct MessageServiceOptions {
     /// Of which channels the last messages are kept and numbered, for clients that come back: patterns.
     std::vector<std::string> logged = {connector::wire::channel::allEvalResponses,
                                        connector::wire::channel::allEvents};
-    /// The number of the first of them. 0 stands for the time in microseconds, so that it is larger than all
-    /// numbers of an earlier service, and a client that comes back from there is told that it has missed
-    /// something.
+    /// What clients publish for services alone: patterns of channels from which no client gets anything.
+    std::vector<std::string> forServices = {connector::wire::channel::evalRequest};
+    /// The number of the first of the messages that are kept. 0 stands for the time in microseconds, so that
+    /// it is larger than all numbers of an earlier service, and a client that comes back from there is told
+    /// that it has missed something.
     std::uint64_t firstNumber = 0;
     /// How much is kept of what may be lost, and as much again of what must not be, in bytes of frames with
     /// 256 more for each; and one message beyond. Make it half of the smallest SessionOptions::queueBytes at

@@ -13,6 +13,7 @@ from ._libraries import Preparer, set_window
 from ._processes import after_fork_in_child, end_forked_child, system
 from ._prompts import ask_for_password, open_debugger
 from ._streams import Input, Output
+from ._threads import attribute_threads
 
 __all__ = [
     "announce_workspace",
@@ -46,6 +47,7 @@ def start():
     sys.meta_path.insert(0, Preparer)
     getpass.getpass = ask_for_password
     os.system = system
+    attribute_threads()
     os.register_at_fork(after_in_child=after_fork_in_child)
     _add_virtual_environment()
 

@@ -6,6 +6,8 @@
 #include <memory>
 #include <string>
 
+#include "connector/common/RequestNames.h"
+
 namespace connector::common {
 
 class ContextState;
@@ -32,11 +34,16 @@ public:
 struct RequestOrigin {
     static constexpr const char* contextKey = "requestOrigin";
     static constexpr std::size_t longestName = 100;
+    /// The context value of what a client types, or publishes as code: the number of the prompt that it is
+    /// for (std::uint64_t), 0 for the base prompt. It is not there for what goes to any prompt.
+    static constexpr const char* forPrompt = "forPrompt";
 
     /// Of letters, digits and -_.:~, so that it needs no escaping.
     std::string request;
     /// Null where nobody waits for the client.
     std::shared_ptr<ClientPace> pace = nullptr;
+    /// Keeps the name from being used again; null where the server made it.
+    std::shared_ptr<RequestNames::Reservation> reservation = nullptr;
     /// The number of the prompt that a message tells of; 0 for none.
     std::uint64_t prompt = 0;
     /// False for a prompt at which what is typed is not to be shown.

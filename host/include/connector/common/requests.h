@@ -14,6 +14,15 @@ namespace connector::common {
 /// after the system's clock has been set.
 inline constexpr const char* requestArrival = "requestArrival";
 
+/// Why a published request is not carried out. Whoever refuses it puts this into its context, before the
+/// publishing returns, for the client to be told.
+struct RequestRefusal {
+    static constexpr const char* contextKey = "requestRefusal";
+
+    int status = 0;      ///< as of HTTP
+    std::string reason;  ///< says what must be
+};
+
 /// Now, as `requestArrival` counts.  Threads: any.
 std::uint64_t arrivalNow();
 

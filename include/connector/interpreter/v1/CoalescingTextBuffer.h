@@ -12,6 +12,7 @@
 #include <thread>
 
 #include "connector/ThreadSafety.h"
+#include "connector/common/ContextState.h"
 #include "connector/common/DataBuffer.h"
 #include "nmutil/io/NMSink.h"
 
@@ -20,9 +21,10 @@ namespace connector::interpreter::v1 {
 class BatchOrder;
 class OutputLog;
 
-/// Gathers printed text and hands it on in batches, each a JSON string of the text of one stream.
+/// Gathers printed text and hands it on in batches, each a JSON string of the text of one stream and of one
+/// request: the one whose context is current where the text is added, and where the batch is delivered.
 ///
-///     Empty --append()--> Pending --due, flush(), text of the other stream: delivered--> Empty
+///     Empty --append()--> Pending --due, flush(), other stream or request: delivered--> Empty
 ///                            '-----clear(): forgotten--> Empty
 ///
 /// A batch is due 145 ms after its first piece; a thread looks every 150 ms while text is pending. Without a
@@ -51,8 +53,8 @@ public:
     CoalescingTextBuffer(const CoalescingTextBuffer&) = delete;
     CoalescingTextBuffer& operator=(const CoalescingTextBuffer&) = delete;
 
-    /// Adds text that was printed on `type`. Text pending of another stream is delivered first, on this
-    /// thread, and so is what other threads print on that stream meanwhile. What the callback itself prints
+    /// Adds text that was printed on `type`. Text pending of another stream or request is delivered first, on
+    /// this thread, and so is what other threads print there meanwhile. What the callback itself prints
     /// there is not: it goes out with `text`. Throws: std::bad_alloc, and `text` is not added then.
     void append(std::u16string&& text, nmutil::io::StreamTypeEnum type) EXCLUDES(mutex_);
     /// Units: `length` in UTF-16 code units.
@@ -101,7 +103,8 @@ private:
     void doFlush(connector::MutexLock& lock) REQUIRES(mutex_);
     void doCallback(connector::MutexLock& lock) REQUIRES(mutex_);
     Batch takeBatch() REQUIRES(mutex_);
-    bool isOfOtherStream(nmutil::io::StreamTypeEnum type) const REQUIRES(mutex_);
+    bool isOfOther(nmutil::io::StreamTypeEnum type,
+                   const std::shared_ptr<common::ContextState>& context) const REQUIRES(mutex_);
     /// Releases `lock` as well.
     void deliver(Batch batch, connector::MutexLock& lock) REQUIRES(mutex_)
         CONNECTOR_TSA(no_thread_safety_analysis);
@@ -117,6 +120,7 @@ private:
     bool dduxEnabled_ GUARDED_BY(mutex_) = false;
     TimePoint batchStart_ GUARDED_BY(mutex_);  ///< of the first piece pending; 0 makes it due
     nmutil::io::StreamTypeEnum currentStream_ GUARDED_BY(mutex_) = nmutil::io::STANDARD_OUTPUT;
+    std::shared_ptr<common::ContextState> currentContext_ GUARDED_BY(mutex_);  ///< of what is pending
     bool running_ GUARDED_BY(mutex_) = true;
     bool isOrdered_ GUARDED_BY(mutex_) = false;
     const std::unique_ptr<BatchOrder> order_;  ///< its lock may be taken under mutex_

@@ -1,0 +1,53 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <unordered_set>
+
+#include "connector/ThreadSafety.h"
+
+namespace connector::common {
+
+/// The names that requests of clients have which have not ended: two with one name could not be told apart.
+///
+/// Threads: every operation from any thread.  Locks: mutex_, a leaf.
+class RequestNames : public std::enable_shared_from_this<RequestNames> {
+public:
+    /// One name, from `reserve` until `release` or its destruction.
+    class Reservation {
+    public:
+        Reservation(std::shared_ptr<RequestNames> names, std::string name)
+            : names_(std::move(names)), name_(std::move(name)) {}
+        ~Reservation() { names_->release(*this); }
+        Reservation(const Reservation&) = delete;
+        Reservation& operator=(const Reservation&) = delete;
+
+        /// The request has ended; the name may be used again.
+        void release() { names_->release(*this); }
+
+    private:
+        friend class RequestNames;
+        const std::shared_ptr<RequestNames> names_;
+        std::string name_;  // under the mutex of the names; empty when it is released
+    };
+
+    /// Null when the name is in use.
+    std::shared_ptr<Reservation> reserve(const std::string& name) EXCLUDES(mutex_) {
+        const MutexLock lock(mutex_);
+        if (!names_.insert(name).second) return nullptr;
+        return std::make_shared<Reservation>(shared_from_this(), name);
+    }
+
+private:
+    void release(Reservation& reservation) EXCLUDES(mutex_) {
+        const MutexLock lock(mutex_);
+        if (reservation.name_.empty()) return;
+        names_.erase(reservation.name_);
+        reservation.name_.clear();
+    }
+
+    Mutex mutex_;
+    std::unordered_set<std::string> names_ GUARDED_BY(mutex_);
+};
+
+}  // namespace connector::common
