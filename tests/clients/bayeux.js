@@ -56,7 +56,6 @@ export class CometDClient extends Client {
     }
 
     publish = (channel, data) => this.reply(`publish ${channel}`, done => this.cometd.publish(channel, data, done));
-    call = (type, data) => this.reply(`call ${type}`, done => this.cometd.remoteCall(type, data, 20_000, done));
 
     async reply(what, start) {
         const answer = await limited(what, new Promise(start));
@@ -99,12 +98,6 @@ export class FayeClient extends Client {
 
     publish = (channel, data) => this.reply(`publish ${channel}`, this.faye.publish(channel, data));
     end = () => this.faye.disconnect();
-
-    async call(type, data) {
-        await this.subscribe(`/service/${type}`);
-        await this.publish(`/service/${type}`, data);
-        return this.got.nextOf(message => message.channel === `/service/${type}` && message.data !== undefined);
-    }
 
     reply(what, promise) {
         return limited(what, promise.then(value => value, error => {

@@ -43,14 +43,6 @@ function testLibrary(Library, transport) {
             }
         });
 
-        test("a call is answered with the response", async () => {
-            const {data} = await one.call("connector/v1/Eval", {mcode: "print('ü')\n6 * 7", uuid: "a-request"});
-            assert.deepEqual(data, {
-                uuid: "a-request", responseStr: "ü\n42\n", isError: false, promptType: 0, clearCommandWindow: false,
-                messageFaults: [],
-            });
-        });
-
         test("an unknown client handshakes again and goes on", async t => {
             const client = new Library(server.url, transport);
             t.after(() => client.end());
