@@ -7,6 +7,7 @@ Each scenario has a server of its own, and prints one line. The exit status is 1
 """
 
 import asyncio
+import contextlib
 import json
 import os
 import resource
@@ -24,8 +25,8 @@ TOKEN = "0123456789abcdef"
 
 
 class Server:
-    def __init__(self, program, *arguments):
-        self._command = [program, "serve", "--port", "0", "--token", TOKEN, *arguments]
+    def __init__(self, program, *arguments, port=0):
+        self._command = [program, "serve", "--port", str(port), "--token", TOKEN, *arguments]
 
     async def __aenter__(self):
         self._process = await asyncio.create_subprocess_exec(*self._command, stdout=asyncio.subprocess.PIPE)
@@ -53,14 +54,14 @@ class Server:
 class RawSubscriber:
     """A WebSocket that reads nothing until it is told to; without acknowledgements, so that everything is pushed."""
 
-    async def open(self, url):
+    async def open(self, url, **ext):
         import websockets
         self._socket = await websockets.connect(url.split("?")[0].replace("http", "ws") + "cometd", max_size=None,
                                                 max_queue=1, read_limit=4096)
         reply = await self._ask({"channel": "/meta/handshake", "version": "1.0", "ext": {"connector": {"token": TOKEN}},
                                  "supportedConnectionTypes": ["websocket"]})
         self._client_id = reply["clientId"]
-        await self._ask({"channel": "/meta/subscribe", "subscription": "/eval/response/**"})
+        await self._ask({"channel": "/meta/subscribe", "subscription": "/eval/response/**", "ext": {"connector": ext}})
         await self._socket.send(json.dumps([{"channel": "/meta/connect", "clientId": self._client_id,
                                              "connectionType": "websocket", "id": "c"}]))
         self._socket.transport.pause_reading()
@@ -85,7 +86,8 @@ class RawSubscriber:
 
 
 async def drain(client, code):
-    return [event async for event in client.stream(code)]
+    async for _ in client.stream(code):
+        pass
 
 
 async def paused_client(program):
@@ -106,8 +108,8 @@ async def absent_client(program):
             begin = time.monotonic()
             started = "line = 'x' * 1023\nfor i in range(1_000_000): print(line)"
             await other.eval("pass")
-            await other._request("/eval/request", data=started)
-            await other.eval("pass")  # its turn comes behind the printing
+            async with other.stream(started, lossy=True):
+                await other.eval("pass")  # its turn comes after the printing
             seconds = time.monotonic() - begin
         text, notices, completions = 0, [], 0
         async for message in subscriber.read():
@@ -131,17 +133,11 @@ async def returning_client(program):
     async with Server(program) as server:
         async with server.client() as first:
             await drain(first, "line = 'x' * 1023\nfor i in range(1_000_000): print(line)")
-        async with server.client() as later:
-            async with later._subscribed("/none") as inbox:
-                inbox.pattern = "/eval/response/**"
-                await later._request("/meta/subscribe", subscription="/eval/response/**",
-                                     ext={"connector": {"after": 0}})
-                got = []
-                while not got or not got[-1].channel.endswith("/completion"):
-                    got.append(await asyncio.wait_for(inbox.get(), 30))
-        gaps = [m.data for m in got if m.channel == "/connector/gap"]
-        text = sum(len(m.data) for m in got if m.channel.endswith("/output"))
-        assert len(gaps) == 1 and got[0].channel == "/connector/gap", gaps
+        later = await RawSubscriber().open(server.url, after=0)
+        got = [message async for message in later.read()]
+        gaps = [m["data"] for m in got if m["channel"] == "/connector/gap"]
+        text = sum(len(m["data"]) for m in got if m["channel"].endswith("/output"))
+        assert len(gaps) == 1 and got[0]["channel"] == "/connector/gap", gaps
         assert text + gaps[0]["bytes"] >= 1_024_000_000, (text, gaps)
         memory = server.memory()
         assert memory < 300, f"{memory:.0f} MiB"
@@ -223,7 +219,38 @@ async def garbage(program):
         return f"500 peers with random bytes, server {server.memory():.0f} MiB at most"
 
 
-SCENARIOS = [paused_client, absent_client, returning_client, idle_connections, slow_peers, garbage]
+async def restarted_server(program, rounds=20):
+    """The client is there again within 1.5 s of the server, and no exception is lost."""
+    lost, seconds, port = [], [], 0
+    asyncio.get_running_loop().set_exception_handler(lambda loop, context: lost.append(context))
+    async with contextlib.AsyncExitStack() as client_stack:
+        for number in range(rounds + 1):
+            async with Server(program, port=port) as server:
+                begin = time.monotonic()
+                if number == 0:
+                    client, port = await client_stack.enter_async_context(server.client()), server.port
+                assert (await client.eval("6 * 7")).text == "42\n"
+                seconds.append(time.monotonic() - begin)
+        assert max(seconds) < 1.5 and not lost, (seconds, lost)
+    return f"{rounds} restarts, back after {max(seconds):.2f} s at most"
+
+
+async def slow_reader(program):
+    """A client that reads 1 GB at 50 MB/s gets all of it, and the code waits."""
+    async with Server(program) as server, server.client() as client:
+        begin, size = time.monotonic(), 0
+        async for event in client.stream("line = 'x' * 1023\nfor i in range(1_000_000): print(line)"):
+            assert isinstance(event, (numora_client.Output, numora_client.Prompt, numora_client.Completed)), event
+            size += len(getattr(event, "text", ""))
+            await asyncio.sleep(max(0, begin + size / 50e6 - time.monotonic()))
+        assert size == 1_024_000_000, size
+        own = resource.getrusage(resource.RUSAGE_SELF).ru_maxrss / 1024
+        assert server.memory() < 150, server.memory()
+        return f"1 GB in {time.monotonic() - begin:.0f} s, server {server.memory():.0f} MiB, client {own:.0f} MiB at most"
+
+
+SCENARIOS = [paused_client, absent_client, returning_client, slow_reader, restarted_server, idle_connections, slow_peers,
+             garbage]
 
 
 async def main(program, names):

@@ -6,13 +6,12 @@ import io
 import os
 import shutil
 import tempfile
-import unittest
 
 from numora_program import LIMIT, NUMORA, Server
-from test_python_client import numora_client
+from test_python_client import ClientTestCase, numora_client
 
 
-class EventsTest(unittest.IsolatedAsyncioTestCase):
+class EventsTest(ClientTestCase):
     @classmethod
     def setUpClass(cls):
         cls.server = Server()
@@ -24,8 +23,7 @@ class EventsTest(unittest.IsolatedAsyncioTestCase):
             raise AssertionError(f"{status}: {log}")
 
     async def asyncSetUp(self):
-        self.client = await numora_client.Client(self.server.url).__aenter__()
-        self.addAsyncCleanup(self.client.close)
+        await super().asyncSetUp()
         await self.run_code("import numora")
 
     async def run_code(self, code):
@@ -35,13 +33,13 @@ class EventsTest(unittest.IsolatedAsyncioTestCase):
 
     async def during(self, tag, code, is_last):
         """The events with a tag while code runs, up to the last one."""
-        async with self.client._subscribed("/eventmgr/0/" + tag) as inbox:
+        async with self.client.messages("/eventmgr/0/" + tag) as messages:
             text = await self.run_code(code)
             events = []
 
             async def collect():
                 while not events or not is_last(events[-1]):
-                    events.append((await inbox.get()).data)
+                    events.append((await messages.__anext__()).data)
 
             await asyncio.wait_for(collect(), LIMIT)
             return events, text
@@ -55,19 +53,18 @@ class EventsTest(unittest.IsolatedAsyncioTestCase):
         self.assertEqual(events, [{"payload": payload}])
 
     async def test_what_cannot_be_posted_is_refused(self):
-        async with self.client._subscribed("/eventmgr/0/mine"):
+        async with self.client.messages("/eventmgr/0/mine"):
             for call, error in {"'a.b'": "ValueError", "''": "ValueError", "7": "TypeError", "'status'": "ValueError",
                                 "'mine', object()": "TypeError", "'mine', 'x' * 5_000_000": "ValueError"}.items():
                 with self.subTest(call):
                     self.assertIn(error, (await self.client.eval(f"numora.post_event({call})")).text)
         with self.assertRaises(numora_client.CallError):
-            await self.client._request("/meta/subscribe", subscription="/eventmgr/0/a.b")
+            await self.client.messages("/eventmgr/0/a.b").__aenter__()
 
     async def test_status_follows_the_prompt(self):
-        async with self.client._subscribed("/eventmgr/0/status") as inbox:
-            stream = [event async for event in self.client.stream("1")]
-            self.assertEqual(stream[-1].value, True)
-            got = [(await asyncio.wait_for(inbox.get(), LIMIT)).data for _ in range(2)]
+        async with self.client.messages("/eventmgr/0/status") as messages:
+            await self.run_code("1")
+            got = [(await asyncio.wait_for(messages.__anext__(), LIMIT)).data for _ in range(2)]
         self.assertEqual(got, [{"state": "busy", "prompt": "NO_PROMPT"}, {"state": "idle", "prompt": "BASE_PROMPT"}])
 
     async def test_workspace_names_what_has_changed(self):
@@ -121,7 +118,7 @@ class EventsTest(unittest.IsolatedAsyncioTestCase):
         with tempfile.TemporaryDirectory() as folder:
             server = Server(program=shutil.copy(NUMORA, folder), environment={"LD_LIBRARY_PATH": libraries})
             async with numora_client.Client(server.url) as client:
-                async with client._subscribed("/eventmgr/0/mine"):
+                async with client.messages("/eventmgr/0/mine"):
                     result = await client.eval("import numora; numora.post_event('mine', 1); 6 * 7")
             self.assertEqual(result.text, "42\n")
             self.assertIn("Bundle json_event_converter is not available: ", server.stop()[2])

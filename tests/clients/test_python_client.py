@@ -1,23 +1,35 @@
 """The Python client against a server, over connections that are cut."""
 
 import asyncio
+import gc
 import os
+import re
+import signal
+import subprocess
 import sys
 import time
 import unittest
+from unittest import mock
 
-sys.path.insert(0, os.path.join(os.path.dirname(__file__), "..", "..", "clients", "python"))
+FOLDER = os.path.join(os.path.dirname(__file__), "..", "..", "clients", "python")
+sys.path.insert(0, FOLDER)
 
 import numora_client
-from numora_program import LIMIT, TOKEN, CuttingProxy, Server
+from numora_client import Completed, ErrorOutput, Gap, Output, Prompt, _inbox, _socket, address
+from numora_program import LIMIT, TOKEN, CuttingProxy, Server, Signal
 
 
-class ClientTest(unittest.IsolatedAsyncioTestCase):
+class ClientTestCase(unittest.IsolatedAsyncioTestCase):
+    """The event loop is in debug mode; exceptions that nobody retrieves fail the test."""
+
     @classmethod
     def setUpClass(cls):
         cls.server = cls.enterClassContext(Server("--allow-host", "127.0.0.1"))
 
     async def asyncSetUp(self):
+        problems = []
+        asyncio.get_running_loop().set_exception_handler(lambda loop, context: problems.append(context))
+        self.addCleanup(lambda: (gc.collect(), self.assertEqual(problems, [])))
         self.client = await self.enter(numora_client.Client(self.server.url))
 
     async def enter(self, manager):
@@ -25,29 +37,27 @@ class ClientTest(unittest.IsolatedAsyncioTestCase):
         self.addAsyncCleanup(manager.__aexit__, None, None, None)
         return entered
 
-    async def through_proxy(self):
-        proxy = self.enterContext(CuttingProxy(self.server.port))
-        return proxy, await self.enter(numora_client.Client(f"http://127.0.0.1:{proxy.port}", TOKEN))
-
-    async def read(self, client, code, each=lambda event: None):
+    async def read(self, stream, each=lambda event: None):
         """The text that code printed in a stream, and the other events but those of prompts."""
         text, others = [], []
-        async for event in client.stream(code):
+        async for event in stream:
             found = each(event)
             if asyncio.iscoroutine(found):
                 await found
-            if event.kind == "output":
-                text.append(event.value)
-            elif event.kind != "prompt":
-                others.append((event.kind, event.value))
+            if isinstance(event, Output):
+                text.append(event.text)
+            elif not isinstance(event, Prompt):
+                others.append(event)
         return "".join(text), others
 
+
+class ClientTest(ClientTestCase):
     async def test_evaluates_and_calls(self):
         result = await self.client.eval("print('é<'); 6 * 7")
         self.assertEqual((result.text, result.is_error), ("é<\n42\n", False))
         self.assertTrue((await self.client.eval("1/0")).is_error)
+        self.assertEqual((await self.client.eval("while True: pass", timeout=.1)).faults[0][0], "Request.Timeout")
         self.assertEqual(await self.client.call("divmod", 7, 2, nargout=2), [3, 1])
-        self.assertEqual(await self.client.call("sorted", [3, 1, 2]), [1, 2, 3])
         self.assertIsNone(await self.client.call("print", nargout=0))
         for request, message in {
             self.client.call("nosuch"): "^NameError: there is no function named 'nosuch'$",
@@ -57,15 +67,34 @@ class ClientTest(unittest.IsolatedAsyncioTestCase):
             with self.assertRaisesRegex(numora_client.CallError, message):
                 await request
 
-    async def test_streams_in_order_and_types_what_is_asked_for(self):
-        async def answer(event):
-            if (event.kind, event.value) == ("prompt", "INPUT_PROMPT"):
-                await self.client.type("Ada\n")
+    async def test_each_stream_gets_its_own_text_and_status(self):
+        other = await self.enter(numora_client.Client(self.server.url))
 
-        self.assertEqual(await self.read(self.client, "print('Hi', input('Name? '), input('? '))", answer),
-                         ("Name? ? Hi Ada Ada\n", [("completion", True)]))
-        text, others = await self.read(self.client, "1/0")
-        self.assertEqual([kind for kind, _ in others], ["error", "completion"])
+        async def one(client, number):
+            code = f"for i in range(500): print({number}, i)\n" + ("1 / 0" if number % 2 else "")
+            text, others = await self.read(client.stream(code))
+            self.assertEqual(text, "".join(f"{number} {i}\n" for i in range(500)))
+            self.assertEqual([type(event) for event in others], [ErrorOutput, Completed] if number % 2 else [Completed])
+            self.assertEqual(others[-1].success, number % 2 == 0)
+
+        await asyncio.wait_for(asyncio.gather(*(one((self.client, other)[i % 3 > 0], i) for i in range(24))), LIMIT)
+
+    async def test_types_at_the_prompt_that_is_named_and_code_is_never_typed(self):
+        prompts, waiting = [], []
+
+        async def answer(event):
+            if isinstance(event, Prompt) and event.number:
+                waiting.append(await self.client.stream(f"print({len(waiting)})").__aenter__())
+                prompts.append(event)
+                await self.client.type(event, f"Ada{len(prompts)}")
+
+        stream = self.client.stream("import getpass\nprint('Hi', input('Name? '), getpass.getpass('? '))")
+        self.assertEqual(await self.read(stream, answer), ("Name? ? Hi Ada1 Ada2\n", [Completed(True)]))
+        self.assertEqual([prompt.echo for prompt in prompts], [True, False])
+        for number, stream in enumerate(waiting):
+            self.assertEqual(await self.read(stream), (f"{number}\n", [Completed(True)]))
+        with self.assertRaisesRegex(numora_client.PromptGone, "^the prompt is gone, and nothing was typed$"):
+            await self.client.type(prompts[0], "print(1)")
 
     async def test_calls_inside_code_however_many_wait_for_its_end_and_tells_what_an_interrupt_dropped(self):
         waiting = [asyncio.create_task(self.client.eval("while True: pass")) for _ in range(20)]
@@ -74,46 +103,122 @@ class ClientTest(unittest.IsolatedAsyncioTestCase):
             self.assertEqual(await asyncio.wait_for(self.client.call("len", "four", deque_mode="ppe"), LIMIT), 4)
         await self.client.interrupt()
         results = await asyncio.wait_for(asyncio.gather(*waiting, return_exceptions=True), LIMIT)
-        dropped = [result for result in results if isinstance(result, numora_client.Dropped)]
+        dropped = [result for result in results if isinstance(result, numora_client.NotRun)]
         self.assertGreater(len(dropped), 0)
         for result in results:
             self.assertTrue(result in dropped or result.faults or result.is_error, result)
 
-    async def test_wrong_tokens_and_servers_that_are_not_there_are_told(self):
-        with self.assertRaisesRegex(numora_client.CallError, "token"):
-            await numora_client.Client(f"http://127.0.0.1:{self.server.port}", "wrong").__aenter__()
-        with self.assertRaises(OSError):
-            await numora_client.Client("http://127.0.0.1:1", TOKEN).__aenter__()
+    async def test_wrong_addresses_are_told(self):
+        server = f"http://127.0.0.1:{self.server.port}"
+        for url, error, message in [
+            ("ftp://host/", "AddressError", '^the address must begin with http:// or https://, and is "ftp://host/"$'),
+            ("http://host:99999/?token=t", "AddressError",
+             '^the address must name a host, and a port between 1 and 65535 if any, and is "http://host:99999/"$'),
+            ("http://host/?token=%0A", "AddressError", "^the token must be of letters, digits and -._~$"),
+            (server + "/?token=wrong", "CallError", "^the token is missing or wrong$"),
+            (server + "/numora/?token=" + TOKEN, "Disconnected", "must be the address of a .* the HTTP status 404$"),
+            ("http://127.0.0.1:1/?token=t", "Disconnected", "^the server at http://127.0.0.1:1/ cannot be reached: "),
+        ]:
+            with self.subTest(url), self.assertRaisesRegex(getattr(numora_client, error), message):
+                await numora_client.Client(url).__aenter__()
+        self.assertEqual(address.parse("https://lab/a b/?token=t", None, None).socket_url, "wss://lab/a%20b/cometd")
+
+    def test_headers_and_statuses_of_the_library_from_version_14_on(self):
+        def connect(uri, *, additional_headers=None, **options): pass
+        class Refused(Exception): response = mock.Mock(status_code=404)
+        self.assertEqual(_socket.connect_options(connect, {"A": "b"}), {"additional_headers": {"A": "b"}})
+        self.assertEqual(_socket.status_of(Refused()), 404)
 
     async def test_loses_and_doubles_nothing_when_the_connection_is_cut(self):
-        proxy, client = await self.through_proxy()
+        proxy = self.enterContext(CuttingProxy(self.server.port))
+        client = await self.enter(numora_client.Client(f"http://127.0.0.1:{proxy.port}", TOKEN))
         cuts = 0
 
         def cut_sometimes(event):
             nonlocal cuts
-            if event.kind == "output" and cuts < 5:
+            if isinstance(event, Output) and cuts < 5:
                 cuts += 1
                 proxy.cut()
 
         code = "import time\nfor i in range(10_000):\n    print(i)\n    if i % 1000 == 999: time.sleep(.2)"
-        text, others = await asyncio.wait_for(self.read(client, code, cut_sometimes), LIMIT)
+        text, others = await asyncio.wait_for(self.read(client.stream(code), cut_sometimes), LIMIT)
         self.assertEqual(text.split(), [str(i) for i in range(10_000)])
-        self.assertEqual(others, [("completion", True)])
-        self.assertEqual(cuts, 5)
+        self.assertEqual((others, cuts), ([Completed(True)], 5))
 
     async def test_goes_on_when_the_session_has_ended(self):
-        client = self.client
         has_ended = False
 
         def end_session(event):
             nonlocal has_ended
-            if event.kind != "output" or has_ended:
+            if not isinstance(event, Output) or has_ended:
                 return None
             has_ended = True
             return asyncio.to_thread(self.server.request, "/cometd",
-                                     [{"channel": "/meta/disconnect", "clientId": client._client_id}])
+                                     [{"channel": "/meta/disconnect", "clientId": stream._session._client_id}])
 
-        code = "import time\nfor i in range(40): print(i, flush=True); time.sleep(.02)"
-        text, others = await asyncio.wait_for(self.read(client, code, end_session), LIMIT)
+        stream = self.client.stream("import time\nfor i in range(40): print(i, flush=True); time.sleep(.02)")
+        text, others = await asyncio.wait_for(self.read(stream, end_session), LIMIT)
         self.assertEqual(text.split(), [str(i) for i in range(40)])
-        self.assertEqual(others, [("completion", True)])
+        self.assertEqual(others, [Completed(True)])
+
+    async def test_a_slow_reader_gets_all_and_holds_up_nothing_else(self):
+        most = 0
+
+        async def read_slowly(event):
+            nonlocal most
+            most = max(most, stream._inbox._size)
+            await asyncio.sleep(.001)
+
+        with mock.patch.object(_inbox, "_ROOM", 1 << 20):
+            async with self.client.stream("for i in range(30_000): print('x' * 1023)") as stream:
+                reading = asyncio.create_task(self.read(stream, read_slowly))
+                self.assertEqual(await self.client.call("len", "four", deque_mode="ppe"), 4)
+                text, others = await asyncio.wait_for(reading, LIMIT)
+        self.assertEqual((len(text), others), (30_000 * 1024, [Completed(True)]))
+        self.assertLess(most, 4 << 20)
+
+
+class RestartTest(ClientTestCase):
+    async def test_comes_back_and_tells_which_code_has_gone(self):
+        server = self.enterContext(Server())
+        client = await self.enter(numora_client.Client(server.url))
+        async with client.messages("/eventmgr/0/status") as messages:
+            for number in (signal.SIGTERM, signal.SIGKILL, signal.SIGTERM):
+                stream = await client.stream("print(1, flush=True)\nwhile True: pass").__aenter__()
+                while await stream.__anext__() != Output("1\n"): pass
+                await asyncio.to_thread(server.stop, number)
+                server = self.enterContext(await asyncio.to_thread(Server, port=server.port))
+                self.assertEqual((await client.eval("6 * 7")).text, "42\n")
+                with self.assertRaises(numora_client.Disconnected):
+                    await asyncio.wait_for(self.read(stream), LIMIT)
+            got = [await asyncio.wait_for(messages.__anext__(), LIMIT) for _ in range(7)]
+        self.assertIn("/connector/gap", [message.channel for message in got])
+
+
+class ScriptTest(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.server = cls.enterClassContext(Server())
+
+    def start(self, code):
+        code = code.replace("http://127.0.0.1:8350/?token=...", self.server.url)
+        return subprocess.Popen([sys.executable, "-X", "dev", "-c", code], text=True, stdout=subprocess.PIPE,
+                                stderr=subprocess.PIPE, env={**os.environ, "PYTHONPATH": FOLDER})
+
+    def test_the_examples_of_the_readme_print_what_it_says(self):
+        with open(os.path.join(FOLDER, "README.md"), encoding="utf-8") as readme:
+            examples = re.findall(r"```python\n(.*?)```\n\n```text\n(.*?)```", readme.read(), re.DOTALL)
+        self.assertEqual(len(examples), 4)
+        for code, output in examples:
+            self.assertEqual(self.start(code).communicate(timeout=LIMIT), (output, ""), code)
+
+    def test_ctrl_c_interrupts_the_code(self):
+        for wait in ("for event in client.stream(code): pass", "client.eval(code)",
+                     "with client.stream(code): time.sleep(1000)"):
+            with self.subTest(wait), Signal() as begun, Server(pass_fds=[begun.descriptor]) as server:
+                script = self.start(f"import numora_client, time\ncode = {begun.code + chr(10)!r} + 'while True: pass'\n"
+                                    f"with numora_client.connect('{server.url}') as client:\n    {wait}")
+                begun.wait()
+                script.send_signal(signal.SIGINT)
+                self.assertRegex(script.communicate(timeout=LIMIT)[1], r"\nKeyboardInterrupt\n$")
+                self.assertEqual(server.eval("6 * 7"), "42\n")

@@ -1,0 +1,66 @@
+"""Messages that wait for their reader."""
+
+from __future__ import annotations
+
+import asyncio
+import collections
+from typing import Callable, Optional
+
+from .errors import NumoraError
+from .events import Message
+
+_ROOM = 8 << 20  # characters that wait before the server is asked for less
+_MOST = 64 << 20  # before it is asked for nothing
+_MESSAGE = 256  # characters that each message counts beside its own
+
+
+class Inbox:
+    """Nothing is dropped: when it is full, its session asks for no more (see Session).
+
+    `accepts` chooses among what the session gets; `request` names the code whose events they are, if that is what they
+    are. Threads: those of one event loop.
+    """
+
+    def __init__(self, accepts: Callable[[Message], bool], request: Optional[str] = None) -> None:
+        self._accepts = accepts
+        self.request = request
+        self._messages: collections.deque[tuple[Message, int]] = collections.deque()
+        self._size = 0
+        self._error: Optional[NumoraError] = None
+        self._arrival = asyncio.Event()
+        self.room = asyncio.Event()
+        self.room.set()
+
+    @property
+    def is_full(self) -> bool:
+        return self._size >= _MOST
+
+    def put(self, message: Message, size: int) -> None:
+        if not self._accepts(message):
+            return
+        self._messages.append((message, size + _MESSAGE))
+        self._size += size + _MESSAGE
+        if self._size >= _ROOM:
+            self.room.clear()
+        self._arrival.set()
+
+    def fail(self, error: NumoraError) -> None:
+        """The reader gets the error after what has come."""
+        self._error = error
+        self._arrival.set()
+
+    async def get(self, most: int) -> list[Message]:
+        """Waits for the next message; gives it, and up to `most` in all."""
+        while not self._messages:
+            if self._error:
+                raise self._error
+            self._arrival.clear()
+            await self._arrival.wait()
+        taken: list[Message] = []
+        while self._messages and len(taken) < most:
+            message, size = self._messages.popleft()
+            self._size -= size
+            taken.append(message)
+        if self._size < _ROOM:
+            self.room.set()
+        return taken

@@ -1,0 +1,172 @@
+"""The client for asyncio."""
+
+from __future__ import annotations
+
+import asyncio
+import contextlib
+import dataclasses
+import json
+import math
+import ssl as _ssl
+import uuid
+from typing import Any, Iterable, Optional, Union
+
+from . import address
+from ._session import Session
+from .errors import CallError, Disconnected, NotRun, NumoraError
+from .events import Prompt
+from .streams import Messages, Stream
+
+_IDLE_SESSIONS = 4  # kept for the next streams
+
+
+@dataclasses.dataclass(frozen=True)
+class EvalResult:
+    """What an evaluation printed, and where it left the interpreter; `faults` are pairs of a code and a text."""
+
+    text: str
+    is_error: bool
+    prompt_type: int
+    clear_window: bool
+    faults: list[tuple[str, str]]
+
+
+class Client:
+    """Runs code and calls functions. Everything belongs to the event loop in which the client was entered."""
+
+    def __init__(self, url: str, token: Optional[str] = None, *, client_type: str = "python",
+                 ssl: Optional[_ssl.SSLContext] = None) -> None:
+        """`url` is the line that the server prints, with its token; behind a proxy, with the path that leads to it.
+
+        https needs a certificate that is trusted, by `ssl` if that is given.  Throws: AddressError.
+        """
+        self._address = address.parse(url, token, ssl)
+        self._client_type = client_type
+        self._main: Optional[Session] = None
+        self._idle: list[Session] = []
+        self._busy: set[Session] = set()
+        self._tasks: set[asyncio.Task[None]] = set()
+        self._loop: Optional[asyncio.AbstractEventLoop] = None
+
+    async def __aenter__(self) -> Client:
+        """Throws: Disconnected when there is no server, CallError when it refuses the client."""
+        self._loop = asyncio.get_running_loop()
+        self._main = await self._open()
+        return self
+
+    async def __aexit__(self, *_: object) -> None:
+        await self.close()
+
+    async def close(self) -> None:
+        """Ends the sessions. Code that runs goes on."""
+        sessions = [*self._busy, *self._idle, *([self._main] if self._main else [])]
+        self._main, self._idle = None, []
+        self._busy.clear()
+        await asyncio.gather(*(session.close() for session in sessions), *self._tasks)
+
+    async def eval(self, code: str, timeout: float = 0) -> EvalResult:
+        """Runs code and returns what it printed. Code that runs longer than `timeout` is stopped; 0 for no limit.
+
+        Throws: NotRun when an interrupt came while it waited.
+        """
+        answer = await self._call("connector/v1/Eval", {"mcode": code, "timeout": math.ceil(timeout)})
+        faults = [(fault["faultCode"], fault["message"]) for fault in answer.get("messageFaults", [])]
+        return EvalResult(answer["responseStr"], answer["isError"], answer["promptType"],
+                          answer["clearCommandWindow"], faults)
+
+    async def call(self, function: str, *arguments: Any, nargout: int = 1, timeout: float = 0,
+                   deque_mode: str = "") -> Any:
+        """Calls a function; returns its result, a list of them for an nargout above 1, None for 0.
+
+        With the deque mode "ppe" the function runs at once, inside running code.
+        """
+        body = {"function": function, "nargout": nargout, "arguments": list(arguments),
+                "timeoutMs": math.ceil(timeout * 1000), "dequeMode": deque_mode}
+        answer = await self._call("connector/v1/FEval", body)
+        faults = answer.get("messageFaults", [])
+        if answer["isError"] or faults:
+            conditions = [condition for fault in faults for condition in fault.get("faultConditions", [])]
+            raise CallError("; ".join(fault["message"] for fault in faults) or "the call failed",
+                            conditions[0]["faultId"] if conditions else "")
+        results = json.loads(answer.get("results", "[]"))
+        return results if nargout > 1 else results[0] if results else None
+
+    async def interrupt(self) -> None:
+        """Stops what runs, and releases the evaluations that wait; Stream.interrupt does so for a stream that waits."""
+        await self._call("connector/v1/Interrupt", {})
+
+    def stream(self, code: str, *, events: Iterable[str] = (), lossy: bool = False,
+               capabilities: Iterable[str] = ()) -> Stream:
+        """Runs code, and gives its events as they come. Without `async with` it begins with the first of them.
+
+        Of the tagged events those with a tag in `events` come, as "progress"; "*" stands for all. Printing waits for a
+        reader that is slow; with `lossy` text is lost instead. `capabilities` say what the reader can show, as "display".
+        """
+        return Stream(self, code, events, lossy, capabilities)
+
+    async def type(self, prompt: Union[Prompt, int], text: str) -> None:
+        """Types a line at a prompt that is open, as code does that asks for input. Its line break is added.
+
+        Throws: PromptGone when the prompt is gone, and ValueError for one at which nothing can be typed.
+        """
+        number = prompt.number if isinstance(prompt, Prompt) else prompt
+        if not number or number < 0:
+            raise ValueError("the prompt must be one with a number: nothing can be typed at the others")
+        await self._session().request("/eval/request", data=text if text.endswith("\n") else text + "\n",
+                                      ext={"connector": {"request": str(uuid.uuid4()), "prompt": number}})
+
+    def messages(self, pattern: str) -> Messages:
+        """What is published on the channels that match, as in `client.messages("/eventmgr/0/status")`."""
+        return Messages(self, pattern)
+
+    # --- sessions ----------------------------------------------------------------------------------------------------
+
+    def _session(self) -> Session:
+        if self._main is None:
+            raise Disconnected("the client is not open")
+        return self._main
+
+    async def _call(self, kind: str, body: dict[str, Any]) -> dict[str, Any]:
+        answer = await self._session().call(kind, body)
+        if ((answer.get("ext") or {}).get("connector") or {}).get("dropped"):
+            raise NotRun("the code was not run, because an interrupt came while it waited")
+        data: dict[str, Any] = answer["data"]
+        return data
+
+    async def _open(self) -> Session:
+        session = Session(self._address, self._client_type)
+        await session.open()
+        return session
+
+    async def borrow(self) -> Session:
+        """For readers: a session that nobody else uses."""
+        self._session()
+        while self._idle:
+            session = self._idle.pop()
+            if not session.is_ended:
+                break
+        else:
+            session = await self._open()
+        self._busy.add(session)
+        return session
+
+    def give_back(self, session: Session) -> None:
+        """For readers; from any thread, since they may be collected on any."""
+        def begin() -> None:
+            task = asyncio.ensure_future(self._reuse(session))
+            self._tasks.add(task)
+            task.add_done_callback(self._tasks.discard)
+
+        if self._loop is not None and not self._loop.is_closed():
+            self._loop.call_soon_threadsafe(begin)
+
+    async def _reuse(self, session: Session) -> None:
+        if session not in self._busy:
+            return  # closed
+        self._busy.remove(session)
+        with contextlib.suppress(NumoraError):
+            await session.unsubscribe()
+            if self._main is not None and len(self._idle) < _IDLE_SESSIONS:
+                self._idle.append(session)
+                return
+        await session.close()
