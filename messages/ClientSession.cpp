@@ -16,7 +16,10 @@ ClientSession::ClientSession(std::shared_ptr<MessageHub> hub, std::string id, st
       clientType_(std::move(clientType)),
       queue_(std::move(queue)) {}
 
-ClientSession::~ClientSession() { close(); }
+ClientSession::~ClientSession() {
+    close();
+    queue_->discard();
+}
 
 bool ClientSession::subscribe(const std::string& pattern) {
     return !isClosed() && hub_->subscribeClient(id_, {pattern}, std::nullopt);
@@ -40,6 +43,8 @@ bool ClientSession::publish(const std::string& channel, std::string_view data,
     hub_->publish(channel, data, context, members);
     return true;
 }
+
+std::shared_ptr<connector::common::ClientPace> ClientSession::pace() const { return queue_; }
 
 bool ClientSession::send(const std::shared_ptr<const MessageFrame>& frame) { return queue_->push(frame); }
 

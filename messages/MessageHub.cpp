@@ -18,7 +18,7 @@ namespace {
 
 // A text that may be lost is queued in pieces of this size: a queue then loses no more than it has to, and a
 // socket that stands still holds no more than one.
-constexpr std::size_t pieceBytes = std::size_t{256} << 10;
+constexpr std::size_t pieceBytes = std::size_t{64} << 10;
 
 const std::string& requirePattern(const std::string& pattern) {
     if (!isChannelPattern(pattern)) throw std::invalid_argument("Malformed channel pattern");
@@ -65,11 +65,12 @@ void MessageHub::publish(const std::string& channel, std::string_view data, cons
     counters_->messagesPublished.fetch_add(1, std::memory_order_relaxed);
     const auto recipients = recipientsOf(channel);
     const auto origin = context ? RequestOrigin::of(*context) : nullptr;
+    const auto* const owner = origin ? origin->pace.get() : nullptr;
     const MessageMembers all(members, origin.get());
     if (data.size() <= pieceBytes || recipients->lossClass.empty() || !isJsonString(data)) {
-        queue(channel, data, all, *recipients);
+        queue(channel, data, all, *recipients, owner);
     } else {
-        queueInPieces(channel, data, all, *recipients);
+        queueInPieces(channel, data, all, *recipients, owner);
     }
     if (!recipients->subscribers.empty()) {
         const JsonMessage message{channel, std::string(data), context};
@@ -80,38 +81,39 @@ void MessageHub::publish(const std::string& channel, std::string_view data, cons
 }
 
 void MessageHub::queue(const std::string& channel, std::string_view data, const MessageMembers& members,
-                       const Recipients& recipients) {
-    if (recipients.isLogged) return publishLogged(channel, data, members);
+                       const Recipients& recipients, const Pace* owner) {
+    if (recipients.isLogged) return publishLogged(channel, data, members, owner);
     if (recipients.clients.empty()) return;
     counters_->framesBuilt.fetch_add(1, std::memory_order_relaxed);
     const auto frame =
         std::make_shared<const MessageFrame>(channel, data, members.text(), recipients.lossClass);
-    for (const auto& client : recipients.clients) client->push(frame);
+    for (const auto& client : recipients.clients) client->push(frame, owner);
 }
 
 void MessageHub::queueInPieces(const std::string& channel, std::string_view data,
-                               const MessageMembers& members, const Recipients& recipients) {
+                               const MessageMembers& members, const Recipients& recipients,
+                               const Pace* owner) {
     std::string_view text = data.substr(1, data.size() - 2);
     while (!text.empty()) {
         const std::size_t size = firstPiece(text, pieceBytes);
         std::string piece = "\"";
         piece.reserve(size + 2);
         piece.append(text.substr(0, size)).push_back('"');
-        queue(channel, piece, members, recipients);
+        queue(channel, piece, members, recipients, owner);
         text.remove_prefix(size);
     }
 }
 
 // Who gets the message is looked up anew: a client may have subscribed before the message had its number.
 void MessageHub::publishLogged(const std::string& channel, std::string_view data,
-                               const MessageMembers& members) {
+                               const MessageMembers& members, const Pace* owner) {
     std::vector<OutgoingQueue::WakeUp> wakeUps;
     {
         MutexLock lock(logMutex_);
         const auto recipients = recipientsOf(channel);
         const auto frame = log_.add(channel, data, recipients->lossClass, members);
         if (!recipients->clients.empty()) counters_->framesBuilt.fetch_add(1, std::memory_order_relaxed);
-        for (const auto& client : recipients->clients) client->push(frame, wakeUps);
+        for (const auto& client : recipients->clients) client->push(frame, owner, wakeUps);
     }
     for (const auto& wakeUp : wakeUps) OutgoingQueue::call(wakeUp);
 }
@@ -197,7 +199,7 @@ bool MessageHub::subscribeLogged(const std::string& id, const Patterns& patterns
     const auto queue = addSubscriptions(id, patterns, concerned, &added);
     if (!queue) return false;
     if (added.empty()) return true;
-    for (const auto& frame : log_.after(after, added)) queue->push(frame, wakeUps);
+    for (const auto& frame : log_.after(after, added)) queue->push(frame, nullptr, wakeUps);
     return true;
 }
 

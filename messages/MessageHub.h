@@ -31,6 +31,7 @@ public:
     using Subscription = connector::message_service::Subscription;
     using Context = std::shared_ptr<connector::common::ContextState>;
     using Patterns = std::vector<std::string>;
+    using Pace = connector::common::ClientPace;
 
     explicit MessageHub(MessageServiceOptions options);
 
@@ -67,12 +68,13 @@ private:
     using Watchers = std::set<std::shared_ptr<Watcher>>;
 
     std::shared_ptr<const Recipients> recipientsOf(const std::string& channel) EXCLUDES(mutex_);
+    /// `owner`: of the request that has caused the message; may be null.
     void queue(const std::string& channel, std::string_view data, const MessageMembers& members,
-               const Recipients& recipients) EXCLUDES(mutex_, logMutex_);
+               const Recipients& recipients, const Pace* owner) EXCLUDES(mutex_, logMutex_);
     void queueInPieces(const std::string& channel, std::string_view data, const MessageMembers& members,
-                       const Recipients& recipients) EXCLUDES(mutex_, logMutex_);
-    void publishLogged(const std::string& channel, std::string_view data, const MessageMembers& members)
-        EXCLUDES(mutex_, logMutex_);
+                       const Recipients& recipients, const Pace* owner) EXCLUDES(mutex_, logMutex_);
+    void publishLogged(const std::string& channel, std::string_view data, const MessageMembers& members,
+                       const Pace* owner) EXCLUDES(mutex_, logMutex_);
     /// The queue of the client; null when it is not known. `added`: those that it did not have before.
     std::shared_ptr<OutgoingQueue> addSubscriptions(const std::string& id, const Patterns& patterns,
                                                     Watchers& concerned, Patterns* added = nullptr)

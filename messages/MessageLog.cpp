@@ -13,7 +13,7 @@ using connector::json::ObjectBuilder;
 
 namespace {
 
-constexpr std::size_t mostKept = 10'000;  // messages that must not be lost
+constexpr std::size_t mostKept = 10'000;  // messages of one group
 constexpr std::size_t mostLostKnown = 100'000;
 
 // What a frame takes in memory, with the nodes that hold it.
@@ -24,14 +24,14 @@ std::size_t costOf(const MessageFrame& frame) { return frame.text().size() + 256
 MessageLog::Frame MessageLog::add(std::string_view channel, std::string_view data, std::string_view lossClass,
                                   const MessageMembers& members) {
     ++last_;
-    auto frame = std::make_shared<const MessageFrame>(channel, data, members.text(last_), lossClass);
+    auto frame = std::make_shared<const MessageFrame>(channel, data, members.text(last_), lossClass, last_);
     entries_.push_back({last_, frame});
-    Group& group = lossClass.empty() ? kept_ : droppable_;
+    Group& group = groups_[frame->lossClass()];
     group.entries.push_back(std::prev(entries_.end()));
     group.bytes += costOf(*frame);
     const auto isTooMuch = [&] {
         return group.entries.size() > 1 && (group.bytes - costOf(*group.entries.front()->frame) >= limit_ ||
-                                            (lossClass.empty() && group.entries.size() > mostKept));
+                                            group.entries.size() > mostKept);
     };
     while (isTooMuch()) dropOldest(group);
     return frame;

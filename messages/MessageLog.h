@@ -7,6 +7,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include "MessageMembers.h"
@@ -16,10 +17,10 @@ namespace messages {
 
 /// Keeps what was published last, numbered, for clients that ask for what they missed.
 ///
-/// There are two groups, what may be lost and what must not be. The oldest of a group goes when those after
-/// it reach the limit alone, so that there is less than the limit and one message; the newest stays, however
-/// large. A message counts as its frame's text and 256 bytes, so that small ones are bounded too. Of those
-/// that must not be lost there are also 10,000 at most.
+/// There is a group for each loss class, so that none pushes out another, and one for what must not be lost.
+/// The oldest of a group goes when those after it reach the limit alone, so that there is less than the limit
+/// and one message; the newest stays, however large. A message counts as its frame's text and 256 bytes, so
+/// that small ones are bounded too; there are 10,000 in a group at most.
 ///
 /// Threads: one at a time.
 class MessageLog {
@@ -68,8 +69,7 @@ private:
     const std::uint64_t first_;
     std::uint64_t last_;
     Entries entries_;
-    Group droppable_;
-    Group kept_;
+    std::unordered_map<std::string, Group> groups_;  // by loss class
 
     std::deque<Lost> lost_;  // in the order in which they went
     Lost forgotten_;         // those that are not known singly any more: the highest number, and all bytes

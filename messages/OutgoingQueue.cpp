@@ -19,29 +19,37 @@ namespace {
 constexpr const char* fullReason = "its queue is full of messages that must not be lost";
 constexpr const char* overdueReason = "its queue has been full for too long";
 
+// Shares of the queue: a client that has more than the first waiting is behind, until it has less than the
+// second.
+constexpr std::size_t behindShare = 8;
+constexpr std::size_t caughtUpShare = 16;
+
 }  // namespace
 
 OutgoingQueue::OutgoingQueue(const SessionOptions& options, Now now,
                              std::shared_ptr<MessageCounters> counters)
     : limit_(options.queueBytes),
       fullLimit_(options.fullLimit),
+      ownerWait_(options.ownerWait),
       now_(std::move(now)),
       counters_(std::move(counters)) {}
 
-bool OutgoingQueue::push(const Frame& frame) {
+bool OutgoingQueue::push(const Frame& frame, const Pace* owner) {
     std::vector<WakeUp> wakeUps;
-    const bool isOpen = push(frame, wakeUps);
+    const bool isOpen = push(frame, owner, wakeUps);
     for (const WakeUp& wakeUp : wakeUps) call(wakeUp);
     return isOpen;
 }
 
-bool OutgoingQueue::push(const Frame& frame, std::vector<WakeUp>& wakeUps) {
+bool OutgoingQueue::push(const Frame& frame, const Pace* owner, std::vector<WakeUp>& wakeUps) {
     bool isOpen = false;
     {
         MutexLock lock(mutex_);
         if (closeReason_) return false;
         const bool wasEmpty = entries_.empty();
-        addLocked(frame);
+        if (wasEmpty) lastTaken_ = now_();
+        addLocked(frame, owner == this);
+        updateBehindLocked();
         isOpen = !closeReason_;
         if (isOpen && !wasEmpty) return true;
         wakeUps.push_back(isOpen ? wakeUp_ : std::move(wakeUp_));
@@ -50,7 +58,7 @@ bool OutgoingQueue::push(const Frame& frame, std::vector<WakeUp>& wakeUps) {
     return isOpen;
 }
 
-void OutgoingQueue::addLocked(const Frame& frame) {
+void OutgoingQueue::addLocked(const Frame& frame, bool isOwn) {
     const std::size_t size = frame->text().size();
     const std::size_t room = std::max(limit_, size);  // an empty queue takes any frame
     const bool mayBeLost = !frame->lossClass().empty();
@@ -65,38 +73,58 @@ void OutgoingQueue::addLocked(const Frame& frame) {
         }
         if (!fullSince_) fullSince_ = now_();
     }
-    entries_.push_back({frame, nullptr});
+    entries_.push_back({frame, nullptr, isOwn});
     queuedBytes_ += size;
     if (mayBeLost) {
-        droppable_.push_back(std::prev(entries_.end()));
+        droppable_.at(isOwn ? 1 : 0).push_back(std::prev(entries_.end()));
     } else {
         keptBytes_ += size;
     }
     // What must not be lost may be above the limit alone; then the new frame is lost itself.
-    while (queuedBytes_ > room && !droppable_.empty()) dropOldestLocked();
+    while (queuedBytes_ > room && queuedBytes_ > keptBytes_) dropOldestLocked();
 }
 
 void OutgoingQueue::dropOldestLocked() {
-    const auto lost = droppable_.front();
-    droppable_.pop_front();
+    auto& candidates = droppable_.at(droppable_[0].empty() ? 1 : 0);
+    const auto lost = candidates.front();
+    candidates.pop_front();
     const Frame frame = std::move(lost->frame);
     const std::size_t bytes = frame->data().size();
     queuedBytes_ -= frame->text().size();
     counters_->droppedMessages.fetch_add(1, std::memory_order_relaxed);
     counters_->droppedBytes.fetch_add(bytes, std::memory_order_relaxed);
+    noteLossLocked(lost, {frame->lossClass(), 1, bytes, frame->number(), frame->number()});
+}
 
-    // All losses before this one are told of already. Those with no frame in between make one gap with it,
-    // and their notices, one for each class, stand right before it.
-    auto notice = lost;
-    while (notice != entries_.begin() && std::prev(notice)->loss) {
-        --notice;
-        if (notice->loss->lossClass != frame->lossClass()) continue;
-        ++notice->loss->messages;
-        notice->loss->bytes += bytes;
-        entries_.erase(lost);
-        return;
+// Losses with no frame in between make one gap, with one notice for each class.
+void OutgoingQueue::noteLossLocked(Entries::iterator lost, Loss loss) {
+    auto first = lost, end = std::next(lost);
+    while (first != entries_.begin() && std::prev(first)->loss) --first;
+    while (end != entries_.end() && end->loss) ++end;
+    Loss* notice = nullptr;
+    for (auto entry = first; entry != end;) {
+        const auto at = entry++;
+        if (at == lost || at->loss->lossClass != loss.lossClass) continue;
+        if (notice == nullptr) {
+            notice = at->loss.get();
+        } else {
+            notice->add(*at->loss);
+            entries_.erase(at);
+        }
     }
-    lost->loss = std::make_unique<Loss>(Loss{frame->lossClass(), 1, bytes});
+    if (notice == nullptr) {
+        lost->loss = std::make_unique<Loss>(std::move(loss));
+    } else {
+        notice->add(loss);
+        entries_.erase(lost);
+    }
+}
+
+void OutgoingQueue::Loss::add(const Loss& other) {
+    messages += other.messages;
+    bytes += other.bytes;
+    to = std::max(to, other.to);
+    if (other.from > 0) from = from == 0 ? other.from : std::min(from, other.from);
 }
 
 TakenFrames OutgoingQueue::take(std::size_t maxBytes, std::chrono::milliseconds timeout) {
@@ -111,6 +139,7 @@ TakenFrames OutgoingQueue::take(std::size_t maxBytes, std::chrono::milliseconds 
         return taken;
     }
     fullSince_.reset();
+    lastTaken_ = now_();
     std::size_t bytes = 0;
     while (!entries_.empty()) {
         const auto& first = entries_.front();
@@ -120,7 +149,36 @@ TakenFrames OutgoingQueue::take(std::size_t maxBytes, std::chrono::milliseconds 
         taken.frames.push_back(std::move(frame));
         removeFirstLocked();
     }
+    updateBehindLocked();
     return taken;
+}
+
+void OutgoingQueue::discard() {
+    Entries entries;
+    {
+        MutexLock lock(mutex_);
+        entries.swap(entries_);
+        for (auto& candidates : droppable_) candidates.clear();
+        queuedBytes_ = keptBytes_ = 0;
+    }
+}
+
+void OutgoingQueue::updateBehindLocked() {
+    const std::size_t mark = limit_ / (isMuchQueued_ ? caughtUpShare : behindShare);
+    const bool isMuch = ownerWait_.count() > 0 && !closeReason_ && queuedBytes_ > mark;
+    if (isMuch == isMuchQueued_) return;
+    isMuchQueued_ = isMuch;
+    if (!isMuch) caughtUp_.notify_all();
+}
+
+bool OutgoingQueue::isBehind() const { return isMuchQueued_ && now_() - lastTaken_.load() <= ownerWait_; }
+
+void OutgoingQueue::waitUntilCaughtUp(std::chrono::milliseconds limit) {
+    const auto deadline = connector::detail::deadlineAfter(limit);
+    MutexLock lock(mutex_);
+    while (isBehind()) {
+        if (caughtUp_.wait_until(lock.native(), deadline) == std::cv_status::timeout) return;
+    }
 }
 
 void OutgoingQueue::removeFirstLocked() {
@@ -129,19 +187,17 @@ void OutgoingQueue::removeFirstLocked() {
         if (frame->lossClass().empty()) {
             keptBytes_ -= frame->text().size();
         } else {
-            droppable_.pop_front();  // the oldest one is this
+            droppable_.at(entries_.front().isOwn ? 1 : 0).pop_front();  // the oldest one is this
         }
     }
     entries_.pop_front();
 }
 
 OutgoingQueue::Frame OutgoingQueue::noticeOf(const Loss& loss) {
-    return std::make_shared<const MessageFrame>(connector::wire::channel::dropped,
-                                                connector::json::ObjectBuilder()
-                                                    .add("channel", loss.lossClass)
-                                                    .add("messages", loss.messages)
-                                                    .add("bytes", loss.bytes)
-                                                    .take());
+    connector::json::ObjectBuilder data;
+    data.add("channel", loss.lossClass).add("messages", loss.messages).add("bytes", loss.bytes);
+    if (loss.from > 0) data.add("from", loss.from).add("to", loss.to);
+    return std::make_shared<const MessageFrame>(connector::wire::channel::dropped, data.take());
 }
 
 void OutgoingQueue::setWakeUp(std::function<void()> wakeUp) {
@@ -166,6 +222,7 @@ void OutgoingQueue::close(const std::string& reason) {
         MutexLock lock(mutex_);
         if (closeReason_) return;
         closeReason_ = reason;
+        updateBehindLocked();
         wakeUp = std::move(wakeUp_);
     }
     changed_.notify_all();

@@ -76,8 +76,8 @@ std::shared_ptr<ContextState> Evaluations::contextOf(const ClientMessage& messag
     if (const auto list = capabilitiesIn(message)) {
         context->set("numoraCapabilities", *list, ContextScope::Client);
     }
-    static_cast<void>(isLossy(message));
     RequestOrigin origin;
+    if (!isLossy(message)) origin.pace = session_->pace();
     const auto name = nameIn(message);
     origin.request = name ? *name : RequestOrigin::newName();
     origin.reservation = names_->reserve(origin.request);

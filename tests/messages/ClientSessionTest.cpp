@@ -196,6 +196,49 @@ TEST_F(ClientSessionTest, losesTheOldestOutputAndSaysSoInItsPlace) {
     EXPECT_EQ(service_.metrics().droppedBytes, 2 * (2U + 3U + 4U + 200U + 1U + 200U + 3U));
 }
 
+TEST_F(ClientSessionTest, losesWhatItsOwnRequestsCausedLast) {
+    const auto session = openFor(4);
+    for (const std::string message : {"output 1", "output 22", "output 3", "output 44", "output 5"}) {
+        const auto context = std::make_shared<connector::common::ContextState>();
+        const auto owner = message.ends_with("22") || message.ends_with("44") ? nullptr : session->pace();
+        connector::common::RequestOrigin::set(*context, {.request = "r", .pace = owner});
+        const connector::common::CurrentContext current(context);
+        publish({message});
+    }
+    const std::string output = responses + "output";
+    EXPECT_THAT(taken(*session), ElementsAre(lost(output, 2, 3), "output 3", lost(output, 1, 2), "output 5"));
+}
+
+TEST_F(ClientSessionTest, isBehindFromAnEighthOfItsQueueToASixteenthAsLongAsItTakes) {
+    const auto session = openFor(160), other = service_.openSession({.queueBytes = 1, .ownerWait = 0ms});
+    other->subscribe(responses + "*");
+    const auto pace = session->pace();
+    const auto isBehindAfter = [&](int published, std::size_t takenFrames) {
+        for (int i = 0; i < published; ++i) publish({"output 1"});
+        if (takenFrames > 0) session->take(takenFrames * sizeOfOutput, 0ms);
+        return pace->isBehind();
+    };
+    EXPECT_FALSE(isBehindAfter(20, 0));
+    now_ += 1h;  // with nothing to take for most of it
+    EXPECT_FALSE(isBehindAfter(0, 20));
+    now_ += 1h;
+    EXPECT_TRUE(isBehindAfter(21, 0));
+    now_ += 2s;
+    EXPECT_TRUE(pace->isBehind());
+    now_ += 1ms;
+    EXPECT_FALSE(isBehindAfter(1, 0));  // gone
+    EXPECT_TRUE(isBehindAfter(0, 1));   // and back
+    EXPECT_TRUE(isBehindAfter(0, 10));
+    std::jthread waiter([&] { pace->waitUntilCaughtUp(60s); });
+    EXPECT_FALSE(isBehindAfter(0, 1));
+    waiter.join();
+    EXPECT_FALSE(isBehindAfter(10, 0));
+    EXPECT_TRUE(isBehindAfter(1, 0));
+    session->close();
+    EXPECT_FALSE(pace->isBehind());
+    EXPECT_FALSE(other->pace()->isBehind());
+}
+
 TEST_F(ClientSessionTest, endsWhenItIsFullOfWhatMustNotBeLost) {
     int wakeUps = 0;
     const auto session = openFor(3);

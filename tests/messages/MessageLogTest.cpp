@@ -72,11 +72,24 @@ TEST_F(MessageLogTest, namesTheGapToAnEarlierService) {
 }
 
 TEST_F(MessageLogTest, losesOldTextAloneAndNamesTheGapOnce) {
-    for (const auto* channel : {&output, &completion, &output, &output, &output}) publish(*channel, "\"12\"");
-    const Texts kept{"\"12\" 4", "\"12\" 5"};
-    EXPECT_EQ(playedAfter(0), (Texts{R"({"from":1,"to":3,"bytes":8})", "\"12\" 2", kept[0], kept[1]}));
-    EXPECT_EQ(playedAfter(2), (Texts{R"({"from":3,"to":3,"bytes":4})", kept[0], kept[1]}));
-    EXPECT_EQ(playedAfter(3), kept);
+    const std::string event = "/eventmgr/0/a";
+    for (const auto* channel : {&output, &completion, &event, &output, &output, &output}) {
+        publish(*channel, "\"12\"");
+    }
+    const Texts kept{"\"12\" 5", "\"12\" 6"};
+    EXPECT_EQ(playedAfter(0, "/**"),
+              (Texts{R"({"from":1,"to":4,"bytes":8})", "\"12\" 2", "\"12\" 3", kept[0], kept[1]}));
+    EXPECT_EQ(playedAfter(3), (Texts{R"({"from":4,"to":4,"bytes":4})", kept[0], kept[1]}));
+    EXPECT_EQ(playedAfter(4), kept);
+}
+
+TEST_F(MessageLogTest, numbersWhatASlowSessionLoses) {
+    const auto session = service_->openSession({.queueBytes = 200});
+    session->subscribe("/**");
+    for (const auto* data : {"1", "2", "3", "4"}) publish("/eventmgr/0/a", data);
+    publish("/elsewhere", "0");
+    EXPECT_EQ(taken(*session), (Texts{R"({"channel":"/eventmgr/**","messages":2,"bytes":2,"from":1,"to":2})",
+                                      "3 3", "4 4", "0"}));
 }
 
 TEST_F(MessageLogTest, keepsTheNewestMessageHoweverLarge) {

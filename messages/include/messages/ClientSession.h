@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "connector/common/ContextState.h"
+#include "connector/common/RequestOrigin.h"
 #include "messages/MessageFrame.h"
 
 namespace messages {
@@ -25,6 +26,9 @@ struct SessionOptions {
     std::size_t queueBytes = std::size_t{8} << 20;
     /// How long the queue may be full with nothing taken from it.
     std::chrono::milliseconds fullLimit = std::chrono::seconds(30);
+    /// For how long the client may take nothing while what its own requests print or post waits for it. 0:
+    /// nothing ever waits.
+    std::chrono::milliseconds ownerWait = std::chrono::seconds(2);
 };
 
 /// What was taken from a session's queue.
@@ -39,10 +43,11 @@ struct TakenFrames {
 ///            +-- a frame that must not be lost finds no room --------------------> closed
 ///            +-- the queue stays full, with nothing taken, for `fullLimit` ------> closed
 ///
-/// A full queue loses its oldest frames of those that may be lost. Where they were stands one notice, on the
-/// channel "/connector/dropped", of how many and how large they were: docs/messages.md. Closing it empties no
-/// queue. It ends every subscription, and the watchers are told; a session that is closed by a publisher,
-/// which must not wait for watchers, does so with the next `take`, `close` or `LocalMessageService::sweep`.
+/// A full queue loses its oldest frames of those that may be lost, and those that the client's own requests
+/// have caused after all others. Where they were stands one notice, on the channel "/connector/dropped", of
+/// how many and how large they were: docs/messages.md. Closing it empties no queue. It ends every
+/// subscription, and the watchers are told; a session that is closed by a publisher, which must not wait for
+/// watchers, does so with the next `take`, `close` or `LocalMessageService::sweep`.
 ///
 /// Threads: every operation from any thread.  Locks: none while foreign code runs.
 /// Owns: shares the core of the service, which thereby outlives it.
@@ -51,7 +56,7 @@ public:
     /// For `LocalMessageService::openSession`.
     ClientSession(std::shared_ptr<MessageHub> hub, std::string id, std::string clientType,
                   std::shared_ptr<OutgoingQueue> queue);
-    /// Closes.
+    /// Closes, and lets go of what has not been taken.
     ~ClientSession();
     ClientSession(const ClientSession&) = delete;
     ClientSession& operator=(const ClientSession&) = delete;
@@ -81,6 +86,10 @@ public:
     /// Throws: std::invalid_argument, for a channel that is not a valid name, and for empty data.
     bool publish(const std::string& channel, std::string_view data,
                  std::shared_ptr<connector::common::ContextState> context, std::string_view members = {});
+
+    /// Goes into the origin of the client's requests, so that what they print and post waits for the client.
+    /// It holds no frames when the session is gone.
+    std::shared_ptr<connector::common::ClientPace> pace() const;
 
     /// Queues a frame for this client alone, after what is queued. False when the session is or gets closed.
     /// Blocks: never.

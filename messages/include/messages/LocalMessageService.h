@@ -17,7 +17,8 @@ namespace messages {
 
 struct MessageServiceOptions {
     /// What a client that is too slow may lose: patterns. Losses are counted by the pattern.
-    std::vector<std::string> droppable = {connector::wire::channel::output, connector::wire::channel::error};
+    std::vector<std::string> droppable = {connector::wire::channel::output, connector::wire::channel::error,
+                                          connector::wire::channel::allEvents};
     /// Of which channels the last messages are kept and numbered, for clients that come back: patterns.
     std::vector<std::string> logged = {connector::wire::channel::allEvalResponses,
                                        connector::wire::channel::allEvents};
@@ -27,10 +28,10 @@ struct MessageServiceOptions {
     /// it is larger than all numbers of an earlier service, and a client that comes back from there is told
     /// that it has missed something.
     std::uint64_t firstNumber = 0;
-    /// How much is kept of what may be lost, and as much again of what must not be, in bytes of frames with
-    /// 256 more for each; and one message beyond. Make it half of the smallest SessionOptions::queueBytes at
-    /// most, or playing what is kept can close a session: what must not be lost has to fit into its queue.
-    /// Within that only a message larger than `logBytes` can do so.
+    /// How much is kept of each class of what may be lost, and as much again of what must not be, in bytes of
+    /// frames with 256 more for each; and one message beyond. Make it half of the smallest
+    /// SessionOptions::queueBytes at most, or playing what is kept can close a session: what must not be lost
+    /// has to fit into its queue. Within that only a message larger than `logBytes` can do so.
     std::size_t logBytes = std::size_t{4} << 20;
     /// The time; called with a lock held.
     std::function<std::chrono::steady_clock::time_point()> now = std::chrono::steady_clock::now;

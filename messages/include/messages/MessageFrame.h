@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -14,14 +15,16 @@ class MessageFrame {
 public:
     /// `channel` is a channel's name; `data` one JSON value, taken as it is; `members` what the object has
     /// beside them, each with a comma before it: `,"id":"7"`. `lossClass` is the name under which a full
-    /// queue counts the frame when it drops it; empty for one that is never dropped.
+    /// queue counts the frame when it drops it; empty for one that is never dropped. `number` is the one
+    /// under which the log keeps it, 0 for one that is not kept.
     MessageFrame(std::string_view channel, std::string_view data, std::string_view members = {},
-                 std::string_view lossClass = {});
+                 std::string_view lossClass = {}, std::uint64_t number = 0);
 
     const std::string& text() const { return text_; }
     std::string_view channel() const { return std::string_view(text_).substr(channelStart, channelSize_); }
     std::string_view data() const { return std::string_view(text_).substr(dataStart_, dataSize_); }
     const std::string& lossClass() const { return lossClass_; }
+    std::uint64_t number() const { return number_; }
 
 private:
     static constexpr std::string_view beforeChannel = R"({"channel":")";
@@ -32,6 +35,7 @@ private:
     const std::size_t dataStart_;
     const std::size_t dataSize_;
     const std::string lossClass_;
+    const std::uint64_t number_;
     std::string text_;
 };
 
