@@ -61,28 +61,30 @@ bool LocalEventManager::post(std::shared_ptr<const BaseEvent> event, std::size_t
 }
 
 bool LocalEventManager::postBlocking(const std::shared_ptr<const BaseEvent>& event, std::size_t bytes,
-                                     const AroundWait& around) {
+                                     const AroundWait& around, bool hasOwner) {
+    const EventRoom& room = hasOwner ? limits_.ownerRoom : limits_.room;
     {
         connector::MutexLock lock(mutex_);
-        const bool isRoomWorthAWait = bytes <= limits_.bytes && !isStuck_ && dispatching != this;
-        if (!isFullLocked(bytes) || isStopped_ || !isRoomWorthAWait) {
+        const bool isRoomWorthAWait = bytes <= limits_.room.bytes && !isStuck_ && dispatching != this;
+        if (!isFullLocked(bytes, room) || isStopped_ || !isRoomWorthAWait) {
             lock.unlock();
             return post(event, bytes);
         }
     }
     if (!hasSubscriptions(event->getTypeInformation())) return true;
     bool isQueued = false;
-    around([&] { isQueued = queueWhenThereIsRoom(event, bytes); });
+    around([&] { isQueued = queueWhenThereIsRoom(event, bytes, room); });
     return isQueued;
 }
 
 // For much room: threads that changed places for every single event would take long.
-bool LocalEventManager::queueWhenThereIsRoom(const std::shared_ptr<const BaseEvent>& event,
-                                             std::size_t bytes) {
+bool LocalEventManager::queueWhenThereIsRoom(const std::shared_ptr<const BaseEvent>& event, std::size_t bytes,
+                                             const EventRoom& room) {
     const auto deadline = std::chrono::steady_clock::now() + limits_.handlerTimeout;
     {
         connector::MutexLock lock(mutex_);
-        while (!isStopped_ && !isStuck_ && (queue_.size() > limits_.events / 2 || isFullLocked(bytes))) {
+        while (!isStopped_ && !isStuck_ && !queue_.empty() &&
+               (queue_.size() > room.events / 2 || isFullLocked(bytes, room))) {
             if (delivered_.wait_until(lock.native(), deadline) == std::cv_status::timeout) isStuck_ = true;
         }
         if (isStopped_) return true;
@@ -92,8 +94,8 @@ bool LocalEventManager::queueWhenThereIsRoom(const std::shared_ptr<const BaseEve
     return true;
 }
 
-bool LocalEventManager::isFullLocked(std::size_t bytes) const {
-    return queue_.size() >= limits_.events || bytes > limits_.bytes - queuedBytes_;
+bool LocalEventManager::isFullLocked(std::size_t bytes, const EventRoom& room) const {
+    return queue_.size() >= room.events || queuedBytes_ + bytes > room.bytes;
 }
 
 // The number of the entry, or 0 when it was dropped. Events that are waited for are no more than there are
@@ -101,7 +103,7 @@ bool LocalEventManager::isFullLocked(std::size_t bytes) const {
 std::uint64_t LocalEventManager::queueLocked(std::shared_ptr<const BaseEvent> event, std::size_t bytes,
                                              bool isWaitedFor) {
     const bool isBounded = !isWaitedFor || isStuck_;
-    if (isBounded && isFullLocked(bytes)) {
+    if (isBounded && isFullLocked(bytes, limits_.room)) {
         ++dropped_;
         return 0;
     }

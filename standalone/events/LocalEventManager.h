@@ -19,10 +19,17 @@
 
 namespace standalone {
 
-struct EventLimits {
-    /// What may wait for its delivery: this many events, with this many bytes in what they carry.
+/// How many events may wait for their delivery, with how many bytes in what they carry.
+struct EventRoom {
     std::size_t events = 10'000;
-    std::size_t bytes = 64U << 20U;
+    std::size_t bytes = std::size_t{64} << 20U;
+};
+
+struct EventLimits {
+    EventRoom room = {};
+    /// For whoever waits for the client that gets them, and sees only later how far that is behind. One event
+    /// may be larger.
+    EventRoom ownerRoom = {2'000, std::size_t{2} << 20U};
     /// How long `raise` waits for the handlers of its event.
     std::chrono::milliseconds handlerTimeout = std::chrono::seconds(10);
 };
@@ -68,9 +75,10 @@ public:
     bool post(std::shared_ptr<const BaseEvent> event, std::size_t bytes = 0) EXCLUDES(mutex_);
 
     /// The same, but waits for room with `around`, for `limits.handlerTimeout` at most, and no longer for any
-    /// event until the handler that takes so long has ended; on a handler, never.
+    /// event until the handler that takes so long has ended; on a handler, never. With `hasOwner` it waits
+    /// for `limits.ownerRoom`.
     bool postBlocking(const std::shared_ptr<const BaseEvent>& event, std::size_t bytes,
-                      const AroundWait& around) EXCLUDES(mutex_);
+                      const AroundWait& around, bool hasOwner = false) EXCLUDES(mutex_);
 
     /// Whether anybody has asked for events with this tag.
     bool hasSubscribers(std::u16string_view userTag) const { return table_->hasSubscribers(userTag); }
@@ -109,9 +117,9 @@ private:
         EXCLUDES(mutex_);
     std::uint64_t queueLocked(std::shared_ptr<const BaseEvent> event, std::size_t bytes, bool isWaitedFor)
         REQUIRES(mutex_);
-    bool isFullLocked(std::size_t bytes) const REQUIRES(mutex_);
-    bool queueWhenThereIsRoom(const std::shared_ptr<const BaseEvent>& event, std::size_t bytes)
-        EXCLUDES(mutex_);
+    bool isFullLocked(std::size_t bytes, const EventRoom& room) const REQUIRES(mutex_);
+    bool queueWhenThereIsRoom(const std::shared_ptr<const BaseEvent>& event, std::size_t bytes,
+                              const EventRoom& room) EXCLUDES(mutex_);
     Wait waitFor(std::uint64_t number) EXCLUDES(mutex_);
 
     void dispatchLoop() EXCLUDES(mutex_);

@@ -54,7 +54,7 @@ void Announcements::announcePrompt(const ShownPrompt& prompt, bool isBaseLevel) 
                 members.emplace("number", static_cast<std::int64_t>(prompt.number));
                 members.emplace("echo", prompt.isEchoed);
             }
-            post(u"status", std::move(members), 0);
+            post(u"status", std::move(members), 0, false);
         }
         if (isBaseLevel) {
             raise(nmutil::utils::IqmInputRequestEvent(prompt.requester));
@@ -67,11 +67,11 @@ void Announcements::announcePrompt(const ShownPrompt& prompt, bool isBaseLevel) 
     }
 }
 
-void Announcements::post(std::u16string tag, TaggedEvent::Members members, std::size_t bytes) {
+void Announcements::post(std::u16string tag, TaggedEvent::Members members, std::size_t bytes, bool hasOwner) {
     const auto events = events_;  // see raise
     const connector::common::CurrentContext context(running_.contextOfThisThread());
     events->postBlocking(std::make_shared<TaggedEvent>(std::move(tag), std::move(members)), bytes,
-                         withoutInterpreterLock);
+                         withoutInterpreterLock, hasOwner);
 }
 
 }  // namespace standalone

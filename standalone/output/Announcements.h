@@ -48,8 +48,9 @@ public:
 
     /// Whether anybody listens to events with this tag. Cheap.
     bool hasSubscribers(std::u16string_view tag) const { return events_->hasSubscribers(tag); }
-    /// Raises an event for whoever listens to the tag. Waits for room; `bytes` is the size of the members.
-    void post(std::u16string tag, TaggedEvent::Members members, std::size_t bytes);
+    /// Raises an event for whoever listens to the tag. Waits for room; `bytes` is the size of the members,
+    /// `hasOwner` whether whoever posts waits for a client.
+    void post(std::u16string tag, TaggedEvent::Members members, std::size_t bytes, bool hasOwner);
 
 private:
     bool postText(nmutil::io::StreamTypeEnum stream, std::u16string_view text);

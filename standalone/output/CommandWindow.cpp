@@ -1,5 +1,6 @@
 #include "output/CommandWindow.h"
 
+#include <chrono>
 #include <string>
 #include <utility>
 
@@ -7,11 +8,18 @@
 #include "nmutil/events.h"
 #include "output/NativeCapture.h"
 #include "output/TerminalWindow.h"
+#include "output/ownerWait.h"
 
 namespace standalone {
 
 using services::io::CmdWinSink;
 using services::io::CmdWinSinkHandle;
+
+namespace {
+
+constexpr auto longestDrain = std::chrono::seconds(2);
+
+}  // namespace
 
 void logLateResult(const std::exception& error) {
     foundation::log::DiagnosticLogger("standalone::interpreter")
@@ -30,7 +38,7 @@ void CommandWindow::open(bool isCapturing) {
                 const KeepsInterpreterLock kept;
                 print(stream, text);
             },
-            withInterpreterLock);
+            withInterpreterLock, [this] { return running_.paceOfOutermost(); });
     }
     terminal_ = std::make_shared<TerminalWindow>(originalDescriptor(1), originalDescriptor(2));
     CmdWinSinkHandle::setFactory(terminal_);
@@ -42,7 +50,7 @@ void CommandWindow::startCapture() {
 
 void CommandWindow::stopCapture() {
     if (!capture_) return;
-    capture_->drain(true);
+    drain(true);
     withoutInterpreterLock([this] { capture_->stop(); });
 }
 
@@ -87,12 +95,18 @@ void CommandWindow::print(nmutil::io::StreamTypeEnum stream, std::u16string_view
     announcements_.announceText(stream, text);
 }
 
+// Not for long: no code runs that interrupts could end.
 void CommandWindow::drain(bool isEnd) {
-    if (capture_) capture_->drain(isEnd);
+    if (!capture_) return;
+    const auto end = std::chrono::steady_clock::now() + longestDrain;
+    capture_->drain(isEnd, [this, end] {
+        waitForOwner(running_.paceOfThisThread(), [end] { return std::chrono::steady_clock::now() < end; });
+        return true;
+    });
 }
 
-void CommandWindow::drainIfReady() {
-    if (capture_) capture_->drainIfReady();
+bool CommandWindow::drainIfReady(const std::function<bool()>& afterPart) {
+    return !capture_ || capture_->drainIfReady(afterPart);
 }
 
 // What runs between two steps of other code has no say in that code's window.

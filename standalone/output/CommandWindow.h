@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <exception>
+#include <functional>
 #include <memory>
 #include <string_view>
 
@@ -61,8 +62,9 @@ public:
     /// Delivers what native code has written. At the `isEnd` of an evaluation, what looks like the beginning
     /// of a character stands for itself.
     void drain(bool isEnd = false);
-    /// The same, where that is cheap to find out; C's buffers are left alone.
-    void drainIfReady();
+    /// The same, where that is cheap to find out; C's buffers are left alone. What there is comes in parts;
+    /// `afterPart` is called after each. False when that has been, which leaves the rest.
+    bool drainIfReady(const std::function<bool()>& afterPart);
 
     /// What the code does to the window of whoever gets its text.
     void clear();

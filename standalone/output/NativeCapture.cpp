@@ -13,12 +13,14 @@
 #include <unistd.h>
 
 #include "foundation/log/diagnostic_logger.h"
+#include "output/ownerWait.h"
 
 namespace standalone {
 
 namespace {
 
 constexpr std::size_t queueLimit = 16U << 20U;  // bytes
+constexpr std::size_t partBytes = 256U << 10U;
 constexpr auto fullQueueTimeout = std::chrono::seconds(1);
 
 // The one that is there when the process aborts.
@@ -32,9 +34,10 @@ int makeEvent() {
 
 }  // namespace
 
-NativeCapture::NativeCapture(Deliver deliver, WithInterpreterLock withInterpreterLock)
+NativeCapture::NativeCapture(Deliver deliver, WithInterpreterLock withInterpreterLock, Owner owner)
     : deliver_(std::move(deliver)),
       withInterpreterLock_(std::move(withInterpreterLock)),
+      owner_(std::move(owner)),
       stopEvent_(makeEvent()) {
     recentErrors_.reserve(2 * recentSize);
     catchAbort();
@@ -104,10 +107,10 @@ void NativeCapture::stop() {
     descriptors_.putBack();
 }
 
-void NativeCapture::drain(bool isEnd) {
+void NativeCapture::drain(bool isEnd, const AfterPart& afterPart) {
     std::fflush(stdout);
     std::fflush(stderr);
-    drainIfReady();
+    drainIfReady(afterPart);
     if (!isEnd) return;
     for (std::size_t i = 0; i < decoders_.size(); ++i) {
         std::u16string rest;
@@ -116,19 +119,24 @@ void NativeCapture::drain(bool isEnd) {
     }
 }
 
-void NativeCapture::drainIfReady() {
-    bool hasText = false;
-    {
-        connector::MutexLock lock(mutex_);
-        std::array<pollfd, 2> ends{
-            {{descriptors_.readEnd(0), POLLIN, 0}, {descriptors_.readEnd(1), POLLIN, 0}}};
-        if (poll(ends.data(), ends.size(), 0) > 0) {
-            while (readPipesLocked() && queuedBytes_ < queueLimit) {
-            }
-        }
-        hasText = !queue_.empty();
+// Other threads and processes may go on writing, so there is an end.
+bool NativeCapture::drainIfReady(const AfterPart& afterPart) {
+    for (std::size_t delivered = 0; delivered <= queueLimit && fetchPart(); delivered += partBytes) {
+        deliverPart();
+        if (!afterPart()) return false;
     }
-    if (hasText) deliverQueued();
+    return true;
+}
+
+// Sees to it that the queue has a part, if there is one. False when there is nothing.
+bool NativeCapture::fetchPart() {
+    connector::MutexLock lock(mutex_);
+    std::array<pollfd, 2> ends{{{descriptors_.readEnd(0), POLLIN, 0}, {descriptors_.readEnd(1), POLLIN, 0}}};
+    if (queuedBytes_ < partBytes && poll(ends.data(), ends.size(), 0) > 0) {
+        while (readPipesLocked() && queuedBytes_ < partBytes) {
+        }
+    }
+    return !queue_.empty();
 }
 
 void NativeCapture::emptyPipes() {
@@ -138,18 +146,37 @@ void NativeCapture::emptyPipes() {
     for (;;) {
         if (poll(ends.data(), ends.size(), -1) < 0 && errno != EINTR) return;
         connector::MutexLock lock(mutex_);
-        if (queuedBytes_ >= queueLimit && !isStopping_) {
-            const auto deadline = std::chrono::steady_clock::now() + fullQueueTimeout;
-            while (queuedBytes_ >= queueLimit && !isStopping_) {
-                if (emptied_.wait_until(lock.native(), deadline) == std::cv_status::timeout) {
-                    dropOldestLocked();
-                    break;
-                }
-            }
-        }
+        awaitRoomLocked(lock.native());
         if (isStopping_) return;
         if (readPipesLocked()) queued_.notify_one();
     }
+}
+
+// A wait for the owner has an end, and is announced when it ends.
+void NativeCapture::awaitRoomLocked(std::unique_lock<std::mutex>& lock) {
+    auto deadline = std::chrono::steady_clock::now() + fullQueueTimeout;
+    while (!isStopping_ && queuedBytes_ >= (isOwnerAwaited_ ? partBytes : queueLimit)) {
+        if (isOwnerAwaited_) {
+            emptied_.wait(lock);
+            deadline = std::chrono::steady_clock::now() + fullQueueTimeout;
+        } else if (emptied_.wait_until(lock, deadline) == std::cv_status::timeout && !isOwnerAwaited_) {
+            return dropOldestLocked();
+        }
+    }
+}
+
+// The request that the text belongs to may end meanwhile, and another one begin.
+void NativeCapture::awaitOwner() {
+    const auto setAwaited = [this](bool isAwaited) {
+        connector::MutexLock lock(mutex_);
+        isOwnerAwaited_ = isAwaited && !isStopping_;
+        return isOwnerAwaited_;
+    };
+    for (auto pace = owner_(); pace && pace->isBehind() && setAwaited(true); pace = owner_()) {
+        pace->waitUntilCaughtUp(ownerWaitSlice);
+    }
+    setAwaited(false);
+    emptied_.notify_one();
 }
 
 void NativeCapture::deliverLoop() {
@@ -159,8 +186,9 @@ void NativeCapture::deliverLoop() {
             while (queue_.empty() && !isStopping_) queued_.wait(lock.native());
             if (isStopping_) return;
         }
+        awaitOwner();
         try {
-            withInterpreterLock_([this] { deliverQueued(); });
+            withInterpreterLock_([this] { deliverPart(); });
         } catch (const std::exception& error) {
             foundation::log::DiagnosticLogger("standalone::output")
                 .error("Output of native code was lost: " + std::string(error.what()));
@@ -197,13 +225,17 @@ void NativeCapture::dropOldestLocked() {
 }
 
 // With the interpreter's lock, which keeps deliveries one at a time and in order.
-void NativeCapture::deliverQueued() {
-    std::deque<Chunk> chunks;
+void NativeCapture::deliverPart() {
+    std::vector<Chunk> chunks;
     std::size_t dropped = 0;
     {
         connector::MutexLock lock(mutex_);
-        chunks.swap(queue_);
-        queuedBytes_ = 0;
+        for (std::size_t bytes = 0; !queue_.empty() && bytes < partBytes;) {
+            bytes += queue_.front().bytes.size();
+            chunks.push_back(std::move(queue_.front()));
+            queue_.pop_front();
+            queuedBytes_ -= chunks.back().bytes.size();
+        }
         dropped = std::exchange(droppedBytes_, 0);
     }
     emptied_.notify_one();

@@ -6,12 +6,15 @@
 #include <cstddef>
 #include <deque>
 #include <functional>
+#include <memory>
+#include <mutex>
 #include <string>
 #include <string_view>
 #include <thread>
 #include <vector>
 
 #include "connector/ThreadSafety.h"
+#include "connector/common/RequestOrigin.h"
 #include "fl/i18n/text.h"
 #include "nmutil/io/NMSink.h"
 #include "output/RedirectedDescriptors.h"
@@ -22,9 +25,14 @@ namespace standalone {
 /// standard input.
 ///
 /// Two threads, because native code may write while it holds the interpreter's lock: one empties the pipes
-/// into a bounded queue and never takes that lock, the other takes it and delivers. When the queue stays full
-/// for a second, which happens only when a writer keeps the lock all that time, the oldest bytes are dropped,
-/// and a notice says how many. When the process aborts, what was written to descriptor 2 in the last second
+/// into a bounded queue and never takes that lock, the other takes it and delivers, a part at a time. When
+/// the queue stays full for a second, which happens only when a writer keeps the lock all that time, the
+/// oldest bytes are dropped, and a notice says how many.
+///
+/// Before a part, and so without the interpreter's lock and mutex_, the delivering thread waits while the
+/// owner of what is written is behind. Meanwhile the other leaves the pipes full, so that writers wait, too,
+/// and nothing is dropped; a writer that keeps the interpreter's lock holds up nobody that the owner needs.
+/// When the process aborts, what was written to descriptor 2 in the last second
 /// goes to the process's own standard error.
 ///
 /// Threads: `drain` and `drainIfReady` by whoever holds the interpreter's lock; the constructor and
@@ -35,9 +43,13 @@ public:
     using Deliver = std::function<void(nmutil::io::StreamTypeEnum, std::u16string_view)>;
     /// Calls its argument with the interpreter's lock held; used on the delivering thread.
     using WithInterpreterLock = std::function<void(const std::function<void()>&)>;
+    /// The pace of the client that gets the text now, which may be null; called with no lock held.
+    using Owner = std::function<std::shared_ptr<connector::common::ClientPace>()>;
+    /// Called after each part that is delivered by a drain; false ends that.
+    using AfterPart = std::function<bool()>;
 
     /// Throws: std::system_error, when pipes cannot be made (nothing is captured then).
-    NativeCapture(Deliver deliver, WithInterpreterLock withInterpreterLock);
+    NativeCapture(Deliver deliver, WithInterpreterLock withInterpreterLock, Owner owner);
     /// Call `stop` first.
     ~NativeCapture();
     NativeCapture(const NativeCapture&) = delete;
@@ -52,10 +64,10 @@ public:
 
     /// Delivers all that was written so far, C's own buffers included. With `isEnd` an unfinished character
     /// at the end of a stream is delivered, too, as U+FFFD.
-    void drain(bool isEnd = false) EXCLUDES(mutex_);
+    void drain(bool isEnd, const AfterPart& afterPart) EXCLUDES(mutex_);
     /// The same, if something is waiting in the pipes; C's buffers are left alone. Cheap when there is
-    /// nothing.
-    void drainIfReady() EXCLUDES(mutex_);
+    /// nothing. False when `afterPart` has been.
+    bool drainIfReady(const AfterPart& afterPart) EXCLUDES(mutex_);
 
     /// The process's own standard streams: 0 input, 1 output, 2 error.
     int original(int descriptor) const { return descriptors_.original(descriptor); }
@@ -73,13 +85,17 @@ private:
     void writeRecentErrors() EXCLUDES(mutex_);
     void rememberErrorsLocked(std::string_view bytes) REQUIRES(mutex_);
     void emptyPipes();
+    void awaitRoomLocked(std::unique_lock<std::mutex>& lock) REQUIRES(mutex_);
     void deliverLoop();
+    void awaitOwner() EXCLUDES(mutex_);
     bool readPipesLocked() REQUIRES(mutex_);
     void dropOldestLocked() REQUIRES(mutex_);
-    void deliverQueued() EXCLUDES(mutex_);
+    bool fetchPart() EXCLUDES(mutex_);
+    void deliverPart() EXCLUDES(mutex_);
 
     const Deliver deliver_;
     const WithInterpreterLock withInterpreterLock_;
+    const Owner owner_;
     const int stopEvent_;  // made first: descriptors are redirected last
     RedirectedDescriptors descriptors_;
 
@@ -95,6 +111,7 @@ private:
     std::size_t droppedBytes_ GUARDED_BY(mutex_) = 0;
     std::string recentErrors_ GUARDED_BY(mutex_);
     std::chrono::steady_clock::time_point lastErrors_ GUARDED_BY(mutex_);
+    bool isOwnerAwaited_ GUARDED_BY(mutex_) = false;
     bool isStopping_ GUARDED_BY(mutex_) = false;
 
     std::thread reader_;

@@ -9,7 +9,9 @@
 
 #include "cmddistributor/CmdRequest.h"
 #include "cmddistributor/RunOptions.h"
+#include "connector/ThreadSafety.h"
 #include "connector/common/ContextState.h"
+#include "connector/common/RequestOrigin.h"
 #include "zvm/identities.h"
 
 namespace standalone {
@@ -19,21 +21,32 @@ struct RunningRequest {
     foundation::msg_svc::exchange::IDType id;
     const cmddistributor::CmdRequest& request;
     const cmddistributor::RunOptions& options;
-    std::shared_ptr<connector::common::ContextState> context;  ///< may be null
-    std::uint64_t number = 0;                                  ///< given by RunningRequests
+    std::shared_ptr<connector::common::ContextState> context;       ///< may be null
+    std::uint64_t number = 0;                                       ///< given by RunningRequests
+    std::shared_ptr<connector::common::ClientPace> pace = nullptr;  ///< of the context's origin
 };
 
 /// The requests that run, one inside the other. Whose code prints, and what goes with it, is told by them.
 ///
-/// Threads: those that hold the interpreter's lock; changed on the interpreter thread.
+/// Threads: those that hold the interpreter's lock, but for `paceOfOutermost`; changed on the interpreter
+/// thread.  Locks: mutex_, a leaf, for the one thing that is asked without the interpreter's lock.
 class RunningRequests {
 public:
+    using Pace = std::shared_ptr<connector::common::ClientPace>;
+
     void push(RunningRequest request) {
         interpreterThread_ = std::this_thread::get_id();
         request.number = ++last_;
+        const auto origin =
+            request.context ? connector::common::RequestOrigin::of(*request.context) : nullptr;
+        if (origin) request.pace = origin->pace;
+        if (requests_.empty()) setPaceOfOutermost(request.pace);
         requests_.push_back(std::move(request));
     }
-    void pop() { requests_.pop_back(); }
+    void pop() {
+        requests_.pop_back();
+        if (requests_.empty()) setPaceOfOutermost(nullptr);
+    }
 
     /// The one that began last, or null.
     const RunningRequest* innermost() const { return requests_.empty() ? nullptr : &requests_.back(); }
@@ -62,6 +75,19 @@ public:
     /// The calling thread was started by the request with this number.
     static void setStartedBy(std::uint64_t number) { startedBy = number; }
 
+    /// Of the client that the calling thread's code waits for when that is behind; null where it waits for
+    /// none, as between two steps of other code.
+    Pace paceOfThisThread() const {
+        if (isBetweenStepsHere()) return nullptr;
+        const RunningRequest* request = ofThisThread();
+        return request == nullptr ? nullptr : request->pace;
+    }
+    /// Of the client that gets what native code prints; may be null.  Threads: any.
+    Pace paceOfOutermost() const EXCLUDES(mutex_) {
+        connector::MutexLock lock(mutex_);
+        return paceOfOutermost_;
+    }
+
     /// Whether a request runs between two steps of other code, in which it has no say.
     bool isBetweenSteps() const { return isBetweenSteps_; }
     bool isBetweenStepsHere() const {
@@ -70,12 +96,20 @@ public:
     void setBetweenSteps(bool isBetweenSteps) { isBetweenSteps_ = isBetweenSteps; }
 
 private:
+    void setPaceOfOutermost(Pace pace) EXCLUDES(mutex_) {
+        connector::MutexLock lock(mutex_);
+        paceOfOutermost_.swap(pace);  // the old one goes without the lock
+    }
+
     static inline thread_local std::uint64_t startedBy = 0;
 
     std::vector<RunningRequest> requests_;
     std::uint64_t last_ = 0;
     std::thread::id interpreterThread_;
     bool isBetweenSteps_ = false;
+
+    mutable connector::Mutex mutex_;
+    Pace paceOfOutermost_ GUARDED_BY(mutex_);
 };
 
 }  // namespace standalone

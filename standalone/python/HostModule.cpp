@@ -198,17 +198,11 @@ PyObject* ofThisRequest(PyObject*, PyObject* function) {
 }
 
 PyObject* clearWindow(PyObject*, PyObject*) {
-    return translated([] {
-        if (bound != nullptr) bound->clearWindow();
-        return newNone();
-    });
+    return translated([] { return bound == nullptr || bound->clearWindow() ? newNone() : nullptr; });
 }
 
 PyObject* moveHome(PyObject*, PyObject*) {
-    return translated([] {
-        if (bound != nullptr) bound->moveHome();
-        return newNone();
-    });
+    return translated([] { return bound == nullptr || bound->moveHome() ? newNone() : nullptr; });
 }
 
 PyObject* hasSubscribers(PyObject*, PyObject* tag) {
@@ -244,8 +238,8 @@ PyObject* postEvent(PyObject*, PyObject* arguments) {
         for (Py_ssize_t at = 0; PyDict_Next(values, &at, &name, &value) != 0;) {
             if (!addMember(name, value, members, bytes)) return nullptr;
         }
-        if (bound != nullptr) bound->postEvent(utf16(tag), std::move(members), bytes);
-        return newNone();
+        const bool goesOn = bound == nullptr || bound->postEvent(utf16(tag), std::move(members), bytes);
+        return goesOn ? newNone() : nullptr;
     });
 }
 

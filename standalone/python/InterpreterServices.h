@@ -21,10 +21,14 @@ class InterpreterServices {
 public:
     virtual ~InterpreterServices() = default;
 
+    // What prints, posts or changes the window waits afterwards while the client that it is for is behind,
+    // with the interpreter's lock released. False when an interrupt has ended the wait; a Python exception is
+    // set then.
+
     /// Prints text, in UTF-16; a pair of surrogates is never cut.
-    virtual void print(nmutil::io::StreamTypeEnum stream, std::u16string_view text) = 0;
+    virtual bool print(nmutil::io::StreamTypeEnum stream, std::u16string_view text) = 0;
     /// Called once before the pieces of one printed text.
-    virtual void beforePrint() = 0;
+    virtual bool beforePrint() = 0;
 
     /// Reads one typed line with its newline, showing `prompt` while nothing has been typed. What
     /// is typed may be shown if it `isEchoed`.
@@ -41,14 +45,14 @@ public:
     /// For an interrupt that Python has dropped: it is to be taken again.
     virtual void returnInterrupt() = 0;
 
-    virtual void clearWindow() = 0;
-    virtual void moveHome() = 0;
+    virtual bool clearWindow() = 0;
+    virtual bool moveHome() = 0;
 
     /// Whether anybody listens to events with this tag. Cheap.
     virtual bool hasSubscribers(std::u16string_view tag) const = 0;
     /// Raises an event for whoever listens to the tag. Waits, with the interpreter's lock released, while too
     /// many are on their way; `bytes` is the size of the members.
-    virtual void postEvent(std::u16string tag, TaggedEvent::Members members, std::size_t bytes) = 0;
+    virtual bool postEvent(std::u16string tag, TaggedEvent::Members members, std::size_t bytes) = 0;
 
     /// The number of the request that a thread belongs to which the calling one starts; 0 for none.
     virtual std::uint64_t numberForNewThread() const = 0;

@@ -23,10 +23,11 @@ public:
         : services_(services), stream_(stream) {}
 
     // CPython keeps text as Latin-1, UCS-2 or UCS-4 units; each goes to UTF-16 in one step.
+    // False when an interrupt has ended it.
     template <class Unit>
-    void print(const Unit* units, Py_ssize_t count) {
+    bool print(const Unit* units, Py_ssize_t count) {
         if constexpr (sizeof(Unit) < 4) {  // in UTF-16 they are the same
-            while (count > 0) {
+            while (count > 0 && goesOn_) {
                 used_ = std::min<std::size_t>(static_cast<std::size_t>(count), piece_.size());
                 std::copy_n(units, used_, piece_.data());
                 units += used_;
@@ -34,12 +35,13 @@ public:
                 flush();
             }
         } else {
-            for (Py_ssize_t i = 0; i < count; ++i) {
+            for (Py_ssize_t i = 0; i < count && goesOn_; ++i) {
                 if (used_ + 2 > piece_.size()) flush();
                 add(units[i]);
             }
             flush();
         }
+        return goesOn_;
     }
 
 private:
@@ -52,18 +54,21 @@ private:
         piece_[used_++] = static_cast<char16_t>(point);
     }
     void flush() {
-        if (services_ != nullptr && used_ > 0) services_->print(stream_, {piece_.data(), used_});
+        if (services_ != nullptr && used_ > 0 && goesOn_) {
+            goesOn_ = services_->print(stream_, {piece_.data(), used_});
+        }
         used_ = 0;
     }
 
     InterpreterServices* const& services_;
     const nmutil::io::StreamTypeEnum stream_;
+    bool goesOn_ = true;
     std::size_t used_ = 0;
     std::array<char16_t, 8192> piece_;  // NOLINT(cppcoreguidelines-pro-type-member-init): filled before read
 };
 
-void printThrough(InterpreterServices* const& services, nmutil::io::StreamTypeEnum stream, PyObject* text) {
-    services->beforePrint();
+bool printThrough(InterpreterServices* const& services, nmutil::io::StreamTypeEnum stream, PyObject* text) {
+    if (!services->beforePrint()) return false;
     const Py_ssize_t length = PyUnicode_GET_LENGTH(text);
     Printer printer(services, stream);
     switch (PyUnicode_KIND(text)) {
@@ -105,7 +110,7 @@ PyObject* printText(InterpreterServices* const& services, nmutil::io::StreamType
         if (services == nullptr) {
             if (!writeToDescriptor(stream, text)) return nullptr;
         } else if (PyUnicode_GET_LENGTH(text) > 0) {
-            printThrough(services, stream, text);
+            if (!printThrough(services, stream, text)) return nullptr;
         }
     } catch (const std::exception& error) {
         PyErr_SetString(PyExc_OSError, error.what());

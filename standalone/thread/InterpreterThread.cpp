@@ -6,6 +6,7 @@
 
 #include "foundation/log/diagnostic_logger.h"
 #include "host/Environment.h"
+#include "output/ownerWait.h"
 #include "python/interpreterLock.h"
 #include "shutdown/ShutdownObject.h"
 #include "standalone/process.h"
@@ -144,6 +145,12 @@ void InterpreterThread::runRequests() {
 }
 bool InterpreterThread::checkInterrupts() {
     return runner_ ? runner_->checkInterrupts() : Interrupts::check();
+}
+
+// Other threads of Python code are told of no signals.
+bool InterpreterThread::awaitOwner() {
+    return waitForOwner(running_.paceOfThisThread(),
+                        [this] { return !isInterpreterThread() || checkInterrupts(); });
 }
 
 const cmddistributor::RunOptions* InterpreterThread::runningOptions() const {

@@ -62,23 +62,35 @@ private:
     void finish();
 
     // InterpreterServices
-    void print(nmutil::io::StreamTypeEnum stream, std::u16string_view text) override {
+    bool print(nmutil::io::StreamTypeEnum stream, std::u16string_view text) override {
         window_.print(stream, text);
+        return awaitOwner();
     }
-    void beforePrint() override { window_.drainIfReady(); }
+    bool beforePrint() override {
+        return window_.drainIfReady([this] { return awaitOwner(); });
+    }
+    bool awaitOwner();
     ReadResult readLine(nmutil::prompt::InputRequester prompt, bool isEchoed, std::u16string& line) override;
     ReadResult readKey() override;
     void requireInputAllowed() const;
     void runRequests() override;
     bool checkInterrupts() override;
     void returnInterrupt() override { queue_->returnInterrupt(); }
-    void clearWindow() override { window_.clear(); }
-    void moveHome() override { window_.moveHome(); }
+    bool clearWindow() override {
+        window_.clear();
+        return awaitOwner();
+    }
+    bool moveHome() override {
+        window_.moveHome();
+        return awaitOwner();
+    }
     std::uint64_t numberForNewThread() const override { return running_.numberForNewThread(); }
     void setStartedBy(std::uint64_t number) override { RunningRequests::setStartedBy(number); }
     bool hasSubscribers(std::u16string_view tag) const override { return announcements_.hasSubscribers(tag); }
-    void postEvent(std::u16string tag, TaggedEvent::Members members, std::size_t bytes) override {
-        announcements_.post(std::move(tag), std::move(members), bytes);
+    bool postEvent(std::u16string tag, TaggedEvent::Members members, std::size_t bytes) override {
+        announcements_.post(std::move(tag), std::move(members), bytes,
+                            running_.paceOfThisThread() != nullptr);
+        return awaitOwner();
     }
     bool isInterpreterThread() const override { return Interrupts::isSignalThread(); }
     const cmddistributor::RunOptions* runningOptions() const override;

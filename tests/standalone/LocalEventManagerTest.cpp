@@ -222,8 +222,8 @@ TEST_F(LocalEventManagerTest, dropsWhatDoesNotFitAndLogsTheirNumberOnce) {
         const LogRecords log;
         const std::size_t bytes = byBytes ? 10U : 0U;
         gate_ = std::make_unique<Gate>();
-        events_ = std::make_shared<LocalEventManager>(byBytes ? EventLimits{.bytes = 25}
-                                                              : EventLimits{.events = 2});
+        events_ = std::make_shared<LocalEventManager>(byBytes ? EventLimits{.room = {.bytes = 25}}
+                                                              : EventLimits{.room = {.events = 2}});
         const auto connection = record();
         holdUp();
         for (const auto* text : {u"1", u"2", u"3", u"4", u"5"}) post(text, bytes);
@@ -239,7 +239,7 @@ TEST_F(LocalEventManagerTest, dropsWhatDoesNotFitAndLogsTheirNumberOnce) {
 }
 
 TEST_F(LocalEventManagerTest, makesWhoPostsInTurnWaitForRoom) {
-    events_ = std::make_shared<LocalEventManager>(EventLimits{.events = 2});
+    events_ = std::make_shared<LocalEventManager>(EventLimits{.room = {.events = 2}});
     const auto connection = record();
     holdUp();
     int waits = 0;
@@ -254,7 +254,7 @@ TEST_F(LocalEventManagerTest, makesWhoPostsInTurnWaitForRoom) {
     EXPECT_GE(waits, 1);
 
     events_ = std::make_shared<LocalEventManager>(
-        EventLimits{.events = 1, .handlerTimeout = std::chrono::milliseconds(1)});
+        EventLimits{.room = {.events = 1}, .handlerTimeout = std::chrono::milliseconds(1)});
     gate_ = std::make_unique<Gate>();
     const auto stuck = record();
     holdUp();
@@ -268,7 +268,7 @@ TEST_F(LocalEventManagerTest, makesWhoPostsInTurnWaitForRoom) {
 
 TEST_F(LocalEventManagerTest, countsAsOneBurstWhatIsDroppedUntilAllThatWaitedIsDelivered) {
     const LogRecords log;
-    events_ = std::make_shared<LocalEventManager>(EventLimits{.events = 2});
+    events_ = std::make_shared<LocalEventManager>(EventLimits{.room = {.events = 2}});
     const auto connection = record();
     const auto flood = onSuggestion([this](const SuggestionEvent& event) {
         for (int i = 0; event.getText() == u"1" && i < 5; ++i) post(u"more");
