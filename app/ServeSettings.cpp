@@ -24,6 +24,7 @@ namespace fs = std::filesystem;
 constexpr std::int64_t highestPort = std::numeric_limits<std::uint16_t>::max();
 constexpr std::int64_t mostThreads = 1000;
 constexpr std::int64_t mostConnections = 1'000'000;
+constexpr std::int64_t longestOwnerWaitMs = 3'600'000;
 
 /// One file of settings, from which known keys are taken.
 class SettingsFile {
@@ -128,6 +129,11 @@ void ServeSettings::addTo(CLI::App& command) {
     command.add_option("--allow-origin", origins, "An origin whose pages may use this server")
         ->type_name("ORIGIN")
         ->allow_extra_args(false);
+    addInteger(command, "--owner-wait", ownerWaitMs, 0, longestOwnerWaitMs,
+               "How long streamed code waits for its client when that takes nothing of the output, in "
+               "milliseconds (default: 2000); 0: code never waits",
+               "NUMORA_OWNER_WAIT")
+        ->type_name("MS");
     command.add_flag("--mock", mock, "Answer requests without an interpreter, always in the same way");
 }
 
@@ -151,6 +157,7 @@ void ServeSettings::readFile() {
     settings.take("handler_threads", handlerThreads, 1, mostThreads);
     settings.take("handler_queue", handlerQueue, 0, 1'000'000);
     settings.take("io_threads", ioThreads, 1, 64);
+    settings.take("owner_wait", ownerWaitMs, 0, longestOwnerWaitMs);
     settings.refuseUnknownKeys();
 }
 
@@ -169,6 +176,7 @@ gateway::GatewayOptions ServeSettings::gatewayOptions() const {
     options.handlerThreads = handlerThreads.value_or(options.handlerThreads);
     options.handlerQueue = handlerQueue.value_or(options.handlerQueue);
     options.ioThreads = ioThreads.value_or(options.ioThreads);
+    if (ownerWaitMs) options.ownerWait = std::chrono::milliseconds(*ownerWaitMs);
     return options;
 }
 

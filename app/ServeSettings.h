@@ -31,6 +31,7 @@ struct ServeSettings {
     std::optional<std::size_t> handlerThreads;
     std::optional<std::size_t> handlerQueue;
     std::optional<std::size_t> ioThreads;
+    std::optional<int> ownerWaitMs;
     std::optional<std::string> file;
     bool mock = false;
 

@@ -151,7 +151,7 @@ void BayeuxSession::work() {
 // One frame a turn, so that messages of the client, above all interrupts, come between.
 void BayeuxSession::deliver() {
     if (!usesSocket() || beingWritten_ || !socket_->hasRoom()) return;
-    const auto deliveries = outbox_.next();
+    const auto deliveries = outbox_.next(core_->options.frameDeliveries);
     if (deliveries.empty()) return;
     outbox_.delivered();
     socket_->send(deliveries, false);

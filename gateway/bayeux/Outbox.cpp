@@ -1,5 +1,7 @@
 #include "bayeux/Outbox.h"
 
+#include <algorithm>
+
 #include "bayeux/channelRules.h"
 #include "foundation/log/diagnostic_logger.h"
 
@@ -38,10 +40,11 @@ void Outbox::delivered() {
     unacknowledgedBytes_ = 0;
 }
 
-MessageArray Outbox::next() {
+MessageArray Outbox::next(std::size_t maxBytes) {
     MessageArray deliveries;
     for (const auto& sent : unacknowledged_) append(deliveries, sent.frame);
-    if (unacknowledgedBytes_ < replyBytes_) take(replyBytes_ - unacknowledgedBytes_, deliveries);
+    const std::size_t room = std::min(maxBytes, replyBytes_);
+    if (unacknowledgedBytes_ < room) take(room - unacknowledgedBytes_, deliveries);
     return deliveries;
 }
 

@@ -30,8 +30,8 @@ public:
     /// What was taken is written. Without the extension that is the end of it.
     void delivered();
 
-    /// The deliveries for the next reply or frame.
-    MessageArray next();
+    /// The deliveries for the next reply; or for the next frame, which holds no more than `maxBytes`.
+    MessageArray next(std::size_t maxBytes = SIZE_MAX);
     /// Ends the batch that `next` has been called for. Returns its number, from 1.
     std::uint64_t closeBatch() { return ++closedBatches_; }
 

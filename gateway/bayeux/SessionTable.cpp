@@ -16,8 +16,9 @@ bool SessionTable::mayHandshake(const std::string& address, bool hasToken, Time 
 
 std::shared_ptr<BayeuxSession> SessionTable::open(const Peer& peer, bool isAcknowledged,
                                                   const std::shared_ptr<ClientSocket>& socket) {
-    const auto client =
-        core_->messages.openSession({.clientType = peer.clientType, .queueBytes = core_->options.queueBytes});
+    const auto client = core_->messages.openSession({.clientType = peer.clientType,
+                                                     .queueBytes = core_->options.queueBytes,
+                                                     .ownerWait = core_->options.ownerWait});
     auto session = std::make_shared<BayeuxSession>(core_, peer, client, isAcknowledged,
                                                    [weak = weak_from_this()](const BayeuxSession& ended) {
                                                        if (const auto table = weak.lock())

@@ -57,6 +57,9 @@ void setOptions(int descriptor) {
         ::setsockopt(descriptor, level, name, &value, sizeof value);
     };
     set(IPPROTO_TCP, TCP_NODELAY, 1);
+    // What the system takes ahead of what is sent: not so much that a slow client would seem to take nothing
+    // for long and then all at once.
+    set(IPPROTO_TCP, TCP_NOTSENT_LOWAT, 256 << 10);
     set(SOL_SOCKET, SO_KEEPALIVE, 1);
     set(IPPROTO_TCP, TCP_KEEPIDLE, 60);
     set(IPPROTO_TCP, TCP_KEEPINTVL, 15);

@@ -20,6 +20,7 @@ bayeux::ServerOptions bayeuxOptions(const GatewayOptions& options, const access:
     bayeux.isToken = [&access](const std::string& token) { return access.isToken(token); };
     bayeux.frameBytes = options.limits.bodyBytes;
     bayeux.unauthenticatedBytes = options.limits.unauthenticatedBytes;
+    bayeux.ownerWait = options.ownerWait;
     return bayeux;
 }
 

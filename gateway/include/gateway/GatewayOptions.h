@@ -56,6 +56,8 @@ struct GatewayOptions {
     /// More of them take turns, which costs a small request more than it gains.
     std::size_t ioThreads = 1;
     ConnectionLimits limits{};
+    /// For how long a client may take nothing while the code that it streams waits for it; 0: it never waits.
+    std::chrono::milliseconds ownerWait = std::chrono::seconds(2);
     /// Counts for the metrics; may be null.
     std::shared_ptr<const messages::RequestCounter> streaming{};
 };
