@@ -69,7 +69,7 @@ public:
     void send(const StreamRequest& request) override {
         const auto context = std::make_shared<connector::common::ContextState>();
         RequestOrigin::set(*context, {.request = request.name});
-        if (request.prompt != 0) context->set(RequestOrigin::forPrompt, request.prompt);
+        context->set(RequestOrigin::forPrompt, request.prompt);
         client_->publish(connector::wire::channel::evalRequest, connector::json::quoted(request.text),
                          context);
         const auto refusal = context->getOr(RequestRefusal::contextKey, RequestRefusal());

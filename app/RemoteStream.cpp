@@ -67,7 +67,7 @@ void RemoteStream::send(const StreamRequest& request) {
     Object::Ptr message = newMessage(connector::wire::channel::evalRequest);
     message->set("data", request.text);
     Object::Ptr members = objectOf("request", request.name);
-    if (request.prompt != 0) members->set("prompt", request.prompt);
+    members->set("prompt", request.prompt);
     message->set("ext", objectOf("connector", members));
     replyTo(publishes_, message);
 }

@@ -39,7 +39,7 @@ struct StreamMessage {
 struct StreamRequest {
     std::string name;  ///< stands in what comes of it
     std::string text;
-    std::uint64_t prompt = 0;  ///< the number of the one to type at; 0 to type at any, or else to run as code
+    std::uint64_t prompt = 0;  ///< the number of the one to type at; 0 for code, which is typed at none
 };
 
 /// The streaming service, as one of its clients sees it: everything that it publishes comes, in order.
