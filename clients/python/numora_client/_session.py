@@ -116,15 +116,17 @@ class Session:
 
     async def subscribe(self, patterns: Sequence[str], inbox: Inbox) -> None:
         """What comes on the channels goes to `inbox` until unsubscribe. One at a time."""
+        await self._until_online()  # before it can look like one that the last session had
         self._patterns, self._inbox, self._number, self._last_number = list(patterns), inbox, 0, 0
         self._begin(await self.request("/meta/subscribe", subscription=self._patterns))
 
     async def unsubscribe(self) -> None:
+        """Throws: Disconnected when there is no connection; it does not wait for one."""
         patterns, inbox, self._patterns, self._inbox = self._patterns, self._inbox, [], None
         if inbox:
             inbox.room.set()  # nobody will take what it holds
         if patterns:
-            await self.request("/meta/unsubscribe", subscription=patterns)
+            await self._reply("/meta/unsubscribe", subscription=patterns)
 
     async def _until_online(self) -> None:
         if not self._online.is_set():

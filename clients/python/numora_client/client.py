@@ -161,12 +161,12 @@ class Client:
             self._loop.call_soon_threadsafe(begin)
 
     async def _reuse(self, session: Session) -> None:
-        if session not in self._busy:
-            return  # closed
-        self._busy.remove(session)
+        is_usable = False
         with contextlib.suppress(NumoraError):
             await session.unsubscribe()
-            if self._main is not None and len(self._idle) < _IDLE_SESSIONS:
-                self._idle.append(session)
-                return
-        await session.close()
+            is_usable = self._main is not None and not session.is_ended and len(self._idle) < _IDLE_SESSIONS
+        self._busy.discard(session)
+        if is_usable:
+            self._idle.append(session)
+        else:
+            await session.close()
