@@ -70,6 +70,8 @@ class Client(BayeuxClient):
             number = message.get("ext", {}).get("connector", {}).get("seq")
             if number and "data" in message:
                 self.numbers.append(number)
+            if message["channel"] == "/meta/connect":
+                self.send(self.envelope({"channel": "/meta/connect", "connectionType": "websocket"}))
             if message["channel"] in (DROPPED, GAP):
                 self.losses.append(message)
             yield message

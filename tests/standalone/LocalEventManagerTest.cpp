@@ -239,19 +239,26 @@ TEST_F(LocalEventManagerTest, dropsWhatDoesNotFitAndLogsTheirNumberOnce) {
 }
 
 TEST_F(LocalEventManagerTest, makesWhoPostsInTurnWaitForRoom) {
-    events_ = std::make_shared<LocalEventManager>(EventLimits{.room = {.events = 2}});
-    const auto connection = record();
-    holdUp();
-    int waits = 0;
-    for (const auto* text : {u"1", u"2", u"3", u"4", u"5"}) {
-        events_->postBlocking(std::make_shared<SuggestionEvent>(text), 0, [&](const auto& wait) {
-            if (++waits == 1) gate_->open();  // there is no room until the handler goes on
-            wait();
-        });
+    std::u16string expected;
+    for (const bool hasOwner : {false, true}) {
+        gate_ = std::make_unique<Gate>();
+        events_ = std::make_shared<LocalEventManager>(hasOwner ? EventLimits{.ownerRoom = {9, 20}}
+                                                               : EventLimits{.room = {.events = 2}});
+        const auto connection = record();
+        holdUp();
+        int waits = 0;
+        const auto postOne = [&](const char16_t* text) {
+            const auto around = [&](const auto& wait) {
+                if (++waits == 1) gate_->open();  // there is no room until the handler goes on
+                wait();
+            };
+            events_->postBlocking(std::make_shared<SuggestionEvent>(text), 10, around, hasOwner);
+        };
+        for (const auto* text : {u"1", u"2", u"3", u"4", u"5"}) postOne(text);
+        raise(u"end");
+        EXPECT_EQ(texts(), expected += u"gate12345end");
+        EXPECT_GE(waits, 1);
     }
-    raise(u"end");
-    EXPECT_EQ(texts(), u"gate12345end");
-    EXPECT_GE(waits, 1);
 
     events_ = std::make_shared<LocalEventManager>(
         EventLimits{.room = {.events = 1}, .handlerTimeout = std::chrono::milliseconds(1)});
