@@ -76,7 +76,7 @@ function testLibrary(Library, transport) {
 
         test("goes on when the connection has been cut", async t => {
             const proxy = await CuttingProxy.start(server.port);
-            const client = await connected(Library, proxy.url, transport);
+            const client = await connected(Library, `${proxy.url}/cometd`, transport);
             t.after(() => client.end());
             t.after(() => proxy.stop());
             const mailbox = await client.subscribe(`${root}/cut`);

@@ -88,7 +88,13 @@ describe("requests", limits, () => {
         "a channel of the server's": [() => client.publish("/eventmgr/0/x", 1), {code: "403"}],
         "a bad channel": [() => client.subscribe("/a/*/", () => {}), {code: "405"}],
         "a wrong token": [() => connect(server.origin, {token: "x".repeat(20)}), {code: "401"}],
-        "no server": [() => connect("http://127.0.0.1:1/", {token}), {code: "disconnected"}],
+        "no server": [() => connect("http://127.0.0.1:1/lab", {token}),
+            {code: "disconnected", message: /^no server can be reached at http:\/\/127.0.0.1:1\/lab\/cometd: .*ECONNREFUSED/}],
+        "no server at the path": [() => connect(`${server.origin}/lab`, {token}), {code: "disconnected", message: /response: 401/}],
+        "no address": [() => connect("nonsense"), {code: "invalid", message: /^url must be/}],
+        "an address of another kind": [() => connect("localhost:8350"), {code: "invalid", message: /^url must be/}],
+        "a transport that is not there": [() => connect(server.origin, {transport: "long-polling"}), {code: "invalid", message: /^transport must be/}],
+        "a name that is no channel": [() => client.publish("news", 1), {code: "invalid", message: /^channel must be/}],
     };
     for (const [name, [request, error]] of Object.entries(failures)) {
         test(`${name} is an exception`, () => assert.rejects(request(), {name: "NumoraError", ...error}));
@@ -110,6 +116,19 @@ describe("streams", limits, () => {
         assert.match(traceback.join(), /^error,Traceback[^]*NameError/);
         assert.deepEqual(told, [["output", "first\n"], ["error", "noted\n"], ["output", "Name? "], ["input", undefined],
             ["output", "Hello Ada\n"], ["suggestion", "print"], ["completion", false]]);
+    });
+
+    test("a slow reader loses nothing, and little waits for it", async () => {
+        const stream = client.stream("for i in range(450): print(f'{i:09}' * 10_000)");
+        let text = "";
+        for await (const event of stream) {
+            text += event.text ?? "";
+            assert.ok(client.session.room.waiting < 16e6, `${client.session.room.waiting} characters wait`);
+            // The answer comes after what has not been read.
+            if (text.length === 90_001) await client.call("len", ["abc"], {dequeMode: "ppe"});
+            await new Promise(resolve => setTimeout(resolve, 2));
+        }
+        assert.equal(text, Array.from({length: 450}, (_, i) => `${i}`.padStart(9, "0").repeat(10_000) + "\n").join(""));
     });
 
     test("nothing is lost or doubled when the session has ended meanwhile", async t => {

@@ -10,18 +10,21 @@ export class CuttingProxy {
     /** New connections are closed at once. */
     refuses = false;
 
+    /** Where the server is for the proxy's clients, who get nothing from elsewhere. */
+    path = "/lab/numora";
     /**
-     * Passes connections on to `port`. Each takes one of `cuts`, as long as there are any, and is cut when it has brought
-     * as many bytes from the server as that says or, for `{up: number}`, to the server, wherever in a message that is;
-     * none of what goes beyond gets through.
+     * Each connection takes one of them, as long as there are any, and is cut when it has brought as many bytes from the
+     * server as that says or, for `{up: number}`, to the server, wherever in a message that is; none of what goes beyond
+     * gets through.
      */
-    static async start(port, cuts = []) {
+    cuts = [];
+
+    static async start(port) {
         const proxy = new CuttingProxy();
-        proxy.cuts = [...cuts];
         proxy.server = createServer(client => proxy.#pass(client, port));
         proxy.server.listen(0, "127.0.0.1");
         await once(proxy.server, "listening");
-        proxy.url = `http://127.0.0.1:${proxy.server.address().port}/cometd`;
+        proxy.url = `http://127.0.0.1:${proxy.server.address().port}${proxy.path}`;
         return proxy;
     }
 
@@ -42,7 +45,12 @@ export class CuttingProxy {
             room[direction] -= data.length;
             if (room[direction] < 0) this.#end(connection);
         };
-        client.on("data", data => pass("up", data, server));
+        client.on("data", data => {
+            const request = /^(GET|POST) ([^ ]*) /.exec(data.toString("latin1"));
+            if (!request) return pass("up", data, server);
+            if (!request[2].startsWith(this.path)) return this.#end(connection);
+            pass("up", Buffer.concat([Buffer.from(`${request[1]} `), data.subarray(request[1].length + 1 + this.path.length)]), server);
+        });
         server.on("data", data => pass("down", data, client));
         for (const socket of [client, server]) {
             socket.on("error", () => {});

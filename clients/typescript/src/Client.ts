@@ -1,7 +1,10 @@
-import {EvalStream} from "./EvalStream.js";
+import {parseAddress} from "./address.js";
+import {EvalStream, type StreamOptions} from "./EvalStream.js";
 import {EventQueue} from "./EventQueue.js";
 import {NumoraError} from "./errors.js";
-import {type Handler, type Message, Session} from "./Session.js";
+import {type Handler, type Message, Session, sizeOf} from "./Session.js";
+
+// Every time in this package is in milliseconds.
 
 export interface ConnectOptions {
     /** Unless the address has it, as the one has that the server prints. */
@@ -10,15 +13,15 @@ export interface ConnectOptions {
     clientType?: string;
     /** The only transport to use; otherwise a WebSocket, or, in browsers, HTTP where WebSockets are not available. */
     transport?: "websocket" | "long-polling";
-    /** How much longer each attempt to reconnect waits than the one before, up to five seconds. */
+    /** Milliseconds between attempts to reconnect, at most; 500 unless told. */
     retryMs?: number;
     /** How long a message may be, in characters of JSON; the server's own limit is 16 MiB. */
     maxMessageSize?: number;
 }
 
 export interface EvalOptions {
-    /** Whole seconds after which the code is interrupted; 0 for none. */
-    timeoutS?: number;
+    /** Milliseconds after which the code is interrupted, rounded up to whole seconds; 0 for none. */
+    timeoutMs?: number;
     /** Size of the window for what is printed, in characters. */
     width?: number;
     height?: number;
@@ -27,6 +30,7 @@ export interface EvalOptions {
 export interface CallOptions {
     /** How many results are wanted: 0 gives undefined, 1 the result, more an array. */
     nargout?: number;
+    /** Milliseconds after which the call is interrupted; 0 for none. */
     timeoutMs?: number;
     /** "ppe" runs the function at once, inside running code. */
     dequeMode?: string;
@@ -53,12 +57,15 @@ interface Fault {
     faultConditions?: {faultId: string}[];
 }
 
-/** Connects to the server at `url`, and fails if that is not possible or the token is wrong. */
+/**
+ * Connects to the server at `url`, which in a page may be relative to it, and fails if that is not possible or the
+ * token is wrong. What a proxy adds as a path belongs to the address.
+ */
 export async function connect(url: string, options: ConnectOptions = {}): Promise<Client> {
-    const address = new URL(url);
+    const {base, token} = parseAddress(url);
     const session = await Session.open({
-        url: `${address.origin.replace(/^ws/, "http")}/cometd`,
-        token: options.token ?? address.searchParams.get("token") ?? "",
+        url: `${base}/cometd`,
+        token: options.token ?? token,
         clientType: options.clientType ?? "typescript",
         transport: options.transport,
         retryMs: options.retryMs ?? 500,
@@ -81,8 +88,9 @@ export class Client {
 
     /** Runs code, and returns what it has printed when it has ended or waits for input. */
     async eval(code: string, options: EvalOptions = {}): Promise<EvalResult> {
-        const {timeoutS = 0, width = 0, height = 0} = options;
-        const response = await this.session.call("connector/v1/Eval", {mcode: code, timeout: timeoutS, width, height});
+        const {timeoutMs = 0, width = 0, height = 0} = options;
+        const timeout = Math.ceil(timeoutMs / 1000);
+        const response = await this.session.call("connector/v1/Eval", {mcode: code, timeout, width, height});
         const faults = faultsOf(response);
         const failure = faults.find(fault => !fault.identifier);  // the text shows the errors of the code itself
         if (response.isError && failure) throw failure;
@@ -112,9 +120,13 @@ export class Client {
         if (fault) throw fault;
     }
 
-    /** Runs code, and brings what it prints as it does. */
-    stream(code: string): EvalStream {
-        return new EvalStream(this.session, code);
+    /**
+     * Runs code, and brings what it prints as it does. Printing waits for a reader that is slow, as long as it goes on
+     * reading. A reader that has had enough leaves the loop, or calls `return`: what it does not take holds up what comes
+     * for others of this client.
+     */
+    stream(code: string, options: StreamOptions = {}): EvalStream {
+        return new EvalStream(this.session, code, options);
     }
 
     /** Publishes a JSON value on a channel that is not the server's own. */
@@ -135,10 +147,12 @@ export class Client {
 
     /** The messages on channels or patterns, for a loop; otherwise as `subscribe`. */
     on(channels: string | string[], options: {after?: number} = {}): AsyncIterableIterator<Message> {
-        const queue: EventQueue<Message> = new EventQueue(() => void this.session.unsubscribe(listener).catch(() => {}));
+        const queue = new EventQueue<Message>(this.session.room,
+            loss => ({channel: "/connector/dropped", data: {channel: "/**", ...loss}}),
+            () => void this.session.unsubscribe(listener).catch(() => {}));
         const listener = {
             channels: [channels].flat(),
-            handler: (message: Message) => queue.push(message),
+            handler: (message: Message) => queue.push(message, sizeOf(message)),
             onEnd: (error: NumoraError) => queue.end(error),
         };
         this.session.subscribe(listener, options.after).catch((error: Error) => queue.end(error));

@@ -1,103 +1,78 @@
 import {EventQueue} from "./EventQueue.js";
-import type {Listener, Message, Session} from "./Session.js";
+import {NumoraError} from "./errors.js";
+import {newName} from "./names.js";
+import {type Listener, type Message, type Session, sizeOf} from "./Session.js";
+import {type StreamEvent, eventOf, responses, tagged} from "./streamEvents.js";
 
-/** What happens while streamed code runs. */
-export type StreamEvent =
-    /** Printed text; that of errors, warnings and the like is on "error". */
-    | {type: "text"; stream: "output" | "error"; text: string}
-    /** The interpreter shows another prompt. */
-    | {type: "prompt"; prompt: string}
-    /** The code waits for what `input` sends. */
-    | {type: "input"; prompt: string}
-    | {type: "clear"}
-    | {type: "home"}
-    /** A name that may have been meant. */
-    | {type: "suggestion"; text: string}
-    /** Messages with these numbers may be missing; without numbers, it is not known which. */
-    | {type: "gap"; from?: number; to?: number; bytes?: number}
-    /** The client was too slow, and this much output is missing. */
-    | {type: "dropped"; channel: string; messages: number; bytes: number}
-    /** The last event: the code has ended. */
-    | {type: "completion"; success: boolean};
+export interface StreamOptions {
+    /** Printing does not wait for a reader that is slow; it loses text instead. */
+    lossy?: boolean;
+    /** Also brings the tagged events of the code, such as figures and progress. */
+    events?: boolean;
+    /** What the client can do, such as "display"; code that asks for more fails. */
+    capabilities?: string[];
+}
 
-const responses = "/eval/response/";
-const inputPrompts = ["INPUT_PROMPT", "KEYBOARD_PROMPT", "DEBUG_PROMPT", "PAUSE_PROMPT"];
-
-/**
- * Runs code and brings its events. Those of the server's streams go to all clients: while several run at a time, each
- * has the events of all.
- */
+/** Runs code and brings the events that this code causes, and no others. */
 export class EvalStream extends EventQueue<StreamEvent> {
+    /** The name of the request, which all of its messages carry. */
+    readonly request = newName();
     private readonly listener: Listener;
-    /** Completions that are due: one for the code, and one for each text that is typed. */
-    private due = 1;
+    private isRunning = false;
+    /** The number of the prompt that the reader has been told of. */
+    private prompt: number | undefined;
 
-    constructor(private readonly session: Session, code: string) {
-        super(() => this.leave());
+    constructor(private readonly session: Session, code: string, options: StreamOptions) {
+        super(session.room, loss => ({type: "dropped", channel: `${responses}**`, ...loss}), () => this.leave());
         this.listener = {
-            channels: [`${responses}**`],
+            channels: options.events ? [`${responses}**`, `${tagged}**`] : [`${responses}**`],
             handler: message => this.take(message),
             onEnd: error => this.end(error),
+            onRestart: () => {
+                if (this.isRunning) this.fail(NumoraError.disconnected("the server was started again, and the code has ended"));
+            },
         };
-        this.start(code).catch((error: Error) => {
-            this.leave();
-            this.end(error);
-        });
+        this.start(code, options).catch((error: Error) => this.fail(error));
     }
 
-    /** Answers an "input" event; the code gets the text with an end of line. */
+    override async next(): Promise<IteratorResult<StreamEvent>> {
+        const result = await super.next();
+        if (!result.done && result.value.type === "input") this.prompt = result.value.number;
+        return result;
+    }
+
+    /**
+     * Answers the last "input" event; the code gets the text with an end of line. Fails with the code "409" when the
+     * code does not wait for this answer any more.
+     */
     async input(text: string): Promise<void> {
-        ++this.due;
-        try {
-            await this.session.publish("/eval/request", `${text}\n`);
-        } catch (error) {
-            --this.due;
-            throw error;
-        }
+        if (this.prompt === undefined) throw new NumoraError("409", "an \"input\" event must come before its answer");
+        await this.session.publish("/eval/request", `${text}\n`, {request: newName(), prompt: this.prompt});
     }
 
-    private async start(code: string): Promise<void> {
+    private async start(code: string, {lossy, capabilities}: StreamOptions): Promise<void> {
         await this.session.subscribe(this.listener);
-        await this.session.publish("/eval/request", code);
+        await this.session.publish("/eval/request", code, {request: this.request, prompt: 0, lossy, capabilities});
+        this.isRunning = true;
     }
 
     private leave(): void {
         this.session.unsubscribe(this.listener).catch(() => {});
     }
 
-    private take({channel, data}: Message): void {
-        if (channel === `${responses}completion`) {
-            if (--this.due > 0) return;
-            this.push({type: "completion", success: data === "Done: success"});
+    private fail(error: Error): void {
+        this.leave();
+        this.end(error);
+    }
+
+    private take(message: Message): void {
+        if (message.request !== this.request && !message.channel.startsWith("/connector/")) return;
+        const event = eventOf(message);
+        if (!event) return;
+        this.push(event, sizeOf(message));
+        if (event.type === "completion") {
             this.leave();
             this.end();
-            return;
         }
-        const event = eventOf(channel, data);
-        if (event) this.push(event);
     }
 }
-
-function eventOf(channel: string, data: any): StreamEvent | undefined {
-    switch (channel) {
-        case `${responses}output`:
-            return {type: "text", stream: "output", text: data};
-        case `${responses}error`:
-            return {type: "text", stream: "error", text: data};
-        case `${responses}iqminput`:
-            return {type: inputPrompts.includes(data) ? "input" : "prompt", prompt: data};
-        case `${responses}commandwindow/clear`:
-            return {type: "clear"};
-        case `${responses}commandwindow/home`:
-            return {type: "home"};
-        case `${responses}suggest`:
-            return {type: "suggestion", text: data};
-        case "/connector/gap":
-            return {type: "gap", ...data};
-        case "/connector/dropped":
-            return {type: "dropped", ...data};
-        default:
-            return undefined;
-    }
-}
-

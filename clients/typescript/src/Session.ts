@@ -1,12 +1,24 @@
 import {AckExtension, CometD, type Message as BayeuxMessage} from "cometd";
 import {NumoraError, detailOf, errorOf} from "./errors.js";
-import {prepareEnvironment} from "./environment.js";
+import {prepareEnvironment, socketFailures} from "./environment.js";
+import {newName} from "./names.js";
+import {Room} from "./Room.js";
 
 export interface Message {
     channel: string;
     data: unknown;
     /** The number that the server gave the message, if it numbers those of the channel. */
     number?: number;
+    /** The name of the request that caused the message, if one did. */
+    request?: string;
+    /** The number of the prompt that it is, if one can answer it, and false if the answer is not to be shown. */
+    prompt?: number;
+    echo?: boolean;
+}
+
+/** What a message counts for while it waits for its reader, in characters. */
+export function sizeOf({data}: Message): number {
+    return 100 + (typeof data === "string" ? data.length : JSON.stringify(data).length);
 }
 
 export type Handler = (message: Message) => void;
@@ -25,6 +37,8 @@ export interface Listener {
     channels: string[];
     handler: Handler;
     onEnd: (error: NumoraError) => void;
+    /** The server was started again: what it ran has ended. */
+    onRestart?: () => void;
 }
 
 interface Call {
@@ -35,8 +49,10 @@ interface Call {
 }
 
 // Part of the library, but not of its declarations.
-type Sender = {send(message: BayeuxMessage): void};
-type Reply = BayeuxMessage & {reestablish?: boolean; failure?: {reason?: string}};
+type Sender = {send(message: BayeuxMessage): void; _warn(): void};
+type Transport = {send(envelope: object, isConnect: boolean): void};
+type ConnectorExtension = {seq?: number; request?: string; prompt?: number; echo?: boolean; dropped?: boolean; server?: string};
+type Reply = BayeuxMessage & {reestablish?: boolean; failure?: {reason?: string; httpCode?: number}};
 
 /** The channels of notices that the server sends to a session whether it subscribes to them or not. */
 const notices = ["/connector/gap", "/connector/dropped"];
@@ -56,6 +72,8 @@ export class Session {
     readonly ended: Promise<NumoraError | undefined>;
     private end!: (reason?: NumoraError) => void;
     private isEnded = false;
+    /** What waits for the readers of the client. */
+    readonly room = new Room();
 
     private readonly cometd: CometD & Sender;
     private readonly listeners = new Map<Listener, object[]>();
@@ -69,9 +87,17 @@ export class Session {
     private mustSubscribeAgain = false;
     /** When the connection was lost, in milliseconds; undefined while there is one. */
     private lostAt: number | undefined;
+    /** Requests that wait for it to come back. */
+    private delayed: (() => void)[] = [];
+    /** What the server calls itself, another name after each start. */
+    private server: string | undefined;
 
     static async open(options: SessionOptions): Promise<Session> {
         const hasHttp = await prepareEnvironment();
+        if (options.transport && options.transport !== "websocket" && !(hasHttp && options.transport === "long-polling")) {
+            throw new NumoraError("invalid",
+                `transport must be "websocket"${hasHttp ? ' or "long-polling"' : ": the other one is for browsers"}`);
+        }
         const session = new Session(options, hasHttp);
         await session.handshake(options);
         return session;
@@ -80,15 +106,20 @@ export class Session {
     private constructor(options: SessionOptions, hasHttp: boolean) {
         this.ended = new Promise(resolve => (this.end = resolve));
         this.cometd = new CometD() as CometD & Sender;
+        this.cometd._warn = () => {};  // what goes wrong is told by errors
         for (const type of this.cometd.getTransportTypes()) {
             const isWanted = options.transport ? type === options.transport : type !== "callback-polling";
             if (!isWanted || (!hasHttp && type !== "websocket")) this.cometd.unregisterTransport(type);
+            else this.pace(this.cometd.findTransport(type) as unknown as Transport);
         }
+        // Clients that lost the same server do not all come back at the same moment.
+        const retryMs = options.retryMs * (0.5 + Math.random() / 2);
         this.cometd.configure({
             url: options.url,
             logLevel: "warn",
-            backoffIncrement: options.retryMs,
-            maxBackoff: 5000,
+            backoffIncrement: retryMs,
+            maxBackoff: retryMs,
+            connectTimeout: 10_000,
             // The library's own limit is shorter than many a script.
             maxSendBayeuxMessageSize: options.maxMessageSize,
         });
@@ -99,7 +130,11 @@ export class Session {
                 if (call && message.channel.startsWith("/service/")) call.sentIn = message.clientId;
                 return message;
             },
-            incoming: message => (this.isNew(message) ? message : null),
+            incoming: message => {
+                // A server that stops advises to wait; one that is started again would be waited for.
+                if (message.advice && message.error?.startsWith("503:")) message.advice.interval = 0;
+                return this.isNew(message) ? message : null;
+            },
         });
         for (const channel of ["/meta/subscribe", "/meta/unsubscribe"]) {
             this.cometd.addListener(channel, reply => {
@@ -108,27 +143,45 @@ export class Session {
             });
         }
         this.cometd.addListener("/meta/connect", reply => {
-            if (reply.successful) this.lostAt = undefined;
-            else this.noteLoss();
+            if (reply.successful) {
+                this.lostAt = undefined;
+                this.release();
+            } else this.noteLoss();
             if (reply.successful && this.mustSubscribeAgain) this.subscribeAgain();
         });
     }
 
+    // The server sends more as an answer to the next connect, which therefore waits until there is room for it.
+    private pace(transport: Transport): void {
+        const send = transport.send.bind(transport);
+        transport.send = (envelope, isConnect) => {
+            if (!isConnect || !this.room.isFull) return send(envelope, isConnect);
+            void this.room.free(() => this.calls.size > 0).then(() => {
+                if (!this.cometd.isDisconnected()) send(envelope, isConnect);
+            });
+        };
+    }
+
     private handshake(options: SessionOptions): Promise<void> {
-        const ext = {connector: {token: options.token, clientType: options.clientType}};
+        const ext = {connector: {token: options.token || undefined, clientType: options.clientType}};
         return new Promise((resolve, reject) => {
             let isFirst = true;
+            let untried = this.cometd.getTransportTypes().length;
             this.cometd.addListener("/meta/handshake", (reply: Reply) => {
                 if (reply.successful) {
-                    if (reply.reestablish) this.resume();
+                    isFirst = false;
+                    if (reply.reestablish) this.resume(extensionOf(reply).server);
+                    this.server = extensionOf(reply).server;
                     resolve();
-                } else if (isFirst || reply.advice?.reconnect === "none") {
-                    // Later it tries for as long as it takes, but one who connects wants to know.
-                    reject(errorOf(reply));
-                    this.finish(errorOf(reply));
-                    this.cometd.disconnect();
+                    return;
                 }
-                isFirst = false;
+                // Later it tries for as long as it takes, but one who connects wants to know.
+                const isLast = isFirst && (reply.error !== undefined || --untried === 0);
+                if (!isLast && reply.advice?.reconnect !== "none") return;
+                const error = reply.error ? errorOf(reply) : unreachable(options.url, reply);
+                reject(error);
+                this.finish(error);
+                this.cometd.disconnect();
             });
             this.cometd.handshake({ext});
         });
@@ -148,19 +201,25 @@ export class Session {
         });
     }
 
-    /** Publishes; fails when the server refuses. */
-    publish(channel: string, data: unknown): Promise<void> {
+    /** Publishes, with what `connector` says to the server about it; fails when the server refuses. */
+    async publish(channel: string, data: unknown, connector?: object): Promise<void> {
+        await this.online();
         return new Promise((resolve, reject) => {
-            this.requireOpen();
-            this.cometd.publish(channel, data, reply => (reply.successful ? resolve() : reject(errorOf(reply))));
+            const settle = (reply: Reply): void => (reply.successful ? resolve() : reject(errorOf(reply)));
+            try {
+                this.cometd.publish(channel, data, connector ? {ext: {connector}} : {}, settle);
+            } catch {
+                if (this.cometd.isDisconnected()) reject(NumoraError.disconnected("the client is closed"));
+                else reject(new NumoraError("invalid", "channel must be a name such as /news/today, and not below /meta"));
+            }
         });
     }
 
     /** Sends a request of the type `type`, and returns the response. */
-    call(type: string, request: object): Promise<any> {
-        const uuid = globalThis.crypto?.randomUUID?.() ?? `${Date.now()}-${Math.random()}`;
+    async call(type: string, request: object): Promise<any> {
+        await this.online();
+        const uuid = newName();
         return new Promise((resolve, reject) => {
-            this.requireOpen();
             const settle = (action: () => void): void => {
                 if (this.calls.delete(uuid)) action();
             };
@@ -170,8 +229,7 @@ export class Session {
             };
             this.calls.set(uuid, call);
             this.cometd.remoteCall(type, {...request, uuid}, 0, (answer: Reply) => {
-                const extension = answer.ext as {connector?: {dropped?: boolean}} | undefined;
-                if (extension?.connector?.dropped) {
+                if (extensionOf(answer).dropped) {
                     call.reject(new NumoraError("dropped", "the code was not run, because an interrupt came while it waited"));
                 } else if (answer.successful) call.resolve(answer.data);
                 else call.reject(answer.data ? new NumoraError("failed", detailOf(answer.data)) : errorOf(answer));
@@ -186,14 +244,19 @@ export class Session {
     async subscribe(listener: Listener, after?: number): Promise<void> {
         this.requireOpen();
         if (this.listeners.size === 0) this.position = after;
-        else if (after !== undefined) throw new RangeError("only the first subscription can begin in the past");
-        const deliver = (message: BayeuxMessage): void => listener.handler({
-            channel: message.channel,
-            data: message.data,
-            number: numberOf(message),
-        });
+        else if (after !== undefined) throw new NumoraError("invalid", "after must be given with the first subscription of a client");
+        const deliver = (message: BayeuxMessage): void => {
+            const {seq: number, request, prompt, echo} = extensionOf(message);
+            listener.handler({channel: message.channel, data: message.data, number, request, prompt, echo});
+        };
         const handles = [...listener.channels, ...notices].map(channel => this.cometd.addListener(channel, deliver));
         this.listeners.set(listener, handles);
+        try {
+            await this.online();
+        } catch (error) {
+            this.forget(listener);
+            throw error;
+        }
         const reply = await this.request("/meta/subscribe", listener.channels, after);
         this.begin(reply);
         if (reply.successful || !this.listeners.has(listener)) return;
@@ -205,9 +268,14 @@ export class Session {
     async unsubscribe(listener: Listener): Promise<void> {
         if (!this.listeners.has(listener)) return;
         this.forget(listener);
+        try {
+            await this.online();
+        } catch {
+            return;  // a session that is lost ends with its subscriptions
+        }
         const others = new Set([...this.listeners.keys()].flatMap(({channels}) => channels));
         const unused = listener.channels.filter(channel => !others.has(channel));
-        if (unused.length > 0 && !this.isEnded) await this.request("/meta/unsubscribe", unused);
+        if (unused.length > 0) await this.request("/meta/unsubscribe", unused);
     }
 
     private forget(listener: Listener): void {
@@ -228,7 +296,7 @@ export class Session {
 
     // Where a subscription begins, for the case that the session ends before any message has come.
     private begin(reply: Reply): void {
-        this.position ??= numberOf(reply as BayeuxMessage);
+        this.position ??= extensionOf(reply).seq;
     }
 
     // After so long a break the server has ended the session for sure.
@@ -236,16 +304,22 @@ export class Session {
         this.lostAt ??= Date.now();
         if (Date.now() - this.lostAt < sessionTime) return;
         for (const call of [...this.calls.values()]) call.reject(NumoraError.disconnected("the server cannot be reached"));
+        this.release();
+    }
+
+    private release(): void {
+        for (const go of this.delayed.splice(0)) go();
     }
 
     // In a new session, which knows nothing of the last one.
-    private resume(): void {
+    private resume(server: string | undefined): void {
         const current = this.cometd.getClientId();
         for (const call of [...this.calls.values()]) {
             if (call.sentIn !== undefined && call.sentIn !== current) {
                 call.reject(NumoraError.disconnected("the server ended the session"));
             }
         }
+        if (server !== this.server) for (const listener of [...this.listeners.keys()]) listener.onRestart?.();
         if (this.listeners.size === 0) return;
         if (this.position === undefined) {
             for (const {handler} of this.listeners.keys()) handler({channel: "/connector/gap", data: {}});
@@ -268,12 +342,21 @@ export class Session {
     // Numbers only rise in a session, but for what a repeated request to subscribe has played twice.
     private isNew(message: BayeuxMessage): boolean {
         if (message.channel === "/meta/handshake") this.isFirstOfSession = true;
-        const number = numberOf(message);
+        const number = extensionOf(message).seq;
         if (number === undefined || message.data === undefined) return true;
         if (!this.isFirstOfSession && this.position !== undefined && number <= this.position) return false;
         this.isFirstOfSession = false;
         this.position = number;
         return true;
+    }
+
+    // What is sent without a session is refused, and the connection closed, under the very request to connect again.
+    private async online(): Promise<void> {
+        this.requireOpen();
+        if (this.lostAt === undefined) return;
+        await new Promise<void>(resolve => this.delayed.push(resolve));
+        this.requireOpen();
+        if (this.lostAt !== undefined) throw NumoraError.disconnected("the server cannot be reached");
     }
 
     private requireOpen(): void {
@@ -289,10 +372,18 @@ export class Session {
             this.forget(listener);
             listener.onEnd(error);
         }
+        this.release();
         this.end(reason);
     }
 }
 
-function numberOf(message: BayeuxMessage): number | undefined {
-    return (message.ext as {connector?: {seq?: number}} | undefined)?.connector?.seq;
+function extensionOf(message: BayeuxMessage): ConnectorExtension {
+    return (message.ext as {connector?: ConnectorExtension} | undefined)?.connector ?? {};
+}
+
+function unreachable(url: string, {failure}: Reply): NumoraError {
+    const detail = failure?.httpCode ? `status ${failure.httpCode}` : socketFailures.get(url.replace(/^http/, "ws"));
+    return NumoraError.disconnected(
+        `no server can be reached at ${url}: it must run, and url must name its host, port and path`
+        + (detail ? ` (${detail})` : ""));
 }
