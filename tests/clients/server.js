@@ -12,10 +12,10 @@ export class Server {
     #process;
 
     /** Starts a server on `port`, on any free one if that is 0, and returns when it takes connections. */
-    static async start(port = 0) {
+    static async start(port = 0, ...more) {
         const server = new Server();
         // A client that comes through a proxy names the proxy's port.
-        const options = ["--port", String(port), "--token", token, "--allow-host", "127.0.0.1"];
+        const options = ["--port", String(port), "--token", token, "--allow-host", "127.0.0.1", ...more];
         server.#process = spawn(process.env.NUMORA, ["serve", ...options], {stdio: ["ignore", "pipe", "inherit"]});
         const lines = createInterface({input: server.#process.stdout});
         const [line] = await within(60_000, once(lines, "line", {close: "close"}), "the server's first line");
