@@ -71,6 +71,7 @@ std::string kindOf(const Member& member) {
         case Member::Kind::Boolean:
             return "true or false";
         case Member::Kind::Integer:
+            if (member.most == unlimited) return "an integer of at least " + std::to_string(member.least);
             return "an integer between " + std::to_string(member.least) + " and " +
                    std::to_string(member.most);
         case Member::Kind::Array:

@@ -76,6 +76,16 @@ Var ClientMessage::ownExtension(const std::string& name) const {
     return members.isNull() ? Var() : members->get(name);
 }
 
+void ClientMessage::checkOwnExtensions(std::span<const dispatch::Member> members) const {
+    const Var own = extension("connector");
+    if (own.isEmpty()) return;
+    const auto object = objectOf(own);
+    if (object.isNull()) throw dispatch::BadMessage("ext.connector must be an object");
+    std::vector<std::string> unknown;
+    dispatch::checkMembers(members, *object, "ext.connector.", unknown);
+    dispatch::warnOfUnknown(channel_, unknown);
+}
+
 bool showsClientId(std::string_view text, const std::function<bool(const std::string&)>& isKnown) {
     constexpr std::string_view key = R"("clientId")";
     constexpr std::size_t longest = 64;

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <functional>
 #include <optional>
+#include <span>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -11,6 +12,8 @@
 
 #include <Poco/Dynamic/Var.h>
 #include <Poco/JSON/Object.h>
+
+#include "dispatch/members.h"
 
 namespace gateway::bayeux {
 
@@ -33,6 +36,8 @@ public:
     Poco::Dynamic::Var extension(const std::string& name) const;
     /// A member of `ext.connector`, which is this system's own.
     Poco::Dynamic::Var ownExtension(const std::string& name) const;
+    /// Refuses members of `ext.connector` of another kind than `members` say.  Throws: dispatch::BadMessage.
+    void checkOwnExtensions(std::span<const dispatch::Member> members) const;
 
 private:
     Poco::JSON::Object::Ptr object_;

@@ -1,8 +1,6 @@
 #include "bayeux/Evaluations.h"
 
-#include <algorithm>
 #include <cstdint>
-#include <optional>
 
 #include <Poco/JSON/Array.h>
 
@@ -12,6 +10,7 @@
 #include "connector/common/RequestOrigin.h"
 #include "connector/common/requests.h"
 #include "connector/json/write.h"
+#include "dispatch/members.h"
 
 namespace gateway::bayeux {
 
@@ -24,45 +23,26 @@ using Poco::Dynamic::Var;
 
 namespace {
 
-[[noreturn]] void refuse(const std::string& member, const std::string& rule) {
-    throw RequestRefusal{400, "ext.connector." + member + " must be " + rule};
-}
+using Kind = dispatch::Member::Kind;
+constexpr dispatch::Member ownMembers[] = {
+    {"request", Kind::String},
+    {"lossy", Kind::Boolean},
+    {.name = "prompt", .kind = Kind::Integer, .most = dispatch::unlimited},
+    {"capabilities", Kind::Strings}};
 
-std::optional<std::string> nameIn(const ClientMessage& message) {
+std::string nameIn(const ClientMessage& message) {
     const Var value = message.ownExtension("request");
-    if (value.isEmpty()) return std::nullopt;
-    if (!value.isString() || !RequestOrigin::isName(value.extract<std::string>())) {
-        refuse("request", "a string of 1 to " + std::to_string(RequestOrigin::longestName) +
-                              " letters, digits and -_.:~");
-    }
-    return value.extract<std::string>();
+    if (value.isEmpty()) return RequestOrigin::newName();
+    auto name = value.extract<std::string>();
+    if (RequestOrigin::isName(name)) return name;
+    throw RequestRefusal{400, "ext.connector.request must be a string of 1 to " +
+                                  std::to_string(RequestOrigin::longestName) + " letters, digits and -_.:~"};
 }
 
-bool isLossy(const ClientMessage& message) {
-    const Var value = message.ownExtension("lossy");
-    if (!value.isEmpty() && !value.isBoolean()) refuse("lossy", "true or false");
-    return !value.isEmpty() && value.extract<bool>();
-}
-
-std::optional<std::uint64_t> promptIn(const ClientMessage& message) {
-    const Var value = message.ownExtension("prompt");
-    if (value.isEmpty()) return std::nullopt;
-    if (!value.isInteger() || value.convert<std::int64_t>() < 0) refuse("prompt", "the number of a prompt");
-    return value.convert<std::uint64_t>();
-}
-
-std::optional<capabilities::CapabilityList> capabilitiesIn(const ClientMessage& message) {
-    const Var value = message.ownExtension("capabilities");
-    if (value.isEmpty()) return std::nullopt;
-    const auto isString = [](const Var& element) { return element.isString(); };
-    const auto array = value.type() == typeid(Poco::JSON::Array::Ptr)
-                           ? value.extract<Poco::JSON::Array::Ptr>()
-                           : Poco::JSON::Array::Ptr();
-    if (array.isNull() || !std::all_of(array->begin(), array->end(), isString)) {
-        refuse("capabilities", "an array of strings");
-    }
+capabilities::CapabilityList capabilitiesIn(const Var& value) {
     capabilities::CapabilityList list;
-    for (const Var& element : *array) list.push_back(element.extract<std::string>());
+    for (const Var& name : *value.extract<Poco::JSON::Array::Ptr>())
+        list.push_back(name.extract<std::string>());
     return list;
 }
 
@@ -70,16 +50,19 @@ std::optional<capabilities::CapabilityList> capabilitiesIn(const ClientMessage& 
 
 // What is set for what the request causes goes with it to the interpreter's thread.
 std::shared_ptr<ContextState> Evaluations::contextOf(const ClientMessage& message) {
+    message.checkOwnExtensions(ownMembers);
     auto context = std::make_shared<ContextState>();
     context->set(ClientRequests::contextKey, underWay_);
-    if (const auto prompt = promptIn(message)) context->set(RequestOrigin::forPrompt, *prompt);
-    if (const auto list = capabilitiesIn(message)) {
-        context->set("numoraCapabilities", *list, ContextScope::Client);
+    if (const auto prompt = numberOf(message.ownExtension("prompt"))) {
+        context->set(RequestOrigin::forPrompt, static_cast<std::uint64_t>(*prompt));
+    }
+    if (const Var list = message.ownExtension("capabilities"); !list.isEmpty()) {
+        context->set("numoraCapabilities", capabilitiesIn(list), ContextScope::Client);
     }
     RequestOrigin origin;
-    if (!isLossy(message)) origin.pace = session_->pace();
-    const auto name = nameIn(message);
-    origin.request = name ? *name : RequestOrigin::newName();
+    const Var isLossy = message.ownExtension("lossy");
+    if (isLossy.isEmpty() || !isLossy.extract<bool>()) origin.pace = session_->pace();
+    origin.request = nameIn(message);
     origin.reservation = names_->reserve(origin.request);
     if (!origin.reservation) {
         throw RequestRefusal{409,
@@ -101,6 +84,8 @@ std::string Evaluations::start(const ClientMessage& message) {
         if (refusal.status != 0) throw refusal;
         const auto name = Members().add("request", RequestOrigin::of(*context)->request);
         return succeeded(message, Members().add("ext", Members().add("connector", name)));
+    } catch (const dispatch::BadMessage& problem) {
+        return failed(message, errorText(400, channel, problem.what()));
     } catch (const RequestRefusal& refusal) {
         return failed(message, errorText(refusal.status, channel, refusal.reason));
     }

@@ -16,6 +16,9 @@ using Poco::JSON::Array;
 
 namespace {
 
+constexpr dispatch::Member ownMembers[] = {
+    {.name = "after", .kind = dispatch::Member::Kind::Integer, .most = dispatch::unlimited}};
+
 /// The names in a message and, when they cannot be taken, why not.
 struct Names {
     std::set<std::string> patterns;  // without those of services, to which nothing is broadcast
@@ -67,6 +70,11 @@ std::string Subscriptions::subscribe(const ClientMessage& message) {
         if (patterns_.size() + static_cast<std::size_t>(added) > limit_) {
             names.error = errorText(429, "too many subscriptions");
         }
+    }
+    try {
+        message.checkOwnExtensions(ownMembers);
+    } catch (const dispatch::BadMessage& problem) {
+        names.error = errorText(400, problem.what());
     }
     if (!names.error.empty()) return failed(message, names.error, echoOf(message));
     // A client that comes back says which message it knows.

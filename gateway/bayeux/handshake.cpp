@@ -18,6 +18,9 @@ using Poco::JSON::Array;
 
 namespace {
 
+constexpr dispatch::Member ownMembers[] = {{"token", dispatch::Member::Kind::String},
+                                           {"clientType", dispatch::Member::Kind::String}};
+
 bool hasToken(const ClientMessage& message, const ServerOptions& options) {
     const auto token = textOf(message.ownExtension("token"));
     return options.isToken && !token.empty() && options.isToken(token);
@@ -67,6 +70,11 @@ std::string answerHandshake(SessionTable& sessions, const ClientMessage& message
     const bool isKnown = peer.isAuthenticated || hasToken(message, core->options);
     if (isKnown) exchange.trust();
     if (auto reply = refusal(sessions, message, peer, isKnown); !reply.empty()) return reply;
+    try {
+        message.checkOwnExtensions(ownMembers);
+    } catch (const dispatch::BadMessage& problem) {
+        return failed(message, errorText(400, problem.what()), core->advice.none());
+    }
     // Browsers set no headers on WebSockets.
     if (peer.clientType.empty()) peer.clientType = textOf(message.ownExtension("clientType"));
     if (!access::isClientType(peer.clientType)) {

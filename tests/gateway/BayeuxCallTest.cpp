@@ -137,9 +137,9 @@ TEST_F(BayeuxCallTest, namesWhatIsPublishedToBeEvaluated) {
     const auto reply = publish("");
     EXPECT_THAT(reply, HasSubstr(RequestOrigin::of(*contexts.at(1))->request));
 
-    for (const char* members :
-         {R"("request":"")", R"("request":1)", R"("request":"a b")", R"("lossy":1)", R"("prompt":-1)",
-          R"("prompt":"7")", R"("capabilities":"display")", R"("capabilities":[1])"}) {
+    for (const char* members : {R"("request":"")", R"("request":1)", R"("request":"a b")", R"("lossy":1)",
+                                R"("prompt":-1)", R"("prompt":18446744073709551615)", R"("prompt":"7")",
+                                R"("capabilities":"display")", R"("capabilities":[1])"}) {
         EXPECT_THAT(publish(members), HasSubstr("400:/eval/request:ext.connector.")) << members;
     }
     // One name for two requests would be of no use, wherever they come from.

@@ -65,6 +65,11 @@ TEST_F(BayeuxHandshakeTest, saysWhyItIsRefusedAndWhatToDo) {
               reply("400::the version must be 1.0"));
     EXPECT_EQ(refused(R"("version":"1.0","supportedConnectionTypes":["eventsource",7])"),
               reply("301::no common connection type"));
+    const std::string good =
+        R"("version":"1.0","supportedConnectionTypes":["websocket"],"ext":{"connector":)";
+    EXPECT_EQ(refused(good + "[]}"), reply("400::ext.connector must be an object"));
+    EXPECT_EQ(refused(good + R"({"clientType":1}})"),
+              reply("400::ext.connector.clientType must be a string"));
     EXPECT_EQ(server_->sessions(), 0U);
 }
 
@@ -122,6 +127,8 @@ TEST_F(BayeuxMessageTest, thatSubscribesIsAnsweredWithItsNames) {
                   begin + refused(error) + R"(,"subscription":)" + names);
     }
     EXPECT_EQ(reply(R"("channel":"/meta/subscribe")"), begin + refused(missing));
+    EXPECT_THAT(reply(begin + R"("subscription":"/a","ext":{"connector":{"after":"x"}})"),
+                testing::HasSubstr("400::ext.connector.after must be an integer of at least 0"));
     const std::string unsubscribe = R"("channel":"/meta/unsubscribe",)", unknown = R"("subscription":["/z"])";
     EXPECT_EQ(reply(unsubscribe + unknown), unsubscribe + R"("successful":true,)" + unknown);
 }

@@ -18,6 +18,8 @@ public:
     using std::runtime_error::runtime_error;
 };
 
+inline constexpr auto unlimited = std::numeric_limits<std::int64_t>::max();
+
 /// A member that a JSON object may or must have.
 struct Member {
     enum class Kind { String, Boolean, Integer, Array, Strings, Object };
