@@ -36,7 +36,6 @@ TEST(ArraysTest, bytesBecomeTheSameArraysAgain) {
     const auto bytes = serializeMxArrays({array.get(), nullptr});
     const auto read = deserializeMxArrays(bytes);
     EXPECT_EQ(serializeMxArrays({read.at(0).get(), read.at(1).get()}), bytes);
-    EXPECT_EQ(read[1], nullptr);
     EXPECT_EQ(matrix::get_ustring(*mxGetField(*read[0], 0, "text")), u"t\u00e9\U0001F600");
     EXPECT_EQ(mxGetField(*read[0], 0, "numbers")->dimensions(), (matrix::Dimensions{2, 1, 2}));
     auto nested = matrix::createScalar(1);
@@ -82,7 +81,7 @@ TEST(ArraysTest, otherBytesAreRefusedOrAreOtherArrays) {
                  matrix::ArrayException);
 }
 
-TEST(ArraysTest, areVerifiedAndOwned) {
+TEST(ArraysTest, areVerified) {
     using namespace nmutil::cmddistributor::detail;
     const auto one = matrix::createScalar(1), two = matrix::create(u"ab");
     const auto refusal = [&](const mxArray* second) {
@@ -93,10 +92,6 @@ TEST(ArraysTest, areVerifiedAndOwned) {
     EXPECT_EQ(refusal(nullptr), "expected a 1x1 double array, found none");
     EXPECT_NO_THROW(verifyMinimumOutputSize(2, 2));
     EXPECT_THROW(verifyMinimumOutputSize(1, 2), matrix::ArrayException);
-
-    std::vector<mxArray*> owned{matrix::createScalar(1).release(), nullptr};
-    cmddistributor::detail::nullSafeMxVecDestroy(owned);
-    EXPECT_TRUE(owned.empty());
 }
 
 TEST(MessageCatalogTest, putsArgumentsIntoTheirPlaces) {

@@ -31,18 +31,20 @@ struct ManualShadow : shadow_files::v1::ShadowService {
 /// Keeps what it is told; its futures have failed, and nobody asks.
 struct RecordingTracker : common::RequestTracker {
     using Context = std::shared_ptr<common::ContextState>;
-    std::vector<std::pair<std::string, Context>> calls;
+    std::vector<std::string> calls;
+    Context context;  ///< of the last
 
-    Future<void> requestStarted(const std::string& clientType, const Context& context) override {
-        return record("start " + clientType, context);
+    Future<void> requestStarted(const std::string& clientType, const Context& of) override {
+        return record("start " + clientType, of);
     }
-    Future<void> requestEnded(const std::string& clientType, const Context& context) override {
-        return record("end " + clientType, context);
+    Future<void> requestEnded(const std::string& clientType, const Context& of) override {
+        return record("end " + clientType, of);
     }
 
 private:
-    Future<void> record(std::string call, const Context& context) {
-        calls.emplace_back(std::move(call), context);
+    Future<void> record(std::string call, const Context& of) {
+        calls.push_back(std::move(call));
+        context = of;
         return makeFailedFuture<void>(std::make_exception_ptr(std::runtime_error("not tracked")));
     }
 };

@@ -12,7 +12,6 @@ namespace connector::interpreter::v1 {
 namespace {
 
 using cmddistributor::RuntimeException;
-using cmddistributor::WhenToDequeue;
 using common::ClientRequests;
 
 class AsyncEvalServiceTest : public AsyncEvalServiceFixture {};
@@ -28,7 +27,7 @@ TEST_F(AsyncEvalServiceTest, runsCodeAtTheBasePromptWithWhatItsContextSays) {
     };
     run(R"("x")");
     const auto options = host_.distributor->enqueued().at(0).options;
-    EXPECT_EQ(options.whenToDequeue(), WhenToDequeue::Default);
+    EXPECT_EQ(options.whenToDequeue(), cmddistributor::WhenToDequeue::Default);
     EXPECT_EQ(*options.capabilities(), capabilities::CapabilityList{"figures"});
     EXPECT_EQ(options.source().value_or(u""), u"browser");
     EXPECT_EQ(options.contextHandle(), handle);
@@ -41,12 +40,13 @@ TEST_F(AsyncEvalServiceTest, tellsTheTrackerOfClientsThatNameTheirType) {
     run(R"("x")");
     context_->set("clientType", std::u16string(u"not narrow"));
     run(R"("x")");
-    EXPECT_TRUE(tracker_->calls.empty());
+    EXPECT_EQ(tracker_->calls, Lines{});
     context_->set("clientType", std::string("web"));
     request(R"("x")");
-    EXPECT_EQ(tracker_->calls, (decltype(tracker_->calls){{"start web", context_}}));
+    EXPECT_EQ(tracker_->calls, Lines{"start web"});
+    EXPECT_EQ(tracker_->context, context_);
     host_.distributor->runAll();
-    EXPECT_EQ(tracker_->calls, (decltype(tracker_->calls){{"start web", context_}, {"end web", context_}}));
+    EXPECT_EQ(tracker_->calls, (Lines{"start web", "end web"}));
     EXPECT_EQ(published(), (Lines{success, success, success}));
 }
 
@@ -61,66 +61,55 @@ TEST_F(AsyncEvalServiceTest, evaluatesNothingWithoutAnOpenGate) {
     EXPECT_EQ(published(), Lines{});
     EXPECT_TRUE(host_.distributor->enqueued().empty());
     EXPECT_EQ(zvm_common::removeContextState(handle), nullptr);
-    const std::pair start("start web", context_);
-    const std::pair end("end web", context_);
-    EXPECT_EQ(tracker_->calls, (decltype(tracker_->calls){start, end, start, end}));
+    EXPECT_EQ(tracker_->calls, (Lines{"start web", "end web", "start web", "end web"}));
 }
 
 TEST_F(AsyncEvalServiceTest, logsAMalformedRequestAndKeepsTheSubscription) {
+    const LogRecords log("connector::interpreter::async");
     const auto handle = nextHandle();
     context_->set("clientType", std::string("web"));
-    std::size_t calls = 0;
-    for (const char* body : {"", "1", "null", R"({"code":"x"})", R"("x","y")", R"("x" y)", R"("x"],["y")",
-                             "\"\xC3(\"", R"("\ud83d")"}) {
-        const LogRecords log("connector::interpreter::async");
+    int count = 0;
+    for (const char* body :
+         {"", "1", R"({"code":"x"})", R"("x","y")", R"("x" y)", R"("x"],["y")", "\"\xC3(\"", R"("\ud83d")"}) {
         run(body);
-        EXPECT_THAT(log.all(), testing::HasSubstr("Unknown issue in AsyncEvalService::handleEvalRequest"));
-        EXPECT_EQ(tracker_->calls.size(), calls += 2) << body;
-        EXPECT_EQ(zvm_common::removeContextState(handle + calls / 2 - 1), nullptr) << body;
+        EXPECT_EQ(log.count("info: Unknown issue in AsyncEvalService::handleEvalRequest"), ++count) << body;
+        EXPECT_EQ(std::ssize(tracker_->calls), 2 * count) << body;
+        EXPECT_EQ(zvm_common::removeContextState(handle + static_cast<std::uint64_t>(count) - 1), nullptr)
+            << body;
     }
     EXPECT_TRUE(host_.distributor->enqueued().empty());
     run(R"("next")");
     EXPECT_EQ(published(), Lines{success});
 }
 
-using Step = std::function<void(fake::FakeHost&)>;
-struct Failing {
-    std::string name;
-    Step before;
-    Step after = [](auto&) {};  ///< the request is sent
-};
-
-class FailedRequestTest : public AsyncEvalServiceFixture, public testing::WithParamInterface<Failing> {};
-
-TEST_P(FailedRequestTest, isCompletedOnceAsAFailure) {
+TEST_F(AsyncEvalServiceTest, completesARequestThatFailsOnceAsAFailure) {
+    const auto queueIsFull = [this] {
+        host_.charBufferMode = false;
+        host_.distributor->refusal = {nmutil::cmddistributor::EXECUTION_ERROR, "NUMORA:id", u"message"};
+    };
+    const auto isTakenBack = [this] {
+        host_.distributor->cancel(host_.distributor->enqueued().at(0).id, false);
+    };
+    const auto typesTooMuch = [this] {
+        host_.charBufferMode = true;
+        host_.onType = [](char16_t) { throw std::length_error("too much"); };
+    };
+    const std::function<void()> nothing = [] {}, promptGoes = [this] { host_.charBufferMode = false; };
+    const std::pair<std::function<void()>, std::function<void()>> beforeAndAfter[] = {
+        {nothing, isTakenBack}, {typesTooMuch, nothing}, {nothing, promptGoes}, {queueIsFull, nothing}};
     context_->set("clientType", std::string("web"));
-    const auto handle = nextHandle();
-    GetParam().before(host_);
-    request(R"("x")");
-    GetParam().after(host_);
-    host_.distributor->runAll();
-    EXPECT_EQ(published(), Lines{failure});
-    EXPECT_EQ(tracker_->calls.size(), 2U);
-    EXPECT_EQ(zvm_common::removeContextState(handle), nullptr);
+    for (const auto& [before, after] : beforeAndAfter) {
+        const auto count = published().size() + 1;
+        const auto handle = nextHandle();
+        before();
+        request(R"("x")");
+        after();
+        host_.distributor->runAll();
+        EXPECT_EQ(published(), Lines(count, failure));
+        EXPECT_EQ(tracker_->calls.size(), 2 * count);
+        EXPECT_EQ(zvm_common::removeContextState(handle), nullptr);
+    }
 }
-
-const RuntimeException error(nmutil::cmddistributor::EXECUTION_ERROR, "NUMORA:id", u"message");
-
-INSTANTIATE_TEST_SUITE_P(
-    Ends, FailedRequestTest,
-    testing::Values(
-        Failing{"Error", [](auto& host) { host.onEvaluate = [](auto&) { throw RuntimeException(error); }; }},
-        Failing{"FullQueue", [](auto& host) { host.distributor->refuse(error); }},
-        Failing{"TakenBack", [](auto&) {},
-                [](auto& host) { host.distributor->cancel(host.distributor->enqueued().at(0).id, false); }},
-        Failing{"TypedTooMuch",
-                [](auto& host) {
-                    host.charBufferMode = true;
-                    host.onType = [](char16_t) { throw std::length_error("too much"); };
-                }},
-        Failing{"TypedForAPromptThatHasGone", [](auto& host) { host.charBufferMode = true; },
-                [](auto& host) { host.charBufferMode = false; }}),
-    [](const auto& row) { return row.param.name; });
 
 TEST_F(AsyncEvalServiceTest, failsRequestsWithoutAnInterpreterOrItsFiles) {
     shadow_ = std::make_shared<ManualShadow>();
@@ -155,7 +144,8 @@ TEST_F(AsyncEvalServiceTest, typesWhileTheInterpreterReadsCharacters) {
     const LogRecords log("connector::interpreter::async");
     host_.charBufferMode = true;
     request(R"("Ada\n")");
-    EXPECT_EQ(host_.distributor->enqueued().at(0).options.whenToDequeue(), WhenToDequeue::Prompt);
+    EXPECT_EQ(host_.distributor->enqueued().at(0).options.whenToDequeue(),
+              cmddistributor::WhenToDequeue::Prompt);
     EXPECT_EQ(published(), Lines{});
     host_.distributor->runAll();
     EXPECT_EQ(host_.typed, u"Ada\n");
@@ -164,19 +154,6 @@ TEST_F(AsyncEvalServiceTest, typesWhileTheInterpreterReadsCharacters) {
                                  {R"(debug: Eval request: "Ada\n")",
                                   "debug: Typing chars into type ahead:Ada\n", "debug: Posting key typing:",
                                   R"(debug: Publishing: /eval/response/completion: "Done: success")"}));
-}
-
-TEST_F(AsyncEvalServiceTest, completesCodeThatAsksForInputAndWhatIsTypedEachByItself) {
-    host_.onEvaluate = [this](const std::u16string&) {
-        host_.print(u"Name? ");
-        host_.charBufferMode = true;
-        run(R"("Ada\n")");
-        host_.print(u"Hello");
-        throw RuntimeException(nmutil::cmddistributor::EXECUTION_ERROR, "NUMORA:id", u"m");
-    };
-    run(R"("x")");
-    EXPECT_EQ(published(), (Lines{R"(/eval/response/output "Name? ")", success,
-                                  R"(/eval/response/output "Hello")", failure}));
 }
 
 TEST_F(AsyncEvalServiceTest, swallowsWhatIsPrintedForARequestThatHasEnded) {
@@ -216,7 +193,7 @@ TEST_F(AsyncEvalServiceTest, endsARequestWhoseMessagesCannotBePublished) {
     host_.onEvaluate = [this](const std::u16string&) { host_.print(u"lost"); };
     messages_->onPublish = [](const std::string&) { throw std::runtime_error("closed"); };
     run(R"("x")");
-    EXPECT_EQ(tracker_->calls.back().first, "end web");
+    EXPECT_EQ(tracker_->calls.back(), "end web");
 }
 
 TEST_F(AsyncEvalServiceTest, waitsForItsMessageServiceWithoutBlocking) {

@@ -111,42 +111,31 @@ TEST_F(ConnectorEventMgrBridgeTest, logsWhatItDoesNotUnderstand) {
     EXPECT_EQ(subscriptions(), 0U);
 }
 
-TEST_F(ConnectorEventMgrBridgeTest, takesTheLocalInterpreterForAnIdThatIsNoNumber) {
-    convert("x");
-    const ConnectorEventMgrBridge bridge(messages_);
-    subscribe("/eventmgr/abc/x");
-    raise(u"x", 1);
-    EXPECT_EQ(messages_->published(), (Lines{R"(/eventmgr/abc/x {"number":1})"}));
-    EXPECT_EQ(log_.lines()[0], "warning: Malformed ZvmID: abc");
-}
-
 TEST_F(ConnectorEventMgrBridgeTest, dropsEventsThatNothingConverts) {
     const ConnectorEventMgrBridge bridge(messages_);
-    subscribe("/eventmgr/0/a(b)");
+    subscribe("/eventmgr/abc/a(b)");  // which stands for the local interpreter
     raise(u"a(b)", 1);
-    EXPECT_EQ(log_.lines(), (Lines{"info: Subscribed to channel /eventmgr/0/a(b)"}));
+    EXPECT_EQ(log_.lines(),
+              (Lines{"warning: Malformed ZvmID: abc", "info: Subscribed to channel /eventmgr/abc/a(b)"}));
     convert("a(b)");  // what filters give a meaning stands for itself
     raise(u"a(b)", 2);
-    EXPECT_EQ(messages_->published(), (Lines{R"(/eventmgr/0/a(b) {"number":2})"}));
+    EXPECT_EQ(messages_->published(), (Lines{R"(/eventmgr/abc/a(b) {"number":2})"}));
 }
 
 TEST_F(ConnectorEventMgrBridgeTest, waitsForTheMessageService) {
-    const std::function<void(Promise<std::shared_ptr<MessageService>>&)> ends[] = {
-        [this](auto& creation) { creation.setValue(messages_); },
-        [](auto& creation) { creation.setValue(nullptr); },
-        [](auto& creation) {
-            creation.setException(std::make_exception_ptr(std::runtime_error("no service")));
-        }};
-    std::size_t expected = 1;
-    for (const auto& end : ends) {
-        messages_->creation = std::make_unique<Promise<std::shared_ptr<MessageService>>>();
+    using Creation = Promise<std::shared_ptr<MessageService>>;
+    for (const auto& service : {std::shared_ptr<MessageService>(messages_), {}}) {
+        messages_->creation = std::make_unique<Creation>();
         {
             const ConnectorEventMgrBridge bridge(messages_);
-            end(*messages_->creation);
-            EXPECT_EQ(messages_->subscriptions("/eventmgr/**"), std::exchange(expected, 0));
+            messages_->creation->setValue(service);
+            EXPECT_EQ(messages_->subscriptions("/eventmgr/**"), service ? 1U : 0U);
         }
         EXPECT_EQ(messages_->subscriptions("/eventmgr/**"), 0U);
     }
+    messages_->creation = std::make_unique<Creation>();
+    const ConnectorEventMgrBridge bridge(messages_);
+    messages_->creation->setException(std::make_exception_ptr(std::runtime_error("no service")));
     EXPECT_THAT(log_.lines().back(), testing::HasSubstr("no service"));
 }
 

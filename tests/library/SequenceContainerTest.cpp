@@ -50,18 +50,16 @@ TEST_F(SequenceContainerTest, isReadAndWrittenWithItsMessagesInOrder) {
 }
 
 TEST_F(SequenceContainerTest, isNestedNoDeeperThanTheLimit) {
+    const std::string refusal = "Sequences must not be nested deeper than 8.";
     // Twice, as a failure must not use up levels of those that follow.
     for (int i = 0; i < 2; ++i) {
-        const auto deepest = read(nestedJson(maxSequenceDepth));
+        SequenceContainer around;
+        around.messages.push_back(read(nestedJson(maxSequenceDepth)));
         EXPECT_THAT(thrownText([&] { read(nestedJson(maxSequenceDepth + 1)); }),
-                    testing::EndsWith("messages[0]: Sequences must not be nested deeper than 8."));
-        EXPECT_EQ(thrownText([&] { write(*deepest); }), "nothing thrown");
+                    testing::EndsWith("messages[0]: " + refusal));
+        EXPECT_EQ(thrownText([&] { write(*around.messages[0]); }), "nothing thrown");
+        EXPECT_THAT(thrownText([&] { write(around); }), testing::EndsWith(refusal));
     }
-    auto tooDeep = read(nestedJson(maxSequenceDepth));
-    SequenceContainer around;
-    around.messages.push_back(std::move(tooDeep));
-    EXPECT_THAT(thrownText([&] { write(around); }),
-                testing::EndsWith("Sequences must not be nested deeper than 8."));
 }
 
 TEST_F(SequenceContainerTest, cannotBeWrittenWithAMessageThatHasNoForm) {
@@ -69,9 +67,6 @@ TEST_F(SequenceContainerTest, cannotBeWrittenWithAMessageThatHasNoForm) {
     sequence.messages.push_back(std::make_unique<interpreter::v1::FEval>("f"));
     sequence.messages.push_back(nullptr);
     EXPECT_EQ(thrownText([&] { write(sequence); }), "messages[1]: There is no message.");
-    sequence.messages[1] = std::make_unique<Message>();
-    EXPECT_EQ(thrownText([&] { write(sequence); }),
-              "messages[1]: Unregistered message class: connector::Message");
 }
 
 TEST_F(SequenceContainerTest, namesTheMessageThatCannotBeReadAndTheReason) {

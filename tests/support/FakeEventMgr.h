@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include "events/SubscriptionTable.h"
+#include "foundation/msg_svc/eventmgr/EventMgr.h"
 
 namespace fake {
 
@@ -20,10 +20,9 @@ public:
     /// How many subscriptions to events of type `E` are open.
     template <class E>
     std::size_t subscriptionCount() const {
-        const std::lock_guard lock(mutex_);
-        return static_cast<std::size_t>(std::ranges::count_if(handlers_, [](const auto& entry) {
-            return entry.first == E::typeName && !entry.second.expired();
-        }));
+        const std::lock_guard lock(table_->dispatch);
+        return static_cast<std::size_t>(
+            std::ranges::count(table_->subscriptions, E::typeName, &Subscription::typeName));
     }
 
     /// Exceptions that handlers let out.
@@ -31,29 +30,63 @@ public:
 
 protected:
     void raiseImpl(std::shared_ptr<const BaseEvent> event) override {
-        const std::lock_guard lock(dispatch_);
-        table_->deliver(*event, [this] { ++handlerFailures; });
+        const std::lock_guard lock(table_->dispatch);
+        const auto subscriptions = table_->subscriptions;
+        for (const auto& subscription : subscriptions) {
+            if (!subscription->isActive || !subscription->matches(*event)) continue;
+            try {
+                subscription->handler(*event);
+            } catch (...) {
+                ++handlerFailures;
+            }
+        }
     }
 
     std::unique_ptr<foundation::msg_svc::eventmgr::Connection> subscribeImpl(std::u16string typeName,
                                                                              std::u16string userTag,
                                                                              Handler handler) override {
-        const auto shared = std::make_shared<Handler>(std::move(handler));
-        {
-            const std::lock_guard lock(mutex_);
-            handlers_.emplace_back(typeName, shared);
-        }
-        return table_->add(std::move(typeName), std::move(userTag),
-                           [shared](const BaseEvent& event) { (*shared)(event); });
+        auto subscription = std::make_shared<Subscription>(
+            Subscription{std::move(typeName), std::move(userTag), std::move(handler)});
+        const std::lock_guard lock(table_->dispatch);
+        table_->subscriptions.push_back(subscription);
+        return std::make_unique<FakeConnection>(table_, std::move(subscription));
     }
 
 private:
-    std::recursive_mutex dispatch_;  // held while handlers run, which may raise events themselves
-    const std::shared_ptr<standalone::SubscriptionTable> table_ =
-        std::make_shared<standalone::SubscriptionTable>();
-    mutable std::mutex mutex_;
-    /// Each with the name of its type; they end with their subscriptions.
-    std::vector<std::pair<std::u16string, std::weak_ptr<Handler>>> handlers_;
+    struct Subscription {
+        std::u16string typeName, userTag;
+        Handler handler;
+        bool isActive = true;
+
+        bool matches(const BaseEvent& event) const {
+            const auto& tags = event.getTypeInformation().getUserTags();
+            return event.isKindOf(typeName) && (userTag.empty() || std::ranges::count(tags, userTag) > 0);
+        }
+    };
+
+    struct Table {
+        // Held while handlers run, which may raise events and end subscriptions themselves; another thread
+        // that ends one waits for them.
+        std::recursive_mutex dispatch;
+        std::vector<std::shared_ptr<Subscription>> subscriptions;
+    };
+
+    class FakeConnection : public foundation::msg_svc::eventmgr::Connection {
+    public:
+        FakeConnection(std::shared_ptr<Table> table, std::shared_ptr<Subscription> subscription)
+            : table_(std::move(table)), subscription_(std::move(subscription)) {}
+        void disconnect() override {
+            const std::lock_guard lock(table_->dispatch);
+            subscription_->isActive = false;
+            std::erase(table_->subscriptions, subscription_);
+        }
+
+    private:
+        const std::shared_ptr<Table> table_;
+        const std::shared_ptr<Subscription> subscription_;
+    };
+
+    const std::shared_ptr<Table> table_ = std::make_shared<Table>();
 };
 
 }  // namespace fake

@@ -16,36 +16,19 @@ public:
         : distributor_(std::move(distributor)) {}
 
     std::atomic<bool> available{true};
-    std::atomic<int> interrupts{0};  ///< of the whole interpreter
-    /// Called at every interrupt, also one on behalf of a request, with no lock held.
-    std::function<void()> onInterrupt;
-
-    /// The requests on whose behalf it was interrupted.
-    std::vector<foundation::msg_svc::exchange::IDType> interruptedRequests() const EXCLUDES(mutex_) {
-        connector::MutexLock lock(mutex_);
-        return interruptedRequests_;
-    }
+    std::atomic<int> requestInterrupts{0};  ///< on behalf of a request
 
     zvm::ZvmID id() const override { return 0; }
     bool isAvailable() const override { return available; }
-    void interrupt() override {
-        ++interrupts;
-        if (onInterrupt) onInterrupt();
-    }
+    void interrupt() override { ++distributor_->interrupts; }
     void interrupt(const foundation::msg_svc::exchange::IDType& request) override {
-        {
-            connector::MutexLock lock(mutex_);
-            interruptedRequests_.push_back(request);
-        }
+        ++requestInterrupts;
         distributor_->cancel(request, false);
-        if (onInterrupt) onInterrupt();
     }
     std::shared_ptr<cmddistributor::CmdDistributor> getCmdDistributor() override { return distributor_; }
 
 private:
     const std::shared_ptr<FakeCmdDistributor> distributor_;
-    mutable connector::Mutex mutex_;
-    std::vector<foundation::msg_svc::exchange::IDType> interruptedRequests_ GUARDED_BY(mutex_);
 };
 
 /// The host's own command window: keeps what is printed while nothing captures it.
@@ -68,7 +51,11 @@ public:
     FakeHost() {
         services::io::CmdWinSinkHandle::reset();
         services::io::CmdWinSinkHandle::setFactory(window);
-        distributor->onInterrupt = [this] { zvm->interrupt(); };
+        distributor->showError = [this](const RuntimeException& error) {
+            services::io::CmdWinSinkHandle::activeSink(false)->doPrintableError(
+                std::u16string(error.getText()));
+            events->raise(nmutil::io::PrintableErrorEvent(error.getText(), error));
+        };
         host::install(this);
     }
     ~FakeHost() override {
@@ -88,8 +75,7 @@ public:
 
     const std::shared_ptr<FakeWindow> window = std::make_shared<FakeWindow>();
     const std::shared_ptr<FakeEventMgr> events = std::make_shared<FakeEventMgr>();
-    const std::shared_ptr<FakeCmdDistributor> distributor = std::make_shared<FakeCmdDistributor>(
-        [this](const cmddistributor::RuntimeException& error) { showError(error); });
+    const std::shared_ptr<FakeCmdDistributor> distributor = std::make_shared<FakeCmdDistributor>();
     const std::shared_ptr<FakeZVM> zvm = std::make_shared<FakeZVM>(distributor);
 
     /// The interpreter. Throws cmddistributor::RuntimeException for code that fails.
@@ -97,8 +83,6 @@ public:
 
     std::atomic<nmutil::prompt::InputRequester> prompt{nmutil::prompt::BASE_PROMPT};
     std::atomic<bool> charBufferMode{false};
-    std::atomic<std::uint64_t> questionNumber{0};
-    std::atomic<bool> questionEchoed{true};
     bool promptEmergency = false;
     bool editorDebugInputWanted = false;
     std::u16string typed;                       ///< written by the interpreter thread
@@ -117,12 +101,8 @@ public:
     bool hasEventManager = true;
 
     std::atomic<bool> dduxEnabled{false};
-    std::function<void()> onDduxQuery;  ///< called first, and may throw
-    /// The telemetry records, each as its source, name and payload.
-    std::vector<std::string> dduxRecords() const EXCLUDES(dduxMutex_) {
-        connector::MutexLock lock(dduxMutex_);
-        return dduxRecords_;
-    }
+    std::function<void()> onDduxQuery;     ///< called first, and may throw
+    std::vector<std::string> dduxRecords;  ///< each as its source, name and payload
 
     /// What the plug-in told the host, in order: "evalEnd", "interests".
     std::vector<std::string> calls;
@@ -138,14 +118,9 @@ public:
         sink->getUnicodeOutStreamBuffer()->sputn(text.data(), static_cast<std::streamsize>(text.size()));
     }
 
-    bool isInEditorDebugInputWanted() const override { return editorDebugInputWanted; }
-
 private:
     static inline thread_local int unlockedDepth = 0;
-    void showError(const cmddistributor::RuntimeException& error) {
-        services::io::CmdWinSinkHandle::activeSink(false)->doPrintableError(std::u16string(error.getText()));
-        events->raise(nmutil::io::PrintableErrorEvent(error.getText(), error));
-    }
+    bool isInEditorDebugInputWanted() const override { return editorDebugInputWanted; }
     void notifyEvalEnd(bool atPrompt) override {
         if (atPrompt) calls.emplace_back("evalEnd");
     }
@@ -172,8 +147,8 @@ private:
 
     nmutil::prompt::InputRequester inputRequester() override { return prompt; }
     bool isInCharBufferMode() override { return charBufferMode; }
-    std::uint64_t promptNumber() override { return questionNumber; }
-    bool isEchoed() override { return questionEchoed; }
+    std::uint64_t promptNumber() override { return 0; }
+    bool isEchoed() override { return true; }
     bool isPromptEmergency() override { return promptEmergency; }
     void typeCodeUnit(char16_t unit) override {
         if (onType) onType(unit);
@@ -201,14 +176,10 @@ private:
     }
     // Records fail, which nobody may wait for.
     connector::Future<std::unique_ptr<connector::ddux::DduxControlResponse>> logEvent(
-        std::unique_ptr<connector::ddux::DduxControlMessage> record) override EXCLUDES(dduxMutex_) {
-        connector::MutexLock lock(dduxMutex_);
-        dduxRecords_.push_back(record->source() + ' ' + record->eventName() + ' ' + record->payload());
+        std::unique_ptr<connector::ddux::DduxControlMessage> record) override {
+        dduxRecords.push_back(record->source() + ' ' + record->eventName() + ' ' + record->payload());
         return Environment::logEvent(std::move(record));
     }
-
-    mutable connector::Mutex dduxMutex_;
-    std::vector<std::string> dduxRecords_ GUARDED_BY(dduxMutex_);
 };
 
 }  // namespace fake

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <algorithm>
+#include <array>
 #include <memory>
 #include <vector>
 
@@ -15,17 +17,38 @@ public:
 
     explicit LogRecords(Severity level = Severity::Info) : LogRecords("", level) {}
     /// What one logger writes.
-    explicit LogRecords(std::string logger, Severity level = Severity::Debug);
-    ~LogRecords();
+    explicit LogRecords(std::string logger, Severity level = Severity::Debug) {
+        foundation::log::setLevel(level);
+        previous_ =
+            foundation::log::setWriter([records = records_, logger = std::move(logger)](
+                                           std::string_view name, Severity severity, std::string_view text) {
+                constexpr std::array names{"debug: ", "info: ", "warning: ", "error: "};
+                if (!logger.empty() && name != logger) return;
+                connector::MutexLock lock(records->mutex);
+                records->lines.push_back(names.at(static_cast<std::size_t>(severity)) + std::string(text));
+            });
+    }
+    ~LogRecords() {
+        foundation::log::setWriter(previous_);
+        foundation::log::setLevel(Severity::Warning);
+    }
     LogRecords(const LogRecords&) = delete;
     LogRecords& operator=(const LogRecords&) = delete;
 
-    std::vector<std::string> lines() const;
+    std::vector<std::string> lines() const {
+        connector::MutexLock lock(records_->mutex);
+        return records_->lines;
+    }
     /// The lines, each with a line break after it.
-    std::string all() const;
+    std::string all() const {
+        std::string joined;
+        for (const std::string& line : lines()) joined += line + '\n';
+        return joined;
+    }
     /// How many records there are that begin with `start`.
-    std::ptrdiff_t count(std::string_view start) const;
-    bool has(std::string_view line) const;
+    std::ptrdiff_t count(std::string_view start) const {
+        return std::ranges::count_if(lines(), [start](const auto& line) { return line.starts_with(start); });
+    }
 
 private:
     struct Records {
