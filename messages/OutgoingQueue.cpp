@@ -93,18 +93,18 @@ void OutgoingQueue::dropOldestLocked() {
     queuedBytes_ -= frame->text().size();
     counters_->droppedMessages.fetch_add(1, std::memory_order_relaxed);
     counters_->droppedBytes.fetch_add(bytes, std::memory_order_relaxed);
-    noteLossLocked(lost, {frame->lossClass(), 1, bytes, frame->number(), frame->number()});
+    noteLossLocked(lost, *frame);
 }
 
 // Losses with no frame in between make one gap, with one notice for each class.
-void OutgoingQueue::noteLossLocked(Entries::iterator lost, Loss loss) {
+void OutgoingQueue::noteLossLocked(Entries::iterator lost, const MessageFrame& frame) {
     auto first = lost, end = std::next(lost);
     while (first != entries_.begin() && std::prev(first)->loss) --first;
     while (end != entries_.end() && end->loss) ++end;
     Loss* notice = nullptr;
     for (auto entry = first; entry != end;) {
         const auto at = entry++;
-        if (at == lost || at->loss->lossClass != loss.lossClass) continue;
+        if (at == lost || at->loss->lossClass != frame.lossClass()) continue;
         if (notice == nullptr) {
             notice = at->loss.get();
         } else {
@@ -112,11 +112,13 @@ void OutgoingQueue::noteLossLocked(Entries::iterator lost, Loss loss) {
             entries_.erase(at);
         }
     }
-    if (notice == nullptr) {
-        lost->loss = std::make_unique<Loss>(std::move(loss));
-    } else {
+    const Loss loss{{}, 1, frame.data().size(), frame.number(), frame.number()};
+    if (notice != nullptr) {
         notice->add(loss);
         entries_.erase(lost);
+    } else {
+        lost->loss = std::make_unique<Loss>(loss);
+        lost->loss->lossClass = frame.lossClass();
     }
 }
 

@@ -95,7 +95,7 @@ private:
 
     void addLocked(const Frame& frame, bool isOwn) REQUIRES(mutex_);
     void dropOldestLocked() REQUIRES(mutex_);
-    void noteLossLocked(Entries::iterator lost, Loss loss) REQUIRES(mutex_);
+    void noteLossLocked(Entries::iterator lost, const MessageFrame& frame) REQUIRES(mutex_);
     void updateBehindLocked() REQUIRES(mutex_);
     void removeFirstLocked() REQUIRES(mutex_);
     bool isOverdueLocked() const REQUIRES(mutex_);

@@ -11,7 +11,6 @@ using connector::message_service::JsonMessage;
 using messages::ClientSession;
 using testing::ElementsAre;
 using testing::IsEmpty;
-using testing::MatchesRegex;
 
 using Texts = std::vector<std::string>;
 
@@ -60,12 +59,6 @@ protected:
     const std::unique_ptr<connector::message_service::Subscription> watcher_ = service_.watch(
         "/**", [](const auto&) {}, [this](const auto& event) { ended_.push_back(event.channel); });
 };
-
-TEST_F(ClientSessionTest, hasAnIdThatNobodyGuesses) {
-    const std::string id = service_.openSession()->id();
-    EXPECT_THAT(id, MatchesRegex("[0-9a-f]{40}"));
-    EXPECT_NE(id, service_.openSession()->id());
-}
 
 TEST_F(ClientSessionTest, getsOneCopyOfEveryMessageInTheOrderPublishedAndFramesOfItsOwn) {
     const auto session = service_.openSession();

@@ -273,22 +273,6 @@ TEST_F(LocalEventManagerTest, makesWhoPostsInTurnWaitForRoom) {
     gate_->open();
 }
 
-TEST_F(LocalEventManagerTest, countsAsOneBurstWhatIsDroppedUntilAllThatWaitedIsDelivered) {
-    const LogRecords log;
-    events_ = std::make_shared<LocalEventManager>(EventLimits{.room = {.events = 2}});
-    const auto connection = record();
-    const auto flood = onSuggestion([this](const SuggestionEvent& event) {
-        for (int i = 0; event.getText() == u"1" && i < 5; ++i) post(u"more");
-    });
-    holdUp();
-    for (const auto* text : {u"1", u"2", u"3"}) post(text);
-    std::thread raiser([&] { raise(u"raised"); });
-    gate_->open();
-    raiser.join();
-    raise(u"end");
-    EXPECT_THAT(log.lines(), ElementsAre(HasSubstr("events were dropped")));
-}
-
 TEST_F(LocalEventManagerTest, handsOnNothingWhenNobodyListens) {
     TracingManager events;
     const auto raiseBoth = [&] {
