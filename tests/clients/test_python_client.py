@@ -170,11 +170,11 @@ class ClientTest(ClientTestCase):
             await asyncio.sleep(.001)
 
         with mock.patch.object(_inbox, "_ROOM", 1 << 20):
-            async with self.client.stream("for i in range(30_000): print('x' * 1023)") as stream:
+            async with self.client.stream("for i in range(60_000): print('x' * 1023)") as stream:
                 reading = asyncio.create_task(self.read(stream, read_slowly))
                 self.assertEqual(await self.client.call("len", "four", deque_mode="ppe"), 4)
                 text, others = await asyncio.wait_for(reading, LIMIT)
-        self.assertEqual((len(text), others), (30_000 * 1024, [Completed(True)]))
+        self.assertEqual((len(text), others), (60_000 * 1024, [Completed(True)]))
         self.assertLess(most, 4 << 20)
 
 
