@@ -28,7 +28,9 @@ class ClientTestCase(unittest.IsolatedAsyncioTestCase):
 
     async def asyncSetUp(self):
         problems = []
-        asyncio.get_running_loop().set_exception_handler(lambda loop, context: problems.append(context))
+        loop = asyncio.get_running_loop()
+        loop.slow_callback_duration = LIMIT
+        loop.set_exception_handler(lambda loop, context: problems.append(context))
         self.addCleanup(lambda: (gc.collect(), self.assertEqual(problems, [])))
         self.client = await self.enter(numora_client.Client(self.server.url))
 
@@ -205,7 +207,7 @@ class ScriptTest(unittest.TestCase):
 
     def start(self, code):
         code = code.replace("http://127.0.0.1:8350/?token=...", self.server.url)
-        return subprocess.Popen([sys.executable, "-X", "dev", "-c", code], text=True, stdout=subprocess.PIPE,
+        return subprocess.Popen([sys.executable, "-W", "default", "-c", code], text=True, stdout=subprocess.PIPE,
                                 stderr=subprocess.PIPE, env={**os.environ, "PYTHONPATH": FOLDER})
 
     def test_the_examples_of_the_readme_print_what_it_says(self):

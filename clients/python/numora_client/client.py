@@ -152,13 +152,15 @@ class Client:
 
     def give_back(self, session: Session) -> None:
         """For readers; from any thread, since they may be collected on any."""
-        def begin() -> None:
-            task = asyncio.ensure_future(self._reuse(session))
-            self._tasks.add(task)
-            task.add_done_callback(self._tasks.discard)
-
         if self._loop is not None and not self._loop.is_closed():
-            self._loop.call_soon_threadsafe(begin)
+            self._loop.call_soon_threadsafe(self.end_use, session)
+
+    def end_use(self, session: Session) -> asyncio.Task[None]:
+        """The same in the event loop; when the task is done, the session is unsubscribed."""
+        task = asyncio.ensure_future(self._reuse(session))
+        self._tasks.add(task)
+        task.add_done_callback(self._tasks.discard)
+        return task
 
     async def _reuse(self, session: Session) -> None:
         is_usable = False

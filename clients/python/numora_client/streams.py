@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import asyncio
 import uuid
 from typing import TYPE_CHECKING, Any, Callable, Generic, Iterable, Optional, Sequence, TypeVar
 
@@ -59,8 +60,11 @@ class Reader(Generic[T]):
         return taken
 
     async def aclose(self) -> None:
-        """Reads no more. Code that runs goes on."""
-        self._release()
+        """Reads no more; then it is unsubscribed. Code that runs goes on."""
+        self._has_ended = True
+        session, self._session = self._session, None
+        if session is not None:
+            await asyncio.shield(self._client.end_use(session))
 
     def _release(self) -> None:
         self._has_ended = True
