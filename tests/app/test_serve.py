@@ -171,6 +171,7 @@ class ServeTest(unittest.TestCase):
             ("--config", "/nowhere.toml"): "numora: /nowhere.toml: cannot be read: No such file or directory\n",
             "hots = ''": "hots is not a known setting",
             "connections = 0": f"connections{number}1 and 1000000",
+            "owner_wait = -1": f"owner_wait{number}0 and 3600000",
             "port = '1'": f"port{number}0 and 65535",
             "hosts = [1]": "hosts must be an array of strings",
             "log_level = 'loud'": "log_level must be debug, info, warning or error",
