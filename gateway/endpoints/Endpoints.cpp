@@ -26,6 +26,16 @@ HttpReply unauthenticated(const Route& route) {
     return reply;
 }
 
+HttpReply unavailable(const Route& route, std::string_view text) {
+    auto reply = errorReply(503, text);
+    if (route.methods == Route::Methods::PostOrWebSocket) {
+        // Some Bayeux clients take any JSON for messages and wait on; what is none, they try again.
+        reply.body = text;
+        reply.contentType = "text/plain;charset=UTF-8";
+    }
+    return reply;
+}
+
 HttpReply preflight() {
     HttpReply reply{.status = 204, .contentType = {}};
     reply.headers = {
@@ -73,7 +83,7 @@ std::optional<HttpReply> Endpoints::check(const HttpRequest& head) {
 
 std::optional<HttpReply> Endpoints::refusalOf(const HttpRequest& head, const Route& route) const {
     const auto& access = services_.access;
-    if (isStopping_) return errorReply(503, "The server is stopping.");
+    if (isStopping_) return unavailable(route, "The server is stopping.");
     if (head.host.empty()) return errorReply(400, "A request must have exactly one Host header.");
     if (!access.isAllowedHost(head)) return errorReply(403, "The Host must name this server.");
     if (!access.isAllowedOrigin(head)) return errorReply(403, "Pages of this Origin are not allowed.");
@@ -84,9 +94,10 @@ std::optional<HttpReply> Endpoints::refusalOf(const HttpRequest& head, const Rou
 }
 
 HttpReply Endpoints::tooManyConnections(const HttpRequest& head) {
-    auto reply = errorReply(503, "Too many connections are open.");
+    const Route& route = routeOf(head.path);
+    auto reply = unavailable(route, "Too many connections are open.");
     reply.headers.emplace_back("Retry-After", "1");
-    services_.metrics.count(routeOf(head.path).metric, reply.status);
+    services_.metrics.count(route.metric, reply.status);
     addCommonHeaders(reply, head.origin);
     return reply;
 }

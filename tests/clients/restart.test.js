@@ -2,10 +2,11 @@
 
 import assert from "node:assert/strict";
 import {test} from "node:test";
+import {connect} from "../../clients/typescript/dist/index.js";
 import {CometDClient, connected, FayeClient, transports} from "./bayeux.js";
-import {Server} from "./server.js";
+import {Server, token} from "./server.js";
 
-test("clients handshake and subscribe again after a restart", {timeout: 120_000}, async t => {
+test("clients handshake and subscribe again after a restart", {timeout: 60_000}, async t => {
     let server = await Server.start();
     const clients = [];
     for (const Library of [CometDClient, FayeClient]) {
@@ -15,6 +16,10 @@ test("clients handshake and subscribe again after a restart", {timeout: 120_000}
             clients.push(client);
         }
     }
+    const ours = await connect(server.origin, {token});
+    t.after(() => ours.close());
+    const stream = ours.stream("input()");
+    while ((await stream.next()).value.type !== "input");
     t.after(() => server.stop());  // after the clients, which take leave of it
     let mailboxes = await Promise.all(clients.map(client => client.subscribe("/news")));
     for (const news of ["before", "after"]) {
@@ -34,4 +39,8 @@ test("clients handshake and subscribe again after a restart", {timeout: 120_000}
             return mailboxes[index];
         }));
     }
+    await assert.rejects(async () => {
+        for await (const _ of stream);
+    }, {code: "disconnected", message: /^the server was started again/});
+    assert.equal((await ours.eval("'here'")).text, "'here'\n");
 });
