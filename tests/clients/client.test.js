@@ -112,6 +112,8 @@ describe("streams", limits, () => {
             if (event.type === "text" && told.at(-1)?.[0] === event.stream) told.at(-1)[1] += event.text;
             else if (event.type !== "prompt") told.push([event.stream ?? event.type, event.text ?? event.success]);
         }
+        // Its prompt is gone: it would run as code.
+        await assert.rejects(stream.input("late = 1"), {code: "409"});
         const [traceback] = told.splice(5, 1);
         assert.match(traceback.join(), /^error,Traceback[^]*NameError/);
         assert.deepEqual(told, [["output", "first\n"], ["error", "noted\n"], ["output", "Name? "], ["input", undefined],
