@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "python/pythonText.h"
+#include "python/semicolon.h"
 
 namespace standalone {
 
@@ -49,6 +50,22 @@ bool definesFunctions(PyObject* code) {
     return false;
 }
 
+long positionOf(PyObject* node, const char* attribute) {
+    const PyRef value(PyObject_GetAttrString(node, attribute));
+    const long position = value ? PyLong_AsLong(value.get()) : -1;
+    PyErr_Clear();
+    return position;
+}
+
+// Whether the value of an expression is not to be displayed, since a semicolon comes after it.
+bool isSilenced(PyObject* expression, PyObject* source) {
+    Py_ssize_t size = 0;
+    const char* const utf8 = PyUnicode_AsUTF8AndSize(source, &size);
+    return utf8 != nullptr &&
+           isSemicolonAfter({utf8, static_cast<std::size_t>(size)}, positionOf(expression, "end_lineno"),
+                            positionOf(expression, "end_col_offset"));
+}
+
 // Syntax trees become Python objects on the way to the compiler, which counts their depth against the
 // recursion limit: long sums and chains of elif, which are fine in a file, would fail at the usual one.
 class DeepTrees {
@@ -71,6 +88,7 @@ CodeRunner::CodeRunner(PyObject* runtimeModule, std::function<void()> beforeRun)
       globals_(PyModule_GetDict(mainModule_.get())),
       report_(required(PyObject_GetAttrString(runtimeModule, "report"), "report")),
       remember_(required(PyObject_GetAttrString(runtimeModule, "remember"), "remember")),
+      runCoroutine_(required(PyObject_GetAttrString(runtimeModule, "run_coroutine"), "run_coroutine")),
       compile_(importedAttribute("builtins", "compile")),
       expressionType_(importedAttribute("_ast", "Expr")),
       interactiveType_(importedAttribute("_ast", "Interactive")) {}
@@ -78,13 +96,14 @@ CodeRunner::CodeRunner(PyObject* runtimeModule, std::function<void()> beforeRun)
 CodeRunner::Result CodeRunner::execute(const std::u16string& code, bool isRemembered) {
     constexpr char16_t byteOrderMark = 0xFEFF;
     if (code.starts_with(byteOrderMark)) return execute(code.substr(1), isRemembered);
+    ++count_;
     if (code.size() > codeLimit) {
         PyErr_Format(PyExc_ValueError, "The code is %zu UTF-16 units long; at most %zu are accepted.",
                      code.size(), codeLimit);
         return failed();
     }
     const PyRef source(pythonText(code));
-    const PyRef fileName(PyUnicode_FromFormat("<eval %llu>", static_cast<unsigned long long>(++count_)));
+    const PyRef fileName(PyUnicode_FromFormat("<eval %llu>", static_cast<unsigned long long>(count_)));
     if (!source || !fileName) return failed();
     const PyRef number(PyLong_FromUnsignedLongLong(count_));
     if (isRemembered && number) {
@@ -105,8 +124,8 @@ CodeRunner::Result CodeRunner::execute(const std::u16string& code, bool isRememb
     }
     sources_.add(code, fileName.get());
     bool isSourceWanted = false;
-    const bool isDone =
-        simple ? runCode(simple.get(), isSourceWanted) : runTree(tree.get(), fileName.get(), isSourceWanted);
+    const bool isDone = simple ? runCode(simple.get(), isSourceWanted)
+                               : runTree(tree.get(), source.get(), fileName.get(), isSourceWanted);
     const Result result = isDone ? Result::Done : failed();
     sources_.keepOrDrop(code, fileName.get(), isSourceWanted || !isDone);
     return result;
@@ -142,7 +161,7 @@ PyRef CodeRunner::compileSource(const std::u16string& code, PyObject* source, Py
     const char* utf8 = PyUnicode_AsUTF8(source);  // fails on an unpaired surrogate
     if (utf8 == nullptr) return PyRef();
     PyCompilerFlags flags{};
-    flags.cf_flags = futureFlags_ | PyCF_IGNORE_COOKIE;
+    flags.cf_flags = futureFlags_ | PyCF_IGNORE_COOKIE | PyCF_ALLOW_TOP_LEVEL_AWAIT;
     flags.cf_feature_version = PY_MINOR_VERSION;
     if (mode == Mode::Simple)
         return PyRef(Py_CompileStringObject(utf8, fileName, Py_single_input, &flags, -1));
@@ -153,14 +172,15 @@ PyRef CodeRunner::compileSource(const std::u16string& code, PyObject* source, Py
 
 PyRef CodeRunner::compileTree(PyObject* tree, PyObject* fileName, const char* mode) {
     const DeepTrees deepTrees;
-    PyRef code(PyObject_CallFunction(compile_.get(), "OOsii", tree, fileName, mode, futureFlags_, 1));
+    const int flags = futureFlags_ | PyCF_ALLOW_TOP_LEVEL_AWAIT;
+    PyRef code(PyObject_CallFunction(compile_.get(), "OOsii", tree, fileName, mode, flags, 1));
     if (code) futureFlags_ |= reinterpret_cast<PyCodeObject*>(code.get())->co_flags & PyCF_MASK;
     return code;
 }
 
 // Runs the statements; a last one that is an expression runs in the mode that displays its value. Nothing
 // runs unless all of it can be compiled.
-bool CodeRunner::runTree(PyObject* tree, PyObject* fileName, bool& isSourceWanted) {
+bool CodeRunner::runTree(PyObject* tree, PyObject* source, PyObject* fileName, bool& isSourceWanted) {
     const PyRef body(PyObject_GetAttrString(tree, "body"));
     if (!body) return false;
     const Py_ssize_t count = PyList_GET_SIZE(body.get());
@@ -168,7 +188,7 @@ bool CodeRunner::runTree(PyObject* tree, PyObject* fileName, bool& isSourceWante
         count > 0 && Py_IS_TYPE(PyList_GET_ITEM(body.get(), count - 1),
                                 reinterpret_cast<PyTypeObject*>(expressionType_.get()));
     PyRef last;
-    if (endsWithExpression) {
+    if (endsWithExpression && !isSilenced(PyList_GET_ITEM(body.get(), count - 1), source)) {
         last = PyRef(PyList_GetSlice(body.get(), count - 1, count));
         if (!last || PyList_SetSlice(body.get(), count - 1, count, nullptr) != 0) return false;
     }
@@ -187,7 +207,10 @@ bool CodeRunner::runCode(PyObject* code, bool& isSourceWanted) {
     isSourceWanted = isSourceWanted || definesFunctions(code);
     beforeRun_();
     const PyRef value(PyEval_EvalCode(code, globals_, globals_));
-    return static_cast<bool>(value);
+    const bool isCoroutine = (reinterpret_cast<PyCodeObject*>(code)->co_flags & CO_COROUTINE) != 0;
+    if (!value || !isCoroutine) return static_cast<bool>(value);
+    const PyRef done(PyObject_CallOneArg(runCoroutine_.get(), value.get()));
+    return static_cast<bool>(done);
 }
 
 // Takes the error that is set, for takeError.

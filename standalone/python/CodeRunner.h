@@ -31,9 +31,13 @@ public:
     /// Throws: std::runtime_error.
     CodeRunner(PyObject* runtimeModule, std::function<void()> beforeRun);
 
-    /// Runs `code` and displays the value of its last statement if that is an expression. It becomes part of
-    /// the history if it `isRemembered`.
+    /// Runs `code` and displays the value of its last statement if that is an expression with no semicolon
+    /// after it. An `await` outside of functions waits in a loop of this workspace's. The code becomes part
+    /// of the history if it `isRemembered`.
     Result execute(const std::u16string& code, bool isRemembered);
+
+    /// The number of the next piece, which is in the history and in the name of its file.
+    std::uint64_t nextNumber() const { return count_ + 1; }
 
     /// What made the last `execute` fail. Empty when the code ended itself in an orderly way.
     boost::optional<CodeError> takeError();
@@ -49,7 +53,7 @@ private:
 
     PyRef compileSource(const std::u16string& code, PyObject* source, PyObject* fileName, Mode mode);
     PyRef compileTree(PyObject* tree, PyObject* fileName, const char* mode);
-    bool runTree(PyObject* tree, PyObject* fileName, bool& isSourceWanted);
+    bool runTree(PyObject* tree, PyObject* source, PyObject* fileName, bool& isSourceWanted);
     bool runCode(PyObject* code, bool& isSourceWanted);
     Result failed();
 
@@ -59,6 +63,7 @@ private:
     PyObject* const globals_;
     const PyRef report_;
     const PyRef remember_;
+    const PyRef runCoroutine_;
     const PyRef compile_;
     const PyRef expressionType_;
     const PyRef interactiveType_;

@@ -13,6 +13,22 @@ TEST_F(EvaluationTest, displaysTheLastExpressionOfABlockAndNothingElse) {
     expectEval(u"for i in range(2):\n    i\n    print(i)", "0\n1\n");
     expectEval(u"'\\u00e9\\u6f22\\U0001F600'", "'\u00e9\u6f22\U0001F600'\n");
     expectEval(u"_ = 3; 4", "4\n");
+    expectEval(u"('\u00e4;',\r\n2) \\\n ;  # ;", "");
+    expectEval(u"'; ' # ;", "'; '\n");
+}
+
+TEST_F(EvaluationTest, awaitsOutsideOfFunctionsInALoopThatLivesOn) {
+    eval(
+        u"import asyncio\nasync def fails(): await asyncio.sleep(0); 1 / 0\n"
+        u"async def begins(): return asyncio.create_task(asyncio.sleep(0, 'task'))\ntask = await begins()");
+    expectEval(u"asyncio.run(asyncio.sleep(0, 'own loop'))", "'own loop'\n");
+    expectEval(u"x = await asyncio.sleep(0, 2)\n[x, await task]", "[2, 'task']\n");
+    EXPECT_EQ(
+        textOf(u"await fails()"),
+        "Traceback (most recent call last):\n  File \"<eval 4>\", line 1, in <module>\n    await fails()\n"
+        "  File \"<eval 1>\", line 2, in fails\n    async def fails(): await asyncio.sleep(0); 1 / 0\n"
+        "                                               ~~^~~\n"
+        "ZeroDivisionError: division by zero\n");
 }
 
 TEST_F(EvaluationTest, keepsVariablesFunctionsAndFutureImportsBetweenEvaluations) {

@@ -13,6 +13,23 @@ TEST_F(InterruptTest, endsAWaitForAChildProcess) {
     EXPECT_TRUE(shown.ends_with("KeyboardInterrupt\n")) << shown;
 }
 
+TEST_F(InterruptTest, endsACoroutineThatWaitsOrRunsAndLeavesTheLoopAsItWas) {
+    defineBegin();
+    eval(
+        u"import asyncio\nasync def waits():\n    try:\n        begin(); await asyncio.sleep(60)\n"
+        u"    finally: print('cleaned')\nasync def runs():\n    begin()\n    " +
+        std::u16string(endlessLoop));
+    for (const auto& [code, begin] : {std::pair(u"await waits()", "cleaned\n"), {u"await runs()", ""}}) {
+        auto running = start([this, code] { return eval(code); });
+        interrupt();
+        const std::string shown = text(running.get());
+        EXPECT_TRUE(
+            shown.starts_with(std::string(begin) + "Traceback (most recent call last):\n  File \"<eval"));
+        EXPECT_TRUE(shown.ends_with("\nKeyboardInterrupt\n")) << shown;
+    }
+    expectEval(u"await asyncio.sleep(0, 1)", "1\n");
+}
+
 TEST_F(InterruptTest, isReportedToTheEvaluationWhoseCodeHandlesIt) {
     defineBegin();
     const LogRecords log("connector::interpreter::cmdwinsink");

@@ -25,6 +25,7 @@ __all__ = [
     "remember",
     "report",
     "restore_interrupts",
+    "run_coroutine",
     "set_last_error",
     "set_window",
     "start",
@@ -87,6 +88,13 @@ def announce_workspace():
     from ._changes import announce_workspace
 
     announce_workspace()
+
+
+def run_coroutine(coroutine):
+    """Runs the coroutine that code with an `await` outside of functions is."""
+    from ._loop import run
+
+    run(coroutine)
 
 
 def call(name, nargout, arguments):
