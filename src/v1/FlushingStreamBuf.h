@@ -12,7 +12,8 @@ namespace connector::interpreter::v1 {
 
 /// The stream of one request: what is written to it, by whichever thread, is the request's. It flushes the
 /// coalescing buffer when much has been written, so that code that prints fast leads to many batches of
-/// bounded size, which are on their way while it prints, and not to few huge ones.
+/// bounded size, which are on their way while it prints, and not to few huge ones; and when it is synced, so
+/// that what is published next comes after the text.
 ///
 /// Threads: any.  Blocks: while a batch is published.
 class FlushingStreamBuf : public AsyncEvalStreamBuf {
@@ -34,6 +35,11 @@ protected:
             buffer_.flush();
         }
         return written;
+    }
+    int sync() override {
+        sinceFlush_ = 0;
+        buffer_.flush();
+        return 0;
     }
 
 private:

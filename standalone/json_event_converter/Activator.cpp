@@ -11,6 +11,7 @@
 #include <cppmicroservices/BundleContext.h>
 
 #include "event_json_converter/EventToJsonConverter.h"
+#include "fitDisplay.h"
 #include "fl/i18n/text.h"
 #include "foundation/msg_svc/eventmgr/EventMgr.h"
 #include "standalone/TaggedEvent.h"
@@ -32,14 +33,24 @@ public:
     }
 };
 
+class DisplayConverter : public MembersConverter {
+public:
+    void convert(const BaseEvent& event, std::map<std::string, foundation::json::Value>& members) override {
+        MembersConverter::convert(event, members);
+        fitDisplay(members);
+    }
+};
+
 /// Offers a converter for the tags of the interpreter's own events, and one for the other tags that events
 /// had last. A converter is looked up while an event with its tag is delivered, so a few tags are enough for
 /// any number of them, and a look-up takes the same time however many there have been.
 class Activator : public cppmicroservices::BundleActivator {
 public:
     void Start(cppmicroservices::BundleContext context) override {
-        offer(context, {"status", "workspace", "figure", "progress"});
-        general_ = offer(context, recent_);
+        offer<MembersConverter>(
+            context, {"clear", "error", "evaluation", "figure", "input", "progress", "status", "workspace"});
+        offer<DisplayConverter>(context, {"display"});
+        general_ = offer<MembersConverter>(context, recent_);
         // Before the bridge subscribes to any tag, so that this handler comes before the bridge's.
         connection_ = foundation::msg_svc::eventmgr::ScopedConnection(
             nmutil::eventmgr::createLocalEventMgr()->subscribe<TaggedEvent>([this](const TaggedEvent& event) {
@@ -58,8 +69,9 @@ private:
     // the tags that most programs use, which then cost nothing but the first time.
     static constexpr std::size_t mostTags = 64;
 
+    template <class Converter>
     static Registration offer(cppmicroservices::BundleContext& context, const Tags& tags) {
-        return context.RegisterService<EventToJsonConverter>(std::make_shared<MembersConverter>(),
+        return context.RegisterService<EventToJsonConverter>(std::make_shared<Converter>(),
                                                              ServiceProperties{{"eventTag", tags}});
     }
 

@@ -5,19 +5,8 @@
 #include "fl/i18n/text.h"
 #include "foundation/log/diagnostic_logger.h"
 #include "nmutil/events.h"
-#include "nmutil/prompt/InputRequester.h"
 
 namespace standalone {
-
-namespace {
-
-std::string stateAt(nmutil::prompt::InputRequester prompt) {
-    using namespace nmutil::prompt;  // the values
-    if (prompt == NO_PROMPT) return "busy";
-    return prompt == BASE_PROMPT || prompt == INCOMPLETE_BLOCK_PROMPT ? "idle" : "input";
-}
-
-}  // namespace
 
 void Announcements::announceText(nmutil::io::StreamTypeEnum stream, std::u16string_view text) {
     static const foundation::msg_svc::eventmgr::TypeInformation type(nmutil::io::SinkTextEvent::typeName);
@@ -46,16 +35,6 @@ void Announcements::announceLostText() {
 void Announcements::announcePrompt(const ShownPrompt& prompt, bool isBaseLevel) {
     try {
         announceLostText();
-        if (hasSubscribers(u"status")) {
-            TaggedEvent::Members members;
-            members.emplace("state", stateAt(prompt.requester));
-            members.emplace("prompt", std::string(promptName(prompt.requester)));
-            if (prompt.number > 0) {
-                members.emplace("number", static_cast<std::int64_t>(prompt.number));
-                members.emplace("echo", prompt.isEchoed);
-            }
-            post(u"status", std::move(members), 0, false);
-        }
         if (isBaseLevel) {
             raise(nmutil::utils::IqmInputRequestEvent(prompt.requester));
         } else {

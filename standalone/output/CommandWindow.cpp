@@ -109,6 +109,16 @@ bool CommandWindow::drainIfReady(const std::function<bool()>& afterPart) {
     return !capture_ || capture_->drainIfReady(afterPart);
 }
 
+void CommandWindow::sendPrinted() {
+    if (!running_.isBetweenStepsHere()) drain();
+    const RunningRequest* const request = running_.ofThisThread();
+    if (request == nullptr) return;
+    // Held here, as for `print`.
+    const auto out = request->options.getOutSink(), err = request->options.getErrSink();
+    if (out) out->getUnicodeOutStreamBuffer()->pubsync();
+    if (err) err->getUnicodeOutStreamBuffer()->pubsync();
+}
+
 // What runs between two steps of other code has no say in that code's window.
 template <class Event>
 void CommandWindow::change(void (CmdWinSink::*change)()) {

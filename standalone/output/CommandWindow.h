@@ -65,6 +65,8 @@ public:
     /// The same, where that is cheap to find out; C's buffers are left alone. What there is comes in parts;
     /// `afterPart` is called after each. False when that has been, which leaves the rest.
     bool drainIfReady(const std::function<bool()>& afterPart);
+    /// Delivers it, and has the sinks of the request send what they have kept.
+    void sendPrinted();
 
     /// What the code does to the window of whoever gets its text.
     void clear();

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 
 #include "nmutil/prompt/InputRequester.h"
 
@@ -13,6 +14,8 @@ struct ShownPrompt {
     std::uint64_t number = 0;
     /// False where what is typed is not to be shown.
     bool isEchoed = true;
+    /// What the code asks, in UTF-16; empty where it has printed that itself.
+    std::u16string text{};
 
     bool operator==(const ShownPrompt&) const = default;
 };

@@ -23,8 +23,8 @@
 #include "python/ArrayReader.h"
 #include "python/ImportGuard.h"
 #include "python/InterpreterServices.h"
-#include "python/JsonWriter.h"
 #include "python/PyRef.h"
+#include "python/eventMembers.h"
 #include "python/printText.h"
 #include "python/pythonText.h"
 
@@ -71,13 +71,15 @@ bool hasRead(ReadResult result) {
 }
 
 PyObject* readLine(PyObject*, PyObject* arguments) {
-    int prompt = 0, isEchoed = 1;
-    if (PyArg_ParseTuple(arguments, "ip", &prompt, &isEchoed) == 0) return nullptr;
+    int requester = 0, isEchoed = 1;
+    PyObject* text = nullptr;
+    if (PyArg_ParseTuple(arguments, "ipU", &requester, &isEchoed, &text) == 0) return nullptr;
     return translated([=] {
+        const ShownPrompt question{.requester = static_cast<nmutil::prompt::InputRequester>(requester),
+                                   .isEchoed = isEchoed != 0,
+                                   .text = utf16(text)};
         std::u16string line;
-        const auto result = servicesForReading().readLine(static_cast<nmutil::prompt::InputRequester>(prompt),
-                                                          isEchoed != 0, line);
-        return hasRead(result) ? pythonText(line) : nullptr;
+        return hasRead(servicesForReading().readLine(question, line)) ? pythonText(line) : nullptr;
     });
 }
 
@@ -213,33 +215,71 @@ PyObject* hasSubscribers(PyObject*, PyObject* tag) {
 
 // What one event may carry, of which the clients that come back are to be able to get the last ones.
 constexpr std::size_t longestEvent = std::size_t{4} << 20;
-
-// Adds a member to those of an event, and its size to theirs. False with a Python exception set.
-bool addMember(PyObject* name, PyObject* value, TaggedEvent::Members& members, std::size_t& bytes) {
-    const char* const key = PyUnicode_AsUTF8(name);
-    connector::common::DataBuffer json;
-    if (key == nullptr || !JsonWriter(json).write(value)) return false;
-    bytes += json.size();
-    if (bytes > longestEvent) {
-        PyErr_SetString(PyExc_ValueError, "an event must not carry more than 4 MiB of JSON");
-        return false;
-    }
-    members.emplace(key, foundation::json::Value(foundation::json::Value::Json{std::string(json.view())}));
-    return true;
-}
+constexpr std::size_t longestDisplay = std::size_t{16} << 20;
 
 PyObject* postEvent(PyObject*, PyObject* arguments) {
     PyObject *tag = nullptr, *values = nullptr;
     if (PyArg_ParseTuple(arguments, "UO!", &tag, &PyDict_Type, &values) == 0) return nullptr;
     return translated([tag, values]() -> PyObject* {
         TaggedEvent::Members members;
-        std::size_t bytes = 0;
-        PyObject *name = nullptr, *value = nullptr;
-        for (Py_ssize_t at = 0; PyDict_Next(values, &at, &name, &value) != 0;) {
-            if (!addMember(name, value, members, bytes)) return nullptr;
-        }
-        const bool goesOn = bound == nullptr || bound->postEvent(utf16(tag), std::move(members), bytes);
+        EventMembers writer(longestEvent);
+        if (!writer.add(values, members)) return nullptr;
+        const bool goesOn =
+            bound == nullptr || bound->postEvent(utf16(tag), std::move(members), writer.bytes());
         return goesOn ? newNone() : nullptr;
+    });
+}
+
+PyObject* raiseEvent(PyObject*, PyObject* arguments) {
+    PyObject *tag = nullptr, *values = nullptr;
+    if (PyArg_ParseTuple(arguments, "UO!", &tag, &PyDict_Type, &values) == 0) return nullptr;
+    return translated([tag, values]() -> PyObject* {
+        TaggedEvent::Members members;
+        if (!EventMembers(longestEvent).add(values, members)) return nullptr;
+        const bool goesOn = bound == nullptr || bound->raiseEvent(utf16(tag), std::move(members));
+        return goesOn ? newNone() : nullptr;
+    });
+}
+
+// The types of the data stay members of their own, so that some can be left out later.
+PyObject* raiseDisplay(PyObject*, PyObject* arguments) {
+    PyObject *data = nullptr, *others = nullptr;
+    if (PyArg_ParseTuple(arguments, "O!O!", &PyDict_Type, &data, &PyDict_Type, &others) == 0) return nullptr;
+    return translated([data, others]() -> PyObject* {
+        TaggedEvent::Members members, types;
+        EventMembers writer(longestDisplay);
+        if (!writer.add(data, types) || !writer.add(others, members)) return nullptr;
+        members.emplace("data", std::move(types));
+        const bool goesOn = bound == nullptr || bound->raiseEvent(u"display", std::move(members));
+        return goesOn ? newNone() : nullptr;
+    });
+}
+
+PyObject* hasCapability(PyObject*, PyObject* capability) {
+    const char* const wanted = PyUnicode_AsUTF8(capability);
+    if (wanted == nullptr) return nullptr;
+    const auto* const options = bound != nullptr ? bound->runningOptions() : nullptr;
+    if (options == nullptr || !options->capabilities()) return PyBool_FromLong(0);
+    const auto& has = *options->capabilities();
+    return PyBool_FromLong(std::find(has.begin(), has.end(), wanted) != has.end());
+}
+
+// What Python's interactive mode does with the value of an expression. No Python code of the program's runs
+// that a debugger could step into, and none at all where nobody listens.
+PyObject* showResult(PyObject*, PyObject* value) {
+    if (value == Py_None) return newNone();
+    return translated([value]() -> PyObject* {
+        if (bound == nullptr || !bound->hasSubscribers(u"display")) {
+            const PyRef print = PyRef::share(PySys_GetObject("__displayhook__"));
+            return print ? PyObject_CallOneArg(print.get(), value) : newNone();
+        }
+        PyThreadState* const state = PyThreadState_Get();
+        PyThreadState_EnterTracing(state);
+        const PyRef display(PyImport_ImportModule("numora._display"));
+        const PyRef show(display ? PyObject_GetAttrString(display.get(), "show_result") : nullptr);
+        PyObject* const shown = show ? PyObject_CallOneArg(show.get(), value) : nullptr;
+        PyThreadState_LeaveTracing(state);
+        return shown;
     });
 }
 
@@ -260,7 +300,8 @@ PyObject* warn(PyObject*, PyObject* text) {
 std::array functions = {
     PyMethodDef{"write_out", writeOut, METH_O, "Prints text on standard output."},
     PyMethodDef{"write_err", writeErr, METH_O, "Prints text on standard error."},
-    PyMethodDef{"read_line", readLine, METH_VARARGS, "Reads one typed line at a prompt, shown or not."},
+    PyMethodDef{"read_line", readLine, METH_VARARGS,
+                "Reads one typed line at a prompt, shown or not, for a question with a text."},
     PyMethodDef{"read_key", readKey, METH_NOARGS, "Waits for one typed character."},
     PyMethodDef{"missing_capability", missingCapability, METH_VARARGS,
                 "What to say of a capability that the client of the running request lacks: the identifier "
@@ -279,6 +320,14 @@ std::array functions = {
     PyMethodDef{"hears", hasSubscribers, METH_O, "Tells whether a client listens to events with a tag."},
     PyMethodDef{"post_event", postEvent, METH_VARARGS,
                 "Raises an event with a tag and the values of its members."},
+    PyMethodDef{"raise_event", raiseEvent, METH_VARARGS,
+                "Raises an event in its place among text and prompts, and waits until it is dealt with."},
+    PyMethodDef{"raise_display", raiseDisplay, METH_VARARGS,
+                "The same for the event of a display, with its data by type, and its other members."},
+    PyMethodDef{"show_result", showResult, METH_O,
+                "Shows the value of an expression: as text, and to clients that listen to displays."},
+    PyMethodDef{"has_capability", hasCapability, METH_O,
+                "Tells whether the client of the running request has said that it has a capability."},
     PyMethodDef{"leave_window", leaveWindow, METH_NOARGS,
                 "Has text go to the file descriptors, for a forked child."},
     PyMethodDef{"warn", warn, METH_O, "Writes a warning into the log."},

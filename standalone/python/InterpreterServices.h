@@ -6,7 +6,7 @@
 
 #include "cmddistributor/RunOptions.h"
 #include "nmutil/io/NMSink.h"
-#include "nmutil/prompt/InputRequester.h"
+#include "output/ShownPrompt.h"
 #include "standalone/TaggedEvent.h"
 
 namespace standalone {
@@ -30,10 +30,8 @@ public:
     /// Called once before the pieces of one printed text.
     virtual bool beforePrint() = 0;
 
-    /// Reads one typed line with its newline, showing `prompt` while nothing has been typed. What
-    /// is typed may be shown if it `isEchoed`.
-    virtual ReadResult readLine(nmutil::prompt::InputRequester prompt, bool isEchoed,
-                                std::u16string& line) = 0;
+    /// Reads one typed line with its newline, showing `question` while nothing has been typed.
+    virtual ReadResult readLine(ShownPrompt question, std::u16string& line) = 0;
     /// Waits for one typed character.
     virtual ReadResult readKey() = 0;
 
@@ -53,6 +51,9 @@ public:
     /// Raises an event for whoever listens to the tag. Waits, with the interpreter's lock released, while too
     /// many are on their way; `bytes` is the size of the members.
     virtual bool postEvent(std::u16string tag, TaggedEvent::Members members, std::size_t bytes) = 0;
+    /// Raises an event of the host's own, in its place among text and prompts. Waits for its handlers, with
+    /// the interpreter's lock released.
+    virtual bool raiseEvent(std::u16string tag, TaggedEvent::Members members) = 0;
 
     /// The number of the request that a thread belongs to which the calling one starts; 0 for none.
     virtual std::uint64_t numberForNewThread() const = 0;
@@ -60,7 +61,7 @@ public:
     virtual void setStartedBy(std::uint64_t number) = 0;
 
     virtual bool isInterpreterThread() const = 0;
-    /// The options of the request that runs; null when none does.
+    /// The options of the request that the calling thread's code belongs to; null when there is none.
     virtual const cmddistributor::RunOptions* runningOptions() const = 0;
 };
 

@@ -3,10 +3,12 @@
 #include <chrono>
 #include <cstdlib>
 #include <stdexcept>
+#include <utility>
 
 #include "foundation/log/diagnostic_logger.h"
 #include "host/Environment.h"
 #include "output/ownerWait.h"
+#include "output/promptEvents.h"
 #include "python/interpreterLock.h"
 #include "shutdown/ShutdownObject.h"
 #include "standalone/process.h"
@@ -28,6 +30,7 @@ InterpreterThread::InterpreterThread(WindowSize windowSize, bool isCapturing, ho
       zvm_(std::make_shared<LocalZvm>(queue_)),
       announcements_(std::make_shared<LocalEventManager>(), running_),
       window_(running_, announcements_, windowSize),
+      placedEvents_(running_, window_, announcements_),
       prompts_(*queue_, {.beforeWait =
                              [this] {
                                  window_.drain();
@@ -38,6 +41,7 @@ InterpreterThread::InterpreterThread(WindowSize windowSize, bool isCapturing, ho
                          .checkInterrupts = [this] { return checkInterrupts(); },
                          .announce =
                              [this](const auto& prompt, bool isBaseLevel) {
+                                 raisePromptEvents(placedEvents_, prompt);
                                  announcements_.announcePrompt(prompt, isBaseLevel);
                              }}) {
     std::promise<void> started;
@@ -97,7 +101,8 @@ void InterpreterThread::start() {
     python_ = std::make_unique<PythonRuntime>(services);
     window_.startCapture();
     Interrupts::attach();
-    runner_ = std::make_unique<RequestRunner>(*queue_, prompts_, running_, window_, announcements_, *python_);
+    runner_ = std::make_unique<RequestRunner>(*queue_, prompts_, running_, window_, announcements_,
+                                              placedEvents_, *python_);
     host::install(&environment_);
 }
 
@@ -123,10 +128,9 @@ void InterpreterThread::finish() {
     window_.close();
 }
 
-ReadResult InterpreterThread::readLine(nmutil::prompt::InputRequester prompt, bool isEchoed,
-                                       std::u16string& line) {
+ReadResult InterpreterThread::readLine(ShownPrompt question, std::u16string& line) {
     requireInputAllowed();
-    return prompts_.readLine(prompt, isEchoed, line);
+    return prompts_.readLine(std::move(question), line);
 }
 
 ReadResult InterpreterThread::readKey() {
@@ -154,7 +158,7 @@ bool InterpreterThread::awaitOwner() {
 }
 
 const cmddistributor::RunOptions* InterpreterThread::runningOptions() const {
-    const RunningRequest* request = running_.innermost();
+    const RunningRequest* request = running_.ofThisThread();
     return request != nullptr ? &request->options : nullptr;
 }
 

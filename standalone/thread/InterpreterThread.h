@@ -12,6 +12,7 @@
 #include "connector/ThreadSafety.h"
 #include "output/Announcements.h"
 #include "output/CommandWindow.h"
+#include "output/PlacedEvents.h"
 #include "output/RunningRequests.h"
 #include "python/InterpreterServices.h"
 #include "python/PythonRuntime.h"
@@ -70,7 +71,7 @@ private:
         return window_.drainIfReady([this] { return awaitOwner(); });
     }
     bool awaitOwner();
-    ReadResult readLine(nmutil::prompt::InputRequester prompt, bool isEchoed, std::u16string& line) override;
+    ReadResult readLine(ShownPrompt question, std::u16string& line) override;
     ReadResult readKey() override;
     void requireInputAllowed() const;
     void runRequests() override;
@@ -92,6 +93,10 @@ private:
                             running_.paceOfThisThread() != nullptr);
         return awaitOwner();
     }
+    bool raiseEvent(std::u16string tag, TaggedEvent::Members members) override {
+        placedEvents_.raise(std::move(tag), std::move(members));
+        return awaitOwner();
+    }
     bool isInterpreterThread() const override { return Interrupts::isSignalThread(); }
     const cmddistributor::RunOptions* runningOptions() const override;
 
@@ -104,6 +109,7 @@ private:
     // Of the interpreter thread.
     RunningRequests running_;
     CommandWindow window_;
+    PlacedEvents placedEvents_;
     PromptReader prompts_;
     std::unique_ptr<PythonRuntime> python_;
     std::unique_ptr<RequestRunner> runner_;

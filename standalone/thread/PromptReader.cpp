@@ -31,8 +31,8 @@ std::unique_ptr<QueuedRequest> takeUnlocked(RequestQueue& queue, InputRequester 
 
 }  // namespace
 
-ReadResult PromptReader::readLine(InputRequester prompt, bool isEchoed, std::u16string& line) {
-    const ReadResult result = waitUntil(prompt, isEchoed, [this] { return hasLine(); });
+ReadResult PromptReader::readLine(ShownPrompt question, std::u16string& line) {
+    const ReadResult result = waitUntil(std::move(question), [this] { return hasLine(); });
     if (result != ReadResult::Line) return result;
     if (typed_.front() == endOfTransmission) {
         typed_.erase(0, 1);
@@ -45,7 +45,7 @@ ReadResult PromptReader::readLine(InputRequester prompt, bool isEchoed, std::u16
 }
 
 ReadResult PromptReader::readKey() {
-    const ReadResult result = waitUntil(PAUSE_PROMPT, true, [this] { return !typed_.empty(); });
+    const ReadResult result = waitUntil({.requester = PAUSE_PROMPT}, [this] { return !typed_.empty(); });
     if (result == ReadResult::Line) {
         // A line counts as one key, since that is what most clients can send.
         const std::size_t end = typed_.find(u'\n');
@@ -82,11 +82,10 @@ bool PromptReader::hasLine() const {
 // Shows a prompt for as long as it is waited at.
 class PromptReader::Shown {
 public:
-    Shown(PromptReader& reader, InputRequester prompt, bool isEchoed)
+    Shown(PromptReader& reader, ShownPrompt question)
         : reader_(reader),
-          outer_(reader.show(prompt)),
-          outerNumber_(reader.number_.exchange(++reader.lastNumber_)),
-          isOuterEchoed_(reader.isEchoed_.exchange(isEchoed)) {
+          outer_(reader.show(question.requester)),
+          outerQuestion_(reader.ask(std::move(question))) {
         reader_.waits_.fetch_add(1, std::memory_order_release);
         reader_.queue_.setAtPrompt(true);
     }
@@ -94,8 +93,7 @@ public:
         reader_.waits_.fetch_sub(1, std::memory_order_release);
         reader_.queue_.setAtPrompt(false);
         reader_.show(outer_);
-        reader_.number_ = outerNumber_;
-        reader_.isEchoed_ = isOuterEchoed_;
+        reader_.ask(std::move(outerQuestion_));
         reader_.announce(outer_, false);
     }
     Shown(const Shown&) = delete;
@@ -104,14 +102,21 @@ public:
 private:
     PromptReader& reader_;
     const InputRequester outer_;
-    const std::uint64_t outerNumber_;
-    const bool isOuterEchoed_;
+    ShownPrompt outerQuestion_;
 };
 
-ReadResult PromptReader::waitUntil(InputRequester prompt, bool isEchoed,
-                                   const std::function<bool()>& isSatisfied) {
+// Returns the question that was asked before.
+ShownPrompt PromptReader::ask(ShownPrompt question) {
+    number_ = question.number;
+    isEchoed_ = question.isEchoed;
+    return std::exchange(question_, std::move(question));
+}
+
+ReadResult PromptReader::waitUntil(ShownPrompt question, const std::function<bool()>& isSatisfied) {
     if (isSatisfied()) return ReadResult::Line;
-    const Shown shown(*this, prompt, isEchoed);
+    const InputRequester prompt = question.requester;
+    question.number = ++lastNumber_;
+    const Shown shown(*this, std::move(question));
     bool isAnnounced = false;
     while (!isSatisfied()) {
         // Before the prompt is announced again: what an interrupted code prints belongs to whoever typed the

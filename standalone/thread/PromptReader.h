@@ -55,13 +55,13 @@ public:
 
     /// Tells listeners that `prompt` is shown, unless that is what they were told last.
     void announce(InputRequester requester, bool isBaseLevel) {
-        ShownPrompt prompt{.requester = requester};
-        if (!isBaseLevel && requester != nmutil::prompt::NO_PROMPT)
-            prompt = {requester, number(), isEchoed()};
+        const bool isQuestion = !isBaseLevel && requester != nmutil::prompt::NO_PROMPT;
+        const ShownPrompt prompt = isQuestion ? question_ : ShownPrompt{.requester = requester};
         if (std::exchange(announced_, prompt) != prompt) hooks_.announce(prompt, isBaseLevel);
     }
 
-    ReadResult readLine(InputRequester prompt, bool isEchoed, std::u16string& line);
+    /// Reads a line for a question, which gets its number here.
+    ReadResult readLine(ShownPrompt question, std::u16string& line);
     ReadResult readKey();
 
     /// Types one code unit ahead.  Throws: std::length_error, when a mebi of units is waiting already.
@@ -74,13 +74,15 @@ public:
 private:
     class Shown;
 
-    ReadResult waitUntil(InputRequester prompt, bool isEchoed, const std::function<bool()>& isSatisfied);
+    ShownPrompt ask(ShownPrompt question);
+    ReadResult waitUntil(ShownPrompt question, const std::function<bool()>& isSatisfied);
     bool hasLine() const;
 
     RequestQueue& queue_;
     const Hooks hooks_;
     std::atomic<InputRequester> current_{nmutil::prompt::BASE_PROMPT};
     std::atomic<int> waits_{0};  ///< prompts that are waited at, one inside the other
+    ShownPrompt question_;       // the one that is waited at, whatever runs there
     std::atomic<std::uint64_t> number_{0};
     std::atomic<bool> isEchoed_{true};
     std::uint64_t lastNumber_ = 0;

@@ -15,6 +15,7 @@
 #include "foundation/log/diagnostic_logger.h"
 #include "iqm/plugins.h"
 #include "python/PythonRuntime.h"
+#include "thread/EvaluationEvents.h"
 #include "thread/Interrupts.h"
 #include "thread/PromptScope.h"
 
@@ -38,12 +39,14 @@ RuntimeException internalError(const std::exception& error) {
 }  // namespace
 
 RequestRunner::RequestRunner(RequestQueue& queue, PromptReader& prompts, RunningRequests& running,
-                             CommandWindow& window, const Announcements& announcements, PythonRuntime& python)
+                             CommandWindow& window, const Announcements& announcements, PlacedEvents& events,
+                             PythonRuntime& python)
     : queue_(queue),
       prompts_(prompts),
       running_(running),
       window_(window),
       announcements_(announcements),
+      events_(events),
       python_(python),
       codeRunner_(python.runtimeModule(), [this] { queue_.openCode(); }),
       caller_(python.runtimeModule()),
@@ -153,6 +156,7 @@ void RequestRunner::runTypeAhead() {
 void RequestRunner::evaluate(const std::u16string& code) {
     prepareCode();
     PromptScope prompt(prompts_);
+    EvaluationEvents evaluation(events_, running_.innermost(), codeRunner_.nextNumber(), code);
     CodeRunner::Result result = CodeRunner::Result::Failed;
     interruptibly(Opens::WhenItRuns, [&] {
         prompt.announce();
@@ -171,7 +175,11 @@ void RequestRunner::evaluate(const std::u16string& code) {
 
     const bool isIncomplete = result == CodeRunner::Result::Incomplete;
     setStatus(error, isIncomplete);
-    if (error) window_.showFailure(*error, queue_.isStopped());
+    if (error) {
+        window_.showFailure(*error, queue_.isStopped());
+        evaluation.fail(error->exception);
+    }
+    evaluation.end(error.has_value());
     prompt.restore(isIncomplete);
     if (error) throw RuntimeException(error->exception);
 }

@@ -11,6 +11,7 @@
 #include "cmddistributor/IIP.h"
 #include "cmddistributor/RuntimeException.h"
 #include "output/CommandWindow.h"
+#include "output/PlacedEvents.h"
 #include "output/RunningRequests.h"
 #include "python/CodeRunner.h"
 #include "python/FunctionCaller.h"
@@ -40,7 +41,7 @@ struct CodeStatus {
 class RequestRunner {
 public:
     RequestRunner(RequestQueue& queue, PromptReader& prompts, RunningRequests& running, CommandWindow& window,
-                  const Announcements& announcements, PythonRuntime& python);
+                  const Announcements& announcements, PlacedEvents& events, PythonRuntime& python);
 
     /// Runs a request that was taken from the queue, and ends it there.
     void run(std::unique_ptr<QueuedRequest> queued);
@@ -77,6 +78,7 @@ private:
     RunningRequests& running_;
     CommandWindow& window_;
     const Announcements& announcements_;
+    PlacedEvents& events_;
     PythonRuntime& python_;
     CodeRunner codeRunner_;
     FunctionCaller caller_;

@@ -61,12 +61,6 @@ class EventsTest(ClientTestCase):
         with self.assertRaises(numora_client.CallError):
             await self.client.messages("/eventmgr/0/a.b").__aenter__()
 
-    async def test_status_follows_the_prompt(self):
-        async with self.client.messages("/eventmgr/0/status") as messages:
-            await self.run_code("1")
-            got = [(await asyncio.wait_for(messages.__anext__(), LIMIT)).data for _ in range(2)]
-        self.assertEqual(got, [{"state": "busy", "prompt": "NO_PROMPT"}, {"state": "idle", "prompt": "BASE_PROMPT"}])
-
     async def test_workspace_names_what_has_changed(self):
         async def changes(code):
             return (await self.during("workspace", code, bool))[0][0]

@@ -48,6 +48,16 @@ TEST(ConverterBundleTest, convertsEventsWithAnyTag) {
     ASSERT_EQ(messages->published().size(), std::size_t{tags});
     EXPECT_EQ(messages->published().back(), R"(/eventmgr/0/job-19999 {"number":19999})");
 
+    // The data of a display that is larger than an event may be.
+    const auto json = [](std::string text) { return Value(Value::Json{std::move(text)}); };
+    messages->subscribeClient("client", "/eventmgr/0/display");
+    const Value::Object data{{"a/b", json('"' + std::string(5U << 20U, 'x') + '"')},
+                             {"text/plain", json("1")}};
+    host.events->raise(TaggedEvent(u"display", {{"data", data}, {"metadata", json(R"({"a/b":1})")}}));
+    EXPECT_EQ(
+        messages->published().back(),
+        R"(/eventmgr/0/display {"data":{"text/plain":1},"metadata":{},"note":"a/b left out: more than 4 MiB"})");
+
     // A handler, which is called between the bundle's and the bridge's, raises another event in its place.
     const foundation::msg_svc::eventmgr::ScopedConnection between(
         host.events->subscribe<TaggedEvent>([&](const TaggedEvent&) { raise("inner", 2); }, u"outer"));
@@ -56,7 +66,7 @@ TEST(ConverterBundleTest, convertsEventsWithAnyTag) {
     raise("outer", 1);
     const auto published = messages->published();
     EXPECT_EQ(
-        std::vector(published.begin() + tags, published.end()),
+        std::vector(published.begin() + tags + 1, published.end()),
         (std::vector<std::string>{R"(/eventmgr/0/inner {"number":2})", R"(/eventmgr/0/outer {"number":1})"}));
 }
 

@@ -4,11 +4,14 @@ from ._capabilities import MissingCapabilityError, require
 from ._clients import complete, history, inspect, is_complete, workspace
 from ._command_window import clc, home, keyboard, pause
 from ._events import post_event, progress
+from ._rich import clear_output, display, update_display
 
 __all__ = [
     "MissingCapabilityError",
     "clc",
+    "clear_output",
     "complete",
+    "display",
     "history",
     "home",
     "inspect",
@@ -18,6 +21,7 @@ __all__ = [
     "post_event",
     "progress",
     "require",
+    "update_display",
     "workspace",
 ]
 

@@ -3,6 +3,7 @@
 import _numora_host as _host
 
 _checked_tags = set()
+_OWN_TAGS = {"clear", "comm", "display", "error", "evaluation", "figure", "input", "progress", "status", "workspace"}
 
 
 def post_event(tag, payload=None):
@@ -25,7 +26,7 @@ def _checked_tag(tag):
     tag = str.__str__(tag)
     if not re.fullmatch(r"[A-Za-z0-9\-_!~()$@]{1,200}", tag):
         raise ValueError("tag must have 1 to 200 characters, only letters, digits and -_!~()$@: %r" % tag[:200])
-    if tag in ("figure", "progress", "status", "workspace"):
+    if tag in _OWN_TAGS:
         raise ValueError("tag must not be %r, which the interpreter uses for its own events" % tag)
     if len(_checked_tags) < 10_000:
         _checked_tags.add(tag)

@@ -19,16 +19,12 @@ class FigureManager(FigureManagerBase):
             warnings.warn("No client shows figures.", stacklevel=4)
             return
         figure = self.canvas.figure
-        png, dpi = _picture(figure, "png"), figure.dpi
-        while len(png) > _LONGEST:
-            dpi *= 0.7
-            png = _picture(figure, "png", dpi)
-        svg = _picture(figure, "svg")
+        picture, svg = png(figure), _picture(figure, "svg")
         width, height = self.canvas.get_width_height()
-        _host.post_event("figure", {
+        _host.raise_event("figure", {
             "number": self.num, "title": _title(self), "width": width, "height": height,
-            "png": base64.b64encode(png).decode(),
-            "svg": base64.b64encode(svg).decode() if len(png) + len(svg) <= _LONGEST else None,
+            "png": base64.b64encode(picture).decode(),
+            "svg": base64.b64encode(svg).decode() if len(picture) + len(svg) <= _LONGEST else None,
         })
 
     @classmethod
@@ -51,6 +47,15 @@ def show(*_args, **_kwargs):
     Gcf.destroy_all()
     if problem:
         raise problem
+
+
+def png(figure):
+    """A picture that has room in an event, with fewer pixels if need be."""
+    picture, dpi = _picture(figure, "png"), figure.dpi
+    while len(picture) > _LONGEST:
+        dpi *= 0.7
+        picture = _picture(figure, "png", dpi)
+    return picture
 
 
 def _picture(figure, kind, dpi="figure"):

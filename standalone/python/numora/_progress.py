@@ -21,8 +21,8 @@ def _announced(iterable, label, total, interval):
 
     def announce(ended):
         if _host.hears("progress"):
-            _host.post_event("progress", {"id": number, "label": label, "done": done, "total": total,
-                                          "seconds": time.monotonic() - begin, "ended": ended})
+            _host.raise_event("progress", {"id": number, "label": label, "done": done, "total": total,
+                                           "seconds": time.monotonic() - begin, "ended": ended})
 
     announce(False)
     due = begin + interval

@@ -1,5 +1,6 @@
 """Reads what is typed at prompts, and tells who asks."""
 
+import builtins
 import os
 import sys
 
@@ -7,6 +8,20 @@ import _numora_host as _host
 
 # The prompts at which a line can be read, numbered as the host numbers them.
 _DEBUG, _INPUT, _KEYBOARD = 1, 2, 3
+
+
+_TEXT_LIMIT = 10_000  # characters of what is asked
+_read = builtins.input
+
+
+def ask(prompt="", /):
+    text = str(prompt)
+    return _read(text)
+
+
+ask.__name__ = ask.__qualname__ = "input"
+ask.__module__ = "builtins"
+ask.__doc__ = _read.__doc__
 
 
 def _requester(frame):
@@ -22,9 +37,13 @@ def _requester(frame):
 
 def read_line(frame):
     """Reads a line for the code that runs in the frame."""
+    text = ""
+    if frame.f_code is ask.__code__:
+        text = frame.f_locals["text"][-_TEXT_LIMIT:]
+        frame = frame.f_back or frame
     prompt = _requester(frame)
     try:
-        return _host.read_line(prompt, frame.f_code is not ask_for_password.__code__)
+        return _host.read_line(prompt, frame.f_code is not ask_for_password.__code__, text)
     except KeyboardInterrupt:
         if prompt != _DEBUG:
             raise
@@ -48,4 +67,4 @@ def open_debugger(*args, **kwargs):
 
 def ask_for_password(prompt="Password: ", stream=None):
     """Takes the place of getpass.getpass. Clients are told not to show what is typed."""
-    return input(prompt)
+    return ask(prompt)

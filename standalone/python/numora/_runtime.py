@@ -1,5 +1,6 @@
 """What the program calls: it starts and ends Python code's connection to the window, and asks what code made of it."""
 
+import builtins
 import os
 import sys
 
@@ -11,7 +12,8 @@ from ._errors import report, set_last_error
 from ._history import remember
 from ._libraries import Preparer, set_window
 from ._processes import after_fork_in_child, end_forked_child, system
-from ._prompts import ask_for_password, open_debugger
+from ._prompts import ask, ask_for_password, open_debugger
+from ._rich import display
 from ._streams import Input, Output
 from ._threads import attribute_threads
 
@@ -41,6 +43,8 @@ def start():
     sys.stderr = sys.__stderr__ = Output("<stderr>", 2, _host.write_err)
     sys.stdin = sys.__stdin__ = Input()
     sys.breakpointhook = open_debugger
+    sys.displayhook = _host.show_result
+    builtins.input, builtins.display = ask, display
     signal.signal(signal.SIGRTMIN, _host.run_requests)
     sys.unraisablehook = _host.unraisable
     sys.ps1, sys.ps2 = ">>> ", "... "

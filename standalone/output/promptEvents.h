@@ -1,0 +1,12 @@
+#pragma once
+
+#include "output/PlacedEvents.h"
+#include "output/ShownPrompt.h"
+
+namespace standalone {
+
+/// Tells clients which prompt is shown now, and what is asked there: the events `status` and `input`.
+/// Threads: as PlacedEvents.  Throws: nothing; a failure is logged.
+void raisePromptEvents(PlacedEvents& events, const ShownPrompt& prompt);
+
+}  // namespace standalone

@@ -1,0 +1,117 @@
+"""Makes the MIME bundles of values: data and metadata by type."""
+
+import binascii
+import sys
+
+_METHODS = {
+    "_repr_html_": "text/html",
+    "_repr_markdown_": "text/markdown",
+    "_repr_svg_": "image/svg+xml",
+    "_repr_png_": "image/png",
+    "_repr_jpeg_": "image/jpeg",
+    "_repr_latex_": "text/latex",
+    "_repr_json_": "application/json",
+    "_repr_javascript_": "application/javascript",
+    "_repr_pdf_": "application/pdf",
+}
+
+
+def bundle(value):
+    """The data of a value by type, and the metadata. Both are empty for one that displays itself, which it has done then."""
+    return ({}, {}) if displays_itself(value) else representations(value, complain)
+
+
+def displays_itself(value):
+    """Lets a value display itself that has a way to do so, and returns whether it has."""
+    display = _method(value, "_ipython_display_")
+    if display is None:
+        return False
+    try:
+        display()
+    except Exception as error:
+        complain(error)
+        return False
+    return True
+
+
+def representations(value, complain):
+    """The data of a value by type, always with text/plain, and the metadata. Methods that fail are complained of."""
+    data, metadata = {}, {}
+
+    def collect(name, type_):
+        method = _method(value, name)
+        if method is None or type_ in data:
+            return
+        try:
+            result = method()
+            if result is None:
+                return
+            found, about = result if isinstance(result, tuple) and len(result) == 2 else (result, {})
+            if type_ is None:
+                data.update(plain(found))
+                metadata.update(about or {})
+            else:
+                data[type_] = _encoded(found)
+                if about:
+                    metadata[type_] = about
+        except Exception as error:
+            complain(error)
+
+    collect("_repr_mimebundle_", None)
+    for name, type_ in _METHODS.items():
+        collect(name, type_)
+    if "image/png" not in data:
+        _add_figure(value, data, metadata, complain)
+    if "text/plain" not in data:
+        try:
+            data["text/plain"] = repr(value)
+        except Exception as error:
+            complain(error)
+            data["text/plain"] = object.__repr__(value)
+    return data, metadata
+
+
+def plain(data):
+    """Data by type with bytes in base64."""
+    if not isinstance(data, dict):
+        raise TypeError("data by MIME type must be a dictionary, not %s" % type(data).__name__)
+    return {type_: _encoded(value) for type_, value in data.items()}
+
+
+def complain(error):
+    """Reports on stderr what is left out, with the part of the call stack that is not this package's."""
+    import traceback
+
+    trace = error.__traceback__
+    while trace is not None and str(trace.tb_frame.f_globals.get("__name__")).startswith("numora."):
+        trace = trace.tb_next
+    traceback.print_exception(type(error), error, trace)
+
+
+def _method(value, name):
+    """A method that the class of a value has: what classes themselves have is for their instances, and an object that
+    makes up its attributes has none."""
+    if isinstance(value, type) or not hasattr(type(value), name):
+        return None
+    method = getattr(value, name, None)
+    return method if callable(method) else None
+
+
+def _encoded(value):
+    if isinstance(value, (bytes, bytearray, memoryview)):
+        return binascii.b2a_base64(value, newline=False).decode()
+    return value
+
+
+def _add_figure(value, data, metadata, complain):
+    figures = sys.modules.get("matplotlib.figure")
+    if figures is None or not isinstance(value, figures.Figure):
+        return
+    try:
+        from ._figures import png
+
+        data["image/png"] = _encoded(png(value))
+        width, height = value.canvas.get_width_height()
+        metadata["image/png"] = {"width": width, "height": height}
+    except Exception as error:
+        complain(error)
