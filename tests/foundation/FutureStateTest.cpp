@@ -68,11 +68,8 @@ TEST_P(FutureStateTest, isResolvedByTheFirstOfTwo) {
     for (const ResolveCase* second : {&kSetValue, &kSetException, &kDestroy, &kCancel}) {
         promise_.emplace();
         future_ = promise_->getFuture();
-        EXPECT_FALSE(future_.isReady());
-        for (const auto limit :
-             {std::chrono::hours(0), std::chrono::hours(-3'000'000), std::chrono::hours::min()}) {
-            EXPECT_FALSE(future_.waitFor(limit));  // in nanoseconds, some are below what there is
-        }
+        EXPECT_FALSE(future_.isReady() || future_.waitFor(std::chrono::hours(0)));
+        EXPECT_FALSE(future_.waitFor(std::chrono::hours::min()));  // below what there is in nanoseconds
         EXPECT_EQ(resolve(), kNothing);
         const bool isSet = second == &kSetValue || second == &kSetException;
         const bool isRefused = isSet && GetParam().status != FutureStatus::Cancelled;
@@ -111,32 +108,26 @@ TEST(FutureUseTest, refusesWhatWasMovedFromOrUsedBefore) {
     const std::function<void(Promise<int>&)> ofPromise[] = {
         [](auto& promise) { promise.getFuture(); }, [](auto& promise) { promise.setValue(1); },
         [](auto& promise) { promise.setException(nullptr); }};
-    const auto ignore = [](Future<int>) {};  // NOLINT(performance-unnecessary-value-param)
-    const std::function<void(Future<int>&)> takes[] = {[](auto& future) { future.get(); },
-                                                       [&](auto& future) { future.then(ignore); }};
     for (const auto& operation : ofPromise) {
         Promise<int> promise;
         const Promise<int> newOwner(std::move(promise));
         // NOLINTNEXTLINE(bugprone-use-after-move)
         EXPECT_EQ(thrownText([&] { operation(promise); }), "Promise state isn't valid!");
     }
-    for (const auto& take : takes) {
-        for (const auto& again : takes) {
-            Promise<int> promise;
-            auto future = promise.getFuture();
-            EXPECT_EQ(thrownText([&] { promise.getFuture(); }), "Promise already returned a future.");
-            if (&take == takes) promise.setValue(1);
-            take(future);
-            EXPECT_EQ(thrownText([&] { again(future); }), kTaken);
-            const Future<int> newOwner(std::move(future));
-            // NOLINTNEXTLINE(bugprone-use-after-move)
-            EXPECT_EQ(thrownText([&] { again(future); }), "Future state isn't valid!");
-        }
+    const auto ignore = [](Future<int>) {};  // NOLINT(performance-unnecessary-value-param)
+    const std::function<void(Future<int>&)> takes[] = {[](auto& future) { future.get(); },
+                                                       [&](auto& future) { future.then(ignore); }};
+    for (const auto& [take, again] : {std::pair(0, 1), std::pair(1, 0), std::pair(1, 1)}) {
+        Promise<int> promise;
+        auto future = promise.getFuture();
+        EXPECT_EQ(thrownText([&] { promise.getFuture(); }), "Promise already returned a future.");
+        if (take == 0) promise.setValue(1);
+        takes[take](future);
+        EXPECT_EQ(thrownText([&] { takes[again](future); }), kTaken);
+        const Future<int> newOwner(std::move(future));
+        // NOLINTNEXTLINE(bugprone-use-after-move)
+        EXPECT_EQ(thrownText([&] { takes[again](future); }), "Future state isn't valid!");
     }
-    EXPECT_EQ(thrownText([] { Future<int>().get(); }), "Future state isn't valid!");
-    Promise<int> broken;
-    broken.getState()->status = FutureStatus{4};
-    EXPECT_EQ(thrownText([&] { broken.getFuture().get(); }), "Invalid Future state reached.");
 }
 
 TEST(FutureThenTest, mayHoldTheLastReferencesToPromiseAndState) {

@@ -24,20 +24,12 @@ private:
     }
 };
 
-TEST(LifecycleTest, runsEachHookOncePerChangeWithTheFlagClear) {
+TEST(LifecycleTest, runsEachHookOncePerChangeWithTheFlagClearAlsoAfterOneThatFails) {
     Recorder service;
     service.stop();
-    EXPECT_EQ(service.log, "");
     for (int i = 0; i < 2; ++i) service.start();
     EXPECT_TRUE(service.isRunning());
     for (int i = 0; i < 2; ++i) service.stop();
-    EXPECT_FALSE(service.isRunning());
-    service.start();
-    EXPECT_EQ(service.log, "start stopped;stop stopped;start stopped;");
-}
-
-TEST(LifecycleTest, isStoppedAfterAHookThatFails) {
-    Recorder service;
     service.fails = true;
     EXPECT_THROW(service.start(), std::runtime_error);
     EXPECT_FALSE(service.isRunning());
@@ -46,6 +38,7 @@ TEST(LifecycleTest, isStoppedAfterAHookThatFails) {
     service.fails = true;
     EXPECT_THROW(service.stop(), std::runtime_error);
     EXPECT_FALSE(service.isRunning());
+    EXPECT_EQ(service.log, "start stopped;stop stopped;start stopped;start stopped;stop stopped;");
 }
 
 }  // namespace

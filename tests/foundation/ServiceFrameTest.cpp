@@ -63,34 +63,25 @@ TEST_F(ServiceFrameTest, deliversToTheTypedOperationAndReturnsItsFuture) {
     EXPECT_EQ(provider_.use_count(), 1);
 }
 
-TEST_F(ServiceFrameTest, aStoppedProviderRefusesWithoutLookingAtTheMessage) {
-    const std::string stopped = "Service exists but is not running.";
-    provider_->stop();
-    std::unique_ptr<Message> right = std::make_unique<Ask>();
-    EXPECT_EQ(thrownText([&] { service_.handle(std::move(right)).get(); }), stopped);
-    EXPECT_NE(right, nullptr);
-    EXPECT_EQ(thrownText([&] { service_.handle(nullptr).get(); }), stopped);
-}
-
-TEST_F(ServiceFrameTest, refusesMessagesThatAreNotForThisKindOfProvider) {
-    const auto& expected = typeid(connector::ServiceMessage<Oracle>);
+TEST_F(ServiceFrameTest, refusesMessagesThatAreNotForItAndAllWhileItIsStopped) {
     const auto refusal = [this](std::unique_ptr<Message> message) {
         return thrownText([&] { service_.handle(std::move(message)).get(); });
     };
+    const auto& expected = typeid(connector::ServiceMessage<Oracle>);
     EXPECT_EQ(refusal(std::make_unique<Reply>()), expectedText(expected, typeid(Reply)));
     EXPECT_EQ(refusal(nullptr), expectedText(expected, typeid(std::nullptr_t)));
+    provider_->stop();
+    EXPECT_EQ(refusal(std::make_unique<Ask>()), "Service exists but is not running.");
+    EXPECT_EQ(refusal(nullptr), "Service exists but is not running.");
 }
 
 TEST_F(ServiceFrameTest, refusesDeliveryThroughAPointerToAnotherObject) {
     Ask ask;
     const auto refusal = [&](std::unique_ptr<Message> holder) {
-        auto text = thrownText([&] { ask.deliver(std::move(holder), provider_).get(); });
-        EXPECT_EQ(holder == nullptr, text.ends_with(typeid(std::nullptr_t).name()));
-        return text;
+        return thrownText([&] { ask.deliver(std::move(holder), provider_).get(); });
     };
     const std::string start = "Unable to deliver to service. ";
     EXPECT_EQ(refusal(std::make_unique<Ask>()), start + expectedText(typeid(Ask), typeid(Ask)));
-    EXPECT_EQ(refusal(std::make_unique<Reply>()), start + expectedText(typeid(Ask), typeid(Reply)));
     EXPECT_EQ(refusal(nullptr), start + expectedText(typeid(Ask), typeid(std::nullptr_t)));
     EXPECT_EQ(provider_->asked, nullptr);
 }

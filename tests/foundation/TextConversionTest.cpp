@@ -34,21 +34,17 @@ std::pair<std::size_t, std::string> faultOf(Convert convert) {
 
 class Utf8Test : public testing::TestWithParam<Utf8Case> {};
 
-TEST_P(Utf8Test, strictConversionNamesTheFirstFault) {
+TEST_P(Utf8Test, isConvertedOrItsFirstFaultIsNamed) {
     const auto& [name, utf8, utf16, offset, reason] = GetParam();
     const auto [where, why] = faultOf([&, &text = utf8] { to_ustring(text); });
     EXPECT_EQ(where, offset);
+    EXPECT_EQ(to_ustring(utf8, codecvt_string_to_ustring("UTF-8", true)), utf16);
     if (offset == nowhere) {
         EXPECT_EQ(to_ustring(utf8), utf16);
         EXPECT_EQ(to_string(utf16), utf8);
     } else {
         EXPECT_EQ(why, "Malformed UTF-8 at byte " + std::to_string(offset) + ": " + reason);
     }
-}
-
-TEST_P(Utf8Test, replacesEachMaximalSubpart) {
-    const codecvt_string_to_ustring replacing("UTF-8", true);
-    EXPECT_EQ(to_ustring(GetParam().utf8, replacing), GetParam().utf16);
 }
 
 TEST_P(Utf8Test, decodesTheSameWhereverItIsCut) {
@@ -69,8 +65,7 @@ TEST_P(Utf8Test, decodesTheSameWhereverItIsCut) {
 INSTANTIATE_TEST_SUITE_P(
     Text, Utf8Test,
     testing::Values(
-        Utf8Case{"Empty", "", u""}, Utf8Case{"Nul", "a\0b"s, u"a\0b"s},
-        Utf8Case{"ByteOrderMark", "\xEF\xBB\xBFz", u"\uFEFFz"},
+        Utf8Case{"NulAndByteOrderMark", "\0\xEF\xBB\xBFz"s, u"\0\uFEFFz"s},
         Utf8Case{"Limits",
                  "\x7F\xC2\x80\xDF\xBF\xE0\xA0\x80\xED\x9F\xBF\xEE\x80\x80\xEF\xBF\xBF\xF0\x90\x80\x80\xF4"
                  "\x8F\xBF\xBF",
@@ -79,14 +74,13 @@ INSTANTIATE_TEST_SUITE_P(
                  "ab\x80"
                  "c\xBF",
                  u"ab\uFFFDc\uFFFD", 2, "unexpected continuation byte"},
-        Utf8Case{"OverlongTwo", "\xC0\x80\xC1\xBF", u"\uFFFD\uFFFD\uFFFD\uFFFD", 0, "overlong form"},
+        Utf8Case{"OverlongTwo", "\xC1\xBF", u"\uFFFD\uFFFD", 0, "overlong form"},
         Utf8Case{"OverlongThree", "\xE0\x9F\xBF", u"\uFFFD\uFFFD\uFFFD", 0, "overlong form"},
         Utf8Case{"OverlongFour", "\xF0\x8F\xBF\xBF", u"\uFFFD\uFFFD\uFFFD\uFFFD", 0, "overlong form"},
         Utf8Case{"Surrogate", "\xC3\xA9\xED\xA0\x80", u"\u00E9\uFFFD\uFFFD\uFFFD", 2, "surrogate"},
         Utf8Case{"TooLarge", "\xF4\x90\x80\x80", u"\uFFFD\uFFFD\uFFFD\uFFFD", 0, "number above U+10FFFF"},
         Utf8Case{"UnusedBytes", "\xF5\xFF", u"\uFFFD\uFFFD", 0, "byte that UTF-8 does not use"},
-        Utf8Case{"CutByText", "\xC3(\xE2\x82z", u"\uFFFD(\uFFFDz", 0, "missing continuation byte"},
-        Utf8Case{"CutBySequence", "\xF0\x9F\x98\xC3\xA9", u"\uFFFD\u00E9", 0, "missing continuation byte"},
+        Utf8Case{"Cut", "\xC3(\xE2\x82\xC3\xA9", u"\uFFFD(\uFFFD\u00E9", 0, "missing continuation byte"},
         Utf8Case{"CutAtTheEnd", "x\xF0\x9F\x98", u"x\uFFFD", 1, "unfinished sequence"},
         Utf8Case{"ManySubparts",
                  "a\xF1\x80\x80\xE1\x80\xC2"
@@ -97,25 +91,21 @@ INSTANTIATE_TEST_SUITE_P(
     [](const auto& info) { return info.param.name; });
 
 TEST(TextConversionTest, replacesOrRefusesAnUnpairedSurrogate) {
-    struct Row {
-        std::u16string utf16;
-        std::string utf8;
-        std::size_t offset;
-    };
-    for (const Row& row :
-         {Row{u"ab\xD83D", "ab\xEF\xBF\xBD", 2}, Row{u"\xDBFF\xE000", "\xEF\xBF\xBD\xEE\x80\x80", 0},
-          Row{u"\u00E9\xDC00z", "\xC3\xA9\xEF\xBF\xBDz", 1},
-          Row{u"\xDE00\xD83D", "\xEF\xBF\xBD\xEF\xBF\xBD", 0},
-          Row{u"\xD83D\xD83D\xDE00", "\xEF\xBF\xBD\xF0\x9F\x98\x80", 0}}) {
-        EXPECT_EQ(to_string(row.utf16), row.utf8);
-        const codecvt_ustring_to_string strict("UTF-8", false);
-        EXPECT_EQ(faultOf([&] { to_string(row.utf16, strict); }).first, row.offset);
+    const codecvt_ustring_to_string strict("UTF-8", false);
+    const std::tuple<std::u16string, std::string, std::size_t> table[] = {
+        {u"ab\xD83D", "ab\xEF\xBF\xBD", 2},
+        {u"\xDBFF\xE000", "\xEF\xBF\xBD\xEE\x80\x80", 0},
+        {u"\u00E9\xDC00z", "\xC3\xA9\xEF\xBF\xBDz", 1},
+        {u"\xD83D\xD83D\xDE00", "\xEF\xBF\xBD\xF0\x9F\x98\x80", 0}};
+    for (const auto& [utf16, utf8, offset] : table) {
+        EXPECT_EQ(to_string(utf16), utf8);
+        EXPECT_EQ(faultOf([&, &text = utf16] { to_string(text, strict); }).first, offset);
     }
     EXPECT_EQ(to_string(std::u16string_view(u"\xD83D\xDE00", 1)), "\xEF\xBF\xBD");  // looks no further
 }
 
 TEST(TextConversionTest, knowsNoOtherEncoding) {
-    for (const char* name : {"utf-8", "UTF-16", ""}) {
+    for (const char* name : {"utf-8", ""}) {
         EXPECT_THROW(codecvt_string_to_ustring{name}, std::invalid_argument) << name;
         EXPECT_THROW(codecvt_ustring_to_string{name}, std::invalid_argument) << name;
     }

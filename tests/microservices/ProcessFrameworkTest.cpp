@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include "Fixture.h"
-#include "foundation/cppmicroservices/framework.h"
 #include "services/processFramework.h"
 #include "support/LogRecords.h"
 
@@ -38,11 +37,6 @@ TEST_F(ProcessFrameworkTest, looksBesideTheProgramToo) {
     const auto library = standalone::bundleLibrary("bin\\win64\\some_bundle").string();
     EXPECT_TRUE(library.ends_with("/numora/bundles/libsome_bundle.so")) << library;
     EXPECT_EQ(library.find(".."), std::string::npos) << library;
-}
-
-TEST_F(ProcessFrameworkTest, isOfferedByAnEnvironmentOnly) {
-    EXPECT_THROW(foundation::cppmicroservices::getFramework(), std::logic_error);
-    EXPECT_THROW(foundation::cppmicroservices::installAndStart("test_directed"), std::logic_error);
 }
 
 TEST_F(ProcessFrameworkTest, logsAndLeavesOutWhatDoesNotStart) {

@@ -41,19 +41,11 @@ TEST_F(ServiceTest, isFoundByRankingAndThenByAge) {
     auto low = add("c", ranked(-1));
     add("d", ranked(5));
     EXPECT_EQ(found(), "bdac");
-    low.SetProperties(ServiceProperties{{"name", std::string("c")}, {Constants::SERVICE_RANKING, 6}});
+    low.SetProperties(ServiceProperties{{"Name", std::string("c")}, {Constants::SERVICE_RANKING, 6}});
     EXPECT_EQ(found(), "cbda");
     EXPECT_EQ(context.GetServiceReference<Shape>(), low.GetReference());
-}
-
-TEST_F(ServiceTest, hasPropertiesInAnyCase) {
-    auto registration = add("a", {{"Colour", std::string("red")}});
-    const auto reference = registration.GetReference();
-    EXPECT_EQ(any_cast<std::string>(reference.GetProperty("cOLOUR")), "red");
-    EXPECT_TRUE(reference.GetProperty("other").Empty());
-    registration.SetProperties(ServiceProperties{{"size", 3}});
-    EXPECT_TRUE(reference.GetProperty("colour").Empty());
-    EXPECT_THROW(any_cast<long>(reference.GetProperty("size")), std::bad_cast);
+    low.SetProperties(ServiceProperties{});
+    EXPECT_TRUE(low.GetReference().GetProperty("name").Empty());
 }
 
 TEST_F(ServiceTest, isRefused) {
