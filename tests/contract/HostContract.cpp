@@ -89,13 +89,12 @@ TEST_P(HostContract, runsOnOneThreadWhatIsReadyInTheOrderOfArrival) {
     std::thread::id threads[2];
     auto first = queueTask([&] { order += "1", threads[0] = std::this_thread::get_id(); });
     submitTask([&] { order += "2"; }).end.get();
-    queue_->setReadyToExecute(first.id);
-    first.end.get();
     Gate gate;
-    auto running = submitTask([&] { gate.pass(); });
+    submitTask([&] { gate.pass(); });
     gate.awaitEntry();
     submitTask([&] { order += "3"; });
     auto last = submitTask([&] { order += "4", threads[1] = std::this_thread::get_id(); });
+    submit(std::move(first));
     gate.open();
     last.end.get();
     EXPECT_EQ(order, "2134");
@@ -125,11 +124,6 @@ TEST_P(HostContract, takesBackWhatHasNotBegunAndCallsContinuationsAtEveryEnd) {
 }
 
 TEST_P(HostContract, failsARequestWhoseTaskThrowsAndGoesOn) {
-    const auto raised = submitTask([] {
-                            throw RuntimeException(nmutil::cmddistributor::EXECUTION_ERROR,
-                                                   "NUMORA:test:full", u"The disk is full.");
-                        }).end.get();
-    EXPECT_EQ(raised->GetID(), "NUMORA:test:full");
     const auto failed = submitTask([] { throw std::logic_error("of the library"); }).end.get();
     EXPECT_EQ(failed->getExecutionStatus(), nmutil::cmddistributor::EXECUTION_ERROR);
     EXPECT_FALSE(submitTask([] {}).end.get());

@@ -105,18 +105,6 @@ TEST_F(ConnectorCmdWinSinkTest, reportsWhatHappenedOnce) {
     EXPECT_EQ(host.window->text(), u"");
 }
 
-TEST_F(ConnectorCmdWinSinkTest, warnsOnceOfTruncationInEitherStreamOrBoth) {
-    for (const auto& streams : {std::vector{false}, std::vector{true}, std::vector{false, true}}) {
-        auto future = open();
-        for (const bool isError : streams) host.print(std::u16string(44001, u'x'), isError);
-        Sink::postEval();
-        const auto faults = answer(future).faults;
-        ASSERT_EQ(faults.size(), 1U);
-        EXPECT_EQ(faults[0].faultCode, "ComputeService.EvalTruncateResultWarning");
-    }
-    expectIdleAndClean();
-}
-
 TEST_F(ConnectorCmdWinSinkTest, answersNestedEvaluationsNewestFirst) {
     auto outer = open();
     host.print(u"1");

@@ -53,9 +53,6 @@ protected:
         return all;
     }
     cmddistributor::RunOptions lastOptions() const { return host_.distributor->enqueued().back().options; }
-    void awaitEnqueued(std::size_t count) const {
-        EXPECT_TRUE(eventually([&] { return host_.distributor->enqueued().size() >= count; }));
-    }
 
     fake::FakeHost host_;
     std::shared_ptr<standalone::LocalConfiguration> configuration_ =

@@ -97,7 +97,6 @@ public:
     std::uint64_t columns = 80;
     std::function<void(std::uint64_t rows)> onSetRows;  ///< called first, and may throw
     bool interruptEnabled = false;
-    std::atomic<bool> interruptPending{false};
     bool hasEventManager = true;
 
     std::atomic<bool> dduxEnabled{false};
@@ -164,7 +163,7 @@ private:
 
     bool isSignalThread() override { return false; }
     bool setInterruptEnabled(bool enabled) override { return std::exchange(interruptEnabled, enabled); }
-    bool setInterruptPending(bool pending) override { return interruptPending.exchange(pending); }
+    bool setInterruptPending(bool) override { return false; }
     std::shared_ptr<foundation::msg_svc::eventmgr::EventMgr> eventManager(
         const boost::optional<zvm::ZvmID>&) override {
         return hasEventManager ? events : nullptr;
