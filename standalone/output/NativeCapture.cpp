@@ -156,10 +156,10 @@ void NativeCapture::emptyPipes() {
 void NativeCapture::awaitRoomLocked(std::unique_lock<std::mutex>& lock) {
     auto deadline = std::chrono::steady_clock::now() + fullQueueTimeout;
     while (!isStopping_ && queuedBytes_ >= (isOwnerAwaited_ ? partBytes : queueLimit)) {
-        if (isOwnerAwaited_) {
-            emptied_.wait(lock);
+        const bool isLate = emptied_.wait_until(lock, deadline) == std::cv_status::timeout;
+        if (isOwnerAwaited_ || isDelivering_) {
             deadline = std::chrono::steady_clock::now() + fullQueueTimeout;
-        } else if (emptied_.wait_until(lock, deadline) == std::cv_status::timeout && !isOwnerAwaited_) {
+        } else if (isLate) {
             return dropOldestLocked();
         }
     }
@@ -237,7 +237,16 @@ void NativeCapture::deliverPart() {
             queuedBytes_ -= chunks.back().bytes.size();
         }
         dropped = std::exchange(droppedBytes_, 0);
+        isDelivering_ = true;
     }
+    struct Delivering {
+        ~Delivering() {
+            connector::MutexLock lock(capture.mutex_);
+            capture.isDelivering_ = false;
+        }
+        NativeCapture& capture;
+    };
+    const Delivering delivering{*this};
     emptied_.notify_one();
     if (dropped > 0) {
         const std::string notice = "\n[" + std::to_string(dropped) + " bytes of output were lost]\n";

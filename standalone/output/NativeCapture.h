@@ -112,6 +112,7 @@ private:
     std::string recentErrors_ GUARDED_BY(mutex_);
     std::chrono::steady_clock::time_point lastErrors_ GUARDED_BY(mutex_);
     bool isOwnerAwaited_ GUARDED_BY(mutex_) = false;
+    bool isDelivering_ GUARDED_BY(mutex_) = false;  // and so no writer keeps the interpreter's lock
     bool isStopping_ GUARDED_BY(mutex_) = false;
 
     std::thread reader_;
