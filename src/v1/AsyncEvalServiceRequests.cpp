@@ -35,8 +35,7 @@ constexpr const char* dduxSource = "NUMORA_WORKER";
 
 // What its client is told of a request that is not carried out.
 struct Refused : std::invalid_argument {
-    Refused(int status, const std::string& reason)
-        : std::invalid_argument(reason), refusal{status, reason} {}
+    Refused(int status, const std::string& reason) : std::invalid_argument(reason), refusal{status, reason} {}
 
     common::RequestRefusal refusal;
 };
@@ -107,6 +106,7 @@ void AsyncEvalService::handleEvalRequest(const message_service::JsonMessage& mes
         }
         auto text = textOf(message.data);
         const bool isInput = isTypedInput(*context);
+        if (isInput) answerPrompt(context->getOr<std::uint64_t>(common::RequestOrigin::forPrompt, 0), text);
         end.release();  // what sends the request ends it
         if (isInput) {
             sendRawCharsToBuffer(std::move(text), clientType, held.release(), context);
@@ -121,6 +121,15 @@ void AsyncEvalService::handleEvalRequest(const message_service::JsonMessage& mes
         logIssue(isFromClient(error) ? Severity::Info : Severity::Error, errorText(error));
     } catch (...) {
         logIssue(Severity::Error, "no standard exception");
+    }
+}
+
+// Of two lines that come for one prompt at the same time, the second has nobody who reads it.
+void AsyncEvalService::answerPrompt(std::uint64_t prompt, const std::u16string& characters) {
+    if (prompt == 0) return;
+    const bool isLine = characters.find_first_of(u"\r\n") != std::u16string::npos;
+    if ((isLine ? answeredPrompt_.exchange(prompt) : answeredPrompt_.load()) == prompt) {
+        throw Refused(409, "the prompt is gone");
     }
 }
 
@@ -200,6 +209,9 @@ std::shared_ptr<cmddistributor::PromiseDelegate> AsyncEvalService::completionOf(
 // Each step is taken whatever becomes of the others.
 void AsyncEvalService::complete(const StreamedRequest& request, bool isSuccess) {
     const common::CurrentContext context(request.context);
+    // What could not be typed has answered nothing.
+    auto prompt = request.context->getOr<std::uint64_t>(common::RequestOrigin::forPrompt, 0);
+    if (!isSuccess) answeredPrompt_.compare_exchange_strong(prompt, 0);
     catchAndLog("flush", [&] { flush(); });
     catchAndLog("completion", [&] {
         publish(wire::channel::completion,

@@ -5,6 +5,7 @@
 #include "AsyncEvalServiceFixture.h"
 #include "cmddistributor/RuntimeException.h"
 #include "connector/common/ClientRequests.h"
+#include "connector/common/RequestOrigin.h"
 #include "support/LogRecords.h"
 #include "support/threads.h"
 
@@ -152,6 +153,24 @@ TEST_F(AsyncEvalServiceTest, typesWhileTheInterpreterReadsCharacters) {
                                  {R"(debug: Eval request: "Ada\n")",
                                   "debug: Typing chars into type ahead:Ada\n", "debug: Posting key typing:",
                                   R"(debug: Publishing: /eval/response/completion: "Done: success")"}));
+}
+
+TEST_F(AsyncEvalServiceTest, takesOneLineForAPromptThatIsNamed) {
+    host_.charBufferMode = true;
+    const auto isTaken = [this](std::uint64_t prompt, const char* text) {
+        context_ = std::make_shared<common::ContextState>();
+        context_->set(common::RequestOrigin::forPrompt, prompt);
+        request(text);
+        return !context_->has(common::RequestRefusal::contextKey);
+    };
+    host_.question = 7;
+    EXPECT_TRUE(isTaken(7, R"("A")"));
+    EXPECT_TRUE(isTaken(7, R"("da\n")"));
+    EXPECT_FALSE(isTaken(7, R"("Bob\n")"));
+    EXPECT_FALSE(isTaken(8, R"("Bob\n")"));
+    host_.question = 8;
+    EXPECT_TRUE(isTaken(8, R"("Eve\n")"));
+    EXPECT_EQ(host_.distributor->enqueued().size(), 3U);
 }
 
 TEST_F(AsyncEvalServiceTest, swallowsWhatIsPrintedForARequestThatHasEnded) {

@@ -83,6 +83,7 @@ public:
 
     std::atomic<nmutil::prompt::InputRequester> prompt{nmutil::prompt::BASE_PROMPT};
     std::atomic<bool> charBufferMode{false};
+    std::atomic<std::uint64_t> question{0};  // its number
     bool promptEmergency = false;
     bool editorDebugInputWanted = false;
     std::u16string typed;                       ///< written by the interpreter thread
@@ -146,7 +147,7 @@ private:
 
     nmutil::prompt::InputRequester inputRequester() override { return prompt; }
     bool isInCharBufferMode() override { return charBufferMode; }
-    std::uint64_t promptNumber() override { return 0; }
+    std::uint64_t promptNumber() override { return question; }
     bool isEchoed() override { return true; }
     bool isPromptEmergency() override { return promptEmergency; }
     void typeCodeUnit(char16_t unit) override {

@@ -147,7 +147,11 @@ private:
     const std::shared_ptr<CoalescingTextBuffer> coalescer_;
     const nmutil::ScopedFactoryRegistration plugin_;
 
-    std::atomic<bool> dduxEnabled_{false};  ///< at the last request
+    /// Notes that a line is typed for the prompt with this number.  Throws: when one is already.
+    void answerPrompt(std::uint64_t prompt, const std::u16string& characters);
+
+    std::atomic<bool> dduxEnabled_{false};          ///< at the last request
+    std::atomic<std::uint64_t> answeredPrompt_{0};  ///< the last one for which a whole line is typed
 
     // Changed by the switch alone, on one thread at a time.
     std::vector<foundation::msg_svc::eventmgr::ScopedConnection> connections_;
