@@ -85,7 +85,6 @@ TEST_F(AsyncEvalServiceEventsTest, publishesEventsInTheirPlaceBetweenWhatIsPrint
         {[&] { events.raise(nmutil::utils::InputRequestEvent(INPUT_PROMPT)); }, R"(iqminput "INPUT_PROMPT")"},
         {[&] { events.raise(nmutil::utils::IqmInputRequestEvent(BASE_PROMPT)); },
          R"(iqminput "BASE_PROMPT")"},
-        {[&] { events.raise(late); }, R"(error "late")"},
         {[&] { events.raise(error); }, R"(error "trace\n")"},
         {[&] { events.raise(unsupported); }, R"(error "not here\n")"}};
     service_->startListening();
@@ -103,6 +102,10 @@ TEST_F(AsyncEvalServiceEventsTest, publishesEventsInTheirPlaceBetweenWhatIsPrint
             expected.push_back("/eval/response/output \"" + std::exchange(printed, "") + '"');
             expected.push_back("/eval/response/" + message);
         }
+        events.raise(late);
+        events.raise(error);
+        for (const char* body : {R"("late")", R"("trace\n")"})
+            expected.push_back(std::string("/eval/response/error ") + body);
     };
     run(R"("x")");
     expected.emplace_back(success);

@@ -89,13 +89,15 @@ TEST_F(AsyncEvalServiceTest, completesARequestThatFailsOnceAsAFailure) {
     const auto isTakenBack = [this] {
         host_.distributor->cancel(host_.distributor->enqueued().at(0).id, false);
     };
+    const auto isTyped = [this] { host_.charBufferMode = true; };
+    const auto promptGoes = [this] { host_.charBufferMode = false; };
     const auto typesTooMuch = [this] {
         host_.charBufferMode = true;
         host_.onType = [](char16_t) { throw std::length_error("too much"); };
     };
-    const std::function<void()> nothing = [] {}, promptGoes = [this] { host_.charBufferMode = false; };
+    const std::function<void()> nothing = [] {};
     const std::pair<std::function<void()>, std::function<void()>> beforeAndAfter[] = {
-        {nothing, isTakenBack}, {typesTooMuch, nothing}, {nothing, promptGoes}, {queueIsFull, nothing}};
+        {nothing, isTakenBack}, {isTyped, promptGoes}, {typesTooMuch, nothing}, {queueIsFull, nothing}};
     context_->set("clientType", std::string("web"));
     for (const auto& [before, after] : beforeAndAfter) {
         const auto count = published().size() + 1;

@@ -171,7 +171,9 @@ TEST_F(ConnectorCmdWinSinkTest, failsAnEvaluationWhoseStatusIsNotAvailable) {
 
 TEST_F(ConnectorCmdWinSinkTest, opensNothingWhenTheHostCannotSubscribe) {
     host.hasEventManager = false;
-    EXPECT_THROW(open(), std::runtime_error);
+    const auto promise = makePromise();
+    EXPECT_THROW(open(promise), std::runtime_error);
+    EXPECT_EQ(promise.use_count(), 1);
     host.hasEventManager = true;
     expectIdleAndClean();
 }

@@ -128,6 +128,8 @@ TEST_F(InterpreterJsonSerializationTest, makesNoTreeOfArgumentsThatAMessageDoesN
         read(type, object);
         EXPECT_EQ(object->get("arguments").type(), typeid(json::Text)) << type;
     }
+    const auto wrong = json::parse(R"({"arguments":{"0":1}})", 4, 1, "arguments").extract<Object::Ptr>();
+    EXPECT_THROW(read("FEval", wrong), Poco::BadCastException);
 }
 
 TEST_F(InterpreterJsonSerializationTest, readsContainersThatAreHeldByValue) {

@@ -166,8 +166,8 @@ private:
     bool setInterruptEnabled(bool enabled) override { return std::exchange(interruptEnabled, enabled); }
     bool setInterruptPending(bool) override { return false; }
     std::shared_ptr<foundation::msg_svc::eventmgr::EventMgr> eventManager(
-        const boost::optional<zvm::ZvmID>&) override {
-        return hasEventManager ? events : nullptr;
+        const boost::optional<zvm::ZvmID>& id) override {
+        return hasEventManager && id.value_or(0) == 0 ? events : nullptr;
     }
 
     bool isDduxEnabled() override {
