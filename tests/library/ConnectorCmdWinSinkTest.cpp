@@ -107,18 +107,13 @@ TEST_F(ConnectorCmdWinSinkTest, reportsWhatHappenedOnce) {
 
 TEST_F(ConnectorCmdWinSinkTest, answersNestedEvaluationsNewestFirst) {
     auto outer = open();
-    host.print(u"1");
     auto inner = open();
-    host.print(u"2");
-    EXPECT_EQ(host.events->subscriptionCount<SuggestionEvent>(), 1U);
+    host.print(u"1");
     Sink::postEval();
-    EXPECT_EQ(answer(inner).output, u"12");
-    EXPECT_FALSE(outer.isReady());
-    EXPECT_TRUE(captures());
-    host.print(u"3");
-    Sink::postEval();
-    EXPECT_EQ(answer(outer).output, u"3");
-    Sink::postEval();  // one too many
+    EXPECT_EQ(answer(inner).output, u"1");
+    EXPECT_TRUE(captures() && !outer.isReady());
+    for (int i = 0; i < 2; ++i) Sink::postEval();  // one too many
+    EXPECT_EQ(answer(outer).output, u"");
     expectIdleAndClean();
 }
 
