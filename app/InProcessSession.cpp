@@ -54,9 +54,9 @@ std::shared_ptr<connector::common::ContextState> requestContext() {
 messages::SessionOptions clientOptions() {
     messages::SessionOptions options;
     options.clientType = "numora-cli";
-    // Standard output may be a pager that stands still for hours: text beyond this is lost, not the session.
+    // Standard output may be a pager that stands still for hours: the code waits for it, as for any reader.
     options.queueBytes = std::size_t{64} << 20;
-    options.fullLimit = std::chrono::hours(24);
+    options.fullLimit = options.ownerWait = std::chrono::hours(24);
     return options;
 }
 
@@ -68,7 +68,7 @@ public:
     }
     void send(const StreamRequest& request) override {
         const auto context = std::make_shared<connector::common::ContextState>();
-        RequestOrigin::set(*context, {.request = request.name});
+        RequestOrigin::set(*context, {.request = request.name, .pace = client_->pace()});
         context->set(RequestOrigin::forPrompt, request.prompt);
         client_->publish(connector::wire::channel::evalRequest, connector::json::quoted(request.text),
                          context);

@@ -10,7 +10,7 @@
 #include "events/LocalEventManager.h"
 #include "nmutil/io/NMSink.h"
 #include "output/RunningRequests.h"
-#include "output/ShownPrompt.h"
+#include "python/ShownPrompt.h"
 #include "python/interpreterLock.h"
 #include "standalone/TaggedEvent.h"
 

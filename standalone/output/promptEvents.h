@@ -1,7 +1,7 @@
 #pragma once
 
 #include "output/PlacedEvents.h"
-#include "output/ShownPrompt.h"
+#include "python/ShownPrompt.h"
 
 namespace standalone {
 

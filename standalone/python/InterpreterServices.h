@@ -6,7 +6,7 @@
 
 #include "cmddistributor/RunOptions.h"
 #include "nmutil/io/NMSink.h"
-#include "output/ShownPrompt.h"
+#include "python/ShownPrompt.h"
 #include "standalone/TaggedEvent.h"
 
 namespace standalone {

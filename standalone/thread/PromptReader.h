@@ -7,8 +7,8 @@
 #include <string>
 #include <utility>
 
-#include "output/ShownPrompt.h"
 #include "python/InterpreterServices.h"
+#include "python/ShownPrompt.h"
 #include "thread/RequestQueue.h"
 
 namespace standalone {
