@@ -81,6 +81,18 @@ class RemoteTest(unittest.TestCase):
                 self.assertEqual(errors[:errors.index("Traceback")], "".join("bob %d\n" % i for i in range(400)))
                 self.assertTrue(errors.endswith("ZeroDivisionError: division by zero\n"), errors[-200:])
 
+    def test_stream_that_lost_text_fails(self):
+        code = "import numora\nfor i in range(4):\n  print('x' * 30_000_000)\n  numora.clc()"  # clc ends a message
+        for options in [], ["--json"]:
+            with self.subTest(options), Server("--owner-wait", "0") as server:
+                with start("eval", "--url", server.url, "--stream", *options, code) as process:
+                    process.stdout.read(1)  # the code runs
+                    run("eval", "--url", server.url, "0")  # nothing more is read before all is printed
+                    out, err = process.communicate(timeout=60)
+                self.assertEqual(process.returncode, 1)
+                self.assertEqual(b"numora: printed text was lost: " in err, not options)
+                self.assertEqual(b'"/connector/dropped"' in out, bool(options))
+
     def test_stream_survives_cut_connections(self):
         read, write = os.pipe()
         self.addCleanup(os.close, write)
