@@ -23,12 +23,14 @@ HttpReply pageReply(int status, std::string_view heading, std::string_view html)
 
 void addPageHeaders(HttpReply& reply) {
     reply.headers.emplace_back("Cache-Control", "no-cache");
-    // Libraries run their timers in a worker that they make of a blob, because browsers slow down those of a page that
-    // is not shown. Only a script that may run here already can make one, and what it fetches is under this policy, too.
-    reply.headers.emplace_back("Content-Security-Policy",
-                               "default-src 'self'; worker-src 'self' blob:; style-src 'self' 'unsafe-inline'; "
-                               "img-src 'self' data: blob:; object-src 'none'; base-uri 'none'; "
-                               "form-action 'none'; frame-ancestors 'none'");
+    // Libraries run their timers in a worker that they make of a blob, because browsers slow down those of a
+    // page that is not shown. Only a script that may run here already can make one, and what it fetches is
+    // under this policy, too.
+    reply.headers.emplace_back(
+        "Content-Security-Policy",
+        "default-src 'self'; worker-src 'self' blob:; style-src 'self' 'unsafe-inline'; "
+        "img-src 'self' data: blob:; object-src 'none'; base-uri 'none'; "
+        "form-action 'none'; frame-ancestors 'none'");
     reply.headers.emplace_back("Referrer-Policy", "no-referrer");
 }
 
