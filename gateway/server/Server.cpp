@@ -43,7 +43,8 @@ Server::Server(const Parts& parts, const boost::asio::ip::address& address)
       connections_(std::make_shared<http::OpenConnections>(parts.options.limits.connections)),
       completions_(parts.messages.subscribe(connector::wire::channel::completion,
                                             [this](const auto& message) { countCompletion(message.data); })),
-      absentClients_(parts.messages),
+      absentClients_(
+          std::make_shared<AbsentClientsSession>(context_, parts.messages, parts.options.standInTime)),
       dispatcher_(parts.framework, parts.serializer,
                   {.threads = parts.options.handlerThreads,
                    .queueLength = parts.options.handlerQueue,
@@ -57,6 +58,7 @@ Server::Server(const Parts& parts, const boost::asio::ip::address& address)
                   .isReady = parts.isReady,
                   .snapshot = [this] { return snapshot(); }},
                  parts.options.limits.unauthenticatedBodies) {
+    absentClients_->start();
     listener_.start([this](boost::asio::ip::tcp::socket socket) {
         auto place = connections_->take();
         if (!place) return http::closeNow(socket);
@@ -84,6 +86,7 @@ void Server::stop() {
     context_.stop();
     for (auto& thread : threads_) thread.join();
     threads_.clear();
+    absentClients_.reset();
     reading_.stop();
     reading_.join();
 }

@@ -70,7 +70,7 @@ private:
     std::atomic<std::uint64_t> successes_{0};
     std::atomic<std::uint64_t> failures_{0};
     const std::unique_ptr<connector::message_service::Subscription> completions_;
-    AbsentClientsSession absentClients_;
+    std::shared_ptr<AbsentClientsSession> absentClients_;  // null when stopped
     dispatch::RequestDispatcher dispatcher_;
     bayeux::BayeuxServer bayeux_;
     endpoints::Endpoints endpoints_;

@@ -58,6 +58,9 @@ struct GatewayOptions {
     ConnectionLimits limits{};
     /// For how long a client may take nothing while the code that it streams waits for it; 0: it never waits.
     std::chrono::milliseconds ownerWait = std::chrono::seconds(2);
+    /// For how long the streams, and each tag of events, count as listened to after their last client has
+    /// left.
+    std::chrono::milliseconds standInTime = std::chrono::minutes(5);
     /// Counts for the metrics; may be null.
     std::shared_ptr<const messages::RequestCounter> streaming{};
 };
