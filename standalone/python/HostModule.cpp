@@ -149,6 +149,25 @@ PyObject* missingCapability(PyObject*, PyObject* arguments) {
     });
 }
 
+// Whether the event loop of code that awaits takes the interrupt that is raised, because it has hit the
+// loop's own code.
+bool isTakenByLoop(PyObject* frame) {
+    if (PyErr_ExceptionMatches(PyExc_KeyboardInterrupt) == 0) return false;
+    PyObject *type = nullptr, *interrupt = nullptr, *trace = nullptr;
+    PyErr_Fetch(&type, &interrupt, &trace);
+    const PyRef name(PyUnicode_FromString("numora._loop"));
+    const PyRef loop(name ? PyImport_GetModule(name.get()) : nullptr);
+    const PyRef take(loop ? PyObject_GetAttrString(loop.get(), "take_interrupt") : nullptr);
+    PyThreadState* const state = PyThreadState_Get();
+    PyThreadState_EnterTracing(state);
+    const PyRef taken(take ? PyObject_CallOneArg(take.get(), frame) : nullptr);
+    PyThreadState_LeaveTracing(state);
+    PyErr_Restore(type, interrupt, trace);  // instead of any other
+    if (taken.get() != Py_True) return false;
+    PyErr_Clear();
+    return true;
+}
+
 // The Python-level handler of the signal that makes the interpreter thread look. A system call that it
 // interrupts is entered again without another look at the signals.
 PyObject* runRequests(PyObject*, PyObject* arguments) {
@@ -161,7 +180,7 @@ PyObject* runRequests(PyObject*, PyObject* arguments) {
     return translated([frame] {
         if (bound != nullptr && imports.mayRunIn(frame)) bound->runRequests();
         const bool goesOn = bound != nullptr ? bound->checkInterrupts() : PyErr_CheckSignals() == 0;
-        return goesOn ? newNone() : nullptr;
+        return goesOn || isTakenByLoop(frame) ? newNone() : nullptr;
     });
 }
 

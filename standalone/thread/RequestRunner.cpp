@@ -15,6 +15,7 @@
 #include "foundation/log/diagnostic_logger.h"
 #include "iqm/plugins.h"
 #include "python/PythonRuntime.h"
+#include "python/SuspendedEventLoop.h"
 #include "thread/EvaluationEvents.h"
 #include "thread/Interrupts.h"
 #include "thread/PromptScope.h"
@@ -138,6 +139,7 @@ void RequestRunner::runBetweenSteps() {
         }
         RunningRequests& running;
         PyThreadState* const state = PyThreadState_Get();
+        const SuspendedEventLoop loop;
     };
     const BetweenSteps scope(running_);
     while (auto request = queue_.tryTake(nmutil::prompt::NO_PROMPT)) run(std::move(request));

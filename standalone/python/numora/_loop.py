@@ -4,26 +4,48 @@ import asyncio
 import atexit
 
 _loop = None
+_task = None  # the one that an interrupt of the loop's own code cancels
 
 
 def run(coroutine):
     """Runs a coroutine to its end. An interrupt cancels it, unless that has hit its own code."""
-    task = None
+    global _task
+    outer, task = _task, None
     try:
         loop = _usable_loop()
-        task = loop.create_task(coroutine)
+        _task = task = loop.create_task(coroutine)
         task.add_done_callback(lambda _: loop.stop())
         _finish(task, loop)
+        if task.cancelled() and _task is None:
+            raise KeyboardInterrupt
     except BaseException as interrupt:
         if task is None:
             coroutine.close()
             raise
         if not task.done():
-            task.cancel()
-            _finish(task, loop)  # an interrupt of that leaves it to the loop
-            if task.cancelled():
-                raise interrupt.with_traceback(_place_of(task)) from None
+            _cancel(task, loop)  # an interrupt of that leaves it to the loop
+        if task.cancelled():
+            raise interrupt.with_traceback(_place_of(task)) from None
+    finally:
+        _task = outer
     return task.result()
+
+
+def take_interrupt(frame):
+    """Has an interrupt of the loop's own code cancel the task. Raised there, it could lose the next step of any task."""
+    global _task
+    while frame is not None and _belongs_to_loop(frame.f_globals.get("__name__")):
+        frame = frame.f_back
+    if frame is None or frame.f_code is not _finish.__code__ or _task is None or _task.done():
+        return False
+    # Where the loop is, a callback may be added as by another thread, and wakes it.
+    _loop.call_soon_threadsafe(_task.cancel)
+    _task = None  # the next interrupt is raised wherever it comes
+    return True
+
+
+def _belongs_to_loop(module):
+    return isinstance(module, str) and (module.startswith("asyncio.") or module in ("selectors", "_weakrefset"))
 
 
 def _usable_loop():
@@ -38,6 +60,18 @@ def _usable_loop():
 def _finish(task, loop):
     while not task.done():
         loop.run_forever()
+
+
+def _cancel(task, loop):
+    global _task
+    _task = None
+    task.cancel()
+    loop.call_soon(loop.stop)
+    loop.run_forever()
+    if not task.done() and getattr(task, "_must_cancel", False):
+        task._log_destroy_pending = False
+        raise KeyboardInterrupt  # its next step has been lost all the same, and never comes
+    _finish(task, loop)
 
 
 def _place_of(task):
