@@ -119,6 +119,12 @@ begun.wait())");
     EXPECT_THAT(all, testing::Not(testing::HasSubstr("b tick")));
 }
 
+TEST_F(StreamIdentityTest, isThatOfTheCodeThatGivesWorkToAThreadOfAPool) {
+    publish("a", "import asyncio\nawait asyncio.to_thread(print, 1)");
+    publish("b", "await asyncio.to_thread(print, 2)");
+    EXPECT_THAT(until("b completion Done: success"), testing::IsSupersetOf({"a output 1\n", "b output 2\n"}));
+}
+
 TEST_F(StreamIdentityTest, lettersTypedForAPromptGoToNoOther) {
     publish("a", "import getpass\nn = input('Name? ')\np = getpass.getpass()\nprint(n, p)");
     until("a iqminput INPUT_PROMPT");

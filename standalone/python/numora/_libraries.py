@@ -3,6 +3,8 @@
 import os
 import sys
 
+from ._threads import attribute_submitted
+
 _columns = 80
 
 
@@ -26,7 +28,11 @@ def _show_figures_to_clients():
         sys.modules["matplotlib"].rcParams["backend"] = "module://numora._figures"
 
 
-_PREPARATIONS = {"numpy": _apply_width_to_numpy, "matplotlib": _show_figures_to_clients}
+_PREPARATIONS = {
+    "numpy": _apply_width_to_numpy,
+    "matplotlib": _show_figures_to_clients,
+    "concurrent.futures.thread": attribute_submitted,
+}
 
 
 class Preparer:
@@ -39,7 +45,7 @@ class Preparer:
             return None
         from importlib.machinery import PathFinder
 
-        spec = PathFinder.find_spec(name)
+        spec = PathFinder.find_spec(name, path)
         if spec is not None and spec.loader is not None:
             execute = spec.loader.exec_module
 
