@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 
 #include "connector/interpreter/ConnectorEventMgrBridge.h"
+#include "connector/json/parse.h"
 #include "fl/i18n/text.h"
 #include "standalone/TaggedEvent.h"
 #include "support/FakeHost.h"
@@ -50,12 +51,21 @@ TEST(ConverterBundleTest, convertsEventsWithAnyTag) {
     // The data of a display that is larger than an event may be.
     const auto json = [](std::string text) { return Value(Value::Json{std::move(text)}); };
     messages->subscribeClient("client", "/eventmgr/0/display");
-    const Value::Object data{{"a/b", json('"' + std::string(5U << 20U, 'x') + '"')},
-                             {"text/plain", json("1")}};
-    host.events->raise(TaggedEvent(u"display", {{"data", data}, {"metadata", json(R"({"a/b":1})")}}));
-    EXPECT_EQ(
-        messages->published().back(),
-        R"(/eventmgr/0/display {"data":{"text/plain":1},"metadata":{},"note":"a/b left out: more than 4 MiB"})");
+    const std::string text = "\"" + std::string(5U << 20U, 'x') + '"';
+    std::string odd = "\"";
+    while (odd.size() < 5U << 20U) odd += "\\u0001\\n\u00e9";
+    for (const auto& plain : {std::string("1"), text, odd + '"'}) {
+        const Value::Object data{{"a/b", json(text)}, {"text/plain", json(plain)}};
+        host.events->raise(TaggedEvent(u"display", {{"data", data}, {"metadata", json(R"({"a/b":1})")}}));
+        const std::string shown = messages->published().back();
+        const bool isCut = plain != "1";
+        EXPECT_TRUE(
+            shown.ends_with(std::string(isCut ? R"(\n[...]")" : "1") + R"(},"metadata":{},"note":"a/b)" +
+                            (isCut ? ", the end of text/plain" : "") + R"( left out: more than 4 MiB"})"))
+            << shown.substr(shown.size() - 200);
+        EXPECT_LT(shown.size(), (4U << 20U) + 200);
+        EXPECT_NO_THROW(connector::json::parse(shown.substr(shown.find('{'))));
+    }
 
     // A handler, which is called between the bundle's and the bridge's, raises another event in its place.
     const foundation::msg_svc::eventmgr::ScopedConnection between(

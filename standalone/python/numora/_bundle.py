@@ -54,7 +54,7 @@ def representations(value, complain):
                 data[type_] = _encoded(found)
                 if about:
                     metadata[type_] = about
-        except Exception as error:
+        except BaseException as error:
             complain(error)
 
     collect("_repr_mimebundle_", None)
@@ -65,7 +65,7 @@ def representations(value, complain):
     if "text/plain" not in data:
         try:
             data["text/plain"] = repr(value)
-        except Exception as error:
+        except BaseException as error:
             complain(error)
             data["text/plain"] = object.__repr__(value)
     return data, metadata
@@ -78,8 +78,15 @@ def plain(data):
     return {type_: _encoded(value) for type_, value in data.items()}
 
 
+def ignore(error):
+    """Nothing that fails matters, but an interrupt is the code's."""
+    if isinstance(error, KeyboardInterrupt):
+        raise error
+
+
 def complain(error):
     """Reports on stderr what is left out, with the part of the call stack that is not this package's."""
+    ignore(error)
     import traceback
 
     trace = error.__traceback__
@@ -113,5 +120,5 @@ def _add_figure(value, data, metadata, complain):
         data["image/png"] = _encoded(png(value))
         width, height = value.canvas.get_width_height()
         metadata["image/png"] = {"width": width, "height": height}
-    except Exception as error:
+    except BaseException as error:
         complain(error)

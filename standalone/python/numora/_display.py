@@ -6,7 +6,7 @@ import sys
 
 import _numora_host as _host
 
-from ._bundle import bundle, complain, displays_itself, plain, representations
+from ._bundle import bundle, complain, displays_itself, ignore, plain, representations
 
 _TEXT_LIMIT = 1_000_000  # characters of text/plain in an event
 
@@ -61,8 +61,10 @@ def show_result(value):
     """Shows the value of an expression where somebody listens to displays, and keeps it as `_`."""
     if not _host.has_capability("display"):
         sys.__displayhook__(value)
-        # On behalf of others, of whom this client is to see nothing.
-        _raise("result", *representations(value, _ignore), complain=_ignore)
+        try:  # on behalf of others, of whom this client is to see nothing
+            _raise("result", *representations(value, ignore), complain=ignore)
+        except BaseException as error:
+            ignore(error)
         return
     if not displays_itself(value):
         _raise("result", *representations(value, complain))
@@ -85,15 +87,9 @@ def _show(kind, value, display_id, metadata, raw):
         _raise(kind, data, {**own, **(metadata or {})}, display_id)
 
 
-def _ignore(_):
-    pass
-
-
 def _raise(kind, data, metadata, display_id=None, complain=complain):
-    text = data.get("text/plain")
-    if isinstance(text, str) and len(text) > _TEXT_LIMIT:
-        half = _TEXT_LIMIT // 2
-        data["text/plain"] = "%s\n[... %d characters ...]\n%s" % (text[:half], len(text) - 2 * half, text[-half:])
+    if isinstance(data.get("text/plain"), str):
+        data["text/plain"] = _cut(data["text/plain"])
     transient = {} if display_id is None else {"display_id": display_id}
     others = {"kind": kind, "metadata": metadata, "transient": transient}
     try:
@@ -102,10 +98,19 @@ def _raise(kind, data, metadata, display_id=None, complain=complain):
         # One of them has no JSON form, or is too large.
         error.add_note("Of %s only the text is shown." % ", ".join(map(str, data)))
         complain(error)
-        _host.raise_display({"text/plain": str(data.get("text/plain", ""))}, {**others, "metadata": {}})
+        _host.raise_display({"text/plain": _cut(str(data.get("text/plain", "")))}, {**others, "metadata": {}})
+
+
+def _cut(text):
+    half = _TEXT_LIMIT // 2
+    if len(text) <= 2 * half:
+        return text
+    return "%s\n[... %d characters ...]\n%s" % (text[:half], len(text) - 2 * half, text[-half:])
 
 
 def _checked_id(display_id):
     if not isinstance(display_id, str) or not display_id:
         raise TypeError("display_id must be a string that is not empty, or True for a new one")
+    if len(display_id) > 200:
+        raise ValueError("display_id must have at most 200 characters")
     return display_id
