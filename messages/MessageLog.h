@@ -3,7 +3,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <list>
+#include <map>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -22,6 +24,9 @@ namespace messages {
 /// and one message; the newest stays, however large. A message counts as its frame's text and 256 bytes, so
 /// that small ones are bounded too; there are 10,000 in a group at most.
 ///
+/// Of what went it knows the last 100,000 singly, with 4 MiB of names of channels at most, and the earlier
+/// ones as a sum for each loss class.
+///
 /// Threads: one at a time.
 class MessageLog {
 public:
@@ -39,11 +44,11 @@ public:
     std::uint64_t last() const { return last_; }
 
     /// What a subscriber to `patterns` gets that knows the messages up to `number`: if some of those after
-    /// it, on whatever channel, are not kept, first one notice on "/connector/gap" that they are among those
-    /// from one number to another, and how large they were, `{"from": , "to": , "bytes": }`; then what is
-    /// kept. The size is too high for a `number` further back than the last 100,000 losses, but not for 0. A
-    /// number but 0 from before the first one has missed messages of an earlier log, whose size is not known;
-    /// one that was never given counts as 0.
+    /// it that a pattern matches are not kept, first one notice on "/connector/gap" of the first and the last
+    /// of them and how large they were, `{"from": , "to": , "bytes": }`; then what is kept. Losses that are
+    /// not known singly count when a pattern can match their loss class: the notice then says too much rather
+    /// than too little. A number but 0 from before the first one has missed messages of an earlier log, whose
+    /// channels and size are not known; one that was never given counts as 0.
     std::vector<Frame> after(std::uint64_t number, const std::vector<std::string>& patterns) const;
 
 private:
@@ -51,19 +56,35 @@ private:
         std::uint64_t number;
         Frame frame;
     };
-    struct Lost {
-        std::uint64_t number = 0;
+    struct Missing {
+        std::uint64_t from = 0;  // the lowest number; 0 when there is none
+        std::uint64_t to = 0;
         std::uint64_t bytes = 0;  // of data
+
+        void add(const Missing& other);
     };
     using Entries = std::list<Entry>;
 
     struct Group {
         std::deque<Entries::iterator> entries;
         std::size_t bytes = 0;
+        Missing forgotten;  // those that are not known singly any more
+    };
+    struct Channel {
+        Group* group = nullptr;
+        std::size_t losses = 0;  // that are known singly
+    };
+    using Channels = std::map<std::string, Channel, std::less<>>;
+    struct Lost {
+        std::uint64_t number;
+        std::uint64_t bytes;  // of data
+        Channels::iterator channel;
     };
 
     void dropOldest(Group& group);
-    Frame gapAfter(std::uint64_t number) const;
+    void noteLoss(const MessageFrame& frame, Group& group);
+    void forgetOldestLoss();
+    Missing missingAfter(std::uint64_t number, const std::vector<std::string>& patterns) const;
 
     const std::size_t limit_;
     const std::uint64_t first_;
@@ -71,8 +92,9 @@ private:
     Entries entries_;
     std::unordered_map<std::string, Group> groups_;  // by loss class
 
-    std::deque<Lost> lost_;  // in the order in which they went
-    Lost forgotten_;         // those that are not known singly any more: the highest number, and all bytes
+    std::deque<Lost> lost_;         // in the order in which they went
+    Channels channels_;             // of lost_
+    std::size_t channelBytes_ = 0;  // what these take
 };
 
 }  // namespace messages

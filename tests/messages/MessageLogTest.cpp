@@ -71,16 +71,37 @@ TEST_F(MessageLogTest, namesTheGapToAnEarlierService) {
     EXPECT_EQ(playedAfter(7), (Texts{R"({"from":8,"to":999,"bytes":0})", "1 1000"}));
 }
 
-TEST_F(MessageLogTest, losesOldTextAloneAndNamesTheGapOnce) {
-    const std::string event = "/eventmgr/0/a";
-    for (const auto* channel : {&output, &completion, &event, &output, &output, &output}) {
+TEST_F(MessageLogTest, losesTheOldestOfEachKindAndNamesTheGapToWhoeverSubscribes) {
+    const std::string event = "/eventmgr/0/a",
+                      other = "/eventmgr/0/" + std::string(std::size_t{5} << 20, 'b');
+    const auto gap = [](int from, int to, int bytes) {
+        return R"({"from":)" + std::to_string(from) + R"(,"to":)" + std::to_string(to) + R"(,"bytes":)" +
+               std::to_string(bytes) + "}";
+    };
+    const auto expect = [&](std::uint64_t number, const std::string& pattern, const std::string& expected) {
+        const Texts played = playedAfter(number, pattern);
+        EXPECT_EQ(played.empty() ? "" : played[0], expected) << number << " " << pattern;
+    };
+    for (const auto* channel : {&output, &completion, &event, &output, &output, &output, &event, &event}) {
         publish(*channel, "\"12\"");
     }
-    const Texts kept{"\"12\" 5", "\"12\" 6"};
     EXPECT_EQ(playedAfter(0, "/**"),
-              (Texts{R"({"from":1,"to":4,"bytes":8})", "\"12\" 2", "\"12\" 3", kept[0], kept[1]}));
-    EXPECT_EQ(playedAfter(3), (Texts{R"({"from":4,"to":4,"bytes":4})", kept[0], kept[1]}));
-    EXPECT_EQ(playedAfter(4), kept);
+              (Texts{gap(1, 4, 12), "\"12\" 2", "\"12\" 5", "\"12\" 6", "\"12\" 7", "\"12\" 8"}));
+    expect(0, "/eval/**", gap(1, 4, 8));
+    expect(1, output, gap(4, 4, 4));
+    expect(4, output, "\"12\" 5");
+    expect(0, completion, "\"12\" 2");
+    expect(0, "/eventmgr/**", gap(3, 3, 4));
+    expect(3, "/**", gap(4, 4, 4));
+    expect(0, "/eventmgr/0/b", "");
+    // From here on the losses are known by their kind alone.
+    for (const auto* channel : {&other, &event, &event}) publish(*channel, "\"12\"");
+    expect(0, "/eval/response/*", gap(1, 4, 8));
+    expect(2, output, gap(3, 4, 8));
+    expect(4, output, "\"12\" 5");
+    expect(0, completion, "\"12\" 2");
+    expect(0, "/eventmgr/0/b", gap(3, 9, 16));
+    expect(8, event, gap(9, 9, 16));
 }
 
 TEST_F(MessageLogTest, numbersWhatASlowSessionLoses) {
