@@ -54,6 +54,8 @@ TakenFrames ClientSession::take(std::size_t maxBytes, std::chrono::milliseconds 
     return taken;
 }
 
+void ClientSession::noteReading() { queue_->noteReading(); }
+
 void ClientSession::setWakeUp(std::function<void()> wakeUp) { queue_->setWakeUp(std::move(wakeUp)); }
 
 void ClientSession::close(const std::string& reason) {

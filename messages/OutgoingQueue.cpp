@@ -47,7 +47,7 @@ bool OutgoingQueue::push(const Frame& frame, const Pace* owner, std::vector<Wake
         MutexLock lock(mutex_);
         if (closeReason_) return false;
         const bool wasEmpty = entries_.empty();
-        if (wasEmpty) lastTaken_ = now_();
+        if (wasEmpty) lastRead_ = now_();
         addLocked(frame, owner == this);
         updateBehindLocked();
         isOpen = !closeReason_;
@@ -141,7 +141,7 @@ TakenFrames OutgoingQueue::take(std::size_t maxBytes, std::chrono::milliseconds 
         return taken;
     }
     fullSince_.reset();
-    lastTaken_ = now_();
+    lastRead_ = now_();
     std::size_t bytes = 0;
     while (!entries_.empty()) {
         const auto& first = entries_.front();
@@ -173,7 +173,7 @@ void OutgoingQueue::updateBehindLocked() {
     if (!isMuch) caughtUp_.notify_all();
 }
 
-bool OutgoingQueue::isBehind() const { return isMuchQueued_ && now_() - lastTaken_.load() <= ownerWait_; }
+bool OutgoingQueue::isBehind() const { return isMuchQueued_ && now_() - lastRead_.load() <= ownerWait_; }
 
 void OutgoingQueue::waitUntilCaughtUp(std::chrono::milliseconds limit) {
     const auto deadline = connector::detail::deadlineAfter(limit);

@@ -34,8 +34,8 @@ struct MessageCounters {
 /// between two frames. A frame that is larger than the limit finds room in an empty queue.
 ///
 /// It is the pace of its client: behind from an eighth of the limit until it is down to a sixteenth, as long
-/// as something is taken within SessionOptions::ownerWait. So whoever waits for it begins with seven eighths
-/// left, for what is on its way already.
+/// as something is taken, or the client is seen to read, within SessionOptions::ownerWait. So whoever waits
+/// for it begins with seven eighths left, for what is on its way already.
 ///
 /// Threads: any.  Locks: mutex_, a leaf; the wake-up runs without it. `isBehind` takes none, since who prints
 /// asks after every piece; a wait releases it, and whoever waits holds no other lock: its client is served by
@@ -60,6 +60,8 @@ public:
     TakenFrames take(std::size_t maxBytes, std::chrono::milliseconds timeout) EXCLUDES(mutex_);
     void setWakeUp(std::function<void()> wakeUp) EXCLUDES(mutex_);
 
+    /// The client reads what was taken.
+    void noteReading() { lastRead_ = now_(); }
     bool isBehind() const override;
     /// Ends early when the session closes. That nothing is taken any more is noticed at the end of `limit`.
     void waitUntilCaughtUp(std::chrono::milliseconds limit) override EXCLUDES(mutex_);
@@ -110,7 +112,7 @@ private:
 
     // Changed under the mutex, read without.
     std::atomic<bool> isMuchQueued_{false};
-    std::atomic<Clock::time_point> lastTaken_{};  // or when what is queued began to wait
+    std::atomic<Clock::time_point> lastRead_{};  // or taken, or when what is queued began to wait
 
     mutable connector::Mutex mutex_;
     std::condition_variable changed_;

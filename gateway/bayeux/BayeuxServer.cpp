@@ -90,8 +90,7 @@ public:
     // Only a request that is alone is held, so the session of the first one has to know.
     ~ServerPost() override {
         exchange_->abandon();
-        if (exchange_->messages().empty()) return;
-        const auto session = sessions_->find(exchange_->messages().front().clientId());
+        const auto session = itsSession();
         if (!session) return;
         session->strand().post([session, isWritten = isWritten_, exchange = exchange_] {
             session->release(*exchange, isWritten);
@@ -101,9 +100,17 @@ public:
     ServerPost& operator=(const ServerPost&) = delete;
 
     bool isTrusted() const override { return exchange_->isTrusted(); }
+    void progressed() override {
+        if (const auto session = itsSession()) session->noteReading();
+    }
     void written() override { isWritten_ = true; }
 
 private:
+    std::shared_ptr<BayeuxSession> itsSession() const {
+        const auto& messages = exchange_->messages();
+        return messages.empty() ? nullptr : sessions_->find(messages.front().clientId());
+    }
+
     const Sessions sessions_;
     const std::shared_ptr<PostExchange> exchange_;
     bool isWritten_ = false;

@@ -53,6 +53,7 @@ public:
     const Strand& strand() const { return strand_; }
     void wake() override;
     void socketClosed(const std::shared_ptr<ClientSocket>& socket) override;
+    void noteReading() override { client_->noteReading(); }
     bool isDue(Time now) const { return due_.load() <= now; }
 
     /// These are for the strand. It begins to deliver, through `socket`, which may be null.

@@ -70,6 +70,10 @@ bool ClientSocket::hasRoom() {
     return unsentBytes() < limit;  // it may have been written in between
 }
 
+void ClientSocket::progressed() {
+    for (const auto& session : users()) session->noteReading();
+}
+
 void ClientSocket::drained() {
     if (!isRoomWanted_.exchange(false)) return;
     for (const auto& session : users()) session->wake();

@@ -22,6 +22,8 @@ struct ServerCore;
 class SocketUser : public Wakeable {
 public:
     virtual void socketClosed(const std::shared_ptr<ClientSocket>& socket) = 0;
+    /// The network has taken something from its socket.
+    virtual void noteReading() = 0;
 };
 
 /// One WebSocket of a client, and who delivers through it. A transport derives from it, hands it to
@@ -42,6 +44,8 @@ public:
 
     // For the transport.
 
+    /// Says that the network has taken a part of a frame.
+    void progressed() EXCLUDES(mutex_);
     /// Says that `unsentBytes` has become smaller. Cheap, so it may be called after every write.
     void drained() EXCLUDES(mutex_);
     /// Says that all is received that has come: what it has published is sent now.

@@ -35,7 +35,7 @@ struct ServerOptions {
     std::size_t queueBytes = std::size_t{32} << 20;
     /// Deliveries in one reply or frame, and what may wait in a socket. One delivery may be larger.
     std::size_t replyBytes = std::size_t{1} << 20;
-    /// Deliveries in one frame of a WebSocket: little, so that a client that reads slowly is seen to read.
+    /// Deliveries in one frame of a WebSocket: little, so that interrupts of the client come between.
     std::size_t frameDeliveries = std::size_t{256} << 10;
     /// For how long a client may take nothing while the code that it asked for waits for it; 0: never waits.
     std::chrono::milliseconds ownerWait = std::chrono::seconds(2);

@@ -31,6 +31,8 @@ public:
     virtual ~PendingPost() = default;
     /// Whether its sender has shown the token or a session.
     virtual bool isTrusted() const = 0;
+    /// The network has taken a part of the answer.
+    virtual void progressed() = 0;
     /// The network has taken the whole answer.
     virtual void written() = 0;
 };

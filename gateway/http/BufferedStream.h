@@ -35,6 +35,8 @@ public:
 
     /// `onEmpty` is called before each wait for bytes.
     void setOnEmpty(std::function<void()> onEmpty) { onEmpty_ = std::move(onEmpty); }
+    /// `onWrite` is called before each write, of 64 KiB at most: what was written before it is taken.
+    void setOnWrite(std::function<void()> onWrite) { onWrite_ = std::move(onWrite); }
 
     template <class Buffers, class Handler>
     auto async_read_some(const Buffers& buffers, Handler&& handler) {
@@ -58,6 +60,7 @@ public:
     }
     template <class Buffers, class Handler>
     auto async_write_some(const Buffers& buffers, Handler&& handler) {
+        if (onWrite_) onWrite_();
         return next_.async_write_some(buffers, std::forward<Handler>(handler));
     }
 
@@ -72,6 +75,7 @@ private:
 
     NextLayer next_;
     std::function<void()> onEmpty_;
+    std::function<void()> onWrite_;
     // Not set to zeros, so that an idle connection does not take up the memory.
     std::unique_ptr<char[]> bytes_ = std::make_unique_for_overwrite<char[]>(size);
     std::string_view unread_;  ///< of bytes_

@@ -290,6 +290,7 @@ private:
     }
     void onWritten(error_code error, std::size_t) {
         if (error) return close();
+        if (held_) held_->progressed();
         if (!writer_.isDone()) return writeSome();
         writer_.end();
         if (held_) held_->written();

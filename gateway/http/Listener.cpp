@@ -59,7 +59,7 @@ void setOptions(int descriptor) {
     set(IPPROTO_TCP, TCP_NODELAY, 1);
     // What the system takes ahead of what is sent: not so much that a slow client would seem to take nothing
     // for long and then all at once.
-    set(IPPROTO_TCP, TCP_NOTSENT_LOWAT, 256 << 10);
+    set(IPPROTO_TCP, TCP_NOTSENT_LOWAT, 64 << 10);
     set(SOL_SOCKET, SO_KEEPALIVE, 1);
     set(IPPROTO_TCP, TCP_KEEPIDLE, 60);
     set(IPPROTO_TCP, TCP_KEEPINTVL, 15);

@@ -78,6 +78,7 @@ public:
 
     void accept(const ReceivedRequest& upgrade) {
         stream_.next_layer().setOnEmpty([this] { onAllRead(); });
+        stream_.next_layer().setOnWrite([this] { progressed(); });
         setIdleTime(2 * context_.limits.pingTime);
         stream_.auto_fragment(false);
         stream_.text(true);

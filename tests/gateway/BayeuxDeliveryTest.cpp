@@ -1,6 +1,7 @@
 #include <utility>
 
 #include "BayeuxFixture.h"
+#include "connector/common/RequestOrigin.h"
 
 namespace {
 
@@ -359,6 +360,26 @@ TEST_F(BayeuxSocketTest, leavesWhatASlowClientDoesNotTakeToTheRulesOfTheQueue) {
     EXPECT_THAT(socket_->received(),
                 AllOf(StartsWith(R"([{"channel":"/connector/dropped",)"), HasSubstr(delivery(output, "9")),
                       Not(HasSubstr(delivery(output, "0")))));
+}
+
+TEST_F(BayeuxSocketTest, isWaitedForAsLongAsItsConnectionTakesSomething) {
+    const std::string output = "/eval/response/output";
+    begin({.queueBytes = 800, .replyBytes = 100}, output);
+    std::shared_ptr<connector::common::ClientPace> pace;
+    const auto code = messages_.subscribe("/eval/request", [&](const auto& message) {
+        pace = connector::common::RequestOrigin::of(*message.context)->pace;
+    });
+    send(*socket_, R"([{"channel":"/eval/request","clientId":"$","data":"1"}])");
+    socket_->unsent = 100;
+    for (int i = 0; i < 10; ++i) publish(output, "1");
+    std::shared_ptr<Post> post;
+    for (const bool isPolling : {false, true}) {
+        if (isPolling) post = connect();
+        now_ += 3s;
+        EXPECT_FALSE(pace->isBehind());
+        isPolling ? post->pending->progressed() : socket_->progressed();
+        EXPECT_TRUE(pace->isBehind());
+    }
 }
 
 }  // namespace

@@ -221,6 +221,9 @@ TEST_F(ClientSessionTest, isBehindFromAnEighthOfItsQueueToASixteenthAsLongAsItTa
     now_ += 1ms;
     EXPECT_FALSE(isBehindAfter(1, 0));  // gone
     EXPECT_TRUE(isBehindAfter(0, 1));   // and back
+    now_ += 3s;
+    EXPECT_FALSE(pace->isBehind());
+    session->noteReading();
     EXPECT_TRUE(isBehindAfter(0, 10));
     std::jthread waiter([&] { pace->waitUntilCaughtUp(60s); });
     EXPECT_FALSE(isBehindAfter(0, 1));

@@ -99,6 +99,10 @@ public:
     /// Blocks: while the queue is empty and the session open, for `timeout` at most.
     TakenFrames take(std::size_t maxBytes, std::chrono::milliseconds timeout);
 
+    /// Says that the client has read a part of what was taken: what its requests print goes on waiting for
+    /// it. Cheap.
+    void noteReading();
+
     /// Has `wakeUp` called whenever the queue becomes non-empty and when the session closes; at once, when
     /// either is so already. It is let go when the session closes, or for another one, which may be empty; a
     /// thread that is about to call it may do so after that.
