@@ -134,6 +134,12 @@ void RemoteStream::open(HttpClient& http) {
             throw ServerRefusal(problem);
         throw ConnectionLost(problem, false);  // it takes no more clients now, and may do so later
     }
+    const auto extension = extensionOf(*reply);
+    const auto server = extension.isNull() ? "" : extension->optValue<std::string>("server", "");
+    if (!server_.empty() && server != server_) {
+        throw ServerRefusal("the server was started again; the code that ran there is gone");
+    }
+    server_ = server;
     {
         const MutexLock lock(mutex_);
         clientId_ = reply->optValue<std::string>("clientId", "");

@@ -56,6 +56,7 @@ private:
     // The thread's, once that runs.
     Poco::Int64 acknowledged_ = 0;
     Poco::Int64 sequence_ = 0;  ///< number of the last message; 0 before the first
+    std::string server_;        ///< its name, which is another one when it is started again
 
     connector::Mutex mutex_;
     std::condition_variable changed_;

@@ -51,13 +51,17 @@ std::string outcomeOf(const Poco::JSON::Object& response) {
 
 namespace {
 
-// A request is known by its uuid, if that can be a name.
-void nameRequest(connector::common::ContextState& context, const Poco::Dynamic::Var& uuid) {
-    using connector::common::RequestOrigin;
+using connector::common::RequestNames;
+using connector::common::RequestOrigin;
+
+// A request is known by its uuid, if that can be a name and no other request has it now.
+void nameRequest(connector::common::ContextState& context, const Poco::Dynamic::Var& uuid,
+                 RequestNames& names) {
     const auto given = RequestOrigin::of(context);
     RequestOrigin origin = given ? *given : RequestOrigin();
     const std::string name = uuid.isString() ? uuid.extract<std::string>() : "";
-    origin.request = RequestOrigin::isName(name) ? name : RequestOrigin::newName();
+    if (RequestOrigin::isName(name)) origin.reservation = names.reserve(name);
+    origin.request = origin.reservation ? name : RequestOrigin::newName();
     RequestOrigin::set(context, std::move(origin));
 }
 
@@ -77,7 +81,8 @@ RequestDispatcher::RequestDispatcher(std::shared_ptr<connector::ServiceFramework
                                      DispatcherOptions options)
     : framework_(std::move(framework)),
       serializer_(std::move(serializer)),
-      isReadingInput_(std::move(options.isReadingInput)) {
+      isReadingInput_(std::move(options.isReadingInput)),
+      names_(std::move(options.names)) {
     for (std::size_t i = 0; i < laneCount; ++i) {
         const auto lane = static_cast<Lane>(i);
         if (lane == Lane::BasePrompt) {
@@ -142,7 +147,7 @@ void RequestDispatcher::queue(Lane where, const std::shared_ptr<Request>& reques
 void RequestDispatcher::readMessage(Request& request, Poco::JSON::Object::Ptr object) const {
     checkMessage(request.typeName, *object);
     request.message = serializer_->read(request.typeName, object);
-    nameRequest(*request.context, object->get("uuid"));
+    nameRequest(*request.context, object->get("uuid"), *names_);
 }
 
 Answer RequestDispatcher::run(Request& request) {
@@ -192,6 +197,9 @@ Answer RequestDispatcher::deliver(Request& request) {
 
 void RequestDispatcher::finish(const Request& request, Answer answer) {
     if (answer.status != 200) count(request.typeName, "refused");
+    // The client may send another of this name as soon as it has the answer.
+    const auto origin = request.context ? RequestOrigin::of(*request.context) : nullptr;
+    if (origin && origin->reservation) origin->reservation->release();
     request.done(std::move(answer));
 }
 

@@ -8,6 +8,7 @@
 #include "bayeux/channelRules.h"
 #include "connector/json/write.h"
 #include "connector/wireWords.h"
+#include "dispatch/RequestDispatcher.h"
 
 namespace gateway::bayeux {
 
@@ -32,7 +33,7 @@ BayeuxSession::BayeuxSession(std::shared_ptr<ServerCore> core, const Peer& peer,
       ended_(std::move(ended)),
       outbox_(client, isAcknowledged, core_->options.replyBytes),
       subscriptions_(client, core_->options.subscriptionsPerSession),
-      evaluations_(client, core_->requestNames, core_->options.evaluationsPerSession),
+      evaluations_(client, core_->dispatcher.names(), core_->options.evaluationsPerSession),
       calls_(core_->dispatcher, client, evaluations_.underWay(), core_->options.callsPerSession),
       connects_(core_->options.connectsPerSecond, now()),
       lastActivity_(now()) {
@@ -120,7 +121,7 @@ std::string BayeuxSession::publish(const ClientMessage& message) {
     const auto& channel = message.channel();
     if (!isPortableName(channel)) return failed(message, errorText(405, channel, "bad channel name"));
     if (isReservedForServices(channel)) return failed(message, errorText(403, channel, "denied"));
-    if (!message.has("data")) return failed(message, errorText(400, "missing data"));
+    if (!message.has("data")) return failed(message, errorText(400, channel, "missing data"));
     if (channel == connector::wire::channel::evalRequest) return evaluations_.start(message);
     // It says that the data holds bytes as text, and is the one extension that others have to see.
     Members members;

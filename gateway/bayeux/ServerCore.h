@@ -1,14 +1,12 @@
 #pragma once
 
 #include <cstddef>
-#include <memory>
 #include <string>
 #include <utility>
 
 #include "bayeux/ReadTurns.h"
 #include "bayeux/ServerOptions.h"
 #include "bayeux/replies.h"
-#include "connector/common/RequestNames.h"
 #include "connector/identifiers.h"
 
 namespace boost::asio {
@@ -44,8 +42,6 @@ struct ServerCore {
     /// By which clients that come back tell whether the server was started again.
     const std::string name = connector::randomUuid();
     ReadTurns turns;
-    const std::shared_ptr<connector::common::RequestNames> requestNames =
-        std::make_shared<connector::common::RequestNames>();
 };
 
 }  // namespace gateway::bayeux

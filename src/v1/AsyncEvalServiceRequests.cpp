@@ -198,8 +198,8 @@ std::shared_ptr<cmddistributor::PromiseDelegate> AsyncEvalService::completionOf(
     promise->getFuture().then([weak = weak_from_this(), request = std::move(request)](Future<void> ended) {
         // What other threads of the code print from now on belongs to no request.
         if (request->printed) request->printed->stop();
-        request->endForClient();
         if (const auto self = weak.lock()) self->complete(*request, isSuccess(ended));
+        request->endForClient();
         request->end.tell();
     });
     return std::make_shared<cmddistributor::PromiseDelegateT<void>>(std::move(promise),
@@ -207,12 +207,13 @@ std::shared_ptr<cmddistributor::PromiseDelegate> AsyncEvalService::completionOf(
 }
 
 // Each step is taken whatever becomes of the others.
-void AsyncEvalService::complete(const StreamedRequest& request, bool isSuccess) {
+void AsyncEvalService::complete(StreamedRequest& request, bool isSuccess) {
     const common::CurrentContext context(request.context);
     // What could not be typed has answered nothing.
     auto prompt = request.context->getOr<std::uint64_t>(common::RequestOrigin::forPrompt, 0);
     if (!isSuccess) answeredPrompt_.compare_exchange_strong(prompt, 0);
     catchAndLog("flush", [&] { flush(); });
+    request.endForClient();
     catchAndLog("completion", [&] {
         publish(wire::channel::completion,
                 DataBuffer(json::quoted(isSuccess ? wire::completion::success : wire::completion::failure)));

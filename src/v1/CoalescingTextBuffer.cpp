@@ -93,7 +93,7 @@ void CoalescingTextBuffer::appendText(std::u16string_view text, StreamTypeEnum t
     Batch others;
     if (isOfOther(type, context) && ownPieces == before) others = takeBatch();
     currentStream_ = type;
-    currentContext_ = std::move(context);
+    currentContext_.swap(context);  // the old one goes after the lock
     const bool wakes = pending_.empty();
     if (wakes) batchStart_ = getCurrentTime();
     if (dduxEnabled_) appendDduxData(fl::i18n::to_string(text));
@@ -124,8 +124,10 @@ void CoalescingTextBuffer::deliverInOrder() {
 }
 
 void CoalescingTextBuffer::clear() {
+    std::shared_ptr<common::ContextState> context;  // goes after the lock
     MutexLock lock(mutex_);
     pending_.clear();
+    context.swap(currentContext_);
     condition_.notify_one();
 }
 

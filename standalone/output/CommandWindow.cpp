@@ -69,6 +69,7 @@ CommandWindow::Recipient CommandWindow::recipient() const {
 // What nobody waits for in a captured window is kept for who answers the next prompt, unless a stream has
 // answered the last one: then it is for those who watch the terminal's.
 bool CommandWindow::isCaptured() const {
+    if (running_.isLateThreadOfStream()) return false;
     const auto& active = CmdWinSinkHandle::activeSink(false);
     return active != terminal_->getSink(false) && (active->isWaitedFor() || !isTypedByStream_);
 }

@@ -12,6 +12,8 @@
 #include "connector/ThreadSafety.h"
 #include "connector/common/ContextState.h"
 #include "connector/common/RequestOrigin.h"
+#include "python/InterpreterServices.h"
+#include "python/interpreterLock.h"
 #include "zvm/identities.h"
 
 namespace standalone {
@@ -53,12 +55,22 @@ public:
     /// The one that the calling thread's code belongs to, or null. A thread that Python code has started
     /// belongs to the request that it was started by, for as long as that runs; others, as those of native
     /// code, to the outermost, not to one that runs inside it.
+    /// Whoever delivers what native code has printed does so for the outermost, too.
     const RunningRequest* ofThisThread() const {
         if (requests_.empty()) return nullptr;
-        if (std::this_thread::get_id() == interpreterThread_) return &requests_.back();
-        if (startedBy == 0) return &requests_.front();
-        const auto found = std::ranges::find(requests_, startedBy, &RunningRequest::number);
+        const bool isInterpreterThread = std::this_thread::get_id() == interpreterThread_;
+        if (KeepsInterpreterLock::isHere() && (isBetweenSteps_ || !isInterpreterThread)) {
+            return &requests_.front();
+        }
+        if (isInterpreterThread) return &requests_.back();
+        if (starter.number == 0) return &requests_.front();
+        const auto found = std::ranges::find(requests_, starter.number, &RunningRequest::number);
         return found == requests_.end() ? nullptr : &*found;
+    }
+    /// Whether the calling thread was started by code that was streamed and has ended: what it prints is
+    /// nobody's, above all not of a captured evaluation that runs now.
+    bool isLateThreadOfStream() const {
+        return starter.isStreamed && !KeepsInterpreterLock::isHere() && ofThisThread() == nullptr;
     }
     /// The context of that request; may be null.
     std::shared_ptr<connector::common::ContextState> contextOfThisThread() const {
@@ -66,14 +78,13 @@ public:
         return request == nullptr ? nullptr : request->context;
     }
 
-    /// The request that a thread belongs to which this one starts: its number, never that of another; 0 for
-    /// none that is known.
-    std::uint64_t numberForNewThread() const {
-        if (std::this_thread::get_id() != interpreterThread_) return startedBy;
-        return requests_.empty() ? 0 : requests_.back().number;
+    /// For the threads that this one starts.
+    ThreadStarter starterOfNewThread() const {
+        if (std::this_thread::get_id() != interpreterThread_) return starter;
+        if (requests_.empty()) return {};
+        return {requests_.back().number, requests_.back().options.getOutSink() != nullptr};
     }
-    /// The calling thread was started by the request with this number.
-    static void setStartedBy(std::uint64_t number) { startedBy = number; }
+    static void setStarter(const ThreadStarter& ofThisThread) { starter = ofThisThread; }
 
     /// Of the client that the calling thread's code waits for when that is behind; null where it waits for
     /// none, as between two steps of other code.
@@ -101,7 +112,7 @@ private:
         paceOfOutermost_.swap(pace);  // the old one goes without the lock
     }
 
-    static inline thread_local std::uint64_t startedBy = 0;
+    static inline thread_local ThreadStarter starter{};
 
     std::vector<RunningRequest> requests_;
     std::uint64_t last_ = 0;

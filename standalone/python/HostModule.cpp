@@ -200,10 +200,12 @@ PyObject* takeUnraisable(PyObject*, PyObject* dropped) {
 }
 
 // Runs a thread's function: what it does belongs to the request that has started the thread.
-PyObject* runForRequest(PyObject* numberAndFunction, PyObject* arguments, PyObject* keywords) {
-    PyObject* const function = PyTuple_GET_ITEM(numberAndFunction, 1);
-    const auto number = PyLong_AsUnsignedLongLong(PyTuple_GET_ITEM(numberAndFunction, 0));
-    if (bound != nullptr) bound->setStartedBy(number);
+PyObject* runForRequest(PyObject* starterAndFunction, PyObject* arguments, PyObject* keywords) {
+    unsigned long long number = 0;
+    int isStreamed = 0;
+    PyObject* function = nullptr;
+    if (PyArg_ParseTuple(starterAndFunction, "KpO", &number, &isStreamed, &function) == 0) return nullptr;
+    if (bound != nullptr) bound->setStarter({number, isStreamed != 0});
     return PyObject_Call(function, arguments, keywords);
 }
 
@@ -212,10 +214,11 @@ PyMethodDef runForRequestDefinition = {
     METH_VARARGS | METH_KEYWORDS, nullptr};
 
 PyObject* ofThisRequest(PyObject*, PyObject* function) {
-    const std::uint64_t number = bound != nullptr ? bound->numberForNewThread() : 0;
-    if (number == 0 || PyCallable_Check(function) == 0) return PyRef::share(function).release();
-    const PyRef numberAndFunction(Py_BuildValue("(KO)", static_cast<unsigned long long>(number), function));
-    return numberAndFunction ? PyCFunction_New(&runForRequestDefinition, numberAndFunction.get()) : nullptr;
+    const auto starter = bound != nullptr ? bound->starterOfNewThread() : ThreadStarter();
+    if (starter.number == 0 || PyCallable_Check(function) == 0) return PyRef::share(function).release();
+    const PyRef starterAndFunction(Py_BuildValue("(KiO)", static_cast<unsigned long long>(starter.number),
+                                                 starter.isStreamed ? 1 : 0, function));
+    return starterAndFunction ? PyCFunction_New(&runForRequestDefinition, starterAndFunction.get()) : nullptr;
 }
 
 PyObject* clearWindow(PyObject*, PyObject*) {

@@ -14,6 +14,12 @@ namespace standalone {
 /// How reading typed input ended. With `Interrupted` a Python exception is set.
 enum class ReadResult { Line, EndOfInput, Interrupted, Stopped };
 
+/// The request whose code has started a thread.
+struct ThreadStarter {
+    std::uint64_t number = 0;  ///< never that of another; 0 for none that is known
+    bool isStreamed = false;   ///< its output has a sink of its own
+};
+
 /// What Python code asks of the interpreter around it.
 ///
 /// Threads: any thread that holds the interpreter's lock; reading only on the interpreter thread.
@@ -55,10 +61,9 @@ public:
     /// the interpreter's lock released.
     virtual bool raiseEvent(std::u16string tag, TaggedEvent::Members members) = 0;
 
-    /// The number of the request that a thread belongs to which the calling one starts; 0 for none.
-    virtual std::uint64_t numberForNewThread() const = 0;
-    /// The calling thread was started by the code of that request.
-    virtual void setStartedBy(std::uint64_t number) = 0;
+    /// By whom threads are started that the calling one starts, and by whom the calling one was.
+    virtual ThreadStarter starterOfNewThread() const = 0;
+    virtual void setStarter(const ThreadStarter& starter) = 0;
 
     virtual bool isInterpreterThread() const = 0;
     /// The options of the request that the calling thread's code belongs to; null when there is none.

@@ -85,8 +85,8 @@ private:
         window_.moveHome();
         return awaitOwner();
     }
-    std::uint64_t numberForNewThread() const override { return running_.numberForNewThread(); }
-    void setStartedBy(std::uint64_t number) override { RunningRequests::setStartedBy(number); }
+    ThreadStarter starterOfNewThread() const override { return running_.starterOfNewThread(); }
+    void setStarter(const ThreadStarter& starter) override { RunningRequests::setStarter(starter); }
     bool hasSubscribers(std::u16string_view tag) const override { return announcements_.hasSubscribers(tag); }
     bool postEvent(std::u16string tag, TaggedEvent::Members members, std::size_t bytes) override {
         announcements_.post(std::move(tag), std::move(members), bytes,

@@ -147,7 +147,7 @@ TEST_F(BayeuxMessageTest, thatPublishesIsRefusedWhereClientsMayNot) {
     EXPECT_EQ(published("/a/*"), refused("405:/a/*:bad channel name"));
     EXPECT_EQ(published("a b"), refused("405::bad channel name"));
     EXPECT_EQ(published("/service"), refused("405::bad channel name"));
-    EXPECT_EQ(reply(R"("channel":"/a")"), R"("channel":"/a",)" + refused("400::missing data"));
+    EXPECT_EQ(reply(R"("channel":"/a")"), R"("channel":"/a",)" + refused("400:/a:missing data"));
 }
 
 // ---- the rest ----

@@ -125,6 +125,30 @@ TEST_F(StreamIdentityTest, isThatOfTheCodeThatGivesWorkToAThreadOfAPool) {
     EXPECT_THAT(until("b completion Done: success"), testing::IsSupersetOf({"a output 1\n", "b output 2\n"}));
 }
 
+// Whoever prints next delivers it: here a thread whose code has ended, and a call inside the code.
+TEST_F(StreamIdentityTest, isThatOfTheRunningCodeInWhatNativeCodePrints) {
+    publish("a", R"(
+import os, threading
+go, gone = threading.Event(), threading.Event()
+def work():
+    go.wait(); print('after a', flush=True); gone.set()
+threading.Thread(target=work).start()
+ended = False
+def stop(): global ended; ended = True)");
+    publish("b",
+            "os.write(1, b'native 1 '); go.set(); gone.wait(); os.write(1, b'native 2\\n')\n"
+            "while not ended: pass");
+    until("b iqminput NO_PROMPT");
+    EXPECT_EQ(call(u"print", {u"\"inside\""}, 0, "ppe"), "[]");
+    EXPECT_EQ(call(u"stop", {}, 0, "ppe"), "[]");
+    std::string all;
+    for (const auto& line : until("b completion Done: success")) all += line;
+    EXPECT_THAT(all, testing::HasSubstr("b output native 1 "));
+    EXPECT_THAT(all, testing::HasSubstr("native 2\n"));
+    EXPECT_THAT(all, testing::Not(testing::HasSubstr("- output native")));
+    EXPECT_THAT(all, testing::Not(testing::HasSubstr("inside")));
+}
+
 TEST_F(StreamIdentityTest, lettersTypedForAPromptGoToNoOther) {
     publish("a", "import getpass\nn = input('Name? ')\np = getpass.getpass()\nprint(n, p)");
     until("a iqminput INPUT_PROMPT");

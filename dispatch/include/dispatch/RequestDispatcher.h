@@ -17,6 +17,7 @@
 #include "connector/ThreadSafety.h"
 #include "connector/WorkerPool.h"
 #include "connector/common/ContextState.h"
+#include "connector/common/RequestNames.h"
 #include "connector/json/JsonSerializer.h"
 #include "dispatch/Answer.h"
 #include "dispatch/lanes.h"
@@ -29,6 +30,9 @@ struct DispatcherOptions {
     std::size_t queueBytes = std::size_t{128} << 20;  ///< of bodies that are not read yet
     /// Whether code waits for an evaluation to be its input. It must be quick; may be null.
     std::function<bool()> isReadingInput{};
+    /// Of the requests that have not ended, for whoever takes some by other ways, too.
+    std::shared_ptr<connector::common::RequestNames> names =
+        std::make_shared<connector::common::RequestNames>();
 };
 
 struct DispatcherMetrics {
@@ -82,6 +86,8 @@ public:
     void submitUnread(std::size_t bytes, std::function<Read()> read,
                       std::shared_ptr<connector::common::ContextState> context, Done done);
 
+    const std::shared_ptr<connector::common::RequestNames>& names() const { return names_; }
+
     /// How many requests are queued or run.
     std::size_t pending() const;
     DispatcherMetrics metrics() const;
@@ -109,6 +115,7 @@ private:
     const std::shared_ptr<connector::ServiceFramework> framework_;
     const std::shared_ptr<connector::json::JsonSerializer> serializer_;
     const std::function<bool()> isReadingInput_;
+    const std::shared_ptr<connector::common::RequestNames> names_;
     std::atomic<bool> isStopped_{false};
 
     mutable connector::Mutex mutex_;

@@ -136,7 +136,7 @@ private:
     std::shared_ptr<cmddistributor::PromiseDelegate> completionOf(std::shared_ptr<StreamedRequest> request);
     /// Lets what is queued run, unless its client takes it back.
     static void release(StreamedRequest& request, zvm::detail::CmdDistributorTaskReference task);
-    void complete(const StreamedRequest& request, bool isSuccess);
+    void complete(StreamedRequest& request, bool isSuccess);
     void doPromptChange(nmutil::prompt::InputRequester prompt);
     void sendDduxRequest(const std::string& payload);
     void sendDduxResponse();
