@@ -61,12 +61,15 @@ class ClientTest(ClientTestCase):
         self.assertEqual((await self.client.eval("while True: pass", timeout=.1)).faults[0][0], "Request.Timeout")
         self.assertEqual(await self.client.call("divmod", 7, 2, nargout=2), [3, 1])
         self.assertIsNone(await self.client.call("print", nargout=0))
-        for request, message in {
-            self.client.call("nosuch"): "^NameError: there is no function named 'nosuch'$",
-            self.client.call("len", 1, nargout="x"): "nargout",
-            self.client._call("connector/v1/Nothing", {}): "^/service/connector/v1/Nothing: no such request type$",
-        }.items():
-            with self.assertRaisesRegex(numora_client.CallError, message):
+        self.assertEqual(await self.client.call("len", "\ud83d\ude00"), 1)
+        for request, error, message in [
+            (self.client.call("nosuch"), "CallError", "^NameError: there is no function named 'nosuch'$"),
+            (self.client._call("a/b", {}), "CallError", "^/service/a/b: no such request type$"),
+            (self.client.call("len", float("nan")), "ValueError", "^Out of range float"),
+            (self.client.call("len", "\ud800"), "ValueError", "^text must not hold surrogates without"),
+            (self.client.call("len", "x" * (17 << 20)), "Disconnected", "^a request must have at most 16 MiB$"),
+        ]:
+            with self.assertRaisesRegex(getattr(numora_client, error, ValueError), message):
                 await request
 
     async def test_each_stream_gets_its_own_text_and_status(self):
@@ -80,6 +83,25 @@ class ClientTest(ClientTestCase):
             self.assertEqual(others[-1].success, number % 2 == 0)
 
         await asyncio.wait_for(asyncio.gather(*(one((self.client, other)[i % 3 > 0], i) for i in range(24))), LIMIT)
+
+    async def test_what_is_left_ends_and_brings_nothing_to_the_next(self):
+        async with self.client.stream("for i in range(50_000): print('x' * 50)") as stream:
+            while not isinstance(await stream.__anext__(), Output): pass
+        messages = await self.client.messages("/eventmgr/0/mine").__aenter__()
+        await self.client.eval("import numora; numora.post_event('mine', 1)")
+        self.assertEqual((await asyncio.wait_for(messages.__anext__(), LIMIT)).data, {"payload": 1})
+        reading = asyncio.create_task(self.read(messages))
+        await asyncio.sleep(0)
+        await messages.aclose()
+        self.assertEqual(await asyncio.wait_for(reading, LIMIT), ("", []))
+
+    async def test_a_refusal_ends_a_stream_that_nobody_waited_for(self):
+        stream = self.client.stream("1", capabilities=[5])
+        beginning = asyncio.create_task(stream.__anext__())
+        while stream._session is None: await asyncio.sleep(0)
+        beginning.cancel()
+        with self.assertRaisesRegex(numora_client.CallError, "capabilities"):
+            await asyncio.wait_for(stream.__anext__(), LIMIT)
 
     async def test_types_at_the_prompt_that_is_named_and_code_is_never_typed(self):
         prompts, waiting = [], []
@@ -116,6 +138,7 @@ class ClientTest(ClientTestCase):
             ("ftp://host/", "AddressError", '^the address must begin with http:// or https://, and is "ftp://host/"$'),
             ("http://host:99999/?token=t", "AddressError",
              '^the address must name a host, and a port between 1 and 65535 if any, and is "http://host:99999/"$'),
+            ("http://x..y/", "AddressError", "^the address must name a host"),
             ("http://host/?token=%0A", "AddressError", "^the token must be of letters, digits and -._~$"),
             (server + "/?token=wrong", "CallError", "^the token is missing or wrong$"),
             (server + "/numora/?token=" + TOKEN, "Disconnected", "must be the address of a .* the HTTP status 404$"),
@@ -131,37 +154,24 @@ class ClientTest(ClientTestCase):
         self.assertEqual(_socket.connect_options(connect, {"A": "b"}), {"additional_headers": {"A": "b"}})
         self.assertEqual(_socket.status_of(Refused()), 404)
 
-    async def test_loses_and_doubles_nothing_when_the_connection_is_cut(self):
+    async def test_loses_and_doubles_nothing_when_connections_are_cut_and_a_session_ends(self):
         proxy = self.enterContext(CuttingProxy(self.server.port))
         client = await self.enter(numora_client.Client(f"http://127.0.0.1:{proxy.port}", TOKEN))
         cuts = 0
 
         def cut_sometimes(event):
             nonlocal cuts
-            if isinstance(event, Output) and cuts < 5:
-                cuts += 1
-                proxy.cut()
+            if not isinstance(event, Output) or cuts == 5: return None
+            cuts += 1
+            if cuts != 3: return proxy.cut()
+            disconnect = {"channel": "/meta/disconnect", "clientId": stream._session._client_id}
+            return asyncio.to_thread(self.server.request, "/cometd", [disconnect])
 
         code = "import time\nfor i in range(10_000):\n    print(i)\n    if i % 1000 == 999: time.sleep(.2)"
-        text, others = await asyncio.wait_for(self.read(client.stream(code), cut_sometimes), LIMIT)
+        stream = client.stream(code)
+        text, others = await asyncio.wait_for(self.read(stream, cut_sometimes), LIMIT)
         self.assertEqual(text.split(), [str(i) for i in range(10_000)])
         self.assertEqual((others, cuts), ([Completed(True)], 5))
-
-    async def test_goes_on_when_the_session_has_ended(self):
-        has_ended = False
-
-        def end_session(event):
-            nonlocal has_ended
-            if not isinstance(event, Output) or has_ended:
-                return None
-            has_ended = True
-            return asyncio.to_thread(self.server.request, "/cometd",
-                                     [{"channel": "/meta/disconnect", "clientId": stream._session._client_id}])
-
-        stream = self.client.stream("import time\nfor i in range(40): print(i, flush=True); time.sleep(.02)")
-        text, others = await asyncio.wait_for(self.read(stream, end_session), LIMIT)
-        self.assertEqual(text.split(), [str(i) for i in range(40)])
-        self.assertEqual(others, [Completed(True)])
 
     async def test_a_slow_reader_gets_all_and_holds_up_nothing_else(self):
         most = 0

@@ -6,7 +6,6 @@ import asyncio
 import collections
 from typing import Callable, Optional
 
-from .errors import NumoraError
 from .events import Message
 
 _ROOM = 8 << 20  # characters that wait before the server is asked for less
@@ -26,7 +25,7 @@ class Inbox:
         self.request = request
         self._messages: collections.deque[tuple[Message, int]] = collections.deque()
         self._size = 0
-        self._error: Optional[NumoraError] = None
+        self._error: Optional[Exception] = None
         self._arrival = asyncio.Event()
         self.room = asyncio.Event()
         self.room.set()
@@ -44,9 +43,9 @@ class Inbox:
             self.room.clear()
         self._arrival.set()
 
-    def fail(self, error: NumoraError) -> None:
-        """The reader gets the error after what has come."""
-        self._error = error
+    def fail(self, error: Exception) -> None:
+        """Whoever reads gets the error after what has come; of several the first."""
+        self._error = self._error or error
         self._arrival.set()
 
     async def get(self, most: int) -> list[Message]:

@@ -23,6 +23,7 @@ _REFUSED_TIME = 5.0  # seconds in which a first handshake is tried again, if the
 _SESSION_TIME = 25.0  # seconds without a connection after which the server has ended the session for sure
 _SIP_TIME = 1.0  # seconds between batches for a slow reader: a client that takes nothing for longer may lose text
 _SIGN_TIME = 5.0  # seconds between signs of life while nothing is taken
+_ENDING_TIME = 0.5  # seconds from the end of code to its completion, on a machine that is busy
 _NOWHERE = "/service/alive"  # subscribing to it has no effect
 _NO_PROMPT = (1 << 53) - 1  # the number of a prompt that never comes
 _LOST, _CLOSED = "the connection was lost", "the client was closed"
@@ -119,6 +120,18 @@ class Session:
         await self._until_online()  # before it can look like one that the last session had
         self._patterns, self._inbox, self._number, self._last_number = list(patterns), inbox, 0, 0
         self._begin(await self.request("/meta/subscribe", subscription=self._patterns))
+
+    async def publish(self, code: str, options: dict[str, Any], inbox: Inbox) -> Optional[Exception]:
+        """Runs code whose events go to `inbox`. Gives the error if it was refused, and the inbox has it, too."""
+        try:
+            await self._until_online()
+            if self._inbox is not inbox:
+                raise Disconnected("the subscription has ended, and the code has not run")
+            await self.request("/eval/request", data=code, ext={"connector": options})
+        except Exception as error:
+            inbox.fail(error)
+            return error
+        return None
 
     async def unsubscribe(self) -> None:
         """Throws: Disconnected when there is no connection; it does not wait for one."""
@@ -230,6 +243,7 @@ class Session:
         connector = {"request": self._inbox.request, "prompt": _NO_PROMPT}  # refused, for one reason or the other
         reply = await self._reply("/eval/request", data="", ext={"connector": connector})
         if reply.get("error", "").endswith(":the prompt is gone"):  # and the name is free
+            await asyncio.sleep(_ENDING_TIME)  # the name is free just before the completion has its number
             self._last_number = _own(await self._give_sign()).get("seq", 0)
 
     def _begin(self, reply: dict[str, Any]) -> None:

@@ -30,6 +30,12 @@ def status_of(error: Exception) -> int:
     return int(getattr(response, "status_code", 0))
 
 
+def _loss(error: ConnectionClosed) -> Disconnected:
+    closing = getattr(error, "rcvd", None)
+    is_too_large = closing is not None and closing.code == 1009
+    return Disconnected("a request must have at most 16 MiB" if is_too_large else "the connection was lost")
+
+
 class Socket:
     """An open connection. What fails is Disconnected."""
 
@@ -37,10 +43,16 @@ class Socket:
         self._connection = connection
 
     async def send(self, message: dict[str, Any]) -> None:
+        """Throws: ValueError or TypeError for what has no form in JSON; nothing is sent then."""
         try:
-            await self._connection.send(json.dumps([message]))
-        except ConnectionClosed:
-            raise Disconnected("the connection was lost") from None
+            frame = json.dumps([message], allow_nan=False, ensure_ascii=False)
+            frame = frame.encode("utf-16", "surrogatepass").decode("utf-16")
+        except UnicodeError:
+            raise ValueError("text must not hold surrogates without their other half") from None
+        try:
+            await self._connection.send(frame)
+        except ConnectionClosed as error:
+            raise _loss(error) from None
 
     async def frames(self) -> AsyncIterator[tuple[list[dict[str, Any]], int]]:
         """The messages of each frame, and its length in characters. Ends with Disconnected."""
@@ -51,9 +63,7 @@ class Socket:
                     raise ValueError("not an array of messages")
                 yield messages, len(frame)
         except ConnectionClosed as error:
-            closing = getattr(error, "rcvd", None)
-            if closing is not None and closing.code == 1009:
-                raise Disconnected("the request is larger than the server takes") from None
+            raise _loss(error) from None
         except ValueError as error:
             raise Disconnected(f"the server sent what is not an array of messages: {error}") from None
         raise Disconnected("the connection was lost")

@@ -27,6 +27,7 @@ def parse(url: str, token: Optional[str], context: Optional[ssl.SSLContext]) -> 
     try:
         parts = urllib.parse.urlsplit(url.strip())
         host, port = parts.hostname, parts.port
+        (host or "").encode("idna")  # no label is empty or too long
     except ValueError:
         host, port = None, None
     else:

@@ -147,6 +147,9 @@ class Client:
                 break
         else:
             session = await self._open()
+            if self._main is None:  # closed meanwhile
+                await session.close()
+                self._session()
         self._busy.add(session)
         return session
 

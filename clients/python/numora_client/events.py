@@ -65,7 +65,7 @@ class Home(StreamEvent):
 
 @dataclasses.dataclass(frozen=True)
 class Suggestion(StreamEvent):
-    """Code that the interpreter suggests to run next."""
+    """A name that may have been meant, where there is none of that kind."""
 
     text: str
 

@@ -3,12 +3,12 @@
 from __future__ import annotations
 
 import asyncio
+import re
 import uuid
 from typing import TYPE_CHECKING, Any, Callable, Generic, Iterable, Optional, Sequence, TypeVar
 
 from ._inbox import Inbox
 from ._session import Session
-from .errors import NumoraError
 from .events import EVENTS, NOTICES, RESPONSES, Completed, Message, StreamEvent, event_from
 
 if TYPE_CHECKING:
@@ -24,11 +24,12 @@ class Reader(Generic[T]):
     It has a session of its own, so that one that is read slowly holds up nothing but itself.
     """
 
+    _session: Optional[Session] = None  # also of one whose constructor has failed
+
     def __init__(self, client: Client, patterns: Sequence[str], inbox: Inbox) -> None:
         self._client = client
         self._patterns = patterns
         self._inbox = inbox  # which does not know the reader, so that one that nobody has any more is collected
-        self._session: Optional[Session] = None
         self._has_ended = False
 
     async def __aenter__(self: R) -> R:
@@ -52,7 +53,7 @@ class Reader(Generic[T]):
             raise StopAsyncIteration
         try:
             taken = [self._read(message) for message in await self._inbox.get(most)]
-        except NumoraError:
+        except Exception:
             self._release()
             raise
         if self._is_last(taken[-1]):
@@ -61,19 +62,25 @@ class Reader(Generic[T]):
 
     async def aclose(self) -> None:
         """Reads no more; then it is unsubscribed. Code that runs goes on."""
-        self._has_ended = True
-        session, self._session = self._session, None
+        session = self._leave()
         if session is not None:
             await asyncio.shield(self._client.end_use(session))
 
-    def _release(self) -> None:
+    def _leave(self) -> Optional[Session]:
+        """Whoever still waits is told that it has ended."""
         self._has_ended = True
+        self._inbox.fail(StopAsyncIteration())
         session, self._session = self._session, None
+        return session
+
+    def _release(self) -> None:
+        session = self._leave()
         if session is not None:
             self._client.give_back(session)
 
     def __del__(self) -> None:
-        self._release()
+        if self._session is not None:
+            self._client.give_back(self._session)
 
     async def _begin(self) -> None:
         if self._session is not None or self._has_ended:
@@ -84,6 +91,8 @@ class Reader(Generic[T]):
         except BaseException:
             self._client.give_back(session)
             raise
+        if self._has_ended:  # left meanwhile
+            return self._client.give_back(session)
         self._session = session
         try:
             await self._start(session)
@@ -101,6 +110,12 @@ class Reader(Generic[T]):
         return False
 
 
+def _matches(pattern: str) -> Callable[[Message], bool]:
+    """A session that is used again may still bring what its last reader has left."""
+    channels = re.compile(re.escape(pattern).replace(r"\*\*", ".+").replace(r"\*", "[^/]+"))
+    return lambda message: bool(channels.fullmatch(message.channel)) or message.channel.startswith(NOTICES)
+
+
 def _is_of(request: str) -> Callable[[Message], bool]:
     return lambda message: message.request == request or message.channel.startswith(NOTICES)
 
@@ -109,7 +124,7 @@ class Messages(Reader[Message]):
     """What is published on channels."""
 
     def __init__(self, client: Client, pattern: str) -> None:
-        super().__init__(client, [pattern], Inbox(lambda message: True))
+        super().__init__(client, [pattern], Inbox(_matches(pattern)))
 
     def _read(self, message: Message) -> Message:
         return message
@@ -136,7 +151,11 @@ class Stream(Reader[StreamEvent]):
             await self._session.request("/service/connector/v1/Interrupt", data={})
 
     async def _start(self, session: Session) -> None:
-        await session.request("/eval/request", data=self._code, ext={"connector": self._options})
+        # A task, so that a refusal ends the stream even if whoever began it does not wait for that any more.
+        self._starting = asyncio.create_task(session.publish(self._code, self._options, self._inbox))
+        error = await asyncio.shield(self._starting)
+        if error:
+            raise error
 
     def _read(self, message: Message) -> StreamEvent:
         return event_from(message)
