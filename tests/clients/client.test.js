@@ -42,8 +42,8 @@ async function endSession(proxy, client) {
     assert.ok((await answer.json()).at(-1).successful);
 }
 
-/** What a stream brings whose session ends in the middle, before `code` runs, over connections with `cuts`. */
-async function throughDeadSession(t, code, cuts = []) {
+/** What a stream brings whose session ends before `code` runs and `others` do, over connections with `cuts`. */
+async function throughDeadSession(t, code, {cuts = [], others = "0"} = {}) {
     const {proxy, client: away} = await behindProxy(t);
     await client.eval(waitable);
     const stream = away.stream(`print('first', end='')\ngo.wait()\n${code}`);
@@ -51,7 +51,7 @@ async function throughDeadSession(t, code, cuts = []) {
     do begin.push((await stream.next()).value); while (begin.at(-1).text !== "first");
     await endSession(proxy, away);
     await client.call("go.set", [], {nargout: 0, dequeMode: "ppe"});
-    await client.eval("0");  // comes after that code
+    await textOf(client.stream(others));
     proxy.cuts.push(...cuts);
     proxy.refuses = false;
     const events = await textOf(stream);
@@ -91,9 +91,10 @@ describe("requests", limits, () => {
         "no server": [() => connect("http://127.0.0.1:1/lab", {token}),
             {code: "disconnected", message: /^no server can be reached at http:\/\/127.0.0.1:1\/lab\/cometd: .*ECONNREFUSED/}],
         "no server at the path": [() => connect(`${server.origin}/lab`, {token}), {code: "disconnected", message: /response: 401/}],
-        "no address": [() => connect("nonsense"), {code: "invalid", message: /^url must be/}],
         "an address of another kind": [() => connect("localhost:8350"), {code: "invalid", message: /^url must be/}],
         "a transport that is not there": [() => connect(server.origin, {transport: "long-polling"}), {code: "invalid", message: /^transport must be/}],
+        "code that is too long": [() => client.eval("x".repeat(16 << 20)), {code: "invalid", message: /^a message must not be longer/}],
+        "a value that is no JSON": [() => client.publish("/news", 10n), {code: "invalid", message: /^what is sent must be JSON values/}],
         "a name that is no channel": [() => client.publish("news", 1), {code: "invalid", message: /^channel must be/}],
     };
     for (const [name, [request, error]] of Object.entries(failures)) {
@@ -140,7 +141,7 @@ describe("streams", limits, () => {
         const {text, others} = await throughDeadSession(t, `import time
 for i in range(300):
     print(f'{i:04}' * 2500)
-    time.sleep(0.002)`, cuts);
+    time.sleep(0.002)`, {cuts});
         assert.equal(text, Array.from({length: 300}, (_, i) => `${i}`.padStart(4, "0").repeat(2500) + "\n").join(""));
         assert.deepEqual(others, [{type: "prompt", prompt: "BASE_PROMPT"}, {type: "completion", success: true}]);
     });
@@ -159,6 +160,13 @@ print('last')`);
         assert.equal(others.at(-1).type, "completion");
     });
 
+    test("a completion that the server did not keep is an error", async t => {
+        const news = setInterval(() => client.publish("/eval/request", "0"), 100);  // or it takes 25 seconds
+        t.after(() => clearInterval(news));
+        await assert.rejects(throughDeadSession(t, "", {others: "import numora\nfor i in range(10_000): numora.clc()"}),
+            {code: "disconnected", message: /^the code has ended while there was no session/});
+    });
+
     test("a request whose session has ended fails, and the client goes on", async t => {
         const {proxy, client: away} = await behindProxy(t);
         await client.eval(waitable);
@@ -173,13 +181,20 @@ print('last')`);
 
     test("a session that ended before any message had come misses none", async t => {
         const {proxy, client: away} = await behindProxy(t);
-        const messages = away.on("/eval/response/completion");
+        const messages = away.on(["/eval/response/output", "/eval/response/completion"]);
+        const values = Promise.all([messages.next(), messages.next()]);
         await away.publish("/sent", 1);  // and so the subscription before it
         await endSession(proxy, away);
         await textOf(client.stream("print('meanwhile')"));
+        let isFirst = true;  // request to subscribe again: it is refused
+        const mapFirst = act => message => (message.channel === "/meta/subscribe" && isFirst && act(message), message);
+        away.session.cometd.registerExtension("test", {
+            outgoing: mapFirst(message => (message.subscription = [])),
+            incoming: mapFirst(() => (isFirst = false, proxy.cut().catch(() => {}))),
+        });
         proxy.refuses = false;
-        const {value} = await within(20_000, messages.next(), "completion");
-        assert.equal(value.channel, "/eval/response/completion");
+        const channels = (await within(20_000, values, "messages")).map(({value}) => value.channel);
+        assert.deepEqual(channels, ["/eval/response/output", "/eval/response/completion"]);
     });
 
     test("a new page goes on after the last message that the old one had", async () => {

@@ -13,6 +13,9 @@ export interface StreamOptions {
     capabilities?: string[];
 }
 
+/** The number of no prompt: what is sent for it is refused, and before that for a name that is in use. */
+const noPrompt = Number.MAX_SAFE_INTEGER;
+
 /** Runs code and brings the events that this code causes, and no others. */
 export class EvalStream extends EventQueue<StreamEvent> {
     /** The name of the request, which all of its messages carry. */
@@ -31,6 +34,7 @@ export class EvalStream extends EventQueue<StreamEvent> {
             onRestart: () => {
                 if (this.isRunning) this.fail(NumoraError.disconnected("the server was started again, and the code has ended"));
             },
+            onResume: () => void this.findEnd().catch((error: Error) => this.fail(error)),
         };
         this.start(code, options).catch((error: Error) => this.fail(error));
     }
@@ -54,6 +58,28 @@ export class EvalStream extends EventQueue<StreamEvent> {
         await this.session.subscribe(this.listener);
         await this.session.publish("/eval/request", code, {request: this.request, prompt: 0, lossy, capabilities});
         this.isRunning = true;
+    }
+
+    // The completion of code that ended while there was no session is played again, or is not kept any more.
+    private async findEnd(): Promise<void> {
+        if (!this.isRunning || await this.isNameInUse()) return;
+        const {id} = this.session;
+        await this.session.settle();
+        if (this.session.id !== id) return;  // the next session finds out
+        this.fail(NumoraError.disconnected("the code has ended while there was no session, and how is not known"));
+    }
+
+    private async isNameInUse(): Promise<boolean> {
+        const {id} = this.session;
+        for (; this.session.id === id; await this.session.nextConnect()) {
+            try {
+                await this.session.publish("/eval/request", "", {request: this.request, prompt: noPrompt});
+            } catch (error) {
+                const {code, message} = error as NumoraError;
+                if (code !== "disconnected") return !message.startsWith("the prompt is gone");
+            }
+        }
+        return true;  // until the next session finds out
     }
 
     private leave(): void {

@@ -9,7 +9,7 @@ export interface Loss {
     bytes: number;
 }
 
-/** Events in the order in which they came, for one reader at a time. What is lost is told in its place. */
+/** Events in the order in which they came, each for one call of `next`. What is lost is told in its place. */
 export class EventQueue<Event> implements AsyncIterableIterator<Event> {
     private readonly entries: {event: Event; size: number}[] = [];
     private waiting = 0;
@@ -17,6 +17,8 @@ export class EventQueue<Event> implements AsyncIterableIterator<Event> {
     private ended = false;
     private error: Error | undefined;
     private wake = (): void => {};
+    /** Ends with the last call of `next`; one waits for the other. */
+    private turn: Promise<unknown> = Promise.resolve();
 
     /** `noticeOf` makes the event that tells of a loss; `onReturn` is called when the reader leaves the loop. */
     constructor(private readonly room: Room, private readonly noticeOf: (loss: Loss) => Event,
@@ -38,12 +40,19 @@ export class EventQueue<Event> implements AsyncIterableIterator<Event> {
 
     /** No event comes any more; after those that are there, the reader gets `error`, or the end. */
     end(error?: Error): void {
+        if (this.ended) return;
         this.ended = true;
-        this.error ??= error;
+        this.error = error;
         this.wake();
     }
 
-    async next(): Promise<IteratorResult<Event>> {
+    next(): Promise<IteratorResult<Event>> {
+        const result = this.turn.then(() => this.read());
+        this.turn = result.catch(() => {});
+        return result;
+    }
+
+    private async read(): Promise<IteratorResult<Event>> {
         while (this.entries.length === 0 && !this.ended) {
             await new Promise<void>(resolve => (this.wake = resolve));
         }

@@ -39,6 +39,8 @@ export interface Listener {
     onEnd: (error: NumoraError) => void;
     /** The server was started again: what it ran has ended. */
     onRestart?: () => void;
+    /** A new session has subscribed to the channels again, from where the last one was. */
+    onResume?: () => void;
 }
 
 interface Call {
@@ -58,6 +60,10 @@ type Reply = BayeuxMessage & {reestablish?: boolean; failure?: {reason?: string;
 const notices = ["/connector/gap", "/connector/dropped"];
 /** Milliseconds without a connection after which the server has ended the session. */
 const sessionTime = 25_000;
+/** Subscribing to it has no effect. */
+const nowhere = "/service/alive";
+/** What the members of a message take that are not of the caller, in characters. */
+const envelope = 200;
 
 /**
  * A session that goes on for as long as the server can be reached now and then.
@@ -82,6 +88,7 @@ export class Session {
     private ids = 0;
     /** The number of the last message that was handled; the server has one count for all channels. */
     private position: number | undefined;
+    private newMessages = 0;
     private isFirstOfSession = true;
     /** The session is a new one, and may not know yet what is subscribed. */
     private mustSubscribeAgain = false;
@@ -89,6 +96,9 @@ export class Session {
     private lostAt: number | undefined;
     /** Requests that wait for it to come back. */
     private delayed: (() => void)[] = [];
+    /** What waits for the next answer to a connect. */
+    private connects: (() => void)[] = [];
+    private readonly maxMessageSize: number;
     /** What the server calls itself, another name after each start. */
     private server: string | undefined;
 
@@ -105,6 +115,7 @@ export class Session {
 
     private constructor(options: SessionOptions, hasHttp: boolean) {
         this.ended = new Promise(resolve => (this.end = resolve));
+        this.maxMessageSize = options.maxMessageSize;
         this.cometd = new CometD() as CometD & Sender;
         this.cometd._warn = () => {};  // what goes wrong is told by errors
         for (const type of this.cometd.getTransportTypes()) {
@@ -145,9 +156,11 @@ export class Session {
         this.cometd.addListener("/meta/connect", reply => {
             if (reply.successful) {
                 this.lostAt = undefined;
-                this.release();
+                this.release(this.delayed);
+                this.release(this.connects);
             } else this.noteLoss();
-            if (reply.successful && this.mustSubscribeAgain) this.subscribeAgain();
+            if (reply.advice?.reconnect === "none") this.finish(NumoraError.disconnected("the server ended the session"));
+            else if (reply.successful && this.mustSubscribeAgain) this.subscribeAgain();
         });
     }
 
@@ -181,7 +194,6 @@ export class Session {
                 const error = reply.error ? errorOf(reply) : unreachable(options.url, reply);
                 reject(error);
                 this.finish(error);
-                this.cometd.disconnect();
             });
             this.cometd.handshake({ext});
         });
@@ -190,11 +202,9 @@ export class Session {
     /** Ends the session. */
     async close(): Promise<void> {
         if (this.isEnded) return;
-        this.finish();
-        if (this.cometd.isDisconnected()) return;
         await new Promise<void>(resolve => {
             const timer = setTimeout(resolve, 2000);
-            this.cometd.disconnect(() => {
+            this.finish(undefined, () => {
                 clearTimeout(timer);
                 resolve();
             });
@@ -203,6 +213,7 @@ export class Session {
 
     /** Publishes, with what `connector` says to the server about it; fails when the server refuses. */
     async publish(channel: string, data: unknown, connector?: object): Promise<void> {
+        this.requireSendable(channel, data);
         await this.online();
         return new Promise((resolve, reject) => {
             const settle = (reply: Reply): void => (reply.successful ? resolve() : reject(errorOf(reply)));
@@ -217,6 +228,7 @@ export class Session {
 
     /** Sends a request of the type `type`, and returns the response. */
     async call(type: string, request: object): Promise<any> {
+        this.requireSendable(type, request);
         await this.online();
         const uuid = newName();
         return new Promise((resolve, reject) => {
@@ -286,6 +298,7 @@ export class Session {
     // Past the library's own subscribe, which takes one channel: after a loss, one message has to name every channel, or
     // what is played for one of them would mix with what is new on another.
     private request(channel: string, subscription: string[], after?: number): Promise<Reply> {
+        if (this.isEnded) return Promise.resolve({channel, successful: false});
         const id = `numora-${++this.ids}`;
         const ext = after === undefined ? {} : {connector: {after}};
         return new Promise(resolve => {
@@ -299,16 +312,45 @@ export class Session {
         this.position ??= extensionOf(reply).seq;
     }
 
+    /** Another one for each session with the server; null after the last one. */
+    get id(): string | null {
+        return this.isEnded ? null : this.cometd.getClientId();
+    }
+
+    /**
+     * Resolves when what the server has published until now, and what is just about to be, has come, or the session was
+     * lost: with an answer to a connect that has waited for messages in vain, or after newer ones.
+     */
+    async settle(): Promise<void> {
+        const {id} = this;
+        let last: number | undefined;
+        while ((last = extensionOf(await this.request("/meta/subscribe", [nowhere])).seq) === undefined) {
+            await this.nextConnect();
+            if (this.id !== id) return;
+        }
+        let before: number;
+        do {
+            before = this.newMessages;
+            await this.nextConnect();
+        } while (this.id === id && this.newMessages > before && (this.position ?? 0) <= last);
+        if (this.newMessages > before) await this.nextConnect();
+    }
+
+    /** Resolves with the next answer to a connect, which comes after some seconds when there are no messages. */
+    nextConnect(): Promise<void> {
+        return new Promise(resolve => (this.isEnded ? resolve() : this.connects.push(resolve)));
+    }
+
     // After so long a break the server has ended the session for sure.
     private noteLoss(): void {
         this.lostAt ??= Date.now();
         if (Date.now() - this.lostAt < sessionTime) return;
         for (const call of [...this.calls.values()]) call.reject(NumoraError.disconnected("the server cannot be reached"));
-        this.release();
+        this.release(this.delayed);
     }
 
-    private release(): void {
-        for (const go of this.delayed.splice(0)) go();
+    private release(waiting: (() => void)[]): void {
+        for (const go of waiting.splice(0)) go();
     }
 
     // In a new session, which knows nothing of the last one.
@@ -320,7 +362,6 @@ export class Session {
             }
         }
         if (server !== this.server) for (const listener of [...this.listeners.keys()]) listener.onRestart?.();
-        if (this.listeners.size === 0) return;
         if (this.position === undefined) {
             for (const {handler} of this.listeners.keys()) handler({channel: "/connector/gap", data: {}});
         }
@@ -329,12 +370,13 @@ export class Session {
 
     private subscribeAgain(): void {
         this.mustSubscribeAgain = false;
+        if (this.listeners.size === 0) return;
         const channels = new Set([...this.listeners.keys()].flatMap(listener => listener.channels));
         this.request("/meta/subscribe", [...channels], this.position).then(reply => {
             this.begin(reply);
-            if (reply.successful) return;
-            if (reply.error) this.finish(errorOf(reply));
-            // Lost with its connection; said again over the next one.
+            if (reply.successful) for (const listener of [...this.listeners.keys()]) listener.onResume?.();
+            else if (reply.advice?.reconnect === "none") this.finish(errorOf(reply));
+            // Lost with its connection, or the server cannot do it now.
             else this.mustSubscribeAgain = true;
         });
     }
@@ -347,6 +389,7 @@ export class Session {
         if (!this.isFirstOfSession && this.position !== undefined && number <= this.position) return false;
         this.isFirstOfSession = false;
         this.position = number;
+        ++this.newMessages;
         return true;
     }
 
@@ -363,7 +406,21 @@ export class Session {
         if (this.isEnded) throw NumoraError.disconnected("the client is closed");
     }
 
-    private finish(reason?: NumoraError): void {
+    // What the library cannot send it takes for lost.
+    private requireSendable(channel: string, data: unknown): void {
+        let size: number;
+        try {
+            size = JSON.stringify({channel, data}).length + envelope;
+        } catch (error) {
+            throw new NumoraError("invalid", `what is sent must be JSON values: ${(error as Error).message}`);
+        }
+        if (size > this.maxMessageSize) {
+            throw new NumoraError("invalid", `a message must not be longer than maxMessageSize, ${this.maxMessageSize} characters of JSON`);
+        }
+    }
+
+    /** `onDone` is called when the server knows, if it can be told. */
+    private finish(reason?: NumoraError, onDone?: () => void): void {
         if (this.isEnded) return;
         this.isEnded = true;
         const error = reason ?? NumoraError.disconnected("the client was closed");
@@ -372,8 +429,11 @@ export class Session {
             this.forget(listener);
             listener.onEnd(error);
         }
-        this.release();
+        this.release(this.delayed);
+        this.release(this.connects);
         this.end(reason);
+        if (this.cometd.isDisconnected()) onDone?.();
+        else this.cometd.disconnect(onDone);
     }
 }
 
