@@ -27,6 +27,18 @@ TEST_F(InterruptTest, endsACoroutineThatWaitsOrRunsAndLeavesTheLoopAsItWas) {
             shown.starts_with(std::string(begin) + "Traceback (most recent call last):\n  File \"<eval"));
         EXPECT_TRUE(shown.ends_with("\nKeyboardInterrupt\n")) << shown;
     }
+    // Wherever it hits the loop's own code, no step of a task is lost; or it is noticed.
+    for (int i = 0; i < 150; ++i) {
+        auto running = start([this] { return eval(u"begin()\nwhile True: await asyncio.sleep(0)", 20'000); });
+        interrupt();
+        const std::string shown = text(running.get());
+        ASSERT_TRUE(shown.ends_with("\nKeyboardInterrupt\n")) << i << shown;
+    }
+    const auto lost = textOf(
+        u"async def loses():\n    loop = asyncio.get_running_loop()\n    def call_soon(*of, **by):\n"
+        u"        del loop.call_soon\n        raise KeyboardInterrupt\n    loop.call_soon = call_soon\n"
+        u"    await asyncio.sleep(0)\nawait loses()");
+    EXPECT_TRUE(lost.ends_with("KeyboardInterrupt\n")) << lost;
     expectEval(u"await asyncio.sleep(0, 1)", "1\n");
 }
 

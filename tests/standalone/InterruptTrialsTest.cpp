@@ -11,7 +11,7 @@ namespace {
 
 constexpr const char16_t* functions =
     uR"(
-import asyncio, time
+import time
 def endless():
     begin()
     while True: bytes(4096)
@@ -106,9 +106,6 @@ private:
         u"while True: sum(range(20_000)); bytes(4096)",
         u"def f(): return bytes(4096)\nwhile True: f()",
         u"import os\nwhile True: os.stat('.')",
-        u"while True: await asyncio.sleep(0)",
-        u"async def beats():\n    while True: await asyncio.sleep(0.0001)\nawait asyncio.gather(beats(), "
-        u"beats())",
         u"class Finalized:\n    def __del__(self): bytes(4096)\nwhile True: Finalized()"};
     const Codes shortCode_ = {u"pass", u"x = 6 * 7\nx", u"x = sum(range(1000))", u"print('a')\nprint('b')"};
     std::mt19937 random_{seed_};
