@@ -199,14 +199,18 @@ PyObject* takeUnraisable(PyObject*, PyObject* dropped) {
     return PyObject_CallOneArg(report.get(), dropped);
 }
 
-// Runs a thread's function: what it does belongs to the request that has started the thread.
+// Runs a thread's function, or what is given to one: what it does belongs to the request that started that.
 PyObject* runForRequest(PyObject* starterAndFunction, PyObject* arguments, PyObject* keywords) {
     unsigned long long number = 0;
     int isStreamed = 0;
     PyObject* function = nullptr;
     if (PyArg_ParseTuple(starterAndFunction, "KpO", &number, &isStreamed, &function) == 0) return nullptr;
-    if (bound != nullptr) bound->setStarter({number, isStreamed != 0});
-    return PyObject_Call(function, arguments, keywords);
+    if (bound == nullptr) return PyObject_Call(function, arguments, keywords);
+    const ThreadStarter before = bound->starterOfNewThread();  // the thread may be one of a pool
+    bound->setStarter({number, isStreamed != 0});
+    PyObject* const result = PyObject_Call(function, arguments, keywords);
+    if (bound != nullptr) bound->setStarter(before);
+    return result;
 }
 
 PyMethodDef runForRequestDefinition = {
