@@ -41,6 +41,10 @@ bool isIncompleteInputSet() {
     return isIncomplete;
 }
 
+bool isCoroutine(PyObject* code) {
+    return (reinterpret_cast<PyCodeObject*>(code)->co_flags & CO_COROUTINE) != 0;
+}
+
 // Whether the code that was compiled defines functions or classes, which may outlive its run.
 bool definesFunctions(PyObject* code) {
     PyObject* constants = reinterpret_cast<PyCodeObject*>(code)->co_consts;
@@ -89,6 +93,7 @@ CodeRunner::CodeRunner(PyObject* runtimeModule, std::function<void()> beforeRun)
       report_(required(PyObject_GetAttrString(runtimeModule, "report"), "report")),
       remember_(required(PyObject_GetAttrString(runtimeModule, "remember"), "remember")),
       runCoroutine_(required(PyObject_GetAttrString(runtimeModule, "run_coroutine"), "run_coroutine")),
+      runInLoop_(required(PyObject_GetAttrString(runtimeModule, "run_in_loop"), "run_in_loop")),
       compile_(importedAttribute("builtins", "compile")),
       expressionType_(importedAttribute("_ast", "Expr")),
       interactiveType_(importedAttribute("_ast", "Interactive")) {}
@@ -199,16 +204,27 @@ bool CodeRunner::runTree(PyObject* tree, PyObject* source, PyObject* fileName, b
     const PyRef display(PyObject_CallOneArg(interactiveType_.get(), last.get()));
     const PyRef expression = display ? compileTree(display.get(), fileName, "single") : PyRef();
     if (!expression) return false;
-    return (count == 1 || runCode(statements.get(), isSourceWanted)) &&
-           runCode(expression.get(), isSourceWanted);
+    if (count == 1) return runCode(expression.get(), isSourceWanted);
+    if (isCoroutine(statements.get()) || isCoroutine(expression.get())) {
+        return runInOneLoop(statements.get(), expression.get(), isSourceWanted);
+    }
+    return runCode(statements.get(), isSourceWanted) && runCode(expression.get(), isSourceWanted);
+}
+
+// Where code awaits anywhere, all of it runs in the loop: what comes before may make tasks.
+bool CodeRunner::runInOneLoop(PyObject* statements, PyObject* expression, bool& isSourceWanted) {
+    isSourceWanted = isSourceWanted || definesFunctions(statements) || definesFunctions(expression);
+    beforeRun_();
+    const PyRef done(
+        PyObject_CallFunctionObjArgs(runInLoop_.get(), statements, expression, globals_, nullptr));
+    return static_cast<bool>(done);
 }
 
 bool CodeRunner::runCode(PyObject* code, bool& isSourceWanted) {
     isSourceWanted = isSourceWanted || definesFunctions(code);
     beforeRun_();
     const PyRef value(PyEval_EvalCode(code, globals_, globals_));
-    const bool isCoroutine = (reinterpret_cast<PyCodeObject*>(code)->co_flags & CO_COROUTINE) != 0;
-    if (!value || !isCoroutine) return static_cast<bool>(value);
+    if (!value || !isCoroutine(code)) return static_cast<bool>(value);
     const PyRef done(PyObject_CallOneArg(runCoroutine_.get(), value.get()));
     return static_cast<bool>(done);
 }

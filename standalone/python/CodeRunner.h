@@ -55,6 +55,7 @@ private:
     PyRef compileTree(PyObject* tree, PyObject* fileName, const char* mode);
     bool runTree(PyObject* tree, PyObject* source, PyObject* fileName, bool& isSourceWanted);
     bool runCode(PyObject* code, bool& isSourceWanted);
+    bool runInOneLoop(PyObject* statements, PyObject* expression, bool& isSourceWanted);
     Result failed();
 
     const std::function<void()> beforeRun_;
@@ -64,6 +65,7 @@ private:
     const PyRef report_;
     const PyRef remember_;
     const PyRef runCoroutine_;
+    const PyRef runInLoop_;
     const PyRef compile_;
     const PyRef expressionType_;
     const PyRef interactiveType_;

@@ -27,6 +27,7 @@ TEST_F(EvaluationTest, awaitsOutsideOfFunctionsInALoopThatLivesOn) {
         "  File \"<eval 1>\", line 2, in fails\n    async def fails(): await asyncio.sleep(0); 1 / 0\n"
         "                                               ~~^~~\n"
         "ZeroDivisionError: division by zero\n");
+    expectEval(u"task = asyncio.create_task(asyncio.sleep(0, 3))\nawait task", "3\n");
 }
 
 TEST_F(EvaluationTest, keepsVariablesFunctionsAndFutureImportsBetweenEvaluations) {

@@ -31,6 +31,14 @@ def run(coroutine):
     return task.result()
 
 
+async def run_in_turn(codes, workspace):
+    """Runs compiled code, within the loop."""
+    for code in codes:
+        value = eval(code, workspace)
+        if code.co_flags & 0x80:  # a coroutine
+            await value
+
+
 def take_interrupt(frame):
     """Has an interrupt of the loop's own code cancel the task. Raised there, it could lose the next step of any task."""
     global _task

@@ -28,6 +28,7 @@ __all__ = [
     "report",
     "restore_interrupts",
     "run_coroutine",
+    "run_in_loop",
     "set_last_error",
     "set_window",
     "start",
@@ -99,6 +100,13 @@ def run_coroutine(coroutine):
     from ._loop import run
 
     run(coroutine)
+
+
+def run_in_loop(statements, expression, workspace):
+    """Runs compiled code of which a part awaits outside of functions."""
+    from ._loop import run, run_in_turn
+
+    run(run_in_turn((statements, expression), workspace))
 
 
 def call(name, nargout, arguments):
