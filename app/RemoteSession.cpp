@@ -2,6 +2,8 @@
 
 #include <chrono>
 #include <cstdlib>
+#include <functional>
+#include <utility>
 
 #include <Poco/JSON/Array.h>
 #include <unistd.h>
@@ -44,11 +46,18 @@ private:
 
 class CountedStream : public RemoteStream {
 public:
-    CountedStream(const ServerAddress& address, std::atomic<int>& count)
-        : RemoteStream(address), counted_(count) {}
+    CountedStream(const ServerAddress& address, std::atomic<int>& count,
+                  std::function<void(RemoteStream*)> setStream)
+        : RemoteStream(address), counted_(count), setStream_(std::move(setStream)) {
+        setStream_(this);
+    }
+    ~CountedStream() override { setStream_(nullptr); }
+    CountedStream(const CountedStream&) = delete;
+    CountedStream& operator=(const CountedStream&) = delete;
 
 private:
     const Counted counted_;
+    const std::function<void(RemoteStream*)> setStream_;
 };
 
 }  // namespace
@@ -62,6 +71,10 @@ RemoteSession::RemoteSession(const ServerAddress& address)
 StandardStreams RemoteSession::streams() const { return {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}; }
 
 Object::Ptr RemoteSession::request(const std::string& type, const Object::Ptr& message) {
+    if (type == connector::wire::type::interrupt) {
+        postInterrupt(requests_);
+        return new Object;
+    }
     const Counted counted(underWay_);
     const auto answer = requests_.post("/" + type, connector::json::written(message));
     wasDropped_ = answer.isDropped;
@@ -88,13 +101,32 @@ nmutil::prompt::InputRequester RemoteSession::promptAfter(const std::string& cod
 }
 
 std::unique_ptr<ResponseStream> RemoteSession::openStream() {
-    return std::make_unique<CountedStream>(address_, underWay_);
+    return std::make_unique<CountedStream>(address_, underWay_, [this](RemoteStream* stream) {
+        const connector::MutexLock lock(mutex_);
+        stream_ = stream;
+    });
+}
+
+// Over the stream's own session: what that has sent and has not begun is not to run after the interrupt.
+void RemoteSession::postInterrupt(HttpClient& http) {
+    std::string message;
+    {
+        const connector::MutexLock lock(mutex_);
+        if (stream_ != nullptr) message = stream_->interruptMessage();
+    }
+    if (!message.empty()) {
+        const Var replies = valueIn(http.post("/cometd", message, patience));
+        const auto reply = replies.type() == typeid(Array::Ptr) ? replies.extract<Array::Ptr>()->getObject(0)
+                                                                : Object::Ptr();
+        if (reply && reply->optValue("successful", false)) return;
+    }
+    valueIn(http.post(std::string("/") + connector::wire::type::interrupt, "{}", patience));
 }
 
 void RemoteSession::interrupt() {
     if (underWay_ == 0) return;
     try {
-        valueIn(interrupts_.post(std::string("/") + connector::wire::type::interrupt, "{}", patience));
+        postInterrupt(interrupts_);
     } catch (const ServerRefusal& error) {
         printError(STDERR_FILENO, std::string("the code could not be interrupted: ") + error.what());
     } catch (const std::exception& error) {

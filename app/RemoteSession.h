@@ -8,8 +8,11 @@
 #include "InterruptKey.h"
 #include "ServerAddress.h"
 #include "Session.h"
+#include "connector/ThreadSafety.h"
 
 namespace app {
+
+class RemoteStream;
 
 /// The interpreter of a server, which may have other clients too.
 ///
@@ -32,12 +35,17 @@ public:
 
 private:
     void interrupt();
+    void postInterrupt(HttpClient& http) EXCLUDES(mutex_);
 
     const ServerAddress address_;
     HttpClient requests_;
     HttpClient interrupts_;  ///< of the key's thread
     std::atomic<int> underWay_{0};
     bool wasDropped_ = false;
+
+    connector::Mutex mutex_;
+    RemoteStream* stream_ GUARDED_BY(mutex_) = nullptr;  ///< the one that is open
+
     std::unique_ptr<InterruptKey> key_;  ///< last: uses the others
 };
 

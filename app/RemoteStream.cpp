@@ -37,6 +37,11 @@ Object::Ptr objectOf(const std::string& name, const Var& value) {
 
 bool isSuccessful(const Object& reply) { return reply.optValue("successful", false); }
 
+// The answer to a call, as an interrupt is.
+bool isAnswer(const Object& message) {
+    return message.optValue<std::string>("channel", "").starts_with("/service/");
+}
+
 std::string errorIn(const Object& reply) { return reply.optValue<std::string>("error", "without a reason"); }
 
 }  // namespace
@@ -70,6 +75,14 @@ void RemoteStream::send(const StreamRequest& request) {
     members->set("prompt", request.prompt);
     message->set("ext", objectOf("connector", members));
     replyTo(publishes_, message);
+}
+
+std::string RemoteStream::interruptMessage() {
+    const std::string channel = std::string("/service/") + connector::wire::type::interrupt;
+    Object::Ptr message = newMessage(channel.c_str());
+    message->set("id", std::string("interrupt"));
+    message->set("data", Object::Ptr(new Object));
+    return connector::json::written(message);
 }
 
 ResponseStream::Taken RemoteStream::take(std::chrono::milliseconds limit) {
@@ -205,7 +218,7 @@ void RemoteStream::keep(const Objects& messages) {
     {
         const MutexLock lock(mutex_);
         for (const auto& message : messages) {
-            if (!message->has("data")) continue;
+            if (!message->has("data") || isAnswer(*message)) continue;
             messages_.push_back(streamMessageFrom(*message, connector::json::written(message)));
             queuedBytes_ += messages_.back().line.size();
             sequence_ = std::max(sequence_, numberIn(extensionOf(*message), "seq"));

@@ -32,6 +32,9 @@ public:
 
     void send(const StreamRequest& request) override;
     bool isShared() const override { return true; }
+    /// The message by which the session of the stream interrupts what runs, and takes back what it has sent
+    /// and has not begun.  Threads: any.
+    std::string interruptMessage() EXCLUDES(mutex_);
     Taken take(std::chrono::milliseconds limit) override EXCLUDES(mutex_);
 
 private:

@@ -36,7 +36,7 @@ bool StreamedEvaluation::run(const std::vector<std::string>& codes) {
 }
 
 void StreamedEvaluation::send(const std::string& code) {
-    isInterrupted_ = false;
+    isInterrupted_ = hasBegun_ = false;
     if (settings_.limit.count() > 0) deadline_ = Clock::now() + settings_.limit;
     const std::string name = connector::randomUuid();
     stream_->send({.name = name, .text = code, .prompt = isWaiting_ ? prompt_ : 0});
@@ -61,10 +61,12 @@ void StreamedEvaluation::show(const StreamMessage& message) {
     if (isOfOthers(message)) return;
     const auto& [channel, request, prompt, text, line] = message;
     const auto standard = session_.streams();
+    hasBegun_ = hasBegun_ || (!request.empty() && channel != words::completion);
     const bool isResponse = channel.starts_with(words::evalResponse);
     if (settings_.json) writeAll(standard.output, line + "\n");
     if (channel == words::completion) {
         incomplete_.erase(request);
+        if (!hasBegun_ && text != connector::wire::completion::success) fail("the code was not run");
         if (text != connector::wire::completion::success) hasFailed_ = true;
     } else if (channel == words::prompt) {
         handlePrompt(text);

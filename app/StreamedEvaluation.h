@@ -54,6 +54,7 @@ private:
     bool isWaiting_ = false;            ///< for input that has not been typed
     bool isIncompleteBlock_ = false;
     bool isInterrupted_ = false;  ///< since the last code was sent
+    bool hasBegun_ = false;       ///< what was sent last
     bool hasFailed_ = false;
     bool isGivenUp_ = false;  ///< no code is sent any more
     Clock::time_point deadline_ = Clock::time_point::max();
