@@ -18,6 +18,8 @@ from .events import Prompt
 from .streams import Messages, Stream
 
 _IDLE_SESSIONS = 4  # kept for the next streams
+_NOT_RUN = "the code was not run, because an interrupt came while it waited"
+_CANCELLED = "Request was cancelled before starting."  # what the server says of code that had got further
 
 
 @dataclasses.dataclass(frozen=True)
@@ -71,6 +73,8 @@ class Client:
         """
         answer = await self._call("connector/v1/Eval", {"mcode": code, "timeout": math.ceil(timeout)})
         faults = [(fault["faultCode"], fault["message"]) for fault in answer.get("messageFaults", [])]
+        if any(message == _CANCELLED for _, message in faults):
+            raise NotRun(_NOT_RUN)
         return EvalResult(answer["responseStr"], answer["isError"], answer["promptType"],
                           answer["clearCommandWindow"], faults)
 
@@ -129,7 +133,7 @@ class Client:
     async def _call(self, kind: str, body: dict[str, Any]) -> dict[str, Any]:
         answer = await self._session().call(kind, body)
         if ((answer.get("ext") or {}).get("connector") or {}).get("dropped"):
-            raise NotRun("the code was not run, because an interrupt came while it waited")
+            raise NotRun(_NOT_RUN)
         data: dict[str, Any] = answer["data"]
         return data
 

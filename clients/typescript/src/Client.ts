@@ -57,6 +57,9 @@ interface Fault {
     faultConditions?: {faultId: string}[];
 }
 
+/** What the server says of code that an interrupt has found waiting. */
+const cancelled = "Request was cancelled before starting.";
+
 /**
  * Connects to the server at `url`, which in a page may be relative to it, and fails if that is not possible or the
  * token is wrong. What a proxy adds as a path belongs to the address.
@@ -92,6 +95,9 @@ export class Client {
         const timeout = Math.ceil(timeoutMs / 1000);
         const response = await this.session.call("connector/v1/Eval", {mcode: code, timeout, width, height});
         const faults = faultsOf(response);
+        if (faults.some(fault => fault.message === cancelled)) {
+            throw new NumoraError("dropped", "the code was not run, because an interrupt came while it waited");
+        }
         const failure = faults.find(fault => !fault.identifier);  // the text shows the errors of the code itself
         if (response.isError && failure) throw failure;
         return {
