@@ -28,6 +28,8 @@ const foundation::log::DiagnosticLogger& log() {
 
 using connector::Message;
 using connector::WorkerPool;
+using connector::common::RequestNames;
+using connector::common::RequestOrigin;
 namespace wire = connector::wire;
 
 // Of the lanes beside that of the base prompt, which is as long as it is configured to be.
@@ -46,13 +48,6 @@ std::string outcomeOf(const Poco::JSON::Object& response) {
     }
     return response.optValue("isError", false) ? "error" : "success";
 }
-
-}  // namespace
-
-namespace {
-
-using connector::common::RequestNames;
-using connector::common::RequestOrigin;
 
 // A request is known by its uuid, if that can be a name and no other request has it now.
 void nameRequest(connector::common::ContextState& context, const Poco::Dynamic::Var& uuid,
@@ -81,8 +76,7 @@ RequestDispatcher::RequestDispatcher(std::shared_ptr<connector::ServiceFramework
                                      DispatcherOptions options)
     : framework_(std::move(framework)),
       serializer_(std::move(serializer)),
-      isReadingInput_(std::move(options.isReadingInput)),
-      names_(std::move(options.names)) {
+      isReadingInput_(std::move(options.isReadingInput)) {
     for (std::size_t i = 0; i < laneCount; ++i) {
         const auto lane = static_cast<Lane>(i);
         if (lane == Lane::BasePrompt) {

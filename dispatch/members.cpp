@@ -120,6 +120,15 @@ void checkMembers(std::span<const Member> members, const Object& object, const s
     }
 }
 
+std::vector<std::string> stringsIn(const Object& object, const std::string& name) {
+    std::vector<std::string> strings;
+    const auto array = object.getArray(name);
+    for (std::size_t i = 0; array && i < array->size(); ++i) {
+        strings.push_back(array->getElement<std::string>(static_cast<unsigned>(i)));
+    }
+    return strings;
+}
+
 void warnOfUnknown(const std::string& typeName, const std::vector<std::string>& unknown) {
     if (unknown.empty() || !mayWarn()) return;
     std::string names;

@@ -2,8 +2,6 @@
 
 #include <cstdint>
 
-#include <Poco/JSON/Array.h>
-
 #include "bayeux/replies.h"
 #include "capabilities/capabilities.h"
 #include "connector/common/ContextState.h"
@@ -39,13 +37,6 @@ std::string nameIn(const ClientMessage& message) {
                                   std::to_string(RequestOrigin::longestName) + " letters, digits and -_.:~"};
 }
 
-capabilities::CapabilityList capabilitiesIn(const Var& value) {
-    capabilities::CapabilityList list;
-    for (const Var& name : *value.extract<Poco::JSON::Array::Ptr>())
-        list.push_back(name.extract<std::string>());
-    return list;
-}
-
 }  // namespace
 
 // What is set for what the request causes goes with it to the interpreter's thread.
@@ -56,8 +47,9 @@ std::shared_ptr<ContextState> Evaluations::contextOf(const ClientMessage& messag
     if (const auto prompt = numberOf(message.ownExtension("prompt"))) {
         context->set(RequestOrigin::forPrompt, static_cast<std::uint64_t>(*prompt));
     }
-    if (const Var list = message.ownExtension("capabilities"); !list.isEmpty()) {
-        context->set("numoraCapabilities", capabilitiesIn(list), ContextScope::Client);
+    if (const auto own = objectOf(message.extension("connector")); own && own->has("capabilities")) {
+        const capabilities::CapabilityList list = dispatch::stringsIn(*own, "capabilities");
+        context->set("numoraCapabilities", list, ContextScope::Client);
     }
     RequestOrigin origin;
     const Var isLossy = message.ownExtension("lossy");

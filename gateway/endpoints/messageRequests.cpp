@@ -5,7 +5,6 @@
 #include <utility>
 #include <vector>
 
-#include <Poco/JSON/Array.h>
 #include <Poco/JSON/Object.h>
 
 #include "access/clientType.h"
@@ -24,7 +23,6 @@ namespace {
 using connector::common::ContextScope;
 using connector::common::ContextState;
 using connector::json::ObjectBuilder;
-using Poco::Dynamic::Var;
 using Poco::JSON::Object;
 
 using dispatch::BadMessage;
@@ -58,11 +56,8 @@ void addContext(ContextState& context, const Object& values) {
         context.set("clientType", text, ContextScope::Client);
     }
     if (!values.has("numoraCapabilities")) return;
-    capabilities::CapabilityList capabilities;
-    for (const Var& capability : *values.getArray("numoraCapabilities")) {
-        capabilities.push_back(capability.extract<std::string>());
-    }
-    context.set("numoraCapabilities", capabilities, ContextScope::Client);
+    const capabilities::CapabilityList list = dispatch::stringsIn(values, "numoraCapabilities");
+    context.set("numoraCapabilities", list, ContextScope::Client);
 }
 
 dispatch::RequestDispatcher::Read readEnvelope(const std::string& body, ContextState& context,

@@ -14,13 +14,9 @@ using foundation::json::Value;
 using standalone::TaggedEvent;
 
 /// Streams code to a client that listens to the interpreter's own events, and records what is sent.
-class DisplayTest : public RunningInterpreter {
+class DisplayTest : public StreamingInterpreter {
 protected:
     DisplayTest() {
-        module_.reset();
-        module_ = std::make_unique<connector::interpreter::Module>(connector::interpreter::ModuleServices{
-            host_->framework(), host_->configuration(), serializer_, host_->zvm(),
-            host_->messageServiceFactory(), host_->shadowService(), host_->requestGate()});
         EXPECT_TRUE(session_->subscribe("/eval/response/**"));
         text_ = host_->messages()->subscribe("/eval/response/**", [this](const auto& message) {
             record(message.channel.substr(message.channel.rfind('/') + 1) + " " + message.data);

@@ -14,14 +14,8 @@ using connector::common::RequestOrigin;
 
 /// Code that is streamed, and the client that it is for, whose queue is much smaller than what the code
 /// prints.
-class OwnerTest : public RunningInterpreter {
+class OwnerTest : public StreamingInterpreter {
 protected:
-    OwnerTest() {
-        module_.reset();
-        module_ = std::make_unique<connector::interpreter::Module>(connector::interpreter::ModuleServices{
-            host_->framework(), host_->configuration(), serializer_, host_->zvm(),
-            host_->messageServiceFactory(), host_->shadowService(), host_->requestGate(), nullptr});
-    }
     void run(const std::string& code, std::chrono::milliseconds ownerWait = 60s) {
         session_ = host_->messages()->openSession({.queueBytes = 16U << 20U, .ownerWait = ownerWait});
         for (const auto* pattern : {"/eval/response/**", "/eventmgr/0/flood"}) session_->subscribe(pattern);

@@ -29,6 +29,13 @@ RunningInterpreter::RunningInterpreter()
 
 RunningInterpreter::~RunningInterpreter() = default;
 
+StreamingInterpreter::StreamingInterpreter() {
+    module_.reset();
+    module_ = std::make_unique<connector::interpreter::Module>(connector::interpreter::ModuleServices{
+        host_->framework(), host_->configuration(), serializer_, host_->zvm(), host_->messageServiceFactory(),
+        host_->shadowService(), host_->requestGate(), nullptr});
+}
+
 connector::Future<std::unique_ptr<connector::Message>> RunningInterpreter::deliver(
     std::unique_ptr<connector::Message> message, ContextPtr context) {
     return host_->framework()->deliver({}, std::move(message), std::move(context));

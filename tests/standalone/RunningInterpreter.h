@@ -93,3 +93,9 @@ protected:
         std::make_shared<connector::json::JsonSerializer>();
     std::unique_ptr<connector::interpreter::Module> module_;
 };
+
+/// The same with the services that stream.
+class StreamingInterpreter : public RunningInterpreter {
+protected:
+    StreamingInterpreter();
+};

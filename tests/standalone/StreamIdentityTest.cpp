@@ -21,19 +21,9 @@ using connector::common::RequestOrigin;
 using connector::common::RequestRefusal;
 
 /// Which request each message that a client gets comes from.
-class StreamIdentityTest : public RunningInterpreter {
+class StreamIdentityTest : public StreamingInterpreter {
 protected:
     StreamIdentityTest() {
-        module_.reset();
-        module_ = std::make_unique<connector::interpreter::Module>(connector::interpreter::ModuleServices{
-            .framework = host_->framework(),
-            .configuration = host_->configuration(),
-            .serializer = std::make_shared<connector::json::JsonSerializer>(),
-            .zvm = host_->zvm(),
-            .messageServiceFactory = host_->messageServiceFactory(),
-            .shadowService = host_->shadowService(),
-            .requestGate = host_->requestGate(),
-            .requestTracker = host_->requestCounter()});
         client_->subscribe("/eval/response/**");
         client_->subscribe("/eventmgr/0/tick");
     }

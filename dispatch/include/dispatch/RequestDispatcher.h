@@ -30,9 +30,6 @@ struct DispatcherOptions {
     std::size_t queueBytes = std::size_t{128} << 20;  ///< of bodies that are not read yet
     /// Whether code waits for an evaluation to be its input. It must be quick; may be null.
     std::function<bool()> isReadingInput{};
-    /// Of the requests that have not ended, for whoever takes some by other ways, too.
-    std::shared_ptr<connector::common::RequestNames> names =
-        std::make_shared<connector::common::RequestNames>();
 };
 
 struct DispatcherMetrics {
@@ -86,6 +83,7 @@ public:
     void submitUnread(std::size_t bytes, std::function<Read()> read,
                       std::shared_ptr<connector::common::ContextState> context, Done done);
 
+    /// Of the requests that have not ended, also for whoever takes some by other ways.
     const std::shared_ptr<connector::common::RequestNames>& names() const { return names_; }
 
     /// How many requests are queued or run.
@@ -115,7 +113,8 @@ private:
     const std::shared_ptr<connector::ServiceFramework> framework_;
     const std::shared_ptr<connector::json::JsonSerializer> serializer_;
     const std::function<bool()> isReadingInput_;
-    const std::shared_ptr<connector::common::RequestNames> names_;
+    const std::shared_ptr<connector::common::RequestNames> names_ =
+        std::make_shared<connector::common::RequestNames>();
     std::atomic<bool> isStopped_{false};
 
     mutable connector::Mutex mutex_;

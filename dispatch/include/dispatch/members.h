@@ -38,6 +38,9 @@ struct Member {
 void checkMembers(std::span<const Member> members, const Poco::JSON::Object& object, const std::string& path,
                   std::vector<std::string>& unknown);
 
+/// The strings in a member of the kind Strings; none where it is missing.
+std::vector<std::string> stringsIn(const Poco::JSON::Object& object, const std::string& name);
+
 /// Logs the names of members that nobody reads, so that a mistyped one can be found: a few lines a second,
 /// whatever clients send.  Threads: any.
 void warnOfUnknown(const std::string& typeName, const std::vector<std::string>& unknown);
