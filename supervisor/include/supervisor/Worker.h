@@ -1,0 +1,108 @@
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include <sys/types.h>
+
+#include "connector/ThreadSafety.h"
+#include "supervisor/DeathRecord.h"
+#include "supervisor/Descriptor.h"
+#include "supervisor/WorkerSpec.h"
+
+namespace supervisor {
+
+class Cgroup;
+
+/// A process that was just started, and this side of what it inherited. All are close-on-exec.
+struct Process {
+    pid_t pid = 0;
+    Descriptor pidfd{};
+    Descriptor mainSocket{};
+    Descriptor controlSocket{};
+    Descriptor blackBox{};
+    Descriptor trace{};
+    Descriptor output{};  ///< read end of the pipe of standard output; the worker has it too
+    Descriptor errors{};  ///< the same of standard error
+};
+
+/// A worker process, from its start until it is reaped.
+///
+///     starting -- noteReady() --> ready        both -- ends, or kill() --> dead -- bury() --> reaped
+///
+/// A dead process holds its number, and so that of its group, until it is reaped: signals are sent under the
+/// mutex under which it is reaped, so that none reaches a stranger who got the number afterwards.
+///
+/// Threads: every operation from any thread, bury() from the supervisor's.  Locks: mutex_, a leaf, held for
+/// one system call or a few.
+class Worker {
+public:
+    Worker(WorkerSpec spec, Process process, std::shared_ptr<Cgroup> cgroup);
+    ~Worker();
+    Worker(const Worker&) = delete;
+    Worker& operator=(const Worker&) = delete;
+
+    const WorkerSpec& spec() const { return spec_; }
+    int pid() const { return process_.pid; }
+    /// Non-blocking; closed with this object.
+    int mainSocket() const { return process_.mainSocket.get(); }
+    int controlSocket() const { return process_.controlSocket.get(); }
+
+    /// The worker is ready: its memory is limited from now on, to what it has plus `memoryMiB`. An end before
+    /// is a failed start.
+    void noteReady() EXCLUDES(mutex_);
+
+    /// An end from now on is what somebody asked for: `cause` (see DeathRecord.h) is that of the record,
+    /// unless the process ends by a signal other than SIGKILL. For ends that the worker is asked for, see
+    /// Stop.
+    void expectEnd(std::string_view cause) EXCLUDES(mutex_);
+
+    /// Sends SIGKILL to the process, its group and its cgroup. `cause` is that of the record unless the
+    /// process had ended by itself before, or an earlier one was given. May be repeated.  Blocks: never.
+    void kill(std::string_view cause) EXCLUDES(mutex_);
+
+    /// Has the process write where its threads are (SIGRTMIN+1).
+    void requestTrace() EXCLUDES(mutex_);
+    /// Whether a trace has come since requestTrace(), and nothing was added to it since the last look.
+    bool hasTrace() EXCLUDES(mutex_);
+
+    std::uint64_t memoryBytes() const EXCLUDES(mutex_);  ///< resident now; 0 when dead
+    std::uint64_t processorMs() const EXCLUDES(mutex_);  ///< until now, or until its end
+    /// "cgroup", "rlimit" (memory alone, of each process by itself) or "none".
+    std::string_view limitsEnforcedBy() const;
+
+    int pidfd() const { return process_.pidfd.get(); }
+
+    /// If the process has ended: kills what is left of its group and cgroup, reaps it, reads all that it left
+    /// but the sockets, and returns the record, without `inFlight`; once. Otherwise nothing.
+    /// `wasOutOfMemory`: whether the system has just killed some process for want of memory.
+    std::optional<DeathRecord> bury(bool wasOutOfMemory) EXCLUDES(mutex_);
+
+private:
+    struct End;
+
+    void signalAllLocked() REQUIRES(mutex_);
+    std::optional<End> reap() EXCLUDES(mutex_);
+    void setCause(DeathRecord& record, const End& end, bool wasOutOfMemory) const;
+
+    const WorkerSpec spec_;
+    const Process process_;
+    const std::shared_ptr<Cgroup> cgroup_;  ///< may be null
+    const std::chrono::system_clock::time_point started_ = std::chrono::system_clock::now();
+
+    mutable connector::Mutex mutex_;
+    bool isReaped_ GUARDED_BY(mutex_) = false;
+    bool isReady_ GUARDED_BY(mutex_) = false;
+    bool isExpected_ GUARDED_BY(mutex_) = false;  ///< cause_ was given before the process was to end
+    std::string cause_ GUARDED_BY(mutex_);        ///< the first that was given
+    std::uint64_t processorMs_ GUARDED_BY(mutex_) = 0;
+    off_t traceSize_ GUARDED_BY(mutex_) = 0;   ///< at the last look
+    off_t traceBegin_ GUARDED_BY(mutex_) = 0;  ///< at the last request
+};
+
+}  // namespace supervisor
