@@ -15,6 +15,8 @@
 #include "connector/json/write.h"
 #include "connector/wireWords.h"
 #include "dispatch/checkMessage.h"
+#include "dispatch/members.h"
+#include "dispatch/readMessage.h"
 #include "foundation/log/diagnostic_logger.h"
 
 namespace dispatch {
@@ -60,6 +62,12 @@ void nameRequest(connector::common::ContextState& context, const Poco::Dynamic::
     RequestOrigin::set(context, std::move(origin));
 }
 
+Poco::JSON::Object::Ptr requireMessage(const std::string& json) {
+    auto message = readMessage(json);
+    if (!message) throw BadMessage("The message must be a JSON object.");
+    return message;
+}
+
 }  // namespace
 
 bool isInterrupt(std::string_view typeName) { return typeName == wire::type::interrupt; }
@@ -93,29 +101,27 @@ RequestDispatcher::RequestDispatcher(std::shared_ptr<connector::ServiceFramework
 
 RequestDispatcher::~RequestDispatcher() { stop(); }
 
-void RequestDispatcher::submit(const std::string& typeName, Poco::JSON::Object::Ptr message, Context context,
-                               Done done) {
+void RequestDispatcher::submit(const std::string& typeName, std::shared_ptr<const std::string> json,
+                               Context context, Done done) {
     if (!serializer_->isRegistered(typeName)) return done(errorAnswer(404, "There is no such message type."));
     if (!context) context = std::make_shared<connector::common::ContextState>();
+    if (!context->has(connector::common::requestArrival)) connector::common::stampArrival(*context);
     const auto request = std::make_shared<Request>(Request{typeName, std::move(context), std::move(done)});
-    if (!message) return finish(*request, errorAnswer(400, "A message must be a JSON object."));
-    connector::common::stampArrival(*request->context);
-    const Lane where = laneOf(typeName, *message, isReadingInput_ && isReadingInput_());
+    if (json->size() > largeBody) {
+        const auto bytes = json->size();
+        auto work = [this, request, json = std::move(json)] { return readAndRun(*request, *json); };
+        return queue(Lane::BasePrompt, request, std::move(work), bytes);
+    }
+    Lane where{};
     try {
+        auto message = requireMessage(*json);
+        where = laneOf(typeName, *message, isReadingInput_ && isReadingInput_());
         readMessage(*request, std::move(message));
     } catch (const std::exception& error) {
         return finish(*request, errorAnswer(400, connector::errorText(error)));
     }
     queue(
         where, request, [this, request] { return run(*request); }, 0);
-}
-
-void RequestDispatcher::submitUnread(std::size_t bytes, std::function<Read()> read, Context context,
-                                     Done done) {
-    connector::common::stampArrival(*context);
-    const auto request = std::make_shared<Request>(Request{"unread", std::move(context), std::move(done)});
-    auto work = [this, request, read = std::move(read)] { return readAndRun(*request, read); };
-    queue(Lane::BasePrompt, request, std::move(work), bytes);
 }
 
 void RequestDispatcher::queue(Lane where, const std::shared_ptr<Request>& request,
@@ -162,14 +168,9 @@ Answer RequestDispatcher::run(Request& request) {
     }
 }
 
-Answer RequestDispatcher::readAndRun(Request& request, const std::function<Read()>& read) {
+Answer RequestDispatcher::readAndRun(Request& request, const std::string& json) {
     try {
-        Read unread = read();
-        if (!serializer_->isRegistered(unread.typeName)) {
-            return errorAnswer(404, "There is no such message type.");  // and no name for the metrics
-        }
-        request.typeName = std::move(unread.typeName);
-        readMessage(request, std::move(unread.message));
+        readMessage(request, requireMessage(json));
     } catch (const std::exception& error) {
         return errorAnswer(400, connector::errorText(error));
     }

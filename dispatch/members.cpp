@@ -35,10 +35,9 @@ bool isIntegerWithin(const Var& value, std::int64_t least, std::int64_t most) {
            real <= static_cast<double>(most);
 }
 
-bool isArray(const Var& value) {
-    if (value.type() == typeid(connector::json::Text))
-        return value.extract<connector::json::Text>().json->front() == '[';
-    return value.type() == typeid(Array::Ptr);
+bool isTextOf(const Var& value, char opening) {
+    return value.type() == typeid(connector::json::Text) &&
+           value.extract<connector::json::Text>().json->front() == opening;
 }
 
 bool isArrayOfStrings(const Var& value) {
@@ -55,11 +54,11 @@ bool fits(const Member& member, const Var& value) {
         case Member::Kind::Integer:
             return isIntegerWithin(value, member.least, member.most);
         case Member::Kind::Array:
-            return isArray(value);
+            return value.type() == typeid(Array::Ptr) || isTextOf(value, '[');
         case Member::Kind::Strings:
             return isArrayOfStrings(value);
         case Member::Kind::Object:
-            return value.type() == typeid(Object::Ptr);
+            return value.type() == typeid(Object::Ptr) || isTextOf(value, '{');
     }
     return false;
 }

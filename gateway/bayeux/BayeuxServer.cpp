@@ -74,7 +74,9 @@ void handle(const Sessions& sessions, const std::shared_ptr<Exchange>& exchange,
                 // The first message at once; later ones would nest as deep as the array is long.
                 return next == 0 ? session->strand().dispatch(goOn) : session->strand().post(goOn);
             }
-            if (session) session->handle(message, *exchange);
+            if (!session) continue;
+            const auto goOn = [sessions, exchange, next] { handle(sessions, exchange, next + 1); };
+            if (!session->handle(message, *exchange, goOn)) return;
         } catch (const std::exception& error) {
             exchange->add(internalError(message, sessions->core()->advice, error.what()));
         }
@@ -133,8 +135,8 @@ std::vector<ClientMessage> messagesIn(const std::string& body, const Peer& peer,
 }  // namespace
 
 BayeuxServer::BayeuxServer(boost::asio::io_context& context, messages::LocalMessageService& messages,
-                           dispatch::RequestDispatcher& dispatcher, ServerOptions options)
-    : core_(std::make_shared<ServerCore>(context, messages, dispatcher, std::move(options))),
+                           ports::InterpreterPort& port, ServerOptions options)
+    : core_(std::make_shared<ServerCore>(context, messages, port, std::move(options))),
       sessions_(std::make_shared<SessionTable>(core_)),
       timer_(context) {
     armTimer();

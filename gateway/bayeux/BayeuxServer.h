@@ -19,8 +19,8 @@
 namespace messages {
 class LocalMessageService;
 }
-namespace dispatch {
-class RequestDispatcher;
+namespace gateway::ports {
+class InterpreterPort;
 }
 
 namespace gateway::bayeux {
@@ -35,13 +35,13 @@ class SessionTable;
 ///
 /// Threads: every operation from any thread. All work on one session runs on one strand of the io_context,
 /// one piece after the other, so that what a session sends keeps its order and no lock is held while other
-/// code runs.  Locks: mutex_, a leaf.  Owns: borrows `context`, `messages` and `dispatcher`. It is destroyed
-/// when no thread runs the context any more, and the context when nobody publishes and the dispatcher is
+/// code runs.  Locks: mutex_, a leaf.  Owns: borrows `context`, `messages` and `port`. It is destroyed
+/// when no thread runs the context any more, and the context when nobody publishes and the port is
 /// stopped.
 class BayeuxServer {
 public:
     BayeuxServer(boost::asio::io_context& context, messages::LocalMessageService& messages,
-                 dispatch::RequestDispatcher& dispatcher, ServerOptions options);
+                 ports::InterpreterPort& port, ServerOptions options);
     /// Stops.
     ~BayeuxServer();
     BayeuxServer(const BayeuxServer&) = delete;

@@ -8,7 +8,6 @@
 #include "bayeux/channelRules.h"
 #include "connector/json/write.h"
 #include "connector/wireWords.h"
-#include "dispatch/RequestDispatcher.h"
 
 namespace gateway::bayeux {
 
@@ -33,8 +32,8 @@ BayeuxSession::BayeuxSession(std::shared_ptr<ServerCore> core, const Peer& peer,
       ended_(std::move(ended)),
       outbox_(client, isAcknowledged, core_->options.replyBytes),
       subscriptions_(client, core_->options.subscriptionsPerSession),
-      evaluations_(client, core_->dispatcher.names(), core_->options.evaluationsPerSession),
-      calls_(core_->dispatcher, client, evaluations_.underWay(), core_->options.callsPerSession),
+      evaluations_(core_->port, client, core_->options.evaluationsPerSession),
+      calls_(core_->port, client, evaluations_.underWay(), core_->options.callsPerSession),
       connects_(core_->options.connectsPerSecond, now()),
       lastActivity_(now()) {
     updateDue();
@@ -69,13 +68,35 @@ void BayeuxSession::bind(const std::shared_ptr<ClientSocket>& socket) {
     wake();
 }
 
-void BayeuxSession::handle(const ClientMessage& message, Exchange& exchange) {
+bool BayeuxSession::handle(const ClientMessage& message, Exchange& exchange,
+                           const std::function<void()>& goOn) {
     if (client_->isClosed()) end(unknownClientError, core_->advice.handshake());
-    if (isEnded_) return exchange.add(unknownClient(message, core_->advice));
+    if (isEnded_) {
+        exchange.add(unknownClient(message, core_->advice));
+        return true;
+    }
     if (const auto socket = exchange.socket()) bind(socket);
     noteActivity();
+    updateDue();
+    if (message.channel() == connector::wire::channel::evalRequest && message.has("data")) {
+        stream(message, exchange, goOn);
+        return false;
+    }
     exchange.add(answer(message, exchange));
     updateDue();
+    return true;
+}
+
+// Whether the request is taken is known when the interpreter has got it, which nobody else waits for.
+void BayeuxSession::stream(const ClientMessage& message, Exchange& exchange,
+                           const std::function<void()>& goOn) {
+    evaluations_.start(
+        message, [strand = strand_, goOn, exchange = exchange.shared_from_this()](const std::string& reply) {
+            strand.post([goOn, exchange, reply] {
+                exchange->add(reply);
+                goOn();
+            });
+        });
 }
 
 std::string BayeuxSession::answer(const ClientMessage& message, Exchange& exchange) {
@@ -122,7 +143,6 @@ std::string BayeuxSession::publish(const ClientMessage& message) {
     if (!isPortableName(channel)) return failed(message, errorText(405, channel, "bad channel name"));
     if (isReservedForServices(channel)) return failed(message, errorText(403, channel, "denied"));
     if (!message.has("data")) return failed(message, errorText(400, channel, "missing data"));
-    if (channel == connector::wire::channel::evalRequest) return evaluations_.start(message);
     // It says that the data holds bytes as text, and is the one extension that others have to see.
     Members members;
     if (!objectOf(message.extension("binary")).isNull()) {

@@ -58,8 +58,9 @@ public:
 
     /// These are for the strand. It begins to deliver, through `socket`, which may be null.
     void start(const std::shared_ptr<ClientSocket>& socket);
-    /// Replies are added to the exchange.
-    void handle(const ClientMessage& message, Exchange& exchange);
+    /// Adds the reply to the exchange; or else returns false, and `goOn` is called, on the strand, when that
+    /// has been done.
+    bool handle(const ClientMessage& message, Exchange& exchange, const std::function<void()>& goOn);
     /// The exchange has come to its end: its answer is written, or its client has gone.
     void release(const Exchange& exchange, bool isWritten);
     /// Ends because the server does.
@@ -77,6 +78,7 @@ private:
     std::string answer(const ClientMessage& message, Exchange& exchange);
     void connect(const ClientMessage& message, Exchange& exchange);
     std::string publish(const ClientMessage& message);
+    void stream(const ClientMessage& message, Exchange& exchange, const std::function<void()>& goOn);
     std::string disconnect(const ClientMessage& message);
 
     void work();

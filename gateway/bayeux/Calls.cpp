@@ -9,12 +9,12 @@
 #include "bayeux/replies.h"
 #include "connector/common/ContextState.h"
 #include "connector/json/parse.h"
-#include "dispatch/RequestDispatcher.h"
-#include "dispatch/readMessage.h"
 #include "foundation/log/diagnostic_logger.h"
+#include "ports/InterpreterPort.h"
 
 namespace gateway::bayeux {
 
+using connector::common::ClientRequests;
 using connector::common::ContextScope;
 using connector::common::ContextState;
 using connector::json::Text;
@@ -38,7 +38,7 @@ std::string errorOf(const dispatch::Answer& answer, const std::string& channel) 
 
 }  // namespace
 
-/// A call under way. The dispatcher holds it until it is answered.
+/// A call under way. The port holds it until it is answered.
 class Calls::Call {
 public:
     Call(std::shared_ptr<ClientSession> session, std::string channel, std::string idJson,
@@ -102,22 +102,6 @@ private:
     std::optional<dispatch::Answer> refusal_;
 };
 
-void Calls::submit(const std::string& typeName, const std::shared_ptr<const std::string>& json,
-                   const std::shared_ptr<ContextState>& context,
-                   std::function<void(dispatch::Answer)> answered) {
-    const auto read = [typeName, json] {
-        return dispatch::RequestDispatcher::Read{typeName, dispatch::readMessage(*json)};
-    };
-    if (json->size() > dispatch::largeBody) {
-        return dispatcher_.submitUnread(json->size(), read, context, std::move(answered));
-    }
-    try {
-        dispatcher_.submit(typeName, read().message, context, answered);
-    } catch (const connector::json::ParseError& error) {  // of what is valid as such: too many values
-        answered(dispatch::errorAnswer(400, error.what()));
-    }
-}
-
 std::string Calls::start(const ClientMessage& message) {
     const auto& channel = message.channel();
     if (!isPortableName(channel) || channel.size() <= servicePrefix.size()) {
@@ -136,11 +120,10 @@ std::string Calls::start(const ClientMessage& message) {
     if (!session_->clientType().empty()) {
         context->set("clientType", session_->clientType(), ContextScope::Client);
     }
-    // Before the code that runs ends, and the next one begins.
-    if (dispatch::isInterrupt(typeName)) evaluations_->withdraw();
+    if (dispatch::isInterrupt(typeName)) context->set(ClientRequests::contextKey, evaluations_);
     const auto call = std::make_shared<Call>(session_, channel, message.idJson(), underWay_);
-    submit(typeName, data.extract<Text>().json, context,
-           [call](dispatch::Answer answer) { call->answered(std::move(answer)); });
+    port_.submit(typeName, data.extract<Text>().json, context,
+                 [call](dispatch::Answer answer) { call->answered(std::move(answer)); });
     if (const auto& refusal = call->endSubmission()) return failed(message, errorOf(*refusal, channel));
     return succeeded(message);
 }

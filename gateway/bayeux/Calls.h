@@ -2,7 +2,6 @@
 
 #include <atomic>
 #include <cstddef>
-#include <functional>
 #include <memory>
 #include <string>
 
@@ -10,13 +9,9 @@
 #include "connector/common/ClientRequests.h"
 #include "messages/ClientSession.h"
 
-namespace connector::common {
-class ContextState;
+namespace gateway::ports {
+class InterpreterPort;
 }
-namespace dispatch {
-class RequestDispatcher;
-struct Answer;
-}  // namespace dispatch
 
 namespace gateway::bayeux {
 
@@ -24,17 +19,14 @@ namespace gateway::bayeux {
 /// session's queue, after what was published for it before. An interrupt withdraws the streaming requests
 /// of the session that wait.
 ///
-/// Threads: one at a time; answers come from threads of the dispatcher, also when this is gone.
+/// Threads: one at a time; answers come from threads of the port, also when this is gone.
 class Calls {
 public:
     using Evaluations = std::shared_ptr<connector::common::ClientRequests>;
 
-    Calls(dispatch::RequestDispatcher& dispatcher, std::shared_ptr<messages::ClientSession> session,
+    Calls(ports::InterpreterPort& port, std::shared_ptr<messages::ClientSession> session,
           Evaluations evaluations, std::size_t limit)
-        : dispatcher_(dispatcher),
-          session_(std::move(session)),
-          evaluations_(std::move(evaluations)),
-          limit_(limit) {}
+        : port_(port), session_(std::move(session)), evaluations_(std::move(evaluations)), limit_(limit) {}
 
     /// Starts the call that a message on "/service/<type name>" asks for. Returns the acknowledgement, which
     /// is a failed one when the call is refused.
@@ -43,11 +35,7 @@ public:
 private:
     class Call;
 
-    void submit(const std::string& typeName, const std::shared_ptr<const std::string>& json,
-                const std::shared_ptr<connector::common::ContextState>& context,
-                std::function<void(dispatch::Answer)> answered);
-
-    dispatch::RequestDispatcher& dispatcher_;
+    ports::InterpreterPort& port_;
     const std::shared_ptr<messages::ClientSession> session_;
     const Evaluations evaluations_;
     const std::size_t limit_;

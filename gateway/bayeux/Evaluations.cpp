@@ -9,6 +9,7 @@
 #include "connector/common/requests.h"
 #include "connector/json/write.h"
 #include "dispatch/members.h"
+#include "ports/InterpreterPort.h"
 
 namespace gateway::bayeux {
 
@@ -55,7 +56,7 @@ std::shared_ptr<ContextState> Evaluations::contextOf(const ClientMessage& messag
     const Var isLossy = message.ownExtension("lossy");
     if (isLossy.isEmpty() || !isLossy.extract<bool>()) origin.pace = session_->pace();
     origin.request = nameIn(message);
-    origin.reservation = names_->reserve(origin.request);
+    origin.reservation = port_.names()->reserve(origin.request);
     if (!origin.reservation) {
         throw RequestRefusal{409,
                              "ext.connector.request must not be the name of a request that has not ended"};
@@ -64,23 +65,31 @@ std::shared_ptr<ContextState> Evaluations::contextOf(const ClientMessage& messag
     return context;
 }
 
-std::string Evaluations::start(const ClientMessage& message) {
+void Evaluations::start(const ClientMessage& message, const std::function<void(std::string)>& replied) {
     const auto& channel = message.channel();
     if (underWay_->count() >= limit_) {
-        return failed(message, errorText(429, channel, "too many evaluations are waiting"));
+        return replied(failed(message, errorText(429, channel, "too many evaluations are waiting")));
     }
+    const auto refuse = [&](int status, const std::string& reason) {
+        replied(failed(message, errorText(status, channel, reason)));
+    };
+    std::shared_ptr<ContextState> context;
     try {
-        const auto context = contextOf(message);
-        session_->publish(channel, connector::json::written(message.get("data")), context);
-        const RequestRefusal refusal = context->getOr(RequestRefusal::contextKey, RequestRefusal());
-        if (refusal.status != 0) throw refusal;
-        const auto name = Members().add("request", RequestOrigin::of(*context)->request);
-        return succeeded(message, Members().add("ext", Members().add("connector", name)));
+        context = contextOf(message);
     } catch (const dispatch::BadMessage& problem) {
-        return failed(message, errorText(400, channel, problem.what()));
+        return refuse(400, problem.what());
     } catch (const RequestRefusal& refusal) {
-        return failed(message, errorText(refusal.status, channel, refusal.reason));
+        return refuse(refusal.status, refusal.reason);
     }
+    const auto taken = [message, replied,
+                        name = RequestOrigin::of(*context)->request](const RequestRefusal& refusal) {
+        if (refusal.status != 0) {
+            return replied(failed(message, errorText(refusal.status, message.channel(), refusal.reason)));
+        }
+        const auto request = Members().add("request", name);
+        replied(succeeded(message, Members().add("ext", Members().add("connector", request))));
+    };
+    port_.stream(*session_, channel, connector::json::written(message.get("data")), context, taken);
 }
 
 }  // namespace gateway::bayeux

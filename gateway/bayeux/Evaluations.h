@@ -1,14 +1,18 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <memory>
 #include <string>
 #include <utility>
 
 #include "bayeux/ClientMessage.h"
 #include "connector/common/ClientRequests.h"
-#include "connector/common/RequestNames.h"
 #include "messages/ClientSession.h"
+
+namespace gateway::ports {
+class InterpreterPort;
+}
 
 namespace gateway::bayeux {
 
@@ -18,13 +22,14 @@ namespace gateway::bayeux {
 /// Threads: on the strand of the session.
 class Evaluations {
 public:
-    /// `limit`: how many may be under way. `names`: of the requests of all clients.
-    Evaluations(std::shared_ptr<messages::ClientSession> session,
-                std::shared_ptr<connector::common::RequestNames> names, std::size_t limit)
-        : session_(std::move(session)), names_(std::move(names)), limit_(limit) {}
+    /// `limit`: how many may be under way.
+    Evaluations(ports::InterpreterPort& port, std::shared_ptr<messages::ClientSession> session,
+                std::size_t limit)
+        : port_(port), session_(std::move(session)), limit_(limit) {}
 
-    /// Publishes a request. Returns the reply.
-    std::string start(const ClientMessage& message);
+    /// Publishes a request. `replied` is called once with the reply, on any thread, perhaps before this
+    /// returns.
+    void start(const ClientMessage& message, const std::function<void(std::string)>& replied);
 
     /// Those that have not ended.
     const std::shared_ptr<connector::common::ClientRequests>& underWay() const { return underWay_; }
@@ -32,8 +37,8 @@ public:
 private:
     std::shared_ptr<connector::common::ContextState> contextOf(const ClientMessage& message);
 
+    ports::InterpreterPort& port_;
     const std::shared_ptr<messages::ClientSession> session_;
-    const std::shared_ptr<connector::common::RequestNames> names_;
     const std::size_t limit_;
     const std::shared_ptr<connector::common::ClientRequests> underWay_ =
         std::make_shared<connector::common::ClientRequests>();

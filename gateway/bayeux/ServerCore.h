@@ -15,8 +15,8 @@ class io_context;
 namespace messages {
 class LocalMessageService;
 }
-namespace dispatch {
-class RequestDispatcher;
+namespace gateway::ports {
+class InterpreterPort;
 }
 
 namespace gateway::bayeux {
@@ -27,16 +27,16 @@ namespace gateway::bayeux {
 /// Threads: any.
 struct ServerCore {
     ServerCore(boost::asio::io_context& ioContext, messages::LocalMessageService& messageService,
-               dispatch::RequestDispatcher& requestDispatcher, ServerOptions serverOptions)
+               ports::InterpreterPort& interpreterPort, ServerOptions serverOptions)
         : context(ioContext),
           messages(messageService),
-          dispatcher(requestDispatcher),
+          port(interpreterPort),
           options(std::move(serverOptions)),
           advice(options.timeout, options.maxInterval) {}
 
     boost::asio::io_context& context;
     messages::LocalMessageService& messages;
-    dispatch::RequestDispatcher& dispatcher;
+    ports::InterpreterPort& port;
     const ServerOptions options;
     const Advice advice;
     /// By which clients that come back tell whether the server was started again.

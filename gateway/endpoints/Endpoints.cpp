@@ -123,7 +123,7 @@ bool Endpoints::isWebSocket(const HttpRequest& head) {
 
 void Endpoints::open(const HttpRequest& upgrade, const std::shared_ptr<bayeux::ClientSocket>& socket) {
     services_.metrics.count(routeOf(upgrade.path).metric, 101);
-    services_.bayeux.open(socket);
+    services_.desk.bayeux().open(socket);
 }
 
 HttpReply Endpoints::malformed(int status, std::string_view text) {

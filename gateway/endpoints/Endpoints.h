@@ -40,7 +40,7 @@ public:
     /// Whether the sender of a request that `check` allowed has shown the token.
     bool isAuthenticated(const HttpRequest& head) const { return services_.access.isAuthenticated(head); }
     /// Whether the beginning of a body shows a session.
-    bool showsSession(std::string_view body) const { return services_.bayeux.showsSession(body); }
+    bool showsSession(std::string_view body) const { return services_.desk.bayeux().showsSession(body); }
     /// Null when no permit is left.
     LargeBodyPermit permitLargeBody() {
         return LargeBodyPermit(largeBodies_.try_acquire() ? &largeBodies_ : nullptr);
@@ -56,7 +56,7 @@ public:
     /// Takes over a WebSocket whose request `check` allowed, and which is open.
     void open(const HttpRequest& upgrade, const std::shared_ptr<bayeux::ClientSocket>& socket);
     /// Takes the frames of WebSockets.
-    bayeux::BayeuxServer& bayeux() const { return services_.bayeux; }
+    bayeux::BayeuxServer& bayeux() const { return services_.desk.bayeux(); }
 
     /// The reply to what is no valid request.
     HttpReply malformed(int status, std::string_view text);

@@ -4,9 +4,8 @@
 
 #include "HttpRequest.h"
 #include "access/AccessPolicy.h"
-#include "bayeux/BayeuxServer.h"
-#include "dispatch/RequestDispatcher.h"
 #include "endpoints/StaticFiles.h"
+#include "interpreters/Desk.h"
 #include "metrics/RequestMetrics.h"
 #include "metrics/metricsPage.h"
 
@@ -16,10 +15,8 @@ namespace gateway::endpoints {
 struct Services {
     const access::AccessPolicy& access;
     const StaticFiles& files;
-    dispatch::RequestDispatcher& dispatcher;
-    bayeux::BayeuxServer& bayeux;
+    interpreters::Desk& desk;
     metrics::RequestMetrics& metrics;
-    std::function<bool()> isReady;
     std::function<metrics::Snapshot()> snapshot;
 };
 

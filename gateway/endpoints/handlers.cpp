@@ -18,20 +18,20 @@ HttpReply statusReply(std::string_view status) {
 }  // namespace
 
 Pending answerMessage(const Services& services, const HttpRequest& request, Done done) {
-    submitMessage(services.dispatcher, request.path.substr(1), request, std::move(done));
+    submitMessage(services.desk.port(), request.path.substr(1), request, std::move(done));
     return nullptr;
 }
 
 Pending answerEnvelope(const Services& services, const HttpRequest& request, Done done) {
-    submitEnvelope(services.dispatcher, request, std::move(done));
+    submitEnvelope(services.desk.port(), request, std::move(done));
     return nullptr;
 }
 
 Pending answerBayeux(const Services& services, const HttpRequest& request, Done done) {
-    return services.bayeux.post(request.body, peerOf(services, request),
-                                [done = std::move(done)](bayeux::HttpAnswer answer) {
-                                    done({.status = answer.status, .body = std::move(answer.body)});
-                                });
+    return services.desk.bayeux().post(request.body, peerOf(services, request),
+                                       [done = std::move(done)](bayeux::HttpAnswer answer) {
+                                           done({.status = answer.status, .body = std::move(answer.body)});
+                                       });
 }
 
 Pending answerHealth(const Services&, const HttpRequest&, Done done) {
@@ -40,7 +40,8 @@ Pending answerHealth(const Services&, const HttpRequest&, Done done) {
 }
 
 Pending answerReadiness(const Services& services, const HttpRequest&, Done done) {
-    done(services.isReady() ? statusReply("ready") : errorReply(503, "The interpreter is not ready."));
+    done(services.desk.port().isReady() ? statusReply("ready")
+                                        : errorReply(503, "The interpreter is not ready."));
     return nullptr;
 }
 

@@ -1,6 +1,7 @@
 #include "endpoints/messageRequests.h"
 
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
@@ -14,7 +15,6 @@
 #include "connector/json/parse.h"
 #include "connector/json/write.h"
 #include "dispatch/members.h"
-#include "dispatch/readMessage.h"
 
 namespace gateway::endpoints {
 
@@ -23,6 +23,7 @@ namespace {
 using connector::common::ContextScope;
 using connector::common::ContextState;
 using connector::json::ObjectBuilder;
+using connector::json::Text;
 using Poco::JSON::Object;
 
 using dispatch::BadMessage;
@@ -34,10 +35,12 @@ constexpr dispatch::Member envelopeMembers[] = {
 constexpr dispatch::Member contextMembers[] = {{"clientType", Kind::String},
                                                {"numoraCapabilities", Kind::Strings}};
 
+/// The object in an envelope; its message stays text.
 Object::Ptr objectFrom(const std::string& body) {
-    Object::Ptr object = dispatch::readMessage(body);
-    if (!object) throw BadMessage("The body must be a JSON object.");
-    return object;
+    constexpr std::size_t mostValues = 20'000;
+    const auto value = connector::json::parse(body, connector::json::deepestNesting, mostValues, "message");
+    if (value.type() != typeid(Object::Ptr)) throw BadMessage("The body must be a JSON object.");
+    return value.extract<Object::Ptr>();
 }
 
 std::shared_ptr<ContextState> contextOf(const HttpRequest& request) {
@@ -60,8 +63,12 @@ void addContext(ContextState& context, const Object& values) {
     context.set("numoraCapabilities", list, ContextScope::Client);
 }
 
-dispatch::RequestDispatcher::Read readEnvelope(const std::string& body, ContextState& context,
-                                               std::string& contextJson) {
+struct Envelope {
+    std::string typeName;
+    ports::InterpreterPort::Json message;
+};
+
+Envelope readEnvelope(const std::string& body, ContextState& context, std::string& contextJson) {
     const Object::Ptr envelope = objectFrom(body);
     std::vector<std::string> unknown;
     dispatch::checkMembers(envelopeMembers, *envelope, "", unknown);
@@ -70,7 +77,7 @@ dispatch::RequestDispatcher::Read readEnvelope(const std::string& body, ContextS
         addContext(context, *values);
         contextJson = connector::json::written(values);
     }
-    return {envelope->getValue<std::string>("type"), envelope->getObject("message")};
+    return {envelope->getValue<std::string>("type"), envelope->get("message").extract<Text>().json};
 }
 
 HttpReply replyFrom(dispatch::Answer answer) {
@@ -82,60 +89,35 @@ HttpReply replyFrom(dispatch::Answer answer) {
     return reply;
 }
 
-// What is wrong with a body becomes the reply.
-template <class Action>
-void refusingBadBodies(const std::function<void(HttpReply)>& done, Action action) {
-    std::string problem;
-    try {
-        return action();
-    } catch (const connector::json::ParseError& error) {
-        problem = error.what();
-    } catch (const BadMessage& error) {
-        problem = error.what();
-    }
-    done(errorReply(400, problem));
-}
-
 }  // namespace
 
-void submitMessage(dispatch::RequestDispatcher& dispatcher, const std::string& typeName,
-                   const HttpRequest& request, std::function<void(HttpReply)> done) {
-    const auto context = contextOf(request);
-    const auto answered = [done](dispatch::Answer answer) { done(replyFrom(std::move(answer))); };
-    if (request.body.size() > dispatch::largeBody) {
-        const auto read = [typeName, body = request.body] {
-            return dispatch::RequestDispatcher::Read{typeName, objectFrom(body)};
-        };
-        return dispatcher.submitUnread(request.body.size(), read, context, answered);
-    }
-    refusingBadBodies(done,
-                      [&] { dispatcher.submit(typeName, objectFrom(request.body), context, answered); });
+void submitMessage(ports::InterpreterPort& port, const std::string& typeName, const HttpRequest& request,
+                   std::function<void(HttpReply)> done) {
+    port.submit(typeName, std::make_shared<const std::string>(request.body), contextOf(request),
+                [done = std::move(done)](dispatch::Answer answer) { done(replyFrom(std::move(answer))); });
 }
 
-void submitEnvelope(dispatch::RequestDispatcher& dispatcher, const HttpRequest& request,
+void submitEnvelope(ports::InterpreterPort& port, const HttpRequest& request,
                     std::function<void(HttpReply)> done) {
     const auto context = contextOf(request);
-    const auto contextJson = std::make_shared<std::string>();
-    const auto answered = [done, contextJson](dispatch::Answer answer) {
+    std::string contextJson;
+    Envelope envelope;
+    try {
+        envelope = readEnvelope(request.body, *context, contextJson);
+    } catch (const std::runtime_error& error) {
+        return done(errorReply(400, error.what()));
+    }
+    const auto answered = [done = std::move(done), contextJson](dispatch::Answer answer) {
         if (answer.status == 200) {
             ObjectBuilder reply;
             reply.add("type", answer.type).addJson("message", answer.json);
-            if (!contextJson->empty()) reply.addJson("context", *contextJson);
+            if (!contextJson.empty()) reply.addJson("context", contextJson);
             if (answer.isDropped) reply.addJson("ext", R"({"connector":{"dropped":true}})");
             answer.json = reply.take();
         }
         done(replyFrom(std::move(answer)));
     };
-    if (request.body.size() > dispatch::largeBody) {
-        const auto read = [body = request.body, context, contextJson] {
-            return readEnvelope(body, *context, *contextJson);
-        };
-        return dispatcher.submitUnread(request.body.size(), read, context, answered);
-    }
-    refusingBadBodies(done, [&] {
-        auto read = readEnvelope(request.body, *context, *contextJson);
-        dispatcher.submit(read.typeName, std::move(read.message), context, answered);
-    });
+    port.submit(envelope.typeName, envelope.message, context, answered);
 }
 
 }  // namespace gateway::endpoints

@@ -48,10 +48,10 @@ bool isEndOfStream(const error_code& error) {
 ///                    |         '--- refused -----+---> writing       '--> draining --> closed
 ///                    '--------- keep-alive ----------------'
 ///
-/// Every state has a deadline but `waiting`, which the dispatcher bounds. There a read is pending, too, which
-/// says that the client has gone, or takes the beginning of the next request; it may still be pending in
-/// later states. A client that has gone gives up its place, and gets its answer in case it has only ended its
-/// own direction.
+/// Every state has a deadline but `waiting`, which the port of the interpreter bounds. There a read is
+/// pending, too, which says that the client has gone, or takes the beginning of the next request; it may
+/// still be pending in later states. A client that has gone gives up its place, and gets its answer in case
+/// it has only ended its own direction.
 ///
 /// Threads: its strand, but for `finish` and `abort`.  Owns: pending operations and answers hold it.
 template <class Stream>

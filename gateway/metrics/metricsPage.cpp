@@ -5,12 +5,14 @@ namespace gateway::metrics {
 namespace {
 
 void writeConnections(PrometheusText& page, const Snapshot& now) {
-    page.single("numora_ready", "gauge", "Whether the interpreter takes requests.", now.isReady ? 1 : 0);
+    page.single("numora_ready", "gauge", "Whether the interpreter takes requests.",
+                now.interpreter.isReady ? 1 : 0);
     page.single("numora_connections", "gauge", "Open connections, WebSockets included.", now.connections);
     page.single("numora_connections_refused_total", "counter",
                 "Connections that found no place, or gave way before they had shown the token.",
                 now.refusedConnections);
-    page.single("numora_bayeux_sessions", "gauge", "Sessions of Bayeux clients.", now.bayeuxSessions);
+    page.single("numora_bayeux_sessions", "gauge", "Sessions of Bayeux clients.",
+                now.interpreter.bayeuxSessions);
 }
 
 void writeMessages(PrometheusText& page, const messages::MessageMetrics& messages) {
@@ -25,12 +27,13 @@ void writeMessages(PrometheusText& page, const messages::MessageMetrics& message
                 messages.messagesPublished);
 }
 
-void writeEvaluations(PrometheusText& page, const Snapshot& now) {
-    page.single("numora_requests_queued", "gauge", "Requests that wait for a thread.", now.dispatcher.queued);
-    page.single("numora_requests_running", "gauge", "Requests that run.", now.dispatcher.running);
+void writeEvaluations(PrometheusText& page, const InterpreterSnapshot& now) {
+    page.single("numora_requests_queued", "gauge", "Requests that wait for a thread.",
+                now.port.requests.queued);
+    page.single("numora_requests_running", "gauge", "Requests that run.", now.port.requests.running);
     constexpr std::string_view requests = "numora_requests_total";
     page.family(requests, "counter", "Requests of clients, by type and outcome.");
-    for (const auto& [key, count] : now.dispatcher.outcomes) {
+    for (const auto& [key, count] : now.port.requests.outcomes) {
         page.sample(requests, {{"type", key.first}, {"outcome", key.second}}, count);
     }
     constexpr std::string_view streaming = "numora_streaming_evaluations_total";
@@ -39,12 +42,12 @@ void writeEvaluations(PrometheusText& page, const Snapshot& now) {
     page.sample(streaming, {{"outcome", "error"}}, now.completions.failures);
     constexpr std::string_view started = "numora_streaming_requests_started_total";
     page.family(started, "counter", "Streaming requests of clients that name their type.");
-    for (const auto& [type, counts] : now.streaming) {
+    for (const auto& [type, counts] : now.port.streaming) {
         page.sample(started, {{"client_type", type}}, counts.started);
     }
     constexpr std::string_view ended = "numora_streaming_requests_ended_total";
     page.family(ended, "counter", "Those of them that have ended.");
-    for (const auto& [type, counts] : now.streaming) {
+    for (const auto& [type, counts] : now.port.streaming) {
         page.sample(ended, {{"client_type", type}}, counts.ended);
     }
 }
@@ -54,8 +57,8 @@ void writeEvaluations(PrometheusText& page, const Snapshot& now) {
 std::string metricsPage(const RequestMetrics& requests, const Snapshot& now) {
     PrometheusText page;
     writeConnections(page, now);
-    writeMessages(page, now.messages);
-    writeEvaluations(page, now);
+    writeMessages(page, now.interpreter.messages);
+    writeEvaluations(page, now.interpreter);
     requests.write(page);
     return page.take();
 }

@@ -2,13 +2,11 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <map>
 #include <string>
 
-#include "dispatch/RequestDispatcher.h"
 #include "messages/LocalMessageService.h"
-#include "messages/RequestCounter.h"
 #include "metrics/RequestMetrics.h"
+#include "ports/InterpreterPort.h"
 
 namespace gateway::metrics {
 
@@ -18,16 +16,20 @@ struct Completions {
     std::uint64_t failures = 0;
 };
 
-/// What the page shows beside the HTTP requests, at one moment.
-struct Snapshot {
+/// What is known of one interpreter at one moment.
+struct InterpreterSnapshot {
     messages::MessageMetrics messages;
-    dispatch::DispatcherMetrics dispatcher;
-    std::map<std::string, messages::RequestCounter::Counts> streaming;
+    ports::PortMetrics port;
     Completions completions;
     std::size_t bayeuxSessions = 0;
+    bool isReady = false;
+};
+
+/// What the page shows beside the HTTP requests, at one moment.
+struct Snapshot {
+    InterpreterSnapshot interpreter;
     std::size_t connections = 0;
     std::uint64_t refusedConnections = 0;  ///< with those that gave way before they had shown the token
-    bool isReady = false;
 };
 
 /// The text of `/metrics`.

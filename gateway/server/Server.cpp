@@ -3,16 +3,14 @@
 #include <chrono>
 #include <exception>
 
-#include "connector/json/escape.h"
-#include "connector/wireWords.h"
 #include "http/streams.h"
 #include "log.h"
+#include "ports/LocalPort.h"
 
 namespace gateway {
 
 namespace {
 
-constexpr auto completionTime = std::chrono::milliseconds(500);  // of interrupted code that is streamed
 constexpr auto finishTime = std::chrono::seconds(1);
 
 bayeux::ServerOptions bayeuxOptions(const GatewayOptions& options, const access::AccessPolicy& access) {
@@ -22,6 +20,23 @@ bayeux::ServerOptions bayeuxOptions(const GatewayOptions& options, const access:
     bayeux.unauthenticatedBytes = options.limits.unauthenticatedBytes;
     bayeux.ownerWait = options.ownerWait;
     return bayeux;
+}
+
+std::unique_ptr<interpreters::Desk> makeDesk(boost::asio::io_context& context, const Server::Parts& parts,
+                                             const access::AccessPolicy& access) {
+    const auto& options = parts.options;
+    auto port = std::make_unique<ports::LocalPort>(
+        ports::LocalPort::Parts{.framework = parts.framework,
+                                .serializer = parts.serializer,
+                                .isReady = parts.isReady,
+                                .streaming = options.streaming},
+        dispatch::DispatcherOptions{.threads = options.handlerThreads,
+                                    .queueLength = options.handlerQueue,
+                                    .isReadingInput = options.isReadingInput});
+    return std::make_unique<interpreters::Desk>(
+        context, parts.messages, std::move(port),
+        interpreters::Desk::Options{.bayeux = bayeuxOptions(options, access),
+                                    .standInTime = options.standInTime});
 }
 
 }  // namespace
@@ -41,24 +56,14 @@ Server::Server(const Parts& parts, const boost::asio::ip::address& address)
               listener_.port()),
       files_(parts.options.console),
       connections_(std::make_shared<http::OpenConnections>(parts.options.limits.connections)),
-      completions_(parts.messages.subscribe(connector::wire::channel::completion,
-                                            [this](const auto& message) { countCompletion(message.data); })),
-      absentClients_(
-          std::make_shared<AbsentClientsSession>(context_, parts.messages, parts.options.standInTime)),
-      dispatcher_(parts.framework, parts.serializer,
-                  {.threads = parts.options.handlerThreads,
-                   .queueLength = parts.options.handlerQueue,
-                   .isReadingInput = parts.options.isReadingInput}),
-      bayeux_(context_, parts.messages, dispatcher_, bayeuxOptions(parts.options, access_)),
+      desk_(makeDesk(context_, parts, access_)),
       endpoints_({.access = access_,
                   .files = files_,
-                  .dispatcher = dispatcher_,
-                  .bayeux = bayeux_,
+                  .desk = *desk_,
                   .metrics = metrics_,
-                  .isReady = parts.isReady,
                   .snapshot = [this] { return snapshot(); }},
                  parts.options.limits.unauthenticatedBodies) {
-    absentClients_->start();
+    desk_->start();
     listener_.start([this](boost::asio::ip::tcp::socket socket) {
         auto place = connections_->take();
         if (!place) return http::closeNow(socket);
@@ -75,9 +80,7 @@ void Server::stop() {
     listener_.close();
     endpoints_.refuseAll();
     // While answers can still be sent.
-    dispatcher_.stop();
-    if (parts_.options.streaming) parts_.options.streaming->waitUntilIdle(completionTime);
-    bayeux_.stop();
+    desk_->stop();
     connections_->finishAll();
     if (!connections_->waitUntilEmpty(finishTime)) {
         connections_->abortAll();
@@ -86,7 +89,7 @@ void Server::stop() {
     context_.stop();
     for (auto& thread : threads_) thread.join();
     threads_.clear();
-    absentClients_.reset();
+    desk_.reset();
     reading_.stop();
     reading_.join();
 }
@@ -111,20 +114,9 @@ void Server::work() {
 }
 
 metrics::Snapshot Server::snapshot() const {
-    metrics::Snapshot now;
-    now.messages = parts_.messages.metrics();
-    now.dispatcher = dispatcher_.metrics();
-    if (parts_.options.streaming) now.streaming = parts_.options.streaming->counts();
-    now.completions = {.successes = successes_, .failures = failures_};
-    now.bayeuxSessions = bayeux_.sessions();
-    now.connections = connections_->size();
-    now.refusedConnections = connections_->refused();
-    now.isReady = parts_.isReady();
-    return now;
-}
-
-void Server::countCompletion(const std::string& data) {
-    ++(data == connector::json::quoted(connector::wire::completion::success) ? successes_ : failures_);
+    return {.interpreter = desk_->snapshot(),
+            .connections = connections_->size(),
+            .refusedConnections = connections_->refused()};
 }
 
 }  // namespace gateway

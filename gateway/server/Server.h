@@ -1,6 +1,5 @@
 #pragma once
 
-#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -12,17 +11,15 @@
 #include <boost/asio/thread_pool.hpp>
 
 #include "access/AccessPolicy.h"
-#include "bayeux/BayeuxServer.h"
-#include "dispatch/RequestDispatcher.h"
 #include "endpoints/Endpoints.h"
 #include "endpoints/StaticFiles.h"
 #include "gateway/GatewayOptions.h"
 #include "http/HttpConnection.h"
 #include "http/Listener.h"
 #include "http/OpenConnections.h"
+#include "interpreters/Desk.h"
 #include "messages/LocalMessageService.h"
 #include "metrics/RequestMetrics.h"
-#include "server/AbsentClientsSession.h"
 
 namespace gateway {
 
@@ -54,7 +51,6 @@ private:
     void startThreads();
     void work();
     metrics::Snapshot snapshot() const;
-    void countCompletion(const std::string& data);
 
     // First, because what others post into it may outlive them.
     boost::asio::io_context context_;
@@ -67,12 +63,7 @@ private:
     const endpoints::StaticFiles files_;
     const std::shared_ptr<http::OpenConnections> connections_;
     metrics::RequestMetrics metrics_;
-    std::atomic<std::uint64_t> successes_{0};
-    std::atomic<std::uint64_t> failures_{0};
-    const std::unique_ptr<connector::message_service::Subscription> completions_;
-    std::shared_ptr<AbsentClientsSession> absentClients_;  // null when stopped
-    dispatch::RequestDispatcher dispatcher_;
-    bayeux::BayeuxServer bayeux_;
+    std::unique_ptr<interpreters::Desk> desk_;  // null when stopped
     endpoints::Endpoints endpoints_;
     boost::asio::thread_pool reading_{1};
 

@@ -6,7 +6,7 @@
 #include <boost/asio/io_context.hpp>
 #include <gmock/gmock.h>
 
-#include "server/AbsentClientsSession.h"
+#include "interpreters/AbsentClientsSession.h"
 
 namespace {
 

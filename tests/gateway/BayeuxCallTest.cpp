@@ -179,7 +179,7 @@ TEST_F(BayeuxCallTest, isRefusedAtOnceOrAnsweredWithWhatWentWrong) {
     EXPECT_EQ(receiveUntil("error"), "[{" + eval + R"(,"id":"a","successful":true}])" +
                                          refused(R"(,"data":{"error":"bad request"},"id":"a",)",
                                                  "400:/service/test/Request:bad request"));
-    dispatcher_->stop();
+    port_->stop();
     EXPECT_EQ(call(data), refused(",", "503:/service/test/Request:the request has failed"));
     turn();
     EXPECT_EQ(socket_->received(), "");
@@ -217,7 +217,7 @@ TEST_F(BayeuxCallTest, isNotAnsweredAfterTheEndOfTheSession) {
     askSocket(*socket_, R"([{"channel":"/meta/disconnect","clientId":"$"}])");
     server_.reset();
     go_.set_value();
-    dispatcher_->stop();
+    port_->stop();
     turn();
     EXPECT_EQ(socket_->received(), "");
 }

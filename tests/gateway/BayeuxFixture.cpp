@@ -5,23 +5,26 @@
 using namespace std::chrono_literals;
 
 BayeuxFixture::BayeuxFixture()
-    : dispatcher_(std::make_unique<dispatch::RequestDispatcher>(
-          std::make_shared<FunctionFramework>([this](const JsonRequest& request) {
-              return connector::makeReadyFuture<FunctionFramework::Response>(
-                  std::make_unique<JsonRequest>(onRequest(*request.object)));
-          }),
-          JsonRequest::makeSerializer())) {
+    : port_(std::make_unique<gateway::ports::LocalPort>(
+          gateway::ports::LocalPort::Parts{
+              .framework = std::make_shared<FunctionFramework>([this](const JsonRequest& request) {
+                  return connector::makeReadyFuture<FunctionFramework::Response>(
+                      std::make_unique<JsonRequest>(onRequest(*request.object)));
+              }),
+              .serializer = JsonRequest::makeSerializer(),
+              .isReady = [] { return true; }},
+          dispatch::DispatcherOptions())) {
     serve();
 }
 
-BayeuxFixture::~BayeuxFixture() { dispatcher_->stop(); }
+BayeuxFixture::~BayeuxFixture() { port_->stop(); }
 
 void BayeuxFixture::serve(gateway::bayeux::ServerOptions options) {
     options.now = [this] { return now_; };
     options.isToken = [](const std::string& token) { return token == "sesame"; };
     options.sweepInterval = 1h;
-    server_ = std::make_unique<gateway::bayeux::BayeuxServer>(context_, messages_, *dispatcher_,
-                                                              std::move(options));
+    server_ =
+        std::make_unique<gateway::bayeux::BayeuxServer>(context_, messages_, *port_, std::move(options));
 }
 
 void BayeuxFixture::pass(std::chrono::milliseconds time) {

@@ -14,8 +14,8 @@
 
 #include "bayeux/BayeuxServer.h"
 #include "connector/ServiceFramework.h"
-#include "dispatch/RequestDispatcher.h"
 #include "messages/LocalMessageService.h"
+#include "ports/LocalPort.h"
 
 /// A server without a network. The test turns the loop and moves the clock.
 class BayeuxFixture : public testing::Test {
@@ -117,8 +117,8 @@ protected:
     messages::LocalMessageService messages_{
         {.logged = {"/logged/**"}, .firstNumber = 1, .now = [this] { return now_; }}};
 
-    /// What the service does with the data of a request; runs on a thread of the dispatcher.
+    /// What the service does with the data of a request; runs on a thread of the port.
     std::function<Poco::JSON::Object::Ptr(const Poco::JSON::Object&)> onRequest;
-    std::unique_ptr<dispatch::RequestDispatcher> dispatcher_;
+    std::unique_ptr<gateway::ports::LocalPort> port_;
     std::unique_ptr<gateway::bayeux::BayeuxServer> server_;
 };

@@ -6,13 +6,12 @@
 
 #include "FunctionFramework.h"
 #include "connector/ServiceStopped.h"
-#include "connector/json/parse.h"
 #include "dispatch/RequestDispatcher.h"
+#include "dispatch/readMessage.h"
 
 namespace {
 
 using dispatch::RequestDispatcher;
-using Poco::JSON::Object;
 using Response = FunctionFramework::Response;
 
 connector::Future<Response> echo(const JsonRequest& request) {
@@ -21,25 +20,27 @@ connector::Future<Response> echo(const JsonRequest& request) {
 
 class RequestDispatcherTest : public testing::Test {
 protected:
-    dispatch::Answer submit(const std::string& type, const Object::Ptr& message) {
-        std::promise<dispatch::Answer> promise;
-        dispatcher_.submit(type, message, nullptr,
-                           [&](dispatch::Answer answer) { promise.set_value(std::move(answer)); });
-        return promise.get_future().get();
+    std::future<dispatch::Answer> start(const std::string& type, std::string message) {
+        auto promise = std::make_shared<std::promise<dispatch::Answer>>();
+        dispatcher_.submit(type, std::make_shared<const std::string>(std::move(message)), nullptr,
+                           [promise](dispatch::Answer answer) { promise->set_value(std::move(answer)); });
+        return promise->get_future();
     }
-    static Object::Ptr read(const char* text) { return connector::json::parse(text).extract<Object::Ptr>(); }
-    dispatch::Answer submitEval() { return submit("test/Request", new Object); }
+    dispatch::Answer submit(const std::string& type, const std::string& message) {
+        return start(type, message).get();
+    }
+    dispatch::Answer submitEval() { return submit("test/Request", "{}"); }
     const std::shared_ptr<FunctionFramework> framework_ = std::make_shared<FunctionFramework>(echo);
     RequestDispatcher dispatcher_{
-        framework_, JsonRequest::makeSerializer(), {.threads = 1, .queueLength = 2, .queueBytes = 1000}};
+        framework_, JsonRequest::makeSerializer(), {.threads = 1, .queueLength = 2, .queueBytes = 100'000}};
 };
 
 TEST_F(RequestDispatcherTest, failuresBecomeStatuses) {
-    const auto unreadable = submit("test/Request", read(R"({"bad":true})"));
+    const auto unreadable = submit("test/Request", R"({"bad":true})");
     EXPECT_EQ(unreadable.status, 400);
     EXPECT_EQ(unreadable.json, R"({"error":"bad request"})");
-    EXPECT_EQ(submit("test/Other", new Object).status, 404);
-    EXPECT_EQ(submit("test/Request", nullptr).status, 400);
+    EXPECT_EQ(submit("test/Other", "{}").status, 404);
+    EXPECT_EQ(submit("test/Request", "[]").status, 400);
     const auto failing = [](const auto& error) {
         return connector::makeFailedFuture<Response>(std::make_exception_ptr(error));
     };
@@ -65,22 +66,14 @@ TEST_F(RequestDispatcherTest, readsLargeBodiesInTheirTurn) {
         go.get_future().wait();
         return echo(request);
     };
-    using Read = RequestDispatcher::Read;
-    const auto submitUnread = [this](std::size_t bytes, std::function<Read()> read) {
-        auto promise = std::make_shared<std::promise<dispatch::Answer>>();
-        dispatcher_.submitUnread(
-            bytes, std::move(read), std::make_shared<connector::common::ContextState>(),
-            [promise](dispatch::Answer answer) { promise->set_value(std::move(answer)); });
-        return promise->get_future();
-    };
-    auto first = submitUnread(900, [] { return Read{"test/Request", new Object}; });
+    const std::string large = "{" + std::string(dispatch::largeBody, ' ') + "}";  // two of them are too much
+    auto first = start("test/Request", large);
     begun.get_future().wait();
-    auto bad = submitUnread(900, []() -> Read { throw std::runtime_error("no JSON"); });
-    EXPECT_EQ(submitUnread(200, [] { return Read{}; }).get().status, 429);
+    auto bad = start("test/Request", large + "]");
+    EXPECT_EQ(submit("test/Request", large).status, 429);
     go.set_value();
     EXPECT_EQ(first.get().status, 200);
-    EXPECT_EQ(bad.get().json, R"({"error":"no JSON"})");
-    EXPECT_EQ(submitUnread(1000, [] { return Read{"test/Other", new Object}; }).get().status, 404);
+    EXPECT_EQ(bad.get().status, 400);
 }
 
 TEST_F(RequestDispatcherTest, stampsRequestsAndCountsTheirOutcomesByType) {
@@ -92,10 +85,10 @@ TEST_F(RequestDispatcherTest, stampsRequestsAndCountsTheirOutcomesByType) {
     for (const char* response :
          {R"({"isError":true})", R"({"messageFaults":[{"faultCode":"Request.Timeout"}]})",
           R"({"messageFaults":[{"faultCode":"NUMORA.CodeError"}]})"}) {
-        submit("test/Request", read(response));
+        submit("test/Request", response);
     }
-    submit("test/Request", nullptr);
-    submit("test/Other", new Object);
+    submit("test/Request", "[]");
+    submit("test/Other", "{}");
     const auto outcomes = dispatcher_.metrics().outcomes;
     EXPECT_EQ(outcomes.size(), 5U);
     for (const char* outcome : {"success", "error", "timeout", "fault", "refused"}) {

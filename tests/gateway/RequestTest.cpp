@@ -77,7 +77,7 @@ TEST_F(RequestTest, isAnsweredWithAStatusAndAnErrorInJson) {
         {"$E$H$AContent-Type: text/plain\r\nContent-Length: 2\r\n\r\n{}", 415, "Content-Type must be"},
         {"$E$H$AContent-Encoding: gzip\r\n$J", 415, "Content-Encoding"},
         {"$E$H$A$C\r\n", 400},
-        {"$E$H$A$CContent-Length: 2\r\n\r\n[]", 400, "The body must be a JSON object."},
+        {"$E$H$A$CContent-Length: 2\r\n\r\n[]", 400, "The message must be a JSON object."},
         {"$E$H$AConnector-Client-Type: " + std::string(200, 'x') + "\r\n$J", 400, "Connector-Client-Type"},
         {"$E$H$A$CContent-Length: 99999999\r\n\r\n", 413, "The body is too large."},
         {"$E$HX: " + std::string(20'000, 'x') + "\r\n\r\n", 431, "The head is too large."},

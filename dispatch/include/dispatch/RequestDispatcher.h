@@ -63,25 +63,17 @@ public:
     RequestDispatcher(const RequestDispatcher&) = delete;
     RequestDispatcher& operator=(const RequestDispatcher&) = delete;
 
-    /// Queues the request of type `typeName`, such as "connector/v1/Eval", that `message` describes. Where
-    /// its uuid is missing, or that of a message of a sequence, one is made up and added to `message`, which
-    /// is the dispatcher's from now on. The context is stamped with its arrival
-    /// (connector/common/requestArrival.h). `done` is called once: on a thread of the pool or, when the
-    /// request is refused, on this one before the operation returns, or by `stop`. It must be quick and throw
-    /// nothing. Blocks: never.
-    void submit(const std::string& typeName, Poco::JSON::Object::Ptr message,
+    /// Queues the request of type `typeName`, such as "connector/v1/Eval", that `json`, a JSON object as its
+    /// client sent it, describes. Where its uuid is missing, or that of a message of a sequence, one is made
+    /// up. The context, a new one when null, is stamped with its arrival (connector/common/requests.h),
+    /// unless it is already. `done` is called once: on a thread of the pool or, when the request is refused,
+    /// on this one before the operation returns, or by `stop`. It must be quick and throw nothing. Blocks:
+    /// never.
+    ///
+    /// A message larger than `largeBody` would hold up other clients while it is read: a thread of the pool
+    /// does it, where the request waits with those for the base prompt, whatever it is.
+    void submit(const std::string& typeName, std::shared_ptr<const std::string> json,
                 std::shared_ptr<connector::common::ContextState> context, Done done);
-
-    /// A request that a body describes.
-    struct Read {
-        std::string typeName;
-        Poco::JSON::Object::Ptr message;
-    };
-    /// The same for a body of so many `bytes` that reading it would hold up other clients: `read` does it on
-    /// a thread of the pool, may add to the context, and throws what the client is told with status 400. It
-    /// waits with those for the base prompt, whatever it is.
-    void submitUnread(std::size_t bytes, std::function<Read()> read,
-                      std::shared_ptr<connector::common::ContextState> context, Done done);
 
     /// Of the requests that have not ended, also for whoever takes some by other ways.
     const std::shared_ptr<connector::common::RequestNames>& names() const { return names_; }
@@ -101,10 +93,11 @@ private:
     connector::WorkerPool& lane(Lane lane) { return *lanes_.at(static_cast<std::size_t>(lane)); }
     void queue(Lane where, const std::shared_ptr<Request>& request, std::function<Answer()> work,
                std::size_t bytes);
+    /// Throws: what the client is told with status 400.
     void readMessage(Request& request, Poco::JSON::Object::Ptr object) const;
     /// Delivers, waits for the response and writes it.
     Answer run(Request& request);
-    Answer readAndRun(Request& request, const std::function<Read()>& read);
+    Answer readAndRun(Request& request, const std::string& json);
     Answer deliver(Request& request);
     void finish(const Request& request, Answer answer);
     void count(const std::string& typeName, const std::string& outcome) EXCLUDES(mutex_);

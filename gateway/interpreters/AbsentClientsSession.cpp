@@ -1,4 +1,4 @@
-#include "server/AbsentClientsSession.h"
+#include "interpreters/AbsentClientsSession.h"
 
 #include <algorithm>
 #include <string_view>

@@ -1,0 +1,36 @@
+#include "interpreters/Desk.h"
+
+#include <utility>
+
+#include "connector/json/escape.h"
+#include "connector/wireWords.h"
+
+namespace gateway::interpreters {
+
+Desk::Desk(boost::asio::io_context& context, messages::LocalMessageService& messages,
+           std::unique_ptr<ports::InterpreterPort> port, Options options)
+    : messages_(messages),
+      port_(std::move(port)),
+      completions_(messages.subscribe(connector::wire::channel::completion,
+                                      [this](const auto& message) { countCompletion(message.data); })),
+      absentClients_(std::make_shared<AbsentClientsSession>(context, messages, options.standInTime)),
+      bayeux_(context, messages, *port_, std::move(options.bayeux)) {}
+
+void Desk::stop() {
+    port_->stop();
+    bayeux_.stop();
+}
+
+metrics::InterpreterSnapshot Desk::snapshot() const {
+    return {.messages = messages_.metrics(),
+            .port = port_->metrics(),
+            .completions = {.successes = successes_, .failures = failures_},
+            .bayeuxSessions = bayeux_.sessions(),
+            .isReady = port_->isReady()};
+}
+
+void Desk::countCompletion(const std::string& data) {
+    ++(data == connector::json::quoted(connector::wire::completion::success) ? successes_ : failures_);
+}
+
+}  // namespace gateway::interpreters
