@@ -3,7 +3,7 @@ include(CMakePackageConfigHelpers)
 
 set(NUMORA_PACKAGE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/ConnectorInterpreter)
 
-foreach(component foundation microservices host messages dispatch supervisor interpreter standalone gateway)
+foreach(component foundation microservices host messages dispatch link supervisor interpreter standalone gateway)
     get_target_property(target ConnectorInterpreter::${component} ALIASED_TARGET)
     install(TARGETS ${target} EXPORT ConnectorInterpreterTargets
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
