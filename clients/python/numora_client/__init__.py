@@ -11,12 +11,14 @@
 """
 
 from .client import Client, EvalResult
-from .errors import AddressError, CallError, Disconnected, NotRun, NumoraError, PromptGone
+from .errors import AddressError, CallError, Disconnected, InterpreterDied, NotRun, NumoraError, PromptGone
 from .events import (Clear, Completed, Dropped, ErrorOutput, Event, Gap, Home, Message, Output, Prompt, StreamEvent,
                      Suggestion)
+from .interpreters import Death, DeathRecord, Interpreter, Limits, Request
 from .streams import Messages, Stream
 from .sync import SyncClient, SyncMessages, SyncStream, connect
 
-__all__ = ["AddressError", "CallError", "Clear", "Client", "Completed", "Disconnected", "Dropped", "ErrorOutput",
-           "EvalResult", "Event", "Gap", "Home", "Message", "Messages", "NotRun", "NumoraError", "Output", "Prompt",
-           "PromptGone", "Stream", "StreamEvent", "Suggestion", "SyncClient", "SyncMessages", "SyncStream", "connect"]
+__all__ = ["AddressError", "CallError", "Clear", "Client", "Completed", "Death", "DeathRecord", "Disconnected",
+           "Dropped", "ErrorOutput", "EvalResult", "Event", "Gap", "Home", "Interpreter", "InterpreterDied", "Limits",
+           "Message", "Messages", "NotRun", "NumoraError", "Output", "Prompt", "PromptGone", "Request", "Stream",
+           "StreamEvent", "Suggestion", "SyncClient", "SyncMessages", "SyncStream", "connect"]

@@ -6,7 +6,8 @@ import asyncio
 import collections
 from typing import Callable, Optional
 
-from .events import Message
+from .errors import InterpreterDied
+from .events import COMPLETION, Message
 
 _ROOM = 8 << 20  # characters that wait before the server is asked for less
 _MOST = 64 << 20  # before it is asked for nothing
@@ -17,7 +18,7 @@ class Inbox:
     """Nothing is dropped: when it is full, its session asks for no more (see Session).
 
     `accepts` chooses among what the session gets; `request` names the code whose events they are, if that is what they
-    are. Threads: those of one event loop.
+    are; when the interpreter dies, whoever reads those gets the error. Threads: those of one event loop.
     """
 
     def __init__(self, accepts: Callable[[Message], bool], request: Optional[str] = None) -> None:
@@ -37,6 +38,10 @@ class Inbox:
     def put(self, message: Message, size: int) -> None:
         if not self._accepts(message):
             return
+        if self.request and message.death:
+            if message.channel == COMPLETION:
+                self.fail(InterpreterDied(message.death))
+            return  # the text of the error is the sentence
         self._messages.append((message, size + _MESSAGE))
         self._size += size + _MESSAGE
         if self._size >= _ROOM:

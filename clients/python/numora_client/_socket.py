@@ -89,6 +89,7 @@ async def open_socket(address: Address) -> Socket:
     except WebSocketException as error:
         status = status_of(error)
         reason = f"it answers with the HTTP status {status}" if status else str(error)
-        raise Disconnected(f"{address.shown} must be the address of a Numora server, but {reason}") from None
+        whose = f' with the interpreter "{address.interpreter}"' if address.interpreter else ""
+        raise Disconnected(f"{address.shown} must be the address of a Numora server{whose}, but {reason}") from None
     except EOFError:
         raise Disconnected(f"the server at {address.shown} has closed the connection") from None

@@ -10,15 +10,38 @@ from typing import Optional
 
 from .errors import AddressError
 
+_ID = "[a-z][a-z0-9-]{0,62}"
+
 
 @dataclasses.dataclass(frozen=True)
 class Address:
-    """`shown` is what users may see of it: it holds no token."""
+    """`server` is without the path of the interpreter, which is None where the address names none: the default one.
+
+    `shown` is what users may see of it: it holds no token.
+    """
 
     shown: str
-    socket_url: str
+    server: str
+    interpreter: Optional[str]
     token: str
     ssl: Optional[ssl.SSLContext]
+
+    @property
+    def socket_url(self) -> str:
+        return "ws" + self.server[len("http"):] + (path_of(self.interpreter) if self.interpreter else "") + "/cometd"
+
+    def with_interpreter(self, interpreter: str) -> Address:
+        """Throws: AddressError."""
+        path = path_of(interpreter)
+        return dataclasses.replace(self, shown=self.server + path + "/", interpreter=interpreter)
+
+
+def path_of(interpreter: str) -> str:
+    """Where the server has what is of an interpreter.  Throws: AddressError."""
+    if not re.fullmatch(_ID, interpreter):
+        raise AddressError("the id of an interpreter must be of 1 to 63 letters a to z, digits and -, and begin with a "
+                           f'letter, and is "{interpreter}"')
+    return "/interpreters/" + interpreter
 
 
 def parse(url: str, token: Optional[str], context: Optional[ssl.SSLContext]) -> Address:
@@ -44,5 +67,8 @@ def parse(url: str, token: Optional[str], context: Optional[ssl.SSLContext]) -> 
     if context is not None and not is_secure:
         raise AddressError(f'the address must begin with https:// for an SSL context, and is "{shown}"')
     path = urllib.parse.quote(parts.path.rstrip("/"), safe="/%:@!$&'()*+,;=~")
-    return Address(shown, f"{'wss' if is_secure else 'ws'}://{parts.netloc}{path}/cometd", token,
+    of_interpreter = re.search(f"/interpreters/({_ID})$", path)
+    folder = path[:of_interpreter.start()] if of_interpreter else path
+    return Address(shown, f"{'https' if is_secure else 'http'}://{parts.netloc}{folder}",
+                   of_interpreter[1] if of_interpreter else None, token,
                    context or ssl.create_default_context() if is_secure else None)

@@ -3,18 +3,21 @@
 from __future__ import annotations
 
 import asyncio
+import copy
 import contextlib
 import dataclasses
 import json
 import math
 import ssl as _ssl
 import uuid
-from typing import Any, Iterable, Optional, Union
+from typing import Any, Iterable, Mapping, Optional, Union
 
 from . import address
+from ._http import exchange
 from ._session import Session
 from .errors import CallError, Disconnected, NotRun, NumoraError
 from .events import Prompt
+from .interpreters import DeathRecord, Interpreter, interpreter_from, record_from
 from .streams import Messages, Stream
 
 _IDLE_SESSIONS = 4  # kept for the next streams
@@ -40,10 +43,15 @@ class Client:
                  ssl: Optional[_ssl.SSLContext] = None) -> None:
         """`url` is the line that the server prints, with its token; behind a proxy, with the path that leads to it.
 
+        With `/interpreters/ID` at its end it names another interpreter than the default one.
+
         https needs a certificate that is trusted, by `ssl` if that is given.  Throws: AddressError.
         """
-        self._address = address.parse(url, token, ssl)
         self._client_type = client_type
+        self._begin(address.parse(url, token, ssl))
+
+    def _begin(self, of: address.Address) -> None:
+        self._address = of
         self._main: Optional[Session] = None
         self._idle: list[Session] = []
         self._busy: set[Session] = set()
@@ -122,6 +130,63 @@ class Client:
     def messages(self, pattern: str) -> Messages:
         """What is published on the channels that match, as in `client.messages("/eventmgr/0/status")`."""
         return Messages(self, pattern)
+
+    # --- interpreters ------------------------------------------------------------------------------------------------
+
+    def interpreter(self, identity: str) -> Client:
+        """Another interpreter of the server, with the same token; to be entered like this one, but for what follows.
+
+        Throws: AddressError for what cannot be the id of one.
+        """
+        other = copy.copy(self)
+        other._begin(self._address.with_interpreter(identity))
+        return other
+
+    async def restart(self, force: bool = False, life: Optional[int] = None) -> Interpreter:
+        """Ends the life of this interpreter, also in native code that no interrupt reaches, and begins the next one.
+
+        What runs is interrupted before, and exit hooks run, for two seconds at most; with `force` not. With `life` only if
+        that is the life it has, else it is a CallError with the code 409. Returns when the new life takes requests.
+        """
+        body: dict[str, Any] = {"force": force}
+        if life is not None:
+            body["life"] = life
+        return interpreter_from(await exchange(self._address, "POST", self._path() + "/restart", body))
+
+    async def deaths(self) -> list[DeathRecord]:
+        """How the last lives of this interpreter have ended, the newest first, ten at most."""
+        answer = await exchange(self._address, "GET", self._path() + "/deaths")
+        return [record_from(raw) for raw in answer["deaths"]]
+
+    async def interpreters(self) -> list[Interpreter]:
+        """All interpreters of the server."""
+        answer = await exchange(self._address, "GET", "/interpreters")
+        return [interpreter_from(raw) for raw in answer["interpreters"]]
+
+    async def create_interpreter(self, identity: Optional[str] = None, *, folder: Optional[str] = None,
+                                 venv: Optional[str] = None, env: Optional[Mapping[str, str]] = None,
+                                 memory_mib: Optional[int] = None, cpus: Optional[float] = None,
+                                 idle_minutes: Optional[float] = None, if_watched: Optional[bool] = None,
+                                 restart: Optional[str] = None) -> Interpreter:
+        """Makes an interpreter, under an id of the server's choice unless one is given; its process starts on demand.
+
+        `folder` is its working directory, `venv` a virtual environment, `env` what it has in its environment besides. An
+        interpreter that was idle for `idle_minutes` is ended; with `if_watched` false not while somebody is subscribed to
+        it. `restart` is "demand", "always" or "never". What is not given is as the server has it.
+
+        Throws: CallError, with the code 409 when the id is in use.
+        """
+        options = {"id": identity, "folder": folder, "venv": venv, "env": env and dict(env), "memoryMiB": memory_mib,
+                   "cpus": cpus, "idleMinutes": idle_minutes, "ifWatched": if_watched, "restart": restart}
+        given = {name: value for name, value in options.items() if value is not None}
+        return interpreter_from(await exchange(self._address, "POST", "/interpreters", given))
+
+    async def delete_interpreter(self, identity: str) -> None:
+        """Ends an interpreter and forgets it. The one that is called "default" cannot be deleted."""
+        await exchange(self._address, "DELETE", address.path_of(identity))
+
+    def _path(self) -> str:
+        return address.path_of(self._address.interpreter or "default")
 
     # --- sessions ----------------------------------------------------------------------------------------------------
 

@@ -5,6 +5,8 @@ from __future__ import annotations
 import re
 from typing import Any
 
+from .interpreters import Death, death_from
+
 
 class NumoraError(Exception):
     """What all errors of this package are."""
@@ -38,16 +40,35 @@ class PromptGone(CallError):
     """What was typed was not taken, because its prompt is gone; nothing has run."""
 
 
+class InterpreterDied(CallError):
+    """The interpreter has died while the request was under way. Its variables are lost; the next request starts it anew.
+
+    `death` says how, as do `sentence`, `cause`, `detail` and `life`, which are of it; Client.deaths() says more.
+    """
+
+    def __init__(self, death: Death, code: int = 502) -> None:
+        super().__init__(death.sentence, code=code)
+        self.death = death
+        self.sentence, self.cause, self.detail, self.life = death.sentence, death.cause, death.detail, death.life
+
+    def __reduce__(self) -> tuple[type[InterpreterDied], tuple[Death, int]]:
+        return InterpreterDied, (self.death, self.code)
+
+
 def refusal(reply: dict[str, Any]) -> CallError:
     """The error of an unsuccessful reply, whose text is `code:arguments:text`, or of the answer to a call."""
+    error = reply.get("error") or "the server refused the request"
+    parts = re.match(r"(\d{3}):([^:]*):", error)
+    code = int(parts[1]) if parts else 0
+    death = ((reply.get("ext") or {}).get("connector") or {}).get("death")
+    if death:
+        return InterpreterDied(death_from(death), code)
     data = reply.get("data")
     if isinstance(data, dict) and data.get("error"):
         return CallError(data["error"])
-    error = reply.get("error") or "the server refused the request"
-    parts = re.match(r"(\d{3}):([^:]*):", error)
     if not parts:
         return CallError(error)
-    code, text = int(parts[1]), error[parts.end():]
+    text = error[parts.end():]
     if code == 409 and text == "the prompt is gone":
         return PromptGone("the prompt is gone, and nothing was typed", code=code)
     return CallError(f"{parts[2]}: {text}" if parts[2] else text, code=code)

@@ -5,14 +5,20 @@ from __future__ import annotations
 import dataclasses
 from typing import Any, Callable, Optional
 
+from .interpreters import Death, death_from
+
 RESPONSES = "/eval/response/"
+COMPLETION = RESPONSES + "completion"
 EVENTS = "/eventmgr/0/"
 NOTICES = "/connector/"
 
 
 @dataclasses.dataclass(frozen=True)
 class Message:
-    """What was published on a channel. `request` names the request that caused it, `seq` is its number, 0 for none."""
+    """What was published on a channel. `request` names the request that caused it, `seq` is its number, 0 for none.
+
+    `death` is that of the interpreter, where the message tells of it.
+    """
 
     channel: str
     data: Any
@@ -20,6 +26,7 @@ class Message:
     seq: int = 0
     prompt: Optional[int] = None
     echo: bool = True
+    death: Optional[Death] = None
 
 
 @dataclasses.dataclass(frozen=True)
@@ -105,7 +112,7 @@ class Gap(StreamEvent):
 
 @dataclasses.dataclass(frozen=True)
 class Completed(StreamEvent):
-    """The code has ended. The last event of a stream."""
+    """The code has ended. The last event of a stream, unless that ends with an error."""
 
     success: bool
 
@@ -117,7 +124,7 @@ _KINDS: dict[str, Callable[[Message], StreamEvent]] = {
     RESPONSES + "commandwindow/clear": lambda m: Clear(),
     RESPONSES + "commandwindow/home": lambda m: Home(),
     RESPONSES + "suggest": lambda m: Suggestion(m.data),
-    RESPONSES + "completion": lambda m: Completed(m.data == "Done: success"),
+    COMPLETION: lambda m: Completed(m.data == "Done: success"),
     NOTICES + "dropped": lambda m: Dropped(m.data["channel"], m.data["messages"], m.data["bytes"],
                                            m.data.get("from", 0), m.data.get("to", 0)),
     NOTICES + "gap": lambda m: Gap(m.data["from"], m.data["to"], m.data["bytes"]),
@@ -127,8 +134,9 @@ _KINDS: dict[str, Callable[[Message], StreamEvent]] = {
 def message_from(raw: dict[str, Any]) -> Message:
     """The message of a delivery."""
     own = (raw.get("ext") or {}).get("connector") or {}
+    death = death_from(own["death"]) if own.get("death") else None
     return Message(raw["channel"], raw["data"], own.get("request"), own.get("seq", 0), own.get("prompt"),
-                   own.get("echo", True))
+                   own.get("echo", True), death)
 
 
 def event_from(message: Message) -> StreamEvent:

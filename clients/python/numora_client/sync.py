@@ -9,11 +9,12 @@ import contextlib
 import ssl as _ssl
 import threading
 import weakref
-from typing import Any, Callable, Coroutine, Generic, Iterable, Optional, TypeVar, Union
+from typing import Any, Callable, Coroutine, Generic, Iterable, Mapping, Optional, TypeVar, Union
 
 from .client import Client, EvalResult
 from .errors import Disconnected, NumoraError
 from .events import Message, Prompt, StreamEvent
+from .interpreters import DeathRecord, Interpreter
 from .streams import Reader, Stream
 
 T = TypeVar("T")
@@ -204,6 +205,36 @@ class SyncClient:
     def messages(self, pattern: str) -> SyncMessages:
         """See Client.messages; it is subscribed at once."""
         return SyncMessages(self, self._client.messages(pattern))
+
+    def interpreter(self, identity: str) -> SyncClient:
+        """A client for another interpreter of the server, with the same token; close it, or use `with`."""
+        return SyncClient(self._client.interpreter(identity))
+
+    def restart(self, force: bool = False, life: Optional[int] = None) -> Interpreter:
+        """See Client.restart."""
+        return self._loop.run(self._client.restart, force, life)
+
+    def deaths(self) -> list[DeathRecord]:
+        """See Client.deaths."""
+        return self._loop.run(self._client.deaths)
+
+    def interpreters(self) -> list[Interpreter]:
+        """See Client.interpreters."""
+        return self._loop.run(self._client.interpreters)
+
+    def create_interpreter(self, identity: Optional[str] = None, *, folder: Optional[str] = None,
+                           venv: Optional[str] = None, env: Optional[Mapping[str, str]] = None,
+                           memory_mib: Optional[int] = None, cpus: Optional[float] = None,
+                           idle_minutes: Optional[float] = None, if_watched: Optional[bool] = None,
+                           restart: Optional[str] = None) -> Interpreter:
+        """See Client.create_interpreter."""
+        return self._loop.run(lambda: self._client.create_interpreter(
+            identity, folder=folder, venv=venv, env=env, memory_mib=memory_mib, cpus=cpus, idle_minutes=idle_minutes,
+            if_watched=if_watched, restart=restart))
+
+    def delete_interpreter(self, identity: str) -> None:
+        """See Client.delete_interpreter."""
+        self._loop.run(self._client.delete_interpreter, identity)
 
     def _run(self, work: Callable[[], Coroutine[Any, Any, T]]) -> T:
         try:
