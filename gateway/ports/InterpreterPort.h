@@ -1,9 +1,12 @@
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
+#include <vector>
 
 #include "connector/common/ContextState.h"
 #include "connector/common/RequestNames.h"
@@ -12,6 +15,7 @@
 #include "dispatch/RequestDispatcher.h"
 #include "messages/ClientSession.h"
 #include "messages/RequestCounter.h"
+#include "ports/InterpreterState.h"
 
 namespace gateway::ports {
 
@@ -29,6 +33,9 @@ public:
     using Json = std::shared_ptr<const std::string>;
     using Context = std::shared_ptr<connector::common::ContextState>;
     using Answered = std::function<void(dispatch::Answer)>;
+    /// The context value with the process that a request is for: its number (std::uint64_t), as life() tells.
+    /// Where another one runs, the request is refused with 409.
+    static constexpr const char* wantedLife = "interpreterLife";
     using Taken = std::function<void(connector::common::RequestRefusal)>;
 
     virtual ~InterpreterPort() = default;
@@ -52,6 +59,16 @@ public:
     /// Whether requests would be served now.
     virtual bool isReady() const = 0;
     virtual PortMetrics metrics() const = 0;
+
+    /// Which process of the interpreter it is: they are counted from 1. 0: there was none yet, or it is this.
+    virtual std::uint64_t life() const = 0;
+    virtual InterpreterState state() const = 0;
+    /// How processes of the interpreter ended, the last ten at most, the newest first.
+    virtual std::vector<supervisor::DeathRecord> deaths() const = 0;
+    /// Ends the process of the interpreter, whatever it does, and starts another one. `force`: without
+    /// asking it to end first. `life`: which process is meant; 409 when it is another one. `answered` is
+    /// called once, on any thread, with an answer whose text is empty when the new process takes requests.
+    virtual void restart(bool force, std::optional<std::uint64_t> life, Answered answered) = 0;
 
     /// Answers what is queued, and what comes later, with 503; interrupts what runs.
     /// Blocks: until that has ended; for code that is streamed, only a moment.

@@ -40,6 +40,19 @@ PortMetrics LocalPort::metrics() const {
     return metrics;
 }
 
+InterpreterState LocalPort::state() const {
+    InterpreterState state;
+    if (!isReady()) state.state = "starting";
+    const auto requests = dispatcher_.metrics();
+    if (requests.running > 0) state.activity = "busy";
+    return state;
+}
+
+void LocalPort::restart(bool /*force*/, std::optional<std::uint64_t> /*life*/, Answered answered) {
+    answered(dispatch::errorAnswer(
+        501, "The interpreter runs in the process of the server, which cannot restart it."));
+}
+
 void LocalPort::stop() {
     dispatcher_.stop();
     if (parts_.streaming) parts_.streaming->waitUntilIdle(completionTime);

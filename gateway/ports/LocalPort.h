@@ -30,6 +30,11 @@ public:
     }
     bool isReady() const override { return parts_.isReady(); }
     PortMetrics metrics() const override;
+    std::uint64_t life() const override { return 0; }
+    InterpreterState state() const override;
+    std::vector<supervisor::DeathRecord> deaths() const override { return {}; }
+    /// 501: the interpreter would take the gateway with it.
+    void restart(bool force, std::optional<std::uint64_t> life, Answered answered) override;
     void stop() override;
 
 private:
