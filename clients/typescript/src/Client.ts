@@ -1,7 +1,9 @@
-import {parseAddress} from "./address.js";
+import {type Address, parseAddress, pathOf} from "./address.js";
 import {EvalStream, type StreamOptions} from "./EvalStream.js";
 import {EventQueue} from "./EventQueue.js";
 import {NumoraError} from "./errors.js";
+import {exchange} from "./http.js";
+import type {DeathRecord, Interpreter, InterpreterOptions} from "./interpreters.js";
 import {type Handler, type Message, Session, sizeOf} from "./Session.js";
 
 // Every time in this package is in milliseconds.
@@ -62,19 +64,25 @@ const cancelled = "Request was cancelled before starting.";
 
 /**
  * Connects to the server at `url`, which in a page may be relative to it, and fails if that is not possible or the
- * token is wrong. What a proxy adds as a path belongs to the address.
+ * token is wrong. What a proxy adds as a path belongs to the address, which names another interpreter than the default
+ * one with `/interpreters/ID` at its end.
  */
 export async function connect(url: string, options: ConnectOptions = {}): Promise<Client> {
-    const {base, token} = parseAddress(url);
+    const address = parseAddress(url);
+    return connectTo({...address, token: options.token ?? address.token}, options);
+}
+
+async function connectTo(address: Address, options: ConnectOptions): Promise<Client> {
+    const {server, interpreter, token} = address;
     const session = await Session.open({
-        url: `${base}/cometd`,
-        token: options.token ?? token,
+        url: `${server}${interpreter ? pathOf(interpreter) : ""}/cometd`,
+        token,
         clientType: options.clientType ?? "typescript",
         transport: options.transport,
         retryMs: options.retryMs ?? 500,
         maxMessageSize: options.maxMessageSize ?? 16 * 1024 * 1024,
     });
-    return new Client(session);
+    return new Client(session, address, options);
 }
 
 /**
@@ -82,7 +90,8 @@ export async function connect(url: string, options: ConnectOptions = {}): Promis
  * with its session fails with the code "disconnected", and is not repeated.
  */
 export class Client {
-    constructor(private readonly session: Session) {}
+    constructor(private readonly session: Session, private readonly address: Address,
+                private readonly options: ConnectOptions) {}
 
     /** Resolves when the client can no longer be used: with the reason, unless it was closed. */
     get ended(): Promise<NumoraError | undefined> {
@@ -163,6 +172,45 @@ export class Client {
         };
         this.session.subscribe(listener, options.after).catch((error: Error) => queue.end(error));
         return queue;
+    }
+
+    /** A client for another interpreter of the server, with the same token. */
+    async interpreter(id: string): Promise<Client> {
+        pathOf(id);  // is one
+        return connectTo({...this.address, interpreter: id}, this.options);
+    }
+
+    /**
+     * Ends the life of this interpreter, also in native code that no interrupt reaches, and begins the next one. What
+     * runs is interrupted before, and exit hooks run, for two seconds at most; with `force` not. With `life` only if that
+     * is the life it has, else it fails with the code "409". Resolves when the new life takes requests.
+     */
+    restart(options: {force?: boolean; life?: number} = {}): Promise<Interpreter> {
+        return exchange(this.address, "POST", `${this.path}/restart`, options);
+    }
+
+    /** How the last lives of this interpreter have ended, the newest first, ten at most. */
+    async deaths(): Promise<DeathRecord[]> {
+        return (await exchange(this.address, "GET", `${this.path}/deaths`)).deaths;
+    }
+
+    /** All interpreters of the server. */
+    async interpreters(): Promise<Interpreter[]> {
+        return (await exchange(this.address, "GET", "/interpreters")).interpreters;
+    }
+
+    /** Makes an interpreter, under an id of the server's choice unless one is given; its process starts on demand. */
+    createInterpreter(options: InterpreterOptions = {}): Promise<Interpreter> {
+        return exchange(this.address, "POST", "/interpreters", options);
+    }
+
+    /** Ends an interpreter and forgets it. The one that is called "default" cannot be deleted. */
+    async deleteInterpreter(id: string): Promise<void> {
+        await exchange(this.address, "DELETE", pathOf(id));
+    }
+
+    private get path(): string {
+        return pathOf(this.address.interpreter ?? "default");
     }
 
     /** Ends the session. What waits for it fails. */

@@ -1,8 +1,8 @@
 import {EventQueue} from "./EventQueue.js";
-import {NumoraError} from "./errors.js";
+import {InterpreterDied, NumoraError} from "./errors.js";
 import {newName} from "./names.js";
 import {type Listener, type Message, type Session, sizeOf} from "./Session.js";
-import {type StreamEvent, eventOf, responses, tagged} from "./streamEvents.js";
+import {type StreamEvent, completion, eventOf, responses, tagged} from "./streamEvents.js";
 
 export interface StreamOptions {
     /** Printing does not wait for a reader that is slow; it loses text instead. */
@@ -93,6 +93,10 @@ export class EvalStream extends EventQueue<StreamEvent> {
 
     private take(message: Message): void {
         if (message.request !== this.request && !message.channel.startsWith("/connector/")) return;
+        if (message.death && message.request === this.request) {  // the text of the error is the sentence
+            if (message.channel === completion) this.fail(new InterpreterDied(message.death));
+            return;
+        }
         const event = eventOf(message);
         if (!event) return;
         this.push(event, sizeOf(message));

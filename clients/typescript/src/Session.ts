@@ -1,6 +1,7 @@
 import {AckExtension, CometD, type Message as BayeuxMessage} from "cometd";
 import {NumoraError, detailOf, errorOf} from "./errors.js";
 import {prepareEnvironment, socketFailures} from "./environment.js";
+import type {Death} from "./interpreters.js";
 import {newName} from "./names.js";
 import {Room} from "./Room.js";
 
@@ -14,6 +15,8 @@ export interface Message {
     /** The number of the prompt that it is, if one can answer it, and false if the answer is not to be shown. */
     prompt?: number;
     echo?: boolean;
+    /** That of the interpreter, if the message tells of it. */
+    death?: Death;
 }
 
 /** What a message counts for while it waits for its reader, in characters. */
@@ -53,7 +56,7 @@ interface Call {
 // Part of the library, but not of its declarations.
 type Sender = {send(message: BayeuxMessage): void; _warn(): void};
 type Transport = {send(envelope: object, isConnect: boolean): void};
-type ConnectorExtension = {seq?: number; request?: string; prompt?: number; echo?: boolean; dropped?: boolean; server?: string};
+type ConnectorExtension = {seq?: number; request?: string; prompt?: number; echo?: boolean; dropped?: boolean; server?: string; death?: Death};
 type Reply = BayeuxMessage & {reestablish?: boolean; failure?: {reason?: string; httpCode?: number}};
 
 /** The channels of notices that the server sends to a session whether it subscribes to them or not. */
@@ -244,7 +247,7 @@ export class Session {
                 if (extensionOf(answer).dropped) {
                     call.reject(new NumoraError("dropped", "the code was not run, because an interrupt came while it waited"));
                 } else if (answer.successful) call.resolve(answer.data);
-                else call.reject(answer.data ? new NumoraError("failed", detailOf(answer.data)) : errorOf(answer));
+                else call.reject(answer.data && !extensionOf(answer).death ? new NumoraError("failed", detailOf(answer.data)) : errorOf(answer));
             });
         });
     }
@@ -258,8 +261,8 @@ export class Session {
         if (this.listeners.size === 0) this.position = after;
         else if (after !== undefined) throw new NumoraError("invalid", "after must be given with the first subscription of a client");
         const deliver = (message: BayeuxMessage): void => {
-            const {seq: number, request, prompt, echo} = extensionOf(message);
-            listener.handler({channel: message.channel, data: message.data, number, request, prompt, echo});
+            const {seq: number, request, prompt, echo, death} = extensionOf(message);
+            listener.handler({channel: message.channel, data: message.data, number, request, prompt, echo, death});
         };
         const handles = [...listener.channels, ...notices].map(channel => this.cometd.addListener(channel, deliver));
         this.listeners.set(listener, handles);

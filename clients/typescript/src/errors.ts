@@ -1,3 +1,5 @@
+import type {Death} from "./interpreters.js";
+
 /** A request that was refused, failed or was lost. */
 export class NumoraError extends Error {
     /**
@@ -16,9 +18,25 @@ export class NumoraError extends Error {
     }
 }
 
+/** The interpreter has died while the request was under way. Its variables are lost; the next request starts it anew. */
+export class InterpreterDied extends NumoraError {
+    readonly sentence: string;
+    override readonly cause: string;
+    readonly detail: string;
+    /** The number of the life that has ended. */
+    readonly life: number;
+
+    constructor(readonly death: Death, code = "502") {
+        super(code, death.sentence);
+        this.name = "InterpreterDied";
+        ({sentence: this.sentence, cause: this.cause, detail: this.detail, life: this.life} = death);
+    }
+}
+
 interface FailedReply {
     error?: string;
     failure?: {reason?: string};
+    ext?: {connector?: {death?: Death}};
 }
 
 /** What the data of a failed answer say about it. */
@@ -29,6 +47,8 @@ export function detailOf(data: unknown): string {
 /** The error that a failed reply tells: "code:arguments:text" of the server, or what became of the connection. */
 export function errorOf(reply: FailedReply): NumoraError {
     const [, code, channel, text] = /^(\d{3}):([^:]*):(.*)$/s.exec(reply.error ?? "") ?? [];
+    const death = reply.ext?.connector?.death;
+    if (death) return new InterpreterDied(death, code);
     if (code === "402") return NumoraError.disconnected("the server ended the session");
     if (code) return new NumoraError(code, channel ? `${text} (${channel})` : text);
     return NumoraError.disconnected(reply.error || reply.failure?.reason || "the connection was lost");

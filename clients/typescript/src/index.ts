@@ -2,5 +2,6 @@ export {type CallOptions, Client, type ConnectOptions, connect, type EvalOptions
     from "./Client.js";
 export type {EvalStream, StreamOptions} from "./EvalStream.js";
 export type {StreamEvent} from "./streamEvents.js";
-export {NumoraError} from "./errors.js";
+export {InterpreterDied, NumoraError} from "./errors.js";
+export type {Death, DeathRecord, Interpreter, InterpreterOptions} from "./interpreters.js";
 export type {Handler, Message} from "./Session.js";

@@ -18,10 +18,11 @@ export type StreamEvent =
     | {type: "gap"; from?: number; to?: number; bytes?: number}
     /** The client was too slow, and this is missing; the channel may be a pattern, and the loss another request's. */
     | {type: "dropped"; channel: string; messages: number; bytes: number; from?: number; to?: number}
-    /** The last event: the code has ended. */
+    /** The last event, unless the stream fails: the code has ended. */
     | {type: "completion"; success: boolean};
 
 export const responses = "/eval/response/";
+export const completion = `${responses}completion`;
 export const tagged = "/eventmgr/0/";
 
 /** What a message tells; undefined for one that tells nothing a stream brings. */
@@ -41,7 +42,7 @@ export function eventOf({channel, data: body, prompt: number, echo = true}: Mess
             return {type: "home"};
         case `${responses}suggest`:
             return {type: "suggestion", text: data};
-        case `${responses}completion`:
+        case completion:
             return {type: "completion", success: data === "Done: success"};
         case "/connector/gap":
             return {type: "gap", ...data};
