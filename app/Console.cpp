@@ -73,8 +73,13 @@ Poco::JSON::Object::Ptr Console::send(const std::string& code) {
 }
 
 void Console::evaluate(const std::string& code) {
-    const auto response = send(code);
-    show(outcomeOf(session_, wants_ == Evaluation::Wants::Input ? "" : code, *response));
+    try {
+        const auto response = send(code);
+        show(outcomeOf(session_, wants_ == Evaluation::Wants::Input ? "" : code, *response));
+    } catch (const InterpreterDied& death) {
+        wants_ = Evaluation::Wants::Code;
+        printError(session_.streams().error, death.what());
+    }
 }
 
 void Console::show(Evaluation evaluation) {

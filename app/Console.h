@@ -10,7 +10,8 @@ namespace app {
 /// A session of lines with an interpreter.
 ///
 /// A block of code is collected until it is complete; the interpreter says so by running it. Where running
-/// code asks for input, the next line is its answer.
+/// code asks for input, the next line is its answer. When the interpreter dies, the next line is of another
+/// life.
 class Console {
 public:
     /// Owns: borrows both.

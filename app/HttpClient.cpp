@@ -176,7 +176,7 @@ void HttpClient::Impl::handshake(Secure& stream) {
 HttpClient::Answer HttpClient::Impl::exchange(http::verb verb, const std::string& path,
                                               const std::string& json,
                                               std::optional<std::chrono::seconds> limit) {
-    http::request<http::string_body> request(verb, address_.folder + path, 11);
+    http::request<http::string_body> request(verb, address_.interpreterFolder() + path, 11);
     request.set(http::field::host, address_.authority());
     request.set("Connector-Client-Type", "numora-cli");
     if (!address_.token.empty()) request.set(http::field::authorization, "Bearer " + address_.token);
@@ -207,7 +207,8 @@ HttpClient::Answer HttpClient::Impl::exchangeNow(http::request<http::string_body
     if (!response.keep_alive()) stream_.reset();
     return {.status = static_cast<int>(response.result_int()),
             .body = std::move(response.body()),
-            .isDropped = response.count("Connector-Dropped") > 0};
+            .isDropped = response.count("Connector-Dropped") > 0,
+            .life = std::string(response["Connector-Interpreter-Life"])};
 }
 
 template <class Stream>
@@ -236,6 +237,10 @@ HttpClient::Answer HttpClient::post(const std::string& path, const std::string& 
 
 HttpClient::Answer HttpClient::get(const std::string& path, std::chrono::seconds limit) {
     return impl_->exchange(http::verb::get, path, {}, limit);
+}
+
+HttpClient::Answer HttpClient::remove(const std::string& path, std::chrono::seconds limit) {
+    return impl_->exchange(http::verb::delete_, path, {}, limit);
 }
 
 void HttpClient::abort() { impl_->abort(); }

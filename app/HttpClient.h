@@ -34,6 +34,7 @@ public:
         int status;
         std::string body;
         bool isDropped = false;  ///< what was asked for has not been done, for somebody's interrupt
+        std::string life{};      ///< the number of the interpreter's; empty when there is none
     };
 
     explicit HttpClient(ServerAddress address);
@@ -41,12 +42,13 @@ public:
     HttpClient(const HttpClient&) = delete;
     HttpClient& operator=(const HttpClient&) = delete;
 
-    /// Sends `json` to a path of the server. A request is never sent twice.
+    /// Sends `json` to a path of the interpreter. A request is never sent twice.
     /// Blocks: until the answer is there, for `limit` at most if there is one; ten seconds for a connection.
     /// Throws: ConnectionLost.
     Answer post(const std::string& path, const std::string& json,
                 std::optional<std::chrono::seconds> limit = std::nullopt);
     Answer get(const std::string& path, std::chrono::seconds limit);
+    Answer remove(const std::string& path, std::chrono::seconds limit);
 
     /// Ends the request under way and all later ones with ConnectionLost.  Threads: any.  Blocks: never.
     void abort();

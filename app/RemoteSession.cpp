@@ -78,7 +78,24 @@ Object::Ptr RemoteSession::request(const std::string& type, const Object::Ptr& m
     const Counted counted(underWay_);
     const auto answer = requests_.post("/" + type, connector::json::written(message));
     wasDropped_ = answer.isDropped;
-    return objectFrom(answer);
+    try {
+        const auto response = objectFrom(answer);
+        noteLife(answer.life);
+        return response;
+    } catch (const InterpreterDied&) {
+        life_.clear();
+        throw;
+    }
+}
+
+// Between two requests it may have been ended by others, or by threads of its own.
+void RemoteSession::noteLife(const std::string& life) {
+    if (life.empty()) return;
+    if (!life_.empty() && life != life_) {
+        printError(streams().error,
+                   "the interpreter was started anew since the last request; what was before is lost");
+    }
+    life_ = life;
 }
 
 // Responses say no more than the type. The one prompt that is left by code that did not run is that of an
@@ -127,6 +144,8 @@ void RemoteSession::interrupt() {
     if (underWay_ == 0) return;
     try {
         postInterrupt(interrupts_);
+    } catch (const InterpreterDied&) {
+        // What was interrupted says so.
     } catch (const ServerRefusal& error) {
         printError(STDERR_FILENO, std::string("the code could not be interrupted: ") + error.what());
     } catch (const std::exception& error) {

@@ -19,6 +19,8 @@ class RemoteStream;
 /// Ctrl-C interrupts what runs there while a request of this program is under way or a stream is open. When
 /// the server cannot be told, it ends the program.
 ///
+/// Says on standard error when another life of the interpreter has begun since the last request.
+///
 /// Threads: one.  Throws: every operation ConnectionLost and ServerRefusal; the session can go on.
 class RemoteSession : public Session {
 public:
@@ -34,6 +36,7 @@ public:
     std::unique_ptr<ResponseStream> openStream() override;
 
 private:
+    void noteLife(const std::string& life);
     void interrupt();
     void postInterrupt(HttpClient& http) EXCLUDES(mutex_);
 
@@ -42,6 +45,7 @@ private:
     HttpClient interrupts_;  ///< of the key's thread
     std::atomic<int> underWay_{0};
     bool wasDropped_ = false;
+    std::string life_;  ///< the number of the interpreter's at the last request; empty after a death
 
     connector::Mutex mutex_;
     RemoteStream* stream_ GUARDED_BY(mutex_) = nullptr;  ///< the one that is open

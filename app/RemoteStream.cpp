@@ -118,9 +118,9 @@ RemoteStream::Objects RemoteStream::exchange(HttpClient& http, const Object::Ptr
 Object::Ptr RemoteStream::replyTo(HttpClient& http, const Object::Ptr& message) {
     const auto replies = exchange(http, message, requestLimit);
     if (replies.empty()) throw ServerRefusal("the server did not reply");
-    if (!isSuccessful(*replies[0]))
-        throw ServerRefusal("the server refused the request: " + errorIn(*replies[0]));
-    return replies[0];
+    if (isSuccessful(*replies[0])) return replies[0];
+    if (const auto death = deathIn(*replies[0]); !death.empty()) throw InterpreterDied(death);
+    throw ServerRefusal("the server refused the request: " + errorIn(*replies[0]));
 }
 
 Object::Ptr RemoteStream::newMessage(const char* channel) {

@@ -25,7 +25,7 @@ namespace app {
 /// Threads: one, beside its own, which holds the connect.
 class RemoteStream : public ResponseStream {
 public:
-    /// Throws: ConnectionLost, ServerRefusal; so does `send`.
+    /// Throws: ConnectionLost, ServerRefusal; so does `send`, and InterpreterDied.
     explicit RemoteStream(const ServerAddress& address);
     /// Blocks: while the server is told, for two seconds at most.
     ~RemoteStream() override;

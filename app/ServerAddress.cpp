@@ -1,6 +1,7 @@
 #include "ServerAddress.h"
 
 #include <algorithm>
+#include <regex>
 #include <string_view>
 
 #include <Poco/Exception.h>
@@ -17,6 +18,11 @@ bool isPlain(std::string_view text, std::string_view others) {
         return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') ||
                others.find(c) != std::string_view::npos;
     });
+}
+
+bool isInterpreter(const std::string& id) {
+    static const std::regex form("[a-z][a-z0-9-]{0,62}");
+    return std::regex_match(id, form);
 }
 
 [[noreturn]] void refuse() {
@@ -58,17 +64,41 @@ ServerAddress ServerAddress::from(const std::string& text) {
         refuse();
     }
     requireToken(address.token);
+    const auto slash = address.folder.rfind('/');
+    const std::string last = slash == std::string::npos ? "" : address.folder.substr(slash + 1);
+    if (isInterpreter(last) && address.folder.ends_with(interpreterPath(last))) {
+        address.interpreter = last;
+        address.folder.resize(address.folder.size() - interpreterPath(last).size());
+    }
     return address;
 }
 
 std::string ServerAddress::url() const {
-    return (isSecure ? "https://" : "http://") + authority() + folder + "/";
+    return (isSecure ? "https://" : "http://") + authority() + interpreterFolder() + "/";
+}
+
+std::string ServerAddress::interpreterFolder() const {
+    return interpreter.empty() ? folder : folder + interpreterPath(interpreter);
+}
+
+ServerAddress ServerAddress::withoutInterpreter() const {
+    ServerAddress server = *this;
+    server.interpreter.clear();
+    return server;
 }
 
 std::string ServerAddress::authority() const {
     const bool isV6 = host.find(':') != std::string::npos;
     const std::string name = isV6 ? "[" + host + "]" : host;
     return port == (isSecure ? 443 : 80) ? name : name + ":" + std::to_string(port);
+}
+
+std::string interpreterPath(const std::string& interpreter) { return "/interpreters/" + interpreter; }
+
+void requireInterpreter(const std::string& what, const std::string& id) {
+    if (isInterpreter(id)) return;
+    throw InputError(
+        what + " must be the id of an interpreter: 1 to 63 letters a to z, digits and -, the first a letter");
 }
 
 void requireToken(const std::string& token) {

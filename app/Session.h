@@ -19,6 +19,13 @@ public:
     using std::runtime_error::runtime_error;
 };
 
+/// The interpreter has died under a request; what() is the sentence that says how. The session can go on: the
+/// next request starts another life.
+class InterpreterDied : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
 /// The program's own standard input, output and error, as file descriptors.
 struct StandardStreams {
     int input;
@@ -31,6 +38,7 @@ struct StreamMessage {
     std::string channel;
     std::string request;       ///< the name of the request that it comes from; empty for none
     std::uint64_t prompt = 0;  ///< the number of the prompt that it tells of; 0 for none
+    std::string death;         ///< when it tells that the interpreter has died, the sentence that says how
     std::string text;          ///< the data: its text when it is one, else its JSON
     std::string line;          ///< the whole message as JSON
 };
@@ -53,7 +61,7 @@ public:
 
     virtual ~ResponseStream() = default;
 
-    /// Throws: std::runtime_error, when the request is refused; others as the session says.
+    /// Throws: InterpreterDied; std::runtime_error, when the request is refused; others as the session says.
     virtual void send(const StreamRequest& request) = 0;
     /// Whether other clients use the interpreter, too.
     virtual bool isShared() const = 0;
@@ -70,8 +78,8 @@ public:
     virtual StandardStreams streams() const = 0;
 
     /// Delivers the message of class `type` and returns the response. A missing uuid is made up.
-    /// Blocks: until the response is there.  Throws: BadMessage; the session can go on. Others as the session
-    /// says.
+    /// Blocks: until the response is there.  Throws: BadMessage, InterpreterDied; the session can go on.
+    /// Others as the session says.
     virtual Poco::JSON::Object::Ptr request(const std::string& type,
                                             const Poco::JSON::Object::Ptr& message) = 0;
 

@@ -6,11 +6,18 @@
 
 #include "InProcessSession.h"
 #include "RemoteSession.h"
-#include "ServerAddress.h"
+#include "text.h"
 
 namespace app {
 
 void SessionOptions::addTo(CLI::App& command) {
+    addServerTo(command);
+    command.add_option("--interpreter", interpreter, "An interpreter of the server (default: default)")
+        ->type_name("ID")
+        ->needs(command.get_option("--url"));
+}
+
+void SessionOptions::addServerTo(CLI::App& command) {
     CLI::Option* server =
         command
             .add_option("--url", url, "Use the interpreter of a server, at the address that it has printed")
@@ -22,8 +29,8 @@ void SessionOptions::addTo(CLI::App& command) {
         ->needs(server);
 }
 
-std::unique_ptr<Session> SessionOptions::open(const WindowSize& window) const {
-    if (url.empty()) return std::make_unique<InProcessSession>(window);
+ServerAddress SessionOptions::server() const {
+    if (url.empty()) throw InputError("a server is required: --url or NUMORA_URL");
     ServerAddress address = ServerAddress::from(url);
     const char* fromEnvironment = std::getenv("NUMORA_TOKEN");
     if (!token.empty()) {
@@ -32,7 +39,16 @@ std::unique_ptr<Session> SessionOptions::open(const WindowSize& window) const {
         address.token = fromEnvironment;
     }
     requireToken(address.token);
-    return std::make_unique<RemoteSession>(address);
+    if (!interpreter.empty()) {
+        requireInterpreter("--interpreter", interpreter);
+        address.interpreter = interpreter;
+    }
+    return address;
+}
+
+std::unique_ptr<Session> SessionOptions::open(const WindowSize& window) const {
+    if (url.empty() && interpreter.empty()) return std::make_unique<InProcessSession>(window);
+    return std::make_unique<RemoteSession>(server());
 }
 
 }  // namespace app

@@ -3,6 +3,7 @@
 #include <memory>
 #include <string>
 
+#include "ServerAddress.h"
 #include "Session.h"
 #include "terminal.h"
 
@@ -14,11 +15,17 @@ namespace app {
 
 /// Which interpreter a command works with: one of its own, or that of a server.
 struct SessionOptions {
-    std::string url;    ///< empty: one of its own
-    std::string token;  ///< empty: that in the URL, or in the environment
+    std::string url;          ///< empty: one of its own
+    std::string token;        ///< empty: that in the URL, or in the environment
+    std::string interpreter;  ///< empty: that in the URL
 
     /// Adds the flags to the command.
     void addTo(CLI::App& command);
+    /// Those alone that are about the server.
+    void addServerTo(CLI::App& command);
+
+    /// Throws: InputError, when there is no server, or for a URL that is none.
+    ServerAddress server() const;
 
     /// `window` is for an interpreter of its own.
     /// Throws: InputError, for a URL that is none; what InProcessSession and RemoteSession throw.

@@ -59,12 +59,15 @@ bool StreamedEvaluation::isOfOthers(const StreamMessage& message) const {
 
 void StreamedEvaluation::show(const StreamMessage& message) {
     if (isOfOthers(message)) return;
-    const auto& [channel, request, prompt, text, line] = message;
+    const auto& [channel, request, prompt, death, text, line] = message;
     const auto standard = session_.streams();
     hasBegun_ = hasBegun_ || (!request.empty() && channel != words::completion);
     const bool isResponse = channel.starts_with(words::evalResponse);
     if (settings_.json) writeAll(standard.output, line + "\n");
-    if (channel == words::completion) {
+    if (!death.empty() && isResponse) {
+        // Everything that was sent ends with it; that the text of an error says it, too, is for others.
+        if (channel == words::completion && !incomplete_.empty()) giveUp(death);
+    } else if (channel == words::completion) {
         incomplete_.erase(request);
         if (!hasBegun_ && text != connector::wire::completion::success) fail("the code was not run");
         if (text != connector::wire::completion::success) hasFailed_ = true;

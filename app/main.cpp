@@ -9,7 +9,10 @@
 
 #include "CallCommand.h"
 #include "ConsoleCommand.h"
+#include "DeathsCommand.h"
 #include "EvalCommand.h"
+#include "InterpretersCommand.h"
+#include "RestartCommand.h"
 #include "ServeCommand.h"
 #include "foundation/log/diagnostic_logger.h"
 #include "optionValues.h"
@@ -73,12 +76,17 @@ int run(int argc, char** argv) {
     addCallCommand(program, command);
     addConsoleCommand(program, command);
     addServeCommand(program, command);
+    addRestartCommand(program, command);
+    addDeathsCommand(program, command);
+    addInterpretersCommand(program, command);
     try {
         program.parse(argumentsFrom(argc, argv));
     } catch (const CLI::ParseError& error) {
         return program.exit(error) == 0 ? 0 : wrongUsage;
     }
-    if (!command) throw InputError("a command is required: eval, call, console or serve");
+    if (!command)
+        throw InputError(
+            "a command is required: eval, call, console, serve, restart, deaths or interpreters");
     return command();
 }
 

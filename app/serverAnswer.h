@@ -14,7 +14,8 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-/// The JSON value in an answer.  Throws: ServerRefusal, when it is an error or no JSON.
+/// The JSON value in an answer; empty when it is one without content.
+/// Throws: InterpreterDied; ServerRefusal, when it is another error or no JSON.
 Poco::Dynamic::Var valueIn(const HttpClient::Answer& answer);
 
 }  // namespace app

@@ -25,12 +25,19 @@ Object::Ptr extensionOf(const Object& message) {
     return extension.isNull() ? extension : objectIn(*extension, "connector");
 }
 
+std::string deathIn(const Object& message) {
+    const auto extension = extensionOf(message);
+    const auto death = extension.isNull() ? extension : objectIn(*extension, "death");
+    return death.isNull() ? "" : death->optValue<std::string>("sentence", "");
+}
+
 StreamMessage streamMessageFrom(const Object& message, std::string line) {
     const Var data = message.get("data");
     const auto extension = extensionOf(message);
     return {.channel = message.optValue<std::string>("channel", ""),
             .request = extension.isNull() ? "" : extension->optValue<std::string>("request", ""),
             .prompt = static_cast<std::uint64_t>(std::max<Poco::Int64>(0, numberIn(extension, "prompt"))),
+            .death = deathIn(message),
             .text = data.isString() ? data.extract<std::string>() : connector::json::written(data),
             .line = std::move(line)};
 }

@@ -17,6 +17,9 @@ Poco::Int64 numberIn(const Poco::JSON::Object::Ptr& object, const std::string& n
 /// What this system adds to a message of the Bayeux protocol: the members of "ext", "connector"; may be null.
 Poco::JSON::Object::Ptr extensionOf(const Poco::JSON::Object& message);
 
+/// The sentence in a message that tells that the interpreter has died; empty in others.
+std::string deathIn(const Poco::JSON::Object& message);
+
 /// A message with data; `line` is its text.
 StreamMessage streamMessageFrom(const Poco::JSON::Object& message, std::string line);
 

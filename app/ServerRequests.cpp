@@ -1,0 +1,59 @@
+#include "ServerRequests.h"
+
+#include <chrono>
+
+#include "connector/json/write.h"
+#include "serverAnswer.h"
+
+namespace app {
+
+using Poco::JSON::Array;
+using Poco::JSON::Object;
+
+namespace {
+
+constexpr auto limit = std::chrono::seconds(30);
+constexpr auto restartLimit =
+    std::chrono::seconds(60);  // it waits for the end of a life, and half a minute for the next
+constexpr const char* all = "/interpreters";
+
+Object::Ptr objectFrom(const HttpClient::Answer& answer) {
+    const auto value = valueIn(answer);
+    if (value.type() != typeid(Object::Ptr)) throw ServerRefusal("the server's answer must be a JSON object");
+    return value.extract<Object::Ptr>();
+}
+
+Array::Ptr arrayFrom(const HttpClient::Answer& answer, const char* name) {
+    const auto array = objectFrom(answer)->getArray(name);
+    if (!array) throw ServerRefusal(std::string("the server's answer must have an array ") + name);
+    return array;
+}
+
+}  // namespace
+
+ServerRequests::ServerRequests(const ServerAddress& address)
+    : interpreter_(address.interpreter.empty() ? "default" : address.interpreter),
+      http_(address.withoutInterpreter()) {}
+
+Object::Ptr ServerRequests::restart(bool force) {
+    Object::Ptr options = new Object;
+    options->set("force", force);
+    return objectFrom(http_.post(interpreterPath(interpreter_) + "/restart",
+                                 connector::json::written(options), restartLimit));
+}
+
+Array::Ptr ServerRequests::deaths() {
+    return arrayFrom(http_.get(interpreterPath(interpreter_) + "/deaths", limit), "deaths");
+}
+
+Array::Ptr ServerRequests::interpreters() { return arrayFrom(http_.get(all, limit), "interpreters"); }
+
+Object::Ptr ServerRequests::create(const Object::Ptr& specification) {
+    return objectFrom(http_.post(all, connector::json::written(specification), limit));
+}
+
+void ServerRequests::remove(const std::string& interpreter) {
+    valueIn(http_.remove(interpreterPath(interpreter), limit));
+}
+
+}  // namespace app
