@@ -92,7 +92,7 @@ class EvalTest(unittest.TestCase):
 
     def test_wrong_usage_and_bad_input_end_with_status_2(self):
         rows = {
-            "no command": ([], b"", "numora: a command is required: eval, call, console or serve\n"),
+            "no command": ([], b"", "numora: a command is required: eval, call, console, serve, restart, deaths or interpreters\n"),
             "no code": (["eval"], b"", "numora: CODE is required\n"),
             "fraction": (["eval", "--timeout", "1.5", "1"], b"",
                          "numora: --timeout must be an integer between 1 and 2147483\n"),
