@@ -1,4 +1,4 @@
-#include "ChannelTable.h"
+#include "messages/ChannelTable.h"
 
 #include <algorithm>
 #include <utility>
@@ -13,6 +13,12 @@ namespace {
 constexpr std::size_t maxResolved = 4'096;
 
 }  // namespace
+
+void tell(const Recipients& recipients, const connector::message_service::JsonMessage& message) {
+    for (const auto& subscriber : recipients.subscribers) {
+        subscriber->gate.run([&] { subscriber->handler(message); });
+    }
+}
 
 bool ChannelTable::add(const std::string& pattern, std::uint64_t number, Recipient recipient) {
     if (!mapOf(pattern)[pattern].emplace(number, std::move(recipient)).second) return false;

@@ -1,4 +1,4 @@
-#include "HandlerGate.h"
+#include "messages/HandlerGate.h"
 
 #include <algorithm>
 #include <condition_variable>

@@ -2,9 +2,9 @@
 
 #include <algorithm>
 #include <chrono>
-#include <stdexcept>
 #include <utility>
 
+#include "messages/Token.h"
 #include "messages/channelNames.h"
 #include "textPieces.h"
 
@@ -12,7 +12,6 @@ namespace messages {
 
 using connector::MutexLock;
 using connector::common::RequestOrigin;
-using connector::message_service::JsonMessage;
 
 namespace {
 
@@ -20,26 +19,12 @@ namespace {
 // socket that stands still holds no more than one.
 constexpr std::size_t pieceBytes = std::size_t{64} << 10;
 
-const std::string& requirePattern(const std::string& pattern) {
-    if (!isChannelPattern(pattern)) throw std::invalid_argument("Malformed channel pattern");
-    return pattern;
-}
-
 std::uint64_t firstNumber(const MessageServiceOptions& options) {
     if (options.firstNumber > 0) return options.firstNumber;
     using namespace std::chrono;
     const auto now = duration_cast<microseconds>(system_clock::now().time_since_epoch()).count();
     return static_cast<std::uint64_t>(now);
 }
-
-class Token : public connector::message_service::Subscription {
-public:
-    explicit Token(std::function<void()> end) : end_(std::move(end)) {}
-    ~Token() override { end_(); }
-
-private:
-    const std::function<void()> end_;
-};
 
 }  // namespace
 
@@ -60,8 +45,7 @@ std::shared_ptr<const Recipients> MessageHub::recipientsOf(const std::string& ch
 // The sessions come first: what a handler publishes then follows the message that it was called for.
 void MessageHub::publish(const std::string& channel, std::string_view data, const Context& context,
                          std::string_view members) {
-    if (!isChannelName(channel)) throw std::invalid_argument("Malformed channel name");
-    if (data.empty()) throw std::invalid_argument("A message without data");
+    requireMessage(channel, data);
     counters_->messagesPublished.fetch_add(1, std::memory_order_relaxed);
     const auto recipients = recipientsOf(channel);
     const auto origin = context ? RequestOrigin::of(*context) : nullptr;
@@ -73,10 +57,7 @@ void MessageHub::publish(const std::string& channel, std::string_view data, cons
         queueInPieces(channel, data, all, *recipients, owner);
     }
     if (!recipients->subscribers.empty()) {
-        const JsonMessage message{channel, std::string(data), context};
-        for (const auto& subscriber : recipients->subscribers) {
-            subscriber->gate.run([&] { subscriber->handler(message); });
-        }
+        tell(*recipients, {channel, std::string(data), context});
     }
 }
 

@@ -9,12 +9,12 @@
 #include <unordered_map>
 #include <vector>
 
-#include "ChannelTable.h"
 #include "MessageLog.h"
 #include "MessageMembers.h"
 #include "OutgoingQueue.h"
 #include "Watcher.h"
 #include "connector/ThreadSafety.h"
+#include "messages/ChannelTable.h"
 #include "messages/LocalMessageService.h"
 
 namespace messages {

@@ -5,10 +5,10 @@
 #include <string_view>
 #include <utility>
 
-#include "HandlerGate.h"
 #include "connector/detail/SharedFutureState.h"
 #include "connector/json/ObjectBuilder.h"
 #include "connector/wireWords.h"
+#include "messages/HandlerGate.h"
 
 namespace messages {
 

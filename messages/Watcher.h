@@ -5,9 +5,9 @@
 #include <deque>
 #include <string>
 
-#include "HandlerGate.h"
 #include "connector/ThreadSafety.h"
 #include "connector/message_service/MessageService.h"
+#include "messages/HandlerGate.h"
 
 namespace messages {
 

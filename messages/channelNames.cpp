@@ -1,6 +1,7 @@
 #include "messages/channelNames.h"
 
 #include <algorithm>
+#include <stdexcept>
 
 namespace messages {
 
@@ -42,6 +43,16 @@ bool isValid(std::string_view text, bool mayHaveWildcards) {
 bool isChannelName(std::string_view text) { return isValid(text, false); }
 
 bool isChannelPattern(std::string_view text) { return isValid(text, true); }
+
+const std::string& requirePattern(const std::string& pattern) {
+    if (!isChannelPattern(pattern)) throw std::invalid_argument("Malformed channel pattern");
+    return pattern;
+}
+
+void requireMessage(std::string_view channel, std::string_view data) {
+    if (!isChannelName(channel)) throw std::invalid_argument("Malformed channel name");
+    if (data.empty()) throw std::invalid_argument("A message without data");
+}
 
 bool canMatch(std::string_view pattern, std::string_view other) {
     while (!pattern.empty() && !other.empty()) {

@@ -9,12 +9,18 @@
 ///
 /// Threads: any.
 
+#include <string>
 #include <string_view>
 
 namespace messages {
 
 bool isChannelName(std::string_view text);
 bool isChannelPattern(std::string_view text);
+
+/// Returns `pattern`.  Throws: std::invalid_argument, for what is none.
+const std::string& requirePattern(const std::string& pattern);
+/// Throws: std::invalid_argument, for a channel that is no name, and for empty data.
+void requireMessage(std::string_view channel, std::string_view data);
 
 /// Whether there is a name that both patterns match. When one of them is a name: whether the other one
 /// matches it. Both must be patterns.

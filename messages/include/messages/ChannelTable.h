@@ -9,11 +9,12 @@
 #include <variant>
 #include <vector>
 
-#include "HandlerGate.h"
-#include "OutgoingQueue.h"
 #include "connector/message_service/MessageService.h"
+#include "messages/HandlerGate.h"
 
 namespace messages {
+
+class OutgoingQueue;
 
 /// A subscription from within this process.
 struct LocalSubscriber {
@@ -34,6 +35,9 @@ struct Recipients {
     std::string lossClass;                                      // of the channel's frames
     bool isLogged = false;                                      // what is published is kept for a while
 };
+
+/// Calls the subscribers' handlers, one after the other.
+void tell(const Recipients& recipients, const connector::message_service::JsonMessage& message);
 
 /// Who is subscribed to what. The answer for a channel is kept until a subscription that matters to it
 /// changes, and shared, so that a publish costs one look-up and copies nothing.
