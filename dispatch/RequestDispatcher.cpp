@@ -186,12 +186,13 @@ Answer RequestDispatcher::deliver(Request& request) {
                   .type = serializer_->typeNameOf(*response),
                   .retrySeconds = 0};
     answer.isDropped = request.context->getOr("requestDropped", false);
-    count(request.typeName, answer.isDropped ? "dropped" : outcomeOf(*object));
+    answer.outcome = answer.isDropped ? "dropped" : outcomeOf(*object);
     return answer;
 }
 
 void RequestDispatcher::finish(const Request& request, Answer answer) {
-    if (answer.status != 200) count(request.typeName, "refused");
+    if (answer.status != 200) answer.outcome = "refused";
+    count(request.typeName, answer.outcome);
     // The client may send another of this name as soon as it has the answer.
     const auto origin = request.context ? RequestOrigin::of(*request.context) : nullptr;
     if (origin && origin->reservation) origin->reservation->release();

@@ -14,6 +14,8 @@ struct Answer {
     int retrySeconds = 0;   ///< when trying again makes sense; 0 when it does not
     /// The request, or one of its sequence, was not run because an interrupt came after it.
     bool isDropped = false;
+    /// As DispatcherMetrics counts it; empty where it does not, for a type that is not known.
+    std::string outcome{};
 };
 
 /// The body of an answer that tells of an error: `{"error": "..."}`.

@@ -63,6 +63,12 @@ public:
         for (const auto& action : actions) action();
     }
 
+    /// Takes back whatever can be taken back from now on.
+    void refuse() EXCLUDES(mutex_) {
+        const MutexLock lock(mutex_);
+        isRefusing_ = true;
+    }
+
 private:
     std::uint64_t add() EXCLUDES(mutex_) {
         const MutexLock lock(mutex_);
@@ -70,10 +76,16 @@ private:
         return last_;
     }
     void set(std::uint64_t number, std::function<void()> withdraw) EXCLUDES(mutex_) {
-        const MutexLock lock(mutex_);
-        if (const auto found = entries_.find(number); found != entries_.end()) {
-            found->second = std::move(withdraw);
+        {
+            const MutexLock lock(mutex_);
+            const auto found = entries_.find(number);
+            if (found == entries_.end()) return;
+            if (!isRefusing_) {
+                found->second = std::move(withdraw);
+                return;
+            }
         }
+        withdraw();
     }
     void remove(std::uint64_t number) EXCLUDES(mutex_) {
         const MutexLock lock(mutex_);
@@ -83,6 +95,7 @@ private:
     mutable Mutex mutex_;
     std::map<std::uint64_t, std::function<void()>> entries_ GUARDED_BY(mutex_);  ///< by age
     std::uint64_t last_ GUARDED_BY(mutex_) = 0;
+    bool isRefusing_ GUARDED_BY(mutex_) = false;
 };
 
 }  // namespace connector::common
