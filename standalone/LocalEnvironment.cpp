@@ -6,8 +6,7 @@
 namespace standalone {
 
 LocalEnvironment::LocalEnvironment(const HostOptions& options)
-    : telemetry_(options.telemetryFile),
-      thread_({.columns = options.columns, .rows = options.rows}, options.captureFileDescriptors, *this) {}
+    : telemetry_(options.telemetryFile), thread_(options, *this) {}
 
 void LocalEnvironment::typeCodeUnit(char16_t unit) {
     thread_.prompts().type(unit);

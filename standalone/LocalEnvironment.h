@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -24,6 +25,9 @@ public:
 
     /// The process's own standard descriptor, beside the captured one.
     int originalDescriptor(int descriptor) { return thread_.window().originalDescriptor(descriptor); }
+
+    /// As StandaloneHost documents.
+    std::chrono::milliseconds deafFor() { return thread_.heartbeat().deafFor(); }
 
     std::shared_ptr<zvm::ZVM> currentLocalZVM() override { return thread_.zvm(); }
     std::shared_ptr<zvm::Session> session() override { return thread_.zvm(); }

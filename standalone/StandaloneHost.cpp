@@ -20,15 +20,18 @@ class StandaloneHost::Impl {
 public:
     explicit Impl(const HostOptions& options)
         : configuration(std::make_shared<LocalConfiguration>(options.configuration)),
-          messages(std::make_shared<messages::LocalMessageService>(options.messages)),
+          messages(options.messageService
+                       ? nullptr
+                       : std::make_shared<messages::LocalMessageService>(options.messages)),
+          messageServiceFactory(std::make_shared<messages::LocalMessageServiceFactory>(
+              options.messageService ? options.messageService : messages)),
           environment(options) {}
 
     const std::shared_ptr<connector::configuration::Configuration> configuration;
     const std::shared_ptr<connector::ServiceFramework> framework =
         std::make_shared<messages::LocalServiceFramework>();
     const std::shared_ptr<messages::LocalMessageService> messages;
-    const std::shared_ptr<connector::message_service::MessageServiceFactory> messageServiceFactory =
-        std::make_shared<messages::LocalMessageServiceFactory>(messages);
+    const std::shared_ptr<connector::message_service::MessageServiceFactory> messageServiceFactory;
     const std::shared_ptr<connector::shadow_files::v1::ShadowService> shadowService =
         std::make_shared<LocalShadowService>();
     const std::shared_ptr<messages::RequestCounter> requestCounter =
@@ -71,6 +74,8 @@ const std::shared_ptr<connector::common::RequestGate>& StandaloneHost::requestGa
 const std::shared_ptr<messages::RequestCounter>& StandaloneHost::requestCounter() const {
     return impl_->requestCounter;
 }
+
+std::chrono::milliseconds StandaloneHost::deafFor() { return impl_->environment.deafFor(); }
 
 int StandaloneHost::standardInput() const { return impl_->environment.originalDescriptor(0); }
 int StandaloneHost::standardOutput() const { return impl_->environment.originalDescriptor(1); }

@@ -31,14 +31,15 @@ CommandWindow::CommandWindow(const RunningRequests& running, Announcements& anno
 
 CommandWindow::~CommandWindow() = default;
 
-void CommandWindow::open(bool isCapturing) {
-    if (isCapturing) {
+void CommandWindow::open(const Capture& capture) {
+    if (capture.isCapturing) {
         capture_ = std::make_unique<NativeCapture>(
             [this](auto stream, auto text) {
                 const KeepsInterpreterLock kept;
                 print(stream, text);
             },
-            withInterpreterLock, [this] { return running_.paceOfOutermost(); });
+            withInterpreterLock, [this] { return running_.paceOfOutermost(); }, capture.pipes,
+            capture.observer);
     }
     terminal_ = std::make_shared<TerminalWindow>(originalDescriptor(1), originalDescriptor(2));
     CmdWinSinkHandle::setFactory(terminal_);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <exception>
 #include <functional>
@@ -15,6 +16,7 @@
 
 namespace standalone {
 
+class HostObserver;
 class NativeCapture;
 class TerminalWindow;
 
@@ -40,10 +42,15 @@ public:
     CommandWindow(const CommandWindow&) = delete;
     CommandWindow& operator=(const CommandWindow&) = delete;
 
-    /// Makes the terminal's window the active one, and has what native code writes from now on captured if
-    /// that `isCapturing`, to be delivered after `startCapture`. Before CPython starts.
-    /// Throws: std::system_error.
-    void open(bool isCapturing);
+    /// How what native code writes is captured: as HostOptions says.
+    struct Capture {
+        bool isCapturing = true;
+        std::array<int, 2> pipes{-1, -1};
+        HostObserver* observer = nullptr;
+    };
+    /// Makes the terminal's window the active one, and has what native code writes from now on captured, to
+    /// be delivered after `startCapture`. Before CPython starts. Throws: std::system_error.
+    void open(const Capture& capture);
     void startCapture();
     /// Delivers what is left, and puts the descriptors back.
     void stopCapture();

@@ -34,13 +34,16 @@ int makeEvent() {
 
 }  // namespace
 
-NativeCapture::NativeCapture(Deliver deliver, WithInterpreterLock withInterpreterLock, Owner owner)
+NativeCapture::NativeCapture(Deliver deliver, WithInterpreterLock withInterpreterLock, Owner owner,
+                             const std::array<int, 2>& pipes, HostObserver* observer)
     : deliver_(std::move(deliver)),
       withInterpreterLock_(std::move(withInterpreterLock)),
       owner_(std::move(owner)),
-      stopEvent_(makeEvent()) {
+      observer_(observer),
+      stopEvent_(makeEvent()),
+      descriptors_(pipes) {
     recentErrors_.reserve(2 * recentSize);
-    catchAbort();
+    if (!descriptors_.areOfParent()) catchAbort();
 }
 
 void NativeCapture::start() {
@@ -204,6 +207,7 @@ bool NativeCapture::readPipesLocked() {
         if (count <= 0) continue;
         const std::string_view bytes(scratch_.data(), static_cast<std::size_t>(count));
         queuedBytes_ += bytes.size();
+        if (observer_ != nullptr) observer_->written(bytes);
         if (i == 1) rememberErrorsLocked(bytes);
         const auto stream = i == 0 ? nmutil::io::STANDARD_OUTPUT : nmutil::io::STANDARD_ERROR;
         if (!queue_.empty() && queue_.back().stream == stream && queue_.back().bytes.size() < pipeCapacity) {

@@ -18,6 +18,7 @@
 #include "fl/i18n/text.h"
 #include "nmutil/io/NMSink.h"
 #include "output/RedirectedDescriptors.h"
+#include "standalone/HostObserver.h"
 
 namespace standalone {
 
@@ -32,8 +33,9 @@ namespace standalone {
 /// Before a part, and so without the interpreter's lock and mutex_, the delivering thread waits while the
 /// owner of what is written is behind. Meanwhile the other leaves the pipes full, so that writers wait, too,
 /// and nothing is dropped; a writer that keeps the interpreter's lock holds up nobody that the owner needs.
-/// When the process aborts, what was written to descriptor 2 in the last second
-/// goes to the process's own standard error.
+/// When the process aborts, what was written to descriptor 2 in the last second goes to the process's own
+/// standard error; where pipes are given, whoever has made them reads what is left in them, and the observer
+/// knows what was in them.
 ///
 /// Threads: `drain` and `drainIfReady` by whoever holds the interpreter's lock; the constructor and
 /// destructor on the interpreter thread. Lock order: the interpreter's lock, then mutex_. `deliver` runs with
@@ -48,8 +50,10 @@ public:
     /// Called after each part that is delivered by a drain; false ends that.
     using AfterPart = std::function<bool()>;
 
+    /// `pipes`: as HostOptions::capturePipes. `observer` is told of all bytes at once; it may be null.
     /// Throws: std::system_error, when pipes cannot be made (nothing is captured then).
-    NativeCapture(Deliver deliver, WithInterpreterLock withInterpreterLock, Owner owner);
+    NativeCapture(Deliver deliver, WithInterpreterLock withInterpreterLock, Owner owner,
+                  const std::array<int, 2>& pipes, HostObserver* observer);
     /// Call `stop` first.
     ~NativeCapture();
     NativeCapture(const NativeCapture&) = delete;
@@ -96,6 +100,7 @@ private:
     const Deliver deliver_;
     const WithInterpreterLock withInterpreterLock_;
     const Owner owner_;
+    HostObserver* const observer_;
     const int stopEvent_;  // made first: descriptors are redirected last
     RedirectedDescriptors descriptors_;
 

@@ -25,24 +25,38 @@ void closeIfOpen(int descriptor) {
 
 }  // namespace
 
-RedirectedDescriptors::RedirectedDescriptors() {
+// The write ends are kept open, so that code that closes a descriptor does not make its pipe look ended,
+// which poll would report again and again. Only our ends do not block: writers expect an ordinary descriptor.
+void RedirectedDescriptors::makePipe(int fd) {
+    originals_.at(static_cast<std::size_t>(fd)) = check(fcntl(fd, F_DUPFD_CLOEXEC, 3), "dup");
+    std::array<int, 2> ends{};
+    check(pipe2(ends.data(), O_CLOEXEC), "pipe");
+    fcntl(ends[0], F_SETFL, O_NONBLOCK);
+    readEnds_.at(static_cast<std::size_t>(fd - 1)) = ends[0];
+    writeEnds_.at(static_cast<std::size_t>(fd - 1)) = ends[1];
+    check(dup2(ends[1], fd), "dup2");
+}
+
+void RedirectedDescriptors::usePipe(int fd, int readEnd) {
+    originals_.at(static_cast<std::size_t>(fd)) =
+        check(open("/dev/null", O_WRONLY | O_CLOEXEC), "open /dev/null");
+    fcntl(readEnd, F_SETFL, O_NONBLOCK);
+    readEnds_.at(static_cast<std::size_t>(fd - 1)) = readEnd;
+    writeEnds_.at(static_cast<std::size_t>(fd - 1)) = check(fcntl(fd, F_DUPFD_CLOEXEC, 3), "dup");
+}
+
+RedirectedDescriptors::RedirectedDescriptors(const std::array<int, 2>& pipes) : areOfParent_(pipes[0] >= 0) {
     std::fflush(nullptr);
     openStandardStreams();
-    for (int fd = 0; fd < 3; ++fd) {
-        originals_.at(static_cast<std::size_t>(fd)) = check(fcntl(fd, F_DUPFD_CLOEXEC, 3), "dup");
-    }
+    originals_[0] = check(fcntl(0, F_DUPFD_CLOEXEC, 3), "dup");
     for (int fd = 1; fd <= 2; ++fd) {
-        std::array<int, 2> ends{};
-        check(pipe2(ends.data(), O_CLOEXEC), "pipe");
-        // Only our end does not block: writers expect an ordinary descriptor.
-        fcntl(ends[0], F_SETFL, O_NONBLOCK);
-        readEnds_.at(static_cast<std::size_t>(fd - 1)) = ends[0];
-        check(dup2(ends[1], fd), "dup2");
-        // Kept open, so that code that closes the descriptor does not make the pipe look ended, which poll
-        // would report again and again.
-        writeEnds_.at(static_cast<std::size_t>(fd - 1)) = ends[1];
+        if (areOfParent_) {
+            usePipe(fd, pipes.at(static_cast<std::size_t>(fd - 1)));
+        } else {
+            makePipe(fd);
+        }
     }
-    foundation::log::setDescriptor(originals_[2]);
+    if (!areOfParent_) foundation::log::setDescriptor(originals_[2]);
     const int nothing = check(open("/dev/null", O_RDONLY | O_CLOEXEC), "open /dev/null");
     check(dup2(nothing, 0), "dup2");
     close(nothing);
@@ -58,6 +72,7 @@ RedirectedDescriptors::~RedirectedDescriptors() {
 
 void RedirectedDescriptors::putBack() {
     std::fflush(nullptr);
+    if (areOfParent_) return;
     for (int fd = 0; fd < 3; ++fd) dup2(originals_.at(static_cast<std::size_t>(fd)), fd);
 }
 

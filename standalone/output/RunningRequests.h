@@ -1,6 +1,7 @@
 #pragma once
 
 #include <algorithm>
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <thread>
@@ -21,11 +22,12 @@ namespace standalone {
 /// One request that runs. Borrows what it refers to.
 struct RunningRequest {
     foundation::msg_svc::exchange::IDType id;
-    const cmddistributor::CmdRequest& request;
+    cmddistributor::CmdRequest& request;
     const cmddistributor::RunOptions& options;
     std::shared_ptr<connector::common::ContextState> context;       ///< may be null
     std::uint64_t number = 0;                                       ///< given by RunningRequests
     std::shared_ptr<connector::common::ClientPace> pace = nullptr;  ///< of the context's origin
+    std::chrono::steady_clock::time_point since = std::chrono::steady_clock::now();
 };
 
 /// The requests that run, one inside the other. Whose code prints, and what goes with it, is told by them.

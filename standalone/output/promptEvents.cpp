@@ -11,15 +11,9 @@ namespace standalone {
 
 namespace {
 
-std::string stateAt(nmutil::prompt::InputRequester prompt) {
-    using namespace nmutil::prompt;  // the values
-    if (prompt == NO_PROMPT) return "busy";
-    return prompt == BASE_PROMPT || prompt == INCOMPLETE_BLOCK_PROMPT ? "idle" : "input";
-}
-
 void raiseStatus(PlacedEvents& events, const ShownPrompt& prompt) {
     if (!events.hasSubscribers(u"status")) return;
-    TaggedEvent::Members members{{"state", stateAt(prompt.requester)},
+    TaggedEvent::Members members{{"state", std::string(stateAt(prompt.requester))},
                                  {"prompt", std::string(promptName(prompt.requester))}};
     if (prompt.number > 0) {
         members.emplace("number", prompt.number);
@@ -36,6 +30,12 @@ void raiseInput(PlacedEvents& events, const ShownPrompt& prompt) {
 }
 
 }  // namespace
+
+const char* stateAt(nmutil::prompt::InputRequester prompt) {
+    using namespace nmutil::prompt;  // the values
+    if (prompt == NO_PROMPT) return "busy";
+    return prompt == BASE_PROMPT || prompt == INCOMPLETE_BLOCK_PROMPT ? "idle" : "input";
+}
 
 void raisePromptEvents(PlacedEvents& events, const ShownPrompt& prompt) {
     try {

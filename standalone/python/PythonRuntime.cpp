@@ -11,6 +11,7 @@
 #include "python/InterpreterServices.h"
 #include "python/PyRef.h"
 #include "python/frozenModules.h"
+#include "python/virtualEnvironment.h"
 
 namespace standalone {
 
@@ -23,16 +24,15 @@ void check(const PyStatus& status, PyConfig& config) {
                              (status.err_msg != nullptr ? status.err_msg : "unknown error"));
 }
 
-void initialise() {
+void initialise(const std::string& program) {
     PyConfig config;
     PyConfig_InitPythonConfig(&config);
     config.parse_argv = 0;
     config.install_signal_handlers = 1;
     config.buffered_stdio = 1;
-    // The embedded CPython finds its library beside its own program, whatever python3 comes first on the
-    // PATH.
-    check(PyConfig_SetBytesString(&config, &config.program_name, NUMORA_PYTHON_PROGRAM), config);
-    check(PyConfig_SetBytesString(&config, &config.executable, NUMORA_PYTHON_PROGRAM), config);
+    // CPython finds its library and packages beside this program, whatever python3 comes first on the PATH.
+    check(PyConfig_SetBytesString(&config, &config.program_name, program.c_str()), config);
+    check(PyConfig_SetBytesString(&config, &config.executable, program.c_str()), config);
     check(Py_InitializeFromConfig(&config), config);
     PyConfig_Clear(&config);
 }
@@ -50,10 +50,12 @@ void callMethod(PyObject* module, const char* name) {
 
 }  // namespace
 
-PythonRuntime::PythonRuntime(InterpreterServices& services) {
+PythonRuntime::PythonRuntime(InterpreterServices& services, const std::string& virtualEnvironment) {
+    const std::string program =
+        virtualEnvironment.empty() ? NUMORA_PYTHON_PROGRAM : programOf(virtualEnvironment);
     hostmodule::registerModule();
     PyImport_FrozenModules = frozenModules;
-    initialise();
+    initialise(program);
     hostmodule::bind(&services);
     runtimeModule_ = PyImport_ImportModule("numora._runtime");
     if (runtimeModule_ == nullptr) throw pythonFailure("The Python package numora cannot be loaded.");
@@ -119,6 +121,12 @@ void PythonRuntime::setLastError(const cmddistributor::RuntimeException& error) 
 void PythonRuntime::announceWorkspace() { call("announce_workspace"); }
 
 void PythonRuntime::restoreInterrupts() { call("restore_interrupts"); }
+
+void PythonRuntime::traceTo(int descriptor) {
+    PyObject* result = PyObject_CallMethod(runtimeModule_, "trace_to", "i", descriptor);
+    if (result == nullptr) throw pythonFailure("The traces of Python cannot be kept.");
+    Py_DECREF(result);
+}
 
 void PythonRuntime::setWindow(unsigned long long columns, unsigned long long rows) {
     PyObject* result = PyObject_CallMethod(runtimeModule_, "set_window", "KK", columns, rows);

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <string>
+
 #include "cmddistributor/RuntimeException.h"
 #include "python/pythonText.h"
 
@@ -14,8 +16,13 @@ class InterpreterServices;
 class PythonRuntime {
 public:
     /// Starts CPython with the package `numora` and the host's own module, and redirects its standard streams
-    /// to `services`. Throws: std::runtime_error with CPython's own text.
-    explicit PythonRuntime(InterpreterServices& services);
+    /// to `services`. `virtualEnvironment`: the folder of one, or empty.
+    /// Throws: std::runtime_error with CPython's own text, or as `programOf`.
+    PythonRuntime(InterpreterServices& services, const std::string& virtualEnvironment);
+
+    /// Has the traces of all threads written to the descriptor when the process crashes, and when SIGRTMIN+1
+    /// comes.
+    void traceTo(int descriptor);
 
     /// Runs what Python code registered for the end and waits at most two seconds for its threads. Python
     /// code may still print meanwhile.

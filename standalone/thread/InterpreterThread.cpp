@@ -22,14 +22,14 @@ constexpr int interruptsAtStop = 25;
 
 }  // namespace
 
-InterpreterThread::InterpreterThread(WindowSize windowSize, bool isCapturing, host::Environment& environment)
-    : isCapturing_(isCapturing),
+InterpreterThread::InterpreterThread(const HostOptions& options, host::Environment& environment)
+    : options_(options),
       environment_(environment),
       queue_(std::make_shared<RequestQueue>(
           RequestQueue::Signals{&Interrupts::startSignals, &Interrupts::stopSignals})),
       zvm_(std::make_shared<LocalZvm>(queue_)),
       announcements_(std::make_shared<LocalEventManager>(), running_),
-      window_(running_, announcements_, windowSize),
+      window_(running_, announcements_, {.columns = options.columns, .rows = options.rows}),
       placedEvents_(running_, window_, announcements_),
       prompts_(*queue_, {.beforeWait =
                              [this] {
@@ -41,6 +41,9 @@ InterpreterThread::InterpreterThread(WindowSize windowSize, bool isCapturing, ho
                          .checkInterrupts = [this] { return checkInterrupts(); },
                          .announce =
                              [this](const auto& prompt, bool isBaseLevel) {
+                                 if (options_.observer != nullptr) {
+                                     options_.observer->isIn(stateAt(prompt.requester));
+                                 }
                                  raisePromptEvents(placedEvents_, prompt);
                                  announcements_.announcePrompt(prompt, isBaseLevel);
                              }}) {
@@ -96,13 +99,17 @@ void InterpreterThread::threadMain(std::promise<void>& started) {
 // Threads that start here take over the blocked signals, so they come before `attach`.
 void InterpreterThread::start() {
     blockInterpreterSignals();
-    window_.open(isCapturing_);
+    window_.open({.isCapturing = options_.captureFileDescriptors,
+                  .pipes = options_.capturePipes,
+                  .observer = options_.observer});
     InterpreterServices& services = *this;
-    python_ = std::make_unique<PythonRuntime>(services);
+    python_ = std::make_unique<PythonRuntime>(services, options_.virtualEnvironment);
+    if (options_.traceDescriptor >= 0) python_->traceTo(options_.traceDescriptor);
     window_.startCapture();
     Interrupts::attach();
+    heartbeat_.attach();
     runner_ = std::make_unique<RequestRunner>(*queue_, prompts_, running_, window_, announcements_,
-                                              placedEvents_, *python_);
+                                              placedEvents_, *python_, options_.observer);
     host::install(&environment_);
 }
 

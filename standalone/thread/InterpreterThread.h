@@ -16,6 +16,9 @@
 #include "output/RunningRequests.h"
 #include "python/InterpreterServices.h"
 #include "python/PythonRuntime.h"
+#include "standalone/HostObserver.h"
+#include "standalone/HostOptions.h"
+#include "thread/Heartbeat.h"
 #include "thread/Interrupts.h"
 #include "thread/LocalZvm.h"
 #include "thread/PromptReader.h"
@@ -39,7 +42,7 @@ class InterpreterThread : private InterpreterServices {
 public:
     /// Starts the thread, which installs `environment` while it serves requests.
     /// Owns: borrows `environment`.  Blocks: until requests are taken.  Throws: std::runtime_error.
-    InterpreterThread(WindowSize windowSize, bool isCapturing, host::Environment& environment);
+    InterpreterThread(const HostOptions& options, host::Environment& environment);
     /// Stops it: fails what waits, interrupts what runs, for up to five seconds. Code that does not end even
     /// then ends the process, since nothing of it could be freed safely.
     ~InterpreterThread() override;
@@ -49,6 +52,7 @@ public:
     // Its parts, from its construction to its end.
     RequestQueue& queue() { return *queue_; }
     PromptReader& prompts() { return prompts_; }
+    Heartbeat& heartbeat() { return heartbeat_; }
     CommandWindow& window() { return window_; }
     const std::shared_ptr<LocalZvm>& zvm() const { return zvm_; }
     const std::shared_ptr<LocalEventManager>& events() const { return announcements_.events(); }
@@ -64,6 +68,7 @@ private:
 
     // InterpreterServices
     bool print(nmutil::io::StreamTypeEnum stream, std::u16string_view text) override {
+        if (options_.observer != nullptr) options_.observer->printed(text);
         window_.print(stream, text);
         return awaitOwner();
     }
@@ -100,7 +105,7 @@ private:
     bool isInterpreterThread() const override { return Interrupts::isSignalThread(); }
     const cmddistributor::RunOptions* runningOptions() const override;
 
-    const bool isCapturing_;
+    const HostOptions options_;
     host::Environment& environment_;
     const std::shared_ptr<RequestQueue> queue_;
     const std::shared_ptr<LocalZvm> zvm_;
@@ -111,6 +116,7 @@ private:
     CommandWindow window_;
     PlacedEvents placedEvents_;
     PromptReader prompts_;
+    Heartbeat heartbeat_;
     std::unique_ptr<PythonRuntime> python_;
     std::unique_ptr<RequestRunner> runner_;
 

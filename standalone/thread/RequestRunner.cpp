@@ -41,7 +41,7 @@ RuntimeException internalError(const std::exception& error) {
 
 RequestRunner::RequestRunner(RequestQueue& queue, PromptReader& prompts, RunningRequests& running,
                              CommandWindow& window, const Announcements& announcements, PlacedEvents& events,
-                             PythonRuntime& python)
+                             PythonRuntime& python, HostObserver* observer)
     : queue_(queue),
       prompts_(prompts),
       running_(running),
@@ -49,6 +49,7 @@ RequestRunner::RequestRunner(RequestQueue& queue, PromptReader& prompts, Running
       announcements_(announcements),
       events_(events),
       python_(python),
+      observer_(observer),
       codeRunner_(python.runtimeModule(), [this] { queue_.openCode(); }),
       caller_(python.runtimeModule()),
       process_(getpid()) {}
@@ -59,6 +60,7 @@ void RequestRunner::run(std::unique_ptr<QueuedRequest> queued) {
     running_.push({queued->id, *queued->request, queued->options, context});
     Result result;
     try {
+        tellObserver();
         const connector::common::CurrentContext current(context, contextHandle);
         result = runRequest(*queued);
     } catch (const RuntimeException& error) {
@@ -67,7 +69,22 @@ void RequestRunner::run(std::unique_ptr<QueuedRequest> queued) {
         result = std::make_unique<IIPResult>(queued->id, internalError(error));
     }
     running_.pop();
+    tellObserver();
     queue_.finish(*queued, *result);
+}
+
+void RequestRunner::tellObserver() const {
+    if (observer_ == nullptr) return;
+    const RunningRequest* const request = running_.innermost();
+    if (request == nullptr) return observer_->runs(nullptr);
+    constexpr std::size_t most = 4096;
+    const auto& iip = request->request.getIIP();
+    if (dynamic_cast<const cmddistributor::PackagedTaskIIP*>(iip.get()) != nullptr) return;
+    const auto* const evaluation = dynamic_cast<const cmddistributor::EvalIIP*>(iip.get());
+    const std::u16string code =
+        evaluation != nullptr ? evaluation->code().substr(0, most) : iip->toCustomerFriendlyString();
+    const RunningCode running{request->context.get(), code, request->since};
+    observer_->runs(&running);
 }
 
 RequestRunner::Result RequestRunner::runRequest(QueuedRequest& queued) {

@@ -15,6 +15,7 @@
 #include "output/RunningRequests.h"
 #include "python/CodeRunner.h"
 #include "python/FunctionCaller.h"
+#include "standalone/HostObserver.h"
 #include "thread/PromptReader.h"
 #include "thread/RequestQueue.h"
 
@@ -41,7 +42,8 @@ struct CodeStatus {
 class RequestRunner {
 public:
     RequestRunner(RequestQueue& queue, PromptReader& prompts, RunningRequests& running, CommandWindow& window,
-                  const Announcements& announcements, PlacedEvents& events, PythonRuntime& python);
+                  const Announcements& announcements, PlacedEvents& events, PythonRuntime& python,
+                  HostObserver* observer);
 
     /// Runs a request that was taken from the queue, and ends it there.
     void run(std::unique_ptr<QueuedRequest> queued);
@@ -72,6 +74,7 @@ private:
     void cleanUp();
     void setStatus(const boost::optional<CodeError>& error, bool isIncomplete);
     bool isInternalCode() const;
+    void tellObserver() const;
 
     RequestQueue& queue_;
     PromptReader& prompts_;
@@ -80,6 +83,7 @@ private:
     const Announcements& announcements_;
     PlacedEvents& events_;
     PythonRuntime& python_;
+    HostObserver* const observer_;  // may be null
     CodeRunner codeRunner_;
     FunctionCaller caller_;
     const pid_t process_;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <memory>
 
 #include "connector/ServiceFramework.h"
@@ -23,8 +24,8 @@ namespace standalone {
 class StandaloneHost {
 public:
     /// Starts the interpreter and installs the host.
-    /// Throws: std::runtime_error, when CPython cannot be started or a host exists already.
-    /// Blocks: until the interpreter takes requests.
+    /// Throws: std::runtime_error, when CPython cannot be started, the virtual environment is none for it, or
+    /// a host exists already. Blocks: until the interpreter takes requests.
     explicit StandaloneHost(const HostOptions& options = {});
 
     /// Stops the interpreter and waits for its thread. Requests that still wait are failed; running code is
@@ -36,6 +37,7 @@ public:
     const std::shared_ptr<zvm::ZVM>& zvm() const;
     const std::shared_ptr<connector::ServiceFramework>& framework() const;
     const std::shared_ptr<connector::configuration::Configuration>& configuration() const;
+    /// Null where the host was given a message service.
     const std::shared_ptr<messages::LocalMessageService>& messages() const;
 
     // What streaming evaluation works with; the gate is open while the interpreter is available.
@@ -43,6 +45,11 @@ public:
     const std::shared_ptr<connector::shadow_files::v1::ShadowService>& shadowService() const;
     const std::shared_ptr<connector::common::RequestGate>& requestGate() const;
     const std::shared_ptr<messages::RequestCounter>& requestCounter() const;
+
+    /// For how long native code has kept the interpreter's lock on the interpreter thread, as far as is known
+    /// from calls of this, so that no interrupt reaches the code. Call it now and then, and only while a
+    /// request runs (HostObserver).  Threads: any; one at a time.  Blocks: no.
+    std::chrono::milliseconds deafFor();
 
     /// The process's own standard input, output and error as they were before capture: file descriptors for
     /// the program itself to read and write. Valid as long as the host is.

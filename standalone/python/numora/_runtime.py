@@ -32,6 +32,7 @@ __all__ = [
     "set_last_error",
     "set_window",
     "start",
+    "trace_to",
 ]
 
 
@@ -60,7 +61,7 @@ def start():
 
 def _add_virtual_environment():
     root = os.environ.get("VIRTUAL_ENV")
-    if not root:
+    if not root or sys.prefix != sys.base_prefix:  # the interpreter is in one already
         return
     packages = os.path.join(root, "lib", "python%d.%d" % sys.version_info[:2], "site-packages")
     if not os.path.isdir(packages):
@@ -74,6 +75,15 @@ def _add_virtual_environment():
     added, rest = sys.path[before:], sys.path[:before]
     at = next((i for i, p in enumerate(rest) if p.endswith(("site-packages", "dist-packages"))), len(rest))
     sys.path[:] = rest[:at] + added + rest[at:]
+
+
+def trace_to(descriptor):
+    """Has all threads' traces written there when the process crashes, and whenever SIGRTMIN+1 comes."""
+    import faulthandler
+    import signal
+
+    faulthandler.enable(descriptor)
+    faulthandler.register(signal.SIGRTMIN + 1, descriptor)
 
 
 def restore_interrupts():
