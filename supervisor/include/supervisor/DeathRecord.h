@@ -24,13 +24,13 @@ inline constexpr std::string_view serverStopped = "server stopped";
 /// How a life of an interpreter has ended. Texts are as the process left them: bytes that are no UTF-8 become
 /// replacement characters in JSON.
 struct DeathRecord {
-    std::string interpreter;
+    std::string interpreter{};
     std::uint64_t life = 0;
-    std::string cause;
-    std::string detail;  ///< "SIGSEGV", "status 3"; of a start that failed also the problem in words
+    std::string cause{};
+    std::string detail{};  ///< "SIGSEGV", "status 3"; of a start that failed also the problem in words
     int pid = 0;
-    std::chrono::system_clock::time_point started;
-    std::chrono::system_clock::time_point ended;
+    std::chrono::system_clock::time_point started{};
+    std::chrono::system_clock::time_point ended{};
 
     std::string requestType{};  ///< the request under way, such as "connector/v1/Eval"; empty: none
     std::string requestUuid{};

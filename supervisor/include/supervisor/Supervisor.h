@@ -21,7 +21,8 @@ namespace supervisor {
 /// no lock held; they must be quick, and may call spawn().
 class Supervisor {
 public:
-    /// `problem`: why there is no worker, in a sentence; empty when there is one.
+    /// `problem`: why there is no worker, as the `detail` of a record of a start that failed; empty when
+    /// there is one.
     using Spawned = std::function<void(std::shared_ptr<Worker> worker, std::string problem)>;
     using Ended = std::function<void(DeathRecord record)>;
 

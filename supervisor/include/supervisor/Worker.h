@@ -1,8 +1,8 @@
 #pragma once
 
-#include <atomic>
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -38,11 +38,13 @@ struct Process {
 /// A dead process holds its number, and so that of its group, until it is reaped: signals are sent under the
 /// mutex under which it is reaped, so that none reaches a stranger who got the number afterwards.
 ///
-/// Threads: every operation from any thread, bury() from the supervisor's.  Locks: mutex_, a leaf, held for
-/// one system call or a few.
+/// Threads: every operation from any thread, bury() from the supervisor's.  Locks: mutex_, a leaf, held for a
+/// few system calls, at most while /proc is read.
 class Worker {
 public:
-    Worker(WorkerSpec spec, Process process, std::shared_ptr<Cgroup> cgroup);
+    /// `cgroup` is null where there is none.
+    Worker(WorkerSpec spec, Process process, std::unique_ptr<const Cgroup> cgroup);
+    /// Kills and reaps a process that nobody has buried.
     ~Worker();
     Worker(const Worker&) = delete;
     Worker& operator=(const Worker&) = delete;
@@ -80,24 +82,25 @@ public:
 
     /// If the process has ended: kills what is left of its group and cgroup, reaps it, reads all that it left
     /// but the sockets, and returns the record, without `inFlight`; once. Otherwise nothing.
-    /// `wasOutOfMemory`: whether the system has just killed some process for want of memory.
-    std::optional<DeathRecord> bury(bool wasOutOfMemory) EXCLUDES(mutex_);
+    /// `takeOutOfMemory` says whether the system has just killed some process for want of memory; it is asked
+    /// when SIGKILL is explained by nothing else. May be null.
+    std::optional<DeathRecord> bury(const std::function<bool()>& takeOutOfMemory) EXCLUDES(mutex_);
 
 private:
-    struct End;
-
     void signalAllLocked() REQUIRES(mutex_);
-    std::optional<End> reap() EXCLUDES(mutex_);
-    void setCause(DeathRecord& record, const End& end, bool wasOutOfMemory) const;
+    void setCauseLocked(DeathRecord& record, int status, const std::function<bool()>& takeOutOfMemory) const
+        REQUIRES(mutex_);
 
     const WorkerSpec spec_;
     const Process process_;
-    const std::shared_ptr<Cgroup> cgroup_;  ///< may be null
+    const std::unique_ptr<const Cgroup> cgroup_;
     const std::chrono::system_clock::time_point started_ = std::chrono::system_clock::now();
 
     mutable connector::Mutex mutex_;
     bool isReaped_ GUARDED_BY(mutex_) = false;
     bool isReady_ GUARDED_BY(mutex_) = false;
+    bool isKilled_ GUARDED_BY(mutex_) = false;
+    std::uint64_t childrenKilled_ GUARDED_BY(mutex_) = 0;
     bool isExpected_ GUARDED_BY(mutex_) = false;  ///< cause_ was given before the process was to end
     std::string cause_ GUARDED_BY(mutex_);        ///< the first that was given
     std::uint64_t processorMs_ GUARDED_BY(mutex_) = 0;
