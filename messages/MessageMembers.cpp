@@ -14,6 +14,7 @@ MessageMembers::MessageMembers(std::string_view own, const connector::common::Re
     if (!origin->request.empty()) members.addJson("request", '"' + origin->request + '"');
     if (origin->prompt != 0) members.add("prompt", origin->prompt);
     if (!origin->echo) members.add("echo", false);
+    if (!origin->death.empty()) members.addJson("death", origin->death);
     ofOrigin_ = members.members();
 }
 

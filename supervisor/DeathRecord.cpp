@@ -48,11 +48,14 @@ std::string happened(const DeathRecord& record) {
 
 /// What it means for clients, as further sentences.
 std::string consequence(const DeathRecord& record) {
-    if (record.cause == cause::startFailed) return "The next request tries it again.";
+    if (record.cause == cause::startFailed) {
+        return record.startsAnew ? "The next request tries it again." : "It must be restarted.";
+    }
     if (record.cause == cause::killedByAClient || record.cause == cause::deletedByAClient ||
         record.cause == cause::serverStopped)
         return "Its variables are lost.";
-    return "Its variables are lost; the next request starts it anew.";
+    return record.startsAnew ? "Its variables are lost; the next request starts it anew."
+                             : "Its variables are lost, and it must be restarted.";
 }
 
 ObjectBuilder briefOf(const DeathRecord& record) {

@@ -6,12 +6,14 @@
 #include "bayeux/Exchange.h"
 #include "bayeux/ServerCore.h"
 #include "bayeux/channelRules.h"
+#include "connector/common/requests.h"
 #include "connector/json/write.h"
 #include "connector/wireWords.h"
 
 namespace gateway::bayeux {
 
 using namespace std::chrono_literals;
+using connector::common::RequestRefusal;
 using messages::ClientSession;
 
 namespace {
@@ -148,7 +150,10 @@ std::string BayeuxSession::publish(const ClientMessage& message) {
     if (!objectOf(message.extension("binary")).isNull()) {
         members.add("ext", Members().addJson("binary", "{}"));
     }
-    client_->publish(channel, connector::json::written(message.get("data")), nullptr, members.members());
+    const auto context = std::make_shared<connector::common::ContextState>();
+    client_->publish(channel, connector::json::written(message.get("data")), context, members.members());
+    const auto refusal = context->getOr(RequestRefusal::contextKey, RequestRefusal());
+    if (refusal.status != 0) return failed(message, errorText(refusal.status, channel, refusal.reason));
     return succeeded(message);
 }
 

@@ -24,6 +24,8 @@ using messages::MessageFrame;
 namespace {
 
 std::string errorOf(const dispatch::Answer& answer, const std::string& channel) {
+    const bool isOfProcess = !answer.death.empty() || answer.status == 409 || answer.status == 504;
+    if (isOfProcess) return errorText(answer.status, channel, answer.problem);
     switch (answer.status) {
         case 400:
             return errorText(400, channel, answer.problem);
@@ -81,6 +83,9 @@ private:
         members.add("successful", answer.status == 200);
         if (answer.status != 200) {
             members.add("error", errorOf(answer, channel_));
+            if (!answer.death.empty()) {
+                members.add("ext", Members().add("connector", Members().addJson("death", answer.death)));
+            }
         } else if (answer.isDropped) {
             members.add("ext", Members().add("connector", Members().add("dropped", true)));
         }

@@ -12,6 +12,7 @@ struct Answer {
     std::string type{};     ///< the response's type name; empty for an error
     std::string problem{};  ///< what went wrong; empty for a response
     int retrySeconds = 0;   ///< when trying again makes sense; 0 when it does not
+    std::string death{};    ///< how the interpreter's process has ended that ran it, as JSON; or empty
     /// The request, or one of its sequence, was not run because an interrupt came after it.
     bool isDropped = false;
     /// As DispatcherMetrics counts it; empty where it does not, for a type that is not known.

@@ -42,6 +42,8 @@ inline constexpr const char* allEvents = "/eventmgr/**";
 inline constexpr const char* notices = "/connector";
 inline constexpr const char* gap = "/connector/gap";
 inline constexpr const char* dropped = "/connector/dropped";
+/// What becomes of the interpreter's process.
+inline constexpr const char* interpreter = "/connector/interpreter";
 }  // namespace channel
 
 /// The texts on `channel::completion`.

@@ -21,7 +21,8 @@ struct MessageServiceOptions {
                                           connector::wire::channel::allEvents};
     /// Of which channels the last messages are kept and numbered, for clients that come back: patterns.
     std::vector<std::string> logged = {connector::wire::channel::allEvalResponses,
-                                       connector::wire::channel::allEvents};
+                                       connector::wire::channel::allEvents,
+                                       connector::wire::channel::interpreter};
     /// What clients publish for services alone: patterns of channels from which no client gets anything.
     std::vector<std::string> forServices = {connector::wire::channel::evalRequest};
     /// The number of the first of the messages that are kept. 0 stands for the time in microseconds, so that

@@ -43,6 +43,7 @@ struct DeathRecord {
     std::uint64_t peakMemoryBytes = 0;
     std::uint64_t processorMs = 0;  ///< with those children that it has waited for
     std::uint64_t childrenKilled = 0;
+    bool startsAnew = true;  ///< with the next request; else only when a client restarts it
 
     /// Whether nobody asked for this end, so that it counts against starting anew.
     bool isBad() const;

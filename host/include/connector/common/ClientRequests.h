@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -46,6 +47,9 @@ public:
         std::uint64_t number_ = 0;  // fixed after construction
     };
 
+    /// A number that no other client of this process has.
+    std::uint64_t number() const { return number_; }
+
     std::size_t count() const EXCLUDES(mutex_) {
         const MutexLock lock(mutex_);
         return entries_.size();
@@ -91,6 +95,13 @@ private:
         const MutexLock lock(mutex_);
         entries_.erase(number);
     }
+
+    static std::uint64_t newNumber() {
+        static std::atomic<std::uint64_t> last{0};
+        return ++last;
+    }
+
+    const std::uint64_t number_ = newNumber();
 
     mutable Mutex mutex_;
     std::map<std::uint64_t, std::function<void()>> entries_ GUARDED_BY(mutex_);  ///< by age

@@ -48,6 +48,9 @@ struct RequestOrigin {
     std::uint64_t prompt = 0;
     /// False for a prompt at which what is typed is not to be shown.
     bool echo = true;
+    /// How the process of the interpreter has ended in which the request ran, as a JSON object; empty where
+    /// it has not.
+    std::string death = {};
 
     /// Whether it can be the name of a request.
     static bool isName(const std::string& name);

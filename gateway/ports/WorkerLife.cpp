@@ -1,0 +1,543 @@
+#include "ports/WorkerLife.h"
+
+#include <exception>
+#include <utility>
+
+#include <boost/asio/bind_executor.hpp>
+#include <boost/asio/post.hpp>
+
+#include "connector/common/DataBuffer.h"
+#include "connector/json/ObjectBuilder.h"
+#include "connector/wireWords.h"
+#include "foundation/log/diagnostic_logger.h"
+
+namespace gateway::ports {
+
+namespace asio = boost::asio;
+namespace cause = supervisor::cause;
+using connector::MutexLock;
+using dispatch::Answer;
+using dispatch::errorAnswer;
+using supervisor::DeathRecord;
+
+namespace {
+
+constexpr std::size_t keptDeaths = 10;
+constexpr std::size_t mostBytes = std::size_t{128} << 20;  // of the bodies of requests
+constexpr auto startTime = std::chrono::seconds(30);
+constexpr auto stopTime = std::chrono::milliseconds(2000);
+constexpr auto traceTime = std::chrono::milliseconds(300);
+constexpr auto traceInterval = std::chrono::milliseconds(10);
+constexpr auto lastTime = std::chrono::seconds(3);
+constexpr auto tickInterval = std::chrono::seconds(1);
+
+foundation::log::DiagnosticLogger log() { return foundation::log::DiagnosticLogger("gateway::interpreters"); }
+
+Answer tooMany() { return errorAnswer(429, "Too many requests are waiting.", 1); }
+Answer stopped() { return errorAnswer(503, "The server is stopping."); }
+
+Answer notStarted(const DeathRecord& record) {
+    auto answer = errorAnswer(503, record.sentence());
+    answer.json =
+        connector::json::ObjectBuilder().add("error", answer.problem).addJson("death", record.json()).take();
+    answer.death = record.brief();
+    return answer;
+}
+
+}  // namespace
+
+WorkerLife::WorkerLife(asio::io_context& context, messages::LocalMessageService& messages,
+                       supervisor::Supervisor& supervisor, InterpreterSpec spec)
+    : context_(context),
+      messages_(messages),
+      supervisor_(supervisor),
+      spec_(std::move(spec)),
+      strand_(asio::make_strand(context)),
+      tick_(context),
+      stopping_(context) {}
+
+std::string_view WorkerLife::nameOf(Phase phase) {
+    switch (phase) {
+        case Phase::Absent:
+            return "absent";
+        case Phase::Starting:
+            return "starting";
+        case Phase::Ready:
+            return "ready";
+        case Phase::Stopping:
+            return "stopping";
+        case Phase::Dead:
+            return "dead";
+        case Phase::Failed:
+            break;
+    }
+    return "failed";
+}
+
+// Told on the strand, so that what is told keeps the order of the changes.
+void WorkerLife::enterLocked(Phase phase) {
+    phase_ = phase;
+    since_ = std::chrono::system_clock::now();
+    connector::json::ObjectBuilder told;
+    told.add("id", spec_.worker.id).add("life", number_).add("state", nameOf(phase));
+    const bool isOver = phase == Phase::Dead || phase == Phase::Failed || phase == Phase::Absent;
+    told.addJson("death", isOver && !deaths_.empty() ? deaths_.front().json() : "null");
+    asio::post(strand_, [self = shared_from_this(), text = told.take()] {
+        self->messages_.publish(connector::wire::channel::interpreter, connector::common::DataBuffer(text));
+    });
+    changed_.notify_all();
+}
+
+void WorkerLife::run(const Actions& actions) {
+    for (const auto& action : actions) action();
+}
+
+void WorkerLife::submit(Work work) {
+    Actions actions;
+    std::optional<Answer> refusal;
+    LinkPtr link;
+    {
+        const MutexLock lock(mutex_);
+        if (phase_ == Phase::Ready) {
+            refusal = refusalLocked(work);
+            link = link_;
+            if (!refusal && culler_) culler_->noteBegin();
+        } else {
+            refusal = queueLocked(work, actions);
+        }
+    }
+    if (!refusal && link && !link->send(work)) {  // it has died just now
+        const MutexLock lock(mutex_);
+        refusal = queueLocked(work, actions);
+    }
+    run(actions);
+    if (refusal) work.answer(std::move(*refusal));
+}
+
+std::optional<Answer> WorkerLife::refusalLocked(const Work& work) {
+    if (isStopped_) return stopped();
+    const auto wanted = work.context->getOr<std::uint64_t>(InterpreterPort::wantedLife, number_);
+    const bool isOver = phase_ == Phase::Dead || phase_ == Phase::Failed || phase_ == Phase::Absent;
+    if (wanted != number_ || (isOver && work.context->has(InterpreterPort::wantedLife))) {
+        return errorAnswer(
+            409, "The request is for life " + std::to_string(wanted) + " of the interpreter, which is over.");
+    }
+    if (work.isInterrupt()) return std::nullopt;
+    const std::size_t count = waiting_.size() + (link_ ? link_->inFlight() : 0);
+    const std::size_t bytes = waitingBytes_ + (link_ ? link_->bytesInFlight() : 0);
+    if (count >= spec_.requests || bytes + work.json->size() > mostBytes) return tooMany();
+    return std::nullopt;
+}
+
+std::optional<Answer> WorkerLife::queueLocked(Work& work, Actions& actions) {
+    if (auto refusal = refusalLocked(work)) return refusal;
+    const bool isNeverStarted = spec_.restart == RestartMode::Never && phase_ == Phase::Dead;
+    if (phase_ == Phase::Failed || isNeverStarted) {
+        return notStarted(deaths_.front());
+    }
+    waitingBytes_ += work.json->size();
+    waiting_.push_back({std::move(work), Clock::now() + startTime});
+    if (phase_ == Phase::Absent || phase_ == Phase::Dead) startLocked(actions);
+    return std::nullopt;
+}
+
+void WorkerLife::startLocked(Actions& actions) {
+    ++number_;
+    enterLocked(Phase::Starting);
+    actions.emplace_back([self = shared_from_this(), number = number_] { self->spawn(number); });
+}
+
+void WorkerLife::spawn(std::uint64_t number) {
+    armTick();
+    auto worker = spec_.worker;
+    worker.life = number;
+    supervisor_.spawn(
+        std::move(worker),
+        [self = shared_from_this(), number](const WorkerPtr& process, const std::string& problem) {
+            self->spawned(number, process, problem);
+        },
+        [self = shared_from_this()](DeathRecord record) { self->ended(std::move(record)); });
+}
+
+// On the supervisor's thread.
+void WorkerLife::spawned(std::uint64_t number, const WorkerPtr& worker, const std::string& problem) {
+    if (!worker) {
+        DeathRecord record;
+        record.interpreter = spec_.worker.id;
+        record.life = number;
+        record.cause = cause::startFailed;
+        record.detail = problem;
+        record.started = record.ended = std::chrono::system_clock::now();
+        judge(record);
+        return asio::post(strand_, [self = shared_from_this(), record] { self->buried(record); });
+    }
+    LinkPtr link;
+    try {
+        links::Start start;
+        start.id = spec_.worker.id;
+        start.life = number;
+        start.folder = spec_.worker.folder.string();
+        start.venv = spec_.worker.venv.string();
+        const auto weak = weak_from_this();
+        const auto toSelf = [weak](auto action) {
+            return [weak, action](const auto&... arguments) {
+                if (const auto self = weak.lock()) action(*self, arguments...);
+            };
+        };
+        link = std::make_shared<WorkerLink>(
+            context_, messages_, worker->mainSocket(), worker->controlSocket(), std::move(start),
+            WorkerLink::Events{
+                .ready = toSelf([number](WorkerLife& self) { self.noteReady(number); }),
+                .broken = toSelf([number](WorkerLife& self, const std::string& reason) {
+                    self.noteBroken(number, reason);
+                }),
+                .counted = toSelf([](WorkerLife& self, const std::string& type, const std::string& outcome) {
+                    self.count(type, outcome);
+                }),
+                .streamEnded = toSelf([](WorkerLife& self, const std::string& clientType) {
+                    if (!clientType.empty()) self.streaming_.requestEnded(clientType, nullptr);
+                    const MutexLock lock(self.mutex_);
+                    if (self.culler_) self.culler_->noteEnd();
+                })});
+    } catch (const std::exception& error) {
+        log().error(error.what());
+        return worker->kill(cause::startFailed);
+    }
+    std::string stopCause;
+    {
+        const MutexLock lock(mutex_);
+        worker_ = worker;
+        link_ = link;
+        stopCause = std::exchange(stopCause_, {});
+    }
+    link->start();
+    if (!stopCause.empty()) worker->kill(stopCause);
+}
+
+void WorkerLife::noteReady(std::uint64_t number) {
+    Actions actions;
+    {
+        const MutexLock lock(mutex_);
+        if (phase_ != Phase::Starting || number != number_ || !worker_) return;
+        worker_->noteReady();
+        culler_.emplace(spec_.culling);
+    }
+    flushWaiting();
+}
+
+// What comes meanwhile is queued behind, until nothing is left.
+void WorkerLife::flushWaiting() {
+    for (;;) {
+        Actions actions;
+        Work work;
+        LinkPtr link;
+        {
+            const MutexLock lock(mutex_);
+            if (phase_ != Phase::Starting || !link_) return;
+            if (waiting_.empty()) {
+                enterLocked(Phase::Ready);
+                answerRestartsLocked(Answer{}, actions);
+            } else {
+                work = std::move(waiting_.front().work);
+                waitingBytes_ -= work.json->size();
+                waiting_.pop_front();
+                link = link_;
+                culler_->noteBegin();
+            }
+        }
+        if (!link) return run(actions);
+        if (!link->send(work)) return work.refuse(503, "The interpreter has died.");
+    }
+}
+
+// A process that cannot be talked to any more is of no use; what is left of it would only be in the way.
+void WorkerLife::noteBroken(std::uint64_t number, const std::string& reason) {
+    WorkerPtr worker;
+    {
+        const MutexLock lock(mutex_);
+        if (number == number_) worker = worker_;
+    }
+    if (!worker) return;
+    log().warning("The link to interpreter " + spec_.worker.id + " is broken: " + reason);
+    worker->kill(cause::closedTheLink);
+}
+
+// On the supervisor's thread.
+void WorkerLife::ended(DeathRecord record) {
+    judge(record);
+    LinkPtr link;
+    {
+        const MutexLock lock(mutex_);
+        link = link_;
+    }
+    if (!link) return asio::post(strand_, [self = shared_from_this(), record] { self->buried(record); });
+    record.inFlight = link->inFlight();
+    link->die(record, [self = shared_from_this(), record] {
+        asio::post(self->strand_, [self, record] { self->buried(record); });
+    });
+}
+
+void WorkerLife::judge(DeathRecord& record) {
+    const MutexLock lock(mutex_);
+    if (record.isBad()) policy_.noteBadEnd();
+    record.startsAnew = !policy_.hasFailed() && spec_.restart != RestartMode::Never;
+}
+
+void WorkerLife::buried(const DeathRecord& record) {
+    log().warning(record.sentence());
+    Actions actions;
+    {
+        const MutexLock lock(mutex_);
+        deaths_.push_front(record);
+        if (deaths_.size() > keptDeaths) deaths_.pop_back();
+        worker_.reset();
+        // A thread that sends by it holds it; the last one to let go must not do so under the mutex.
+        actions.emplace_back([link = std::exchange(link_, nullptr)] {});
+        culler_.reset();
+        stopCause_.clear();
+        const bool hasFailedToStart = record.cause == cause::startFailed;
+        if (isStopped_ || policy_.hasFailed() || hasFailedToStart) {
+            enterLocked(isStopped_ ? Phase::Absent : policy_.hasFailed() ? Phase::Failed : Phase::Dead);
+            const Answer answer = isStopped_ ? stopped() : notStarted(record);
+            refuseWaitingLocked(answer, actions);
+            answerRestartsLocked(answer, actions);
+        } else if (!restarts_.empty() || !waiting_.empty() || spec_.restart == RestartMode::Always) {
+            startLocked(actions);
+        } else {
+            enterLocked(record.cause == cause::idle ? Phase::Absent : Phase::Dead);
+        }
+    }
+    run(actions);
+}
+
+void WorkerLife::refuseWaitingLocked(const Answer& answer, Actions& actions) {
+    for (auto& waiting : std::exchange(waiting_, {})) {
+        actions.emplace_back(
+            [work = std::make_shared<Work>(std::move(waiting.work)), answer] { work->answer(answer); });
+    }
+    waitingBytes_ = 0;
+}
+
+void WorkerLife::answerRestartsLocked(const Answer& answer, Actions& actions) {
+    for (auto& answered : std::exchange(restarts_, {})) {
+        actions.emplace_back([answered = std::move(answered), answer] { answered(answer); });
+    }
+}
+
+void WorkerLife::restart(bool force, std::optional<std::uint64_t> life, Answered answered) {
+    Actions actions;
+    std::optional<Answer> refusal;
+    {
+        const MutexLock lock(mutex_);
+        if (isStopped_) {
+            refusal = stopped();
+        } else if (life && *life != number_) {
+            refusal = errorAnswer(409, "The interpreter is in life " + std::to_string(number_) +
+                                           ", not in life " + std::to_string(*life) + ".");
+        } else {
+            policy_.reset();
+            restarts_.push_back(answered);
+            if (phase_ == Phase::Absent || phase_ == Phase::Dead || phase_ == Phase::Failed) {
+                startLocked(actions);
+            } else if (phase_ == Phase::Ready || force) {
+                beginStopLocked(cause::killedByAClient, force, actions);
+            }  // else it starts, or ends, already
+        }
+    }
+    run(actions);
+    if (refusal) answered(std::move(*refusal));
+}
+
+void WorkerLife::beginStopLocked(std::string_view cause, bool force, Actions& actions) {
+    if (!worker_) {
+        stopCause_ = cause;
+        return;
+    }
+    if (phase_ != Phase::Stopping) enterLocked(Phase::Stopping);
+    worker_->expectEnd(cause);
+    if (!force) {
+        actions.emplace_back([link = link_] { link->requestStop(stopTime); });
+    }
+    const auto limit = force ? std::chrono::milliseconds(0) : stopTime;
+    actions.emplace_back([self = shared_from_this(), worker = worker_, cause = std::string(cause), limit] {
+        self->endBy(worker, cause, limit);
+    });
+}
+
+void WorkerLife::endBy(const WorkerPtr& worker, const std::string& cause, std::chrono::milliseconds limit) {
+    asio::post(strand_, [self = shared_from_this(), worker, cause, limit] {
+        self->stopping_.expires_after(limit);
+        self->stopping_.async_wait(
+            asio::bind_executor(self->strand_, [self, worker, cause](const auto& error) {
+                if (error) return;
+                {
+                    const MutexLock lock(self->mutex_);
+                    if (self->worker_ != worker) return;
+                }
+                worker->requestTrace();
+                self->waitForTrace(worker, cause, Clock::now() + traceTime);
+            }));
+    });
+}
+
+// A kill at once would leave no trace of what kept the process.
+void WorkerLife::waitForTrace(const WorkerPtr& worker, const std::string& cause, Clock::time_point until) {
+    if (worker->hasTrace() || Clock::now() >= until) return worker->kill(cause);
+    stopping_.expires_after(traceInterval);
+    stopping_.async_wait(
+        asio::bind_executor(strand_, [self = shared_from_this(), worker, cause, until](const auto& error) {
+            if (!error) self->waitForTrace(worker, cause, until);
+        }));
+}
+
+void WorkerLife::stop() {
+    Actions actions;
+    {
+        const MutexLock lock(mutex_);
+        if (std::exchange(isStopped_, true)) return;
+        refuseWaitingLocked(stopped(), actions);
+        answerRestartsLocked(stopped(), actions);
+        if (phase_ == Phase::Starting || phase_ == Phase::Ready || phase_ == Phase::Stopping) {
+            beginStopLocked(cause::serverStopped, phase_ == Phase::Starting, actions);
+        }
+    }
+    run(actions);
+    const auto until = Clock::now() + lastTime;
+    MutexLock lock(mutex_);
+    while (phase_ == Phase::Starting || phase_ == Phase::Ready || phase_ == Phase::Stopping) {
+        if (changed_.wait_until(lock.native(), until) == std::cv_status::timeout) break;
+    }
+}
+
+bool WorkerLife::isReady() const {
+    const MutexLock lock(mutex_);
+    if (phase_ == Phase::Ready) return true;
+    return (phase_ == Phase::Absent || phase_ == Phase::Dead) && spec_.restart != RestartMode::Never &&
+           !isStopped_;
+}
+
+std::uint64_t WorkerLife::number() const {
+    const MutexLock lock(mutex_);
+    return number_;
+}
+
+std::vector<DeathRecord> WorkerLife::deaths() const {
+    const MutexLock lock(mutex_);
+    return {deaths_.begin(), deaths_.end()};
+}
+
+InterpreterState WorkerLife::state() const {
+    WorkerPtr worker;
+    LinkPtr link;
+    InterpreterState state;
+    {
+        const MutexLock lock(mutex_);
+        worker = worker_;
+        link = link_;
+        state.state = nameOf(phase_);
+        state.life = number_;
+        state.since = since_;
+        if (!deaths_.empty()) state.lastDeath = deaths_.front();
+    }
+    state.memoryMiB = spec_.worker.memoryMiB;
+    state.cpus = spec_.worker.cpus;
+    if (worker) {
+        state.memoryBytes = worker->memoryBytes();
+        state.processorMs = worker->processorMs();
+        state.enforcedBy = worker->limitsEnforcedBy();
+    }
+    if (!link) return state;
+    const auto now = link->state();
+    state.activity = now.activity;
+    state.health = now.health;
+    if (!now.request.empty()) {
+        const auto space = now.request.find(' ');
+        state.request = {.type = now.request.substr(0, space),
+                         .uuid = space == std::string::npos ? "" : now.request.substr(space + 1),
+                         .ms = now.runningMs};
+    }
+    return state;
+}
+
+PortMetrics WorkerLife::metrics() const {
+    PortMetrics metrics;
+    metrics.streaming = streaming_.counts();
+    const MutexLock lock(mutex_);
+    metrics.requests.queued = waiting_.size();
+    metrics.requests.running = link_ ? link_->inFlight() : 0;
+    metrics.requests.outcomes = outcomes_;
+    return metrics;
+}
+
+void WorkerLife::count(const std::string& typeName, const std::string& outcome) {
+    const MutexLock lock(mutex_);
+    ++outcomes_[{typeName, outcome}];
+    if (culler_) culler_->noteEnd();
+}
+
+void WorkerLife::setWatchers(std::function<std::size_t()> watchers) {
+    const MutexLock lock(mutex_);
+    watchers_ = std::move(watchers);
+}
+
+void WorkerLife::armTick() {
+    {
+        const MutexLock lock(mutex_);
+        if (std::exchange(isTicking_, true)) return;
+    }
+    asio::post(strand_, [self = shared_from_this()] {
+        self->tick_.expires_after(tickInterval);
+        self->tick_.async_wait(
+            asio::bind_executor(self->strand_, [weak = std::weak_ptr(self)](const auto& error) {
+                const auto life = weak.lock();
+                if (!error && life) life->tick();
+            }));
+    });
+}
+
+// Once a second while there is a process: who has waited too long for it, and whether it is idle.
+void WorkerLife::tick() {
+    Actions actions;
+    bool goesOn = false;
+    std::function<std::size_t()> watchers;
+    {
+        const MutexLock lock(mutex_);
+        watchers = watchers_;
+    }
+    const std::size_t watching = watchers ? watchers() : 0;
+    {
+        const MutexLock lock(mutex_);
+        isTicking_ = false;
+        if (culler_) culler_->noteWatchers(watching);
+        while (!waiting_.empty() && waiting_.front().until <= Clock::now()) {
+            const auto work = std::make_shared<Work>(std::move(waiting_.front().work));
+            waitingBytes_ -= work->json->size();
+            waiting_.pop_front();
+            actions.emplace_back([work] { work->refuse(503, "The interpreter does not start.", 1); });
+        }
+        watchIdleLocked(actions);
+        goesOn = !isStopped_ && phase_ != Phase::Absent && phase_ != Phase::Dead && phase_ != Phase::Failed;
+    }
+    run(actions);
+    if (goesOn) armTick();
+}
+
+void WorkerLife::watchIdleLocked(Actions& actions) {
+    if (!culler_ || phase_ != Phase::Ready) return;
+    switch (culler_->look()) {
+        case supervisor::Culler::Step::Nothing:
+            return;
+        case supervisor::Culler::Step::Announce:
+            return asio::post(strand_, [self = shared_from_this(), number = number_] {
+                connector::json::ObjectBuilder told;
+                told.add("id", self->spec_.worker.id).add("life", number).add("state", "ready");
+                told.addJson("death", "null").add("endsInSeconds", 60);
+                self->messages_.publish(connector::wire::channel::interpreter,
+                                        connector::common::DataBuffer(told.take()));
+            });
+        case supervisor::Culler::Step::End:
+            return beginStopLocked(cause::idle, false, actions);
+    }
+}
+
+}  // namespace gateway::ports
