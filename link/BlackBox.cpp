@@ -18,7 +18,7 @@ namespace links {
 namespace {
 
 constexpr std::size_t ringBytes = std::size_t{64} << 10;
-// Text is stored and counted in steps; while one is stored, what it overwrites is older than what the reader
+// Text is stored and counted in steps: while one is stored, what it overwrites is older than what the reader
 // returns.
 constexpr std::size_t stepBytes = ringBytes / 4;
 constexpr std::size_t maxOutput = ringBytes - stepBytes;
@@ -96,8 +96,10 @@ void BlackBox::addOutput(std::string_view text) noexcept {
     while (!text.empty()) {
         const std::uint64_t written = layout_->written.load(std::memory_order_relaxed);
         const std::size_t at = written % ringBytes;
-        const std::size_t count = std::min({text.size(), stepBytes, ringBytes - at});
-        std::copy_n(text.data(), count, layout_->ring.data() + at);
+        const std::size_t count = std::min(text.size(), stepBytes);
+        const std::size_t toEnd = std::min(count, ringBytes - at);
+        std::copy_n(text.data(), toEnd, layout_->ring.data() + at);
+        std::copy_n(text.data() + toEnd, count - toEnd, layout_->ring.data());
         layout_->written.store(written + count, std::memory_order_release);
         text.remove_prefix(count);
     }
