@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <functional>
 #include <map>
 #include <semaphore>
 #include <stdexcept>
@@ -20,6 +21,12 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr std::size_t mebibyte = std::size_t{1} << 20;
+
+/// Lets threads end, however a test does.
+struct AtEnd {
+    std::function<void()> run;
+    ~AtEnd() { run(); }
+};
 
 class FrameWriterTest : public testing::Test {
 public:
@@ -71,27 +78,33 @@ protected:
 TEST_F(FrameWriterTest, alternatesLargeResponsesWithWhatComesLaterAndKeepsAllOtherOrder) {
     std::string large(200 * mebibyte, '\0');
     for (std::size_t i = 0; i < large.size(); i += 4096) large[i] = static_cast<char>(i / 4096 % 251);
+    constexpr std::uint64_t later = 5000;
     std::uint64_t sent = 0;
-    for (; writer_.queuedBytes() == 0; ++sent) writer_.send(text(sent));
+    for (; writer_.queuedBytes() == 0; ++sent) writer_.send(text(sent, 100'000));
     writer_.send({.kind = Kind::Response, .id = 1, .head = "large", .body = large});
     writer_.send(text(sent++));
     writer_.send({.kind = Kind::Response, .id = 2, .head = "medium", .body = std::string(mebibyte, 'm')});
-    writer_.send({.kind = Kind::Request, .id = 3, .body = std::string(mebibyte, 'r')});
+    writer_.send({.kind = Kind::Request, .id = 3, .head = "request", .body = std::string(mebibyte, 'r')});
     writer_.send({.kind = Kind::Response, .id = 4, .head = "small"});
-    for (int i = 0; i < 1000; ++i) writer_.send(text(sent++));
+    for (std::uint64_t i = 0; i < later; ++i) writer_.send(text(sent++));
     EXPECT_EQ(asked_, 1);
     EXPECT_FALSE(writer_.waitUntilBelow(1, 0ms));
     receiveAll();
 
     EXPECT_TRUE(writer_.waitUntilBelow(1, 0ms));
     ASSERT_EQ(received_.size(), sent + 4);
-    std::vector<std::uint64_t> order;
+    std::vector<std::string> order;
+    std::uint64_t next = 0;
     for (const Frame& frame : received_) {
-        if (frame.kind != Kind::Publish || frame.id == sent - 1001 || frame.id == sent - 1000)
-            order.push_back(frame.id);
+        if (frame.kind != Kind::Publish) {
+            order.push_back(frame.head);
+            continue;
+        }
+        ASSERT_EQ(frame.id, next++);
+        if (next + later == sent) order.emplace_back("between");
+        if (next == sent) order.emplace_back("last");
     }
-    order.erase(std::find(order.begin(), order.end(), 2));
-    EXPECT_EQ(order, (std::vector<std::uint64_t>{sent - 1001, 3, 4, sent - 1000, 1}));
+    EXPECT_EQ(order, (std::vector<std::string>{"between", "request", "small", "medium", "last", "large"}));
     std::erase_if(received_, [](const Frame& frame) { return frame.kind == Kind::Publish; });
     EXPECT_EQ(received_.back().head, "large");
     EXPECT_TRUE(received_.back().body == large);
@@ -164,13 +177,16 @@ TEST_F(FrameWriterTest, threadsSendAtOnceEachInItsOrder) {
             }
         });
     }
+    const AtEnd end{[&] {
+        isOver = true;
+        room.release();
+        writer.close();
+    }};
     while (received_.size() < threads * (count + count / 100)) {
         pollfd waited{.fd = sockets_[1], .events = POLLIN, .revents = 0};
         ASSERT_EQ(::poll(&waited, 1, 60'000), 1);
         receive();
     }
-    isOver = true;
-    room.release();
     std::map<std::uint64_t, std::uint64_t> next;
     for (const Frame& frame : received_) {
         if (frame.kind == Kind::Response) continue;
