@@ -40,15 +40,15 @@ void limitData(pid_t pid, std::uint64_t memoryMiB) {
 
 void OutOfMemoryCounter::forgetOld() {
     older_ = std::max(older_, newer_);
-    newer_ = read();
+    newer_ = read_();
 }
 
 bool OutOfMemoryCounter::take() {
-    if (read() <= older_) return false;
+    if (read_() <= older_) return false;
     ++older_;
     return true;
 }
 
-std::uint64_t OutOfMemoryCounter::read() { return numberAfter(readText("/proc/vmstat"), "oom_kill"); }
+std::uint64_t OutOfMemoryCounter::readSystem() { return numberAfter(readText("/proc/vmstat"), "oom_kill"); }
 
 }  // namespace supervisor

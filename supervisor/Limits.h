@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 
 #include <sys/types.h>
 
@@ -27,7 +28,10 @@ void limitData(pid_t pid, std::uint64_t memoryMiB);
 /// Threads: one at a time.
 class OutOfMemoryCounter {
 public:
-    OutOfMemoryCounter() : older_(read()), newer_(older_) {}
+    using Read = std::function<std::uint64_t()>;
+
+    explicit OutOfMemoryCounter(Read read = readSystem)
+        : read_(std::move(read)), older_(read_()), newer_(older_) {}
 
     /// Call this now and then: what was counted before the last call but one is forgotten.
     void forgetOld();
@@ -35,8 +39,9 @@ public:
     bool take();
 
 private:
-    static std::uint64_t read();
+    static std::uint64_t readSystem();
 
+    const Read read_;
     std::uint64_t older_;
     std::uint64_t newer_;
 };

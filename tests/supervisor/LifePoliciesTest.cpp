@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include "Limits.h"
 #include "supervisor/Culler.h"
 #include "supervisor/RestartPolicy.h"
 
@@ -38,27 +39,18 @@ TEST_F(LifePoliciesTest, threeBadEndsWithinFiveMinutesStopAnInterpreterUntilItIs
 }
 
 TEST_F(LifePoliciesTest, anIdleInterpreterIsEndedToTheMomentAMinuteAfterTheAnnouncement) {
-    Culler culler({.idle = 10min}, clock_);
-    culler.noteWatchers(1);
+    Culler culler({.idle = 10min, .ifWatched = false}, clock_);
     expect(culler, 539s, Culler::Step::Nothing);
     EXPECT_EQ(*culler.nextLook() - time_, 1s);
     expect(culler, 1s, Culler::Step::Announce);
     expect(culler, 59s, Culler::Step::Nothing);
     culler.noteBegin();  // within the last second
     culler.noteBegin();
-    expect(culler, 24h, Culler::Step::Nothing);
     culler.noteEnd();
+    expect(culler, 24h, Culler::Step::Nothing);
     EXPECT_FALSE(culler.nextLook()) << "one still runs";
     culler.noteEnd();
-    expect(culler, 539s, Culler::Step::Nothing);
-    expect(culler, 1s, Culler::Step::Announce);
-    expect(culler, 59s, Culler::Step::Nothing);
-    expect(culler, 1s, Culler::Step::End);
-}
-
-TEST_F(LifePoliciesTest, aWatchedInterpreterMayBeSparedAndIsAnnouncedAMinuteBeforeInAnyCase) {
-    Culler culler({.idle = 10min, .ifWatched = false}, clock_);
-    expect(culler, 9min, Culler::Step::Announce);
+    expect(culler, 540s, Culler::Step::Announce);
     culler.noteWatchers(1);
     expect(culler, 24h, Culler::Step::Nothing);
     culler.noteWatchers(0);
@@ -66,4 +58,19 @@ TEST_F(LifePoliciesTest, aWatchedInterpreterMayBeSparedAndIsAnnouncedAMinuteBefo
     expect(culler, 59s, Culler::Step::Nothing);
     expect(culler, 1s, Culler::Step::End);
     EXPECT_FALSE(Culler({}, clock_).nextLook()) << "off by default";
+}
+
+TEST_F(LifePoliciesTest, memoryExplainsAsManyEndsAsTheSystemHasJustCounted) {
+    std::uint64_t counted = 7;
+    supervisor::OutOfMemoryCounter counter([&] { return counted; });
+    EXPECT_FALSE(counter.take());
+    counted = 9;
+    counter.forgetOld();  // it may have counted just before
+    EXPECT_TRUE(counter.take());
+    EXPECT_TRUE(counter.take());
+    EXPECT_FALSE(counter.take());
+    counted = 10;
+    counter.forgetOld();
+    counter.forgetOld();
+    EXPECT_FALSE(counter.take());
 }
