@@ -23,6 +23,8 @@ namespace {
 // EX_PROTOCOL: how a worker ends that cannot read or write its sockets, or does not understand what came.
 constexpr int linkStatus = 76;
 
+int traceSignal() { return SIGRTMIN + 1; }
+
 std::uint64_t milliseconds(const timeval& time) {
     return static_cast<std::uint64_t>(time.tv_sec) * 1000 + static_cast<std::uint64_t>(time.tv_usec) / 1000;
 }
@@ -85,7 +87,7 @@ void Worker::signalAllLocked() {
 void Worker::requestTrace() {
     const connector::MutexLock lock(mutex_);
     traceBegin_ = traceSize_ = sizeOf(process_.trace);
-    ::pidfd_send_signal(pidfd(), SIGRTMIN + 1, nullptr, 0);
+    ::pidfd_send_signal(pidfd(), traceSignal(), nullptr, 0);
 }
 
 bool Worker::hasTrace() {
@@ -142,6 +144,8 @@ std::optional<DeathRecord> Worker::bury(const std::function<bool()>& takeOutOfMe
 void Worker::setCauseLocked(DeathRecord& record, int status,
                             const std::function<bool()>& takeOutOfMemory) const {
     const bool isKilled = WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL;
+    // Without a handler for it, a process ends by being asked for a trace.
+    const bool isTraced = WIFSIGNALED(status) && WTERMSIG(status) == traceSignal();
     if (WIFSIGNALED(status)) {
         record.detail = signalName(WTERMSIG(status));
         record.cause = cause::signal;
@@ -151,7 +155,7 @@ void Worker::setCauseLocked(DeathRecord& record, int status,
     }
     // Who sends a signal is not told afterwards. Whoever ended by another signal, or by itself, was not
     // killed here.
-    if (!cause_.empty() && (isKilled || (isExpected_ && WIFEXITED(status))))
+    if (!cause_.empty() && (isKilled || (isExpected_ && (isTraced || WIFEXITED(status)))))
         record.cause = cause_;
     else if (isKilled && ((cgroup_ && cgroup_->wasOutOfMemory()) || (takeOutOfMemory && takeOutOfMemory())))
         record.cause = cause::memory;

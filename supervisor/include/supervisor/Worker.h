@@ -59,9 +59,8 @@ public:
     /// is a failed start.
     void noteReady() EXCLUDES(mutex_);
 
-    /// An end from now on is what somebody asked for: `cause` (see DeathRecord.h) is that of the record,
-    /// unless the process ends by a signal other than SIGKILL. For ends that the worker is asked for, see
-    /// Stop.
+    /// An end from now on is what somebody asked for: `cause` (see DeathRecord.h) is that of the record, unless
+    /// the process ends by a signal other than SIGKILL and that for a trace. Call this before asking it.
     void expectEnd(std::string_view cause) EXCLUDES(mutex_);
 
     /// Sends SIGKILL to the process, its group and its cgroup. `cause` is that of the record unless the
