@@ -14,6 +14,7 @@
 #include "InterpretersCommand.h"
 #include "RestartCommand.h"
 #include "ServeCommand.h"
+#include "WorkerCommand.h"
 #include "foundation/log/diagnostic_logger.h"
 #include "optionValues.h"
 #include "processSetup.h"
@@ -76,6 +77,7 @@ int run(int argc, char** argv) {
     addCallCommand(program, command);
     addConsoleCommand(program, command);
     addServeCommand(program, command);
+    addWorkerCommand(program, command);
     addRestartCommand(program, command);
     addDeathsCommand(program, command);
     addInterpretersCommand(program, command);

@@ -33,7 +33,7 @@ std::shared_ptr<LinkPace> Clients::paceOf(std::uint64_t number) {
 std::shared_ptr<Clients::ClientRequests> Clients::requestsOf(std::uint64_t number, std::uint64_t arrivedNs) {
     const MutexLock lock(mutex_);
     const Client& client = findLocked(number);
-    if (arrivedNs >= client.interruptedNs) return client.requests;
+    if (arrivedNs == 0 || arrivedNs >= client.interruptedNs) return client.requests;
     auto late = std::make_shared<ClientRequests>();
     late->refuse();
     return late;

@@ -17,7 +17,7 @@ constexpr std::size_t bufferBytes = std::size_t{256} << 10;
 
 }  // namespace
 
-LinkSocket::LinkSocket(int descriptor) : descriptor_(descriptor), buffer_(bufferBytes) {
+LinkSocket::LinkSocket(int descriptor) : descriptor_(descriptor), buffer_(new char[bufferBytes]) {
     struct stat status {};
     if (::fstat(descriptor_, &status) != 0) return;  // reading will say so
     device_ = status.st_dev;
@@ -41,8 +41,8 @@ std::string_view LinkSocket::read(int stopEvent) {
         requireSame();
         if ((ready[1].revents & POLLNVAL) != 0) throw links::BadFrame("a descriptor of the link was closed");
         if (ready[1].revents != 0) return {};
-        const ssize_t count = ::recv(descriptor_, buffer_.data(), buffer_.size(), MSG_DONTWAIT);
-        if (count > 0) return {buffer_.data(), static_cast<std::size_t>(count)};
+        const ssize_t count = ::recv(descriptor_, buffer_.get(), bufferBytes, MSG_DONTWAIT);
+        if (count > 0) return {buffer_.get(), static_cast<std::size_t>(count)};
         if (count == 0) throw links::BadFrame("the gateway has closed the link");
         if (errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR)
             throw links::BadFrame("the link is broken");

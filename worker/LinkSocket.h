@@ -1,7 +1,7 @@
 #pragma once
 
+#include <memory>
 #include <string_view>
-#include <vector>
 
 #include <sys/types.h>
 
@@ -27,7 +27,7 @@ private:
     const int descriptor_;
     dev_t device_{};
     ino_t inode_{};
-    std::vector<char> buffer_;
+    const std::unique_ptr<char[]> buffer_;  // what has never been used takes no memory
 };
 
 }  // namespace worker

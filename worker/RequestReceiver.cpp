@@ -33,8 +33,10 @@ std::shared_ptr<ContextState> contextFrom(const Head& head, const std::string& t
         context->set("numoraCapabilities", capabilities::CapabilityList(head.capabilities),
                      ContextScope::Client);
     }
-    context->set("requestStartTime", head.startedMs);
-    context->set(connector::common::requestArrival, head.arrivedNs);
+    if (head.arrivedNs != 0) {
+        context->set("requestStartTime", head.startedMs);
+        context->set(connector::common::requestArrival, head.arrivedNs);
+    }
     return context;
 }
 

@@ -1,0 +1,126 @@
+#include "WorkerCommand.h"
+
+#include <chrono>
+#include <cstdlib>
+#include <exception>
+#include <memory>
+#include <stdexcept>
+#include <string>
+
+#include <CLI/CLI.hpp>
+#include <unistd.h>
+
+#include "WorkerProcess.h"
+#include "WorkerStatus.h"
+#include "connector/interpreter/Module.h"
+#include "connector/json/JsonSerializer.h"
+#include "foundation/log/diagnostic_logger.h"
+#include "optionValues.h"
+#include "services/window.h"
+#include "standalone/StandaloneHost.h"
+#include "worker/Link.h"
+
+namespace app {
+
+namespace {
+
+constexpr auto timeToSend = std::chrono::milliseconds(500);
+
+/// Has the log go over the link while it exists.
+class LogOverLink {
+public:
+    explicit LogOverLink(const std::shared_ptr<worker::Link>& link)
+        : previous_(foundation::log::setWriter([link](auto logger, auto severity, auto text) {
+              link->tellLog(static_cast<std::uint64_t>(severity), logger, text);
+          })) {}
+    ~LogOverLink() { foundation::log::setWriter(previous_); }
+    LogOverLink(const LogOverLink&) = delete;
+    LogOverLink& operator=(const LogOverLink&) = delete;
+
+private:
+    const foundation::log::LogWriter previous_;
+};
+
+void useLogLevel() {
+    const char* const level = std::getenv("NUMORA_LOG_LEVEL");
+    if (level == nullptr) return;
+    requireLogLevel("NUMORA_LOG_LEVEL", level);
+    foundation::log::setLevel(foundation::log::severityFromName(level));
+}
+
+// As the environment's own script for shells does, so that programs that code starts are in it, too.
+void enterEnvironment(const links::Start& start) {
+    if (!start.folder.empty() && ::chdir(start.folder.c_str()) != 0) {
+        throw std::runtime_error("The folder " + start.folder + " cannot be entered.");
+    }
+    if (start.venv.empty()) return;
+    const char* const path = std::getenv("PATH");
+    ::setenv("VIRTUAL_ENV", start.venv.c_str(), 1);
+    ::setenv("PATH", (start.venv + "/bin" + (path != nullptr ? ":" + std::string(path) : "")).c_str(), 1);
+}
+
+standalone::HostOptions hostOptions(const WorkerProcess& process, const links::Start& start,
+                                    worker::Link& link, WorkerStatus& status) {
+    standalone::HostOptions options;
+    if (start.columns > 0) options.columns = start.columns;
+    if (start.rows > 0) options.rows = start.rows;
+    options.messageService = link.messages();
+    options.capturePipes = process.pipes();
+    options.virtualEnvironment = start.venv;
+    options.traceDescriptor = process.trace();
+    options.observer = &status;
+    return options;
+}
+
+void serve(standalone::StandaloneHost& host, worker::Link& link) {
+    const auto serializer = std::make_shared<connector::json::JsonSerializer>();
+    const connector::interpreter::Module module({.framework = host.framework(),
+                                                 .configuration = host.configuration(),
+                                                 .serializer = serializer,
+                                                 .zvm = host.zvm(),
+                                                 .messageServiceFactory = host.messageServiceFactory(),
+                                                 .shadowService = host.shadowService(),
+                                                 .requestGate = host.requestGate(),
+                                                 .requestTracker = host.requestCounter()});
+    link.serve({.framework = host.framework(), .serializer = serializer, .isReadingInput = [&host] {
+                    return host.requestGate()->isOpen() && services::prompt::detail::isInCharBufferMode();
+                }});
+    link.awaitStop();
+    link.stop();
+}
+
+int runWorker() {
+    const WorkerProcess process;
+    standalone::blockInterpreterSignals();
+    WorkerStatus status(process.blackBox());
+    const auto link =
+        std::make_shared<worker::Link>(worker::Link::Options{.main = process.main(),
+                                                             .control = process.control(),
+                                                             .broken = WorkerProcess::endGroup,
+                                                             .status = [&status] { return status.pong(); }});
+    status.setTellState([&link = *link](std::string_view state) { link.tellState(state); });
+    const LogOverLink log(link);
+    try {
+        useLogLevel();
+        const auto start =
+            link->greet({.build = NUMORA_VERSION, .pid = static_cast<std::uint64_t>(::getpid())});
+        enterEnvironment(start);
+        standalone::StandaloneHost host(hostOptions(process, start, *link, status));
+        status.setDeafFor([&host] { return host.deafFor(); });
+        serve(host, *link);
+    } catch (const std::exception& error) {
+        link->tellLog(static_cast<std::uint64_t>(foundation::log::Severity::Error), "worker", error.what());
+        link->flush(timeToSend);
+        throw;  // to standard error, which the supervisor reads
+    }
+    link->flush(timeToSend);
+    return 0;
+}
+
+}  // namespace
+
+void addWorkerCommand(CLI::App& program, std::function<int()>& command) {
+    program.add_subcommand("worker", "")->group("")->callback([&command] { command = runWorker; });
+}
+
+}  // namespace app
