@@ -138,7 +138,8 @@ void BM_Stream(benchmark::State& state) {
         links_().main->send({.kind = Kind::Listen, .id = streamBytes / lineBytes});
         readStream(*links_().main);
     }
-    state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * streamBytes));
+    state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations()) *
+                            static_cast<std::int64_t>(streamBytes));
 }
 BENCHMARK(BM_Stream)->UseRealTime()->Unit(benchmark::kMillisecond);
 
