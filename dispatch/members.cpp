@@ -35,6 +35,12 @@ bool isIntegerWithin(const Var& value, std::int64_t least, std::int64_t most) {
            real <= static_cast<double>(most);
 }
 
+bool isNumberWithin(const Var& value, std::int64_t least, std::int64_t most) {
+    if (value.type() != typeid(double)) return isIntegerWithin(value, least, most);
+    const auto real = value.extract<double>();
+    return real >= static_cast<double>(least) && real <= static_cast<double>(most);
+}
+
 bool isTextOf(const Var& value, char opening) {
     return value.type() == typeid(connector::json::Text) &&
            value.extract<connector::json::Text>().json->front() == opening;
@@ -53,6 +59,8 @@ bool fits(const Member& member, const Var& value) {
             return value.type() == typeid(bool);
         case Member::Kind::Integer:
             return isIntegerWithin(value, member.least, member.most);
+        case Member::Kind::Number:
+            return isNumberWithin(value, member.least, member.most);
         case Member::Kind::Array:
             return value.type() == typeid(Array::Ptr) || isTextOf(value, '[');
         case Member::Kind::Strings:
@@ -73,6 +81,8 @@ std::string kindOf(const Member& member) {
             if (member.most == unlimited) return "an integer of at least " + std::to_string(member.least);
             return "an integer between " + std::to_string(member.least) + " and " +
                    std::to_string(member.most);
+        case Member::Kind::Number:
+            return "a number between " + std::to_string(member.least) + " and " + std::to_string(member.most);
         case Member::Kind::Array:
             return "an array";
         case Member::Kind::Strings:

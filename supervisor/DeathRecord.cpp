@@ -1,29 +1,14 @@
 #include "supervisor/DeathRecord.h"
 
-#include <array>
-#include <ctime>
-
 #include "connector/json/ObjectBuilder.h"
 #include "signalNames.h"
+#include "supervisor/utcText.h"
 
 namespace supervisor {
 
 namespace {
 
 using connector::json::ObjectBuilder;
-
-std::string utc(std::chrono::system_clock::time_point time) {
-    const auto sinceEpoch = time.time_since_epoch();
-    const auto seconds = std::chrono::floor<std::chrono::seconds>(sinceEpoch);
-    const auto milliseconds =
-        std::chrono::duration_cast<std::chrono::milliseconds>(sinceEpoch - seconds).count();
-    const std::time_t whole = seconds.count();
-    std::tm parts{};
-    ::gmtime_r(&whole, &parts);
-    std::array<char, 32> text{};
-    std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%S", &parts);
-    return text.data() + ("." + std::to_string(1000 + milliseconds).substr(1)) + "Z";
-}
 
 /// "SIGSEGV (segmentation fault)", "it exited with status 3".
 std::string inWords(const std::string& detail) {
@@ -61,7 +46,7 @@ std::string consequence(const DeathRecord& record) {
 ObjectBuilder briefOf(const DeathRecord& record) {
     ObjectBuilder object;
     object.add("life", record.life).add("cause", record.cause).add("detail", record.detail);
-    object.add("sentence", record.sentence()).add("ended", utc(record.ended));
+    object.add("sentence", record.sentence()).add("ended", utcText(record.ended));
     return object;
 }
 
@@ -82,7 +67,7 @@ std::string DeathRecord::brief() const { return briefOf(*this).take(); }
 std::string DeathRecord::json() const {
     ObjectBuilder object;
     object.add("interpreter", interpreter).addMembers(briefOf(*this));
-    object.add("pid", pid).add("started", utc(started));
+    object.add("pid", pid).add("started", utcText(started));
     if (requestType.empty())
         object.addJson("request", "null");
     else

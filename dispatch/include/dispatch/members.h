@@ -22,12 +22,12 @@ inline constexpr auto unlimited = std::numeric_limits<std::int64_t>::max();
 
 /// A member that a JSON object may or must have.
 struct Member {
-    enum class Kind { String, Boolean, Integer, Array, Strings, Object };
+    enum class Kind { String, Boolean, Integer, Number, Array, Strings, Object };
 
     std::string_view name;
     Kind kind;
     bool isRequired = false;
-    std::int64_t least = 0;  ///< of an integer
+    std::int64_t least = 0;  ///< of an integer or a number
     std::int64_t most = std::numeric_limits<std::int32_t>::max();
 };
 

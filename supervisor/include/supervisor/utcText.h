@@ -1,0 +1,11 @@
+#pragma once
+
+#include <chrono>
+#include <string>
+
+namespace supervisor {
+
+/// A time as ISO 8601 has it, in UTC: "2026-11-22T08:00:00.123Z".  Threads: any.
+std::string utcText(std::chrono::system_clock::time_point time);
+
+}  // namespace supervisor
