@@ -1,11 +1,20 @@
 #include "HttpReply.h"
 
-#include "dispatch/Answer.h"
+#include <utility>
 
 namespace gateway {
 
 HttpReply errorReply(int status, std::string_view text) {
     return {.status = status, .body = dispatch::errorJson(text)};
+}
+
+HttpReply replyFrom(dispatch::Answer answer) {
+    HttpReply reply{.status = answer.status, .body = std::move(answer.json)};
+    if (answer.retrySeconds > 0) {
+        reply.headers.emplace_back("Retry-After", std::to_string(answer.retrySeconds));
+    }
+    if (answer.isDropped) reply.headers.emplace_back("Connector-Dropped", "true");
+    return reply;
 }
 
 HttpReply pageReply(int status, std::string_view heading, std::string_view html) {

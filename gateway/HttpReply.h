@@ -5,6 +5,8 @@
 #include <utility>
 #include <vector>
 
+#include "dispatch/Answer.h"
+
 namespace gateway {
 
 /// What a request is answered with.
@@ -17,6 +19,8 @@ struct HttpReply {
 
 /// `{"error": "..."}` with a status.
 HttpReply errorReply(int status, std::string_view text);
+
+HttpReply replyFrom(dispatch::Answer answer);
 
 /// A page for people, with a heading and one paragraph.
 HttpReply pageReply(int status, std::string_view heading, std::string_view html);

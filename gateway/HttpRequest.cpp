@@ -27,6 +27,14 @@ std::string percentDecoded(std::string_view text) {
 
 }  // namespace
 
+std::optional<std::uint64_t> HttpRequest::wantedLife() const {
+    std::uint64_t number = 0;
+    const char* const end = life.data() + life.size();
+    const auto [stop, error] = std::from_chars(life.data(), end, number);
+    if (life.empty() || error != std::errc() || stop != end) return std::nullopt;
+    return number;
+}
+
 std::string queryValue(std::string_view query, std::string_view name) {
     while (!query.empty()) {
         const std::string_view pair = query.substr(0, query.find('&'));

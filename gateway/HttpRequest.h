@@ -1,11 +1,24 @@
 #pragma once
 
+#include <cstdint>
+#include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 
 namespace gateway {
 
-enum class HttpMethod { Get, Head, Post, Options, Other };
+namespace access {
+struct Grant;
+}
+namespace endpoints {
+struct Route;
+}
+namespace interpreters {
+class Desk;
+}
+
+enum class HttpMethod { Get, Head, Post, Delete, Options, Other };
 
 /// A request as the endpoints see it. A header that is not there is empty.
 struct HttpRequest {
@@ -19,10 +32,20 @@ struct HttpRequest {
     std::string contentType;
     std::string contentEncoding;
     std::string clientType;  ///< Connector-Client-Type
+    std::string life;        ///< Connector-Interpreter-Life
     bool wantsWebSocket = false;
     std::string peerAddress;   ///< without the port
     std::string localAddress;  ///< that the client has reached, as it stands in Host, without the port
     std::string body{};
+
+    // What Endpoints::check finds.
+    std::string prefix{};       ///< what it has taken from before the path: "/interpreters/lab"
+    std::string interpreter{};  ///< the id of the interpreter that the path is of; empty: of none
+    std::shared_ptr<interpreters::Desk> desk{};  ///< null when there is no such interpreter
+    const endpoints::Route* route = nullptr;
+    /// The number in `life`; nothing when it holds none.
+    std::optional<std::uint64_t> wantedLife() const;
+    const access::Grant* grant = nullptr;  ///< of the token that the request shows; null: it shows none
 };
 
 /// The first value of the parameter `name` in a query, with its percent signs decoded; empty when there is

@@ -28,18 +28,16 @@ Authority split(std::string_view authority, std::string_view defaultPort) {
 }
 
 // A page of another port may have set one of the same name, which comes first.
-template <class IsRight>
-bool anyCookie(std::string_view cookies, std::string_view name, IsRight isRight) {
+template <class Find>
+auto firstOfCookies(std::string_view cookies, std::string_view name, Find find) -> decltype(find(name)) {
     while (!cookies.empty()) {
         std::string_view pair = cookies.substr(0, cookies.find(';'));
         cookies.remove_prefix(std::min(cookies.size(), pair.size() + 1));
         while (pair.starts_with(' ')) pair.remove_prefix(1);
-        if (pair.size() > name.size() && pair.starts_with(name) && pair[name.size()] == '=' &&
-            isRight(pair.substr(name.size() + 1))) {
-            return true;
-        }
+        if (pair.size() <= name.size() || !pair.starts_with(name) || pair[name.size()] != '=') continue;
+        if (const auto found = find(pair.substr(name.size() + 1))) return found;
     }
-    return false;
+    return nullptr;
 }
 
 }  // namespace
@@ -48,7 +46,16 @@ AccessPolicy::AccessPolicy(AccessOptions options, std::uint16_t port)
     : options_(std::move(options)),
       port_(std::to_string(port)),
       cookieName_("numora-key-" + port_),
-      cookieKey_(derivedKey(options_.token, cookieName_)) {}
+      keys_([this] {
+          std::vector<Key> keys = {
+              {digestOf(options_.token),
+               derivedKey(options_.token, cookieName_),
+               {.interpreters = {"*"}, .rights = {Right::Use, Right::Restart, Right::Create}}}};
+          for (const auto& [digest, grant] : options_.restricted) {
+              keys.push_back({digest, derivedKey(options_.token, cookieName_ + ":" + digest), grant});
+          }
+          return keys;
+      }()) {}
 
 bool AccessPolicy::isOwn(std::string_view name, std::string_view localAddress) const {
     constexpr std::array<std::string_view, 3> loopback = {"127.0.0.1", "localhost", "[::1]"};
@@ -98,25 +105,35 @@ bool AccessPolicy::isForeignOrigin(std::string_view origin) const {
                                [&](const auto& allowed) { return equalsIgnoringCase(allowed, origin); });
 }
 
-bool AccessPolicy::isAuthenticated(const HttpRequest& request) const {
+const Grant* AccessPolicy::grantOf(const HttpRequest& request) const {
     constexpr std::string_view scheme = "Bearer ";
     const std::string_view authorization = request.authorization;
     if (authorization.size() > scheme.size() &&
-        equalsIgnoringCase(authorization.substr(0, scheme.size()), scheme) &&
-        isToken(authorization.substr(scheme.size()))) {
-        return true;
+        equalsIgnoringCase(authorization.substr(0, scheme.size()), scheme)) {
+        if (const auto* grant = grantOf(authorization.substr(scheme.size()))) return grant;
     }
-    return isToken(queryValue(request.query, "token")) ||
-           anyCookie(request.cookie, cookieName_,
-                     [this](std::string_view value) { return isSameSecret(value, cookieKey_); });
+    if (const auto* grant = grantOf(std::string_view(queryValue(request.query, "token")))) return grant;
+    return firstOfCookies(request.cookie, cookieName_,
+                          [this](std::string_view value) { return grantOfKey(value, &Key::cookieKey); });
 }
 
-bool AccessPolicy::isToken(std::string_view text) const noexcept {
-    return isSameSecret(text, options_.token);
+const Grant* AccessPolicy::grantOf(std::string_view token) const {
+    if (isSameSecret(token, options_.token)) return &keys_.front().grant;
+    if (keys_.size() == 1 || token.empty()) return nullptr;
+    return grantOfKey(digestOf(token), &Key::digest);
 }
 
-std::string AccessPolicy::setCookie() const {
-    return cookieName_ + "=" + cookieKey_ + "; Path=/; HttpOnly; SameSite=Strict" +
+const Grant* AccessPolicy::grantOfKey(std::string_view text, std::string Key::*member) const {
+    const Grant* grant = nullptr;
+    for (const Key& key : keys_) {  // all of them, whichever it is
+        if (isSameSecret(text, key.*member)) grant = &key.grant;
+    }
+    return grant;
+}
+
+std::string AccessPolicy::setCookie(const Grant& grant) const {
+    const auto key = std::ranges::find_if(keys_, [&](const Key& each) { return &each.grant == &grant; });
+    return cookieName_ + "=" + key->cookieKey + "; Path=/; HttpOnly; SameSite=Strict" +
            (options_.isSecure ? "; Secure" : "");
 }
 

@@ -6,11 +6,19 @@
 #include <vector>
 
 #include "HttpRequest.h"
+#include "access/Grant.h"
 
 namespace gateway::access {
 
+/// A token that the server knows the digest of alone.
+struct RestrictedToken {
+    std::string digest;  ///< as digestOf
+    Grant grant;
+};
+
 struct AccessOptions {
-    std::string token;                   ///< must not be empty
+    std::string token;                          ///< must not be empty; whoever shows it may do all
+    std::vector<RestrictedToken> restricted{};  ///< further ones
     std::vector<std::string> hosts{};    ///< further names of this server: with a port, or for every port
     std::vector<std::string> origins{};  ///< further origins whose pages may use it: "https://lab.example"
     bool isSecure = false;               ///< connections are encrypted
@@ -25,7 +33,8 @@ struct AccessOptions {
 /// Host alone: other ports of the machine may be another user's.
 ///
 /// Browsers get a cookie. Cookies do not know ports, so it is not the token but a key that is derived from it
-/// for this port, under a name with the port.
+/// for this port, under a name with the port. Those of the restricted tokens are derived from the first one,
+/// too: whoever reads the digests could make them otherwise.
 ///
 /// Threads: every operation from any thread; nothing changes after construction.
 class AccessPolicy {
@@ -39,15 +48,23 @@ public:
     /// Whether the origin is one of those that were configured, so that browsers have to be told of it.
     bool isForeignOrigin(std::string_view origin) const;
 
-    /// Whether the request shows the token, in a header or the query, or the key in any of its cookies.
-    bool isAuthenticated(const HttpRequest& request) const;
-    /// Compares in constant time.
-    bool isToken(std::string_view text) const noexcept;
+    /// What the sender of the request may do, who shows a token, in a header or the query, or the key of one
+    /// in any of its cookies; null for others.  Compares in constant time.
+    const Grant* grantOf(const HttpRequest& request) const;
+    /// The same for the text of a token.
+    const Grant* grantOf(std::string_view token) const;
 
-    /// What makes a browser show the key with each later request: the value of Set-Cookie.
-    std::string setCookie() const;
+    /// What makes a browser show the key of a token with each later request: the value of Set-Cookie.
+    std::string setCookie(const Grant& grant) const;
 
 private:
+    struct Key {
+        std::string digest;  ///< of the token
+        std::string cookieKey;
+        Grant grant;
+    };
+
+    const Grant* grantOfKey(std::string_view text, std::string Key::*member) const;
     bool isOwn(std::string_view name, std::string_view localAddress) const;
     bool isAllowedAuthority(std::string_view authority, std::string_view defaultPort,
                             std::string_view localAddress) const;
@@ -55,7 +72,7 @@ private:
     const AccessOptions options_;
     const std::string port_;
     const std::string cookieName_;
-    const std::string cookieKey_;
+    const std::vector<Key> keys_;  ///< the first is that of the token that may do all
 };
 
 }  // namespace gateway::access

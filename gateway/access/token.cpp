@@ -4,6 +4,7 @@
 
 #include <openssl/crypto.h>
 #include <openssl/hmac.h>
+#include <openssl/sha.h>
 
 #include "connector/identifiers.h"
 
@@ -39,6 +40,13 @@ std::string derivedKey(std::string_view secret, std::string_view purpose) {
          reinterpret_cast<unsigned char*>(key.data()), &size);
     key.resize(size);
     return connector::hexadecimal(key);
+}
+
+std::string digestOf(std::string_view text) {
+    std::string digest(SHA256_DIGEST_LENGTH, '\0');
+    SHA256(reinterpret_cast<const unsigned char*>(text.data()), text.size(),
+           reinterpret_cast<unsigned char*>(digest.data()));
+    return connector::hexadecimal(digest);
 }
 
 bool isSameSecret(std::string_view one, std::string_view other) noexcept {

@@ -16,6 +16,9 @@ std::string tokenProblem(std::string_view token);
 /// hexadecimal digits.
 std::string derivedKey(std::string_view secret, std::string_view purpose);
 
+/// The SHA-256 of a text: 64 hexadecimal digits, in small letters.
+std::string digestOf(std::string_view text);
+
 /// Compares in a time that depends on the length of the texts alone.
 bool isSameSecret(std::string_view one, std::string_view other) noexcept;
 

@@ -192,12 +192,12 @@ void BayeuxServer::receive(const std::shared_ptr<ClientSocket>& socket, const st
     }
 }
 
-// Destroying the timer cancels it, and then it does not touch this.
+// Destroying the timer cancels it, and then it does not touch this. While one waits, this is not unused.
 void BayeuxServer::armTimer() {
     MutexLock lock(mutex_);
     if (isStopped_) return;
     timer_.expires_after(core_->options.sweepInterval);
-    timer_.async_wait([this](const boost::system::error_code& error) {
+    timer_.async_wait([this, core = core_](const boost::system::error_code& error) {
         if (error) return;
         try {
             sweep();

@@ -36,8 +36,8 @@ class SessionTable;
 /// Threads: every operation from any thread. All work on one session runs on one strand of the io_context,
 /// one piece after the other, so that what a session sends keeps its order and no lock is held while other
 /// code runs.  Locks: mutex_, a leaf.  Owns: borrows `context`, `messages` and `port`. It is destroyed
-/// when no thread runs the context any more, and the context when nobody publishes and the port is
-/// stopped.
+/// when no thread runs the context any more, or when it is stopped and unused; and the context when nobody
+/// publishes and the port is stopped.
 class BayeuxServer {
 public:
     BayeuxServer(boost::asio::io_context& context, messages::LocalMessageService& messages,
@@ -68,11 +68,16 @@ public:
     /// How many sessions there are.
     std::size_t sessions() const;
 
+    /// Whether no session, socket or handler is left that could use the message service or the port. After
+    /// `stop` none comes any more.
+    bool isUnused() const { return core_.use_count() == ownUses && sessions_.use_count() == 1; }
+
     /// Ends every session: held connects are answered, sockets closed with 1001. That needs the context to
     /// run on for a moment.
     void stop() EXCLUDES(mutex_);
 
 private:
+    static constexpr long ownUses = 2;  // of the core: by this, and by the table of sessions
     using Sockets = std::vector<std::shared_ptr<ClientSocket>>;
 
     void armTimer() EXCLUDES(mutex_);

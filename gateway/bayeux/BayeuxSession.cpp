@@ -9,6 +9,8 @@
 #include "connector/common/requests.h"
 #include "connector/json/write.h"
 #include "connector/wireWords.h"
+#include "ports/InterpreterPort.h"
+#include "ports/wrongLife.h"
 
 namespace gateway::bayeux {
 
@@ -33,7 +35,7 @@ BayeuxSession::BayeuxSession(std::shared_ptr<ServerCore> core, const Peer& peer,
       strand_(core_->context),
       ended_(std::move(ended)),
       outbox_(client, isAcknowledged, core_->options.replyBytes),
-      subscriptions_(client, core_->options.subscriptionsPerSession),
+      subscriptions_(core_->port, client, core_->options.subscriptionsPerSession),
       evaluations_(core_->port, client, core_->options.evaluationsPerSession),
       calls_(core_->port, client, evaluations_.underWay(), core_->options.callsPerSession),
       connects_(core_->options.connectsPerSecond, now()),
@@ -80,6 +82,10 @@ bool BayeuxSession::handle(const ClientMessage& message, Exchange& exchange,
     if (const auto socket = exchange.socket()) bind(socket);
     noteActivity();
     updateDue();
+    if (auto refusal = refusalByLife(message); !refusal.empty()) {
+        exchange.add(std::move(refusal));
+        return true;
+    }
     if (message.channel() == connector::wire::channel::evalRequest && message.has("data")) {
         stream(message, exchange, goOn);
         return false;
@@ -87,6 +93,19 @@ bool BayeuxSession::handle(const ClientMessage& message, Exchange& exchange,
     exchange.add(answer(message, exchange));
     updateDue();
     return true;
+}
+
+// A client that knows which process of the interpreter holds its variables does not reach another one.
+std::string BayeuxSession::refusalByLife(const ClientMessage& message) const {
+    if (isMeta(message.channel())) return "";
+    try {
+        const auto wanted = message.life();
+        const auto life = core_->port.life();
+        if (!wanted || *wanted == life) return "";
+        return failed(message, errorText(409, message.channel(), ports::wrongLife(*wanted, life)));
+    } catch (const dispatch::BadMessage& problem) {
+        return failed(message, errorText(400, message.channel(), problem.what()));
+    }
 }
 
 // Whether the request is taken is known when the interpreter has got it, which nobody else waits for.

@@ -75,6 +75,8 @@ private:
     };
 
     void bind(const std::shared_ptr<ClientSocket>& socket);
+    /// The reply to a message for another life of the interpreter; empty for the others.
+    std::string refusalByLife(const ClientMessage& message) const;
     std::string answer(const ClientMessage& message, Exchange& exchange);
     void connect(const ClientMessage& message, Exchange& exchange);
     std::string publish(const ClientMessage& message);

@@ -125,6 +125,7 @@ std::string Calls::start(const ClientMessage& message) {
     if (!session_->clientType().empty()) {
         context->set("clientType", session_->clientType(), ContextScope::Client);
     }
+    if (const auto life = message.life()) context->set(ports::InterpreterPort::wantedLife, *life);
     if (dispatch::isInterrupt(typeName)) context->set(ClientRequests::contextKey, evaluations_);
     const auto call = std::make_shared<Call>(session_, channel, message.idJson(), underWay_);
     port_.submit(typeName, data.extract<Text>().json, context,

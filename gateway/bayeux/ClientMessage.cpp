@@ -76,6 +76,15 @@ Var ClientMessage::ownExtension(const std::string& name) const {
     return members.isNull() ? Var() : members->get(name);
 }
 
+std::optional<std::uint64_t> ClientMessage::life() const {
+    const Var value = ownExtension("life");
+    if (value.isEmpty()) return std::nullopt;
+    if (value.type() == typeid(Poco::Int64) && value.extract<Poco::Int64>() >= 0) {
+        return static_cast<std::uint64_t>(value.extract<Poco::Int64>());
+    }
+    throw dispatch::BadMessage("ext.connector.life must be an integer of at least 0");
+}
+
 void ClientMessage::checkOwnExtensions(std::span<const dispatch::Member> members) const {
     const Var own = extension("connector");
     if (own.isEmpty()) return;

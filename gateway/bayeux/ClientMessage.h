@@ -36,6 +36,9 @@ public:
     Poco::Dynamic::Var extension(const std::string& name) const;
     /// A member of `ext.connector`, which is this system's own.
     Poco::Dynamic::Var ownExtension(const std::string& name) const;
+    /// The life of the interpreter that the message is for, `ext.connector.life`; nothing where it names
+    /// none. Throws: dispatch::BadMessage, for what is no number of one.
+    std::optional<std::uint64_t> life() const;
     /// Refuses members of `ext.connector` of another kind than `members` say.  Throws: dispatch::BadMessage.
     void checkOwnExtensions(std::span<const dispatch::Member> members) const;
 

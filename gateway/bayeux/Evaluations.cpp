@@ -26,6 +26,7 @@ using Kind = dispatch::Member::Kind;
 constexpr dispatch::Member ownMembers[] = {
     {"request", Kind::String},
     {"lossy", Kind::Boolean},
+    {.name = "life", .kind = Kind::Integer, .most = dispatch::unlimited},
     {.name = "prompt", .kind = Kind::Integer, .most = dispatch::unlimited},
     {"capabilities", Kind::Strings}};
 
@@ -45,6 +46,7 @@ std::shared_ptr<ContextState> Evaluations::contextOf(const ClientMessage& messag
     message.checkOwnExtensions(ownMembers);
     auto context = std::make_shared<ContextState>();
     context->set(ClientRequests::contextKey, underWay_);
+    if (const auto life = message.life()) context->set(ports::InterpreterPort::wantedLife, *life);
     if (const auto prompt = numberOf(message.ownExtension("prompt"))) {
         context->set(RequestOrigin::forPrompt, static_cast<std::uint64_t>(*prompt));
     }

@@ -9,9 +9,10 @@ namespace gateway::bayeux {
 
 /// What a Bayeux server asks of its clients, and how much it lets them use.
 struct ServerOptions {
-    /// Whether the token in a handshake's `ext` is the right one. Compares in constant time. Without it only
+    enum class TokenCheck { Wrong, NotAllowed, Right };
+    /// What to make of the token in a handshake's `ext`. Compares in constant time. Without it only
     /// authenticated peers get in.
-    std::function<bool(const std::string& token)> isToken = {};
+    std::function<TokenCheck(const std::string& token)> checkToken = {};
 
     std::chrono::milliseconds timeout = std::chrono::seconds(25);      ///< how long a connect is held
     std::chrono::milliseconds maxInterval = std::chrono::seconds(20);  ///< life without a connect

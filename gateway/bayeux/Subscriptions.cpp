@@ -8,6 +8,7 @@
 #include "bayeux/replies.h"
 #include "connector/json/write.h"
 #include "connector/wireWords.h"
+#include "ports/InterpreterPort.h"
 
 namespace gateway::bayeux {
 
@@ -88,8 +89,10 @@ std::string Subscriptions::subscribe(const ClientMessage& message) {
         for (const auto& pattern : names.patterns) session_->subscribe(pattern);
     }
     patterns_.merge(names.patterns);
-    const auto numbers = Members().add("connector", Members().add("seq", last));
-    return succeeded(message, echoOf(message).add("ext", numbers));
+    Members own;
+    own.add("seq", last);
+    if (const auto life = port_.life(); life > 0) own.add("life", life);
+    return succeeded(message, echoOf(message).add("ext", Members().add("connector", own)));
 }
 
 std::string Subscriptions::unsubscribe(const ClientMessage& message) {

@@ -9,6 +9,10 @@
 #include "bayeux/ClientMessage.h"
 #include "messages/ClientSession.h"
 
+namespace gateway::ports {
+class InterpreterPort;
+}
+
 namespace gateway::bayeux {
 
 /// What one client is subscribed to. The names of a message are taken all or none.
@@ -16,8 +20,9 @@ namespace gateway::bayeux {
 /// Threads: one at a time.  Blocks: while watchers in the process are told.
 class Subscriptions {
 public:
-    Subscriptions(std::shared_ptr<messages::ClientSession> session, std::size_t limit)
-        : session_(std::move(session)), limit_(limit) {}
+    Subscriptions(const ports::InterpreterPort& port, std::shared_ptr<messages::ClientSession> session,
+                  std::size_t limit)
+        : port_(port), session_(std::move(session)), limit_(limit) {}
 
     /// Both return the reply. With `ext.connector.after` a subscription begins with what is kept of the
     /// messages after that number.
@@ -25,6 +30,7 @@ public:
     std::string unsubscribe(const ClientMessage& message);
 
 private:
+    const ports::InterpreterPort& port_;
     const std::shared_ptr<messages::ClientSession> session_;
     const std::size_t limit_;
     std::set<std::string> patterns_;

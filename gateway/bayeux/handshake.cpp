@@ -21,9 +21,12 @@ namespace {
 constexpr dispatch::Member ownMembers[] = {{"token", dispatch::Member::Kind::String},
                                            {"clientType", dispatch::Member::Kind::String}};
 
-bool hasToken(const ClientMessage& message, const ServerOptions& options) {
+using TokenCheck = ServerOptions::TokenCheck;
+
+TokenCheck checkToken(const ClientMessage& message, const Peer& peer, const ServerOptions& options) {
+    if (peer.isAuthenticated) return TokenCheck::Right;
     const auto token = textOf(message.ownExtension("token"));
-    return options.isToken && !token.empty() && options.isToken(token);
+    return options.checkToken && !token.empty() ? options.checkToken(token) : TokenCheck::Wrong;
 }
 
 bool sharesConnectionType(const ClientMessage& message) {
@@ -44,14 +47,18 @@ bool wantsAcknowledgements(const ClientMessage& message) {
 }
 
 /// The reply to one that is refused; empty for the others.
-std::string refusal(SessionTable& sessions, const ClientMessage& message, const Peer& peer, bool isKnown) {
+std::string refusal(SessionTable& sessions, const ClientMessage& message, const Peer& peer,
+                    TokenCheck token) {
     const auto& core = *sessions.core();
     // Those without the token have an allowance of their own, or they would use up that of the others.
-    if (!sessions.mayHandshake(peer.address, isKnown, core.options.now())) {
+    if (!sessions.mayHandshake(peer.address, token == TokenCheck::Right, core.options.now())) {
         return failed(message, errorText(429, "too many handshakes"), core.advice.retry(1s));
     }
-    if (!isKnown) {
+    if (token == TokenCheck::Wrong) {
         return failed(message, errorText(401, "the token is missing or wrong"), core.advice.none());
+    }
+    if (token == TokenCheck::NotAllowed) {
+        return failed(message, errorText(403, "the token may not use the interpreter"), core.advice.none());
     }
     if (!message.text("version").starts_with("1.")) {
         return failed(message, errorText(400, "the version must be 1.0"), core.advice.none());
@@ -67,9 +74,9 @@ std::string refusal(SessionTable& sessions, const ClientMessage& message, const 
 std::string answerHandshake(SessionTable& sessions, const ClientMessage& message, Exchange& exchange) {
     const auto& core = sessions.core();
     Peer peer = exchange.peer();
-    const bool isKnown = peer.isAuthenticated || hasToken(message, core->options);
-    if (isKnown) exchange.trust();
-    if (auto reply = refusal(sessions, message, peer, isKnown); !reply.empty()) return reply;
+    const auto token = checkToken(message, peer, core->options);
+    if (token == TokenCheck::Right) exchange.trust();
+    if (auto reply = refusal(sessions, message, peer, token); !reply.empty()) return reply;
     try {
         message.checkOwnExtensions(ownMembers);
     } catch (const dispatch::BadMessage& problem) {

@@ -1,9 +1,11 @@
 #include "endpoints/Endpoints.h"
 
+#include <algorithm>
 #include <chrono>
 #include <utility>
 
 #include "access/clientType.h"
+#include "ports/wrongLife.h"
 
 namespace gateway::endpoints {
 
@@ -39,9 +41,10 @@ HttpReply unavailable(const Route& route, std::string_view text) {
 HttpReply preflight() {
     HttpReply reply{.status = 204, .contentType = {}};
     reply.headers = {
-        {"Access-Control-Allow-Methods", "GET, HEAD, POST"},
+        {"Access-Control-Allow-Methods", "GET, HEAD, POST, DELETE"},
         {"Access-Control-Allow-Headers",
-         "Authorization, Connector-Client-Type, Content-Type, Pragma, X-Requested-With"},
+         "Authorization, Connector-Client-Type, Connector-Interpreter-Life, Content-Type, Pragma, "
+         "X-Requested-With"},
         {"Access-Control-Max-Age", "600"},
     };
     return reply;
@@ -52,6 +55,52 @@ HttpReply wrongMethod(const Route& route) {
     auto reply = errorReply(405, "The path does not allow this method.");
     reply.headers.emplace_back("Allow", route.allowedMethods());
     return reply;
+}
+
+/// The part of a path that names an interpreter, and which is taken off; empty where there is none.
+std::string_view takePrefix(std::string_view& path) {
+    constexpr std::string_view begin = "/interpreters/";
+    if (!path.starts_with(begin)) return {};
+    const auto end = std::min(path.find('/', begin.size()), path.size());
+    const auto prefix = path.substr(0, end);
+    path.remove_prefix(end);
+    return prefix;
+}
+
+std::string_view nameOf(const HttpRequest& head, access::Right right) {
+    if (head.method == HttpMethod::Delete) return "delete";
+    switch (right) {
+        case access::Right::Restart:
+            return "restart";
+        case access::Right::Create:
+            return "create";
+        default:
+            return "use";
+    }
+}
+
+std::optional<HttpReply> refusalByRights(const HttpRequest& head) {
+    const access::Grant& grant = *head.grant;
+    const Route& route = *head.route;
+    if (route.handler == &answerMetrics && !grant.coversAll()) {
+        return errorReply(403, "This token may not read the metrics of all interpreters.");
+    }
+    const auto right = route.rightFor(head.method);
+    if (route.scope == Route::Scope::Server && right == access::Right::Use) return std::nullopt;
+    const auto denied = "This token may not " + std::string(nameOf(head, right));
+    if (!grant.has(right)) return errorReply(403, denied + " interpreters.");
+    if (route.scope == Route::Scope::Server || grant.covers(head.interpreter)) return std::nullopt;
+    return errorReply(403, denied + " the interpreter \"" + head.interpreter + "\".");
+}
+
+/// A client that knows which process of the interpreter holds its variables does not reach another one.
+std::optional<HttpReply> refusalByLife(const HttpRequest& head) {
+    if (head.life.empty() || !head.desk) return std::nullopt;
+    const auto wanted = head.wantedLife();
+    if (!wanted) return errorReply(400, "Connector-Interpreter-Life must be an integer of at least 0.");
+    const auto life = head.desk->port().life();
+    if (*wanted == life) return std::nullopt;
+    return errorReply(409, ports::wrongLife(*wanted, life));
 }
 
 std::optional<HttpReply> refusalOfBody(const HttpRequest& head) {
@@ -71,69 +120,89 @@ std::optional<HttpReply> refusalOfBody(const HttpRequest& head) {
 Endpoints::Endpoints(Services services, std::ptrdiff_t unauthenticatedBodies)
     : services_(std::move(services)), largeBodies_(unauthenticatedBodies) {}
 
-std::optional<HttpReply> Endpoints::check(const HttpRequest& head) {
-    const Route& route = routeOf(head.path);
-    auto reply = refusalOf(head, route);
+std::optional<HttpReply> Endpoints::check(HttpRequest& head) {
+    resolve(head);
+    auto reply = refusalOf(head);
     if (reply) {
-        services_.metrics.count(route.metric, reply->status);
-        addCommonHeaders(*reply, head.origin);
+        services_.metrics.count(head.route->metric, reply->status);
+        addCommonHeaders(*reply, head.origin, head.desk);
     }
     return reply;
 }
 
-std::optional<HttpReply> Endpoints::refusalOf(const HttpRequest& head, const Route& route) const {
+void Endpoints::resolve(HttpRequest& head) const {
+    std::string_view path = head.path;
+    head.prefix = takePrefix(path);
+    head.path = std::string(path);
+    head.route = &routeOf(head.path, !head.prefix.empty());
+    head.grant = services_.access.grantOf(head);
+    if (head.route->scope == Route::Scope::Server) return;
+    head.interpreter = head.prefix.empty() ? interpreters::Registry::defaultId
+                                           : std::string_view(head.prefix).substr(head.prefix.rfind('/') + 1);
+    head.desk = services_.interpreters.find(head.interpreter);
+}
+
+std::optional<HttpReply> Endpoints::refusalOf(const HttpRequest& head) const {
     const auto& access = services_.access;
+    const Route& route = *head.route;
     if (isStopping_) return unavailable(route, "The server is stopping.");
     if (head.host.empty()) return errorReply(400, "A request must have exactly one Host header.");
     if (!access.isAllowedHost(head)) return errorReply(403, "The Host must name this server.");
     if (!access.isAllowedOrigin(head)) return errorReply(403, "Pages of this Origin are not allowed.");
     if (head.method == HttpMethod::Options && access.isForeignOrigin(head.origin)) return preflight();
-    if (route.access == Route::Access::Token && !access.isAuthenticated(head)) return unauthenticated(route);
+    if (route.access == Route::Access::Token && !head.grant) return unauthenticated(route);
+    if (head.grant) {
+        if (auto refusal = refusalByRights(head)) return refusal;
+    }
+    if (!head.desk && route.scope != Route::Scope::Server) {
+        return errorReply(404, interpreters::noSuchInterpreter(head.interpreter));
+    }
     if (!route.allows(head)) return wrongMethod(route);
+    if (auto refusal = refusalByLife(head)) return refusal;
     return refusalOfBody(head);
 }
 
 HttpReply Endpoints::tooManyConnections(const HttpRequest& head) {
-    const Route& route = routeOf(head.path);
-    auto reply = unavailable(route, "Too many connections are open.");
+    auto reply = unavailable(*head.route, "Too many connections are open.");
     reply.headers.emplace_back("Retry-After", "1");
-    services_.metrics.count(route.metric, reply.status);
-    addCommonHeaders(reply, head.origin);
+    services_.metrics.count(head.route->metric, reply.status);
+    addCommonHeaders(reply, head.origin, head.desk);
     return reply;
 }
 
-bool Endpoints::isAlwaysServed(const HttpRequest& head) {
-    return routeOf(head.path).load == Route::Load::Always;
-}
+bool Endpoints::isAlwaysServed(const HttpRequest& head) { return head.route->load == Route::Load::Always; }
 
 std::unique_ptr<bayeux::PendingPost> Endpoints::answer(const HttpRequest& request, Done done) {
-    const Route& route = routeOf(request.path);
-    auto finish = [this, metric = route.metric, origin = request.origin, done = std::move(done),
-                   begin = std::chrono::steady_clock::now()](HttpReply reply) {
+    auto finish = [this, metric = request.route->metric, origin = request.origin, desk = request.desk,
+                   done = std::move(done), begin = std::chrono::steady_clock::now()](HttpReply reply) {
         services_.metrics.record(metric, reply.status, std::chrono::steady_clock::now() - begin);
-        addCommonHeaders(reply, origin);
+        addCommonHeaders(reply, origin, desk);
         done(std::move(reply));
     };
-    return route.handler(services_, request, std::move(finish));
+    return request.route->handler(services_, request, std::move(finish));
 }
 
 bool Endpoints::isWebSocket(const HttpRequest& head) {
-    return head.wantsWebSocket && routeOf(head.path).methods == Route::Methods::PostOrWebSocket;
+    return head.wantsWebSocket && head.route->methods == Route::Methods::PostOrWebSocket;
 }
 
 void Endpoints::open(const HttpRequest& upgrade, const std::shared_ptr<bayeux::ClientSocket>& socket) {
-    services_.metrics.count(routeOf(upgrade.path).metric, 101);
-    services_.desk.bayeux().open(socket);
+    services_.metrics.count(upgrade.route->metric, 101);
+    upgrade.desk->bayeux().open(socket);
 }
 
 HttpReply Endpoints::malformed(int status, std::string_view text) {
     services_.metrics.count("malformed", status);
     auto reply = errorReply(status, text);
-    addCommonHeaders(reply, {});
+    addCommonHeaders(reply, {}, nullptr);
     return reply;
 }
 
-void Endpoints::addCommonHeaders(HttpReply& reply, const std::string& origin) const {
+void Endpoints::addCommonHeaders(HttpReply& reply, const std::string& origin,
+                                 const std::shared_ptr<interpreters::Desk>& desk) const {
+    if (const auto life = desk ? desk->port().life() : 0; life > 0) {
+        reply.headers.emplace_back("Connector-Interpreter-Life", std::to_string(life));
+    }
     reply.headers.emplace_back("X-Content-Type-Options", "nosniff");
     if (reply.contentType.starts_with("application/json")) {
         reply.headers.emplace_back("Cache-Control", "no-store");
@@ -141,7 +210,8 @@ void Endpoints::addCommonHeaders(HttpReply& reply, const std::string& origin) co
     if (services_.access.isForeignOrigin(origin)) {
         reply.headers.emplace_back("Access-Control-Allow-Origin", origin);
         reply.headers.emplace_back("Access-Control-Allow-Credentials", "true");
-        reply.headers.emplace_back("Access-Control-Expose-Headers", "Connector-Dropped");
+        reply.headers.emplace_back("Access-Control-Expose-Headers",
+                                   "Connector-Dropped, Connector-Interpreter-Life, Retry-After");
         reply.headers.emplace_back("Vary", "Origin");
     }
 }

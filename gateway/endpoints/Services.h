@@ -5,7 +5,8 @@
 #include "HttpRequest.h"
 #include "access/AccessPolicy.h"
 #include "endpoints/StaticFiles.h"
-#include "interpreters/Desk.h"
+#include "interpreters/Registry.h"
+#include "interpreters/settings.h"
 #include "metrics/RequestMetrics.h"
 #include "metrics/metricsPage.h"
 
@@ -15,15 +16,16 @@ namespace gateway::endpoints {
 struct Services {
     const access::AccessPolicy& access;
     const StaticFiles& files;
-    interpreters::Desk& desk;
+    interpreters::Registry& interpreters;
+    interpreters::CheckVenv checkVenv;
     metrics::RequestMetrics& metrics;
     std::function<metrics::Snapshot()> snapshot;
 };
 
 /// The sender of `request`, as the Bayeux server sees it.
-inline bayeux::Peer peerOf(const Services& services, const HttpRequest& request) {
+inline bayeux::Peer peerOf(const HttpRequest& request) {
     return {.address = request.peerAddress,
-            .isAuthenticated = services.access.isAuthenticated(request),
+            .isAuthenticated = request.grant != nullptr,
             .clientType = request.clientType,
             .origin = request.origin};
 }

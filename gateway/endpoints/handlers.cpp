@@ -4,6 +4,7 @@
 
 #include "connector/json/ObjectBuilder.h"
 #include "endpoints/messageRequests.h"
+#include "interpreters/Api.h"
 
 namespace gateway::endpoints {
 
@@ -17,21 +18,47 @@ HttpReply statusReply(std::string_view status) {
 
 }  // namespace
 
-Pending answerMessage(const Services& services, const HttpRequest& request, Done done) {
-    submitMessage(services.desk.port(), request.path.substr(1), request, std::move(done));
+Pending answerMessage(const Services&, const HttpRequest& request, Done done) {
+    submitMessage(request.desk->port(), request.path.substr(1), request, std::move(done));
     return nullptr;
 }
 
-Pending answerEnvelope(const Services& services, const HttpRequest& request, Done done) {
-    submitEnvelope(services.desk.port(), request, std::move(done));
+Pending answerEnvelope(const Services&, const HttpRequest& request, Done done) {
+    submitEnvelope(request.desk->port(), request, std::move(done));
     return nullptr;
 }
 
-Pending answerBayeux(const Services& services, const HttpRequest& request, Done done) {
-    return services.desk.bayeux().post(request.body, peerOf(services, request),
+Pending answerBayeux(const Services&, const HttpRequest& request, Done done) {
+    return request.desk->bayeux().post(request.body, peerOf(request),
                                        [done = std::move(done)](bayeux::HttpAnswer answer) {
                                            done({.status = answer.status, .body = std::move(answer.body)});
                                        });
+}
+
+Pending answerInterpreters(const Services& services, const HttpRequest& request, Done done) {
+    done(request.method == HttpMethod::Post
+             ? interpreters::create(services.interpreters, *request.grant, request.body, services.checkVenv)
+             : interpreters::list(services.interpreters, *request.grant));
+    return nullptr;
+}
+
+Pending answerInterpreter(const Services& services, const HttpRequest& request, Done done) {
+    if (request.method == HttpMethod::Delete) {
+        interpreters::remove(services.interpreters, request.interpreter, std::move(done));
+    } else {
+        done(interpreters::describe(*request.desk));
+    }
+    return nullptr;
+}
+
+Pending answerRestart(const Services&, const HttpRequest& request, Done done) {
+    interpreters::restart(request.desk, request.body, std::move(done));
+    return nullptr;
+}
+
+Pending answerDeaths(const Services&, const HttpRequest& request, Done done) {
+    done(interpreters::deaths(*request.desk));
+    return nullptr;
 }
 
 Pending answerHealth(const Services&, const HttpRequest&, Done done) {
@@ -39,8 +66,8 @@ Pending answerHealth(const Services&, const HttpRequest&, Done done) {
     return nullptr;
 }
 
-Pending answerReadiness(const Services& services, const HttpRequest&, Done done) {
-    done(services.desk.port().isReady() ? statusReply("ready")
+Pending answerReadiness(const Services&, const HttpRequest& request, Done done) {
+    done(request.desk->port().isReady() ? statusReply("ready")
                                         : errorReply(503, "The interpreter is not ready."));
     return nullptr;
 }
@@ -55,10 +82,11 @@ Pending answerMetrics(const Services& services, const HttpRequest&, Done done) {
 Pending answerHome(const Services& services, const HttpRequest& request, Done done) {
     const std::string token = queryValue(request.query, "token");
     if (token.empty()) return answerFile(services, request, std::move(done));
-    auto reply = pageReply(303, "Numora Connector", "<a href=\"/\">The console</a>");
-    reply.headers.emplace_back("Location", "/");
-    if (services.access.isToken(token)) {
-        reply.headers.emplace_back("Set-Cookie", services.access.setCookie());
+    const std::string home = request.prefix + "/";
+    auto reply = pageReply(303, "Numora Connector", "<a href=\"" + home + "\">The console</a>");
+    reply.headers.emplace_back("Location", home);
+    if (const auto* grant = services.access.grantOf(token)) {
+        reply.headers.emplace_back("Set-Cookie", services.access.setCookie(*grant));
     }
     done(std::move(reply));
     return nullptr;

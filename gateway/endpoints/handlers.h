@@ -21,6 +21,10 @@ using Handler = std::unique_ptr<bayeux::PendingPost> (*)(const Services&, const 
 std::unique_ptr<bayeux::PendingPost> answerMessage(const Services&, const HttpRequest&, Done);
 std::unique_ptr<bayeux::PendingPost> answerEnvelope(const Services&, const HttpRequest&, Done);
 std::unique_ptr<bayeux::PendingPost> answerBayeux(const Services&, const HttpRequest&, Done);
+std::unique_ptr<bayeux::PendingPost> answerInterpreters(const Services&, const HttpRequest&, Done);
+std::unique_ptr<bayeux::PendingPost> answerInterpreter(const Services&, const HttpRequest&, Done);
+std::unique_ptr<bayeux::PendingPost> answerRestart(const Services&, const HttpRequest&, Done);
+std::unique_ptr<bayeux::PendingPost> answerDeaths(const Services&, const HttpRequest&, Done);
 std::unique_ptr<bayeux::PendingPost> answerHealth(const Services&, const HttpRequest&, Done);
 std::unique_ptr<bayeux::PendingPost> answerReadiness(const Services&, const HttpRequest&, Done);
 std::unique_ptr<bayeux::PendingPost> answerMetrics(const Services&, const HttpRequest&, Done);

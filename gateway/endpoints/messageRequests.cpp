@@ -46,6 +46,7 @@ Object::Ptr objectFrom(const std::string& body) {
 std::shared_ptr<ContextState> contextOf(const HttpRequest& request) {
     auto context = std::make_shared<ContextState>();
     if (!request.clientType.empty()) context->set("clientType", request.clientType, ContextScope::Client);
+    if (const auto life = request.wantedLife()) context->set(ports::InterpreterPort::wantedLife, *life);
     return context;
 }
 
@@ -78,15 +79,6 @@ Envelope readEnvelope(const std::string& body, ContextState& context, std::strin
         contextJson = connector::json::written(values);
     }
     return {envelope->getValue<std::string>("type"), envelope->get("message").extract<Text>().json};
-}
-
-HttpReply replyFrom(dispatch::Answer answer) {
-    HttpReply reply{.status = answer.status, .body = std::move(answer.json)};
-    if (answer.retrySeconds > 0) {
-        reply.headers.emplace_back("Retry-After", std::to_string(answer.retrySeconds));
-    }
-    if (answer.isDropped) reply.headers.emplace_back("Connector-Dropped", "true");
-    return reply;
 }
 
 }  // namespace

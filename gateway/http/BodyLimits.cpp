@@ -10,11 +10,14 @@ constexpr std::size_t leastRate = std::size_t{64} << 10;  // bytes in a second
 
 }  // namespace
 
-void BodyLimits::begin(bool isAuthenticated) { isAuthenticated_ = isAuthenticated; }
+void BodyLimits::begin(const HttpRequest& head) {
+    isAuthenticated_ = head.grant != nullptr;
+    desk_ = head.desk;
+}
 
 bool BodyLimits::allowMore(const RequestReader& request) {
     if (!isAuthenticated_ && request.body().size() > limits_.unauthenticatedBytes) {
-        if (!endpoints_.showsSession(request.body())) {
+        if (!desk_ || !desk_->bayeux().showsSession(request.body())) {
             permit_ = endpoints_.permitLargeBody();
             if (!permit_) return false;
         }

@@ -191,9 +191,8 @@ private:
             keepAlive_ = keepAlive_ && reader_.isComplete();
             return write(std::move(*refusal));
         }
-        const bool isAuthenticated = context_.endpoints.isAuthenticated(head);
-        bodyLimits_.begin(isAuthenticated);
-        if (isAuthenticated && !place_->markAuthenticated() && !endpoints::Endpoints::isAlwaysServed(head)) {
+        bodyLimits_.begin(head);
+        if (head.grant && !place_->markAuthenticated() && !endpoints::Endpoints::isAlwaysServed(head)) {
             keepAlive_ = false;
             return write(context_.endpoints.tooManyConnections(head));
         }

@@ -67,7 +67,7 @@ class WebSocketConnection : public OpenConnection, public bayeux::ClientSocket {
 public:
     WebSocketConnection(Stream stream, HttpRequest head, std::shared_ptr<OpenConnections::Place> place,
                         const ConnectionContext& context)
-        : ClientSocket(context.endpoints.peerOf(head)),
+        : ClientSocket(endpoints::peerOf(head)),
           stream_(std::move(stream)),
           head_(std::move(head)),
           place_(std::move(place)),
@@ -174,7 +174,7 @@ private:
     /// On any thread.
     void receive(const std::string& text) {
         try {
-            context_.endpoints.bayeux().receive(self(), text);
+            head_.desk->bayeux().receive(self(), text);
         } catch (const std::exception& problem) {
             log().error("A frame could not be handled: " + std::string(problem.what()));
             onStrand([this] { onAllRead(); });

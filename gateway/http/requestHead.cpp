@@ -17,6 +17,8 @@ HttpMethod methodOf(const ReceivedRequest& received) {
             return HttpMethod::Head;
         case beast_http::verb::post:
             return HttpMethod::Post;
+        case beast_http::verb::delete_:
+            return HttpMethod::Delete;
         case beast_http::verb::options:
             return HttpMethod::Options;
         default:
@@ -61,6 +63,7 @@ HttpRequest requestHead(const ReceivedRequest& received) {
     head.contentType = text(field::content_type);
     head.contentEncoding = text(field::content_encoding);
     head.clientType = text("Connector-Client-Type");
+    head.life = text("Connector-Interpreter-Life");
     head.wantsWebSocket = boost::beast::websocket::is_upgrade(received);
     return head;
 }

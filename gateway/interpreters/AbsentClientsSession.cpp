@@ -25,10 +25,10 @@ void discard(messages::ClientSession& session) {
 }  // namespace
 
 AbsentClientsSession::AbsentClientsSession(boost::asio::io_context& context,
-                                           messages::LocalMessageService& messages,
+                                           std::shared_ptr<messages::LocalMessageService> messages,
                                            std::chrono::milliseconds standInTime)
     : strand_(boost::asio::make_strand(context)),
-      messages_(messages),
+      messages_(std::move(messages)),
       standInTime_(standInTime),
       timer_(strand_) {}
 
@@ -51,8 +51,8 @@ std::unique_ptr<AbsentClientsSession::Subscription> AbsentClientsSession::watch(
             });
         };
     };
-    return messages_.watch(pattern, onStrand(&AbsentClientsSession::join),
-                           onStrand(&AbsentClientsSession::leave));
+    return messages_->watch(pattern, onStrand(&AbsentClientsSession::join),
+                            onStrand(&AbsentClientsSession::leave));
 }
 
 void AbsentClientsSession::join(const std::string& channel) {
@@ -94,7 +94,7 @@ void AbsentClientsSession::forgetOverdue() {
 
 messages::ClientSession& AbsentClientsSession::session() {
     if (!session_) {
-        session_ = messages_.openSession();
+        session_ = messages_->openSession();
         session_->setWakeUp([weak = std::weak_ptr(session_)] {
             if (const auto self = weak.lock()) discard(*self);
         });

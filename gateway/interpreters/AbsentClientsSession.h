@@ -22,12 +22,13 @@ namespace gateway {
 /// nor named to it as missed. So a tag counts as listened to for that long after its last client has left.
 /// Clients choose the names of tags: of those that no client holds, the 64 that were left last are kept.
 ///
-/// Threads: made, started and destroyed on one thread, destroyed while no thread runs the io_context; the
-/// rest happens on a strand of it, which watchers of the message service post to.  Locks: none.
+/// Threads: made and started on one thread, destroyed on any; the rest happens on a strand of the io_context,
+/// which watchers of the message service post to.  Locks: none.
 /// Owns: its session. Owned by a shared pointer; handlers hold weak ones.
 class AbsentClientsSession : public std::enable_shared_from_this<AbsentClientsSession> {
 public:
-    AbsentClientsSession(boost::asio::io_context& context, messages::LocalMessageService& messages,
+    AbsentClientsSession(boost::asio::io_context& context,
+                         std::shared_ptr<messages::LocalMessageService> messages,
                          std::chrono::milliseconds standInTime);
     ~AbsentClientsSession();
     AbsentClientsSession(const AbsentClientsSession&) = delete;
@@ -55,7 +56,7 @@ private:
     messages::ClientSession& session();
 
     boost::asio::strand<boost::asio::io_context::executor_type> strand_;
-    messages::LocalMessageService& messages_;
+    const std::shared_ptr<messages::LocalMessageService> messages_;
     const std::chrono::milliseconds standInTime_;
     std::shared_ptr<messages::ClientSession> session_;         // null until the first client comes
     std::unordered_map<std::string, std::size_t> subscribed_;  // clients' subscriptions by channel

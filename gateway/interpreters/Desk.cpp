@@ -7,14 +7,15 @@
 
 namespace gateway::interpreters {
 
-Desk::Desk(boost::asio::io_context& context, messages::LocalMessageService& messages,
+Desk::Desk(boost::asio::io_context& context, std::shared_ptr<messages::LocalMessageService> messages,
            std::unique_ptr<ports::InterpreterPort> port, Options options)
-    : messages_(messages),
+    : id_(std::move(options.id)),
+      messages_(std::move(messages)),
       port_(std::move(port)),
-      completions_(messages.subscribe(connector::wire::channel::completion,
-                                      [this](const auto& message) { countCompletion(message.data); })),
-      absentClients_(std::make_shared<AbsentClientsSession>(context, messages, options.standInTime)),
-      bayeux_(context, messages, *port_, std::move(options.bayeux)) {}
+      completions_(messages_->subscribe(connector::wire::channel::completion,
+                                        [this](const auto& message) { countCompletion(message.data); })),
+      absentClients_(std::make_shared<AbsentClientsSession>(context, messages_, options.standInTime)),
+      bayeux_(context, *messages_, *port_, std::move(options.bayeux)) {}
 
 void Desk::stop() {
     port_->stop();
@@ -22,7 +23,7 @@ void Desk::stop() {
 }
 
 metrics::InterpreterSnapshot Desk::snapshot() const {
-    return {.messages = messages_.metrics(),
+    return {.messages = messages_->metrics(),
             .port = port_->metrics(),
             .completions = {.successes = successes_, .failures = failures_},
             .bayeuxSessions = bayeux_.sessions(),

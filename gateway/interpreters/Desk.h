@@ -20,16 +20,18 @@ namespace gateway::interpreters {
 ///
 ///     made -- start --> serving -- stop --> stopped
 ///
-/// Threads: made, started, stopped and destroyed on one thread, destroyed while no thread runs the
-/// io_context; the rest from any.
+/// Threads: any; made, started, stopped and destroyed one after the other. Destroyed when no thread runs the
+/// io_context, or when it is stopped and nobody can use it any more.
+/// Owns: shares the message service, with which clients' sessions may outlive it.
 class Desk {
 public:
     struct Options {
+        std::string id;  ///< of the interpreter
         bayeux::ServerOptions bayeux;
         std::chrono::milliseconds standInTime;
     };
 
-    Desk(boost::asio::io_context& context, messages::LocalMessageService& messages,
+    Desk(boost::asio::io_context& context, std::shared_ptr<messages::LocalMessageService> messages,
          std::unique_ptr<ports::InterpreterPort> port, Options options);
     Desk(const Desk&) = delete;
     Desk& operator=(const Desk&) = delete;
@@ -37,17 +39,21 @@ public:
     void start() { absentClients_->start(); }
     /// Ends requests, as the port says, then the sessions of clients, while answers can still be sent.
     void stop();
+    /// Whether nothing is left of its sessions and sockets once it has stopped.
+    bool isUnused() const { return bayeux_.isUnused(); }
 
+    const std::string& id() const { return id_; }
     ports::InterpreterPort& port() const { return *port_; }
     bayeux::BayeuxServer& bayeux() { return bayeux_; }
     const bayeux::BayeuxServer& bayeux() const { return bayeux_; }
-    messages::LocalMessageService& messages() const { return messages_; }
+    messages::LocalMessageService& messages() const { return *messages_; }
     metrics::InterpreterSnapshot snapshot() const;
 
 private:
     void countCompletion(const std::string& data);
 
-    messages::LocalMessageService& messages_;
+    const std::string id_;
+    const std::shared_ptr<messages::LocalMessageService> messages_;
     const std::unique_ptr<ports::InterpreterPort> port_;
     std::atomic<std::uint64_t> successes_{0};
     std::atomic<std::uint64_t> failures_{0};

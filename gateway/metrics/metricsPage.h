@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "messages/LocalMessageService.h"
 #include "metrics/RequestMetrics.h"
@@ -18,6 +19,7 @@ struct Completions {
 
 /// What is known of one interpreter at one moment.
 struct InterpreterSnapshot {
+    std::string label{};  ///< its id; empty: its samples are not labelled
     messages::MessageMetrics messages;
     ports::PortMetrics port;
     Completions completions;
@@ -27,7 +29,7 @@ struct InterpreterSnapshot {
 
 /// What the page shows beside the HTTP requests, at one moment.
 struct Snapshot {
-    InterpreterSnapshot interpreter;
+    std::vector<InterpreterSnapshot> interpreters{};
     std::size_t connections = 0;
     std::uint64_t refusedConnections = 0;  ///< with those that gave way before they had shown the token
 };

@@ -42,6 +42,7 @@ PortMetrics LocalPort::metrics() const {
 
 InterpreterState LocalPort::state() const {
     InterpreterState state;
+    state.since = start_;
     if (!isReady()) state.state = "starting";
     const auto requests = dispatcher_.metrics();
     if (requests.running > 0) state.activity = "busy";

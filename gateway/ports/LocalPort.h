@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <string>
@@ -39,6 +40,7 @@ public:
 
 private:
     const Parts parts_;
+    const std::chrono::system_clock::time_point start_ = std::chrono::system_clock::now();
     dispatch::RequestDispatcher dispatcher_;
 };
 

@@ -2,8 +2,11 @@
 
 #include <chrono>
 #include <exception>
+#include <stdexcept>
+#include <utility>
 
 #include "http/streams.h"
+#include "interpreters/settings.h"
 #include "log.h"
 #include "ports/LocalPort.h"
 
@@ -13,19 +16,32 @@ namespace {
 
 constexpr auto finishTime = std::chrono::seconds(1);
 
-bayeux::ServerOptions bayeuxOptions(const GatewayOptions& options, const access::AccessPolicy& access) {
+bayeux::ServerOptions bayeuxOptions(const GatewayOptions& options, const access::AccessPolicy& access,
+                                    const std::string& id) {
+    using enum bayeux::ServerOptions::TokenCheck;
     bayeux::ServerOptions bayeux;
-    bayeux.isToken = [&access](const std::string& token) { return access.isToken(token); };
+    bayeux.checkToken = [&access, id](const std::string& token) {
+        const auto* grant = access.grantOf(token);
+        if (!grant) return Wrong;
+        return grant->allows(access::Right::Use, id) ? Right : NotAllowed;
+    };
     bayeux.frameBytes = options.limits.bodyBytes;
     bayeux.unauthenticatedBytes = options.limits.unauthenticatedBytes;
     bayeux.ownerWait = options.ownerWait;
     return bayeux;
 }
 
-std::unique_ptr<interpreters::Desk> makeDesk(boost::asio::io_context& context, const Server::Parts& parts,
-                                             const access::AccessPolicy& access) {
+std::vector<access::RestrictedToken> restrictedTokens(const GatewayOptions& options) {
+    std::vector<access::RestrictedToken> tokens;
+    for (const auto& [sha256, interpreters, rights] : options.tokens) {
+        tokens.push_back({sha256, {.interpreters = interpreters, .rights = access::rightsNamed(rights)}});
+    }
+    return tokens;
+}
+
+std::unique_ptr<ports::InterpreterPort> makeLocalPort(const Server::Parts& parts) {
     const auto& options = parts.options;
-    auto port = std::make_unique<ports::LocalPort>(
+    return std::make_unique<ports::LocalPort>(
         ports::LocalPort::Parts{.framework = parts.framework,
                                 .serializer = parts.serializer,
                                 .isReady = parts.isReady,
@@ -33,10 +49,6 @@ std::unique_ptr<interpreters::Desk> makeDesk(boost::asio::io_context& context, c
         dispatch::DispatcherOptions{.threads = options.handlerThreads,
                                     .queueLength = options.handlerQueue,
                                     .isReadingInput = options.isReadingInput});
-    return std::make_unique<interpreters::Desk>(
-        context, parts.messages, std::move(port),
-        interpreters::Desk::Options{.bayeux = bayeuxOptions(options, access),
-                                    .standInTime = options.standInTime});
 }
 
 }  // namespace
@@ -50,20 +62,22 @@ Server::Server(const Parts& parts, const boost::asio::ip::address& address)
                : http::makeTlsContext(parts.options.tlsCertificate, parts.options.tlsKey)),
       listener_(context_, address, parts.options.port),
       access_({.token = parts.options.token,
+               .restricted = restrictedTokens(parts.options),
                .hosts = parts.options.hosts,
                .origins = parts.options.origins,
                .isSecure = tls_ != nullptr},
               listener_.port()),
       files_(parts.options.console),
       connections_(std::make_shared<http::OpenConnections>(parts.options.limits.connections)),
-      desk_(makeDesk(context_, parts, access_)),
+      interpreters_([this](const auto& spec) { return makeDesk(spec); }, parts.options.mostInterpreters),
       endpoints_({.access = access_,
                   .files = files_,
-                  .desk = *desk_,
+                  .interpreters = interpreters_,
+                  .checkVenv = parts.options.checkVenv,
                   .metrics = metrics_,
                   .snapshot = [this] { return snapshot(); }},
                  parts.options.limits.unauthenticatedBodies) {
-    desk_->start();
+    createConfigured();
     listener_.start([this](boost::asio::ip::tcp::socket socket) {
         auto place = connections_->take();
         if (!place) return http::closeNow(socket);
@@ -80,7 +94,7 @@ void Server::stop() {
     listener_.close();
     endpoints_.refuseAll();
     // While answers can still be sent.
-    desk_->stop();
+    interpreters_.stop();
     connections_->finishAll();
     if (!connections_->waitUntilEmpty(finishTime)) {
         connections_->abortAll();
@@ -89,9 +103,42 @@ void Server::stop() {
     context_.stop();
     for (auto& thread : threads_) thread.join();
     threads_.clear();
-    desk_.reset();
+    interpreters_.clear();
     reading_.stop();
     reading_.join();
+}
+
+// The message service that this was made with is that of the process, and of its interpreter.
+std::unique_ptr<interpreters::Desk> Server::makeDesk(const ports::InterpreterSpec& spec) {
+    const auto& options = parts_.options;
+    const std::string& id = spec.worker.id;
+    const bool isDefault = id == interpreters::Registry::defaultId;
+    std::shared_ptr<messages::LocalMessageService> messages(std::shared_ptr<void>(), &parts_.messages);
+    if (!isDefault) {
+        if (!options.makePort) {
+            throw interpreters::Refusal(501, "The server runs its one interpreter in its own process.");
+        }
+        messages = std::make_shared<messages::LocalMessageService>();
+    }
+    auto port = options.makePort ? options.makePort(context_, *messages, spec) : makeLocalPort(parts_);
+    return std::make_unique<interpreters::Desk>(
+        context_, std::move(messages), std::move(port),
+        interpreters::Desk::Options{
+            .id = id, .bayeux = bayeuxOptions(options, access_, id), .standInTime = options.standInTime});
+}
+
+void Server::createConfigured() {
+    auto known = parts_.options.interpreters;
+    known.try_emplace(std::string(interpreters::Registry::defaultId), "{}");
+    for (const auto& [id, json] : known) {
+        try {
+            auto spec = interpreters::readSpec(json, parts_.options.checkVenv);
+            spec.worker.id = id;
+            interpreters_.create(spec);
+        } catch (const std::runtime_error& problem) {
+            throw std::invalid_argument("interpreters." + id + ": " + problem.what());
+        }
+    }
 }
 
 void Server::startThreads() {
@@ -114,9 +161,13 @@ void Server::work() {
 }
 
 metrics::Snapshot Server::snapshot() const {
-    return {.interpreter = desk_->snapshot(),
-            .connections = connections_->size(),
-            .refusedConnections = connections_->refused()};
+    metrics::Snapshot now{.connections = connections_->size(), .refusedConnections = connections_->refused()};
+    for (const auto& desk : interpreters_.all()) {
+        const bool isDefault = desk->id() == interpreters::Registry::defaultId;
+        now.interpreters.push_back(desk->snapshot());
+        now.interpreters.back().label = isDefault ? "" : desk->id();
+    }
+    return now;
 }
 
 }  // namespace gateway

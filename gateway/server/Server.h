@@ -17,7 +17,7 @@
 #include "http/HttpConnection.h"
 #include "http/Listener.h"
 #include "http/OpenConnections.h"
-#include "interpreters/Desk.h"
+#include "interpreters/Registry.h"
 #include "messages/LocalMessageService.h"
 #include "metrics/RequestMetrics.h"
 
@@ -48,6 +48,8 @@ public:
     void stop();
 
 private:
+    std::unique_ptr<interpreters::Desk> makeDesk(const ports::InterpreterSpec& spec);
+    void createConfigured();
     void startThreads();
     void work();
     metrics::Snapshot snapshot() const;
@@ -63,7 +65,7 @@ private:
     const endpoints::StaticFiles files_;
     const std::shared_ptr<http::OpenConnections> connections_;
     metrics::RequestMetrics metrics_;
-    std::unique_ptr<interpreters::Desk> desk_;  // null when stopped
+    interpreters::Registry interpreters_;
     endpoints::Endpoints endpoints_;
     boost::asio::thread_pool reading_{1};
 

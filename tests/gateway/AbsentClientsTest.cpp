@@ -29,13 +29,14 @@ TEST(AbsentClientsTest, areStoodInForUntilTheirTimeIsOver) {
     for (const auto& row :
          {Row{1ms, {output, tag}, {held, held}},
           Row{1h, {output, tag, "/eventmgr/**"}, {streams, tag, held, held}}, Row{1h, many, kept}}) {
-        messages::LocalMessageService service;
+        const auto owned = std::make_shared<messages::LocalMessageService>();
+        auto& service = *owned;
         boost::asio::io_context context;
         std::multiset<std::string> listened;
         const auto watch = service.watch(
             "/**", [&](const auto& event) { listened.insert(event.channel); },
             [&](const auto& event) { listened.erase(listened.find(event.channel)); });
-        auto absent = std::make_shared<gateway::AbsentClientsSession>(context, service, row.time);
+        auto absent = std::make_shared<gateway::AbsentClientsSession>(context, owned, row.time);
         absent->start();
         const auto holder = service.openSession();
         holder->subscribe(held);

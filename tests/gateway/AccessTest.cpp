@@ -68,20 +68,21 @@ TEST(TokenTest, isFoundInHeaderAndQueryAndItsKeyAmongOtherCookies) {
     const auto allows = [&](std::string HttpRequest::*member, const std::string& value) {
         HttpRequest request;
         request.*member = value;
-        return policy.isAuthenticated(request);
+        return policy.grantOf(request) != nullptr;
     };
     const auto cookieOf = [](const std::string& set) { return set.substr(0, set.find(';')); };
-    const std::string cookie = cookieOf(policy.setCookie());
+    const std::string cookie = cookieOf(policy.setCookie(*policy.grantOf("secret")));
     const std::string name = cookie.substr(0, cookie.find('=') + 1);
     EXPECT_EQ(cookie.find("secret"), std::string::npos);
     EXPECT_TRUE(allows(&HttpRequest::cookie, "a=b;" + cookie));
     EXPECT_TRUE(allows(&HttpRequest::cookie, name + "wrong; " + cookie + "; z"));
-    const std::string ofAnotherPort = cookieOf(AccessPolicy({.token = "secret"}, 2).setCookie());
+    const AccessPolicy ofAnother({.token = "secret"}, 2);
+    const std::string ofAnotherPort = cookieOf(ofAnother.setCookie(*ofAnother.grantOf("secret")));
     for (const std::string& wrong : {"x-" + cookie, cookie + "2", name, name + "secret", ofAnotherPort,
                                      name + ofAnotherPort.substr(ofAnotherPort.find('=') + 1)}) {
         EXPECT_FALSE(allows(&HttpRequest::cookie, wrong)) << wrong;
     }
-    EXPECT_FALSE(policy.isToken(cookie.substr(name.size())));
+    EXPECT_EQ(policy.grantOf(cookie.substr(name.size())), nullptr);
     EXPECT_TRUE(allows(&HttpRequest::query, "a&token=%73ecret"));
     for (const char* wrong : {"xtoken=secret", "token=secret%", "token="}) {
         EXPECT_FALSE(allows(&HttpRequest::query, wrong)) << wrong;

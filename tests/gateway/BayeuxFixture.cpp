@@ -21,7 +21,8 @@ BayeuxFixture::~BayeuxFixture() { port_->stop(); }
 
 void BayeuxFixture::serve(gateway::bayeux::ServerOptions options) {
     options.now = [this] { return now_; };
-    options.isToken = [](const std::string& token) { return token == "sesame"; };
+    using enum gateway::bayeux::ServerOptions::TokenCheck;
+    options.checkToken = [](const std::string& token) { return token == "sesame" ? Right : Wrong; };
     options.sweepInterval = 1h;
     server_ =
         std::make_unique<gateway::bayeux::BayeuxServer>(context_, messages_, *port_, std::move(options));

@@ -5,11 +5,23 @@
 #include <cstdint>
 #include <filesystem>
 #include <functional>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "messages/RequestCounter.h"
+
+namespace boost::asio {
+class io_context;
+}
+namespace messages {
+class LocalMessageService;
+}
+namespace gateway::ports {
+class InterpreterPort;
+struct InterpreterSpec;
+}  // namespace gateway::ports
 
 namespace gateway {
 
@@ -37,7 +49,18 @@ struct ConnectionLimits {
         std::chrono::seconds(15);  ///< of a silent WebSocket; twice that closes it
 };
 
+/// A token that may not do all.
+struct TokenOptions {
+    std::string sha256;                     ///< of its text, in hexadecimal digits
+    std::vector<std::string> interpreters;  ///< whose; an id that ends with '*' stands for all that begin so
+    std::vector<std::string> rights;        ///< of "use", "restart" and "create"
+};
+
 struct GatewayOptions {
+    /// Makes the way to an interpreter, on any thread.
+    using MakePort = std::function<std::unique_ptr<ports::InterpreterPort>(
+        boost::asio::io_context&, messages::LocalMessageService&, const ports::InterpreterSpec&)>;
+
     std::string host = "127.0.0.1";  ///< the address to listen on
     std::uint16_t port = 8350;       ///< 0 stands for any that is free
     /// What clients have to show: 16 to 512 letters, digits and `-._~`. When it is empty a token is made, but
@@ -48,6 +71,17 @@ struct GatewayOptions {
     std::filesystem::path console{};     ///< the folder with the files of the browser console; may be empty
     std::filesystem::path tlsCertificate{};  ///< in PEM, with the chain; empty for plain HTTP
     std::filesystem::path tlsKey{};
+
+    std::vector<TokenOptions> tokens{};
+    /// What is known of interpreters beforehand, by their ids: the JSON object that POST /interpreters takes,
+    /// without "id". They start on demand.
+    std::map<std::string, std::string> interpreters{};
+    std::size_t mostInterpreters = 32;
+    /// Null: there is the default one alone, in this process.
+    MakePort makePort{};
+    /// Throws std::runtime_error for the folder of a virtual environment that interpreters cannot use; may be
+    /// null.
+    std::function<void(const std::filesystem::path&)> checkVenv{};
 
     std::size_t handlerThreads = 16;  ///< for the requests that wait for the same thing
     std::size_t handlerQueue = 1000;  ///< of those that wait for the base prompt
