@@ -130,9 +130,10 @@ pid_t run(const WorkerSpec& spec, std::vector<std::string> environment, FileActi
         throw std::runtime_error("folder must be an existing folder: " + spec.folder.string());
     if (!spec.folder.empty()) actions.enter(spec.folder);
 
-    for (const auto& [name, value] : spec.env) {
-        std::erase_if(environment, [&](const std::string& other) { return other.starts_with(name + "="); });
-        environment.push_back(name + "=" + value);
+    for (const auto& variable : spec.env) {
+        const std::string name = variable.first + "=";
+        std::erase_if(environment, [&](const std::string& other) { return other.starts_with(name); });
+        environment.push_back(name + variable.second);
     }
     // Process lists show the program's name rather than the link that it is found by.
     const bool isOwn = spec.program == "/proc/self/exe";

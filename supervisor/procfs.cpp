@@ -70,7 +70,7 @@ std::uint64_t statusBytes(pid_t pid, std::string_view name) {
 bool isEnding(pid_t pid) {
     constexpr unsigned exiting = 4;  // PF_EXITING of the kernel
     const auto stat = statOf(std::to_string(pid));
-    return !stat || (stat->flags & exiting) != 0;
+    return stat && (stat->flags & exiting) != 0;
 }
 
 std::uint64_t countMembers(pid_t group) {

@@ -35,8 +35,11 @@ std::string line(const Worker& worker) {
     std::string text;
     char byte = 0;
     pollfd ready{.fd = worker.mainSocket(), .events = POLLIN, .revents = 0};
-    while (::poll(&ready, 1, 60'000) == 1 && ::read(ready.fd, &byte, 1) == 1 && byte != '\n') text += byte;
-    return text;
+    while (::poll(&ready, 1, 60'000) == 1) {
+        if (::read(ready.fd, &byte, 1) != 1 || byte == '\n') return text;
+        text += byte;
+    }
+    return text + " and then nothing";
 }
 
 void tell(const Worker& worker) { EXPECT_EQ(::write(worker.mainSocket(), "\n", 1), 1); }
