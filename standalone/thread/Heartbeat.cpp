@@ -1,24 +1,46 @@
-#define PY_SSIZE_T_CLEAN
 #include "thread/Heartbeat.h"
 
-#include <Python.h>
+#include <utility>
+
+#include "python/interpreterLock.h"
 
 namespace standalone {
 
-void Heartbeat::attach() { state_ = PyThreadState_Get(); }
+using connector::MutexLock;
 
-// A pending call needs no lock of the interpreter to be asked for, and runs between two steps of Python code.
 std::chrono::milliseconds Heartbeat::deafFor() {
     const auto now = Clock::now();
-    const bool hasBeaten = hasBeaten_.load();
-    if (hasBeaten || _PyThreadState_UncheckedGet() != state_) asked_ = now;
-    if (hasBeaten) hasBeaten_.store(Py_AddPendingCall(&Heartbeat::beat, this) != 0);
-    return std::chrono::duration_cast<std::chrono::milliseconds>(now - asked_);
+    const MutexLock lock(mutex_);
+    if (isStopped_) return {};
+    if (!std::exchange(isAsked_, true)) {
+        since_ = now;
+        if (!thread_.joinable()) thread_ = std::thread([this] { run(); });
+        asked_.notify_one();
+    }
+    return std::chrono::duration_cast<std::chrono::milliseconds>(now - since_);
 }
 
-int Heartbeat::beat(void* heartbeat) {
-    static_cast<Heartbeat*>(heartbeat)->hasBeaten_.store(true);
-    return 0;
+void Heartbeat::run() {
+    MutexLock lock(mutex_);
+    for (;;) {
+        while (!isAsked_ && !isStopped_) asked_.wait(lock.native());
+        if (isStopped_) return;
+        lock.unlock();
+        withInterpreterLock([] {});
+        lock.lock();
+        isAsked_ = false;
+    }
+}
+
+void Heartbeat::stop() {
+    std::thread thread;
+    {
+        const MutexLock lock(mutex_);
+        isStopped_ = true;
+        thread.swap(thread_);
+    }
+    asked_.notify_one();
+    if (thread.joinable()) thread.join();
 }
 
 }  // namespace standalone

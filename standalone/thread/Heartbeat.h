@@ -1,31 +1,45 @@
 #pragma once
 
-#include <atomic>
 #include <chrono>
+#include <condition_variable>
+#include <thread>
+
+#include "connector/ThreadSafety.h"
 
 namespace standalone {
 
-/// Tells whether the interpreter thread still comes to where it looks at its signals, without disturbing it:
-/// a signal would break into system calls of the user's code. It comes there when it runs Python code, and
-/// whoever has released the interpreter's lock can be reached by a signal.
+/// Tells whether native code keeps the interpreter's lock, without disturbing it: a signal would break into
+/// system calls of the user's code. A thread of its own waits for the lock instead, from the first time that
+/// somebody asks. Running Python code gives the lock away within milliseconds, as does whatever waits.
 ///
-/// Threads: `attach` on the interpreter thread with the interpreter's lock; `deafFor` any, one at a time.
+/// Threads: `deafFor` any, one at a time; `stop` one that does not hold the interpreter's lock.
+/// Locks: mutex_, a leaf.
 class Heartbeat {
 public:
-    void attach();
+    Heartbeat() = default;
+    /// Call `stop` first.
+    ~Heartbeat() = default;
+    Heartbeat(const Heartbeat&) = delete;
+    Heartbeat& operator=(const Heartbeat&) = delete;
 
-    /// Since when it has neither run Python code nor released the interpreter's lock. Seen are only the
-    /// moments of the calls. Call it only while CPython lives.  Blocks: no.
-    std::chrono::milliseconds deafFor();
+    /// For how long the lock has not been had, as of the call before. Call it only while CPython lives.
+    /// Blocks: no.
+    std::chrono::milliseconds deafFor() EXCLUDES(mutex_);
+
+    /// Blocks: until the lock is had, if it is waited for.
+    void stop() EXCLUDES(mutex_);
 
 private:
     using Clock = std::chrono::steady_clock;
 
-    static int beat(void* heartbeat);
+    void run() EXCLUDES(mutex_);
 
-    void* state_ = nullptr;  // CPython's of the thread; fixed after `attach`
-    std::atomic<bool> hasBeaten_{true};
-    Clock::time_point asked_{};  // of `deafFor`
+    connector::Mutex mutex_;
+    std::condition_variable asked_;
+    bool isAsked_ GUARDED_BY(mutex_) = false;
+    bool isStopped_ GUARDED_BY(mutex_) = false;
+    Clock::time_point since_ GUARDED_BY(mutex_){};
+    std::thread thread_ GUARDED_BY(mutex_);
 };
 
 }  // namespace standalone

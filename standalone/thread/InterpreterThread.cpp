@@ -107,7 +107,6 @@ void InterpreterThread::start() {
     if (options_.traceDescriptor >= 0) python_->traceTo(options_.traceDescriptor);
     window_.startCapture();
     Interrupts::attach();
-    heartbeat_.attach();
     runner_ = std::make_unique<RequestRunner>(*queue_, prompts_, running_, window_, announcements_,
                                               placedEvents_, *python_, options_.observer);
     host::install(&environment_);
@@ -128,6 +127,7 @@ void InterpreterThread::finish() {
     shutdown::ShutdownRegistry::run(true);
     python_->finish();
     Interrupts::detach();
+    withoutInterpreterLock([this] { heartbeat_.stop(); });
     window_.stopCapture();
     runner_.reset();
     python_.reset();
