@@ -42,7 +42,8 @@ std::string line(const Worker& worker) {
     return text + " and then nothing";
 }
 
-void tell(const Worker& worker) { EXPECT_EQ(::write(worker.mainSocket(), "\n", 1), 1); }
+/// Lets it go on; one that was killed does not hear it.
+void tell(const Worker& worker) { [[maybe_unused]] const auto sent = ::write(worker.mainSocket(), "\n", 1); }
 
 std::size_t count(const std::filesystem::path& folder) {
     return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator(folder), {}));
