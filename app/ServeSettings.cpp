@@ -1,5 +1,7 @@
 #include "ServeSettings.h"
 
+#include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <filesystem>
 #include <fstream>
@@ -13,6 +15,7 @@
 #include <toml++/toml.h>
 
 #include "optionValues.h"
+#include "standalone/virtualEnvironment.h"
 #include "text.h"
 
 namespace app {
@@ -25,6 +28,9 @@ constexpr std::int64_t highestPort = std::numeric_limits<std::uint16_t>::max();
 constexpr std::int64_t mostThreads = 1000;
 constexpr std::int64_t mostConnections = 1'000'000;
 constexpr std::int64_t longestOwnerWaitMs = 3'600'000;
+constexpr std::int64_t mostInterpretersEver = 1000;
+constexpr std::size_t sha256Digits = 64;
+constexpr std::size_t longestId = 63;
 
 /// One file of settings, from which known keys are taken.
 class SettingsFile {
@@ -77,6 +83,37 @@ public:
         }
         if (setting.empty()) setting = std::move(values);
     }
+    /// The tables `[[tokens]]`.
+    void takeTokens(std::vector<gateway::TokenOptions>& tokens) {
+        const auto* const node = find("tokens");
+        if (!node) return;
+        if (!node->is_array_of_tables()) fail("tokens must be tables, each under [[tokens]]");
+        for (const auto& element : *node->as_array()) {
+            tokens.push_back(
+                tokenFrom(*element.as_table(), "tokens[" + std::to_string(tokens.size()) + "]."));
+        }
+    }
+    /// The tables `[interpreters.ID]`, which the gateway checks.
+    void takeInterpreters(std::map<std::string, std::string>& interpreters) {
+        const auto* const node = find("interpreters");
+        if (!node) return;
+        if (!node->is_table()) fail("interpreters must be tables, each under [interpreters.ID]");
+        for (const auto& [id, value] : *node->as_table()) {
+            const std::string name = "interpreters." + std::string(id.str());
+            if (!value.is_table()) fail(name + " must be a table");
+            auto table = *value.as_table();
+            if (table.contains("id")) fail(name + ".id is not a known setting");
+            table.insert("id", id.str());
+            for (const char* key : {"folder", "venv"}) {
+                const auto path = table[key].value_exact<std::string>();
+                if (path)
+                    table.insert_or_assign(key, fs::absolute(folder_ / *path).lexically_normal().string());
+            }
+            std::ostringstream json;
+            json << toml::json_formatter(table);
+            interpreters.emplace(id.str(), json.str());
+        }
+    }
     /// To be called when all that is known has been taken.
     void refuseUnknownKeys() const {
         for (const auto& entry : table_) fail(std::string(entry.first.str()) + " is not a known setting");
@@ -90,6 +127,47 @@ private:
         taken_.insert_or_assign(key, std::move(at->second));
         table_.erase(at);
         return taken_.get(key);
+    }
+    gateway::TokenOptions tokenFrom(const toml::table& table, const std::string& path) const {
+        const auto strings = [&](const char* key) {
+            std::vector<std::string> values;
+            const auto* const array = table[key].as_array();
+            for (std::size_t i = 0; array && i < array->size(); ++i) {
+                values.push_back((*array)[i].value_exact<std::string>().value_or(""));
+            }
+            return values;
+        };
+        gateway::TokenOptions token{.sha256 = table["sha256"].value_exact<std::string>().value_or(""),
+                                    .interpreters = strings("interpreters"),
+                                    .rights = strings("rights")};
+        std::ranges::transform(token.sha256, token.sha256.begin(),
+                               [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+        if (token.sha256.size() != sha256Digits ||
+            token.sha256.find_first_not_of("0123456789abcdef") != std::string::npos) {
+            fail(path + "sha256 must be the 64 hexadecimal digits of the SHA-256 of a token");
+        }
+        if (token.interpreters.empty() || !std::ranges::all_of(token.interpreters, isNameOfInterpreters)) {
+            fail(path + "interpreters must be an array of ids, which may end with *");
+        }
+        const auto isRight = [](const std::string& right) {
+            return right == "use" || right == "restart" || right == "create";
+        };
+        if (token.rights.empty() || !std::ranges::all_of(token.rights, isRight)) {
+            fail(path + R"(rights must be an array of "use", "restart" and "create")");
+        }
+        for (const auto& [key, value] : table) {
+            if (key != "sha256" && key != "interpreters" && key != "rights") {
+                fail(path + std::string(key.str()) + " is not a known setting");
+            }
+        }
+        return token;
+    }
+    static bool isNameOfInterpreters(std::string_view name) {
+        if (name.empty()) return false;
+        if (name.ends_with('*')) name.remove_suffix(1);
+        return name.size() <= longestId && std::ranges::all_of(name, [](char c) {
+                   return (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '-';
+               });
     }
     [[noreturn]] void fail(const std::string& reason) const { throw InputError(name_ + ": " + reason); }
 
@@ -158,6 +236,9 @@ void ServeSettings::readFile() {
     settings.take("handler_queue", handlerQueue, 0, 1'000'000);
     settings.take("io_threads", ioThreads, 1, 64);
     settings.take("owner_wait", ownerWaitMs, 0, longestOwnerWaitMs);
+    settings.take("max_interpreters", mostInterpreters, 1, mostInterpretersEver);
+    settings.takeTokens(tokens);
+    settings.takeInterpreters(interpreters);
     settings.refuseUnknownKeys();
 }
 
@@ -176,6 +257,10 @@ gateway::GatewayOptions ServeSettings::gatewayOptions() const {
     options.handlerThreads = handlerThreads.value_or(options.handlerThreads);
     options.handlerQueue = handlerQueue.value_or(options.handlerQueue);
     options.ioThreads = ioThreads.value_or(options.ioThreads);
+    options.tokens = tokens;
+    options.interpreters = interpreters;
+    options.mostInterpreters = mostInterpreters.value_or(options.mostInterpreters);
+    options.checkVenv = [](const fs::path& folder) { standalone::programOf(folder.string()); };
     if (ownerWaitMs) options.ownerWait = std::chrono::milliseconds(*ownerWaitMs);
     return options;
 }

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -32,6 +33,9 @@ struct ServeSettings {
     std::optional<std::size_t> handlerQueue;
     std::optional<std::size_t> ioThreads;
     std::optional<int> ownerWaitMs;
+    std::optional<std::size_t> mostInterpreters;
+    std::vector<gateway::TokenOptions> tokens;
+    std::map<std::string, std::string> interpreters;  ///< by id, as GatewayOptions has them
     std::optional<std::string> file;
     bool mock = false;
 

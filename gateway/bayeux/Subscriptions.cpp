@@ -18,7 +18,8 @@ using Poco::JSON::Array;
 namespace {
 
 constexpr dispatch::Member ownMembers[] = {
-    {.name = "after", .kind = dispatch::Member::Kind::Integer, .most = dispatch::unlimited}};
+    {.name = "after", .kind = dispatch::Member::Kind::Integer, .most = dispatch::unlimited},
+    {.name = "life", .kind = dispatch::Member::Kind::Integer, .most = dispatch::unlimited}};
 
 /// The names in a message and, when they cannot be taken, why not.
 struct Names {

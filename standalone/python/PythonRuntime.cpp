@@ -11,7 +11,7 @@
 #include "python/InterpreterServices.h"
 #include "python/PyRef.h"
 #include "python/frozenModules.h"
-#include "python/virtualEnvironment.h"
+#include "standalone/virtualEnvironment.h"
 
 namespace standalone {
 

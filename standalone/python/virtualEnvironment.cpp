@@ -1,5 +1,5 @@
 #define PY_SSIZE_T_CLEAN
-#include "python/virtualEnvironment.h"
+#include "standalone/virtualEnvironment.h"
 
 #include <filesystem>
 #include <fstream>

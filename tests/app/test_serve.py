@@ -176,6 +176,14 @@ class ServeTest(unittest.TestCase):
             "hosts = [1]": "hosts must be an array of strings",
             "log_level = 'loud'": "log_level must be debug, info, warning or error",
             "a =": "line 1",
+            "tokens = 1": "tokens must be tables, each under [[tokens]]",
+            "[[tokens]]\nsha256 = 'x'": "tokens[0].sha256 must be the 64 hexadecimal digits",
+            f"[[tokens]]\nsha256 = '{64 * 'A'}'\ninterpreters = [1]": "tokens[0].interpreters must be an array of ids",
+            f"[[tokens]]\nsha256 = '{64 * '0'}'\ninterpreters = ['*']\nrights = ['all']": "tokens[0].rights must be",
+            "[interpreters.Lab]": "interpreters.Lab: id must be 1 to 63 small letters",
+            "[interpreters.lab]\nid = 'x'": "interpreters.lab.id is not a known setting",
+            "[interpreters.lab]\nmemoryMiB = -1": "interpreters.lab: memoryMiB must be an integer between 0",
+            "[interpreters.lab]\nvenv = 'no'": "interpreters.lab: venv must be the absolute path of a folder",
         }
         for given, message in rows.items():
             with self.subTest(given), tempfile.NamedTemporaryFile("w", suffix=".toml") as file:

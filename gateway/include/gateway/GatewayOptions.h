@@ -74,7 +74,7 @@ struct GatewayOptions {
 
     std::vector<TokenOptions> tokens{};
     /// What is known of interpreters beforehand, by their ids: the JSON object that POST /interpreters takes,
-    /// without "id". They start on demand.
+    /// whose "id", if any, must be one. They start on demand.
     std::map<std::string, std::string> interpreters{};
     std::size_t mostInterpreters = 32;
     /// Null: there is the default one alone, in this process.
