@@ -25,6 +25,8 @@ namespace app {
 namespace {
 
 constexpr auto timeToSend = std::chrono::milliseconds(500);
+constexpr auto interruptInterval = std::chrono::milliseconds(100);
+constexpr int interruptsOfStreams = 10;
 
 /// Has the log go over the link while it exists.
 class LogOverLink {
@@ -72,6 +74,14 @@ standalone::HostOptions hostOptions(const WorkerProcess& process, const links::S
     return options;
 }
 
+// While there is a service yet that tells their clients.
+void endStreams(standalone::StandaloneHost& host) {
+    for (int i = 0; i < interruptsOfStreams; ++i) {
+        if (host.requestCounter()->waitUntilIdle(interruptInterval)) return;
+        host.zvm()->interrupt();
+    }
+}
+
 void serve(standalone::StandaloneHost& host, worker::Link& link) {
     const auto serializer = std::make_shared<connector::json::JsonSerializer>();
     const connector::interpreter::Module module({.framework = host.framework(),
@@ -87,6 +97,7 @@ void serve(standalone::StandaloneHost& host, worker::Link& link) {
                 }});
     link.awaitStop();
     link.stop();
+    endStreams(host);
 }
 
 int runWorker() {

@@ -39,9 +39,12 @@ std::string headOf(const std::string& channel, const RequestOrigin* origin) {
 }  // namespace
 
 struct LinkMessageService::Watch {
+    Watch(SubscribeHandler onSubscribe, UnsubscribeHandler onUnsubscribe)
+        : subscribed(std::move(onSubscribe)), unsubscribed(std::move(onUnsubscribe)) {}
+
     const SubscribeHandler subscribed;
     const UnsubscribeHandler unsubscribed;
-    messages::HandlerGate gate{};
+    messages::HandlerGate gate;
     bool isTold = false;  // what is there; under the mutex of the service
 };
 

@@ -40,14 +40,23 @@ std::shared_ptr<ContextState> contextFrom(const Head& head, const std::string& t
     return context;
 }
 
-// Tells of the end of a streamed request when it has ended and its reply is sent, whichever comes last.
-class End {
+// What the gateway is told of a streamed request: whether it is taken, then that it has ended. It may end
+// before the handlers have returned; its client must not know of that before its name is free again.
+//
+// Threads: any.  Locks: mutex_; the writer's is taken under it, so that the two keep their order.
+class StreamedReply {
 public:
-    End(std::shared_ptr<links::FrameWriter> writer, std::uint64_t id) : writer_(std::move(writer)), id_(id) {}
+    StreamedReply(std::shared_ptr<links::FrameWriter> writer, std::uint64_t id)
+        : writer_(std::move(writer)), id_(id) {}
 
-    void note() noexcept {
-        if (--left_ > 0) return;
+    void reply(const RequestRefusal& refusal) EXCLUDES(mutex_) {
+        const connector::MutexLock lock(mutex_);
+        replyLocked(refusal);
+    }
+    void end(const RequestRefusal& refusal = {}) noexcept EXCLUDES(mutex_) {
         try {
+            const connector::MutexLock lock(mutex_);
+            replyLocked(refusal);
             writer_->send({.kind = Kind::Ended, .id = id_, .head = {}, .body = {}});
         } catch (const std::exception& error) {
             foundation::log::DiagnosticLogger("worker").error("The end of a request could not be told: " +
@@ -56,9 +65,16 @@ public:
     }
 
 private:
+    void replyLocked(const RequestRefusal& refusal) REQUIRES(mutex_) {
+        if (std::exchange(isReplied_, true)) return;
+        const links::ReplyHead head{static_cast<std::uint64_t>(refusal.status), refusal.reason};
+        writer_->send({.kind = Kind::Reply, .id = id_, .head = head.encode(), .body = {}});
+    }
+
     const std::shared_ptr<links::FrameWriter> writer_;
     const std::uint64_t id_;
-    std::atomic<int> left_{2};
+    connector::Mutex mutex_;
+    bool isReplied_ GUARDED_BY(mutex_) = false;
 };
 
 }  // namespace
@@ -156,37 +172,28 @@ RequestReceiver::Context RequestReceiver::contextOf(const links::MessageHead& he
     return context;
 }
 
-void RequestReceiver::message(links::Frame frame) {
-    const auto head = links::MessageHead::decode(frame.head);
+RequestReceiver::Reservation RequestReceiver::reserve(const std::string& name,
+                                                      std::function<void()> released) {
     auto* const dispatcher = dispatcher_.load();
-    const auto end = std::make_shared<End>(main_, frame.id);
-    RequestOrigin origin{.request = head.request, .pace = clients_.paceOf(head.isPaced ? head.client : 0)};
-    RequestRefusal refusal;
-    if (frame.id != 0) {
-        if (dispatcher == nullptr) {
-            refusal = {503, "the interpreter does not take requests now"};
-        } else {
-            origin.reservation = dispatcher->names()->reserve(head.request, [end] { end->note(); });
-            if (!origin.reservation) {
-                refusal = {409, "ext.connector.request must not be the name of a request that has not ended"};
-            }
-        }
-        if (!origin.reservation) end->note();
-    }
-    if (refusal.status == 0) {
-        const auto context = contextOf(head);
-        RequestOrigin::set(*context, std::move(origin));
-        messages_.deliver({head.channel, std::move(frame.body), context});
-        refusal = context->getOr(RequestRefusal::contextKey, RequestRefusal());
-    }
-    if (frame.id == 0) return;
-    reply(frame.id, static_cast<std::uint64_t>(refusal.status), refusal.reason);
-    end->note();
+    if (dispatcher == nullptr) throw RequestRefusal{503, "the interpreter does not take requests now"};
+    auto reservation = dispatcher->names()->reserve(name, std::move(released));
+    if (reservation) return reservation;
+    throw RequestRefusal{409, "ext.connector.request must not be the name of a request that has not ended"};
 }
 
-void RequestReceiver::reply(std::uint64_t id, std::uint64_t status, const std::string& reason) {
-    main_->send(
-        {.kind = Kind::Reply, .id = id, .head = links::ReplyHead{status, reason}.encode(), .body = {}});
+void RequestReceiver::message(links::Frame frame) {
+    const auto head = links::MessageHead::decode(frame.head);
+    const auto reply = frame.id != 0 ? std::make_shared<StreamedReply>(main_, frame.id) : nullptr;
+    RequestOrigin origin{.request = head.request, .pace = clients_.paceOf(head.isPaced ? head.client : 0)};
+    try {
+        if (reply) origin.reservation = reserve(head.request, [reply] { reply->end(); });
+    } catch (const RequestRefusal& refusal) {
+        return reply->end(refusal);
+    }
+    const auto context = contextOf(head);  // with its end, that of a refused request has come
+    RequestOrigin::set(*context, std::move(origin));
+    messages_.deliver({head.channel, std::move(frame.body), context});
+    if (reply) reply->reply(context->getOr(RequestRefusal::contextKey, RequestRefusal()));
 }
 
 }  // namespace worker

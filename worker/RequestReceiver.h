@@ -39,11 +39,13 @@ public:
 
 private:
     using Context = std::shared_ptr<connector::common::ContextState>;
+    using Reservation = std::shared_ptr<connector::common::RequestNames::Reservation>;
 
     Context contextOf(const links::MessageHead& head);
     void submit(links::FrameWriter& writer, links::Frame frame, const links::RequestHead& head);
     static void respond(links::FrameWriter& writer, std::uint64_t id, dispatch::Answer answer) noexcept;
-    void reply(std::uint64_t id, std::uint64_t status, const std::string& reason);
+    /// Throws: connector::common::RequestRefusal.
+    Reservation reserve(const std::string& name, std::function<void()> released);
 
     const std::shared_ptr<links::FrameWriter> main_;
     const std::shared_ptr<links::FrameWriter> control_;
