@@ -34,4 +34,9 @@ void Desk::countCompletion(const std::string& data) {
     ++(data == connector::json::quoted(connector::wire::completion::success) ? successes_ : failures_);
 }
 
+void Desk::stopDeleted() {
+    port_->stopDeleted();
+    stop();
+}
+
 }  // namespace gateway::interpreters

@@ -39,8 +39,10 @@ public:
     void start() { absentClients_->start(); }
     /// Ends requests, as the port says, then the sessions of clients, while answers can still be sent.
     void stop();
-    /// Whether nothing is left of its sessions and sockets once it has stopped.
-    bool isUnused() const { return bayeux_.isUnused(); }
+    /// The same for one that a client has deleted.
+    void stopDeleted();
+    /// Whether nothing is left of its sessions, sockets and processes once it has stopped.
+    bool isUnused() const { return bayeux_.isUnused() && port_->isUnused(); }
 
     const std::string& id() const { return id_; }
     ports::InterpreterPort& port() const { return *port_; }

@@ -80,7 +80,7 @@ void Registry::remove(std::string_view id, std::function<void()> removed) {
         desk = std::move(found->second);
     }
     const auto end = [this, desk, removed = std::move(removed)] {
-        desk->stop();
+        desk->stopDeleted();
         retire(desk);
         takeUnused();
         removed();

@@ -1,6 +1,5 @@
 #include "metrics/metricsPage.h"
 
-#include <functional>
 #include <string_view>
 
 namespace gateway::metrics {

@@ -73,6 +73,10 @@ public:
     /// Answers what is queued, and what comes later, with 503; interrupts what runs.
     /// Blocks: until that has ended; for code that is streamed, only a moment.
     virtual void stop() = 0;
+    /// The same for an interpreter that a client has deleted.
+    virtual void stopDeleted() { stop(); }
+    /// Whether nothing of it is left that could use the message service, once it has stopped.
+    virtual bool isUnused() const { return true; }
 };
 
 }  // namespace gateway::ports

@@ -390,7 +390,7 @@ void WorkerLife::waitForTrace(const WorkerPtr& worker, const std::string& cause,
         }));
 }
 
-void WorkerLife::stop() {
+void WorkerLife::stop(std::string_view cause) {
     Actions actions;
     {
         const MutexLock lock(mutex_);
@@ -398,7 +398,7 @@ void WorkerLife::stop() {
         refuseWaitingLocked(stopped(), actions);
         answerRestartsLocked(stopped(), actions);
         if (phase_ == Phase::Starting || phase_ == Phase::Ready || phase_ == Phase::Stopping) {
-            beginStopLocked(cause::serverStopped, phase_ == Phase::Starting, actions);
+            beginStopLocked(cause, phase_ == Phase::Starting, actions);
         }
     }
     run(actions);

@@ -51,7 +51,7 @@ public:
     void submit(Work work) EXCLUDES(mutex_);
     void restart(bool force, std::optional<std::uint64_t> life, Answered answered) EXCLUDES(mutex_);
     /// Ends the process, for good.  Blocks: until it is dead, three seconds at the most or little more.
-    void stop() EXCLUDES(mutex_);
+    void stop(std::string_view cause = supervisor::cause::serverStopped) EXCLUDES(mutex_);
 
     bool isReady() const EXCLUDES(mutex_);
     std::uint64_t number() const EXCLUDES(mutex_);

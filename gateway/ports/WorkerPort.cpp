@@ -52,5 +52,6 @@ void WorkerPort::stop() { life_->stop(); }
 void WorkerPort::setWatchers(std::function<std::size_t()> watchers) {
     life_->setWatchers(std::move(watchers));
 }
+void WorkerPort::stopDeleted() { life_->stop(supervisor::cause::deletedByAClient); }
 
 }  // namespace gateway::ports

@@ -31,6 +31,8 @@ public:
                 const Context& context, const Taken& taken) override;
     const std::shared_ptr<connector::common::RequestNames>& names() const override { return names_; }
     bool isReady() const override;
+    bool isUnused() const override { return life_.use_count() == 1; }
+    void stopDeleted() override;
     PortMetrics metrics() const override;
     std::uint64_t life() const override;
     InterpreterState state() const override;

@@ -93,6 +93,25 @@ TEST(TokenTest, isFoundInHeaderAndQueryAndItsKeyAmongOtherCookies) {
     }
 }
 
+TEST(TokenTest, thatIsRestrictedHasAKeyOfItsOwnWithItsRightsAlone) {
+    using gateway::access::Right;
+    const auto policyOf = [](const char* token) {
+        return AccessPolicy({.token = token,
+                             .restricted = {{gateway::access::digestOf("other"),
+                                             {.interpreters = {"lab", "team-*"}, .rights = {Right::Use}}}}},
+                            1);
+    };
+    const AccessPolicy policy = policyOf("secret");
+    HttpRequest request;
+    request.cookie = policy.setCookie(*policy.grantOf("other"));
+    const auto* grant = policy.grantOf(request);
+    ASSERT_EQ(grant, policy.grantOf("other"));
+    for (const char* id : {"lab", "team-", "team-1"}) EXPECT_TRUE(grant->allows(Right::Use, id)) << id;
+    for (const char* id : {"lab1", "team", "default", "*"}) EXPECT_FALSE(grant->covers(id)) << id;
+    EXPECT_FALSE(grant->allows(Right::Restart, "lab"));
+    EXPECT_EQ(policyOf("another secret").grantOf(request), nullptr);
+}
+
 TEST(TokenTest, madeUpOnesAreGoodAndChosenOnesMustBe) {
     using gateway::access::makeToken, gateway::access::tokenProblem;
     EXPECT_EQ(tokenProblem(makeToken()), "");
