@@ -398,10 +398,11 @@ void WorkerLink::endStream(const InFlight::Stream& stream, const supervisor::Dea
     if (stream.reservation) stream.reservation->release();
     stream.ofClient->end();
     events_.streamEnded(stream.clientType);
-    if (stream.taken) return stream.taken({502, record.sentence()});
+    // It may have run already, so it ends as what was taken does.
+    if (stream.taken) stream.taken({});
     const auto pace = paces_.paceOf(stream.name);
     publish(wire::channel::error, connector::json::quoted(record.sentence() + "\n"),
-            {.request = stream.name, .pace = pace});
+            {.request = stream.name, .pace = pace, .death = record.brief()});
     publish(wire::channel::completion, connector::json::quoted(wire::completion::failure),
             {.request = stream.name, .pace = pace, .death = record.brief()});
 }
