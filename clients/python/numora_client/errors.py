@@ -65,7 +65,7 @@ def refusal(reply: dict[str, Any]) -> CallError:
         return InterpreterDied(death_from(death), code)
     data = reply.get("data")
     if isinstance(data, dict) and data.get("error"):
-        return CallError(data["error"])
+        return CallError(data["error"], code=code)
     if not parts:
         return CallError(error)
     text = error[parts.end():]

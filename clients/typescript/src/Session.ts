@@ -1,5 +1,5 @@
 import {AckExtension, CometD, type Message as BayeuxMessage} from "cometd";
-import {NumoraError, detailOf, errorOf} from "./errors.js";
+import {NumoraError, errorOf} from "./errors.js";
 import {prepareEnvironment, socketFailures} from "./environment.js";
 import type {Death} from "./interpreters.js";
 import {newName} from "./names.js";
@@ -247,7 +247,7 @@ export class Session {
                 if (extensionOf(answer).dropped) {
                     call.reject(new NumoraError("dropped", "the code was not run, because an interrupt came while it waited"));
                 } else if (answer.successful) call.resolve(answer.data);
-                else call.reject(answer.data && !extensionOf(answer).death ? new NumoraError("failed", detailOf(answer.data)) : errorOf(answer));
+                else call.reject(errorOf(answer));
             });
         });
     }

@@ -36,12 +36,8 @@ export class InterpreterDied extends NumoraError {
 interface FailedReply {
     error?: string;
     failure?: {reason?: string};
+    data?: unknown;
     ext?: {connector?: {death?: Death}};
-}
-
-/** What the data of a failed answer say about it. */
-export function detailOf(data: unknown): string {
-    return (data as {error?: string}).error ?? JSON.stringify(data);
 }
 
 /** The error that a failed reply tells: "code:arguments:text" of the server, or what became of the connection. */
@@ -50,6 +46,8 @@ export function errorOf(reply: FailedReply): NumoraError {
     const death = reply.ext?.connector?.death;
     if (death) return new InterpreterDied(death, code);
     if (code === "402") return NumoraError.disconnected("the server ended the session");
+    const detail = (reply.data as {error?: string} | undefined)?.error;  // of the answer to a call
+    if (detail) return new NumoraError(code ?? "failed", detail);
     if (code) return new NumoraError(code, channel ? `${text} (${channel})` : text);
     return NumoraError.disconnected(reply.error || reply.failure?.reason || "the connection was lost");
 }
