@@ -170,6 +170,16 @@ class RemoteConsoleTest(ConsoleTest):
         self.server = self.enterContext(Server())
         self.options = ["--url", self.server.line]
 
+    def test_goes_on_in_another_life_of_an_interpreter_that_dies(self):
+        terminal = self.open()
+        terminal.enter("import ctypes; x = input('Name? '); ctypes.string_at(0)", "Name? ")
+        self.assertEqual(terminal.enter("Ada", ">>> "),
+                         '\nnumora: The interpreter "default" has died: SIGSEGV (segmentation fault) while it ran '
+                         'connector/v1/Eval. Its variables are lost; the next request starts it anew.\n')
+        self.assertEqual(terminal.enter("'x' in globals()", ">>> "), "\nFalse\n")
+        self.assertEqual(run("restart", *self.options)[0], 0)
+        self.assertIn("numora: the interpreter was started anew since", terminal.enter("5", "\n5\n>>> "))
+
     def test_a_server_that_goes_away_ends_it_with_status_1(self):
         terminal = self.open()
         self.server.stop(signal.SIGKILL)

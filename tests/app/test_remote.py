@@ -2,6 +2,7 @@
 
 import concurrent.futures
 import http.server
+import json
 import os
 import re
 import signal
@@ -59,7 +60,7 @@ class SameAsInProcessTest(unittest.TestCase):
 class RemoteTest(unittest.TestCase):
     def test_interrupt_signal_ends_the_running_code_only(self):
         for options in [], ["--stream"]:
-            with self.subTest(options), Signal() as begun, Server(pass_fds=[begun.descriptor]) as server:
+            with self.subTest(options), Signal() as begun, Server() as server:
                 with start("eval", "--url", server.url, *options, begun.code + "\nwhile True: pass", "7") as process:
                     begun.wait()
                     process.send_signal(signal.SIGINT)
@@ -94,20 +95,19 @@ class RemoteTest(unittest.TestCase):
                 self.assertEqual(b'"/connector/dropped"' in out, bool(options))
 
     def test_stream_survives_cut_connections(self):
-        read, write = os.pipe()
-        self.addCleanup(os.close, write)
-        self.addCleanup(os.close, read)
-        with Server("--allow-host", "127.0.0.1", pass_fds=[read]) as server, CuttingProxy(server.port) as proxy:
-            code = f"import os\nprint('one')\n_ = os.read({read}, 1)\nprint('two')"
+        go = os.path.join(self.enterContext(tempfile.TemporaryDirectory()), "go")
+        os.mkfifo(go)
+        with Server("--allow-host", "127.0.0.1") as server, CuttingProxy(server.port) as proxy:
+            code = f"print('one')\n_ = open({go!r}).read()\nprint('two')"
             with start("eval", "--stream", "--url", f"http://127.0.0.1:{proxy.port}", "--token", TOKEN, code) as process:
                 self.assertEqual(process.stdout.readline(), b"one\n")
                 proxy.cut()
-                os.write(write, b"x")
+                with open(go, "w") as end: end.write("x")
                 self.assertEqual((*process.communicate(timeout=60), process.returncode), (b"two\n", b"", 0))
 
     def test_lost_server_is_told(self):
         for options in [], ["--stream"]:
-            with self.subTest(options), Signal() as begun, Server(pass_fds=[begun.descriptor]) as server:
+            with self.subTest(options), Signal() as begun, Server() as server:
                 code = f"import time\n{begun.code}\ntime.sleep(60)"
                 with start("eval", *options, "--url", server.url, code) as process:
                     begun.wait()
@@ -181,6 +181,43 @@ class RemoteTest(unittest.TestCase):
                         self.assertEqual((status, out), (1, ""))
                         self.assertRegex(err, r"^numora: cannot connect with TLS to https://\S+/: "
                                               r"certificate verify failed[^\n]*\n$")
+
+
+class InterpretersTest(unittest.TestCase):
+    def test_a_death_ends_commands_with_its_sentence_and_can_be_looked_up(self):
+        died = r'\Anumora: The interpreter "default" has died: SIGABRT [^\n]* the next request starts it anew\.\n\Z'
+        with Server() as server:
+            def numora(*arguments):
+                return run(*arguments, NUMORA_URL=server.url)
+
+            for command in ["eval", "import os; os.abort()", "7"], ["call", "os.abort"]:
+                with self.subTest(command):
+                    status, out, err = numora(*command)
+                    self.assertEqual((status, out), (1, ""))
+                    self.assertRegex(err, died)
+            self.assertEqual(numora("restart"), (0, 'The interpreter "default" has begun its life number 3.\n', ""))
+            status, out, err = numora("eval", "--stream", "print('first', flush=True); _ = input()", "x", "import os; os.abort()", "7")
+            self.assertEqual((status, out), (1, "first\n"))
+            self.assertRegex(err, died)
+            status, out, err = numora("deaths", "-n", "1")
+            self.assertRegex(out, r'(?s)has died: SIGABRT.*\n  life 3, .*import os; os.abort\(\)\n.*first\n.*Fatal Python error: Aborted')
+            lives = [json.loads(line)["life"] for line in numora("deaths", "--json")[1].splitlines()]
+            self.assertEqual(lives, [3, 2, 1])
+
+    def test_interpreters_are_made_used_and_deleted(self):
+        with Server() as server:
+            def numora(*arguments):
+                return run(*arguments, NUMORA_URL=server.url)
+
+            self.assertEqual(numora("interpreters", "create", "lab1", "--env", "LAB=one"), (0, "lab1\n", ""))
+            code = "import os; print(os.environ.get('LAB'))"
+            for address in ["--interpreter", "lab1"], ["--url", server.url.replace("/?", "/interpreters/lab1/?")]:
+                self.assertEqual(numora("eval", *address, code), (0, "one\n", ""))
+            self.assertEqual(numora("eval", code), (0, "None\n", ""))
+            self.assertRegex(numora("interpreters")[1], r"(?m)^lab1 +ready, idle +1 +\d+ MiB$")
+            self.assertEqual(numora("interpreters", "delete", "lab1"), (0, "", ""))
+            self.assertEqual(numora("interpreters", "delete", "lab1"),
+                             (1, "", 'numora: the server answered with status 404: There is no interpreter "lab1".\n'))
 
 
 class Answering:

@@ -39,7 +39,7 @@ class ServeTest(unittest.TestCase):
             "asks for input": (signal.SIGHUP, "input()"),
         }
         for name, (number, code) in rows.items():
-            with self.subTest(name), Signal() as begun, Server(pass_fds=[begun.descriptor]) as server:
+            with self.subTest(name), Signal() as begun, Server() as server:
                 running = server.start_eval(begun.code + "\n" + code)
                 begun.wait()
                 status, out, err, seconds = server.stop(number)
@@ -50,7 +50,7 @@ class ServeTest(unittest.TestCase):
     def test_code_that_no_interrupt_ends_does_not_keep_it(self):
         code = ("import signal\nsignal.pthread_sigmask(signal.SIG_BLOCK, [signal.SIGINT, signal.SIGRTMIN])\n"
                 "while True: pass")
-        with Signal() as begun, Server(pass_fds=[begun.descriptor]) as server:
+        with Signal() as begun, Server() as server:
             running = server.start_eval(code.replace("while", begun.code + "\nwhile"))
             begun.wait()
             status, _, err, seconds = server.stop(signal.SIGTERM)

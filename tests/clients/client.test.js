@@ -213,6 +213,32 @@ print('last')`);
     });
 });
 
+test("an interpreter that dies ends what was under way, and its client goes on", limits, async t => {
+    const {id} = await client.createInterpreter({env: {LAB: "one"}});
+    const lab = await client.interpreter(id);
+    t.after(() => lab.close());
+    const died = {name: "InterpreterDied", code: "502", cause: "signal", detail: "SIGABRT", life: 1};
+    const stream = lab.stream("import os\nprint('first', os.environ['LAB'])\ninput()\nos.abort()");
+    const told = [];
+    let waiting;
+    await assert.rejects(async () => {
+        for await (const event of stream) {
+            if (event.type === "text") told.push(event.text);
+            if (event.type !== "input") continue;
+            waiting = assert.rejects(lab.call("print"), died);
+            await stream.input("");
+        }
+    }, died);
+    assert.deepEqual(told, ["first one\n"]);
+    await waiting;
+    assert.equal((await lab.eval("'here'")).text, "'here'\n");
+    assert.match((await lab.deaths())[0].request.code, /os\.abort/);
+    await assert.rejects(lab.restart({life: 1}), {code: "409"});
+    assert.equal((await lab.restart({force: true, life: 2})).life, 3);
+    await client.deleteInterpreter(id);
+    assert.ok(!(await client.interpreters()).some(each => each.id === id));
+});
+
 // Bytes after which connections are cut: before an answer, within its head, within a frame, and later.
 const cuts = [200, 0, 2_000, 70, 0, 500, 3_000, {up: 350}, 0, 1_000];
 for (const transport of ["websocket", "long-polling"]) {

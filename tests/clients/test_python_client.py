@@ -1,8 +1,10 @@
 """The Python client against a server, over connections that are cut."""
 
 import asyncio
+import contextlib
 import gc
 import os
+import pickle
 import re
 import signal
 import subprocess
@@ -64,7 +66,7 @@ class ClientTest(ClientTestCase):
         self.assertEqual(await self.client.call("len", "\ud83d\ude00"), 1)
         for request, error, message in [
             (self.client.call("nosuch"), "CallError", "^NameError: there is no function named 'nosuch'$"),
-            (self.client._call("a/b", {}), "CallError", "^/service/a/b: no such request type$"),
+            (self.client._call("a/b", {}), "CallError", "^There is no such message type[.]$"),
             (self.client.call("len", float("nan")), "ValueError", "^Out of range float"),
             (self.client.call("len", "\ud800"), "ValueError", "^text must not hold surrogates without"),
             (self.client.call("len", "x" * (17 << 20)), "Disconnected", "^a request must have at most 16 MiB$"),
@@ -210,6 +212,58 @@ class RestartTest(ClientTestCase):
         self.assertIn("/connector/gap", [message.channel for message in got])
 
 
+class InterpretersTest(ClientTestCase):
+    @contextlib.asynccontextmanager
+    async def assertDies(self, *, life, detail):
+        with self.assertRaises(numora_client.InterpreterDied) as died:
+            yield
+        error = pickle.loads(pickle.dumps(died.exception))
+        self.assertEqual((error.life, error.detail, error.code), (life, detail, 502))
+        self.assertIn(" has died: ", str(error))
+
+    async def test_what_was_under_way_fails_after_all_that_it_printed_and_the_next_call_works(self):
+        states = await self.enter(self.client.messages("/connector/interpreter"))
+        stream = await self.enter(self.client.stream("for i in range(1000): print(i)\ninput()\nimport os; os.abort()"))
+        events, waiting = [], []
+
+        async def type_when_asked(event):
+            events.append(event)
+            if isinstance(event, Prompt) and event.number:
+                waiting.append(asyncio.create_task(self.client.call("print", nargout=0)))
+                await self.client.type(event, "")
+
+        async with self.assertDies(life=1, detail="SIGABRT"):
+            await asyncio.wait_for(self.read(stream, type_when_asked), LIMIT)
+        text = "".join(event.text for event in events if not isinstance(event, Prompt))
+        self.assertEqual(text.split(), [str(i) for i in range(1000)])
+        async with self.assertDies(life=1, detail="SIGABRT"):
+            await asyncio.wait_for(waiting[0], LIMIT)
+        self.assertEqual((await self.client.eval("6 * 7")).text, "42\n")
+        [record] = await self.client.deaths()
+        self.assertEqual((record.life, record.request.type), (1, "/eval/request"))
+        self.assertIn("os.abort()", record.request.code)
+        self.assertEqual((await self.client.restart(life=2)).life, 3)
+        with self.assertRaisesRegex(numora_client.CallError, "life") as refused:
+            await self.client.restart(life=2)
+        self.assertEqual(refused.exception.code, 409)
+        while (message := await asyncio.wait_for(states.__anext__(), LIMIT)).data["life"] < 3: pass
+
+    async def test_interpreters_have_variables_of_their_own_and_one_dies_alone(self):
+        created = await self.client.create_interpreter("lab1", env={"LAB": "one"})
+        self.assertEqual((created.id, created.state), ("lab1", "absent"))
+        lab = await self.enter(self.client.interpreter("lab1"))
+        await self.client.eval("x = 6")
+        self.assertEqual((await lab.eval("import os; 'x' in globals(), os.environ['LAB']")).text, "(False, 'one')\n")
+        async with self.assertDies(life=1, detail="status 3"):
+            await lab.eval("os._exit(3)")
+        self.assertEqual((await self.client.eval("x * 7")).text, "42\n")
+        deaths = {each.id: each.last_death and each.last_death.detail for each in await self.client.interpreters()}
+        self.assertEqual(deaths["lab1"], "status 3")
+        await self.client.delete_interpreter("lab1")
+        with self.assertRaisesRegex(numora_client.CallError, '^There is no interpreter "lab1"[.]$'):
+            await lab.deaths()
+
+
 class ScriptTest(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
@@ -223,14 +277,14 @@ class ScriptTest(unittest.TestCase):
     def test_the_examples_of_the_readme_print_what_it_says(self):
         with open(os.path.join(FOLDER, "README.md"), encoding="utf-8") as readme:
             examples = re.findall(r"```python\n(.*?)```\n\n```text\n(.*?)```", readme.read(), re.DOTALL)
-        self.assertEqual(len(examples), 4)
+        self.assertEqual(len(examples), 5)
         for code, output in examples:
             self.assertEqual(self.start(code).communicate(timeout=LIMIT), (output, ""), code)
 
     def test_ctrl_c_interrupts_the_code(self):
         for wait in ("for event in client.stream(code): pass", "client.eval(code)",
                      "with client.stream(code): time.sleep(1000)"):
-            with self.subTest(wait), Signal() as begun, Server(pass_fds=[begun.descriptor]) as server:
+            with self.subTest(wait), Signal() as begun, Server() as server:
                 script = self.start(f"import numora_client, time\ncode = {begun.code + chr(10)!r} + 'while True: pass'\n"
                                     f"with numora_client.connect('{server.url}') as client:\n    {wait}")
                 begun.wait()

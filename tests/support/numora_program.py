@@ -10,6 +10,7 @@ import select
 import signal
 import socket
 import subprocess
+import tempfile
 import threading
 import time
 
@@ -32,9 +33,9 @@ def start(*arguments, pass_fds=()):
 class Server:
     """A server with a token of the tests, which is stopped at the end of the block."""
 
-    def __init__(self, *arguments, token=True, port=0, program=NUMORA, environment=None, pass_fds=()):
+    def __init__(self, *arguments, token=True, port=0, program=NUMORA, environment=None):
         chosen = ["--token", TOKEN] if token else []
-        self._process = subprocess.Popen([program, "serve", "--port", str(port), *chosen, *arguments], pass_fds=pass_fds,
+        self._process = subprocess.Popen([program, "serve", "--port", str(port), *chosen, *arguments],
                                          stdout=subprocess.PIPE, stderr=subprocess.PIPE,
                                          env=dict(os.environ, **(environment or {})))
         self.line = self._process.stdout.readline().decode()
@@ -92,8 +93,11 @@ class Signal:
     """Lets code in another process tell when it has come somewhere: by the code `self.code`."""
 
     def __enter__(self):
-        self._read, self.descriptor = os.pipe()
-        self.code = f"import os; _ = os.write({self.descriptor}, b'x')"
+        self._folder = tempfile.TemporaryDirectory()
+        path = os.path.join(self._folder.name, "signal")
+        os.mkfifo(path)
+        self._read = os.open(path, os.O_RDWR)  # for writing, too, so that it never ends
+        self.code = f"_ = open({path!r}, 'w').write('x')"
         return self
 
     def wait(self):
@@ -103,7 +107,7 @@ class Signal:
 
     def __exit__(self, *_):
         os.close(self._read)
-        os.close(self.descriptor)
+        self._folder.cleanup()
 
 
 class CuttingProxy:
