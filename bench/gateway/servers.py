@@ -59,9 +59,9 @@ class Server:
 class Numora(Server):
     token = "0123456789abcdef"
 
-    def __init__(self, build):
+    def __init__(self, build, *options):
         program = os.path.join(build, "bin", "numora")
-        super().__init__([program, "serve", "--port", "0", "--token", self.token], stdout=subprocess.PIPE)
+        super().__init__([program, "serve", "--port", "0", "--token", self.token, *options], stdout=subprocess.PIPE)
         self.port = int(self.process.stdout.readline().split(b":")[2].split(b"/")[0])
 
 

@@ -46,7 +46,7 @@ class Pinger:
             raise AssertionError(bytes(self._buffer))
 
 
-def post(port, token, path, body):
+def post(port, token, path, body, status=b"200"):
     """A connection, the bytes of the request and those of its answer, which has been good."""
     data = json.dumps(body).encode()
     request = (f"POST {path} HTTP/1.1\r\nHost: 127.0.0.1:{port}\r\nAuthorization: Bearer {token}\r\n"
@@ -58,7 +58,7 @@ def post(port, token, path, body):
     length = next(int(line.split(b":")[1]) for line in lines if line.startswith(b"content-length"))
     while len(body) < length:
         body += peer.recv(65536)
-    if not head.startswith(b"HTTP/1.1 200 "):
+    if not head.startswith(b"HTTP/1.1 " + status + b" "):
         raise RuntimeError(f"{head!r} {body!r}")
     return peer, request, head + b"\r\n\r\n" + body
 
