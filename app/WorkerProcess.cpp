@@ -6,7 +6,6 @@
 #include <poll.h>
 #include <pthread.h>
 #include <sys/prctl.h>
-#include <sysexits.h>
 #include <unistd.h>
 
 #include "text.h"
@@ -66,10 +65,6 @@ WorkerProcess::WorkerProcess() {
 
 void WorkerProcess::endGroup() {
     if (::getpid() == process) ::kill(0, SIGKILL);
-}
-
-void WorkerProcess::endForLink() {
-    if (::getpid() == process) ::_exit(EX_PROTOCOL);
 }
 
 }  // namespace app

@@ -1,5 +1,6 @@
 """The program under test as its users start it, whose path is in the environment variable NUMORA."""
 
+import collections
 import concurrent.futures
 import contextlib
 import http.client
@@ -33,10 +34,10 @@ def start(*arguments, pass_fds=()):
 class Server:
     """A server with a token of the tests, which is stopped at the end of the block."""
 
-    def __init__(self, *arguments, token=True, port=0, program=NUMORA, environment=None):
+    def __init__(self, *arguments, token=True, port=0, program=NUMORA, environment=None, preexec_fn=None):
         chosen = ["--token", TOKEN] if token else []
         self._process = subprocess.Popen([program, "serve", "--port", str(port), *chosen, *arguments],
-                                         stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+                                         stdout=subprocess.PIPE, stderr=subprocess.PIPE, preexec_fn=preexec_fn,
                                          env=dict(os.environ, **(environment or {})))
         self.line = self._process.stdout.readline().decode()
         found = re.fullmatch(r"Listening on (https?://127\.0\.0\.1:(\d+)/\?token=(\S+))\n", self.line)
@@ -55,10 +56,10 @@ class Server:
     def connect(self):
         return http.client.HTTPConnection("127.0.0.1", self.port, timeout=LIMIT)
 
-    def request(self, path, message=None, token=None):
+    def request(self, path, message=None, token=None, **more):
         """The status and the body of the answer to a POST of `message`, or of a text as it stands, or to a GET without one."""
         with contextlib.closing(self.connect()) as connection:
-            headers = {"Authorization": "Bearer " + (token or self.token), "Content-Type": "application/json"}
+            headers = {"Authorization": "Bearer " + (token or self.token), "Content-Type": "application/json", **more}
             body = message if message is None or isinstance(message, str) else json.dumps(message)
             connection.request("GET" if message is None else "POST", path, body, headers)
             answer = connection.getresponse()
@@ -87,6 +88,53 @@ class Server:
             self._process.send_signal(number)
         out, err = self._process.communicate(timeout=LIMIT)
         return self._process.returncode, out.decode(), err.decode(), time.monotonic() - begin
+
+
+class Session:
+    """A session of a client that subscribes to patterns and gets what comes by long polls."""
+
+    def __init__(self, server, *patterns, path="/cometd"):
+        self._connection, self._path, self._token = server.connect(), path, server.token
+        self._waiting = collections.deque()
+        self._identity = {}
+        handshake = self.send("/meta/handshake", version="1.0", supportedConnectionTypes=["long-polling"])
+        self._identity = {"clientId": handshake["clientId"]}
+        self.reply = self.send("/meta/subscribe", subscription=patterns)
+
+    def send(self, channel, **message):
+        """The reply to a message; an error that refuses it is raised."""
+        headers = {"Authorization": "Bearer " + self._token, "Content-Type": "application/json"}
+        body = json.dumps([{"channel": channel, "id": channel, **self._identity, **message}])
+        self._connection.request("POST", self._path, body, headers)
+        reply = None
+        for came in json.loads(self._connection.getresponse().read()):
+            if reply is None and came["channel"] == channel and "successful" in came and "data" not in came:
+                reply = came
+            else:
+                self._waiting.append(came)
+        if not reply or not reply["successful"]:
+            raise AssertionError(reply)
+        return reply
+
+    def stream(self, code, name, **options):
+        self.send("/eval/request", data=code, ext={"connector": {"request": name, **options}})
+
+    def until(self, is_last):
+        """What has come since the last time, up to the first message for which `is_last` is true."""
+        came, end = [], time.monotonic() + LIMIT
+        while not came or not is_last(came[-1]):
+            while not self._waiting:
+                if time.monotonic() > end:
+                    raise AssertionError(f"the last message does not come after {came}")
+                self.send("/meta/connect", connectionType="long-polling")
+            came.append(self._waiting.popleft())
+        return came
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self._connection.close()
 
 
 class Signal:
