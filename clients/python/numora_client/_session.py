@@ -86,9 +86,10 @@ class Session:
         if self._client_id is not None and self._online.is_set():
             with contextlib.suppress(NumoraError, asyncio.TimeoutError):
                 await asyncio.wait_for(self._reply("/meta/disconnect"), 2)
-        task.cancel()
-        with contextlib.suppress(asyncio.CancelledError):
-            await task
+        # Until Python 3.12 wait_for loses a cancellation that comes with the end of what it waits for.
+        while not task.done():
+            task.cancel()
+            await asyncio.wait([task], timeout=1)
         self._end(Disconnected(_CLOSED))
 
     @property
