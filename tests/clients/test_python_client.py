@@ -230,6 +230,7 @@ class InterpretersTest(ClientTestCase):
             events.append(event)
             if isinstance(event, Prompt) and event.number:
                 waiting.append(asyncio.create_task(self.client.call("print", nargout=0)))
+                await asyncio.sleep(0)  # it is sent before what is typed
                 await self.client.type(event, "")
 
         async with self.assertDies(life=1, detail="SIGABRT"):
