@@ -301,10 +301,10 @@ void WorkerLife::buried(const DeathRecord& record) {
             const Answer answer = isStopped_ ? stopped() : notStarted(record);
             refuseWaitingLocked(answer, actions);
             answerRestartsLocked(answer, actions);
-        } else if (!restarts_.empty() || !waiting_.empty() || spec_.restart == RestartMode::Always) {
-            startLocked(actions);
         } else {
             enterLocked(record.cause == cause::idle ? Phase::Absent : Phase::Dead);
+            const bool isWanted = !restarts_.empty() || !waiting_.empty();
+            if (isWanted || spec_.restart == RestartMode::Always) startLocked(actions);
         }
     }
     run(actions);

@@ -33,8 +33,9 @@ namespace gateway::ports {
 ///     absent -- asked --> starting -- Ready --> ready -- stop, restart, idle --> stopping
 ///       ^                  ^    |                 |                                 |
 ///       |           asked  |    v      death      |                                 |
-///       |                 dead <------------------'                                 |
-///       '--- idle ------------------- restart: starting <--------------------------'
+///       |                 dead <------------------'------------ restart -----------'
+///       '--- idle --------------------------------------------------------------------'
+///     dead, and requests or a restart wait: starting at once
 ///     dead -- 3rd bad end in 5 minutes --> failed -- restart --> starting
 ///
 /// Threads: every operation from any thread; events of processes come from the supervisor's thread and from

@@ -230,6 +230,9 @@ class DeathTest(WorkersTest):
                 os.kill(server.process(), signal.SIGKILL)
                 return session.until(is_over)
             server.restart().result(LIMIT)
+            told = session.until(lambda message: message["data"]["state"] == "ready")
+            self.assertEqual([(message["data"]["state"], bool(message["data"]["death"])) for message in told],
+                             [("stopping", False), ("dead", True), ("starting", False), ("ready", False)])
             death = kill()[-1]["data"]["death"]
             self.assertEqual(death["request"], None)
             self.assertEqual(death["sentence"], 'The interpreter "default" has died: SIGKILL (killed). '
