@@ -1,7 +1,10 @@
 #include "ServeBackend.h"
 
+#include <cerrno>
+#include <system_error>
 #include <vector>
 
+#include <sys/prctl.h>
 #include <unistd.h>
 
 #include "InProcessSession.h"
@@ -12,8 +15,10 @@
 #include "connector/interpreter/v1/InterpreterJsonSerialization.h"
 #include "connector/interpreter/v1/Interrupt.h"
 #include "connector/interpreter/v1/MockInterpreterServiceProvider.h"
+#include "gateway/workers.h"
 #include "messages/LocalServiceFramework.h"
 #include "services/window.h"
+#include "supervisor/Supervisor.h"
 
 namespace app {
 
@@ -27,16 +32,40 @@ public:
         framework = session_.host().framework();
         serializer = session_.serializer();
         messages = session_.host().messages();
-        streaming = session_.host().requestCounter();
     }
+    void configure(gateway::GatewayOptions& options) override {
+        options.streaming = session_.host().requestCounter();
+        options.isReadingInput = [this] {
+            return isReady() && services::prompt::detail::isInCharBufferMode();
+        };
+    }
+    // The code may be of a kind that no interrupt ends.
+    std::chrono::milliseconds timeToStop() const override { return std::chrono::milliseconds(2500); }
     bool isReady() const override { return session_.host().requestGate()->isOpen(); }
-    bool isReadingInput() const override {
-        return isReady() && services::prompt::detail::isInCharBufferMode();
-    }
     int standardOutput() const override { return session_.host().standardOutput(); }
 
 private:
     InProcessSession session_;
+};
+
+/// Nothing of an interpreter is in this process, and the processes of interpreters cannot look into it.
+class WorkerBackend : public ServeBackend {
+public:
+    WorkerBackend() {
+        if (::prctl(PR_SET_DUMPABLE, 0, 0, 0, 0) != 0) {
+            throw std::system_error(errno, std::generic_category(), "the process cannot be protected");
+        }
+        messages = std::make_shared<messages::LocalMessageService>();
+    }
+    void configure(gateway::GatewayOptions& options) override {
+        options.makePort = gateway::workerPorts(supervisor_);
+    }
+    // Interpreters that do not end are killed before.
+    std::chrono::milliseconds timeToStop() const override { return std::chrono::seconds(10); }
+    int standardOutput() const override { return STDOUT_FILENO; }
+
+private:
+    supervisor::Supervisor supervisor_;
 };
 
 class MockBackend : public ServeBackend {
@@ -55,7 +84,8 @@ public:
     ~MockBackend() override {
         for (const auto& provider : providers_) framework->unregisterService(provider);
     }
-    bool isReady() const override { return true; }
+    void configure(gateway::GatewayOptions&) override {}
+    std::chrono::milliseconds timeToStop() const override { return std::chrono::milliseconds(2500); }
     int standardOutput() const override { return STDOUT_FILENO; }
 
 private:
@@ -68,6 +98,8 @@ private:
 };
 
 }  // namespace
+
+std::unique_ptr<ServeBackend> makeWorkerBackend() { return std::make_unique<WorkerBackend>(); }
 
 std::unique_ptr<ServeBackend> makeInterpreterBackend() { return std::make_unique<InterpreterBackend>(); }
 

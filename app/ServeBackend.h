@@ -1,31 +1,37 @@
 #pragma once
 
+#include <chrono>
 #include <memory>
 
 #include "connector/ServiceFramework.h"
 #include "connector/json/JsonSerializer.h"
+#include "gateway/GatewayOptions.h"
 #include "messages/LocalMessageService.h"
-#include "messages/RequestCounter.h"
 
 namespace app {
 
 /// What `numora serve` lets clients reach.
 ///
-/// Threads: made and destroyed on one thread; `isReady` and `isReadingInput` from any.
+/// Threads: made and destroyed on one thread; `isReady` from any.
 class ServeBackend {
 public:
     virtual ~ServeBackend() = default;
-    virtual bool isReady() const = 0;
-    /// Whether code waits for what a client types.
-    virtual bool isReadingInput() const { return false; }
+    virtual bool isReady() const { return true; }
+    /// Sets what the gateway needs for this.
+    virtual void configure(gateway::GatewayOptions& options) = 0;
+    /// How long it may take to stop.
+    virtual std::chrono::milliseconds timeToStop() const = 0;
     /// The program's own standard output: a file descriptor, valid as long as this is.
     virtual int standardOutput() const = 0;
 
+    // The first two are null where interpreters are processes of their own.
     std::shared_ptr<connector::ServiceFramework> framework;
     std::shared_ptr<connector::json::JsonSerializer> serializer;
     std::shared_ptr<messages::LocalMessageService> messages;
-    std::shared_ptr<const messages::RequestCounter> streaming;  ///< null without streaming
 };
+
+/// Interpreters in processes of their own, which start on demand.
+std::unique_ptr<ServeBackend> makeWorkerBackend();
 
 /// An interpreter in this process.  Blocks: until it takes requests.
 std::unique_ptr<ServeBackend> makeInterpreterBackend();

@@ -28,14 +28,13 @@ namespace app {
 
 namespace {
 
-constexpr auto timeToStop = std::chrono::milliseconds(2500);
 constexpr auto timeForLog = std::chrono::milliseconds(200);
 constexpr rlim_t otherFiles = 512;
 
 /// Ends the process when this is not destroyed in time: code that no interrupt ends must not keep it.
 class StopDeadline {
 public:
-    StopDeadline() : thread_([this] { run(); }) {}
+    explicit StopDeadline(std::chrono::milliseconds limit) : limit_(limit), thread_([this] { run(); }) {}
     ~StopDeadline() {
         {
             const std::lock_guard lock(mutex_);
@@ -50,12 +49,13 @@ public:
 private:
     void run() {
         std::unique_lock lock(mutex_);
-        if (changed_.wait_for(lock, timeToStop, [this] { return isOver_; })) return;
+        if (changed_.wait_for(lock, limit_, [this] { return isOver_; })) return;
         foundation::log::writeLine("numora: the running code does not end; the process ends without it");
         foundation::log::flush(timeForLog);
         std::_Exit(0);
     }
 
+    const std::chrono::milliseconds limit_;
     std::mutex mutex_;
     std::condition_variable changed_;
     bool isOver_ = false;
@@ -75,9 +75,8 @@ void allowFiles(gateway::GatewayOptions& options) {
     connections = std::max<std::size_t>(1, connections * limit.rlim_cur / wanted);
 }
 
-std::unique_ptr<gateway::Gateway> startGateway(gateway::GatewayOptions options, const ServeBackend& backend) {
-    options.streaming = backend.streaming;
-    options.isReadingInput = [&backend] { return backend.isReadingInput(); };
+std::unique_ptr<gateway::Gateway> startGateway(gateway::GatewayOptions options, ServeBackend& backend) {
+    backend.configure(options);
     try {
         auto gateway = std::make_unique<gateway::Gateway>(
             *backend.messages, backend.framework, backend.serializer,
@@ -89,17 +88,22 @@ std::unique_ptr<gateway::Gateway> startGateway(gateway::GatewayOptions options, 
     }
 }
 
+std::unique_ptr<ServeBackend> makeBackend(const ServeSettings& settings) {
+    if (settings.mock) return makeMockBackend();
+    return settings.inProcess ? makeInterpreterBackend() : makeWorkerBackend();
+}
+
 int runServe(const ServeSettings& settings) {
     const StopSignals signals(!settings.mock);
     auto options = settings.gatewayOptions();
     allowFiles(options);
-    auto backend = settings.mock ? makeMockBackend() : makeInterpreterBackend();
+    auto backend = makeBackend(settings);
     const auto messages = backend->messages;
     const auto gateway = startGateway(std::move(options), *backend);
     writeAll(backend->standardOutput(),
              "Listening on " + gateway->url() + "?token=" + gateway->token() + "\n");
     signals.wait();
-    const StopDeadline deadline;
+    const StopDeadline deadline(backend->timeToStop());
     gateway->stop();
     // Before the gateway, into which what still runs may publish.
     backend.reset();

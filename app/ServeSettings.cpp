@@ -212,6 +212,8 @@ void ServeSettings::addTo(CLI::App& command) {
                "milliseconds (default: 2000); 0: code never waits",
                "NUMORA_OWNER_WAIT")
         ->type_name("MS");
+    command.add_flag("--in-process", inProcess,
+                     "Run the interpreter in the process of the server, which then ends with it");
     command.add_flag("--mock", mock, "Answer requests without an interpreter, always in the same way");
 }
 

@@ -38,6 +38,7 @@ struct ServeSettings {
     std::map<std::string, std::string> interpreters;  ///< by id, as GatewayOptions has them
     std::optional<std::string> file;
     bool mock = false;
+    bool inProcess = false;
 
     /// Adds the flags and the environment variables to the command.
     void addTo(CLI::App& command);

@@ -1,7 +1,10 @@
+#include <algorithm>
+#include <cstring>
 #include <exception>
 #include <functional>
 #include <iterator>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <CLI/CLI.hpp>
@@ -65,6 +68,18 @@ std::vector<std::string> argumentsFrom(int argc, char** argv) {
     return arguments;
 }
 
+// Programs of all users can see the arguments of a process.
+void hideTokens(int argc, char** argv) {
+    constexpr std::string_view option = "--token";
+    for (int i = 1; i < argc; ++i) {
+        const std::string_view argument = argv[i];
+        char* begin = nullptr;
+        if (argument == option && i + 1 < argc) begin = argv[i + 1];
+        if (argument.starts_with("--token=")) begin = argv[i] + option.size() + 1;
+        if (begin != nullptr) std::fill_n(begin, std::strlen(begin), '*');
+    }
+}
+
 int run(int argc, char** argv) {
     prepareProcess();
     useFormatOfProgram();
@@ -89,6 +104,7 @@ int run(int argc, char** argv) {
     if (!command)
         throw InputError(
             "a command is required: eval, call, console, serve, restart, deaths or interpreters");
+    hideTokens(argc, argv);
     return command();
 }
 

@@ -15,10 +15,13 @@ Desk::Desk(boost::asio::io_context& context, std::shared_ptr<messages::LocalMess
       completions_(messages_->subscribe(connector::wire::channel::completion,
                                         [this](const auto& message) { countCompletion(message.data); })),
       absentClients_(std::make_shared<AbsentClientsSession>(context, messages_, options.standInTime)),
-      bayeux_(context, *messages_, *port_, std::move(options.bayeux)) {}
+      bayeux_(context, *messages_, *port_, std::move(options.bayeux)) {
+    port_->setWatchers([this] { return bayeux_.sessions(); });
+}
 
 void Desk::stop() {
     port_->stop();
+    port_->setWatchers({});
     bayeux_.stop();
 }
 

@@ -65,10 +65,16 @@ public:
     virtual InterpreterState state() const = 0;
     /// How processes of the interpreter ended, the last ten at most, the newest first.
     virtual std::vector<supervisor::DeathRecord> deaths() const = 0;
+    /// Starts its process, if there is none. `answered` is called as for `restart`.
+    virtual void start(Answered answered) = 0;
     /// Ends the process of the interpreter, whatever it does, and starts another one. `force`: without
     /// asking it to end first. `life`: which process is meant; 409 when it is another one. `answered` is
     /// called once, on any thread, with an answer whose text is empty when the new process takes requests.
     virtual void restart(bool force, std::optional<std::uint64_t> life, Answered answered) = 0;
+
+    /// How many clients there are, for an interpreter that is not to be ended while somebody watches: called
+    /// on a thread of the io_context. To be set before the first request.
+    virtual void setWatchers(std::function<std::size_t()> watchers) = 0;
 
     /// Answers what is queued, and what comes later, with 503; interrupts what runs.
     /// Blocks: until that has ended; for code that is streamed, only a moment.

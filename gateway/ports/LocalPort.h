@@ -36,6 +36,8 @@ public:
     std::vector<supervisor::DeathRecord> deaths() const override { return {}; }
     /// 501: the interpreter would take the gateway with it.
     void restart(bool force, std::optional<std::uint64_t> life, Answered answered) override;
+    void start(Answered answered) override { answered({}); }
+    void setWatchers(std::function<std::size_t()>) override {}
     void stop() override;
 
 private:

@@ -324,6 +324,25 @@ void WorkerLife::answerRestartsLocked(const Answer& answer, Actions& actions) {
     }
 }
 
+void WorkerLife::start(Answered answered) {
+    Actions actions;
+    {
+        const MutexLock lock(mutex_);
+        const bool isOver = phase_ == Phase::Absent || phase_ == Phase::Dead;
+        if (isStopped_) {
+            actions.emplace_back([answered] { answered(stopped()); });
+        } else if (phase_ == Phase::Ready) {
+            actions.emplace_back([answered] { answered({}); });
+        } else if (phase_ == Phase::Failed) {
+            actions.emplace_back([answered, answer = notStarted(deaths_.front())] { answered(answer); });
+        } else {
+            restarts_.push_back(std::move(answered));
+            if (isOver) startLocked(actions);
+        }
+    }
+    run(actions);
+}
+
 void WorkerLife::restart(bool force, std::optional<std::uint64_t> life, Answered answered) {
     Actions actions;
     std::optional<Answer> refusal;
@@ -516,6 +535,11 @@ void WorkerLife::tick() {
             actions.emplace_back([work] { work->refuse(503, "The interpreter does not start.", 1); });
         }
         watchIdleLocked(actions);
+        const bool isLate =
+            phase_ == Phase::Starting && std::chrono::system_clock::now() - since_ > startTime;
+        if (isLate && worker_) {
+            actions.emplace_back([worker = worker_] { worker->kill(cause::startFailed); });
+        }
         goesOn = !isStopped_ && phase_ != Phase::Absent && phase_ != Phase::Dead && phase_ != Phase::Failed;
     }
     run(actions);

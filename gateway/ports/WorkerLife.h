@@ -50,6 +50,7 @@ public:
 
     /// Sends `work` to the process, now or when there is one.
     void submit(Work work) EXCLUDES(mutex_);
+    void start(Answered answered) EXCLUDES(mutex_);
     void restart(bool force, std::optional<std::uint64_t> life, Answered answered) EXCLUDES(mutex_);
     /// Ends the process, for good.  Blocks: until it is dead, three seconds at the most or little more.
     void stop(std::string_view cause = supervisor::cause::serverStopped) EXCLUDES(mutex_);

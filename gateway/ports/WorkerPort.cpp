@@ -48,6 +48,7 @@ std::vector<supervisor::DeathRecord> WorkerPort::deaths() const { return life_->
 void WorkerPort::restart(bool force, std::optional<std::uint64_t> life, Answered answered) {
     life_->restart(force, life, std::move(answered));
 }
+void WorkerPort::start(Answered answered) { life_->start(std::move(answered)); }
 void WorkerPort::stop() { life_->stop(); }
 void WorkerPort::setWatchers(std::function<std::size_t()> watchers) {
     life_->setWatchers(std::move(watchers));

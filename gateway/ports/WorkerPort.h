@@ -38,11 +38,9 @@ public:
     InterpreterState state() const override;
     std::vector<supervisor::DeathRecord> deaths() const override;
     void restart(bool force, std::optional<std::uint64_t> life, Answered answered) override;
+    void start(Answered answered) override;
+    void setWatchers(std::function<std::size_t()> watchers) override;
     void stop() override;
-
-    /// How many clients there are, for an interpreter that is not to be ended while somebody watches; called
-    /// on a thread of the io_context. To be set before the first request.
-    void setWatchers(std::function<std::size_t()> watchers);
 
 private:
     const std::shared_ptr<connector::common::RequestNames> names_ =

@@ -37,6 +37,7 @@ public:
                                         ", which other machines can reach, needs a token that you choose.");
         }
         server_ = std::make_unique<Server>(parts_, address);
+        server_->startInterpreter();
         url_ = std::string(options_.tlsCertificate.empty() ? "http://" : "https://") +
                http::addressText(http::reachableAddress(address)) + ":" + std::to_string(server_->port()) +
                "/";

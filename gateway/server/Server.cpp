@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <exception>
+#include <future>
 #include <stdexcept>
 #include <utility>
 
@@ -139,6 +140,15 @@ void Server::createConfigured() {
             throw std::invalid_argument("interpreters." + id + ": " + problem.what());
         }
     }
+}
+
+void Server::startInterpreter() {
+    std::promise<dispatch::Answer> started;
+    interpreters_.find(interpreters::Registry::defaultId)
+        ->port()
+        .start([&started](dispatch::Answer answer) { started.set_value(std::move(answer)); });
+    const auto answer = started.get_future().get();
+    if (!answer.problem.empty()) throw std::runtime_error(answer.problem);
 }
 
 void Server::startThreads() {

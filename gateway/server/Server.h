@@ -44,6 +44,10 @@ public:
     Server(const Server&) = delete;
     Server& operator=(const Server&) = delete;
 
+    /// Starts the process of the default interpreter, if it has one of its own.
+    /// Blocks: until it takes requests.  Throws: std::runtime_error, when it cannot start.
+    void startInterpreter();
+
     std::uint16_t port() const { return listener_.port(); }
     void stop();
 

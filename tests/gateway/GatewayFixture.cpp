@@ -1,8 +1,10 @@
 #include "GatewayFixture.h"
 
+#include <cstdlib>
 #include <stdexcept>
 #include <utility>
 
+#include "LinkedPort.h"
 #include "connector/common/ContextState.h"
 #include "connector/container/SequenceContainer.h"
 #include "connector/interpreter/v1/Eval.h"
@@ -86,6 +88,13 @@ void GatewayFixture::start(gateway::GatewayOptions options) {
     options.host = "127.0.0.1";
     options.port = 0;
     options.token = TestClient::token;
+    if (std::getenv("NUMORA_TEST_LINK") != nullptr) {
+        options.makePort = [this](auto& context, auto& messages, const auto&) {
+            return std::make_unique<LinkedPort>(context, messages,
+                                                worker::Link::Services{framework_, serializer_},
+                                                [this] { return isReady_; });
+        };
+    }
     gateway_ = std::make_unique<gateway::Gateway>(
         messages_, framework_, serializer_, [this] { return isReady_; }, std::move(options));
     gateway_->start();

@@ -33,7 +33,9 @@ public:
     Gateway& operator=(const Gateway&) = delete;
 
     /// Listens; connections are accepted when it returns.
-    /// Throws: std::runtime_error, when the address is not available or a file cannot be read;
+    /// Blocks: until the default interpreter takes requests.
+    /// Throws: std::runtime_error, when the address is not available, a file cannot be read or the interpreter
+    /// does not start;
     /// std::invalid_argument, for an address beyond the loopback without a token.
     void start();
 
