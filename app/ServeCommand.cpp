@@ -94,7 +94,7 @@ std::unique_ptr<ServeBackend> makeBackend(const ServeSettings& settings) {
 }
 
 int runServe(const ServeSettings& settings) {
-    const StopSignals signals(!settings.mock);
+    const StopSignals signals(settings.inProcess && !settings.mock);
     auto options = settings.gatewayOptions();
     allowFiles(options);
     auto backend = makeBackend(settings);
@@ -111,8 +111,10 @@ int runServe(const ServeSettings& settings) {
 }
 
 void useLogLevel(const ServeSettings& settings, const CLI::App& program) {
-    if (!settings.logLevel || program.get_option("--log-level")->count() > 0) return;
-    foundation::log::setLevel(foundation::log::severityFromName(*settings.logLevel));
+    const auto* flag = program.get_option("--log-level");
+    const auto level = flag->count() > 0 ? flag->as<std::string>() : settings.logLevel.value_or("error");
+    foundation::log::setLevel(foundation::log::severityFromName(level));
+    ::setenv("NUMORA_LOG_LEVEL", level.c_str(), 1);  // for the processes of interpreters
 }
 
 }  // namespace

@@ -258,7 +258,7 @@ void WorkerLife::noteBroken(std::uint64_t number, const std::string& reason) {
         if (number == number_) worker = worker_;
     }
     if (!worker) return;
-    log().warning("The link to interpreter " + spec_.worker.id + " is broken: " + reason);
+    log().info("The link to interpreter " + spec_.worker.id + " is broken: " + reason);
     worker->kill(cause::closedTheLink);
 }
 
@@ -284,7 +284,11 @@ void WorkerLife::judge(DeathRecord& record) {
 }
 
 void WorkerLife::buried(const DeathRecord& record) {
-    log().warning(record.sentence());
+    if (record.isBad()) {
+        log().warning(record.sentence());
+    } else {
+        log().info(record.sentence());
+    }
     Actions actions;
     {
         const MutexLock lock(mutex_);

@@ -88,11 +88,12 @@ void GatewayFixture::start(gateway::GatewayOptions options) {
     options.host = "127.0.0.1";
     options.port = 0;
     options.token = TestClient::token;
-    if (std::getenv("NUMORA_TEST_LINK") != nullptr) {
-        options.makePort = [this](auto& context, auto& messages, const auto&) {
-            return std::make_unique<LinkedPort>(context, messages,
-                                                worker::Link::Services{framework_, serializer_},
-                                                [this] { return isReady_; });
+    if (!options.makePort && std::getenv("NUMORA_TEST_LINK") != nullptr) {
+        options.makePort = [this, isReadingInput = options.isReadingInput](auto& context, auto& messages,
+                                                                           const auto&) {
+            return std::make_unique<LinkedPort>(
+                context, messages, worker::Link::Services{framework_, serializer_, isReadingInput},
+                [this] { return isReady_; });
         };
     }
     gateway_ = std::make_unique<gateway::Gateway>(

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cstdlib>
+#include <future>
 #include <memory>
 #include <string>
 #include <utility>
@@ -41,8 +42,7 @@ public:
         starter_ = std::thread([this, services = std::move(services)] {
             worker_->greet({});
             worker_->serve(services);
-            isServing_ = true;
-            isServing_.notify_all();
+            isServing_.set_value();
         });
     }
     ~LinkedPort() override {
@@ -73,7 +73,11 @@ public:
     std::uint64_t life() const override { return 1; }
     gateway::ports::InterpreterState state() const override { return {}; }
     std::vector<supervisor::DeathRecord> deaths() const override { return {}; }
-    void start(Answered answered) override { answered({}); }
+    /// Blocks until it serves.
+    void start(Answered answered) override {
+        isServing_.get_future().wait();
+        answered({});
+    }
     void setWatchers(std::function<std::size_t()>) override {}
     void restart(bool, std::optional<std::uint64_t>, Answered) override {}
     void stop() override {
@@ -85,7 +89,6 @@ public:
 
 private:
     void send(gateway::ports::Work work) {
-        isServing_.wait(false);
         if (isStopped_) return work.refuse(503, "The server is stopping.");
         link_->send(work);
     }
@@ -101,7 +104,7 @@ private:
     int ends_[2]{};
     std::unique_ptr<worker::Link> worker_;
     std::thread starter_;
-    std::atomic<bool> isServing_{false};
+    std::promise<void> isServing_;
     std::atomic<bool> isStopped_{false};
     mutable std::mutex mutex_;
     std::map<std::pair<std::string, std::string>, std::uint64_t> outcomes_;
