@@ -100,6 +100,11 @@ void serve(standalone::StandaloneHost& host, worker::Link& link) {
     endStreams(host);
 }
 
+void endBecauseOfLink(bool isGatewayGone) {
+    if (isGatewayGone) WorkerProcess::endGroup();
+    WorkerProcess::endForLink();
+}
+
 int runWorker() {
     const WorkerProcess process;
     standalone::blockInterpreterSignals();
@@ -107,7 +112,7 @@ int runWorker() {
     const auto link =
         std::make_shared<worker::Link>(worker::Link::Options{.main = process.main(),
                                                              .control = process.control(),
-                                                             .broken = WorkerProcess::endGroup,
+                                                             .broken = endBecauseOfLink,
                                                              .status = [&status] { return status.pong(); }});
     status.setTellState([&link = *link](std::string_view state) { link.tellState(state); });
     const LogOverLink log(link);

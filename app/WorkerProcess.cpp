@@ -6,6 +6,7 @@
 #include <poll.h>
 #include <pthread.h>
 #include <sys/prctl.h>
+#include <sysexits.h>
 #include <unistd.h>
 
 #include "text.h"
@@ -65,6 +66,10 @@ WorkerProcess::WorkerProcess() {
 
 void WorkerProcess::endGroup() {
     if (::getpid() == process) ::kill(0, SIGKILL);
+}
+
+void WorkerProcess::endForLink() {
+    if (::getpid() == process) ::_exit(EX_PROTOCOL);
 }
 
 }  // namespace app

@@ -23,6 +23,9 @@ public:
     /// Ends this process with all that it has started and that did not leave its group. Does nothing in a
     /// forked child.
     static void endGroup();
+    /// Ends this process alone, with the status by which the one that has started it knows that it could not
+    /// use the link, and ends what it has left. Does nothing in a forked child.
+    static void endForLink();
 
 private:
     std::array<int, 6> descriptors_{};

@@ -121,7 +121,7 @@ private:
         }
         changed_.notify_all();
         foundation::log::DiagnosticLogger("worker").warning("The link to the gateway is broken: " + reason);
-        if (options_.broken) options_.broken();
+        if (options_.broken) options_.broken(mainSocket_.isPeerGone() || controlSocket_.isPeerGone());
     }
 
     // The frames of one read are taken before any is handled, since a handler may read on.

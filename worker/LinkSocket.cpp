@@ -24,11 +24,14 @@ LinkSocket::LinkSocket(int descriptor) : descriptor_(descriptor), buffer_(new ch
     inode_ = status.st_ino;
 }
 
-void LinkSocket::requireSame() const {
+bool LinkSocket::isSame() const {
     struct stat status {};
-    if (::fstat(descriptor_, &status) != 0 || status.st_dev != device_ || status.st_ino != inode_) {
-        throw links::BadFrame("a descriptor of the link was closed");
-    }
+    return ::fstat(descriptor_, &status) == 0 && status.st_dev == device_ && status.st_ino == inode_;
+}
+
+bool LinkSocket::isPeerGone() const {
+    pollfd ended{descriptor_, POLLIN, 0};
+    return isSame() && ::poll(&ended, 1, 0) > 0 && (ended.revents & POLLHUP) != 0;
 }
 
 std::string_view LinkSocket::read(int stopEvent) {
@@ -38,8 +41,9 @@ std::string_view LinkSocket::read(int stopEvent) {
             if (errno == EINTR) continue;
             throw links::BadFrame("the link cannot be waited for");
         }
-        requireSame();
-        if ((ready[1].revents & POLLNVAL) != 0) throw links::BadFrame("a descriptor of the link was closed");
+        if (!isSame() || (ready[1].revents & POLLNVAL) != 0) {
+            throw links::BadFrame("a descriptor of the link was closed");
+        }
         if (ready[1].revents != 0) return {};
         const ssize_t count = ::recv(descriptor_, buffer_.get(), bufferBytes, MSG_DONTWAIT);
         if (count > 0) return {buffer_.get(), static_cast<std::size_t>(count)};

@@ -21,8 +21,11 @@ public:
     /// Throws: links::BadFrame, when the link is broken.
     std::string_view read(int stopEvent);
 
+    /// Whether the other process has closed its end.  Threads: any.
+    bool isPeerGone() const;
+
 private:
-    void requireSame() const;
+    bool isSame() const;
 
     const int descriptor_;
     dev_t device_{};

@@ -32,7 +32,7 @@ public:
           control_([this](Frame frame) { keep(std::move(frame)); }) {}
 
     worker::Link::Options options() {
-        return {.main = main_.workersEnd(), .control = control_.workersEnd(), .broken = [] {}, .status = {}};
+        return {.main = main_.workersEnd(), .control = control_.workersEnd(), .broken = {}, .status = {}};
     }
     messages::LocalMessageService& hub() { return hub_; }
     void send(Frame frame) { main_.send(std::move(frame)); }

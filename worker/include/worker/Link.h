@@ -32,9 +32,9 @@ public:
     struct Options {
         int main = -1;  ///< borrowed, as is the other
         int control = -1;
-        /// Called once, on any thread, when the link is of no further use. It must not wait, nor use the
-        /// link.
-        std::function<void()> broken;
+        /// Called once, on any thread, when the link is of no further use: because the gateway has gone, or
+        /// for what is wrong in this process. It must not wait, nor use the link.
+        std::function<void(bool isGatewayGone)> broken;
         /// What a Pong says. It must be quick, and wait for nobody.
         std::function<links::PongHead()> status;
     };
