@@ -268,7 +268,7 @@ TEST_F(SupervisorTest, workersDoNotOutliveAKilledServer) {
 
 TEST_F(SupervisorTest, aSupervisorThatAdoptsReapsStrangers) {
     ::prctl(PR_SET_CHILD_SUBREAPER, 1);
-    Life life = start(shell("setsid sh -c 'read line <&4' & echo up >&3; read line <&3"));
+    Life life = start(shell("setsid sh -c 'echo up >&3; read line <&4' & read line <&3"));
     ASSERT_EQ(line(*life.worker), "up");
     tell(*life.worker);
     life.record.get();
