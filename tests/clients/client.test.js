@@ -237,6 +237,8 @@ test("an interpreter that dies ends what was under way, and its client goes on",
     assert.equal((await lab.restart({force: true, life: 2})).life, 3);
     await client.deleteInterpreter(id);
     assert.ok(!(await client.interpreters()).some(each => each.id === id));
+    await assert.rejects(lab.eval("1"));  // it may not know yet that the connection is lost
+    await assert.rejects(lab.eval("1"), {code: "404", message: `There is no interpreter "${id}".`});
 });
 
 // Bytes after which connections are cut: before an answer, within its head, within a frame, and later.

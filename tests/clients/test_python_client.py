@@ -263,6 +263,10 @@ class InterpretersTest(ClientTestCase):
         await self.client.delete_interpreter("lab1")
         with self.assertRaisesRegex(numora_client.CallError, '^There is no interpreter "lab1"[.]$'):
             await lab.deaths()
+        with self.assertRaises(numora_client.NumoraError):  # it may not know yet that the connection is lost
+            await asyncio.wait_for(lab.eval("1"), LIMIT)
+        with self.assertRaisesRegex(numora_client.CallError, '^There is no interpreter "lab1"[.]$'):
+            await asyncio.wait_for(lab.eval("1"), LIMIT)
 
 
 class ScriptTest(unittest.TestCase):

@@ -11,7 +11,8 @@ from typing import Any, AsyncIterator
 import websockets
 from websockets.exceptions import ConnectionClosed, WebSocketException
 
-from .address import Address
+from ._http import exchange
+from .address import Address, path_of
 from .errors import Disconnected
 
 _OPENING_TIME = 10.0  # seconds for TCP, TLS and the opening handshake
@@ -74,7 +75,7 @@ class Socket:
 
 
 async def open_socket(address: Address) -> Socket:
-    """Throws: Disconnected."""
+    """Throws: Disconnected; CallError where the server says that there is no such interpreter."""
     headers = {"Authorization": "Bearer " + address.token} if address.token else {}
     library: Any = websockets
     # What a frame holds is limited by the server. Without compression: it would cost more time than it saves.
@@ -88,6 +89,8 @@ async def open_socket(address: Address) -> Socket:
         raise Disconnected(f"the server at {address.shown} cannot be reached: {error}") from None
     except WebSocketException as error:
         status = status_of(error)
+        if status == 404 and address.interpreter:  # not all versions of the library show what the server says
+            await exchange(address, "GET", path_of(address.interpreter))
         reason = f"it answers with the HTTP status {status}" if status else str(error)
         whose = f' with the interpreter "{address.interpreter}"' if address.interpreter else ""
         raise Disconnected(f"{address.shown} must be the address of a Numora server{whose}, but {reason}") from None

@@ -76,6 +76,7 @@ async function connectTo(address: Address, options: ConnectOptions): Promise<Cli
     const {server, interpreter, token} = address;
     const session = await Session.open({
         url: `${server}${interpreter ? pathOf(interpreter) : ""}/cometd`,
+        findInterpreter: interpreter ? () => exchange(address, "GET", pathOf(interpreter)) : undefined,
         token,
         clientType: options.clientType ?? "typescript",
         transport: options.transport,

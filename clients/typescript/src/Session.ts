@@ -28,6 +28,8 @@ export type Handler = (message: Message) => void;
 
 export interface SessionOptions {
     url: string;
+    /** Fails with the code "404" when the server has no such interpreter any more. */
+    findInterpreter?: () => Promise<unknown>;
     token: string;
     clientType: string;
     transport?: "websocket" | "long-polling";
@@ -81,6 +83,9 @@ export class Session {
     readonly ended: Promise<NumoraError | undefined>;
     private end!: (reason?: NumoraError) => void;
     private isEnded = false;
+    /** Why, unless it was closed. */
+    private reason: NumoraError | undefined;
+    private isLookingForInterpreter = false;
     /** What waits for the readers of the client. */
     readonly room = new Room();
 
@@ -112,11 +117,15 @@ export class Session {
                 `transport must be "websocket"${hasHttp ? ' or "long-polling"' : ": the other one is for browsers"}`);
         }
         const session = new Session(options, hasHttp);
-        await session.handshake(options);
+        try {
+            await session.handshake(options);
+        } catch (error) {
+            throw (await session.absence()) ?? error;
+        }
         return session;
     }
 
-    private constructor(options: SessionOptions, hasHttp: boolean) {
+    private constructor(private readonly options: SessionOptions, hasHttp: boolean) {
         this.ended = new Promise(resolve => (this.end = resolve));
         this.maxMessageSize = options.maxMessageSize;
         this.cometd = new CometD() as CometD & Sender;
@@ -347,9 +356,24 @@ export class Session {
     // After so long a break the server has ended the session for sure.
     private noteLoss(): void {
         this.lostAt ??= Date.now();
+        void this.absence().then(error => error && this.finish(error));
         if (Date.now() - this.lostAt < sessionTime) return;
         for (const call of [...this.calls.values()]) call.reject(NumoraError.disconnected("the server cannot be reached"));
         this.release(this.delayed);
+    }
+
+    // What the server says when the interpreter was deleted, which the library does not tell.
+    private async absence(): Promise<NumoraError | undefined> {
+        if (!this.options.findInterpreter || this.isLookingForInterpreter) return undefined;
+        this.isLookingForInterpreter = true;
+        try {
+            await this.options.findInterpreter();
+        } catch (error) {
+            if ((error as NumoraError).code === "404") return error as NumoraError;
+        } finally {
+            this.isLookingForInterpreter = false;
+        }
+        return undefined;
     }
 
     private release(waiting: (() => void)[]): void {
@@ -406,7 +430,7 @@ export class Session {
     }
 
     private requireOpen(): void {
-        if (this.isEnded) throw NumoraError.disconnected("the client is closed");
+        if (this.isEnded) throw this.reason ?? NumoraError.disconnected("the client is closed");
     }
 
     // What the library cannot send it takes for lost.
@@ -426,6 +450,7 @@ export class Session {
     private finish(reason?: NumoraError, onDone?: () => void): void {
         if (this.isEnded) return;
         this.isEnded = true;
+        this.reason = reason;
         const error = reason ?? NumoraError.disconnected("the client was closed");
         for (const call of [...this.calls.values()]) call.reject(error);
         for (const listener of [...this.listeners.keys()]) {
