@@ -178,12 +178,14 @@ TEST_F(SupervisorTest, theGroupDiesWithItsLeaderAndAChildThatLeftItHoldsNothingU
 TEST_F(SupervisorTest, aWorkerGetsWhatItIsGivenAndNothingElse) {
     const supervisor::Descriptor secret(::dup(0));
     WorkerSpec spec = shell(
-        "echo $(pwd) $NUMORA_TOKEN $NUMORA_LOG_LEVEL $SUPERVISOR_TEST $(cd /proc/$$/fd; echo *) $(readlink "
+        "read line <&3; echo $(pwd) $NUMORA_TOKEN $NUMORA_LOG_LEVEL $SUPERVISOR_TEST $(cd /proc/$$/fd; echo "
+        "*) $(readlink "
         "/proc/$$/fd/0) "
         "$(grep -E 'Sig(Blk|Ign)|NSpgid|NSsid' /proc/$$/status | cut -f 2) $(ulimit -c) >&3; sleep 99");
     spec.folder = "/usr";
     spec.env = {{"SUPERVISOR_TEST", "own"}};
     const Life life = start(spec);
+    tell(*life.worker);
     const std::string pid = std::to_string(life.worker->pid());
     // 9 is the shell's own; glibc keeps the signals 32 and 33 to itself.
     EXPECT_THAT(line(*life.worker), MatchesRegex("/usr debug own 0 1 2 3 4 5 6 7 8 9 /dev/null " + pid + " " +
@@ -191,9 +193,10 @@ TEST_F(SupervisorTest, aWorkerGetsWhatItIsGivenAndNothingElse) {
 }
 
 TEST_F(SupervisorTest, memoryIsLimitedToWhatAReadyWorkerHasAndSoMuchMore) {
-    WorkerSpec spec = shell("cat /proc/$$/oom_score_adj >&3; read line <&3; ulimit -d >&3");
+    WorkerSpec spec = shell("read line <&3; cat /proc/$$/oom_score_adj >&3; read line <&3; ulimit -d >&3");
     spec.memoryMiB = 64;
     Life life = start(spec);
+    tell(*life.worker);
     EXPECT_EQ(std::stoi(line(*life.worker)),
               std::stoi(supervisor::readText("/proc/self/oom_score_adj")) + 300);
     const auto had = static_cast<double>(supervisor::statusBytes(life.worker->pid(), "VmData:"));
