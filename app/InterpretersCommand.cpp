@@ -21,6 +21,8 @@ using Poco::JSON::Object;
 
 namespace {
 
+constexpr std::size_t longestCause = 40;  // characters in the table
+
 struct InterpretersOptions {
     bool json = false;
     std::string id;
@@ -48,8 +50,10 @@ std::string stateOf(const Object& info) {
 std::string lastDeathOf(const Object& info) {
     const auto death = info.getObject("lastDeath");
     if (!death) return "";
+    const auto cause = textIn(*death, "cause");
     const auto detail = textIn(*death, "detail");
-    return textIn(*death, "ended") + "  " + (detail.empty() ? textIn(*death, "cause") : detail);
+    const bool isDetailed = (cause == "signal" || cause == "exit status") && !detail.empty();
+    return textIn(*death, "ended") + "  " + (isDetailed ? detail : cause).substr(0, longestCause);
 }
 
 std::string rowOf(const std::string& id, const std::string& state, const std::string& life,

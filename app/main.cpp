@@ -44,8 +44,14 @@ void describeProgram(CLI::App& program) {
     program.name("numora");
     program.require_subcommand(0, 1);
     program.set_version_flag("--version", "numora " NUMORA_VERSION);
-    program.failure_message([](const CLI::App*, const CLI::Error& error) {
-        return "numora: " + describe(error) + "\nRun 'numora --help' for the commands and options.\n";
+    program.failure_message([](const CLI::App* used, const CLI::Error& error) {
+        std::string command = used->get_name();
+        for (auto deeper = used->get_subcommands(); !deeper.empty(); deeper = used->get_subcommands()) {
+            used = deeper.back();
+            command += " " + used->get_name();
+        }
+        return "numora: " + describe(error) + "\nRun '" + command +
+               " --help' for the commands and options.\n";
     });
     program
         .add_option_function<std::string>(

@@ -50,9 +50,11 @@ std::string textIn(const Object& object, const std::string& name) {
 
 std::filesystem::path folderIn(const Object& object, const std::string& name) {
     std::filesystem::path folder = textIn(object, name);
+    if (!object.has(name)) return folder;
+    if (!folder.is_absolute()) throw BadMessage(name + " must be an absolute path: " + folder.string());
     std::error_code error;
-    if (object.has(name) && !(folder.is_absolute() && std::filesystem::is_directory(folder, error))) {
-        throw BadMessage(name + " must be the absolute path of a folder");
+    if (!std::filesystem::is_directory(folder, error)) {
+        throw BadMessage(name + " must be the path of an existing folder: " + folder.string());
     }
     return folder;
 }

@@ -186,7 +186,7 @@ class ServeTest(unittest.TestCase):
             "[interpreters.Lab]": "interpreters.Lab: id must be 1 to 63 small letters",
             "[interpreters.lab]\nid = 'x'": "interpreters.lab.id is not a known setting",
             "[interpreters.lab]\nmemoryMiB = -1": "interpreters.lab: memoryMiB must be an integer between 0",
-            "[interpreters.lab]\nvenv = 'no'": "interpreters.lab: venv must be the absolute path of a folder",
+            "[interpreters.lab]\nvenv = 'no'": "interpreters.lab: venv must be the path of an existing folder: /",
         }
         for given, message in rows.items():
             with self.subTest(given), tempfile.NamedTemporaryFile("w", suffix=".toml") as file:
