@@ -74,6 +74,7 @@ Poco::JSON::Object::Ptr Console::send(const std::string& code) {
 
 void Console::evaluate(const std::string& code) {
     try {
+        if (wants_ == Evaluation::Wants::Input) session_.goOn();
         const auto response = send(code);
         show(outcomeOf(session_, wants_ == Evaluation::Wants::Input ? "" : code, *response));
     } catch (const InterpreterDied& death) {

@@ -73,6 +73,7 @@ int runEval(const EvalOptions& options) {
     bool failed = false;
     Evaluation last;
     for (const auto& code : codes) {
+        if (&code != &codes.front()) session->goOn();
         const bool typed = last.wants == Evaluation::Wants::Input;
         const auto response = sendEval(*session, typed ? withFinalNewline(code) : code, settings);
         last = outcomeOf(*session, typed ? "" : code, *response);

@@ -35,6 +35,7 @@ namespace {
 constexpr auto connectLimit = std::chrono::seconds(10);
 // A server ends idle connections after a minute; a request must not cross with that.
 constexpr auto longestIdle = std::chrono::seconds(40);
+constexpr const char* lifeHeader = "Connector-Interpreter-Life";
 
 void watch(tcp::socket& socket) {
     const int descriptor = socket.native_handle();
@@ -77,7 +78,7 @@ public:
     explicit Impl(ServerAddress address) : address_(std::move(address)) {}
 
     Answer exchange(http::verb verb, const std::string& path, const std::string& json,
-                    std::optional<std::chrono::seconds> limit);
+                    std::optional<std::chrono::seconds> limit, const std::string& life = {});
     void abort() {
         isAborted_ = true;
         asio::post(context_, [this] {
@@ -175,11 +176,13 @@ void HttpClient::Impl::handshake(Secure& stream) {
 
 HttpClient::Answer HttpClient::Impl::exchange(http::verb verb, const std::string& path,
                                               const std::string& json,
-                                              std::optional<std::chrono::seconds> limit) {
+                                              std::optional<std::chrono::seconds> limit,
+                                              const std::string& life) {
     http::request<http::string_body> request(verb, address_.interpreterFolder() + path, 11);
     request.set(http::field::host, address_.authority());
     request.set("Connector-Client-Type", "numora-cli");
     if (!address_.token.empty()) request.set(http::field::authorization, "Bearer " + address_.token);
+    if (!life.empty()) request.set(lifeHeader, life);
     if (verb == http::verb::post) {
         request.set(http::field::content_type, "application/json");
         request.body() = json;
@@ -208,7 +211,7 @@ HttpClient::Answer HttpClient::Impl::exchangeNow(http::request<http::string_body
     return {.status = static_cast<int>(response.result_int()),
             .body = std::move(response.body()),
             .isDropped = response.count("Connector-Dropped") > 0,
-            .life = std::string(response["Connector-Interpreter-Life"])};
+            .life = std::string(response[lifeHeader])};
 }
 
 template <class Stream>
@@ -231,8 +234,8 @@ HttpClient::HttpClient(ServerAddress address) : impl_(std::make_unique<Impl>(std
 HttpClient::~HttpClient() = default;
 
 HttpClient::Answer HttpClient::post(const std::string& path, const std::string& json,
-                                    std::optional<std::chrono::seconds> limit) {
-    return impl_->exchange(http::verb::post, path, json, limit);
+                                    std::optional<std::chrono::seconds> limit, const std::string& life) {
+    return impl_->exchange(http::verb::post, path, json, limit, life);
 }
 
 HttpClient::Answer HttpClient::get(const std::string& path, std::chrono::seconds limit) {

@@ -42,11 +42,11 @@ public:
     HttpClient(const HttpClient&) = delete;
     HttpClient& operator=(const HttpClient&) = delete;
 
-    /// Sends `json` to a path of the interpreter. A request is never sent twice.
-    /// Blocks: until the answer is there, for `limit` at most if there is one; ten seconds for a connection.
-    /// Throws: ConnectionLost.
+    /// Sends `json` to a path of the interpreter. A request is never sent twice. With a `life` it is run in
+    /// that life of the interpreter, or refused with 409. Blocks: until the answer is there, for `limit` at
+    /// most if there is one; ten seconds for a connection. Throws: ConnectionLost.
     Answer post(const std::string& path, const std::string& json,
-                std::optional<std::chrono::seconds> limit = std::nullopt);
+                std::optional<std::chrono::seconds> limit = std::nullopt, const std::string& life = {});
     Answer get(const std::string& path, std::chrono::seconds limit);
     Answer remove(const std::string& path, std::chrono::seconds limit);
 

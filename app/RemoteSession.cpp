@@ -25,6 +25,9 @@ namespace {
 
 constexpr auto patience = std::chrono::seconds(5);
 constexpr auto readyLimit = std::chrono::seconds(10);
+constexpr int conflict = 409;
+constexpr const char* startedAnew =
+    "the interpreter was started anew since the last request; what was before is lost";
 
 Object::Ptr objectFrom(const HttpClient::Answer& answer) {
     const Var value = valueIn(answer);
@@ -76,8 +79,13 @@ Object::Ptr RemoteSession::request(const std::string& type, const Object::Ptr& m
         return new Object;
     }
     const Counted counted(underWay_);
-    const auto answer = requests_.post("/" + type, connector::json::written(message));
+    const std::string wanted = std::exchange(wantedLife_, {});
+    const auto answer = requests_.post("/" + type, connector::json::written(message), std::nullopt, wanted);
     wasDropped_ = answer.isDropped;
+    if (!wanted.empty() && answer.status == conflict) {
+        life_.clear();
+        throw InterpreterDied(startedAnew);
+    }
     try {
         const auto response = objectFrom(answer);
         noteLife(answer.life);
@@ -91,10 +99,7 @@ Object::Ptr RemoteSession::request(const std::string& type, const Object::Ptr& m
 // Between two requests it may have been ended by others, or by threads of its own.
 void RemoteSession::noteLife(const std::string& life) {
     if (life.empty()) return;
-    if (!life_.empty() && life != life_) {
-        printError(streams().error,
-                   "the interpreter was started anew since the last request; what was before is lost");
-    }
+    if (!life_.empty() && life != life_) printError(streams().error, startedAnew);
     life_ = life;
 }
 

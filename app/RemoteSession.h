@@ -29,6 +29,7 @@ public:
 
     StandardStreams streams() const override;
     Poco::JSON::Object::Ptr request(const std::string& type, const Poco::JSON::Object::Ptr& message) override;
+    void goOn() override { wantedLife_ = life_; }
     bool wasDropped() const override { return wasDropped_; }
     nmutil::prompt::InputRequester promptAfter(const std::string& code) override;
     /// Another client may type it.
@@ -45,7 +46,8 @@ private:
     HttpClient interrupts_;  ///< of the key's thread
     std::atomic<int> underWay_{0};
     bool wasDropped_ = false;
-    std::string life_;  ///< the number of the interpreter's at the last request; empty after a death
+    std::string life_;        ///< the number of the interpreter's at the last request; empty after a death
+    std::string wantedLife_;  ///< of the next request; empty for any
 
     connector::Mutex mutex_;
     RemoteStream* stream_ GUARDED_BY(mutex_) = nullptr;  ///< the one that is open

@@ -83,6 +83,10 @@ public:
     virtual Poco::JSON::Object::Ptr request(const std::string& type,
                                             const Poco::JSON::Object::Ptr& message) = 0;
 
+    /// The next request makes sense only with what the last one has left, as what is typed does. If the
+    /// interpreter was started anew between them, it is not run and throws InterpreterDied.
+    virtual void goOn() {}
+
     /// Whether the last request was not run because somebody's interrupt came after it, which its response
     /// does not say.
     virtual bool wasDropped() const { return false; }

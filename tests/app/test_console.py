@@ -179,6 +179,11 @@ class RemoteConsoleTest(ConsoleTest):
         self.assertEqual(terminal.enter("'x' in globals()", ">>> "), "\nFalse\n")
         self.assertEqual(run("restart", *self.options)[0], 0)
         self.assertIn("numora: the interpreter was started anew since", terminal.enter("5", "\n5\n>>> "))
+        terminal.enter("x = input('Password? ')", "Password? ")
+        self.assertEqual(run("restart", *self.options)[0], 0)
+        self.assertEqual(terminal.enter("print('typed')", ">>> "),
+                         "\nnumora: the interpreter was started anew since the last request; what was before is lost\n")
+        self.assertEqual(terminal.enter("'x' in globals()", ">>> "), "\nFalse\n")
 
     def test_a_server_that_goes_away_ends_it_with_status_1(self):
         terminal = self.open()
