@@ -6,6 +6,8 @@
 #include <thread>
 #include <utility>
 
+#include <sched.h>
+
 #include "foundation/log/diagnostic_logger.h"
 #include "thread/dequeueRules.h"
 
@@ -18,6 +20,11 @@ using cmddistributor::WhenToDequeue;
 
 bool isForRunningCode(const QueuedRequest& request) {
     return request.isReady && request.options.whenToDequeue() == WhenToDequeue::Ppe;
+}
+
+bool hasSeveralProcessors() {
+    cpu_set_t set;
+    return sched_getaffinity(0, sizeof set, &set) != 0 || CPU_COUNT(&set) > 1;
 }
 
 // Watches `changes` for a few microseconds.
@@ -34,7 +41,7 @@ bool spinUntilChanged(const std::atomic<unsigned>& changes, unsigned seen) {
 }  // namespace
 
 RequestQueue::RequestQueue(Signals signals, std::size_t capacity)
-    : signals_(std::move(signals)), capacity_(capacity) {}
+    : signals_(std::move(signals)), capacity_(capacity), hasProcessors_(hasSeveralProcessors()) {}
 
 void RequestQueue::enqueue(IDType id, std::shared_ptr<cmddistributor::CmdRequest> request,
                            cmddistributor::RunOptions options,
@@ -54,6 +61,7 @@ void RequestQueue::enqueue(IDType id, std::shared_ptr<cmddistributor::CmdRequest
 }
 
 void RequestQueue::setReadyToExecute(IDType id) {
+    bool isWaitedFor = false;
     {
         connector::MutexLock lock(mutex_);
         const auto entry = findLocked(id);
@@ -64,8 +72,9 @@ void RequestQueue::setReadyToExecute(IDType id) {
             signalLocked();
         }
         changes_.fetch_add(1, std::memory_order_relaxed);
+        isWaitedFor = std::exchange(isWaiting_, false);
     }
-    changed_.notify_one();
+    if (isWaitedFor) changed_.post();  // without the lock, which the woken thread takes first
 }
 
 void RequestQueue::addContinuation(IDType id, std::function<void()> continuation) {
@@ -219,7 +228,7 @@ void RequestQueue::stopSignalsLocked() {
 
 void RequestQueue::wakeLocked() {
     changes_.fetch_add(1, std::memory_order_relaxed);
-    changed_.notify_one();
+    if (std::exchange(isWaiting_, false)) changed_.post();
 }
 
 std::unique_ptr<QueuedRequest> RequestQueue::tryTake(InputRequester prompt) {
@@ -234,18 +243,22 @@ std::unique_ptr<QueuedRequest> RequestQueue::take(InputRequester prompt,
     for (;;) {
         if (isStopped_ || codes_.mayTakeInterrupt()) return nullptr;
         if (auto request = takeLocked(prompt)) return request;
-        // A client often sends its next request as soon as it has its answer. To look out for it for a moment
-        // costs less than to sleep and be woken.
-        const unsigned seen = changes_.load(std::memory_order_relaxed);
-        lock.unlock();
-        const bool hasChanged = spinUntilChanged(changes_, seen);
-        lock.lock();
-        if (hasChanged || seen != changes_.load(std::memory_order_relaxed)) continue;
-        if (!limit) {
-            changed_.wait(lock.native());
-        } else if (changed_.wait_until(lock.native(), deadline) == std::cv_status::timeout) {
-            return takeLocked(prompt);
+        if (hasProcessors_) {
+            // A client often sends its next request as soon as it has its answer. To look out for it for a
+            // moment costs less than to sleep and be woken, which takes long on another processor.
+            const unsigned seen = changes_.load(std::memory_order_relaxed);
+            lock.unlock();
+            const bool hasChanged = spinUntilChanged(changes_, seen);
+            lock.lock();
+            if (hasChanged || seen != changes_.load(std::memory_order_relaxed)) continue;
         }
+        isWaiting_ = true;
+        lock.unlock();
+        const bool isWoken = limit ? changed_.waitUntil(deadline) : (changed_.wait(), true);
+        lock.lock();
+        if (isWoken) continue;
+        if (std::exchange(isWaiting_, false)) return takeLocked(prompt);
+        changed_.wait();  // somebody is about to post
     }
 }
 

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "cmddistributor/CmdDistributor.h"
+#include "connector/Semaphore.h"
 #include "connector/ThreadSafety.h"
 #include "nmutil/prompt/InputRequester.h"
 #include "thread/CodeStack.h"
@@ -63,8 +64,8 @@ public:
     std::unique_ptr<QueuedRequest> tryTake(InputRequester prompt) EXCLUDES(mutex_);
 
     /// The same, but waits for one. Null when the code that waits at the prompt is interrupted, when the
-    /// queue has been stopped, and after `limit`. Blocks: until then; it sleeps after the first twenty
-    /// microseconds.
+    /// queue has been stopped, and after `limit`. Blocks: until then; it sleeps at once where the process has
+    /// one processor, and elsewhere after twenty microseconds.
     std::unique_ptr<QueuedRequest> take(InputRequester prompt,
                                         std::optional<std::chrono::milliseconds> limit = {}) EXCLUDES(mutex_);
 
@@ -133,10 +134,12 @@ private:
 
     const Signals signals_;
     const std::size_t capacity_;
+    const bool hasProcessors_;  // several, when it was made
 
     mutable connector::Mutex mutex_;
-    std::condition_variable changed_;
-    std::atomic<unsigned> changes_{0};  // counts notifications; changed under mutex_, read without it
+    connector::Semaphore changed_;  // posted by whoever takes `isWaiting_` away
+    bool isWaiting_ GUARDED_BY(mutex_) = false;
+    std::atomic<unsigned> changes_{0};  // counts reasons to wake; changed under mutex_, read without it
     std::deque<Entry> entries_ GUARDED_BY(mutex_);
     std::vector<Running> running_
         GUARDED_BY(mutex_);  // innermost last: requests run inside others at prompts

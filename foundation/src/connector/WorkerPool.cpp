@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "connector/Semaphore.h"
 #include "connector/ThreadSafety.h"
 #include "connector/joinLater.h"
 
@@ -38,16 +39,9 @@ public:
     }
 
 private:
-    /// A thread that waits for a task.
-    struct Idle {
-        std::condition_variable wake;
-        bool isWoken = false;
-    };
-
     bool hasThreadsLocked() REQUIRES(mutex_);
     void work(std::uint64_t round) EXCLUDES(mutex_);
-    void waitLocked(MutexLock& lock) REQUIRES(mutex_);
-    void wakeLocked() REQUIRES(mutex_);
+    Semaphore* takeWaitingLocked() REQUIRES(mutex_);
 
     const std::size_t mostThreads_;
     const std::size_t capacity_;  ///< tasks queued and running
@@ -55,8 +49,9 @@ private:
 
     mutable Mutex mutex_;
     std::condition_variable idle_;
-    std::vector<Idle*> waiting_
-        GUARDED_BY(mutex_);  ///< the one that began last is woken: its caches are warm
+    /// What idle threads sleep on. Whoever takes one out posts it. The one that began last is woken: its
+    /// caches are warm.
+    std::vector<Semaphore*> waiting_ GUARDED_BY(mutex_);
     std::deque<Task> queue_ GUARDED_BY(mutex_);
     std::size_t bytes_ GUARDED_BY(mutex_) = 0;  ///< of the queue
     std::size_t running_ GUARDED_BY(mutex_) = 0;
@@ -67,15 +62,18 @@ private:
 };
 
 WorkerPool::Outcome WorkerPool::State::submit(Task task) {
-    const MutexLock lock(mutex_);
-    if (isClosed_) return Outcome::Closed;
-    // A thread that has not taken its task yet must not make the queue look full.
-    if (queue_.size() + running_ >= capacity_ || task.bytes > queueBytes_ - bytes_) return Outcome::Full;
-    if (!hasThreadsLocked()) return Outcome::Full;
-    const std::size_t bytes = task.bytes;
-    queue_.push_back(std::move(task));
-    bytes_ += bytes;
-    wakeLocked();
+    Semaphore* waiting = nullptr;
+    {
+        const MutexLock lock(mutex_);
+        if (isClosed_) return Outcome::Closed;
+        // A thread that has not taken its task yet must not make the queue look full.
+        if (queue_.size() + running_ >= capacity_ || task.bytes > queueBytes_ - bytes_) return Outcome::Full;
+        if (!hasThreadsLocked()) return Outcome::Full;
+        bytes_ += task.bytes;
+        queue_.push_back(std::move(task));
+        waiting = takeWaitingLocked();
+    }
+    if (waiting != nullptr) waiting->post();  // without the lock, which the woken thread takes first
     return Outcome::Accepted;
 }
 
@@ -100,7 +98,7 @@ void WorkerPool::State::refuseTasks(bool alsoQueued) {
             bytes_ = 0;
         }
         if (running_ == 0 && queue_.empty()) idle_.notify_all();
-        while (!waiting_.empty()) wakeLocked();
+        while (Semaphore* const waiting = takeWaitingLocked()) waiting->post();
     }
     for (const auto& task : refused) {
         if (task.refuse) task.refuse();
@@ -140,24 +138,23 @@ bool WorkerPool::State::waitUntilIdle(std::chrono::milliseconds limit) {
     return true;
 }
 
-void WorkerPool::State::waitLocked(MutexLock& lock) {
-    Idle self;
-    waiting_.push_back(&self);
-    while (!self.isWoken) self.wake.wait(lock.native());
-}
-
-void WorkerPool::State::wakeLocked() {
-    if (waiting_.empty()) return;
-    Idle& idle = *waiting_.back();
+Semaphore* WorkerPool::State::takeWaitingLocked() {
+    if (waiting_.empty()) return nullptr;
+    Semaphore* const waiting = waiting_.back();
     waiting_.pop_back();
-    idle.isWoken = true;
-    idle.wake.notify_one();  // under the lock, because it is gone as soon as its thread goes on
+    return waiting;
 }
 
 void WorkerPool::State::work(std::uint64_t round) {
+    Semaphore wake;
     MutexLock lock(mutex_);
     while (true) {
-        while (queue_.empty() && !isClosed_ && round == round_) waitLocked(lock);
+        while (queue_.empty() && !isClosed_ && round == round_) {
+            waiting_.push_back(&wake);
+            lock.unlock();
+            wake.wait();
+            lock.lock();
+        }
         // A thread that `finish` could not join ends, even if the pool was reopened meanwhile.
         if (queue_.empty() || round != round_) return;
         {
