@@ -1,6 +1,7 @@
 #include "connector/common/ContextState.h"
 
-#include <atomic>
+#include <algorithm>
+#include <unordered_map>
 #include <utility>
 
 namespace connector::common {
@@ -12,20 +13,30 @@ thread_local std::uint64_t handleOfCurrent = 0;
 
 }  // namespace
 
-bool ContextState::has(const std::string& key) const {
-    MutexLock lock(mutex_);
-    return values_.contains(key);
+const ContextState::Entry* ContextState::findLocked(std::string_view key) const {
+    const auto found = std::ranges::find(values_, key, &Entry::key);
+    return found == values_.end() ? nullptr : &*found;
 }
 
-boost::any ContextState::get(const std::string& key) const {
+bool ContextState::has(std::string_view key) const {
     MutexLock lock(mutex_);
-    const auto found = values_.find(key);
-    return found == values_.end() ? boost::any() : found->second.value;
+    return findLocked(key) != nullptr;
 }
 
-void ContextState::set(const std::string& key, boost::any value, ContextScope scope) {
+boost::any ContextState::get(std::string_view key) const {
     MutexLock lock(mutex_);
-    values_[key] = Entry{std::move(value), scope};
+    const Entry* const entry = findLocked(key);
+    return entry != nullptr ? entry->value : boost::any();
+}
+
+void ContextState::set(std::string_view key, boost::any value, ContextScope scope) {
+    MutexLock lock(mutex_);
+    if (const auto found = std::ranges::find(values_, key, &Entry::key); found != values_.end()) {
+        found->value.swap(value);  // the old one goes without the lock
+        found->scope = scope;
+    } else {
+        values_.push_back(Entry{std::string(key), std::move(value), scope});
+    }
 }
 
 std::shared_ptr<ContextState> ContextState::current() {

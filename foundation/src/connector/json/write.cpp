@@ -38,13 +38,19 @@ void writeArray(const Array& array, DataBuffer& out) {
 void writeObject(const Object& object, DataBuffer& out) {
     out.push_back('{');
     bool isFirst = true;
-    // The names are in the object's own order, which its iterators do not know.
+    // The names are in the object's own order, which its iterators do not know. As a rule it is theirs, and
+    // then no value has to be looked up, nor copied.
+    auto next = object.begin();
     for (const std::string& name : object.getNames()) {
         if (!isFirst) out.push_back(',');
         isFirst = false;
         writeString(name, out);
         out.push_back(':');
-        write(object.get(name), out);
+        if (next != object.end() && next->first == name) {
+            write((next++)->second, out);
+        } else {
+            write(object.get(name), out);
+        }
     }
     out.push_back('}');
 }

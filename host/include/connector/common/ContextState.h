@@ -3,7 +3,8 @@
 #include <cstdint>
 #include <memory>
 #include <string>
-#include <unordered_map>
+#include <string_view>
+#include <vector>
 
 #include <boost/any.hpp>
 
@@ -22,18 +23,19 @@ enum class ContextScope {
 /// Threads: every operation from any thread.  Locks: mutex_.
 class ContextState {
 public:
-    bool has(const std::string& key) const EXCLUDES(mutex_);
+    bool has(std::string_view key) const EXCLUDES(mutex_);
     /// The value, or an empty one.
-    boost::any get(const std::string& key) const EXCLUDES(mutex_);
-    void set(const std::string& key, boost::any value, ContextScope scope = ContextScope::Request)
+    boost::any get(std::string_view key) const EXCLUDES(mutex_);
+    void set(std::string_view key, boost::any value, ContextScope scope = ContextScope::Request)
         EXCLUDES(mutex_);
 
     /// The value if it is there and is a `T`, else `otherwise`.
     template <class T>
-    T getOr(const std::string& key, T otherwise) const {
-        const boost::any value = get(key);
-        const T* held = boost::any_cast<T>(&value);
-        return held ? *held : otherwise;
+    T getOr(std::string_view key, T otherwise) const EXCLUDES(mutex_) {
+        MutexLock lock(mutex_);
+        const Entry* const entry = findLocked(key);
+        const T* held = entry != nullptr ? boost::any_cast<T>(&entry->value) : nullptr;
+        return held != nullptr ? *held : otherwise;
     }
 
     /// The context of what this thread is handling. Never null: an empty one where none was set.
@@ -45,12 +47,15 @@ public:
 
 private:
     struct Entry {
+        std::string key;
         boost::any value;
         ContextScope scope;
     };
 
+    const Entry* findLocked(std::string_view key) const REQUIRES(mutex_);
+
     mutable Mutex mutex_;
-    std::unordered_map<std::string, Entry> values_ GUARDED_BY(mutex_);
+    std::vector<Entry> values_ GUARDED_BY(mutex_);  ///< a few
 };
 
 /// Makes a context the current one of this thread while it is in scope; scopes nest. Null stands for an empty
