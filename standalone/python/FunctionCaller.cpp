@@ -57,14 +57,22 @@ PyRef takeException() {
 }  // namespace
 
 FunctionCaller::FunctionCaller(PyObject* runtimeModule)
-    : call_(PyObject_GetAttrString(runtimeModule, "call")),
-      callWithValues_(PyObject_GetAttrString(runtimeModule, "call_with_values")),
-      report_(PyObject_GetAttrString(runtimeModule, "report")),
-      message_(PyObject_GetAttrString(runtimeModule, "message")) {
-    if (!call_ || !callWithValues_ || !report_ || !message_) {
-        PyErr_Clear();
-        throw std::runtime_error("The Python runtime module has no function to call others.");
-    }
+    : report_(PyObject_GetAttrString(runtimeModule, "report")) {
+    if (report_) return;
+    PyErr_Clear();
+    throw std::runtime_error("The Python runtime module cannot describe errors.");
+}
+
+bool FunctionCaller::load() {
+    if (call_) return true;
+    const PyRef module(PyImport_ImportModule("numora._calls"));
+    const auto attribute = [&module](const char* name) {
+        return PyRef(module ? PyObject_GetAttrString(module.get(), name) : nullptr);
+    };
+    callWithValues_ = attribute("call_with_values");
+    if (callWithValues_) message_ = attribute("message");
+    if (message_) call_ = attribute("call");
+    return static_cast<bool>(call_);
 }
 
 std::vector<matrix::ArrayPtr> FunctionCaller::call(const cmddistributor::FEvalIIP& iip) {
@@ -74,7 +82,7 @@ std::vector<matrix::ArrayPtr> FunctionCaller::call(const cmddistributor::FEvalII
 
 std::vector<matrix::ArrayPtr> FunctionCaller::callWithArrays(const std::string& name,
                                                              const cmddistributor::FEvalIIP& iip) {
-    const PyRef values(PyList_New(0));
+    const PyRef values(load() ? PyList_New(0) : nullptr);
     for (const auto& argument : iip.data()->arguments) {
         const PyRef value(values ? pythonValue(argument.get()) : nullptr);
         if (!value || PyList_Append(values.get(), value.get()) != 0) break;
@@ -104,7 +112,7 @@ std::vector<matrix::ArrayPtr> FunctionCaller::callThroughJson(const cmddistribut
     const auto& arguments = data.arguments;
     if (arguments.size() < 2) throw refusal(u"The internal function needs a name and a number of results.");
 
-    const PyRef texts(PyList_New(0));
+    const PyRef texts(load() ? PyList_New(0) : nullptr);
     for (std::size_t i = 2; texts && i < arguments.size(); ++i) {
         const PyRef text(pythonText(matrix::get_ustring(*arguments[i])));
         if (!text || PyList_Append(texts.get(), text.get()) != 0) break;
@@ -125,7 +133,7 @@ std::vector<matrix::ArrayPtr> FunctionCaller::callThroughJson(const cmddistribut
 
 std::vector<matrix::ArrayPtr> FunctionCaller::failed() {
     const PyRef error = takeException();
-    const PyRef message(error ? PyObject_CallOneArg(message_.get(), error.get()) : nullptr);
+    const PyRef message(error && load() ? PyObject_CallOneArg(message_.get(), error.get()) : nullptr);
     if (message) return answer(u"[]", true, utf16(message.get()));
     // Not even the failure could be put into words, for want of memory or because of another interrupt.
     const bool isInterrupt = PyErr_ExceptionMatches(PyExc_KeyboardInterrupt) != 0;

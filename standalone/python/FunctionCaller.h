@@ -15,7 +15,7 @@ namespace standalone {
 /// Threads: the interpreter thread with the interpreter's lock.
 class FunctionCaller {
 public:
-    /// `runtimeModule` is the module that finds and calls the functions.  Throws: std::runtime_error.
+    /// `runtimeModule` is the module that describes errors.  Throws: std::runtime_error.
     explicit FunctionCaller(PyObject* runtimeModule);
 
     /// Runs the request. The internal function is given the name of the function to call, the number of
@@ -29,13 +29,16 @@ private:
     std::vector<matrix::ArrayPtr> callThroughJson(const cmddistributor::FEvalIIP::Data& data);
     std::vector<matrix::ArrayPtr> callWithArrays(const std::string& name,
                                                  const cmddistributor::FEvalIIP& iip);
+    /// Loads what calls are made with, once, with the first of them: programs that make none start faster.
+    /// False with a Python exception set.
+    bool load();
     /// What a failed call answers, from the Python exception that is set, which is cleared.
     std::vector<matrix::ArrayPtr> failed();
 
-    const PyRef call_;
-    const PyRef callWithValues_;
     const PyRef report_;
-    const PyRef message_;
+    PyRef call_;  // null until it is loaded, as are the others
+    PyRef callWithValues_;
+    PyRef message_;
 };
 
 }  // namespace standalone

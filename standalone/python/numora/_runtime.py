@@ -19,11 +19,8 @@ from ._threads import attribute_threads
 
 __all__ = [
     "announce_workspace",
-    "call",
-    "call_with_values",
     "end",
     "end_forked_child",
-    "message",
     "remember",
     "report",
     "restore_interrupts",
@@ -117,24 +114,3 @@ def run_in_loop(statements, expression, workspace):
     from ._loop import run, run_in_turn
 
     run(run_in_turn((statements, expression), workspace))
-
-
-def call(name, nargout, arguments):
-    """Calls a function for a client, with JSON arguments."""
-    from ._calls import call
-
-    return call(name, nargout, arguments)
-
-
-def call_with_values(name, nargout, values):
-    """Calls a function with values of Python's own."""
-    from ._calls import call_with_values
-
-    return call_with_values(name, nargout, values)
-
-
-def message(error):
-    """What a client is told of an error."""
-    from ._calls import message
-
-    return message(error)
