@@ -16,7 +16,8 @@ const foundation::log::DiagnosticLogger logger("connector::numora_output");
 constexpr std::size_t keptOutput = 4'000;
 
 std::shared_ptr<nmutil::io::UnicodeStreamBuf> makeBuffer(bool isWanted) {
-    if (isWanted) return std::make_shared<ConnectorCmdWinBuffer>(keptOutput);
+    if (isWanted && logger.isEnabled(foundation::log::Severity::Debug))
+        return std::make_shared<ConnectorCmdWinBuffer>(keptOutput);
     return std::make_shared<DiscardingStreamBuf>();
 }
 

@@ -11,7 +11,8 @@ namespace connector::interpreter::v1 {
 
 /// Where the output of one function call goes: never into the command window, because the call may run
 /// inside the code of another request, whose output that would become. The response has no place for it
-/// either, so the end of it goes to the log, "connector::numora_output", unless it is not wanted at all.
+/// either, so the end of it goes to the log, "connector::numora_output", if that takes such lines when the
+/// call begins and it is wanted at all.
 ///
 /// Threads: the constructor's, then the interpreter thread.
 class CallOutput {

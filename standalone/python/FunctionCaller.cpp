@@ -26,7 +26,7 @@ std::vector<matrix::ArrayPtr> answer(std::u16string results, bool isError, std::
     fields.push_back({"results", matrix::create(std::move(results))});
     fields.push_back({"error", matrix::createLogical(isError)});
     fields.push_back({"faultMessage", matrix::create(std::move(faultMessage))});
-    fields.push_back({"faultId", matrix::create(std::move(faultId))});
+    if (!faultId.empty()) fields.push_back({"faultId", matrix::create(std::move(faultId))});
     std::vector<matrix::ArrayPtr> outputs;
     outputs.push_back(matrix::createStruct(std::move(fields)));
     return outputs;

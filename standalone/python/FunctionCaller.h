@@ -19,8 +19,8 @@ public:
     explicit FunctionCaller(PyObject* runtimeModule);
 
     /// Runs the request. The internal function is given the name of the function to call, the number of
-    /// results and one JSON text for each argument; it returns one struct with the fields "results", "error",
-    /// "faultMessage" and "faultId", the identifier of an error that has one of its own. Any other function,
+    /// results and one JSON text for each argument; it returns one struct with the fields "results", "error"
+    /// and "faultMessage", and "faultId" for an error that has an identifier of its own. Any other function,
     /// named as there, is given the arrays as arrayValues.h says, and returns `nargout` arrays. Throws:
     /// cmddistributor::RuntimeException, when the function fails or an argument or a result cannot be passed.
     std::vector<matrix::ArrayPtr> call(const cmddistributor::FEvalIIP& iip);

@@ -9,9 +9,9 @@ from . import _user
 
 def find_function(name):
     """Looks a name up in the workspace, then, dotted, through modules, then among the builtins."""
-    head, *rest = name.split(".")
-    found = _find_head(name, head, bool(rest))
-    for attribute in rest:
+    head, dot, rest = name.partition(".")
+    found = _find_head(name, head, bool(dot))
+    for attribute in rest.split(".") if dot else ():
         try:
             found = getattr(found, attribute)
         except AttributeError:
