@@ -1,13 +1,15 @@
 #define PY_SSIZE_T_CLEAN
 #include "thread/RequestRunner.h"
 
+#include <atomic>
 #include <csignal>
 #include <stdexcept>
+#include <system_error>
 #include <utility>
 #include <vector>
 
 #include <Python.h>
-#include <unistd.h>
+#include <pthread.h>
 
 #include "cmddistributor/IIPResult.h"
 #include "connector/common/ContextState.h"
@@ -30,6 +32,15 @@ using cmddistributor::RuntimeException;
 // There is one workspace; what it is, the code runner knows.
 class MainWorkspace : public iqm::Workspace {};
 
+// Set in the child by every fork: to ask for the process's id would be a system call for every request.
+std::atomic<bool> isForkedChild{false};
+
+void watchForks() {
+    static const int error = pthread_atfork(nullptr, nullptr, [] { isForkedChild = true; });
+    if (error != 0) throw std::system_error(error, std::generic_category(), "pthread_atfork");
+    isForkedChild = false;
+}
+
 RuntimeException internalError(const std::exception& error) {
     foundation::log::DiagnosticLogger("standalone::interpreter")
         .error("A request failed: " + std::string(error.what()));
@@ -51,8 +62,9 @@ RequestRunner::RequestRunner(RequestQueue& queue, PromptReader& prompts, Running
       python_(python),
       observer_(observer),
       codeRunner_(python.runtimeModule(), [this] { queue_.openCode(); }),
-      caller_(python.runtimeModule()),
-      process_(getpid()) {}
+      caller_(python.runtimeModule()) {
+    watchForks();
+}
 
 void RequestRunner::run(std::unique_ptr<QueuedRequest> queued) {
     const std::uint64_t contextHandle = queued->options.contextHandle();
@@ -112,7 +124,7 @@ RequestRunner::Result RequestRunner::runFunctionCall(QueuedRequest& queued,
             failure = error;
         }
     });
-    if (getpid() != process_) codeRunner_.exitForkedChild();
+    if (isForkedChild) codeRunner_.exitForkedChild();
     if (depth_ == 0) cleanUp();
     if (!running_.isBetweenSteps()) window_.drain(true);
     return std::make_unique<cmddistributor::FEvalResult>(queued.id, std::move(failure), std::move(outputs));
@@ -181,7 +193,7 @@ void RequestRunner::evaluate(const std::u16string& code) {
         prompt.announce();
         result = codeRunner_.execute(code, !isInternalCode());
     });
-    if (getpid() != process_) codeRunner_.exitForkedChild();  // or it would go on as a second interpreter
+    if (isForkedChild) codeRunner_.exitForkedChild();  // or it would go on as a second interpreter
 
     // Describing an error runs code of the user's, which may have to be interrupted, too.
     boost::optional<CodeError> error;

@@ -6,7 +6,6 @@
 #include <string>
 
 #include <boost/optional.hpp>
-#include <sys/types.h>
 
 #include "cmddistributor/IIP.h"
 #include "cmddistributor/RuntimeException.h"
@@ -86,7 +85,6 @@ private:
     HostObserver* const observer_;  // may be null
     CodeRunner codeRunner_;
     FunctionCaller caller_;
-    const pid_t process_;
     unsigned depth_ = 0;  // pieces of code that run inside one another
     CodeStatus status_;
     WindowSize shownSize_{0, 0};  // what Python code was last told
