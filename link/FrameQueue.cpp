@@ -17,7 +17,9 @@ iovec partOf(const char* data, std::size_t size) { return {const_cast<char*>(dat
 }  // namespace
 
 FrameClass classOf(const Frame& frame) {
-    if (frame.kind == Kind::Request || frame.kind == Kind::Response) return FrameClass::Answered;
+    const bool isAnswered = frame.kind == Kind::Request || frame.kind == Kind::Response ||
+                            (frame.kind == Kind::Message && frame.id != 0);
+    if (isAnswered) return FrameClass::Answered;
     return frame.mayBeLost ? FrameClass::MayBeLost : FrameClass::Kept;
 }
 

@@ -44,6 +44,10 @@ void FrameReader::beginPiece(const FrameHeader& header) {
     headLeft_ = header.headBytes;
     bodyLeft_ = header.bodyBytes;
     const auto found = unfinished_.empty() ? unfinished_.end() : unfinished_.find({header.kind, header.id});
+    if (found != unfinished_.end() || hasMore_) {
+        unfinishedBytes_ += bodyLeft_;
+        if (unfinishedBytes_ > maxBodyBytes) throw BadFrame("unfinished frames are too long");
+    }
     if (found == unfinished_.end()) {
         if (hasMore_ && unfinished_.size() == maxUnfinished) throw BadFrame("too many frames are unfinished");
         first_ = {.kind = header.kind, .id = header.id, .mayBeLost = header.mayBeLost};
@@ -54,7 +58,6 @@ void FrameReader::beginPiece(const FrameHeader& header) {
     }
     frame_ = &found->second;
     if (headLeft_ > 0) throw BadFrame("a later piece of a frame has a head");
-    if (frame_->body.size() + bodyLeft_ > maxBodyBytes) throw BadFrame("a frame is too long");
 }
 
 void FrameReader::endPiece(const Take& take) {
@@ -65,7 +68,9 @@ void FrameReader::endPiece(const Take& take) {
     } else if (isFirst) {
         take(std::move(first_));
     } else {
-        take(std::move(unfinished_.extract(key).mapped()));
+        auto whole = std::move(unfinished_.extract(key).mapped());
+        unfinishedBytes_ -= whole.body.size();
+        take(std::move(whole));
     }
 }
 

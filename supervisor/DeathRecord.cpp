@@ -34,13 +34,13 @@ std::string happened(const DeathRecord& record) {
 /// What it means for clients, as further sentences.
 std::string consequence(const DeathRecord& record) {
     if (record.cause == cause::startFailed) {
-        return record.startsAnew ? "The next request tries it again." : "It must be restarted.";
+        return record.startsAnew ? "The next request tries it again." : "It stays ended until a client restarts it.";
     }
     if (record.cause == cause::killedByAClient || record.cause == cause::deletedByAClient ||
         record.cause == cause::serverStopped)
         return "Its variables are lost.";
     return record.startsAnew ? "Its variables are lost; the next request starts it anew."
-                             : "Its variables are lost, and it must be restarted.";
+                             : "Its variables are lost, and it stays ended until a client restarts it.";
 }
 
 ObjectBuilder briefOf(const DeathRecord& record) {

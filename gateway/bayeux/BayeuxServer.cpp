@@ -1,5 +1,6 @@
 #include "bayeux/BayeuxServer.h"
 
+#include <algorithm>
 #include <exception>
 #include <utility>
 
@@ -25,6 +26,9 @@ constexpr std::uint16_t policyViolation = 1008;
 constexpr std::uint16_t tooBig = 1009;
 
 // The message service counts in tens of seconds, and looks at every session.
+// Where there is neither a session nor a socket.
+constexpr std::chrono::milliseconds idleSweepInterval = std::chrono::seconds(5);
+
 constexpr auto serviceSweepInterval = std::chrono::seconds(1);
 
 using Sessions = std::shared_ptr<SessionTable>;
@@ -151,6 +155,7 @@ std::unique_ptr<PendingPost> BayeuxServer::post(const std::string& body, const P
         exchange->answer(answer);
         return std::make_unique<ServerPost>(sessions_, std::move(exchange));
     };
+    noteUse();
     if (isStopped()) return answerNow(errorAnswer(503, "The server is shutting down"));
     try {
         auto exchange = std::make_shared<PostExchange>(messagesIn(body, peer, *sessions_), peer, done);
@@ -164,6 +169,7 @@ std::unique_ptr<PendingPost> BayeuxServer::post(const std::string& body, const P
 bool BayeuxServer::showsSession(std::string_view body) const { return sessions_->showsSession(body); }
 
 void BayeuxServer::open(const std::shared_ptr<ClientSocket>& socket) {
+    noteUse();
     socket->open(core_);
     {
         MutexLock lock(mutex_);
@@ -194,9 +200,10 @@ void BayeuxServer::receive(const std::shared_ptr<ClientSocket>& socket, const st
 
 // Destroying the timer cancels it, and then it does not touch this. While one waits, this is not unused.
 void BayeuxServer::armTimer() {
+    const auto interval = core_->options.sweepInterval;
     MutexLock lock(mutex_);
     if (isStopped_) return;
-    timer_.expires_after(core_->options.sweepInterval);
+    timer_.expires_after(isIdle_ ? std::max(interval, idleSweepInterval) : interval);
     timer_.async_wait([this, core = core_](const boost::system::error_code& error) {
         if (error) return;
         try {
@@ -204,8 +211,13 @@ void BayeuxServer::armTimer() {
         } catch (const std::exception& failure) {
             log().error("Sweeping the sessions failed: " + std::string(failure.what()));
         }
+        isIdle_ = sessions_->size() == 0 && openSockets().empty();
         armTimer();
     });
+}
+
+void BayeuxServer::noteUse() {
+    if (isIdle_.exchange(false)) armTimer();
 }
 
 void BayeuxServer::sweep() {

@@ -81,12 +81,14 @@ private:
     using Sockets = std::vector<std::shared_ptr<ClientSocket>>;
 
     void armTimer() EXCLUDES(mutex_);
+    void noteUse() EXCLUDES(mutex_);
     bool isStopped() EXCLUDES(mutex_);
     Sockets openSockets() EXCLUDES(mutex_);
 
     const std::shared_ptr<ServerCore> core_;
     const std::shared_ptr<SessionTable> sessions_;
     std::atomic<std::chrono::steady_clock::time_point> nextServiceSweep_{};
+    std::atomic<bool> isIdle_{false};  // sweeps are rare
 
     connector::Mutex mutex_;
     bool isStopped_ GUARDED_BY(mutex_) = false;

@@ -36,6 +36,7 @@ std::uint64_t InFlight::add(Request&& request) {
 std::uint64_t InFlight::add(Stream&& stream) {
     const MutexLock lock(mutex_);
     if (isClosed_) return 0;
+    bytes_ += stream.bytes;
     streams_.emplace(++last_, std::move(stream));
     return last_;
 }
@@ -50,12 +51,16 @@ std::optional<InFlight::Request> InFlight::takeRequest(std::uint64_t id) {
 InFlight::Taken InFlight::takeReply(std::uint64_t id) {
     const MutexLock lock(mutex_);
     const auto found = streams_.find(id);
-    return found == streams_.end() ? nullptr : std::exchange(found->second.taken, nullptr);
+    if (found == streams_.end()) return nullptr;
+    bytes_ -= std::exchange(found->second.bytes, 0);
+    return std::exchange(found->second.taken, nullptr);
 }
 
 std::optional<InFlight::Stream> InFlight::takeStream(std::uint64_t id) {
     const MutexLock lock(mutex_);
-    return taken(streams_, id);
+    auto found = taken(streams_, id);
+    if (found) bytes_ -= found->bytes;
+    return found;
 }
 
 std::vector<InFlight::Taken> InFlight::takeOverdue(Time now) {

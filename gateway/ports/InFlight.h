@@ -35,6 +35,7 @@ public:
     /// Streamed code.
     struct Stream {
         std::string name;
+        std::size_t bytes = 0;  ///< of its code, until the process has got it
         std::string clientType;
         Taken taken;  ///< null once it was called
         Time replyUntil;
@@ -64,7 +65,7 @@ public:
     All takeAll() EXCLUDES(mutex_);
 
     std::size_t count() const EXCLUDES(mutex_);
-    /// Of the bodies of requests that are not answered.
+    /// Of the bodies of requests that are not answered, and of code that is not taken.
     std::size_t bytes() const EXCLUDES(mutex_);
 
 private:

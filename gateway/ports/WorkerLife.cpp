@@ -24,6 +24,7 @@ namespace {
 
 constexpr std::size_t keptDeaths = 10;
 constexpr std::size_t mostBytes = std::size_t{128} << 20;  // of the bodies of requests
+constexpr std::size_t mostInterruptBytes = std::size_t{64} << 10;
 constexpr auto startTime = std::chrono::seconds(30);
 constexpr auto stopTime = std::chrono::milliseconds(2000);
 constexpr auto traceTime = std::chrono::milliseconds(300);
@@ -35,6 +36,10 @@ foundation::log::DiagnosticLogger log() { return foundation::log::DiagnosticLogg
 
 Answer tooMany() { return errorAnswer(429, "Too many requests are waiting.", 1); }
 Answer stopped() { return errorAnswer(503, "The server is stopping."); }
+
+Answer ofOtherLife() {
+    return errorAnswer(409, "The request is for a life of the interpreter that is over.");
+}
 
 Answer notStarted(const DeathRecord& record) {
     auto answer = errorAnswer(503, record.sentence());
@@ -114,18 +119,25 @@ void WorkerLife::submit(Work work) {
     if (refusal) work.answer(std::move(*refusal));
 }
 
+bool WorkerLife::isOfOtherLifeLocked(const Work& work) const {
+    const bool isAlive = phase_ == Phase::Starting || phase_ == Phase::Ready;
+    return work.context->has(InterpreterPort::wantedLife) &&
+           (!isAlive ||
+            work.context->getOr<std::uint64_t>(InterpreterPort::wantedLife, number_) != number_);
+}
+
 std::optional<Answer> WorkerLife::refusalLocked(const Work& work) {
     if (isStopped_) return stopped();
-    const auto wanted = work.context->getOr<std::uint64_t>(InterpreterPort::wantedLife, number_);
-    const bool isOver = phase_ == Phase::Dead || phase_ == Phase::Failed || phase_ == Phase::Absent;
-    if (wanted != number_ || (isOver && work.context->has(InterpreterPort::wantedLife))) {
-        return errorAnswer(
-            409, "The request is for life " + std::to_string(wanted) + " of the interpreter, which is over.");
+    if (isOfOtherLifeLocked(work)) return ofOtherLife();
+    // Interrupts get through when requests have used up their room, which is why they have some of their own.
+    const bool isInterrupt = work.isInterrupt();
+    if (isInterrupt && work.json->size() > mostInterruptBytes) {
+        return errorAnswer(413, "An interrupt must have at most 64 KiB.");
     }
-    if (work.isInterrupt()) return std::nullopt;
     const std::size_t count = waiting_.size() + (link_ ? link_->inFlight() : 0);
     const std::size_t bytes = waitingBytes_ + (link_ ? link_->bytesInFlight() : 0);
-    if (count >= spec_.requests || bytes + work.json->size() > mostBytes) return tooMany();
+    if (count >= (isInterrupt ? 2 : 1) * spec_.requests) return tooMany();
+    if (!isInterrupt && bytes + work.json->size() > mostBytes) return tooMany();
     return std::nullopt;
 }
 
@@ -231,6 +243,7 @@ void WorkerLife::flushWaiting() {
         Actions actions;
         Work work;
         LinkPtr link;
+        bool isOfOther = false;
         {
             const MutexLock lock(mutex_);
             if (phase_ != Phase::Starting || !link_) return;
@@ -242,10 +255,15 @@ void WorkerLife::flushWaiting() {
                 waitingBytes_ -= work.json->size();
                 waiting_.pop_front();
                 link = link_;
-                culler_->noteBegin();
+                isOfOther = isOfOtherLifeLocked(work);
+                if (!isOfOther) culler_->noteBegin();
             }
         }
         if (!link) return run(actions);
+        if (isOfOther) {
+            work.answer(ofOtherLife());
+            continue;
+        }
         if (!link->send(work)) return work.refuse(503, "The interpreter has died.");
     }
 }
@@ -284,6 +302,7 @@ void WorkerLife::judge(DeathRecord& record) {
 }
 
 void WorkerLife::buried(const DeathRecord& record) {
+    stopping_.cancel();
     if (record.isBad()) {
         log().warning(record.sentence());
     } else {
@@ -434,7 +453,7 @@ void WorkerLife::stop(std::string_view cause) {
 
 bool WorkerLife::isReady() const {
     const MutexLock lock(mutex_);
-    if (phase_ == Phase::Ready) return true;
+    if (phase_ == Phase::Ready) return link_ && link_->state().health != "silent";
     return (phase_ == Phase::Absent || phase_ == Phase::Dead) && spec_.restart != RestartMode::Never &&
            !isStopped_;
 }
@@ -471,7 +490,7 @@ InterpreterState WorkerLife::state() const {
     }
     if (!link) return state;
     const auto now = link->state();
-    state.activity = now.activity;
+    state.activity = now.activity == "idle" && link->inFlight() > 0 ? "busy" : now.activity;
     state.health = now.health;
     if (!now.request.empty()) {
         const auto space = now.request.find(' ');
@@ -494,7 +513,7 @@ PortMetrics WorkerLife::metrics() const {
 
 void WorkerLife::count(const std::string& typeName, const std::string& outcome) {
     const MutexLock lock(mutex_);
-    ++outcomes_[{typeName, outcome}];
+    if (!outcome.empty()) ++outcomes_[{typeName, outcome}];
     if (culler_) culler_->noteEnd();
 }
 

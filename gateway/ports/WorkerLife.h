@@ -79,6 +79,7 @@ private:
     void enterLocked(Phase phase) REQUIRES(mutex_);
     /// What refuses `work`, if anything; else it waits, and a process is started if there is none.
     std::optional<dispatch::Answer> queueLocked(Work& work, Actions& actions) REQUIRES(mutex_);
+    bool isOfOtherLifeLocked(const Work& work) const REQUIRES(mutex_);
     std::optional<dispatch::Answer> refusalLocked(const Work& work) REQUIRES(mutex_);
     void startLocked(Actions& actions) REQUIRES(mutex_);
     void beginStopLocked(std::string_view cause, bool force, Actions& actions) REQUIRES(mutex_);

@@ -1,5 +1,6 @@
 #include "ports/WorkerLink.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <exception>
 #include <system_error>
@@ -32,7 +33,7 @@ using links::Kind;
 
 namespace {
 
-constexpr std::size_t turnBytes = std::size_t{256} << 10;
+constexpr std::size_t turnBytes = std::size_t{64} << 10;  // so little that an interrupt soon has its turn
 // What a process had written when it died: what its socket holds, and not for ever.
 constexpr std::size_t mostLastTurns = 1000;
 
@@ -47,6 +48,11 @@ int copyOf(int socket) {
     const int copy = ::fcntl(socket, F_DUPFD_CLOEXEC, 0);
     if (copy < 0) throw std::system_error(errno, std::generic_category(), "A link cannot be opened");
     return copy;
+}
+
+bool isOutcome(std::string_view name) {
+    constexpr std::string_view names[] = {"", "success", "error", "timeout", "fault", "dropped", "refused"};
+    return std::ranges::find(names, name) != std::end(names);
 }
 
 /// The values of a context that go with a request.
@@ -109,7 +115,7 @@ void WorkerLink::start() {
 }
 
 void WorkerLink::waitToRead(Lane& lane) {
-    if (isOver_ || isBroken_) return;
+    if (isOver_ || lane.isOver) return;
     lane.stream.async_wait(Stream::wait_read, asio::bind_executor(strand_, [self = shared_from_this(),
                                                                             &lane](const auto& error) {
                                if (error || self->isOver_) return;
@@ -118,10 +124,11 @@ void WorkerLink::waitToRead(Lane& lane) {
 }
 
 WorkerLink::Turn WorkerLink::read(Lane& lane) {
-    if (isBroken_) return Turn::Over;
+    if (lane.isOver) return Turn::Over;
     const auto count = ::recv(lane.stream.native_handle(), buffer_.data(), buffer_.size(), MSG_DONTWAIT);
     if (count < 0 && (errno == EAGAIN || errno == EINTR)) return Turn::Empty;
     if (count <= 0) {
+        lane.isOver = true;
         noteBroken("it has closed its connection");
         return Turn::Over;
     }
@@ -130,6 +137,7 @@ WorkerLink::Turn WorkerLink::read(Lane& lane) {
                          [this](Frame&& frame) { take(std::move(frame)); });
         return Turn::More;
     } catch (const std::exception& error) {
+        lane.isOver = true;
         noteBroken(std::string("it sends what cannot be read: ") + error.what());
         return Turn::Over;
     }
@@ -233,6 +241,9 @@ void WorkerLink::publish(const std::string& channel, std::string_view data, Requ
 
 void WorkerLink::takeResponse(Frame&& frame) {
     auto head = links::ResponseHead::decode(frame.head);
+    if (head.status < 200 || head.status > 599 || !isOutcome(head.outcome)) throw BadFrame("a wrong answer");
+    // Given up because the process is to end: its end is the answer.
+    if (isStopping_ && head.outcome == "fault") return;
     const auto request = inFlight_.takeRequest(frame.id);
     if (!request) throw BadFrame("an answer to what was not asked");
     events_.counted(request->typeName, head.outcome);
@@ -309,6 +320,7 @@ bool WorkerLink::sendStream(Work& work) {
     const auto client =
         work.context->getOr<std::shared_ptr<ClientRequests>>(ClientRequests::contextKey, nullptr);
     InFlight::Stream stream{.name = origin->request,
+                            .bytes = work.json->size(),
                             .clientType = work.clientType,
                             .taken = std::move(work.taken),
                             .replyUntil = Clock::now() + replyTime,
@@ -326,6 +338,7 @@ bool WorkerLink::sendStream(Work& work) {
 }
 
 void WorkerLink::requestStop(std::chrono::milliseconds limit) {
+    isStopping_ = true;
     links::StopHead head;
     head.ms = static_cast<std::uint64_t>(limit.count());
     control_.writer.send({.kind = Kind::Stop, .head = head.encode()});

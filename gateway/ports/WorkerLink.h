@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <functional>
@@ -92,6 +93,7 @@ private:
         Stream stream;
         links::FrameReader reader;
         links::FrameWriter writer;
+        bool isOver = false;  ///< nothing can be read any more
     };
 
     void waitToRead(Lane& lane);
@@ -129,6 +131,7 @@ private:
     ClientInterest interest_;
     boost::asio::steady_timer ping_;
     boost::asio::steady_timer paceTimer_;
+    std::atomic<bool> isStopping_{false};  // it was asked to end
     bool isPolling_ = false;
     bool hasHello_ = false;
     bool isBroken_ = false;

@@ -148,6 +148,9 @@ void NativeCapture::emptyPipes() {
                                 {stopEvent_, POLLIN, 0}}};
     for (;;) {
         if (poll(ends.data(), ends.size(), -1) < 0 && errno != EINTR) return;
+        for (auto& end : ends) {
+            if ((end.revents & POLLNVAL) != 0) end.fd = -1;  // code has closed it
+        }
         connector::MutexLock lock(mutex_);
         awaitRoomLocked(lock.native());
         if (isStopping_) return;

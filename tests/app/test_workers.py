@@ -260,7 +260,7 @@ class DeathTest(WorkersTest):
         wait_until(lambda: server.get()["state"] == "failed")
         status, body = server.later_eval("1").result(LIMIT)
         self.assertEqual((status, body["error"]), (503, server.deaths()[0]["sentence"]))
-        self.assertTrue(body["error"].endswith("Its variables are lost, and it must be restarted."), body["error"])
+        self.assertTrue(body["error"].endswith("Its variables are lost, and it stays ended until a client restarts it."), body["error"])
         self.assertEqual(server.request("/readyz")[0], 503)
         self.assertEqual(server.restart(force=False).result(LIMIT)[0], 200)
         self.assertEqual(server.eval("6 * 7"), "42\n")

@@ -17,7 +17,7 @@ struct FrameHeader;
 /// Makes frames of the bytes of one direction of a link, and joins the pieces of each.
 ///
 /// Each byte of a head or body is copied once, to where it stays. A frame whose pieces are missing yet costs
-/// what has come of it: 1 GiB of body at most, 64 such frames at most.
+/// what has come of it: 64 such frames and 1 GiB of their bodies at most.
 ///
 /// Threads: one at a time.
 class FrameReader {
@@ -47,6 +47,7 @@ private:
 
     Frame first_;  // the frame whose first piece is being read
     std::map<Key, Frame> unfinished_;
+    std::size_t unfinishedBytes_ = 0;  // of their bodies
 };
 
 }  // namespace links
