@@ -71,6 +71,9 @@ standalone::HostOptions hostOptions(const WorkerProcess& process, const links::S
     options.virtualEnvironment = start.venv;
     options.traceDescriptor = process.trace();
     options.observer = &status;
+    // More than a process asks for: an answer to a question of an earlier one is for none of this.
+    constexpr int promptsOfALife = 20;  // bits
+    if (start.life > 0) options.promptsBefore = (start.life - 1) << promptsOfALife;
     return options;
 }
 

@@ -6,7 +6,9 @@
 namespace standalone {
 
 LocalEnvironment::LocalEnvironment(const HostOptions& options)
-    : telemetry_(options.telemetryFile), thread_(options, *this) {}
+    : telemetry_(options.telemetryFile), thread_(options, *this) {
+    thread_.prompts().countFrom(options.promptsBefore);
+}
 
 void LocalEnvironment::typeCodeUnit(char16_t unit) {
     thread_.prompts().type(unit);

@@ -125,7 +125,7 @@ std::optional<HttpReply> Endpoints::check(HttpRequest& head) {
     auto reply = refusalOf(head);
     if (reply) {
         services_.metrics.count(head.route->metric, reply->status);
-        addCommonHeaders(*reply, head.origin, head.desk);
+        addCommonHeaders(*reply, head.origin, head.grant ? head.desk : nullptr);
     }
     return reply;
 }
@@ -166,7 +166,7 @@ HttpReply Endpoints::tooManyConnections(const HttpRequest& head) {
     auto reply = unavailable(*head.route, "Too many connections are open.");
     reply.headers.emplace_back("Retry-After", "1");
     services_.metrics.count(head.route->metric, reply.status);
-    addCommonHeaders(reply, head.origin, head.desk);
+    addCommonHeaders(reply, head.origin, head.grant ? head.desk : nullptr);
     return reply;
 }
 

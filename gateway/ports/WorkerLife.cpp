@@ -35,7 +35,10 @@ constexpr auto tickInterval = std::chrono::seconds(1);
 foundation::log::DiagnosticLogger log() { return foundation::log::DiagnosticLogger("gateway::interpreters"); }
 
 Answer tooMany() { return errorAnswer(429, "Too many requests are waiting.", 1); }
-Answer stopped() { return errorAnswer(503, "The server is stopping."); }
+Answer stopped(std::string_view why) {
+    const bool isDeleted = why == cause::deletedByAClient;
+    return errorAnswer(503, isDeleted ? "The interpreter was deleted." : "The server is stopping.");
+}
 
 Answer ofOtherLife() {
     return errorAnswer(409, "The request is for a life of the interpreter that is over.");
@@ -44,7 +47,7 @@ Answer ofOtherLife() {
 Answer notStarted(const DeathRecord& record) {
     auto answer = errorAnswer(503, record.sentence());
     answer.json =
-        connector::json::ObjectBuilder().add("error", answer.problem).addJson("death", record.json()).take();
+        connector::json::ObjectBuilder().add("error", answer.problem).addJson("death", record.brief()).take();
     answer.death = record.brief();
     return answer;
 }
@@ -122,12 +125,11 @@ void WorkerLife::submit(Work work) {
 bool WorkerLife::isOfOtherLifeLocked(const Work& work) const {
     const bool isAlive = phase_ == Phase::Starting || phase_ == Phase::Ready;
     return work.context->has(InterpreterPort::wantedLife) &&
-           (!isAlive ||
-            work.context->getOr<std::uint64_t>(InterpreterPort::wantedLife, number_) != number_);
+           (!isAlive || work.context->getOr<std::uint64_t>(InterpreterPort::wantedLife, number_) != number_);
 }
 
 std::optional<Answer> WorkerLife::refusalLocked(const Work& work) {
-    if (isStopped_) return stopped();
+    if (isStopped_) return stopped(whyStopped_);
     if (isOfOtherLifeLocked(work)) return ofOtherLife();
     // Interrupts get through when requests have used up their room, which is why they have some of their own.
     const bool isInterrupt = work.isInterrupt();
@@ -205,6 +207,9 @@ void WorkerLife::spawned(std::uint64_t number, const WorkerPtr& worker, const st
                 }),
                 .counted = toSelf([](WorkerLife& self, const std::string& type, const std::string& outcome) {
                     self.count(type, outcome);
+                }),
+                .streamStarted = toSelf([](WorkerLife& self, const std::string& clientType) {
+                    if (!clientType.empty()) self.streaming_.requestStarted(clientType, nullptr);
                 }),
                 .streamEnded = toSelf([](WorkerLife& self, const std::string& clientType) {
                     if (!clientType.empty()) self.streaming_.requestEnded(clientType, nullptr);
@@ -321,7 +326,7 @@ void WorkerLife::buried(const DeathRecord& record) {
         const bool hasFailedToStart = record.cause == cause::startFailed;
         if (isStopped_ || policy_.hasFailed() || hasFailedToStart) {
             enterLocked(isStopped_ ? Phase::Absent : policy_.hasFailed() ? Phase::Failed : Phase::Dead);
-            const Answer answer = isStopped_ ? stopped() : notStarted(record);
+            const Answer answer = isStopped_ ? stopped(whyStopped_) : notStarted(record);
             refuseWaitingLocked(answer, actions);
             answerRestartsLocked(answer, actions);
         } else {
@@ -353,7 +358,7 @@ void WorkerLife::start(Answered answered) {
         const MutexLock lock(mutex_);
         const bool isOver = phase_ == Phase::Absent || phase_ == Phase::Dead;
         if (isStopped_) {
-            actions.emplace_back([answered] { answered(stopped()); });
+            actions.emplace_back([answered, answer = stopped(whyStopped_)] { answered(answer); });
         } else if (phase_ == Phase::Ready) {
             actions.emplace_back([answered] { answered({}); });
         } else if (phase_ == Phase::Failed) {
@@ -372,7 +377,7 @@ void WorkerLife::restart(bool force, std::optional<std::uint64_t> life, Answered
     {
         const MutexLock lock(mutex_);
         if (isStopped_) {
-            refusal = stopped();
+            refusal = stopped(whyStopped_);
         } else if (life && *life != number_) {
             refusal = errorAnswer(409, "The interpreter is in life " + std::to_string(number_) +
                                            ", not in life " + std::to_string(*life) + ".");
@@ -437,8 +442,9 @@ void WorkerLife::stop(std::string_view cause) {
     {
         const MutexLock lock(mutex_);
         if (std::exchange(isStopped_, true)) return;
-        refuseWaitingLocked(stopped(), actions);
-        answerRestartsLocked(stopped(), actions);
+        whyStopped_ = cause;
+        refuseWaitingLocked(stopped(cause), actions);
+        answerRestartsLocked(stopped(cause), actions);
         if (phase_ == Phase::Starting || phase_ == Phase::Ready || phase_ == Phase::Stopping) {
             beginStopLocked(cause, phase_ == Phase::Starting, actions);
         }

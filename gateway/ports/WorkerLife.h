@@ -125,6 +125,7 @@ private:
     std::vector<Answered> restarts_ GUARDED_BY(mutex_);  // who waits for the next life
     std::string stopCause_ GUARDED_BY(mutex_);           // of one that is to end as soon as it is spawned
     bool isStopped_ GUARDED_BY(mutex_) = false;
+    std::string whyStopped_ GUARDED_BY(mutex_);
     bool isTicking_ GUARDED_BY(mutex_) = false;
     std::deque<supervisor::DeathRecord> deaths_ GUARDED_BY(mutex_);
     supervisor::RestartPolicy policy_ GUARDED_BY(mutex_);

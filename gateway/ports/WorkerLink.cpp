@@ -332,6 +332,7 @@ bool WorkerLink::sendStream(Work& work) {
         work.taken = std::move(stream.taken);
         return false;
     }
+    events_.streamStarted(work.clientType);
     frame.body = *work.json;
     main_.writer.send(std::move(frame));
     return true;

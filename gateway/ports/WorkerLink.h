@@ -45,7 +45,9 @@ public:
         std::function<void(const std::string& reason)> broken;
         /// A request has ended in a way that DispatcherMetrics counts.
         std::function<void(const std::string& typeName, const std::string& outcome)> counted;
-        /// Streamed code of a client of a type has ended.
+        /// Streamed code of a client of a type was sent.
+        std::function<void(const std::string& clientType)> streamStarted;
+        /// It has ended.
         std::function<void(const std::string& clientType)> streamEnded;
     };
 

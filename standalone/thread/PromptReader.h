@@ -44,9 +44,11 @@ public:
     /// meanwhile.
     bool isReadingCharacters() const { return waits_.load(std::memory_order_acquire) > 0; }
 
-    /// The number of the question that is waited at, counted from 1, whatever runs there meanwhile; 0 when
-    /// none is.
+    /// The number of the question that is waited at, counted from 1 if nothing else was said, whatever runs
+    /// there meanwhile; 0 when none is.
     std::uint64_t number() const { return number_.load(std::memory_order_acquire); }
+    /// The first question gets the number after this one. To be called before the first request.
+    void countFrom(std::uint64_t last) { lastNumber_ = last; }
     /// Whether what is typed for it may be shown.
     bool isEchoed() const { return isEchoed_.load(std::memory_order_acquire); }
 

@@ -31,13 +31,14 @@ public:
                 .ready = [] {},
                 .broken = [](const auto&) {},
                 .counted = [this](const auto& type, const auto& outcome) { count(type, outcome); },
+                .streamStarted = [](const auto&) {},
                 .streamEnded = [](const auto&) {}});
         ::close(main[0]);
         ::close(control[0]);
         ends_[0] = main[1];
         ends_[1] = control[1];
         worker_ = std::make_unique<worker::Link>(
-            worker::Link::Options{.main = main[1], .control = control[1], .broken = [] {}, .status = {}});
+            worker::Link::Options{.main = main[1], .control = control[1], .broken = [](bool) {}, .status = {}});
         link_->start();
         starter_ = std::thread([this, services = std::move(services)] {
             worker_->greet({});

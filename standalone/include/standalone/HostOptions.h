@@ -26,6 +26,9 @@ struct HostOptions {
     std::string telemetryFile = {};
     messages::MessageServiceOptions messages = {};
 
+    /// How many prompts there were before, in other processes: those of this host are numbered on from there.
+    std::uint64_t promptsBefore = 0;
+
     // For a host whose process belongs to another one, which outlives it.
 
     /// The message service of its services; null: one of its own, made with `messages`.
