@@ -4,6 +4,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdlib>
+#include <cstring>
 #include <memory>
 #include <mutex>
 #include <stdexcept>
@@ -131,6 +132,8 @@ void addServeCommand(CLI::App& program, std::function<int()>& command) {
                 requireLogLevel("NUMORA_LOG_LEVEL", level);
                 settings->logLevel = level;
             }
+            // Also not where the system shows what the process was started with.
+            if (char* token = std::getenv("NUMORA_TOKEN")) std::fill_n(token, std::strlen(token), '*');
             ::unsetenv("NUMORA_TOKEN");  // the programs that code starts have no need to know it
             settings->readFile();
             useLogLevel(*settings, program);

@@ -5,6 +5,8 @@
 #include <csignal>
 #include <cstring>
 #include <stdexcept>
+#include <string>
+#include <system_error>
 
 #include <fcntl.h>
 #include <spawn.h>
@@ -148,6 +150,14 @@ pid_t run(const WorkerSpec& spec, std::vector<std::string> environment, FileActi
     return pid;
 }
 
+// What the worker has inherited shares its flags with this process: it must not make reads here wait.
+Descriptor openedAnew(const Descriptor& end) {
+    const std::string path = "/proc/self/fd/" + std::to_string(end.get());
+    Descriptor own(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    if (own.get() < 0) throw std::system_error(errno, std::generic_category(), "open");
+    return own;
+}
+
 }  // namespace
 
 std::vector<std::string> inheritedEnvironment() {
@@ -192,8 +202,8 @@ Process spawn(const WorkerSpec& spec, std::vector<std::string> environment) {
     }
     process.mainSocket = std::move(main.ours);
     process.controlSocket = std::move(control.ours);
-    process.output = std::move(output.ours);
-    process.errors = std::move(errors.ours);
+    process.output = openedAnew(output.ours);
+    process.errors = openedAnew(errors.ours);
     return process;
 }
 

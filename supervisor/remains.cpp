@@ -25,8 +25,6 @@ std::string tail(const std::string& text, std::size_t limit) {
 
 /// At most what a pipe holds: a stranger who has the pipe may go on writing.
 std::string leftIn(const Descriptor& pipe) {
-    // The worker shared this flag, and needs it no more.
-    ::fcntl(pipe.get(), F_SETFL, O_RDONLY | O_NONBLOCK);
     std::size_t left = static_cast<std::size_t>(std::max(::fcntl(pipe.get(), F_GETPIPE_SZ), 0));
     std::string text;
     std::array<char, 16384> piece;

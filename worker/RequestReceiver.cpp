@@ -1,5 +1,6 @@
 #include "RequestReceiver.h"
 
+#include <chrono>
 #include <exception>
 #include <utility>
 
@@ -22,6 +23,7 @@ namespace {
 
 constexpr std::size_t mostInterrupts = 1000;
 constexpr std::size_t longestProblem = 4096;
+constexpr auto interruptTime = std::chrono::milliseconds(600);  // a little more than an answer takes
 
 // What the heads of requests and of messages have in common.
 template <class Head>
@@ -102,6 +104,7 @@ void RequestReceiver::stop() {
 void RequestReceiver::request(links::Frame frame) {
     const auto head = links::RequestHead::decode(frame.head);
     const auto id = frame.id;
+    waitForInterrupts(head.interrupts);
     try {
         submit(*main_, std::move(frame), head);
     } catch (const std::bad_alloc&) {  // code may have taken all that the interpreter may have
@@ -117,14 +120,32 @@ void RequestReceiver::interrupt(links::Frame frame) {
     const auto shared = std::make_shared<links::Frame>(std::move(frame));
     const auto run = [this, head, shared] {
         if (head.client != 0) clients_.withdraw(head.client);
-        submit(*control_, std::move(*shared), head);
+        submit(*control_, std::move(*shared), head, [this] { noteInterrupted(); });
     };
     if (interrupts_.submit({.run = run}) == connector::WorkerPool::Outcome::Accepted) return;
+    noteInterrupted();
     respond(*control_, id, dispatch::errorAnswer(429, "Too many requests are waiting.", 1));
 }
 
-void RequestReceiver::submit(links::FrameWriter& writer, links::Frame frame, const links::RequestHead& head) {
-    const auto answered = [&writer, id = frame.id](dispatch::Answer answer) {
+void RequestReceiver::noteInterrupted() {
+    const connector::MutexLock lock(mutex_);
+    ++interruptsOver_;
+    interrupted_.notify_all();
+}
+
+void RequestReceiver::waitForInterrupts(std::uint64_t count) {
+    if (count == 0) return;
+    const auto until = std::chrono::steady_clock::now() + interruptTime;
+    connector::MutexLock lock(mutex_);
+    while (interruptsOver_ < count) {
+        if (interrupted_.wait_until(lock.native(), until) == std::cv_status::timeout) return;
+    }
+}
+
+void RequestReceiver::submit(links::FrameWriter& writer, links::Frame frame, const links::RequestHead& head,
+                             const std::function<void()>& then) {
+    const auto answered = [&writer, id = frame.id, then](dispatch::Answer answer) {
+        if (then) then();
         respond(writer, id, std::move(answer));
     };
     auto* const dispatcher = dispatcher_.load();
@@ -183,6 +204,7 @@ RequestReceiver::Reservation RequestReceiver::reserve(const std::string& name,
 
 void RequestReceiver::message(links::Frame frame) {
     const auto head = links::MessageHead::decode(frame.head);
+    waitForInterrupts(head.interrupts);
     const auto reply = frame.id != 0 ? std::make_shared<StreamedReply>(main_, frame.id) : nullptr;
     RequestOrigin origin{.request = head.request, .pace = clients_.paceOf(head.isPaced ? head.client : 0)};
     try {

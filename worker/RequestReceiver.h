@@ -1,12 +1,15 @@
 #pragma once
 
 #include <atomic>
+#include <condition_variable>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
 
 #include "Clients.h"
+#include "connector/ThreadSafety.h"
 #include "connector/WorkerPool.h"
 #include "dispatch/RequestDispatcher.h"
 #include "link/Frame.h"
@@ -42,7 +45,13 @@ private:
     using Reservation = std::shared_ptr<connector::common::RequestNames::Reservation>;
 
     Context contextOf(const links::MessageHead& head);
-    void submit(links::FrameWriter& writer, links::Frame frame, const links::RequestHead& head);
+    /// `then` is called when it is answered; may be null.
+    void submit(links::FrameWriter& writer, links::Frame frame, const links::RequestHead& head,
+                const std::function<void()>& then = {});
+    /// Interrupts come by a socket of their own. What was sent after one must not be hit by it: waits until
+    /// so many are over.  Blocks: 600 ms at most; an interrupt is over then, or native code ignores it.
+    void waitForInterrupts(std::uint64_t count) EXCLUDES(mutex_);
+    void noteInterrupted() EXCLUDES(mutex_);
     static void respond(links::FrameWriter& writer, std::uint64_t id, dispatch::Answer answer) noexcept;
     /// Throws: connector::common::RequestRefusal.
     Reservation reserve(const std::string& name, std::function<void()> released);
@@ -51,6 +60,10 @@ private:
     const std::shared_ptr<links::FrameWriter> control_;
     LinkMessageService& messages_;
     Clients clients_{main_};
+
+    connector::Mutex mutex_;
+    std::condition_variable interrupted_;
+    std::uint64_t interruptsOver_ GUARDED_BY(mutex_) = 0;
 
     std::unique_ptr<dispatch::RequestDispatcher> owned_;
     std::atomic<dispatch::RequestDispatcher*> dispatcher_{nullptr};  // once it has started

@@ -309,7 +309,7 @@ void WorkerLife::judge(DeathRecord& record) {
 void WorkerLife::buried(const DeathRecord& record) {
     stopping_.cancel();
     if (record.isBad()) {
-        log().warning(record.sentence());
+        log().error(record.sentence());
     } else {
         log().info(record.sentence());
     }

@@ -281,6 +281,7 @@ bool WorkerLink::send(Work& work) { return work.isStream() ? sendStream(work) : 
 bool WorkerLink::sendRequest(Work& work) {
     links::RequestHead head;
     head.type = work.name;
+    head.interrupts = work.isInterrupt() ? 0 : interrupts_.load();
     addContext(head, work);
     Frame frame{.kind = work.isInterrupt() ? Kind::Interrupt : Kind::Request, .head = head.encode()};
     if (frame.head.size() > links::maxHeadBytes) {
@@ -294,6 +295,7 @@ bool WorkerLink::sendRequest(Work& work) {
         work.answered = std::move(request.answered);
         return false;
     }
+    if (frame.kind == Kind::Interrupt) ++interrupts_;
     frame.body = *work.json;
     auto& lane = frame.kind == Kind::Interrupt ? control_ : main_;
     lane.writer.send(std::move(frame));
@@ -311,21 +313,20 @@ bool WorkerLink::sendStream(Work& work) {
         head.hasPrompt = true;
         head.prompt = *number;
     }
+    head.interrupts = interrupts_;
     addContext(head, work);
     Frame frame{.kind = Kind::Message, .head = head.encode()};
     if (frame.head.size() > links::maxHeadBytes) {
         work.refuse(400, "The context of the request is too large.");
         return true;
     }
-    const auto client =
-        work.context->getOr<std::shared_ptr<ClientRequests>>(ClientRequests::contextKey, nullptr);
     InFlight::Stream stream{.name = origin->request,
                             .bytes = work.json->size(),
                             .clientType = work.clientType,
                             .taken = std::move(work.taken),
                             .replyUntil = Clock::now() + replyTime,
                             .reservation = origin->reservation,
-                            .ofClient = std::make_shared<ClientRequests::Entry>(client)};
+                            .ofClient = work.ofClient};
     paces_.add(stream.name, head.client, origin->pace);
     frame.id = inFlight_.add(std::move(stream));
     if (frame.id == 0) {
@@ -352,7 +353,7 @@ void WorkerLink::armPing() {
         if (error || !self || self->isOver_) return;
         self->control_.writer.send({.kind = Kind::Ping, .id = ++self->pings_});
         for (const auto& taken : self->inFlight_.takeOverdue(Clock::now())) {
-            taken({504, "the interpreter does not answer"});
+            taken({504, "the interpreter does not answer; it may run the code later"});
         }
         self->armPing();
     }));

@@ -127,6 +127,7 @@ private:
     Lane main_;
     Lane control_;
     InFlight inFlight_;
+    std::atomic<std::uint64_t> interrupts_{0};  // sent
     OwnerPaces paces_;
 
     // On the strand.

@@ -2,13 +2,11 @@
 
 #include <utility>
 
-#include "connector/common/requests.h"
 #include "ports/Work.h"
 #include "ports/WorkerLife.h"
 
 namespace gateway::ports {
 
-using connector::common::ContextScope;
 using connector::common::ContextState;
 
 WorkerPort::WorkerPort(boost::asio::io_context& context, messages::LocalMessageService& messages,
@@ -19,25 +17,12 @@ WorkerPort::~WorkerPort() { stop(); }
 
 void WorkerPort::submit(const std::string& typeName, Json json, Context context, Answered answered) {
     if (!context) context = std::make_shared<ContextState>();
-    connector::common::stampArrival(*context);
-    auto clientType = context->getOr<std::string>("clientType", std::string());
-    life_->submit({.name = typeName,
-                   .json = std::move(json),
-                   .context = std::move(context),
-                   .clientType = std::move(clientType),
-                   .answered = std::move(answered),
-                   .taken = nullptr});
+    life_->submit(Work::request(typeName, std::move(json), std::move(context), std::move(answered)));
 }
 
 void WorkerPort::stream(messages::ClientSession& session, const std::string& channel, const std::string& json,
                         const Context& context, const Taken& taken) {
-    connector::common::stampArrival(*context);
-    life_->submit({.name = channel,
-                   .json = std::make_shared<const std::string>(json),
-                   .context = context,
-                   .clientType = session.clientType(),
-                   .answered = nullptr,
-                   .taken = taken});
+    life_->submit(Work::stream(session, channel, json, context, taken));
 }
 
 bool WorkerPort::isReady() const { return life_->isReady(); }

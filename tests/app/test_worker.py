@@ -113,7 +113,7 @@ class Worker:
 
     def ask(self, lane, kind, identity, type_name, message):
         now = number(time.monotonic_ns()) + number(time.time_ns() // 10**6)
-        head = text("connector/v1/" + type_name) + text("test") + b"\0" + struct.pack("<I", 0) + now + number(7)
+        head = text("connector/v1/" + type_name) + text("test") + b"\0" + struct.pack("<I", 0) + now + number(7) + number(0)
         lane.send(kind, identity, head, json.dumps(message).encode())
 
     def begin(self, code, uuid="u"):
@@ -126,7 +126,7 @@ class Worker:
     def stream(self, code, name, identity, arrived=None, paced=True):
         now = number(arrived or time.monotonic_ns()) + number(time.time_ns() // 10**6)
         head = text("/eval/request") + text("test") + b"\0" + struct.pack("<I", 0) + text(name)
-        head += b"\0" + number(0) + bytes([paced]) + now + number(7)
+        head += b"\0" + number(0) + bytes([paced]) + now + number(7) + number(0)
         self.main.send("message", identity, head, json.dumps(code).encode())
 
     def until(self, kind):

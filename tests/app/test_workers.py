@@ -318,7 +318,7 @@ class DeathTest(WorkersTest):
                 record = server.deaths()[0]
                 self.assertEqual(record["cause"], "killed by a client")
                 if name == "trace":  # it was asked to end first
-                    self.assertIn(call.result(LIMIT)[0], (200, 503))
+                    self.assertIn(call.result(LIMIT)[0], (502, 503))
                     self.assertIn("in holds_the_lock\n", record["trace"])
                 else:
                     self.assertEqual(call.result(LIMIT), (502, {"error": record["sentence"], "death": brief(record)}))

@@ -37,8 +37,8 @@ public:
         ::close(control[0]);
         ends_[0] = main[1];
         ends_[1] = control[1];
-        worker_ = std::make_unique<worker::Link>(
-            worker::Link::Options{.main = main[1], .control = control[1], .broken = [](bool) {}, .status = {}});
+        worker_ = std::make_unique<worker::Link>(worker::Link::Options{
+            .main = main[1], .control = control[1], .broken = [](bool) {}, .status = {}});
         link_->start();
         starter_ = std::thread([this, services = std::move(services)] {
             worker_->greet({});
@@ -53,14 +53,12 @@ public:
     }
 
     void submit(const std::string& typeName, Json json, Context context, Answered answered) override {
-        connector::common::stampArrival(*context);
-        auto clientType = context->getOr<std::string>("clientType", std::string());
-        send({typeName, std::move(json), std::move(context), std::move(clientType), std::move(answered), {}});
+        send(gateway::ports::Work::request(typeName, std::move(json), std::move(context),
+                                           std::move(answered)));
     }
     void stream(messages::ClientSession& session, const std::string& channel, const std::string& json,
                 const Context& context, const Taken& taken) override {
-        connector::common::stampArrival(*context);
-        send({channel, std::make_shared<const std::string>(json), context, session.clientType(), {}, taken});
+        send(gateway::ports::Work::stream(session, channel, json, context, taken));
     }
     const std::shared_ptr<connector::common::RequestNames>& names() const override { return names_; }
     bool isReady() const override { return isReady_(); }

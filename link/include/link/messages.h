@@ -49,15 +49,16 @@ struct RequestHead {
     std::string clientType{};
     bool hasCapabilities = false;  ///< the client has named its capabilities, maybe none
     std::vector<std::string> capabilities{};
-    std::uint64_t arrivedNs = 0;  ///< when the request came in: CLOCK_MONOTONIC, nanoseconds
-    std::uint64_t startedMs = 0;  ///< the same by the system clock: milliseconds since the epoch
-    std::uint64_t client = 0;     ///< the gateway's number for the Bayeux session that asks; 0: none
+    std::uint64_t arrivedNs = 0;   ///< when the request came in: CLOCK_MONOTONIC, nanoseconds
+    std::uint64_t startedMs = 0;   ///< the same by the system clock: milliseconds since the epoch
+    std::uint64_t client = 0;      ///< the gateway's number for the Bayeux session that asks; 0: none
+    std::uint64_t interrupts = 0;  ///< how many Interrupts were sent before it, which are to be over first
 
     std::string encode() const;
     static RequestHead decode(std::string_view head);
     static auto fields(auto& head) {
         return std::tie(head.type, head.clientType, head.hasCapabilities, head.capabilities, head.arrivedNs,
-                        head.startedMs, head.client);
+                        head.startedMs, head.client, head.interrupts);
     }
 };
 
@@ -89,13 +90,14 @@ struct MessageHead {
     std::uint64_t arrivedNs = 0;
     std::uint64_t startedMs = 0;
     std::uint64_t client = 0;
+    std::uint64_t interrupts = 0;  ///< as of requests
 
     std::string encode() const;
     static MessageHead decode(std::string_view head);
     static auto fields(auto& head) {
         return std::tie(head.channel, head.clientType, head.hasCapabilities, head.capabilities, head.request,
                         head.hasPrompt, head.prompt, head.isPaced, head.arrivedNs, head.startedMs,
-                        head.client);
+                        head.client, head.interrupts);
     }
 };
 
