@@ -176,6 +176,8 @@ Process spawn(const WorkerSpec& spec, std::vector<std::string> environment) {
     Ends control = socketEnds();
     Ends output = pipeEnds();
     Ends errors = pipeEnds();
+    Descriptor ownOutput = movedUp(openedAnew(output.ours));
+    Descriptor ownErrors = movedUp(openedAnew(errors.ours));
     Process process;
     process.blackBox = blackBox();
     process.trace = movedUp(Descriptor(::memfd_create("trace", MFD_CLOEXEC)));
@@ -202,8 +204,8 @@ Process spawn(const WorkerSpec& spec, std::vector<std::string> environment) {
     }
     process.mainSocket = std::move(main.ours);
     process.controlSocket = std::move(control.ours);
-    process.output = openedAnew(output.ours);
-    process.errors = openedAnew(errors.ours);
+    process.output = std::move(ownOutput);
+    process.errors = std::move(ownErrors);
     return process;
 }
 

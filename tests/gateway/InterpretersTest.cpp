@@ -133,7 +133,7 @@ TEST_F(InterpretersTest, areMadeRestartedAndDeletedByClients) {
              {"POST", "/interpreters", R"({"id":"x)" + longest + "\"}", 400, "id must be"},
              {"POST", "/interpreters", R"({"cpus":-1})", 400, "cpus must be a number between 0 and 4096"},
              {"POST", "/interpreters", R"({"memoryMib":1})", 400, R"(\"memoryMib\" is not a known member)"},
-             {"POST", "/interpreters", R"({"folder":"here"})", 400, "folder must be the absolute path"},
+             {"POST", "/interpreters", R"({"folder":"here"})", 400, "folder must be an absolute path"},
              {"POST", "/interpreters", R"({"env":{"A=":""}})", 400, "env must have names"},
              {"POST", "/interpreters", R"({"env":{"A":1}})", 400, "env.A must be a string"},
              {"POST", "/interpreters", R"({"restart":"now"})", 400, "restart must be"},

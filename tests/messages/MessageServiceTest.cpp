@@ -2,6 +2,7 @@
 // link.
 
 #include <atomic>
+#include <future>
 #include <latch>
 #include <map>
 #include <stdexcept>
@@ -218,11 +219,13 @@ TEST_P(MessageServiceTest, tellsWatchersOfEverySubscriptionOfASessionThatCloses)
 
 TEST_P(MessageServiceTest, tellsWhatAWatchersHandlerChangesAfterwards) {
     const auto session = open();
+    std::promise<void> last;  // over a link it comes when the handler is over
     Token inner;
     const Token outer = service().watch(
         "/a/**",
         [&](const SubscribeEvent& event) {
             log_.push_back("outer+" + event.channel);
+            if (event.channel == "/a/2") last.set_value();
             if (event.channel != "/a/1") return;
             session->subscribe("/a/2");
             inner = watch("/a/**");
@@ -230,6 +233,7 @@ TEST_P(MessageServiceTest, tellsWhatAWatchersHandlerChangesAfterwards) {
         },
         [](const UnsubscribeEvent&) {});
     session->subscribe("/a/1");
+    last.get_future().wait();
     EXPECT_THAT(log(), ElementsAre("outer+/a/1", "c+/a/1", "c+/a/2", "outer.", "outer+/a/2"));
 }
 
