@@ -403,7 +403,8 @@ void WorkerLife::beginStopLocked(std::string_view cause, bool force, Actions& ac
     if (phase_ != Phase::Stopping) enterLocked(Phase::Stopping);
     worker_->expectEnd(cause);
     if (!force) {
-        actions.emplace_back([link = link_] { link->requestStop(stopTime); });
+        const bool isGivenUp = cause != cause::serverStopped;
+        actions.emplace_back([link = link_, isGivenUp] { link->requestStop(stopTime, isGivenUp); });
     }
     const auto limit = force ? std::chrono::milliseconds(0) : stopTime;
     actions.emplace_back([self = shared_from_this(), worker = worker_, cause = std::string(cause), limit] {

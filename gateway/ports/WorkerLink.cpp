@@ -243,7 +243,7 @@ void WorkerLink::takeResponse(Frame&& frame) {
     auto head = links::ResponseHead::decode(frame.head);
     if (head.status < 200 || head.status > 599 || !isOutcome(head.outcome)) throw BadFrame("a wrong answer");
     // Given up because the process is to end: its end is the answer.
-    if (isStopping_ && head.outcome == "fault") return;
+    if (isGivenUp_ && head.outcome == "fault") return;
     const auto request = inFlight_.takeRequest(frame.id);
     if (!request) throw BadFrame("an answer to what was not asked");
     events_.counted(request->typeName, head.outcome);
@@ -339,8 +339,8 @@ bool WorkerLink::sendStream(Work& work) {
     return true;
 }
 
-void WorkerLink::requestStop(std::chrono::milliseconds limit) {
-    isStopping_ = true;
+void WorkerLink::requestStop(std::chrono::milliseconds limit, bool isGivenUp) {
+    isGivenUp_ = isGivenUp;
     links::StopHead head;
     head.ms = static_cast<std::uint64_t>(limit.count());
     control_.writer.send({.kind = Kind::Stop, .head = head.encode()});

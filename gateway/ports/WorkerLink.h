@@ -65,8 +65,8 @@ public:
     /// too large.
     bool send(Work& work);
 
-    /// Asks the process to end within `limit`.
-    void requestStop(std::chrono::milliseconds limit);
+    /// Asks the process to end within `limit`. `isGivenUp`: what it gives up then is answered by its end.
+    void requestStop(std::chrono::milliseconds limit, bool isGivenUp);
 
     /// What is under way, and how large it is.
     std::size_t inFlight() const { return inFlight_.count(); }
@@ -134,7 +134,7 @@ private:
     ClientInterest interest_;
     boost::asio::steady_timer ping_;
     boost::asio::steady_timer paceTimer_;
-    std::atomic<bool> isStopping_{false};  // it was asked to end
+    std::atomic<bool> isGivenUp_{false};
     bool isPolling_ = false;
     bool hasHello_ = false;
     bool isBroken_ = false;
