@@ -145,7 +145,8 @@ class Signal:
         path = os.path.join(self._folder.name, "signal")
         os.mkfifo(path)
         self._read = os.open(path, os.O_RDWR)  # for writing, too, so that it never ends
-        self.code = f"_ = open({path!r}, 'w').write('x')"
+        # At once and not by a finalizer, where an interrupt that comes right then would be lost.
+        self.code = f"import os; _ = os.write(os.open({path!r}, os.O_WRONLY), b'x')"
         return self
 
     def wait(self):
