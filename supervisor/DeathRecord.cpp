@@ -34,7 +34,8 @@ std::string happened(const DeathRecord& record) {
 /// What it means for clients, as further sentences.
 std::string consequence(const DeathRecord& record) {
     if (record.cause == cause::startFailed) {
-        return record.startsAnew ? "The next request tries it again." : "It stays ended until a client restarts it.";
+        return record.startsAnew ? "The next request tries it again."
+                                 : "It stays ended until a client restarts it.";
     }
     if (record.cause == cause::killedByAClient || record.cause == cause::deletedByAClient ||
         record.cause == cause::serverStopped)

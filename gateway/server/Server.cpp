@@ -144,9 +144,9 @@ void Server::createConfigured() {
 
 void Server::startInterpreter() {
     std::promise<dispatch::Answer> started;
-    interpreters_.find(interpreters::Registry::defaultId)
-        ->port()
-        .start([&started](dispatch::Answer answer) { started.set_value(std::move(answer)); });
+    interpreters_.find(interpreters::Registry::defaultId)->port().start([&started](dispatch::Answer answer) {
+        started.set_value(std::move(answer));
+    });
     const auto answer = started.get_future().get();
     if (!answer.problem.empty()) throw std::runtime_error(answer.problem);
 }

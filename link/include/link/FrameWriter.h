@@ -25,8 +25,8 @@ class FrameQueue;
 /// Responses under way must not have one id.
 ///
 /// **Bounds.** A frame that may be lost is dropped when 64 MiB of such frames are queued; more than 64 MiB
-/// that must not be lost break the link. Requests, Responses and Messages with an id do not count: the flow of requests bounds
-/// them.
+/// that must not be lost break the link. Requests, Responses and Messages with an id do not count: the flow
+/// of requests bounds them.
 ///
 /// Threads: every operation from any thread; destroyed when nobody is inside one.
 /// Locks: mutex_, a leaf, held over a system call that does not wait. Callbacks run with no lock held, on the

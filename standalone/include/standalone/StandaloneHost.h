@@ -46,9 +46,9 @@ public:
     const std::shared_ptr<connector::common::RequestGate>& requestGate() const;
     const std::shared_ptr<messages::RequestCounter>& requestCounter() const;
 
-    /// For how long native code has kept the interpreter's lock, as far as is known from earlier calls of this,
-    /// so that no interrupt reaches the code. Call it now and then, and only while a request runs (HostObserver).
-    /// Threads: any; one at a time.  Blocks: no.
+    /// For how long native code has kept the interpreter's lock, as far as is known from earlier calls of
+    /// this, so that no interrupt reaches the code. Call it now and then, and only while a request runs
+    /// (HostObserver). Threads: any; one at a time.  Blocks: no.
     std::chrono::milliseconds deafFor();
 
     /// The process's own standard input, output and error as they were before capture: file descriptors for

@@ -59,8 +59,9 @@ public:
     /// is a failed start.
     void noteReady() EXCLUDES(mutex_);
 
-    /// An end from now on is what somebody asked for: `cause` (see DeathRecord.h) is that of the record, unless
-    /// the process ends by a signal other than SIGKILL and that for a trace. Call this before asking it.
+    /// An end from now on is what somebody asked for: `cause` (see DeathRecord.h) is that of the record,
+    /// unless the process ends by a signal other than SIGKILL and that for a trace. Call this before asking
+    /// it.
     void expectEnd(std::string_view cause) EXCLUDES(mutex_);
 
     /// Sends SIGKILL to the process, its group and its cgroup. `cause` is that of the record unless the
