@@ -92,22 +92,22 @@ Object::Ptr variablesOf(const std::vector<std::string>& assignments) {
 }
 
 int create(const InterpretersOptions& options) {
-    Object::Ptr specification = new Object;
+    Object::Ptr wanted = new Object;
     const auto setText = [&](const char* name, const std::string& text) {
         requireUtf8(name, text);
-        if (!text.empty()) specification->set(name, text);
+        if (!text.empty()) wanted->set(name, text);
     };
     if (!options.id.empty()) requireInterpreter("ID", options.id);
     setText("id", options.id);
     setText("folder", options.folder);
     setText("venv", options.venv);
     setText("restart", options.restart);
-    if (!options.environment.empty()) specification->set("env", variablesOf(options.environment));
-    if (options.memoryMiB > 0) specification->set("memoryMiB", options.memoryMiB);
-    if (options.cpus > 0) specification->set("cpus", options.cpus);
-    if (options.idleMinutes > 0) specification->set("idleMinutes", options.idleMinutes);
-    if (options.keepsWatched) specification->set("ifWatched", false);
-    const auto info = ServerRequests(options.session.server()).create(specification);
+    if (!options.environment.empty()) wanted->set("env", variablesOf(options.environment));
+    if (options.memoryMiB > 0) wanted->set("memoryMiB", options.memoryMiB);
+    if (options.cpus > 0) wanted->set("cpus", options.cpus);
+    if (options.idleMinutes > 0) wanted->set("idleMinutes", options.idleMinutes);
+    if (options.keepsWatched) wanted->set("ifWatched", false);
+    const auto info = ServerRequests(options.session.server()).create(wanted);
     writeAll(STDOUT_FILENO,
              options.json ? connector::json::written(info) + "\n" : textIn(*info, "id") + "\n");
     return 0;

@@ -10,6 +10,7 @@
 #include "connector/json/ObjectBuilder.h"
 #include "connector/wireWords.h"
 #include "foundation/log/diagnostic_logger.h"
+#include "ports/lifeAnswers.h"
 
 namespace gateway::ports {
 
@@ -22,35 +23,12 @@ using supervisor::DeathRecord;
 
 namespace {
 
-constexpr std::size_t keptDeaths = 10;
 constexpr std::size_t mostBytes = std::size_t{128} << 20;  // of the bodies of requests
 constexpr std::size_t mostInterruptBytes = std::size_t{64} << 10;
 constexpr auto startTime = std::chrono::seconds(30);
-constexpr auto stopTime = std::chrono::milliseconds(2000);
-constexpr auto traceTime = std::chrono::milliseconds(300);
-constexpr auto traceInterval = std::chrono::milliseconds(10);
-constexpr auto lastTime = std::chrono::seconds(3);
 constexpr auto tickInterval = std::chrono::seconds(1);
 
 foundation::log::DiagnosticLogger log() { return foundation::log::DiagnosticLogger("gateway::interpreters"); }
-
-Answer tooMany() { return errorAnswer(429, "Too many requests are waiting.", 1); }
-Answer stopped(std::string_view why) {
-    const bool isDeleted = why == cause::deletedByAClient;
-    return errorAnswer(503, isDeleted ? "The interpreter was deleted." : "The server is stopping.");
-}
-
-Answer ofOtherLife() {
-    return errorAnswer(409, "The request is for a life of the interpreter that is over.");
-}
-
-Answer notStarted(const DeathRecord& record) {
-    auto answer = errorAnswer(503, record.sentence());
-    answer.json =
-        connector::json::ObjectBuilder().add("error", answer.problem).addJson("death", record.brief()).take();
-    answer.death = record.brief();
-    return answer;
-}
 
 }  // namespace
 
@@ -232,7 +210,6 @@ void WorkerLife::spawned(std::uint64_t number, const WorkerPtr& worker, const st
 }
 
 void WorkerLife::noteReady(std::uint64_t number) {
-    Actions actions;
     {
         const MutexLock lock(mutex_);
         if (phase_ != Phase::Starting || number != number_ || !worker_) return;
@@ -271,71 +248,6 @@ void WorkerLife::flushWaiting() {
         }
         if (!link->send(work)) return work.refuse(503, "The interpreter has died.");
     }
-}
-
-// A process that cannot be talked to any more is of no use; what is left of it would only be in the way.
-void WorkerLife::noteBroken(std::uint64_t number, const std::string& reason) {
-    WorkerPtr worker;
-    {
-        const MutexLock lock(mutex_);
-        if (number == number_) worker = worker_;
-    }
-    if (!worker) return;
-    log().info("The link to interpreter " + spec_.worker.id + " is broken: " + reason);
-    worker->kill(cause::closedTheLink);
-}
-
-// On the supervisor's thread.
-void WorkerLife::ended(DeathRecord record) {
-    judge(record);
-    LinkPtr link;
-    {
-        const MutexLock lock(mutex_);
-        link = link_;
-    }
-    if (!link) return asio::post(strand_, [self = shared_from_this(), record] { self->buried(record); });
-    record.inFlight = link->inFlight();
-    link->die(record, [self = shared_from_this(), record] {
-        asio::post(self->strand_, [self, record] { self->buried(record); });
-    });
-}
-
-void WorkerLife::judge(DeathRecord& record) {
-    const MutexLock lock(mutex_);
-    if (record.isBad()) policy_.noteBadEnd();
-    record.startsAnew = !policy_.hasFailed() && spec_.restart != RestartMode::Never;
-}
-
-void WorkerLife::buried(const DeathRecord& record) {
-    stopping_.cancel();
-    if (record.isBad()) {
-        log().error(record.sentence());
-    } else {
-        log().info(record.sentence());
-    }
-    Actions actions;
-    {
-        const MutexLock lock(mutex_);
-        deaths_.push_front(record);
-        if (deaths_.size() > keptDeaths) deaths_.pop_back();
-        worker_.reset();
-        // A thread that sends by it holds it; the last one to let go must not do so under the mutex.
-        actions.emplace_back([link = std::exchange(link_, nullptr)] {});
-        culler_.reset();
-        stopCause_.clear();
-        const bool hasFailedToStart = record.cause == cause::startFailed;
-        if (isStopped_ || policy_.hasFailed() || hasFailedToStart) {
-            enterLocked(isStopped_ ? Phase::Absent : policy_.hasFailed() ? Phase::Failed : Phase::Dead);
-            const Answer answer = isStopped_ ? stopped(whyStopped_) : notStarted(record);
-            refuseWaitingLocked(answer, actions);
-            answerRestartsLocked(answer, actions);
-        } else {
-            enterLocked(record.cause == cause::idle ? Phase::Absent : Phase::Dead);
-            const bool isWanted = !restarts_.empty() || !waiting_.empty();
-            if (isWanted || spec_.restart == RestartMode::Always) startLocked(actions);
-        }
-    }
-    run(actions);
 }
 
 void WorkerLife::refuseWaitingLocked(const Answer& answer, Actions& actions) {
@@ -393,69 +305,6 @@ void WorkerLife::restart(bool force, std::optional<std::uint64_t> life, Answered
     }
     run(actions);
     if (refusal) answered(std::move(*refusal));
-}
-
-void WorkerLife::beginStopLocked(std::string_view cause, bool force, Actions& actions) {
-    if (!worker_) {
-        stopCause_ = cause;
-        return;
-    }
-    if (phase_ != Phase::Stopping) enterLocked(Phase::Stopping);
-    worker_->expectEnd(cause);
-    if (!force) {
-        const bool isGivenUp = cause != cause::serverStopped;
-        actions.emplace_back([link = link_, isGivenUp] { link->requestStop(stopTime, isGivenUp); });
-    }
-    const auto limit = force ? std::chrono::milliseconds(0) : stopTime;
-    actions.emplace_back([self = shared_from_this(), worker = worker_, cause = std::string(cause), limit] {
-        self->endBy(worker, cause, limit);
-    });
-}
-
-void WorkerLife::endBy(const WorkerPtr& worker, const std::string& cause, std::chrono::milliseconds limit) {
-    asio::post(strand_, [self = shared_from_this(), worker, cause, limit] {
-        self->stopping_.expires_after(limit);
-        self->stopping_.async_wait(
-            asio::bind_executor(self->strand_, [self, worker, cause](const auto& error) {
-                if (error) return;
-                {
-                    const MutexLock lock(self->mutex_);
-                    if (self->worker_ != worker) return;
-                }
-                worker->requestTrace();
-                self->waitForTrace(worker, cause, Clock::now() + traceTime);
-            }));
-    });
-}
-
-// A kill at once would leave no trace of what kept the process.
-void WorkerLife::waitForTrace(const WorkerPtr& worker, const std::string& cause, Clock::time_point until) {
-    if (worker->hasTrace() || Clock::now() >= until) return worker->kill(cause);
-    stopping_.expires_after(traceInterval);
-    stopping_.async_wait(
-        asio::bind_executor(strand_, [self = shared_from_this(), worker, cause, until](const auto& error) {
-            if (!error) self->waitForTrace(worker, cause, until);
-        }));
-}
-
-void WorkerLife::stop(std::string_view cause) {
-    Actions actions;
-    {
-        const MutexLock lock(mutex_);
-        if (std::exchange(isStopped_, true)) return;
-        whyStopped_ = cause;
-        refuseWaitingLocked(stopped(cause), actions);
-        answerRestartsLocked(stopped(cause), actions);
-        if (phase_ == Phase::Starting || phase_ == Phase::Ready || phase_ == Phase::Stopping) {
-            beginStopLocked(cause, phase_ == Phase::Starting, actions);
-        }
-    }
-    run(actions);
-    const auto until = Clock::now() + lastTime;
-    MutexLock lock(mutex_);
-    while (phase_ == Phase::Starting || phase_ == Phase::Ready || phase_ == Phase::Stopping) {
-        if (changed_.wait_until(lock.native(), until) == std::cv_status::timeout) break;
-    }
 }
 
 bool WorkerLife::isReady() const {
