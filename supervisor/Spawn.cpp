@@ -31,7 +31,8 @@ Descriptor movedUp(Descriptor made) {
     constexpr int firstFree = 9;
     if (made.get() >= firstFree) return made;
     Descriptor moved(made.get() < 0 ? -1 : ::fcntl(made.get(), F_DUPFD_CLOEXEC, firstFree));
-    if (moved.get() < 0) fail("no descriptors are left for its connection", errno);
+    // A limit that forbids all numbers from firstFree on is "invalid" to fcntl, and the same to a reader.
+    if (moved.get() < 0) fail("no descriptors are left for its connection", errno == EINVAL ? EMFILE : errno);
     return moved;
 }
 
