@@ -39,7 +39,7 @@ public:
 private:
     void noteLife(const std::string& life);
     void interrupt();
-    void postInterrupt(HttpClient& http) EXCLUDES(mutex_);
+    void postInterrupt(HttpClient& http) CONNECTOR_EXCLUDES(mutex_);
 
     const ServerAddress address_;
     HttpClient requests_;
@@ -50,7 +50,7 @@ private:
     std::string wantedLife_;  ///< of the next request; empty for any
 
     connector::Mutex mutex_;
-    RemoteStream* stream_ GUARDED_BY(mutex_) = nullptr;  ///< the one that is open
+    RemoteStream* stream_ CONNECTOR_GUARDED_BY(mutex_) = nullptr;  ///< the one that is open
 
     std::unique_ptr<InterruptKey> key_;  ///< last: uses the others
 };

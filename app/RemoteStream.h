@@ -34,8 +34,8 @@ public:
     bool isShared() const override { return true; }
     /// The message by which the session of the stream interrupts what runs, and takes back what it has sent
     /// and has not begun.  Threads: any.
-    std::string interruptMessage() EXCLUDES(mutex_);
-    Taken take(std::chrono::milliseconds limit) override EXCLUDES(mutex_);
+    std::string interruptMessage() CONNECTOR_EXCLUDES(mutex_);
+    Taken take(std::chrono::milliseconds limit) override CONNECTOR_EXCLUDES(mutex_);
 
 private:
     using Objects = std::vector<Poco::JSON::Object::Ptr>;
@@ -43,15 +43,15 @@ private:
     static Objects exchange(HttpClient& http, const Poco::JSON::Object::Ptr& message,
                             std::chrono::seconds limit);
     static Poco::JSON::Object::Ptr replyTo(HttpClient& http, const Poco::JSON::Object::Ptr& message);
-    Poco::JSON::Object::Ptr newMessage(const char* channel) EXCLUDES(mutex_);
+    Poco::JSON::Object::Ptr newMessage(const char* channel) CONNECTOR_EXCLUDES(mutex_);
 
-    void open(HttpClient& http) EXCLUDES(mutex_);
-    void run() EXCLUDES(mutex_);
-    void connect() EXCLUDES(mutex_);
-    bool waitForRoom() EXCLUDES(mutex_);
-    void keep(const Objects& messages) EXCLUDES(mutex_);
-    bool pause(std::chrono::milliseconds time) EXCLUDES(mutex_);
-    void fail(const std::string& why) EXCLUDES(mutex_);
+    void open(HttpClient& http) CONNECTOR_EXCLUDES(mutex_);
+    void run() CONNECTOR_EXCLUDES(mutex_);
+    void connect() CONNECTOR_EXCLUDES(mutex_);
+    bool waitForRoom() CONNECTOR_EXCLUDES(mutex_);
+    void keep(const Objects& messages) CONNECTOR_EXCLUDES(mutex_);
+    bool pause(std::chrono::milliseconds time) CONNECTOR_EXCLUDES(mutex_);
+    void fail(const std::string& why) CONNECTOR_EXCLUDES(mutex_);
 
     HttpClient publishes_;
     HttpClient connects_;  ///< of the thread, once that runs
@@ -63,11 +63,11 @@ private:
 
     connector::Mutex mutex_;
     std::condition_variable changed_;
-    std::string clientId_ GUARDED_BY(mutex_);
-    std::vector<StreamMessage> messages_ GUARDED_BY(mutex_);
-    std::size_t queuedBytes_ GUARDED_BY(mutex_) = 0;
-    std::string failure_ GUARDED_BY(mutex_);
-    bool isStopping_ GUARDED_BY(mutex_) = false;
+    std::string clientId_ CONNECTOR_GUARDED_BY(mutex_);
+    std::vector<StreamMessage> messages_ CONNECTOR_GUARDED_BY(mutex_);
+    std::size_t queuedBytes_ CONNECTOR_GUARDED_BY(mutex_) = 0;
+    std::string failure_ CONNECTOR_GUARDED_BY(mutex_);
+    bool isStopping_ CONNECTOR_GUARDED_BY(mutex_) = false;
 
     std::thread thread_;  // last: starts once the rest exists
 };

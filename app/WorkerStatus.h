@@ -28,14 +28,14 @@ public:
     /// Before the interpreter starts.
     void setTellState(TellState tellState) { tellState_ = std::move(tellState); }
     /// StandaloneHost::deafFor; called with a lock held, and only while a request runs.
-    void setDeafFor(DeafFor deafFor) EXCLUDES(mutex_);
+    void setDeafFor(DeafFor deafFor) CONNECTOR_EXCLUDES(mutex_);
 
-    void runs(const standalone::RunningCode* innermost) override EXCLUDES(mutex_);
+    void runs(const standalone::RunningCode* innermost) override CONNECTOR_EXCLUDES(mutex_);
     void isIn(std::string_view state) override { tellState_(state); }
-    void printed(std::u16string_view text) override EXCLUDES(outputMutex_);
-    void written(std::string_view bytes) override EXCLUDES(outputMutex_);
+    void printed(std::u16string_view text) override CONNECTOR_EXCLUDES(outputMutex_);
+    void written(std::string_view bytes) override CONNECTOR_EXCLUDES(outputMutex_);
 
-    links::PongHead pong() EXCLUDES(mutex_);
+    links::PongHead pong() CONNECTOR_EXCLUDES(mutex_);
 
 private:
     using Clock = std::chrono::steady_clock;
@@ -46,10 +46,10 @@ private:
     links::BlackBox box_;  // requests on the interpreter thread alone, output under outputMutex_
 
     connector::Mutex mutex_;
-    DeafFor deafFor_ GUARDED_BY(mutex_);
-    std::string request_ GUARDED_BY(mutex_);
-    Clock::time_point since_ GUARDED_BY(mutex_);
-    bool isRunning_ GUARDED_BY(mutex_) = false;
+    DeafFor deafFor_ CONNECTOR_GUARDED_BY(mutex_);
+    std::string request_ CONNECTOR_GUARDED_BY(mutex_);
+    Clock::time_point since_ CONNECTOR_GUARDED_BY(mutex_);
+    bool isRunning_ CONNECTOR_GUARDED_BY(mutex_) = false;
 };
 
 }  // namespace app

@@ -163,8 +163,9 @@ bool FrameWriter::callBack(After after) {
 bool FrameWriter::waitUntilBelow(std::size_t bytes, std::chrono::milliseconds limit) {
     connector::MutexLock lock(mutex_);
     ++waiting_;
-    const bool isBelow = changed_.wait_for(
-        lock.native(), limit, [&]() REQUIRES(mutex_) { return isClosed_ || queuedBytes() < bytes; });
+    const bool isBelow = changed_.wait_for(lock.native(), limit, [&]() CONNECTOR_REQUIRES(mutex_) {
+        return isClosed_ || queuedBytes() < bytes;
+    });
     --waiting_;
     return isBelow;
 }

@@ -25,11 +25,11 @@ struct Run {
 struct Runs {
     connector::Mutex mutex;
     std::condition_variable ended;
-    std::uint64_t last GUARDED_BY(mutex) = 0;
-    std::map<std::uint64_t, Run> running GUARDED_BY(mutex);
-    std::map<std::thread::id, std::vector<std::uint64_t>> awaited GUARDED_BY(mutex);
+    std::uint64_t last CONNECTOR_GUARDED_BY(mutex) = 0;
+    std::map<std::uint64_t, Run> running CONNECTOR_GUARDED_BY(mutex);
+    std::map<std::thread::id, std::vector<std::uint64_t>> awaited CONNECTOR_GUARDED_BY(mutex);
 
-    bool waitsForLocked(std::thread::id thread, std::thread::id other) REQUIRES(mutex) {
+    bool waitsForLocked(std::thread::id thread, std::thread::id other) CONNECTOR_REQUIRES(mutex) {
         if (thread == other) return true;
         const auto waits = awaited.find(thread);
         if (waits == awaited.end()) return false;
@@ -40,7 +40,7 @@ struct Runs {
         return false;
     }
 
-    bool haveEndedLocked(const std::vector<std::uint64_t>& numbers) REQUIRES(mutex) {
+    bool haveEndedLocked(const std::vector<std::uint64_t>& numbers) CONNECTOR_REQUIRES(mutex) {
         for (const auto number : numbers) {
             if (running.contains(number)) return false;
         }

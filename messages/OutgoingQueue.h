@@ -52,28 +52,29 @@ public:
 
     /// `owner`: of the request that has caused the frame; may be null. When it is this one, the frame is lost
     /// after those of others. False when closed, also when that is because of this frame.  Blocks: never.
-    bool push(const std::shared_ptr<const MessageFrame>& frame, const Pace* owner = nullptr) EXCLUDES(mutex_);
+    bool push(const std::shared_ptr<const MessageFrame>& frame, const Pace* owner = nullptr)
+        CONNECTOR_EXCLUDES(mutex_);
     /// The same for a caller that holds a lock: what has to be called without it is appended to `wakeUps`.
     bool push(const std::shared_ptr<const MessageFrame>& frame, const Pace* owner,
-              std::vector<WakeUp>& wakeUps) EXCLUDES(mutex_);
+              std::vector<WakeUp>& wakeUps) CONNECTOR_EXCLUDES(mutex_);
     static void call(const WakeUp& wakeUp);
-    TakenFrames take(std::size_t maxBytes, std::chrono::milliseconds timeout) EXCLUDES(mutex_);
-    void setWakeUp(std::function<void()> wakeUp) EXCLUDES(mutex_);
+    TakenFrames take(std::size_t maxBytes, std::chrono::milliseconds timeout) CONNECTOR_EXCLUDES(mutex_);
+    void setWakeUp(std::function<void()> wakeUp) CONNECTOR_EXCLUDES(mutex_);
 
     /// The client reads what was taken.
     void noteReading() { lastRead_ = now_(); }
     bool isBehind() const override;
     /// Ends early when the session closes. That nothing is taken any more is noticed at the end of `limit`.
-    void waitUntilCaughtUp(std::chrono::milliseconds limit) override EXCLUDES(mutex_);
+    void waitUntilCaughtUp(std::chrono::milliseconds limit) override CONNECTOR_EXCLUDES(mutex_);
 
     /// Forgets what nobody can take any more.
-    void discard() EXCLUDES(mutex_);
-    void close(const std::string& reason) EXCLUDES(mutex_);
+    void discard() CONNECTOR_EXCLUDES(mutex_);
+    void close(const std::string& reason) CONNECTOR_EXCLUDES(mutex_);
     /// Closes when the queue has been full for too long. True when closed.
-    bool closeWhenOverdue() EXCLUDES(mutex_);
-    bool isClosed() const EXCLUDES(mutex_);
-    std::string closeReason() const EXCLUDES(mutex_);
-    std::size_t queuedBytes() const EXCLUDES(mutex_);
+    bool closeWhenOverdue() CONNECTOR_EXCLUDES(mutex_);
+    bool isClosed() const CONNECTOR_EXCLUDES(mutex_);
+    std::string closeReason() const CONNECTOR_EXCLUDES(mutex_);
+    std::size_t queuedBytes() const CONNECTOR_EXCLUDES(mutex_);
 
 private:
     using Frame = std::shared_ptr<const MessageFrame>;
@@ -95,13 +96,13 @@ private:
 
     static Frame noticeOf(const Loss& loss);
 
-    void addLocked(const Frame& frame, bool isOwn) REQUIRES(mutex_);
-    void dropOldestLocked() REQUIRES(mutex_);
-    void noteLossLocked(Entries::iterator lost, const MessageFrame& frame) REQUIRES(mutex_);
-    void updateBehindLocked() REQUIRES(mutex_);
-    void removeFirstLocked() REQUIRES(mutex_);
-    bool isOverdueLocked() const REQUIRES(mutex_);
-    bool isIdleLocked() const REQUIRES(mutex_) { return entries_.empty() && !closeReason_; }
+    void addLocked(const Frame& frame, bool isOwn) CONNECTOR_REQUIRES(mutex_);
+    void dropOldestLocked() CONNECTOR_REQUIRES(mutex_);
+    void noteLossLocked(Entries::iterator lost, const MessageFrame& frame) CONNECTOR_REQUIRES(mutex_);
+    void updateBehindLocked() CONNECTOR_REQUIRES(mutex_);
+    void removeFirstLocked() CONNECTOR_REQUIRES(mutex_);
+    bool isOverdueLocked() const CONNECTOR_REQUIRES(mutex_);
+    bool isIdleLocked() const CONNECTOR_REQUIRES(mutex_) { return entries_.empty() && !closeReason_; }
 
     // Fixed after construction.
     const std::size_t limit_;
@@ -117,14 +118,14 @@ private:
     mutable connector::Mutex mutex_;
     std::condition_variable changed_;
     std::condition_variable caughtUp_;
-    Entries entries_ GUARDED_BY(mutex_);
+    Entries entries_ CONNECTOR_GUARDED_BY(mutex_);
     // Those of the frames that may be lost: what others have caused, and the client's own.
-    std::array<std::deque<Entries::iterator>, 2> droppable_ GUARDED_BY(mutex_);
-    std::size_t queuedBytes_ GUARDED_BY(mutex_) = 0;
-    std::size_t keptBytes_ GUARDED_BY(mutex_) = 0;  // of frames that must not be lost
-    std::optional<Clock::time_point> fullSince_ GUARDED_BY(mutex_);
-    std::optional<std::string> closeReason_ GUARDED_BY(mutex_);  // none while open
-    WakeUp wakeUp_ GUARDED_BY(mutex_);
+    std::array<std::deque<Entries::iterator>, 2> droppable_ CONNECTOR_GUARDED_BY(mutex_);
+    std::size_t queuedBytes_ CONNECTOR_GUARDED_BY(mutex_) = 0;
+    std::size_t keptBytes_ CONNECTOR_GUARDED_BY(mutex_) = 0;  // of frames that must not be lost
+    std::optional<Clock::time_point> fullSince_ CONNECTOR_GUARDED_BY(mutex_);
+    std::optional<std::string> closeReason_ CONNECTOR_GUARDED_BY(mutex_);  // none while open
+    WakeUp wakeUp_ CONNECTOR_GUARDED_BY(mutex_);
 };
 
 }  // namespace messages

@@ -34,20 +34,20 @@ public:
 
     const std::string& pattern() const { return pattern_; }
 
-    void add(Notice notice) EXCLUDES(mutex_);
+    void add(Notice notice) CONNECTOR_EXCLUDES(mutex_);
 
     /// Tells what was added before the watcher was known to other threads; they tell nothing until then.
-    void start() EXCLUDES(mutex_);
+    void start() CONNECTOR_EXCLUDES(mutex_);
 
     /// Tells what was added.
     /// Blocks: until it is told by this thread or another; inside a handler not for another.
-    void tell() EXCLUDES(mutex_);
+    void tell() CONNECTOR_EXCLUDES(mutex_);
 
     /// Calls no handler any more: HandlerGate::end.
     void end() { gate_.end(); }
 
 private:
-    void tellAll() EXCLUDES(mutex_);
+    void tellAll() CONNECTOR_EXCLUDES(mutex_);
     void call(const Notice& notice);
 
     const std::string pattern_;
@@ -57,10 +57,10 @@ private:
 
     connector::Mutex mutex_;
     std::condition_variable progress_;
-    std::deque<Notice> notices_ GUARDED_BY(mutex_);
-    std::uint64_t added_ GUARDED_BY(mutex_) = 0;
-    std::uint64_t told_ GUARDED_BY(mutex_) = 0;
-    bool isTelling_ GUARDED_BY(mutex_) = true;  // until start() is through
+    std::deque<Notice> notices_ CONNECTOR_GUARDED_BY(mutex_);
+    std::uint64_t added_ CONNECTOR_GUARDED_BY(mutex_) = 0;
+    std::uint64_t told_ CONNECTOR_GUARDED_BY(mutex_) = 0;
+    bool isTelling_ CONNECTOR_GUARDED_BY(mutex_) = true;  // until start() is through
 };
 
 }  // namespace messages

@@ -43,10 +43,10 @@ struct CmdWinState {
     foundation::msg_svc::eventmgr::ScopedConnection suggestionSub;
 
     Mutex mutex;
-    std::u16string suggestion GUARDED_BY(mutex);
-    CapturedBuffers buffers GUARDED_BY(mutex);
-    std::shared_ptr<ConnectorCmdWinSink> outCmdWinSink GUARDED_BY(mutex);
-    std::shared_ptr<ConnectorCmdWinSink> errCmdWinSink GUARDED_BY(mutex);
+    std::u16string suggestion CONNECTOR_GUARDED_BY(mutex);
+    CapturedBuffers buffers CONNECTOR_GUARDED_BY(mutex);
+    std::shared_ptr<ConnectorCmdWinSink> outCmdWinSink CONNECTOR_GUARDED_BY(mutex);
+    std::shared_ptr<ConnectorCmdWinSink> errCmdWinSink CONNECTOR_GUARDED_BY(mutex);
 };
 
 /// Threads: any; what is in it says who may touch it.

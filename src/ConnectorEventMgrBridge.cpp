@@ -82,9 +82,9 @@ void forward(const BaseEvent& event, const std::string& tag, const std::string& 
 /// Notices and events reach it through weak references.
 class ConnectorEventMgrBridge::Impl : public std::enable_shared_from_this<Impl> {
 public:
-    void privateInit(std::shared_ptr<MessageService> messages) EXCLUDES(mutex_);
+    void privateInit(std::shared_ptr<MessageService> messages) CONNECTOR_EXCLUDES(mutex_);
     /// Blocks: while handlers run.
-    void end() EXCLUDES(mutex_);
+    void end() CONNECTOR_EXCLUDES(mutex_);
 
     template <class Action>
     void guarded(const Action& action) const {
@@ -101,18 +101,18 @@ private:
         ScopedConnection connection;
     };
 
-    void handleSubscribe(const std::string& channel) EXCLUDES(mutex_);
-    void handleUnsubscribe(const std::string& channel) EXCLUDES(mutex_);
+    void handleSubscribe(const std::string& channel) CONNECTOR_EXCLUDES(mutex_);
+    void handleUnsubscribe(const std::string& channel) CONNECTOR_EXCLUDES(mutex_);
     ScopedConnection connect(const std::string& channel, const std::string& id, const std::string& tag)
-        REQUIRES(mutex_);
+        CONNECTOR_REQUIRES(mutex_);
 
     const Logger logger_{"connector::interpreter::v1::EventMgrBridge"};
 
     Mutex mutex_;
-    bool hasEnded_ GUARDED_BY(mutex_) = false;
-    std::shared_ptr<MessageService> messages_ GUARDED_BY(mutex_);
-    std::unordered_map<std::string, Entry> channels_ GUARDED_BY(mutex_);
-    std::unique_ptr<Subscription> notices_ GUARDED_BY(mutex_);
+    bool hasEnded_ CONNECTOR_GUARDED_BY(mutex_) = false;
+    std::shared_ptr<MessageService> messages_ CONNECTOR_GUARDED_BY(mutex_);
+    std::unordered_map<std::string, Entry> channels_ CONNECTOR_GUARDED_BY(mutex_);
+    std::unique_ptr<Subscription> notices_ CONNECTOR_GUARDED_BY(mutex_);
 };
 
 // One watch for both kinds of notices: the order of a client's notices holds within a watch only.

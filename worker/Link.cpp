@@ -233,9 +233,9 @@ private:
 
     connector::Mutex mutex_;
     std::condition_variable changed_;
-    std::optional<links::Start> start_ GUARDED_BY(mutex_);
-    std::optional<std::chrono::milliseconds> stop_ GUARDED_BY(mutex_);
-    bool isBroken_ GUARDED_BY(mutex_) = false;
+    std::optional<links::Start> start_ CONNECTOR_GUARDED_BY(mutex_);
+    std::optional<std::chrono::milliseconds> stop_ CONNECTOR_GUARDED_BY(mutex_);
+    bool isBroken_ CONNECTOR_GUARDED_BY(mutex_) = false;
 
     const std::shared_ptr<FrameWriter> main_;
     const std::shared_ptr<FrameWriter> control_;

@@ -18,10 +18,10 @@ class LinkPace : public connector::common::ClientPace {
 public:
     explicit LinkPace(std::shared_ptr<links::FrameWriter> writer) : writer_(std::move(writer)) {}
 
-    void setBehind(bool isBehind) EXCLUDES(mutex_);
+    void setBehind(bool isBehind) CONNECTOR_EXCLUDES(mutex_);
 
     bool isBehind() const override { return isClientBehind() || writer_->queuedBytes() >= mostQueued; }
-    void waitUntilCaughtUp(std::chrono::milliseconds limit) override EXCLUDES(mutex_);
+    void waitUntilCaughtUp(std::chrono::milliseconds limit) override CONNECTOR_EXCLUDES(mutex_);
 
     bool isClientBehind() const { return isBehind_.load(std::memory_order_relaxed); }
 

@@ -51,11 +51,11 @@ public:
     StreamedReply(std::shared_ptr<links::FrameWriter> writer, std::uint64_t id)
         : writer_(std::move(writer)), id_(id) {}
 
-    void reply(const RequestRefusal& refusal) EXCLUDES(mutex_) {
+    void reply(const RequestRefusal& refusal) CONNECTOR_EXCLUDES(mutex_) {
         const connector::MutexLock lock(mutex_);
         replyLocked(refusal);
     }
-    void end(const RequestRefusal& refusal = {}) noexcept EXCLUDES(mutex_) {
+    void end(const RequestRefusal& refusal = {}) noexcept CONNECTOR_EXCLUDES(mutex_) {
         try {
             const connector::MutexLock lock(mutex_);
             replyLocked(refusal);
@@ -67,7 +67,7 @@ public:
     }
 
 private:
-    void replyLocked(const RequestRefusal& refusal) REQUIRES(mutex_) {
+    void replyLocked(const RequestRefusal& refusal) CONNECTOR_REQUIRES(mutex_) {
         if (std::exchange(isReplied_, true)) return;
         const links::ReplyHead head{static_cast<std::uint64_t>(refusal.status), refusal.reason};
         writer_->send({.kind = Kind::Reply, .id = id_, .head = head.encode(), .body = {}});
@@ -76,7 +76,7 @@ private:
     const std::shared_ptr<links::FrameWriter> writer_;
     const std::uint64_t id_;
     connector::Mutex mutex_;
-    bool isReplied_ GUARDED_BY(mutex_) = false;
+    bool isReplied_ CONNECTOR_GUARDED_BY(mutex_) = false;
 };
 
 }  // namespace

@@ -50,8 +50,8 @@ private:
                 const std::function<void()>& then = {});
     /// Interrupts come by a socket of their own. What was sent after one must not be hit by it: waits until
     /// so many are over.  Blocks: 600 ms at most; an interrupt is over then, or native code ignores it.
-    void waitForInterrupts(std::uint64_t count) EXCLUDES(mutex_);
-    void noteInterrupted() EXCLUDES(mutex_);
+    void waitForInterrupts(std::uint64_t count) CONNECTOR_EXCLUDES(mutex_);
+    void noteInterrupted() CONNECTOR_EXCLUDES(mutex_);
     static void respond(links::FrameWriter& writer, std::uint64_t id, dispatch::Answer answer) noexcept;
     /// Throws: connector::common::RequestRefusal.
     Reservation reserve(const std::string& name, std::function<void()> released);
@@ -63,7 +63,7 @@ private:
 
     connector::Mutex mutex_;
     std::condition_variable interrupted_;
-    std::uint64_t interruptsOver_ GUARDED_BY(mutex_) = 0;
+    std::uint64_t interruptsOver_ CONNECTOR_GUARDED_BY(mutex_) = 0;
 
     std::unique_ptr<dispatch::RequestDispatcher> owned_;
     std::atomic<dispatch::RequestDispatcher*> dispatcher_{nullptr};  // once it has started

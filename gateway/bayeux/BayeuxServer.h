@@ -56,14 +56,14 @@ public:
     bool showsSession(std::string_view body) const;
 
     /// Takes over a WebSocket.
-    void open(const std::shared_ptr<ClientSocket>& socket) EXCLUDES(mutex_);
+    void open(const std::shared_ptr<ClientSocket>& socket) CONNECTOR_EXCLUDES(mutex_);
     /// Takes one text frame. Closes the socket after the first that shows neither the token nor a session.
     /// Threads: one call at a time for each socket.
     void receive(const std::shared_ptr<ClientSocket>& socket, const std::string& text);
 
     /// Does what is due by the clock of the options and, once a second, `sweep` of the message service. A
     /// timer calls it every `sweepInterval`.
-    void sweep() EXCLUDES(mutex_);
+    void sweep() CONNECTOR_EXCLUDES(mutex_);
 
     /// How many sessions there are.
     std::size_t sessions() const;
@@ -74,16 +74,16 @@ public:
 
     /// Ends every session: held connects are answered, sockets closed with 1001. That needs the context to
     /// run on for a moment.
-    void stop() EXCLUDES(mutex_);
+    void stop() CONNECTOR_EXCLUDES(mutex_);
 
 private:
     static constexpr long ownUses = 2;  // of the core: by this, and by the table of sessions
     using Sockets = std::vector<std::shared_ptr<ClientSocket>>;
 
-    void armTimer() EXCLUDES(mutex_);
-    void noteUse() EXCLUDES(mutex_);
-    bool isStopped() EXCLUDES(mutex_);
-    Sockets openSockets() EXCLUDES(mutex_);
+    void armTimer() CONNECTOR_EXCLUDES(mutex_);
+    void noteUse() CONNECTOR_EXCLUDES(mutex_);
+    bool isStopped() CONNECTOR_EXCLUDES(mutex_);
+    Sockets openSockets() CONNECTOR_EXCLUDES(mutex_);
 
     const std::shared_ptr<ServerCore> core_;
     const std::shared_ptr<SessionTable> sessions_;
@@ -91,9 +91,9 @@ private:
     std::atomic<bool> isIdle_{false};  // sweeps are rare
 
     connector::Mutex mutex_;
-    bool isStopped_ GUARDED_BY(mutex_) = false;
-    std::vector<std::weak_ptr<ClientSocket>> sockets_ GUARDED_BY(mutex_);
-    boost::asio::steady_timer timer_ GUARDED_BY(mutex_);
+    bool isStopped_ CONNECTOR_GUARDED_BY(mutex_) = false;
+    std::vector<std::weak_ptr<ClientSocket>> sockets_ CONNECTOR_GUARDED_BY(mutex_);
+    boost::asio::steady_timer timer_ CONNECTOR_GUARDED_BY(mutex_);
 };
 
 }  // namespace gateway::bayeux

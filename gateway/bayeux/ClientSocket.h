@@ -45,13 +45,13 @@ public:
     // For the transport.
 
     /// Says that the network has taken a part of a frame.
-    void progressed() EXCLUDES(mutex_);
+    void progressed() CONNECTOR_EXCLUDES(mutex_);
     /// Says that `unsentBytes` has become smaller. Cheap, so it may be called after every write.
-    void drained() EXCLUDES(mutex_);
+    void drained() CONNECTOR_EXCLUDES(mutex_);
     /// Says that all is received that has come: what it has published is sent now.
-    void endReadTurn() EXCLUDES(mutex_);
+    void endReadTurn() CONNECTOR_EXCLUDES(mutex_);
     /// Says that it is closed. Its sessions go on.
-    void closed() EXCLUDES(mutex_);
+    void closed() CONNECTOR_EXCLUDES(mutex_);
     /// How large the next frame may be; a larger one closes the socket with 1009.
     std::size_t maxFrameBytes() const;
     /// Whether its peer has shown the token or a session.
@@ -65,8 +65,8 @@ public:
     void trust() { isTrusted_ = true; }
 
     /// A frame is being handled, or has been.
-    void beginExchange() EXCLUDES(mutex_);
-    void endExchange() EXCLUDES(mutex_);
+    void beginExchange() CONNECTOR_EXCLUDES(mutex_);
+    void endExchange() CONNECTOR_EXCLUDES(mutex_);
 
     void send(const MessageArray& array, bool isReply);
     /// Whether deliveries may be sent; if not, the sessions are woken when they may be again.
@@ -74,15 +74,15 @@ public:
     bool isWritten() const { return unsentBytes() == 0; }
 
     /// Makes this the socket of the session. False when it is closed.
-    bool bind(const std::shared_ptr<SocketUser>& session) EXCLUDES(mutex_);
-    void unbind(const SocketUser& session) EXCLUDES(mutex_);
+    bool bind(const std::shared_ptr<SocketUser>& session) CONNECTOR_EXCLUDES(mutex_);
+    void unbind(const SocketUser& session) CONNECTOR_EXCLUDES(mutex_);
 
     /// Closes with a WebSocket close code, once what was sent is written.
     void close(std::uint16_t code);
     /// Has it closed at `when`, unless it has a session then: its client may begin a new one on it.
     void closeLater(Time when) { closeTime_ = when; }
     /// Closes it if its time has come.
-    void sweep(Time now) EXCLUDES(mutex_);
+    void sweep(Time now) CONNECTOR_EXCLUDES(mutex_);
     bool isClosing() const { return isClosing_; }
     bool isClosed() const { return isClosed_; }
 
@@ -102,8 +102,8 @@ private:
     /// Closes once what was given to `sendFrame` is written. Called once.
     virtual void closeFrame(std::uint16_t code) = 0;
 
-    std::vector<std::shared_ptr<SocketUser>> users() EXCLUDES(mutex_);
-    bool endsTurnLocked() REQUIRES(mutex_);
+    std::vector<std::shared_ptr<SocketUser>> users() CONNECTOR_EXCLUDES(mutex_);
+    bool endsTurnLocked() CONNECTOR_REQUIRES(mutex_);
 
     std::shared_ptr<ServerCore> core_;  // fixed once open
     const Peer peer_;
@@ -115,10 +115,10 @@ private:
     std::atomic<Time> closeTime_{Time::max()};
 
     connector::Mutex mutex_;
-    bool isAllReceived_ GUARDED_BY(mutex_) = true;
-    int exchanges_ GUARDED_BY(mutex_) = 0;  // under way
-    bool isInTurn_ GUARDED_BY(mutex_) = false;
-    std::map<const SocketUser*, std::weak_ptr<SocketUser>> users_ GUARDED_BY(mutex_);
+    bool isAllReceived_ CONNECTOR_GUARDED_BY(mutex_) = true;
+    int exchanges_ CONNECTOR_GUARDED_BY(mutex_) = 0;  // under way
+    bool isInTurn_ CONNECTOR_GUARDED_BY(mutex_) = false;
+    std::map<const SocketUser*, std::weak_ptr<SocketUser>> users_ CONNECTOR_GUARDED_BY(mutex_);
 };
 
 }  // namespace gateway::bayeux

@@ -22,12 +22,12 @@ public:
 /// Threads: any.  Locks: mutex_, a leaf; sessions are woken without it.
 class ReadTurns {
 public:
-    void begin() EXCLUDES(mutex_) {
+    void begin() CONNECTOR_EXCLUDES(mutex_) {
         connector::MutexLock lock(mutex_);
         ++turns_;
     }
     /// Wakes those that wait, also when another turn goes on.
-    void end() EXCLUDES(mutex_) {
+    void end() CONNECTOR_EXCLUDES(mutex_) {
         {
             connector::MutexLock lock(mutex_);
             --turns_;
@@ -35,7 +35,7 @@ public:
         wakeAll();
     }
     /// Wakes those that wait, in the midst of turns.
-    void wakeAll() EXCLUDES(mutex_) {
+    void wakeAll() CONNECTOR_EXCLUDES(mutex_) {
         std::vector<std::weak_ptr<Wakeable>> woken;
         {
             connector::MutexLock lock(mutex_);
@@ -46,7 +46,7 @@ public:
         }
     }
     /// Wakes the session, at the end of a turn if there is one.
-    void wake(const std::shared_ptr<Wakeable>& session) EXCLUDES(mutex_) {
+    void wake(const std::shared_ptr<Wakeable>& session) CONNECTOR_EXCLUDES(mutex_) {
         {
             connector::MutexLock lock(mutex_);
             if (turns_ > 0) return waiting_.push_back(session);
@@ -56,8 +56,8 @@ public:
 
 private:
     connector::Mutex mutex_;
-    std::size_t turns_ GUARDED_BY(mutex_) = 0;
-    std::vector<std::weak_ptr<Wakeable>> waiting_ GUARDED_BY(mutex_);
+    std::size_t turns_ CONNECTOR_GUARDED_BY(mutex_) = 0;
+    std::vector<std::weak_ptr<Wakeable>> waiting_ CONNECTOR_GUARDED_BY(mutex_);
 };
 
 }  // namespace gateway::bayeux

@@ -29,15 +29,16 @@ public:
     const std::shared_ptr<ServerCore>& core() const { return core_; }
 
     /// Whether the peer may try another handshake, with the right token or without; then it counts.
-    bool mayHandshake(const std::string& address, bool hasToken, Time now) EXCLUDES(mutex_);
+    bool mayHandshake(const std::string& address, bool hasToken, Time now) CONNECTOR_EXCLUDES(mutex_);
     /// A new session, which delivers through `socket`, which may be null. Null when the peer has too many
     /// already, or the table is closed.
     std::shared_ptr<BayeuxSession> open(const Peer& peer, bool isAcknowledged,
-                                        const std::shared_ptr<ClientSocket>& socket) EXCLUDES(mutex_);
+                                        const std::shared_ptr<ClientSocket>& socket)
+        CONNECTOR_EXCLUDES(mutex_);
 
     /// Null when there is none.
-    std::shared_ptr<BayeuxSession> find(const std::string& id) const EXCLUDES(mutex_);
-    std::size_t size() const EXCLUDES(mutex_);
+    std::shared_ptr<BayeuxSession> find(const std::string& id) const CONNECTOR_EXCLUDES(mutex_);
+    std::size_t size() const CONNECTOR_EXCLUDES(mutex_);
 
     /// Whether a session is seen in the beginning of a text.
     bool showsSession(std::string_view text) const;
@@ -45,9 +46,9 @@ public:
     std::size_t maxValues(bool isTrusted, std::string_view text) const;
 
     /// The sessions that have something to do. Forgets peers that are idle.
-    Sessions due(Time now) EXCLUDES(mutex_);
+    Sessions due(Time now) CONNECTOR_EXCLUDES(mutex_);
     /// Takes all out and lets none in any more.
-    Sessions close() EXCLUDES(mutex_);
+    Sessions close() CONNECTOR_EXCLUDES(mutex_);
 
 private:
     /// What one peer has had.
@@ -57,15 +58,15 @@ private:
         std::size_t sessions = 0;
     };
 
-    bool add(const std::shared_ptr<BayeuxSession>& session) EXCLUDES(mutex_);
-    void remove(const BayeuxSession& session) EXCLUDES(mutex_);
+    bool add(const std::shared_ptr<BayeuxSession>& session) CONNECTOR_EXCLUDES(mutex_);
+    void remove(const BayeuxSession& session) CONNECTOR_EXCLUDES(mutex_);
 
     const std::shared_ptr<ServerCore> core_;
 
     mutable connector::Mutex mutex_;
-    bool isClosed_ GUARDED_BY(mutex_) = false;
-    std::unordered_map<std::string, std::shared_ptr<BayeuxSession>> sessions_ GUARDED_BY(mutex_);
-    std::map<std::string, Usage> peers_ GUARDED_BY(mutex_);
+    bool isClosed_ CONNECTOR_GUARDED_BY(mutex_) = false;
+    std::unordered_map<std::string, std::shared_ptr<BayeuxSession>> sessions_ CONNECTOR_GUARDED_BY(mutex_);
+    std::map<std::string, Usage> peers_ CONNECTOR_GUARDED_BY(mutex_);
 };
 
 }  // namespace gateway::bayeux

@@ -57,15 +57,15 @@ public:
     };
 
     /// Null when all places are taken by authenticated connections.
-    std::shared_ptr<Place> take() EXCLUDES(mutex_);
+    std::shared_ptr<Place> take() CONNECTOR_EXCLUDES(mutex_);
 
-    void finishAll() EXCLUDES(mutex_);
-    void abortAll() EXCLUDES(mutex_);
+    void finishAll() CONNECTOR_EXCLUDES(mutex_);
+    void abortAll() CONNECTOR_EXCLUDES(mutex_);
     /// Waits until there is no connection; false when there still is one then.
-    bool waitUntilEmpty(std::chrono::milliseconds limit) EXCLUDES(mutex_);
-    std::size_t size() const EXCLUDES(mutex_);
+    bool waitUntilEmpty(std::chrono::milliseconds limit) CONNECTOR_EXCLUDES(mutex_);
+    std::size_t size() const CONNECTOR_EXCLUDES(mutex_);
     /// How many found no place, or were displaced.
-    std::uint64_t refused() const EXCLUDES(mutex_);
+    std::uint64_t refused() const CONNECTOR_EXCLUDES(mutex_);
 
 private:
     enum class Standing { Unauthenticated, Authenticated, Left, Displaced };
@@ -74,22 +74,22 @@ private:
         Standing standing = Standing::Unauthenticated;
     };
 
-    std::uint64_t add(std::shared_ptr<OpenConnection>& displaced) EXCLUDES(mutex_);
-    void remove(std::uint64_t number) EXCLUDES(mutex_);
-    void setStanding(std::uint64_t number, Standing standing) REQUIRES(mutex_);
+    std::uint64_t add(std::shared_ptr<OpenConnection>& displaced) CONNECTOR_EXCLUDES(mutex_);
+    void remove(std::uint64_t number) CONNECTOR_EXCLUDES(mutex_);
+    void setStanding(std::uint64_t number, Standing standing) CONNECTOR_REQUIRES(mutex_);
     template <class Action>
-    void forEach(Action action) EXCLUDES(mutex_);
+    void forEach(Action action) CONNECTOR_EXCLUDES(mutex_);
 
     const std::size_t capacity_;
     const std::size_t mostAuthenticated_ = capacity_ - capacity_ / 16;
 
     mutable connector::Mutex mutex_;
     std::condition_variable changed_;
-    std::map<std::uint64_t, Entry> entries_ GUARDED_BY(mutex_);  ///< by age
-    std::set<std::uint64_t> unauthenticated_ GUARDED_BY(mutex_);
-    std::size_t authenticated_ GUARDED_BY(mutex_) = 0;
-    std::uint64_t last_ GUARDED_BY(mutex_) = 0;
-    std::uint64_t refused_ GUARDED_BY(mutex_) = 0;
+    std::map<std::uint64_t, Entry> entries_ CONNECTOR_GUARDED_BY(mutex_);  ///< by age
+    std::set<std::uint64_t> unauthenticated_ CONNECTOR_GUARDED_BY(mutex_);
+    std::size_t authenticated_ CONNECTOR_GUARDED_BY(mutex_) = 0;
+    std::uint64_t last_ CONNECTOR_GUARDED_BY(mutex_) = 0;
+    std::uint64_t refused_ CONNECTOR_GUARDED_BY(mutex_) = 0;
 };
 
 }  // namespace gateway::http

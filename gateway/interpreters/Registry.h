@@ -53,35 +53,35 @@ public:
     Registry& operator=(const Registry&) = delete;
 
     /// Throws: Refusal: 409 the id is in use; 429 there are too many; 503 this is stopped; and as `makeDesk`.
-    std::shared_ptr<Desk> create(const ports::InterpreterSpec& spec) EXCLUDES(mutex_);
+    std::shared_ptr<Desk> create(const ports::InterpreterSpec& spec) CONNECTOR_EXCLUDES(mutex_);
 
     /// Null when there is none.
-    std::shared_ptr<Desk> find(std::string_view id) const EXCLUDES(mutex_);
+    std::shared_ptr<Desk> find(std::string_view id) const CONNECTOR_EXCLUDES(mutex_);
     /// All, by their ids.
-    Desks all() const EXCLUDES(mutex_);
+    Desks all() const CONNECTOR_EXCLUDES(mutex_);
 
     /// From now on it is not found. `removed` is called when it has stopped, on another thread.
     /// Throws: Refusal: 403 for the default one; 404.
-    void remove(std::string_view id, std::function<void()> removed) EXCLUDES(mutex_);
+    void remove(std::string_view id, std::function<void()> removed) CONNECTOR_EXCLUDES(mutex_);
 
     /// Stops all of them at the same time.  Blocks: as long as the slowest.
-    void stop() EXCLUDES(mutex_);
+    void stop() CONNECTOR_EXCLUDES(mutex_);
     /// Destroys all, when no thread runs their io_context any more.
-    void clear() EXCLUDES(mutex_);
+    void clear() CONNECTOR_EXCLUDES(mutex_);
 
 private:
-    void retire(const std::shared_ptr<Desk>& desk) EXCLUDES(mutex_);
-    Desks takeUnused() EXCLUDES(mutex_);
-    void reserve(const std::string& id) EXCLUDES(mutex_);
+    void retire(const std::shared_ptr<Desk>& desk) CONNECTOR_EXCLUDES(mutex_);
+    Desks takeUnused() CONNECTOR_EXCLUDES(mutex_);
+    void reserve(const std::string& id) CONNECTOR_EXCLUDES(mutex_);
 
     const MakeDesk makeDesk_;
     const std::size_t most_;
 
     mutable connector::Mutex mutex_;
-    bool isStopped_ GUARDED_BY(mutex_) = false;
+    bool isStopped_ CONNECTOR_GUARDED_BY(mutex_) = false;
     /// Null for one that is being made or is ending.
-    std::map<std::string, std::shared_ptr<Desk>, std::less<>> desks_ GUARDED_BY(mutex_);
-    Desks retired_ GUARDED_BY(mutex_);
+    std::map<std::string, std::shared_ptr<Desk>, std::less<>> desks_ CONNECTOR_GUARDED_BY(mutex_);
+    Desks retired_ CONNECTOR_GUARDED_BY(mutex_);
 
     connector::WorkerPool endings_;  // last: its tasks use the rest
 };

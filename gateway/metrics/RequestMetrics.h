@@ -18,10 +18,11 @@ namespace gateway::metrics {
 /// Threads: every operation from any thread.  Locks: mutex_, a leaf.  Owns: borrows the names of endpoints.
 class RequestMetrics {
 public:
-    void record(std::string_view endpoint, int status, std::chrono::nanoseconds duration) EXCLUDES(mutex_);
+    void record(std::string_view endpoint, int status, std::chrono::nanoseconds duration)
+        CONNECTOR_EXCLUDES(mutex_);
     /// One that was refused before it took any time.
-    void count(std::string_view endpoint, int status) EXCLUDES(mutex_);
-    void write(PrometheusText& page) const EXCLUDES(mutex_);
+    void count(std::string_view endpoint, int status) CONNECTOR_EXCLUDES(mutex_);
+    void write(PrometheusText& page) const CONNECTOR_EXCLUDES(mutex_);
 
 private:
     /// Upper bounds of the buckets, in seconds; one more takes the rest.
@@ -34,8 +35,8 @@ private:
     };
 
     mutable connector::Mutex mutex_;
-    std::map<std::pair<std::string_view, int>, std::uint64_t> counts_ GUARDED_BY(mutex_);
-    std::map<std::string_view, Durations> durations_ GUARDED_BY(mutex_);
+    std::map<std::pair<std::string_view, int>, std::uint64_t> counts_ CONNECTOR_GUARDED_BY(mutex_);
+    std::map<std::string_view, Durations> durations_ CONNECTOR_GUARDED_BY(mutex_);
 };
 
 }  // namespace gateway::metrics

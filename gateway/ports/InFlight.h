@@ -45,36 +45,36 @@ public:
     };
 
     /// The id of its frame; 0 after takeAll(): then nothing is moved from it.
-    std::uint64_t add(Request&& request) EXCLUDES(mutex_);
-    std::uint64_t add(Stream&& stream) EXCLUDES(mutex_);
+    std::uint64_t add(Request&& request) CONNECTOR_EXCLUDES(mutex_);
+    std::uint64_t add(Stream&& stream) CONNECTOR_EXCLUDES(mutex_);
 
     /// The three give back nothing for an id that is not known.
-    std::optional<Request> takeRequest(std::uint64_t id) EXCLUDES(mutex_);
+    std::optional<Request> takeRequest(std::uint64_t id) CONNECTOR_EXCLUDES(mutex_);
     /// Whom to tell that the code is taken, or is not.
-    Taken takeReply(std::uint64_t id) EXCLUDES(mutex_);
-    std::optional<Stream> takeStream(std::uint64_t id) EXCLUDES(mutex_);
+    Taken takeReply(std::uint64_t id) CONNECTOR_EXCLUDES(mutex_);
+    std::optional<Stream> takeStream(std::uint64_t id) CONNECTOR_EXCLUDES(mutex_);
 
     /// Whom nobody has told in time whether their code is taken.
-    std::vector<Taken> takeOverdue(Time now) EXCLUDES(mutex_);
+    std::vector<Taken> takeOverdue(Time now) CONNECTOR_EXCLUDES(mutex_);
 
     struct All {
         std::vector<Request> requests;
         std::vector<Stream> streams;
     };
     /// No more are added from now on.
-    All takeAll() EXCLUDES(mutex_);
+    All takeAll() CONNECTOR_EXCLUDES(mutex_);
 
-    std::size_t count() const EXCLUDES(mutex_);
+    std::size_t count() const CONNECTOR_EXCLUDES(mutex_);
     /// Of the bodies of requests that are not answered, and of code that is not taken.
-    std::size_t bytes() const EXCLUDES(mutex_);
+    std::size_t bytes() const CONNECTOR_EXCLUDES(mutex_);
 
 private:
     mutable connector::Mutex mutex_;
-    bool isClosed_ GUARDED_BY(mutex_) = false;
-    std::uint64_t last_ GUARDED_BY(mutex_) = 0;
-    std::size_t bytes_ GUARDED_BY(mutex_) = 0;
-    std::map<std::uint64_t, Request> requests_ GUARDED_BY(mutex_);
-    std::map<std::uint64_t, Stream> streams_ GUARDED_BY(mutex_);
+    bool isClosed_ CONNECTOR_GUARDED_BY(mutex_) = false;
+    std::uint64_t last_ CONNECTOR_GUARDED_BY(mutex_) = 0;
+    std::size_t bytes_ CONNECTOR_GUARDED_BY(mutex_) = 0;
+    std::map<std::uint64_t, Request> requests_ CONNECTOR_GUARDED_BY(mutex_);
+    std::map<std::uint64_t, Stream> streams_ CONNECTOR_GUARDED_BY(mutex_);
 };
 
 }  // namespace gateway::ports

@@ -28,13 +28,13 @@ public:
     explicit OwnerPaces(Tell tell) : tell_(std::move(tell)) {}
 
     /// The request `name` is of the client with this number; `pace` may be null.
-    void add(const std::string& name, std::uint64_t client, Pace pace) EXCLUDES(mutex_);
+    void add(const std::string& name, std::uint64_t client, Pace pace) CONNECTOR_EXCLUDES(mutex_);
     /// Null where the request is not known, or nobody waits for its client.
-    Pace paceOf(const std::string& name) EXCLUDES(mutex_);
+    Pace paceOf(const std::string& name) CONNECTOR_EXCLUDES(mutex_);
     /// Looks at the pace of a client for which something has just been queued, and tells of a change. True
     /// when a client is behind: checkAll() is to be called until none is.
-    bool check(const std::string& name) EXCLUDES(mutex_);
-    bool checkAll() EXCLUDES(mutex_);
+    bool check(const std::string& name) CONNECTOR_EXCLUDES(mutex_);
+    bool checkAll() CONNECTOR_EXCLUDES(mutex_);
 
 private:
     struct Client {
@@ -44,17 +44,17 @@ private:
     };
     using Changes = std::map<std::uint64_t, bool>;
 
-    void lookLocked(std::uint64_t number, Client& client, Changes& changes) REQUIRES(mutex_);
-    void forgetOldestLocked() REQUIRES(mutex_);
-    bool isAnyBehindLocked() const REQUIRES(mutex_);
+    void lookLocked(std::uint64_t number, Client& client, Changes& changes) CONNECTOR_REQUIRES(mutex_);
+    void forgetOldestLocked() CONNECTOR_REQUIRES(mutex_);
+    bool isAnyBehindLocked() const CONNECTOR_REQUIRES(mutex_);
     void tellAll(const Changes& changes);
 
     const Tell tell_;
 
     connector::Mutex mutex_;
-    std::map<std::uint64_t, Client> clients_ GUARDED_BY(mutex_);
-    std::unordered_map<std::string, std::uint64_t> names_ GUARDED_BY(mutex_);
-    std::deque<std::string> order_ GUARDED_BY(mutex_);  // of the names, the oldest first
+    std::map<std::uint64_t, Client> clients_ CONNECTOR_GUARDED_BY(mutex_);
+    std::unordered_map<std::string, std::uint64_t> names_ CONNECTOR_GUARDED_BY(mutex_);
+    std::deque<std::string> order_ CONNECTOR_GUARDED_BY(mutex_);  // of the names, the oldest first
 };
 
 }  // namespace gateway::ports

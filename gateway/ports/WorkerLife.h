@@ -49,18 +49,18 @@ public:
                supervisor::Supervisor& supervisor, InterpreterSpec spec);
 
     /// Sends `work` to the process, now or when there is one.
-    void submit(Work work) EXCLUDES(mutex_);
-    void start(Answered answered) EXCLUDES(mutex_);
-    void restart(bool force, std::optional<std::uint64_t> life, Answered answered) EXCLUDES(mutex_);
+    void submit(Work work) CONNECTOR_EXCLUDES(mutex_);
+    void start(Answered answered) CONNECTOR_EXCLUDES(mutex_);
+    void restart(bool force, std::optional<std::uint64_t> life, Answered answered) CONNECTOR_EXCLUDES(mutex_);
     /// Ends the process, for good.  Blocks: until it is dead, three seconds at the most or little more.
-    void stop(std::string_view cause = supervisor::cause::serverStopped) EXCLUDES(mutex_);
+    void stop(std::string_view cause = supervisor::cause::serverStopped) CONNECTOR_EXCLUDES(mutex_);
 
-    bool isReady() const EXCLUDES(mutex_);
-    std::uint64_t number() const EXCLUDES(mutex_);
-    InterpreterState state() const EXCLUDES(mutex_);
-    PortMetrics metrics() const EXCLUDES(mutex_);
-    std::vector<supervisor::DeathRecord> deaths() const EXCLUDES(mutex_);
-    void setWatchers(std::function<std::size_t()> watchers) EXCLUDES(mutex_);
+    bool isReady() const CONNECTOR_EXCLUDES(mutex_);
+    std::uint64_t number() const CONNECTOR_EXCLUDES(mutex_);
+    InterpreterState state() const CONNECTOR_EXCLUDES(mutex_);
+    PortMetrics metrics() const CONNECTOR_EXCLUDES(mutex_);
+    std::vector<supervisor::DeathRecord> deaths() const CONNECTOR_EXCLUDES(mutex_);
+    void setWatchers(std::function<std::size_t()> watchers) CONNECTOR_EXCLUDES(mutex_);
 
 private:
     enum class Phase { Absent, Starting, Ready, Stopping, Dead, Failed };
@@ -76,33 +76,34 @@ private:
     /// What is to be done once the mutex is free.
     using Actions = std::vector<std::function<void()>>;
 
-    void enterLocked(Phase phase) REQUIRES(mutex_);
+    void enterLocked(Phase phase) CONNECTOR_REQUIRES(mutex_);
     /// What refuses `work`, if anything; else it waits, and a process is started if there is none.
-    std::optional<dispatch::Answer> queueLocked(Work& work, Actions& actions) REQUIRES(mutex_);
-    bool isOfOtherLifeLocked(const Work& work) const REQUIRES(mutex_);
-    std::optional<dispatch::Answer> refusalLocked(const Work& work) REQUIRES(mutex_);
-    void startLocked(Actions& actions) REQUIRES(mutex_);
-    void beginStopLocked(std::string_view cause, bool force, Actions& actions) REQUIRES(mutex_);
-    void refuseWaitingLocked(const dispatch::Answer& answer, Actions& actions) REQUIRES(mutex_);
-    void answerRestartsLocked(const dispatch::Answer& answer, Actions& actions) REQUIRES(mutex_);
+    std::optional<dispatch::Answer> queueLocked(Work& work, Actions& actions) CONNECTOR_REQUIRES(mutex_);
+    bool isOfOtherLifeLocked(const Work& work) const CONNECTOR_REQUIRES(mutex_);
+    std::optional<dispatch::Answer> refusalLocked(const Work& work) CONNECTOR_REQUIRES(mutex_);
+    void startLocked(Actions& actions) CONNECTOR_REQUIRES(mutex_);
+    void beginStopLocked(std::string_view cause, bool force, Actions& actions) CONNECTOR_REQUIRES(mutex_);
+    void refuseWaitingLocked(const dispatch::Answer& answer, Actions& actions) CONNECTOR_REQUIRES(mutex_);
+    void answerRestartsLocked(const dispatch::Answer& answer, Actions& actions) CONNECTOR_REQUIRES(mutex_);
     static void run(const Actions& actions);
     static std::string_view nameOf(Phase phase);
 
     void spawn(std::uint64_t number);
-    void spawned(std::uint64_t number, const WorkerPtr& worker, const std::string& problem) EXCLUDES(mutex_);
-    void noteReady(std::uint64_t number) EXCLUDES(mutex_);
-    void flushWaiting() EXCLUDES(mutex_);
-    void noteBroken(std::uint64_t number, const std::string& reason) EXCLUDES(mutex_);
-    void ended(supervisor::DeathRecord record) EXCLUDES(mutex_);
+    void spawned(std::uint64_t number, const WorkerPtr& worker, const std::string& problem)
+        CONNECTOR_EXCLUDES(mutex_);
+    void noteReady(std::uint64_t number) CONNECTOR_EXCLUDES(mutex_);
+    void flushWaiting() CONNECTOR_EXCLUDES(mutex_);
+    void noteBroken(std::uint64_t number, const std::string& reason) CONNECTOR_EXCLUDES(mutex_);
+    void ended(supervisor::DeathRecord record) CONNECTOR_EXCLUDES(mutex_);
     /// Says what follows from an end.
-    void judge(supervisor::DeathRecord& record) EXCLUDES(mutex_);
-    void buried(const supervisor::DeathRecord& record) EXCLUDES(mutex_);
+    void judge(supervisor::DeathRecord& record) CONNECTOR_EXCLUDES(mutex_);
+    void buried(const supervisor::DeathRecord& record) CONNECTOR_EXCLUDES(mutex_);
     void endBy(const WorkerPtr& worker, const std::string& cause, std::chrono::milliseconds limit);
     void waitForTrace(const WorkerPtr& worker, const std::string& cause, Clock::time_point until);
-    void count(const std::string& typeName, const std::string& outcome) EXCLUDES(mutex_);
-    void armTick() EXCLUDES(mutex_);
-    void tick() EXCLUDES(mutex_);
-    void watchIdleLocked(Actions& actions) REQUIRES(mutex_);
+    void count(const std::string& typeName, const std::string& outcome) CONNECTOR_EXCLUDES(mutex_);
+    void armTick() CONNECTOR_EXCLUDES(mutex_);
+    void tick() CONNECTOR_EXCLUDES(mutex_);
+    void watchIdleLocked(Actions& actions) CONNECTOR_REQUIRES(mutex_);
 
     boost::asio::io_context& context_;
     messages::LocalMessageService& messages_;
@@ -115,23 +116,24 @@ private:
 
     mutable connector::Mutex mutex_;
     std::condition_variable changed_;
-    Phase phase_ GUARDED_BY(mutex_) = Phase::Absent;
-    std::uint64_t number_ GUARDED_BY(mutex_) = 0;
-    std::chrono::system_clock::time_point since_ GUARDED_BY(mutex_) = std::chrono::system_clock::now();
-    WorkerPtr worker_ GUARDED_BY(mutex_);  // null until it is spawned, and when it is dead
-    LinkPtr link_ GUARDED_BY(mutex_);
-    std::deque<Waiting> waiting_ GUARDED_BY(mutex_);
-    std::size_t waitingBytes_ GUARDED_BY(mutex_) = 0;
-    std::vector<Answered> restarts_ GUARDED_BY(mutex_);  // who waits for the next life
-    std::string stopCause_ GUARDED_BY(mutex_);           // of one that is to end as soon as it is spawned
-    bool isStopped_ GUARDED_BY(mutex_) = false;
-    std::string whyStopped_ GUARDED_BY(mutex_);
-    bool isTicking_ GUARDED_BY(mutex_) = false;
-    std::deque<supervisor::DeathRecord> deaths_ GUARDED_BY(mutex_);
-    supervisor::RestartPolicy policy_ GUARDED_BY(mutex_);
-    std::optional<supervisor::Culler> culler_ GUARDED_BY(mutex_);  // of the process that is ready
-    std::function<std::size_t()> watchers_ GUARDED_BY(mutex_);
-    std::map<std::pair<std::string, std::string>, std::uint64_t> outcomes_ GUARDED_BY(mutex_);
+    Phase phase_ CONNECTOR_GUARDED_BY(mutex_) = Phase::Absent;
+    std::uint64_t number_ CONNECTOR_GUARDED_BY(mutex_) = 0;
+    std::chrono::system_clock::time_point since_ CONNECTOR_GUARDED_BY(mutex_) =
+        std::chrono::system_clock::now();
+    WorkerPtr worker_ CONNECTOR_GUARDED_BY(mutex_);  // null until it is spawned, and when it is dead
+    LinkPtr link_ CONNECTOR_GUARDED_BY(mutex_);
+    std::deque<Waiting> waiting_ CONNECTOR_GUARDED_BY(mutex_);
+    std::size_t waitingBytes_ CONNECTOR_GUARDED_BY(mutex_) = 0;
+    std::vector<Answered> restarts_ CONNECTOR_GUARDED_BY(mutex_);  // who waits for the next life
+    std::string stopCause_ CONNECTOR_GUARDED_BY(mutex_);  // of one that is to end as soon as it is spawned
+    bool isStopped_ CONNECTOR_GUARDED_BY(mutex_) = false;
+    std::string whyStopped_ CONNECTOR_GUARDED_BY(mutex_);
+    bool isTicking_ CONNECTOR_GUARDED_BY(mutex_) = false;
+    std::deque<supervisor::DeathRecord> deaths_ CONNECTOR_GUARDED_BY(mutex_);
+    supervisor::RestartPolicy policy_ CONNECTOR_GUARDED_BY(mutex_);
+    std::optional<supervisor::Culler> culler_ CONNECTOR_GUARDED_BY(mutex_);  // of the process that is ready
+    std::function<std::size_t()> watchers_ CONNECTOR_GUARDED_BY(mutex_);
+    std::map<std::pair<std::string, std::string>, std::uint64_t> outcomes_ CONNECTOR_GUARDED_BY(mutex_);
 };
 
 }  // namespace gateway::ports

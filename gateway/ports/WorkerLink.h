@@ -78,7 +78,7 @@ public:
         std::string request{};          ///< type and uuid of the request under way
         std::uint64_t runningMs = 0;
     };
-    State state() const EXCLUDES(mutex_);
+    State state() const CONNECTOR_EXCLUDES(mutex_);
 
     /// The process is dead: takes what it has written, then answers what is under way with the record.
     /// Streams get its sentence and their completion. `then` is called on the strand.
@@ -144,9 +144,9 @@ private:
     std::string buffer_;
 
     mutable connector::Mutex mutex_;
-    State state_ GUARDED_BY(mutex_);
-    Clock::time_point lastPong_ GUARDED_BY(mutex_) = Clock::now();
-    Clock::time_point pongAt_ GUARDED_BY(mutex_) = Clock::now();
+    State state_ CONNECTOR_GUARDED_BY(mutex_);
+    Clock::time_point lastPong_ CONNECTOR_GUARDED_BY(mutex_) = Clock::now();
+    Clock::time_point pongAt_ CONNECTOR_GUARDED_BY(mutex_) = Clock::now();
 };
 
 }  // namespace gateway::ports

@@ -47,12 +47,12 @@ public:
     static Bundle make();
     FrameworkCore();
 
-    void start(const BundlePtr& bundle) EXCLUDES(mutex_);
-    void stop(const BundlePtr& bundle) EXCLUDES(mutex_);
-    BundlePtr install(const std::string& location) EXCLUDES(mutex_);
+    void start(const BundlePtr& bundle) CONNECTOR_EXCLUDES(mutex_);
+    void stop(const BundlePtr& bundle) CONNECTOR_EXCLUDES(mutex_);
+    BundlePtr install(const std::string& location) CONNECTOR_EXCLUDES(mutex_);
 
-    Bundle::State stateOf(const BundleRecord& bundle) EXCLUDES(mutex_);
-    std::shared_ptr<ContextRecord> contextOf(const BundleRecord& bundle) EXCLUDES(mutex_);
+    Bundle::State stateOf(const BundleRecord& bundle) CONNECTOR_EXCLUDES(mutex_);
+    std::shared_ptr<ContextRecord> contextOf(const BundleRecord& bundle) CONNECTOR_EXCLUDES(mutex_);
     ServiceRegistry& services() { return services_; }
 
     /// This framework; the pointer keeps it running, unless the last such pointer has been released.
@@ -62,10 +62,10 @@ private:
     class Turn;
     struct Life;
 
-    void startFramework() EXCLUDES(mutex_);
-    void stopFramework() EXCLUDES(mutex_);
-    void beginContextLocked(const BundlePtr& bundle) REQUIRES(mutex_);
-    void endContext(BundleRecord& bundle) EXCLUDES(mutex_);
+    void startFramework() CONNECTOR_EXCLUDES(mutex_);
+    void stopFramework() CONNECTOR_EXCLUDES(mutex_);
+    void beginContextLocked(const BundlePtr& bundle) CONNECTOR_REQUIRES(mutex_);
+    void endContext(BundleRecord& bundle) CONNECTOR_EXCLUDES(mutex_);
 
     const BundlePtr system_;
     std::weak_ptr<Life> life_;  // set once, by make()
@@ -73,7 +73,7 @@ private:
 
     connector::Mutex mutex_;
     std::condition_variable turnEnded_;
-    std::vector<BundlePtr> bundles_ GUARDED_BY(mutex_);  // without the framework itself
+    std::vector<BundlePtr> bundles_ CONNECTOR_GUARDED_BY(mutex_);  // without the framework itself
 };
 
 }  // namespace cppmicroservices::detail

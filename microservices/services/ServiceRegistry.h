@@ -40,28 +40,30 @@ struct ServiceRecord {
 class ServiceRegistry {
 public:
     ServicePtr add(const std::shared_ptr<ContextRecord>& owner, const std::type_info& type,
-                   std::shared_ptr<void> object, const ServiceProperties& properties) EXCLUDES(mutex_);
-    void setProperties(const ServicePtr& record, const ServiceProperties& properties) EXCLUDES(mutex_);
-    void withdraw(ServiceRecord& record) EXCLUDES(mutex_);
+                   std::shared_ptr<void> object, const ServiceProperties& properties)
+        CONNECTOR_EXCLUDES(mutex_);
+    void setProperties(const ServicePtr& record, const ServiceProperties& properties)
+        CONNECTOR_EXCLUDES(mutex_);
+    void withdraw(ServiceRecord& record) CONNECTOR_EXCLUDES(mutex_);
 
     /// Makes `context` invalid and withdraws what was registered with it; nothing can be added in between.
-    void end(ContextRecord& context) EXCLUDES(mutex_);
+    void end(ContextRecord& context) CONNECTOR_EXCLUDES(mutex_);
 
     std::vector<ServicePtr> find(const std::type_info& type, const std::string& filter) const
-        EXCLUDES(mutex_);
+        CONNECTOR_EXCLUDES(mutex_);
 
     /// Null once withdrawn.
-    std::shared_ptr<void> objectOf(const ServiceRecord& record) const EXCLUDES(mutex_);
-    std::shared_ptr<const AnyMap> propertiesOf(const ServiceRecord& record) const EXCLUDES(mutex_);
+    std::shared_ptr<void> objectOf(const ServiceRecord& record) const CONNECTOR_EXCLUDES(mutex_);
+    std::shared_ptr<const AnyMap> propertiesOf(const ServiceRecord& record) const CONNECTOR_EXCLUDES(mutex_);
 
 private:
-    void insertLocked(const ServicePtr& record) REQUIRES(mutex_);
-    void removeLocked(const ServiceRecord& record) REQUIRES(mutex_);
+    void insertLocked(const ServicePtr& record) CONNECTOR_REQUIRES(mutex_);
+    void removeLocked(const ServiceRecord& record) CONNECTOR_REQUIRES(mutex_);
 
     std::atomic<long> lastId_{0};
 
     mutable connector::Mutex mutex_;
-    std::map<std::type_index, std::vector<ServicePtr>> services_ GUARDED_BY(mutex_);
+    std::map<std::type_index, std::vector<ServicePtr>> services_ CONNECTOR_GUARDED_BY(mutex_);
 };
 
 }  // namespace cppmicroservices::detail

@@ -43,24 +43,24 @@ public:
     };
 
     /// The place after those given out before.  Throws: std::bad_alloc.
-    Place next() EXCLUDES(mutex_);
+    Place next() CONNECTOR_EXCLUDES(mutex_);
 
     /// Calls `deliver` when it is the turn of `place`, which has come from here.
-    void deliver(Place place, const std::function<void()>& deliver) EXCLUDES(mutex_);
+    void deliver(Place place, const std::function<void()>& deliver) CONNECTOR_EXCLUDES(mutex_);
 
     /// Waits until every batch that has a place by now is delivered.
-    void await() EXCLUDES(mutex_);
+    void await() CONNECTOR_EXCLUDES(mutex_);
 
 private:
-    void end(std::uint64_t number) EXCLUDES(mutex_);
-    void waitForThoseBefore(std::uint64_t number) EXCLUDES(mutex_);
+    void end(std::uint64_t number) CONNECTOR_EXCLUDES(mutex_);
+    void waitForThoseBefore(std::uint64_t number) CONNECTOR_EXCLUDES(mutex_);
     /// False when the batch took too long and is given up.  Releases `lock` for the wait.
-    bool awaitEndLocked(std::uint64_t number, std::unique_lock<std::mutex>& lock) REQUIRES(mutex_);
+    bool awaitEndLocked(std::uint64_t number, std::unique_lock<std::mutex>& lock) CONNECTOR_REQUIRES(mutex_);
 
     Mutex mutex_;
     std::condition_variable changed_;
-    std::uint64_t last_ GUARDED_BY(mutex_) = 0;
-    std::set<std::uint64_t> underWay_ GUARDED_BY(mutex_);  ///< but for those that were given up
+    std::uint64_t last_ CONNECTOR_GUARDED_BY(mutex_) = 0;
+    std::set<std::uint64_t> underWay_ CONNECTOR_GUARDED_BY(mutex_);  ///< but for those that were given up
 };
 
 }  // namespace connector::interpreter::v1

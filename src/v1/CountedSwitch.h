@@ -23,7 +23,7 @@ public:
 
     CountedSwitch(Action turnOn, Action turnOff) : turnOn_(std::move(turnOn)), turnOff_(std::move(turnOff)) {}
 
-    void add() EXCLUDES(mutex_) {
+    void add() CONNECTOR_EXCLUDES(mutex_) {
         {
             MutexLock lock(mutex_);
             ++count_;
@@ -32,7 +32,7 @@ public:
     }
 
     /// Returns how many are left, never less than none.
-    std::int32_t remove() EXCLUDES(mutex_) {
+    std::int32_t remove() CONNECTOR_EXCLUDES(mutex_) {
         std::int32_t left = 0;
         {
             MutexLock lock(mutex_);
@@ -44,7 +44,7 @@ public:
     }
 
 private:
-    void settle() EXCLUDES(mutex_) {
+    void settle() CONNECTOR_EXCLUDES(mutex_) {
         MutexLock lock(mutex_);
         if (isChanging_) return;
         isChanging_ = true;
@@ -74,9 +74,10 @@ private:
     const Action turnOn_;
     const Action turnOff_;
     Mutex mutex_;
-    std::int32_t count_ GUARDED_BY(mutex_) = 0;
-    bool isOn_ GUARDED_BY(mutex_) = false;
-    bool isChanging_ GUARDED_BY(mutex_) = false;  ///< some thread is in `settle` and will see the new count
+    std::int32_t count_ CONNECTOR_GUARDED_BY(mutex_) = 0;
+    bool isOn_ CONNECTOR_GUARDED_BY(mutex_) = false;
+    bool isChanging_ CONNECTOR_GUARDED_BY(mutex_) =
+        false;  ///< some thread is in `settle` and will see the new count
 };
 
 }  // namespace connector::interpreter::v1

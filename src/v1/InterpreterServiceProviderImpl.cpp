@@ -81,8 +81,8 @@ std::uint64_t nowMs() {
 /// The configured deque mode.
 struct InterpreterServiceProviderImpl::DequeMode {
     Mutex mutex;
-    std::string value GUARDED_BY(mutex) = "ppe";
-    bool isChanged GUARDED_BY(mutex) =
+    std::string value CONNECTOR_GUARDED_BY(mutex) = "ppe";
+    bool isChanged CONNECTOR_GUARDED_BY(mutex) =
         false;  ///< by the listener, whose value is newer than the one first read
 };
 

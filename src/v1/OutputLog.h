@@ -17,13 +17,13 @@ public:
     OutputLog() noexcept;
 
     /// Appends `text` at once.  Throws: std::bad_alloc.
-    void write(std::u16string_view text) EXCLUDES(mutex_);
-    void close() EXCLUDES(mutex_);
+    void write(std::u16string_view text) CONNECTOR_EXCLUDES(mutex_);
+    void close() CONNECTOR_EXCLUDES(mutex_);
 
 private:
     bool isEnabled_ = false;  ///< fixed after construction
     Mutex mutex_;
-    std::ofstream file_ GUARDED_BY(mutex_);
+    std::ofstream file_ CONNECTOR_GUARDED_BY(mutex_);
 };
 
 }  // namespace connector::interpreter::v1

@@ -28,7 +28,7 @@ public:
 
     /// What the request has in the interpreter's queue: the request proper, then what belongs to it.
     /// Threads: the handling one, before others can find the token, and others afterwards.  Locks: mutex_.
-    void setQueued(std::vector<zvm::detail::CmdDistributorTaskReference> tasks) EXCLUDES(mutex_) {
+    void setQueued(std::vector<zvm::detail::CmdDistributorTaskReference> tasks) CONNECTOR_EXCLUDES(mutex_) {
         MutexLock lock(mutex_);
         tasks_ = std::move(tasks);
         // Released while it was being queued.
@@ -36,27 +36,27 @@ public:
     }
 
     /// Adds what ends when the code of a request has ended that was not queued to run it.  Locks: mutex_.
-    void addQueued(const zvm::detail::CmdDistributorTaskReference& task) EXCLUDES(mutex_) {
+    void addQueued(const zvm::detail::CmdDistributorTaskReference& task) CONNECTOR_EXCLUDES(mutex_) {
         MutexLock lock(mutex_);
         tasks_.push_back(task);
     }
 
     /// Takes the request out of the queue. False when it has begun, or was never queued.
-    bool withdraw() EXCLUDES(mutex_) {
+    bool withdraw() CONNECTOR_EXCLUDES(mutex_) {
         MutexLock lock(mutex_);
         isActive_ = false;
         return withdrawLocked();
     }
 
     /// Whether the request was answered although its code had not ended.
-    bool isGivenUp() const EXCLUDES(mutex_) {
+    bool isGivenUp() const CONNECTOR_EXCLUDES(mutex_) {
         MutexLock lock(mutex_);
         return isGivenUp_;
     }
 
     /// For a request that is given up: says in the log that its code goes on, and again when that has ended.
     /// `request` names it there.  Threads: the handling one.
-    void logLateEnd(const std::string& request) const EXCLUDES(mutex_) {
+    void logLateEnd(const std::string& request) const CONNECTOR_EXCLUDES(mutex_) {
         auto tasks = queued();
         if (tasks.empty()) return;
         log().warning("The interrupted code is still running: " + request);
@@ -64,18 +64,18 @@ public:
     }
 
 protected:
-    void setGivenUp(bool isGivenUp) EXCLUDES(mutex_) {
+    void setGivenUp(bool isGivenUp) CONNECTOR_EXCLUDES(mutex_) {
         MutexLock lock(mutex_);
         isGivenUp_ = isGivenUp;
     }
 
 private:
-    std::vector<zvm::detail::CmdDistributorTaskReference> queued() const EXCLUDES(mutex_) {
+    std::vector<zvm::detail::CmdDistributorTaskReference> queued() const CONNECTOR_EXCLUDES(mutex_) {
         MutexLock lock(mutex_);
         return tasks_;
     }
 
-    bool withdrawLocked() REQUIRES(mutex_) {
+    bool withdrawLocked() CONNECTOR_REQUIRES(mutex_) {
         using CancelStatus = zvm::TaskReference::CancelStatus;
         if (tasks_.empty() || tasks_.front().cancel(false) != CancelStatus::Cancelled) return false;
         for (auto& task : tasks_) task.cancel(false);
@@ -83,9 +83,9 @@ private:
     }
 
     mutable Mutex mutex_;  // taken before the queue's
-    std::vector<zvm::detail::CmdDistributorTaskReference> tasks_ GUARDED_BY(mutex_);
-    bool isActive_ GUARDED_BY(mutex_) = true;
-    bool isGivenUp_ GUARDED_BY(mutex_) = false;
+    std::vector<zvm::detail::CmdDistributorTaskReference> tasks_ CONNECTOR_GUARDED_BY(mutex_);
+    bool isActive_ CONNECTOR_GUARDED_BY(mutex_) = true;
+    bool isGivenUp_ CONNECTOR_GUARDED_BY(mutex_) = false;
 };
 
 template <class T>

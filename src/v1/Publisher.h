@@ -18,13 +18,14 @@ namespace connector::interpreter::v1 {
 /// it in the process may need that, or take its time.
 class Publisher {
 public:
-    void open(std::shared_ptr<message_service::MessageService> messages) EXCLUDES(mutex_) {
+    void open(std::shared_ptr<message_service::MessageService> messages) CONNECTOR_EXCLUDES(mutex_) {
         MutexLock lock(mutex_);
         messages_ = std::move(messages);
     }
-    void close() EXCLUDES(mutex_) { open(nullptr); }
+    void close() CONNECTOR_EXCLUDES(mutex_) { open(nullptr); }
 
-    void publish(const std::string& channel, const common::DataBuffer& data) const EXCLUDES(mutex_) {
+    void publish(const std::string& channel, const common::DataBuffer& data) const
+        CONNECTOR_EXCLUDES(mutex_) {
         if (asyncLog().isEnabled(Severity::Debug)) {
             asyncLog().debug("Publishing: " + channel + ": " + std::string(data.view()));
         }
@@ -32,13 +33,13 @@ public:
     }
 
 private:
-    std::shared_ptr<message_service::MessageService> current() const EXCLUDES(mutex_) {
+    std::shared_ptr<message_service::MessageService> current() const CONNECTOR_EXCLUDES(mutex_) {
         MutexLock lock(mutex_);
         return messages_;
     }
 
     mutable Mutex mutex_;
-    std::shared_ptr<message_service::MessageService> messages_ GUARDED_BY(mutex_);
+    std::shared_ptr<message_service::MessageService> messages_ CONNECTOR_GUARDED_BY(mutex_);
 };
 
 }  // namespace connector::interpreter::v1

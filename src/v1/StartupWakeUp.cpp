@@ -14,7 +14,7 @@ namespace {
 
 struct WakeUp {
     Mutex mutex;
-    Future<void> done GUARDED_BY(mutex);
+    Future<void> done CONNECTOR_GUARDED_BY(mutex);
 };
 
 WakeUp& wakeUp() {

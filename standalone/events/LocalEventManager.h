@@ -72,13 +72,13 @@ public:
     /// Queues an event that nobody has to wait for; `bytes` is the size of what it carries. Dropped when that
     /// is more than the queue holds: the log says how many were, once the queue has been emptied. False when
     /// an event that somebody listens to is dropped.  Blocks: never on a handler.
-    bool post(std::shared_ptr<const BaseEvent> event, std::size_t bytes = 0) EXCLUDES(mutex_);
+    bool post(std::shared_ptr<const BaseEvent> event, std::size_t bytes = 0) CONNECTOR_EXCLUDES(mutex_);
 
     /// The same, but waits for room with `around`, for `limits.handlerTimeout` at most, and no longer for any
     /// event until the handler that takes so long has ended; on a handler, never. With `hasOwner` it waits
     /// for `limits.ownerRoom`.
     bool postBlocking(const std::shared_ptr<const BaseEvent>& event, std::size_t bytes,
-                      const AroundWait& around, bool hasOwner = false) EXCLUDES(mutex_);
+                      const AroundWait& around, bool hasOwner = false) CONNECTOR_EXCLUDES(mutex_);
 
     /// Whether anybody has asked for events with this tag.
     bool hasSubscribers(std::u16string_view userTag) const { return table_->hasSubscribers(userTag); }
@@ -94,7 +94,7 @@ public:
 
     /// Delivers nothing more: drops what is queued, lets go who waits for it, and joins the thread.
     /// Blocks: until the handler that is running has returned.
-    void stop() EXCLUDES(mutex_);
+    void stop() CONNECTOR_EXCLUDES(mutex_);
 
 protected:
     void raiseImpl(std::shared_ptr<const BaseEvent> event) override;
@@ -114,15 +114,15 @@ private:
     enum class Wait { Delivered, Stopped, Stuck, TimedOut };
 
     void raiseAround(const std::shared_ptr<const BaseEvent>& event, const AroundWait& around)
-        EXCLUDES(mutex_);
+        CONNECTOR_EXCLUDES(mutex_);
     std::uint64_t queueLocked(std::shared_ptr<const BaseEvent> event, std::size_t bytes, bool isWaitedFor)
-        REQUIRES(mutex_);
-    bool isFullLocked(std::size_t bytes, const EventRoom& room) const REQUIRES(mutex_);
+        CONNECTOR_REQUIRES(mutex_);
+    bool isFullLocked(std::size_t bytes, const EventRoom& room) const CONNECTOR_REQUIRES(mutex_);
     bool queueWhenThereIsRoom(const std::shared_ptr<const BaseEvent>& event, std::size_t bytes,
-                              const EventRoom& room) EXCLUDES(mutex_);
-    Wait waitFor(std::uint64_t number) EXCLUDES(mutex_);
+                              const EventRoom& room) CONNECTOR_EXCLUDES(mutex_);
+    Wait waitFor(std::uint64_t number) CONNECTOR_EXCLUDES(mutex_);
 
-    void dispatchLoop() EXCLUDES(mutex_);
+    void dispatchLoop() CONNECTOR_EXCLUDES(mutex_);
     void deliver(const BaseEvent& event);
 
     const EventLimits limits_;
@@ -131,13 +131,14 @@ private:
     connector::Mutex mutex_;
     std::condition_variable queued_;     // something to deliver, or the end
     std::condition_variable delivered_;  // to who waits for it
-    std::deque<Entry> queue_ GUARDED_BY(mutex_);
-    std::size_t queuedBytes_ GUARDED_BY(mutex_) = 0;
-    std::size_t dropped_ GUARDED_BY(mutex_) = 0;  // since the queue was empty
-    std::uint64_t lastQueued_ GUARDED_BY(mutex_) = 0;
-    std::uint64_t lastDelivered_ GUARDED_BY(mutex_) = 0;
-    bool isStuck_ GUARDED_BY(mutex_) = false;  // a handler has taken too long, and nothing has ended since
-    bool isStopped_ GUARDED_BY(mutex_) = false;
+    std::deque<Entry> queue_ CONNECTOR_GUARDED_BY(mutex_);
+    std::size_t queuedBytes_ CONNECTOR_GUARDED_BY(mutex_) = 0;
+    std::size_t dropped_ CONNECTOR_GUARDED_BY(mutex_) = 0;  // since the queue was empty
+    std::uint64_t lastQueued_ CONNECTOR_GUARDED_BY(mutex_) = 0;
+    std::uint64_t lastDelivered_ CONNECTOR_GUARDED_BY(mutex_) = 0;
+    bool isStuck_ CONNECTOR_GUARDED_BY(mutex_) =
+        false;  // a handler has taken too long, and nothing has ended since
+    bool isStopped_ CONNECTOR_GUARDED_BY(mutex_) = false;
 
     std::thread thread_;
 };

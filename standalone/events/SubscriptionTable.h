@@ -31,12 +31,12 @@ public:
     /// The connection shares the table, and ends the subscription when it is destroyed. An empty tag stands
     /// for all events of the type.
     std::unique_ptr<Connection> add(std::u16string typeName, std::u16string userTag, Handler handler)
-        EXCLUDES(mutex_);
+        CONNECTOR_EXCLUDES(mutex_);
 
     /// Calls the handlers that match. One whose subscription ends in the course of it is not called any more,
     /// one that is added is not called yet. `onException` is called in the place where an exception of a
     /// handler was caught.
-    void deliver(const BaseEvent& event, const std::function<void()>& onException) EXCLUDES(mutex_);
+    void deliver(const BaseEvent& event, const std::function<void()>& onException) CONNECTOR_EXCLUDES(mutex_);
 
     /// Whether a subscription may match: one to the type, one to all events, or one to any of the tags.
     bool hasSubscriptions(const TypeInformation& type) const;
@@ -53,12 +53,12 @@ private:
     class TableConnection;
     using Subscriptions = std::vector<std::shared_ptr<Subscription>>;
 
-    void remove(const std::shared_ptr<Subscription>& subscription) EXCLUDES(mutex_);
+    void remove(const std::shared_ptr<Subscription>& subscription) CONNECTOR_EXCLUDES(mutex_);
     void count(const Subscription& subscription, bool isNew);
-    Subscriptions matching(const BaseEvent& event) const EXCLUDES(mutex_);
-    bool begin(Subscription& subscription) EXCLUDES(mutex_);
-    void end() EXCLUDES(mutex_);
-    bool isRunningLocked(const Subscription& subscription) const REQUIRES(mutex_);
+    Subscriptions matching(const BaseEvent& event) const CONNECTOR_EXCLUDES(mutex_);
+    bool begin(Subscription& subscription) CONNECTOR_EXCLUDES(mutex_);
+    void end() CONNECTOR_EXCLUDES(mutex_);
+    bool isRunningLocked(const Subscription& subscription) const CONNECTOR_REQUIRES(mutex_);
 
     foundation::msg_svc::eventmgr::detail::SubscriptionCount byType_;
     foundation::msg_svc::eventmgr::detail::SubscriptionCountByTag byTag_;
@@ -67,9 +67,9 @@ private:
 
     mutable connector::Mutex mutex_;
     std::condition_variable handlerEnded_;
-    Subscriptions subscriptions_ GUARDED_BY(mutex_);
-    std::vector<const Subscription*> running_ GUARDED_BY(mutex_);  // innermost last
-    std::thread::id deliveringThread_ GUARDED_BY(mutex_);          // of what is running
+    Subscriptions subscriptions_ CONNECTOR_GUARDED_BY(mutex_);
+    std::vector<const Subscription*> running_ CONNECTOR_GUARDED_BY(mutex_);  // innermost last
+    std::thread::id deliveringThread_ CONNECTOR_GUARDED_BY(mutex_);          // of what is running
 };
 
 }  // namespace standalone

@@ -64,14 +64,14 @@ public:
     void start();
     /// Ends the two threads and puts the descriptors back.  Blocks: until the threads have ended, so call it
     /// without the interpreter's lock.
-    void stop() EXCLUDES(mutex_);
+    void stop() CONNECTOR_EXCLUDES(mutex_);
 
     /// Delivers all that was written so far, C's own buffers included. With `isEnd` an unfinished character
     /// at the end of a stream is delivered, too, as U+FFFD.
-    void drain(bool isEnd, const AfterPart& afterPart) EXCLUDES(mutex_);
+    void drain(bool isEnd, const AfterPart& afterPart) CONNECTOR_EXCLUDES(mutex_);
     /// The same, if something is waiting in the pipes; C's buffers are left alone. Cheap when there is
     /// nothing. False when `afterPart` has been.
-    bool drainIfReady(const AfterPart& afterPart) EXCLUDES(mutex_);
+    bool drainIfReady(const AfterPart& afterPart) CONNECTOR_EXCLUDES(mutex_);
 
     /// The process's own standard streams: 0 input, 1 output, 2 error.
     int original(int descriptor) const { return descriptors_.original(descriptor); }
@@ -86,16 +86,16 @@ private:
     };
 
     void catchAbort();
-    void writeRecentErrors() EXCLUDES(mutex_);
-    void rememberErrorsLocked(std::string_view bytes) REQUIRES(mutex_);
+    void writeRecentErrors() CONNECTOR_EXCLUDES(mutex_);
+    void rememberErrorsLocked(std::string_view bytes) CONNECTOR_REQUIRES(mutex_);
     void emptyPipes();
-    void awaitRoomLocked(std::unique_lock<std::mutex>& lock) REQUIRES(mutex_);
+    void awaitRoomLocked(std::unique_lock<std::mutex>& lock) CONNECTOR_REQUIRES(mutex_);
     void deliverLoop();
-    void awaitOwner() EXCLUDES(mutex_);
-    bool readPipesLocked() REQUIRES(mutex_);
-    void dropOldestLocked() REQUIRES(mutex_);
-    bool fetchPart() EXCLUDES(mutex_);
-    void deliverPart() EXCLUDES(mutex_);
+    void awaitOwner() CONNECTOR_EXCLUDES(mutex_);
+    bool readPipesLocked() CONNECTOR_REQUIRES(mutex_);
+    void dropOldestLocked() CONNECTOR_REQUIRES(mutex_);
+    bool fetchPart() CONNECTOR_EXCLUDES(mutex_);
+    void deliverPart() CONNECTOR_EXCLUDES(mutex_);
 
     const Deliver deliver_;
     const WithInterpreterLock withInterpreterLock_;
@@ -110,15 +110,15 @@ private:
     connector::Mutex mutex_;
     std::condition_variable queued_;   // something to deliver, or the end
     std::condition_variable emptied_;  // room in the queue
-    std::vector<char> scratch_ GUARDED_BY(mutex_) = std::vector<char>(pipeCapacity);
-    std::deque<Chunk> queue_ GUARDED_BY(mutex_);
-    std::size_t queuedBytes_ GUARDED_BY(mutex_) = 0;
-    std::size_t droppedBytes_ GUARDED_BY(mutex_) = 0;
-    std::string recentErrors_ GUARDED_BY(mutex_);
-    std::chrono::steady_clock::time_point lastErrors_ GUARDED_BY(mutex_);
-    bool isOwnerAwaited_ GUARDED_BY(mutex_) = false;
-    bool isDelivering_ GUARDED_BY(mutex_) = false;  // and so no writer keeps the interpreter's lock
-    bool isStopping_ GUARDED_BY(mutex_) = false;
+    std::vector<char> scratch_ CONNECTOR_GUARDED_BY(mutex_) = std::vector<char>(pipeCapacity);
+    std::deque<Chunk> queue_ CONNECTOR_GUARDED_BY(mutex_);
+    std::size_t queuedBytes_ CONNECTOR_GUARDED_BY(mutex_) = 0;
+    std::size_t droppedBytes_ CONNECTOR_GUARDED_BY(mutex_) = 0;
+    std::string recentErrors_ CONNECTOR_GUARDED_BY(mutex_);
+    std::chrono::steady_clock::time_point lastErrors_ CONNECTOR_GUARDED_BY(mutex_);
+    bool isOwnerAwaited_ CONNECTOR_GUARDED_BY(mutex_) = false;
+    bool isDelivering_ CONNECTOR_GUARDED_BY(mutex_) = false;  // and so no writer keeps the interpreter's lock
+    bool isStopping_ CONNECTOR_GUARDED_BY(mutex_) = false;
 
     std::thread reader_;
     std::thread deliverer_;

@@ -96,7 +96,7 @@ public:
         return request == nullptr ? nullptr : request->pace;
     }
     /// Of the client that gets what native code prints; may be null.  Threads: any.
-    Pace paceOfOutermost() const EXCLUDES(mutex_) {
+    Pace paceOfOutermost() const CONNECTOR_EXCLUDES(mutex_) {
         connector::MutexLock lock(mutex_);
         return paceOfOutermost_;
     }
@@ -109,7 +109,7 @@ public:
     void setBetweenSteps(bool isBetweenSteps) { isBetweenSteps_ = isBetweenSteps; }
 
 private:
-    void setPaceOfOutermost(Pace pace) EXCLUDES(mutex_) {
+    void setPaceOfOutermost(Pace pace) CONNECTOR_EXCLUDES(mutex_) {
         connector::MutexLock lock(mutex_);
         paceOfOutermost_.swap(pace);  // the old one goes without the lock
     }
@@ -122,7 +122,7 @@ private:
     bool isBetweenSteps_ = false;
 
     mutable connector::Mutex mutex_;
-    Pace paceOfOutermost_ GUARDED_BY(mutex_);
+    Pace paceOfOutermost_ CONNECTOR_GUARDED_BY(mutex_);
 };
 
 }  // namespace standalone

@@ -23,12 +23,12 @@ public:
 
     explicit LocalConfiguration(const std::map<std::string, std::string>& values);
 
-    boost::optional<Value> get(const std::string& key) const override EXCLUDES(mutex_);
+    boost::optional<Value> get(const std::string& key) const override CONNECTOR_EXCLUDES(mutex_);
     std::unique_ptr<connector::reactive_streams::Canceller> subscribe(
-        const std::string& key, std::shared_ptr<Subscriber> subscriber) override EXCLUDES(mutex_);
+        const std::string& key, std::shared_ptr<Subscriber> subscriber) override CONNECTOR_EXCLUDES(mutex_);
 
     /// Changes a value and tells its subscribers, on this thread.
-    void set(const std::string& key, Value value) EXCLUDES(mutex_);
+    void set(const std::string& key, Value value) CONNECTOR_EXCLUDES(mutex_);
 
 private:
     struct Entry {
@@ -37,7 +37,7 @@ private:
     };
 
     mutable connector::Mutex mutex_;
-    std::unordered_map<std::string, Entry> entries_ GUARDED_BY(mutex_);
+    std::unordered_map<std::string, Entry> entries_ CONNECTOR_GUARDED_BY(mutex_);
 };
 
 }  // namespace standalone

@@ -24,7 +24,7 @@ public:
     bool isEnabled() const { return descriptor_ >= 0; }
     /// The future fails with what kept the record from the file.
     connector::Future<std::unique_ptr<connector::ddux::DduxControlResponse>> write(
-        const connector::ddux::DduxControlMessage& record) EXCLUDES(mutex_);
+        const connector::ddux::DduxControlMessage& record) CONNECTOR_EXCLUDES(mutex_);
 
 private:
     const int descriptor_;

@@ -24,22 +24,22 @@ public:
 
     /// For how long the lock has not been had, as of the call before. Call it only while CPython lives.
     /// Blocks: no.
-    std::chrono::milliseconds deafFor() EXCLUDES(mutex_);
+    std::chrono::milliseconds deafFor() CONNECTOR_EXCLUDES(mutex_);
 
     /// Blocks: until the lock is had, if it is waited for.
-    void stop() EXCLUDES(mutex_);
+    void stop() CONNECTOR_EXCLUDES(mutex_);
 
 private:
     using Clock = std::chrono::steady_clock;
 
-    void run() EXCLUDES(mutex_);
+    void run() CONNECTOR_EXCLUDES(mutex_);
 
     connector::Mutex mutex_;
     std::condition_variable asked_;
-    bool isAsked_ GUARDED_BY(mutex_) = false;
-    bool isStopped_ GUARDED_BY(mutex_) = false;
-    Clock::time_point since_ GUARDED_BY(mutex_){};
-    std::thread thread_ GUARDED_BY(mutex_);
+    bool isAsked_ CONNECTOR_GUARDED_BY(mutex_) = false;
+    bool isStopped_ CONNECTOR_GUARDED_BY(mutex_) = false;
+    Clock::time_point since_ CONNECTOR_GUARDED_BY(mutex_){};
+    std::thread thread_ CONNECTOR_GUARDED_BY(mutex_);
 };
 
 }  // namespace standalone

@@ -122,7 +122,7 @@ private:
 
     connector::Mutex mutex_;
     std::condition_variable endedChanged_;
-    bool hasEnded_ GUARDED_BY(mutex_) = false;
+    bool hasEnded_ CONNECTOR_GUARDED_BY(mutex_) = false;
 
     std::thread thread_;
 };

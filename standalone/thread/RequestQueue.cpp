@@ -131,7 +131,7 @@ void RequestQueue::awaitInterrupted(std::chrono::milliseconds limit) {
     connector::MutexLock lock(mutex_);
     const auto interrupted = codes_.interruptedAtPrompt();
     const auto isDealtWith = [this](std::uint64_t number)
-                                 REQUIRES(mutex_) { return codes_.hasDealtWithInterrupt(number); };
+                                 CONNECTOR_REQUIRES(mutex_) { return codes_.hasDealtWithInterrupt(number); };
     while (!isStopped_ && !std::all_of(interrupted.begin(), interrupted.end(), isDealtWith)) {
         if (promptChanged_.wait_until(lock.native(), deadline) == std::cv_status::timeout) return;
     }

@@ -55,57 +55,61 @@ public:
 
     void enqueue(IDType id, std::shared_ptr<cmddistributor::CmdRequest> request,
                  cmddistributor::RunOptions options,
-                 std::shared_ptr<cmddistributor::PromiseDelegate> delegate) override EXCLUDES(mutex_);
-    void setReadyToExecute(IDType id) override EXCLUDES(mutex_);
-    void addContinuation(IDType id, std::function<void()> continuation) override EXCLUDES(mutex_);
-    zvm::TaskReference::CancelStatus cancel(IDType id, bool interruptIfRunning) override EXCLUDES(mutex_);
+                 std::shared_ptr<cmddistributor::PromiseDelegate> delegate) override
+        CONNECTOR_EXCLUDES(mutex_);
+    void setReadyToExecute(IDType id) override CONNECTOR_EXCLUDES(mutex_);
+    void addContinuation(IDType id, std::function<void()> continuation) override CONNECTOR_EXCLUDES(mutex_);
+    zvm::TaskReference::CancelStatus cancel(IDType id, bool interruptIfRunning) override
+        CONNECTOR_EXCLUDES(mutex_);
 
     /// The next request that may run at `prompt`, or null.
-    std::unique_ptr<QueuedRequest> tryTake(InputRequester prompt) EXCLUDES(mutex_);
+    std::unique_ptr<QueuedRequest> tryTake(InputRequester prompt) CONNECTOR_EXCLUDES(mutex_);
 
     /// The same, but waits for one. Null when the code that waits at the prompt is interrupted, when the
     /// queue has been stopped, and after `limit`. Blocks: until then; it sleeps at once where the process has
     /// one processor, and elsewhere after twenty microseconds.
     std::unique_ptr<QueuedRequest> take(InputRequester prompt,
-                                        std::optional<std::chrono::milliseconds> limit = {}) EXCLUDES(mutex_);
+                                        std::optional<std::chrono::milliseconds> limit = {})
+        CONNECTOR_EXCLUDES(mutex_);
 
     /// Ends a request that was taken: completes its delegate, then runs its continuations.
-    void finish(const QueuedRequest& request, const cmddistributor::IIPResult& result) EXCLUDES(mutex_);
+    void finish(const QueuedRequest& request, const cmddistributor::IIPResult& result)
+        CONNECTOR_EXCLUDES(mutex_);
 
     /// Marks that code begins for a request, or for none when `id` is 0; code may begin inside other code.
     /// What has been asked for by then of the request is meant for this code.  Threads: the interpreter's.
-    void beginCode(IDType id) EXCLUDES(mutex_);
+    void beginCode(IDType id) CONNECTOR_EXCLUDES(mutex_);
     /// Marks that the code that began last can take its interrupts from now on.  Threads: the interpreter's.
-    void openCode() EXCLUDES(mutex_);
+    void openCode() CONNECTOR_EXCLUDES(mutex_);
     /// Marks that it takes none from now on.  Threads: the interpreter's.
-    void closeCode() EXCLUDES(mutex_);
+    void closeCode() CONNECTOR_EXCLUDES(mutex_);
     /// Marks that it has ended, with whatever it has not taken.  Threads: the interpreter's.
-    void endCode() EXCLUDES(mutex_);
+    void endCode() CONNECTOR_EXCLUDES(mutex_);
     /// Marks that the innermost code waits at a prompt, or no longer does: also because it has taken an
     /// interrupt, until this says otherwise.  Threads: the interpreter's.
-    void setAtPrompt(bool isAtPrompt) EXCLUDES(mutex_);
+    void setAtPrompt(bool isAtPrompt) CONNECTOR_EXCLUDES(mutex_);
 
     /// Interrupts all requests that have been taken, and their code.  Threads: any.
-    void interrupt() EXCLUDES(mutex_);
+    void interrupt() CONNECTOR_EXCLUDES(mutex_);
     /// Waits until code that waits at a prompt has taken its interrupt, and has ended or waits again: what a
     /// client sends next is then meant for what it finds.  Threads: any but the interpreter's.
     /// Blocks: until then, for `limit` at most.
-    void awaitInterrupted(std::chrono::milliseconds limit) EXCLUDES(mutex_);
+    void awaitInterrupted(std::chrono::milliseconds limit) CONNECTOR_EXCLUDES(mutex_);
     /// Takes the interrupt of the innermost code. False when there is none, or it may not be taken now.
     /// Threads: the interpreter's.
-    bool takeInterrupt() EXCLUDES(mutex_);
+    bool takeInterrupt() CONNECTOR_EXCLUDES(mutex_);
     /// Gives back the interrupt that the innermost code took last, because it had no effect.
     /// Threads: the interpreter's.
-    void returnInterrupt() EXCLUDES(mutex_);
+    void returnInterrupt() CONNECTOR_EXCLUDES(mutex_);
     /// Takes back what has not been taken. True when there was something.  Threads: any.
-    bool clearInterrupts() EXCLUDES(mutex_);
-    bool isInterrupted() const EXCLUDES(mutex_);
+    bool clearInterrupts() CONNECTOR_EXCLUDES(mutex_);
+    bool isInterrupted() const CONNECTOR_EXCLUDES(mutex_);
     /// Lets interrupts be taken, or makes them wait. Returns the previous setting.  Threads: any.
-    bool setInterruptEnabled(bool isEnabled) EXCLUDES(mutex_);
+    bool setInterruptEnabled(bool isEnabled) CONNECTOR_EXCLUDES(mutex_);
 
     /// Refuses requests from now on and fails those that wait with EXECUTION_CANCELLED.  Threads: any.
-    void stop() EXCLUDES(mutex_);
-    bool isStopped() const EXCLUDES(mutex_);
+    void stop() CONNECTOR_EXCLUDES(mutex_);
+    bool isStopped() const CONNECTOR_EXCLUDES(mutex_);
 
 private:
     using Continuations = std::vector<std::function<void()>>;
@@ -119,15 +123,15 @@ private:
         bool isInterrupted = false;  // before its code began
     };
 
-    std::unique_ptr<QueuedRequest> takeLocked(InputRequester prompt) REQUIRES(mutex_);
-    std::deque<Entry>::iterator findLocked(IDType id) REQUIRES(mutex_);
-    std::vector<Running>::iterator findRunningLocked(IDType id) REQUIRES(mutex_);
-    void interruptLocked(Running& running) REQUIRES(mutex_);
-    Entry removeLocked(std::deque<Entry>::iterator found) REQUIRES(mutex_);
-    bool isSignalWantedLocked() const REQUIRES(mutex_);
-    void signalLocked() REQUIRES(mutex_);
-    void stopSignalsLocked() REQUIRES(mutex_);
-    void wakeLocked() REQUIRES(mutex_);
+    std::unique_ptr<QueuedRequest> takeLocked(InputRequester prompt) CONNECTOR_REQUIRES(mutex_);
+    std::deque<Entry>::iterator findLocked(IDType id) CONNECTOR_REQUIRES(mutex_);
+    std::vector<Running>::iterator findRunningLocked(IDType id) CONNECTOR_REQUIRES(mutex_);
+    void interruptLocked(Running& running) CONNECTOR_REQUIRES(mutex_);
+    Entry removeLocked(std::deque<Entry>::iterator found) CONNECTOR_REQUIRES(mutex_);
+    bool isSignalWantedLocked() const CONNECTOR_REQUIRES(mutex_);
+    void signalLocked() CONNECTOR_REQUIRES(mutex_);
+    void stopSignalsLocked() CONNECTOR_REQUIRES(mutex_);
+    void wakeLocked() CONNECTOR_REQUIRES(mutex_);
     static void end(const QueuedRequest& request, Continuations& continuations,
                     const cmddistributor::IIPResult& result);
     static void endCancelled(Entry& entry);
@@ -138,16 +142,16 @@ private:
 
     mutable connector::Mutex mutex_;
     connector::Semaphore changed_;  // posted by whoever takes `isWaiting_` away
-    bool isWaiting_ GUARDED_BY(mutex_) = false;
+    bool isWaiting_ CONNECTOR_GUARDED_BY(mutex_) = false;
     std::atomic<unsigned> changes_{0};  // counts reasons to wake; changed under mutex_, read without it
-    std::deque<Entry> entries_ GUARDED_BY(mutex_);
+    std::deque<Entry> entries_ CONNECTOR_GUARDED_BY(mutex_);
     std::vector<Running> running_
-        GUARDED_BY(mutex_);  // innermost last: requests run inside others at prompts
-    CodeStack codes_ GUARDED_BY(mutex_);
-    std::size_t readyForRunningCode_ GUARDED_BY(mutex_) = 0;  // of the entries
-    bool isSignalling_ GUARDED_BY(mutex_) = false;            // signals are being sent
+        CONNECTOR_GUARDED_BY(mutex_);  // innermost last: requests run inside others at prompts
+    CodeStack codes_ CONNECTOR_GUARDED_BY(mutex_);
+    std::size_t readyForRunningCode_ CONNECTOR_GUARDED_BY(mutex_) = 0;  // of the entries
+    bool isSignalling_ CONNECTOR_GUARDED_BY(mutex_) = false;            // signals are being sent
     std::condition_variable promptChanged_;  // code ended, or begins or stops to wait at a prompt
-    bool isStopped_ GUARDED_BY(mutex_) = false;
+    bool isStopped_ CONNECTOR_GUARDED_BY(mutex_) = false;
 };
 
 }  // namespace standalone

@@ -24,13 +24,13 @@ public:
     MessageFuture handle(std::unique_ptr<connector::interpreter::v1::Eval>&& message) override;
 
     /// Waits until so many evaluations wait; false when it has not come to that in ten seconds.
-    bool waitForWaiting(int count) EXCLUDES(mutex_);
+    bool waitForWaiting(int count) CONNECTOR_EXCLUDES(mutex_);
     /// Lets the evaluations end that wait for the test.
     void release() { signal(&ScriptedInterpreter::releases_); }
 
 private:
-    void signal(int ScriptedInterpreter::*event) EXCLUDES(mutex_);
-    std::u16string waitFor(int ScriptedInterpreter::*event) EXCLUDES(mutex_);
+    void signal(int ScriptedInterpreter::*event) CONNECTOR_EXCLUDES(mutex_);
+    std::u16string waitFor(int ScriptedInterpreter::*event) CONNECTOR_EXCLUDES(mutex_);
 
     connector::Mutex mutex_;
     std::condition_variable changed_;

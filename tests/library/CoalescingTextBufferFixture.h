@@ -53,7 +53,7 @@ public:
             batches_.emplace_back(taken.view(), type);
         };
     }
-    std::vector<Batch> all() const EXCLUDES(mutex_) {
+    std::vector<Batch> all() const CONNECTOR_EXCLUDES(mutex_) {
         MutexLock lock(mutex_);
         return batches_;
     }
@@ -64,7 +64,7 @@ public:
 
 private:
     mutable Mutex mutex_;
-    std::vector<Batch> batches_ GUARDED_BY(mutex_);
+    std::vector<Batch> batches_ CONNECTOR_GUARDED_BY(mutex_);
 };
 
 }  // namespace connector::interpreter::v1

@@ -29,7 +29,7 @@ public:
     std::unique_ptr<connector::Promise<std::shared_ptr<MessageService>>> creation;
 
     /// What was published, each as its channel, a space and its body.
-    std::vector<std::string> published() const EXCLUDES(mutex_) {
+    std::vector<std::string> published() const CONNECTOR_EXCLUDES(mutex_) {
         connector::MutexLock lock(mutex_);
         return published_;
     }
@@ -61,7 +61,8 @@ public:
     }
 
     connector::Future<void> publish(const std::string& channel,
-                                    const connector::common::DataBuffer& data) override EXCLUDES(mutex_) {
+                                    const connector::common::DataBuffer& data) override
+        CONNECTOR_EXCLUDES(mutex_) {
         if (onPublish) onPublish(channel);
         connector::MutexLock lock(mutex_);
         published_.push_back(channel + ' ' + std::string(data.view()));
@@ -109,7 +110,7 @@ private:
         const std::shared_ptr<Entry> entry_;
     };
 
-    std::vector<std::shared_ptr<Entry>> entries() EXCLUDES(mutex_) {
+    std::vector<std::shared_ptr<Entry>> entries() CONNECTOR_EXCLUDES(mutex_) {
         connector::MutexLock lock(mutex_);
         return entries_;
     }
@@ -122,8 +123,8 @@ private:
     }
 
     mutable connector::Mutex mutex_;
-    std::vector<std::string> published_ GUARDED_BY(mutex_);
-    std::vector<std::shared_ptr<Entry>> entries_ GUARDED_BY(mutex_);
+    std::vector<std::string> published_ CONNECTOR_GUARDED_BY(mutex_);
+    std::vector<std::shared_ptr<Entry>> entries_ CONNECTOR_GUARDED_BY(mutex_);
 };
 
 }  // namespace fake

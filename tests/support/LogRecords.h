@@ -53,7 +53,7 @@ public:
 private:
     struct Records {
         connector::Mutex mutex;
-        std::vector<std::string> lines GUARDED_BY(mutex);
+        std::vector<std::string> lines CONNECTOR_GUARDED_BY(mutex);
     };
     // Shared with the writer, which another thread may be in while this goes.
     const std::shared_ptr<Records> records_ = std::make_shared<Records>();

@@ -100,7 +100,7 @@ private:
     Answer readAndRun(Request& request, const std::string& json);
     Answer deliver(Request& request);
     void finish(const Request& request, Answer answer);
-    void count(const std::string& typeName, const std::string& outcome) EXCLUDES(mutex_);
+    void count(const std::string& typeName, const std::string& outcome) CONNECTOR_EXCLUDES(mutex_);
     void interrupt();
 
     const std::shared_ptr<connector::ServiceFramework> framework_;
@@ -111,7 +111,7 @@ private:
     std::atomic<bool> isStopped_{false};
 
     mutable connector::Mutex mutex_;
-    std::map<std::pair<std::string, std::string>, std::uint64_t> outcomes_ GUARDED_BY(mutex_);
+    std::map<std::pair<std::string, std::string>, std::uint64_t> outcomes_ CONNECTOR_GUARDED_BY(mutex_);
 
     std::array<std::unique_ptr<connector::WorkerPool>, laneCount> lanes_;  // last: their threads use the rest
 };

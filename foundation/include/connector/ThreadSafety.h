@@ -16,9 +16,9 @@
 #define CONNECTOR_TSA(x)
 #endif
 
-#define GUARDED_BY(m) CONNECTOR_TSA(guarded_by(m))
-#define REQUIRES(...) CONNECTOR_TSA(requires_capability(__VA_ARGS__))
-#define EXCLUDES(...) CONNECTOR_TSA(locks_excluded(__VA_ARGS__))
+#define CONNECTOR_GUARDED_BY(m) CONNECTOR_TSA(guarded_by(m))
+#define CONNECTOR_REQUIRES(...) CONNECTOR_TSA(requires_capability(__VA_ARGS__))
+#define CONNECTOR_EXCLUDES(...) CONNECTOR_TSA(locks_excluded(__VA_ARGS__))
 
 namespace connector {
 

@@ -19,29 +19,29 @@ public:
     State(std::size_t threads, std::size_t queueLength, std::size_t queueBytes)
         : mostThreads_(threads), capacity_(threads + queueLength), queueBytes_(queueBytes) {}
 
-    Outcome submit(Task task) EXCLUDES(mutex_);
-    void refuseTasks(bool alsoQueued) EXCLUDES(mutex_);
-    void join() EXCLUDES(mutex_);
-    void reopen() EXCLUDES(mutex_);
-    bool waitUntilIdle(std::chrono::milliseconds limit) EXCLUDES(mutex_);
+    Outcome submit(Task task) CONNECTOR_EXCLUDES(mutex_);
+    void refuseTasks(bool alsoQueued) CONNECTOR_EXCLUDES(mutex_);
+    void join() CONNECTOR_EXCLUDES(mutex_);
+    void reopen() CONNECTOR_EXCLUDES(mutex_);
+    bool waitUntilIdle(std::chrono::milliseconds limit) CONNECTOR_EXCLUDES(mutex_);
 
-    bool isClosed() const EXCLUDES(mutex_) {
+    bool isClosed() const CONNECTOR_EXCLUDES(mutex_) {
         const MutexLock lock(mutex_);
         return isClosed_;
     }
-    std::size_t queued() const EXCLUDES(mutex_) {
+    std::size_t queued() const CONNECTOR_EXCLUDES(mutex_) {
         const MutexLock lock(mutex_);
         return queue_.size();
     }
-    std::size_t running() const EXCLUDES(mutex_) {
+    std::size_t running() const CONNECTOR_EXCLUDES(mutex_) {
         const MutexLock lock(mutex_);
         return running_;
     }
 
 private:
-    bool hasThreadsLocked() REQUIRES(mutex_);
-    void work(std::uint64_t round) EXCLUDES(mutex_);
-    Semaphore* takeWaitingLocked() REQUIRES(mutex_);
+    bool hasThreadsLocked() CONNECTOR_REQUIRES(mutex_);
+    void work(std::uint64_t round) CONNECTOR_EXCLUDES(mutex_);
+    Semaphore* takeWaitingLocked() CONNECTOR_REQUIRES(mutex_);
 
     const std::size_t mostThreads_;
     const std::size_t capacity_;  ///< tasks queued and running
@@ -51,14 +51,14 @@ private:
     std::condition_variable idle_;
     /// What idle threads sleep on. Whoever takes one out posts it. The one that began last is woken: its
     /// caches are warm.
-    std::vector<Semaphore*> waiting_ GUARDED_BY(mutex_);
-    std::deque<Task> queue_ GUARDED_BY(mutex_);
-    std::size_t bytes_ GUARDED_BY(mutex_) = 0;  ///< of the queue
-    std::size_t running_ GUARDED_BY(mutex_) = 0;
-    bool isClosed_ GUARDED_BY(mutex_) = false;
-    std::uint64_t round_ GUARDED_BY(mutex_) = 0;  ///< how often it has been reopened
+    std::vector<Semaphore*> waiting_ CONNECTOR_GUARDED_BY(mutex_);
+    std::deque<Task> queue_ CONNECTOR_GUARDED_BY(mutex_);
+    std::size_t bytes_ CONNECTOR_GUARDED_BY(mutex_) = 0;  ///< of the queue
+    std::size_t running_ CONNECTOR_GUARDED_BY(mutex_) = 0;
+    bool isClosed_ CONNECTOR_GUARDED_BY(mutex_) = false;
+    std::uint64_t round_ CONNECTOR_GUARDED_BY(mutex_) = 0;  ///< how often it has been reopened
 
-    std::vector<std::thread> threads_ GUARDED_BY(mutex_);
+    std::vector<std::thread> threads_ CONNECTOR_GUARDED_BY(mutex_);
 };
 
 WorkerPool::Outcome WorkerPool::State::submit(Task task) {

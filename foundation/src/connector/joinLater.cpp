@@ -38,7 +38,7 @@ private:
     };
 
     Mutex mutex_;
-    std::vector<Kept> kept_ GUARDED_BY(mutex_);
+    std::vector<Kept> kept_ CONNECTOR_GUARDED_BY(mutex_);
 };
 
 }  // namespace

@@ -28,13 +28,13 @@ public:
 
     /// Adds one line. Control characters and line breaks in it are escaped, and it is cut at 16 KiB.
     /// Blocks: never.  Throws: std::bad_alloc, std::system_error (the line may be written with a later one).
-    void write(std::string_view text) EXCLUDES(mutex_);
+    void write(std::string_view text) CONNECTOR_EXCLUDES(mutex_);
 
     /// Whether everything is written.  Blocks: until then, at most for `limit`.
-    bool flush(std::chrono::milliseconds limit) EXCLUDES(mutex_);
+    bool flush(std::chrono::milliseconds limit) CONNECTOR_EXCLUDES(mutex_);
 
     /// Writes to a duplicate of `descriptor` from now on, at first to one of standard error.  Blocks: never.
-    void setDescriptor(int descriptor) EXCLUDES(mutex_);
+    void setDescriptor(int descriptor) CONNECTOR_EXCLUDES(mutex_);
 
 private:
     class Descriptor;
@@ -46,17 +46,17 @@ private:
     static void afterForkInParent();
     static void afterForkInChild();
 
-    void startLocked() REQUIRES(mutex_);
-    void run() EXCLUDES(mutex_);
+    void startLocked() CONNECTOR_REQUIRES(mutex_);
+    void run() CONNECTOR_EXCLUDES(mutex_);
 
     connector::Mutex mutex_;
     std::condition_variable added_;
     std::condition_variable written_;
-    std::shared_ptr<const Descriptor> descriptor_ GUARDED_BY(mutex_);
-    std::string pending_ GUARDED_BY(mutex_);  // whole lines
-    std::size_t lost_ GUARDED_BY(mutex_) = 0;
-    bool isWriting_ GUARDED_BY(mutex_) = false;
-    std::thread thread_ GUARDED_BY(mutex_);  // from the first line on; runs until the process ends
+    std::shared_ptr<const Descriptor> descriptor_ CONNECTOR_GUARDED_BY(mutex_);
+    std::string pending_ CONNECTOR_GUARDED_BY(mutex_);  // whole lines
+    std::size_t lost_ CONNECTOR_GUARDED_BY(mutex_) = 0;
+    bool isWriting_ CONNECTOR_GUARDED_BY(mutex_) = false;
+    std::thread thread_ CONNECTOR_GUARDED_BY(mutex_);  // from the first line on; runs until the process ends
 };
 
 }  // namespace foundation::log

@@ -55,7 +55,8 @@ public:
         logging::core::get()->add_sink(sink);
     }
 
-    void write(const std::string& channel, Severity severity, std::string_view text) EXCLUDES(mutex_) {
+    void write(const std::string& channel, Severity severity, std::string_view text)
+        CONNECTOR_EXCLUDES(mutex_) {
         if (const auto writer = currentWriter()) {
             (*writer)(channel, severity, text);
             return;
@@ -67,7 +68,7 @@ public:
                           << std::string(static_cast<std::size_t>(2 * indentation), ' ') << text;
     }
 
-    LogWriter exchange(LogWriter writer) EXCLUDES(mutex_) {
+    LogWriter exchange(LogWriter writer) CONNECTOR_EXCLUDES(mutex_) {
         auto next = writer ? std::make_shared<const LogWriter>(std::move(writer)) : nullptr;
         const connector::MutexLock lock(mutex_);
         const auto previous = std::exchange(writer_, std::move(next));
@@ -79,13 +80,13 @@ private:
     static void afterFork() CONNECTOR_TSA(no_thread_safety_analysis);
 
     // Copied out, so that a writer runs without the lock and may itself replace the writer.
-    std::shared_ptr<const LogWriter> currentWriter() EXCLUDES(mutex_) {
+    std::shared_ptr<const LogWriter> currentWriter() CONNECTOR_EXCLUDES(mutex_) {
         const connector::MutexLock lock(mutex_);
         return writer_;
     }
 
     connector::Mutex mutex_;
-    std::shared_ptr<const LogWriter> writer_ GUARDED_BY(mutex_);
+    std::shared_ptr<const LogWriter> writer_ CONNECTOR_GUARDED_BY(mutex_);
 };
 
 // Never destroyed: threads may log while the process ends.

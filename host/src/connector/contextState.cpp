@@ -64,8 +64,9 @@ namespace {
 
 struct Contexts {
     Mutex mutex;
-    std::uint64_t last GUARDED_BY(mutex) = 0;
-    std::unordered_map<std::uint64_t, std::shared_ptr<common::ContextState>> byHandle GUARDED_BY(mutex);
+    std::uint64_t last CONNECTOR_GUARDED_BY(mutex) = 0;
+    std::unordered_map<std::uint64_t, std::shared_ptr<common::ContextState>> byHandle
+        CONNECTOR_GUARDED_BY(mutex);
 };
 
 Contexts& contexts() {

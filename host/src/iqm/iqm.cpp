@@ -16,7 +16,8 @@ using SharedFactory = std::shared_ptr<const PacketInfo::Factory>;
 
 struct PluginTable {
     connector::Mutex mutex;
-    std::unordered_map<std::string, std::vector<SharedFactory>> factories GUARDED_BY(mutex);  // newest last
+    std::unordered_map<std::string, std::vector<SharedFactory>> factories
+        CONNECTOR_GUARDED_BY(mutex);  // newest last
 };
 
 // Never destroyed: a registration that a static object holds may end after this file's own statics.

@@ -10,7 +10,7 @@ namespace {
 
 struct ShutdownObjects {
     connector::Mutex mutex;
-    std::vector<std::shared_ptr<ShutdownObject>> objects GUARDED_BY(mutex);
+    std::vector<std::shared_ptr<ShutdownObject>> objects CONNECTOR_GUARDED_BY(mutex);
 };
 
 // Never destroyed: objects are registered and taken out while libraries load and unload.

@@ -47,11 +47,11 @@ public:
     /// Sends at once when nothing is queued, else queues. False: the frame was dropped, since it may be lost,
     /// or the link is broken or closed. Throws: std::length_error (a head above maxHeadBytes or a body above
     /// maxBodyBytes; nothing was sent). A lack of memory breaks the link.
-    bool send(Frame frame) EXCLUDES(mutex_);
+    bool send(Frame frame) CONNECTOR_EXCLUDES(mutex_);
 
     /// Sends what is queued, up to 64 frames a system call. Ends after about 1 MiB, and asks for another call
     /// by `waitForRoom`, so that one busy link does not keep the caller's thread.
-    void sendMore() EXCLUDES(mutex_);
+    void sendMore() CONNECTOR_EXCLUDES(mutex_);
 
     /// What queued frames cost in memory, but for Requests and Responses.
     std::size_t queuedBytes() const { return queuedBytes_.load(std::memory_order_relaxed); }
@@ -59,24 +59,24 @@ public:
     /// Waits until queuedBytes() is less than `bytes`, or the link is broken or closed, for `limit` at most;
     /// whether it is. For whoever makes frames that may be lost. Blocks: must not be called while holding the
     /// interpreter's lock, nor on the thread that calls sendMore().
-    bool waitUntilBelow(std::size_t bytes, std::chrono::milliseconds limit) EXCLUDES(mutex_);
+    bool waitUntilBelow(std::size_t bytes, std::chrono::milliseconds limit) CONNECTOR_EXCLUDES(mutex_);
 
     /// Drops what is queued; everything is swallowed from now on, and no callback follows. Does not close the
     /// socket.
-    void close() EXCLUDES(mutex_);
+    void close() CONNECTOR_EXCLUDES(mutex_);
 
 private:
     enum class After { Nothing, WaitForRoom, Broken };
 
     using Done = std::vector<std::string>;  // large bodies, to be freed with no lock held
 
-    After enqueueLocked(Frame&& frame) REQUIRES(mutex_);
-    After sendLocked(Frame&& frame, Done& done) REQUIRES(mutex_);
-    After drainLocked(Done& done) REQUIRES(mutex_);
-    After breakLocked() REQUIRES(mutex_);
-    void closeLocked() REQUIRES(mutex_);
-    void noteQueuedLocked() REQUIRES(mutex_);
-    bool callBack(After after) EXCLUDES(mutex_);
+    After enqueueLocked(Frame&& frame) CONNECTOR_REQUIRES(mutex_);
+    After sendLocked(Frame&& frame, Done& done) CONNECTOR_REQUIRES(mutex_);
+    After drainLocked(Done& done) CONNECTOR_REQUIRES(mutex_);
+    After breakLocked() CONNECTOR_REQUIRES(mutex_);
+    void closeLocked() CONNECTOR_REQUIRES(mutex_);
+    void noteQueuedLocked() CONNECTOR_REQUIRES(mutex_);
+    bool callBack(After after) CONNECTOR_EXCLUDES(mutex_);
 
     const int socket_;
     const std::function<void()> waitForRoom_;
@@ -86,10 +86,11 @@ private:
 
     connector::Mutex mutex_;
     std::condition_variable changed_;  // less is queued, or the writer has closed
-    std::unique_ptr<FrameQueue> queue_ GUARDED_BY(mutex_);
-    std::size_t waiting_ GUARDED_BY(mutex_) = 0;        // threads in waitUntilBelow()
-    bool isWaitingForRoom_ GUARDED_BY(mutex_) = false;  // `waitForRoom` was called, sendMore() not yet
-    bool isClosed_ GUARDED_BY(mutex_) = false;
+    std::unique_ptr<FrameQueue> queue_ CONNECTOR_GUARDED_BY(mutex_);
+    std::size_t waiting_ CONNECTOR_GUARDED_BY(mutex_) = 0;  // threads in waitUntilBelow()
+    bool isWaitingForRoom_ CONNECTOR_GUARDED_BY(mutex_) =
+        false;  // `waitForRoom` was called, sendMore() not yet
+    bool isClosed_ CONNECTOR_GUARDED_BY(mutex_) = false;
 };
 
 }  // namespace links

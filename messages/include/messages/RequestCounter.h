@@ -26,23 +26,23 @@ public:
 
     connector::Future<void> requestStarted(
         const std::string& clientType,
-        const std::shared_ptr<connector::common::ContextState>& context) override EXCLUDES(mutex_);
+        const std::shared_ptr<connector::common::ContextState>& context) override CONNECTOR_EXCLUDES(mutex_);
     connector::Future<void> requestEnded(
         const std::string& clientType,
-        const std::shared_ptr<connector::common::ContextState>& context) override EXCLUDES(mutex_);
+        const std::shared_ptr<connector::common::ContextState>& context) override CONNECTOR_EXCLUDES(mutex_);
 
-    std::map<std::string, Counts> counts() const EXCLUDES(mutex_);
+    std::map<std::string, Counts> counts() const CONNECTOR_EXCLUDES(mutex_);
 
     /// Waits until every request that was started has ended; false when that takes longer.
-    bool waitUntilIdle(std::chrono::milliseconds limit) const EXCLUDES(mutex_);
+    bool waitUntilIdle(std::chrono::milliseconds limit) const CONNECTOR_EXCLUDES(mutex_);
 
 private:
-    Counts& countsOfLocked(const std::string& clientType) REQUIRES(mutex_);
+    Counts& countsOfLocked(const std::string& clientType) CONNECTOR_REQUIRES(mutex_);
 
     mutable connector::Mutex mutex_;
     mutable std::condition_variable ended_;
-    std::uint64_t underWay_ GUARDED_BY(mutex_) = 0;
-    std::map<std::string, Counts> counts_ GUARDED_BY(mutex_);
+    std::uint64_t underWay_ CONNECTOR_GUARDED_BY(mutex_) = 0;
+    std::map<std::string, Counts> counts_ CONNECTOR_GUARDED_BY(mutex_);
 };
 
 }  // namespace messages

@@ -57,24 +57,24 @@ public:
 
     /// The worker is ready: its memory is limited from now on, to what it has plus `memoryMiB`. An end before
     /// is a failed start.
-    void noteReady() EXCLUDES(mutex_);
+    void noteReady() CONNECTOR_EXCLUDES(mutex_);
 
     /// An end from now on is what somebody asked for: `cause` (see DeathRecord.h) is that of the record,
     /// unless the process ends by a signal other than SIGKILL and that for a trace. Call this before asking
     /// it.
-    void expectEnd(std::string_view cause) EXCLUDES(mutex_);
+    void expectEnd(std::string_view cause) CONNECTOR_EXCLUDES(mutex_);
 
     /// Sends SIGKILL to the process, its group and its cgroup. `cause` is that of the record unless the
     /// process had ended by itself before, or an earlier one was given. May be repeated.  Blocks: never.
-    void kill(std::string_view cause) EXCLUDES(mutex_);
+    void kill(std::string_view cause) CONNECTOR_EXCLUDES(mutex_);
 
     /// Has the process write where its threads are (SIGRTMIN+1).
-    void requestTrace() EXCLUDES(mutex_);
+    void requestTrace() CONNECTOR_EXCLUDES(mutex_);
     /// Whether a trace has come since requestTrace(), and nothing was added to it since the last look.
-    bool hasTrace() EXCLUDES(mutex_);
+    bool hasTrace() CONNECTOR_EXCLUDES(mutex_);
 
-    std::uint64_t memoryBytes() const EXCLUDES(mutex_);  ///< resident now; 0 when dead
-    std::uint64_t processorMs() const EXCLUDES(mutex_);  ///< until now, or until its end
+    std::uint64_t memoryBytes() const CONNECTOR_EXCLUDES(mutex_);  ///< resident now; 0 when dead
+    std::uint64_t processorMs() const CONNECTOR_EXCLUDES(mutex_);  ///< until now, or until its end
     /// "cgroup", "rlimit" (memory alone, of each process by itself) or "none".
     std::string_view limitsEnforcedBy() const;
 
@@ -84,12 +84,12 @@ public:
     /// but the sockets, and returns the record, without `inFlight`; once. Otherwise nothing.
     /// `takeOutOfMemory` says whether the system has just killed some process for want of memory; it is asked
     /// when SIGKILL is explained by nothing else. May be null.
-    std::optional<DeathRecord> bury(const std::function<bool()>& takeOutOfMemory) EXCLUDES(mutex_);
+    std::optional<DeathRecord> bury(const std::function<bool()>& takeOutOfMemory) CONNECTOR_EXCLUDES(mutex_);
 
 private:
-    void signalAllLocked() REQUIRES(mutex_);
+    void signalAllLocked() CONNECTOR_REQUIRES(mutex_);
     void setCauseLocked(DeathRecord& record, int status, const std::function<bool()>& takeOutOfMemory) const
-        REQUIRES(mutex_);
+        CONNECTOR_REQUIRES(mutex_);
 
     const WorkerSpec spec_;
     const Process process_;
@@ -97,15 +97,16 @@ private:
     const std::chrono::system_clock::time_point started_ = std::chrono::system_clock::now();
 
     mutable connector::Mutex mutex_;
-    bool isReaped_ GUARDED_BY(mutex_) = false;
-    bool isReady_ GUARDED_BY(mutex_) = false;
-    bool isKilled_ GUARDED_BY(mutex_) = false;
-    std::uint64_t childrenKilled_ GUARDED_BY(mutex_) = 0;
-    bool isExpected_ GUARDED_BY(mutex_) = false;  ///< cause_ was given before the process was to end
-    std::string cause_ GUARDED_BY(mutex_);        ///< the first that was given
-    std::uint64_t processorMs_ GUARDED_BY(mutex_) = 0;
-    off_t traceSize_ GUARDED_BY(mutex_) = 0;   ///< at the last look
-    off_t traceBegin_ GUARDED_BY(mutex_) = 0;  ///< at the last request
+    bool isReaped_ CONNECTOR_GUARDED_BY(mutex_) = false;
+    bool isReady_ CONNECTOR_GUARDED_BY(mutex_) = false;
+    bool isKilled_ CONNECTOR_GUARDED_BY(mutex_) = false;
+    std::uint64_t childrenKilled_ CONNECTOR_GUARDED_BY(mutex_) = 0;
+    bool isExpected_ CONNECTOR_GUARDED_BY(mutex_) =
+        false;                                        ///< cause_ was given before the process was to end
+    std::string cause_ CONNECTOR_GUARDED_BY(mutex_);  ///< the first that was given
+    std::uint64_t processorMs_ CONNECTOR_GUARDED_BY(mutex_) = 0;
+    off_t traceSize_ CONNECTOR_GUARDED_BY(mutex_) = 0;   ///< at the last look
+    off_t traceBegin_ CONNECTOR_GUARDED_BY(mutex_) = 0;  ///< at the last request
 };
 
 }  // namespace supervisor

@@ -39,42 +39,45 @@ public:
 
     /// Blocks: also while too much waits that may be lost, for ten seconds at most.
     connector::Future<void> publish(const std::string& channel,
-                                    const connector::common::DataBuffer& data) override EXCLUDES(mutex_);
+                                    const connector::common::DataBuffer& data) override
+        CONNECTOR_EXCLUDES(mutex_);
     std::unique_ptr<Subscription> subscribe(const std::string& pattern, MessageHandler handler) override
-        EXCLUDES(mutex_);
+        CONNECTOR_EXCLUDES(mutex_);
     /// Its handlers run on the reader.  Blocks: until the gateway has told what is there.
     std::unique_ptr<Subscription> watch(const std::string& pattern, SubscribeHandler subscribed,
-                                        UnsubscribeHandler unsubscribed) override EXCLUDES(mutex_);
+                                        UnsubscribeHandler unsubscribed) override CONNECTOR_EXCLUDES(mutex_);
 
     // Threads: the reader.
 
     /// A client's message for the subscribers here.
-    void deliver(const connector::message_service::JsonMessage& message) EXCLUDES(mutex_);
-    void tell(std::uint64_t watch, const links::NoticeHead& notice) EXCLUDES(mutex_);
-    void endNotices(std::uint64_t watch) EXCLUDES(mutex_);
+    void deliver(const connector::message_service::JsonMessage& message) CONNECTOR_EXCLUDES(mutex_);
+    void tell(std::uint64_t watch, const links::NoticeHead& notice) CONNECTOR_EXCLUDES(mutex_);
+    void endNotices(std::uint64_t watch) CONNECTOR_EXCLUDES(mutex_);
 
     /// Nothing is told any more.  Threads: any.
-    void end() EXCLUDES(mutex_);
+    void end() CONNECTOR_EXCLUDES(mutex_);
 
 private:
     struct Watch;
 
-    std::shared_ptr<const messages::Recipients> recipientsOf(const std::string& channel) EXCLUDES(mutex_);
-    std::shared_ptr<Watch> findWatch(std::uint64_t number) EXCLUDES(mutex_);
+    std::shared_ptr<const messages::Recipients> recipientsOf(const std::string& channel)
+        CONNECTOR_EXCLUDES(mutex_);
+    std::shared_ptr<Watch> findWatch(std::uint64_t number) CONNECTOR_EXCLUDES(mutex_);
     void awaitRoom();
-    void removeSubscriber(const messages::LocalSubscriber& subscriber, std::uint64_t number) EXCLUDES(mutex_);
-    void removeWatch(std::uint64_t number) EXCLUDES(mutex_);
+    void removeSubscriber(const messages::LocalSubscriber& subscriber, std::uint64_t number)
+        CONNECTOR_EXCLUDES(mutex_);
+    void removeWatch(std::uint64_t number) CONNECTOR_EXCLUDES(mutex_);
 
     const std::shared_ptr<links::FrameWriter> writer_;
     const ReadOn readOn_;
 
     connector::Mutex mutex_;
     std::condition_variable told_;  // a watch knows what is there, or nothing is told any more
-    messages::ChannelTable table_ GUARDED_BY(mutex_);
-    std::map<std::string, std::size_t> listeners_ GUARDED_BY(mutex_);  // by pattern
-    std::map<std::uint64_t, std::shared_ptr<Watch>> watches_ GUARDED_BY(mutex_);
-    std::uint64_t lastNumber_ GUARDED_BY(mutex_) = 0;
-    bool isEnded_ GUARDED_BY(mutex_) = false;
+    messages::ChannelTable table_ CONNECTOR_GUARDED_BY(mutex_);
+    std::map<std::string, std::size_t> listeners_ CONNECTOR_GUARDED_BY(mutex_);  // by pattern
+    std::map<std::uint64_t, std::shared_ptr<Watch>> watches_ CONNECTOR_GUARDED_BY(mutex_);
+    std::uint64_t lastNumber_ CONNECTOR_GUARDED_BY(mutex_) = 0;
+    bool isEnded_ CONNECTOR_GUARDED_BY(mutex_) = false;
 };
 
 }  // namespace worker

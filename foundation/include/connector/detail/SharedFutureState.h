@@ -62,7 +62,7 @@ class SharedFutureState : public std::enable_shared_from_this<SharedFutureState<
 public:
     /// Gives out the one future.
     /// Throws: std::runtime_error on a second call.
-    Future<T> getFuture() EXCLUDES(mutex) {
+    Future<T> getFuture() CONNECTOR_EXCLUDES(mutex) {
         const MutexLock lock(mutex);
         if (futureRetrieved_) throw std::runtime_error("Promise already returned a future.");
         futureRetrieved_ = true;
@@ -73,17 +73,19 @@ public:
     /// error: a producer that ends after its consumer gave up did nothing wrong.
     /// Throws: std::runtime_error when there is an outcome already; what the continuation throws, with the
     /// state resolved.
-    void setValue(StoredValue<T> value) EXCLUDES(mutex) { resolve<FutureStatus::Value>(std::move(value)); }
+    void setValue(StoredValue<T> value) CONNECTOR_EXCLUDES(mutex) {
+        resolve<FutureStatus::Value>(std::move(value));
+    }
     void setValue() requires std::is_void_v<T> { setValue(StoredValue<T>{}); }
 
     /// Like setValue, with an exception, which must not be null.
-    void setException(std::exception_ptr error) EXCLUDES(mutex) {
+    void setException(std::exception_ptr error) CONNECTOR_EXCLUDES(mutex) {
         resolve<FutureStatus::Error>(std::move(error));
     }
 
     /// Tells a state whose promise is going away: a Pending one gets an error. What a continuation throws is
     /// lost, because a promise's destructor cannot pass it on.
-    void abandon() noexcept EXCLUDES(mutex) {
+    void abandon() noexcept CONNECTOR_EXCLUDES(mutex) {
         std::unique_ptr<Continuation<T>> continuation;
         {
             const MutexLock lock(mutex);
@@ -100,7 +102,7 @@ public:
     }
 
     /// Moves Pending to Cancelled and wakes the waiters. No effect once resolved.
-    void cancel() EXCLUDES(mutex) {
+    void cancel() CONNECTOR_EXCLUDES(mutex) {
         std::unique_ptr<Continuation<T>> neverRun;
         {
             const MutexLock lock(mutex);
@@ -115,7 +117,7 @@ public:
     /// Claims the outcome: moves the value out, or rethrows the exception.
     /// Blocks: while Pending.
     /// Throws: std::runtime_error when it was claimed before, belongs to a continuation, or was cancelled.
-    T get() EXCLUDES(mutex) {
+    T get() CONNECTOR_EXCLUDES(mutex) {
         MutexLock lock(mutex);
         checkUnclaimedLocked();
         valueRetrieved_ = true;
@@ -137,7 +139,7 @@ public:
 
     /// Hands the outcome to `callable` instead of to a get: see `Future::then`.
     template <class F>
-    void then(F&& callable) EXCLUDES(mutex) {
+    void then(F&& callable) CONNECTOR_EXCLUDES(mutex) {
         auto continuation = makeContinuation<T>(std::forward<F>(callable));
         {
             const MutexLock lock(mutex);
@@ -158,14 +160,14 @@ public:
 
     /// Waits without claiming the outcome. A continuation may still be running when this returns.
     /// Blocks: while Pending.
-    void waitUntilResolved() EXCLUDES(mutex) {
+    void waitUntilResolved() CONNECTOR_EXCLUDES(mutex) {
         MutexLock lock(mutex);
         waitLocked(lock);
     }
 
     /// As waitUntilResolved, for at most `limit`; true when resolved.
     template <class Rep, class Period>
-    bool waitFor(std::chrono::duration<Rep, Period> limit) EXCLUDES(mutex) {
+    bool waitFor(std::chrono::duration<Rep, Period> limit) CONNECTOR_EXCLUDES(mutex) {
         const auto deadline = deadlineAfter(limit);
         MutexLock lock(mutex);
         return condition.wait_until(lock.native(), deadline, [this] { return isResolved(); });
@@ -180,18 +182,18 @@ public:
 private:
     static constexpr std::size_t indexOf(FutureStatus status) { return static_cast<std::size_t>(status); }
 
-    void checkUnclaimedLocked() const REQUIRES(mutex) {
+    void checkUnclaimedLocked() const CONNECTOR_REQUIRES(mutex) {
         if (valueRetrieved_ || continuation_) {
             throw std::runtime_error("Future already returned it's value or has an associated continuation.");
         }
     }
 
-    void waitLocked(MutexLock& lock) REQUIRES(mutex) {
+    void waitLocked(MutexLock& lock) CONNECTOR_REQUIRES(mutex) {
         condition.wait(lock.native(), [this] { return isResolved(); });
     }
 
     template <FutureStatus Resolved, class Outcome>
-    void resolve(Outcome&& outcome) EXCLUDES(mutex) {
+    void resolve(Outcome&& outcome) CONNECTOR_EXCLUDES(mutex) {
         std::unique_ptr<Continuation<T>> continuation;
         {
             const MutexLock lock(mutex);
@@ -205,14 +207,14 @@ private:
 
     // The status last: a value whose move throws leaves the state Pending, and isResolved() never runs ahead.
     template <FutureStatus Resolved, class Outcome>
-    void storeLocked(Outcome&& outcome) REQUIRES(mutex) {
+    void storeLocked(Outcome&& outcome) CONNECTOR_REQUIRES(mutex) {
         result_.template emplace<indexOf(Resolved)>(std::forward<Outcome>(outcome));
         status = Resolved;
     }
 
     // The state is Value or Error, or there is no continuation: cancel() takes it out, then() refuses it
     // afterwards.
-    std::unique_ptr<Continuation<T>> takeContinuationLocked() REQUIRES(mutex) {
+    std::unique_ptr<Continuation<T>> takeContinuationLocked() CONNECTOR_REQUIRES(mutex) {
         if (continuation_) {
             futureRetrieved_ = false;
             valueRetrieved_ = false;
@@ -222,16 +224,16 @@ private:
 
     // Waiters are woken even when there is a continuation: waitUntilResolved() claims nothing, so both can
     // be.
-    void wakeAndRun(std::unique_ptr<Continuation<T>> continuation) EXCLUDES(mutex) {
+    void wakeAndRun(std::unique_ptr<Continuation<T>> continuation) CONNECTOR_EXCLUDES(mutex) {
         condition.notify_all();
         if (continuation) continuation->run(Future<T>(this->shared_from_this()));
     }
 
     // Which alternative holds follows `status`: indexOf(Value) and indexOf(Error) are theirs.
-    std::variant<std::monostate, StoredValue<T>, std::exception_ptr> result_ GUARDED_BY(mutex);
-    std::unique_ptr<Continuation<T>> continuation_ GUARDED_BY(mutex);
-    bool futureRetrieved_ GUARDED_BY(mutex) = false;
-    bool valueRetrieved_ GUARDED_BY(mutex) = false;
+    std::variant<std::monostate, StoredValue<T>, std::exception_ptr> result_ CONNECTOR_GUARDED_BY(mutex);
+    std::unique_ptr<Continuation<T>> continuation_ CONNECTOR_GUARDED_BY(mutex);
+    bool futureRetrieved_ CONNECTOR_GUARDED_BY(mutex) = false;
+    bool valueRetrieved_ CONNECTOR_GUARDED_BY(mutex) = false;
 };
 
 }  // namespace connector::detail

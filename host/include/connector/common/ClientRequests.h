@@ -50,13 +50,13 @@ public:
     /// A number that no other client of this process has.
     std::uint64_t number() const { return number_; }
 
-    std::size_t count() const EXCLUDES(mutex_) {
+    std::size_t count() const CONNECTOR_EXCLUDES(mutex_) {
         const MutexLock lock(mutex_);
         return entries_.size();
     }
 
     /// Takes back what has not begun; each is completed before this returns.
-    void withdraw() EXCLUDES(mutex_) {
+    void withdraw() CONNECTOR_EXCLUDES(mutex_) {
         std::vector<std::function<void()>> actions;
         {
             const MutexLock lock(mutex_);
@@ -68,18 +68,18 @@ public:
     }
 
     /// Takes back whatever can be taken back from now on.
-    void refuse() EXCLUDES(mutex_) {
+    void refuse() CONNECTOR_EXCLUDES(mutex_) {
         const MutexLock lock(mutex_);
         isRefusing_ = true;
     }
 
 private:
-    std::uint64_t add() EXCLUDES(mutex_) {
+    std::uint64_t add() CONNECTOR_EXCLUDES(mutex_) {
         const MutexLock lock(mutex_);
         entries_.emplace(++last_, nullptr);
         return last_;
     }
-    void set(std::uint64_t number, std::function<void()> withdraw) EXCLUDES(mutex_) {
+    void set(std::uint64_t number, std::function<void()> withdraw) CONNECTOR_EXCLUDES(mutex_) {
         {
             const MutexLock lock(mutex_);
             const auto found = entries_.find(number);
@@ -91,7 +91,7 @@ private:
         }
         withdraw();
     }
-    void remove(std::uint64_t number) EXCLUDES(mutex_) {
+    void remove(std::uint64_t number) CONNECTOR_EXCLUDES(mutex_) {
         const MutexLock lock(mutex_);
         entries_.erase(number);
     }
@@ -104,9 +104,9 @@ private:
     const std::uint64_t number_ = newNumber();
 
     mutable Mutex mutex_;
-    std::map<std::uint64_t, std::function<void()>> entries_ GUARDED_BY(mutex_);  ///< by age
-    std::uint64_t last_ GUARDED_BY(mutex_) = 0;
-    bool isRefusing_ GUARDED_BY(mutex_) = false;
+    std::map<std::uint64_t, std::function<void()>> entries_ CONNECTOR_GUARDED_BY(mutex_);  ///< by age
+    std::uint64_t last_ CONNECTOR_GUARDED_BY(mutex_) = 0;
+    bool isRefusing_ CONNECTOR_GUARDED_BY(mutex_) = false;
 };
 
 }  // namespace connector::common

@@ -23,15 +23,15 @@ enum class ContextScope {
 /// Threads: every operation from any thread.  Locks: mutex_.
 class ContextState {
 public:
-    bool has(std::string_view key) const EXCLUDES(mutex_);
+    bool has(std::string_view key) const CONNECTOR_EXCLUDES(mutex_);
     /// The value, or an empty one.
-    boost::any get(std::string_view key) const EXCLUDES(mutex_);
+    boost::any get(std::string_view key) const CONNECTOR_EXCLUDES(mutex_);
     void set(std::string_view key, boost::any value, ContextScope scope = ContextScope::Request)
-        EXCLUDES(mutex_);
+        CONNECTOR_EXCLUDES(mutex_);
 
     /// The value if it is there and is a `T`, else `otherwise`.
     template <class T>
-    T getOr(std::string_view key, T otherwise) const EXCLUDES(mutex_) {
+    T getOr(std::string_view key, T otherwise) const CONNECTOR_EXCLUDES(mutex_) {
         MutexLock lock(mutex_);
         const Entry* const entry = findLocked(key);
         const T* held = entry != nullptr ? boost::any_cast<T>(&entry->value) : nullptr;
@@ -52,10 +52,10 @@ private:
         ContextScope scope;
     };
 
-    const Entry* findLocked(std::string_view key) const REQUIRES(mutex_);
+    const Entry* findLocked(std::string_view key) const CONNECTOR_REQUIRES(mutex_);
 
     mutable Mutex mutex_;
-    std::vector<Entry> values_ GUARDED_BY(mutex_);  ///< a few
+    std::vector<Entry> values_ CONNECTOR_GUARDED_BY(mutex_);  ///< a few
 };
 
 /// Makes a context the current one of this thread while it is in scope; scopes nest. Null stands for an empty

@@ -37,14 +37,14 @@ public:
     /// Null when the name is in use. `released` is called once when it is not any more, on the thread that
     /// releases it; it must throw nothing.
     std::shared_ptr<Reservation> reserve(const std::string& name, std::function<void()> released = nullptr)
-        EXCLUDES(mutex_) {
+        CONNECTOR_EXCLUDES(mutex_) {
         const MutexLock lock(mutex_);
         if (!names_.insert(name).second) return nullptr;
         return std::make_shared<Reservation>(shared_from_this(), name, std::move(released));
     }
 
 private:
-    void release(Reservation& reservation) EXCLUDES(mutex_) {
+    void release(Reservation& reservation) CONNECTOR_EXCLUDES(mutex_) {
         {
             const MutexLock lock(mutex_);
             if (reservation.name_.empty()) return;
@@ -55,7 +55,7 @@ private:
     }
 
     Mutex mutex_;
-    std::unordered_set<std::string> names_ GUARDED_BY(mutex_);
+    std::unordered_set<std::string> names_ CONNECTOR_GUARDED_BY(mutex_);
 };
 
 }  // namespace connector::common

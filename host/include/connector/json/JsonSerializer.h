@@ -29,25 +29,25 @@ public:
     /// Locks: mutex_.
     /// Throws: std::invalid_argument when the name or the class is already part of another pair.
     void registerType(const std::string& typeName, std::type_index type, Reader reader, Writer writer,
-                      bool takesTexts = false) EXCLUDES(mutex_);
+                      bool takesTexts = false) CONNECTOR_EXCLUDES(mutex_);
 
     /// Whether `typeName` stands for a class.  Locks: mutex_.
-    bool isRegistered(const std::string& typeName) const EXCLUDES(mutex_);
+    bool isRegistered(const std::string& typeName) const CONNECTOR_EXCLUDES(mutex_);
 
     /// The message of type `typeName` that `object` describes.
     /// Locks: mutex_.
     /// Throws: std::invalid_argument when the name is not registered; what the reader throws.
     std::unique_ptr<Message> read(const std::string& typeName, const Poco::JSON::Object::Ptr& object) const
-        EXCLUDES(mutex_);
+        CONNECTOR_EXCLUDES(mutex_);
 
     /// The JSON form of `message`, whose own class decides, not one of its bases.
     /// Locks: mutex_.
     /// Throws: std::invalid_argument when the class is not registered; what the writer throws.
-    Poco::JSON::Object::Ptr write(const Message& message) const EXCLUDES(mutex_);
+    Poco::JSON::Object::Ptr write(const Message& message) const CONNECTOR_EXCLUDES(mutex_);
 
     /// The type name for the class of `message`.
     /// Locks: mutex_.  Throws: std::invalid_argument when the class is not registered.
-    std::string typeNameOf(const Message& message) const EXCLUDES(mutex_);
+    std::string typeNameOf(const Message& message) const CONNECTOR_EXCLUDES(mutex_);
 
 private:
     struct Entry {
@@ -59,11 +59,11 @@ private:
     };
     using EntryPtr = std::shared_ptr<const Entry>;
 
-    EntryPtr entryFor(const Message& message) const EXCLUDES(mutex_);
+    EntryPtr entryFor(const Message& message) const CONNECTOR_EXCLUDES(mutex_);
 
     mutable Mutex mutex_;
-    std::unordered_map<std::string, EntryPtr> byName_ GUARDED_BY(mutex_);
-    std::unordered_map<std::type_index, EntryPtr> byType_ GUARDED_BY(mutex_);
+    std::unordered_map<std::string, EntryPtr> byName_ CONNECTOR_GUARDED_BY(mutex_);
+    std::unordered_map<std::type_index, EntryPtr> byType_ CONNECTOR_GUARDED_BY(mutex_);
 };
 
 }  // namespace connector::json

@@ -91,8 +91,8 @@ public:
     /// Blocks: when it stops, while a handler runs on another thread.
     std::int32_t stopListening();
 
-    void handleClientSubscribe(const message_service::SubscribeEvent& event) EXCLUDES(mutex_);
-    void handleClientUnsubscribe(const message_service::UnsubscribeEvent& event) EXCLUDES(mutex_);
+    void handleClientSubscribe(const message_service::SubscribeEvent& event) CONNECTOR_EXCLUDES(mutex_);
+    void handleClientUnsubscribe(const message_service::UnsubscribeEvent& event) CONNECTOR_EXCLUDES(mutex_);
 
     /// Begins a request. What goes wrong is logged, and goes no further.
     /// The request tracker is told of every request of a client that names its type, also of one that is then
@@ -159,7 +159,7 @@ private:
 
     Mutex mutex_;
     /// What clients are subscribed to: client and channel.
-    std::set<std::pair<std::string, std::string>> clients_ GUARDED_BY(mutex_);
+    std::set<std::pair<std::string, std::string>> clients_ CONNECTOR_GUARDED_BY(mutex_);
 
     std::unique_ptr<message_service::Subscription> requests_;
     std::unique_ptr<message_service::Subscription> watch_;

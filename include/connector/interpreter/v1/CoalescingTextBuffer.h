@@ -56,28 +56,29 @@ public:
     /// Adds text that was printed on `type`. Text pending of another stream or request is delivered first, on
     /// this thread, and so is what other threads print there meanwhile. What the callback itself prints
     /// there is not: it goes out with `text`. Throws: std::bad_alloc, and `text` is not added then.
-    void append(std::u16string&& text, nmutil::io::StreamTypeEnum type) EXCLUDES(mutex_);
+    void append(std::u16string&& text, nmutil::io::StreamTypeEnum type) CONNECTOR_EXCLUDES(mutex_);
     /// Units: `length` in UTF-16 code units.
-    void append(const char16_t* text, std::size_t length, nmutil::io::StreamTypeEnum type) EXCLUDES(mutex_);
+    void append(const char16_t* text, std::size_t length, nmutil::io::StreamTypeEnum type)
+        CONNECTOR_EXCLUDES(mutex_);
 
     /// Delivers what is pending, on this thread.  Throws: std::bad_alloc, and the text stays pending then.
-    void flush() EXCLUDES(mutex_);
+    void flush() CONNECTOR_EXCLUDES(mutex_);
     /// From now on batches are delivered one at a time, in the order in which they are made, whichever
     /// threads deliver them: each waits for its turn, and flush() also for what other threads are delivering,
     /// so that what comes next comes after everything printed so far. One that takes longer than two seconds
     /// is waited for no longer. A callback that flushes does not wait for itself.
-    void deliverInOrder() EXCLUDES(mutex_);
+    void deliverInOrder() CONNECTOR_EXCLUDES(mutex_);
     /// Forgets what is pending.
-    void clear() EXCLUDES(mutex_);
-    void setCallback(Callback&& callback) EXCLUDES(mutex_);
+    void clear() CONNECTOR_EXCLUDES(mutex_);
+    void setCallback(Callback&& callback) CONNECTOR_EXCLUDES(mutex_);
 
     /// Whether printed text is also kept for telemetry; at first it is not.
-    void setDduxEnabled(bool enabled) EXCLUDES(mutex_);
+    void setDduxEnabled(bool enabled) CONNECTOR_EXCLUDES(mutex_);
     /// Keeps `utf8` for telemetry, or drops all of it when it does not fit in.
-    void appendDduxData(const std::string& utf8) REQUIRES(mutex_);
+    void appendDduxData(const std::string& utf8) CONNECTOR_REQUIRES(mutex_);
     /// Keeps a suggestion that was shown, as "Did you mean: ... ?".
-    void appendDduxDataForSuggestion(const std::u16string& suggestion) EXCLUDES(mutex_);
-    void clearDduxData() EXCLUDES(mutex_);
+    void appendDduxDataForSuggestion(const std::u16string& suggestion) CONNECTOR_EXCLUDES(mutex_);
+    void clearDduxData() CONNECTOR_EXCLUDES(mutex_);
     /// What was kept, in UTF-8.  Locks: none, so nothing may be appended at the same time: called after an
     /// evaluation has finished.
     std::string getDduxData() const CONNECTOR_TSA(no_thread_safety_analysis) { return dduxText_; }
@@ -93,36 +94,38 @@ protected:
 
     /// Lets the callback go and ends the thread; text is no longer delivered. A class that overrides
     /// getCurrentTime() calls this in its destructor, as the thread would else outlive what it calls.
-    void stop() EXCLUDES(mutex_);
+    void stop() CONNECTOR_EXCLUDES(mutex_);
 
 private:
     struct Batch;
 
-    void coalescerLoop() EXCLUDES(mutex_);
+    void coalescerLoop() CONNECTOR_EXCLUDES(mutex_);
     /// Both release `lock`, which is that of mutex_, while the callback runs.
-    void doFlush(connector::MutexLock& lock) REQUIRES(mutex_);
-    void doCallback(connector::MutexLock& lock) REQUIRES(mutex_);
-    Batch takeBatch() REQUIRES(mutex_);
+    void doFlush(connector::MutexLock& lock) CONNECTOR_REQUIRES(mutex_);
+    void doCallback(connector::MutexLock& lock) CONNECTOR_REQUIRES(mutex_);
+    Batch takeBatch() CONNECTOR_REQUIRES(mutex_);
     bool isOfOther(nmutil::io::StreamTypeEnum type,
-                   const std::shared_ptr<common::ContextState>& context) const REQUIRES(mutex_);
+                   const std::shared_ptr<common::ContextState>& context) const CONNECTOR_REQUIRES(mutex_);
     /// Releases `lock` as well.
-    void deliver(Batch batch, connector::MutexLock& lock) REQUIRES(mutex_)
+    void deliver(Batch batch, connector::MutexLock& lock) CONNECTOR_REQUIRES(mutex_)
         CONNECTOR_TSA(no_thread_safety_analysis);
-    void deliverIfDue(connector::MutexLock& lock) REQUIRES(mutex_) CONNECTOR_TSA(no_thread_safety_analysis);
-    void appendText(std::u16string_view text, nmutil::io::StreamTypeEnum type) EXCLUDES(mutex_);
+    void deliverIfDue(connector::MutexLock& lock) CONNECTOR_REQUIRES(mutex_)
+        CONNECTOR_TSA(no_thread_safety_analysis);
+    void appendText(std::u16string_view text, nmutil::io::StreamTypeEnum type) CONNECTOR_EXCLUDES(mutex_);
 
     connector::Mutex mutex_;
     std::condition_variable condition_;  ///< text is pending where there was none, or running_ has ended
-    Callback callback_ GUARDED_BY(mutex_);
+    Callback callback_ CONNECTOR_GUARDED_BY(mutex_);
     std::thread thread_;
-    connector::common::DataBuffer pending_ GUARDED_BY(mutex_);  ///< escaped, without the quotes
-    std::string dduxText_ GUARDED_BY(mutex_);
-    bool dduxEnabled_ GUARDED_BY(mutex_) = false;
-    TimePoint batchStart_ GUARDED_BY(mutex_);  ///< of the first piece pending; 0 makes it due
-    nmutil::io::StreamTypeEnum currentStream_ GUARDED_BY(mutex_) = nmutil::io::STANDARD_OUTPUT;
-    std::shared_ptr<common::ContextState> currentContext_ GUARDED_BY(mutex_);  ///< of what is pending
-    bool running_ GUARDED_BY(mutex_) = true;
-    bool isOrdered_ GUARDED_BY(mutex_) = false;
+    connector::common::DataBuffer pending_ CONNECTOR_GUARDED_BY(mutex_);  ///< escaped, without the quotes
+    std::string dduxText_ CONNECTOR_GUARDED_BY(mutex_);
+    bool dduxEnabled_ CONNECTOR_GUARDED_BY(mutex_) = false;
+    TimePoint batchStart_ CONNECTOR_GUARDED_BY(mutex_);  ///< of the first piece pending; 0 makes it due
+    nmutil::io::StreamTypeEnum currentStream_ CONNECTOR_GUARDED_BY(mutex_) = nmutil::io::STANDARD_OUTPUT;
+    std::shared_ptr<common::ContextState> currentContext_
+        CONNECTOR_GUARDED_BY(mutex_);  ///< of what is pending
+    bool running_ CONNECTOR_GUARDED_BY(mutex_) = true;
+    bool isOrdered_ CONNECTOR_GUARDED_BY(mutex_) = false;
     const std::unique_ptr<BatchOrder> order_;  ///< its lock may be taken under mutex_
     const std::unique_ptr<OutputLog> outputLog_;
 };

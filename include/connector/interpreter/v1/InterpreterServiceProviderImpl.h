@@ -51,19 +51,19 @@ public:
 
     using InterpreterServiceProvider::handle;
     connector::Future<std::unique_ptr<connector::Message>> handle(
-        std::unique_ptr<Interrupt>&& message) override EXCLUDES(mutex_);
+        std::unique_ptr<Interrupt>&& message) override CONNECTOR_EXCLUDES(mutex_);
     /// Calls the function at the interpreter states that the request names. What the function prints goes to
     /// the log alone.
     connector::Future<std::unique_ptr<connector::Message>> handle(std::unique_ptr<FEval>&& message) override
-        EXCLUDES(mutex_);
+        CONNECTOR_EXCLUDES(mutex_);
     /// Runs the code at the base prompt or, while the interpreter reads typed characters, types it.
     /// Throws: std::runtime_error, "Future state isn't valid!", when the module was not started.
     connector::Future<std::unique_ptr<connector::Message>> handle(std::unique_ptr<Eval>&& message) override
-        EXCLUDES(mutex_);
+        CONNECTOR_EXCLUDES(mutex_);
 
 protected:
     /// Interrupts what runs for pending requests and releases them.
-    void doStop() override EXCLUDES(mutex_);
+    void doStop() override CONNECTOR_EXCLUDES(mutex_);
 
 private:
     struct DequeMode;
@@ -74,8 +74,8 @@ private:
     /// interrupt or there is no interpreter or service to run it.
     enum class Admission { Admitted, Stale, Unavailable };
     Admission admit(const std::shared_ptr<PendingRequest>& token,
-                    const connector::common::ContextState& context) EXCLUDES(mutex_);
-    void dismiss(const std::shared_ptr<PendingRequest>& token) EXCLUDES(mutex_);
+                    const connector::common::ContextState& context) CONNECTOR_EXCLUDES(mutex_);
+    void dismiss(const std::shared_ptr<PendingRequest>& token) CONNECTOR_EXCLUDES(mutex_);
 
     void evaluate(StatusToken& token, EvalResponse& response, const Eval& request, const Context& context);
     /// Queues the code and waits for its end.  Throws: what queueing and running throw.
@@ -97,7 +97,7 @@ private:
     static void updateEvalResponse(const EvalResponse& response);
 
     /// Takes a function call into the pending list. Returns null, or why the request is refused.
-    const char* admitCall(const std::shared_ptr<PendingRequest>& token) EXCLUDES(mutex_);
+    const char* admitCall(const std::shared_ptr<PendingRequest>& token) CONNECTOR_EXCLUDES(mutex_);
     void callFunction(CallToken& token, FEvalResponse& response, FEval& request, const Context& context);
     /// Queues the call, with the arguments moved out of the request, and waits for its end.  Throws: what
     /// queueing and running throw.
@@ -108,10 +108,10 @@ private:
     const char* unavailability() const;
     std::string configuredDequeMode() const;
 
-    bool isStaleLocked(const connector::common::ContextState& context) const REQUIRES(mutex_);
+    bool isStaleLocked(const connector::common::ContextState& context) const CONNECTOR_REQUIRES(mutex_);
     bool isInterpreterAvailable() const { return zvm_ && zvm_->isAvailable(); }
-    void withdrawPendingLocked() REQUIRES(mutex_);
-    void releasePendingLocked(std::chrono::steady_clock::time_point deadline) REQUIRES(mutex_);
+    void withdrawPendingLocked() CONNECTOR_REQUIRES(mutex_);
+    void releasePendingLocked(std::chrono::steady_clock::time_point deadline) CONNECTOR_REQUIRES(mutex_);
 
     connector::Mutex mutex_;
     const std::shared_ptr<zvm::ZVM> zvm_;
@@ -119,9 +119,10 @@ private:
         dequeMode_;  ///< shared with the listener, which may outlive this object for a moment
     const std::shared_ptr<TypedLevels> typedLevels_;  ///< shared with tasks in the interpreter's queue
     std::vector<std::unique_ptr<connector::reactive_streams::Canceller>> listeners_;
-    std::list<std::weak_ptr<PendingRequest>> pending_ GUARDED_BY(mutex_);
-    std::uint64_t lastInterrupt_ GUARDED_BY(mutex_) = 0;         ///< milliseconds of the system clock
-    std::uint64_t lastInterruptArrival_ GUARDED_BY(mutex_) = 0;  ///< as connector::common::requestArrival
+    std::list<std::weak_ptr<PendingRequest>> pending_ CONNECTOR_GUARDED_BY(mutex_);
+    std::uint64_t lastInterrupt_ CONNECTOR_GUARDED_BY(mutex_) = 0;  ///< milliseconds of the system clock
+    std::uint64_t lastInterruptArrival_ CONNECTOR_GUARDED_BY(mutex_) =
+        0;  ///< as connector::common::requestArrival
 };
 
 }  // namespace connector::interpreter::v1

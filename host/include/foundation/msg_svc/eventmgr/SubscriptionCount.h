@@ -24,11 +24,11 @@ using Counter = std::atomic<std::uint64_t>;
 /// Threads: any.  Locks: mutex_, a leaf, for one look-up.
 class CounterMap {
 public:
-    void increment(std::u16string_view name) EXCLUDES(mutex_);
+    void increment(std::u16string_view name) CONNECTOR_EXCLUDES(mutex_);
     /// Leaves a counter that is zero as it is.
-    void decrement(std::u16string_view name) EXCLUDES(mutex_);
-    std::uint64_t count(std::u16string_view name) const EXCLUDES(mutex_);
-    std::shared_ptr<const Counter> watch(std::u16string_view name) EXCLUDES(mutex_);
+    void decrement(std::u16string_view name) CONNECTOR_EXCLUDES(mutex_);
+    std::uint64_t count(std::u16string_view name) const CONNECTOR_EXCLUDES(mutex_);
+    std::shared_ptr<const Counter> watch(std::u16string_view name) CONNECTOR_EXCLUDES(mutex_);
 
 private:
     struct Hash {
@@ -38,11 +38,11 @@ private:
         }
     };
 
-    const std::shared_ptr<Counter>& counterLocked(std::u16string_view name) REQUIRES(mutex_);
+    const std::shared_ptr<Counter>& counterLocked(std::u16string_view name) CONNECTOR_REQUIRES(mutex_);
 
     mutable connector::Mutex mutex_;
     std::unordered_map<std::u16string, std::shared_ptr<Counter>, Hash, std::equal_to<>> counters_
-        GUARDED_BY(mutex_);
+        CONNECTOR_GUARDED_BY(mutex_);
 };
 
 }  // namespace detail
