@@ -35,12 +35,14 @@ void acceptInterrupts() {
     standalone::setOutsideInterruptHandler([] {});
 }
 
-standalone::HostOptions prepareHost(const WindowSize& window) {
+standalone::HostOptions prepareHost(const WindowSize& window, const Workplace& workplace) {
+    workplace.enter();
     standalone::blockInterpreterSignals();
     acceptInterrupts();
     standalone::HostOptions options;
     options.columns = static_cast<std::uint64_t>(window.columns);
     options.rows = static_cast<std::uint64_t>(window.rows);
+    options.virtualEnvironment = workplace.venv();
     return options;
 }
 
@@ -96,9 +98,9 @@ private:
 
 }  // namespace
 
-InProcessSession::InProcessSession(const WindowSize& window)
+InProcessSession::InProcessSession(const WindowSize& window, const Workplace& workplace)
     : serializer_(std::make_shared<connector::json::JsonSerializer>()),
-      host_(prepareHost(window)),
+      host_(prepareHost(window, workplace)),
       module_({.framework = host_.framework(),
                .configuration = host_.configuration(),
                .serializer = serializer_,

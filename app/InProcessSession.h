@@ -4,6 +4,7 @@
 #include <string>
 
 #include "Session.h"
+#include "Workplace.h"
 #include "connector/interpreter/Module.h"
 #include "standalone/StandaloneHost.h"
 #include "terminal.h"
@@ -16,7 +17,8 @@ namespace app {
 /// thread it starts later, no longer takes SIGINT: that signal is the interpreter's.
 class InProcessSession : public Session {
 public:
-    explicit InProcessSession(const WindowSize& window);
+    /// Enters the workplace, which must have been found.
+    explicit InProcessSession(const WindowSize& window, const Workplace& workplace = {});
 
     StandardStreams streams() const override;
     Poco::JSON::Object::Ptr request(const std::string& type, const Poco::JSON::Object::Ptr& message) override;

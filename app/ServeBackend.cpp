@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <system_error>
+#include <utility>
 #include <vector>
 
 #include <sys/prctl.h>
@@ -28,7 +29,7 @@ namespace v1 = connector::interpreter::v1;
 
 class InterpreterBackend : public ServeBackend {
 public:
-    InterpreterBackend() : session_(WindowSize()) {
+    explicit InterpreterBackend(const Workplace& workplace) : session_(WindowSize(), workplace) {
         framework = session_.host().framework();
         serializer = session_.serializer();
         messages = session_.host().messages();
@@ -51,20 +52,21 @@ private:
 /// Nothing of an interpreter is in this process, and the processes of interpreters cannot look into it.
 class WorkerBackend : public ServeBackend {
 public:
-    WorkerBackend() {
+    explicit WorkerBackend(Workplace workplace) : workplace_(std::move(workplace)) {
         if (::prctl(PR_SET_DUMPABLE, 0, 0, 0, 0) != 0) {
             throw std::system_error(errno, std::generic_category(), "the process cannot be protected");
         }
         messages = std::make_shared<messages::LocalMessageService>();
     }
     void configure(gateway::GatewayOptions& options) override {
-        options.makePort = gateway::workerPorts(supervisor_);
+        options.makePort = gateway::workerPorts(supervisor_, workplace_.folder(), workplace_.venv());
     }
     // Interpreters that do not end are killed before.
     std::chrono::milliseconds timeToStop() const override { return std::chrono::seconds(10); }
     int standardOutput() const override { return STDOUT_FILENO; }
 
 private:
+    const Workplace workplace_;
     supervisor::Supervisor supervisor_;
 };
 
@@ -99,9 +101,13 @@ private:
 
 }  // namespace
 
-std::unique_ptr<ServeBackend> makeWorkerBackend() { return std::make_unique<WorkerBackend>(); }
+std::unique_ptr<ServeBackend> makeWorkerBackend(Workplace workplace) {
+    return std::make_unique<WorkerBackend>(std::move(workplace));
+}
 
-std::unique_ptr<ServeBackend> makeInterpreterBackend() { return std::make_unique<InterpreterBackend>(); }
+std::unique_ptr<ServeBackend> makeInterpreterBackend(const Workplace& workplace) {
+    return std::make_unique<InterpreterBackend>(workplace);
+}
 
 std::unique_ptr<ServeBackend> makeMockBackend() { return std::make_unique<MockBackend>(); }
 

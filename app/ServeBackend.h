@@ -3,6 +3,7 @@
 #include <chrono>
 #include <memory>
 
+#include "Workplace.h"
 #include "connector/ServiceFramework.h"
 #include "connector/json/JsonSerializer.h"
 #include "gateway/GatewayOptions.h"
@@ -30,11 +31,12 @@ public:
     std::shared_ptr<messages::LocalMessageService> messages;
 };
 
-/// Interpreters in processes of their own, which start on demand.
-std::unique_ptr<ServeBackend> makeWorkerBackend();
+/// Interpreters in processes of their own, which start on demand. Those that name no folder or no virtual
+/// environment have that of `workplace`.
+std::unique_ptr<ServeBackend> makeWorkerBackend(Workplace workplace);
 
 /// An interpreter in this process.  Blocks: until it takes requests.
-std::unique_ptr<ServeBackend> makeInterpreterBackend();
+std::unique_ptr<ServeBackend> makeInterpreterBackend(const Workplace& workplace);
 
 /// Fixed answers, without an interpreter and without streaming.
 std::unique_ptr<ServeBackend> makeMockBackend();

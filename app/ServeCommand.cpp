@@ -91,7 +91,8 @@ std::unique_ptr<gateway::Gateway> startGateway(gateway::GatewayOptions options, 
 
 std::unique_ptr<ServeBackend> makeBackend(const ServeSettings& settings) {
     if (settings.mock) return makeMockBackend();
-    return settings.inProcess ? makeInterpreterBackend() : makeWorkerBackend();
+    return settings.inProcess ? makeInterpreterBackend(settings.workplace)
+                              : makeWorkerBackend(settings.workplace);
 }
 
 int runServe(const ServeSettings& settings) {
@@ -136,6 +137,7 @@ void addServeCommand(CLI::App& program, std::function<int()>& command) {
             if (char* token = std::getenv("NUMORA_TOKEN")) std::fill_n(token, std::strlen(token), '*');
             ::unsetenv("NUMORA_TOKEN");  // the programs that code starts have no need to know it
             settings->readFile();
+            settings->workplace.find();
             useLogLevel(*settings, program);
             return runServe(*settings);
         };

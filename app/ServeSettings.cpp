@@ -212,6 +212,7 @@ void ServeSettings::addTo(CLI::App& command) {
                "milliseconds (default: 2000); 0: code never waits",
                "NUMORA_OWNER_WAIT")
         ->type_name("MS");
+    workplace.addTo(command);
     command.add_flag("--in-process", inProcess,
                      "Run the interpreter in the process of the server, which then ends with it");
     command.add_flag("--mock", mock, "Answer requests without an interpreter, always in the same way");
@@ -251,9 +252,13 @@ gateway::GatewayOptions ServeSettings::gatewayOptions() const {
     options.token = token.value_or("");
     options.hosts = hosts;
     options.origins = origins;
-    options.console = console.value_or("");
-    options.tlsCertificate = tlsCertificate.value_or("");
-    options.tlsKey = tlsKey.value_or("");
+    // An interpreter in this process may have another folder.
+    const auto absolute = [](const std::optional<std::string>& path) {
+        return path && !path->empty() ? fs::absolute(*path) : fs::path();
+    };
+    options.console = absolute(console);
+    options.tlsCertificate = absolute(tlsCertificate);
+    options.tlsKey = absolute(tlsKey);
     options.limits.connections = connections.value_or(options.limits.connections);
     options.limits.bodyBytes = bodyBytes.value_or(options.limits.bodyBytes);
     options.handlerThreads = handlerThreads.value_or(options.handlerThreads);

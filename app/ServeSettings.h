@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "Workplace.h"
 #include "gateway/Gateway.h"
 
 namespace CLI {
@@ -36,6 +37,7 @@ struct ServeSettings {
     std::optional<std::size_t> mostInterpreters;
     std::vector<gateway::TokenOptions> tokens;
     std::map<std::string, std::string> interpreters;  ///< by id, as GatewayOptions has them
+    Workplace workplace;                              ///< of interpreters that name none
     std::optional<std::string> file;
     bool mock = false;
     bool inProcess = false;

@@ -15,6 +15,7 @@ void SessionOptions::addTo(CLI::App& command) {
     command.add_option("--interpreter", interpreter, "An interpreter of the server (default: default)")
         ->type_name("ID")
         ->needs(command.get_option("--url"));
+    workplace.addTo(command);
 }
 
 void SessionOptions::addServerTo(CLI::App& command) {
@@ -47,7 +48,14 @@ ServerAddress SessionOptions::server() const {
 }
 
 std::unique_ptr<Session> SessionOptions::open(const WindowSize& window) const {
-    if (url.empty() && interpreter.empty()) return std::make_unique<InProcessSession>(window);
+    if (url.empty() && interpreter.empty()) {
+        Workplace found = workplace;
+        found.find();
+        return std::make_unique<InProcessSession>(window, found);
+    }
+    if (workplace.isChosen())
+        throw InputError(
+            "--venv and --folder must not be given with a server, whose interpreters have their own");
     return std::make_unique<RemoteSession>(server());
 }
 

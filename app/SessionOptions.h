@@ -5,6 +5,7 @@
 
 #include "ServerAddress.h"
 #include "Session.h"
+#include "Workplace.h"
 #include "terminal.h"
 
 namespace CLI {
@@ -18,6 +19,7 @@ struct SessionOptions {
     std::string url;          ///< empty: one of its own
     std::string token;        ///< empty: that in the URL, or in the environment
     std::string interpreter;  ///< empty: that in the URL
+    Workplace workplace;      ///< of one of its own
 
     /// Adds the flags to the command.
     void addTo(CLI::App& command);

@@ -12,6 +12,7 @@
 
 #include "WorkerProcess.h"
 #include "WorkerStatus.h"
+#include "Workplace.h"
 #include "connector/interpreter/Module.h"
 #include "connector/json/JsonSerializer.h"
 #include "foundation/log/diagnostic_logger.h"
@@ -48,17 +49,6 @@ void useLogLevel() {
     if (level == nullptr) return;
     requireLogLevel("NUMORA_LOG_LEVEL", level);
     foundation::log::setLevel(foundation::log::severityFromName(level));
-}
-
-// As the environment's own script for shells does, so that programs that code starts are in it, too.
-void enterEnvironment(const links::Start& start) {
-    if (!start.folder.empty() && ::chdir(start.folder.c_str()) != 0) {
-        throw std::runtime_error("The folder " + start.folder + " cannot be entered.");
-    }
-    if (start.venv.empty()) return;
-    const char* const path = std::getenv("PATH");
-    ::setenv("VIRTUAL_ENV", start.venv.c_str(), 1);
-    ::setenv("PATH", (start.venv + "/bin" + (path != nullptr ? ":" + std::string(path) : "")).c_str(), 1);
 }
 
 standalone::HostOptions hostOptions(const WorkerProcess& process, const links::Start& start,
@@ -123,7 +113,7 @@ int runWorker() {
         useLogLevel();
         const auto start =
             link->greet({.build = NUMORA_VERSION, .pid = static_cast<std::uint64_t>(::getpid())});
-        enterEnvironment(start);
+        Workplace(start.venv, start.folder).enter();
         standalone::StandaloneHost host(hostOptions(process, start, *link, status));
         status.setDeafFor([&host] { return host.deafFor(); });
         serve(host, *link);
