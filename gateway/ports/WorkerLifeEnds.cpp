@@ -88,7 +88,8 @@ void WorkerLife::buried(const DeathRecord& record) {
         } else {
             enterLocked(record.cause == cause::idle ? Phase::Absent : Phase::Dead);
             const bool isWanted = !restarts_.empty() || !waiting_.empty();
-            if (isWanted || spec_.restart == RestartMode::Always) startLocked(actions);
+            const bool isToReturn = spec_.restart == RestartMode::Always && record.cause != cause::idle;
+            if (isWanted || isToReturn) startLocked(actions);
         }
     }
     run(actions);

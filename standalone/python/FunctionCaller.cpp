@@ -80,6 +80,20 @@ std::vector<matrix::ArrayPtr> FunctionCaller::call(const cmddistributor::FEvalII
     return name == callJson ? callThroughJson(*iip.data()) : callWithArrays(name, iip);
 }
 
+std::u16string FunctionCaller::textOf(const cmddistributor::FEvalIIP& iip, std::size_t most) {
+    const auto* const name = std::get_if<std::string>(&iip.function());
+    const auto& arguments = iip.data()->arguments;
+    const auto isText = [](const auto& argument) { return argument && argument->classId() == mxCHAR_CLASS; };
+    if (name == nullptr || *name != callJson || arguments.size() < 2 || !isText(arguments[0]))
+        return iip.toCustomerFriendlyString().substr(0, most);
+    std::u16string text = matrix::get_ustring(*arguments[0]) + u"(";
+    for (std::size_t i = 2; i < arguments.size() && text.size() < most; ++i) {
+        if (i > 2) text += u", ";
+        if (isText(arguments[i])) text.append(matrix::get_ustring(*arguments[i]), 0, most);
+    }
+    return (text + u")").substr(0, most);
+}
+
 std::vector<matrix::ArrayPtr> FunctionCaller::callWithArrays(const std::string& name,
                                                              const cmddistributor::FEvalIIP& iip) {
     const PyRef values(load() ? PyList_New(0) : nullptr);

@@ -25,6 +25,9 @@ public:
     /// cmddistributor::RuntimeException, when the function fails or an argument or a result cannot be passed.
     std::vector<matrix::ArrayPtr> call(const cmddistributor::FEvalIIP& iip);
 
+    /// The call as a person would write it, the first `most` UTF-16 code units of it.  Threads: any; no lock.
+    static std::u16string textOf(const cmddistributor::FEvalIIP& iip, std::size_t most);
+
 private:
     std::vector<matrix::ArrayPtr> callThroughJson(const cmddistributor::FEvalIIP::Data& data);
     std::vector<matrix::ArrayPtr> callWithArrays(const std::string& name,

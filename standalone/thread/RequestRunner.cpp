@@ -93,8 +93,10 @@ void RequestRunner::tellObserver() const {
     const auto& iip = request->request.getIIP();
     if (dynamic_cast<const cmddistributor::PackagedTaskIIP*>(iip.get()) != nullptr) return;
     const auto* const evaluation = dynamic_cast<const cmddistributor::EvalIIP*>(iip.get());
-    const std::u16string code =
-        evaluation != nullptr ? evaluation->code().substr(0, most) : iip->toCustomerFriendlyString();
+    const auto* const call = dynamic_cast<const cmddistributor::FEvalIIP*>(iip.get());
+    const std::u16string code = evaluation != nullptr ? evaluation->code().substr(0, most)
+                                : call != nullptr     ? FunctionCaller::textOf(*call, most)
+                                                      : iip->toCustomerFriendlyString();
     const RunningCode running{request->context.get(), code, request->since};
     observer_->runs(&running);
 }

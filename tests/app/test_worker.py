@@ -258,6 +258,10 @@ class WorkerTest(unittest.TestCase):
         rest = os.read(worker.errors, 1 << 16) if select.select([worker.errors], [], [], 0)[0] else b""
         self.assertIn(b"native", box + rest)
         self.assertIn(b"Segmentation fault", os.pread(worker.trace, 1 << 16, 0))
+        worker = self.worker()
+        worker.ask(worker.main, "request", 1, "FEval", {"function": "ctypes.string_at", "arguments": [1, 2], "uuid": "u"})
+        self.assertEqual(worker.wait(), -signal.SIGSEGV)
+        self.assertIn(b"ctypes.string_at(1, 2)", os.pread(worker.box, 128 << 10, 0))
 
     def test_it_ends_with_its_link(self):
         closing = "import os, time; os.closerange(3, 65536); time.sleep(60)"
