@@ -34,7 +34,11 @@ struct HttpRequest {
     std::string clientType;  ///< Connector-Client-Type
     std::string life;        ///< Connector-Interpreter-Life
     bool wantsWebSocket = false;
-    std::string peerAddress;   ///< without the port
+    bool isSecure = false;           ///< the client has sent it over TLS
+    bool isSchemeForwarded = false;  ///< as a trusted proxy says
+    /// Of whom the request comes from, without the port: the peer of the connection, or who trusted proxies
+    /// say.
+    std::string clientAddress;
     std::string localAddress;  ///< that the client has reached, as it stands in Host, without the port
     std::string body{};
 

@@ -84,11 +84,12 @@ bool AccessPolicy::isAllowedOrigin(const HttpRequest& request) const {
     const std::string_view origin = request.origin;
     if (origin.empty() || isForeignOrigin(origin)) return true;
     const bool isSecure = origin.starts_with(secureScheme);
-    if (!isSecure && (options_.isSecure || !origin.starts_with(plainScheme))) return false;
+    if (!isSecure && !origin.starts_with(plainScheme)) return false;
+    if (isSecure != request.isSecure && (request.isSecure || request.isSchemeForwarded)) return false;
     const std::string_view defaultPort = isSecure ? "443" : "80";
     const Authority page =
         split(origin.substr(isSecure ? secureScheme.size() : plainScheme.size()), defaultPort);
-    if (page.port == port_ && isSecure == options_.isSecure && isOwn(page.name, request.localAddress)) {
+    if (page.port == port_ && isSecure == request.isSecure && isOwn(page.name, request.localAddress)) {
         return true;
     }
     const Authority host = split(request.host, defaultPort);
@@ -131,10 +132,10 @@ const Grant* AccessPolicy::grantOfKey(std::string_view text, std::string Key::*m
     return grant;
 }
 
-std::string AccessPolicy::setCookie(const Grant& grant) const {
+std::string AccessPolicy::setCookie(const Grant& grant, bool isSecure) const {
     const auto key = std::ranges::find_if(keys_, [&](const Key& each) { return &each.grant == &grant; });
     return cookieName_ + "=" + key->cookieKey + "; Path=/; HttpOnly; SameSite=Strict" +
-           (options_.isSecure ? "; Secure" : "");
+           (isSecure ? "; Secure" : "");
 }
 
 }  // namespace gateway::access

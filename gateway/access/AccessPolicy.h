@@ -21,7 +21,6 @@ struct AccessOptions {
     std::vector<RestrictedToken> restricted{};  ///< further ones
     std::vector<std::string> hosts{};    ///< further names of this server: with a port, or for every port
     std::vector<std::string> origins{};  ///< further origins whose pages may use it: "https://lab.example"
-    bool isSecure = false;               ///< connections are encrypted
 };
 
 /// Who may talk to the server.
@@ -30,7 +29,8 @@ struct AccessOptions {
 /// thinks that it talks to, must be the loopback, the address that the connection has reached, or a
 /// configured name. Its Origin, which browsers add for pages, must be that of this server, by scheme, host
 /// and port, or a configured one. A name that is configured for every port is this server's at the port in
-/// Host alone: other ports of the machine may be another user's.
+/// Host alone: other ports of the machine may be another user's. The scheme of the page has to be that of the
+/// request, as far as it is known: a proxy of which nobody says that it is to be trusted may have had TLS.
 ///
 /// Browsers get a cookie. Cookies do not know ports, so it is not the token but a key that is derived from it
 /// for this port, under a name with the port. Those of the restricted tokens are derived from the first one,
@@ -54,8 +54,9 @@ public:
     /// The same for the text of a token.
     const Grant* grantOf(std::string_view token) const;
 
-    /// What makes a browser show the key of a token with each later request: the value of Set-Cookie.
-    std::string setCookie(const Grant& grant) const;
+    /// What makes a browser show the key of a token with each later request, which are encrypted if this one
+    /// is: the value of Set-Cookie.
+    std::string setCookie(const Grant& grant, bool isSecure) const;
 
 private:
     struct Key {

@@ -24,7 +24,7 @@ struct Services {
 
 /// The sender of `request`, as the Bayeux server sees it.
 inline bayeux::Peer peerOf(const HttpRequest& request) {
-    return {.address = request.peerAddress,
+    return {.address = request.clientAddress,
             .isAuthenticated = request.grant != nullptr,
             .clientType = request.clientType,
             .origin = request.origin};

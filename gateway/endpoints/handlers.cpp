@@ -86,7 +86,7 @@ Pending answerHome(const Services& services, const HttpRequest& request, Done do
     auto reply = pageReply(303, "Numora Connector", "<a href=\"" + home + "\">The console</a>");
     reply.headers.emplace_back("Location", home);
     if (const auto* grant = services.access.grantOf(token)) {
-        reply.headers.emplace_back("Set-Cookie", services.access.setCookie(*grant));
+        reply.headers.emplace_back("Set-Cookie", services.access.setCookie(*grant, request.isSecure));
     }
     done(std::move(reply));
     return nullptr;

@@ -4,6 +4,7 @@
 
 #include "endpoints/Endpoints.h"
 #include "gateway/GatewayOptions.h"
+#include "http/TrustedProxies.h"
 
 namespace gateway::http {
 
@@ -11,6 +12,7 @@ namespace gateway::http {
 struct ConnectionContext {
     endpoints::Endpoints& endpoints;
     const ConnectionLimits& limits;
+    const TrustedProxies& proxies;
     boost::asio::thread_pool& reading;  ///< where large bodies and frames are read, one after the other
 };
 

@@ -21,6 +21,7 @@
 #include "http/ResponseWriter.h"
 #include "http/WebSocketConnection.h"
 #include "http/addresses.h"
+#include "http/forwarded.h"
 #include "http/streams.h"
 #include "log.h"
 
@@ -67,7 +68,9 @@ public:
           reader_(context.limits),
           bodyLimits_(context.endpoints, context.limits) {
         error_code error;
-        peerAddress_ = addressText(socket().remote_endpoint(error).address());
+        const auto peer = socket().remote_endpoint(error).address();
+        peerAddress_ = addressText(peer);
+        isPeerProxy_ = context.proxies.contain(peer);
         localAddress_ = addressText(socket().local_endpoint(error).address());
     }
 
@@ -184,8 +187,10 @@ private:
             return refuse(400, "Transfer-Encoding must be chunked, without a Content-Length.");
         }
         HttpRequest head = requestHead(received);
-        head.peerAddress = peerAddress_;
+        head.clientAddress = peerAddress_;
         head.localAddress = localAddress_;
+        head.isSecure = isTls;
+        if (isPeerProxy_) applyForwarded(head, received, context_.proxies);
         if (auto refusal = context_.endpoints.check(head)) {
             // What of the body is not read yet would be taken for the next request.
             keepAlive_ = keepAlive_ && reader_.isComplete();
@@ -352,6 +357,7 @@ private:
     std::shared_ptr<OpenConnections::Place> place_;
     const ConnectionContext context_;
     std::string peerAddress_;
+    bool isPeerProxy_ = false;  ///< one that is trusted
     std::string localAddress_;
 
     State state_ = State::Handshake;

@@ -27,11 +27,14 @@ ip::address reachableAddress(const ip::address& address) {
     return ip::address_v4::loopback();
 }
 
-std::string addressText(ip::address address) {
-    if (address.is_v6() && address.to_v6().is_v4_mapped()) {
-        address = ip::make_address_v4(ip::v4_mapped, address.to_v6());
-    }
-    return address.is_v6() ? "[" + address.to_string() + "]" : address.to_string();
+ip::address plainAddress(const ip::address& address) {
+    if (!address.is_v6() || !address.to_v6().is_v4_mapped()) return address;
+    return ip::make_address_v4(ip::v4_mapped, address.to_v6());
+}
+
+std::string addressText(const ip::address& address) {
+    const auto plain = plainAddress(address);
+    return plain.is_v6() ? "[" + plain.to_string() + "]" : plain.to_string();
 }
 
 }  // namespace gateway::http

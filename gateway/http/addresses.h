@@ -12,8 +12,10 @@ boost::asio::ip::address addressOf(const std::string& host);
 /// Where this machine reaches what listens at `address`, which may stand for all addresses.
 boost::asio::ip::address reachableAddress(const boost::asio::ip::address& address);
 
-/// The text of an address as it stands in a URL: an IPv4 one that arrived as IPv6 without the prefix, an IPv6
-/// one in brackets.
-std::string addressText(boost::asio::ip::address address);
+/// The IPv4 address that one of IPv6 stands for, if it does.
+boost::asio::ip::address plainAddress(const boost::asio::ip::address& address);
+
+/// The text of a plain address as it stands in a URL: an IPv6 one in brackets.
+std::string addressText(const boost::asio::ip::address& address);
 
 }  // namespace gateway::http

@@ -65,10 +65,10 @@ Server::Server(const Parts& parts, const boost::asio::ip::address& address)
       access_({.token = parts.options.token,
                .restricted = restrictedTokens(parts.options),
                .hosts = parts.options.hosts,
-               .origins = parts.options.origins,
-               .isSecure = tls_ != nullptr},
+               .origins = parts.options.origins},
               listener_.port()),
       files_(parts.options.console),
+      proxies_(parts.options.trustedProxies),
       connections_(std::make_shared<http::OpenConnections>(parts.options.limits.connections)),
       interpreters_([this](const auto& spec) { return makeDesk(spec); }, parts.options.mostInterpreters),
       endpoints_({.access = access_,
@@ -83,7 +83,10 @@ Server::Server(const Parts& parts, const boost::asio::ip::address& address)
         auto place = connections_->take();
         if (!place) return http::closeNow(socket);
         http::serveHttp(std::move(socket), tls_.get(), std::move(place),
-                        {.endpoints = endpoints_, .limits = parts_.options.limits, .reading = reading_});
+                        {.endpoints = endpoints_,
+                         .limits = parts_.options.limits,
+                         .proxies = proxies_,
+                         .reading = reading_});
     });
     startThreads();
 }

@@ -17,6 +17,7 @@
 #include "http/HttpConnection.h"
 #include "http/Listener.h"
 #include "http/OpenConnections.h"
+#include "http/TrustedProxies.h"
 #include "interpreters/Registry.h"
 #include "messages/LocalMessageService.h"
 #include "metrics/RequestMetrics.h"
@@ -67,6 +68,7 @@ private:
     http::Listener listener_;
     const access::AccessPolicy access_;
     const endpoints::StaticFiles files_;
+    const http::TrustedProxies proxies_;
     const std::shared_ptr<http::OpenConnections> connections_;
     metrics::RequestMetrics metrics_;
     interpreters::Registry interpreters_;

@@ -36,13 +36,13 @@ TEST(AccessPolicyTest, allowsTheOriginsOfThisServerAndTheConfiguredOnes) {
     const auto isAllowed = [](std::uint16_t port, const std::string& origin, const std::string& host) {
         const AccessPolicy policy({.token = "t",
                                    .hosts = {"proxy.example:443", "gate.example"},
-                                   .origins = {"https://lab.example"},
-                                   .isSecure = port == 443},
+                                   .origins = {"https://lab.example"}},
                                   port);
         HttpRequest request;
         request.host = host;
         request.localAddress = "192.0.2.7";
         request.origin = origin;
+        request.isSecure = port == 443;
         return policy.isAllowedOrigin(request);
     };
     for (const char* origin : {"", "http://LocalHost:8350", "http://192.0.2.7:8350", "https://proxy.example",
@@ -71,13 +71,13 @@ TEST(TokenTest, isFoundInHeaderAndQueryAndItsKeyAmongOtherCookies) {
         return policy.grantOf(request) != nullptr;
     };
     const auto cookieOf = [](const std::string& set) { return set.substr(0, set.find(';')); };
-    const std::string cookie = cookieOf(policy.setCookie(*policy.grantOf("secret")));
+    const std::string cookie = cookieOf(policy.setCookie(*policy.grantOf("secret"), false));
     const std::string name = cookie.substr(0, cookie.find('=') + 1);
     EXPECT_EQ(cookie.find("secret"), std::string::npos);
     EXPECT_TRUE(allows(&HttpRequest::cookie, "a=b;" + cookie));
     EXPECT_TRUE(allows(&HttpRequest::cookie, name + "wrong; " + cookie + "; z"));
     const AccessPolicy ofAnother({.token = "secret"}, 2);
-    const std::string ofAnotherPort = cookieOf(ofAnother.setCookie(*ofAnother.grantOf("secret")));
+    const std::string ofAnotherPort = cookieOf(ofAnother.setCookie(*ofAnother.grantOf("secret"), false));
     for (const std::string& wrong : {"x-" + cookie, cookie + "2", name, name + "secret", ofAnotherPort,
                                      name + ofAnotherPort.substr(ofAnotherPort.find('=') + 1)}) {
         EXPECT_FALSE(allows(&HttpRequest::cookie, wrong)) << wrong;
@@ -103,7 +103,7 @@ TEST(TokenTest, thatIsRestrictedHasAKeyOfItsOwnWithItsRightsAlone) {
     };
     const AccessPolicy policy = policyOf("secret");
     HttpRequest request;
-    request.cookie = policy.setCookie(*policy.grantOf("other"));
+    request.cookie = policy.setCookie(*policy.grantOf("other"), false);
     const auto* grant = policy.grantOf(request);
     ASSERT_EQ(grant, policy.grantOf("other"));
     for (const char* id : {"lab", "team-", "team-1"}) EXPECT_TRUE(grant->allows(Right::Use, id)) << id;

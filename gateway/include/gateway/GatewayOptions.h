@@ -68,7 +68,9 @@ struct GatewayOptions {
     std::string token{};
     std::vector<std::string> hosts{};    ///< further names of this server: with a port, or for every port
     std::vector<std::string> origins{};  ///< further origins whose pages may use it: "https://lab.example"
-    std::filesystem::path console{};     ///< the folder with the files of the browser console; may be empty
+    /// Addresses and networks of proxies that are believed when they say for whom a request is.
+    std::vector<std::string> trustedProxies{};
+    std::filesystem::path console{};  ///< the folder with the files of the browser console; may be empty
     std::filesystem::path tlsCertificate{};  ///< in PEM, with the chain; empty for plain HTTP
     std::filesystem::path tlsKey{};
 
