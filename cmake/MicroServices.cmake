@@ -10,12 +10,12 @@ else()
     add_subdirectory(microservices)
 endif()
 
-# Where the program finds bundles, from its own folder: the same in the build tree as in an installation.
-set(NUMORA_BUNDLES_FROM_PROGRAM ${NUMORA_LIB_FROM_BIN}/numora/bundles)
+# Where a host finds bundles, from the folder of the shared libraries: in the build tree as in an installation.
+set(NUMORA_BUNDLES_FROM_LIBRARY numora/bundles)
 
 # numora_add_bundle(target NAME name MANIFEST manifest.json SOURCES source... [INSTALL]): a bundle, in the library
 # lib<name>.so. `name` is a C identifier and the manifest's bundle.symbolic_name; the manifest is a file of that
-# very name in the current folder. INSTALL: it is installed where the program finds it.
+# very name in the current folder. INSTALL: it is installed where a host finds it.
 function(numora_add_bundle target)
     cmake_parse_arguments(ARG "INSTALL" "NAME;MANIFEST" "SOURCES" ${ARGN})
     set(manifest ${CMAKE_CURRENT_SOURCE_DIR}/${ARG_MANIFEST})
@@ -41,7 +41,7 @@ function(numora_add_bundle target)
     set_target_properties(${target} PROPERTIES
         US_BUNDLE_NAME ${ARG_NAME}
         OUTPUT_NAME ${ARG_NAME}
-        LIBRARY_OUTPUT_DIRECTORY ${CMAKE_RUNTIME_OUTPUT_DIRECTORY}/${NUMORA_BUNDLES_FROM_PROGRAM}
+        LIBRARY_OUTPUT_DIRECTORY ${CMAKE_LIBRARY_OUTPUT_DIRECTORY}/${NUMORA_BUNDLES_FROM_LIBRARY}
         INSTALL_RPATH $ORIGIN/../..)
     if(CppMicroServices_FOUND)
         usFunctionEmbedResources(TARGET ${target} LINK FILES ${ARG_MANIFEST})
@@ -51,10 +51,10 @@ function(numora_add_bundle target)
             ${manifest} $<TARGET_FILE:${target}>.manifest.json)
     endif()
     if(ARG_INSTALL)
-        set(folder ${CMAKE_INSTALL_LIBDIR}/numora/bundles)
-        install(TARGETS ${target} LIBRARY DESTINATION ${folder})
+        set(folder ${CMAKE_INSTALL_LIBDIR}/${NUMORA_BUNDLES_FROM_LIBRARY})
+        install(TARGETS ${target} LIBRARY DESTINATION ${folder} COMPONENT program)
         if(NOT CppMicroServices_FOUND)
-            install(FILES $<TARGET_FILE:${target}>.manifest.json DESTINATION ${folder})
+            install(FILES $<TARGET_FILE:${target}>.manifest.json DESTINATION ${folder} COMPONENT program)
         endif()
     endif()
 endfunction()

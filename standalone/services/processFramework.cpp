@@ -9,6 +9,7 @@
 #include "cppmicroservices/Constants.h"
 #include "cppmicroservices/FrameworkFactory.h"
 #include "foundation/log/diagnostic_logger.h"
+#include "host/libraryFolder.h"
 
 namespace standalone {
 
@@ -66,8 +67,7 @@ fs::path bundleLibrary(const std::string& path) {
         const auto library = fs::weakly_canonical(fs::absolute(folder, error) / file, error);
         if (fs::exists(library, error)) return library;
     }
-    const auto program = fs::read_symlink("/proc/self/exe", error);
-    return fs::weakly_canonical(program.parent_path() / NUMORA_BUNDLES_FROM_PROGRAM / file, error);
+    return fs::weakly_canonical(host::libraryFolder() / NUMORA_BUNDLES_FROM_LIBRARY / file, error);
 }
 
 std::vector<Bundle> installAndStartBundles(const std::string& path) {

@@ -15,8 +15,8 @@ namespace standalone {
 cppmicroservices::Framework processFramework();
 
 /// Where the library of the bundle that `path` ends with is: lib<name>.so in the folder that the environment
-/// variable NUMORA_BUNDLES names, else in ../lib/numora/bundles beside the program (for lib/, the folder that
-/// libraries are installed in). Absolute; of the second folder when it is in neither.
+/// variable NUMORA_BUNDLES names, else in numora/bundles beside the shared library of the host interface.
+/// Absolute; of the second folder when it is in neither.
 /// `path` is divided at "\" and "/".
 std::filesystem::path bundleLibrary(const std::string& path);
 
