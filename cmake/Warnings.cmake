@@ -21,11 +21,13 @@ function(numora_add_component target type alias)
     add_library(ConnectorInterpreter::${alias} ALIAS ${target})
     target_link_libraries(${target} PRIVATE $<BUILD_INTERFACE:numora_build_flags>)
     set_target_properties(${target} PROPERTIES
-        EXPORT_NAME ${alias} VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})
+        EXPORT_NAME ${alias}
+        # As the version file of the package: what is of another minor version is something else.
+        VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR})
     target_compile_features(${target} PUBLIC cxx_std_20)
     if(NOT NUMORA_INCLUDE_DIR)
         set(NUMORA_INCLUDE_DIR ${CMAKE_CURRENT_SOURCE_DIR}/include)
     endif()
     target_include_directories(${target} PUBLIC
-        $<BUILD_INTERFACE:${NUMORA_INCLUDE_DIR}> $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
+        $<BUILD_INTERFACE:${NUMORA_INCLUDE_DIR}> $<INSTALL_INTERFACE:${NUMORA_INSTALL_INCLUDEDIR}>)
 endfunction()

@@ -21,7 +21,7 @@ struct HostOptions {
     /// output, and their standard input is empty.
     bool captureFileDescriptors = true;
     /// Initial configuration values.
-    std::map<std::string, std::string> configuration;
+    std::map<std::string, std::string> configuration = {};
     /// Where records of usage are kept, as lines of JSON. Empty: nowhere.
     std::string telemetryFile = {};
     messages::MessageServiceOptions messages = {};
