@@ -44,6 +44,7 @@ public:
     std::chrono::milliseconds timeToStop() const override { return std::chrono::milliseconds(2500); }
     bool isReady() const override { return session_.host().requestGate()->isOpen(); }
     int standardOutput() const override { return session_.host().standardOutput(); }
+    int standardError() const override { return session_.host().standardError(); }
 
 private:
     InProcessSession session_;
@@ -63,7 +64,6 @@ public:
     }
     // Interpreters that do not end are killed before.
     std::chrono::milliseconds timeToStop() const override { return std::chrono::seconds(10); }
-    int standardOutput() const override { return STDOUT_FILENO; }
 
 private:
     const Workplace workplace_;
@@ -88,7 +88,6 @@ public:
     }
     void configure(gateway::GatewayOptions&) override {}
     std::chrono::milliseconds timeToStop() const override { return std::chrono::milliseconds(2500); }
-    int standardOutput() const override { return STDOUT_FILENO; }
 
 private:
     void provide(std::vector<std::type_index> types, std::shared_ptr<connector::ServiceProvider> provider) {

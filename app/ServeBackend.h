@@ -3,6 +3,8 @@
 #include <chrono>
 #include <memory>
 
+#include <unistd.h>
+
 #include "Workplace.h"
 #include "connector/ServiceFramework.h"
 #include "connector/json/JsonSerializer.h"
@@ -22,8 +24,9 @@ public:
     virtual void configure(gateway::GatewayOptions& options) = 0;
     /// How long it may take to stop.
     virtual std::chrono::milliseconds timeToStop() const = 0;
-    /// The program's own standard output: a file descriptor, valid as long as this is.
-    virtual int standardOutput() const = 0;
+    /// The program's own standard output and error: file descriptors, valid as long as this is.
+    virtual int standardOutput() const { return STDOUT_FILENO; }
+    virtual int standardError() const { return STDERR_FILENO; }
 
     // The first two are null where interpreters are processes of their own.
     std::shared_ptr<connector::ServiceFramework> framework;

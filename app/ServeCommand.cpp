@@ -17,6 +17,7 @@
 #include <unistd.h>
 
 #include "ServeBackend.h"
+#include "ServeLog.h"
 #include "ServeSettings.h"
 #include "StopSignals.h"
 #include "foundation/log/diagnostic_logger.h"
@@ -28,6 +29,11 @@
 namespace app {
 
 namespace {
+
+const foundation::log::DiagnosticLogger& log() {
+    static const foundation::log::DiagnosticLogger instance("numora");
+    return instance;
+}
 
 constexpr auto timeForLog = std::chrono::milliseconds(200);
 constexpr rlim_t otherFiles = 512;
@@ -51,7 +57,7 @@ private:
     void run() {
         std::unique_lock lock(mutex_);
         if (changed_.wait_for(lock, limit_, [this] { return isOver_; })) return;
-        foundation::log::writeLine("numora: the running code does not end; the process ends without it");
+        log().error("The running code does not end; the process ends without it.");
         foundation::log::flush(timeForLog);
         std::_Exit(0);
     }
@@ -95,16 +101,27 @@ std::unique_ptr<ServeBackend> makeBackend(const ServeSettings& settings) {
                               : makeWorkerBackend(settings.workplace);
 }
 
+// Who has chosen the token knows it, and what is printed may be kept by others.
+void announce(const gateway::Gateway& gateway, const ServeSettings& settings, int standardOutput) {
+    const std::string token = settings.token ? "" : "?token=" + gateway.token();
+    log().info("Listening on " + gateway.url());
+    writeAll(standardOutput, "Listening on " + gateway.url() + token + "\n");
+}
+
 int runServe(const ServeSettings& settings) {
     const StopSignals signals(settings.inProcess && !settings.mock);
+    ServeLog serveLog(settings.format());
+    serveLog.use(ServeLog::open(settings.logFiles()));
+    log().info("Numora Connector " NUMORA_VERSION " starts: process " + std::to_string(::getpid()) +
+               (settings.file ? ", settings of " + *settings.file : ""));
     auto options = settings.gatewayOptions();
     allowFiles(options);
     auto backend = makeBackend(settings);
+    serveLog.useStreams(backend->standardError());
     const auto messages = backend->messages;
     const auto gateway = startGateway(std::move(options), *backend);
-    writeAll(backend->standardOutput(),
-             "Listening on " + gateway->url() + "?token=" + gateway->token() + "\n");
-    signals.wait();
+    announce(*gateway, settings, backend->standardOutput());
+    log().info("Stopping on " + signals.wait());
     const StopDeadline deadline(backend->timeToStop());
     gateway->stop();
     // Before the gateway, into which what still runs may publish.
@@ -114,9 +131,17 @@ int runServe(const ServeSettings& settings) {
 
 void useLogLevel(const ServeSettings& settings, const CLI::App& program) {
     const auto* flag = program.get_option("--log-level");
-    const auto level = flag->count() > 0 ? flag->as<std::string>() : settings.logLevel.value_or("error");
+    const auto level = flag->count() > 0 ? flag->as<std::string>() : settings.logLevel.value_or("info");
     foundation::log::setLevel(foundation::log::severityFromName(level));
-    ::setenv("NUMORA_LOG_LEVEL", level.c_str(), 1);  // for the processes of interpreters
+}
+
+// Programs that code starts have no need to know a token, also not from where the system shows what the
+// process was started with. The URL is for commands that use a server, and may hold one.
+void forgetTokens() {
+    for (const char* name : {"NUMORA_TOKEN", "NUMORA_URL"}) {
+        if (char* value = std::getenv(name)) std::fill_n(value, std::strlen(value), '*');
+        ::unsetenv(name);
+    }
 }
 
 }  // namespace
@@ -133,9 +158,7 @@ void addServeCommand(CLI::App& program, std::function<int()>& command) {
                 requireLogLevel("NUMORA_LOG_LEVEL", level);
                 settings->logLevel = level;
             }
-            // Also not where the system shows what the process was started with.
-            if (char* token = std::getenv("NUMORA_TOKEN")) std::fill_n(token, std::strlen(token), '*');
-            ::unsetenv("NUMORA_TOKEN");  // the programs that code starts have no need to know it
+            forgetTokens();
             settings->readFile();
             settings->workplace.find();
             useLogLevel(*settings, program);

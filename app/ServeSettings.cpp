@@ -14,6 +14,7 @@
 #include <CLI/CLI.hpp>
 #include <toml++/toml.h>
 
+#include "LogFormat.h"
 #include "optionValues.h"
 #include "standalone/virtualEnvironment.h"
 #include "text.h"
@@ -194,6 +195,20 @@ void ServeSettings::addTo(CLI::App& command) {
     command.add_option("--config", file, "A TOML file with settings")
         ->type_name("FILE")
         ->envname("NUMORA_CONFIG");
+    command
+        .add_option_function<std::string>(
+            "--log-format",
+            [this](const std::string& name) {
+                logFormatFrom(nameOf("--log-format", "NUMORA_LOG_FORMAT", name), name);
+                logFormat = name;
+            },
+            "How the lines of the log look: text (the default) or json")
+        ->type_name("FORMAT")
+        ->envname("NUMORA_LOG_FORMAT");
+    command
+        .add_option("--log-file", logFile, "The file that the log is appended to (default: standard error)")
+        ->type_name("FILE")
+        ->envname("NUMORA_LOG_FILE");
     command.add_option("--console", console, "The folder with the files of the browser console")
         ->type_name("DIR")
         ->envname("NUMORA_CONSOLE");
@@ -228,6 +243,11 @@ void ServeSettings::readFile() {
     settings.take("log_level", level);
     if (level) requireLogLevel(*file + ": log_level", *level);
     if (!logLevel) logLevel = level;
+    std::optional<std::string> format;
+    settings.take("log_format", format);
+    if (format) logFormatFrom(*file + ": log_format", *format);
+    if (!logFormat) logFormat = format;
+    settings.takePath("log_file", logFile);
     settings.takePath("console", console);
     settings.takePath("tls_cert", tlsCertificate);
     settings.takePath("tls_key", tlsKey);

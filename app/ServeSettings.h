@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "ServeLog.h"
 #include "Workplace.h"
 #include "gateway/Gateway.h"
 
@@ -23,6 +24,8 @@ struct ServeSettings {
     std::optional<std::uint16_t> port;
     std::optional<std::string> token;
     std::optional<std::string> logLevel;
+    std::optional<std::string> logFormat;
+    std::optional<std::string> logFile;
     std::optional<std::string> console;
     std::optional<std::string> tlsCertificate;
     std::optional<std::string> tlsKey;
@@ -49,6 +52,8 @@ struct ServeSettings {
     void readFile();
 
     gateway::GatewayOptions gatewayOptions() const;
+    ServeLog::Files logFiles() const { return {.log = logFile}; }
+    LogFormat format() const { return logFormatFrom("log_format", logFormat.value_or("text")); }
 };
 
 }  // namespace app

@@ -2,7 +2,9 @@
 
 #include <atomic>
 #include <cerrno>
+#include <csignal>
 #include <cstdint>
+#include <cstring>
 #include <system_error>
 
 #include <sys/eventfd.h>
@@ -16,13 +18,16 @@ namespace {
 
 std::atomic<int> event{-1};  // for the handlers; readable once a signal has come
 
+std::atomic<int> last{SIGINT};  // that has come; an interpreter tells of its own without a number
+
 void notify() {
     const std::uint64_t one = 1;
     if (::write(event.load(), &one, sizeof one) < 0) return;  // it is notified already
 }
 
-void onSignal(int) {
+void onSignal(int number) {
     const int savedErrno = errno;
+    last = number;
     notify();
     errno = savedErrno;
 }
@@ -53,11 +58,12 @@ StopSignals::~StopSignals() {
     ::close(event.exchange(-1));
 }
 
-void StopSignals::wait() const {
+std::string StopSignals::wait() const {
     std::uint64_t count = 0;
     while (::read(event.load(), &count, sizeof count) < 0) {
         if (errno != EINTR) throw std::system_error(errno, std::generic_category(), "eventfd");
     }
+    return "SIG" + std::string(::sigabbrev_np(last));
 }
 
 }  // namespace app

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <csignal>
+#include <string>
 
 namespace app {
 
@@ -21,8 +22,8 @@ public:
     StopSignals(const StopSignals&) = delete;
     StopSignals& operator=(const StopSignals&) = delete;
 
-    /// Blocks: until one of the signals comes, or has come.
-    void wait() const;
+    /// The name of one of the signals.  Blocks: until it comes, or has come.
+    std::string wait() const;
 
 private:
     static constexpr std::array<int, 3> signals = {SIGINT, SIGTERM, SIGHUP};

@@ -1,5 +1,6 @@
 #include "WorkerCommand.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <exception>
@@ -16,7 +17,6 @@
 #include "connector/interpreter/Module.h"
 #include "connector/json/JsonSerializer.h"
 #include "foundation/log/diagnostic_logger.h"
-#include "optionValues.h"
 #include "services/window.h"
 #include "standalone/StandaloneHost.h"
 #include "worker/Link.h"
@@ -33,8 +33,8 @@ constexpr int interruptsOfStreams = 10;
 class LogOverLink {
 public:
     explicit LogOverLink(const std::shared_ptr<worker::Link>& link)
-        : previous_(foundation::log::setWriter([link](auto logger, auto severity, auto text) {
-              link->tellLog(static_cast<std::uint64_t>(severity), logger, text);
+        : previous_(foundation::log::setWriter([link](const auto& record) {
+              link->tellLog(static_cast<std::uint64_t>(record.severity), record.logger, record.text);
           })) {}
     ~LogOverLink() { foundation::log::setWriter(previous_); }
     LogOverLink(const LogOverLink&) = delete;
@@ -44,11 +44,8 @@ private:
     const foundation::log::LogWriter previous_;
 };
 
-void useLogLevel() {
-    const char* const level = std::getenv("NUMORA_LOG_LEVEL");
-    if (level == nullptr) return;
-    requireLogLevel("NUMORA_LOG_LEVEL", level);
-    foundation::log::setLevel(foundation::log::severityFromName(level));
+void useLogLevel(std::uint64_t severity) {
+    foundation::log::setLevel(static_cast<foundation::log::Severity>(std::min(severity, std::uint64_t{3})));
 }
 
 standalone::HostOptions hostOptions(const WorkerProcess& process, const links::Start& start,
@@ -106,13 +103,14 @@ int runWorker() {
         std::make_shared<worker::Link>(worker::Link::Options{.main = process.main(),
                                                              .control = process.control(),
                                                              .broken = endBecauseOfLink,
-                                                             .status = [&status] { return status.pong(); }});
+                                                             .status = [&status] { return status.pong(); },
+                                                             .setLogLevel = useLogLevel});
     status.setTellState([&link = *link](std::string_view state) { link.tellState(state); });
     const LogOverLink log(link);
     try {
-        useLogLevel();
         const auto start =
             link->greet({.build = NUMORA_VERSION, .pid = static_cast<std::uint64_t>(::getpid())});
+        useLogLevel(start.logLevel);
         Workplace(start.venv, start.folder).enter();
         standalone::StandaloneHost host(hostOptions(process, start, *link, status));
         status.setDeafFor([&host] { return host.deafFor(); });

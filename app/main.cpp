@@ -32,12 +32,11 @@ constexpr int failure = 1;
 constexpr int wrongUsage = 2;
 
 void useFormatOfProgram() {
-    foundation::log::setWriter(
-        [](std::string_view logger, foundation::log::Severity severity, std::string_view text) {
-            static constexpr const char* names[] = {"debug", "info", "warning", "error"};
-            foundation::log::writeLine("numora: " + std::string(names[static_cast<std::size_t>(severity)]) +
-                                       ": [" + std::string(logger) + "] " + std::string(text));
-        });
+    foundation::log::setWriter([](const foundation::log::Record& record) {
+        std::string line = "numora: ";
+        line.append(nameOf(record.severity)).append(": [").append(record.logger).append("] ");
+        foundation::log::writeLine(line.append(record.text));
+    });
 }
 
 void describeProgram(CLI::App& program) {
@@ -60,7 +59,8 @@ void describeProgram(CLI::App& program) {
                 requireLogLevel("--log-level", name);
                 foundation::log::setLevel(foundation::log::severityFromName(name));
             },
-            "How much to log on standard error: debug, info, warning or error (the default)")
+            "How much to log on standard error: debug, info, warning or error (the default, but for serve: "
+            "info)")
         ->type_name("LEVEL");
 }
 

@@ -13,6 +13,9 @@ namespace app {
 std::int64_t integerOf(const std::string& option, const std::string& variable, const std::string& text,
                        std::int64_t least, std::int64_t most);
 
+/// The name of what has given a value: the environment variable, if it holds the value, else the option.
+std::string nameOf(const std::string& option, const std::string& variable, const std::string& value);
+
 /// Adds an option whose value must be an integer from `least` to `most`.
 template <class Value>
 CLI::Option* addInteger(CLI::App& command, const std::string& option, Value& value, std::int64_t least,

@@ -120,6 +120,9 @@ StateHead StateHead::decode(std::string_view head) { return decoded<StateHead>(h
 std::string LogHead::encode() const { return encoded(*this); }
 LogHead LogHead::decode(std::string_view head) { return decoded<LogHead>(head); }
 
+std::string PingHead::encode() const { return encoded(*this); }
+PingHead PingHead::decode(std::string_view head) { return decoded<PingHead>(head); }
+
 std::string PongHead::encode() const { return encoded(*this); }
 PongHead PongHead::decode(std::string_view head) { return decoded<PongHead>(head); }
 

@@ -158,11 +158,11 @@ void ConnectorEventMgrBridge::Impl::handleSubscribe(const std::string& channel) 
     MutexLock lock(mutex_);
     if (const auto found = channels_.find(channel); found != channels_.end()) {
         ++found->second.count;
-        logger_.info("Incref for channel " + channel);
+        logger_.debug("Incref for channel " + channel);
         return;
     }
     channels_.emplace(channel, Entry{1, connect(channel, names[2], names[3])});
-    logger_.info("Subscribed to channel " + channel);
+    logger_.debug("Subscribed to channel " + channel);
 }
 
 ScopedConnection ConnectorEventMgrBridge::Impl::connect(const std::string& channel, const std::string& id,
@@ -184,10 +184,10 @@ void ConnectorEventMgrBridge::Impl::handleUnsubscribe(const std::string& channel
     } else if (found->second.count == 1) {
         ended = std::move(found->second.connection);
         channels_.erase(found);
-        logger_.info("Unsubscribed from channel " + channel);
+        logger_.debug("Unsubscribed from channel " + channel);
     } else {
         --found->second.count;
-        logger_.info("Decref for channel " + channel);
+        logger_.debug("Decref for channel " + channel);
     }
 }
 

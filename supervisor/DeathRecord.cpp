@@ -1,8 +1,8 @@
 #include "supervisor/DeathRecord.h"
 
 #include "connector/json/ObjectBuilder.h"
+#include "foundation/core/utcText.h"
 #include "signalNames.h"
-#include "supervisor/utcText.h"
 
 namespace supervisor {
 
@@ -47,7 +47,7 @@ std::string consequence(const DeathRecord& record) {
 ObjectBuilder briefOf(const DeathRecord& record) {
     ObjectBuilder object;
     object.add("life", record.life).add("cause", record.cause).add("detail", record.detail);
-    object.add("sentence", record.sentence()).add("ended", utcText(record.ended));
+    object.add("sentence", record.sentence()).add("ended", foundation::core::utcText(record.ended));
     return object;
 }
 
@@ -68,7 +68,7 @@ std::string DeathRecord::brief() const { return briefOf(*this).take(); }
 std::string DeathRecord::json() const {
     ObjectBuilder object;
     object.add("interpreter", interpreter).addMembers(briefOf(*this));
-    object.add("pid", pid).add("started", utcText(started));
+    object.add("pid", pid).add("started", foundation::core::utcText(started));
     if (requestType.empty())
         object.addJson("request", "null");
     else

@@ -165,8 +165,7 @@ std::vector<std::string> inheritedEnvironment() {
     std::vector<std::string> kept;
     for (char** at = ::environ; at != nullptr && *at != nullptr; ++at) {
         const std::string variable = *at;
-        if (!variable.starts_with("NUMORA_") || variable.starts_with("NUMORA_LOG_LEVEL=") ||
-            variable.starts_with("NUMORA_BUNDLES="))
+        if (!variable.starts_with("NUMORA_") || variable.starts_with("NUMORA_BUNDLES="))
             kept.push_back(variable);
     }
     return kept;

@@ -8,8 +8,8 @@
 
 namespace supervisor {
 
-/// The environment of this process, as far as workers get it: no NUMORA_* but NUMORA_LOG_LEVEL and
-/// NUMORA_BUNDLES. Threads: none may change the environment meanwhile.
+/// The environment of this process, as far as workers get it: no NUMORA_* but NUMORA_BUNDLES.
+/// Threads: none may change the environment meanwhile.
 std::vector<std::string> inheritedEnvironment();
 
 /// Starts a process with these descriptors, and no others: 0 /dev/null; 1, 2 write ends of two pipes; 3 main,

@@ -131,8 +131,8 @@ private:
         place->pidfd.release();
         const Watched watched = std::move(*place);
         watched_.erase(place);
-        log().info("the interpreter " + record->interpreter + ", life " + std::to_string(record->life) +
-                   ", has ended: " + record->cause + ", " + record->detail);
+        log().debug("the interpreter " + record->interpreter + ", life " + std::to_string(record->life) +
+                    ", has ended: " + record->cause + ", " + record->detail);
         reapStrangers();
         call(watched.ended, std::move(*record));
         noteIfStopped();

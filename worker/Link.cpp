@@ -198,6 +198,8 @@ private:
             case Kind::Interrupt:
                 return requests_.interrupt(std::move(frame));
             case Kind::Ping: {
+                const auto level = links::PingHead::decode(frame.head).logLevel;
+                if (options_.setLogLevel) options_.setLogLevel(level);
                 const auto status = options_.status ? options_.status() : links::PongHead();
                 control_->send({.kind = Kind::Pong, .id = frame.id, .head = status.encode(), .body = {}});
                 return;

@@ -74,16 +74,17 @@ std::shared_ptr<asio::ssl::context> makeTlsContext(const std::filesystem::path& 
     SSL_CTX_set_min_proto_version(context->native_handle(), TLS1_2_VERSION);
     // Where nobody answers, OpenSSL would ask at the terminal.
     context->set_password_callback([](auto, auto) { return std::string(); });
-    const auto use = [](const std::filesystem::path& file, const char* what, const auto& action) {
+    const auto use = [](const std::filesystem::path& file, const char* option, const char* what,
+                        const auto& action) {
         error_code error;
         action(error);
         if (!error) return;
-        throw std::runtime_error("Cannot use " + file.string() + " as a " + what +
-                                 " in PEM: " + reasonOf(error));
+        throw std::invalid_argument(std::string(option) + ": " + file.string() + " cannot be used as a " +
+                                    what + " in PEM: " + reasonOf(error));
     };
-    use(certificate, "certificate",
+    use(certificate, "--tls-cert", "certificate",
         [&](error_code& error) { context->use_certificate_chain_file(certificate.string(), error); });
-    use(key, "key", [&](error_code& error) {
+    use(key, "--tls-key", "key", [&](error_code& error) {
         context->use_private_key_file(key.string(), asio::ssl::context::pem, error);
     });
     return context;

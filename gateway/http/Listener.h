@@ -17,7 +17,7 @@ class context;
 namespace gateway::http {
 
 /// What TLS connections are made with. Passphrases are not asked for.
-/// Throws: std::runtime_error, when a file cannot be used.
+/// Throws: std::invalid_argument, which names the option and the file that cannot be used.
 std::shared_ptr<boost::asio::ssl::context> makeTlsContext(const std::filesystem::path& certificate,
                                                           const std::filesystem::path& key);
 

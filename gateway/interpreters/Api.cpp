@@ -13,7 +13,7 @@
 #include "connector/json/ObjectBuilder.h"
 #include "connector/json/parse.h"
 #include "dispatch/members.h"
-#include "supervisor/utcText.h"
+#include "foundation/core/utcText.h"
 
 namespace gateway::interpreters {
 
@@ -46,7 +46,7 @@ std::string infoOf(const Desk& desk) {
     if (state.state == "ready") info.add("activity", state.activity);
     info.add("health", state.health)
         .add("life", state.life)
-        .add("since", supervisor::utcText(state.since))
+        .add("since", foundation::core::utcText(state.since))
         .addJson("request", requestJson(state.request))
         .add("memoryBytes", state.memoryBytes)
         .add("processorMs", state.processorMs)

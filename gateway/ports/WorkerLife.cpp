@@ -170,6 +170,7 @@ void WorkerLife::spawned(std::uint64_t number, const WorkerPtr& worker, const st
         start.life = number;
         start.folder = spec_.worker.folder.string();
         start.venv = spec_.worker.venv.string();
+        start.logLevel = static_cast<std::uint64_t>(foundation::log::level());
         const auto weak = weak_from_this();
         const auto toSelf = [weak](auto action) {
             return [weak, action](const auto&... arguments) {
@@ -231,6 +232,9 @@ void WorkerLife::flushWaiting() {
             if (phase_ != Phase::Starting || !link_) return;
             if (waiting_.empty()) {
                 enterLocked(Phase::Ready);
+                actions.emplace_back([text = "The interpreter \"" + spec_.worker.id + "\" runs: life " +
+                                             std::to_string(number_) + ", process " +
+                                             std::to_string(worker_->pid()) + "."] { log().info(text); });
                 answerRestartsLocked(Answer{}, actions);
             } else {
                 work = std::move(waiting_.front().work);

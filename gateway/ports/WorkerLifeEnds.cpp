@@ -37,7 +37,7 @@ void WorkerLife::noteBroken(std::uint64_t number, const std::string& reason) {
         if (number == number_) worker = worker_;
     }
     if (!worker) return;
-    log().info("The link to interpreter " + spec_.worker.id + " is broken: " + reason);
+    log().debug("The link to interpreter " + spec_.worker.id + " is broken: " + reason);
     worker->kill(cause::closedTheLink);
 }
 

@@ -21,6 +21,7 @@
 namespace gateway::ports {
 
 namespace asio = boost::asio;
+namespace log = foundation::log;
 namespace wire = connector::wire;
 using connector::MutexLock;
 using connector::common::ClientRequests;
@@ -197,10 +198,12 @@ void WorkerLink::take(Frame&& frame) {
         }
         case Kind::Log: {
             const auto head = links::LogHead::decode(frame.head);
-            const auto severity = head.severity > 3 ? 3 : static_cast<int>(head.severity);
-            return foundation::log::DiagnosticLogger(head.logger)
-                .write(static_cast<foundation::log::Severity>(severity),
-                       "interpreter " + startHead_.id + ": " + frame.body);
+            const auto severity = static_cast<log::Severity>(std::min(head.severity, std::uint64_t{3}));
+            if (!log::DiagnosticLogger::isEnabled(severity)) return;
+            return log::write({.logger = head.logger,
+                               .severity = severity,
+                               .text = frame.body,
+                               .interpreter = startHead_.id});
         }
         case Kind::Pong:
             return takePong(frame);
@@ -351,7 +354,9 @@ void WorkerLink::armPing() {
     ping_.async_wait(asio::bind_executor(strand_, [weak = weak_from_this()](const auto& error) {
         const auto self = weak.lock();
         if (error || !self || self->isOver_) return;
-        self->control_.writer.send({.kind = Kind::Ping, .id = ++self->pings_});
+        links::PingHead head;
+        head.logLevel = static_cast<std::uint64_t>(log::level());
+        self->control_.writer.send({.kind = Kind::Ping, .id = ++self->pings_, .head = head.encode()});
         for (const auto& taken : self->inFlight_.takeOverdue(Clock::now())) {
             taken({504, "the interpreter does not answer; it may run the code later"});
         }

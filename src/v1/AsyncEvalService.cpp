@@ -53,7 +53,7 @@ AsyncEvalService::AsyncEvalService(AsyncEvalServices services,
           },
           true)),
       listening_(std::make_unique<CountedSwitch>([this] { listen(); }, [this] { stopToListen(); })) {
-    asyncLog().info("Constructing async eval");
+    asyncLog().debug("Constructing async eval");
     coalescer_->deliverInOrder();
     coalescer_->setCallback(batchPublisher(publisher_));
 }

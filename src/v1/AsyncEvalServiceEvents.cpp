@@ -42,7 +42,7 @@ void AsyncEvalService::handleClientUnsubscribe(const message_service::Unsubscrib
 }
 
 void AsyncEvalService::listen() {
-    asyncLog().info("Starting async eval:");
+    asyncLog().debug("Starting async eval:");
     const auto manager = nmutil::eventmgr::createLocalEventMgr();
     std::vector<ScopedConnection> connections;
     connections.push_back(connect(*manager, &AsyncEvalService::handleClc));
@@ -56,7 +56,7 @@ void AsyncEvalService::listen() {
 }
 
 void AsyncEvalService::stopToListen() {
-    asyncLog().info("Stopping async eval");
+    asyncLog().debug("Stopping async eval");
     connections_.clear();
 }
 

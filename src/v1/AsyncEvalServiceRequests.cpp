@@ -100,7 +100,7 @@ void AsyncEvalService::handleEvalRequest(const message_service::JsonMessage& mes
         }
         TrackedEnd end(services_.requestTracker, clientType, context);
         if (!services_.requestGate || !services_.requestGate->isOpen()) {
-            asyncLog().info("The gate is closed; the request is dropped.");
+            asyncLog().debug("The gate is closed; the request is dropped.");
             refuse(*context, {503, "the interpreter does not take requests now"});
             return;
         }
@@ -115,10 +115,10 @@ void AsyncEvalService::handleEvalRequest(const message_service::JsonMessage& mes
         }
     } catch (const Refused& refused) {
         refuse(*message.context, refused.refusal);
-        logIssue(Severity::Info, refused.what());
+        logIssue(Severity::Debug, refused.what());
     } catch (const std::exception& error) {
         // Clients can make as many as they like of their own errors.
-        logIssue(isFromClient(error) ? Severity::Info : Severity::Error, errorText(error));
+        logIssue(isFromClient(error) ? Severity::Debug : Severity::Error, errorText(error));
     } catch (...) {
         logIssue(Severity::Error, "no standard exception");
     }

@@ -40,9 +40,8 @@ MessageFuture ready(std::unique_ptr<connector::Message> response) {
     return makeReadyFuture<std::unique_ptr<connector::Message>>(std::move(response));
 }
 
-std::string describe(const Eval& request) {
-    return request.uuid() + ": " + fl::i18n::to_string(request.mcode);
-}
+// Without its code, which only records for debugging hold.
+std::string describe(const Eval& request) { return request.uuid(); }
 
 std::int32_t promptTypeOf(nmutil::prompt::InputRequester requester) {
     switch (static_cast<std::uint32_t>(requester)) {
@@ -267,7 +266,7 @@ bool InterpreterServiceProviderImpl::isStaleLocked(const common::ContextState& c
 }
 
 MessageFuture InterpreterServiceProviderImpl::handle(std::unique_ptr<Interrupt>&& message) {
-    log().info("Received interrupt request from client");
+    log().debug("Received interrupt request from client");
     auto response = std::make_unique<InterruptResponse>(message->uuid());
     // Not after the wait for the mutex: later requests would count as older.
     const std::uint64_t time = nowMs();

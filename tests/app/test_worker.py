@@ -104,7 +104,7 @@ class Worker:
         self.kept = [self.box, self.trace, pipes[0][0], pipes[1][0]]
         self.status = None
         assert self.main.next()[0] == "hello"
-        self.main.send("start", head=text("default") + number(1) + text(folder) + text(venv) + number(80) * 2)
+        self.main.send("start", head=text("default") + number(1) + text(folder) + text(venv) + number(80) * 2 + number(3))
         self.wanted = []
         while (frame := self.main.next()) and frame[0] != "ready":
             self.wanted.append((frame[0], frame[2].decode()))
@@ -136,7 +136,7 @@ class Worker:
         raise EOFError("the worker has ended")
 
     def pong(self):
-        self.control.send("ping", 5)
+        self.control.send("ping", 5, number(3))
         kind, identity, head, _ = self.control.next()
         assert (kind, identity) == ("pong", 5)
         return texts_in(head)[0], *struct.unpack("<QQ", head[-16:])
@@ -280,7 +280,7 @@ class WorkerTest(unittest.TestCase):
                 end(worker)
                 while not worker.has_ended():
                     try:
-                        worker.control.send("ping", 6)
+                        worker.control.send("ping", 6, number(3))
                     except OSError:
                         pass
                     time.sleep(0.05)

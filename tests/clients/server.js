@@ -19,7 +19,7 @@ export class Server {
         server.#process = spawn(process.env.NUMORA, ["serve", ...options], {stdio: ["ignore", "pipe", "inherit"]});
         const lines = createInterface({input: server.#process.stdout});
         const [line] = await within(60_000, once(lines, "line", {close: "close"}), "the server's first line");
-        [, server.origin, server.port] = /^Listening on (http:\/\/127\.0\.0\.1:(\d+))\/\?token=/.exec(line);
+        [, server.origin, server.port] = /^Listening on (http:\/\/127\.0\.0\.1:(\d+))\/$/.exec(line);
         server.url = `${server.origin}/cometd`;
         return server;
     }

@@ -66,9 +66,9 @@ TEST_F(StopTest, unusableOptionsAreRefused) {
         {{.port = 0, .console = "/no/such/folder"}, "The console folder /no/such/folder does not exist."},
         {{.port = 0, .tlsCertificate = "/no/file"}, "TLS needs both a certificate and its key."},
         {{.port = 0, .tlsCertificate = "/no/file", .tlsKey = "/no/file"},
-         "Cannot use /no/file as a certificate in PEM: No such file or directory"},
+         "--tls-cert: /no/file cannot be used as a certificate in PEM: No such file or directory"},
         {{.port = 0, .tlsCertificate = "/proc/self/maps", .tlsKey = "/no/file"},
-         "Cannot use /proc/self/maps as a certificate in PEM: no start line"},
+         "--tls-cert: /proc/self/maps cannot be used as a certificate in PEM: no start line"},
     };
     for (const auto& [options, problem] : cases) {
         try {

@@ -86,9 +86,9 @@ TEST_F(ConnectorEventMgrBridgeTest, keepsOneSubscriptionForAllClientsOfAChannelA
               (Lines{R"(/eventmgr/0/tag {"number":1})", R"(/eventmgr/0/tag {"number":2})"}));
     EXPECT_EQ(subscriptions(), 0U);
     EXPECT_EQ(log_.lines(),
-              (Lines{"info: Subscribed to channel " + channel, "info: Incref for channel " + channel,
-                     "info: Decref for channel " + channel, "error: Event forwarding failed: it is negative",
-                     "info: Unsubscribed from channel " + channel}));
+              (Lines{"debug: Subscribed to channel " + channel, "debug: Incref for channel " + channel,
+                     "debug: Decref for channel " + channel, "error: Event forwarding failed: it is negative",
+                     "debug: Unsubscribed from channel " + channel}));
     EXPECT_EQ(host_.events->handlerFailures, 0);
 }
 
@@ -115,7 +115,7 @@ TEST_F(ConnectorEventMgrBridgeTest, dropsEventsThatNothingConverts) {
     subscribe("/eventmgr/abc/a(b)");  // which stands for the local interpreter
     raise(u"a(b)", 1);
     EXPECT_EQ(log_.lines(),
-              (Lines{"warning: Malformed ZvmID: abc", "info: Subscribed to channel /eventmgr/abc/a(b)"}));
+              (Lines{"warning: Malformed ZvmID: abc", "debug: Subscribed to channel /eventmgr/abc/a(b)"}));
     convert("a(b)");  // what filters give a meaning stands for itself
     raise(u"a(b)", 2);
     EXPECT_EQ(messages_->published(), (Lines{R"(/eventmgr/abc/a(b) {"number":2})"}));

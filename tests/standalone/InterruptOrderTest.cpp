@@ -61,7 +61,7 @@ protected:
     }
     void letEnd() { call(u"let_end", {}, 0, "ppe"); }
     static std::string name() { return GetParam() ? "FEval" : "Eval"; }
-    static std::string logName() { return name() + (GetParam() ? " test: " : " test"); }
+    static std::string logName() { return name() + " test"; }
     static std::string value() { return GetParam() ? "[7]" : "7"; }  // how a job is answered that returns 7
     static std::string timedOut() { return name() + " timed out after 200 milliseconds"; }
     static std::string goesOn() { return "warning: The interrupted code is still running: " + logName(); }

@@ -61,7 +61,7 @@ protected:
 
     SupervisorTest() {
         ::setenv("NUMORA_TOKEN", "secret", 1);
-        ::setenv("NUMORA_LOG_LEVEL", "debug", 1);
+        ::setenv("NUMORA_BUNDLES", "/bundles", 1);
         ::setenv("SUPERVISOR_TEST", "inherited", 1);
         std::signal(SIGPIPE, SIG_IGN);
         std::signal(SIGCHLD, SIG_IGN);
@@ -178,7 +178,7 @@ TEST_F(SupervisorTest, theGroupDiesWithItsLeaderAndAChildThatLeftItHoldsNothingU
 TEST_F(SupervisorTest, aWorkerGetsWhatItIsGivenAndNothingElse) {
     const supervisor::Descriptor secret(::dup(0));
     WorkerSpec spec = shell(
-        "read line <&3; echo $(pwd) $NUMORA_TOKEN $NUMORA_LOG_LEVEL $SUPERVISOR_TEST $(cd /proc/$$/fd; echo "
+        "read line <&3; echo $(pwd) $NUMORA_TOKEN $NUMORA_BUNDLES $SUPERVISOR_TEST $(cd /proc/$$/fd; echo "
         "*) $(readlink "
         "/proc/$$/fd/0) "
         "$(grep -E 'Sig(Blk|Ign)|NSpgid|NSsid' /proc/$$/status | cut -f 2) $(ulimit -c) >&3; sleep 99");
@@ -188,8 +188,8 @@ TEST_F(SupervisorTest, aWorkerGetsWhatItIsGivenAndNothingElse) {
     tell(*life.worker);
     const std::string pid = std::to_string(life.worker->pid());
     // 9 is the shell's own; glibc keeps the signals 32 and 33 to itself.
-    EXPECT_THAT(line(*life.worker), MatchesRegex("/usr debug own 0 1 2 3 4 5 6 7 8 9 /dev/null " + pid + " " +
-                                                 pid + " 0000000000000000 0000000[01]80000000 0"));
+    EXPECT_THAT(line(*life.worker), MatchesRegex("/usr /bundles own 0 1 2 3 4 5 6 7 8 9 /dev/null " + pid +
+                                                 " " + pid + " 0000000000000000 0000000[01]80000000 0"));
 }
 
 TEST_F(SupervisorTest, memoryIsLimitedToWhatAReadyWorkerHasAndSoMuchMore) {

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <algorithm>
-#include <array>
 #include <memory>
 #include <vector>
 
@@ -19,14 +18,12 @@ public:
     /// What one logger writes.
     explicit LogRecords(std::string logger, Severity level = Severity::Debug) {
         foundation::log::setLevel(level);
-        previous_ =
-            foundation::log::setWriter([records = records_, logger = std::move(logger)](
-                                           std::string_view name, Severity severity, std::string_view text) {
-                constexpr std::array names{"debug: ", "info: ", "warning: ", "error: "};
-                if (!logger.empty() && name != logger) return;
-                connector::MutexLock lock(records->mutex);
-                records->lines.push_back(names.at(static_cast<std::size_t>(severity)) + std::string(text));
-            });
+        previous_ = foundation::log::setWriter([records = records_,
+                                                logger = std::move(logger)](const auto& record) {
+            if (!logger.empty() && record.logger != logger) return;
+            connector::MutexLock lock(records->mutex);
+            records->lines.push_back(std::string(nameOf(record.severity)).append(": ").append(record.text));
+        });
     }
     ~LogRecords() {
         foundation::log::setWriter(previous_);

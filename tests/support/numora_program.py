@@ -39,14 +39,15 @@ class Server:
         chosen = ["--token", TOKEN] if token else []
         self._process = subprocess.Popen([program, "serve", "--port", str(port), *chosen, *arguments],
                                          stdout=subprocess.PIPE, stderr=subprocess.PIPE, preexec_fn=preexec_fn,
-                                         env=dict(os.environ, **(environment or {})))
+                                         env={"NUMORA_LOG_LEVEL": "error", **os.environ, **(environment or {})})
         self.line = self._process.stdout.readline().decode()
-        found = re.fullmatch(r"Listening on (https?://127\.0\.0\.1:(\d+)/\?token=(\S+))\n", self.line)
+        found = re.fullmatch(r"Listening on (https?://127\.0\.0\.1:(\d+)/)(?:\?token=(\S+))?\n", self.line)
         if not found:
             self._process.kill()
             raise AssertionError(f"{self.line!r} {self._process.communicate()}")
         self.pid = self._process.pid
-        self.url, self.port, self.token = found[1], int(found[2]), found[3]
+        self.port, self.token = int(found[2]), found[3] or TOKEN
+        self.url = f"{found[1]}?token={self.token}"
 
     def __enter__(self):
         return self

@@ -1,5 +1,6 @@
-#include "foundation/LineWriter.h"
+#include "foundation/log/LineWriter.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
@@ -16,16 +17,16 @@ namespace foundation::log {
 
 namespace {
 
-constexpr std::size_t longestLine = std::size_t{16} << 10;
 constexpr std::size_t mostPending = std::size_t{1} << 20;
 constexpr auto timeAtEnd = std::chrono::milliseconds(300);
 
 std::string lossNotice(std::size_t lost) {
-    return std::to_string(lost) + (lost == 1 ? " log line was lost.\n" : " log lines were lost.\n");
+    return std::to_string(lost) + (lost == 1 ? " log line was lost." : " log lines were lost.");
 }
 
-// Each line whole, so that lines of several processes on one terminal do not mix. Blocks as long as it takes.
-void writeLines(int descriptor, std::string_view lines) {
+// Each line whole, so that lines of several processes on one terminal do not mix. Returns how many were not
+// taken, as when the disk is full. Blocks as long as it takes.
+std::size_t writeLines(int descriptor, std::string_view lines) {
     while (!lines.empty()) {
         const ssize_t count = ::write(descriptor, lines.data(), lines.find('\n') + 1);
         if (count >= 0) {
@@ -34,9 +35,10 @@ void writeLines(int descriptor, std::string_view lines) {
             pollfd ready{.fd = descriptor, .events = POLLOUT, .revents = 0};
             ::poll(&ready, 1, -1);
         } else if (errno != EINTR) {
-            return;
+            break;
         }
     }
+    return static_cast<std::size_t>(std::ranges::count(lines, '\n'));
 }
 
 }  // namespace
@@ -63,7 +65,7 @@ LineWriter*& LineWriter::instance() {
     static auto* writer = [] {
         ::pthread_atfork(beforeFork, afterForkInParent, afterForkInChild);
         std::atexit([] { ofProcess().flush(timeAtEnd); });
-        return new LineWriter(nullptr);
+        return new LineWriter(std::make_shared<const Descriptor>(STDERR_FILENO));
     }();
     return writer;
 }
@@ -76,18 +78,20 @@ namespace {
 void LineWriter::beforeFork() CONNECTOR_TSA(no_thread_safety_analysis) { instance()->mutex_.lock(); }
 void LineWriter::afterForkInParent() CONNECTOR_TSA(no_thread_safety_analysis) { instance()->mutex_.unlock(); }
 void LineWriter::afterForkInChild() CONNECTOR_TSA(no_thread_safety_analysis) {
-    instance() = new LineWriter(instance()->descriptor_);
+    auto* own = new LineWriter(instance()->descriptor_);
+    own->notice_ = instance()->notice_;
+    instance() = own;
 }
 
-void LineWriter::write(std::string_view text) {
-    const std::string line = escapeControls(text, longestLine) + '\n';
+void LineWriter::write(std::string_view text, std::size_t longest) {
+    const std::string line = escapeControls(text, longest) + '\n';
     const connector::MutexLock lock(mutex_);
+    if (!descriptor_) return;
     if (pending_.size() + line.size() > mostPending) {
         ++lost_;
     } else {
         pending_ += line;
     }
-    if (!descriptor_) descriptor_ = std::make_shared<const Descriptor>(STDERR_FILENO);
     if (!thread_.joinable()) startLocked();
     added_.notify_one();
 }
@@ -105,6 +109,12 @@ void LineWriter::setDescriptor(int descriptor) {
     auto next = std::make_shared<const Descriptor>(descriptor);
     const connector::MutexLock lock(mutex_);
     descriptor_.swap(next);
+}
+
+void LineWriter::setLossNotice(LossNotice notice) {
+    auto next = std::make_shared<const LossNotice>(std::move(notice));
+    const connector::MutexLock lock(mutex_);
+    notice_.swap(next);
 }
 
 // Signals are for other threads.
@@ -127,12 +137,15 @@ void LineWriter::run() {
     for (;;) {
         while (pending_.empty()) added_.wait(lock.native());
         std::string lines = std::exchange(pending_, {});
-        if (lost_ > 0) lines += lossNotice(std::exchange(lost_, 0));
+        const auto lost = std::exchange(lost_, 0);
         const auto descriptor = descriptor_;
+        const auto notice = notice_;
         isWriting_ = true;
         lock.unlock();
-        writeLines(descriptor->value(), lines);
+        if (lost > 0) lines += (notice ? (*notice)(lost) : lossNotice(lost)) + '\n';
+        const auto refused = writeLines(descriptor->value(), lines);
         lock.lock();
+        lost_ += refused;
         isWriting_ = false;
         written_.notify_all();
     }

@@ -18,7 +18,7 @@
 #include <pthread.h>
 
 #include "connector/ThreadSafety.h"
-#include "foundation/LineWriter.h"
+#include "foundation/log/LineWriter.h"
 
 namespace foundation::log {
 
@@ -26,7 +26,7 @@ namespace {
 
 namespace logging = boost::log;
 
-constexpr std::array<const char*, 4> severityNames{"debug", "info", "warning", "error"};
+constexpr std::array<std::string_view, 4> severityNames{"debug", "info", "warning", "error"};
 
 thread_local int indentation = 0;
 
@@ -55,17 +55,17 @@ public:
         logging::core::get()->add_sink(sink);
     }
 
-    void write(const std::string& channel, Severity severity, std::string_view text)
-        CONNECTOR_EXCLUDES(mutex_) {
+    void write(const Record& record) CONNECTOR_EXCLUDES(mutex_) {
         if (const auto writer = currentWriter()) {
-            (*writer)(channel, severity, text);
+            (*writer)(record);
             return;
         }
         const connector::MutexLock lock(mutex_);
-        logging::sources::channel_logger_mt<std::string> logger(logging::keywords::channel = channel);
-        BOOST_LOG(logger) << logging::add_value(
-                                 "Level", std::string(severityNames.at(static_cast<std::size_t>(severity))))
-                          << std::string(static_cast<std::size_t>(2 * indentation), ' ') << text;
+        logging::sources::channel_logger_mt<std::string> logger(logging::keywords::channel =
+                                                                    std::string(record.logger));
+        BOOST_LOG(logger) << logging::add_value("Level", std::string(nameOf(record.severity)))
+                          << std::string(static_cast<std::size_t>(2 * indentation), ' ') << record.interpreter
+                          << (record.interpreter.empty() ? "" : ": ") << record.text;
     }
 
     LogWriter exchange(LogWriter writer) CONNECTOR_EXCLUDES(mutex_) {
@@ -106,14 +106,22 @@ void Log::afterFork() { processLog().mutex_.unlock(); }
 std::atomic<int> basic_diagnostic_logger<char>::threshold_{static_cast<int>(Severity::Warning)};
 
 void basic_diagnostic_logger<char>::write(Severity severity, std::string_view text) const noexcept {
+    log::write({.logger = name_, .severity = severity, .text = text});
+}
+
+void write(const Record& record) noexcept {
     try {
-        processLog().write(name_, severity, text);
+        processLog().write(record);
     } catch (...) {
         // A record that cannot be written must not take down what it tells about.
     }
 }
 
 void setLevel(Severity level) { DiagnosticLogger::threshold_.store(static_cast<int>(level)); }
+
+Severity level() { return static_cast<Severity>(DiagnosticLogger::threshold_.load()); }
+
+std::string_view nameOf(Severity severity) { return severityNames.at(static_cast<std::size_t>(severity)); }
 
 void setDescriptor(int descriptor) { LineWriter::ofProcess().setDescriptor(descriptor); }
 

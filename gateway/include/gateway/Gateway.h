@@ -34,8 +34,9 @@ public:
 
     /// Listens; connections are accepted when it returns.
     /// Blocks: until the default interpreter takes requests.
-    /// Throws: std::runtime_error, when the address is not available, a file cannot be read or the
-    /// interpreter does not start; std::invalid_argument, for an address beyond the loopback without a token.
+    /// Throws: std::runtime_error, when the address is not available or the interpreter does not start;
+    /// std::invalid_argument, for a file that cannot be used and an address beyond the loopback without a
+    /// token.
     void start();
 
     /// The port that is listened on.

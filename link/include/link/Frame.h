@@ -29,7 +29,7 @@ enum class Kind : std::uint8_t {
     State,       ///< Worker: what the interpreter does. Head: StateHead.
     Log,         ///< Worker: a line of its log. Head: LogHead; body: text.
     Interrupt,   ///< Gateway, on control. Head: RequestHead; body: JSON.
-    Ping,        ///< Gateway, on control. No head.
+    Ping,        ///< Gateway, on control. Head: PingHead.
     Pong,        ///< Worker, on control. Id: that of the Ping; head: PongHead.
     Stop,        ///< Gateway, on control. Head: StopHead.
 };

@@ -36,11 +36,12 @@ struct Start {
     std::string venv{};      ///< the virtual environment; empty: none
     std::uint64_t columns = 0;
     std::uint64_t rows = 0;
+    std::uint64_t logLevel = 0;  ///< as LogHead::severity: records below it are not to be told
 
     std::string encode() const;
     static Start decode(std::string_view head);
     static auto fields(auto& head) {
-        return std::tie(head.id, head.life, head.folder, head.venv, head.columns, head.rows);
+        return std::tie(head.id, head.life, head.folder, head.venv, head.columns, head.rows, head.logLevel);
     }
 };
 
@@ -157,6 +158,14 @@ struct LogHead {
     std::string encode() const;
     static LogHead decode(std::string_view head);
     static auto fields(auto& head) { return std::tie(head.severity, head.logger); }
+};
+
+struct PingHead {
+    std::uint64_t logLevel = 0;  ///< as Start has it, which may have changed
+
+    std::string encode() const;
+    static PingHead decode(std::string_view head);
+    static auto fields(auto& head) { return std::tie(head.logLevel); }
 };
 
 struct PongHead {

@@ -26,7 +26,7 @@ public:
     using Spawned = std::function<void(std::shared_ptr<Worker> worker, std::string problem)>;
     using Ended = std::function<void(DeathRecord record)>;
 
-    /// Reads the environment, which workers get without NUMORA_* (but NUMORA_LOG_LEVEL and NUMORA_BUNDLES).
+    /// Reads the environment, which workers get without NUMORA_* (but NUMORA_BUNDLES).
     /// Throws: std::system_error, when there are no descriptors left.
     Supervisor();
     /// Stops.

@@ -37,6 +37,8 @@ public:
         std::function<void(bool isGatewayGone)> broken;
         /// What a Pong says. It must be quick, and wait for nobody.
         std::function<links::PongHead()> status;
+        /// Takes the level of the log that the gateway asks for with each ping; may be null.
+        std::function<void(std::uint64_t severity)> setLogLevel{};
     };
     /// What requests work with.
     struct Services {

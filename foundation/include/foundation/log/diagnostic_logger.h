@@ -38,6 +38,7 @@ public:
 
 private:
     friend void setLevel(Severity level);
+    friend Severity level();
 
     void writeIfEnabled(Severity severity, std::string_view text) const noexcept {
         if (isEnabled(severity)) write(severity, text);
@@ -52,9 +53,20 @@ using DiagnosticLogger = basic_diagnostic_logger<char>;
 /// Records below `level` are no longer formed. The default is Warning.
 void setLevel(Severity level);
 
-/// Where records go: the logger's name, the severity and the text, one call at a time.
-/// Must not log itself.
-using LogWriter = std::function<void(std::string_view logger, Severity, std::string_view text)>;
+Severity level();
+
+struct Record {
+    std::string_view logger;
+    Severity severity;
+    std::string_view text;           ///< UTF-8
+    std::string_view interpreter{};  ///< whose process has told it; empty: this one
+};
+
+/// Writes one, whatever the level. Throws nothing: a record that cannot be written is lost.
+void write(const Record& record) noexcept;
+
+/// Where records go. It is called on any thread, and must not log itself.
+using LogWriter = std::function<void(const Record&)>;
 
 /// Replaces where records go and returns what was there. An empty writer stands for the default, which
 /// writes one line with the time, as writeLine does.
@@ -74,6 +86,7 @@ void setDescriptor(int descriptor);
 
 /// The names of the levels: "debug", "info", "warning", "error".  Throws: std::invalid_argument otherwise.
 Severity severityFromName(std::string_view name);
+std::string_view nameOf(Severity severity);
 
 /// Indents the records that this thread writes while it is in scope.
 class indent_attribute {

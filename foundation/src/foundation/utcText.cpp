@@ -1,9 +1,9 @@
-#include "supervisor/utcText.h"
+#include "foundation/core/utcText.h"
 
 #include <array>
 #include <ctime>
 
-namespace supervisor {
+namespace foundation::core {
 
 std::string utcText(std::chrono::system_clock::time_point time) {
     const auto sinceEpoch = time.time_since_epoch();
@@ -18,4 +18,4 @@ std::string utcText(std::chrono::system_clock::time_point time) {
     return text.data() + ("." + std::to_string(1000 + milliseconds).substr(1)) + "Z";
 }
 
-}  // namespace supervisor
+}  // namespace foundation::core
