@@ -130,20 +130,6 @@ TEST(FutureUseTest, refusesWhatWasMovedFromOrUsedBefore) {
     }
 }
 
-TEST(FutureThenTest, mayHoldTheLastReferencesToPromiseAndState) {
-    auto promise = std::make_shared<Promise<int>>();
-    const std::weak_ptr state = promise->getState();
-    auto& last = *promise;
-    auto future = promise->getFuture();
-    future.then([owner = std::move(promise)](Future<int> number) mutable {
-        owner.reset();
-        EXPECT_EQ(number.get(), 3);
-    });
-    future = Future<int>();
-    last.setValue(3);
-    EXPECT_TRUE(state.expired());
-}
-
 TEST(FutureThenTest, aCancelledFutureDestroysItsContinuation) {
     for (const bool isCancelledBefore : {true, false}) {
         Promise<void> promise;

@@ -49,15 +49,6 @@ protected:
     connector::ServiceProvider& service_ = *provider_;
 };
 
-TEST_F(ServiceFrameTest, deliversToTheTypedOperationAndReturnsItsFuture) {
-    std::unique_ptr<Message> message = std::make_unique<Ask>();
-    const auto* const sent = message.get();
-    const auto answer = service_.handle(std::move(message)).get();
-    EXPECT_NE(dynamic_cast<Reply*>(answer.get()), nullptr);
-    EXPECT_EQ(provider_->asked.get(), sent);
-    EXPECT_EQ(provider_.use_count(), 1);
-}
-
 TEST_F(ServiceFrameTest, refusesMessagesThatAreNotForItAndAllWhileItIsStopped) {
     const auto refusal = [this](std::unique_ptr<Message> message) {
         return thrownText([&] { service_.handle(std::move(message)).get(); });

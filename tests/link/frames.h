@@ -3,7 +3,6 @@
 #include <ostream>
 #include <string>
 #include <tuple>
-#include <vector>
 
 #include "FrameHeader.h"
 #include "link/FrameReader.h"
@@ -30,12 +29,6 @@ inline std::string piece(const Frame& frame, bool hasMore = false) {
                              .id = frame.id};
     const auto bytes = header.encode();
     return std::string(bytes.data(), bytes.size()) + frame.head + frame.body;
-}
-
-inline std::vector<Frame> read(FrameReader& reader, std::string_view bytes) {
-    std::vector<Frame> frames;
-    reader.feed(bytes, [&](Frame&& frame) { frames.push_back(std::move(frame)); });
-    return frames;
 }
 
 }  // namespace links

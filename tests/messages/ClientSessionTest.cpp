@@ -7,7 +7,6 @@
 namespace {
 
 using namespace std::chrono_literals;
-using connector::message_service::JsonMessage;
 using messages::ClientSession;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -85,30 +84,6 @@ TEST_F(ClientSessionTest, changesItsSubscriptionsOnAChannelThatIsInUse) {
     EXPECT_THAT(taken(*session), ElementsAre("/a/b 2", "/a/b 2"));
 }
 
-TEST_F(ClientSessionTest, sharesOneFrameWithAllSessions) {
-    const auto first = service_.openSession(), second = service_.openSession();
-    first->subscribe("/a/**");
-    second->subscribe("/a/all");
-    publish({"/a/all 1", "/a/none/of/them 1", "/b 1"});
-    EXPECT_EQ(service_.metrics().framesBuilt, 2U);
-    EXPECT_EQ(service_.metrics().messagesPublished, 3U);
-    EXPECT_EQ(service_.metrics().openSessions, 2U);
-    EXPECT_EQ(first->take(1, 0ms).frames, second->take(1, 0ms).frames);
-}
-
-TEST_F(ClientSessionTest, publishesForItsClient) {
-    Texts seen;
-    const auto token = service_.subscribe("/a", [&](const JsonMessage& message) {
-        seen.push_back(message.data + message.context->getOr<std::string>("clientType", "none"));
-    });
-    const auto session = service_.openSession({.clientType = "console"});
-    EXPECT_TRUE(session->publish("/a", "1", std::make_shared<connector::common::ContextState>()));
-    EXPECT_TRUE(service_.openSession()->publish("/a", "2", nullptr));
-    session->close();
-    EXPECT_FALSE(session->publish("/a", "3", nullptr));
-    EXPECT_THAT(seen, ElementsAre("1console", "2none"));
-}
-
 TEST_F(ClientSessionTest, takesNoMoreThanAskedForButOneFrame) {
     const auto session = openFor(10);
     publish({"output 1", "output 2", "output 3", "output 4"});
@@ -128,30 +103,6 @@ TEST_F(ClientSessionTest, wakesWhoWaitsForFramesAndForTheEnd) {
     publish({"output 1"});
     while (session->queuedBytes() > 0) std::this_thread::yield();
     session->close();
-}
-
-TEST_F(ClientSessionTest, callsTheWakeUpWhenThereIsSomethingNewUpToItsEnd) {
-    int calls = 0;
-    const auto session = openFor(10);
-    session->setWakeUp([&] {
-        ++calls;
-        session->queuedBytes();  // no lock is held
-        throw 1;
-    });
-    EXPECT_EQ(calls, 0);
-    publish({"output 1", "output 2"});
-    EXPECT_EQ(calls, 1);
-    session->setWakeUp([&] { calls += 10; });
-    EXPECT_EQ(calls, 11);
-    taken(*session);
-    publish({"output 3"});
-    EXPECT_EQ(calls, 21);
-    session->close("enough");
-    session->close("again");
-    EXPECT_EQ(calls, 31);
-    EXPECT_EQ(session->closeReason(), "enough");
-    EXPECT_FALSE(session->send(std::make_shared<messages::MessageFrame>("/a", "1")));
-    EXPECT_THAT(taken(*session), ElementsAre("output 3"));
 }
 
 TEST_F(ClientSessionTest, losesTheOldestOutputAndSaysSoInItsPlace) {

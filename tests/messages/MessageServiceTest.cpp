@@ -1,7 +1,6 @@
 // What every message service promises: that of one process, and that of a worker, whose clients are behind a
 // link.
 
-#include <atomic>
 #include <future>
 #include <latch>
 #include <map>
@@ -271,8 +270,6 @@ TEST_P(MessageServiceTest, tellsOneClientsChangesInTheirOrderWhicheverThreadsTel
     sides_->settle();
     EXPECT_EQ(held.size(), threadCount * rounds + 1U);
 }
-
-// For the sanitizers, and for the counts at the end.
 
 INSTANTIATE_TEST_SUITE_P(
     Services, MessageServiceTest,

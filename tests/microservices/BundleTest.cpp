@@ -12,16 +12,6 @@ using namespace cppmicroservices;
 using test_services::Probe;
 using testing::AllOf, testing::HasSubstr, testing::ThrowsMessage;
 
-TEST(FrameworkTest, isNotUsableBeforeItIsStarted) {
-    EXPECT_THROW(Bundle().GetState(), std::invalid_argument);
-    auto framework = FrameworkFactory().NewFramework();
-    EXPECT_EQ(framework.GetState(), Bundle::STATE_INSTALLED);
-    EXPECT_THROW(framework.GetBundleContext().GetBundle(), std::runtime_error);
-    for (int i = 0; i < 2; ++i) framework.Start();
-    EXPECT_EQ(framework.GetState(), Bundle::STATE_ACTIVE);
-    EXPECT_TRUE(framework.GetBundleContext().GetBundle() == framework);
-}
-
 TEST(FrameworkTest, forgetsItsBundlesInAStop) {
     RunningFramework running;
     const auto old = running.context();

@@ -39,16 +39,6 @@ TEST_F(EvaluationTest, keepsVariablesFunctionsAndFutureImportsBetweenEvaluations
                "def bump():\n    global count\n    count += 1\n\n");
 }
 
-TEST_F(EvaluationTest, showsATracebackOnceWithItsSourceLines) {
-    eval(u"def inner():\n    raise ValueError('deep')");
-    const EvalResponse response = eval(u"print('before')\ninner()\nprint('after')");
-    EXPECT_TRUE(response.isError);
-    EXPECT_EQ(
-        text(response),
-        "before\nTraceback (most recent call last):\n  File \"<eval 2>\", line 2, in <module>\n    inner()\n"
-        "  File \"<eval 1>\", line 2, in inner\n    raise ValueError('deep')\nValueError: deep\n");
-}
-
 TEST_F(EvaluationTest, endsWithTheNameThatMayHaveBeenMeant) {
     const std::vector<std::pair<std::u16string, std::string>> names = {{u"pritn(1)", "print"},
                                                                        {u"[].apend(1)", "append"},

@@ -9,14 +9,11 @@
 #include "interpreter/IInterpreter.h"
 #include "iqm/plugins.h"
 #include "nmutil/cmddistributor/LockBFLHelper.h"
-#include "services/window.h"
-#include "support/FakeHost.h"
 #include "zvm/detail.h"
 
 namespace {
 
 using cmddistributor::IqmStreamID;
-using cmddistributor::RunOptions;
 using cmddistributor::RuntimeException;
 
 /// How a request has ended.
@@ -154,27 +151,6 @@ TEST_F(HostInterfaceTest, keepsInternalCodeOutOfTheHistory) {
     EXPECT_EQ(textOf(u"import numora; [h['code'] for h in numora.history()][:1], y"), "(['y = x + 1'], 2)\n");
 }
 
-TEST_F(HostInterfaceTest, theContextOfARequestIsCurrentOnTheInterpreterThreadWhileItRuns) {
-    using connector::common::ContextState;
-    const auto context = std::make_shared<ContextState>();
-    RunOptions options;
-    options.setContextHandle(connector::zvm_common::pushContextState(context));
-    std::vector<std::shared_ptr<ContextState>> seen;
-    const auto look = [&](const RunOptions& with) {
-        submit(std::make_shared<cmddistributor::PackagedTaskCmdRequest>(
-                   [&] { seen.push_back(ContextState::current()); }),
-               with)
-            .get();
-    };
-    look(options);
-    look({});
-    connector::zvm_common::removeContextState(options.contextHandle());
-    look(options);
-    EXPECT_EQ(seen.at(0), context);
-    EXPECT_NE(seen.at(1), context);
-    EXPECT_NE(seen.at(2), context);
-}
-
 TEST_F(HostInterfaceTest, aTaskRaisesErrorsAndSetsTheLastOne) {
     using MException::MExceptionEnvelope;
     const auto disk = matrix::create(u"disk");
@@ -200,24 +176,6 @@ TEST_F(HostInterfaceTest, anyThreadMayHoldTheInterpretersLock) {
         EXPECT_EQ(evaluated.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
     }
     EXPECT_FALSE(evaluated.get().exception);
-}
-
-class KeyWindow : public fake::FakeWindow {
-public:
-    void keyStrokeRequested(const nmutil::prompt::InputRequester& prompt) override {
-        requested.set_value(prompt);
-    }
-    std::promise<nmutil::prompt::InputRequester> requested;
-};
-
-TEST_F(HostInterfaceTest, asksTheWindowForAKeyAtAPause) {
-    const auto window = std::make_shared<KeyWindow>();
-    onInterpreter([&] { services::io::CmdWinSinkHandle::setFactory(window); });
-    auto paused = submitCode(u"import numora\nnumora.pause()");
-    EXPECT_EQ(window->requested.get_future().get(), nmutil::prompt::PAUSE_PROMPT);
-    onInterpreter([] { services::io::rawModeCharHandler(u'x'); });
-    EXPECT_FALSE(paused.get().exception);
-    onInterpreter([] { services::io::CmdWinSinkHandle::restorePreviousFactory(); });
 }
 
 }  // namespace

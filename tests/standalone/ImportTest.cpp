@@ -36,13 +36,6 @@ TEST_F(ImportTest, aCallInsideSeesNoModuleThatIsHalfThere) {
     EXPECT_EQ(imported.get(), "'imported'\n");
 }
 
-TEST_F(ImportTest, anImportThatGoesOnLetsCallsIn) {
-    auto imported = startImport("__main__.may_end.wait()");
-    EXPECT_EQ(call(u"slow_module.early", {}, 1, "ppe"), "[\"early\"]");
-    EXPECT_EQ(call(u"may_end.set", {}, 0, "ppe"), "[]");
-    EXPECT_EQ(imported.get(), "'imported'\n");
-}
-
 TEST_F(ImportTest, aCallInsideALongImportSeesNoPartOfItsOwnThatIsHalfThere) {
     writeModule("keyword", "import time\ntime.sleep(0.2)\nkwlist = softkwlist = []\n");
     auto imported = startImport(

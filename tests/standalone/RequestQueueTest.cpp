@@ -1,4 +1,3 @@
-#include <atomic>
 #include <thread>
 
 #include <gtest/gtest.h>
@@ -10,7 +9,6 @@ namespace {
 
 using cmddistributor::WhenToDequeue;
 using standalone::RequestQueue;
-using zvm::TaskReference;
 using namespace nmutil::prompt;  // the prompt values
 
 class RequestQueueTest : public testing::Test {
@@ -69,17 +67,6 @@ TEST_F(RequestQueueTest, takesTheSystemsOwnTasksFirstThenWhatCameFirstAndWorkFor
     EXPECT_EQ(queue_.tryTake(BASE_PROMPT)->id, idle);
 }
 
-TEST_F(RequestQueueTest, interruptsWhatRunsWhenThatIsAskedFor) {
-    const ID running = add(WhenToDequeue::Default);
-    const auto taken = queue_.tryTake(BASE_PROMPT);
-    queue_.beginCode(running);
-    queue_.openCode();
-    EXPECT_EQ(queue_.cancel(running, false), TaskReference::CancelStatus::AlreadyStarted);
-    EXPECT_FALSE(queue_.takeInterrupt());
-    EXPECT_EQ(queue_.cancel(running, true), TaskReference::CancelStatus::AlreadyStarted);
-    EXPECT_TRUE(queue_.takeInterrupt());
-}
-
 TEST_F(RequestQueueTest, keepsAnInterruptUntilTheCodeThatIsMeantTakesItOrEnds) {
     queue_.interrupt();
     const ID outer = add(WhenToDequeue::Default);
@@ -98,6 +85,7 @@ TEST_F(RequestQueueTest, keepsAnInterruptUntilTheCodeThatIsMeantTakesItOrEnds) {
     const auto takenInner = queue_.tryTake(INPUT_PROMPT);
     queue_.beginCode(inner);
     queue_.openCode();
+    queue_.cancel(inner, false);
     queue_.cancel(outer, true);
     EXPECT_FALSE(queue_.takeInterrupt()) << "it is meant for the code around this";
     queue_.cancel(inner, true);
@@ -121,19 +109,12 @@ TEST_F(RequestQueueTest, keepsAnInterruptUntilTheCodeThatIsMeantTakesItOrEnds) {
     EXPECT_FALSE(isLooking_);
 }
 
-TEST_F(RequestQueueTest, wakesTheWaitingThreadForARequestAndTheEnd) {
-    std::jthread interpreter([&] {
-        while (const auto request = queue_.take(BASE_PROMPT))
-            queue_.finish(*request, cmddistributor::IIPResult(request->id, boost::none));
-        EXPECT_TRUE(queue_.isStopped());
-    });
-    std::atomic<bool> ended{false};
-    queue_.addContinuation(add(WhenToDequeue::Default), [&] { ended = true; });
-    while (!ended) std::this_thread::yield();
-    ended = false;
-    queue_.addContinuation(add(WhenToDequeue::DebugPrompt), [&] { ended = true; });
+TEST_F(RequestQueueTest, endsWhatWaitsAndRefusesWhatComesWhenItStops) {
+    bool hasEnded = false;
+    queue_.addContinuation(add(WhenToDequeue::DebugPrompt), [&] { hasEnded = true; });
+    std::jthread interpreter([&] { EXPECT_EQ(queue_.take(BASE_PROMPT), nullptr); });
     queue_.stop();
-    EXPECT_TRUE(ended);
+    EXPECT_TRUE(hasEnded);
     EXPECT_THROW(add(WhenToDequeue::Default), cmddistributor::RuntimeException);
 }
 

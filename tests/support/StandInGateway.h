@@ -1,11 +1,8 @@
 #pragma once
 
 #include <array>
-#include <condition_variable>
-#include <deque>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <thread>
 
@@ -21,31 +18,18 @@
 #include "worker/Link.h"
 
 /// The other ends of a worker's link: does what a gateway does with a worker's messages, subscriptions and
-/// watches, and keeps all other frames for the test.
+/// watches.
 class StandInGateway {
 public:
     using Frame = links::Frame;
     using Kind = links::Kind;
 
-    StandInGateway()
-        : main_([this](Frame frame) { take(std::move(frame)); }),
-          control_([this](Frame frame) { keep(std::move(frame)); }) {}
+    StandInGateway() : main_([this](const Frame& frame) { take(frame); }), control_([](const Frame&) {}) {}
 
     worker::Link::Options options() {
         return {.main = main_.workersEnd(), .control = control_.workersEnd(), .broken = {}, .status = {}};
     }
     messages::LocalMessageService& hub() { return hub_; }
-    void send(Frame frame) { main_.send(std::move(frame)); }
-    void sendControl(Frame frame) { control_.send(std::move(frame)); }
-    void closeControl() { control_.close(); }
-    /// The next frame that the test has to do with.
-    Frame next() {
-        std::unique_lock lock(mutex_);
-        kept_.wait(lock, [this] { return !frames_.empty(); });
-        Frame frame = std::move(frames_.front());
-        frames_.pop_front();
-        return frame;
-    }
 
 private:
     using Token = std::unique_ptr<connector::message_service::Subscription>;
@@ -88,12 +72,7 @@ private:
         std::thread reader_;
     };
 
-    void keep(Frame frame) {
-        const std::lock_guard lock(mutex_);
-        frames_.push_back(std::move(frame));
-        kept_.notify_all();
-    }
-    void take(Frame frame) {
+    void take(const Frame& frame) {
         switch (frame.kind) {
             case Kind::Listen:
                 listeners_[frame.head] =
@@ -106,7 +85,7 @@ private:
                 watches_[frame.id] = hub_.watch(
                     frame.head, [this, id = frame.id](const auto& event) { notify(id, true, event); },
                     [this, id = frame.id](const auto& event) { notify(id, false, event); });
-                send({.kind = Kind::NoticesEnd, .id = frame.id, .head = {}, .body = {}});
+                main_.send({.kind = Kind::NoticesEnd, .id = frame.id, .head = {}, .body = {}});
                 break;
             case Kind::Unwatch:
                 watches_.erase(frame.id);
@@ -115,7 +94,7 @@ private:
                 publish(frame);
                 break;
             default:
-                keep(std::move(frame));
+                break;
         }
     }
     void publish(const Frame& frame) {
@@ -133,12 +112,12 @@ private:
         if (isOfWorker_) return;
         links::MessageHead head;
         head.channel = message.channel;
-        send({.kind = Kind::Message, .id = 0, .head = head.encode(), .body = message.data});
+        main_.send({.kind = Kind::Message, .id = 0, .head = head.encode(), .body = message.data});
     }
     template <class Event>
     void notify(std::uint64_t watch, bool isSubscribed, const Event& event) {
         const links::NoticeHead head{isSubscribed, event.channel, event.clientId, event.clientType};
-        send({.kind = Kind::Notice, .id = watch, .head = head.encode(), .body = {}});
+        main_.send({.kind = Kind::Notice, .id = watch, .head = head.encode(), .body = {}});
     }
 
     static inline thread_local bool isOfWorker_ = false;
@@ -146,9 +125,6 @@ private:
     messages::LocalMessageService hub_;
     std::map<std::string, Token> listeners_;
     std::map<std::uint64_t, Token> watches_;
-    std::mutex mutex_;
-    std::condition_variable kept_;
-    std::deque<Frame> frames_;
     Lane main_;
     Lane control_;
 };
