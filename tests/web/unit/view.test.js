@@ -122,6 +122,20 @@ run("what is copied is what was printed, with code and notices, without numbers 
     assert.equal(await page.getByRole("article", {name: "Evaluation 4"}).locator(".entry-label").textContent(), "Error, 1 min 15 s");
 });
 
+run("all of a large log is copied, too, until something else is done", async () => {
+    const wanted = await evaluate(() => {
+        entry().write("line\n".repeat(30_000), "output");
+        view.region.focus();
+        return view.text();
+    });
+    const marked = () => evaluate(() => CSS.highlights.has("selected-all"));
+    for (const key of ["a", "c"]) await page.keyboard.press(`Control+${key}`);
+    assert.ok(await marked());
+    assert.ok(await evaluate(async wanted => await navigator.clipboard.readText() === wanted, wanted));
+    await page.keyboard.press("ArrowUp");
+    assert.equal(await marked(), false);
+});
+
 run("the unfinished line is one node that carriage returns change", async () => {
     assert.deepEqual(await evaluate(async () => {
         const one = entry();
@@ -165,10 +179,10 @@ run("clear hides what is above, also in a running entry, and keeps it", async ()
         two.write("before", "output");
         view.clear();
         two.write("after\n", "output");
-        view.flush();
+        await frame();
         const shown = view.region.innerText.trim();
         view.showCleared();
-        view.flush();
+        await frame();
         return [shown, view.text(), view.region.innerText.includes("before")];
     }), ["after", "one\ntwo\nbeforeafter\n", true]);
 });
