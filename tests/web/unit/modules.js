@@ -1,5 +1,6 @@
 // The page's modules as they are bundled, for Node and for a page in Chromium.
 
+import {readdir, readFile} from "node:fs/promises";
 import {createRequire} from "node:module";
 import {fileURLToPath} from "node:url";
 
@@ -17,4 +18,8 @@ export async function bundled(...paths) {
 export const imported = async (...paths) => import(`data:text/javascript,${encodeURIComponent(await bundled(...paths))}`);
 
 export const {chromium} = required("@playwright/test");
-export const styleOfLog = new URL("style/log.css", web);
+/** All styles but those of the page around the log. */
+export async function styleOfLog() {
+    const names = (await readdir(new URL("style/", web))).filter(name => name !== "layout.css").sort().reverse();
+    return (await Promise.all(names.map(name => readFile(new URL(`style/${name}`, web), "utf8")))).join("\n");
+}

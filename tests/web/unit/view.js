@@ -1,10 +1,9 @@
 // A page in Chromium with the output view alone, under the policy of the console. The browser is at the path in the environment variable CHROMIUM.
 
-import {readFile} from "node:fs/promises";
 import {bundled, chromium, styleOfLog} from "./modules.js";
 
 const policy = "default-src 'none'; script-src 'self'; style-src 'self' 'unsafe-inline'; require-trusted-types-for 'script'; trusted-types 'none'";
-const html = `<!DOCTYPE html><meta charset="utf-8"><style>html { color-scheme: light } body { margin: 0 } #log { position: relative; height: 100vh }
+const html = `<!DOCTYPE html><meta charset="utf-8"><style>html { color-scheme: light } body { margin: 0 } #log { position: relative; display: flex; flex-direction: column; height: 100vh }
 /*style*/</style><div id="log"></div><script type="module" src="page.js"></script>`;
 const script = `import {OutputView} from "./view.js";
 globalThis.make = options => {
@@ -22,8 +21,7 @@ export class ViewPage {
         const self = new ViewPage();
         self.browser = await chromium.launch({executablePath: process.env.CHROMIUM ?? "/usr/bin/chromium", ...options});
         self.context = await self.browser.newContext({permissions: ["clipboard-read", "clipboard-write"], viewport: {width: 1280, height: 800}});
-        const style = await readFile(styleOfLog, "utf8");
-        const bodies = {"/": html.replace("/*style*/", style), "/page.js": script, "/view.js": await bundled("output/OutputView.ts")};
+        const bodies = {"/": html.replace("/*style*/", await styleOfLog()), "/page.js": script, "/view.js": await bundled("output/OutputView.ts")};
         await self.context.route("**/*", route => {
             const {pathname} = new URL(route.request().url());
             const contentType = pathname === "/" ? "text/html" : "text/javascript";
