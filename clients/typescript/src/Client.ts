@@ -4,7 +4,7 @@ import {EventQueue} from "./EventQueue.js";
 import {NumoraError} from "./errors.js";
 import {exchange} from "./http.js";
 import type {DeathRecord, Interpreter, InterpreterOptions} from "./interpreters.js";
-import {type Handler, type Message, Session, sizeOf} from "./Session.js";
+import {type ConnectionState, type Handler, type Message, type RequestOptions, Session, sizeOf} from "./Session.js";
 
 // Every time in this package is in milliseconds.
 
@@ -19,6 +19,8 @@ export interface ConnectOptions {
     retryMs?: number;
     /** How long a message may be, in characters of JSON; the server's own limit is 16 MiB. */
     maxMessageSize?: number;
+    /** Called when the connection is there, is lost, comes back, or has ended for good. */
+    onState?: (state: ConnectionState) => void;
 }
 
 export interface EvalOptions {
@@ -80,6 +82,7 @@ async function connectTo(address: Address, options: ConnectOptions): Promise<Cli
         token,
         clientType: options.clientType ?? "typescript",
         transport: options.transport,
+        onState: options.onState,
         retryMs: options.retryMs ?? 500,
         maxMessageSize: options.maxMessageSize ?? 16 * 1024 * 1024,
     });
@@ -145,9 +148,9 @@ export class Client {
         return new EvalStream(this.session, code, options);
     }
 
-    /** Publishes a JSON value on a channel that is not the server's own. */
-    publish(channel: string, data: unknown): Promise<void> {
-        return this.session.publish(channel, data);
+    /** Publishes a JSON value on a channel that is not the server's own; with `options` code on "/eval/request". */
+    publish(channel: string, data: unknown, options?: RequestOptions): Promise<void> {
+        return this.session.publish(channel, data, options);
     }
 
     /**

@@ -26,8 +26,27 @@ export function sizeOf({data}: Message): number {
 
 export type Handler = (message: Message) => void;
 
+/**
+ * The state of a connection: "lost" since a time as `Date.now` gives it, and then tried again; "ended" when it was closed
+ * or refused. `server` is what the server calls itself, another name after each of its starts.
+ */
+export type ConnectionState =
+    | {name: "open"; server: string}
+    | {name: "lost"; since: number}
+    | {name: "ended"; error?: NumoraError};
+
+/** What may go with a request that is published: docs/wire.md, "What to publish". */
+export interface RequestOptions {
+    request?: string;
+    lossy?: boolean;
+    prompt?: number;
+    capabilities?: string[];
+    life?: number;
+}
+
 export interface SessionOptions {
     url: string;
+    onState?: (state: ConnectionState) => void;
     /** Fails with the code "404" when the server has no such interpreter any more. */
     findInterpreter?: () => Promise<unknown>;
     token: string;
@@ -143,6 +162,8 @@ export class Session {
             backoffIncrement: retryMs,
             maxBackoff: retryMs,
             connectTimeout: 10_000,
+            // It would be made of a blob, which the policy of a page may refuse without telling anybody.
+            useWorkerScheduler: false,
             // The library's own limit is shorter than many a script.
             maxSendBayeuxMessageSize: options.maxMessageSize,
         });
@@ -167,7 +188,10 @@ export class Session {
         }
         this.cometd.addListener("/meta/connect", reply => {
             if (reply.successful) {
-                this.lostAt = undefined;
+                if (this.lostAt !== undefined) {
+                    this.lostAt = undefined;
+                    this.tellOpen();
+                }
                 this.release(this.delayed);
                 this.release(this.connects);
             } else this.noteLoss();
@@ -197,6 +221,7 @@ export class Session {
                     isFirst = false;
                     if (reply.reestablish) this.resume(extensionOf(reply).server);
                     this.server = extensionOf(reply).server;
+                    this.tellOpen();
                     resolve();
                     return;
                 }
@@ -224,7 +249,7 @@ export class Session {
     }
 
     /** Publishes, with what `connector` says to the server about it; fails when the server refuses. */
-    async publish(channel: string, data: unknown, connector?: object): Promise<void> {
+    async publish(channel: string, data: unknown, connector?: RequestOptions): Promise<void> {
         this.requireSendable(channel, data);
         await this.online();
         return new Promise((resolve, reject) => {
@@ -355,7 +380,10 @@ export class Session {
 
     // After so long a break the server has ended the session for sure.
     private noteLoss(): void {
-        this.lostAt ??= Date.now();
+        if (this.lostAt === undefined) {
+            this.lostAt = Date.now();
+            this.options.onState?.({name: "lost", since: this.lostAt});
+        }
         void this.absence().then(error => error && this.finish(error));
         if (Date.now() - this.lostAt < sessionTime) return;
         for (const call of [...this.calls.values()]) call.reject(NumoraError.disconnected("the server cannot be reached"));
@@ -374,6 +402,10 @@ export class Session {
             this.isLookingForInterpreter = false;
         }
         return undefined;
+    }
+
+    private tellOpen(): void {
+        this.options.onState?.({name: "open", server: this.server ?? ""});
     }
 
     private release(waiting: (() => void)[]): void {
@@ -459,6 +491,7 @@ export class Session {
         }
         this.release(this.delayed);
         this.release(this.connects);
+        this.options.onState?.({name: "ended", error: reason});
         this.end(reason);
         if (this.cometd.isDisconnected()) onDone?.();
         else this.cometd.disconnect(onDone);

@@ -29,7 +29,7 @@ async function nodeSocket(): Promise<unknown> {
     return class extends WebSocket {
         constructor(address: string, protocols?: string) {
             super(address, protocols);
-            this.on("error", error => socketFailures.set(address, error.message));
+            this.on("error", (error: Error) => socketFailures.set(address, error.message));
             this.on("open", () => socketFailures.delete(address));
         }
     };

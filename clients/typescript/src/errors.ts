@@ -48,6 +48,6 @@ export function errorOf(reply: FailedReply): NumoraError {
     if (code === "402") return NumoraError.disconnected("the server ended the session");
     const detail = (reply.data as {error?: string} | undefined)?.error;  // of the answer to a call
     if (detail) return new NumoraError(code ?? "failed", detail);
-    if (code) return new NumoraError(code, channel ? `${text} (${channel})` : text);
+    if (code) return new NumoraError(code, channel ? `${text} (${channel})` : `${text}`);
     return NumoraError.disconnected(reply.error || reply.failure?.reason || "the connection was lost");
 }

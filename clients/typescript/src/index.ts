@@ -4,4 +4,4 @@ export type {EvalStream, StreamOptions} from "./EvalStream.js";
 export type {StreamEvent} from "./streamEvents.js";
 export {InterpreterDied, NumoraError} from "./errors.js";
 export type {Death, DeathRecord, Interpreter, InterpreterOptions} from "./interpreters.js";
-export type {Handler, Message} from "./Session.js";
+export type {ConnectionState, Handler, Message, RequestOptions} from "./Session.js";
