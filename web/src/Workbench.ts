@@ -1,0 +1,95 @@
+import type {Interpreter} from "numora-client";
+import type {Output} from "./output/api.js";
+import {OutputView} from "./output/OutputView.js";
+import {Rich} from "./rich/Rich.js";
+import {make} from "./rich/dom.js";
+import {Answers} from "./session/Answers.js";
+import {CodeQueue} from "./session/CodeQueue.js";
+import {type Mode, Session} from "./session/Session.js";
+import {Connection} from "./wire/Connection.js";
+
+/** What stands around the log, which is loaded after it. */
+export interface Surroundings {
+    update(): void;
+    workspaceChanged(isEmpty: boolean): void;
+    /** Puts text that was not taken back where it was typed. */
+    giveBack(text: string): void;
+}
+
+/** One interpreter: its log, its connection and its queue. */
+export class Workbench {
+    readonly element = make("div", "workbench");
+    readonly work = make("div", "work");
+    readonly log: Output;
+    readonly session: Session;
+    readonly connection: Connection;
+    readonly rich: Rich;
+    private surroundings: Surroundings | undefined;
+    private readonly returned: string[] = [];
+
+    /** `server` is the address of the server, without a slash at its end. */
+    constructor(readonly id: string, server: string) {
+        const logHost = make("div", "log-host");
+        this.log = new OutputView(logHost, {label: `Log of ${id}`});
+        this.rich = new Rich(this.log, code => this.giveBack(code));
+        this.connection = new Connection(`${server}/interpreters/${id}`, {
+            onMessage: message => this.session.take(message),
+            onState: state => {
+                this.session.linkChanged(state);
+                if (state.name === "open") this.surroundings?.workspaceChanged(false);
+            },
+            onServerStarted: () => this.session.serverStarted(),
+        });
+        const queue = new CodeQueue(this.stored<string[]>("queue", []), items => {
+            this.store("queue", items);
+            this.surroundings?.update();
+        });
+        const wire = {
+            publish: this.connection.publish.bind(this.connection),
+            interrupt: () => this.connection.interrupt(),
+            activity: () => this.activity(),
+        };
+        this.session = new Session(this.log, wire, this.rich, queue, new Answers(sessionStorage, `numora.answers.${id}`), {
+            onChange: () => this.surroundings?.update(),
+            onWorkspace: isEmpty => this.surroundings?.workspaceChanged(isEmpty),
+            onReturned: text => this.giveBack(text),
+        });
+        this.work.append(logHost);
+        this.element.append(this.work);
+        void this.connection.open();
+    }
+
+    surround(surroundings: Surroundings): void {
+        this.surroundings = surroundings;
+        for (const text of this.returned.splice(0)) surroundings.giveBack(text);
+        surroundings.update();
+    }
+
+    close(): void {
+        this.connection.close();
+        this.log.close();
+        this.element.remove();
+    }
+
+    /** What is kept for a reload of the page. */
+    stored<Value>(name: string, otherwise: Value): Value {
+        return JSON.parse(sessionStorage.getItem(`numora.${name}.${this.id}`) ?? "null") ?? otherwise;
+    }
+
+    store(name: string, value: unknown): void {
+        sessionStorage.setItem(`numora.${name}.${this.id}`, JSON.stringify(value));
+    }
+
+    private giveBack(text: string): void {
+        if (this.surroundings) this.surroundings.giveBack(text);
+        else this.returned.push(text);
+    }
+
+    private async activity(): Promise<{mode: Mode; ms: number} | undefined> {
+        const response = await fetch(this.connection.address);
+        if (!response.ok) return undefined;
+        const {activity, request, state} = (await response.json()) as Interpreter;
+        if (state !== "ready") return {mode: "idle", ms: 0};
+        return {mode: activity === "input" ? "input" : activity === "busy" ? "running" : "idle", ms: request?.ms ?? 0};
+    }
+}

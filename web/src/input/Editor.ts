@@ -1,0 +1,167 @@
+// The editor for code, a chunk of its own: everything of CodeMirror comes through here.
+
+import {acceptCompletion, autocompletion, closeBrackets, closeBracketsKeymap, completionKeymap, completionStatus, startCompletion} from "@codemirror/autocomplete";
+import {history, historyKeymap, indentLess, insertNewline, standardKeymap} from "@codemirror/commands";
+import {HighlightStyle, StreamLanguage, bracketMatching, indentUnit, syntaxHighlighting} from "@codemirror/language";
+import {EditorState, Prec} from "@codemirror/state";
+import {EditorView, type KeyBinding, drawSelection, hoverTooltip, keymap} from "@codemirror/view";
+import {tags} from "@lezer/highlight";
+import {type Asks, completionSource, inspectionText} from "./Completion.js";
+import {tokens} from "./tokens.js";
+
+export interface EditorHandlers extends Asks {
+    /** Enter: whether the code is complete, and else what the next line begins with. */
+    isComplete(code: string): Promise<{complete: boolean; indent: string}>;
+    onRun(code: string): void;
+    onChange(code: string): void;
+    /** An older entry (-1) or a newer one of the history that fits to `text`. */
+    recall(by: -1 | 1, text: string): string | undefined;
+    /** Ctrl+C without a selection: whether there was something to stop. */
+    onStop(): boolean;
+    onClear(): void;
+    onInspect(name: string): void;
+    onSearchHistory(): void;
+}
+
+const python = StreamLanguage.define(tokens);
+const colours = HighlightStyle.define([
+    {tag: tags.keyword, color: "var(--code-keyword)"},
+    {tag: tags.string, color: "var(--code-string)"},
+    {tag: [tags.number, tags.atom], color: "var(--code-number)"},
+    {tag: tags.comment, color: "var(--code-comment)", fontStyle: "italic"},
+    {tag: tags.definition(tags.variableName), color: "var(--code-name)"},
+]);
+const theme = EditorView.theme({
+    "&": {backgroundColor: "transparent", color: "var(--text)", maxHeight: "40dvh"},
+    "&.cm-focused": {outline: "none"},
+    ".cm-content": {fontFamily: "var(--mono)", fontSize: "var(--text-size)", lineHeight: "1.4", padding: "0.4rem 0", caretColor: "var(--text)"},
+    ".cm-scroller": {fontFamily: "inherit", lineHeight: "inherit", overflow: "auto"},
+    ".cm-cursor": {borderLeftColor: "var(--text)"},
+    "&.cm-focused > .cm-scroller > .cm-selectionLayer .cm-selectionBackground, .cm-selectionBackground": {background: "var(--selection)"},
+    ".cm-tooltip": {background: "var(--panel)", color: "var(--text)", border: "1px solid var(--line)", borderRadius: "4px"},
+    ".cm-tooltip-autocomplete > ul": {fontFamily: "var(--mono)", fontSize: "var(--text-size)"},
+    ".cm-tooltip-autocomplete > ul > li[aria-selected]": {background: "var(--accent)", color: "var(--on-accent)"},
+    ".cm-inspection": {padding: "0.5rem", maxWidth: "60ch", maxHeight: "20rem", overflow: "auto", whiteSpace: "pre-wrap", fontFamily: "var(--mono)"},
+    ".cm-matchingBracket": {background: "var(--selection)", outline: "none"},
+});
+
+export class Editor {
+    private readonly view: EditorView;
+    /** Tab leaves the editor next. */
+    private isFree = false;
+
+    /** `parent` is in a shadow root, which adopts the styles, as the page's policy wants it. */
+    constructor(root: ShadowRoot, parent: HTMLElement, private readonly handlers: EditorHandlers) {
+        this.view = new EditorView({root, parent, state: EditorState.create({extensions: [
+            python, syntaxHighlighting(colours), theme, history(), drawSelection(), bracketMatching(), closeBrackets(),
+            indentUnit.of("    "), EditorState.tabSize.of(4), EditorView.lineWrapping,
+            EditorView.contentAttributes.of({"aria-label": "Code", autocapitalize: "off", autocorrect: "off", spellcheck: "false"}),
+            autocompletion({override: [completionSource(handlers)], interactionDelay: 0, icons: false}),
+            hoverTooltip(async (view, position) => this.tooltip(view, position)),
+            Prec.highest(keymap.of(this.keys)),
+            keymap.of([...closeBracketsKeymap, ...completionKeymap, ...historyKeymap, ...standardKeymap]),
+            EditorView.updateListener.of(({docChanged}) => docChanged && handlers.onChange(this.code)),
+            EditorView.domEventHandlers({focus: () => void (this.isFree = false)}),
+        ]})});
+    }
+
+    get code(): string {
+        return this.view.state.doc.toString();
+    }
+
+    set code(text: string) {
+        this.view.dispatch({changes: {from: 0, to: this.view.state.doc.length, insert: text}, selection: {anchor: text.length}, scrollIntoView: true});
+    }
+
+    get hasFocus(): boolean {
+        return this.view.hasFocus;
+    }
+
+    focus(): void {
+        this.view.focus();
+    }
+
+    insert(text: string): void {
+        this.view.dispatch(this.view.state.replaceSelection(text), {scrollIntoView: true});
+        this.focus();
+    }
+
+    async enter(mustRun = false): Promise<void> {
+        const {code, handlers} = this;
+        if (code.trim() === "") return;
+        const {complete, indent} = mustRun ? {complete: true, indent: ""} : await handlers.isComplete(code);
+        if (this.code !== code) return;  // typed meanwhile
+        if (complete) {
+            this.code = "";
+            handlers.onRun(code);
+        } else this.view.dispatch(this.view.state.replaceSelection(`\n${indent}`), {scrollIntoView: true});
+    }
+
+    private readonly keys: KeyBinding[] = [
+        {key: "Enter", run: view => completionStatus(view.state) === "active" ? acceptCompletion(view) : this.entered()},
+        {key: "Shift-Enter", run: insertNewline},
+        {key: "Mod-Enter", run: () => (void this.enter(true), true)},
+        {key: "Tab", run: view => this.tab(view), shift: view => !this.isFree && indentLess(view)},
+        {key: "Escape", run: view => this.escape(view)},
+        {key: "ArrowUp", run: view => this.recall(view, -1)},
+        {key: "ArrowDown", run: view => this.recall(view, 1)},
+        {key: "Mod-i", run: view => (this.handlers.onInspect(nameAt(view.state, view.state.selection.main.head)), true)},
+        {key: "Ctrl-c", run: view => view.state.selection.main.empty && this.handlers.onStop()},
+        {key: "Mod-k", run: () => (this.code = "", true)},
+        {key: "Mod-l", run: () => (this.handlers.onClear(), true)},
+        {key: "Ctrl-r", run: () => (this.handlers.onSearchHistory(), true)},
+    ];
+
+    private entered(): boolean {
+        const {main} = this.view.state.selection;
+        // In the middle of several lines it is a new line.
+        if (this.view.state.doc.sliceString(main.to).includes("\n")) return insertNewline(this.view);
+        void this.enter();
+        return true;
+    }
+
+    private tab(view: EditorView): boolean {
+        if (this.isFree) return false;
+        if (completionStatus(view.state) === "active") return acceptCompletion(view);
+        const {head} = view.state.selection.main, before = view.state.doc.lineAt(head).text.slice(0, head - view.state.doc.lineAt(head).from);
+        if (/[\w.]$/.test(before)) return startCompletion(view);
+        if (before.trim() !== "" || view.state.doc.length === 0) return false;
+        view.dispatch(view.state.replaceSelection("    "));
+        return true;
+    }
+
+    private escape(view: EditorView): boolean {
+        if (completionStatus(view.state) !== null) return false;  // closes the list
+        this.isFree = true;
+        return true;
+    }
+
+    private recall(view: EditorView, by: -1 | 1): boolean {
+        if (completionStatus(view.state) === "active") return false;
+        const {doc, selection: {main}} = view.state;
+        if (!main.empty || doc.lineAt(main.head).number !== (by < 0 ? 1 : doc.lines)) return false;
+        const text = this.handlers.recall(by, this.code);
+        if (text !== undefined) this.code = text;
+        return text !== undefined;
+    }
+
+    private async tooltip(view: EditorView, position: number) {
+        const name = nameAt(view.state, position);
+        const {doc} = view.state;
+        const text = name === "" ? "" : await inspectionText(this.handlers, name);
+        if (text === "" || view.state.doc !== doc) return null;
+        return {pos: position, above: true, create: () => {
+            const dom = document.createElement("div");
+            dom.className = "cm-inspection";
+            dom.textContent = text;
+            return {dom};
+        }};
+    }
+}
+
+/** The dotted name around `position`, up to the word in which that is. */
+function nameAt(state: EditorState, position: number): string {
+    const line = state.doc.lineAt(position), at = position - line.from;
+    const before = /[\p{L}\p{N}_.]*$/u.exec(line.text.slice(0, at))![0], after = /^[\p{L}\p{N}_]*/u.exec(line.text.slice(at))![0];
+    return /^[\p{L}_]/u.test(before + after) ? before + after : "";
+}

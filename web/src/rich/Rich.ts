@@ -1,0 +1,114 @@
+import type {EntryHandle, Output} from "../output/api.js";
+import type {Showing} from "../session/Session.js";
+import type {Bundle, Failure, Figure, Life, ProgressEvent, Tag} from "../wire/messages.js";
+import {button, make, rowsOf} from "./dom.js";
+
+type Nodes = typeof import("./nodes.js");
+
+/** What a node of the log shows, for transcripts. */
+export const bundles = new WeakMap<HTMLElement, Pick<Bundle, "data" | "metadata">>();
+
+/** Shows in the log of one interpreter what is no text. */
+export class Rich implements Showing {
+    private readonly nodes = import("./nodes.js");
+    readonly figures = this.nodes.then(({FigureStore}) => new FigureStore());
+    private readonly progress = new Map<string, HTMLElement>();
+    private readonly displays = new Map<string, HTMLElement>();
+    private readonly shownBy = new WeakMap<EntryHandle, HTMLElement[]>();
+    /** What it has shown goes when it shows something new. */
+    private mustClear: EntryHandle | undefined;
+
+    constructor(private readonly log: Output, private readonly onUse: (code: string) => void) {}
+
+    event(tag: Tag, data: any, entry: EntryHandle): void {
+        if (tag === "figure") this.figure(data as Figure, entry);
+        else if (tag === "progress") this.step(data as ProgressEvent, entry);
+        else if (tag === "display") this.display(data as Bundle, entry);
+        else if (tag === "clear") data.wait ? (this.mustClear = entry) : this.clear(entry);
+        else if (tag === "error") this.error(data as Failure, entry);
+    }
+
+    death({death}: Life, entry: EntryHandle): void {
+        this.place("death", 60, entry, (node, {showDeath}) => showDeath(node, death!));
+    }
+
+    suggestion(code: string, entry: EntryHandle): void {
+        entry.place(make("div", "suggestion", "Did you mean ", button(code, () => this.onUse(code))), 1);
+    }
+
+    private figure(figure: Figure, entry: EntryHandle): void {
+        const node = this.place("figure", figure.height + 40, entry, node => void this.figures.then(store => store.show(node, figure)));
+        bundles.set(node, {data: {"image/png": figure.png, "text/plain": figure.title || `Figure ${figure.number}`}, metadata: {}});
+    }
+
+    private step(event: ProgressEvent, entry: EntryHandle): void {
+        const id = String(event.id), show = (row: HTMLElement, {showProgress}: Nodes) => showProgress(row, event);
+        const row = this.progress.get(id);
+        if (row) void this.nodes.then(nodes => show(row, nodes));
+        else this.progress.set(id, this.place("progress", 22, entry, show));
+        if (event.ended) this.progress.delete(id);
+    }
+
+    private display(bundle: Bundle, entry: EntryHandle): void {
+        const id = bundle.transient?.display_id;
+        const old = id === undefined ? undefined : this.displays.get(id);
+        if (bundle.kind === "update") {
+            if (old) this.fill(old, bundle);
+            return;
+        }
+        const keys = Object.keys(bundle.data);
+        if (id === undefined && keys.length === 1 && keys[0] === "text/plain" && !bundle.note) {
+            this.clearLate(entry);
+            return entry.write(`${bundle.data["text/plain"]}\n`, "output");
+        }
+        const node = this.place("rich", 100, entry);
+        this.fill(node, bundle);
+        if (id !== undefined) this.displays.set(id, node);
+    }
+
+    private fill(node: HTMLElement, bundle: Bundle): void {
+        bundles.set(node, bundle);
+        void this.nodes.then(({showBundle}) => showBundle(node, bundle));
+    }
+
+    private error(failure: Failure, entry: EntryHandle): void {
+        const goTo = (evaluation: number, line: number) => this.goTo(evaluation, line);
+        this.place("error-view", 22 * failure.traceback.length, entry, (node, {showError}) => showError(node, failure, goTo));
+    }
+
+    /** Puts an element into the log, for `fill` as soon as that is there. */
+    private place(className: string, height: number, entry: EntryHandle, fill?: (node: HTMLElement, nodes: Nodes) => void): HTMLElement {
+        this.clearLate(entry);
+        const node = make("div", className);
+        if (fill) void this.nodes.then(nodes => fill(node, nodes));
+        this.shownBy.set(entry, [...(this.shownBy.get(entry) ?? []), node]);
+        entry.place(node, rowsOf(height));
+        return node;
+    }
+
+    private clearLate(entry: EntryHandle): void {
+        if (this.mustClear === entry) this.clear(entry);
+        this.mustClear = undefined;
+    }
+
+    private clear(entry: EntryHandle): void {
+        for (const node of this.shownBy.get(entry) ?? []) node.hidden = true;
+        this.shownBy.delete(entry);
+    }
+
+    // Marks the line in the entry's code, as long as the entry is kept.
+    private goTo(evaluation: number, line: number): void {
+        const entry = this.log.entries().find(({start}) => start.number === evaluation);
+        const code = entry?.element.querySelector(".entry-code");
+        if (!entry || !code?.firstChild) return;
+        const lines = entry.start.code.split("\n"), from = lines.slice(0, line - 1).join("\n").length + (line > 1 ? 1 : 0);
+        const range = document.createRange();
+        range.setStart(code.firstChild, Math.min(from, code.textContent!.length));
+        range.setEnd(code.firstChild, Math.min(from + (lines[line - 1]?.length ?? 0), code.textContent!.length));
+        entry.element.scrollIntoView({block: "start"});
+        entry.element.focus({preventScroll: true});
+        const selection = document.getSelection()!;
+        selection.removeAllRanges();
+        selection.addRange(range);
+    }
+}

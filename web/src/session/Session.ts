@@ -1,0 +1,294 @@
+import type {Message, NumoraError, RequestOptions} from "numora-client";
+import type {EntryHandle, Output} from "../output/api.js";
+import type {LinkState} from "../wire/Connection.js";
+import {type Evaluation, type Failure, type Life, type Loss, type PromptName, type Question, type Tag, channels, tagOf} from "../wire/messages.js";
+import {Answers} from "./Answers.js";
+import type {CodeQueue} from "./CodeQueue.js";
+import {TracebackHold} from "./TracebackHold.js";
+import {lossText, newName} from "./texts.js";
+
+export type Mode = "idle" | "running" | "input" | "password" | "debugger" | "keyboard" | "pause";
+
+/** What a session needs of the connection. */
+export interface Wire {
+    publish(text: string, options: RequestOptions): Promise<void>;
+    interrupt(): Promise<void>;
+    /** What the interpreter does now, where no message has told: whether code runs, and for how many milliseconds. */
+    activity(): Promise<{mode: Mode; ms: number; prompt?: number} | undefined>;
+}
+
+/** Shows in an entry what is no text. */
+export interface Showing {
+    event(tag: Tag, data: any, entry: EntryHandle): void;
+    death(life: Life, entry: EntryHandle): void;
+    suggestion(code: string, entry: EntryHandle): void;
+}
+
+export interface SessionHandlers {
+    onChange(): void;
+    /** The variables have changed, or are gone. */
+    onWorkspace(isEmpty: boolean): void;
+    /** Code or typed text that was not taken. */
+    onReturned(text: string): void;
+}
+
+const modes: Record<PromptName, Mode> = {
+    BASE_PROMPT: "idle",
+    INCOMPLETE_BLOCK_PROMPT: "idle",
+    NO_PROMPT: "running",
+    INPUT_PROMPT: "input",
+    KEYBOARD_PROMPT: "keyboard",
+    DEBUG_PROMPT: "debugger",
+    PAUSE_PROMPT: "pause",
+};
+const reactsMs = 3000;
+
+/**
+ * What one interpreter does, from its messages, and what is sent to it.
+ *
+ *     idle -- code is sent, or runs for others --> running -- prompt --> input, password, debugger, keyboard, pause
+ *       ^                                             |  ^------ answer ----------'
+ *       '---------------- it ends --------------------'      stop(): isStopping until it ends or asks
+ */
+export class Session {
+    mode: Mode = "idle";
+    /** Number and text of the question, where code asks for something. */
+    prompt: {number?: number; label: string} = {label: ""};
+    /** When the code began that runs, as Date.now() gives it. */
+    runsSince = 0;
+    stopping: "no" | "asked" | "deaf" = "no";
+    /** That of the interpreter; undefined until it is known. */
+    life: Life | undefined;
+    link: LinkState = {name: "connecting"};
+
+    private readonly entries = new Map<string, EntryHandle>();
+    private current: EntryHandle | undefined;
+    /** The name of the code that was sent and has not ended. */
+    private underWay: string | undefined;
+    private question: Question | undefined;
+    private lastLine = "";
+    private knowsPrompt = false;
+    private stopTimer: ReturnType<typeof setTimeout> | undefined;
+    private readonly hold = new TracebackHold(text => this.entry().write(text, "error"));
+
+    constructor(readonly log: Output, private readonly wire: Wire, private readonly showing: Showing, readonly queue: CodeQueue,
+                private readonly answers: Answers, private readonly handlers: SessionHandlers) {}
+
+    // What the user does.
+
+    /** Runs `code` now, or when what is before it has ended. */
+    run(code: string): void {
+        if (code.trim() === "") return;
+        this.queue.add(code);
+        this.sendNext();
+    }
+
+    /** Answers the question that the code asks. */
+    answer(text: string): void {
+        const {number} = this.prompt;
+        if (number !== undefined) this.answers.add(number, text, this.mode === "password");
+        this.wire.publish(`${text}\n`, {request: newName(), prompt: number}).catch((error: NumoraError) => {
+            if (number !== undefined) this.answers.remove(number);
+            this.log.notice(error.code === "409" ? "The code does not wait for this answer any more: it was not sent" : notSent(error, "answer"));
+            if (this.mode !== "password") this.handlers.onReturned(text);
+        });
+    }
+
+    async stop(): Promise<void> {
+        const waiting = this.queue.takeAll();
+        if (waiting !== "") this.handlers.onReturned(waiting);
+        if (this.mode === "idle" && this.underWay === undefined) return;
+        this.stopping = "asked";
+        clearTimeout(this.stopTimer);
+        this.stopTimer = setTimeout(() => {
+            this.stopping = "deaf";
+            this.handlers.onChange();
+        }, reactsMs);
+        this.handlers.onChange();
+        await this.wire.interrupt().catch((error: Error) => this.log.notice(`It could not be stopped: ${error.message}`));
+    }
+
+    // What the wire tells.
+
+    linkChanged(link: LinkState): void {
+        const before = this.link.name;
+        this.link = link;
+        if (link.name === "gone") this.log.notice("The interpreter was deleted");
+        if (link.name === "open" && before !== "open") void this.refresh().then(() => this.sendNext());
+        this.handlers.onChange();
+    }
+
+    serverStarted(): void {
+        this.startedAgain(`The server was started again at ${new Date().toLocaleTimeString()}: variables are gone`);
+    }
+
+    take(message: Message): void {
+        const {channel, data, request} = message;
+        const tag = tagOf(channel);
+        if (channel !== channels.error && tag !== "error") this.hold.letGo();
+        if (tag) this.event(tag, data, request);
+        else if (channel === channels.output) this.write(data as string);
+        else if (channel === channels.error) message.death ? undefined : this.hold.write(data as string);
+        else if (channel === channels.prompt) this.prompted(data as PromptName, message);
+        else if (channel === channels.completion) this.completed(request, data === "Done: success");
+        else if (channel === channels.clear) this.log.clear();
+        else if (channel === channels.home) this.log.home();
+        else if (channel === channels.suggest) this.showing.suggestion(data as string, this.entry());
+        else if (channel === channels.interpreter) this.lived(data as Life);
+        else if (channel === channels.gap || channel === channels.dropped) this.lost(channel, data as Loss);
+    }
+
+    private write(text: string): void {
+        this.entry().write(text, "output");
+        this.lastLine = (this.lastLine + text.slice(-2000)).slice(-2000).replace(/^[^]*\n(?=[^])/, "");
+    }
+
+    private event(tag: Tag, data: any, request: string | undefined): void {
+        if (tag === "evaluation") this.evaluation(data as Evaluation);
+        else if (tag === "workspace") this.handlers.onWorkspace(false);
+        else if (tag === "input") this.question = data as Question;
+        else if (tag === "error" && !this.hold.accept(data as Failure)) return;
+        else if (tag !== "status") this.showing.event(tag, data, this.entry(request));
+    }
+
+    private evaluation({number, request, code, clientType, state, isError, seconds}: Evaluation): void {
+        if (state === "begun") {
+            let entry = request === null ? undefined : this.entries.get(request);
+            if (!entry) {
+                entry = this.log.beginEntry({code, number, clientType, isOwn: clientType === "numora-web"});
+                if (request !== null) this.entries.set(request, entry);
+            }
+            entry.setNumber(number);
+            this.current = entry;
+            this.runsSince = Date.now();
+        } else {
+            const entry = request === null ? this.current : this.entries.get(request);
+            if (entry && !entry.result) entry.end({isError: isError === true, seconds: seconds ?? undefined});
+            if (request !== null && request !== this.underWay) this.entries.delete(request);
+        }
+    }
+
+    private prompted(name: PromptName, {prompt: number, echo}: Message): void {
+        this.knowsPrompt = true;
+        const {number: answered} = this.prompt;
+        if (answered !== undefined && number !== answered) {
+            const typed = this.answers.get(answered);
+            if (typed !== undefined) this.write(`${typed}\n`);
+        }
+        const mode = modes[name] ?? "running";
+        if (mode === "running" && this.mode === "idle") this.runsSince = Date.now();
+        if (mode !== "running") this.stopped();
+        this.mode = mode === "input" && (echo === false || (this.question?.password && this.question.number === number)) ? "password" : mode;
+        const text = this.question?.number === number ? this.question!.prompt : this.lastLine;
+        this.prompt = {number, label: mode === "idle" ? "" : text};
+        if (mode === "idle") this.lastLine = "";
+        if (name === "INCOMPLETE_BLOCK_PROMPT") {
+            this.entry().notice("A block is still open: nothing has run");
+            this.handlers.onReturned(this.entry().start.code);
+        }
+        this.handlers.onChange();
+        this.sendNext();
+    }
+
+    private completed(request: string | undefined, isSuccess: boolean): void {
+        const entry = request === undefined ? undefined : this.entries.get(request);
+        if (entry && !entry.result) entry.end({isError: !isSuccess});
+        if (request !== undefined) this.entries.delete(request);
+        if (request === this.underWay) this.underWay = undefined;
+        this.handlers.onChange();
+        this.sendNext();
+    }
+
+    private lived(life: Life): void {
+        const before = this.life;
+        this.life = life;
+        if (life.death && life.death.life !== before?.death?.life) {
+            this.showing.death(life, this.entry());
+            this.forget();
+        } else if (life.state === "ready" && before && before.life < life.life && before.state !== "dead") {
+            this.startedAgain("The interpreter was started again: variables are gone");
+        } else if (life.state === "ready" && before && before.life < life.life) {
+            this.log.notice("The interpreter was started again: variables are gone");
+            this.handlers.onWorkspace(true);
+        }
+        this.handlers.onChange();
+        this.sendNext();
+    }
+
+    private lost(channel: string, loss: Loss): void {
+        this.log.notice(lossText(channel === channels.gap, loss));
+        this.knowsPrompt = false;
+        void this.refresh();
+    }
+
+    private startedAgain(text: string): void {
+        this.forget();
+        this.log.notice(text);
+        this.handlers.onChange();
+    }
+
+    // What ran is gone.
+    private forget(): void {
+        this.stopped();
+        for (const entry of this.entries.values()) if (!entry.result) entry.end({isError: true});
+        if (this.current && !this.current.result) this.current.end({isError: true});
+        this.entries.clear();
+        this.underWay = undefined;
+        this.mode = "idle";
+        this.prompt = {label: ""};
+        const waiting = this.queue.takeAll();
+        if (waiting !== "") this.handlers.onReturned(waiting);
+        this.handlers.onWorkspace(true);
+    }
+
+    private stopped(): void {
+        clearTimeout(this.stopTimer);
+        this.stopping = "no";
+    }
+
+    // Where the messages that are kept have not told what the interpreter does.
+    private async refresh(): Promise<void> {
+        const now = await this.wire.activity().catch(() => undefined);
+        if (!now) return;
+        if (now.mode !== "idle") this.runsSince = Date.now() - now.ms;
+        if (!this.knowsPrompt && this.mode !== now.mode && !(this.mode !== "running" && now.mode === "input")) {
+            this.mode = now.mode;
+            this.prompt = {number: now.prompt, label: this.lastLine};
+        }
+        if (now.mode === "idle" && this.mode === "idle") this.underWay = undefined;
+        this.handlers.onChange();
+    }
+
+    private sendNext(): void {
+        if (this.mode !== "idle" || this.underWay !== undefined || this.link.name !== "open") return;
+        const code = this.queue.take();
+        if (code === undefined) return;
+        const request = newName();
+        this.underWay = request;
+        const entry = this.log.beginEntry({code, isOwn: true});
+        this.entries.set(request, entry);
+        this.current = entry;
+        this.runsSince = Date.now();
+        this.handlers.onChange();
+        this.wire.publish(code, {request, prompt: 0, capabilities: ["display", "figures"]}).catch((error: NumoraError) => {
+            entry.notice(notSent(error, "code"));
+            if (error.code !== "disconnected") this.handlers.onReturned(code);
+            this.completed(request, false);
+        });
+    }
+
+    get isBusy(): boolean {
+        return this.mode !== "idle" || this.underWay !== undefined;
+    }
+
+    /** Where text of `request` goes: into its entry, else into that of what runs, else into one without code. */
+    private entry(request?: string): EntryHandle {
+        const own = request === undefined ? undefined : this.entries.get(request);
+        return own ?? (this.current ??= this.log.beginEntry({code: "", isOwn: true}));
+    }
+}
+
+function notSent({code, message}: NumoraError, what: "code" | "answer"): string {
+    if (code === "disconnected") return `The connection was lost: it is not known whether this ${what === "code" ? "has run" : "was taken"}`;
+    return `The ${what} was not taken: ${message}`;
+}

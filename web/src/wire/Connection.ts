@@ -1,0 +1,121 @@
+import type {ConnectionState, Message, RequestOptions} from "numora-client";
+import {NumoraError} from "numora-client/errors.js";
+import {exchange} from "numora-client/http.js";
+import {Session} from "numora-client/Session.js";
+import {call} from "./call.js";
+import {channels, subscribed} from "./messages.js";
+
+/** "gone" is the interpreter, which somebody has deleted. */
+export type LinkState =
+    | {name: "connecting"}
+    | {name: "open"}
+    | {name: "lost"; since: number}
+    | {name: "refused"; text: string}
+    | {name: "gone"};
+
+export interface LinkHandlers {
+    onMessage(message: Message): void;
+    onState(state: LinkState): void;
+    /** The server is another one than before: it was started again. */
+    onServerStarted(): void;
+}
+
+/** By which the page knows code that was entered in a page. */
+export const clientType = "numora-web";
+const firstRetryMs = 500, lastRetryMs = 5000;
+
+/**
+ * The connection to one interpreter, with one subscription to all that the page shows.
+ *
+ *     connecting -- server answers --> open <-- comes back / lost --> lost, tried again until the server answers
+ *     any -- token refused --> refused; interpreter deleted --> gone
+ */
+export class Connection {
+    state: LinkState = {name: "connecting"};
+    private session: Session | undefined;
+    private server: string | undefined;
+    /** Number of the last message: where a new session begins. */
+    private last = 0;
+    private closed = false;
+
+    /** `address` is that of the interpreter, without a slash at its end. */
+    constructor(readonly address: string, private readonly handlers: LinkHandlers) {}
+
+    async open(): Promise<void> {
+        for (let wait = firstRetryMs; !this.closed; wait = Math.min(2 * wait, lastRetryMs)) {
+            try {
+                return await this.connect();
+            } catch (error) {
+                if (this.end(error as NumoraError)) return;
+                if (this.state.name !== "lost") this.set({name: "lost", since: Date.now()});
+            }
+            await new Promise(resolve => setTimeout(resolve, wait));
+        }
+    }
+
+    close(): void {
+        this.closed = true;
+        void this.session?.close();
+    }
+
+    publish(text: string, options: RequestOptions): Promise<void> {
+        if (!this.session) return Promise.reject(new NumoraError("disconnected", "there is no connection"));
+        return this.session.publish(channels.request, text, options);
+    }
+
+    /** By HTTP, so that it does not wait for output that is on its way. */
+    async interrupt(): Promise<void> {
+        await call(this.address, "Interrupt", {});
+    }
+
+    /** Calls `name` inside of running code, by HTTP. */
+    async ask<Result>(name: string, arguments_: unknown[] = [], signal?: AbortSignal): Promise<Result> {
+        const request = {function: name, arguments: arguments_, nargout: 1, dequeMode: "ppe", outputMode: "ignore"};
+        const answer = await call(this.address, "FEval", request, signal);
+        if (answer.isError) throw new NumoraError("failed", answer.messageFaults?.[0]?.message ?? "the call failed");
+        return JSON.parse(answer.results!)[0];
+    }
+
+    private async connect(): Promise<void> {
+        this.session = await Session.open({
+            url: `${this.address}/cometd`,
+            token: "",  // the cookie shows it
+            clientType,
+            retryMs: firstRetryMs,
+            maxMessageSize: 16 * 1024 * 1024,
+            findInterpreter: () => exchange({server: this.address, token: ""}, "GET", ""),
+            onState: state => this.changed(state),
+        });
+        const handler = (message: Message): void => {
+            if (message.number !== undefined) this.last = message.number;
+            this.handlers.onMessage(message);
+        };
+        await this.session.subscribe({channels: subscribed, handler, onEnd: () => {}}, this.last);
+        this.set({name: "open"});
+    }
+
+    private changed(state: ConnectionState): void {
+        if (state.name === "open") {
+            if (this.server !== undefined && this.server !== state.server) this.handlers.onServerStarted();
+            this.server = state.server;
+            if (this.session) this.set({name: "open"});
+        } else if (state.name === "lost") this.set(state);
+        else if (this.session && !this.closed) {
+            this.session = undefined;
+            if (state.error && !this.end(state.error)) void this.open();
+        }
+    }
+
+    /** Whether to try again is of no use. */
+    private end({code, message}: NumoraError): boolean {
+        if (code === "404") this.set({name: "gone"});
+        else if (code === "401" || code === "403") this.set({name: "refused", text: message});
+        else return false;
+        return true;
+    }
+
+    private set(state: LinkState): void {
+        this.state = state;
+        this.handlers.onState(state);
+    }
+}

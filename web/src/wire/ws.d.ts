@@ -1,0 +1,2 @@
+// The client imports it in Node.js only.
+export const WebSocket: any;
