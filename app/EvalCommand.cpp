@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <memory>
+#include <optional>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -59,30 +60,33 @@ void printJson(const Poco::JSON::Object& response, int output) {
     writeAll(output, line.str() + "\n");
 }
 
-int runEval(const EvalOptions& options) {
-    const auto codes = readCodes(options.codes);
-    const auto settings = settingsFor(options);
-    const auto session = options.session.open(settings.window);
-    if (options.stream) {
-        return StreamedEvaluation(*session, {options.json, std::chrono::seconds(options.timeoutSeconds)})
-                       .run(codes)
-                   ? 0
-                   : 1;
-    }
-    const auto streams = session->streams();
+// Other clients' code may wait for input, too, and is typed a whole line.
+std::string textFor(const Session& session, const std::string& code, bool isTyped) {
+    return isTyped || session.isShared() ? withFinalNewline(code) : code;
+}
+
+bool stream(Session& session, const std::vector<std::string>& codes, const EvalOptions& options) {
+    auto code = codes.begin();
+    StreamedEvaluation evaluation(
+        session, {.json = options.json, .limit = std::chrono::seconds(options.timeoutSeconds)});
+    return evaluation.run([&](bool isTyped) -> std::optional<std::string> {
+        if (code == codes.end()) return std::nullopt;
+        return textFor(session, *code++, isTyped);
+    });
+}
+
+bool printResponses(Session& session, const std::vector<std::string>& codes,
+                    const EvaluationSettings& settings) {
+    const auto streams = session.streams();
     bool failed = false;
     Evaluation last;
     for (const auto& code : codes) {
-        if (&code != &codes.front()) session->goOn();
+        if (&code != &codes.front()) session.goOn();
         const bool typed = last.wants == Evaluation::Wants::Input;
-        const auto response = sendEval(*session, typed ? withFinalNewline(code) : code, settings);
-        last = outcomeOf(*session, typed ? "" : code, *response);
-        if (options.json) {
-            printJson(*response, streams.output);
-            if (session->wasDropped()) printError(streams.error, last.faults.back());
-        } else {
-            print(last, streams);
-        }
+        const auto response = sendEval(session, textFor(session, code, typed), settings);
+        last = outcomeOf(session, typed ? "" : code, *response);
+        printJson(*response, streams.output);
+        if (session.wasDropped()) printError(streams.error, last.faults.back());
         if (last.wants == Evaluation::Wants::RestOfBlock) {
             printError(streams.error, "the code ends inside an open block and was not run");
             failed = true;
@@ -93,7 +97,17 @@ int runEval(const EvalOptions& options) {
         printError(streams.error, "the code still waits for input");
         failed = true;
     }
-    return failed ? 1 : 0;
+    return !failed;
+}
+
+int runEval(const EvalOptions& options) {
+    const auto codes = readCodes(options.codes);
+    const auto settings = settingsFor(options);
+    const auto session = options.session.open(settings.window);
+    const bool isStreamed = options.stream || !options.json;
+    const bool isGood =
+        isStreamed ? stream(*session, codes, options) : printResponses(*session, codes, settings);
+    return isGood ? 0 : 1;
 }
 
 }  // namespace
@@ -105,11 +119,10 @@ void addEvalCommand(CLI::App& program, std::function<int()>& command) {
     eval->add_option("CODE", options->codes)
         ->required()
         ->description(
-            "Code to run, each in turn in one interpreter; it is typed when the one before waits for input. "
-            "'-' "
-            "reads it from standard input; '--' goes before a CODE that begins with a dash.");
+            "Code to run, each in turn in one interpreter; it is typed where code waits for input. '-' reads "
+            "it from standard input; '--' goes before a CODE that begins with a dash.");
     eval->add_flag("--json", options->json, "Print each response as one line of JSON");
-    eval->add_flag("--stream", options->stream, "Print text as it comes, errors apart from output");
+    eval->add_flag("--stream", options->stream, "With --json: print each message of the stream instead");
     addInteger(*eval, "--timeout", options->timeoutSeconds, 1, 2'147'483,
                "Give up each evaluation after S seconds")
         ->type_name("S");

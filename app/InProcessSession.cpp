@@ -71,13 +71,12 @@ public:
     void send(const StreamRequest& request) override {
         const auto context = std::make_shared<connector::common::ContextState>();
         RequestOrigin::set(*context, {.request = request.name, .pace = client_->pace()});
-        context->set(RequestOrigin::forPrompt, request.prompt);
+        if (request.prompt) context->set(RequestOrigin::forPrompt, *request.prompt);
         client_->publish(connector::wire::channel::evalRequest, connector::json::quoted(request.text),
                          context);
         const auto refusal = context->getOr(RequestRefusal::contextKey, RequestRefusal());
         if (refusal.status != 0) throw std::runtime_error("the request was refused: " + refusal.reason);
     }
-    bool isShared() const override { return false; }
     Taken take(std::chrono::milliseconds limit) override {
         constexpr std::size_t bytesPerTake = std::size_t{1} << 20;
         const messages::TakenFrames taken = client_->take(bytesPerTake, limit);

@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include "RemoteStream.h"
+#include "ServerRequests.h"
 #include "connector/json/parse.h"
 #include "connector/json/write.h"
 #include "connector/wireWords.h"
@@ -25,15 +26,6 @@ namespace {
 
 constexpr auto patience = std::chrono::seconds(5);
 constexpr auto readyLimit = std::chrono::seconds(10);
-constexpr int conflict = 409;
-constexpr const char* startedAnew =
-    "the interpreter was started anew since the last request; what was before is lost";
-
-Object::Ptr objectFrom(const HttpClient::Answer& answer) {
-    const Var value = valueIn(answer);
-    if (value.type() != typeid(Object::Ptr)) throw ServerRefusal("the server's answer must be a JSON object");
-    return value.extract<Object::Ptr>();
-}
 
 /// A count that is one higher for as long as this exists.
 class Counted {
@@ -71,6 +63,10 @@ RemoteSession::RemoteSession(const ServerAddress& address)
     key_ = std::make_unique<InterruptKey>([this] { interrupt(); });
 }
 
+std::string RemoteSession::activity() {
+    return ServerRequests(address_).interpreterInfo()->optValue<std::string>("activity", "");
+}
+
 StandardStreams RemoteSession::streams() const { return {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}; }
 
 Object::Ptr RemoteSession::request(const std::string& type, const Object::Ptr& message) {
@@ -82,11 +78,8 @@ Object::Ptr RemoteSession::request(const std::string& type, const Object::Ptr& m
     const std::string wanted = std::exchange(wantedLife_, {});
     const auto answer = requests_.post("/" + type, connector::json::written(message), std::nullopt, wanted);
     wasDropped_ = answer.isDropped;
-    if (!wanted.empty() && answer.status == conflict) {
-        life_.clear();
-        throw InterpreterDied(startedAnew);
-    }
     try {
+        if (!wanted.empty()) requireSameLife(answer);
         const auto response = objectFrom(answer);
         noteLife(answer.life);
         return response;

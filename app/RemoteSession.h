@@ -28,6 +28,8 @@ public:
     explicit RemoteSession(const ServerAddress& address);
 
     StandardStreams streams() const override;
+    bool isShared() const override { return true; }
+    std::string activity() override;
     Poco::JSON::Object::Ptr request(const std::string& type, const Poco::JSON::Object::Ptr& message) override;
     void goOn() override { wantedLife_ = life_; }
     bool wasDropped() const override { return wasDropped_; }

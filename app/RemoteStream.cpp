@@ -23,7 +23,8 @@ namespace {
 
 constexpr auto requestLimit = 30s;
 constexpr auto connectLimit = 45s;  // the server holds a connect for 25 seconds
-constexpr auto signInterval = 8s;   // the server forgets a client after 20 seconds
+// The server forgets a client after 20 seconds, and after two the code that waits for it goes on.
+constexpr auto signInterval = 1s;
 constexpr auto longestBreak = 20s;
 constexpr auto shortestDelay = 100ms;
 constexpr auto longestDelay = 2s;
@@ -43,6 +44,31 @@ bool isAnswer(const Object& message) {
 }
 
 std::string errorIn(const Object& reply) { return reply.optValue<std::string>("error", "without a reason"); }
+
+std::string arrayOf(const Object::Ptr& message) {
+    Array::Ptr all = new Array;
+    all->add(message);
+    return connector::json::written(all);
+}
+
+std::vector<Object::Ptr> messagesIn(const HttpClient::Answer& answer) {
+    const Var value = valueIn(answer);
+    if (value.type() != typeid(Array::Ptr))
+        throw ServerRefusal("the server's answer must be a JSON array of messages");
+    std::vector<Object::Ptr> messages;
+    for (const Var& element : *value.extract<Array::Ptr>()) {
+        if (element.type() == typeid(Object::Ptr)) messages.push_back(element.extract<Object::Ptr>());
+    }
+    return messages;
+}
+
+/// The first of the messages.  Throws: InterpreterDied, ServerRefusal, when it is no success.
+Object::Ptr successIn(const std::vector<Object::Ptr>& replies) {
+    if (replies.empty()) throw ServerRefusal("the server did not reply");
+    if (isSuccessful(*replies[0])) return replies[0];
+    if (const auto death = deathIn(*replies[0]); !death.empty()) throw InterpreterDied(death);
+    throw ServerRefusal("the server refused the request: " + errorIn(*replies[0]));
+}
 
 }  // namespace
 
@@ -72,9 +98,12 @@ void RemoteStream::send(const StreamRequest& request) {
     Object::Ptr message = newMessage(connector::wire::channel::evalRequest);
     message->set("data", request.text);
     Object::Ptr members = objectOf("request", request.name);
-    members->set("prompt", request.prompt);
+    if (request.prompt) members->set("prompt", *request.prompt);
     message->set("ext", objectOf("connector", members));
-    replyTo(publishes_, message);
+    const auto answer = publishes_.post("/cometd", arrayOf(message), std::nullopt, life_);
+    if (!life_.empty()) requireSameLife(answer);
+    life_ = answer.life;
+    successIn(messagesIn(answer));
 }
 
 std::string RemoteStream::interruptMessage() {
@@ -103,24 +132,11 @@ ResponseStream::Taken RemoteStream::take(std::chrono::milliseconds limit) {
 
 RemoteStream::Objects RemoteStream::exchange(HttpClient& http, const Object::Ptr& message,
                                              std::chrono::seconds limit) {
-    Array::Ptr all = new Array;
-    all->add(message);
-    const Var value = valueIn(http.post("/cometd", connector::json::written(all), limit));
-    if (value.type() != typeid(Array::Ptr))
-        throw ServerRefusal("the server's answer must be a JSON array of messages");
-    Objects messages;
-    for (const Var& element : *value.extract<Array::Ptr>()) {
-        if (element.type() == typeid(Object::Ptr)) messages.push_back(element.extract<Object::Ptr>());
-    }
-    return messages;
+    return messagesIn(http.post("/cometd", arrayOf(message), limit));
 }
 
 Object::Ptr RemoteStream::replyTo(HttpClient& http, const Object::Ptr& message) {
-    const auto replies = exchange(http, message, requestLimit);
-    if (replies.empty()) throw ServerRefusal("the server did not reply");
-    if (isSuccessful(*replies[0])) return replies[0];
-    if (const auto death = deathIn(*replies[0]); !death.empty()) throw InterpreterDied(death);
-    throw ServerRefusal("the server refused the request: " + errorIn(*replies[0]));
+    return successIn(exchange(http, message, requestLimit));
 }
 
 Object::Ptr RemoteStream::newMessage(const char* channel) {

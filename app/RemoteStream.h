@@ -25,13 +25,13 @@ namespace app {
 /// Threads: one, beside its own, which holds the connect.
 class RemoteStream : public ResponseStream {
 public:
-    /// Throws: ConnectionLost, ServerRefusal; so does `send`, and InterpreterDied.
+    /// Throws: ConnectionLost, ServerRefusal; so does `send`, and InterpreterDied, also when the interpreter
+    /// was started anew since the last one.
     explicit RemoteStream(const ServerAddress& address);
     /// Blocks: while the server is told, for two seconds at most.
     ~RemoteStream() override;
 
     void send(const StreamRequest& request) override;
-    bool isShared() const override { return true; }
     /// The message by which the session of the stream interrupts what runs, and takes back what it has sent
     /// and has not begun.  Threads: any.
     std::string interruptMessage() CONNECTOR_EXCLUDES(mutex_);
@@ -54,6 +54,7 @@ private:
     void fail(const std::string& why) CONNECTOR_EXCLUDES(mutex_);
 
     HttpClient publishes_;
+    std::string life_;     ///< the number of the interpreter's at the last `send`; empty before the first
     HttpClient connects_;  ///< of the thread, once that runs
 
     // The thread's, once that runs.

@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include "InProcessSession.h"
+#include "connector/common/ContextState.h"
 #include "connector/container/SequenceContainer.h"
 #include "connector/interpreter/v1/Eval.h"
 #include "connector/interpreter/v1/FEval.h"
@@ -16,6 +17,8 @@
 #include "connector/interpreter/v1/InterpreterJsonSerialization.h"
 #include "connector/interpreter/v1/Interrupt.h"
 #include "connector/interpreter/v1/MockInterpreterServiceProvider.h"
+#include "connector/json/escape.h"
+#include "connector/wireWords.h"
 #include "gateway/workers.h"
 #include "messages/LocalServiceFramework.h"
 #include "services/window.h"
@@ -70,6 +73,21 @@ private:
     supervisor::Supervisor supervisor_;
 };
 
+/// Answers streaming requests as the mock provider answers others.
+void answerStreams(messages::LocalMessageService& messages,
+                   const connector::message_service::JsonMessage& request) {
+    using connector::common::DataBuffer;
+    namespace wire = connector::wire;
+    const auto publish = [&](const char* channel, const char* text) {
+        messages.publish(channel, DataBuffer(connector::json::quoted(text)));
+    };
+    const connector::common::CurrentContext context(request.context);
+    publish(wire::channel::prompt, "NO_PROMPT");
+    publish(wire::channel::output, "mock output");
+    publish(wire::channel::prompt, "BASE_PROMPT");
+    publish(wire::channel::completion, wire::completion::success);
+}
+
 class MockBackend : public ServeBackend {
 public:
     MockBackend() {
@@ -82,6 +100,9 @@ public:
                 std::make_shared<v1::MockInterpreterServiceProvider>());
         provide({typeid(connector::container::SequenceContainer)},
                 std::make_shared<v1::FEvalSequenceServiceProvider>());
+        requests_ = messages->subscribe(
+            connector::wire::channel::evalRequest,
+            [service = messages.get()](const auto& request) { answerStreams(*service, request); });
     }
     ~MockBackend() override {
         for (const auto& provider : providers_) framework->unregisterService(provider);
@@ -96,6 +117,7 @@ private:
     }
 
     std::vector<std::shared_ptr<connector::ServiceProvider>> providers_;
+    std::unique_ptr<connector::message_service::Subscription> requests_;
 };
 
 }  // namespace

@@ -17,12 +17,6 @@ constexpr auto restartLimit =
     std::chrono::seconds(60);  // it waits for the end of a life, and half a minute for the next
 constexpr const char* all = "/interpreters";
 
-Object::Ptr objectFrom(const HttpClient::Answer& answer) {
-    const auto value = valueIn(answer);
-    if (value.type() != typeid(Object::Ptr)) throw ServerRefusal("the server's answer must be a JSON object");
-    return value.extract<Object::Ptr>();
-}
-
 Array::Ptr arrayFrom(const HttpClient::Answer& answer, const char* name) {
     const auto array = objectFrom(answer)->getArray(name);
     if (!array) throw ServerRefusal(std::string("the server's answer must have an array ") + name);
@@ -34,6 +28,10 @@ Array::Ptr arrayFrom(const HttpClient::Answer& answer, const char* name) {
 ServerRequests::ServerRequests(const ServerAddress& address)
     : interpreter_(address.interpreter.empty() ? "default" : address.interpreter),
       http_(address.withoutInterpreter()) {}
+
+Object::Ptr ServerRequests::interpreterInfo() {
+    return objectFrom(http_.get(interpreterPath(interpreter_), limit));
+}
 
 Object::Ptr ServerRequests::restart(bool force) {
     Object::Ptr options = new Object;

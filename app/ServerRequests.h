@@ -20,6 +20,8 @@ public:
     /// The one that the address names.
     const std::string& interpreter() const { return interpreter_; }
 
+    /// What is said of it.
+    Poco::JSON::Object::Ptr interpreterInfo();
     /// Begins another life of it; returns what is said of that.
     /// Blocks: until it takes requests, for a minute at most.
     Poco::JSON::Object::Ptr restart(bool force);

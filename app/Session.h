@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -47,7 +48,9 @@ struct StreamMessage {
 struct StreamRequest {
     std::string name;  ///< stands in what comes of it
     std::string text;
-    std::uint64_t prompt = 0;  ///< the number of the one to type at; 0 for code, which is typed at none
+    /// The number of the prompt to type at; 0 for code, which is typed at none. Without one it is typed where
+    /// code waits for input, and else is code.
+    std::optional<std::uint64_t> prompt;
 };
 
 /// The streaming service, as one of its clients sees it: everything that it publishes comes, in order.
@@ -63,8 +66,6 @@ public:
 
     /// Throws: InterpreterDied; std::runtime_error, when the request is refused; others as the session says.
     virtual void send(const StreamRequest& request) = 0;
-    /// Whether other clients use the interpreter, too.
-    virtual bool isShared() const = 0;
     /// Blocks: until a message is there, for `limit` at most.
     virtual Taken take(std::chrono::milliseconds limit) = 0;
 };
@@ -76,6 +77,12 @@ public:
 
     /// Valid as long as the session is.
     virtual StandardStreams streams() const = 0;
+
+    /// Whether other clients use the interpreter, too.
+    virtual bool isShared() const { return false; }
+    /// What the interpreter does, if others may use it: "busy", "idle" or "input"; empty when that is not
+    /// known.
+    virtual std::string activity() { return {}; }
 
     /// Delivers the message of class `type` and returns the response. A missing uuid is made up.
     /// Blocks: until the response is there.  Throws: BadMessage, InterpreterDied; the session can go on.

@@ -1,11 +1,13 @@
 #include "StreamedEvaluation.h"
 
+#include <utility>
+
 #include <Poco/JSON/Object.h>
+#include <unistd.h>
 
 #include "connector/identifiers.h"
 #include "connector/wireWords.h"
 #include "terminal.h"
-#include "text.h"
 
 namespace app {
 
@@ -15,19 +17,28 @@ namespace words = connector::wire::channel;
 
 constexpr auto takeLimit = std::chrono::milliseconds(200);
 constexpr auto graceAfterInterrupt = std::chrono::seconds(2);
+constexpr auto lookInterval = std::chrono::seconds(1);
+
+bool isInputPrompt(const std::string& prompt) {
+    return prompt == "INPUT_PROMPT" || prompt == "DEBUG_PROMPT" || prompt == "KEYBOARD_PROMPT" ||
+           prompt == "PAUSE_PROMPT";
+}
 
 }  // namespace
 
 StreamedEvaluation::StreamedEvaluation(Session& session, Settings settings)
-    : session_(session), settings_(settings), stream_(session.openStream()) {}
+    : session_(session),
+      settings_(settings),
+      clears_(!settings.json && ::isatty(session.streams().output) == 1),
+      stream_(session.openStream()) {}
 
-bool StreamedEvaluation::run(const std::vector<std::string>& codes) {
-    for (const std::string& code : codes) {
+bool StreamedEvaluation::run(const Source& next) {
+    while (const auto text = next(isWaiting_)) {
         isIncompleteBlock_ = false;
-        send(isWaiting_ ? withFinalNewline(code) : code);
+        send(*text);
         isWaiting_ = false;
         prompt_ = 0;
-        while (!incomplete_.empty() && !isWaiting_) receive();
+        while ((!incomplete_.empty() || isTyped_) && !isWaiting_) receive();
         if (isGivenUp_) return false;
         if (isIncompleteBlock_) fail("the code ends inside an open block and was not run");
     }
@@ -35,71 +46,122 @@ bool StreamedEvaluation::run(const std::vector<std::string>& codes) {
     return !hasFailed_;
 }
 
-void StreamedEvaluation::send(const std::string& code) {
-    isInterrupted_ = hasBegun_ = false;
-    if (settings_.limit.count() > 0) deadline_ = Clock::now() + settings_.limit;
-    const std::string name = connector::randomUuid();
-    stream_->send({.name = name, .text = code, .prompt = isWaiting_ ? prompt_ : 0});
-    names_.insert(name);
-    incomplete_.insert(name);
+void StreamedEvaluation::send(const std::string& text) {
+    isInterrupted_ = hasBegun_ = isTyped_ = false;
+    told_.clear();
+    deadline_ = Clock::time_point::max();
+    nextLook_ = Clock::now() + lookInterval;
+    StreamRequest request{.name = connector::randomUuid(), .text = text, .prompt = {}};
+    if (isWaiting_) {
+        request.prompt = prompt_;
+    } else if (!session_.isShared() || !settings_.isTypable) {
+        request.prompt = 0;
+    }
+    stream_->send(request);
+    names_.insert(request.name);
+    incomplete_.insert(request.name);
+    if (isWaiting_) noteBegin();
 }
 
 void StreamedEvaluation::receive() {
     const ResponseStream::Taken taken = stream_->take(takeLimit);
-    for (const auto& message : taken.messages) show(message);
+    for (const auto& message : taken.messages) {
+        follow(message);
+        if (!isOfOthers(message)) show(message);
+    }
     if (!taken.failure.empty()) giveUp(taken.failure);
+    tellOfOthers();
     interruptWhenLate();
+}
+
+// What was typed is completed before the code goes on, so that the next message is of that code.
+void StreamedEvaluation::follow(const StreamMessage& message) {
+    if (!isTyped_ || message.request.empty()) return;
+    if (message.channel == words::completion && message.death.empty()) return;
+    isTyped_ = false;
+    names_.insert(message.request);
+    incomplete_.insert(message.request);
 }
 
 // Notices of losses are for everybody. Text without a name is that of threads whose code has ended.
 bool StreamedEvaluation::isOfOthers(const StreamMessage& message) const {
     if (!message.channel.starts_with(words::evalResponse)) return false;
-    return message.request.empty() ? stream_->isShared() : !names_.contains(message.request);
+    return message.request.empty() ? session_.isShared() : !names_.contains(message.request);
 }
 
 void StreamedEvaluation::show(const StreamMessage& message) {
-    if (isOfOthers(message)) return;
-    const auto& [channel, request, prompt, death, text, line] = message;
-    const auto standard = session_.streams();
-    hasBegun_ = hasBegun_ || (!request.empty() && channel != words::completion);
-    const bool isResponse = channel.starts_with(words::evalResponse);
-    if (settings_.json) writeAll(standard.output, line + "\n");
-    if (!death.empty() && isResponse) {
+    const bool isResponse = message.channel.starts_with(words::evalResponse);
+    const bool isCompletion = message.channel == words::completion;
+    if (!message.request.empty() && !isCompletion) noteBegin();
+    if (settings_.json) writeAll(session_.streams().output, message.line + "\n");
+    if (!message.death.empty() && isResponse) {
         // Everything that was sent ends with it; that the text of an error says it, too, is for others.
-        if (channel == words::completion && !incomplete_.empty()) giveUp(death);
-    } else if (channel == words::completion) {
-        incomplete_.erase(request);
-        if (!hasBegun_ && text != connector::wire::completion::success) fail("the code was not run");
-        if (text != connector::wire::completion::success) hasFailed_ = true;
-    } else if (channel == words::prompt) {
-        handlePrompt(text);
-        prompt_ = prompt;
+        if (isCompletion && !incomplete_.empty()) giveUp(message.death);
+    } else if (isCompletion) {
+        handleCompletion(message);
+    } else if (message.channel == words::prompt) {
+        handlePrompt(message.text);
+        prompt_ = message.prompt;
     } else if (!isResponse) {
         hasFailed_ = true;
-        if (!settings_.json) {
-            printError(standard.error, "printed text was lost: " + text);
-        }
-    } else if (settings_.json) {
-        return;
-    } else if (channel == words::output) {
-        writeAll(standard.output, text);
-    } else if (channel == words::error) {
-        writeAll(standard.error, text);
-    } else if (channel == words::suggestion) {
-        writeAll(standard.error, "Did you mean: " + text + " ?\n");
+        if (!settings_.json) printError(session_.streams().error, "printed text was lost: " + message.text);
+    } else if (!settings_.json) {
+        print(message);
     }
 }
 
+void StreamedEvaluation::print(const StreamMessage& message) {
+    const auto standard = session_.streams();
+    if (message.channel == words::output) {
+        writeAll(standard.output, message.text);
+    } else if (message.channel == words::error) {
+        writeAll(standard.error, message.text);
+    } else if (message.channel == words::suggestion) {
+        writeAll(standard.error, "Did you mean: " + message.text + " ?\n");
+    } else if (message.channel == words::clear && clears_) {
+        writeAll(standard.output, "\033[H\033[2J");
+    } else if (message.channel == words::home && clears_) {
+        writeAll(standard.output, "\033[H");
+    }
+}
+
+void StreamedEvaluation::handleCompletion(const StreamMessage& message) {
+    incomplete_.erase(message.request);
+    const bool isSuccess = message.text == connector::wire::completion::success;
+    if (!isSuccess) hasFailed_ = true;
+    if (hasBegun_) return;
+    if (!isSuccess) return fail("the code was not run");
+    noteBegin();
+    isTyped_ = true;
+    printError(session_.streams().error, "other code waited for input, and was typed this");
+}
+
 void StreamedEvaluation::handlePrompt(const std::string& prompt) {
-    isWaiting_ = prompt == "INPUT_PROMPT" || prompt == "DEBUG_PROMPT" || prompt == "KEYBOARD_PROMPT" ||
-                 prompt == "PAUSE_PROMPT";
+    isWaiting_ = isInputPrompt(prompt);
     if (prompt == "INCOMPLETE_BLOCK_PROMPT") isIncompleteBlock_ = true;
+}
+
+// The time that other clients' code takes before it does not count.
+void StreamedEvaluation::noteBegin() {
+    if (std::exchange(hasBegun_, true) || settings_.limit.count() == 0) return;
+    deadline_ = Clock::now() + settings_.limit;
+}
+
+void StreamedEvaluation::tellOfOthers() {
+    if (hasBegun_ || !session_.isShared() || incomplete_.empty() || Clock::now() < nextLook_) return;
+    nextLook_ = Clock::now() + lookInterval;
+    const std::string activity = session_.activity();
+    if (activity != "busy" && activity != "input") return;
+    if (std::exchange(told_, activity) == activity) return;
+    printError(session_.streams().error, activity == "busy"
+                                             ? "the interpreter runs other code, which is waited for"
+                                             : "the interpreter waits for input of other code");
 }
 
 // The completion of what was interrupted is waited for, but not for ever: code may swallow the interrupt. No
 // further code is sent then; it would wait for this one, and take its completion for its own.
 void StreamedEvaluation::interruptWhenLate() {
-    if (Clock::now() < deadline_ || incomplete_.empty()) return;
+    if (Clock::now() < deadline_ || (incomplete_.empty() && !isTyped_)) return;
     if (isInterrupted_) return giveUp("the code continues in spite of the interrupt");
     isInterrupted_ = true;
     fail("the code timed out after " + std::to_string(settings_.limit.count()) + " seconds");
@@ -110,6 +172,7 @@ void StreamedEvaluation::interruptWhenLate() {
 void StreamedEvaluation::giveUp(const std::string& why) {
     fail(why);
     incomplete_.clear();
+    isTyped_ = false;
     isGivenUp_ = true;
 }
 

@@ -2,10 +2,11 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
-#include <vector>
 
 #include "Session.h"
 
@@ -16,47 +17,62 @@ namespace app {
 /// comes of other clients' code is left out.
 ///
 /// A code is sent when the one before has ended, or is typed when that one waits for input. None is sent
-/// after one that does not end although it was interrupted.
+/// after one that does not end although it was interrupted. What is typed for code of another client is
+/// followed by what that prints, until it ends or asks again.
 ///
 /// Threads: one.
 class StreamedEvaluation {
 public:
     struct Settings {
         bool json = false;
-        std::chrono::seconds limit{0};  ///< of each code, after which it is interrupted; 0: none
+        bool isTypable = true;  ///< may be typed for code of another client that waits for input
+        std::chrono::seconds limit{
+            0};  ///< of each code, from its begin, after which it is interrupted; 0: none
     };
+    /// The next text, or nothing when there is no more: code, or, when that is said, a line for the code that
+    /// waits for input.
+    using Source = std::function<std::optional<std::string>(bool isTyped)>;
 
     StreamedEvaluation(Session& session, Settings settings);
 
     /// True when every code succeeded and nothing that was printed is lost.
     /// Blocks: until the last code has ended, waits for input or is given up.  Throws: as writeAll.
-    bool run(const std::vector<std::string>& codes);
+    bool run(const Source& next);
 
 private:
     using Clock = std::chrono::steady_clock;
 
-    void send(const std::string& code);
+    void send(const std::string& text);
     void receive();
     bool isOfOthers(const StreamMessage& message) const;
+    void follow(const StreamMessage& message);
     void show(const StreamMessage& message);
+    void print(const StreamMessage& message);
+    void handleCompletion(const StreamMessage& message);
     void handlePrompt(const std::string& prompt);
+    void noteBegin();
+    void tellOfOthers();
     void interruptWhenLate();
     void giveUp(const std::string& why);
     void fail(const std::string& why);
 
     Session& session_;
     const Settings settings_;
+    const bool clears_;  ///< standard output is a terminal
     const std::unique_ptr<ResponseStream> stream_;
 
-    std::set<std::string> incomplete_;  ///< the names of requests that have been sent and are not completed
-    std::set<std::string> names_;       ///< of all that have been sent
+    std::set<std::string> incomplete_;  ///< the names of requests that are followed and are not completed
+    std::set<std::string> names_;       ///< of all that were followed
     std::uint64_t prompt_ = 0;          ///< the number of the one that the code waits at
     bool isWaiting_ = false;            ///< for input that has not been typed
+    bool isTyped_ = false;              ///< what was sent last, at a prompt of another client's code
     bool isIncompleteBlock_ = false;
     bool isInterrupted_ = false;  ///< since the last code was sent
     bool hasBegun_ = false;       ///< what was sent last
     bool hasFailed_ = false;
     bool isGivenUp_ = false;  ///< no code is sent any more
+    std::string told_;        ///< of what others do, since the last code was sent
+    Clock::time_point nextLook_ = Clock::time_point::max();  ///< at what others do
     Clock::time_point deadline_ = Clock::time_point::max();
 };
 

@@ -2,12 +2,15 @@
 
 #include <string>
 
-#include <Poco/JSON/Object.h>
-
 #include "Session.h"
 #include "connector/json/parse.h"
 
 namespace app {
+
+void requireSameLife(const HttpClient::Answer& answer) {
+    constexpr int conflict = 409;
+    if (answer.status == conflict) throw InterpreterDied(startedAnew);
+}
 
 Poco::Dynamic::Var valueIn(const HttpClient::Answer& answer) {
     const bool isGood = answer.status >= 200 && answer.status < 300;
@@ -26,6 +29,13 @@ Poco::Dynamic::Var valueIn(const HttpClient::Answer& answer) {
         if (isGood) reason = std::string("the server's answer must be JSON: ") + error.what();
     }
     throw ServerRefusal(reason);
+}
+
+Poco::JSON::Object::Ptr objectFrom(const HttpClient::Answer& answer) {
+    const auto value = valueIn(answer);
+    if (value.type() != typeid(Poco::JSON::Object::Ptr))
+        throw ServerRefusal("the server's answer must be a JSON object");
+    return value.extract<Poco::JSON::Object::Ptr>();
 }
 
 }  // namespace app

@@ -26,11 +26,6 @@ class EvalTest(unittest.TestCase):
             with self.subTest(name):
                 self.assertEqual(run("eval", *arguments, stdin=b"y += 1"), (0, expected, ""))
 
-    def test_failed_code_prints_to_standard_error_and_the_rest_still_runs(self):
-        status, out, err = run("eval", "print('before'); 1 / 0", "print('after')")
-        self.assertEqual((status, out), (1, "after\n"))
-        self.assertRegex(err, r"(?s)^before\nTraceback.*ZeroDivisionError: division by zero\n$")
-
     def test_what_the_c_library_says_at_an_abort_reaches_standard_error(self):
         status, _, err = run("eval", "import ctypes\n"
                              "ctypes.PyDLL(None).__assert_fail(b'good', b'native.c', 7, b'check')")
@@ -46,13 +41,12 @@ class EvalTest(unittest.TestCase):
                                  "clearCommandWindow": False, "messageFaults": []})
         self.assertTrue(second["isError"])
 
-    def test_stream_prints_output_and_errors_apart_as_they_come(self):
-        status, out, err = run("eval", "--stream", "print('before'); 1 / 0", "n = input('Name? ')", "Ada", "n",
+    def test_output_and_errors_are_printed_apart_and_the_rest_still_runs(self):
+        status, out, err = run("eval", "print('before'); 1 / 0", "n = input('Name? ')", "Ada", "n",
                                "while True: pass", "undefned = 1; undefnd", "--timeout", "1")
         self.assertEqual((status, out), (1, "before\nName? 'Ada'\n"))
         self.assertRegex(err, r"(?s)ZeroDivisionError: division by zero\n.*"
                               r"numora: the code timed out after 1 seconds\n.*Did you mean: undefned \?\n$")
-        self.assertEqual(run("eval", "--stream", "2 + 2"), (0, "4\n", ""))
 
     def test_stream_as_json_is_one_line_for_each_message_in_order(self):
         code = "import numora; print('gone'); numora.clc(); print('kept'); numora.home()"
@@ -64,14 +58,14 @@ class EvalTest(unittest.TestCase):
                                 ("output", "kept\n"), ("commandwindow/home", "home"), ("iqminput", "BASE_PROMPT"),
                                 ("completion", "Done: success")])
 
-    def test_stream_ends_when_code_swallows_the_interrupt(self):
+    def test_no_further_code_is_run_when_one_swallows_the_interrupt(self):
         read, write = os.pipe()
         self.addCleanup(os.close, read)
         self.addCleanup(os.close, write)
         code = ("import select\nwhile True:\n  try:\n    _ = select.select([%d], [], [], 20)\n    break\n"
                 "  except KeyboardInterrupt:\n    pass" % read)
         told = b""
-        with start("eval", "--stream", "--timeout", "1", code, "print('second')", pass_fds=[read]) as process:
+        with start("eval", "--timeout", "1", code, "print('second')", pass_fds=[read]) as process:
             for line in process.stderr:
                 told += line
                 if b"in spite of the interrupt" in line:
@@ -81,8 +75,8 @@ class EvalTest(unittest.TestCase):
                          (1, b"", b"numora: the code timed out after 1 seconds\n"
                                   b"numora: the code continues in spite of the interrupt\n"))
 
-    def test_stream_waits_for_a_slow_reader(self):
-        status, out, _ = run("eval", "--stream", "for i in range(4): print('x' * 30_000_000)")
+    def test_all_is_printed(self):
+        status, out, _ = run("eval", "for i in range(4): print('x' * 30_000_000)")
         self.assertEqual((status, len(out)), (0, 120_000_004))
 
     def test_call_prints_results_as_json(self):
@@ -125,13 +119,12 @@ class EvalTest(unittest.TestCase):
                 self.assertEqual(run("eval", *codes), expected)
 
     def test_time_limit_ends_the_code_only_also_where_the_interrupt_signal_is_ignored(self):
-        notice = ("NUMORA operation interrupted. Operation(s) taking longer than 1 seconds are not supported for this "
-                  "product offering.\nnumora: Request.Timeout: Eval timed out after 1000 milliseconds\n")
+        notice = "numora: the code timed out after 1 seconds\nTraceback"
         command = [NUMORA, "eval", "--timeout", "1", "while True: pass", "6 * 7"]
         for action in signal.SIG_DFL, signal.SIG_IGN:
             done = subprocess.run(command, capture_output=True, timeout=60, text=True,
                                   preexec_fn=lambda: signal.signal(signal.SIGINT, action))
-            self.assertEqual((done.returncode, done.stdout, done.stderr), (1, "42\n", notice))
+            self.assertEqual((done.returncode, done.stdout, done.stderr[:len(notice)]), (1, "42\n", notice))
 
     def test_interrupt_signal_ends_the_running_code_only(self):
         with Signal() as begun:

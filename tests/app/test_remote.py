@@ -39,15 +39,9 @@ class SameAsInProcessTest(unittest.TestCase):
             "pause": ["eval", "if 1:\n    import numora; numora.pause()", "", "3"],
             "open block": ["eval", "for i in (1, 2):", "5"],
             "time limit": ["eval", "--timeout", "1", "while True: pass", "6 * 7"],
+            "much": ["eval", "for i in range(300): print(str(i) * 10_000)"],
+            "stream as json": ["eval", "--stream", "--json", "import numora; print('gone <'); numora.clc(); numora.home()"],
             "json": ["eval", "--json", "undefned = '\\u2028<'; print(undefned)", "undefnd"],
-        })
-
-    def test_stream(self):
-        self.check({
-            "output, errors, input": ["eval", "--stream", "print('before'); 1 / 0", "n = input('Name? ')", "Ada", "n"],
-            "time limit": ["eval", "--stream", "--timeout", "1", "while True: pass", "7"],
-            "json": ["eval", "--stream", "--json", "import numora; print('gone <'); numora.clc(); numora.home()"],
-            "much": ["eval", "--stream", "for i in range(300): print(str(i) * 10_000)"],
         })
 
     def test_call(self):
@@ -59,14 +53,40 @@ class SameAsInProcessTest(unittest.TestCase):
 
 class RemoteTest(unittest.TestCase):
     def test_interrupt_signal_ends_the_running_code_only(self):
-        for options in [], ["--stream"]:
-            with self.subTest(options), Signal() as begun, Server() as server:
-                with start("eval", "--url", server.url, *options, begun.code + "\nwhile True: pass", "7") as process:
-                    begun.wait()
-                    process.send_signal(signal.SIGINT)
-                    out, err = process.communicate(timeout=60)
-                self.assertEqual((process.returncode, out), (1, b"7\n"), err)
-                self.assertTrue(err.endswith(b"KeyboardInterrupt\n"), err)
+        with Signal() as begun, Server() as server:
+            with start("eval", "--url", server.url, begun.code + "\nwhile True: pass", "7") as process:
+                begun.wait()
+                process.send_signal(signal.SIGINT)
+                out, err = process.communicate(timeout=60)
+        self.assertEqual((process.returncode, out), (1, b"7\n"), err)
+        self.assertTrue(err.endswith(b"KeyboardInterrupt\n"), err)
+
+    def test_code_of_another_process_that_waits_is_typed_a_line_and_followed(self):
+        with Server() as server:
+            def numora(*arguments):
+                return run("eval", *arguments, NUMORA_URL=server.url)
+
+            waits = (1, "? ", "numora: the code still waits for input\n")
+            self.assertEqual(numora("n = input('? '); print('Hello', n); 1 / 0"), waits)
+            status, out, err = numora("Ada")
+            self.assertEqual((status, out), (1, "Hello Ada\n"))
+            self.assertRegex(err, r"(?s)^numora: other code waited for input, and was typed this\nTraceback.*division by zero\n$")
+            self.assertEqual(numora("n = input('? ')"), waits)
+            self.assertEqual(numora("--json", "Bob")[0], 0)
+            self.assertEqual(numora("n"), (0, "'Bob'\n", ""))
+
+    def test_waiting_for_other_code_is_told(self):
+        go = os.path.join(self.enterContext(tempfile.TemporaryDirectory()), "go")
+        os.mkfifo(go)
+        with Signal() as begun, Server() as server:
+            with start("eval", "--url", server.url, f"{begun.code}\n_ = open({go!r}).read()") as first:
+                begun.wait()
+                with start("eval", "--timeout", "1", "--url", server.url, "7") as second:
+                    self.assertEqual(second.stderr.readline(),
+                                     b"numora: the interpreter runs other code, which is waited for\n")
+                    with open(go, "w") as end: end.write("x")
+                    self.assertEqual((*second.communicate(timeout=60), second.returncode), (b"7\n", b"", 0))
+            self.assertEqual(first.returncode, 0)
 
     def test_streams_of_two_users_are_apart(self):
         alice = "for i in range(400): print('alice', i)"
@@ -74,7 +94,7 @@ class RemoteTest(unittest.TestCase):
         with Server() as server:
             for turn in range(3):
                 with concurrent.futures.ThreadPoolExecutor() as pool:
-                    runs = [pool.submit(run, "eval", "--url", server.url, "--stream", code) for code in (alice, bob)]
+                    runs = [pool.submit(run, "eval", "--url", server.url, code) for code in (alice, bob)]
                 status, output, errors = runs[0].result()
                 self.assertEqual((status, output, errors), (0, "".join("alice %d\n" % i for i in range(400)), ""))
                 status, output, errors = runs[1].result()
@@ -84,9 +104,9 @@ class RemoteTest(unittest.TestCase):
 
     def test_stream_that_lost_text_fails(self):
         code = "import numora\nfor i in range(4):\n  print('x' * 30_000_000)\n  numora.clc()"  # clc ends a message
-        for options in [], ["--json"]:
+        for options in [], ["--stream", "--json"]:
             with self.subTest(options), Server("--owner-wait", "0") as server:
-                with start("eval", "--url", server.url, "--stream", *options, code) as process:
+                with start("eval", "--url", server.url, *options, code) as process:
                     process.stdout.read(1)  # the code runs
                     run("eval", "--url", server.url, "0")  # nothing more is read before all is printed
                     out, err = process.communicate(timeout=60)
@@ -99,14 +119,14 @@ class RemoteTest(unittest.TestCase):
         os.mkfifo(go)
         with Server("--allow-host", "127.0.0.1") as server, CuttingProxy(server.port) as proxy:
             code = f"print('one')\n_ = open({go!r}).read()\nprint('two')"
-            with start("eval", "--stream", "--url", f"http://127.0.0.1:{proxy.port}", "--token", TOKEN, code) as process:
+            with start("eval", "--url", f"http://127.0.0.1:{proxy.port}", "--token", TOKEN, code) as process:
                 self.assertEqual(process.stdout.readline(), b"one\n")
                 proxy.cut()
                 with open(go, "w") as end: end.write("x")
                 self.assertEqual((*process.communicate(timeout=60), process.returncode), (b"two\n", b"", 0))
 
     def test_lost_server_is_told(self):
-        for options in [], ["--stream"]:
+        for options in [], ["--json"]:
             with self.subTest(options), Signal() as begun, Server() as server:
                 code = f"import time\n{begun.code}\ntime.sleep(60)"
                 with start("eval", *options, "--url", server.url, code) as process:
@@ -154,9 +174,8 @@ class RemoteTest(unittest.TestCase):
             self.assertEqual(run("eval", "--url", url, "1"),
                              (1, "", "numora: the server answered with status 503: The server is stopping.\n"))
         with Answering(200, b"{}", [("Connector-Dropped", "true")]) as url:
-            for options, printed in ([], ""), (["--json"], "{}\n"):
-                self.assertEqual(run("eval", *options, "--url", url, "1"),
-                                 (1, printed, "numora: the code was not run, because an interrupt came while it waited\n"))
+            self.assertEqual(run("eval", "--json", "--url", url, "1"),
+                             (1, "{}\n", "numora: the code was not run, because an interrupt came while it waited\n"))
         with Answering(200, b"<html>") as url:
             self.assertIn("numora: the server's answer must be JSON: ", run("eval", "--url", url, "1")[2])
         with socket.create_server(("127.0.0.1", 0)) as free:
@@ -196,7 +215,7 @@ class InterpretersTest(unittest.TestCase):
                     self.assertEqual((status, out), (1, ""))
                     self.assertRegex(err, died)
             self.assertEqual(numora("restart"), (0, 'The interpreter "default" has begun its life number 3.\n', ""))
-            status, out, err = numora("eval", "--stream", "print('first', flush=True); _ = input()", "x", "import os; os.abort()", "7")
+            status, out, err = numora("eval", "print('first', flush=True); _ = input()", "x", "import os; os.abort()", "7")
             self.assertEqual((status, out), (1, "first\n"))
             self.assertRegex(err, died)
             status, out, err = numora("deaths", "-n", "1")
