@@ -1,6 +1,7 @@
 #include "CallCommand.h"
 
 #include <memory>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -26,8 +27,17 @@ struct CallOptions {
     std::vector<std::string> arguments;
     int nargout = 1;
     int timeoutSeconds = 0;
+    std::string dequeMode;
     SessionOptions session;
 };
+
+std::string requiredMode(const std::string& word) {
+    static const std::set<std::string> words = {"default",          "idle",        "ppe", "pause", "prompt",
+                                                "non_debug_prompt", "debug_prompt"};
+    if (words.contains(word)) return word;
+    throw CLI::ValidationError(
+        "--deque-mode must be default, idle, ppe, pause, prompt, non_debug_prompt or debug_prompt");
+}
 
 // The message holds values, not texts.
 Poco::JSON::Array::Ptr valuesOf(const std::vector<std::string>& texts) {
@@ -68,6 +78,7 @@ int runCall(const CallOptions& options) {
     message->set("function", options.function);
     message->set("nargout", options.nargout);
     message->set("timeoutMs", options.timeoutSeconds * 1000);
+    if (!options.dequeMode.empty()) message->set("dequeMode", options.dequeMode);
     message->set("arguments", valuesOf(options.arguments));
     const auto session = options.session.open(windowSize(STDOUT_FILENO));
     session->refuseInput();
@@ -102,6 +113,10 @@ void addCallCommand(CLI::App& program, std::function<int()>& command) {
         ->type_name("N");
     addInteger(*call, "--timeout", options->timeoutSeconds, 1, 2'147'483, "Give up after S seconds")
         ->type_name("S");
+    call->add_option_function<std::string>(
+            "--deque-mode", [options](const std::string& word) { options->dequeMode = requiredMode(word); },
+            "When it may run: default, idle, prompt, pause, or ppe, also inside running code")
+        ->type_name("WORD");
     options->session.addTo(*call);
     call->callback([options, &command] { command = [options] { return runCall(*options); }; });
 }

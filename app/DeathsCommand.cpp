@@ -11,6 +11,7 @@
 #include "ServerRequests.h"
 #include "SessionOptions.h"
 #include "connector/json/write.h"
+#include "interpreterInfo.h"
 #include "optionValues.h"
 #include "terminal.h"
 #include "text.h"
@@ -28,8 +29,6 @@ struct DeathsOptions {
     bool json = false;
     SessionOptions session;
 };
-
-std::string textIn(const Object& record, const char* name) { return record.optValue<std::string>(name, ""); }
 
 /// A heading and the lines of a text, indented; nothing for an empty text.
 std::string section(const std::string& heading, std::string_view text) {
@@ -78,7 +77,7 @@ void addDeathsCommand(CLI::App& program, std::function<int()>& command) {
     deaths->fallthrough();
     addInteger(*deaths, "-n", options->most, 1, mostDeaths, "Tell of the last N deaths only")->type_name("N");
     deaths->add_flag("--json", options->json, "Print each record as one line of JSON");
-    options->session.addTo(*deaths);
+    options->session.addInterpreterTo(*deaths);
     deaths->callback([options, &command] { command = [options] { return runDeaths(*options); }; });
 }
 

@@ -1,5 +1,6 @@
 #include "InProcessSession.h"
 
+#include <atomic>
 #include <chrono>
 #include <csignal>
 #include <cstdint>
@@ -26,13 +27,25 @@ using connector::common::RequestRefusal;
 
 namespace {
 
+std::atomic<std::uint64_t> interruptCount{0};
+bool areInterruptsIgnored = false;
+
 // Shells have what they start in the background ignore SIGINT. The interpreter needs the signal for
 // interrupts of its own; those from outside go on being ignored.
 void acceptInterrupts() {
     struct sigaction current {};
     if (::sigaction(SIGINT, nullptr, &current) != 0 || current.sa_handler != SIG_IGN) return;
     ::signal(SIGINT, SIG_DFL);
-    standalone::setOutsideInterruptHandler([] {});
+    areInterruptsIgnored = true;
+    standalone::setOutsideInterruptHandler([] { return true; });
+}
+
+void countInterrupts() {
+    if (areInterruptsIgnored) return;
+    standalone::setOutsideInterruptHandler([] {
+        ++interruptCount;
+        return false;
+    });
 }
 
 standalone::HostOptions prepareHost(const WindowSize& window, const Workplace& workplace) {
@@ -109,6 +122,8 @@ InProcessSession::InProcessSession(const WindowSize& window, const Workplace& wo
                .requestGate = host_.requestGate(),
                .requestTracker = host_.requestCounter()}) {}
 
+std::uint64_t InProcessSession::interrupts() const { return interruptCount; }
+
 StandardStreams InProcessSession::streams() const {
     return {host_.standardInput(), host_.standardOutput(), host_.standardError()};
 }
@@ -129,6 +144,7 @@ void InProcessSession::refuseInput() {
 }
 
 std::unique_ptr<ResponseStream> InProcessSession::openStream() {
+    countInterrupts();
     return std::make_unique<InProcessStream>(*host_.messages());
 }
 

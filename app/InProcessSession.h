@@ -21,6 +21,7 @@ public:
     explicit InProcessSession(const WindowSize& window, const Workplace& workplace = {});
 
     StandardStreams streams() const override;
+    std::uint64_t interrupts() const override;
     Poco::JSON::Object::Ptr request(const std::string& type, const Poco::JSON::Object::Ptr& message) override;
     nmutil::prompt::InputRequester promptAfter(const std::string& code) override;
     void refuseInput() override;

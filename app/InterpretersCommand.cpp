@@ -11,6 +11,7 @@
 #include "ServerRequests.h"
 #include "SessionOptions.h"
 #include "connector/json/write.h"
+#include "interpreterInfo.h"
 #include "optionValues.h"
 #include "terminal.h"
 #include "text.h"
@@ -20,8 +21,6 @@ namespace app {
 using Poco::JSON::Object;
 
 namespace {
-
-constexpr std::size_t longestCause = 40;  // characters in the table
 
 struct InterpretersOptions {
     bool json = false;
@@ -36,25 +35,6 @@ struct InterpretersOptions {
     std::string restart;
     SessionOptions session;
 };
-
-std::string textIn(const Object& info, const char* name) { return info.optValue<std::string>(name, ""); }
-
-/// What it does, as "ready, busy".
-std::string stateOf(const Object& info) {
-    std::string state = textIn(info, "state");
-    if (state != "ready") return state;
-    const auto health = textIn(info, "health");
-    return state + ", " + textIn(info, "activity") + (health.empty() || health == "ok" ? "" : ", " + health);
-}
-
-std::string lastDeathOf(const Object& info) {
-    const auto death = info.getObject("lastDeath");
-    if (!death) return "";
-    const auto cause = textIn(*death, "cause");
-    const auto detail = textIn(*death, "detail");
-    const bool isDetailed = (cause == "signal" || cause == "exit status") && !detail.empty();
-    return textIn(*death, "ended") + "  " + (isDetailed ? detail : cause).substr(0, longestCause);
-}
 
 std::string rowOf(const std::string& id, const std::string& state, const std::string& life,
                   const std::string& memory, const std::string& death) {
@@ -71,10 +51,9 @@ int list(const InterpretersOptions& options) {
     std::string text = options.json ? "" : rowOf("ID", "STATE", "LIFE", "MEMORY", "LAST DEATH");
     for (unsigned i = 0; i < all->size(); ++i) {
         const auto info = all->getObject(i);
-        const auto mebibytes = info->optValue<Poco::UInt64>("memoryBytes", 0) >> 20;
         text += options.json ? connector::json::written(info) + "\n"
                              : rowOf(textIn(*info, "id"), stateOf(*info), textIn(*info, "life"),
-                                     std::to_string(mebibytes) + " MiB", lastDeathOf(*info));
+                                     memoryOf(*info), lastDeathOf(*info));
     }
     writeAll(STDOUT_FILENO, text);
     return 0;

@@ -64,7 +64,7 @@ RemoteSession::RemoteSession(const ServerAddress& address)
 }
 
 std::string RemoteSession::activity() {
-    return ServerRequests(address_).interpreterInfo()->optValue<std::string>("activity", "");
+    return ServerRequests(address_).describe()->optValue<std::string>("activity", "");
 }
 
 StandardStreams RemoteSession::streams() const { return {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}; }
@@ -140,6 +140,7 @@ void RemoteSession::postInterrupt(HttpClient& http) {
 
 void RemoteSession::interrupt() {
     if (underWay_ == 0) return;
+    ++pressed_;
     try {
         postInterrupt(interrupts_);
     } catch (const InterpreterDied&) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstdint>
 #include <memory>
 #include <string>
 
@@ -30,6 +31,7 @@ public:
     StandardStreams streams() const override;
     bool isShared() const override { return true; }
     std::string activity() override;
+    std::uint64_t interrupts() const override { return pressed_; }
     Poco::JSON::Object::Ptr request(const std::string& type, const Poco::JSON::Object::Ptr& message) override;
     void goOn() override { wantedLife_ = life_; }
     bool wasDropped() const override { return wasDropped_; }
@@ -47,6 +49,7 @@ private:
     HttpClient requests_;
     HttpClient interrupts_;  ///< of the key's thread
     std::atomic<int> underWay_{0};
+    std::atomic<std::uint64_t> pressed_{0};  ///< Ctrl-C
     bool wasDropped_ = false;
     std::string life_;        ///< the number of the interpreter's at the last request; empty after a death
     std::string wantedLife_;  ///< of the next request; empty for any

@@ -34,7 +34,7 @@ void addRestartCommand(CLI::App& program, std::function<int()>& command) {
         "restart", "Begin a new life of a server's interpreter, also of one that no interrupt reaches");
     restart->fallthrough();
     restart->add_flag("--force", options->force, "Do not interrupt what runs first, nor let exit hooks run");
-    options->session.addTo(*restart);
+    options->session.addInterpreterTo(*restart);
     restart->callback([options, &command] { command = [options] { return runRestart(*options); }; });
 }
 

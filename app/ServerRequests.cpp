@@ -3,6 +3,7 @@
 #include <chrono>
 
 #include "connector/json/write.h"
+#include "connector/wireWords.h"
 #include "serverAnswer.h"
 
 namespace app {
@@ -29,9 +30,19 @@ ServerRequests::ServerRequests(const ServerAddress& address)
     : interpreter_(address.interpreter.empty() ? "default" : address.interpreter),
       http_(address.withoutInterpreter()) {}
 
-Object::Ptr ServerRequests::interpreterInfo() {
-    return objectFrom(http_.get(interpreterPath(interpreter_), limit));
+bool ServerRequests::isReady() {
+    constexpr int notReady = 503;
+    const auto answer = http_.get(interpreterPath(interpreter_) + "/readyz", limit);
+    if (answer.status == notReady) return false;
+    valueIn(answer);
+    return true;
 }
+
+void ServerRequests::interrupt() {
+    valueIn(http_.post(interpreterPath(interpreter_) + "/" + connector::wire::type::interrupt, "{}", limit));
+}
+
+Object::Ptr ServerRequests::describe() { return objectFrom(http_.get(interpreterPath(interpreter_), limit)); }
 
 Object::Ptr ServerRequests::restart(bool force) {
     Object::Ptr options = new Object;

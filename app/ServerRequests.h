@@ -17,11 +17,15 @@ class ServerRequests {
 public:
     explicit ServerRequests(const ServerAddress& address);
 
+    /// Whether it takes requests.
+    bool isReady();
     /// The one that the address names.
     const std::string& interpreter() const { return interpreter_; }
 
     /// What is said of it.
-    Poco::JSON::Object::Ptr interpreterInfo();
+    Poco::JSON::Object::Ptr describe();
+    /// Interrupts what runs there.
+    void interrupt();
     /// Begins another life of it; returns what is said of that.
     /// Blocks: until it takes requests, for a minute at most.
     Poco::JSON::Object::Ptr restart(bool force);

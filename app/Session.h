@@ -84,6 +84,9 @@ public:
     /// known.
     virtual std::string activity() { return {}; }
 
+    /// How often Ctrl-C was pressed to interrupt code.
+    virtual std::uint64_t interrupts() const = 0;
+
     /// Delivers the message of class `type` and returns the response. A missing uuid is made up.
     /// Blocks: until the response is there.  Throws: BadMessage, InterpreterDied; the session can go on.
     /// Others as the session says.

@@ -11,11 +11,15 @@
 namespace app {
 
 void SessionOptions::addTo(CLI::App& command) {
+    addInterpreterTo(command);
+    workplace.addTo(command);
+}
+
+void SessionOptions::addInterpreterTo(CLI::App& command) {
     addServerTo(command);
     command.add_option("--interpreter", interpreter, "An interpreter of the server (default: default)")
         ->type_name("ID")
         ->needs(command.get_option("--url"));
-    workplace.addTo(command);
 }
 
 void SessionOptions::addServerTo(CLI::App& command) {

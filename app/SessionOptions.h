@@ -23,6 +23,8 @@ struct SessionOptions {
 
     /// Adds the flags to the command.
     void addTo(CLI::App& command);
+    /// Those alone that are about an interpreter of a server.
+    void addInterpreterTo(CLI::App& command);
     /// Those alone that are about the server.
     void addServerTo(CLI::App& command);
 

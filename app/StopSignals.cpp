@@ -47,7 +47,10 @@ StopSignals::StopSignals(bool hasInterpreter) {
         if (signals[i] == SIGINT && hasInterpreter) continue;
         isChanged = ::sigaction(signals[i], &action, nullptr) == 0;
     }
-    standalone::setOutsideInterruptHandler(notify);
+    standalone::setOutsideInterruptHandler([] {
+        notify();
+        return true;
+    });
 }
 
 StopSignals::~StopSignals() {

@@ -16,6 +16,7 @@ namespace {
 namespace words = connector::wire::channel;
 
 constexpr auto takeLimit = std::chrono::milliseconds(200);
+constexpr auto inputInterval = std::chrono::milliseconds(100);
 constexpr auto graceAfterInterrupt = std::chrono::seconds(2);
 constexpr auto lookInterval = std::chrono::seconds(1);
 
@@ -38,7 +39,9 @@ bool StreamedEvaluation::run(const Source& next) {
         send(*text);
         isWaiting_ = false;
         prompt_ = 0;
-        while ((!incomplete_.empty() || isTyped_) && !isWaiting_) receive();
+        do {
+            while (isUnfinished() && !isWaiting_) receive(takeLimit);
+        } while (isWaiting_ && !hasInput());
         if (isGivenUp_) return false;
         if (isIncompleteBlock_) fail("the code ends inside an open block and was not run");
     }
@@ -46,8 +49,18 @@ bool StreamedEvaluation::run(const Source& next) {
     return !hasFailed_;
 }
 
+// What comes while a line is waited for, as when the code is interrupted, may show that none is wanted any
+// more.
+bool StreamedEvaluation::hasInput() {
+    while (isWaiting_ && !isGivenUp_ && settings_.hasInput && !settings_.hasInput(inputInterval)) {
+        receive(std::chrono::milliseconds(0));
+    }
+    return isWaiting_;
+}
+
 void StreamedEvaluation::send(const std::string& text) {
-    isInterrupted_ = hasBegun_ = isTyped_ = false;
+    isInterrupted_ = isDeaf_ = hasBegun_ = isTyped_ = false;
+    graceEnd_ = Clock::time_point::max();
     told_.clear();
     deadline_ = Clock::time_point::max();
     nextLook_ = Clock::now() + lookInterval;
@@ -63,8 +76,8 @@ void StreamedEvaluation::send(const std::string& text) {
     if (isWaiting_) noteBegin();
 }
 
-void StreamedEvaluation::receive() {
-    const ResponseStream::Taken taken = stream_->take(takeLimit);
+void StreamedEvaluation::receive(std::chrono::milliseconds limit) {
+    const ResponseStream::Taken taken = stream_->take(limit);
     for (const auto& message : taken.messages) {
         follow(message);
         if (!isOfOthers(message)) show(message);
@@ -72,6 +85,7 @@ void StreamedEvaluation::receive() {
     if (!taken.failure.empty()) giveUp(taken.failure);
     tellOfOthers();
     interruptWhenLate();
+    noteInterrupts();
 }
 
 // What was typed is completed before the code goes on, so that the next message is of that code.
@@ -161,12 +175,27 @@ void StreamedEvaluation::tellOfOthers() {
 // The completion of what was interrupted is waited for, but not for ever: code may swallow the interrupt. No
 // further code is sent then; it would wait for this one, and take its completion for its own.
 void StreamedEvaluation::interruptWhenLate() {
-    if (Clock::now() < deadline_ || (incomplete_.empty() && !isTyped_)) return;
+    if (Clock::now() < deadline_ || !isUnfinished()) return;
     if (isInterrupted_) return giveUp("the code continues in spite of the interrupt");
     isInterrupted_ = true;
     fail("the code timed out after " + std::to_string(settings_.limit.count()) + " seconds");
     session_.request(connector::wire::type::interrupt, new Poco::JSON::Object);
     deadline_ = Clock::now() + graceAfterInterrupt;
+}
+
+// Code may take its time to clean up, so that the user decides whether it is left.
+void StreamedEvaluation::noteInterrupts() {
+    const auto now = Clock::now();
+    if (const auto count = session_.interrupts(); std::exchange(interrupts_, count) != count) {
+        graceEnd_ = now + graceAfterInterrupt;
+        if (isDeaf_) giveUp("the code still runs");
+    }
+    if (now < graceEnd_ || !isUnfinished() || isWaiting_) return;
+    graceEnd_ = Clock::time_point::max();
+    isDeaf_ = true;
+    const std::string end = session_.isShared() ? "; 'numora restart' ends it" : "";
+    printError(session_.streams().error,
+               "the code goes on after the interrupt" + end + "; press Ctrl-C again to wait no longer");
 }
 
 void StreamedEvaluation::giveUp(const std::string& why) {

@@ -26,8 +26,11 @@ public:
     struct Settings {
         bool json = false;
         bool isTypable = true;  ///< may be typed for code of another client that waits for input
-        std::chrono::seconds limit{
-            0};  ///< of each code, from its begin, after which it is interrupted; 0: none
+        /// Whether there is a line to type. Blocks: until there is, for the time that is given at most.
+        /// Without it there always is.
+        std::function<bool(std::chrono::milliseconds)> hasInput{};
+        /// Of each code, from its begin, after which it is interrupted; 0: none.
+        std::chrono::seconds limit{0};
     };
     /// The next text, or nothing when there is no more: code, or, when that is said, a line for the code that
     /// waits for input.
@@ -42,8 +45,10 @@ public:
 private:
     using Clock = std::chrono::steady_clock;
 
+    bool hasInput();
     void send(const std::string& text);
-    void receive();
+    void receive(std::chrono::milliseconds limit);
+    bool isUnfinished() const { return !incomplete_.empty() || isTyped_; }
     bool isOfOthers(const StreamMessage& message) const;
     void follow(const StreamMessage& message);
     void show(const StreamMessage& message);
@@ -53,6 +58,7 @@ private:
     void noteBegin();
     void tellOfOthers();
     void interruptWhenLate();
+    void noteInterrupts();
     void giveUp(const std::string& why);
     void fail(const std::string& why);
 
@@ -67,11 +73,14 @@ private:
     bool isWaiting_ = false;            ///< for input that has not been typed
     bool isTyped_ = false;              ///< what was sent last, at a prompt of another client's code
     bool isIncompleteBlock_ = false;
-    bool isInterrupted_ = false;  ///< since the last code was sent
+    bool isInterrupted_ = false;  ///< by its time limit, since the last code was sent
+    bool isDeaf_ = false;         ///< has gone on after an interrupt of the user's, who was told
     bool hasBegun_ = false;       ///< what was sent last
     bool hasFailed_ = false;
-    bool isGivenUp_ = false;  ///< no code is sent any more
-    std::string told_;        ///< of what others do, since the last code was sent
+    bool isGivenUp_ = false;                                 ///< no code is sent any more
+    std::uint64_t interrupts_ = 0;                           ///< of the user's, until now
+    Clock::time_point graceEnd_ = Clock::time_point::max();  ///< of the last one
+    std::string told_;  ///< of what others do, since the last code was sent
     Clock::time_point nextLook_ = Clock::time_point::max();  ///< at what others do
     Clock::time_point deadline_ = Clock::time_point::max();
 };

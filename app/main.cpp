@@ -15,10 +15,14 @@
 #include "DeathsCommand.h"
 #include "EvalCommand.h"
 #include "InterpretersCommand.h"
+#include "InterruptCommand.h"
 #include "RestartCommand.h"
+#include "RunCommand.h"
 #include "ServeCommand.h"
+#include "StatusCommand.h"
 #include "WorkerCommand.h"
 #include "foundation/log/diagnostic_logger.h"
+#include "helpText.h"
 #include "optionValues.h"
 #include "processSetup.h"
 #include "terminal.h"
@@ -43,15 +47,9 @@ void describeProgram(CLI::App& program) {
     program.name("numora");
     program.require_subcommand(0, 1);
     program.set_version_flag("--version", "numora " NUMORA_VERSION);
-    program.failure_message([](const CLI::App* used, const CLI::Error& error) {
-        std::string command = used->get_name();
-        for (auto deeper = used->get_subcommands(); !deeper.empty(); deeper = used->get_subcommands()) {
-            used = deeper.back();
-            command += " " + used->get_name();
-        }
-        return "numora: " + describe(error) + "\nRun '" + command +
-               " --help' for the commands and options.\n";
-    });
+    program.formatter(helpFormatter());
+    program.failure_message(
+        [](const CLI::App* used, const CLI::Error& error) { return failureText(*used, error); });
     program
         .add_option_function<std::string>(
             "--log-level",
@@ -64,10 +62,21 @@ void describeProgram(CLI::App& program) {
         ->type_name("LEVEL");
 }
 
+// The first word that is no option.
+std::string_view commandIn(int argc, char** argv) {
+    for (int i = 1; i < argc; ++i) {
+        const std::string_view argument = argv[i];
+        if (!argument.starts_with('-')) return argument;
+        if (argument == "--log-level") ++i;
+    }
+    return {};
+}
+
 // Last first, as the parser takes them. It would take "[1, 2]" for a list of two arguments, were it not for
-// the newline, which changes no code.
+// the newline, which changes no code. It leaves the arguments of a script as they are.
 std::vector<std::string> argumentsFrom(int argc, char** argv) {
     std::vector<std::string> arguments(std::reverse_iterator(argv + argc), std::reverse_iterator(argv + 1));
+    if (commandIn(argc, argv) == "run") return arguments;
     for (auto& argument : arguments) {
         if (argument.starts_with('[') && argument.ends_with(']')) argument += '\n';
     }
@@ -97,19 +106,23 @@ int run(int argc, char** argv) {
     addEvalCommand(program, command);
     addCallCommand(program, command);
     addConsoleCommand(program, command);
+    addRunCommand(program, command);
     addServeCommand(program, command);
     addWorkerCommand(program, command);
     addRestartCommand(program, command);
     addDeathsCommand(program, command);
     addInterpretersCommand(program, command);
+    addInterruptCommand(program, command);
+    addStatusCommand(program, command);
     try {
         program.parse(argumentsFrom(argc, argv));
     } catch (const CLI::ParseError& error) {
         return program.exit(error) == 0 ? 0 : wrongUsage;
     }
-    if (!command)
-        throw InputError(
-            "a command is required: eval, call, console, serve, restart, deaths or interpreters");
+    if (!command) {
+        writeAll(STDERR_FILENO, program.help());
+        return wrongUsage;
+    }
     hideTokens(argc, argv);
     return command();
 }

@@ -32,12 +32,4 @@ void requireLogLevel(const std::string& what, const std::string& level) {
     }
 }
 
-std::string describe(const CLI::Error& error) {
-    const std::string text = error.what();
-    // The parser's own words for it describe the type of the value.
-    if (error.get_name() != "ArgumentMismatch") return text;
-    return text.substr(0, text.find(':')) +
-           (text.ends_with("missing") ? " needs a value" : " must be given only once");
-}
-
 }  // namespace app

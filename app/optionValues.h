@@ -26,14 +26,11 @@ CLI::Option* addInteger(CLI::App& command, const std::string& option, Value& val
             [=, &value](const std::string& text) {
                 value = static_cast<int>(integerOf(option, variable, text, least, most));
             },
-            description)
+            description + " (" + std::to_string(least) + " to " + std::to_string(most) + ")")
         ->envname(variable);
 }
 
 /// Throws: InputError unless `level` is one of the levels of the log; `what` names the setting.
 void requireLogLevel(const std::string& what, const std::string& level);
-
-/// What a parse error tells the user.
-std::string describe(const CLI::Error& error);
 
 }  // namespace app

@@ -11,7 +11,7 @@ namespace standalone {
 
 namespace {
 
-std::atomic<void (*)()> outsideHandler{nullptr};
+std::atomic<bool (*)()> outsideHandler{nullptr};
 
 void maskInterpreterSignals(int how) {
     sigset_t set;
@@ -26,12 +26,11 @@ void maskInterpreterSignals(int how) {
 void blockInterpreterSignals() { maskInterpreterSignals(SIG_BLOCK); }
 void unblockInterpreterSignals() { maskInterpreterSignals(SIG_UNBLOCK); }
 
-void setOutsideInterruptHandler(void (*handler)()) { outsideHandler.store(handler); }
+void setOutsideInterruptHandler(bool (*handler)()) { outsideHandler.store(handler); }
 
 bool callOutsideInterruptHandler() {
-    void (*const handler)() = outsideHandler.load();
-    if (handler != nullptr) handler();
-    return handler != nullptr;
+    bool (*const handler)() = outsideHandler.load();
+    return handler != nullptr && handler();
 }
 
 void openStandardStreams() {

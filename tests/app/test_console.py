@@ -168,7 +168,7 @@ class RemoteConsoleTest(ConsoleTest):
     def setUp(self):
         super().setUp()
         self.server = self.enterContext(Server())
-        self.options = ["--url", self.server.line]
+        self.options = ["--url", self.server.url]
 
     def test_goes_on_in_another_life_of_an_interpreter_that_dies(self):
         terminal = self.open()

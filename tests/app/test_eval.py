@@ -86,7 +86,10 @@ class EvalTest(unittest.TestCase):
 
     def test_wrong_usage_and_bad_input_end_with_status_2(self):
         rows = {
-            "no command": ([], b"", "numora: a command is required: eval, call, console, serve, restart, deaths or interpreters\n"),
+            "no command": ([], b"", "\nCommands:\n  eval "),
+            "unknown command": (["bogus"], b"", "numora: bogus is no command; there are call, console, deaths, eval, "
+                                "interpreters, interrupt, restart, run, serve and status\n"),
+            "unknown option": (["eval", "--bogus", "1"], b"", "numora: --bogus is no option of numora eval\nRun 'numora eval --help'"),
             "no code": (["eval"], b"", "numora: CODE is required\n"),
             "fraction": (["eval", "--timeout", "1.5", "1"], b"",
                          "numora: --timeout must be an integer between 1 and 2147483\n"),

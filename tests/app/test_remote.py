@@ -144,7 +144,7 @@ class RemoteTest(unittest.TestCase):
             wrong = (1, "", "numora: the server answered with status 401: The token is missing or wrong.\n")
             other = "another-token-of-16"
             rows = {
-                "the line of the server": (["--url", server.line], {}, good),
+                "the line of the server": (["--url", server.line], {"NUMORA_TOKEN": TOKEN}, good),
                 "environment": ([], {"NUMORA_URL": address + "/", "NUMORA_TOKEN": TOKEN}, good),
                 "the URL wins over the environment": (["--url", server.url], {"NUMORA_TOKEN": other}, good),
                 "the option wins over the URL": (["--url", server.url, "--token", other], {}, wrong),
@@ -202,6 +202,80 @@ class RemoteTest(unittest.TestCase):
                                               r"certificate verify failed[^\n]*\n$")
 
 
+class RunTest(unittest.TestCase):
+    """Scripts run alike in process and with a server."""
+
+    def setUp(self):
+        self.folder = self.enterContext(tempfile.TemporaryDirectory())
+        self.script = os.path.join(self.folder, "script.py")
+
+    def write(self, source, name="script.py"):
+        with open(os.path.join(self.folder, name), "w") as file:
+            file.write(source)
+
+    def test_scripts_run_as_main(self):
+        self.write("x = 7", "helper.py")
+        file = re.escape(f'  File "{self.script}", line ')
+        rows = {
+            "arguments, module and folder": ("import sys, helper\nprint(sys.argv[1:], __name__, __file__ == sys.argv[0], helper.x)",
+                                             0, r"\['--url', '-h', '\[1\]', '😀'\] __main__ True 7\n", ""),
+            "status": ("import sys; print('a'); sys.exit(3)", 3, "a\n", ""),
+            "text as status": ("import sys; sys.exit('why')", 1, "", "why\n"),
+            "error": ("def f():\n    1 / 0\nf()", 1, "", r"Traceback \(most recent call last\):\n" + file + r"3, in <module>\n    f\(\)\n" +
+                      file + r"2, in f\n    1 / 0\n    ~~\^~~\nZeroDivisionError: division by zero\n"),
+            "syntax": ("y = 1\nx = = 1", 1, "", file + r"2\n    x = = 1\n        \^\nSyntaxError: invalid syntax\n"),
+            "large": ("x = '" + "ä" * 2_000_000 + "'\nprint(len(x))", 0, "2000000\n", ""),
+            "input and its end": ("import sys\nprint(input('? '))\nprint(sys.stdin.read().upper())\ninput()", 1, r"\? a\nB\nC\n\n",
+                                  r"Traceback[\s\S]*EOFError[\s\S]*"),
+            "other processes": ("import multiprocessing as m, os, sys\ndef f(x): return x * x\nif __name__ == '__main__':\n"
+                                "  with m.Pool(2) as pool: print(pool.map(f, [1, 2]))\n"
+                                "  if os.fork() == 0: sys.exit(5)\n  print(os.WEXITSTATUS(os.wait()[1]))", 0, r"\[1, 4\]\n5\n", ""),
+            "thread": ("import threading, time\ndef f(): time.sleep(0.3); print('late')\nthreading.Thread(target=f).start()", 0, "late\n", ""),
+        }
+        with Server() as server:
+            for name, (source, *expected) in rows.items():
+                self.write(source)
+                for options in [], ["--url", server.url]:
+                    with self.subTest(name, options=options):
+                        status, out, err = run("run", *options, self.script, "--url", "-h", "[1]", "😀", stdin=b"a\nb\nc\n")
+                        self.assertEqual(status, expected[0], err)
+                        self.assertRegex(out, r"\A" + expected[1] + r"\Z")
+                        self.assertRegex(err, r"\A" + expected[2] + r"\Z")
+            self.assertEqual(run("eval", "--url", server.url, "f.__name__"), (0, "'f'\n", ""))  # it is in the workspace
+
+    def test_standard_input_exit_hooks_and_wrong_usage(self):
+        hook = b"import atexit, sys; atexit.register(print, 'bye'); print(sys.argv)"
+        self.assertEqual(run("run", "-", "x", stdin=hook), (0, "['-', 'x']\nbye\n", ""))
+        rows = [["run"], "numora: FILE is required\n"], [["run", "no.py"], "numora: cannot read no.py: No such file or directory\n"], \
+               [["run", "--bogus", self.script], "numora: --bogus is no option of numora run\n"]
+        for arguments, message in rows:
+            self.assertEqual(run(*arguments), (2, "", message))
+
+    def test_interrupt_ends_the_script(self):
+        with Server() as server:
+            for options in [], ["--url", server.url]:
+                with self.subTest(options), Signal() as begun:
+                    self.write(begun.code + "\nwhile True: pass")
+                    with start("run", *options, self.script) as process:
+                        begun.wait()
+                        process.send_signal(signal.SIGINT)
+                        _, err = process.communicate(timeout=60)
+                    self.assertEqual(process.returncode, 130)
+                    self.assertRegex(err, rb"(?s)^Traceback.*KeyboardInterrupt\n$")
+
+    def test_each_of_two_clients_gets_its_status_and_is_not_typed_for_the_other(self):
+        self.write("import sys; sys.exit(int(sys.argv[1]))")
+        with Server() as server, concurrent.futures.ThreadPoolExecutor() as pool:
+            runs = [pool.submit(run, "run", "--url", server.url, self.script, str(i)) for i in range(8)]
+            self.assertEqual([each.result()[0] for each in runs], list(range(8)))
+            run("eval", "--url", server.url, "n = input('? ')")
+            with start("run", "--url", server.url, self.script, "9") as process:
+                self.assertEqual(process.stderr.readline(), b"numora: the interpreter waits for input of other code\n")
+                run("eval", "--url", server.url, "Ada")
+                self.assertEqual((*process.communicate(timeout=60), process.returncode), (b"", b"", 9))
+            self.assertEqual(run("eval", "--url", server.url, "n"), (0, "'Ada'\n", ""))
+
+
 class InterpretersTest(unittest.TestCase):
     def test_a_death_ends_commands_with_its_sentence_and_can_be_looked_up(self):
         died = r'\Anumora: The interpreter "default" has died: SIGABRT [^\n]* the next request starts it anew\.\n\Z'
@@ -222,6 +296,23 @@ class InterpretersTest(unittest.TestCase):
             self.assertRegex(out, r'(?s)has died: SIGABRT.*\n  life 3, .*import os; os.abort\(\)\n.*first\n.*Fatal Python error: Aborted')
             lives = [json.loads(line)["life"] for line in numora("deaths", "--json")[1].splitlines()]
             self.assertEqual(lives, [3, 2, 1])
+
+    def test_what_runs_is_told_and_interrupted(self):
+        with Signal() as begun, Server() as server:
+            def numora(*arguments):
+                return run(*arguments, NUMORA_URL=server.url)
+
+            self.assertEqual(numora("interrupt"), (0, 'Nothing ran in the interpreter "default".\n', ""))
+            with start("eval", "--url", server.url, begun.code + "\nwhile True: pass") as process:
+                begun.wait()
+                self.assertRegex(numora("status")[1], r"\Ahttp://127\.0\.0\.1:\d+/ takes requests\n  default: ready, busy; life 1, \d+ MiB\n")
+                self.assertEqual(numora("interrupt"), (0, 'The interpreter "default" was interrupted.\n', ""))
+                self.assertEqual(process.wait(60), 1)
+            status, out, _ = numora("status", "--json", "--interpreter", "default")
+            told = json.loads(out)
+            self.assertEqual((status, told["isReady"], [each["id"] for each in told["interpreters"]]), (0, True, ["default"]))
+            server.stop(signal.SIGKILL)
+            self.assertEqual(numora("status")[:2], (1, ""))
 
     def test_interpreters_are_made_used_and_deleted(self):
         with Server() as server:

@@ -48,14 +48,14 @@ class WorkplaceTest(unittest.TestCase):
                 self.assertEqual(run("eval", *options, WHERE, **environment), (0, expected, ""))
             for form in ([], ["--in-process"]):
                 with self.subTest(name, form=form), Server(*options, *form, environment=environment) as server:
-                    self.assertEqual(run("eval", "--url", server.line, WHERE), (0, expected, ""))
+                    self.assertEqual(run("eval", "--url", server.url, WHERE), (0, expected, ""))
 
     def test_an_interpreter_that_names_its_own_has_that(self):
         with open("settings.toml", "w") as file:
             file.write("[interpreters.lab]\nvenv = 'open'\n")
         with Server("--venv", "own", "--folder", "lab", "--config", "settings.toml") as server:
             expected = self.where("open", "lab", "numpy")
-            self.assertEqual(run("eval", "--url", server.line, "--interpreter", "lab", WHERE), (0, expected, ""))
+            self.assertEqual(run("eval", "--url", server.url, "--interpreter", "lab", WHERE), (0, expected, ""))
 
     def test_what_cannot_be_used_is_refused(self):
         other = f"The virtual environment {self.root}/later is for Python 3.12; it must be for Python 3.11, which is the interpreter's."

@@ -1,0 +1,118 @@
+"""Runs a file as Python runs a script."""
+
+import builtins
+import linecache
+import os
+import sys
+import threading
+import types
+
+from . import _user
+from ._errors import report
+
+_INTERRUPTED = 130  # as of a program that SIGINT has ended, in shells
+_KEPT = 1000
+
+_statuses = {}  # of scripts that have ended, until their programs ask
+
+
+def run(path, arguments, *, source=None, folder=None):
+    """Runs a file as `__main__`, or `source` under its name, which is "-" for none; returns the exit status.
+
+    `folder` is where its imports are looked for first: by default the one that holds the file. An error is shown on
+    standard error. What the script has defined is in the workspace afterwards.
+    """
+    process = os.getpid()
+    main = types.ModuleType("__main__")
+    vars(main).update(__builtins__=builtins, __cached__=None)
+    if path != "-":
+        vars(main)["__file__"] = path
+    threads = set(threading.enumerate())
+    outer = sys.modules["__main__"], sys.argv
+    sys.modules["__main__"], sys.argv = main, [path, *arguments]
+    if folder is None:
+        folder = os.path.dirname(os.path.realpath(path))
+    sys.path.insert(0, folder)
+    try:
+        _execute(path, source, vars(main))
+        _join_threads(threads)
+    except BaseException as error:
+        if os.getpid() != process:  # the script has forked
+            raise
+        return _status_of(error)
+    finally:
+        sys.modules["__main__"], sys.argv = outer
+        if folder in sys.path:
+            sys.path.remove(folder)
+        _user.variables.update((name, value) for name, value in vars(main).items() if not name.startswith("__"))
+    return 0
+
+
+def run_program(name, path, arguments, **options):
+    """The same for a program that asks for `status_of(name)` afterwards."""
+    _keep(name, run(path, arguments, **options))
+
+
+def run_only(name, path, arguments, descriptor, **options):
+    """The same where the interpreter ends with the script, which reads the standard input that is at the descriptor."""
+    import getpass
+
+    from ._end import end
+
+    os.dup2(descriptor, 0)
+    sys.stdin = sys.__stdin__ = open(0, closefd=False)
+    getpass.getpass = getpass.unix_getpass
+    status = run(path, arguments, **options)
+    try:
+        end(threading.TIMEOUT_MAX)
+    except KeyboardInterrupt as interrupt:
+        status = _status_of(interrupt)
+    _keep(name, status)
+
+
+def _keep(name, status):
+    _statuses[name] = status
+    if len(_statuses) > _KEPT:  # a program that has gone does not ask
+        del _statuses[next(iter(_statuses))]
+
+
+def status_of(name):
+    return _statuses.pop(name, 1)
+
+
+def _execute(path, source, variables):
+    if source is None:
+        import importlib.util
+
+        with open(path, "rb") as file:
+            source = importlib.util.decode_source(file.read())
+    source = source.removeprefix("\ufeff")
+    path = "<stdin>" if path == "-" else path
+    # Without a time of change, so that it is never compared with a file.
+    linecache.cache[path] = len(source), None, source.splitlines(True), path
+    try:
+        code = compile(source, path, "exec", dont_inherit=True)
+    except (SyntaxError, ValueError) as error:
+        raise error.with_traceback(None) from None
+    exec(code, variables)
+
+
+def _join_threads(before):
+    """Waits for the threads that were started, as Python does at its end, but for those of pools, which have none."""
+    pools = sys.modules.get("concurrent.futures.thread")
+    for thread in threading.enumerate():
+        if thread in before or thread.daemon or pools and thread in pools._threads_queues:
+            continue
+        thread.join()
+
+
+def _status_of(error):
+    """Shows the error that a script has ended with."""
+    if isinstance(error, SystemExit):
+        if error.code is None or isinstance(error.code, int):
+            return int(error.code or 0)
+        print(error.code, file=sys.stderr)
+        return 1
+    kind, _, _, text, *_ = report(error)
+    sys.stderr.write(text)
+    return _INTERRUPTED if kind == "interrupt" else 1
