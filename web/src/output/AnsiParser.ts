@@ -13,20 +13,18 @@ export interface Sink {
 }
 
 const special = /[\x00-\x08\x0b-\x1f\x7f-\x9f]/g;
-const csi = /\x1b\[([\x30-\x3f]*)([\x20-\x2f]*)([\x40-\x7e])/y;
-const shortSequence = /\x1b[\x20-\x2f]*[\x30-\x7e]/y;
 // OSC, DCS, SOS, PM and APC: text up to a terminator. A newline ends them, too, so that one that is never ended hides one line at most.
-const stringStart = /\x1b[\]PX^_]/y;
+const stringStarts = "]PX^_";
 const stringEnd = /[\x07\x18\x1a\x1b\x9c\n]/g;
-const unfinished = /\x1b(?:\[[\x30-\x3f]*)?[\x20-\x2f]*$/y;
 const longestSequence = 256;
 
 const isHighSurrogate = (code: number): boolean => code >= 0xd800 && code < 0xdc00;
 
-/** Result: where `pattern` ends if it matches at `at`, else -1. */
-function endOf(pattern: RegExp, text: string, at: number): number {
-    pattern.lastIndex = at;
-    return pattern.test(text) ? pattern.lastIndex : -1;
+/** Result: where the characters from `low` to `high` that stand from `at` on end. */
+function skip(text: string, at: number, low: number, high: number): number {
+    let code = text.charCodeAt(at);
+    while (code >= low && code <= high) code = text.charCodeAt(++at);
+    return at;
 }
 
 export class AnsiParser {
@@ -42,7 +40,7 @@ export class AnsiParser {
         let at = this.isInString ? this.skipString(text, 0) : 0;
         while (at < text.length) {
             special.lastIndex = at;
-            const next = special.exec(text)?.index ?? text.length;
+            const next = special.test(text) ? special.lastIndex - 1 : text.length;
             if (next > at) sink.text(text, at, next, this.sgr.style);
             at = next < text.length ? this.acceptSpecial(text, next, sink) : next;
         }
@@ -51,26 +49,32 @@ export class AnsiParser {
 
     /** Result: where parsing goes on. */
     private acceptSpecial(text: string, at: number, sink: Sink): number {
+        if (text.charCodeAt(at) === 0x1b) return this.acceptSequence(text, at, sink);
         const character = text[at]!;
-        if (character !== "\x1b") {
-            if ("\r\b\f\v".includes(character)) sink.control(character);
-            return at + 1;
-        }
-        csi.lastIndex = at;
-        const found = csi.exec(text);
-        if (found) {
-            if (found[3] === "m" && !found[2]) this.sgr.apply(found[1]!);
-            else if (found[3] === "K" && /^[012]?$/.test(found[1]!)) sink.eraseLine(Number(found[1]));
-            return csi.lastIndex;
-        }
-        if (endOf(stringStart, text, at) > 0) return this.skipString(text, at + 2);
-        if (endOf(unfinished, text, at) > 0) {
-            if (text.length - at <= longestSequence) this.cut = text.slice(at);
+        if ("\r\b\f\v".includes(character)) sink.control(character);
+        return at + 1;
+    }
+
+    private acceptSequence(text: string, at: number, sink: Sink): number {
+        const second = text[at + 1] ?? " ";
+        if (stringStarts.includes(second)) return this.skipString(text, at + 2);
+        const isCsi = second === "[";
+        const parameters = at + (isCsi ? 2 : 1);
+        const intermediates = isCsi ? skip(text, parameters, 0x30, 0x3f) : parameters;
+        const end = skip(text, intermediates, 0x20, 0x2f);
+        if (end >= text.length) {
+            if (end - at <= longestSequence) this.cut = text.slice(at);
             return text.length;
         }
-        if (text[at + 1] !== "[") return Math.max(endOf(shortSequence, text, at), at + 1);
-        // A CSI with a character that cannot be in it: what is readable begins there.
-        return endOf(/\x1b\[[\x20-\x3f]*/y, text, at);
+        const final = text.charCodeAt(end);
+        if (final < (isCsi ? 0x40 : 0x30) || final > 0x7e) return end;  // cannot go on so: what is readable begins here
+        if (isCsi && end === intermediates) this.acceptCsi(text.slice(parameters, end), text[end]!, sink);
+        return end + 1;
+    }
+
+    private acceptCsi(parameters: string, final: string, sink: Sink): void {
+        if (final === "m") this.sgr.apply(parameters);
+        else if (final === "K" && /^[012]?$/.test(parameters)) sink.eraseLine(Number(parameters));
     }
 
     private skipString(text: string, at: number): number {

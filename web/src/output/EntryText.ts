@@ -9,7 +9,13 @@ const blocksInGroup = 48;
 const noLine = new StyledText();
 
 /** What stands in an entry: blocks of text, notices and placed nodes, in groups. */
-export type Item = {box: Box; length: number; part(): Part};
+export interface Item {
+    readonly box: Box;
+    readonly length: number;
+    part(): Part;
+    /** It is taken away: frees what it holds at once. */
+    release?(): void;
+}
 
 /** What an entry printed and showed, in order. The oldest items can be taken away. */
 export class EntryText {
@@ -79,6 +85,7 @@ export class EntryText {
         this.items.shift();
         const removed = {rows: item.box.rows, length: item.length};
         const group = item.box.parent!;
+        item.release?.();
         if (item.box.remove() === 0) {
             group.remove();
             if (group === this.group) this.group = undefined;

@@ -7,9 +7,11 @@ import {Find} from "./Find.js";
 import {Follow} from "./Follow.js";
 import {Pump} from "./Pump.js";
 import {Retention} from "./Retention.js";
-import {copy, joined, selectedText} from "./textOf.js";
+import {Selection} from "./Selection.js";
+import {copy, joined} from "./textOf.js";
 
 const entriesInBatch = 48;
+const mostReadableRows = 50;  // in one frame
 
 export class OutputView implements Output {
     readonly region = document.createElement("div");
@@ -33,8 +35,7 @@ export class OutputView implements Output {
         this.dresser = new Dresser(this.region, () => this.search?.requestMarks(), signal);
         element.append(this.region, this.follow.button, this.announcer.element);
         this.region.addEventListener("click", event => this.clicked(event), {signal});
-        this.region.addEventListener("copy", event => this.copied(event), {signal});
-        this.region.addEventListener("keydown", event => this.pressed(event), {signal});
+        new Selection(this.region, () => this.log.rows, signal);
         document.addEventListener("visibilitychange", () => document.hidden ? this.pump.flush() : this.settle(), {signal});
         this.setReadAloud(readAloud);
     }
@@ -146,7 +147,9 @@ export class OutputView implements Output {
         const isIdle = this.pump.backlog === 0;
         this.announcer.settle(isIdle);
         if (document.hidden) return;
-        this.dresser.settle(!isIdle && this.follow.isFollowing);
+        const isFlooded = this.follow.isFollowing && (!isIdle || added > mostReadableRows);
+        if (isFlooded) this.pump.push(0, () => {});  // to settle again when nothing more comes
+        this.dresser.settle(isFlooded);
         this.follow.settle(added);
     }
 
@@ -172,19 +175,5 @@ export class OutputView implements Output {
         if (button?.dataset["action"] === "fold") entry?.fold(!entry.element.classList.contains("is-folded"));
         else if (button?.dataset["action"] === "copy-code") void copy(entry!.start.code);
         else if (button?.dataset["action"] === "copy-output") void copy(entry!.text());
-    }
-
-    /** Select all means the log, not the page. */
-    private pressed(event: KeyboardEvent): void {
-        if (!(event.ctrlKey || event.metaKey) || event.key !== "a" || event.altKey || event.shiftKey) return;
-        document.getSelection()?.selectAllChildren(this.region);
-        event.preventDefault();
-    }
-
-    private copied(event: ClipboardEvent): void {
-        const selection = document.getSelection();
-        if (!selection || selection.isCollapsed || !event.clipboardData) return;
-        event.clipboardData.setData("text/plain", selectedText(this.region, selection.getRangeAt(0)));
-        event.preventDefault();
     }
 }

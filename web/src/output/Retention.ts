@@ -12,6 +12,8 @@ export class Retention {
     isReadAloud = false;
     characters = 0;
     private nodes = 0;
+    private askedAt = -Infinity;
+    private scrollableRows = Infinity;
     private readonly dropped: Limits = {rows: 0, characters: 0};
 
     constructor(private readonly region: HTMLElement, private readonly limits: Limits) {
@@ -31,7 +33,7 @@ export class Retention {
 
     isBeyond(rows: number): boolean {
         return rows > this.limits.rows || this.characters > this.limits.characters || this.nodes > mostNodes ||
-            (rows > rowsReadAloud && rows > this.mostRowsHere());
+            (rows > rowsReadAloud && rows > this.mostRowsNow());
     }
 
     /** Removes the oldest item, or an entry of which nothing is left. Result: false if nothing can go. */
@@ -75,9 +77,14 @@ export class Retention {
         this.dropped.characters += characters;
     }
 
-    private mostRowsHere(): number {
-        const lineHeight = parseFloat(getComputedStyle(this.region).lineHeight) || 20;
-        const scrollable = Math.min(farthestPixels, farthestDevicePixels / devicePixelRatio) / lineHeight;
-        return this.isReadAloud ? Math.min(rowsReadAloud, scrollable) : scrollable;
+    // The line's height, which the user may change, is asked for once a second.
+    private mostRowsNow(): number {
+        const now = performance.now();
+        if (now - this.askedAt > 1000) {
+            this.askedAt = now;
+            const lineHeight = parseFloat(getComputedStyle(this.region).lineHeight) || 20;
+            this.scrollableRows = Math.min(farthestPixels, farthestDevicePixels / devicePixelRatio) / lineHeight;
+        }
+        return this.isReadAloud ? Math.min(rowsReadAloud, this.scrollableRows) : this.scrollableRows;
     }
 }

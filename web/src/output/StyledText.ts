@@ -3,9 +3,9 @@ import type {Style} from "./Rendition.js";
 /** Text with the runs of it that have a style: starts and ends as offsets, in order and apart from each other. */
 export class StyledText {
     text = "";
-    starts: number[] = [];
-    ends: number[] = [];
-    styles: Style[] = [];
+    readonly starts: number[] = [];
+    readonly ends: number[] = [];
+    readonly styles: Style[] = [];
 
     get length(): number {
         return this.text.length;
@@ -18,13 +18,13 @@ export class StyledText {
 
     appendAll(other: StyledText): void {
         const {length} = this.text;
-        other.styles.forEach((style, i) => this.addRun(length + other.starts[i]!, length + other.ends[i]!, style));
+        for (let i = 0; i < other.styles.length; ++i) this.addRun(length + other.starts[i]!, length + other.ends[i]!, other.styles[i]!);
         this.text += other.text;
     }
 
     /** Puts `text` in place of [from, to). */
     replace(from: number, to: number, text: string, style: Style | undefined): void {
-        const old = {text: this.text, starts: this.starts, ends: this.ends, styles: this.styles};
+        const old = {text: this.text, starts: [...this.starts], ends: [...this.ends], styles: [...this.styles]};
         const shift = text.length - (to - from);
         this.clear();
         old.styles.forEach((each, i) => this.addRun(old.starts[i]!, Math.min(old.ends[i]!, from), each));
@@ -35,9 +35,7 @@ export class StyledText {
 
     clear(): void {
         this.text = "";
-        this.starts = [];
-        this.ends = [];
-        this.styles = [];
+        this.starts.length = this.ends.length = this.styles.length = 0;
     }
 
     /** Takes [from, to) of the runs of `other` over, moved by `shift`. Result: the first run of it that goes beyond `to`. */

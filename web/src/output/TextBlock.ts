@@ -83,6 +83,12 @@ export class TextBlock {
         return true;
     }
 
+    // The collector does not know how much text is in the document.
+    release(): void {
+        this.undress();
+        this.text.data = "";
+    }
+
     private appendDressed(source: StyledText, text: string, from: number, firstRun: number): void {
         const part = new StyledText();
         part.takeRuns(source, from, from + text.length, -from, firstRun);

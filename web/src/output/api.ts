@@ -137,4 +137,4 @@ export interface Output {
 //   .visually-hidden the live region
 //   .block span      .fg-0 ... .fg-15, .bg-0 ... .bg-15, .fg-inverse, .bg-inverse, .bold .faint .italic .underline .strike .conceal;
 //                    256 and true colours are inline styles
-//   ::highlight(find), ::highlight(find-current)
+//   ::highlight(find), ::highlight(find-current), ::highlight(selected-all)
