@@ -10,7 +10,7 @@ import {build} from "esbuild";
 
 const KiB = 1024;
 /** Of the scripts, compressed with brotli. */
-const budget = {inAll: 150 * KiB, first: 27 * KiB};
+const budget = {inAll: 150 * KiB, first: 28 * KiB};
 const folder = process.argv[2] ?? "dist";
 const assets = join(folder, "assets");
 
