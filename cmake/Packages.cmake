@@ -36,12 +36,13 @@ set(version ${PROJECT_VERSION})
 set(CPACK_DEBIAN_PROGRAM_PACKAGE_SECTION science)
 set(CPACK_DEBIAN_PROGRAM_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_LIBRARY_OUTPUT_DIRECTORY})
-set(CPACK_DEBIAN_PROGRAM_PACKAGE_GENERATE_SHLIBS ON)
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_DEBIAN_PROGRAM_PACKAGE_DEPENDS "python3.11, python3-numpy, python3-numora-client (= ${version})")
-set(CPACK_DEBIAN_PROGRAM_PACKAGE_RECOMMENDS python3-prompt-toolkit)
+set(CPACK_DEBIAN_PROGRAM_PACKAGE_RECOMMENDS "python3-prompt-toolkit, python3-pygments")
 set(CPACK_DEBIAN_PROGRAM_PACKAGE_SUGGESTS python3-matplotlib)
 set(CPACK_DEBIAN_PROGRAM_PACKAGE_CONTROL_EXTRA
-    ${folder}/numora/conffiles ${folder}/numora/postinst ${folder}/numora/prerm ${folder}/numora/postrm)
+    ${folder}/numora/conffiles ${folder}/numora/triggers
+    ${folder}/numora/postinst ${folder}/numora/prerm ${folder}/numora/postrm)
 
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS
