@@ -58,7 +58,11 @@ export function furnish(server: string, own: string, current: () => Workbench, f
     applySettings(settings);
     listenToKeys(desk);
     addEventListener("hashchange", show);
-    setInterval(() => !document.hidden && update(), clockMs);
+    setInterval(() => {
+        if (document.hidden) return;
+        current().session.tick();
+        update();
+    }, clockMs);
     setInterval(() => !document.hidden && void list(), listMs);
     show();
 }

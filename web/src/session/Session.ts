@@ -5,7 +5,7 @@ import {type Evaluation, type Failure, type Life, type Loss, type PromptName, ty
 import {Answers} from "./Answers.js";
 import type {CodeQueue} from "./CodeQueue.js";
 import {TracebackHold} from "./TracebackHold.js";
-import {lossText, newName} from "./texts.js";
+import {clockText, lossText, newName} from "./texts.js";
 
 export type Mode = "idle" | "running" | "input" | "password" | "debugger" | "keyboard" | "pause";
 
@@ -61,6 +61,8 @@ export class Session {
     life: Life | undefined;
     link: LinkState = {name: "connecting"};
 
+    /** The last life that took requests. */
+    private lifeReady: number | undefined;
     private readonly entries = new Map<string, EntryHandle>();
     private current: EntryHandle | undefined;
     /** The name of the code that was sent and has not ended. */
@@ -205,11 +207,10 @@ export class Session {
         if (life.death && life.death.life !== before?.death?.life) {
             this.showing.death(life, this.entry());
             this.forget();
-        } else if (life.state === "ready" && before && before.life < life.life && before.state !== "dead") {
-            this.startedAgain("The interpreter was started again: variables are gone");
-        } else if (life.state === "ready" && before && before.life < life.life) {
-            this.log.notice("The interpreter was started again: variables are gone");
-            this.handlers.onWorkspace(true);
+        }
+        if (life.state === "ready") {
+            if (this.lifeReady !== undefined && this.lifeReady < life.life) this.startedAgain("The interpreter was started again: variables are gone");
+            this.lifeReady = life.life;
         }
         this.handlers.onChange();
         this.sendNext();
@@ -279,6 +280,11 @@ export class Session {
 
     get isBusy(): boolean {
         return this.mode !== "idle" || this.underWay !== undefined;
+    }
+
+    /** Shows how long the code runs that does. */
+    tick(): void {
+        if (this.mode !== "idle" && this.current && !this.current.result) this.current.setLabel(`running ${clockText(Date.now() - this.runsSince)}`);
     }
 
     /** Where text of `request` goes: into its entry, else into that of what runs, else into one without code. */
