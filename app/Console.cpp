@@ -16,19 +16,11 @@ bool isIndented(const std::string& line) { return !line.empty() && (line[0] == '
 
 }  // namespace
 
-Console::Console(Session& session, LineSource& lines)
+Console::Console(Session& session, PlainLines& lines)
     : session_(session), lines_(lines), clears_(::isatty(session.streams().output) == 1) {}
 
 void Console::run() {
-    while (true) {
-        const Line line = lines_.read(prompt());
-        if (line.kind == Line::Kind::End) break;
-        if (line.kind == Line::Kind::Discarded) {
-            discard();
-        } else {
-            enter(line.text);
-        }
-    }
+    while (const auto line = lines_.read(prompt())) enter(*line);
     finish();
 }
 
@@ -42,20 +34,12 @@ void Console::enter(const std::string& line) {
         evaluate(line + "\n");
         return;
     }
-    if (!isBlank(line)) lines_.remember(line);
     const bool continued = !block_.empty();
     if (!continued && isBlank(line)) return;
     block_ += continued ? "\n" + line : line;
     if (continued && isIndented(line) && !isBlank(line)) return;
     evaluate(block_);
     if (wants_ != Evaluation::Wants::RestOfBlock) block_.clear();
-}
-
-void Console::discard() {
-    block_.clear();
-    // Typed, the interrupt opens an evaluation of its own, which takes what the interrupted code still
-    // prints.
-    if (wants_ == Evaluation::Wants::Input) evaluate("\x03");
 }
 
 // A script may end with the last line of a block; a person who ends the session there gives the block up.
@@ -87,8 +71,7 @@ void Console::show(Evaluation evaluation) {
     wants_ = evaluation.wants;
     if (evaluation.clearWindow && clears_) writeAll(session_.streams().output, "\033[H\033[2J");
     if (lines_.isInteractive()) {
-        // The editor draws from the first column: it takes over an unfinished line that asks, and needs any
-        // other finished.
+        // An unfinished line that asks is the prompt; any other is finished before the next prompt.
         if (wants_ == Evaluation::Wants::Input) {
             const auto start = evaluation.text.rfind('\n') + 1;  // 0 when there is no newline
             inputPrompt_ = evaluation.text.substr(start);

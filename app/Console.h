@@ -3,11 +3,11 @@
 #include <string>
 
 #include "Evaluation.h"
-#include "LineSource.h"
+#include "PlainLines.h"
 
 namespace app {
 
-/// A session of lines with an interpreter.
+/// A session of plain lines with an interpreter.
 ///
 /// A block of code is collected until it is complete; the interpreter says so by running it. Where running
 /// code asks for input, the next line is its answer. When the interpreter dies, the next line is of another
@@ -15,7 +15,7 @@ namespace app {
 class Console {
 public:
     /// Owns: borrows both.
-    Console(Session& session, LineSource& lines);
+    Console(Session& session, PlainLines& lines);
 
     /// Reads and runs lines until there are no more.  Blocks: as long.
     void run();
@@ -23,14 +23,13 @@ public:
 private:
     std::string prompt() const;
     void enter(const std::string& line);
-    void discard();
     void finish();
     void evaluate(const std::string& code);
     void show(Evaluation evaluation);
     Poco::JSON::Object::Ptr send(const std::string& code);
 
     Session& session_;
-    LineSource& lines_;
+    PlainLines& lines_;
     const bool clears_;  ///< whether there is a screen to clear
     std::string block_;  ///< the lines of a block that is not complete yet
     std::string inputPrompt_;

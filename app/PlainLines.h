@@ -1,22 +1,29 @@
 #pragma once
 
-#include "LineSource.h"
+#include <cstddef>
+#include <optional>
+#include <string>
+
+#include "Session.h"
 
 namespace app {
 
-/// Lines from a file or a pipe, without prompts.
-class PlainLines : public LineSource {
+/// Lines as they come from a file, a pipe or a terminal, where the system alone edits them.  Threads: one.
+class PlainLines {
 public:
-    /// Owns: borrows the descriptor.
-    explicit PlainLines(int descriptor) : descriptor_(descriptor) {}
+    explicit PlainLines(const StandardStreams& streams);
 
-    bool isInteractive() const override { return false; }
-    /// Throws: InputError for a line that is not UTF-8; std::system_error.
-    Line read(const std::string& prompt) override;
-    void remember(const std::string&) override {}
+    /// Whether a person sees the prompt and what is typed.
+    bool isInteractive() const { return isInteractive_; }
+
+    /// Shows `prompt` where somebody sees it, and reads a line, without its newline; none at the end.
+    /// Blocks: until a line is there.
+    /// Throws: InputError for a line that is not UTF-8; std::system_error; ClosedPipe.
+    std::optional<std::string> read(const std::string& prompt);
 
 private:
-    const int descriptor_;
+    const StandardStreams streams_;
+    const bool isInteractive_;
     std::string pending_;  ///< read already, not yet returned
     std::size_t count_ = 0;
 };

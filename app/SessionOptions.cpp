@@ -51,15 +51,20 @@ ServerAddress SessionOptions::server() const {
     return address;
 }
 
+bool SessionOptions::hasServer() const {
+    if (url.empty() && interpreter.empty()) return false;
+    if (workplace.isChosen())
+        throw InputError(
+            "--venv and --folder must not be given with a server, whose interpreters have their own");
+    return true;
+}
+
 std::unique_ptr<Session> SessionOptions::open(const WindowSize& window) const {
-    if (url.empty() && interpreter.empty()) {
+    if (!hasServer()) {
         Workplace found = workplace;
         found.find();
         return std::make_unique<InProcessSession>(window, found);
     }
-    if (workplace.isChosen())
-        throw InputError(
-            "--venv and --folder must not be given with a server, whose interpreters have their own");
     return std::make_unique<RemoteSession>(server());
 }
 

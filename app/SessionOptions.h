@@ -28,6 +28,9 @@ struct SessionOptions {
     /// Those alone that are about the server.
     void addServerTo(CLI::App& command);
 
+    /// Whether there is a server.  Throws: InputError for options that only one of its own has.
+    bool hasServer() const;
+
     /// Throws: InputError, when there is no server, or for a URL that is none.
     ServerAddress server() const;
 

@@ -3,10 +3,7 @@
 from __future__ import annotations
 
 import asyncio
-import http.client
 import json
-import urllib.error
-import urllib.request
 from typing import Any, Optional
 
 from .address import Address
@@ -22,6 +19,10 @@ async def exchange(address: Address, method: str, path: str, body: Optional[dict
 
 
 def _exchange(address: Address, method: str, path: str, body: Optional[dict[str, Any]]) -> dict[str, Any]:
+    import http.client  # here, because they take long, and few programs ask anything this way
+    import urllib.error
+    import urllib.request
+
     headers = {"Content-Type": "application/json"}
     if address.token:
         headers["Authorization"] = "Bearer " + address.token

@@ -9,7 +9,7 @@ from typing import Callable, Optional
 from .errors import InterpreterDied
 from .events import COMPLETION, Message
 
-_ROOM = 8 << 20  # characters that wait before the server is asked for less
+_ROOM = 8 << 20  # characters that wait before the server is asked for less, unless there is to be less room
 _MOST = 64 << 20  # before it is asked for nothing
 _MESSAGE = 256  # characters that each message counts beside its own
 
@@ -21,8 +21,9 @@ class Inbox:
     are; when the interpreter dies, whoever reads those gets the error. Threads: those of one event loop.
     """
 
-    def __init__(self, accepts: Callable[[Message], bool], request: Optional[str] = None) -> None:
+    def __init__(self, accepts: Callable[[Message], bool], request: Optional[str] = None, room: int = 0) -> None:
         self._accepts = accepts
+        self._room = room or _ROOM
         self.request = request
         self._messages: collections.deque[tuple[Message, int]] = collections.deque()
         self._size = 0
@@ -44,7 +45,7 @@ class Inbox:
             return  # the text of the error is the sentence
         self._messages.append((message, size + _MESSAGE))
         self._size += size + _MESSAGE
-        if self._size >= _ROOM:
+        if self._size >= self._room:
             self.room.clear()
         self._arrival.set()
 
@@ -65,6 +66,6 @@ class Inbox:
             message, size = self._messages.popleft()
             self._size -= size
             taken.append(message)
-        if self._size < _ROOM:
+        if self._size < self._room:
             self.room.set()
         return taken

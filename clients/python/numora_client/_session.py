@@ -93,6 +93,10 @@ class Session:
         self._end(Disconnected(_CLOSED))
 
     @property
+    def is_online(self) -> bool:
+        return self._online.is_set() and not self._error
+
+    @property
     def is_ended(self) -> bool:
         return self._error is not None
 

@@ -153,6 +153,10 @@ class Client:
             body["life"] = life
         return interpreter_from(await exchange(self._address, "POST", self._path() + "/restart", body))
 
+    async def state(self) -> Interpreter:
+        """What the server says of this interpreter, whatever that does."""
+        return interpreter_from(await exchange(self._address, "GET", self._path()))
+
     async def deaths(self) -> list[DeathRecord]:
         """How the last lives of this interpreter have ended, the newest first, ten at most."""
         answer = await exchange(self._address, "GET", self._path() + "/deaths")
@@ -184,6 +188,11 @@ class Client:
     async def delete_interpreter(self, identity: str) -> None:
         """Ends an interpreter and forgets it. The one that is called "default" cannot be deleted."""
         await exchange(self._address, "DELETE", address.path_of(identity))
+
+    @property
+    def place(self) -> str:
+        """Which interpreter of which server this is a client for; for people, without the token."""
+        return f'interpreter "{self._address.interpreter or "default"}" at {self._address.server}/'
 
     def _path(self) -> str:
         return address.path_of(self._address.interpreter or "default")

@@ -214,6 +214,10 @@ class SyncClient:
         """See Client.restart."""
         return self._loop.run(self._client.restart, force, life)
 
+    def state(self) -> Interpreter:
+        """See Client.state."""
+        return self._loop.run(self._client.state)
+
     def deaths(self) -> list[DeathRecord]:
         """See Client.deaths."""
         return self._loop.run(self._client.deaths)

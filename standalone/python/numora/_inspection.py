@@ -13,10 +13,15 @@ from ._previews import cut, preview
 _BOUND = {id(types.MethodType), id(classmethod), id(staticmethod)}
 
 
-def inspect(name):
+def found(name):
+    """What a dotted name stands for, or NOTHING."""
     names = name.split(".") if is_instance(name, str) and len(name) <= 1000 else [""]
     loaded = {key: module for key, module in copy(sys.modules.items) if module is not None}
-    value, _ = resolve(names, (_user.variables, loaded, vars(builtins)))
+    return resolve(names, (_user.variables, loaded, vars(builtins)))[0]
+
+
+def inspect(name):
+    value = found(name)
     if value is NOTHING:
         return {"found": False}
     file, line = _source(value)

@@ -1,0 +1,71 @@
+"""What the console has with the interpreter: code, answers and interrupts one way, everything that comes the other."""
+
+from __future__ import annotations
+
+import uuid
+from typing import TYPE_CHECKING
+
+from .._inbox import Inbox
+from .._session import Session
+from ..errors import Disconnected
+from ..events import NOTICES, RESPONSES, Message
+from ..streams import Reader
+
+if TYPE_CHECKING:
+    from ..client import Client
+
+INTERPRETER = NOTICES + "interpreter"
+_ROOM = 1 << 18  # characters that wait for the terminal, before the server is asked for less
+_TEXT = (RESPONSES + "output", RESPONSES + "error")
+
+
+class Conversation(Reader[Message]):
+    """One session for all: the messages of the code that runs for this console, text of threads that belongs to no
+    request, and what happens to the interpreter. It ends with the error of the code that runs, if that is lost.
+    """
+
+    def __init__(self, client: Client) -> None:
+        super().__init__(client, [RESPONSES + "**", INTERPRETER], Inbox(self._accepts, room=_ROOM))
+
+    def _accepts(self, message: Message) -> bool:
+        if message.request is None:
+            return message.channel in _TEXT or message.channel.startswith(NOTICES)
+        return message.request == self._inbox.request
+
+    def _read(self, message: Message) -> Message:
+        return message
+
+    async def begin(self) -> None:
+        await self._begin()
+
+    @property
+    def is_online(self) -> bool:
+        return self._session is not None and self._session.is_online
+
+    async def start(self, code: str) -> None:
+        """Runs code, one at a time; its messages come until `finish`. Throws: NumoraError."""
+        self._inbox.request = str(uuid.uuid4())
+        options = {"request": self._inbox.request, "prompt": 0}
+        await self._open().request("/eval/request", data=code, ext={"connector": options})
+
+    def finish(self) -> None:
+        """What comes of that code from now on is not wanted."""
+        self._inbox.request = None
+
+    async def type(self, prompt: int, text: str) -> None:
+        """Types text as it is.  Throws: NumoraError; PromptGone when the prompt is gone."""
+        options = {"request": str(uuid.uuid4()), "prompt": prompt}
+        await self._open().request("/eval/request", data=text, ext={"connector": options})
+
+    async def interrupt(self) -> None:
+        """Stops what runs; what waits for this console will not run."""
+        await self._open().request("/service/connector/v1/Interrupt", data={})
+
+    async def take_back(self) -> None:
+        """What waits for this console will not run."""
+        await self._open().request("/service/connector/v1/Interrupt", data={"waitingOnly": True})
+
+    def _open(self) -> Session:
+        if self._session is None:
+            raise Disconnected("the server cannot be reached")
+        return self._session

@@ -1,0 +1,254 @@
+"""Runs code: shows what it prints, asks what it asks, and interrupts it."""
+
+from __future__ import annotations
+
+import asyncio
+import contextlib
+import os
+import signal
+from typing import Any, Coroutine, Optional, TypeVar, Union
+
+from ..errors import Disconnected, InterpreterDied, NumoraError, PromptGone
+from ..events import COMPLETION, RESPONSES, Message
+from ..interpreters import Interpreter
+from . import words
+from .conversation import INTERPRETER, Conversation
+from .display import Display
+from .editor import Discarded, Editor
+from .link import Link
+from .window import Keyboard, Window
+
+_PATIENCE = 1.0  # seconds until it is told why code does not begin, or that there is no connection
+_PRESSES = 3  # of Ctrl-C until it is told what helps against deaf code
+_END_OF_INPUT = "\x04"
+_CODE_PROMPTS = ("DEBUG_PROMPT", "KEYBOARD_PROMPT")
+_OPEN_BLOCK = "INCOMPLETE_BLOCK_PROMPT"
+
+T = TypeVar("T")
+Step = Union[Message, NumoraError, Discarded]
+
+
+class Runner:
+    """One code at a time. Keys that send signals act on it while it runs and nobody types."""
+
+    def __init__(self, window: Window, editor: Editor, display: Display, keyboard: Keyboard,
+                 owns_interpreter: bool) -> None:
+        self._owns_interpreter = owns_interpreter
+        self._window, self._editor, self._display, self._keyboard = window, editor, display, keyboard
+        self.link: Optional[Link] = None
+        self._steps: asyncio.Queue[Step] = asyncio.Queue()
+        self._is_running = self._has_begun = False
+        self._told_size: Optional[os.terminal_size] = None
+        self._is_restarting = False
+        self._is_waiting = False  # for the answer to something that is no code of the console's
+        self._presses = 0
+        self._told_life = 0  # of which it was told how it has ended, or of what follows
+        self._tasks: set[asyncio.Task[None]] = set()
+        loop = asyncio.get_running_loop()
+        loop.add_signal_handler(signal.SIGINT, self._press)
+        loop.add_signal_handler(signal.SIGQUIT, self._press_hard)
+        loop.add_signal_handler(signal.SIGCONT, self._keyboard.set)
+
+    # --- what comes --------------------------------------------------------------------------------------------------
+
+    async def take(self, message: Message) -> None:
+        if message.channel == INTERPRETER:
+            return await self._take_state(message.data)
+        if message.request is not None and self._is_running:
+            self._has_begun = True
+            if message.channel in (COMPLETION, RESPONSES + "iqminput"):
+                return self._steps.put_nowait(message)
+        await self._display.message(message)
+
+    def lose(self, error: NumoraError) -> None:
+        if self._is_running:
+            self._steps.put_nowait(error)
+
+    async def _take_state(self, data: dict[str, object]) -> None:
+        """Tells how lives end, once."""
+        death, life = data.get("death"), data.get("life")
+        if not isinstance(life, int) or self._is_restarting:
+            return
+        if isinstance(death, dict) and death.get("life") == life and not self._is_running:
+            await self._tell_end(life, str(death.get("sentence", "")))
+        elif data.get("state") == "ready":
+            if self._told_life and life > self._told_life + 1:
+                await self._display.note(words.ANEW)
+            self._told_life = max(self._told_life, life - 1)
+
+    async def _tell_end(self, life: int, sentence: str) -> None:
+        if life > self._told_life:
+            self._told_life, self._told_size = life, None
+            await self._display.problem(sentence)
+
+    # --- running -----------------------------------------------------------------------------------------------------
+
+    async def run(self, code: str) -> None:
+        assert self.link
+        self._steps, self._has_begun, self._presses = asyncio.Queue(), False, 0
+        self._is_running = True
+        watching = asyncio.create_task(self._watch())
+        conversation: Optional[Conversation] = None
+        try:
+            conversation = await self._either(self.link.conversation())
+            if conversation:
+                await self._fit_window()
+                await conversation.start(code)
+                await self._follow(conversation)
+        except InterpreterDied as error:
+            await self._tell_end(error.life, error.sentence)
+        except NumoraError as error:
+            await self._display.problem(str(error))
+        except Discarded:
+            pass
+        finally:
+            self._is_running = False
+            watching.cancel()
+            if conversation:
+                conversation.finish()
+            await self._display.settle()
+
+    async def _fit_window(self) -> None:
+        """Tells an interpreter that has no other window how large this one is."""
+        size = os.get_terminal_size(1)
+        if self.link and self._owns_interpreter and size != self._told_size:
+            with contextlib.suppress(NumoraError, asyncio.TimeoutError):
+                telling = self.link.call("numora._libraries.set_window", size.columns, size.lines)
+                await asyncio.wait_for(telling, _PATIENCE)
+                self._told_size = size
+
+    async def wait_for(self, work: Coroutine[Any, Any, None]) -> None:
+        """Does something that a key can end."""
+        self._steps, self._has_begun, self._presses = asyncio.Queue(), False, 0
+        self._is_running = self._is_waiting = True
+        try:
+            await self._either(work)
+        finally:
+            self._is_running = self._is_waiting = False
+
+    async def restart(self, force: bool = False) -> Interpreter:
+        """Throws: NumoraError."""
+        assert self.link
+        self._is_restarting = True
+        try:
+            restarted = await self.link.restart(force)
+            self._told_size = None
+            self._told_life = max(self._told_life, restarted.life - 1)
+            return restarted
+        finally:
+            self._is_restarting = False
+
+    async def _either(self, waiting: Coroutine[Any, Any, T]) -> Optional[T]:
+        """What it waits for; None after a key."""
+        task = asyncio.create_task(waiting)
+        step = asyncio.create_task(self._steps.get())
+        await asyncio.wait([task, step], return_when=asyncio.FIRST_COMPLETED)
+        if task.done():
+            step.cancel()
+            return task.result()
+        task.cancel()
+        return None
+
+    async def _follow(self, conversation: Conversation) -> None:
+        is_open_block = False
+        step: Optional[Step] = None
+        while True:
+            step = step or await self._steps.get()
+            if isinstance(step, Exception):
+                raise step
+            if step.channel == COMPLETION:
+                break
+            is_open_block = step.data == _OPEN_BLOCK
+            step = await self._answer(conversation, step) if step.prompt else None
+        if is_open_block:
+            await self._display.problem(words.OPEN_BLOCK)
+
+    async def _answer(self, conversation: Conversation, asked: Message) -> Optional[Step]:
+        """Asks the user what the code asks; gives what came instead of an answer."""
+        self._display.show_held()
+        typing = asyncio.create_task(self._editor.answer(
+            self._window.take_question(), asked.echo, asked.data in _CODE_PROMPTS))
+        step = asyncio.create_task(self._steps.get())
+        await asyncio.wait([typing, step], return_when=asyncio.FIRST_COMPLETED)
+        if not typing.done():
+            typing.cancel()
+            await asyncio.wait([typing])
+        elif not step.done():
+            step.cancel()
+        text: Optional[str] = None
+        if not typing.cancelled():
+            error = typing.exception()
+            if isinstance(error, Discarded):
+                self._press()
+            elif isinstance(error, EOFError):
+                text = _END_OF_INPUT
+            elif error:
+                raise error
+            else:
+                text = typing.result() + "\n"
+        if text is not None and asked.prompt:
+            with contextlib.suppress(PromptGone):
+                await conversation.type(asked.prompt, text)
+        return step.result() if step.done() and not step.cancelled() else None
+
+    # --- keys --------------------------------------------------------------------------------------------------------
+
+    def _press(self) -> None:
+        """Ctrl-C, as often as one likes."""
+        if not self._is_running:
+            return
+        self._presses += 1
+        if self.link and self.link.is_online and not self._is_waiting:
+            self._spawn(self._interrupt())
+        else:
+            self._steps.put_nowait(Disconnected(words.GIVEN_UP) if self._has_begun else Discarded())
+
+    def _press_hard(self) -> None:
+        """Ctrl-\\: begins anew, whatever runs."""
+        if self._is_running and self.link:
+            self._spawn(self._restart())
+
+    async def _interrupt(self) -> None:
+        assert self.link
+        steps, is_last = self._steps, self._presses == _PRESSES
+        with contextlib.suppress(NumoraError):
+            conversation = await self.link.conversation()
+            if not self._has_begun:
+                await conversation.take_back()
+            if self._has_begun:  # perhaps just now
+                await conversation.interrupt()
+        if is_last:
+            await asyncio.sleep(_PATIENCE)
+            if self._is_running and steps is self._steps:
+                await self._display.note(words.DEAF)
+
+    async def _restart(self) -> None:
+        assert self.link
+        try:
+            await self.restart(force=True)
+        except NumoraError as error:
+            await self._display.problem(str(error))
+
+    def _spawn(self, work: Coroutine[Any, Any, None]) -> None:
+        task = asyncio.create_task(work)
+        self._tasks.add(task)
+        task.add_done_callback(self._tasks.discard)
+
+    # --- patience ----------------------------------------------------------------------------------------------------
+
+    async def _watch(self) -> None:
+        """Tells what the code waits for, and that the connection is lost, once each."""
+        assert self.link
+        has_told_wait = has_told_loss = False
+        while True:
+            await asyncio.sleep(_PATIENCE)
+            if not self.link.is_online:
+                if self._has_begun and not has_told_loss:
+                    has_told_loss = True
+                    await self._display.note(words.OFFLINE)
+            elif not self._has_begun and not has_told_wait:
+                with contextlib.suppress(NumoraError):
+                    text = words.ALREADY_WAITS.get((await self.link.interpreter()).activity)
+                    if text and not self._has_begun:
+                        has_told_wait = True
+                        await self._display.note(text + words.TAKE_BACK)
