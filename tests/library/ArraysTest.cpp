@@ -1,6 +1,5 @@
 #include <cstdint>
 #include <cstdlib>
-#include <memory>
 #include <vector>
 
 #include <gtest/gtest.h>

@@ -1,11 +1,9 @@
-#include <algorithm>
 #include <limits>
 #include <sstream>
 
 #include <gtest/gtest.h>
 
 #include "AsyncEvalServiceFixture.h"
-#include "cmddistributor/RuntimeException.h"
 #include "support/LogRecords.h"
 
 namespace connector::interpreter::v1 {
@@ -18,19 +16,6 @@ class AsyncEvalServiceEventsTest : public AsyncEvalServiceFixture {
 protected:
     LogRecords log_{"connector::interpreter::async"};
 };
-
-TEST_F(AsyncEvalServiceEventsTest, listensWhileTheCountIsAboveZero) {
-    std::int32_t left = 0;
-    for (const char call : std::string("++---+--+-")) {
-        left = std::max(left + (call == '+' ? 1 : -1), 0);
-        if (call == '+') {
-            service_->startListening();
-        } else {
-            EXPECT_EQ(service_->stopListening(), left);
-        }
-        EXPECT_EQ(host_.events->subscriptionCount<nmutil::io::CLCEvent>(), left > 0 ? 1U : 0U);
-    }
-}
 
 TEST_F(AsyncEvalServiceEventsTest, countsEachChannelOfAClientOnce) {
     messages_->subscribeClient("a", "/eval/response/output");
@@ -45,16 +30,6 @@ TEST_F(AsyncEvalServiceEventsTest, countsEachChannelOfAClientOnce) {
     messages_->unsubscribeClient("a", "/eval/response/**");
     EXPECT_FALSE(isListening());
     EXPECT_EQ(service_->stopListening(), 0);
-}
-
-TEST_F(AsyncEvalServiceEventsTest, triesAgainWhenItCouldNotListen) {
-    host_.hasEventManager = false;
-    service_->startListening();
-    host_.hasEventManager = true;
-    EXPECT_FALSE(isListening());
-    service_->startListening();
-    EXPECT_TRUE(isListening());
-    EXPECT_EQ(service_->stopListening(), 1);
 }
 
 TEST_F(AsyncEvalServiceEventsTest, mayStopListeningWhileItHandlesAnEvent) {
@@ -123,22 +98,6 @@ TEST_F(AsyncEvalServiceEventsTest, publishesThePromptByItsName) {
         service_->handleInputRequest(nmutil::utils::InputRequestEvent(static_cast<InputRequester>(value++)));
         EXPECT_EQ(published().back(), "/eval/response/iqminput \"" + name + '"');
     }
-}
-
-TEST_F(AsyncEvalServiceEventsTest, publishesTheErrorOfItsOwnCodeAsABatchOfItsOwn) {
-    service_->startListening();
-    host_.onEvaluate = [this](const std::u16string&) {
-        host_.print(u"out");
-        host_.print(u"warning", true);
-        throw cmddistributor::RuntimeException(nmutil::cmddistributor::EXECUTION_ERROR, "NUMORA:id", u"m",
-                                               u"trace");
-    };
-    run(R"("x")");
-    EXPECT_EQ(published(), (Lines{R"(/eval/response/output "out")", R"(/eval/response/error "warning")",
-                                  R"(/eval/response/error "trace")", failure}));
-    EXPECT_EQ(log_.count("debug: Async sendEvalRequest PrintableErrorEvent triggered: id:NUMORA:id, "
-                         "text:trace"),
-              1);
 }
 
 TEST_F(AsyncEvalServiceEventsTest, keepsFailuresOutOfTheEventManager) {

@@ -32,19 +32,17 @@ struct ManualShadow : shadow_files::v1::ShadowService {
 struct RecordingTracker : common::RequestTracker {
     using Context = std::shared_ptr<common::ContextState>;
     std::vector<std::string> calls;
-    Context context;  ///< of the last
 
-    Future<void> requestStarted(const std::string& clientType, const Context& of) override {
-        return record("start " + clientType, of);
+    Future<void> requestStarted(const std::string& clientType, const Context&) override {
+        return record("start " + clientType);
     }
-    Future<void> requestEnded(const std::string& clientType, const Context& of) override {
-        return record("end " + clientType, of);
+    Future<void> requestEnded(const std::string& clientType, const Context&) override {
+        return record("end " + clientType);
     }
 
 private:
-    Future<void> record(std::string call, const Context& of) {
+    Future<void> record(std::string call) {
         calls.push_back(std::move(call));
-        context = of;
         return makeFailedFuture<void>(std::make_exception_ptr(std::runtime_error("not tracked")));
     }
 };

@@ -37,20 +37,6 @@ TEST_F(AsyncEvalServiceTest, runsCodeAtTheBasePromptWithWhatItsContextSays) {
     EXPECT_TRUE(host_.interruptEnabled);
 }
 
-TEST_F(AsyncEvalServiceTest, tellsTheTrackerOfClientsThatNameTheirType) {
-    run(R"("x")");
-    context_->set("clientType", std::u16string(u"not narrow"));
-    run(R"("x")");
-    EXPECT_EQ(tracker_->calls, Lines{});
-    context_->set("clientType", std::string("web"));
-    request(R"("x")");
-    EXPECT_EQ(tracker_->calls, Lines{"start web"});
-    EXPECT_EQ(tracker_->context, context_);
-    host_.distributor->runAll();
-    EXPECT_EQ(tracker_->calls, (Lines{"start web", "end web"}));
-    EXPECT_EQ(published(), (Lines{success, success, success}));
-}
-
 TEST_F(AsyncEvalServiceTest, evaluatesNothingWithoutAnOpenGate) {
     gate_->open = false;
     const auto handle = nextHandle();
@@ -169,10 +155,8 @@ TEST_F(AsyncEvalServiceTest, takesOneLineForAPromptThatIsNamed) {
     EXPECT_TRUE(isTaken(7, R"("A")"));
     EXPECT_TRUE(isTaken(7, R"("da\n")"));
     EXPECT_FALSE(isTaken(7, R"("Bob\n")"));
-    EXPECT_FALSE(isTaken(8, R"("Bob\n")"));
     host_.question = 8;
     EXPECT_TRUE(isTaken(8, R"("Eve\n")"));
-    EXPECT_EQ(host_.distributor->enqueued().size(), 3U);
 }
 
 TEST_F(AsyncEvalServiceTest, swallowsWhatIsPrintedForARequestThatHasEnded) {

@@ -39,20 +39,6 @@ TEST_F(CoalescingTextBufferTest, deliversABatchWhenItsFirstPieceIs145Millisecond
     EXPECT_THAT(batches_.await(1), ElementsAre(Batch("\"ab\"", out)));
 }
 
-TEST_F(CoalescingTextBufferTest, keepsTheTextOfRequestsApartAndDeliversItInTheirContexts) {
-    using common::ContextState;
-    std::vector<std::shared_ptr<ContextState>> contexts;
-    buffer_.setCallback([&](auto&&...) { contexts.push_back(ContextState::currentOrNull()); });
-    const auto first = std::make_shared<ContextState>(), second = std::make_shared<ContextState>();
-    for (const auto& context : {first, first, second, std::shared_ptr<ContextState>()}) {
-        const common::CurrentContext current(context);
-        print(u"x");
-    }
-    const common::CurrentContext other(first);
-    buffer_.flush();
-    EXPECT_THAT(contexts, ElementsAre(first, second, nullptr));
-}
-
 TEST_F(CoalescingTextBufferTest, measuresTheAgeOfEachBatchAnew) {
     const std::vector<std::function<void()>> ends{[this] { buffer_.flush(); }, [this] { buffer_.clear(); },
                                                   [this] {
@@ -108,20 +94,6 @@ TEST_F(CoalescingTextBufferTest, deliversEscapedTextInAStorageOfTheExactSize) {
                 ElementsAre(Batch("\"x\\u003c\\t\\\"\xC3\xA9\xF0\x9F\x98\x80\xEF\xBF\xBD\"", out)));
 }
 
-TEST_F(CoalescingTextBufferTest, takesEmptyTextForNothing) {
-    print(u"output");
-    print(u"", err);
-    buffer_.append(nullptr, 0, err);
-    EXPECT_THAT(batches_.all(), IsEmpty());
-    buffer_.flush();
-    // No batch has begun: text that comes later is not older for it.
-    print(u"");
-    buffer_.setTime(age);
-    print(u"later");
-    buffer_.awaitLook();
-    EXPECT_THAT(batches_.all(), ElementsAre(Batch("\"output\"", out)));
-}
-
 TEST_F(CoalescingTextBufferTest, keepsTextUntilThereIsACallback) {
     buffer_.setCallback(nullptr);
     print(u"output ");
@@ -148,15 +120,6 @@ TEST_F(CoalescingTextBufferTest, goesOnAfterACallbackThatThrows) {
     buffer_.flush();
     EXPECT_EQ(batches_.all().size(), 2U);
     EXPECT_GE(log_.count("error: Caught unknown exception in Coalescer callback"), 1);
-}
-
-TEST_F(CoalescingTextBufferTest, deliversNothingAfterItsEnd) {
-    {
-        ManualTextBuffer ending;
-        ending.setCallback(batches_.callback());
-        ending.append(u"pending", out);
-    }
-    EXPECT_THAT(batches_.all(), IsEmpty());
 }
 
 TEST_F(CoalescingTextBufferTest, keepsForTelemetryWhatFitsInWhole) {

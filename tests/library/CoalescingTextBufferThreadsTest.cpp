@@ -92,23 +92,6 @@ TEST(CoalescingTextBufferThreadsTest, waitsOnceForADeliveryThatHangs) {
     delivery.open();
 }
 
-TEST(CoalescingTextBufferThreadsTest, endsOnlyAfterADeliveryOfItsThread) {
-    Gate delivery;
-    std::atomic<bool> delivered{false};
-    {
-        ImmediateTextBuffer buffer;
-        buffer.setCallback([&](auto&&, auto) {
-            delivery.pass();
-            std::this_thread::yield();
-            delivered = true;
-        });
-        buffer.append(u"text", out);
-        delivery.awaitEntry();
-        delivery.open();
-    }
-    EXPECT_TRUE(delivered);
-}
-
 // A callback that was replaced goes without a lock, even when that happens while it runs.
 TEST(CoalescingTextBufferThreadsTest, canBeUsedByWhatItsCallbackHolds) {
     std::promise<void> replaced;

@@ -1,7 +1,6 @@
 #include <algorithm>
 #include <random>
 #include <string>
-#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -66,18 +65,6 @@ TEST(ConnectorCmdWinBufferTest, carriesOutBackspacesWithoutSteppingBack) {
         write(buffer, text);
         ASSERT_EQ(buffer.getString(), withBackspacesErasedInPlace(text));
     }
-}
-
-TEST(ConnectorCmdWinBufferTest, givesACopyStorageOfItsOwnOnceItIsCleared) {
-    ConnectorCmdWinBuffer source(4);
-    write(source, u"abcde");
-    ConnectorCmdWinBuffer copy(source);
-    EXPECT_EQ(copy.getString(), u"bcde");
-    EXPECT_TRUE(copy.isTruncated());
-    copy.clear();
-    write(copy, u"xyz");
-    EXPECT_EQ(copy.getString(), u"xyz");
-    EXPECT_EQ(source.getString(), u"bcde");
 }
 
 }  // namespace

@@ -135,21 +135,6 @@ TEST_F(FEvalSequenceServiceProviderTest, runsClearFlagsFirstAndAnswersInThatOrde
     EXPECT_EQ(framework_->context, context_);
 }
 
-TEST_F(FEvalSequenceServiceProviderTest, givesResponsesTheUuidOfTheirRequestWhateverTheirKinds) {
-    framework_->onDeliver = [](MessagePtr request) {
-        const std::string uuid = uuidOf(request);
-        if (uuid == "none") return ScriptedFramework::answered("not set");
-        return connector::makeReadyFuture(uuid == "A" ? std::make_unique<connector::Message>() : nullptr);
-    };
-    auto request = sequence("AB");
-    request->messages.push_back(std::make_unique<connector::Message>());
-    const auto answer = responses(handle(std::move(request)));
-    ASSERT_EQ(answer->messages.size(), 3U);
-    EXPECT_EQ(uuidOf(answer->messages[0]), "none");
-    EXPECT_EQ(answer->messages[1], nullptr);
-    EXPECT_EQ(uuidOf(answer->messages[2]), "");
-}
-
 TEST_F(FEvalSequenceServiceProviderTest, runsEveryRequestAndLeavesOutTheResultsThatDoNotFit) {
     constexpr std::size_t size = FEvalSequenceServiceProvider::maxText / 4;
     framework_->onDeliver = [](MessagePtr request) {

@@ -34,22 +34,6 @@ protected:
     }
 };
 
-TEST_F(FEvalTest, copiesNoTextOfArgumentsAndResults) {
-    auto message = functionCall();
-    message->arguments = {std::u16string(1'000'000, u'x')};
-    const char16_t* const sent = message->arguments.front().data();
-    const char16_t* returned = nullptr;
-    host_.distributor->onFEval = [&](const FEvalIIP& iip) {
-        EXPECT_EQ(std::get<std::string>(iip.function()), "connector.internal.fevalJSON");
-        EXPECT_EQ(matrix::get_ustring(*iip.data()->arguments.at(2)).data(), sent);
-        auto result = jsonResult(std::u16string(1'000'000, u'y'));
-        returned = matrix::get_ustring(*mxGetField(*result, 0, "results")).data();
-        return one(std::move(result));
-    };
-    host_.distributor->startWorker();
-    EXPECT_EQ(call(std::move(message))->results.data(), returned);
-}
-
 TEST_F(FEvalTest, mapsTheDequeModeOfTheRequestOrElseTheConfiguredOne) {
     const std::tuple<std::string, std::string, int> table[] = {
         {"ppe", "", 1},          {"pause", "", 2},   {"prompt", "idle", 3}, {"non_debug_prompt", "", 4},

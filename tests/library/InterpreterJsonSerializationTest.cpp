@@ -3,7 +3,6 @@
 #include <string>
 
 #include <Poco/Exception.h>
-#include <Poco/JSON/Array.h>
 #include <Poco/JSON/Parser.h>
 #include <gmock/gmock.h>
 
@@ -20,7 +19,6 @@ namespace connector::interpreter::v1 {
 namespace {
 
 using connector::common::v1::Fault;
-using Poco::JSON::Array;
 using Poco::JSON::Object;
 using testing::ElementsAre;
 
@@ -130,21 +128,6 @@ TEST_F(InterpreterJsonSerializationTest, makesNoTreeOfArgumentsThatAMessageDoesN
     }
     const auto wrong = json::parse(R"({"arguments":{"0":1}})", 4, 1, "arguments").extract<Object::Ptr>();
     EXPECT_THROW(read("FEval", wrong), Poco::BadCastException);
-}
-
-TEST_F(InterpreterJsonSerializationTest, readsContainersThatAreHeldByValue) {
-    Array inner;
-    inner.add(std::string("a"));
-    Object fault;
-    fault.set("message", "text");
-    Array faults;
-    faults.add(fault);
-    Object::Ptr object = new Object;
-    object->set("arguments", inner).set("results", inner).set("messageFaults", faults);
-    EXPECT_THAT(dynamic_cast<FEval&>(*read("FEval", object)).arguments, ElementsAre(u"\"a\""));
-    const auto response = read("FEvalResponse", object);
-    EXPECT_EQ(dynamic_cast<FEvalResponse&>(*response).results, u"[\"a\"]");
-    EXPECT_EQ(dynamic_cast<FEvalResponse&>(*response).faults.at(0).message, "text");
 }
 
 TEST_F(InterpreterJsonSerializationTest, readsResultsFromAnArrayAndFaultsWithoutTheirConditions) {

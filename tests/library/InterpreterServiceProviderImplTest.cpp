@@ -138,11 +138,5 @@ TEST_F(InterpreterServiceProviderImplTest, typesNothingThatTimesOutBeforeItBegin
     EXPECT_EQ(host_.typed, u"");
 }
 
-TEST_F(InterpreterServiceProviderImplTest, needsTheModulesStartUp) {
-    StartupWakeUp::end();
-    EXPECT_THROW(eval(u"x"), std::runtime_error);
-    StartupWakeUp::begin(nullptr);
-}
-
 }  // namespace
 }  // namespace connector::interpreter::v1

@@ -166,15 +166,6 @@ TEST_F(EventTest, leavesToStreamsWhatNoCapturedEvaluationWaitsForAnyMore) {
     EXPECT_EQ(textOf(u"x"), "'1'\n");
 }
 
-TEST_F(EventTest, showsTheErrorOfAStreamToItAndNotToWhoAnswersItsPrompt) {
-    auto streaming = std::async(std::launch::async, [this] { stream(u"x = input()\nprnt(1)"); });
-    ASSERT_TRUE(awaitRecord("code INPUT_PROMPT"));
-    const EvalResponse answered = eval(u"1\n");
-    streaming.get();
-    EXPECT_TRUE(answer(answered).empty() && !answered.isError);
-    EXPECT_TRUE(awaitRecord("error NUMORA:NameError, suggest print"));
-}
-
 TEST_F(EventTest, raisesTextThatGoesToTheTerminalAndNoOther) {
     onSinkText();
     run(u"import sys\nprint('a')\nsys.stderr.write('b')\nx = 1", false);
