@@ -1,3 +1,4 @@
+#include <atomic>
 #include <future>
 #include <memory>
 #include <string>
@@ -30,6 +31,18 @@ TEST(WorkerPoolTest, mayBeDestroyedByItsOwnTask) {
         isQueued.set_value();
         isGone.get_future().wait();
         EXPECT_EQ(order, "refused gone");
+    }
+}
+
+TEST(WorkerPoolTest, runsWhatIsQueuedWhenItFinishesAndStartsAnew) {
+    WorkerPool pool(2, WorkerPool::unlimited);
+    for (int round = 0; round < 100; ++round) {
+        std::atomic<int> runs{0};
+        for (int i = 0; i < 20; ++i) pool.submit({.run = [&] { ++runs; }});
+        pool.finish();
+        EXPECT_EQ(runs, 20);
+        EXPECT_EQ(pool.submit({.run = [&] { ++runs; }}), WorkerPool::Outcome::Closed);
+        pool.reopen();
     }
 }
 
