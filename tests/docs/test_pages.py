@@ -15,7 +15,7 @@ PAGES = [ROOT / "README.md", *sorted((ROOT / "docs").glob("*.md"))]
 BLOCK = re.compile(r"(?:^    .*\n|^\n(?=    ))+", re.MULTILINE)
 COMMAND = re.compile(r"\$ ((?:.*\\\n)*.*)\n((?:(?!\$ ).*\n)*)")
 # A block without "$ " that begins in this way is commands alone, one a line.
-PLAIN = re.compile(r"(\./\w+|curl|cmake|scripts/\w+|systemctl|sudo|apt-get|ninja|pip|npm|podman|docker|/usr/bin/python3|build/\S+)\b")
+PLAIN = re.compile(r"(\./\w+|numora serve --|curl|cmake|scripts/\w+|systemctl|sudo|apt-get|ninja|pip|npm|podman|docker|/usr/bin/python3|build/\S+)\b")
 
 # What others run, or what is for a whole machine.
 ELSEWHERE = re.compile(r"\./test|cmake|ninja|scripts/|systemctl|sudo|apt-get|pip|npm|podman|docker|build/example/host|/usr/bin/python3 bench")
@@ -50,6 +50,17 @@ class PagesTest(unittest.TestCase):
         text = re.sub(r"e48d(16a3710dd7fea7facd43a42bda3ed3299bb8|…)|\bTOKEN\b(?!=)|(?<=Bearer )…", server.token, text)
         return text.replace(":8350", f":{server.port}").replace("/srv/lab1", self.folder.name)
 
+    def start_server(self, command, environment):
+        """The line that a server prints; it ends then."""
+        process = subprocess.Popen(["bash", "-c", f"exec {command} --port 0"], cwd=self.folder.name, env=environment, text=True,
+                                   stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+        with process:
+            line = process.stdout.readline()
+            process.terminate()
+            _, errors = process.communicate(timeout=LIMIT)
+        self.assertRegex(line, "^Listening on http", errors)
+        return line
+
     def run_page(self, page):
         commands = [found for found in commands_of(page.read_text()) if not ELSEWHERE.match(found[1])]
         with Server("--log-level", "error", token=False) as server:
@@ -60,15 +71,21 @@ class PagesTest(unittest.TestCase):
                 with self.subTest(page=page.name, line=line, command=command):
                     if re.fullmatch(r"numora serve|\./run", command):
                         output = server.line
+                    elif command.startswith("numora serve --"):
+                        output = self.start_server(command, environment)
                     elif command == "echo $?":
                         output = str(done.returncode)
                     elif file := re.fullmatch(r"cat (\w+\.py)", command):  # what follows needs it
                         (pathlib.Path(self.folder.name) / file[1]).write_text(shown)
                         continue
                     else:
+                        # Lines of a session are typed; its banner is for terminals.
+                        typed = re.findall(r"^(?:>>>|\.\.\.) (.*\n)", shown, re.MULTILINE)
+                        if typed:
+                            shown = re.sub(r"\A(?s:.*?)(?=>>>)|^(?:>>>|\.\.\.) .*\n", "", shown, flags=re.MULTILINE)
                         done = subprocess.run(["bash", "-euo", "pipefail", "-c", self.here(command, server)],
                                               cwd=self.folder.name, env=environment, timeout=LIMIT, text=True,
-                                              stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+                                              input="".join(typed), stdout=subprocess.PIPE, stderr=subprocess.PIPE)
                         output = done.stdout
                         if after[1] != "echo $?":
                             self.assertEqual(done.returncode, 0, done.stdout + done.stderr)
