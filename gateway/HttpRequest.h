@@ -33,6 +33,7 @@ struct HttpRequest {
     std::string contentEncoding;
     std::string clientType;  ///< Connector-Client-Type
     std::string life;        ///< Connector-Interpreter-Life
+    std::string userAgent;
     bool wantsWebSocket = false;
     bool isSecure = false;           ///< the client has sent it over TLS
     bool isSchemeForwarded = false;  ///< as a trusted proxy says
@@ -49,7 +50,8 @@ struct HttpRequest {
     const endpoints::Route* route = nullptr;
     /// The number in `life`; nothing when it holds none.
     std::optional<std::uint64_t> wantedLife() const;
-    const access::Grant* grant = nullptr;  ///< of the token that the request shows; null: it shows none
+    std::shared_ptr<const access::Grant>
+        grant{};  ///< of the token that the request shows; null: it shows none
 };
 
 /// The first value of the parameter `name` in a query, with its percent signs decoded; empty when there is

@@ -43,19 +43,42 @@ auto firstOfCookies(std::string_view cookies, std::string_view name, Find find) 
 }  // namespace
 
 AccessPolicy::AccessPolicy(AccessOptions options, std::uint16_t port)
-    : options_(std::move(options)),
+    : hosts_(std::move(options.hosts)),
+      origins_(std::move(options.origins)),
       port_(std::to_string(port)),
       cookieName_("numora-key-" + port_),
-      keys_([this] {
-          std::vector<Key> keys = {
-              {digestOf(options_.token),
-               derivedKey(options_.token, cookieName_),
-               {.interpreters = {"*"}, .rights = {Right::Use, Right::Restart, Right::Create}}}};
-          for (const auto& [digest, grant] : options_.restricted) {
-              keys.push_back({digest, derivedKey(options_.token, cookieName_ + ":" + digest), grant});
-          }
-          return keys;
-      }()) {}
+      tokens_(tokensFrom(std::move(options.token), std::move(options.restricted))) {}
+
+std::shared_ptr<AccessPolicy::Tokens> AccessPolicy::tokensFrom(
+    std::string token, std::vector<RestrictedToken> restricted) const {
+    auto tokens = std::make_shared<Tokens>();
+    const auto add = [&](const std::string& digest, const std::string& purpose, Grant grant) {
+        tokens->keys.push_back(
+            {digest, derivedKey(token, purpose), std::make_shared<const Grant>(std::move(grant))});
+    };
+    add(digestOf(token), cookieName_,
+        {.interpreters = {"*"}, .rights = {Right::Use, Right::Restart, Right::Create}});
+    for (auto& [digest, grant] : restricted) add(digest, cookieName_ + ":" + digest, std::move(grant));
+    tokens->first = std::move(token);
+    return tokens;
+}
+
+void AccessPolicy::setTokens(std::string token, std::vector<RestrictedToken> restricted) {
+    const auto next = tokensFrom(std::move(token), std::move(restricted));
+    const auto before = tokens_.get();
+    for (Key& key : next->keys) {
+        const auto same = std::ranges::find_if(before->keys, [&](const Key& old) {
+            return key.digest == old.digest && *key.grant == *old.grant;
+        });
+        if (same != before->keys.end()) key.grant = same->grant;
+    }
+    tokens_.set(next);
+}
+
+bool AccessPolicy::isCurrent(const GrantPtr& grant) const {
+    const auto tokens = tokens_.get();
+    return std::ranges::any_of(tokens->keys, [&](const Key& key) { return key.grant == grant; });
+}
 
 bool AccessPolicy::isOwn(std::string_view name, std::string_view localAddress) const {
     constexpr std::array<std::string_view, 3> loopback = {"127.0.0.1", "localhost", "[::1]"};
@@ -68,7 +91,7 @@ bool AccessPolicy::isAllowedAuthority(std::string_view authority, std::string_vi
     const Authority wanted = split(authority, defaultPort);
     if (wanted.name.empty()) return false;
     if (wanted.port == port_ && isOwn(wanted.name, localAddress)) return true;
-    return std::ranges::any_of(options_.hosts, [&](const std::string& configured) {
+    return std::ranges::any_of(hosts_, [&](const std::string& configured) {
         const Authority allowed = split(configured, wanted.port);
         return equalsIgnoringCase(allowed.name, wanted.name) && allowed.port == wanted.port;
     });
@@ -94,7 +117,7 @@ bool AccessPolicy::isAllowedOrigin(const HttpRequest& request) const {
     }
     const Authority host = split(request.host, defaultPort);
     const bool isOfHost = equalsIgnoringCase(page.name, host.name) && page.port == host.port;
-    return std::ranges::any_of(options_.hosts, [&](const std::string& configured) {
+    return std::ranges::any_of(hosts_, [&](const std::string& configured) {
         const Authority allowed = split(configured, "");
         return equalsIgnoringCase(allowed.name, page.name) &&
                (allowed.port.empty() ? isOfHost : allowed.port == page.port);
@@ -102,38 +125,48 @@ bool AccessPolicy::isAllowedOrigin(const HttpRequest& request) const {
 }
 
 bool AccessPolicy::isForeignOrigin(std::string_view origin) const {
-    return std::ranges::any_of(options_.origins,
+    return std::ranges::any_of(origins_,
                                [&](const auto& allowed) { return equalsIgnoringCase(allowed, origin); });
 }
 
-const Grant* AccessPolicy::grantOf(const HttpRequest& request) const {
+AccessPolicy::GrantPtr AccessPolicy::grantOf(const HttpRequest& request) const {
     constexpr std::string_view scheme = "Bearer ";
+    const auto tokens = tokens_.get();
     const std::string_view authorization = request.authorization;
     if (authorization.size() > scheme.size() &&
         equalsIgnoringCase(authorization.substr(0, scheme.size()), scheme)) {
-        if (const auto* grant = grantOf(authorization.substr(scheme.size()))) return grant;
+        if (const auto grant = tokens->grantOf(authorization.substr(scheme.size()))) return grant;
     }
-    if (const auto* grant = grantOf(std::string_view(queryValue(request.query, "token")))) return grant;
-    return firstOfCookies(request.cookie, cookieName_,
-                          [this](std::string_view value) { return grantOfKey(value, &Key::cookieKey); });
+    if (const auto grant = tokens->grantOf(queryValue(request.query, "token"))) return grant;
+    return firstOfCookies(request.cookie, cookieName_, [&tokens](std::string_view value) {
+        return tokens->grantOfKey(value, &Key::cookieKey);
+    });
 }
 
-const Grant* AccessPolicy::grantOf(std::string_view token) const {
-    if (isSameSecret(token, options_.token)) return &keys_.front().grant;
-    if (keys_.size() == 1 || token.empty()) return nullptr;
+AccessPolicy::GrantPtr AccessPolicy::grantOf(std::string_view token) const {
+    return tokens_.get()->grantOf(token);
+}
+
+AccessPolicy::GrantPtr AccessPolicy::Tokens::grantOf(std::string_view token) const {
+    if (isSameSecret(token, first)) return keys.front().grant;
+    if (keys.size() == 1 || token.empty()) return nullptr;
     return grantOfKey(digestOf(token), &Key::digest);
 }
 
-const Grant* AccessPolicy::grantOfKey(std::string_view text, std::string Key::*member) const {
-    const Grant* grant = nullptr;
-    for (const Key& key : keys_) {  // all of them, whichever it is
-        if (isSameSecret(text, key.*member)) grant = &key.grant;
+AccessPolicy::GrantPtr AccessPolicy::Tokens::grantOfKey(std::string_view text,
+                                                        std::string Key::*member) const {
+    const Key* found = nullptr;
+    for (const Key& key : keys) {  // all of them, whichever it is
+        if (isSameSecret(text, key.*member)) found = &key;
     }
-    return grant;
+    return found ? found->grant : nullptr;
 }
 
 std::string AccessPolicy::setCookie(const Grant& grant, bool isSecure) const {
-    const auto key = std::ranges::find_if(keys_, [&](const Key& each) { return &each.grant == &grant; });
+    const auto tokens = tokens_.get();
+    const auto key =
+        std::ranges::find_if(tokens->keys, [&](const Key& each) { return each.grant.get() == &grant; });
+    if (key == tokens->keys.end()) return {};
     return cookieName_ + "=" + key->cookieKey + "; Path=/; HttpOnly; SameSite=Strict" +
            (isSecure ? "; Secure" : "");
 }

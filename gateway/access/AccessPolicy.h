@@ -1,10 +1,12 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "Current.h"
 #include "HttpRequest.h"
 #include "access/Grant.h"
 
@@ -36,11 +38,20 @@ struct AccessOptions {
 /// for this port, under a name with the port. Those of the restricted tokens are derived from the first one,
 /// too: whoever reads the digests could make them otherwise.
 ///
-/// Threads: every operation from any thread; nothing changes after construction.
+/// Tokens may be replaced. Whoever has shown one that is gone goes on with what it has begun, and begins
+/// nothing new with it.
+///
+/// Threads: every operation from any thread; `setTokens` from one.
 class AccessPolicy {
 public:
+    using GrantPtr = std::shared_ptr<const Grant>;
+
     /// `port` is the one that is listened on.
     AccessPolicy(AccessOptions options, std::uint16_t port);
+
+    /// Has these tokens count from now on, and no others; they are as in AccessOptions. Those that were there
+    /// already, with the same rights, keep their grants.
+    void setTokens(std::string token, std::vector<RestrictedToken> restricted);
 
     bool isAllowedHost(const HttpRequest& request) const;
     /// A request without an origin does not come from a browser's page, and is allowed.
@@ -50,30 +61,41 @@ public:
 
     /// What the sender of the request may do, who shows a token, in a header or the query, or the key of one
     /// in any of its cookies; null for others.  Compares in constant time.
-    const Grant* grantOf(const HttpRequest& request) const;
+    GrantPtr grantOf(const HttpRequest& request) const;
     /// The same for the text of a token.
-    const Grant* grantOf(std::string_view token) const;
+    GrantPtr grantOf(std::string_view token) const;
+
+    /// Whether its token is still one of those that count.
+    bool isCurrent(const GrantPtr& grant) const;
 
     /// What makes a browser show the key of a token with each later request, which are encrypted if this one
-    /// is: the value of Set-Cookie.
+    /// is: the value of Set-Cookie. Empty for one that is gone.
     std::string setCookie(const Grant& grant, bool isSecure) const;
 
 private:
     struct Key {
         std::string digest;  ///< of the token
         std::string cookieKey;
-        Grant grant;
+        GrantPtr grant;
+    };
+    struct Tokens {
+        std::string first;      ///< the one that may do all
+        std::vector<Key> keys;  ///< the first is that of this one
+
+        GrantPtr grantOf(std::string_view token) const;
+        GrantPtr grantOfKey(std::string_view text, std::string Key::*member) const;
     };
 
-    const Grant* grantOfKey(std::string_view text, std::string Key::*member) const;
+    std::shared_ptr<Tokens> tokensFrom(std::string token, std::vector<RestrictedToken> restricted) const;
     bool isOwn(std::string_view name, std::string_view localAddress) const;
     bool isAllowedAuthority(std::string_view authority, std::string_view defaultPort,
                             std::string_view localAddress) const;
 
-    const AccessOptions options_;
+    const std::vector<std::string> hosts_;
+    const std::vector<std::string> origins_;
     const std::string port_;
     const std::string cookieName_;
-    const std::vector<Key> keys_;  ///< the first is that of the token that may do all
+    Current<const Tokens> tokens_;
 };
 
 }  // namespace gateway::access

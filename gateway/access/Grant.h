@@ -27,6 +27,7 @@ struct Grant {
     }
     bool coversAll() const { return std::ranges::find(interpreters, "*") != interpreters.end(); }
     bool allows(Right right, std::string_view id) const { return has(right) && covers(id); }
+    bool operator==(const Grant&) const = default;
 };
 
 }  // namespace gateway::access

@@ -3,7 +3,12 @@
 #include <chrono>
 #include <cstddef>
 #include <functional>
+#include <memory>
 #include <string>
+
+namespace gateway::access {
+struct Grant;
+}
 
 namespace gateway::bayeux {
 
@@ -13,6 +18,10 @@ struct ServerOptions {
     /// What to make of the token in a handshake's `ext`. Compares in constant time. Without it only
     /// authenticated peers get in.
     std::function<TokenCheck(const std::string& token)> checkToken = {};
+    /// Whether the token still counts that an authenticated peer has shown; null: it does.
+    std::function<bool(const std::shared_ptr<const access::Grant>& grant)> isCurrent = {};
+    /// Told of handshakes whose token was not Right; may be null.
+    std::function<void(TokenCheck, const std::string& address)> refused = {};
 
     std::chrono::milliseconds timeout = std::chrono::seconds(25);      ///< how long a connect is held
     std::chrono::milliseconds maxInterval = std::chrono::seconds(20);  ///< life without a connect

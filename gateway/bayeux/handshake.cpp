@@ -24,7 +24,8 @@ constexpr dispatch::Member ownMembers[] = {{"token", dispatch::Member::Kind::Str
 using TokenCheck = ServerOptions::TokenCheck;
 
 TokenCheck checkToken(const ClientMessage& message, const Peer& peer, const ServerOptions& options) {
-    if (peer.isAuthenticated) return TokenCheck::Right;
+    if (peer.isAuthenticated && (!options.isCurrent || options.isCurrent(peer.grant)))
+        return TokenCheck::Right;
     const auto token = textOf(message.ownExtension("token"));
     return options.checkToken && !token.empty() ? options.checkToken(token) : TokenCheck::Wrong;
 }
@@ -54,6 +55,7 @@ std::string refusal(SessionTable& sessions, const ClientMessage& message, const 
     if (!sessions.mayHandshake(peer.address, token == TokenCheck::Right, core.options.now())) {
         return failed(message, errorText(429, "too many handshakes"), core.advice.retry(1s));
     }
+    if (token != TokenCheck::Right && core.options.refused) core.options.refused(token, peer.address);
     if (token == TokenCheck::Wrong) {
         return failed(message, errorText(401, "the token is missing or wrong"), core.advice.none());
     }

@@ -3,7 +3,12 @@
 /// What the Bayeux server and the transports that carry its messages tell each other. The one for a
 /// WebSocket is ClientSocket.
 
+#include <memory>
 #include <string>
+
+namespace gateway::access {
+struct Grant;
+}
 
 namespace gateway::bayeux {
 
@@ -13,6 +18,7 @@ struct Peer {
     bool isAuthenticated = false;  ///< the connection itself has shown the token: by header, cookie or query
     std::string clientType = {};   ///< header Connector-Client-Type; else a handshake may say it
     std::string origin = {};       ///< of the page that sends, when a browser says so
+    std::shared_ptr<const access::Grant> grant = {};  ///< of the token that it has shown
 };
 
 /// The answer to one HTTP request: 200 with a body of Bayeux messages, 408 for a connect that a later one

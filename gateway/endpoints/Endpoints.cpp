@@ -143,17 +143,10 @@ void Endpoints::resolve(HttpRequest& head) const {
 }
 
 std::optional<HttpReply> Endpoints::refusalOf(const HttpRequest& head) const {
-    const auto& access = services_.access;
     const Route& route = *head.route;
     if (isStopping_) return unavailable(route, "The server is stopping.");
     if (head.host.empty()) return errorReply(400, "A request must have exactly one Host header.");
-    if (!access.isAllowedHost(head)) return errorReply(403, "The Host must name this server.");
-    if (!access.isAllowedOrigin(head)) return errorReply(403, "Pages of this Origin are not allowed.");
-    if (head.method == HttpMethod::Options && access.isForeignOrigin(head.origin)) return preflight();
-    if (route.access == Route::Access::Token && !head.grant) return unauthenticated(route);
-    if (head.grant) {
-        if (auto refusal = refusalByRights(head)) return refusal;
-    }
+    if (auto refusal = refusalBySender(head)) return refusal;
     if (!head.desk && route.scope != Route::Scope::Server) {
         return errorReply(404, interpreters::noSuchInterpreter(head.interpreter));
     }
@@ -162,7 +155,32 @@ std::optional<HttpReply> Endpoints::refusalOf(const HttpRequest& head) const {
     return refusalOfBody(head);
 }
 
+std::optional<HttpReply> Endpoints::refusalBySender(const HttpRequest& head) const {
+    using enum access::Refusals::Reason;
+    const auto& access = services_.access;
+    const auto refused = [&](access::Refusals::Reason reason, HttpReply reply, std::string_view detail = {}) {
+        services_.refusals.note(reason, head.clientAddress, detail);
+        return reply;
+    };
+    if (!access.isAllowedHost(head)) {
+        // What is before the @ may be a secret.
+        const std::string_view host = std::string_view(head.host).substr(head.host.rfind('@') + 1);
+        return refused(Host, errorReply(403, "The Host must name this server."), host);
+    }
+    if (!access.isAllowedOrigin(head)) {
+        return refused(Origin, errorReply(403, "Pages of this Origin are not allowed."), head.origin);
+    }
+    if (head.method == HttpMethod::Options && access.isForeignOrigin(head.origin)) return preflight();
+    if (head.route->access == Route::Access::Token && !head.grant) {
+        return refused(Token, unauthenticated(*head.route));
+    }
+    auto refusal = head.grant ? refusalByRights(head) : std::nullopt;
+    if (refusal) services_.refusals.note(Rights, head.clientAddress);
+    return refusal;
+}
+
 HttpReply Endpoints::tooManyConnections(const HttpRequest& head) {
+    services_.refusals.note(access::Refusals::Reason::Connections, head.clientAddress);
     auto reply = unavailable(*head.route, "Too many connections are open.");
     reply.headers.emplace_back("Retry-After", "1");
     services_.metrics.count(head.route->metric, reply.status);

@@ -4,6 +4,7 @@
 
 #include "HttpRequest.h"
 #include "access/AccessPolicy.h"
+#include "access/Refusals.h"
 #include "endpoints/StaticFiles.h"
 #include "interpreters/Registry.h"
 #include "interpreters/settings.h"
@@ -20,6 +21,7 @@ struct Services {
     interpreters::CheckVenv checkVenv;
     metrics::RequestMetrics& metrics;
     std::function<metrics::Snapshot()> snapshot;
+    access::Refusals& refusals;
 };
 
 /// The sender of `request`, as the Bayeux server sees it.
@@ -27,7 +29,8 @@ inline bayeux::Peer peerOf(const HttpRequest& request) {
     return {.address = request.clientAddress,
             .isAuthenticated = request.grant != nullptr,
             .clientType = request.clientType,
-            .origin = request.origin};
+            .origin = request.origin,
+            .grant = request.grant};
 }
 
 }  // namespace gateway::endpoints

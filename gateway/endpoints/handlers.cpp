@@ -85,8 +85,9 @@ Pending answerHome(const Services& services, const HttpRequest& request, Done do
     const std::string home = request.prefix + "/";
     auto reply = pageReply(303, "Numora Connector", "<a href=\"" + home + "\">The console</a>");
     reply.headers.emplace_back("Location", home);
-    if (const auto* grant = services.access.grantOf(token)) {
-        reply.headers.emplace_back("Set-Cookie", services.access.setCookie(*grant, request.isSecure));
+    if (const auto grant = services.access.grantOf(token)) {
+        auto cookie = services.access.setCookie(*grant, request.isSecure);
+        if (!cookie.empty()) reply.headers.emplace_back("Set-Cookie", std::move(cookie));
     }
     done(std::move(reply));
     return nullptr;

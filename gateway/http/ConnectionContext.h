@@ -1,5 +1,7 @@
 #pragma once
 
+#include <functional>
+
 #include <boost/asio/thread_pool.hpp>
 
 #include "endpoints/Endpoints.h"
@@ -13,6 +15,7 @@ struct ConnectionContext {
     endpoints::Endpoints& endpoints;
     const ConnectionLimits& limits;
     const TrustedProxies& proxies;
+    const std::function<void(const AccessEntry&)>& onAccess;  ///< may be null
     boost::asio::thread_pool& reading;  ///< where large bodies and frames are read, one after the other
 };
 

@@ -168,6 +168,8 @@ private:
 
     void beginRequest() {
         state_ = State::Head;
+        access_ = {.client = peerAddress_, .method = "-", .path = "-"};
+        begin_ = std::chrono::steady_clock::now();
         reader_.begin();
         setDeadline(context_.limits.headTime);
         readHead();
@@ -191,6 +193,11 @@ private:
         head.localAddress = localAddress_;
         head.isSecure = isTls;
         if (isPeerProxy_) applyForwarded(head, received, context_.proxies);
+        access_ = {.client = head.clientAddress,
+                   .method = std::string(received.method_string()),
+                   .path = head.path,
+                   .status = AccessEntry::left,
+                   .userAgent = head.userAgent};
         if (auto refusal = context_.endpoints.check(head)) {
             // What of the body is not read yet would be taken for the next request.
             keepAlive_ = keepAlive_ && reader_.isComplete();
@@ -281,6 +288,8 @@ private:
 
     void write(HttpReply reply) {
         state_ = State::Writing;
+        access_.status = reply.status;
+        access_.bytes = reader_.isHeadMethod() ? 0 : reply.body.size();
         bodyLimits_.end();
         keepAlive_ = keepAlive_ && !isFinishing_;
         writer_.begin(std::move(reply), {.version = reader_.received().version() == 10 ? 10U : 11U,
@@ -297,6 +306,7 @@ private:
         if (held_) held_->progressed();
         if (!writer_.isDone()) return writeSome();
         writer_.end();
+        noteAccess();
         if (held_) held_->written();
         held_.reset();  // only now: the time in which its session waits for the next request begins
         keepAlive_ && !isFinishing_ ? awaitRequest() : end();
@@ -311,7 +321,7 @@ private:
         }
         state_ = State::Closed;
         deadline_.cancel();
-        serveWebSocket(std::move(stream_), reader_.release(), head, place_, context_);
+        serveWebSocket(std::move(stream_), reader_.release(), head, place_, context_, std::move(access_));
         place_.reset();
     }
 
@@ -343,8 +353,17 @@ private:
     }
     void onDrained(error_code error, std::size_t) { error ? close() : drain(); }
 
+    void noteAccess() {
+        if (!context_.onAccess) return;
+        access_.duration =
+            std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - begin_);
+        context_.onAccess(access_);
+    }
+
     void close() {
-        if (std::exchange(state_, State::Closed) == State::Closed) return;
+        const State before = std::exchange(state_, State::Closed);
+        if (before == State::Closed) return;
+        if (before == State::Body || before == State::Waiting || before == State::Writing) noteAccess();
         held_.reset();
         bodyLimits_.end();
         deadline_.cancel();
@@ -371,6 +390,8 @@ private:
 
     // Of the current request.
     HttpRequest head_;
+    AccessEntry access_;
+    std::chrono::steady_clock::time_point begin_;
     bool keepAlive_ = false;
     std::unique_ptr<bayeux::PendingPost> held_;
     bool isAsking_ = false;           ///< on another thread

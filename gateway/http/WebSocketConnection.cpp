@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <exception>
 #include <optional>
 #include <utility>
@@ -32,6 +33,8 @@ namespace {
 constexpr std::size_t sliceSize = std::size_t{256} << 10;
 constexpr std::size_t mostUnsent = std::size_t{64} << 20;
 constexpr std::size_t mostUnsentReplies = std::size_t{2} << 20;
+constexpr int switchingProtocols = 101;
+constexpr std::uint16_t abnormalClosure = 1006;
 constexpr auto closeTime = std::chrono::seconds(5);
 constexpr auto finishGrace = std::chrono::milliseconds(300);
 
@@ -66,12 +69,13 @@ template <class Stream>
 class WebSocketConnection : public OpenConnection, public bayeux::ClientSocket {
 public:
     WebSocketConnection(Stream stream, HttpRequest head, std::shared_ptr<OpenConnections::Place> place,
-                        const ConnectionContext& context)
+                        const ConnectionContext& context, AccessEntry access)
         : ClientSocket(endpoints::peerOf(head)),
           stream_(std::move(stream)),
           head_(std::move(head)),
           place_(std::move(place)),
           context_(context),
+          access_(std::move(access)),
           deadline_(stream_.get_executor()),
           trusting_(stream_.get_executor()),
           finishing_(stream_.get_executor()) {}
@@ -121,6 +125,8 @@ private:
 
     void onAccepted(error_code error) {
         if (error) return over();
+        access_.status = switchingProtocols;
+        noteAccess();
         context_.endpoints.open(head_, self());
         if (!isTrusted()) {
             trusting_.set(context_.limits.headTime, [self = this->self()] {
@@ -233,6 +239,7 @@ private:
         isWriting_ = false;
         deadline_.cancel();
         unsentBytes_ -= batch_.queuedBytes;
+        access_.bytes += batch_.queuedBytes;
         if (batch_.isReply) unsentReplies_ -= batch_.queuedBytes;
         batch_ = {};
         drained();
@@ -253,8 +260,24 @@ private:
     }
     void onClosed(error_code) { over(); }
 
+    void noteAccess() {
+        if (!context_.onAccess) return;
+        access_.duration =
+            std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - begin_);
+        context_.onAccess(access_);
+    }
+    void noteEnd() {
+        if (access_.status != switchingProtocols) return;  // it has not begun
+        access_.method = "CLOSE";
+        const auto ofClient = stream_.reason().code;
+        access_.status =
+            ofClient != websocket::close_code::none ? ofClient : closeCode_.value_or(abnormalClosure);
+        noteAccess();
+    }
+
     void over() {
         if (std::exchange(isOver_, true)) return;
+        noteEnd();
         closed();
         deadline_.cancel();
         trusting_.cancel();
@@ -267,6 +290,8 @@ private:
     const HttpRequest head_;
     std::shared_ptr<OpenConnections::Place> place_;
     const ConnectionContext context_;
+    AccessEntry access_;
+    const std::chrono::steady_clock::time_point begin_ = std::chrono::steady_clock::now();
     Deadline deadline_;
     Deadline trusting_;
     Deadline finishing_;
@@ -287,9 +312,10 @@ private:
 
 template <class Stream>
 void startWebSocket(Stream stream, const ReceivedRequest& upgrade, const HttpRequest& head,
-                    const std::shared_ptr<OpenConnections::Place>& place, const ConnectionContext& context) {
-    const auto connection =
-        std::make_shared<WebSocketConnection<Stream>>(std::move(stream), head, place, context);
+                    const std::shared_ptr<OpenConnections::Place>& place, const ConnectionContext& context,
+                    AccessEntry access) {
+    const auto connection = std::make_shared<WebSocketConnection<Stream>>(std::move(stream), head, place,
+                                                                          context, std::move(access));
     place->set(connection);
     connection->accept(upgrade);
 }
@@ -297,13 +323,15 @@ void startWebSocket(Stream stream, const ReceivedRequest& upgrade, const HttpReq
 }  // namespace
 
 void serveWebSocket(PlainStream stream, const ReceivedRequest& upgrade, const HttpRequest& head,
-                    const std::shared_ptr<OpenConnections::Place>& place, const ConnectionContext& context) {
-    startWebSocket(std::move(stream), upgrade, head, place, context);
+                    const std::shared_ptr<OpenConnections::Place>& place, const ConnectionContext& context,
+                    AccessEntry access) {
+    startWebSocket(std::move(stream), upgrade, head, place, context, std::move(access));
 }
 
 void serveWebSocket(TlsStream stream, const ReceivedRequest& upgrade, const HttpRequest& head,
-                    const std::shared_ptr<OpenConnections::Place>& place, const ConnectionContext& context) {
-    startWebSocket(std::move(stream), upgrade, head, place, context);
+                    const std::shared_ptr<OpenConnections::Place>& place, const ConnectionContext& context,
+                    AccessEntry access) {
+    startWebSocket(std::move(stream), upgrade, head, place, context, std::move(access));
 }
 
 }  // namespace gateway::http

@@ -64,6 +64,7 @@ HttpRequest requestHead(const ReceivedRequest& received) {
     head.contentEncoding = text(field::content_encoding);
     head.clientType = text("Connector-Client-Type");
     head.life = text("Connector-Interpreter-Life");
+    head.userAgent = text(field::user_agent);
     head.wantsWebSocket = boost::beast::websocket::is_upgrade(received);
     return head;
 }

@@ -46,6 +46,10 @@ void writeConnections(PrometheusText& page, const Snapshot& now) {
     page.single("numora_connections_refused_total", "counter",
                 "Connections that found no place, or gave way before they had shown the token.",
                 now.refusedConnections);
+    page.family("numora_refused_total", "counter", "What was refused because of who has sent it, by reason.");
+    for (const auto& [reason, count] : now.refusals) {
+        page.sample("numora_refused_total", {{"reason", reason}}, count);
+    }
 }
 
 void writeMessages(Families& families) {

@@ -3,6 +3,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 #include "messages/LocalMessageService.h"
@@ -31,6 +33,7 @@ struct InterpreterSnapshot {
 struct Snapshot {
     std::vector<InterpreterSnapshot> interpreters{};
     std::size_t connections = 0;
+    std::vector<std::pair<std::string_view, std::uint64_t>> refusals{};  ///< by reason
     std::uint64_t refusedConnections = 0;  ///< with those that gave way before they had shown the token
 };
 

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "access/token.h"
+#include "http/Listener.h"
 #include "http/addresses.h"
 #include "server/Server.h"
 
@@ -43,6 +44,23 @@ public:
                "/";
     }
 
+    void reload(const ReloadableOptions& options) {
+        if (options.token.empty() && hasChosenToken_) {
+            throw std::invalid_argument("token must stay set, as it was when the server started.");
+        }
+        const std::string token = options.token.empty() ? options_.token : options.token;
+        const std::string problem = access::tokenProblem(token);
+        if (!problem.empty()) throw std::invalid_argument(problem);
+        const bool hasTls = !options_.tlsCertificate.empty();
+        if (options.tlsCertificate.empty() == hasTls || options.tlsKey.empty() == hasTls) {
+            throw std::invalid_argument(
+                hasTls ? "tls_cert and tls_key must stay set, as they were when the server started."
+                       : "tls_cert and tls_key must be set when the server starts.");
+        }
+        server_->reload(token, options.tokens,
+                        hasTls ? http::makeTlsContext(options.tlsCertificate, options.tlsKey) : nullptr);
+    }
+
     std::uint16_t port() const { return server_ ? server_->port() : options_.port; }
     const std::string& token() const { return options_.token; }
     const std::string& url() const { return url_; }
@@ -71,6 +89,7 @@ void Gateway::start() { impl_->start(); }
 std::uint16_t Gateway::port() const { return impl_->port(); }
 const std::string& Gateway::token() const { return impl_->token(); }
 std::string Gateway::url() const { return impl_->url(); }
+void Gateway::reload(const ReloadableOptions& options) { impl_->reload(options); }
 void Gateway::stop() { impl_->stop(); }
 
 }  // namespace gateway

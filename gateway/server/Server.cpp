@@ -6,6 +6,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "http/addresses.h"
 #include "http/streams.h"
 #include "interpreters/settings.h"
 #include "log.h"
@@ -18,13 +19,18 @@ namespace {
 constexpr auto finishTime = std::chrono::seconds(1);
 
 bayeux::ServerOptions bayeuxOptions(const GatewayOptions& options, const access::AccessPolicy& access,
-                                    const std::string& id) {
+                                    access::Refusals& refusals, const std::string& id) {
     using enum bayeux::ServerOptions::TokenCheck;
     bayeux::ServerOptions bayeux;
     bayeux.checkToken = [&access, id](const std::string& token) {
-        const auto* grant = access.grantOf(token);
+        const auto grant = access.grantOf(token);
         if (!grant) return Wrong;
         return grant->allows(access::Right::Use, id) ? Right : NotAllowed;
+    };
+    bayeux.isCurrent = [&access](const auto& grant) { return access.isCurrent(grant); };
+    bayeux.refused = [&refusals](auto check, const std::string& address) {
+        using enum access::Refusals::Reason;
+        refusals.note(check == Wrong ? Token : Rights, address);
     };
     bayeux.frameBytes = options.limits.bodyBytes;
     bayeux.unauthenticatedBytes = options.limits.unauthenticatedBytes;
@@ -32,9 +38,9 @@ bayeux::ServerOptions bayeuxOptions(const GatewayOptions& options, const access:
     return bayeux;
 }
 
-std::vector<access::RestrictedToken> restrictedTokens(const GatewayOptions& options) {
+std::vector<access::RestrictedToken> restrictedTokens(const std::vector<TokenOptions>& options) {
     std::vector<access::RestrictedToken> tokens;
-    for (const auto& [sha256, interpreters, rights] : options.tokens) {
+    for (const auto& [sha256, interpreters, rights] : options) {
         tokens.push_back({sha256, {.interpreters = interpreters, .rights = access::rightsNamed(rights)}});
     }
     return tokens;
@@ -63,10 +69,11 @@ Server::Server(const Parts& parts, const boost::asio::ip::address& address)
                : http::makeTlsContext(parts.options.tlsCertificate, parts.options.tlsKey)),
       listener_(context_, address, parts.options.port),
       access_({.token = parts.options.token,
-               .restricted = restrictedTokens(parts.options),
+               .restricted = restrictedTokens(parts.options.tokens),
                .hosts = parts.options.hosts,
                .origins = parts.options.origins},
               listener_.port()),
+      refusals_(context_),
       files_(parts.options.console),
       proxies_(parts.options.trustedProxies),
       connections_(std::make_shared<http::OpenConnections>(parts.options.limits.connections)),
@@ -76,22 +83,40 @@ Server::Server(const Parts& parts, const boost::asio::ip::address& address)
                   .interpreters = interpreters_,
                   .checkVenv = parts.options.checkVenv,
                   .metrics = metrics_,
-                  .snapshot = [this] { return snapshot(); }},
+                  .snapshot = [this] { return snapshot(); },
+                  .refusals = refusals_},
                  parts.options.limits.unauthenticatedBodies) {
     createConfigured();
-    listener_.start([this](boost::asio::ip::tcp::socket socket) {
-        auto place = connections_->take();
-        if (!place) return http::closeNow(socket);
-        http::serveHttp(std::move(socket), tls_.get(), std::move(place),
-                        {.endpoints = endpoints_,
-                         .limits = parts_.options.limits,
-                         .proxies = proxies_,
-                         .reading = reading_});
-    });
+    listener_.start([this](auto socket) { serve(std::move(socket)); });
     startThreads();
 }
 
 Server::~Server() { stop(); }
+
+// On the strand of the listener, so that nobody else takes a place meanwhile.
+void Server::serve(boost::asio::ip::tcp::socket socket) {
+    const auto refusedBefore = connections_->refused();
+    auto place = connections_->take();
+    if (connections_->refused() != refusedBefore) {
+        boost::system::error_code error;
+        refusals_.note(access::Refusals::Reason::Connections,
+                       http::addressText(socket.remote_endpoint(error).address()));
+    }
+    if (!place) return http::closeNow(socket);
+    http::serveHttp(std::move(socket), tls_.get().get(), std::move(place),
+                    {.endpoints = endpoints_,
+                     .limits = parts_.options.limits,
+                     .proxies = proxies_,
+                     .onAccess = parts_.options.onAccess,
+                     .reading = reading_});
+}
+
+void Server::reload(const std::string& token, const std::vector<TokenOptions>& tokens,
+                    std::shared_ptr<boost::asio::ssl::context> tls) {
+    auto restricted = restrictedTokens(tokens);
+    if (tls) tls_.set(std::move(tls));
+    access_.setTokens(token, std::move(restricted));
+}
 
 void Server::stop() {
     if (threads_.empty()) return;
@@ -127,8 +152,9 @@ std::unique_ptr<interpreters::Desk> Server::makeDesk(const ports::InterpreterSpe
     auto port = options.makePort ? options.makePort(context_, *messages, spec) : makeLocalPort(parts_);
     return std::make_unique<interpreters::Desk>(
         context_, std::move(messages), std::move(port),
-        interpreters::Desk::Options{
-            .id = id, .bayeux = bayeuxOptions(options, access_, id), .standInTime = options.standInTime});
+        interpreters::Desk::Options{.id = id,
+                                    .bayeux = bayeuxOptions(options, access_, refusals_, id),
+                                    .standInTime = options.standInTime});
 }
 
 void Server::createConfigured() {
@@ -175,6 +201,11 @@ void Server::work() {
 
 metrics::Snapshot Server::snapshot() const {
     metrics::Snapshot now{.connections = connections_->size(), .refusedConnections = connections_->refused()};
+    const auto refusals = refusals_.counts();
+    for (std::size_t i = 0; i < refusals.size(); ++i) {
+        now.refusals.emplace_back(access::Refusals::nameOf(static_cast<access::Refusals::Reason>(i)),
+                                  refusals.at(i));
+    }
     for (const auto& desk : interpreters_.all()) {
         const bool isDefault = desk->id() == interpreters::Registry::defaultId;
         now.interpreters.push_back(desk->snapshot());

@@ -10,7 +10,9 @@
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/thread_pool.hpp>
 
+#include "Current.h"
 #include "access/AccessPolicy.h"
+#include "access/Refusals.h"
 #include "endpoints/Endpoints.h"
 #include "endpoints/StaticFiles.h"
 #include "gateway/GatewayOptions.h"
@@ -52,9 +54,15 @@ public:
     std::uint16_t port() const { return listener_.port(); }
     void stop();
 
+    /// Has new connections made with `tls`, unless it is null, and these tokens count.
+    /// Throws: std::invalid_argument, with nothing changed.
+    void reload(const std::string& token, const std::vector<TokenOptions>& tokens,
+                std::shared_ptr<boost::asio::ssl::context> tls);
+
 private:
     std::unique_ptr<interpreters::Desk> makeDesk(const ports::InterpreterSpec& spec);
     void createConfigured();
+    void serve(boost::asio::ip::tcp::socket socket);
     void startThreads();
     void work();
     metrics::Snapshot snapshot() const;
@@ -64,9 +72,10 @@ private:
     boost::asio::executor_work_guard<boost::asio::io_context::executor_type> guard_;
 
     const Parts parts_;
-    const std::shared_ptr<boost::asio::ssl::context> tls_;  ///< null for plain HTTP
+    Current<boost::asio::ssl::context> tls_;  ///< null for plain HTTP
     http::Listener listener_;
-    const access::AccessPolicy access_;
+    access::AccessPolicy access_;
+    access::Refusals refusals_;
     const endpoints::StaticFiles files_;
     const http::TrustedProxies proxies_;
     const std::shared_ptr<http::OpenConnections> connections_;

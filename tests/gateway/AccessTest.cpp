@@ -1,10 +1,12 @@
 #include <cstdint>
 #include <string>
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include "access/AccessPolicy.h"
+#include "access/Refusals.h"
 #include "access/token.h"
+#include "support/LogRecords.h"
 
 namespace {
 
@@ -104,12 +106,31 @@ TEST(TokenTest, thatIsRestrictedHasAKeyOfItsOwnWithItsRightsAlone) {
     const AccessPolicy policy = policyOf("secret");
     HttpRequest request;
     request.cookie = policy.setCookie(*policy.grantOf("other"), false);
-    const auto* grant = policy.grantOf(request);
+    const auto grant = policy.grantOf(request);
     ASSERT_EQ(grant, policy.grantOf("other"));
     for (const char* id : {"lab", "team-", "team-1"}) EXPECT_TRUE(grant->allows(Right::Use, id)) << id;
     for (const char* id : {"lab1", "team", "default", "*"}) EXPECT_FALSE(grant->covers(id)) << id;
     EXPECT_FALSE(grant->allows(Right::Restart, "lab"));
     EXPECT_EQ(policyOf("another secret").grantOf(request), nullptr);
+}
+
+TEST(RefusalsTest, areLoggedOnceInAnIntervalAndThenCounted) {
+    using enum gateway::access::Refusals::Reason;
+    boost::asio::io_context context;
+    gateway::access::Refusals refusals(context, std::chrono::milliseconds(1));
+    const LogRecords log("gateway");
+    for (const char* client : {"a", "b", "c"}) refusals.note(Token, client);
+    refusals.note(Host, "d", "evil");
+    context.run();
+    refusals.note(Token, "e");
+    const std::string wrong = "the token is missing or wrong";
+    EXPECT_THAT(
+        log.lines(),
+        testing::ElementsAre("warning: Refused a request from a: " + wrong,
+                             "warning: Refused a request from d: the Host does not name this server: evil",
+                             "warning: Refused 2 more in the last 0 seconds, the last from c: " + wrong,
+                             "warning: Refused a request from e: " + wrong));
+    EXPECT_THAT(refusals.counts(), testing::ElementsAre(4, 0, 1, 0, 0));
 }
 
 TEST(TokenTest, madeUpOnesAreGoodAndChosenOnesMustBe) {

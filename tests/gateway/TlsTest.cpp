@@ -1,3 +1,4 @@
+#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -7,6 +8,7 @@
 #include <openssl/x509.h>
 
 #include "GatewayFixture.h"
+#include "support/threads.h"
 
 namespace {
 
@@ -54,6 +56,29 @@ TEST_F(TlsTest, servesRequestsAndWebSockets) {
     EXPECT_EQ(socket.get("/cometd", TestClient::upgrade + origin).status, 101);
     socket.send(std::string("\x81\x82\0\0\0\0[]", 8));
     EXPECT_EQ(socket.receiveBytes(4), std::string("\x81\x02[]"));
+}
+
+TEST_F(TlsTest, reloadsWhileConnectionsBegin) {
+    std::atomic<bool> isOver{false};
+    std::jthread others([&] {
+        onThreads(2, [&](int) {
+            do {
+                auto client = connect();
+                EXPECT_TRUE(client.startTls());
+                EXPECT_EQ(client.get("/readyz", "Authorization: Bearer " + TestClient::token + "\r\n").status,
+                          200);
+            } while (!isOver);
+        });
+    });
+    gateway::ReloadableOptions options{
+        .token = TestClient::token, .tlsCertificate = folder_ / "cert", .tlsKey = folder_ / "key"};
+    for (int i = 0; i < 50; ++i) {
+        options.tokens.assign(static_cast<std::size_t>(i % 2), {std::string(64, '0'), {"*"}, {"use"}});
+        gateway_->reload(options);
+    }
+    isOver = true;
+    options.tlsKey = folder_ / "cert";
+    EXPECT_THROW(gateway_->reload(options), std::invalid_argument);
 }
 
 TEST_F(TlsTest, refusesOldVersionsAndPlainRequests) {

@@ -127,6 +127,17 @@ TEST_F(WebSocketTest, takesTheTokenOfTheHandshakeAndClosesAfterAnyOtherFrame) {
     EXPECT_TRUE(post.isEnded());
 }
 
+TEST_F(WebSocketTest, beginsNoSessionWithATokenThatIsGone) {
+    start();
+    Socket socket(gateway_->port(), "?token=" + TestClient::token);
+    const std::string id = clientIdIn(socket.askFor(handshake(false)));
+    gateway_->reload({.token = "another-token-of-the-tests"});
+    EXPECT_THAT(socket.askFor(handshake(false)), HasSubstr("401"));
+    EXPECT_THAT(
+        socket.askFor(R"([{"channel":"/meta/subscribe","subscription":"/a","clientId":")" + id + R"("}])"),
+        HasSubstr("\"successful\":true"));
+}
+
 TEST_F(WebSocketTest, endsWhenItDoesNotShowTheTokenInTime) {
     start({.limits = {.headTime = 500ms}});
     auto authenticated = open();

@@ -39,6 +39,13 @@ public:
     /// token.
     void start();
 
+    /// Has other tokens, and a certificate and a key that are read anew, count for what begins from now on.
+    /// Requests, connections, streams and sessions that have begun go on; but a session begins only with a
+    /// token that counts. An empty token stands for the one that was made.
+    /// To be called between `start` and `stop`, on their thread.
+    /// Throws: std::invalid_argument, for what cannot be used; then nothing has changed.
+    void reload(const ReloadableOptions& options);
+
     /// The port that is listened on.
     std::uint16_t port() const;
     const std::string& token() const;

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "gateway/AccessEntry.h"
 #include "messages/RequestCounter.h"
 
 namespace boost::asio {
@@ -56,6 +57,14 @@ struct TokenOptions {
     std::vector<std::string> rights;        ///< of "use", "restart" and "create"
 };
 
+/// What may change while a gateway serves, as GatewayOptions has it.
+struct ReloadableOptions {
+    std::string token{};
+    std::vector<TokenOptions> tokens{};
+    std::filesystem::path tlsCertificate{};
+    std::filesystem::path tlsKey{};
+};
+
 struct GatewayOptions {
     /// Makes the way to an interpreter, on any thread.
     using MakePort = std::function<std::unique_ptr<ports::InterpreterPort>(
@@ -97,6 +106,8 @@ struct GatewayOptions {
     /// For how long the streams, and each tag of events, count as listened to after their last client has
     /// left.
     std::chrono::milliseconds standInTime = std::chrono::minutes(5);
+    /// Takes what the access log tells, on threads of the gateway. It must not wait; may be null.
+    std::function<void(const AccessEntry&)> onAccess{};
     /// Counts for the metrics; may be null.
     std::shared_ptr<const messages::RequestCounter> streaming{};
 };
