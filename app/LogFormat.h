@@ -5,6 +5,7 @@
 #include <string>
 
 #include "foundation/log/diagnostic_logger.h"
+#include "gateway/AccessEntry.h"
 
 namespace app {
 
@@ -21,7 +22,11 @@ LogFormat logFormatFrom(const std::string& what, const std::string& name);
 std::string recordLine(LogFormat format, const foundation::log::Record& record,
                        std::chrono::system_clock::time_point time);
 
-/// The same for the loss of lines.
+/// What has been asked of the server as a line, which is a record of the logger "access".
+std::string accessLine(LogFormat format, const gateway::AccessEntry& entry,
+                       std::chrono::system_clock::time_point time);
+
+/// A record that tells of the loss of lines.
 std::string lossLine(LogFormat format, std::size_t lost);
 
 }  // namespace app

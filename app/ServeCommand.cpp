@@ -19,7 +19,7 @@
 #include "ServeBackend.h"
 #include "ServeLog.h"
 #include "ServeSettings.h"
-#include "StopSignals.h"
+#include "ServeSignals.h"
 #include "foundation/log/diagnostic_logger.h"
 #include "gateway/Gateway.h"
 #include "optionValues.h"
@@ -108,31 +108,53 @@ void announce(const gateway::Gateway& gateway, const ServeSettings& settings, in
     writeAll(standardOutput, "Listening on " + gateway.url() + token + "\n");
 }
 
-int runServe(const ServeSettings& settings) {
-    const StopSignals signals(settings.inProcess && !settings.mock);
+// Everything is tried before anything is changed.
+void reload(const ServeSettings& given, ServeSettings& settings, gateway::Gateway& gateway,
+            ServeLog& serveLog) {
+    try {
+        auto next = given;
+        next.readFile();
+        const auto files = ServeLog::open(next.logFiles());
+        gateway.reload(next.reloadable());
+        serveLog.use(files);
+        foundation::log::setLevel(next.level());
+        log().info("Reloaded certificate, tokens and log" + (next.file ? ", settings of " + *next.file : ""));
+        std::string names;
+        for (const auto& name : settings.changedForStart(next)) names += (names.empty() ? "" : ", ") + name;
+        if (!names.empty()) log().warning("Changed, but read at start only: " + names);
+        settings = std::move(next);
+    } catch (const std::exception& error) {
+        log().error("Reloading failed, and the old settings stay: " + std::string(error.what()));
+    }
+}
+
+/// `given`: what flags and the environment say.
+int runServe(const ServeSettings& given) {
+    auto settings = given;
+    settings.readFile();
+    settings.workplace.find();
+    foundation::log::setLevel(settings.level());
+    const ServeSignals signals(settings.inProcess && !settings.mock);
     ServeLog serveLog(settings.format());
     serveLog.use(ServeLog::open(settings.logFiles()));
     log().info("Numora Connector " NUMORA_VERSION " starts: process " + std::to_string(::getpid()) +
                (settings.file ? ", settings of " + *settings.file : ""));
     auto options = settings.gatewayOptions();
+    options.onAccess = [&serveLog](const auto& entry) { serveLog.noteAccess(entry); };
     allowFiles(options);
     auto backend = makeBackend(settings);
-    serveLog.useStreams(backend->standardError());
+    serveLog.useStreams(backend->standardOutput(), backend->standardError());
     const auto messages = backend->messages;
     const auto gateway = startGateway(std::move(options), *backend);
     announce(*gateway, settings, backend->standardOutput());
-    log().info("Stopping on " + signals.wait());
+    auto signal = signals.wait();
+    for (; !signal; signal = signals.wait()) reload(given, settings, *gateway, serveLog);
+    log().info("Stopping on " + *signal);
     const StopDeadline deadline(backend->timeToStop());
     gateway->stop();
     // Before the gateway, into which what still runs may publish.
     backend.reset();
     return 0;
-}
-
-void useLogLevel(const ServeSettings& settings, const CLI::App& program) {
-    const auto* flag = program.get_option("--log-level");
-    const auto level = flag->count() > 0 ? flag->as<std::string>() : settings.logLevel.value_or("info");
-    foundation::log::setLevel(foundation::log::severityFromName(level));
 }
 
 // Programs that code starts have no need to know a token, also not from where the system shows what the
@@ -154,14 +176,14 @@ void addServeCommand(CLI::App& program, std::function<int()>& command) {
     settings->addTo(*serve);
     serve->callback([settings, &program, &command] {
         command = [settings, &program] {
-            if (const char* level = std::getenv("NUMORA_LOG_LEVEL")) {
+            const auto* flag = program.get_option("--log-level");
+            if (flag->count() > 0) {
+                settings->logLevel = flag->as<std::string>();
+            } else if (const char* level = std::getenv("NUMORA_LOG_LEVEL")) {
                 requireLogLevel("NUMORA_LOG_LEVEL", level);
                 settings->logLevel = level;
             }
             forgetTokens();
-            settings->readFile();
-            settings->workplace.find();
-            useLogLevel(*settings, program);
             return runServe(*settings);
         };
     });

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <memory>
 #include <optional>
 #include <string>
@@ -9,16 +10,17 @@
 
 namespace app {
 
-/// Where the server's log goes: standard error or a file.
+/// Where the server's log goes: standard error or a file; and its access log: standard output, a file or
+/// nowhere.
 ///
 ///     made: the log has the server's format --> use, again for each change --> destroyed: has it still
 ///
-/// Threads: one, while others log.
+/// Threads: one, while others log and call `noteAccess`.
 class ServeLog {
 public:
-    /// What is written where; nothing stands for standard error.
     struct Files {
-        std::optional<std::string> log;
+        std::optional<std::string> log;     ///< nothing: standard error
+        std::optional<std::string> access;  ///< "-": standard output; nothing: nowhere
     };
     /// Open files.
     class Opened;
@@ -35,12 +37,20 @@ public:
 
     /// Lines go there from now on.
     void use(std::shared_ptr<const Opened> opened);
-    /// Takes another descriptor for standard error: an interpreter in the process redirects its own.
-    void useStreams(int standardError);
+    /// Takes other descriptors for the standard streams: an interpreter in the process redirects its own.
+    void useStreams(int standardOutput, int standardError);
+
+    /// Writes a line of the access log.  Threads: any.  Blocks: never.
+    void noteAccess(const gateway::AccessEntry& entry) const;
 
 private:
+    static foundation::log::LineWriter& accessLog();
+
+    const LogFormat format_;
+    std::atomic<bool> hasAccessLog_{false};
     foundation::log::LineWriter& log_ = foundation::log::LineWriter::ofProcess();
     std::shared_ptr<const Opened> opened_;
+    int standardOutput_;
     int standardError_;
 };
 

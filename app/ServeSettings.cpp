@@ -5,7 +5,9 @@
 #include <cerrno>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <limits>
+#include <set>
 #include <sstream>
 #include <system_error>
 #include <type_traits>
@@ -54,11 +56,23 @@ public:
             if (!setting) setting = *value;
         }
     }
-    /// A path is relative to the folder of the file.
+    /// What it sets, as text.
+    std::map<std::string, std::string> values() const {
+        std::map<std::string, std::string> values;
+        for (const auto& [key, value] : table_) {
+            toml::table one;
+            one.insert_or_assign(key, value);
+            std::ostringstream text;
+            text << toml::json_formatter(one);
+            values.emplace(key.str(), text.str());
+        }
+        return values;
+    }
+    /// A path is relative to the folder of the file; - is none.
     void takePath(const char* key, std::optional<std::string>& setting) {
         std::optional<std::string> path;
         take(key, path);
-        if (path && !setting) setting = (folder_ / *path).string();
+        if (path && !setting) setting = *path == "-" ? *path : (folder_ / *path).string();
     }
     template <class Number>
     void take(const char* key, std::optional<Number>& setting, std::int64_t least, std::int64_t most) {
@@ -209,6 +223,11 @@ void ServeSettings::addTo(CLI::App& command) {
         .add_option("--log-file", logFile, "The file that the log is appended to (default: standard error)")
         ->type_name("FILE")
         ->envname("NUMORA_LOG_FILE");
+    command
+        .add_option("--access-log", accessLog,
+                    "The file that a line for each request is appended to; - is standard output")
+        ->type_name("FILE")
+        ->envname("NUMORA_ACCESS_LOG");
     command.add_option("--console", console, "The folder with the files of the browser console")
         ->type_name("DIR")
         ->envname("NUMORA_CONSOLE");
@@ -236,6 +255,7 @@ void ServeSettings::addTo(CLI::App& command) {
 void ServeSettings::readFile() {
     if (!file) return;
     SettingsFile settings(*file);
+    fileValues = settings.values();
     settings.take("host", host);
     settings.take("port", port, 0, highestPort);
     settings.take("token", token);
@@ -248,6 +268,7 @@ void ServeSettings::readFile() {
     if (format) logFormatFrom(*file + ": log_format", *format);
     if (!logFormat) logFormat = format;
     settings.takePath("log_file", logFile);
+    settings.takePath("access_log", accessLog);
     settings.takePath("console", console);
     settings.takePath("tls_cert", tlsCertificate);
     settings.takePath("tls_key", tlsKey);
@@ -263,6 +284,25 @@ void ServeSettings::readFile() {
     settings.takeTokens(tokens);
     settings.takeInterpreters(interpreters);
     settings.refuseUnknownKeys();
+}
+
+gateway::ReloadableOptions ServeSettings::reloadable() const {
+    return {.token = token.value_or(""),
+            .tokens = tokens,
+            .tlsCertificate = tlsCertificate.value_or(""),
+            .tlsKey = tlsKey.value_or("")};
+}
+
+std::vector<std::string> ServeSettings::changedForStart(const ServeSettings& next) const {
+    static const std::set<std::string> reloadable = {"access_log", "log_file", "log_level", "tls_cert",
+                                                     "tls_key",    "token",    "tokens"};
+    std::vector<std::pair<std::string, std::string>> different;
+    std::ranges::set_symmetric_difference(fileValues, next.fileValues, std::back_inserter(different));
+    std::set<std::string> names;
+    for (const auto& [name, value] : different) {
+        if (!reloadable.contains(name)) names.insert(name);
+    }
+    return {names.begin(), names.end()};
 }
 
 gateway::GatewayOptions ServeSettings::gatewayOptions() const {

@@ -26,6 +26,7 @@ struct ServeSettings {
     std::optional<std::string> logLevel;
     std::optional<std::string> logFormat;
     std::optional<std::string> logFile;
+    std::optional<std::string> accessLog;
     std::optional<std::string> console;
     std::optional<std::string> tlsCertificate;
     std::optional<std::string> tlsKey;
@@ -42,6 +43,7 @@ struct ServeSettings {
     std::map<std::string, std::string> interpreters;  ///< by id, as GatewayOptions has them
     Workplace workplace;                              ///< of interpreters that name none
     std::optional<std::string> file;
+    std::map<std::string, std::string> fileValues;  ///< what it sets, as text
     bool mock = false;
     bool inProcess = false;
 
@@ -52,7 +54,14 @@ struct ServeSettings {
     void readFile();
 
     gateway::GatewayOptions gatewayOptions() const;
-    ServeLog::Files logFiles() const { return {.log = logFile}; }
+    /// What of them may change while the gateway serves; beside that the files of the log and its level may.
+    gateway::ReloadableOptions reloadable() const;
+    /// The names of the other settings that `file` and that of `next` do not set alike.
+    std::vector<std::string> changedForStart(const ServeSettings& next) const;
+    ServeLog::Files logFiles() const { return {.log = logFile, .access = accessLog}; }
+    foundation::log::Severity level() const {
+        return foundation::log::severityFromName(logLevel.value_or("info"));
+    }
     LogFormat format() const { return logFormatFrom("log_format", logFormat.value_or("text")); }
 };
 

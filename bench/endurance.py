@@ -31,7 +31,7 @@ class Server:
     async def __aenter__(self):
         self._process = await asyncio.create_subprocess_exec(*self._command, stdout=asyncio.subprocess.PIPE)
         line = (await self._process.stdout.readline()).decode()
-        self.url = line.split()[-1]
+        self.url = f"{line.split()[-1]}?token={TOKEN}"
         self.port = int(self.url.split(":")[2].split("/")[0])
         return self
 

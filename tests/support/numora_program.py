@@ -35,11 +35,13 @@ def start(*arguments, pass_fds=()):
 class Server:
     """A server with a token of the tests, which is stopped at the end of the block."""
 
-    def __init__(self, *arguments, token=True, port=0, program=NUMORA, environment=None, preexec_fn=None):
+    def __init__(self, *arguments, token=True, port=0, program=NUMORA, environment=None, preexec_fn=None,
+                 stdin=subprocess.DEVNULL):
         chosen = ["--token", TOKEN] if token else []
+        environment = {"NUMORA_LOG_LEVEL": "error", **os.environ, **(environment or {})}
         self._process = subprocess.Popen([program, "serve", "--port", str(port), *chosen, *arguments],
-                                         stdout=subprocess.PIPE, stderr=subprocess.PIPE, preexec_fn=preexec_fn,
-                                         env={"NUMORA_LOG_LEVEL": "error", **os.environ, **(environment or {})})
+                                         stdin=stdin, stdout=subprocess.PIPE, stderr=subprocess.PIPE, preexec_fn=preexec_fn,
+                                         env={name: value for name, value in environment.items() if value})
         self.line = self._process.stdout.readline().decode()
         found = re.fullmatch(r"Listening on (https?://127\.0\.0\.1:(\d+)/)(?:\?token=(\S+))?\n", self.line)
         if not found:

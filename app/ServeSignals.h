@@ -2,28 +2,31 @@
 
 #include <array>
 #include <csignal>
+#include <optional>
 #include <string>
 
 namespace app {
 
-/// Takes SIGINT, SIGTERM and SIGHUP as a wish that the program ends, while it exists. SIGHUP keeps being
-/// ignored where it is.
+/// Takes SIGINT and SIGTERM as a wish that the program ends, while it exists, and SIGHUP as one that it reads
+/// its settings anew; but from a terminal SIGHUP comes when that is closed, and ends the program, unless it
+/// is ignored.
 ///
 /// Handlers are used and not a blocked signal that is waited for, because blocked signals stay so in the
 /// programs that Python code starts.
 ///
 /// Made before the interpreter. One at a time in the process.
-class StopSignals {
+class ServeSignals {
 public:
     /// `hasInterpreter` says that an interpreter will run in this process: it has a handler of its own for
     /// SIGINT, from when it takes requests, and must find the default one.  Throws: std::system_error.
-    explicit StopSignals(bool hasInterpreter);
-    ~StopSignals();
-    StopSignals(const StopSignals&) = delete;
-    StopSignals& operator=(const StopSignals&) = delete;
+    explicit ServeSignals(bool hasInterpreter);
+    ~ServeSignals();
+    ServeSignals(const ServeSignals&) = delete;
+    ServeSignals& operator=(const ServeSignals&) = delete;
 
-    /// The name of one of the signals.  Blocks: until it comes, or has come.
-    std::string wait() const;
+    /// The name of the signal that ends the program; nothing when settings are to be read.
+    /// Blocks: until one comes, or has come.
+    std::optional<std::string> wait() const;
 
 private:
     static constexpr std::array<int, 3> signals = {SIGINT, SIGTERM, SIGHUP};
