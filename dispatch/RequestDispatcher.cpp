@@ -68,6 +68,16 @@ Poco::JSON::Object::Ptr requireMessage(const std::string& json) {
     return message;
 }
 
+// Whoever knows the clients has taken back before what waits of them.
+Answer nothingInterrupted(const Poco::JSON::Object& message) {
+    Poco::JSON::Object::Ptr response = new Poco::JSON::Object;
+    response->set("messageFaults", Poco::JSON::Array::Ptr(new Poco::JSON::Array));
+    response->set("uuid", message.get("uuid"));
+    return {.json = connector::json::written(response),
+            .type = wire::type::interruptResponse,
+            .outcome = "success"};
+}
+
 }  // namespace
 
 bool isInterrupt(std::string_view typeName) { return typeName == wire::type::interrupt; }
@@ -116,7 +126,9 @@ void RequestDispatcher::submit(const std::string& typeName, std::shared_ptr<cons
     try {
         auto message = requireMessage(*json);
         where = laneOf(typeName, *message, isReadingInput_ && isReadingInput_());
-        readMessage(*request, std::move(message));
+        readMessage(*request, message);
+        if (isInterrupt(typeName) && message->optValue("waitingOnly", false))
+            return finish(*request, nothingInterrupted(*message));
     } catch (const std::exception& error) {
         return finish(*request, errorAnswer(400, connector::errorText(error)));
     }

@@ -36,7 +36,7 @@ constexpr Member fevalMembers[] = {
     {"dequeMode", Kind::String},  {"outputMode", Kind::String},
     {"hotlinks", Kind::Boolean},
 };
-constexpr Member interruptMembers[] = {{"uuid", Kind::String}};
+constexpr Member interruptMembers[] = {{"uuid", Kind::String}, {"waitingOnly", Kind::Boolean}};
 constexpr Member sequenceMembers[] = {{"uuid", Kind::String}, {"messages", Kind::Array, true}};
 constexpr Member entryMembers[] = {{"type", Kind::String, true}, {"message", Kind::Object, true}};
 

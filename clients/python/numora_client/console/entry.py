@@ -9,7 +9,7 @@ import signal
 import sys
 from typing import Any, NoReturn, Optional
 
-from ..errors import NumoraError
+from ..errors import CallError, NumoraError
 from . import words
 from .colours import Colours, are_wanted
 from .commands import Command, command_from
@@ -23,7 +23,7 @@ from .own_server import OwnServer
 from .runner import Runner
 from .window import Keyboard, Window, columns
 
-_BANNER_TIME = 0.15  # seconds that the banner waits for the interpreter to tell its version
+_BANNER_TIME = 0.15  # seconds that the banner waits for the server, and the interpreter to tell its version
 _CLOSING_TIME = 1.0  # seconds for telling the server
 _FAILURE = 1
 _ENDED = 128 + signal.SIGTERM
@@ -72,6 +72,8 @@ class Console:
         self._display = Display(self._window, self._editor, self._colours)
         self._runner = Runner(self._window, self._editor, self._display, keyboard, bool(options.own_server))
         self._link = self._runner.link = Link(self._runner.take, self._runner.lose)
+        # The program runs the console with the Python that it embeds.
+        self._python = "%d.%d.%d" % sys.version_info[:3] if options.own_server else ""
         self._reading: Optional[asyncio.Task[int]] = None
         self._server = OwnServer(options.own_server[0], options.own_server[1],
                                  self._say if options.show_log else None) if options.own_server else None
@@ -79,11 +81,10 @@ class Console:
     async def run(self) -> int:
         opening = asyncio.create_task(self._open())
         if not self._server:
-            await opening
-            if opening.result():
+            await asyncio.wait([opening], timeout=_BANNER_TIME)
+            if opening.done() and opening.result():
                 return opening.result()
-        else:
-            self._window.write(words.banner(self._options.program, _own_python(), ""))
+        self._window.write(words.banner(self._options.program, self._python, self._link.place))
         reading = self._reading = asyncio.create_task(self._read_blocks())
         asyncio.get_running_loop().call_later(0.05, lambda: asyncio.ensure_future(self._editor.load_lexer()))
         ending = asyncio.create_task(self._until_lost(opening))
@@ -116,22 +117,12 @@ class Console:
         except NumoraError as error:
             await self._display.problem(str(error))
             return _FAILURE
-        if not self._server:
-            await self._greet()
-            return 0
         try:
-            await self._call("numora._commands.about")  # so that it has started when it is needed
+            self._python = await self._call("numora._commands.about")  # which also starts one that has not been used
         except NumoraError as error:
-            await self._display.problem(str(error))
+            if not isinstance(error, CallError) or error.code:  # an older server has no such function
+                await self._display.problem(str(error))
         return 0
-
-    async def _greet(self) -> None:
-        python = ""
-        try:
-            python = await asyncio.wait_for(self._call("numora._commands.about"), _BANNER_TIME)
-        except (NumoraError, asyncio.TimeoutError):
-            pass
-        self._window.write(words.banner(self._options.program, python, self._link.place))
 
     async def _until_lost(self, opening: asyncio.Task[int]) -> int:
         """Waits for the end of the server, as far as the console cannot go on without it."""
@@ -202,7 +193,3 @@ class Console:
         if command.action == "source":
             source = await self._link.call("numora._commands.source", command.name)
         await self._display.plain(description(found, source))
-
-
-def _own_python() -> str:
-    return "%d.%d.%d" % sys.version_info[:3]  # the program runs the console with the Python that it embeds

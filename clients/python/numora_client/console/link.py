@@ -30,9 +30,9 @@ class Link:
 
     async def open(self, url: str, token: Optional[str]) -> None:
         """Throws: NumoraError."""
-        client = Client(url, token, client_type="console")
+        self._client = client = Client(url, token, client_type="console")
         await client.__aenter__()
-        self._client, self._conversation = client, Conversation(client)
+        self._conversation = Conversation(client)
         await self._conversation.begin()
         self._is_ready.set()
         self._task = asyncio.create_task(self._read())

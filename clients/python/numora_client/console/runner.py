@@ -55,7 +55,7 @@ class Runner:
         if message.channel == INTERPRETER:
             return await self._take_state(message.data)
         if message.request is not None and self._is_running:
-            self._has_begun = True
+            self._has_begun = self._has_begun or message.channel != COMPLETION  # which also comes of code taken back
             if message.channel in (COMPLETION, RESPONSES + "iqminput"):
                 return self._steps.put_nowait(message)
         await self._display.message(message)
@@ -215,7 +215,7 @@ class Runner:
             conversation = await self.link.conversation()
             if not self._has_begun:
                 await conversation.take_back()
-            if self._has_begun:  # perhaps just now
+            if self._has_begun and steps is self._steps:  # perhaps just now
                 await conversation.interrupt()
         if is_last:
             await asyncio.sleep(_PATIENCE)
@@ -243,9 +243,9 @@ class Runner:
         while True:
             await asyncio.sleep(_PATIENCE)
             if not self.link.is_online:
-                if self._has_begun and not has_told_loss:
+                if not has_told_loss:
                     has_told_loss = True
-                    await self._display.note(words.OFFLINE)
+                    await self._display.note(words.OFFLINE if self._has_begun else words.UNREACHABLE)
             elif not self._has_begun and not has_told_wait:
                 with contextlib.suppress(NumoraError):
                     text = words.ALREADY_WAITS.get((await self.link.interpreter()).activity)

@@ -27,6 +27,7 @@ TAKE_BACK = " Ctrl-C takes yours back."
 DEAF = 'The code takes no interrupt. Ctrl-\\ ends it with all variables, as "numora restart" does.'
 OPEN_BLOCK = "the code ends inside an open block and was not run"
 OFFLINE = "The connection to the server is lost; trying again. Ctrl-C gives up waiting for the code, which may go on."
+UNREACHABLE = "The server cannot be reached; trying again. Ctrl-C gives up."
 GIVEN_UP = "what came of the code is not known"
 ANEW = "The interpreter was started anew; its variables are lost."
 OWN_SERVER_ENDED = "numora: the console's own interpreter has ended"
