@@ -69,9 +69,9 @@ bool stream(Session& session, const std::vector<std::string>& codes, const EvalO
     auto code = codes.begin();
     StreamedEvaluation evaluation(
         session, {.json = options.json, .limit = std::chrono::seconds(options.timeoutSeconds)});
-    return evaluation.run([&](bool isTyped) -> std::optional<std::string> {
+    return evaluation.run([&](const auto* prompt) -> std::optional<std::string> {
         if (code == codes.end()) return std::nullopt;
-        return textFor(session, *code++, isTyped);
+        return textFor(session, *code++, prompt != nullptr);
     });
 }
 

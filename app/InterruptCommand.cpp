@@ -23,7 +23,10 @@ int runInterrupt(const SessionOptions& options) {
     if (activity != "idle") {
         server.interrupt();
         told = "The interpreter \"" + server.interpreter() + "\" was interrupted";
-        told += activity == "input" ? " where it waited for input.\n" : ".\n";
+        told += activity == "input" ? " where it waited for input.\n"
+                : textIn(*info, "health") == "deaf"
+                    ? "; its native code does not look, but 'numora restart' ends it.\n"
+                    : ".\n";
     }
     writeAll(STDOUT_FILENO, told);
     return 0;

@@ -114,10 +114,13 @@ int runScript(const RunOptions& options) {
     const std::string name = connector::randomUuid();
     ScriptInput input(session->streams().input);
     bool isSent = false;
-    StreamedEvaluation evaluation(
-        *session, {.isTypable = false, .hasInput = [&](auto limit) { return input.wait(limit); }});
-    const bool isGood = evaluation.run([&](bool isTyped) -> std::optional<std::string> {
-        if (isTyped) return input.readLine();
+    StreamedEvaluation evaluation(*session,
+                                  {.isTypable = false, .hasInput = [&](const auto& prompt, auto limit) {
+                                       return input.wait(prompt.isEchoed, limit);
+                                   }});
+    const bool isGood = evaluation.run([&](const auto* prompt) -> std::optional<std::string> {
+        // Of several lines a key would take all.
+        if (prompt != nullptr) return input.read(session->isShared() && prompt->name != "PAUSE_PROMPT");
         if (std::exchange(isSent, true)) return std::nullopt;
         return codeFor(name, script, *session);
     });

@@ -1,32 +1,70 @@
 #include "ScriptInput.h"
 
-#include <poll.h>
+#include <utility>
 
+#include <Poco/JSON/Array.h>
+#include <poll.h>
+#include <termios.h>
+
+#include "connector/json/write.h"
 #include "terminal.h"
 #include "text.h"
 
 namespace app {
 
-bool ScriptInput::wait(std::chrono::milliseconds limit) const {
+namespace {
+
+constexpr const char* endOfTransmission = "\x04";
+constexpr const char* blockMark = "\x1e";  // of numora._script
+
+}  // namespace
+
+bool ScriptInput::wait(bool isEchoed, std::chrono::milliseconds limit) {
+    echo(isEchoed);
     if (pending_.find('\n') != std::string::npos) return true;
     pollfd ready{.fd = descriptor_, .events = POLLIN, .revents = 0};
     return ::poll(&ready, 1, static_cast<int>(limit.count())) > 0;
 }
 
-std::string ScriptInput::readLine() {
-    constexpr const char* endOfTransmission = "\x04";
+std::string ScriptInput::read(bool mayBeBlock) {
     std::size_t end = 0;
     while ((end = pending_.find('\n')) == std::string::npos) {
-        char buffer[4096];
+        char buffer[65536];
         const std::size_t count = readSome(descriptor_, buffer, sizeof buffer);
         if (count == 0) break;
         pending_.append(buffer, count);
     }
+    echo(true);
     if (pending_.empty()) return endOfTransmission;
-    const std::size_t length = end == std::string::npos ? pending_.size() : end + 1;
-    std::string line = pending_.substr(0, length);
-    pending_.erase(0, length);
-    return withFinalNewline(std::move(line));
+    if (end == std::string::npos) return withFinalNewline(std::exchange(pending_, {}));
+    const std::size_t last = pending_.rfind('\n');
+    if (mayBeBlock && last != end) return takeLines(last + 1);
+    std::string line = pending_.substr(0, end + 1);
+    pending_.erase(0, end + 1);
+    return line;
+}
+
+std::string ScriptInput::takeLines(std::size_t end) {
+    Poco::JSON::Array::Ptr lines = new Poco::JSON::Array;
+    std::size_t at = 0;
+    while (at < end) {
+        const std::size_t next = pending_.find('\n', at) + 1;
+        lines->add(pending_.substr(at, next - at));
+        at = next;
+    }
+    pending_.erase(0, end);
+    return blockMark + connector::json::written(lines) + "\n";
+}
+
+void ScriptInput::echo(bool isOn) {
+    termios settings{};
+    if (isOn == isEchoed_ || ::tcgetattr(descriptor_, &settings) != 0) return;
+    isEchoed_ = isOn;
+    constexpr tcflag_t shown = ECHO;
+    constexpr tcflag_t newlineAlone = ECHONL;
+    settings.c_lflag =
+        isOn ? (settings.c_lflag | shown) & ~newlineAlone : (settings.c_lflag & ~shown) | newlineAlone;
+    ::tcsetattr(descriptor_, TCSANOW, &settings);
 }
 
 }  // namespace app

@@ -39,6 +39,7 @@ struct StreamMessage {
     std::string channel;
     std::string request;       ///< the name of the request that it comes from; empty for none
     std::uint64_t prompt = 0;  ///< the number of the prompt that it tells of; 0 for none
+    bool isEchoed = true;      ///< what is typed there may be shown
     std::string death;         ///< when it tells that the interpreter has died, the sentence that says how
     std::string text;          ///< the data: its text when it is one, else its JSON
     std::string line;          ///< the whole message as JSON

@@ -34,28 +34,28 @@ StreamedEvaluation::StreamedEvaluation(Session& session, Settings settings)
       stream_(session.openStream()) {}
 
 bool StreamedEvaluation::run(const Source& next) {
-    while (const auto text = next(isWaiting_)) {
+    while (const auto text = next(prompt_ ? &*prompt_ : nullptr)) {
         isIncompleteBlock_ = false;
         send(*text);
-        isWaiting_ = false;
-        prompt_ = 0;
+        prompt_.reset();
         do {
-            while (isUnfinished() && !isWaiting_) receive(takeLimit);
-        } while (isWaiting_ && !hasInput());
+            while (isUnfinished() && !prompt_) receive(takeLimit);
+        } while (!isReady());
         if (isGivenUp_) return false;
         if (isIncompleteBlock_) fail("the code ends inside an open block and was not run");
     }
-    if (isWaiting_) fail("the code still waits for input");
+    if (prompt_) fail("the code still waits for input");
     return !hasFailed_;
 }
 
-// What comes while a line is waited for, as when the code is interrupted, may show that none is wanted any
-// more.
-bool StreamedEvaluation::hasInput() {
-    while (isWaiting_ && !isGivenUp_ && settings_.hasInput && !settings_.hasInput(inputInterval)) {
+// Whether it is time for the next text. What comes while a line is waited for, as when the code is
+// interrupted, may show that none is wanted any more.
+bool StreamedEvaluation::isReady() {
+    if (!prompt_ || !settings_.hasInput) return true;
+    while (prompt_ && !isGivenUp_ && !settings_.hasInput(*prompt_, inputInterval)) {
         receive(std::chrono::milliseconds(0));
     }
-    return isWaiting_;
+    return isGivenUp_ || prompt_ || !isUnfinished();
 }
 
 void StreamedEvaluation::send(const std::string& text) {
@@ -65,15 +65,15 @@ void StreamedEvaluation::send(const std::string& text) {
     deadline_ = Clock::time_point::max();
     nextLook_ = Clock::now() + lookInterval;
     StreamRequest request{.name = connector::randomUuid(), .text = text, .prompt = {}};
-    if (isWaiting_) {
-        request.prompt = prompt_;
+    if (prompt_) {
+        request.prompt = prompt_->number;
     } else if (!session_.isShared() || !settings_.isTypable) {
         request.prompt = 0;
     }
     stream_->send(request);
     names_.insert(request.name);
     incomplete_.insert(request.name);
-    if (isWaiting_) noteBegin();
+    if (prompt_) noteBegin();
 }
 
 void StreamedEvaluation::receive(std::chrono::milliseconds limit) {
@@ -114,8 +114,7 @@ void StreamedEvaluation::show(const StreamMessage& message) {
     } else if (isCompletion) {
         handleCompletion(message);
     } else if (message.channel == words::prompt) {
-        handlePrompt(message.text);
-        prompt_ = message.prompt;
+        handlePrompt(message);
     } else if (!isResponse) {
         hasFailed_ = true;
         if (!settings_.json) printError(session_.streams().error, "printed text was lost: " + message.text);
@@ -150,9 +149,10 @@ void StreamedEvaluation::handleCompletion(const StreamMessage& message) {
     printError(session_.streams().error, "other code waited for input, and was typed this");
 }
 
-void StreamedEvaluation::handlePrompt(const std::string& prompt) {
-    isWaiting_ = isInputPrompt(prompt);
-    if (prompt == "INCOMPLETE_BLOCK_PROMPT") isIncompleteBlock_ = true;
+void StreamedEvaluation::handlePrompt(const StreamMessage& message) {
+    prompt_.reset();
+    if (isInputPrompt(message.text)) prompt_ = Prompt{message.text, message.prompt, message.isEchoed};
+    if (message.text == "INCOMPLETE_BLOCK_PROMPT") isIncompleteBlock_ = true;
 }
 
 // The time that other clients' code takes before it does not count.
@@ -190,7 +190,7 @@ void StreamedEvaluation::noteInterrupts() {
         graceEnd_ = now + graceAfterInterrupt;
         if (isDeaf_) giveUp("the code still runs");
     }
-    if (now < graceEnd_ || !isUnfinished() || isWaiting_) return;
+    if (now < graceEnd_ || !isUnfinished() || prompt_) return;
     graceEnd_ = Clock::time_point::max();
     isDeaf_ = true;
     const std::string end = session_.isShared() ? "; 'numora restart' ends it" : "";

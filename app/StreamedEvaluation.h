@@ -23,18 +23,24 @@ namespace app {
 /// Threads: one.
 class StreamedEvaluation {
 public:
+    /// Where code waits for input.
+    struct Prompt {
+        std::string name;          ///< as INPUT_PROMPT
+        std::uint64_t number = 0;  ///< 0: none
+        bool isEchoed = true;      ///< what is typed may be shown
+    };
     struct Settings {
         bool json = false;
         bool isTypable = true;  ///< may be typed for code of another client that waits for input
-        /// Whether there is a line to type. Blocks: until there is, for the time that is given at most.
-        /// Without it there always is.
-        std::function<bool(std::chrono::milliseconds)> hasInput{};
+        /// Whether there is a line to type at the prompt. Blocks: until there is, for the time that is given
+        /// at most. Without it there always is.
+        std::function<bool(const Prompt&, std::chrono::milliseconds)> hasInput{};
         /// Of each code, from its begin, after which it is interrupted; 0: none.
         std::chrono::seconds limit{0};
     };
-    /// The next text, or nothing when there is no more: code, or, when that is said, a line for the code that
-    /// waits for input.
-    using Source = std::function<std::optional<std::string>(bool isTyped)>;
+    /// The next text, or nothing when there is no more: code, or, with a prompt, a line for the code that
+    /// waits there.
+    using Source = std::function<std::optional<std::string>(const Prompt*)>;
 
     StreamedEvaluation(Session& session, Settings settings);
 
@@ -45,7 +51,7 @@ public:
 private:
     using Clock = std::chrono::steady_clock;
 
-    bool hasInput();
+    bool isReady();
     void send(const std::string& text);
     void receive(std::chrono::milliseconds limit);
     bool isUnfinished() const { return !incomplete_.empty() || isTyped_; }
@@ -54,7 +60,7 @@ private:
     void show(const StreamMessage& message);
     void print(const StreamMessage& message);
     void handleCompletion(const StreamMessage& message);
-    void handlePrompt(const std::string& prompt);
+    void handlePrompt(const StreamMessage& message);
     void noteBegin();
     void tellOfOthers();
     void interruptWhenLate();
@@ -69,8 +75,7 @@ private:
 
     std::set<std::string> incomplete_;  ///< the names of requests that are followed and are not completed
     std::set<std::string> names_;       ///< of all that were followed
-    std::uint64_t prompt_ = 0;          ///< the number of the one that the code waits at
-    bool isWaiting_ = false;            ///< for input that has not been typed
+    std::optional<Prompt> prompt_;      ///< at which the code waits for input that has not been typed
     bool isTyped_ = false;              ///< what was sent last, at a prompt of another client's code
     bool isIncompleteBlock_ = false;
     bool isInterrupted_ = false;  ///< by its time limit, since the last code was sent

@@ -72,7 +72,8 @@ std::string failureText(const CLI::App& used, const CLI::Error& error) {
         command = deeper.back();
         name += " " + command->get_name();
     }
-    return "numora: " + problemOf(*command, name, error, used.remaining(true)) + "\nRun '" + name + " --help' for what there is.\n";
+    return "numora: " + problemOf(*command, name, error, used.remaining(true)) + "\nRun '" + name +
+           " --help' for what there is.\n";
 }
 
 std::string commandsOf(const CLI::App& app) {

@@ -37,6 +37,7 @@ StreamMessage streamMessageFrom(const Object& message, std::string line) {
     return {.channel = message.optValue<std::string>("channel", ""),
             .request = extension.isNull() ? "" : extension->optValue<std::string>("request", ""),
             .prompt = static_cast<std::uint64_t>(std::max<Poco::Int64>(0, numberIn(extension, "prompt"))),
+            .isEchoed = extension.isNull() || extension->optValue("echo", true),
             .death = deathIn(message),
             .text = data.isString() ? data.extract<std::string>() : connector::json::written(data),
             .line = std::move(line)};

@@ -241,6 +241,9 @@ class RunTest(unittest.TestCase):
                         self.assertEqual(status, expected[0], err)
                         self.assertRegex(out, r"\A" + expected[1] + r"\Z")
                         self.assertRegex(err, r"\A" + expected[2] + r"\Z")
+            self.write("import sys; print(sum(map(int, sys.stdin)))")
+            many = run("run", "--url", server.url, self.script, stdin=b"1\n" * 10_000)  # minutes, if asked for one by one
+            self.assertEqual(many, (0, "10000\n", ""))
             self.assertEqual(run("eval", "--url", server.url, "f.__name__"), (0, "'f'\n", ""))  # it is in the workspace
 
     def test_standard_input_exit_hooks_and_wrong_usage(self):

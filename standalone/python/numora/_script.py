@@ -1,6 +1,7 @@
 """Runs a file as Python runs a script."""
 
 import builtins
+import json
 import linecache
 import os
 import sys
@@ -9,9 +10,13 @@ import types
 
 from . import _user
 from ._errors import report
+from ._prompts import read_line
+from ._streams import Input
 
 _INTERRUPTED = 130  # as of a program that SIGINT has ended, in shells
 _KEPT = 1000
+
+_BLOCK = "\x1e"  # begins a line that stands for several, as a JSON array
 
 _statuses = {}  # of scripts that have ended, until their programs ask
 
@@ -49,8 +54,12 @@ def run(path, arguments, *, source=None, folder=None):
 
 
 def run_program(name, path, arguments, **options):
-    """The same for a program that asks for `status_of(name)` afterwards."""
-    _keep(name, run(path, arguments, **options))
+    """The same for a program that asks for `status_of(name)` afterwards, and types what it has on its standard input."""
+    outer, sys.stdin = sys.stdin, _TypedInput()
+    try:
+        _keep(name, run(path, arguments, **options))
+    finally:
+        sys.stdin = outer
 
 
 def run_only(name, path, arguments, descriptor, **options):
@@ -78,6 +87,22 @@ def _keep(name, status):
 
 def status_of(name):
     return _statuses.pop(name, 1)
+
+
+class _TypedInput(Input):
+    """Lines of which several may come at a time."""
+
+    def __init__(self):
+        super().__init__()
+        self._lines = []
+
+    def next_line(self, frame):
+        if not self._lines:
+            line = read_line(frame)
+            if not line.startswith(_BLOCK):
+                return line
+            self._lines = json.loads(line[1:])[::-1]
+        return self._lines.pop()
 
 
 def _execute(path, source, variables):

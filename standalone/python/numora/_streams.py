@@ -74,8 +74,11 @@ class Input(io.TextIOBase):
     def readable(self):
         return True
 
+    def next_line(self, frame):
+        return read_line(frame)
+
     def readline(self, size=-1):
-        line = self._rest or read_line(sys._getframe(1))
+        line = self._rest or self.next_line(sys._getframe(1))
         if size is None or size < 0:
             size = len(line)
         self._rest = line[size:]
@@ -86,7 +89,7 @@ class Input(io.TextIOBase):
         text = ""
         while len(text) < limit:
             # The frame that asks is this one's caller, as far as the prompt is concerned.
-            line = self._rest or read_line(sys._getframe(1))
+            line = self._rest or self.next_line(sys._getframe(1))
             if not line:
                 break
             take = limit - len(text)
