@@ -18,7 +18,7 @@ const longestPiece = 32768;
 
 /** One evaluation: its head with the code, if it has any, and what came out. What changes it waits in the log's queue. */
 export class EntryView implements EntryHandle {
-    readonly box = Box.make("entry is-running", undefined, "article");
+    readonly box = Box.make("entry", undefined, "article");
     readonly element = this.box.element;
     result: EntryEnd | undefined;
     isCleared = false;
@@ -30,7 +30,10 @@ export class EntryView implements EntryHandle {
     constructor(readonly start: EntryStart, private readonly log: EntryLog) {
         this.element.tabIndex = -1;
         if (!start.isOwn) this.element.classList.add("is-other");
-        if (start.code !== "") this.element.append((this.head = entryHead(start)).element);
+        if (start.code !== "") {
+            this.element.classList.add("is-running");
+            this.element.append((this.head = entryHead(start)).element);
+        }
         this.box.addRows(this.codeRows);
         const body = Box.make("entry-body", this.box);
         this.output = new EntryText(body, (items, characters) => log.added(items, characters));

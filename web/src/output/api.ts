@@ -7,7 +7,7 @@ export type Stream = "output" | "error";
 export interface EntryStart {
     /** The evaluation's number, as in "Evaluation 4"; missing until it is known (see EntryHandle.setNumber). */
     number?: number;
-    /** Empty for output that no code of this log has printed: the entry has then no code and no number. */
+    /** Empty for output that no code of this log has printed: the entry has then no code and no number, and is not shown as running. */
     code: string;
     /** The kind of client that has sent the code; shown where it is not our own. */
     clientType?: string;
