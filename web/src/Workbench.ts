@@ -38,6 +38,7 @@ export class Workbench {
                 this.session.linkChanged(state);
                 if (state.name === "open") this.surroundings?.workspaceChanged(false);
             },
+            onCaughtUp: () => this.session.caughtUp(),
             onServerStarted: () => this.session.serverStarted(),
         });
         const queue = new CodeQueue(this.stored<string[]>("queue", []), items => {

@@ -288,9 +288,10 @@ export class Session {
 
     /**
      * Begins to listen; `after` is the number of the last message that is known from an earlier session. Only the
-     * first listener can have it, because messages that came before would come after later ones.
+     * first listener can have it, because messages that came before would come after later ones. Result: the number of the
+     * last message that was published before.
      */
-    async subscribe(listener: Listener, after?: number): Promise<void> {
+    async subscribe(listener: Listener, after?: number): Promise<number | undefined> {
         this.requireOpen();
         if (this.listeners.size === 0) this.position = after;
         else if (after !== undefined) throw new NumoraError("invalid", "after must be given with the first subscription of a client");
@@ -308,7 +309,7 @@ export class Session {
         }
         const reply = await this.request("/meta/subscribe", listener.channels, after);
         this.begin(reply);
-        if (reply.successful || !this.listeners.has(listener)) return;
+        if (reply.successful || !this.listeners.has(listener)) return extensionOf(reply).seq;
         this.forget(listener);
         throw errorOf(reply);
     }

@@ -35,7 +35,7 @@ export class Header {
             <span class="state" data-state=${state.name}><span class="dot" aria-hidden="true"></span><span>${state.text}</span></span>
             <button type="button" class="stop" ?disabled=${!canStop} @click=${() => void session.stop()}>Stop</button>
             <span class="space"></span>
-            <button type="button" @click=${() => find.open()}>Find</button>
+            <button type="button" class="wide" @click=${() => find.open()}>Find</button>
             <button type="button" aria-pressed=${panels.isOpen} @click=${() => panels.toggle()}>Panels</button>
             <button type="button" popovertarget="menu">Menu</button>
             <div id="menu" popover @toggle=${() => this.reset(current, ids)}>${this.menu(current, ids)}</div>`, this.element);
@@ -61,6 +61,7 @@ export class Header {
                 <button type="button" @click=${() => handlers.onSave("txt")}>Save as text</button>
                 <button type="button" @click=${() => handlers.onSave("md")}>Save as Markdown</button>
                 <button type="button" @click=${() => handlers.onSave("ipynb")}>Save as notebook</button>
+                <button type="button" popovertarget="menu" @click=${() => current.find.open()}>Find</button>
                 <button type="button" @click=${() => log.clear()}>Clear</button>
                 <button type="button" @click=${() => log.showCleared()}>Show what was cleared</button></section>
             <section aria-label="Interpreter"><h2>Interpreter ${id}</h2>

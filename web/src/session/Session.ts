@@ -70,6 +70,8 @@ export class Session {
     private question: Question | undefined;
     private lastLine = "";
     private knowsPrompt = false;
+    /** What comes is of the past: it is shown, and causes nothing. */
+    private isReplaying = true;
     private stopTimer: ReturnType<typeof setTimeout> | undefined;
     private readonly hold = new TracebackHold(text => this.entry().write(text, "error"));
 
@@ -115,9 +117,15 @@ export class Session {
     linkChanged(link: LinkState): void {
         const before = this.link.name;
         this.link = link;
+        if (link.name === "connecting") this.isReplaying = true;
         if (link.name === "gone") this.log.notice("The interpreter was deleted");
-        if (link.name === "open" && before !== "open") void this.refresh().then(() => this.sendNext());
+        if (link.name === "open" && before !== "open" && !this.isReplaying) void this.refresh().then(() => this.sendNext());
         this.handlers.onChange();
+    }
+
+    caughtUp(): void {
+        this.isReplaying = false;
+        void this.refresh().then(() => this.sendNext());
     }
 
     serverStarted(): void {
@@ -186,7 +194,7 @@ export class Session {
         if (mode === "idle") this.lastLine = "";
         if (name === "INCOMPLETE_BLOCK_PROMPT") {
             this.entry().notice("A block is still open: nothing has run");
-            this.handlers.onReturned(this.entry().start.code);
+            if (!this.isReplaying) this.handlers.onReturned(this.entry().start.code);
         }
         this.handlers.onChange();
         this.sendNext();
@@ -237,6 +245,7 @@ export class Session {
         this.underWay = undefined;
         this.mode = "idle";
         this.prompt = {label: ""};
+        if (this.isReplaying) return;
         const waiting = this.queue.takeAll();
         if (waiting !== "") this.handlers.onReturned(waiting);
         this.handlers.onWorkspace(true);
@@ -261,7 +270,7 @@ export class Session {
     }
 
     private sendNext(): void {
-        if (this.mode !== "idle" || this.underWay !== undefined || this.link.name !== "open") return;
+        if (this.mode !== "idle" || this.underWay !== undefined || this.link.name !== "open" || this.isReplaying) return;
         const code = this.queue.take();
         if (code === undefined) return;
         const request = newName();

@@ -16,12 +16,16 @@ export type LinkState =
 export interface LinkHandlers {
     onMessage(message: Message): void;
     onState(state: LinkState): void;
+    /** What the server had kept has come. */
+    onCaughtUp(): void;
     /** The server is another one than before: it was started again. */
     onServerStarted(): void;
 }
 
 /** By which the page knows code that was entered in a page. */
 export const clientType = "numora-web";
+/** After so long without a message, nothing more that was kept is to come. */
+const quietMs = 400;
 const firstRetryMs = 500, lastRetryMs = 5000;
 
 /**
@@ -86,11 +90,25 @@ export class Connection {
             findInterpreter: () => exchange({server: this.address, token: ""}, "GET", ""),
             onState: state => this.changed(state),
         });
+        let kept: number | undefined, isBehind = true, timer: ReturnType<typeof setTimeout> | undefined;
+        const follow = (): void => {
+            clearTimeout(timer);
+            if (!isBehind || kept === undefined) return;
+            isBehind = this.last < kept;
+            // The last one may be on a channel that the page does not listen to.
+            if (isBehind) timer = setTimeout(() => {
+                kept = 0;
+                follow();
+            }, quietMs);
+            else this.handlers.onCaughtUp();
+        };
         const handler = (message: Message): void => {
             if (message.number !== undefined) this.last = message.number;
             this.handlers.onMessage(message);
+            if (isBehind) follow();
         };
-        await this.session.subscribe({channels: subscribed, handler, onEnd: () => {}}, this.last);
+        kept = (await this.session.subscribe({channels: subscribed, handler, onEnd: () => {}}, this.last)) ?? 0;
+        follow();
         this.set({name: "open"});
     }
 

@@ -1,0 +1,107 @@
+// Reloads, lost connections, servers and interpreters that end, several pages.
+
+import {CuttingProxy} from "../clients/proxy.js";
+import {Console, Server, expect, startServer, test, token} from "./console.js";
+
+test("a reload brings code, output, prompt and what waits", async ({console, page}) => {
+    await console.run("print('early')");
+    await console.type("x = input('Name? ')\nimport time\nprint('begun', x)\ntime.sleep(3)\nprint('ended')");
+    await console.is("asking");
+    await page.reload();
+    await expect(page.locator(".prompt-label")).toHaveText("Name? ");
+    await console.says("print('early')");
+    await console.send("Ada");
+    await console.says("begun Ada");
+    await console.type("print('queued')");
+    await page.keyboard.insertText("draft");
+    await page.reload();
+    await console.says("Name? Ada");
+    await expect(console.code).toHaveText("draft");
+    await console.says("ended");
+    await expect(console.entries).toHaveCount(3);
+    await expect(console.entries.last().locator(".entry-body")).toHaveText("queued");
+});
+
+test("a lost connection is told, and nothing is lost or sent twice", async ({console, page, server}) => {
+    console.expected = /WebSocket|ERR_|Failed to load/;
+    const proxy = await CuttingProxy.start(server.port);
+    await console.open(proxy.url, "/");
+    await console.type("import time\nfor i in range(40):\n    print('line', i)\n    time.sleep(0.1)");
+    await console.says("line 3");
+    await proxy.cut();
+    await console.says("line 39");
+    await console.is("idle");
+    expect((await console.entries.last().locator(".entry-body").textContent()).match(/line \d+/g)).toHaveLength(40);
+    proxy.refuses = true;
+    await proxy.cut().catch(() => {});
+    await expect(console.state).toContainText("Connection lost, trying again");
+    await console.type("print('sent', 'later')");
+    await expect(page.locator(".queue")).toContainText("waits for the connection");
+    proxy.refuses = false;
+    await console.says("sent later");
+    await expect(console.entries.filter({hasText: "sent"})).toHaveCount(1);
+    proxy.stop();
+});
+
+test("a server that is started again is noticed, and one with another token refuses", async ({console, server, page}) => {
+    console.expected = /WebSocket|ERR_|Failed to load/;
+    await console.run("x = 1");
+    await server.stop();
+    let next = await startServer(server.port);
+    await console.says("The server was started again");
+    await console.says("x = 1");
+    expect(await console.run("'x' in globals()")).toBe("False\n");
+    await next.stop();
+    server.stop = async () => {};
+    next = await Server.start(server.port, "--token", "another-token-of-the-tests", "--console", process.env.CONSOLE);
+    await expect(console.state).toContainText("another token");
+    await next.stop();
+    await expect(console.log).toContainText("x = 1");
+});
+
+test("the death of an interpreter is told where it happened, and work goes on", async ({console, page}) => {
+    await console.run("x = 5");
+    await expect(page.getByRole("tabpanel")).toContainText("int");
+    await console.type("print('last words')\nimport os, signal\nos.kill(os.getpid(), signal.SIGSEGV)");
+    const death = console.log.locator(".death");
+    await expect(death).toContainText("SIGSEGV");
+    await death.locator("summary").click();
+    await expect(death).toContainText("last words");
+    await expect(page.getByRole("tabpanel")).toContainText("No variables");
+    expect(await console.run("'x' in globals()")).toBe("False\n");
+    await console.says("The interpreter was started again");
+});
+
+test("interpreters have their own logs and queues, and a restart asks before it takes the variables", async ({console, page}) => {
+    await console.run("x = 1");
+    await console.type("import time; time.sleep(3)");
+    await console.type("print('went', 'on')");
+    await console.menu("New interpreter");
+    await page.keyboard.press("Escape");
+    await expect(page).toHaveURL(/#/);
+    await console.code.waitFor();
+    await console.is("idle");
+    expect(await console.run("'x' in globals()")).toBe("False\n");
+    await console.menu("Delete");
+    await console.menu("its variables and its log are lost");
+    await page.keyboard.press("Escape");
+    await console.says("went on");
+    await expect(page.getByLabel("Interpreter", {exact: true})).toHaveValue("default");
+    await console.menu("Restart");
+    await expect(console.log.locator(".death")).toHaveCount(0);
+    await console.menu("all variables are lost");
+    await console.says("was restarted by a client");
+});
+
+test("two pages show the same, and the code of others is marked", async ({console, context, server}) => {
+    const other = new Console(await context.newPage());
+    await other.open(server.origin);
+    await console.run("print('from', 'one')");
+    await other.says("from one");
+    const answer = await fetch(`${server.origin}/connector/v1/Eval`, {
+        method: "POST", body: JSON.stringify({mcode: "6 * 7"}),
+        headers: {"Authorization": `Bearer ${token}`, "Content-Type": "application/json", "Connector-Client-Type": "a-script"},
+    });
+    expect(answer.status).toBe(200);
+    for (const each of [console, other]) await expect(each.log.locator(".is-other")).toContainText("a-script");
+});

@@ -1,0 +1,16 @@
+// One test at a time: each has a server and a browser context of its own, and the machines are small.
+
+export default {
+    testDir: ".",
+    testMatch: "*.spec.js",
+    workers: 1,
+    timeout: 60_000,
+    expect: {timeout: 15_000},
+    reporter: "line",
+    outputDir: process.env.OUTPUT ?? "results",
+    use: {
+        viewport: {width: 1280, height: 800},
+        launchOptions: {executablePath: process.env.CHROMIUM ?? "/usr/bin/chromium"},
+        permissions: ["clipboard-read", "clipboard-write"],
+    },
+};

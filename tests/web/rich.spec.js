@@ -1,0 +1,111 @@
+// What is no text, hostile text, transcripts, and who cannot see or point.
+
+import {readFile} from "node:fs/promises";
+import {expect, test} from "./console.js";
+
+const figure = "import matplotlib.pyplot as plt\nplt.plot([1, 3, 2]); plt.title('Growth')\nprint('before'); plt.show(); print('after')";
+const table = `class Table:
+    def _repr_html_(self):
+        return '<table>' + ''.join('<tr><td style="background:#fdd">%d</td></tr>' % i for i in range(10_000)) + '</table>'
+Table()`;
+
+test("figures, tables, progress and displays stand in their place, and are saved with the rest", async ({console, page}) => {
+    await console.run(figure);
+    const image = console.log.locator(".figure img");
+    await expect(image).toHaveAttribute("alt", "Growth");
+    expect(await image.evaluate(each => each.naturalWidth)).toBeGreaterThan(100);
+    expect(await console.entries.last().locator(".entry-body").textContent()).toMatch(/^before\n.*Growth.*after\n$/s);
+    await console.run("import numora\nfor i in numora.progress(range(5), 'epoch'): print(i)");
+    await expect(console.log.locator(".progress")).toContainText("epoch 5/5");
+    await console.run(table);
+    const cells = console.log.locator(".rich-html td");
+    await expect(cells).toHaveCount(10_000);
+    expect(await cells.first().evaluate(each => getComputedStyle(each).backgroundColor)).toBe("rgb(255, 221, 221)");
+    expect(await console.log.locator(".rich-html").evaluate(each => each.clientHeight)).toBeLessThan(700);
+    await console.run("shown = display('one', display_id=True)\nshown.update('two')");
+    await expect(console.log.locator(".rich-text")).toHaveText("'two'");
+
+    const saved = async (kind) => {
+        const [download] = await Promise.all([page.waitForEvent("download"), console.menu(`Save as ${kind}`)]);
+        return readFile(await download.path(), "utf8");
+    };
+    const {cells: all, nbformat} = JSON.parse(await saved("notebook"));
+    expect(nbformat).toBe(4);
+    expect(all.map(({execution_count, outputs}) => [execution_count, ...outputs.map(({output_type}) => output_type)]).slice(0, 1))
+        .toEqual([[1, "stream", "display_data", "stream"]]);
+    expect(all[0].outputs[1].data["image/png"]).toMatch(/^iVBOR/);
+    expect(await saved("Markdown")).toContain("```python\nimport matplotlib.pyplot as plt\n");
+    expect(await saved("text")).toContain("before\n");
+});
+
+test("hostile text and HTML run nothing and request nothing", async ({console, page}) => {
+    const hostile = [
+        "<script>globalThis.hit = 1</script>", "<img src=x onerror='globalThis.hit = 1'>", "<img src=https://example.org/x>",
+        "<svg onload='globalThis.hit = 1'><image href='/x'/></svg>", "<a href='javascript:globalThis.hit = 1'>link</a>",
+        "<form action=/x><input name=a><button>send</button></form>", "<iframe src=/x></iframe>", "<object data=/x></object>",
+        "<style>* { background: url(/x) }</style>", "<div style='background: url(/x)'>div</div>", "<style>@import '/x';</style>",
+        "<div style='position: fixed; inset: 0; background: red'>over</div>", "<base href=https://example.org/>", "<meta http-equiv=refresh content='0;url=/x'>",
+    ];
+    const requests = [];
+    page.on("request", request => /\/x$|example/.test(request.url()) && requests.push(request.url()));
+    await console.run(`class Hostile:\n    def __init__(self, text): self.text = text\n    def _repr_html_(self): return self.text\nfor text in ${JSON.stringify(hostile)}: display(Hostile(text))`);
+    await console.run(`print(${JSON.stringify(hostile.join("\n"))})`);
+    await expect(console.log.locator(".rich-html")).toHaveCount(hostile.length);
+    await console.log.locator(".rich-html a").click();
+    await console.run("display({'image/svg+xml': '<svg xmlns=\"http://www.w3.org/2000/svg\" onload=\"hit=1\"><script>hit=1</script></svg>'}, raw=True)");
+    await expect(console.log.locator(".rich-html").locator("form, iframe, object, base, meta, script, style, svg")).toHaveCount(0);
+    expect(await page.evaluate(() => globalThis.hit)).toBe(undefined);
+    expect(requests).toEqual([]);
+    // What is shown covers nothing but its own place.
+    expect(await page.evaluate(() => document.elementFromPoint(20, 20).closest("#header") !== null)).toBe(true);
+});
+
+test("100,000 lines are all there, and who reads stays where he is", async ({console, page}) => {
+    await console.run("print('\\n'.join(f'begin {i}' for i in range(100)))");
+    await console.type("for i in range(100_000): print('line', i)");
+    await console.log.hover();
+    await page.mouse.wheel(0, -5000);
+    await expect(page.locator(".new-lines")).toBeVisible();
+    await console.is("idle");
+    await expect(console.entries.first()).toBeInViewport();
+    await page.locator(".new-lines").click();
+    await console.log.focus();
+    await page.keyboard.press("Control+f");
+    await page.getByLabel("Find in the log").fill("line 77777");
+    await expect(page.getByRole("status")).toHaveText("1 of 1");
+    await page.keyboard.press("Escape");
+    const lines = await page.locator(".log .entry-body").last().textContent();
+    expect(lines).toBe(Array.from({length: 100_000}, (_, i) => `line ${i}\n`).join(""));
+});
+
+const states = [
+    ["idle", ""], ["running", "import time, numora\nfor i in numora.progress(range(1000)): time.sleep(0.1)"], ["input", "input('Name? ')"],
+    ["password", "import getpass; getpass.getpass()"], ["debugger", "breakpoint()\nx = 1"], ["pause", "import numora; numora.pause()"],
+];
+test("no state has barriers, in both themes, narrow and wide, with large text", async ({console, page}) => {
+    test.slow();
+    await console.run(figure);
+    await console.run("print('\\x1b[31mred\\x1b[0m \\x1b[42mback\\x1b[0m')\nimport json\njson.loads('{')");
+    await console.run("class T:\n    def _repr_html_(self): return '<table><thead><tr><th>a</th></tr></thead><tr><td>1</td></tr></table>'\nT()");
+    const wrong = [];
+    for (const [state, code] of states) {
+        if (code) await console.type(code);
+        if (code) await expect(page.getByRole("button", {name: "Stop"})).toBeEnabled();
+        for (const colorScheme of ["light", "dark"]) {
+            await page.emulateMedia({colorScheme});
+            wrong.push(...(await console.barriers()).map(text => `${state}, ${colorScheme}: ${text}`));
+        }
+        if (code) await page.keyboard.press("Control+.");
+        await console.is("idle");
+    }
+    await page.getByRole("button", {name: "Menu"}).click();
+    wrong.push(...(await console.barriers()).map(text => `menu: ${text}`));
+    await page.getByLabel("Text size").selectOption("200");
+    await page.keyboard.press("Escape");
+    for (const width of [1280, 320]) {
+        await page.setViewportSize({width, height: 700});
+        wrong.push(...(await console.barriers()).map(text => `${width} pixels: ${text}`));
+        expect(await page.evaluate(() => document.documentElement.scrollWidth), `width of the page at ${width}`).toBeLessThanOrEqual(width);
+    }
+    expect(wrong).toEqual([]);
+});
