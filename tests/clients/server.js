@@ -15,7 +15,8 @@ export class Server {
     static async start(port = 0, ...more) {
         const server = new Server();
         // A client that comes through a proxy names the proxy's port.
-        const options = ["--port", String(port), "--token", token, "--allow-host", "127.0.0.1", ...more];
+        const shown = more.includes("--token") ? [] : ["--token", token];
+        const options = ["--port", String(port), ...shown, "--allow-host", "127.0.0.1", ...more];
         server.#process = spawn(process.env.NUMORA, ["serve", ...options], {stdio: ["ignore", "pipe", "inherit"]});
         const lines = createInterface({input: server.#process.stdout});
         const [line] = await within(60_000, once(lines, "line", {close: "close"}), "the server's first line");

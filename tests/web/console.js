@@ -18,6 +18,7 @@ export class Console {
     complaints = [];
     /** Addresses that were requested from other places than the server. */
     strangers = [];
+    #origins = [];
 
     constructor(page) {
         this.page = page;
@@ -27,13 +28,14 @@ export class Console {
         this.state = page.locator("#header .state");
         page.on("console", message => message.type() !== "info" && this.complaints.push(message.text()));
         page.on("pageerror", error => this.complaints.push(error.message));
+        page.on("request", request => {
+            const url = request.url();
+            if (!this.#origins.some(origin => url.startsWith(origin)) && !/^(data|blob):/.test(url)) this.strangers.push(url);
+        });
     }
 
     async open(origin, path = `/?token=${token}`) {
-        this.page.on("request", request => {
-            const url = request.url();
-            if (!url.startsWith(origin) && !/^(data|blob):/.test(url)) this.strangers.push(url);
-        });
+        this.#origins.push(origin);
         await this.page.goto(origin + path);
         await this.code.waitFor();
         await this.is("idle");

@@ -115,9 +115,10 @@ export class OutputView implements Output {
     stepEntry(by: -1 | 1): void {
         const shown = this.retention.entries.filter(entry => entry.start.code !== "" && entry.element.checkVisibility());
         const inFocus = shown.findIndex(entry => entry.element.contains(document.activeElement));
-        const {top} = this.region.getBoundingClientRect();
-        const first = inFocus >= 0 ? inFocus : shown.findIndex(entry => entry.element.getBoundingClientRect().bottom > top);
-        const target = shown[inFocus < 0 && by > 0 ? first : (first < 0 ? shown.length : first) + by];
+        const {top, bottom} = this.region.getBoundingClientRect();
+        const target = inFocus >= 0 ? shown[inFocus + by]
+            : by > 0 ? shown.find(entry => entry.element.getBoundingClientRect().bottom > top)
+            : shown.findLast(entry => entry.element.getBoundingClientRect().top < bottom);
         target?.element.focus({preventScroll: true});
         target?.element.scrollIntoView({block: "start"});
     }

@@ -31,14 +31,14 @@ const style = `
     img { max-width: 100%; }`;
 
 // What is taken out anyway: the page's policy would complain of each while the text is parsed.
-function withoutHandlers(html: string): string {
-    return html.replace(/<[a-z][^>]*>/gi, tag => tag.replace(/\bon\w+(?=\s*=)/gi, "data-removed"));
+function withoutComplaints(html: string): string {
+    return html.replace(/<base\b[^>]*>?/gi, "").replace(/<[a-z][^>]*>/gi, tag => tag.replace(/\bon\w+(?=\s*=)/gi, "data-removed"));
 }
 
 /** HTML that code shows, without whatever could run, send or fetch anything, in a shadow root. */
 export function showHtml(host: HTMLElement, html: string): void {
     const root = host.shadowRoot ?? host.attachShadow({mode: "open"});
-    const fragment = purify.sanitize(withoutHandlers(html), {
+    const fragment = purify.sanitize(withoutComplaints(html), {
         USE_PROFILES: {html: true},
         ADD_TAGS: ["style"],
         FORCE_BODY: true,  // else a style at the beginning is dropped

@@ -189,7 +189,7 @@ export class Session {
         if (mode === "running" && this.mode === "idle") this.runsSince = Date.now();
         if (mode !== "running") this.stopped();
         this.mode = mode === "input" && (echo === false || (this.question?.password && this.question.number === number)) ? "password" : mode;
-        const text = this.question?.number === number ? this.question!.prompt : this.lastLine;
+        const text = number !== undefined && this.question?.number === number ? this.question.prompt : this.lastLine;
         this.prompt = {number, label: mode === "idle" ? "" : text};
         if (mode === "idle") this.lastLine = "";
         if (name === "INCOMPLETE_BLOCK_PROMPT") {

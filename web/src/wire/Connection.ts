@@ -104,7 +104,11 @@ export class Connection {
         };
         const handler = (message: Message): void => {
             if (message.number !== undefined) this.last = message.number;
-            this.handlers.onMessage(message);
+            try {
+                this.handlers.onMessage(message);
+            } catch (error) {
+                reportError(error);  // the library would keep it to itself
+            }
             if (isBehind) follow();
         };
         kept = (await this.session.subscribe({channels: subscribed, handler, onEnd: () => {}}, this.last)) ?? 0;
