@@ -190,7 +190,7 @@ class OperationTest(unittest.TestCase):
             "hots = []": "hots is not a known setting",
             "": "token must stay set",
             f'token = "{OTHER}"\nlog_file = "no/log"': "--log-file: ",
-            f'token = "{OTHER}"\ntls_cert = "no"\ntls_key = "no"': "tls_cert and tls_key must be set when the server starts",
+            f'token = "{OTHER}"\ntls_cert = "no"\ntls_key = "no"': "tls_cert and tls_key must be set when the server",
         }
         self.settings(f'token = "{TOKEN}"', "connections = 100", 'host = "127.0.0.1"')
         with self.server("--mock") as server:

@@ -9,6 +9,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "foundation/log/LineWriter.h"
 #include "foundation/log/diagnostic_logger.h"
 #include "support/threads.h"
 
@@ -76,6 +77,24 @@ TEST_F(LogTest, waitsForNoReaderAndSaysHowManyLinesWereLost) {
     }
     EXPECT_EQ(written + lost, 4 * eachThread);
     EXPECT_GT(lost, 0);
+}
+
+TEST_F(LogTest, countsWhatAFullDiskDoesNotTake) {
+    auto& writer = foundation::log::LineWriter::make();
+    writer.setDescriptor(::open("/dev/full", O_WRONLY | O_CLOEXEC));
+    writer.write("a");
+    writer.write("b");
+    EXPECT_TRUE(writer.flush(60s));
+    const std::string name = testing::TempDir() + "numora-log";
+    const int file = ::open(name.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+    writer.setDescriptor(file);
+    writer.setLossNotice([](std::size_t lost) { return "lost " + std::to_string(lost); });
+    writer.write("c");
+    EXPECT_TRUE(writer.flush(60s));
+    std::array<char, 100> text{};
+    EXPECT_EQ(::pread(file, text.data(), text.size(), 0), 9);
+    EXPECT_STREQ(text.data(), "c\nlost 2\n");
+    ::unlink(name.c_str());
 }
 
 TEST_F(LogTest, writesOneLineForARecordWhateverItHolds) {
