@@ -10,6 +10,7 @@
 
 #include "connector/common/RequestOrigin.h"
 #include "connector/common/requests.h"
+#include "connector/configuration/settings.h"
 #include "connector/identifiers.h"
 #include "connector/json/escape.h"
 #include "connector/json/parse.h"
@@ -48,7 +49,8 @@ void countInterrupts() {
     });
 }
 
-standalone::HostOptions prepareHost(const WindowSize& window, const Workplace& workplace) {
+standalone::HostOptions prepareHost(const WindowSize& window, const Workplace& workplace,
+                                    const std::map<std::string, std::string>& configuration) {
     workplace.enter();
     standalone::blockInterpreterSignals();
     acceptInterrupts();
@@ -56,6 +58,7 @@ standalone::HostOptions prepareHost(const WindowSize& window, const Workplace& w
     options.columns = static_cast<std::uint64_t>(window.columns);
     options.rows = static_cast<std::uint64_t>(window.rows);
     options.virtualEnvironment = workplace.venv();
+    options.configuration = configuration;
     return options;
 }
 
@@ -110,9 +113,10 @@ private:
 
 }  // namespace
 
-InProcessSession::InProcessSession(const WindowSize& window, const Workplace& workplace)
+InProcessSession::InProcessSession(const WindowSize& window, const Workplace& workplace,
+                                   const std::map<std::string, std::string>& configuration)
     : serializer_(std::make_shared<connector::json::JsonSerializer>()),
-      host_(prepareHost(window, workplace)),
+      host_(prepareHost(window, workplace, configuration)),
       module_({.framework = host_.framework(),
                .configuration = host_.configuration(),
                .serializer = serializer_,
@@ -123,6 +127,10 @@ InProcessSession::InProcessSession(const WindowSize& window, const Workplace& wo
                .requestTracker = host_.requestCounter()}) {}
 
 std::uint64_t InProcessSession::interrupts() const { return interruptCount; }
+
+std::string InProcessSession::dequeMode() const {
+    return host_.configuration()->getText(connector::configuration::dequeModeKey, "");
+}
 
 StandardStreams InProcessSession::streams() const {
     return {host_.standardInput(), host_.standardOutput(), host_.standardError()};

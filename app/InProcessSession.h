@@ -1,5 +1,6 @@
 #pragma once
 
+#include <map>
 #include <memory>
 #include <string>
 
@@ -17,8 +18,10 @@ namespace app {
 /// thread it starts later, no longer takes SIGINT: that signal is the interpreter's.
 class InProcessSession : public Session {
 public:
-    /// Enters the workplace, which must have been found.
-    explicit InProcessSession(const WindowSize& window, const Workplace& workplace = {});
+    /// Enters the workplace, which must have been found. `configuration` is what that of the host begins
+    /// with.
+    explicit InProcessSession(const WindowSize& window, const Workplace& workplace = {},
+                              const std::map<std::string, std::string>& configuration = {});
 
     StandardStreams streams() const override;
     std::uint64_t interrupts() const override;
@@ -29,6 +32,8 @@ public:
 
     const std::shared_ptr<connector::json::JsonSerializer>& serializer() const { return serializer_; }
     const standalone::StandaloneHost& host() const { return host_; }
+    /// As dispatch::DispatcherOptions.
+    std::string dequeMode() const;
 
 private:
     std::unique_ptr<connector::Message> read(const std::string& type,

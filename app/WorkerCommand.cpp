@@ -14,6 +14,7 @@
 #include "WorkerProcess.h"
 #include "WorkerStatus.h"
 #include "Workplace.h"
+#include "connector/configuration/settings.h"
 #include "connector/interpreter/Module.h"
 #include "connector/json/JsonSerializer.h"
 #include "foundation/log/diagnostic_logger.h"
@@ -58,6 +59,7 @@ standalone::HostOptions hostOptions(const WorkerProcess& process, const links::S
     options.virtualEnvironment = start.venv;
     options.traceDescriptor = process.trace();
     options.observer = &status;
+    options.configuration = start.configuration;
     // More than a process asks for: an answer to a question of an earlier one is for none of this.
     constexpr int promptsOfALife = 20;  // bits
     if (start.life > 0) options.promptsBefore = (start.life - 1) << promptsOfALife;
@@ -82,9 +84,15 @@ void serve(standalone::StandaloneHost& host, worker::Link& link) {
                                                  .shadowService = host.shadowService(),
                                                  .requestGate = host.requestGate(),
                                                  .requestTracker = host.requestCounter()});
-    link.serve({.framework = host.framework(), .serializer = serializer, .isReadingInput = [&host] {
-                    return host.requestGate()->isOpen() && services::prompt::detail::isInCharBufferMode();
-                }});
+    link.serve(
+        {.framework = host.framework(),
+         .serializer = serializer,
+         .isReadingInput =
+             [&host] {
+                 return host.requestGate()->isOpen() && services::prompt::detail::isInCharBufferMode();
+             },
+         .dequeMode =
+             [&host] { return host.configuration()->getText(connector::configuration::dequeModeKey, ""); }});
     link.awaitStop();
     link.stop();
     endStreams(host);

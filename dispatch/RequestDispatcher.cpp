@@ -94,7 +94,8 @@ RequestDispatcher::RequestDispatcher(std::shared_ptr<connector::ServiceFramework
                                      DispatcherOptions options)
     : framework_(std::move(framework)),
       serializer_(std::move(serializer)),
-      isReadingInput_(std::move(options.isReadingInput)) {
+      isReadingInput_(std::move(options.isReadingInput)),
+      dequeMode_(std::move(options.dequeMode)) {
     for (std::size_t i = 0; i < laneCount; ++i) {
         const auto lane = static_cast<Lane>(i);
         if (lane == Lane::BasePrompt) {
@@ -125,7 +126,8 @@ void RequestDispatcher::submit(const std::string& typeName, std::shared_ptr<cons
     Lane where{};
     try {
         auto message = requireMessage(*json);
-        where = laneOf(typeName, *message, isReadingInput_ && isReadingInput_());
+        where = laneOf(typeName, *message, isReadingInput_ && isReadingInput_(),
+                       dequeMode_ ? dequeMode_() : std::string());
         readMessage(*request, message);
         if (isInterrupt(typeName) && message->optValue("waitingOnly", false))
             return finish(*request, nothingInterrupted(*message));

@@ -20,6 +20,13 @@ public:
         addNumber(static_cast<std::uint32_t>(values.size()));
         for (const auto& value : values) add(value);
     }
+    void add(const std::map<std::string, std::string>& values) {
+        addNumber(static_cast<std::uint32_t>(values.size()));
+        for (const auto& [key, value] : values) {
+            add(key);
+            add(value);
+        }
+    }
 
     std::string take() { return std::move(text_); }
 
@@ -49,6 +56,13 @@ public:
     void read(std::vector<std::string>& values) {
         // No more is reserved than there can be.
         for (auto count = number<std::uint32_t>(); count > 0; --count) read(values.emplace_back());
+    }
+    void read(std::map<std::string, std::string>& values) {
+        for (auto count = number<std::uint32_t>(); count > 0; --count) {
+            std::string key;
+            read(key);
+            read(values[key]);
+        }
     }
 
     bool isAtEnd() const { return text_.empty(); }

@@ -1,12 +1,24 @@
 #include "LocalEnvironment.h"
 
+#include <utility>
+
+#include "connector/configuration/settings.h"
 #include "python/interpreterLock.h"
 #include "services/processFramework.h"
 
 namespace standalone {
 
-LocalEnvironment::LocalEnvironment(const HostOptions& options)
-    : telemetry_(options.telemetryFile), thread_(options, *this) {
+namespace configuration = connector::configuration;
+
+LocalEnvironment::LocalEnvironment(const HostOptions& options, std::shared_ptr<LocalConfiguration> values)
+    : configuration_(std::move(values)),
+      telemetry_(configuration_->getText(configuration::telemetryFileKey, "")),
+      telemetryChanges_(configuration_->subscribe(
+          configuration::telemetryFileKey,
+          std::make_shared<connector::reactive_streams::CallbackSubscriber>([this](const auto& value) {
+              if (const auto* path = boost::get<std::string>(&value)) telemetry_.use(*path);
+          }))),
+      thread_(options, *this, *configuration_) {
     thread_.prompts().countFrom(options.promptsBefore);
 }
 

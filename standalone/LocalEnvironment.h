@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "host/Environment.h"
+#include "services/LocalConfiguration.h"
 #include "services/TelemetryFile.h"
 #include "standalone/HostOptions.h"
 #include "thread/InterpreterThread.h"
@@ -21,7 +22,7 @@ class LocalEnvironment : public host::Environment, private IInterpreterBridge, p
 public:
     /// Starts the interpreter, which installs this.
     /// Blocks: until requests are taken.  Throws: std::runtime_error.
-    explicit LocalEnvironment(const HostOptions& options);
+    LocalEnvironment(const HostOptions& options, std::shared_ptr<LocalConfiguration> configuration);
 
     /// The process's own standard descriptor, beside the captured one.
     int originalDescriptor(int descriptor) { return thread_.window().originalDescriptor(descriptor); }
@@ -90,7 +91,9 @@ private:
     // iqm::Iqm: there is no editor.
     bool isInEditorDebugInputWanted() const override { return false; }
 
+    const std::shared_ptr<LocalConfiguration> configuration_;
     TelemetryFile telemetry_;
+    const std::unique_ptr<connector::reactive_streams::Canceller> telemetryChanges_;
     InterpreterThread thread_;  // last: it uses the rest
 };
 

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <stdexcept>
+#include <utility>
 
 #include "LocalEnvironment.h"
 #include "messages/LocalServiceFramework.h"
@@ -18,14 +19,14 @@ std::atomic<bool> wasMade{false};
 
 class StandaloneHost::Impl {
 public:
-    explicit Impl(const HostOptions& options)
-        : configuration(std::make_shared<LocalConfiguration>(options.configuration)),
+    Impl(const HostOptions& options, std::shared_ptr<LocalConfiguration> values)
+        : configuration(values),
           messages(options.messageService
                        ? nullptr
                        : std::make_shared<messages::LocalMessageService>(options.messages)),
           messageServiceFactory(std::make_shared<messages::LocalMessageServiceFactory>(
               options.messageService ? options.messageService : messages)),
-          environment(options) {}
+          environment(options, std::move(values)) {}
 
     const std::shared_ptr<connector::configuration::Configuration> configuration;
     const std::shared_ptr<connector::ServiceFramework> framework =
@@ -45,7 +46,7 @@ public:
 StandaloneHost::StandaloneHost(const HostOptions& options) {
     if (wasMade.exchange(true))
         throw std::runtime_error("A process can have one standalone host in its life.");
-    impl_ = std::make_unique<Impl>(options);
+    impl_ = std::make_unique<Impl>(options, std::make_shared<LocalConfiguration>(options.configuration));
 }
 
 StandaloneHost::~StandaloneHost() = default;

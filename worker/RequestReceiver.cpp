@@ -91,6 +91,7 @@ RequestReceiver::RequestReceiver(std::shared_ptr<links::FrameWriter> main,
 void RequestReceiver::start(Link::Services services) {
     dispatch::DispatcherOptions options;
     options.isReadingInput = std::move(services.isReadingInput);
+    options.dequeMode = std::move(services.dequeMode);
     owned_ = std::make_unique<dispatch::RequestDispatcher>(
         std::move(services.framework), std::move(services.serializer), std::move(options));
     dispatcher_ = owned_.get();

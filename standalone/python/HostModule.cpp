@@ -323,6 +323,20 @@ PyObject* warn(PyObject*, PyObject* text) {
     });
 }
 
+PyObject* configure(PyObject*, PyObject* arguments) {
+    const char *key = nullptr, *value = nullptr;
+    if (PyArg_ParseTuple(arguments, "ss", &key, &value) == 0) return nullptr;
+    return translated([=]() -> PyObject* {
+        try {
+            if (bound != nullptr) bound->configure(key, value);
+        } catch (const std::invalid_argument& problem) {
+            PyErr_SetString(PyExc_ValueError, problem.what());
+            return nullptr;
+        }
+        return newNone();
+    });
+}
+
 std::array functions = {
     PyMethodDef{"write_out", writeOut, METH_O, "Prints text on standard output."},
     PyMethodDef{"write_err", writeErr, METH_O, "Prints text on standard error."},
@@ -356,6 +370,7 @@ std::array functions = {
                 "Tells whether the client of the running request has said that it has a capability."},
     PyMethodDef{"leave_window", leaveWindow, METH_NOARGS,
                 "Has text go to the file descriptors, for a forked child."},
+    PyMethodDef{"configure", configure, METH_VARARGS, "Changes a value of the host's configuration."},
     PyMethodDef{"warn", warn, METH_O, "Writes a warning into the log."},
     PyMethodDef{nullptr, nullptr, 0, nullptr},
 };

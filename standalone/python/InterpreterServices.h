@@ -65,6 +65,10 @@ public:
     virtual ThreadStarter starterOfNewThread() const = 0;
     virtual void setStarter(const ThreadStarter& starter) = 0;
 
+    /// Changes a value of the configuration, for whoever listens to it; they must not take the interpreter's
+    /// lock. Throws: std::invalid_argument.
+    virtual void configure(const std::string& key, const std::string& value) = 0;
+
     virtual bool isInterpreterThread() const = 0;
     /// The options of the request that the calling thread's code belongs to; null when there is none.
     virtual const cmddistributor::RunOptions* runningOptions() const = 0;

@@ -37,7 +37,14 @@ std::string lineOf(const connector::ddux::DduxControlMessage& record) {
 
 }  // namespace
 
-TelemetryFile::TelemetryFile(const std::string& path) : descriptor_(openForAppending(path)) {}
+void TelemetryFile::use(const std::string& path) {
+    int descriptor = openForAppending(path);
+    {
+        connector::MutexLock lock(mutex_);
+        descriptor = descriptor_.exchange(descriptor);
+    }
+    if (descriptor >= 0) close(descriptor);
+}
 
 TelemetryFile::~TelemetryFile() {
     if (descriptor_ >= 0) close(descriptor_);

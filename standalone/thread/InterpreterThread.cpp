@@ -5,6 +5,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "connector/configuration/settings.h"
 #include "foundation/log/diagnostic_logger.h"
 #include "host/Environment.h"
 #include "output/ownerWait.h"
@@ -22,9 +23,11 @@ constexpr int interruptsAtStop = 25;
 
 }  // namespace
 
-InterpreterThread::InterpreterThread(const HostOptions& options, host::Environment& environment)
+InterpreterThread::InterpreterThread(const HostOptions& options, host::Environment& environment,
+                                     LocalConfiguration& configuration)
     : options_(options),
       environment_(environment),
+      configuration_(configuration),
       queue_(std::make_shared<RequestQueue>(
           RequestQueue::Signals{&Interrupts::startSignals, &Interrupts::stopSignals})),
       zvm_(std::make_shared<LocalZvm>(queue_)),
@@ -76,6 +79,11 @@ InterpreterThread::~InterpreterThread() {
     }
     thread_.join();
     announcements_.events()->stop();
+}
+
+void InterpreterThread::configure(const std::string& key, const std::string& value) {
+    connector::configuration::requireSetting(key, value);
+    configuration_.set(key, value);
 }
 
 void InterpreterThread::threadMain(std::promise<void>& started) {

@@ -16,6 +16,7 @@
 #include "output/RunningRequests.h"
 #include "python/InterpreterServices.h"
 #include "python/PythonRuntime.h"
+#include "services/LocalConfiguration.h"
 #include "standalone/HostObserver.h"
 #include "standalone/HostOptions.h"
 #include "thread/Heartbeat.h"
@@ -41,8 +42,10 @@ namespace standalone {
 class InterpreterThread : private InterpreterServices {
 public:
     /// Starts the thread, which installs `environment` while it serves requests.
-    /// Owns: borrows `environment`.  Blocks: until requests are taken.  Throws: std::runtime_error.
-    InterpreterThread(const HostOptions& options, host::Environment& environment);
+    /// Owns: borrows `environment` and `configuration`.  Blocks: until requests are taken.  Throws:
+    /// std::runtime_error.
+    InterpreterThread(const HostOptions& options, host::Environment& environment,
+                      LocalConfiguration& configuration);
     /// Stops it: fails what waits, interrupts what runs, for up to five seconds. Code that does not end even
     /// then ends the process, since nothing of it could be freed safely.
     ~InterpreterThread() override;
@@ -102,11 +105,13 @@ private:
         placedEvents_.raise(std::move(tag), std::move(members));
         return awaitOwner();
     }
+    void configure(const std::string& key, const std::string& value) override;
     bool isInterpreterThread() const override { return Interrupts::isSignalThread(); }
     const cmddistributor::RunOptions* runningOptions() const override;
 
     const HostOptions options_;
     host::Environment& environment_;
+    LocalConfiguration& configuration_;
     const std::shared_ptr<RequestQueue> queue_;
     const std::shared_ptr<LocalZvm> zvm_;
     Announcements announcements_;

@@ -30,6 +30,8 @@ struct DispatcherOptions {
     std::size_t queueBytes = std::size_t{128} << 20;  ///< of bodies that are not read yet
     /// Whether code waits for an evaluation to be its input. It must be quick; may be null.
     std::function<bool()> isReadingInput{};
+    /// The "dequeMode" of calls that have none. It must be quick; may be null.
+    std::function<std::string()> dequeMode{};
 };
 
 struct DispatcherMetrics {
@@ -106,6 +108,7 @@ private:
     const std::shared_ptr<connector::ServiceFramework> framework_;
     const std::shared_ptr<connector::json::JsonSerializer> serializer_;
     const std::function<bool()> isReadingInput_;
+    const std::function<std::string()> dequeMode_;
     const std::shared_ptr<connector::common::RequestNames> names_ =
         std::make_shared<connector::common::RequestNames>();
     std::atomic<bool> isStopped_{false};

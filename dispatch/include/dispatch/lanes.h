@@ -23,8 +23,9 @@ enum class Lane : std::size_t {
 };
 inline constexpr std::size_t laneCount = 9;
 
-/// The lane of a message of type `typeName`: for a call, that of its "dequeMode"; for a sequence, the one
-/// that all its messages share, if they do.
-Lane laneOf(const std::string& typeName, const Poco::JSON::Object& message, bool isReadingInput);
+/// The lane of a message of type `typeName`: for a call, that of its "dequeMode", or of `dequeMode` where it
+/// has none; for a sequence, the one that all its messages share, if they do.
+Lane laneOf(const std::string& typeName, const Poco::JSON::Object& message, bool isReadingInput,
+            const std::string& dequeMode);
 
 }  // namespace dispatch

@@ -2,12 +2,14 @@
 
 /// The heads of frames, each a list of fields one after the other: numbers are 8 bytes, little endian; truth
 /// values one byte, 0 or 1; strings their length in 4 bytes and their bytes; lists their length in 4 bytes
-/// and their items. Heads are read for each request, so they are no JSON.
+/// and their items; maps their length and, for each item, its key and its value. Heads are read for each
+/// request, so they are no JSON.
 ///
 /// decode() throws BadFrame when the bytes are not exactly such a head; only a Hello may be longer, so that
 /// one of another version can be refused by its name.
 
 #include <cstdint>
+#include <map>
 #include <string>
 #include <string_view>
 #include <tuple>
@@ -17,7 +19,7 @@
 
 namespace links {
 
-inline constexpr std::uint64_t protocolVersion = 1;
+inline constexpr std::uint64_t protocolVersion = 2;
 
 struct Hello {
     std::uint64_t protocol = protocolVersion;
@@ -37,11 +39,13 @@ struct Start {
     std::uint64_t columns = 0;
     std::uint64_t rows = 0;
     std::uint64_t logLevel = 0;  ///< as LogHead::severity: records below it are not to be told
+    std::map<std::string, std::string> configuration{};  ///< what that of the host begins with
 
     std::string encode() const;
     static Start decode(std::string_view head);
     static auto fields(auto& head) {
-        return std::tie(head.id, head.life, head.folder, head.venv, head.columns, head.rows, head.logLevel);
+        return std::tie(head.id, head.life, head.folder, head.venv, head.columns, head.rows, head.logLevel,
+                        head.configuration);
     }
 };
 

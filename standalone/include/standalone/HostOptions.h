@@ -20,10 +20,9 @@ struct HostOptions {
     /// What native code and child processes write to file descriptors 1 and 2 is captured as interpreter
     /// output, and their standard input is empty.
     bool captureFileDescriptors = true;
-    /// Initial configuration values.
+    /// Initial configuration values; connector/configuration/settings.h has the keys that are read. Code
+    /// changes them by numora.configure().
     std::map<std::string, std::string> configuration = {};
-    /// Where records of usage are kept, as lines of JSON. Empty: nowhere.
-    std::string telemetryFile = {};
     messages::MessageServiceOptions messages = {};
 
     /// How many prompts there were before, in other processes: those of this host are numbered on from there.

@@ -3,6 +3,7 @@
 from ._capabilities import MissingCapabilityError, require
 from ._clients import complete, history, inspect, is_complete, workspace
 from ._command_window import clc, home, keyboard, pause
+from ._configuration import configure
 from ._events import post_event, progress
 from ._rich import clear_output, display, update_display
 
@@ -11,6 +12,7 @@ __all__ = [
     "clc",
     "clear_output",
     "complete",
+    "configure",
     "display",
     "history",
     "home",

@@ -44,8 +44,9 @@ public:
     struct Services {
         std::shared_ptr<connector::ServiceFramework> framework;
         std::shared_ptr<connector::json::JsonSerializer> serializer;
-        /// As dispatch::DispatcherOptions; may be null.
+        // As dispatch::DispatcherOptions; may be null.
         std::function<bool()> isReadingInput{};
+        std::function<std::string()> dequeMode{};
     };
 
     /// Throws: std::system_error.
