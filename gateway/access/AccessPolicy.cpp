@@ -45,6 +45,7 @@ auto firstOfCookies(std::string_view cookies, std::string_view name, Find find) 
 AccessPolicy::AccessPolicy(AccessOptions options, std::uint16_t port)
     : hosts_(std::move(options.hosts)),
       origins_(std::move(options.origins)),
+      basePath_(std::move(options.basePath)),
       port_(std::to_string(port)),
       cookieName_("numora-key-" + port_),
       tokens_(tokensFrom(std::move(options.token), std::move(options.restricted))) {}
@@ -162,13 +163,18 @@ AccessPolicy::GrantPtr AccessPolicy::Tokens::grantOfKey(std::string_view text,
     return found ? found->grant : nullptr;
 }
 
-std::string AccessPolicy::setCookie(const Grant& grant, bool isSecure) const {
+// Without a path a cookie is for the folder of the address that the browser has asked for, which a proxy may
+// have shortened.
+std::string AccessPolicy::setCookie(const Grant& grant, const HttpRequest& request) const {
     const auto tokens = tokens_.get();
     const auto key =
         std::ranges::find_if(tokens->keys, [&](const Key& each) { return each.grant.get() == &grant; });
     if (key == tokens->keys.end()) return {};
-    return cookieName_ + "=" + key->cookieKey + "; Path=/; HttpOnly; SameSite=Strict" +
-           (isSecure ? "; Secure" : "");
+    std::string path = basePath_;
+    if (path.empty() && !request.prefix.empty()) path = "/";
+    if (!path.empty()) path.insert(0, "; Path=");
+    return cookieName_ + "=" + key->cookieKey + path + "; HttpOnly; SameSite=Strict" +
+           (request.isSecure ? "; Secure" : "");
 }
 
 }  // namespace gateway::access

@@ -23,6 +23,7 @@ struct AccessOptions {
     std::vector<RestrictedToken> restricted{};  ///< further ones
     std::vector<std::string> hosts{};    ///< further names of this server: with a port, or for every port
     std::vector<std::string> origins{};  ///< further origins whose pages may use it: "https://lab.example"
+    std::string basePath{};              ///< in front of all paths of the server
 };
 
 /// Who may talk to the server.
@@ -68,9 +69,9 @@ public:
     /// Whether its token is still one of those that count.
     bool isCurrent(const GrantPtr& grant) const;
 
-    /// What makes a browser show the key of a token with each later request, which are encrypted if this one
-    /// is: the value of Set-Cookie. Empty for one that is gone.
-    std::string setCookie(const Grant& grant, bool isSecure) const;
+    /// What makes a browser show the key of a token with each request after this one: the value of
+    /// Set-Cookie. Empty for one that is gone.
+    std::string setCookie(const Grant& grant, const HttpRequest& request) const;
 
 private:
     struct Key {
@@ -93,6 +94,7 @@ private:
 
     const std::vector<std::string> hosts_;
     const std::vector<std::string> origins_;
+    const std::string basePath_;
     const std::string port_;
     const std::string cookieName_;
     Current<const Tokens> tokens_;

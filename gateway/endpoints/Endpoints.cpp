@@ -57,6 +57,15 @@ HttpReply wrongMethod(const Route& route) {
     return reply;
 }
 
+/// Takes the base off a path; false where the path is not below it.
+bool takeBase(std::string_view& path, std::string_view base) {
+    if (!path.starts_with(base)) return false;
+    const auto rest = path.substr(base.size());
+    if (!rest.empty() && !rest.starts_with('/')) return false;
+    path = rest;
+    return true;
+}
+
 /// The part of a path that names an interpreter, and which is taken off; empty where there is none.
 std::string_view takePrefix(std::string_view& path) {
     constexpr std::string_view begin = "/interpreters/";
@@ -132,9 +141,15 @@ std::optional<HttpReply> Endpoints::check(HttpRequest& head) {
 
 void Endpoints::resolve(HttpRequest& head) const {
     std::string_view path = head.path;
+    // Whoever watches the process itself knows nothing of the proxy in front of it.
+    if (!takeBase(path, services_.basePath) && path != "/healthz") {
+        head.route = &outside;
+        return;
+    }
     head.prefix = takePrefix(path);
+    const bool isNamed = !head.prefix.empty();
+    head.route = &routeOf(path.empty() && !isNamed ? "/" : path, isNamed);
     head.path = std::string(path);
-    head.route = &routeOf(head.path, !head.prefix.empty());
     head.grant = services_.access.grantOf(head);
     if (head.route->scope == Route::Scope::Server) return;
     head.interpreter = head.prefix.empty() ? interpreters::Registry::defaultId
@@ -171,12 +186,20 @@ std::optional<HttpReply> Endpoints::refusalBySender(const HttpRequest& head) con
         return refused(Origin, errorReply(403, "Pages of this Origin are not allowed."), head.origin);
     }
     if (head.method == HttpMethod::Options && access.isForeignOrigin(head.origin)) return preflight();
+    if (head.route == &outside) return errorReply(404, "There is no such path.");
+    if (isOpen(head)) return std::nullopt;
     if (head.route->access == Route::Access::Token && !head.grant) {
         return refused(Token, unauthenticated(*head.route));
     }
     auto refusal = head.grant ? refusalByRights(head) : std::nullopt;
     if (refusal) services_.refusals.note(Rights, head.clientAddress);
     return refusal;
+}
+
+// Of named interpreters it would tell who there are.
+bool Endpoints::isOpen(const HttpRequest& head) const {
+    return head.prefix.empty() &&
+           std::ranges::find(services_.open, head.route->metric) != services_.open.end();
 }
 
 HttpReply Endpoints::tooManyConnections(const HttpRequest& head) {

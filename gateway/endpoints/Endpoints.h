@@ -61,6 +61,7 @@ private:
     void resolve(HttpRequest& head) const;
     std::optional<HttpReply> refusalOf(const HttpRequest& head) const;
     std::optional<HttpReply> refusalBySender(const HttpRequest& head) const;
+    bool isOpen(const HttpRequest& head) const;
     void addCommonHeaders(HttpReply& reply, const std::string& origin,
                           const std::shared_ptr<interpreters::Desk>& desk) const;
 

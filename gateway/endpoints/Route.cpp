@@ -76,6 +76,8 @@ access::Right Route::rightFor(HttpMethod method) const {
     return isManaging ? access::Right::Create : right;
 }
 
+const Route outside = {"", Get, Anybody, Ordinary, "outside", nullptr, Server};
+
 const Route& routeOf(std::string_view path, bool isNamed) {
     return *std::ranges::find_if(routes, [&](const Route& route) { return fits(route, path, isNamed); });
 }

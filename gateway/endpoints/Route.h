@@ -47,6 +47,9 @@ struct Route {
     bool isPage() const { return handler == &answerHome || handler == &answerFile; }
 };
 
+/// That of what is not below the base path.
+extern const Route outside;
+
 /// The route of a path, whatever it is. `isNamed`: it stood after the prefix of an interpreter.  Threads:
 /// any.
 const Route& routeOf(std::string_view path, bool isNamed);

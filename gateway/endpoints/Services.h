@@ -1,6 +1,8 @@
 #pragma once
 
 #include <functional>
+#include <string>
+#include <vector>
 
 #include "HttpRequest.h"
 #include "access/AccessPolicy.h"
@@ -20,6 +22,8 @@ struct Services {
     interpreters::Registry& interpreters;
     interpreters::CheckVenv checkVenv;
     metrics::RequestMetrics& metrics;
+    std::string basePath;           ///< in front of all paths; empty: none
+    std::vector<std::string> open;  ///< the paths of the server that need no token, without their slash
     std::function<metrics::Snapshot()> snapshot;
     access::Refusals& refusals;
 };

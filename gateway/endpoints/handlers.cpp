@@ -78,15 +78,18 @@ Pending answerMetrics(const Services& services, const HttpRequest&, Done done) {
     return nullptr;
 }
 
-// The token that the first visit shows in its address goes out of it, and a key into a cookie.
+// The token that the first visit shows in its address goes out of it, and a key into a cookie. The way there
+// is relative, because a proxy may have shortened the path.
 Pending answerHome(const Services& services, const HttpRequest& request, Done done) {
     const std::string token = queryValue(request.query, "token");
-    if (token.empty()) return answerFile(services, request, std::move(done));
-    const std::string home = request.prefix + "/";
+    const bool isFolder = !request.path.empty();
+    if (token.empty() && isFolder) return answerFile(services, request, std::move(done));
+    const std::string home =
+        isFolder ? "./" : services.basePath.substr(services.basePath.rfind('/') + 1) + "/";
     auto reply = pageReply(303, "Numora Connector", "<a href=\"" + home + "\">The console</a>");
     reply.headers.emplace_back("Location", home);
     if (const auto grant = services.access.grantOf(token)) {
-        auto cookie = services.access.setCookie(*grant, request.isSecure);
+        auto cookie = services.access.setCookie(*grant, request);
         if (!cookie.empty()) reply.headers.emplace_back("Set-Cookie", std::move(cookie));
     }
     done(std::move(reply));

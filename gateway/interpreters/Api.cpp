@@ -113,13 +113,14 @@ HttpReply describe(const Desk& desk) { return {.body = infoOf(desk)}; }
 HttpReply create(Registry& registry, const access::Grant& grant, const std::string& body,
                  const CheckVenv& checkVenv) {
     return replyOf([&]() -> HttpReply {
-        const auto spec = readSpec(body.empty() ? "{}" : body, checkVenv);
+        const auto spec = readSpec(body.empty() ? "{}" : body);
+        requireFolders(spec.worker, checkVenv);
         const std::string& id = spec.worker.id;
         if (!grant.covers(id)) {
             throw Refusal(403, "This token may not create the interpreter \"" + id + "\".");
         }
         HttpReply reply{.status = 201, .body = infoOf(*registry.create(spec))};
-        reply.headers.emplace_back("Location", "/interpreters/" + id);
+        reply.headers.emplace_back("Location", "interpreters/" + id);  // beside what was asked for
         return reply;
     });
 }

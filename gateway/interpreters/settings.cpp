@@ -8,6 +8,7 @@
 
 #include <Poco/JSON/Object.h>
 
+#include "connector/configuration/settings.h"
 #include "connector/identifiers.h"
 #include "connector/json/parse.h"
 #include "dispatch/members.h"
@@ -28,6 +29,7 @@ constexpr dispatch::Member members[] = {
     {"folder", Kind::String},
     {"venv", Kind::String},
     {"env", Kind::Object},
+    {"set", Kind::Object},
     {.name = "memoryMiB", .kind = Kind::Integer, .most = std::int64_t{1} << 24},
     {.name = "cpus", .kind = Kind::Number, .most = 4096},
     {.name = "idleMinutes", .kind = Kind::Integer, .most = 525'600},
@@ -52,11 +54,22 @@ std::filesystem::path folderIn(const Object& object, const std::string& name) {
     std::filesystem::path folder = textIn(object, name);
     if (!object.has(name)) return folder;
     if (!folder.is_absolute()) throw BadMessage(name + " must be an absolute path: " + folder.string());
-    std::error_code error;
-    if (!std::filesystem::is_directory(folder, error)) {
-        throw BadMessage(name + " must be the path of an existing folder: " + folder.string());
-    }
     return folder;
+}
+
+std::map<std::string, std::string> configurationIn(const Object& object) {
+    std::map<std::string, std::string> configuration;
+    const auto values = object.getObject("set");
+    for (const auto& key : values ? values->getNames() : std::vector<std::string>()) {
+        if (!values->get(key).isString()) throw BadMessage("set." + key + " must be a string");
+        configuration[key] = values->getValue<std::string>(key);
+        try {
+            connector::configuration::requireSetting(key, configuration[key]);
+        } catch (const std::invalid_argument& problem) {
+            throw BadMessage(std::string("set: ") + problem.what());
+        }
+    }
+    return configuration;
 }
 
 std::map<std::string, std::string> environmentIn(const Object& object) {
@@ -95,7 +108,7 @@ bool isInterpreterId(std::string_view text) {
                                [](char c) { return isSmallLetter(c) || (c >= '0' && c <= '9') || c == '-'; });
 }
 
-ports::InterpreterSpec readSpec(std::string_view json, const CheckVenv& checkVenv) {
+ports::InterpreterSpec readSpec(std::string_view json) {
     constexpr std::size_t deepest = 8;
     constexpr std::size_t mostValues = 5000;
     const auto value = connector::json::parse(json, deepest, mostValues);
@@ -116,14 +129,22 @@ ports::InterpreterSpec readSpec(std::string_view json, const CheckVenv& checkVen
     spec.culling.idle = std::chrono::minutes(object.optValue<std::int64_t>("idleMinutes", 0));
     spec.culling.ifWatched = object.optValue<bool>("ifWatched", true);
     spec.restart = restartIn(object);
-    if (checkVenv && object.has("venv")) {
-        try {
-            checkVenv(spec.worker.venv);
-        } catch (const std::runtime_error& problem) {
-            throw BadMessage(std::string("venv: ") + problem.what());
-        }
-    }
+    spec.configuration = configurationIn(object);
     return spec;
+}
+
+void requireFolders(const supervisor::WorkerSpec& spec, const CheckVenv& checkVenv) {
+    for (const auto& [name, folder] : {std::pair("folder", spec.folder), std::pair("venv", spec.venv)}) {
+        std::error_code error;
+        if (folder.empty() || std::filesystem::is_directory(folder, error)) continue;
+        throw BadMessage(std::string(name) + " must be the path of an existing folder: " + folder.string());
+    }
+    if (!checkVenv || spec.venv.empty()) return;
+    try {
+        checkVenv(spec.venv);
+    } catch (const std::runtime_error& problem) {
+        throw BadMessage(std::string("venv: ") + problem.what());
+    }
 }
 
 }  // namespace gateway::interpreters

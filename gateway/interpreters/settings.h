@@ -18,6 +18,10 @@ using CheckVenv = std::function<void(const std::filesystem::path&)>;
 
 /// What `json` says of an interpreter: docs/interpreters.md has its members. Without an id it gets a new one.
 /// Throws: dispatch::BadMessage, which names the member; connector::json::ParseError.
-ports::InterpreterSpec readSpec(std::string_view json, const CheckVenv& checkVenv);
+ports::InterpreterSpec readSpec(std::string_view json);
+
+/// Throws: dispatch::BadMessage, which names the member, unless the process can be started where it says.
+/// `checkVenv` may be null.
+void requireFolders(const supervisor::WorkerSpec& spec, const CheckVenv& checkVenv);
 
 }  // namespace gateway::interpreters

@@ -2,6 +2,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <map>
+#include <string>
 
 #include "supervisor/Culler.h"
 #include "supervisor/WorkerSpec.h"
@@ -18,6 +20,8 @@ enum class RestartMode {
 /// How the process of an interpreter is started, and when again.
 struct InterpreterSpec {
     supervisor::WorkerSpec worker;
+    /// What the host's configuration begins with.
+    std::map<std::string, std::string> configuration{};
     RestartMode restart = RestartMode::Demand;
     supervisor::CullerOptions culling{};
     std::size_t requests = 1000;  ///< how many may be unanswered

@@ -163,6 +163,11 @@ void WorkerLife::spawned(std::uint64_t number, const WorkerPtr& worker, const st
         judge(record);
         return asio::post(strand_, [self = shared_from_this(), record] { self->buried(record); });
     }
+    if (number == 1 && spec_.worker.cpus > 0 && worker->limitsEnforcedBy() != "cgroup") {
+        log().warning(
+            "The interpreter \"" + spec_.worker.id +
+            "\" may use more processors than cpus says: the server has no cgroup to limit them by.");
+    }
     LinkPtr link;
     try {
         links::Start start;
@@ -171,6 +176,7 @@ void WorkerLife::spawned(std::uint64_t number, const WorkerPtr& worker, const st
         start.folder = spec_.worker.folder.string();
         start.venv = spec_.worker.venv.string();
         start.logLevel = static_cast<std::uint64_t>(foundation::log::level());
+        start.configuration = spec_.configuration;
         const auto weak = weak_from_this();
         const auto toSelf = [weak](auto action) {
             return [weak, action](const auto&... arguments) {

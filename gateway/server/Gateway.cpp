@@ -7,7 +7,9 @@
 #include "access/token.h"
 #include "http/Listener.h"
 #include "http/addresses.h"
+#include "log.h"
 #include "server/Server.h"
+#include "server/checkOptions.h"
 
 namespace gateway {
 
@@ -19,6 +21,7 @@ public:
         : options_(std::move(options)),
           hasChosenToken_(!options_.token.empty()),
           parts_{messages, std::move(framework), std::move(serializer), std::move(isReady), options_} {
+        checkOptions(options_);
         if (!hasChosenToken_) options_.token = access::makeToken();
         const std::string problem = access::tokenProblem(options_.token);
         if (!problem.empty()) throw std::invalid_argument(problem);
@@ -37,11 +40,17 @@ public:
             throw std::invalid_argument("Listening on " + options_.host +
                                         ", which other machines can reach, needs a token that you choose.");
         }
+        if (!address.is_loopback() && options_.tlsCertificate.empty() && options_.trustedProxies.empty()) {
+            log().warning(
+                "Listening on " + options_.host +
+                " without TLS: others on the network can read the token and all code. Give a certificate "
+                "(--tls-cert, --tls-key), or a proxy that has one (--trust-proxy).");
+        }
         server_ = std::make_unique<Server>(parts_, address);
         server_->startInterpreter();
         url_ = std::string(options_.tlsCertificate.empty() ? "http://" : "https://") +
                http::addressText(http::reachableAddress(address)) + ":" + std::to_string(server_->port()) +
-               "/";
+               options_.basePath + "/";
     }
 
     void reload(const ReloadableOptions& options) {

@@ -6,6 +6,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "dispatch/members.h"
 #include "http/addresses.h"
 #include "http/streams.h"
 #include "interpreters/settings.h"
@@ -55,7 +56,8 @@ std::unique_ptr<ports::InterpreterPort> makeLocalPort(const Server::Parts& parts
                                 .streaming = options.streaming},
         dispatch::DispatcherOptions{.threads = options.handlerThreads,
                                     .queueLength = options.handlerQueue,
-                                    .isReadingInput = options.isReadingInput});
+                                    .isReadingInput = options.isReadingInput,
+                                    .dequeMode = options.dequeMode});
 }
 
 }  // namespace
@@ -71,7 +73,8 @@ Server::Server(const Parts& parts, const boost::asio::ip::address& address)
       access_({.token = parts.options.token,
                .restricted = restrictedTokens(parts.options.tokens),
                .hosts = parts.options.hosts,
-               .origins = parts.options.origins},
+               .origins = parts.options.origins,
+               .basePath = parts.options.basePath},
               listener_.port()),
       refusals_(context_),
       files_(parts.options.console),
@@ -83,6 +86,8 @@ Server::Server(const Parts& parts, const boost::asio::ip::address& address)
                   .interpreters = interpreters_,
                   .checkVenv = parts.options.checkVenv,
                   .metrics = metrics_,
+                  .basePath = parts.options.basePath,
+                  .open = parts.options.open,
                   .snapshot = [this] { return snapshot(); },
                   .refusals = refusals_},
                  parts.options.limits.unauthenticatedBodies) {
@@ -138,9 +143,10 @@ void Server::stop() {
 }
 
 // The message service that this was made with is that of the process, and of its interpreter.
-std::unique_ptr<interpreters::Desk> Server::makeDesk(const ports::InterpreterSpec& spec) {
+std::unique_ptr<interpreters::Desk> Server::makeDesk(ports::InterpreterSpec spec) {
     const auto& options = parts_.options;
     const std::string& id = spec.worker.id;
+    spec.configuration.insert(options.configuration.begin(), options.configuration.end());
     const bool isDefault = id == interpreters::Registry::defaultId;
     std::shared_ptr<messages::LocalMessageService> messages(std::shared_ptr<void>(), &parts_.messages);
     if (!isDefault) {
@@ -162,12 +168,24 @@ void Server::createConfigured() {
     known.try_emplace(std::string(interpreters::Registry::defaultId), "{}");
     for (const auto& [id, json] : known) {
         try {
-            auto spec = interpreters::readSpec(json, parts_.options.checkVenv);
+            auto spec = interpreters::readSpec(json);
             spec.worker.id = id;
+            checkFolders(spec.worker);
             interpreters_.create(spec);
         } catch (const std::runtime_error& problem) {
             throw std::invalid_argument("interpreters." + id + ": " + problem.what());
         }
+    }
+}
+
+// One whose folder is not there, such as that of a disk which is not mounted yet, does not keep the others
+// away.
+void Server::checkFolders(const supervisor::WorkerSpec& spec) const {
+    try {
+        interpreters::requireFolders(spec, parts_.options.checkVenv);
+    } catch (const dispatch::BadMessage& problem) {
+        if (spec.id == interpreters::Registry::defaultId) throw;
+        log().warning("The interpreter \"" + spec.id + "\" cannot start: " + problem.what());
     }
 }
 

@@ -60,8 +60,9 @@ public:
                 std::shared_ptr<boost::asio::ssl::context> tls);
 
 private:
-    std::unique_ptr<interpreters::Desk> makeDesk(const ports::InterpreterSpec& spec);
+    std::unique_ptr<interpreters::Desk> makeDesk(ports::InterpreterSpec spec);
     void createConfigured();
+    void checkFolders(const supervisor::WorkerSpec& spec) const;
     void serve(boost::asio::ip::tcp::socket socket);
     void startThreads();
     void work();

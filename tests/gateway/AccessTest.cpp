@@ -73,13 +73,13 @@ TEST(TokenTest, isFoundInHeaderAndQueryAndItsKeyAmongOtherCookies) {
         return policy.grantOf(request) != nullptr;
     };
     const auto cookieOf = [](const std::string& set) { return set.substr(0, set.find(';')); };
-    const std::string cookie = cookieOf(policy.setCookie(*policy.grantOf("secret"), false));
+    const std::string cookie = cookieOf(policy.setCookie(*policy.grantOf("secret"), {}));
     const std::string name = cookie.substr(0, cookie.find('=') + 1);
     EXPECT_EQ(cookie.find("secret"), std::string::npos);
     EXPECT_TRUE(allows(&HttpRequest::cookie, "a=b;" + cookie));
     EXPECT_TRUE(allows(&HttpRequest::cookie, name + "wrong; " + cookie + "; z"));
     const AccessPolicy ofAnother({.token = "secret"}, 2);
-    const std::string ofAnotherPort = cookieOf(ofAnother.setCookie(*ofAnother.grantOf("secret"), false));
+    const std::string ofAnotherPort = cookieOf(ofAnother.setCookie(*ofAnother.grantOf("secret"), {}));
     for (const std::string& wrong : {"x-" + cookie, cookie + "2", name, name + "secret", ofAnotherPort,
                                      name + ofAnotherPort.substr(ofAnotherPort.find('=') + 1)}) {
         EXPECT_FALSE(allows(&HttpRequest::cookie, wrong)) << wrong;
@@ -105,7 +105,7 @@ TEST(TokenTest, thatIsRestrictedHasAKeyOfItsOwnWithItsRightsAlone) {
     };
     const AccessPolicy policy = policyOf("secret");
     HttpRequest request;
-    request.cookie = policy.setCookie(*policy.grantOf("other"), false);
+    request.cookie = policy.setCookie(*policy.grantOf("other"), {});
     const auto grant = policy.grantOf(request);
     ASSERT_EQ(grant, policy.grantOf("other"));
     for (const char* id : {"lab", "team-", "team-1"}) EXPECT_TRUE(grant->allows(Right::Use, id)) << id;

@@ -114,7 +114,7 @@ TEST_F(InterpretersTest, arePathsOfTheirOwnWithALife) {
         EXPECT_EQ(answer.header("connector-interpreter-life"), row.life) << row.path;
     }
     EXPECT_THAT(connect().get("/interpreters/lab/?token=" + TestClient::token).header("location"),
-                testing::Eq("/interpreters/lab/"));
+                testing::Eq("./"));
 }
 
 TEST_F(InterpretersTest, areMadeRestartedAndDeletedByClients) {

@@ -49,7 +49,8 @@ public:
     /// The port that is listened on.
     std::uint16_t port() const;
     const std::string& token() const;
-    /// Where a browser on this machine finds the console: "http://127.0.0.1:8350/", without the token.
+    /// Where a browser on this machine finds the console: "http://127.0.0.1:8350/", with the base path,
+    /// without the token.
     std::string url() const;
 
     /// Takes no more requests, interrupts those that run, answers them, ends the sessions and closes every

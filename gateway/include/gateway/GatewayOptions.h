@@ -77,6 +77,8 @@ struct GatewayOptions {
     std::string token{};
     std::vector<std::string> hosts{};    ///< further names of this server: with a port, or for every port
     std::vector<std::string> origins{};  ///< further origins whose pages may use it: "https://lab.example"
+    std::string basePath{};              ///< in front of all paths, such as "/numora"; empty: none
+    std::vector<std::string> open{};     ///< what needs no token: "readyz", "metrics"
     /// Addresses and networks of proxies that are believed when they say for whom a request is.
     std::vector<std::string> trustedProxies{};
     std::filesystem::path console{};  ///< the folder with the files of the browser console; may be empty
@@ -88,6 +90,8 @@ struct GatewayOptions {
     /// whose "id", if any, must be one. They start on demand.
     std::map<std::string, std::string> interpreters{};
     std::size_t mostInterpreters = 32;
+    /// What the configuration of every interpreter begins with: connector/configuration/settings.h.
+    std::map<std::string, std::string> configuration{};
     /// Null: there is the default one alone, in this process.
     MakePort makePort{};
     /// Throws std::runtime_error for the folder of a virtual environment that interpreters cannot use; may be
@@ -98,6 +102,9 @@ struct GatewayOptions {
     std::size_t handlerQueue = 1000;  ///< of those that wait for the base prompt
     /// Whether code waits for an evaluation to be its input, called on threads of the gateway; may be null.
     std::function<bool()> isReadingInput{};
+    /// The state of the interpreter that calls wait for which name none; called as the one before; may be
+    /// null.
+    std::function<std::string()> dequeMode{};
     /// More of them take turns, which costs a small request more than it gains.
     std::size_t ioThreads = 1;
     ConnectionLimits limits{};
