@@ -32,7 +32,8 @@ namespace v1 = connector::interpreter::v1;
 
 class InterpreterBackend : public ServeBackend {
 public:
-    explicit InterpreterBackend(const Workplace& workplace) : session_(WindowSize(), workplace) {
+    InterpreterBackend(const Workplace& workplace, const std::map<std::string, std::string>& configuration)
+        : session_(WindowSize(), workplace, configuration) {
         framework = session_.host().framework();
         serializer = session_.serializer();
         messages = session_.host().messages();
@@ -42,6 +43,7 @@ public:
         options.isReadingInput = [this] {
             return isReady() && services::prompt::detail::isInCharBufferMode();
         };
+        options.dequeMode = [this] { return session_.dequeMode(); };
     }
     // The code may be of a kind that no interrupt ends.
     std::chrono::milliseconds timeToStop() const override { return std::chrono::milliseconds(2500); }
@@ -126,8 +128,9 @@ std::unique_ptr<ServeBackend> makeWorkerBackend(Workplace workplace) {
     return std::make_unique<WorkerBackend>(std::move(workplace));
 }
 
-std::unique_ptr<ServeBackend> makeInterpreterBackend(const Workplace& workplace) {
-    return std::make_unique<InterpreterBackend>(workplace);
+std::unique_ptr<ServeBackend> makeInterpreterBackend(
+    const Workplace& workplace, const std::map<std::string, std::string>& configuration) {
+    return std::make_unique<InterpreterBackend>(workplace, configuration);
 }
 
 std::unique_ptr<ServeBackend> makeMockBackend() { return std::make_unique<MockBackend>(); }

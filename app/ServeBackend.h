@@ -1,7 +1,9 @@
 #pragma once
 
 #include <chrono>
+#include <map>
 #include <memory>
+#include <string>
 
 #include <unistd.h>
 
@@ -39,7 +41,8 @@ public:
 std::unique_ptr<ServeBackend> makeWorkerBackend(Workplace workplace);
 
 /// An interpreter in this process.  Blocks: until it takes requests.
-std::unique_ptr<ServeBackend> makeInterpreterBackend(const Workplace& workplace);
+std::unique_ptr<ServeBackend> makeInterpreterBackend(const Workplace& workplace,
+                                                     const std::map<std::string, std::string>& configuration);
 
 /// Fixed answers, without an interpreter and without streaming.
 std::unique_ptr<ServeBackend> makeMockBackend();

@@ -20,6 +20,7 @@
 #include "ServeLog.h"
 #include "ServeSettings.h"
 #include "ServeSignals.h"
+#include "ServeWarnings.h"
 #include "foundation/log/diagnostic_logger.h"
 #include "gateway/Gateway.h"
 #include "optionValues.h"
@@ -82,7 +83,8 @@ void allowFiles(gateway::GatewayOptions& options) {
     connections = std::max<std::size_t>(1, connections * limit.rlim_cur / wanted);
 }
 
-std::unique_ptr<gateway::Gateway> startGateway(gateway::GatewayOptions options, ServeBackend& backend) {
+std::unique_ptr<gateway::Gateway> startGateway(gateway::GatewayOptions options, ServeBackend& backend,
+                                               const std::string& file) {
     backend.configure(options);
     try {
         auto gateway = std::make_unique<gateway::Gateway>(
@@ -91,13 +93,14 @@ std::unique_ptr<gateway::Gateway> startGateway(gateway::GatewayOptions options, 
         gateway->start();
         return gateway;
     } catch (const std::invalid_argument& error) {
-        throw InputError(error.what());
+        const std::string problem = error.what();
+        throw InputError(problem.starts_with("interpreters.") ? file + ": " + problem : problem);
     }
 }
 
 std::unique_ptr<ServeBackend> makeBackend(const ServeSettings& settings) {
     if (settings.mock) return makeMockBackend();
-    return settings.inProcess ? makeInterpreterBackend(settings.workplace)
+    return settings.inProcess ? makeInterpreterBackend(settings.workplace, settings.configuration)
                               : makeWorkerBackend(settings.workplace);
 }
 
@@ -119,6 +122,7 @@ void reload(const ServeSettings& given, ServeSettings& settings, gateway::Gatewa
         serveLog.use(files);
         foundation::log::setLevel(next.level());
         log().info("Reloaded certificate, tokens and log" + (next.file ? ", settings of " + *next.file : ""));
+        warnOfSettings(next);
         std::string names;
         for (const auto& name : settings.changedForStart(next)) names += (names.empty() ? "" : ", ") + name;
         if (!names.empty()) log().warning("Changed, but read at start only: " + names);
@@ -139,13 +143,14 @@ int runServe(const ServeSettings& given) {
     serveLog.use(ServeLog::open(settings.logFiles()));
     log().info("Numora Connector " NUMORA_VERSION " starts: process " + std::to_string(::getpid()) +
                (settings.file ? ", settings of " + *settings.file : ""));
+    warnOfSettings(settings);
     auto options = settings.gatewayOptions();
     options.onAccess = [&serveLog](const auto& entry) { serveLog.noteAccess(entry); };
     allowFiles(options);
     auto backend = makeBackend(settings);
     serveLog.useStreams(backend->standardOutput(), backend->standardError());
     const auto messages = backend->messages;
-    const auto gateway = startGateway(std::move(options), *backend);
+    const auto gateway = startGateway(std::move(options), *backend, settings.file.value_or(""));
     announce(*gateway, settings, backend->standardOutput());
     auto signal = signals.wait();
     for (; !signal; signal = signals.wait()) reload(given, settings, *gateway, serveLog);

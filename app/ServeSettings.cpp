@@ -17,6 +17,7 @@
 #include <toml++/toml.h>
 
 #include "LogFormat.h"
+#include "connector/configuration/settings.h"
 #include "optionValues.h"
 #include "standalone/virtualEnvironment.h"
 #include "text.h"
@@ -34,6 +35,16 @@ constexpr std::int64_t longestOwnerWaitMs = 3'600'000;
 constexpr std::int64_t mostInterpretersEver = 1000;
 constexpr std::size_t sha256Digits = 64;
 constexpr std::size_t longestId = 63;
+
+/// What is wrong with a value of the configuration; empty: nothing.
+std::string settingProblem(const std::string& key, const std::string& value) {
+    try {
+        connector::configuration::requireSetting(key, value);
+        return {};
+    } catch (const std::invalid_argument& problem) {
+        return problem.what();
+    }
+}
 
 /// One file of settings, from which known keys are taken.
 class SettingsFile {
@@ -68,11 +79,11 @@ public:
         }
         return values;
     }
-    /// A path is relative to the folder of the file; - is none.
+    /// A path is relative to the folder of the file; - is none, and an empty one not set.
     void takePath(const char* key, std::optional<std::string>& setting) {
         std::optional<std::string> path;
         take(key, path);
-        if (path && !setting) setting = *path == "-" ? *path : (folder_ / *path).string();
+        if (path && !path->empty() && !setting) setting = *path == "-" ? *path : (folder_ / *path).string();
     }
     template <class Number>
     void take(const char* key, std::optional<Number>& setting, std::int64_t least, std::int64_t most) {
@@ -97,6 +108,13 @@ public:
             values.push_back(*value);
         }
         if (setting.empty()) setting = std::move(values);
+    }
+    /// The table `[set]`, whose keys may have their dots without quotes.
+    void takeConfiguration(std::map<std::string, std::string>& configuration) {
+        const auto* const node = find("set");
+        if (!node) return;
+        if (!node->is_table()) fail("set must be a table");
+        takeValues(*node->as_table(), "", configuration);
     }
     /// The tables `[[tokens]]`.
     void takeTokens(std::vector<gateway::TokenOptions>& tokens) {
@@ -177,6 +195,20 @@ private:
         }
         return token;
     }
+    void takeValues(const toml::table& table, const std::string& prefix,
+                    std::map<std::string, std::string>& values) const {
+        for (const auto& [name, node] : table) {
+            const auto key = prefix + std::string(name.str());
+            if (const auto* inner = node.as_table()) {
+                takeValues(*inner, key + ".", values);
+                continue;
+            }
+            const auto value = node.value_exact<std::string>();
+            if (!value) fail("set: " + key + " must be a string");
+            if (const auto problem = settingProblem(key, *value); !problem.empty()) fail("set: " + problem);
+            values.emplace(key, *value);
+        }
+    }
     static bool isNameOfInterpreters(std::string_view name) {
         if (name.empty()) return false;
         if (name.ends_with('*')) name.remove_suffix(1);
@@ -241,6 +273,35 @@ void ServeSettings::addTo(CLI::App& command) {
     command.add_option("--allow-origin", origins, "An origin whose pages may use this server")
         ->type_name("ORIGIN")
         ->allow_extra_args(false);
+    command
+        .add_option("--base-path", basePath,
+                    "What stands before all paths of the server, such as /numora, where a proxy passes it on")
+        ->type_name("PATH")
+        ->envname("NUMORA_BASE_PATH");
+    command
+        .add_option("--trust-proxy", trustedProxies,
+                    "A proxy, or a network of them, that is believed when it says for whom a request is")
+        ->type_name("ADDRESS")
+        ->allow_extra_args(false);
+    command.add_option("--open", open, "Serve readyz or metrics without a token")
+        ->type_name("NAME")
+        ->allow_extra_args(false);
+    command
+        .add_option_function<std::vector<std::string>>(
+            "--set",
+            [this](const std::vector<std::string>& given) {
+                for (const auto& text : given) {
+                    const auto sign = std::min(text.find('='), text.size());
+                    if (sign == text.size()) throw CLI::ValidationError("--set must be KEY=VALUE");
+                    const auto key = text.substr(0, sign), value = text.substr(sign + 1);
+                    const auto problem = settingProblem(key, value);
+                    if (!problem.empty()) throw CLI::ValidationError("--set: " + problem);
+                    configuration[key] = value;
+                }
+            },
+            "A value that the configuration of interpreters begins with")
+        ->type_name("KEY=VALUE")
+        ->allow_extra_args(false);
     addInteger(command, "--owner-wait", ownerWaitMs, 0, longestOwnerWaitMs,
                "How long streamed code waits for its client when that takes nothing of the output, in "
                "milliseconds (default: 2000); 0: code never waits",
@@ -258,7 +319,10 @@ void ServeSettings::readFile() {
     fileValues = settings.values();
     settings.take("host", host);
     settings.take("port", port, 0, highestPort);
-    settings.take("token", token);
+    std::optional<std::string> ofFile;
+    settings.take("token", ofFile);
+    fileHasToken = ofFile && !ofFile->empty();
+    if (!token && fileHasToken) token = ofFile;
     std::optional<std::string> level;
     settings.take("log_level", level);
     if (level) requireLogLevel(*file + ": log_level", *level);
@@ -274,6 +338,10 @@ void ServeSettings::readFile() {
     settings.takePath("tls_key", tlsKey);
     settings.take("hosts", hosts);
     settings.take("origins", origins);
+    settings.take("base_path", basePath);
+    settings.take("open", open);
+    settings.take("trusted_proxies", trustedProxies);
+    settings.takeConfiguration(configuration);
     settings.take("connections", connections, 1, mostConnections);
     settings.take("body_bytes", bodyBytes, 1, std::int64_t{1} << 30);
     settings.take("handler_threads", handlerThreads, 1, mostThreads);
@@ -312,6 +380,10 @@ gateway::GatewayOptions ServeSettings::gatewayOptions() const {
     options.token = token.value_or("");
     options.hosts = hosts;
     options.origins = origins;
+    options.basePath = basePath.value_or("");
+    options.open = open;
+    options.trustedProxies = trustedProxies;
+    options.configuration = configuration;
     // An interpreter in this process may have another folder.
     const auto absolute = [](const std::optional<std::string>& path) {
         return path && !path->empty() ? fs::absolute(*path) : fs::path();

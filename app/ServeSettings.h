@@ -32,6 +32,10 @@ struct ServeSettings {
     std::optional<std::string> tlsKey;
     std::vector<std::string> hosts;
     std::vector<std::string> origins;
+    std::optional<std::string> basePath;
+    std::vector<std::string> open;
+    std::vector<std::string> trustedProxies;
+    std::map<std::string, std::string> configuration;
     std::optional<std::size_t> connections;
     std::optional<std::size_t> bodyBytes;
     std::optional<std::size_t> handlerThreads;
@@ -44,6 +48,7 @@ struct ServeSettings {
     Workplace workplace;                              ///< of interpreters that name none
     std::optional<std::string> file;
     std::map<std::string, std::string> fileValues;  ///< what it sets, as text
+    bool fileHasToken = false;
     bool mock = false;
     bool inProcess = false;
 

@@ -2,6 +2,7 @@
 
 import http.client
 import os
+import pathlib
 import re
 import resource
 import signal
@@ -134,17 +135,51 @@ class ServeTest(unittest.TestCase):
             name = os.path.join(folder, "numora.toml")
             with open(name, "w") as file:
                 file.write(f'token = "{TOKEN}"\nconsole = "pages"\nport = 1\nbody_bytes = 100\n')
-            environment = {"NUMORA_CONFIG": name}
+            os.chmod(name, 0o640)
+            environment = {"NUMORA_CONFIG": name, "NUMORA_LOG_LEVEL": "warning"}
             with Server("--mock", token=False, environment=environment) as server:
                 self.assertEqual(server.line, f"Listening on http://127.0.0.1:{server.port}/\n")
                 self.assertEqual(server.request("/"), (200, "the console"))
                 self.assertEqual(server.request("/messages", {"a": "b" * 100})[0], 413)
+                self.assertIn("numora.toml, which holds the token, can be read by other users", server.stop()[2])
             environment["NUMORA_TOKEN"] = "the-token-of-the-environment"
             with Server("--mock", token=False, environment=environment) as server:
                 self.assertEqual(server.request("/", token="the-token-of-the-environment")[0], 200)
                 self.assertEqual(server.request("/")[0], 401)
             with Server("--mock", environment=environment) as server:
                 self.assertEqual(server.eval("1 + 1"), "mock output")
+
+    def test_calls_wait_for_what_is_configured_from_the_start_and_by_code(self):
+        key = "connector.interpreter.dequeMode"
+        rows = {
+            "from the start": ("ppe", ""),
+            "by code": ("idle", f"import numora\nnumora.configure({key!r}, 'ppe')\n"),
+        }
+        for name, (first, change) in rows.items():
+            for place in "--in-process", "--log-level=error":
+                with self.subTest(name, place=place), tempfile.TemporaryDirectory() as folder, Signal() as begun, \
+                        Server(place, "--set", f"{key}={first}") as server:
+                    called = os.path.join(folder, "called")
+                    running = server.start_eval(
+                        f"{change}{begun.code}\nimport time\nend = time.monotonic() + 50\n"
+                        f"while not os.path.exists({called!r}) and time.monotonic() < end: time.sleep(0.01)\n"
+                        f"os.path.exists({called!r})")
+                    begun.wait()
+                    call = {"function": "os.mkdir", "arguments": [called], "nargout": 0}
+                    self.assertEqual(server.request("/connector/v1/FEval", call)[0], 200)
+                    self.assertEqual(running.result(), "True\n")
+
+    def test_the_sample_of_settings_has_all_and_is_read(self):
+        root = pathlib.Path(__file__).parent.parent.parent
+        with open(root / "packaging" / "numora.toml") as sample, open(root / "docs" / "gateway.md") as page, tempfile.TemporaryDirectory() as folder:
+            text = re.sub(r'(?m)^#(?=[\w\["])', "", sample.read())
+            rows = [line.split("|")[3] for line in page if line.startswith("|") and line.count("|") >= 5]
+            for setting in re.findall(r"`\[*(\w+)", " ".join(rows)):
+                self.assertRegex(text, rf"(?m)^\[*{setting}\b")
+            with open(os.path.join(folder, "numora.toml"), "w") as file:
+                file.write(text)
+            with Server("--mock", "--config", file.name) as server:
+                self.assertEqual(server.eval("1"), "mock output")
 
     def test_connections_are_as_many_as_the_file_says_and_each_may_be_a_file(self):
         soft, hard = resource.getrlimit(resource.RLIMIT_NOFILE)
@@ -176,6 +211,12 @@ class ServeTest(unittest.TestCase):
             ("--log-file", "/x/y"): "numora: --log-file: /x/y cannot be opened: No such file or directory\n",
             ("--log-format", "xml"): "numora: --log-format must be text or json\n",
             ("--config", "/nowhere.toml"): "numora: /nowhere.toml: cannot be read: No such file or directory\n",
+            ("--set", "x"): "--set must be KEY=VALUE",
+            ("--set", "a=b"): "--set: a is not a known key; there are connector.interpreter.dequeMode and ",
+            ("--set", "connector.interpreter.telemetryFile=x"): "must be an absolute path, or empty",
+            "[set]\nconnector.interpreter.dequeMode = 'Idle'": "dequeMode must be one of default, ppe, pause, prompt",
+            "[interpreters.default.set]\na = 'b'": "interpreters.default: set: a is not a known key",
+            ("--trust-proxy", "lab.example"): "A trusted proxy (--trust-proxy, trusted_proxies) must be an address",
             "hots = ''": "hots is not a known setting",
             "connections = 0": f"connections{number}1 and 1000000",
             "owner_wait = -1": f"owner_wait{number}0 and 3600000",
@@ -190,7 +231,7 @@ class ServeTest(unittest.TestCase):
             "[interpreters.Lab]": "interpreters.Lab: id must be 1 to 63 small letters",
             "[interpreters.lab]\nid = 'x'": "interpreters.lab.id is not a known setting",
             "[interpreters.lab]\nmemoryMiB = -1": "interpreters.lab: memoryMiB must be an integer between 0",
-            "[interpreters.lab]\nvenv = 'no'": "interpreters.lab: venv must be the path of an existing folder: /",
+            "[interpreters.default]\nvenv = 'no'": ".toml: interpreters.default: venv must be the path of an existing folder: /",
         }
         for given, message in rows.items():
             with self.subTest(given), tempfile.NamedTemporaryFile("w", suffix=".toml") as file:
