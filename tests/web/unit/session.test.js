@@ -91,6 +91,7 @@ test("an error takes the place of its text, and other text on standard error sta
     for (const [name, messages, expected] of [
         ["the error", [["error", text], error], ["shows: error"]],
         ["after a warning", [["error", `careful\n${text}`], error], ["error: careful\n", "shows: error"]],
+        ["with variables between them", [["error", text], ["/eventmgr/0/workspace", {}], error], ["shows: error"]],
         ["in two parts", [["error", text.slice(0, 50)], ["error", text.slice(50)], error], ["shows: error"]],
         ["one that was caught", [["error", text], ["output", "on\n"]], [`error: ${text}`, "output: on\n"]],
         ["one without frames", [["error", "SyntaxError: no\n"], ["/eventmgr/0/error", {traceback: ["SyntaxError: no"]}]], ["error: SyntaxError: no\n"]],

@@ -47,6 +47,8 @@ const theme = EditorView.theme({
 
 export class Editor {
     private readonly view: EditorView;
+    /** The last Enter; each waits for the answer to the one before. */
+    private entering: Promise<void> = Promise.resolve();
     /** Tab leaves the editor next. */
     private isFree = false;
 
@@ -86,15 +88,21 @@ export class Editor {
         this.focus();
     }
 
-    async enter(mustRun = false): Promise<void> {
-        const {code, handlers} = this;
+    enter(mustRun = false): Promise<void> {
+        return (this.entering = this.entering.then(() => this.tryToRun(mustRun)));
+    }
+
+    // What is typed until the answer comes stands after the end of line, as it was meant.
+    private async tryToRun(mustRun: boolean): Promise<void> {
+        const {code, handlers} = this, at = this.view.state.selection.main.head;
         if (code.trim() === "") return;
         const {complete, indent} = mustRun ? {complete: true, indent: ""} : await handlers.isComplete(code);
-        if (this.code !== code) return;  // typed meanwhile
+        if (!this.code.startsWith(code)) return;  // another text
         if (complete) {
-            this.code = "";
+            this.code = this.code.slice(code.length);
             handlers.onRun(code);
-        } else this.view.dispatch(this.view.state.replaceSelection(`\n${indent}`), {scrollIntoView: true});
+        } else this.view.dispatch({changes: {from: at, insert: `\n${indent}`}, scrollIntoView: true,
+            ...(this.code === code && {selection: {anchor: at + 1 + indent.length}})});
     }
 
     private readonly keys: KeyBinding[] = [

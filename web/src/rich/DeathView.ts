@@ -12,6 +12,6 @@ export function showDeath(view: HTMLElement, {sentence, ended, output, rest, tra
     ];
     const facts = `${new Date(ended).toLocaleString()}, ${sizeText(peakMemoryBytes)} of memory at most, ${(processorMs / 1000).toFixed(1)} s of processor time`;
     const details = make("details", "", make("summary", "", "What is known of it\n"), make("p", "quiet", `${facts}\n`));
-    for (const [title, text] of parts) if (text) details.append(make("h4", "", `${title}\n`), make("pre", "", `${text}\n`));
+    for (const [title, text] of parts) if (text) details.append(make("h4", "", `${title}\n`), make("pre", "", `${text.trimEnd()}\n`));
     view.replaceChildren(make("p", "", make("strong", "", `${sentence}\n`)), details);
 }

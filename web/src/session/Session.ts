@@ -135,7 +135,8 @@ export class Session {
     take(message: Message): void {
         const {channel, data, request} = message;
         const tag = tagOf(channel);
-        if (channel !== channels.error && tag !== "error") this.hold.letGo();
+        // Those of variables and states keep no place among text.
+        if (channel !== channels.error && !(tag && ["error", "workspace", "status"].includes(tag))) this.hold.letGo();
         if (tag) this.event(tag, data, request);
         else if (channel === channels.output) this.write(data as string);
         else if (channel === channels.error) message.death ? undefined : this.hold.write(data as string);

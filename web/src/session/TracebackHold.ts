@@ -1,7 +1,7 @@
 import type {Failure} from "../wire/messages.js";
 
 const beginning = /^Traceback \(most recent call last\):$/m;
-const longestWaitMs = 300;
+const longestWaitMs = 2000;
 
 /**
  * Holds the text of a traceback until its "error" event, which comes right after it, so that the log can show the error
