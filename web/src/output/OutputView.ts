@@ -12,6 +12,7 @@ import {copy, joined} from "./textOf.js";
 
 const entriesInBatch = 48;
 const mostReadableRows = 50;  // in one frame
+const calmMilliseconds = 150;  // text comes in bursts: a frame without any is not the end
 
 export class OutputView implements Output {
     readonly region = document.createElement("div");
@@ -25,6 +26,7 @@ export class OutputView implements Output {
     private batch: Box | undefined;
     private search: Find | undefined;
     private rowsBefore = 0;
+    private floodedAt = -Infinity;
 
     constructor(private readonly element: HTMLElement, {label = "Log", limits, readAloud = false}: OutputOptions = {}) {
         const {signal} = this.closing;
@@ -148,7 +150,9 @@ export class OutputView implements Output {
         const isIdle = this.pump.backlog === 0;
         this.announcer.settle(isIdle);
         if (document.hidden) return;
-        const isFlooded = this.follow.isFollowing && (!isIdle || added > mostReadableRows);
+        const now = performance.now();
+        if (!isIdle || added > mostReadableRows) this.floodedAt = now;
+        const isFlooded = this.follow.isFollowing && now - this.floodedAt < calmMilliseconds;
         if (isFlooded) this.pump.push(0, () => {});  // to settle again when nothing more comes
         this.dresser.settle(isFlooded);
         this.follow.settle(added);
