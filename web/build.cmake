@@ -2,7 +2,7 @@
 # be had. Errors in the sources are errors of the build.
 set(failed 0)
 if(package-lock.json IS_NEWER_THAN node_modules/.package-lock.json)  # also when that does not exist
-    execute_process(COMMAND ${NPM} ci --ignore-scripts --prefer-offline --no-audit --no-fund
+    execute_process(COMMAND ${NPM} ci --ignore-scripts --prefer-offline --no-audit --no-fund --fetch-retries=0 --fetch-timeout=20000
         RESULT_VARIABLE failed OUTPUT_VARIABLE text ERROR_VARIABLE text)
 endif()
 if(failed)

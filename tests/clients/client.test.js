@@ -5,7 +5,7 @@ import {after, before, describe, test} from "node:test";
 import {connect} from "../../clients/typescript/dist/index.js";
 import {CuttingProxy} from "./proxy.js";
 import {Server, token} from "./server.js";
-import {within} from "./waiting.js";
+import {Mailbox, within} from "./waiting.js";
 
 const limits = {timeout: 60_000};
 let server, client;
@@ -211,6 +211,18 @@ print('last')`);
         assert.deepEqual(seen, ["NO_PROMPT", "meanwhile\n", "BASE_PROMPT", "Done: success"]);
         await second.close();
     });
+});
+
+test("the state of the connection is told", limits, async t => {
+    const proxy = await CuttingProxy.start(server.port), states = new Mailbox("states");
+    t.after(() => proxy.stop());
+    const watched = await connect(proxy.url, {token, retryMs: 20, onState: state => states.push(state)});
+    const opened = await states.next();
+    await proxy.cut();
+    await states.nextOf(({name}) => name === "lost");
+    assert.deepEqual(await states.nextOf(({name}) => name !== "lost"), opened);
+    await watched.close();
+    assert.deepEqual((await states.take(1)).concat(states.rest).at(-1), {name: "ended", error: undefined});
 });
 
 test("an interpreter that dies ends what was under way, and its client goes on", limits, async t => {
