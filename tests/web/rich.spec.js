@@ -25,6 +25,9 @@ test("figures, tables, progress and displays stand in their place, and are saved
     await console.run("shown = display('one', display_id=True)\nshown.update('two')");
     await expect(console.log.locator(".rich-text")).toHaveText("'two'");
 
+    await console.run("import numora\nfor i in range(3):\n    print('step', i)\n    numora.clear_output(wait=True)\n    display('shown %d' % i)");
+    await expect.poll(() => console.entries.last().locator(".entry-body").innerText()).toBe("'shown 2'\n");
+
     const saved = async (kind) => {
         const [download] = await Promise.all([page.waitForEvent("download"), console.menu(`Save as ${kind}`)]);
         return readFile(await download.path(), "utf8");

@@ -66,6 +66,10 @@ export class EntryView implements EntryHandle {
         this.log.later(text.length, () => this.output.notice(text));
     }
 
+    clear(): void {
+        this.log.later(0, () => this.output.hide());
+    }
+
     end(end: EntryEnd): void {
         this.result = end;
         this.log.later(0, () => {

@@ -32,6 +32,8 @@ export interface EntryHandle {
     place(node: HTMLElement, rows: number): void;
     /** The same for a line of the page's own, such as "1.2 MB not kept by the server". */
     notice(text: string): void;
+    /** Hides what came out until now; it stays in parts() and text(). */
+    clear(): void;
     end(end: EntryEnd): void;
     setNumber(number: number): void;
     /** The words after the code, such as "running 00:12"; end() replaces them by the time it took. */

@@ -24,7 +24,7 @@ purify.addHook("afterSanitizeAttributes", node => {
 
 const style = `
     :host { display: block; contain: content; overflow: auto; max-height: 30rem; color: var(--text); }
-    table { border-collapse: collapse; font-variant-numeric: tabular-nums; }
+    table { border: none; border-collapse: collapse; font-variant-numeric: tabular-nums; }
     th, td { padding: 0.15rem 0.6rem; text-align: right; border: none; border-bottom: 1px solid var(--line); white-space: pre; }
     thead { position: sticky; top: 0; background: var(--panel); }
     a { color: var(--accent-text); }

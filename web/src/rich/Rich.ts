@@ -14,7 +14,6 @@ export class Rich implements Showing {
     readonly figures = this.nodes.then(({FigureStore}) => new FigureStore());
     private readonly progress = new Map<string, HTMLElement>();
     private readonly displays = new Map<string, HTMLElement>();
-    private readonly shownBy = new WeakMap<EntryHandle, HTMLElement[]>();
     /** What it has shown goes when it shows something new. */
     private mustClear: EntryHandle | undefined;
 
@@ -24,7 +23,7 @@ export class Rich implements Showing {
         if (tag === "figure") this.figure(data as Figure, entry);
         else if (tag === "progress") this.step(data as ProgressEvent, entry);
         else if (tag === "display") this.display(data as Bundle, entry);
-        else if (tag === "clear") data.wait ? (this.mustClear = entry) : this.clear(entry);
+        else if (tag === "clear") data.wait ? (this.mustClear = entry) : entry.clear();
         else if (tag === "error") this.error(data as Failure, entry);
     }
 
@@ -81,19 +80,13 @@ export class Rich implements Showing {
         this.clearLate(entry);
         const node = make("div", className);
         if (fill) void this.nodes.then(nodes => fill(node, nodes));
-        this.shownBy.set(entry, [...(this.shownBy.get(entry) ?? []), node]);
         entry.place(node, rowsOf(height));
         return node;
     }
 
     private clearLate(entry: EntryHandle): void {
-        if (this.mustClear === entry) this.clear(entry);
+        if (this.mustClear === entry) entry.clear();
         this.mustClear = undefined;
-    }
-
-    private clear(entry: EntryHandle): void {
-        for (const node of this.shownBy.get(entry) ?? []) node.hidden = true;
-        this.shownBy.delete(entry);
     }
 
     // Marks the line in the entry's code, as long as the entry is kept.

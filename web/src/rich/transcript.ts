@@ -26,8 +26,13 @@ function fenced(text: string, language = ""): string {
     return `${fence}${language}\n${text.replace(/\n$/, "")}\n${fence}\n`;
 }
 
+// Without what the code itself has cleared, such as the earlier pictures of an animation.
+function shownParts(entry: EntryHandle): Part[] {
+    return entry.parts().filter(part => part.kind !== "node" || !part.node.closest(".entry-body > .is-cleared"));
+}
+
 function markdownOf(entry: EntryHandle): string {
-    const parts = entry.parts().map(part => {
+    const parts = shownParts(entry).map(part => {
         const {data} = (part.kind === "node" && bundles.get(part.node)) || {data: {}};
         const png = (data as Record<string, unknown>)["image/png"];
         if (png) return `![${(data as Record<string, unknown>)["text/plain"] ?? "Picture"}](data:image/png;base64,${String(png).replace(/\n/g, "")})\n`;
@@ -39,7 +44,7 @@ function markdownOf(entry: EntryHandle): string {
 
 function cellOf(entry: EntryHandle, index: number): object | undefined {
     const {code, number} = entry.start, id = `entry-${index}`;
-    const outputs = entry.parts().map(outputOf);
+    const outputs = shownParts(entry).map(outputOf);
     if (code !== "") return {cell_type: "code", id, metadata: {}, execution_count: number ?? null, source: code, outputs};
     const text = entry.text();
     return text.trim() === "" ? undefined : {cell_type: "raw", id, metadata: {}, source: text};
