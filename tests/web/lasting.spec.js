@@ -106,3 +106,16 @@ test("two pages show the same, and the code of others is marked", async ({consol
     expect(answer.status).toBe(200);
     for (const each of [console, other]) await expect(each.log.locator(".is-other")).toContainText("a-script");
 });
+
+test("where WebSockets are not available, all comes by HTTP", async ({page, server}) => {
+    await page.addInitScript(() => {
+        globalThis.WebSocket = undefined;
+    });
+    const console = new Console(page);
+    await console.open(server.origin);
+    await console.type("for i in range(1000): print('line', i)\nprint('Hello', input('Name? '))");
+    await console.send("Ada");
+    await console.says("Hello Ada");
+    await console.says("line 999");
+    expect(console.complaints).toEqual([]);
+});
