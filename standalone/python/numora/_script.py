@@ -135,7 +135,8 @@ def _status_of(error):
     """Shows the error that a script has ended with."""
     if isinstance(error, SystemExit):
         if error.code is None or isinstance(error.code, int):
-            return int(error.code or 0)
+            code = int(error.code or 0)
+            return code & 0xFF if -(2**63) <= code < 2**63 else 0xFF
         print(error.code, file=sys.stderr)
         return 1
     kind, _, _, text, *_ = report(error)

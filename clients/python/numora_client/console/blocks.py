@@ -7,7 +7,7 @@ import codeop
 import re
 import warnings
 
-from .commands import is_command
+from .commands import first_of, is_command
 
 _CLOSING = re.compile(r"\s*(return|raise|pass|break|continue)\b")
 
@@ -16,10 +16,13 @@ def is_complete(text: str, is_closed: bool = False) -> bool:
     """Whether Enter at its end runs it: code of more than one line that ends with a block needs a blank line, unless
     it is one that `is_closed`.
     """
-    if is_command(text):
-        return True
     if text.endswith("\\"):
         return False
+    text, rest = first_of(text)
+    while rest.strip():
+        text, rest = first_of(rest)
+    if is_command(text):
+        return True
     try:
         with warnings.catch_warnings():
             warnings.simplefilter("ignore")

@@ -10,6 +10,9 @@ from typing import Optional
 _INSPECTED = re.compile(r"(\?{0,2})\s*([^\W\d]\w*(?:\s*\.\s*[^\W\d]\w*)*)\s*(\?{0,2})")
 _ENDS = {"exit", "exit()", "quit", "quit()"}
 _OF_CONSOLE = {"help", "restart", "who"}
+_ALONE = _OF_CONSOLE | {"pwd"}
+_LINE = re.compile(r"\s*(?:!(?:[^\n]*\\\n)*)?[^\n]*")  # one of the shell goes on after a backslash
+_OF_LINES = re.compile(r"\s*%time\b")
 _MODULE = "__import__('numora._commands', fromlist=['_']).%s(%s)"
 NAMES = ("cd", "help", "pwd", "restart", "run", "time", "who")
 
@@ -27,8 +30,14 @@ class Command:
 
 
 def is_command(text: str) -> bool:
-    """Whether it is one at its first line, whatever follows."""
     return text.lstrip()[:1] in ("!", "%", "?") or inspected(text) is not None
+
+
+def first_of(text: str) -> tuple[str, str]:
+    """The command that is its first line, and the lines after it; all of it, if that is code or takes all lines."""
+    found = _LINE.match(text)
+    line = found[0] if found else ""
+    return (line, text[len(line) + 1 :]) if is_command(line) and not _OF_LINES.match(line) else (text, "")
 
 
 def inspected(text: str) -> Optional[Command]:
@@ -54,6 +63,8 @@ def command_from(text: str) -> Command:
 
 
 def _named(name: str, rest: str) -> Command:
+    if name in _ALONE and rest:
+        raise ValueError(f"%{name} takes no argument")
     if name in _OF_CONSOLE:
         return Command(action=name)
     if name == "time":

@@ -12,6 +12,7 @@ from prompt_toolkit.application import in_terminal
 from prompt_toolkit.completion import Completer
 from prompt_toolkit.formatted_text import ANSI, FormattedText
 from prompt_toolkit.history import DummyHistory, History, InMemoryHistory
+from prompt_toolkit.layout.processors import Processor, Transformation, TransformationInput
 from prompt_toolkit.lexers import DynamicLexer, Lexer
 from prompt_toolkit.output import ColorDepth
 from prompt_toolkit.output.vt100 import Vt100_Output
@@ -19,13 +20,20 @@ from prompt_toolkit.data_structures import Size
 from prompt_toolkit.shortcuts import PromptSession
 from prompt_toolkit.styles import Style
 
-from .keys import answer_keys, block_keys
+from .keys import answer_keys, block_keys, secret_keys
 
 _STYLE = Style.from_dict({"of-code": "ansigreen bold", "of-block": "ansigreen"})
 
 
 class Discarded(Exception):
     """Ctrl-C was pressed instead of Enter. (Of a KeyboardInterrupt a task ends its loop.)"""
+
+
+class _Hidden(Processor):
+    """Shows nothing, not even how much there is."""
+
+    def apply_transformation(self, transformation_input: TransformationInput) -> Transformation:
+        return Transformation([], source_to_display=lambda _: 0, display_to_source=lambda _: 0)
 
 
 class Editor:
@@ -48,7 +56,8 @@ class Editor:
     async def answer(self, question: str, is_shown: bool, is_code: bool) -> str:
         """Answers can be recalled while the session lasts, those that are not shown never."""
         if not is_shown:
-            self._secrets = self._secrets or self._session(DummyHistory(), is_password=True)
+            self._secrets = self._secrets or self._session(DummyHistory(), input_processors=[_Hidden()],
+                                                           key_bindings=secret_keys())
             return await self._read(self._secrets, ANSI(question))
         self._answers = self._answers or self._session(InMemoryHistory())
         self._answers.completer = self._completer if is_code else None

@@ -12,7 +12,7 @@ from typing import Any, NoReturn, Optional
 from ..errors import CallError, NumoraError
 from . import words
 from .colours import Colours, are_wanted
-from .commands import Command, command_from
+from .commands import Command, command_from, first_of
 from .completion import InterpreterCompleter
 from .display import Display
 from .editor import Discarded, Editor
@@ -152,28 +152,32 @@ class Console:
                 continue
             except EOFError:
                 return 0
-            if not text.strip():
-                continue
-            try:
-                command = command_from(text)
-            except ValueError as error:
-                await self._display.problem(str(error))
-                continue
-            if command.action == "exit":
-                return 0
-            await self._do(command)
+            while text.strip():
+                first, text = first_of(text)
+                try:
+                    command = command_from(first)
+                except ValueError as error:
+                    await self._display.problem(str(error))
+                    break
+                if command.action == "exit":
+                    return 0
+                if not await self._do(command):
+                    break
 
-    async def _do(self, command: Command) -> None:
+    async def _do(self, command: Command) -> bool:
+        """Whether it was done, so that what follows it may be."""
         if command.code:
             return await self._runner.run(command.code)
-        if command.action == "help":
-            return await self._display.plain(words.HELP)
         if command.action == "unknown":
-            return await self._display.problem(words.unknown_command(command.name))
-        await self._runner.wait_for(self._ask(command))
+            await self._display.problem(words.unknown_command(command.name))
+            return False
+        if command.action == "help":
+            await self._display.plain(words.HELP)
+            return True
+        return await self._runner.wait_for(self._ask(command))
 
-    async def _ask(self, command: Command) -> None:
-        """What the interpreter is asked without running code of it."""
+    async def _ask(self, command: Command) -> bool:
+        """What the interpreter is asked without running code of it; whether that worked."""
         try:
             if command.action == "restart":
                 interpreter = await self._runner.restart()
@@ -184,6 +188,8 @@ class Console:
                 await self._inspect(command)
         except NumoraError as error:
             await self._display.problem(str(error))
+            return False
+        return True
 
     async def _inspect(self, command: Command) -> None:
         found = await self._link.call("numora.inspect", command.name)

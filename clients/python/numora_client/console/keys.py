@@ -37,6 +37,14 @@ def answer_keys() -> KeyBindings:
     return KeyBindings()
 
 
+def secret_keys() -> KeyBindings:
+    """There is nothing to look for, and what one looks for would be shown."""
+    keys = KeyBindings()
+    for key in "c-r", "c-s":
+        keys.add(key)(lambda event: None)
+    return keys
+
+
 def block_keys() -> KeyBindings:
     keys = KeyBindings()
     plain = ~is_searching & ~has_selection

@@ -9,7 +9,7 @@ import signal
 from typing import Any, Coroutine, Optional, TypeVar, Union
 
 from ..errors import Disconnected, InterpreterDied, NumoraError, PromptGone
-from ..events import COMPLETION, RESPONSES, Message
+from ..events import COMPLETION, RESPONSES, Completed, Message, event_from
 from ..interpreters import Interpreter
 from . import words
 from .conversation import INTERPRETER, Conversation
@@ -47,7 +47,7 @@ class Runner:
         loop = asyncio.get_running_loop()
         loop.add_signal_handler(signal.SIGINT, self._press)
         loop.add_signal_handler(signal.SIGQUIT, self._press_hard)
-        loop.add_signal_handler(signal.SIGCONT, self._keyboard.set)
+        loop.add_signal_handler(signal.SIGCONT, self._go_on)
 
     # --- what comes --------------------------------------------------------------------------------------------------
 
@@ -83,7 +83,8 @@ class Runner:
 
     # --- running -----------------------------------------------------------------------------------------------------
 
-    async def run(self, code: str) -> None:
+    async def run(self, code: str) -> bool:
+        """Whether it was run without an error."""
         assert self.link
         self._steps, self._has_begun, self._presses = asyncio.Queue(), False, 0
         self._is_running = True
@@ -94,7 +95,7 @@ class Runner:
             if conversation:
                 await self._fit_window()
                 await conversation.start(code)
-                await self._follow(conversation)
+                return await self._follow(conversation)
         except InterpreterDied as error:
             await self._tell_end(error.life, error.sentence)
         except NumoraError as error:
@@ -107,6 +108,7 @@ class Runner:
             if conversation:
                 conversation.finish()
             await self._display.settle()
+        return False
 
     async def _fit_window(self) -> None:
         """Tells an interpreter that has no other window how large this one is."""
@@ -117,12 +119,12 @@ class Runner:
                 await asyncio.wait_for(telling, _PATIENCE)
                 self._told_size = size
 
-    async def wait_for(self, work: Coroutine[Any, Any, None]) -> None:
-        """Does something that a key can end."""
+    async def wait_for(self, work: Coroutine[Any, Any, bool]) -> bool:
+        """Does something that a key can end; whether it worked."""
         self._steps, self._has_begun, self._presses = asyncio.Queue(), False, 0
         self._is_running = self._is_waiting = True
         try:
-            await self._either(work)
+            return bool(await self._either(work))
         finally:
             self._is_running = self._is_waiting = False
 
@@ -149,7 +151,7 @@ class Runner:
         task.cancel()
         return None
 
-    async def _follow(self, conversation: Conversation) -> None:
+    async def _follow(self, conversation: Conversation) -> bool:
         is_open_block = False
         step: Optional[Step] = None
         while True:
@@ -162,6 +164,8 @@ class Runner:
             step = await self._answer(conversation, step) if step.prompt else None
         if is_open_block:
             await self._display.problem(words.OPEN_BLOCK)
+        event = event_from(step)
+        return isinstance(event, Completed) and event.success and not is_open_block
 
     async def _answer(self, conversation: Conversation, asked: Message) -> Optional[Step]:
         """Asks the user what the code asks; gives what came instead of an answer."""
@@ -202,6 +206,11 @@ class Runner:
             self._spawn(self._interrupt())
         else:
             self._steps.put_nowait(Disconnected(words.GIVEN_UP) if self._has_begun else Discarded())
+
+    def _go_on(self) -> None:
+        """After a time in the background; an editor sets the terminal itself."""
+        if not self._editor.is_active:
+            self._keyboard.set()
 
     def _press_hard(self) -> None:
         """Ctrl-\\: begins anew, whatever runs."""

@@ -12,6 +12,7 @@ from typing import Any, Iterator
 from prompt_toolkit.utils import get_cwidth
 
 _SEQUENCE = re.compile(r"\x1b(?:\[[0-?]*[ -/]*[@-~]|\][^\x07\x1b]*(?:\x07|\x1b\\)|[@-Z\\-_])")
+_CONTROL = re.compile("[\x00-\x1a\x1c-\x1f\x7f-\x9f]")
 _LINE_KEPT = 10_000  # characters of a line that has not ended
 _SLICE = 16_384  # characters that are written at a time
 _LFLAG, _CC = 3, 6
@@ -54,12 +55,18 @@ class Window:
 
     def take_question(self) -> str:
         """Takes the line that has not ended off the screen; an editor shows it instead, before what is typed."""
-        question = self._line.rstrip("\r").rpartition("\r")[2]
+        question = _shown(self._line.rstrip("\r").rpartition("\r")[2])
         width = max(get_cwidth(_SEQUENCE.sub("", question)), 1)
         above = (width - 1) // max(columns(), 1)
         _write(1, "\r" + (f"\x1b[{above}A" if above else "") + "\x1b[J")
         self._line = ""
         return question
+
+
+def _shown(text: str) -> str:
+    """With spaces for tabs, and without what changes anything but colours: an editor would show it as characters."""
+    text = _SEQUENCE.sub(lambda found: found[0] if found[0].endswith("m") else "", text.expandtabs())
+    return _CONTROL.sub("", text)
 
 
 def slices(text: str) -> Iterator[str]:
