@@ -73,7 +73,7 @@ test("the death of an interpreter is told where it happened, and work goes on", 
 });
 
 test("interpreters have their own logs and queues, and a restart asks before it takes the variables", async ({console, page}) => {
-    console.expected = /404/;  // of the one that is deleted
+    console.expected = /404/;  // what was under way to the one that is deleted
     await console.run("x = 1");
     await console.type("import time; time.sleep(3)");
     await console.type("print('went', 'on')");

@@ -22,8 +22,11 @@ function show(): void {
 }
 
 addEventListener("hashchange", show);
-// The soft keyboard takes room that the layout does not know of.
-visualViewport?.addEventListener("resize", () => document.documentElement.style.setProperty("--height", `${visualViewport!.height}px`));
+// The soft keyboard takes room that the layout does not know of; magnifying the page takes none.
+visualViewport?.addEventListener("resize", () => {
+    const {height, scale} = visualViewport!;
+    if (scale === 1) document.documentElement.style.setProperty("--height", `${height}px`);
+});
 show();
 void import("./page.js").then(({furnish}) => furnish(server, own, current, id => {
     workbenches.get(id)?.close();

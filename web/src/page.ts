@@ -22,9 +22,9 @@ export function furnish(server: string, own: string, current: () => Workbench, f
         onCreate: async () => void (location.hash = (await ask("POST", "", {})).id),
         onRestart: id => ask("POST", `/${id}/restart`, {}),
         onDelete: async id => {
-            await ask("DELETE", `/${id}`);
-            forget(id);
             location.hash = own;
+            forget(id);  // its connection would complain of the end
+            await ask("DELETE", `/${id}`);
         },
         onSave: kind => saveTranscript(desk().workbench.log, kind, desk().workbench.id),
     });

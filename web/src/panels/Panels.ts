@@ -25,7 +25,11 @@ export class Panels {
     private readonly place: Place = {tab: "Workspace", width: 380, isOpen: true};
 
     constructor(private readonly panels: Panel[]) {
-        Object.assign(this.place, JSON.parse(localStorage.getItem(key) ?? "{}"));
+        try {
+            Object.assign(this.place, JSON.parse(localStorage.getItem(key) ?? "{}"));
+        } catch {
+            // As at the first visit.
+        }
         this.element.ariaLabel = "Panels";
         this.tabs.role = "tablist";
         this.tabs.ariaLabel = "Panels";
