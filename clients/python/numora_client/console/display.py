@@ -2,14 +2,13 @@
 
 from __future__ import annotations
 
-import asyncio
 import sys
 
-from ..events import RESPONSES, Dropped, Message, event_from
+from ..events import RESPONSES, Dropped, Gap, Message, event_from
 from . import words
 from .colours import Colours
 from .editor import Editor
-from .window import Window, slices
+from .window import Window
 
 _HELD = 65_536  # characters
 
@@ -31,7 +30,7 @@ class Display:
             self._window.clear()
         elif channel == RESPONSES + "commandwindow/home":
             self._window.home()
-        elif isinstance(event := event_from(message), Dropped):
+        elif isinstance(event := event_from(message), (Dropped, Gap)):
             await self._show(self._colours.note(words.lost_text(event.bytes)))
 
     async def note(self, text: str) -> None:
@@ -45,34 +44,44 @@ class Display:
         """Lines of the console's own."""
         await self._line(text.rstrip("\n"))
 
-    def show_held(self) -> None:
-        """When nobody types."""
+    def question(self) -> str:
+        """Takes the line that has not ended for the question of code. To be called with the turn (see Editor)."""
+        self._show_held()
+        return self._window.take_question()
+
+    def settle(self) -> None:
+        """Ends a line that has not ended. To be called with the turn."""
+        self._show_held()
+        self._window.begin_line()
+
+    async def end_line(self) -> None:
+        """The same when it has its turn."""
+        async with self._editor.turn:
+            self.settle()
+
+    def _show_held(self) -> None:
         rest, self._held = self._held, ""
         self._window.write(rest)
 
-    async def settle(self) -> None:
-        """Ends a line that has not ended, when nobody types."""
-        self.show_held()
-        self._window.begin_line()
-
     async def _line(self, text: str) -> None:
-        if not self._editor.is_active:
-            await self.settle()
-        await self._show(text + "\n")
+        async with self._editor.turn:
+            if not self._editor.is_active:
+                self.settle()
+            await self._print(text + "\n", False)
 
     async def _show(self, text: str, is_error: bool = False) -> None:
+        async with self._editor.turn:
+            await self._print(text, is_error)
+
+    async def _print(self, text: str, is_error: bool) -> None:
         if is_error and not sys.stderr.isatty():
-            return self._window.error(text)
+            return await self._window.print(text, is_error)
+        text, self._held = self._held + text, ""
         if not self._editor.is_active:
-            text, self._held = self._held + text, ""
-            for part in slices(text):
-                self._window.write(part)
-                await asyncio.sleep(0)  # so that Ctrl-C comes between
-            return
-        self._held += text
-        lines, newline, rest = self._held.rpartition("\n")
+            return await self._window.print(text)
+        lines, newline, rest = text.rpartition("\n")
         if len(rest) > _HELD:
-            lines, newline, rest = self._held, "\n", ""
+            lines, newline, rest = text, "\n", ""
+        self._held = rest
         if newline:
-            self._held = rest
-            await self._editor.above(lambda: self._window.write(lines + "\n"))
+            await self._editor.above(self._window.print(lines + "\n"))

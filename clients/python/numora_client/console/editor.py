@@ -6,7 +6,7 @@ import asyncio
 import importlib
 import os
 import sys
-from typing import Callable, Optional
+from typing import Awaitable, Callable, Optional
 
 from prompt_toolkit.application import in_terminal
 from prompt_toolkit.completion import Completer
@@ -49,24 +49,33 @@ class Editor:
         self._answers: Optional[PromptSession[str]] = None
         self._secrets: Optional[PromptSession[str]] = None
         self.is_active = False
+        self.turn = asyncio.Lock()  # of whoever writes to the terminal, and of a prompt until it is there
 
-    async def block(self) -> str:
-        return await self._read(self._blocks, FormattedText([("class:of-code", ">>> ")]))
+    async def block(self, settle: Callable[[], None]) -> str:
+        """`settle` is called before, when it has its turn."""
+        def prompt() -> FormattedText:
+            settle()
+            return FormattedText([("class:of-code", ">>> ")])
 
-    async def answer(self, question: str, is_shown: bool, is_code: bool) -> str:
+        return await self._read(self._blocks, prompt)
+
+    async def answer(self, question: Callable[[], str], is_shown: bool, is_code: bool) -> str:
         """Answers can be recalled while the session lasts, those that are not shown never."""
+        def prompt() -> ANSI:
+            return ANSI(question())
+
         if not is_shown:
             self._secrets = self._secrets or self._session(DummyHistory(), input_processors=[_Hidden()],
                                                            key_bindings=secret_keys())
-            return await self._read(self._secrets, ANSI(question))
+            return await self._read(self._secrets, prompt)
         self._answers = self._answers or self._session(InMemoryHistory())
         self._answers.completer = self._completer if is_code else None
-        return await self._read(self._answers, ANSI(question))
+        return await self._read(self._answers, prompt)
 
-    async def above(self, write: Callable[[], None]) -> None:
-        """Calls it with the prompt off the screen; ends at the beginning of a line."""
+    async def above(self, writing: Awaitable[None]) -> None:
+        """Waits for it with the prompt off the screen; it ends at the beginning of a line."""
         async with in_terminal():
-            write()
+            await writing
 
     async def load_lexer(self) -> None:
         """Colours code from now on, where that is possible. It takes its time, for which nobody should wait."""
@@ -74,14 +83,26 @@ class Editor:
             self._lexer = await asyncio.get_running_loop().run_in_executor(None, _python_lexer)
             self._blocks.app.invalidate()
 
-    async def _read(self, session: PromptSession[str], message: FormattedText | ANSI) -> str:
-        self.is_active = True
+    async def _read(self, session: PromptSession[str], prompt: Callable[[], FormattedText | ANSI]) -> str:
+        await self.turn.acquire()
+        has_turn = True
+
+        def end_turn() -> None:
+            nonlocal has_turn
+            if has_turn:
+                has_turn = False
+                self.turn.release()
+
         try:
-            return await session.prompt_async(message, handle_sigint=False, set_exception_handler=False)
+            message = prompt()
+            self.is_active = True
+            return await session.prompt_async(message, handle_sigint=False, set_exception_handler=False,
+                                              pre_run=end_turn)
         except KeyboardInterrupt:
             raise Discarded from None
         finally:
             self.is_active = False
+            end_turn()
 
     def _session(self, history: History, **options: object) -> PromptSession[str]:
         options.setdefault("key_bindings", answer_keys())

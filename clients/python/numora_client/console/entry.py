@@ -70,7 +70,7 @@ class Console:
         self._window = Window()
         self._editor = Editor(InterpreterCompleter(self._call), BlockHistory(default_file()), self._colours.wanted)
         self._display = Display(self._window, self._editor, self._colours)
-        self._runner = Runner(self._window, self._editor, self._display, keyboard, bool(options.own_server))
+        self._runner = Runner(self._editor, self._display, keyboard, bool(options.own_server))
         self._link = self._runner.link = Link(self._runner.take, self._runner.lose)
         # The program runs the console with the Python that it embeds.
         self._python = "%d.%d.%d" % sys.version_info[:3] if options.own_server else ""
@@ -96,7 +96,7 @@ class Console:
         """Leaves the terminal as it was, and ends a server of its own."""
         if self._reading:
             self._reading.cancel()
-            await asyncio.wait([self._reading])
+            await asyncio.wait([self._reading], timeout=_CLOSING_TIME)  # the terminal may take nothing
         await asyncio.wait([asyncio.create_task(self._link.close())], timeout=_CLOSING_TIME)
         if self._server:
             await self._server.end()
@@ -145,9 +145,8 @@ class Console:
 
     async def _read_blocks(self) -> int:
         while True:
-            await self._display.settle()
             try:
-                text = await self._editor.block()
+                text = await self._editor.block(self._display.settle)
             except Discarded:
                 continue
             except EOFError:

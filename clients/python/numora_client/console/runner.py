@@ -16,7 +16,7 @@ from .conversation import INTERPRETER, Conversation
 from .display import Display
 from .editor import Discarded, Editor
 from .link import Link
-from .window import Keyboard, Window
+from .window import Keyboard
 
 _PATIENCE = 1.0  # seconds until it is told why code does not begin, or that there is no connection
 _PRESSES = 3  # of Ctrl-C until it is told what helps against deaf code
@@ -31,10 +31,9 @@ Step = Union[Message, NumoraError, Discarded]
 class Runner:
     """One code at a time. Keys that send signals act on it while it runs and nobody types."""
 
-    def __init__(self, window: Window, editor: Editor, display: Display, keyboard: Keyboard,
-                 owns_interpreter: bool) -> None:
+    def __init__(self, editor: Editor, display: Display, keyboard: Keyboard, owns_interpreter: bool) -> None:
         self._owns_interpreter = owns_interpreter
-        self._window, self._editor, self._display, self._keyboard = window, editor, display, keyboard
+        self._editor, self._display, self._keyboard = editor, display, keyboard
         self.link: Optional[Link] = None
         self._steps: asyncio.Queue[Step] = asyncio.Queue()
         self._is_running = self._has_begun = False
@@ -107,7 +106,7 @@ class Runner:
             watching.cancel()
             if conversation:
                 conversation.finish()
-            await self._display.settle()
+            await self._display.end_line()
         return False
 
     async def _fit_window(self) -> None:
@@ -169,9 +168,8 @@ class Runner:
 
     async def _answer(self, conversation: Conversation, asked: Message) -> Optional[Step]:
         """Asks the user what the code asks; gives what came instead of an answer."""
-        self._display.show_held()
         typing = asyncio.create_task(self._editor.answer(
-            self._window.take_question(), asked.echo, asked.data in _CODE_PROMPTS))
+            self._display.question, asked.echo, asked.data in _CODE_PROMPTS))
         step = asyncio.create_task(self._steps.get())
         await asyncio.wait([typing, step], return_when=asyncio.FIRST_COMPLETED)
         if not typing.done():

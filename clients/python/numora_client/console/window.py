@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import asyncio
 import contextlib
 import os
 import re
@@ -26,18 +27,22 @@ class Window:
 
     def write(self, text: str) -> None:
         """Blocks: while the terminal takes no more."""
-        if not text:
-            return
         _write(1, text)
-        before, newline, rest = text.rpartition("\n")
-        self._line = (rest if newline else self._line + text)[-_LINE_KEPT:]
+        self._note(text)
 
-    def error(self, text: str) -> None:
-        """What belongs on standard error, which need not be the terminal."""
-        if sys.stderr.isatty():
-            self.write(text)
-        else:
-            _write(2, text)
+    async def print(self, text: str, is_error: bool = False) -> None:
+        """The same for text of any length, without stopping what else is done meanwhile, as signs of life. What is
+        an error goes to standard error, which need not be the terminal.
+        """
+        descriptor = 2 if is_error and not sys.stderr.isatty() else 1
+        for part in slices(text):
+            await asyncio.get_running_loop().run_in_executor(None, _write, descriptor, part)
+            if descriptor == 1:
+                self._note(part)
+
+    def _note(self, text: str) -> None:
+        _, newline, rest = text.rpartition("\n")
+        self._line = (rest if newline else self._line + text)[-_LINE_KEPT:]
 
     def begin_line(self) -> None:
         """Ends a line that has not ended."""
