@@ -90,8 +90,9 @@ class ConsoleTest(TerminalTest):
     def test_blocks_commands_and_completion(self):
         terminal = self.open()
         self.assertIn(", Python 3.", terminal.greeting)
-        block = "for i in (1, 2):\rprint(i)\r"  # the editor indents
-        self.assertEqual(terminal.enter(block), "1\n2\n")
+        terminal.send("for i in (1, 2):\r")
+        terminal.expect("... ")  # the editor indents
+        self.assertEqual(terminal.enter("print(i)\r"), "1\n2\n")
         self.assertEqual(terminal.enter("\x1b[A"), "1\n2\n")  # recalled as a whole
         pasted = "class Point:\n    x = 1\n\n    def double(self):\n        return 2 * self.x\n\nPoint().double()\n"
         self.assertEqual(terminal.enter(f"\x1b[200~{pasted}\x1b[201~"), "2\n")
@@ -117,8 +118,9 @@ class ConsoleTest(TerminalTest):
         terminal.expect(CLOSED)
         terminal.expect(">>>")
         self.assertEqual(terminal.enter("5"), "5\n")
-        terminal.send("exit()\r")
-        self.assertEqual(terminal.wait(), 0)
+        self.assertEqual(terminal.enter("def f(a):\r    b = a\r\r    return b\rf(5)"), "5\n")  # sent by a program
+        terminal.send("exit(4)\r")
+        self.assertEqual(terminal.wait(), 4)
         path = os.path.join(self.state, "numora", "history")
         self.assertEqual(stat.S_IMODE(os.stat(path).st_mode), 0o600)
         again = self.open()
@@ -231,3 +233,6 @@ class RemoteConsoleTest(TerminalTest):
             second.expect("connection to the server is lost")
             second.send("\x03")
             second.expect(">>>")
+            with Server(port=server.port):
+                self.assertIn("was started again", second.enter("1 + 1"))
+                self.assertEqual(second.enter("1 + 1"), "2\n")

@@ -102,7 +102,7 @@ class Session:
 
     async def request(self, channel: str, identity: Optional[str] = None, **members: Any) -> dict[str, Any]:
         """Sends one message and returns its reply. While there is no connection, waits for one."""
-        await self._until_online()
+        await self.until_online()
         reply = await self._reply(channel, identity, **members)
         if reply.get("successful"):
             return reply
@@ -111,7 +111,7 @@ class Session:
 
     async def call(self, kind: str, body: dict[str, Any]) -> dict[str, Any]:
         """The answer to a request of a kind, as connector/v1/Eval."""
-        await self._until_online()  # before an answer is expected, which the end of the last session would fail
+        await self.until_online()  # before an answer is expected, which the end of the last session would fail
         identity = str(next(self._ids))
         with self._answers.expect(identity) as future:
             await self.request("/service/" + kind, identity, data=body)
@@ -122,14 +122,14 @@ class Session:
 
     async def subscribe(self, patterns: Sequence[str], inbox: Inbox) -> None:
         """What comes on the channels goes to `inbox` until unsubscribe. One at a time."""
-        await self._until_online()  # before it can look like one that the last session had
+        await self.until_online()  # before it can look like one that the last session had
         self._patterns, self._inbox, self._number, self._last_number = list(patterns), inbox, 0, 0
         self._begin(await self.request("/meta/subscribe", subscription=self._patterns))
 
     async def publish(self, code: str, options: dict[str, Any], inbox: Inbox) -> Optional[Exception]:
         """Runs code whose events go to `inbox`. Gives the error if it was refused, and the inbox has it, too."""
         try:
-            await self._until_online()
+            await self.until_online()
             if self._inbox is not inbox:
                 raise Disconnected("the subscription has ended, and the code has not run")
             await self.request("/eval/request", data=code, ext={"connector": options})
@@ -146,7 +146,13 @@ class Session:
         if patterns:
             await self._reply("/meta/unsubscribe", subscription=patterns)
 
-    async def _until_online(self) -> None:
+    @property
+    def server(self) -> Optional[str]:
+        """A name that changes when the server is started again."""
+        return self._server
+
+    async def until_online(self) -> None:
+        """Waits for a connection, for its time.  Throws: NumoraError, when there will be none."""
         if not self._online.is_set():
             with contextlib.suppress(asyncio.TimeoutError):
                 await asyncio.wait_for(self._online.wait(), _ONLINE_TIME)

@@ -4,6 +4,7 @@ import os
 import sys
 
 from . import _user
+from ._errors import interrupt_alone
 
 
 def shell(command):
@@ -13,8 +14,10 @@ def shell(command):
     process = subprocess.Popen(command, shell=True, stdin=subprocess.DEVNULL, process_group=0)
     try:
         status = process.wait()
-    except BaseException:
+    except BaseException as error:
         _end_group(process)
+        if isinstance(error, KeyboardInterrupt):
+            raise interrupt_alone() from None
         raise
     if status:
         print("The command has ended with status %d." % status, file=sys.stderr)

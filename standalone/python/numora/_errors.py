@@ -101,6 +101,15 @@ def _sources(error):
         return (found, None, False)
 
 
+def interrupt_alone():
+    """An error that is shown as KeyboardInterrupt, without where it arose."""
+    import bdb
+
+    interrupt = bdb.BdbQuit()
+    interrupt.is_interrupt = True
+    return interrupt
+
+
 class HostError(RuntimeError):
     """An error that the program itself has raised, with its identifier."""
 

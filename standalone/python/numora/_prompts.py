@@ -6,6 +6,8 @@ import sys
 
 import _numora_host as _host
 
+from ._errors import interrupt_alone
+
 # The prompts at which a line can be read, numbered as the host numbers them.
 _DEBUG, _INPUT, _KEYBOARD = 1, 2, 3
 
@@ -47,12 +49,7 @@ def read_line(frame):
     except KeyboardInterrupt:
         if prompt != _DEBUG:
             raise
-    # The debugger would take a KeyboardInterrupt for itself and ask again.
-    import bdb
-
-    quit_debugging = bdb.BdbQuit()
-    quit_debugging.is_interrupt = True
-    raise quit_debugging
+    raise interrupt_alone()  # the debugger would take a KeyboardInterrupt for itself and ask again
 
 
 def open_debugger(*args, **kwargs):

@@ -8,7 +8,7 @@ import shlex
 from typing import Optional
 
 _INSPECTED = re.compile(r"(\?{0,2})\s*([^\W\d]\w*(?:\s*\.\s*[^\W\d]\w*)*)\s*(\?{0,2})")
-_ENDS = {"exit", "exit()", "quit", "quit()"}
+_END = re.compile(r"(?:exit|quit)\s*(?:\(\s*(-?\d{1,9})?\s*\))?[;\s]*")
 _OF_CONSOLE = {"help", "restart", "who"}
 _ALONE = _OF_CONSOLE | {"pwd"}
 _LINE = re.compile(r"\s*(?:!(?:[^\n]*\\\n)*)?[^\n]*")  # one of the shell goes on after a backslash
@@ -21,7 +21,7 @@ NAMES = ("cd", "help", "pwd", "restart", "run", "time", "who")
 class Command:
     """Either `code` that runs in the interpreter, or what the console does: `action` with a `name`.
 
-    The actions are "exit", "help", "inspect", "source", "restart" and "who", and "unknown" for a name that is none.
+    The actions are "exit", whose name may be a number, "help", "inspect", "source", "restart" and "who", and "unknown" for a name that is none.
     """
 
     code: str = ""
@@ -51,8 +51,8 @@ def inspected(text: str) -> Optional[Command]:
 def command_from(text: str) -> Command:
     """What a block of text asks for.  Throws: ValueError for arguments that are wrong."""
     line = text.strip()
-    if line.rstrip("; ") in _ENDS:
-        return Command(action="exit")
+    if ends := _END.fullmatch(line):
+        return Command(action="exit", name=ends[1] or "0")
     if line.startswith("!"):
         return _call("shell", line[1:].strip())
     if line.startswith("%"):

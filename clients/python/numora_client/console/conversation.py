@@ -3,13 +3,14 @@
 from __future__ import annotations
 
 import uuid
-from typing import TYPE_CHECKING
+from typing import TYPE_CHECKING, Optional
 
 from .._inbox import Inbox
 from .._session import Session
 from ..errors import Disconnected
 from ..events import NOTICES, RESPONSES, Message
 from ..streams import Reader
+from .words import STARTED_AGAIN
 
 if TYPE_CHECKING:
     from ..client import Client
@@ -26,6 +27,7 @@ class Conversation(Reader[Message]):
 
     def __init__(self, client: Client) -> None:
         super().__init__(client, [RESPONSES + "**", INTERPRETER], Inbox(self._accepts, room=_ROOM))
+        self._server: Optional[str] = None  # that the last code was for
 
     def _accepts(self, message: Message) -> bool:
         if message.request is None:
@@ -37,16 +39,24 @@ class Conversation(Reader[Message]):
 
     async def begin(self) -> None:
         await self._begin()
+        self._server = self._open().server
 
     @property
     def is_online(self) -> bool:
         return self._session is not None and self._session.is_online
 
     async def start(self, code: str) -> None:
-        """Runs code, one at a time; its messages come until `finish`. Throws: NumoraError."""
+        """Runs code, one at a time; its messages come until `finish`. Throws: NumoraError, as when the server was
+        started again since the last one, whose variables it may need.
+        """
+        session = self._open()
+        await session.until_online()
+        server, self._server = self._server, session.server
+        if server != self._server:
+            raise Disconnected(STARTED_AGAIN)
         self._inbox.request = str(uuid.uuid4())
         options = {"request": self._inbox.request, "prompt": 0}
-        await self._open().request("/eval/request", data=code, ext={"connector": options})
+        await session.request("/eval/request", data=code, ext={"connector": options})
 
     def finish(self) -> None:
         """What comes of that code from now on is not wanted."""

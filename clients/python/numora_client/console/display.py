@@ -30,7 +30,7 @@ class Display:
             self._window.clear()
         elif channel == RESPONSES + "commandwindow/home":
             self._window.home()
-        elif isinstance(event := event_from(message), (Dropped, Gap)):
+        elif isinstance(event := event_from(message), (Dropped, Gap)) and event.bytes:
             await self._show(self._colours.note(words.lost_text(event.bytes)))
 
     async def note(self, text: str) -> None:

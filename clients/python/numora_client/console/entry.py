@@ -70,7 +70,7 @@ class Console:
         self._window = Window()
         self._editor = Editor(InterpreterCompleter(self._call), BlockHistory(default_file()), self._colours.wanted)
         self._display = Display(self._window, self._editor, self._colours)
-        self._runner = Runner(self._editor, self._display, keyboard, bool(options.own_server))
+        self._runner = Runner(self._editor, self._display, keyboard)
         self._link = self._runner.link = Link(self._runner.take, self._runner.lose)
         # The program runs the console with the Python that it embeds.
         self._python = "%d.%d.%d" % sys.version_info[:3] if options.own_server else ""
@@ -87,19 +87,29 @@ class Console:
         self._window.write(words.banner(self._options.program, self._python, self._link.place))
         reading = self._reading = asyncio.create_task(self._read_blocks())
         asyncio.get_running_loop().call_later(0.05, lambda: asyncio.ensure_future(self._editor.load_lexer()))
-        ending = asyncio.create_task(self._until_lost(opening))
-        await asyncio.wait([reading, ending], return_when=asyncio.FIRST_COMPLETED)
-        ending.cancel()
-        return reading.result() if reading.done() else ending.result()
+        lost = asyncio.create_task(self._until_lost(opening))
+        try:
+            await asyncio.wait([reading, lost], return_when=asyncio.FIRST_COMPLETED)
+            if reading.done():
+                return reading.result()
+            await self._stop_reading()
+            if text := lost.result():
+                await self._display.problem(text)
+            return opening.result() or _FAILURE
+        finally:
+            lost.cancel()
 
     async def end(self) -> None:
         """Leaves the terminal as it was, and ends a server of its own."""
-        if self._reading:
-            self._reading.cancel()
-            await asyncio.wait([self._reading], timeout=_CLOSING_TIME)  # the terminal may take nothing
+        await self._stop_reading()
         await asyncio.wait([asyncio.create_task(self._link.close())], timeout=_CLOSING_TIME)
         if self._server:
             await self._server.end()
+
+    async def _stop_reading(self) -> None:
+        if self._reading:
+            self._reading.cancel()
+            await asyncio.wait([self._reading], timeout=_CLOSING_TIME)  # the terminal may take nothing
 
     # --- the server --------------------------------------------------------------------------------------------------
 
@@ -124,16 +134,14 @@ class Console:
                 await self._display.problem(str(error))
         return 0
 
-    async def _until_lost(self, opening: asyncio.Task[int]) -> int:
-        """Waits for the end of the server, as far as the console cannot go on without it."""
-        if status := await opening:
-            return status
-        if self._server:
-            await self._server.ended()
-            await self._display.plain("\n".join([*self._server.last_lines, words.OWN_SERVER_ENDED]))
-        else:
-            await self._display.problem(str(await self._link.failed))
-        return _FAILURE
+    async def _until_lost(self, opening: asyncio.Task[int]) -> str:
+        """Waits for the end of the server, as far as the console cannot go on without it; what is to be said of it."""
+        if await opening:
+            return ""
+        if not self._server:
+            return str(await self._link.failed)
+        await self._server.ended()
+        return "\n".join([words.OWN_SERVER_ENDED, *self._server.last_lines])
 
     def _say(self, line: str) -> None:
         asyncio.ensure_future(self._display.plain(line))
@@ -159,7 +167,7 @@ class Console:
                     await self._display.problem(str(error))
                     break
                 if command.action == "exit":
-                    return 0
+                    return int(command.name) & 0xFF
                 if not await self._do(command):
                     break
 

@@ -2,6 +2,8 @@
 
 from __future__ import annotations
 
+import select
+
 from prompt_toolkit.application import get_app
 from prompt_toolkit.buffer import Buffer
 from prompt_toolkit.filters import Condition, has_completions, has_selection, is_searching
@@ -32,6 +34,14 @@ def _is_recalled(buffer: Buffer) -> bool:
     return buffer.working_index < len(buffer._working_lines) - 1
 
 
+def _following(event: KeyPressEvent) -> str:
+    """What has come with Enter, as of text that a program sends; it has the blanks that its lines begin with."""
+    queue = event.app.key_processor.input_queue
+    if queue:
+        return queue[0].data
+    return "more" if select.select([0], [], [], 0)[0] else ""
+
+
 def answer_keys() -> KeyBindings:
     """None of our own; the prompt for answers must not take those of blocks."""
     return KeyBindings()
@@ -56,13 +66,14 @@ def block_keys() -> KeyBindings:
             buffer.complete_state = None
             return
         document = buffer.document
-        is_at_end = not document.text_after_cursor.partition("\n")[2].strip()
+        follows = _following(event)
+        is_at_end = not document.text_after_cursor.partition("\n")[2].strip() and follows not in (" ", "\t")
         if is_at_end and is_complete(document.text, is_closed=_is_recalled(buffer)):
             buffer.text = buffer.text.rstrip()
             buffer.cursor_position = len(buffer.text)
             buffer.validate_and_handle()
         else:
-            buffer.insert_text("\n" + next_indent(document.text_before_cursor))
+            buffer.insert_text("\n" + ("" if follows else next_indent(document.text_before_cursor)))
 
     @keys.add("escape", "enter", filter=plain)
     def _new_line(event: KeyPressEvent) -> None:

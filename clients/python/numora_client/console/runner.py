@@ -19,7 +19,7 @@ from .link import Link
 from .window import Keyboard
 
 _PATIENCE = 1.0  # seconds until it is told why code does not begin, or that there is no connection
-_PRESSES = 3  # of Ctrl-C until it is told what helps against deaf code
+_GRACE = 2.0  # seconds after Ctrl-C until it is told what helps against code that goes on
 _END_OF_INPUT = "\x04"
 _CODE_PROMPTS = ("DEBUG_PROMPT", "KEYBOARD_PROMPT")
 _OPEN_BLOCK = "INCOMPLETE_BLOCK_PROMPT"
@@ -31,8 +31,7 @@ Step = Union[Message, NumoraError, Discarded]
 class Runner:
     """One code at a time. Keys that send signals act on it while it runs and nobody types."""
 
-    def __init__(self, editor: Editor, display: Display, keyboard: Keyboard, owns_interpreter: bool) -> None:
-        self._owns_interpreter = owns_interpreter
+    def __init__(self, editor: Editor, display: Display, keyboard: Keyboard) -> None:
         self._editor, self._display, self._keyboard = editor, display, keyboard
         self.link: Optional[Link] = None
         self._steps: asyncio.Queue[Step] = asyncio.Queue()
@@ -40,7 +39,7 @@ class Runner:
         self._told_size: Optional[os.terminal_size] = None
         self._is_restarting = False
         self._is_waiting = False  # for the answer to something that is no code of the console's
-        self._presses = 0
+        self._is_pressed = False  # Ctrl-C, since the code was entered
         self._told_life = 0  # of which it was told how it has ended, or of what follows
         self._tasks: set[asyncio.Task[None]] = set()
         loop = asyncio.get_running_loop()
@@ -78,14 +77,14 @@ class Runner:
     async def _tell_end(self, life: int, sentence: str) -> None:
         if life > self._told_life:
             self._told_life, self._told_size = life, None
-            await self._display.problem(sentence)
+            await self._display.problem(words.death(sentence))
 
     # --- running -----------------------------------------------------------------------------------------------------
 
     async def run(self, code: str) -> bool:
         """Whether it was run without an error."""
         assert self.link
-        self._steps, self._has_begun, self._presses = asyncio.Queue(), False, 0
+        self._steps, self._has_begun, self._is_pressed = asyncio.Queue(), False, False
         self._is_running = True
         watching = asyncio.create_task(self._watch())
         conversation: Optional[Conversation] = None
@@ -110,9 +109,9 @@ class Runner:
         return False
 
     async def _fit_window(self) -> None:
-        """Tells an interpreter that has no other window how large this one is."""
+        """Tells the interpreter how large the window of its next code is. Of several consoles the last one tells."""
         size = os.get_terminal_size(1)
-        if self.link and self._owns_interpreter and size != self._told_size:
+        if self.link and size != self._told_size:
             with contextlib.suppress(NumoraError, asyncio.TimeoutError):
                 telling = self.link.call("numora._libraries.set_window", size.columns, size.lines)
                 await asyncio.wait_for(telling, _PATIENCE)
@@ -120,7 +119,7 @@ class Runner:
 
     async def wait_for(self, work: Coroutine[Any, Any, bool]) -> bool:
         """Does something that a key can end; whether it worked."""
-        self._steps, self._has_begun, self._presses = asyncio.Queue(), False, 0
+        self._steps, self._has_begun = asyncio.Queue(), False
         self._is_running = self._is_waiting = True
         try:
             return bool(await self._either(work))
@@ -199,9 +198,11 @@ class Runner:
         """Ctrl-C, as often as one likes."""
         if not self._is_running:
             return
-        self._presses += 1
         if self.link and self.link.is_online and not self._is_waiting:
             self._spawn(self._interrupt())
+            if not self._is_pressed:
+                self._is_pressed = True
+                self._spawn(self._tell_deaf(self._steps))
         else:
             self._steps.put_nowait(Disconnected(words.GIVEN_UP) if self._has_begun else Discarded())
 
@@ -217,17 +218,18 @@ class Runner:
 
     async def _interrupt(self) -> None:
         assert self.link
-        steps, is_last = self._steps, self._presses == _PRESSES
+        steps = self._steps
         with contextlib.suppress(NumoraError):
             conversation = await self.link.conversation()
             if not self._has_begun:
                 await conversation.take_back()
             if self._has_begun and steps is self._steps:  # perhaps just now
                 await conversation.interrupt()
-        if is_last:
-            await asyncio.sleep(_PATIENCE)
-            if self._is_running and steps is self._steps:
-                await self._display.note(words.DEAF)
+
+    async def _tell_deaf(self, steps: asyncio.Queue[Step]) -> None:
+        await asyncio.sleep(_GRACE)
+        if self._is_running and self._has_begun and steps is self._steps and not self._editor.is_active:
+            await self._display.note(words.DEAF)
 
     async def _restart(self) -> None:
         assert self.link

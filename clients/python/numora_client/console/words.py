@@ -2,6 +2,8 @@
 
 from __future__ import annotations
 
+import re
+
 HELP = """\
 NAME?  NAME??         what NAME is; with its source
 Tab                   completes names, attributes, keys and modules
@@ -11,26 +13,34 @@ Tab                   completes names, attributes, keys and modules
 %cd [DIR]  %pwd       changes the working directory, tells it
 %who                  lists the variables
 %restart              ends what runs with all variables, and begins anew
-exit, quit, Ctrl-D    ends the console
-Enter runs what is complete, and a block that ends with a blank line; Alt-Enter begins a line in any case.
-Up recalls whole blocks, Ctrl-R looks for one. Ctrl-C discards what is typed, or interrupts what runs.
+exit, quit, Ctrl-D    ends the console; exit(STATUS) with that status
+Ctrl-C                discards what is typed, or interrupts what runs
+Ctrl-\\                ends what runs with all variables, if no interrupt does
+Enter runs what is complete, and a block that ends with a blank line;
+Alt-Enter begins a line in any case. Up recalls whole blocks, Ctrl-R finds one.
 """
 
 HINT = "Tab completes, NAME? explains, %help lists commands, Ctrl-D ends."
-NEW = "New: output comes as it is printed, blocks are edited and pasted whole, !COMMAND, %time, %run, %cd."
+NEW = "New: output as it is printed; blocks edited and pasted whole; !COMMAND, %time."
 
 ALREADY_WAITS = {
     "input": "The interpreter waits for input of other code; yours runs after that.",
     "busy": "The interpreter runs other code; yours runs after that.",
 }
 TAKE_BACK = " Ctrl-C takes yours back."
-DEAF = 'The code takes no interrupt. Ctrl-\\ ends it with all variables, as "numora restart" does.'
+DEAF = "The code goes on after the interrupt. Ctrl-\\ ends it, with all variables."
 OPEN_BLOCK = "the code ends inside an open block and was not run"
 OFFLINE = "The connection to the server is lost; trying again. Ctrl-C gives up waiting for the code, which may go on."
 UNREACHABLE = "The server cannot be reached; trying again. Ctrl-C gives up."
+STARTED_AGAIN = "the server was started again: variables are lost, and what was typed was not run"
 GIVEN_UP = "what came of the code is not known"
 ANEW = "The interpreter was started anew; its variables are lost."
-OWN_SERVER_ENDED = "numora: the console's own interpreter has ended"
+OWN_SERVER_ENDED = "the console's own interpreter has ended"
+
+
+def death(sentence: str) -> str:
+    """The server's sentence, in which requests of a console are code."""
+    return re.sub(r"(?<= while it ran )(/eval/request|connector/v1/Eval)\b", "code", sentence)
 
 
 def banner(program: str, python: str, where: str) -> str:
