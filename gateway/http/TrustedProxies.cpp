@@ -19,7 +19,14 @@ TrustedProxies::TrustedProxies(const std::vector<std::string>& networks) {
         } else if (const auto v4 = ip::make_network_v4(text, problem); !problem) {
             v4_.push_back(v4.canonical());
         } else if (const auto v6 = ip::make_network_v6(text, problem); !problem) {
-            v6_.push_back(v6.canonical());
+            const auto plain = plainAddress(v6.address());
+            const int mappedBits = v6.prefix_length() - 96;
+            if (plain.is_v4() && mappedBits >= 0) {
+                v4_.push_back(
+                    ip::network_v4(plain.to_v4(), static_cast<unsigned short>(mappedBits)).canonical());
+            } else {
+                v6_.push_back(v6.canonical());
+            }
         } else {
             throw std::invalid_argument(
                 "A trusted proxy (--trust-proxy, trusted_proxies) must be an address "

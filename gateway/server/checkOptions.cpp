@@ -14,13 +14,11 @@ constexpr int highestPort = 65535;
 std::string inQuotes(const std::string& text) { return "\"" + text + "\""; }
 
 bool isPort(const std::string& digits) {
-    if (digits.empty()) return true;
-    const int port = std::stoi(digits);  // of five digits at most
-    return port > 0 && port <= highestPort;
+    return digits.empty() || std::stoi(digits) <= highestPort;  // of five digits at most
 }
 
 void checkHost(const std::string& host) {
-    static const std::regex form(R"((?:[\w.~-]+|\[[\da-fA-F:.]+\])(?::(\d{1,5}))?)");
+    static const std::regex form(R"((?:[\w.~-]+|\[[\da-fA-F:.]+\])(?::([1-9]\d{0,4}))?)");
     std::smatch parts;
     if (std::regex_match(host, parts, form) && isPort(parts[1])) return;
     throw std::invalid_argument(
@@ -30,7 +28,9 @@ void checkHost(const std::string& host) {
 }
 
 void checkOrigin(const std::string& origin) {
-    static const std::regex form(R"(([a-zA-Z][\w+.-]*)://((?:[\w.~-]+|\[[\da-fA-F:.]+\]))(?::(\d{1,5}))?)");
+    // No page is got by a WebSocket.
+    static const std::regex form(
+        R"((?!wss?:)([a-z][\w+.-]*)://((?:[\w.~-]+|\[[\da-f:.]+\]))(?::([1-9]\d{0,4}))?)", std::regex::icase);
     const std::string option = "An allowed origin (--allow-origin, origins) must be ";
     std::smatch parts;
     if (!std::regex_match(origin, parts, form) || !isPort(parts[3])) {
@@ -40,8 +40,8 @@ void checkOrigin(const std::string& origin) {
             "such as https://lab.example: " +
             inQuotes(origin) + " never matches.");
     }
-    const std::string usual = parts[1] == "https" ? "443" : parts[1] == "http" ? "80" : "";
-    if (usual.empty() || parts[3] != usual) return;
+    static const std::regex hasUsualPort("https:.*:443|http:.*:80", std::regex::icase);
+    if (!std::regex_match(origin, hasUsualPort)) return;
     throw std::invalid_argument(option + "written without the usual port, as browsers send it: " +
                                 inQuotes(parts[1].str() + "://" + parts[2].str()) + ", not " +
                                 inQuotes(origin) + ".");

@@ -14,7 +14,7 @@ using gateway::HttpRequest;
 using gateway::http::TrustedProxies;
 using Headers = std::vector<std::pair<std::string, std::string>>;
 
-const TrustedProxies proxies({"10.0.0.0/8", "::1", "fd00::/8"});
+const TrustedProxies proxies({"::ffff:10.1.0.0/104", "::1", "fd00::/8"});
 
 // What is made of a request that the last proxy has sent from 10.0.0.1.
 HttpRequest forwarded(const Headers& headers) {

@@ -84,16 +84,18 @@ TEST_F(ProxyTest, namesThatNeverMatchAreRefused) {
             .origins = {"https://lab.example", "HTTP://Lab:81", "https://[::7]:8443", "app://pages",
                         "http://lab:443"}},
            "");
-    for (const char* wrong :
-         {"", "*", "null", "lab", "https://lab/", "https://lab/x", "https://l ab", "https://*.lab",
-          "https://lab:0", "https://lab:65536", "https://u@lab", "https://lab "}) {
+    for (const char* wrong : {"", "*", "null", "lab", "https://lab/", "https://lab/x", "https://l ab",
+                              "https://*.lab", "https://lab:0", "https://lab:65536", "https://lab:0444",
+                              "wss://lab", "WS://lab", "https://u@lab", "https://lab "}) {
         expect({.origins = {wrong}},
                std::string("be a scheme and a host, with the port unless it is the usual one, and ") +
                    "nothing else, such as https://lab.example: \"" + wrong + "\" never matches.");
     }
-    expect({.origins = {"https://lab:443"}},
-           "without the usual port, as browsers send it: \"https://lab\", not ");
-    for (const char* wrong : {"", "*", "https://lab", "lab/", "2001:db8::7", "lab:", "a b"}) {
+    for (const std::string scheme : {"https://lab", "HTTPS://lab"}) {
+        expect({.origins = {scheme + ":443"}},
+               "without the usual port, as browsers send it: \"" + scheme + "\", not ");
+    }
+    for (const char* wrong : {"", "*", "https://lab", "lab/", "2001:db8::7", "lab:", "lab:08080", "a b"}) {
         expect({.hosts = {wrong}}, "(--allow-host, hosts) must be");
     }
     for (const char* wrong : {"numora", "/a//b", "/a/../b", "/a b", "/a?b", "/%41"}) {
