@@ -50,6 +50,10 @@ public:
     static bool isWebSocket(const HttpRequest& head);
     /// Takes over a WebSocket whose request `check` allowed, and which is open.
     void open(const HttpRequest& upgrade, const std::shared_ptr<bayeux::ClientSocket>& socket);
+    /// Counts one whose handshake is not valid.
+    void noteRefused(const HttpRequest& upgrade, int status) {
+        services_.metrics.count(upgrade.route->metric, status);
+    }
 
     /// The reply to what is no valid request.
     HttpReply malformed(int status, std::string_view text);

@@ -34,6 +34,8 @@ constexpr std::size_t sliceSize = std::size_t{256} << 10;
 constexpr std::size_t mostUnsent = std::size_t{64} << 20;
 constexpr std::size_t mostUnsentReplies = std::size_t{2} << 20;
 constexpr int switchingProtocols = 101;
+constexpr int badRequest = 400;
+constexpr int upgradeRequired = 426;
 constexpr std::uint16_t abnormalClosure = 1006;
 constexpr auto closeTime = std::chrono::seconds(5);
 constexpr auto finishGrace = std::chrono::milliseconds(300);
@@ -124,6 +126,7 @@ private:
     }
 
     void onAccepted(error_code error) {
+        if (error == websocket::condition::handshake_failed) noteRefusal(error);
         if (error) return over();
         access_.status = switchingProtocols;
         noteAccess();
@@ -265,6 +268,14 @@ private:
         access_.duration =
             std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - begin_);
         context_.onAccess(access_);
+    }
+    /// The answer has been written.
+    void noteRefusal(error_code error) {
+        const bool isOfVersion = error == websocket::error::bad_sec_version;
+        access_.status = isOfVersion ? upgradeRequired : badRequest;
+        access_.bytes = error.message().size();
+        context_.endpoints.noteRefused(head_, access_.status);
+        noteAccess();
     }
     void noteEnd() {
         if (access_.status != switchingProtocols) return;  // it has not begun

@@ -64,7 +64,7 @@ class OperationTest(unittest.TestCase):
                 ("error", "gateway::interpreters", None, r'The interpreter "default" has died: .*'),
                 ("info", "numora", None, "Stopping on SIGTERM")]
         asked = [("GET", "/readyz", 200), ("GET", "/readyz", 401), ("GET", "/readyz", 401), ("POST", code, 200),
-                 ("GET", "/healthz", 403), ("POST", code, 200), ("GET", "/cometd", 101), ("CLOSE", "/cometd", 1006),
+                 ("GET", "/healthz", 403), ("POST", code, 200), ("GET", "/cometd", 426), ("GET", "/cometd", 101), ("CLOSE", "/cometd", 1006),
                  ("POST", code, 502)]
         agent = 'an "agent"\tof caf\u00e9'
         for form in "text", "json":
@@ -82,11 +82,12 @@ class OperationTest(unittest.TestCase):
                                  "[]\n")
                 server.request("/healthz", Host="u:" + WRONG + "@evil\\nhost")
                 server.request(code, {"mcode": "1", "unknown": 1})
-                with contextlib.closing(server.connect()) as socket:
-                    socket.request("GET", "/cometd", headers={
-                        "Authorization": "Bearer " + TOKEN, "Connection": "Upgrade", "Upgrade": "websocket",
-                        "Sec-WebSocket-Version": "13", "Sec-WebSocket-Key": "AAAAAAAAAAAAAAAAAAAAAA=="})
-                    self.assertEqual(socket.getresponse().status, 101)
+                for version, status in ("12", 426), ("13", 101):
+                    with contextlib.closing(server.connect()) as socket:
+                        socket.request("GET", "/cometd", headers={
+                            "Authorization": "Bearer " + TOKEN, "Connection": "Upgrade", "Upgrade": "websocket",
+                            "Sec-WebSocket-Version": version, "Sec-WebSocket-Key": "AAAAAAAAAAAAAAAAAAAAAA=="})
+                        self.assertEqual(socket.getresponse().status, status)
                 self.wait_for("CLOSE", "access")
                 server.request(code, {"mcode": "os._exit(1)"})
                 metrics = server.request("/metrics")[1]
