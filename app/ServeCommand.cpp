@@ -146,12 +146,13 @@ int runServe(const ServeSettings& given) {
     warnOfSettings(settings);
     auto options = settings.gatewayOptions();
     options.onAccess = [&serveLog](const auto& entry) { serveLog.noteAccess(entry); };
+    options.isStopWanted = [&signals] { return signals.isStopWanted(); };
     allowFiles(options);
     auto backend = makeBackend(settings);
     serveLog.useStreams(backend->standardOutput(), backend->standardError());
     const auto messages = backend->messages;
     const auto gateway = startGateway(std::move(options), *backend, settings.file.value_or(""));
-    announce(*gateway, settings, backend->standardOutput());
+    if (!signals.isStopWanted()) announce(*gateway, settings, backend->standardOutput());
     auto signal = signals.wait();
     for (; !signal; signal = signals.wait()) reload(given, settings, *gateway, serveLog);
     log().info("Stopping on " + *signal);

@@ -72,6 +72,8 @@ ServeSignals::~ServeSignals() {
     ::close(event.exchange(-1));
 }
 
+bool ServeSignals::isStopWanted() const { return stopSignal != 0; }
+
 std::optional<std::string> ServeSignals::wait() const {
     for (;;) {
         if (const int number = stopSignal) return "SIG" + std::string(::sigabbrev_np(number));

@@ -27,6 +27,8 @@ public:
     /// The name of the signal that ends the program; nothing when settings are to be read.
     /// Blocks: until one comes, or has come.
     std::optional<std::string> wait() const;
+    /// Whether one that ends the program has come.  Threads: any.
+    bool isStopWanted() const;
 
 private:
     static constexpr std::array<int, 3> signals = {SIGINT, SIGTERM, SIGHUP};

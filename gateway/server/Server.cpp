@@ -18,6 +18,7 @@ namespace gateway {
 namespace {
 
 constexpr auto finishTime = std::chrono::seconds(1);
+constexpr auto stopCheckInterval = std::chrono::milliseconds(50);
 
 bayeux::ServerOptions bayeuxOptions(const GatewayOptions& options, const access::AccessPolicy& access,
                                     access::Refusals& refusals, const std::string& id) {
@@ -190,12 +191,18 @@ void Server::checkFolders(const supervisor::WorkerSpec& spec) const {
 }
 
 void Server::startInterpreter() {
-    std::promise<dispatch::Answer> started;
-    interpreters_.find(interpreters::Registry::defaultId)->port().start([&started](dispatch::Answer answer) {
-        started.set_value(std::move(answer));
+    const auto started = std::make_shared<std::promise<dispatch::Answer>>();
+    interpreters_.find(interpreters::Registry::defaultId)->port().start([started](dispatch::Answer answer) {
+        started->set_value(std::move(answer));
     });
-    const auto answer = started.get_future().get();
-    if (!answer.problem.empty()) throw std::runtime_error(answer.problem);
+    auto answer = started->get_future();
+    const auto& isStopWanted = parts_.options.isStopWanted;
+    while (!isStopWanted || !isStopWanted()) {
+        if (answer.wait_for(stopCheckInterval) != std::future_status::ready) continue;
+        const auto problem = answer.get().problem;
+        if (!problem.empty()) throw std::runtime_error(problem);
+        return;
+    }
 }
 
 void Server::startThreads() {

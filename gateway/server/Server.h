@@ -48,7 +48,8 @@ public:
     Server& operator=(const Server&) = delete;
 
     /// Starts the process of the default interpreter, if it has one of its own.
-    /// Blocks: until it takes requests.  Throws: std::runtime_error, when it cannot start.
+    /// Blocks: until it takes requests, or `isStopWanted` of the options.  Throws: std::runtime_error, when
+    /// it cannot start.
     void startInterpreter();
 
     std::uint16_t port() const { return listener_.port(); }

@@ -18,11 +18,14 @@ namespace {
 
 int openForAppending(const std::string& path) {
     if (path.empty()) return -1;
-    const int descriptor = open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600);
+    // Code does not wait for who reads a pipe: it gets what there is room for.
+    constexpr int flags = O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
+    const int descriptor = open(path.c_str(), flags, 0600);
     if (descriptor < 0) {
         const std::error_code error(errno, std::generic_category());
         foundation::log::DiagnosticLogger("standalone::telemetry")
-            .error("The telemetry file cannot be opened, no telemetry is kept: " + error.message());
+            .error("The telemetry file " + path +
+                   " cannot be opened, no telemetry is kept: " + error.message());
     }
     return descriptor;
 }

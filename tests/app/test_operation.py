@@ -15,8 +15,9 @@ import tempfile
 import threading
 import unittest
 
-from numora_program import LIMIT, TOKEN, Server, Session
+from numora_program import LIMIT, TOKEN, Server, Session, Signal, start
 from test_workers import wait_until
+from test_workplace import make_environment
 
 TIME = r"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z"
 RELOADED, FAILED = "Reloaded certificate, tokens and log", "Reloading failed, and the old settings stay: "
@@ -201,10 +202,28 @@ class OperationTest(unittest.TestCase):
                         file.write(text)
                     self.reload(server, FAILED)
                     self.assertIn(problem, self.read("log").splitlines()[-1])
-                    self.assertEqual(server.eval("1"), "mock output")
+                    self.assertEqual(server.eval("1"), "1\n")
+            os.rename(fifo, self.path("numora.toml"))
+            self.reload(server, FAILED + self.path("numora.toml: must be a regular file"))
+            os.unlink(self.path("numora.toml"))
             self.settings(f'token = "{OTHER}"', "connections = 99", "port = 1")
-            self.reload(server, "Changed, but read at start only: connections, host, port")
+            for _ in range(2):
+                self.reload(server, "Changed, but read at start only: connections, host, port")
             self.assertEqual(server.request("/readyz", token=OTHER)[0], 200)
+
+    def test_a_signal_ends_a_start_that_hangs(self):
+        make_environment(self.path("venv"))
+        packages = self.path("venv/lib/python3.11/site-packages")
+        os.makedirs(packages)
+        with Signal() as begun:
+            with open(packages + "/hangs.pth", "w") as file:
+                file.write(begun.code + "; import time; time.sleep(1000)\n")
+            with start("serve", "--port", "0", "--venv", self.path("venv")) as server:
+                begun.wait()
+                server.terminate()
+                out, err = server.communicate(timeout=LIMIT)
+        self.assertEqual((server.returncode, out), (0, b""), err)
+        self.assertIn(b"Stopping on SIGTERM", err)
 
     def test_a_terminal_that_is_closed_ends_it(self):
         self.settings()

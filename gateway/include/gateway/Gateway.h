@@ -33,7 +33,7 @@ public:
     Gateway& operator=(const Gateway&) = delete;
 
     /// Listens; connections are accepted when it returns.
-    /// Blocks: until the default interpreter takes requests.
+    /// Blocks: until the default interpreter takes requests, or a stop is wanted, which is then to follow.
     /// Throws: std::runtime_error, when the address is not available or the interpreter does not start;
     /// std::invalid_argument, for a file that cannot be used and an address beyond the loopback without a
     /// token.

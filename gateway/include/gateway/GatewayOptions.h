@@ -113,6 +113,8 @@ struct GatewayOptions {
     /// For how long the streams, and each tag of events, count as listened to after their last client has
     /// left.
     std::chrono::milliseconds standInTime = std::chrono::minutes(5);
+    /// Asked again and again while the default interpreter starts: true ends the wait for it. May be null.
+    std::function<bool()> isStopWanted{};
     /// Takes what the access log tells, on threads of the gateway. It must not wait; may be null.
     std::function<void(const AccessEntry&)> onAccess{};
     /// Counts for the metrics; may be null.
