@@ -5,10 +5,13 @@
 #include <condition_variable>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <stdexcept>
 #include <string>
+#include <system_error>
 #include <thread>
 #include <utility>
 
@@ -30,6 +33,8 @@
 namespace app {
 
 namespace {
+
+namespace fs = std::filesystem;
 
 const foundation::log::DiagnosticLogger& log() {
     static const foundation::log::DiagnosticLogger instance("numora");
@@ -111,12 +116,22 @@ void announce(const gateway::Gateway& gateway, const ServeSettings& settings, in
     writeAll(standardOutput, "Listening on " + gateway.url() + token + "\n");
 }
 
-// Everything is tried before anything is changed.
-void reload(const ServeSettings& given, ServeSettings& settings, gateway::Gateway& gateway,
+// Whoever reads something else, such as a pipe, may wait for ever.
+void requireFile(const std::optional<std::string>& name) {
+    std::error_code unknown;
+    if (!name || !fs::exists(*name, unknown) || fs::is_regular_file(*name, unknown)) return;
+    throw InputError(*name + ": must be a regular file, to be read again");
+}
+
+// Everything is tried before anything is changed. `settings` are those of the start.
+void reload(const ServeSettings& given, const ServeSettings& settings, gateway::Gateway& gateway,
             ServeLog& serveLog) {
     try {
         auto next = given;
+        requireFile(next.file);
         next.readFile();
+        requireFile(next.tlsCertificate);
+        requireFile(next.tlsKey);
         const auto files = ServeLog::open(next.logFiles());
         gateway.reload(next.reloadable());
         serveLog.use(files);
@@ -126,14 +141,14 @@ void reload(const ServeSettings& given, ServeSettings& settings, gateway::Gatewa
         std::string names;
         for (const auto& name : settings.changedForStart(next)) names += (names.empty() ? "" : ", ") + name;
         if (!names.empty()) log().warning("Changed, but read at start only: " + names);
-        settings = std::move(next);
     } catch (const std::exception& error) {
         log().error("Reloading failed, and the old settings stay: " + std::string(error.what()));
     }
 }
 
 /// `given`: what flags and the environment say.
-int runServe(const ServeSettings& given) {
+int runServe(ServeSettings& given) {
+    given.makeAbsolute();
     auto settings = given;
     settings.readFile();
     settings.workplace.find();

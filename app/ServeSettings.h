@@ -54,6 +54,9 @@ struct ServeSettings {
 
     /// Adds the flags and the environment variables to the command.
     void addTo(CLI::App& command);
+    /// Has all paths lead to the same files in whatever folder the process works later: an interpreter in it
+    /// may change that.
+    void makeAbsolute();
     /// Reads `file`, if there is one, for what is not set yet.
     /// Throws: InputError, when it cannot be read or says what cannot be understood.
     void readFile();
@@ -63,7 +66,7 @@ struct ServeSettings {
     gateway::ReloadableOptions reloadable() const;
     /// The names of the other settings that `file` and that of `next` do not set alike.
     std::vector<std::string> changedForStart(const ServeSettings& next) const;
-    ServeLog::Files logFiles() const { return {.log = logFile, .access = accessLog}; }
+    ServeLog::Files logFiles() const;
     foundation::log::Severity level() const {
         return foundation::log::severityFromName(logLevel.value_or("info"));
     }

@@ -195,7 +195,14 @@ class OperationTest(unittest.TestCase):
             f'token = "{OTHER}"\ntls_cert = "no"\ntls_key = "no"': "tls_cert and tls_key must be set when the server",
         }
         self.settings(f'token = "{TOKEN}"', "connections = 100", 'host = "127.0.0.1"')
-        with self.server("--mock") as server:
+        fifo = self.path("fifo")
+        os.mkfifo(fifo)
+        self.addCleanup(os.chdir, os.getcwd())
+        os.chdir(self.folder)
+        server = Server("--in-process", "--folder", "/", "--config", "numora.toml", "--set",
+                        "connector.interpreter.telemetryFile=" + fifo, token=False, environment={"NUMORA_LOG_LEVEL": ""})
+        with server:
+            self.wait_for(fifo + " cannot be opened")
             for text, problem in rows.items():
                 with self.subTest(problem):
                     with open(self.path("numora.toml"), "w") as file:
