@@ -2,8 +2,10 @@
 
 #include <utility>
 
+#include <Poco/JSON/Array.h>
 #include <unistd.h>
 
+#include "connector/wireWords.h"
 #include "text.h"
 
 namespace app {
@@ -20,7 +22,7 @@ Console::Console(Session& session, PlainLines& lines)
     : session_(session), lines_(lines), clears_(::isatty(session.streams().output) == 1) {}
 
 void Console::run() {
-    while (const auto line = lines_.read(prompt())) enter(*line);
+    while (const auto line = lines_.read(prompt(), isEchoed_)) enter(*line);
     finish();
 }
 
@@ -56,6 +58,17 @@ Poco::JSON::Object::Ptr Console::send(const std::string& code) {
     return sendEval(session_, code, {.window = windowSize(session_.streams().output)});
 }
 
+// Responses do not say it.
+bool Console::isEchoWanted() {
+    Poco::JSON::Object::Ptr message = new Poco::JSON::Object;
+    message->set("function", std::string("numora._prompts.is_echoed"));
+    message->set("nargout", 1);
+    message->set("arguments", Poco::JSON::Array::Ptr(new Poco::JSON::Array));
+    message->set("dequeMode", std::string("ppe"));
+    const auto response = session_.request(connector::wire::type::feval, message);
+    return response->optValue<std::string>("results", "") != "[false]";
+}
+
 void Console::evaluate(const std::string& code) {
     try {
         if (wants_ == Evaluation::Wants::Input) session_.goOn();
@@ -69,6 +82,7 @@ void Console::evaluate(const std::string& code) {
 
 void Console::show(Evaluation evaluation) {
     wants_ = evaluation.wants;
+    isEchoed_ = wants_ != Evaluation::Wants::Input || !lines_.isInteractive() || isEchoWanted();
     if (evaluation.clearWindow && clears_) writeAll(session_.streams().output, "\033[H\033[2J");
     if (lines_.isInteractive()) {
         // An unfinished line that asks is the prompt; any other is finished before the next prompt.

@@ -26,6 +26,7 @@ private:
     void finish();
     void evaluate(const std::string& code);
     void show(Evaluation evaluation);
+    bool isEchoWanted();
     Poco::JSON::Object::Ptr send(const std::string& code);
 
     Session& session_;
@@ -33,6 +34,7 @@ private:
     const bool clears_;  ///< whether there is a screen to clear
     std::string block_;  ///< the lines of a block that is not complete yet
     std::string inputPrompt_;
+    bool isEchoed_ = true;
     Evaluation::Wants wants_ = Evaluation::Wants::Code;
 };
 

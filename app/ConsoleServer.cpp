@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
+#include <string_view>
 #include <system_error>
 
 #include <fcntl.h>
@@ -20,9 +21,13 @@ namespace {
 
 // What the environment says of servers is meant for those that the user starts.
 void forgetSettings() {
-    for (const char* name :
-         {"NUMORA_HOST", "NUMORA_PORT", "NUMORA_TOKEN", "NUMORA_CONFIG", "NUMORA_CONSOLE", "NUMORA_URL"}) {
-        ::unsetenv(name);
+    std::vector<std::string> names;
+    for (char** entry = environ; *entry != nullptr; ++entry) {
+        const std::string_view variable = *entry;
+        if (variable.starts_with("NUMORA_")) names.emplace_back(variable.substr(0, variable.find('=')));
+    }
+    for (const auto& name : names) {
+        if (name != "NUMORA_BUNDLES") ::unsetenv(name.c_str());
     }
 }
 

@@ -91,6 +91,7 @@ public:
         client_->publish(connector::wire::channel::evalRequest, connector::json::quoted(request.text),
                          context);
         const auto refusal = context->getOr(RequestRefusal::contextKey, RequestRefusal());
+        if (refusal.status == 409 && request.prompt) throw PromptGone(refusal.reason);
         if (refusal.status != 0) throw std::runtime_error("the request was refused: " + refusal.reason);
     }
     Taken take(std::chrono::milliseconds limit) override {

@@ -10,7 +10,9 @@ namespace app {
 PlainLines::PlainLines(const StandardStreams& streams)
     : streams_(streams), isInteractive_(::isatty(streams.input) == 1 && ::isatty(streams.output) == 1) {}
 
-std::optional<std::string> PlainLines::read(const std::string& prompt) {
+std::optional<std::string> PlainLines::read(const std::string& prompt, bool isEchoed) {
+    Echo echo(streams_.input);
+    echo.set(isEchoed);
     if (isInteractive_) writeAll(streams_.output, prompt);
     std::size_t searched = 0;
     std::size_t end = 0;

@@ -16,10 +16,11 @@ public:
     /// Whether a person sees the prompt and what is typed.
     bool isInteractive() const { return isInteractive_; }
 
-    /// Shows `prompt` where somebody sees it, and reads a line, without its newline; none at the end.
+    /// Shows `prompt` where somebody sees it, and what is typed if `isEchoed`, and reads a line, without its
+    /// newline; none at the end.
     /// Blocks: until a line is there.
     /// Throws: InputError for a line that is not UTF-8; std::system_error; ClosedPipe.
-    std::optional<std::string> read(const std::string& prompt);
+    std::optional<std::string> read(const std::string& prompt, bool isEchoed = true);
 
 private:
     const StandardStreams streams_;

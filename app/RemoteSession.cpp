@@ -13,6 +13,7 @@
 #include "connector/json/parse.h"
 #include "connector/json/write.h"
 #include "connector/wireWords.h"
+#include "interpreterInfo.h"
 #include "serverAnswer.h"
 #include "terminal.h"
 
@@ -59,8 +60,20 @@ private:
 
 RemoteSession::RemoteSession(const ServerAddress& address)
     : address_(address), requests_(address), interrupts_(address) {
-    valueIn(requests_.get("/readyz", readyLimit));
+    requireReady();
     key_ = std::make_unique<InterruptKey>([this] { interrupt(); });
+}
+
+void RemoteSession::requireReady() {
+    try {
+        valueIn(requests_.get("/readyz", readyLimit));
+    } catch (const ServerRefusal&) {
+        const auto info = ServerRequests(address_).describe();
+        if (textIn(*info, "state") != "failed") throw;
+        const auto death = info->getObject("lastDeath");
+        throw ServerRefusal((death ? textIn(*death, "sentence") : "The interpreter has died too often.") +
+                            " 'numora restart' begins a new life.");
+    }
 }
 
 std::string RemoteSession::activity() {

@@ -41,6 +41,7 @@ public:
     std::unique_ptr<ResponseStream> openStream() override;
 
 private:
+    void requireReady();
     void noteLife(const std::string& life);
     void interrupt();
     void postInterrupt(HttpClient& http) CONNECTOR_EXCLUDES(mutex_);

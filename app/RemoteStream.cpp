@@ -103,7 +103,10 @@ void RemoteStream::send(const StreamRequest& request) {
     const auto answer = publishes_.post("/cometd", arrayOf(message), std::nullopt, life_);
     if (!life_.empty()) requireSameLife(answer);
     life_ = answer.life;
-    successIn(messagesIn(answer));
+    const auto replies = messagesIn(answer);
+    if (!replies.empty() && errorIn(*replies[0]).ends_with(":the prompt is gone"))
+        throw PromptGone(errorIn(*replies[0]));
+    successIn(replies);
 }
 
 std::string RemoteStream::interruptMessage() {

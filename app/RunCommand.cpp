@@ -43,6 +43,7 @@ struct Script {
     std::vector<std::string> words;
     std::string source;
     std::string folder;
+    std::string file;  ///< for `__file__`: absolute
 };
 
 std::string readFile(const std::string& path) {
@@ -74,15 +75,20 @@ Script readScript(const std::vector<std::string>& words) {
     if (file.starts_with('-') && file != standardInput)
         throw InputError(file + " is no option of numora run");
     for (const auto& word : words) requireUtf8("an argument", word);
-    Script script{.words = words, .source = readFile(file), .folder = {}};
+    Script script{.words = words, .source = readFile(file), .folder = {}, .file = {}};
     requireUtf8(file, script.source);
-    if (file != standardInput) script.folder = std::filesystem::weakly_canonical(file).parent_path().string();
+    if (file != standardInput) {
+        script.folder = std::filesystem::weakly_canonical(file).parent_path().string();
+        script.file = std::filesystem::absolute(file).string();
+    }
     return script;
 }
 
 /// The code that runs the script. It is sent as a whole: the interpreter may be elsewhere.
 std::string codeFor(const std::string& name, const Script& script, const Session& session) {
-    std::string code = "__import__('numora._script')._script.";
+    // Those who look at the last request of an interpreter see its beginning.
+    std::string code = "# numora run " + connector::json::quoted(script.words[0]) +
+                       "\n__import__('numora._script')._script.";
     code += session.isShared() ? "run_program(" : "run_only(";
     code.append(connector::json::quoted(name))
         .append(", ")
@@ -91,7 +97,8 @@ std::string codeFor(const std::string& name, const Script& script, const Session
     code += listOf({script.words.begin() + 1, script.words.end()});
     if (!session.isShared()) code += ", " + std::to_string(session.streams().input);
     code.append(", source=").append(connector::json::quoted(script.source));
-    return code.append(", folder=").append(connector::json::quoted(script.folder)).append(");");
+    code.append(", folder=").append(connector::json::quoted(script.folder));
+    return code.append(", file=").append(connector::json::quoted(script.file)).append(");");
 }
 
 int statusOf(const std::string& name, Session& session) {
@@ -124,7 +131,7 @@ int runScript(const RunOptions& options) {
         if (std::exchange(isSent, true)) return std::nullopt;
         return codeFor(name, script, *session);
     });
-    return isGood ? statusOf(name, *session) & 0xFF : 1;
+    return isGood ? statusOf(name, *session) : 1;
 }
 
 }  // namespace

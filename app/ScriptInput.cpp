@@ -4,7 +4,6 @@
 
 #include <Poco/JSON/Array.h>
 #include <poll.h>
-#include <termios.h>
 
 #include "connector/json/write.h"
 #include "terminal.h"
@@ -20,21 +19,25 @@ constexpr const char* blockMark = "\x1e";  // of numora._script
 }  // namespace
 
 bool ScriptInput::wait(bool isEchoed, std::chrono::milliseconds limit) {
-    echo(isEchoed);
-    if (pending_.find('\n') != std::string::npos) return true;
+    echo_.set(isEchoed);
+    if (isComplete()) return true;
     pollfd ready{.fd = descriptor_, .events = POLLIN, .revents = 0};
-    return ::poll(&ready, 1, static_cast<int>(limit.count())) > 0;
+    if (::poll(&ready, 1, static_cast<int>(limit.count())) > 0) fill();
+    return isComplete();
+}
+
+void ScriptInput::fill() {
+    char buffer[65536];
+    const std::size_t count = readSome(descriptor_, buffer, sizeof buffer);
+    pending_.append(buffer, count);
+    isAtEnd_ = count == 0;
 }
 
 std::string ScriptInput::read(bool mayBeBlock) {
-    std::size_t end = 0;
-    while ((end = pending_.find('\n')) == std::string::npos) {
-        char buffer[65536];
-        const std::size_t count = readSome(descriptor_, buffer, sizeof buffer);
-        if (count == 0) break;
-        pending_.append(buffer, count);
-    }
-    echo(true);
+    while (!isComplete()) fill();
+    isAtEnd_ = false;  // of a terminal there may be more
+    echo_.set(true);
+    const std::size_t end = pending_.find('\n');
     if (pending_.empty()) return endOfTransmission;
     if (end == std::string::npos) return withFinalNewline(std::exchange(pending_, {}));
     const std::size_t last = pending_.rfind('\n');
@@ -54,17 +57,6 @@ std::string ScriptInput::takeLines(std::size_t end) {
     }
     pending_.erase(0, end);
     return blockMark + connector::json::written(lines) + "\n";
-}
-
-void ScriptInput::echo(bool isOn) {
-    termios settings{};
-    if (isOn == isEchoed_ || ::tcgetattr(descriptor_, &settings) != 0) return;
-    isEchoed_ = isOn;
-    constexpr tcflag_t shown = ECHO;
-    constexpr tcflag_t newlineAlone = ECHONL;
-    settings.c_lflag =
-        isOn ? (settings.c_lflag | shown) & ~newlineAlone : (settings.c_lflag & ~shown) | newlineAlone;
-    ::tcsetattr(descriptor_, TCSANOW, &settings);
 }
 
 }  // namespace app

@@ -27,6 +27,12 @@ public:
     using std::runtime_error::runtime_error;
 };
 
+/// What was to be typed is not wanted any more: its prompt is gone. Nothing was typed.
+class PromptGone : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
 /// The program's own standard input, output and error, as file descriptors.
 struct StandardStreams {
     int input;
@@ -65,7 +71,8 @@ public:
 
     virtual ~ResponseStream() = default;
 
-    /// Throws: InterpreterDied; std::runtime_error, when the request is refused; others as the session says.
+    /// Throws: InterpreterDied; PromptGone; std::runtime_error, when the request is refused; others as the
+    /// session says.
     virtual void send(const StreamRequest& request) = 0;
     /// Blocks: until a message is there, for `limit` at most.
     virtual Taken take(std::chrono::milliseconds limit) = 0;

@@ -37,6 +37,8 @@ std::string describe(const Object& info) {
                 secondsOf(*request) + "\n";
     }
     if (const auto death = lastDeathOf(info); !death.empty()) text += "    last death: " + death + "\n";
+    if (textIn(info, "state") == "failed")
+        text += "    has died too often to go on by itself; 'numora restart' begins a new life\n";
     return text;
 }
 

@@ -70,7 +70,13 @@ void StreamedEvaluation::send(const std::string& text) {
     } else if (!session_.isShared() || !settings_.isTypable) {
         request.prompt = 0;
     }
-    stream_->send(request);
+    try {
+        stream_->send(request);
+    } catch (const PromptGone&) {  // as when the code was interrupted just now, which goes on
+        hasBegun_ = true;
+        if (!settings_.hasInput) fail("the code does not wait for input any more; nothing was typed");
+        return;
+    }
     names_.insert(request.name);
     incomplete_.insert(request.name);
     if (prompt_) noteBegin();
@@ -117,7 +123,7 @@ void StreamedEvaluation::show(const StreamMessage& message) {
         handlePrompt(message);
     } else if (!isResponse) {
         hasFailed_ = true;
-        if (!settings_.json) printError(session_.streams().error, "printed text was lost: " + message.text);
+        if (!settings_.json) tell("printed text was lost: " + message.text);
     } else if (!settings_.json) {
         print(message);
     }
@@ -127,6 +133,7 @@ void StreamedEvaluation::print(const StreamMessage& message) {
     const auto standard = session_.streams();
     if (message.channel == words::output) {
         writeAll(standard.output, message.text);
+        if (!message.text.empty()) isInLine_ = !message.text.ends_with('\n');
     } else if (message.channel == words::error) {
         writeAll(standard.error, message.text);
     } else if (message.channel == words::suggestion) {
@@ -146,7 +153,7 @@ void StreamedEvaluation::handleCompletion(const StreamMessage& message) {
     if (!isSuccess) return fail("the code was not run");
     noteBegin();
     isTyped_ = true;
-    printError(session_.streams().error, "other code waited for input, and was typed this");
+    tell("other code waited for input, and was typed this");
 }
 
 void StreamedEvaluation::handlePrompt(const StreamMessage& message) {
@@ -167,9 +174,8 @@ void StreamedEvaluation::tellOfOthers() {
     const std::string activity = session_.activity();
     if (activity != "busy" && activity != "input") return;
     if (std::exchange(told_, activity) == activity) return;
-    printError(session_.streams().error, activity == "busy"
-                                             ? "the interpreter runs other code, which is waited for"
-                                             : "the interpreter waits for input of other code");
+    tell(activity == "busy" ? "the interpreter runs other code, which is waited for"
+                            : "the interpreter waits for input of other code");
 }
 
 // The completion of what was interrupted is waited for, but not for ever: code may swallow the interrupt. No
@@ -194,8 +200,7 @@ void StreamedEvaluation::noteInterrupts() {
     graceEnd_ = Clock::time_point::max();
     isDeaf_ = true;
     const std::string end = session_.isShared() ? "; 'numora restart' ends it" : "";
-    printError(session_.streams().error,
-               "the code goes on after the interrupt" + end + "; press Ctrl-C again to wait no longer");
+    tell("the code goes on after the interrupt" + end + "; press Ctrl-C again to wait no longer");
 }
 
 void StreamedEvaluation::giveUp(const std::string& why) {
@@ -206,8 +211,15 @@ void StreamedEvaluation::giveUp(const std::string& why) {
 }
 
 void StreamedEvaluation::fail(const std::string& why) {
-    printError(session_.streams().error, why);
+    tell(why);
     hasFailed_ = true;
+}
+
+// On a line of its own where both are seen together.
+void StreamedEvaluation::tell(const std::string& message) {
+    if (clears_ && isInLine_) writeAll(session_.streams().output, "\n");
+    isInLine_ = false;
+    printError(session_.streams().error, message);
 }
 
 }  // namespace app

@@ -67,6 +67,7 @@ private:
     void noteInterrupts();
     void giveUp(const std::string& why);
     void fail(const std::string& why);
+    void tell(const std::string& message);
 
     Session& session_;
     const Settings settings_;
@@ -82,6 +83,7 @@ private:
     bool isDeaf_ = false;         ///< has gone on after an interrupt of the user's, who was told
     bool hasBegun_ = false;       ///< what was sent last
     bool hasFailed_ = false;
+    bool isInLine_ = false;                                  ///< what was printed last has not ended its line
     bool isGivenUp_ = false;                                 ///< no code is sent any more
     std::uint64_t interrupts_ = 0;                           ///< of the user's, until now
     Clock::time_point graceEnd_ = Clock::time_point::max();  ///< of the last one

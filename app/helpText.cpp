@@ -50,8 +50,11 @@ public:
 std::string problemOf(const CLI::App& command, const std::string& name, const CLI::Error& error,
                       const std::vector<std::string>& extra) {
     const std::string text = error.what();
-    if (dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr && !extra.empty()) {
-        if (extra[0].starts_with('-')) return extra[0] + " is no option of " + name;
+    const bool isExtra = dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr;
+    const bool isMissing = dynamic_cast<const CLI::RequiredError*>(&error) != nullptr;
+    if ((isExtra || isMissing) && !extra.empty() && extra[0].starts_with('-'))
+        return extra[0] + " is no option of " + name;
+    if (isExtra && !extra.empty()) {
         if (shownCommands(command).empty()) return extra[0] + " is one argument too many";
         return extra[0] + " is no command; there are " + commandsOf(command);
     }

@@ -86,11 +86,15 @@ std::vector<std::string> argumentsFrom(int argc, char** argv) {
 // Programs of all users can see the arguments of a process.
 void hideTokens(int argc, char** argv) {
     constexpr std::string_view option = "--token";
+    constexpr std::string_view given = "token=";  // of an option or an address
     for (int i = 1; i < argc; ++i) {
         const std::string_view argument = argv[i];
-        char* begin = nullptr;
-        if (argument == option && i + 1 < argc) begin = argv[i + 1];
-        if (argument.starts_with("--token=")) begin = argv[i] + option.size() + 1;
+        const bool isAddress = argument.find("://") != std::string_view::npos;
+        char* begin = argument == option ? argv[i + 1] : nullptr;
+        if (argument.starts_with("--token=") || isAddress) {
+            begin = std::strstr(argv[i], given.data());
+            if (begin != nullptr) begin += given.size();
+        }
         if (begin != nullptr) std::fill_n(begin, std::strlen(begin), '*');
     }
 }

@@ -12,6 +12,9 @@ void requireSameLife(const HttpClient::Answer& answer) {
     if (answer.status == conflict) throw InterpreterDied(startedAnew);
 }
 
+// The server's own answers are JSON.
+bool isOfProxy(int status) { return status >= 502 && status <= 504; }
+
 Poco::Dynamic::Var valueIn(const HttpClient::Answer& answer) {
     const bool isGood = answer.status >= 200 && answer.status < 300;
     if (answer.status == 204) return {};
@@ -27,6 +30,7 @@ Poco::Dynamic::Var valueIn(const HttpClient::Answer& answer) {
         }
     } catch (const connector::json::ParseError& error) {
         if (isGood) reason = std::string("the server's answer must be JSON: ") + error.what();
+        if (isOfProxy(answer.status)) reason += ": a proxy says so, and the server after it may not run";
     }
     throw ServerRefusal(reason);
 }

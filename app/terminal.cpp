@@ -5,6 +5,7 @@
 
 #include <poll.h>
 #include <sys/ioctl.h>
+#include <termios.h>
 #include <unistd.h>
 
 namespace app {
@@ -52,6 +53,17 @@ std::string readAll(int descriptor) {
     char buffer[65536];
     while (const std::size_t count = readSome(descriptor, buffer, sizeof buffer)) text.append(buffer, count);
     return text;
+}
+
+void Echo::set(bool isOn) {
+    termios settings{};
+    if (isOn == isOn_ || ::tcgetattr(descriptor_, &settings) != 0) return;
+    isOn_ = isOn;
+    constexpr tcflag_t shown = ECHO;
+    constexpr tcflag_t newlineAlone = ECHONL;
+    settings.c_lflag =
+        isOn ? (settings.c_lflag | shown) & ~newlineAlone : (settings.c_lflag & ~shown) | newlineAlone;
+    ::tcsetattr(descriptor_, TCSANOW, &settings);
 }
 
 WindowSize windowSize(int descriptor) {

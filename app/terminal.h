@@ -23,6 +23,22 @@ std::string readAll(int descriptor);
 /// Reads up to `size` bytes; 0 at the end.  Throws: std::system_error.
 std::size_t readSome(int descriptor, char* buffer, std::size_t size);
 
+/// Whether a terminal shows what is typed; it does again when this ends. Anything else is left alone.
+class Echo {
+public:
+    explicit Echo(int descriptor) : descriptor_(descriptor) {}
+    ~Echo() { set(true); }
+    Echo(const Echo&) = delete;
+    Echo& operator=(const Echo&) = delete;
+
+    /// The newline is shown in any case.
+    void set(bool isOn);
+
+private:
+    const int descriptor_;
+    bool isOn_ = true;
+};
+
 struct WindowSize {
     int columns = 80;
     int rows = 24;

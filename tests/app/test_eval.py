@@ -90,6 +90,7 @@ class EvalTest(unittest.TestCase):
             "unknown command": (["bogus"], b"", "numora: bogus is no command; there are call, console, deaths, eval, "
                                 "interpreters, interrupt, restart, run, serve and status\n"),
             "unknown option": (["eval", "--bogus", "1"], b"", "numora: --bogus is no option of numora eval\nRun 'numora eval --help'"),
+            "unknown option alone": (["eval", "--bogus"], b"", "numora: --bogus is no option of numora eval\n"),
             "no code": (["eval"], b"", "numora: CODE is required\n"),
             "fraction": (["eval", "--timeout", "1.5", "1"], b"",
                          "numora: --timeout must be an integer between 1 and 2147483\n"),

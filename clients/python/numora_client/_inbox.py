@@ -36,6 +36,11 @@ class Inbox:
     def is_full(self) -> bool:
         return self._size >= _MOST
 
+    @property
+    def size(self) -> int:
+        """In characters, about."""
+        return self._size
+
     def put(self, message: Message, size: int) -> None:
         if not self._accepts(message):
             return

@@ -58,9 +58,12 @@ def _message_and_text(error):
 
 
 def _hide_own_frames(described):
-    """Takes the program's own modules out of the call stacks that are shown: the code at fault is the user's."""
+    """Takes the program's own modules, and code that calls them for it, out of the call stacks that are shown: the code
+    at fault is the user's.
+    """
     while described is not None:
-        described.stack[:] = [f for f in described.stack if not f.filename.startswith("<numora.")]
+        described.stack[:] = [f for f in described.stack if not f.filename.startswith("<numora.")
+                              and not (f.line or "").startswith("__import__('numora._")]
         for part in described.exceptions or ():
             _hide_own_frames(part)
         described = described.__cause__ or described.__context__

@@ -14,6 +14,7 @@ _DEBUG, _INPUT, _KEYBOARD = 1, 2, 3
 
 _TEXT_LIMIT = 10_000  # characters of what is asked
 _read = builtins.input
+_is_echoed = True
 
 
 def ask(prompt="", /):
@@ -44,12 +45,19 @@ def read_line(frame):
         text = frame.f_locals["text"][-_TEXT_LIMIT:]
         frame = frame.f_back or frame
     prompt = _requester(frame)
+    global _is_echoed
+    _is_echoed = frame.f_code is not ask_for_password.__code__
     try:
-        return _host.read_line(prompt, frame.f_code is not ask_for_password.__code__, text)
+        return _host.read_line(prompt, _is_echoed, text)
     except KeyboardInterrupt:
         if prompt != _DEBUG:
             raise
     raise interrupt_alone()  # the debugger would take a KeyboardInterrupt for itself and ask again
+
+
+def is_echoed():
+    """Whether what is typed where code waits for input is to be shown."""
+    return _is_echoed
 
 
 def open_debugger(*args, **kwargs):

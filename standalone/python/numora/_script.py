@@ -21,17 +21,18 @@ _BLOCK = "\x1e"  # begins a line that stands for several, as a JSON array
 _statuses = {}  # of scripts that have ended, until their programs ask
 
 
-def run(path, arguments, *, source=None, folder=None):
+def run(path, arguments, *, source=None, folder=None, file=None):
     """Runs a file as `__main__`, or `source` under its name, which is "-" for none; returns the exit status.
 
-    `folder` is where its imports are looked for first: by default the one that holds the file. An error is shown on
-    standard error. What the script has defined is in the workspace afterwards.
+    `folder` is where its imports are looked for first: by default the one that holds the file. `file` is its absolute
+    path, where that is not one of this machine. An error is shown on standard error. What the script has defined is in the workspace afterwards.
     """
     process = os.getpid()
     main = types.ModuleType("__main__")
     vars(main).update(__builtins__=builtins, __cached__=None)
+    file = "<stdin>" if path == "-" else file or os.path.join(os.getcwd(), path)
     if path != "-":
-        vars(main)["__file__"] = path
+        vars(main)["__file__"] = file
     threads = set(threading.enumerate())
     outer = sys.modules["__main__"], sys.argv
     sys.modules["__main__"], sys.argv = main, [path, *arguments]
@@ -39,7 +40,7 @@ def run(path, arguments, *, source=None, folder=None):
         folder = os.path.dirname(os.path.realpath(path))
     sys.path.insert(0, folder)
     try:
-        _execute(path, source, vars(main))
+        _execute(file, source, vars(main))
         _join_threads(threads)
     except BaseException as error:
         if os.getpid() != process:  # the script has forked
@@ -112,7 +113,6 @@ def _execute(path, source, variables):
         with open(path, "rb") as file:
             source = importlib.util.decode_source(file.read())
     source = source.removeprefix("\ufeff")
-    path = "<stdin>" if path == "-" else path
     # Without a time of change, so that it is never compared with a file.
     linecache.cache[path] = len(source), None, source.splitlines(True), path
     try:

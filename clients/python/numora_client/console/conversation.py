@@ -45,12 +45,21 @@ class Conversation(Reader[Message]):
     def is_online(self) -> bool:
         return self._session is not None and self._session.is_online
 
+    @property
+    def backlog(self) -> int:
+        """How many characters, about, wait for the terminal."""
+        return self._inbox.size
+
+    async def until_online(self) -> None:
+        """Waits for a connection, for ever.  Throws: NumoraError, when there will be none."""
+        while not self.is_online:
+            await self._open().until_online()
+
     async def start(self, code: str) -> None:
         """Runs code, one at a time; its messages come until `finish`. Throws: NumoraError, as when the server was
         started again since the last one, whose variables it may need.
         """
         session = self._open()
-        await session.until_online()
         server, self._server = self._server, session.server
         if server != self._server:
             raise Disconnected(STARTED_AGAIN)

@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import sys
+from typing import Optional
 
 from ..events import RESPONSES, Dropped, Gap, Message, event_from
 from . import words
@@ -11,16 +12,23 @@ from .editor import Editor
 from .window import Window
 
 _HELD = 65_536  # characters
+_TAIL = 4_096  # characters that are shown of what is skipped
 
 
 class Display:
     def __init__(self, window: Window, editor: Editor, colours: Colours) -> None:
         self._window, self._editor, self._colours = window, editor, colours
         self._held = ""  # the beginning of a line, while somebody types
+        self._tail: Optional[str] = None  # of the output that is skipped
+        self._skipped = 0
 
     async def message(self, message: Message) -> None:
         """Shows what is to be shown of one."""
         channel = message.channel
+        if self._tail is not None:
+            if channel == RESPONSES + "output":
+                return self._skip(message.data)
+            await self.show_all()
         if channel == RESPONSES + "output":
             await self._show(message.data)
         elif channel == RESPONSES + "error":
@@ -32,6 +40,26 @@ class Display:
             self._window.home()
         elif isinstance(event := event_from(message), (Dropped, Gap)) and event.bytes:
             await self._show(self._colours.note(words.lost_text(event.bytes)))
+
+    def skip_output(self) -> None:
+        """But for its last lines, until something else comes, or `show_all` is called."""
+        self._tail = self._tail or ""
+
+    async def show_all(self) -> None:
+        text, self._tail = self._tail, None
+        count, self._skipped = self._skipped, 0
+        if count:
+            await self._line(self._colours.note(words.skipped_text(count)).rstrip("\n"))
+        if text:
+            await self._show(text)
+
+    def _skip(self, text: str) -> None:
+        text = (self._tail or "") + text
+        if len(text) > _TAIL:
+            begin = text.find("\n", len(text) - _TAIL) + 1 or len(text) - _TAIL
+            self._skipped += begin
+            text = text[begin:]
+        self._tail = text
 
     async def note(self, text: str) -> None:
         """A line of the console's own."""

@@ -19,6 +19,8 @@ from .link import Link
 from .window import Keyboard
 
 _PATIENCE = 1.0  # seconds until it is told why code does not begin, or that there is no connection
+_BACKLOG = 1 << 16  # characters that wait for the terminal at Ctrl-C, from which on they are skipped
+_SKIPPING = 1.0  # seconds for which the server may go on sending what was printed before
 _GRACE = 2.0  # seconds after Ctrl-C until it is told what helps against code that goes on
 _END_OF_INPUT = "\x04"
 _CODE_PROMPTS = ("DEBUG_PROMPT", "KEYBOARD_PROMPT")
@@ -67,6 +69,8 @@ class Runner:
         death, life = data.get("death"), data.get("life")
         if not isinstance(life, int) or self._is_restarting:
             return
+        if life < self._told_life:  # of a server that was started again
+            self._told_life = 0
         if isinstance(death, dict) and death.get("life") == life and not self._is_running:
             await self._tell_end(life, str(death.get("sentence", "")))
         elif data.get("state") == "ready":
@@ -89,7 +93,7 @@ class Runner:
         watching = asyncio.create_task(self._watch())
         conversation: Optional[Conversation] = None
         try:
-            conversation = await self._either(self.link.conversation())
+            conversation = await self._either(self._conversation())
             if conversation:
                 await self._fit_window()
                 await conversation.start(code)
@@ -107,6 +111,12 @@ class Runner:
                 conversation.finish()
             await self._display.end_line()
         return False
+
+    async def _conversation(self) -> Conversation:
+        assert self.link
+        conversation = await self.link.conversation()
+        await conversation.until_online()
+        return conversation
 
     async def _fit_window(self) -> None:
         """Tells the interpreter how large the window of its next code is. Of several consoles the last one tells."""
@@ -139,7 +149,7 @@ class Runner:
             self._is_restarting = False
 
     async def _either(self, waiting: Coroutine[Any, Any, T]) -> Optional[T]:
-        """What it waits for; None after a key."""
+        """What it waits for; None after a key.  Throws: NumoraError, as when that has come meanwhile."""
         task = asyncio.create_task(waiting)
         step = asyncio.create_task(self._steps.get())
         await asyncio.wait([task, step], return_when=asyncio.FIRST_COMPLETED)
@@ -147,6 +157,8 @@ class Runner:
             step.cancel()
             return task.result()
         task.cancel()
+        if isinstance(error := step.result(), NumoraError):
+            raise error
         return None
 
     async def _follow(self, conversation: Conversation) -> bool:
@@ -221,10 +233,18 @@ class Runner:
         steps = self._steps
         with contextlib.suppress(NumoraError):
             conversation = await self.link.conversation()
+            if conversation.backlog > _BACKLOG:
+                self._spawn(self._skip_output())
             if not self._has_begun:
                 await conversation.take_back()
             if self._has_begun and steps is self._steps:  # perhaps just now
                 await conversation.interrupt()
+
+    async def _skip_output(self) -> None:
+        """A slow terminal would go on for long."""
+        self._display.skip_output()
+        await asyncio.sleep(_SKIPPING)
+        await self._display.show_all()
 
     async def _tell_deaf(self, steps: asyncio.Queue[Step]) -> None:
         await asyncio.sleep(_GRACE)

@@ -61,5 +61,9 @@ def restarted(interpreter: str, life: int) -> str:
     return f'The interpreter "{interpreter}" has begun its life number {life}; its variables are lost.'
 
 
+def skipped_text(count: int) -> str:
+    return f"[{count} characters from before Ctrl-C are not shown]\n"
+
+
 def lost_text(count: int) -> str:
     return f"[{count} bytes of text were lost here, because they were not taken in time]\n"
