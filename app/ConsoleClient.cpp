@@ -25,8 +25,10 @@ sys.path.insert(0, folder)
 try:
     from numora_client.console.entry import main
 except ImportError as error:
-    print(f"numora: lines are read plainly, since a library is missing ({error}); "
-          "install python3-prompt-toolkit and python3-websockets", file=sys.stderr)
+    needed = "python3-prompt-toolkit and python3-websockets"
+    if (error.name or "").startswith("numora_client"):
+        needed = "python3-numora-client"
+    print(f"numora: lines are read plainly, since a library is missing ({error}); install {needed}", file=sys.stderr)
     if int(server):
         os.kill(int(server), 15)
     os.execv(program, [program, "console", "--plain", *rest[:at]])

@@ -71,6 +71,11 @@ class Conversation(Reader[Message]):
         """What comes of that code from now on is not wanted."""
         self._inbox.request = None
 
+    @property
+    def request(self) -> Optional[str]:
+        """The name of the code that runs, or waits to."""
+        return self._inbox.request
+
     async def type(self, prompt: int, text: str) -> None:
         """Types text as it is.  Throws: NumoraError; PromptGone when the prompt is gone."""
         options = {"request": str(uuid.uuid4()), "prompt": prompt}

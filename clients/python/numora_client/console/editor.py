@@ -12,7 +12,10 @@ from prompt_toolkit.application import in_terminal
 from prompt_toolkit.completion import Completer
 from prompt_toolkit.formatted_text import ANSI, FormattedText
 from prompt_toolkit.history import DummyHistory, History, InMemoryHistory
-from prompt_toolkit.layout.processors import Processor, Transformation, TransformationInput
+from prompt_toolkit.input import Input
+from prompt_toolkit.input.typeahead import get_typeahead, store_typeahead
+from prompt_toolkit.keys import Keys
+from prompt_toolkit.layout.processors import Processor, TabsProcessor, Transformation, TransformationInput
 from prompt_toolkit.lexers import DynamicLexer, Lexer
 from prompt_toolkit.output import ColorDepth
 from prompt_toolkit.output.vt100 import Vt100_Output
@@ -45,10 +48,12 @@ class Editor:
         self._output = _output(has_colours)
         self._blocks = self._session(history, multiline=True, key_bindings=block_keys(), completer=completer,
                                      lexer=DynamicLexer(lambda: self._lexer), enable_history_search=True,
-                                     prompt_continuation=_continuation, enable_open_in_editor=True)
+                                     prompt_continuation=_continuation, enable_open_in_editor=True,
+                                     input_processors=[TabsProcessor(char1=" ", char2=" ")])
         self._answers: Optional[PromptSession[str]] = None
         self._secrets: Optional[PromptSession[str]] = None
         self.is_active = False
+        self.is_pressed = False  # Ctrl-C, after the line that was entered last
         self.turn = asyncio.Lock()  # of whoever writes to the terminal, and of a prompt until it is there
 
     async def block(self, settle: Callable[[], None]) -> str:
@@ -86,6 +91,7 @@ class Editor:
     async def _read(self, session: PromptSession[str], prompt: Callable[[], FormattedText | ANSI]) -> str:
         await self.turn.acquire()
         has_turn = True
+        self.is_pressed = False
 
         def end_turn() -> None:
             nonlocal has_turn
@@ -96,13 +102,24 @@ class Editor:
         try:
             message = prompt()
             self.is_active = True
-            return await session.prompt_async(message, handle_sigint=False, set_exception_handler=False,
+            text = await session.prompt_async(message, handle_sigint=False, set_exception_handler=False,
                                               pre_run=end_turn)
+            self._find_press(session.input)
+            return text
         except KeyboardInterrupt:
             raise Discarded from None
         finally:
             self.is_active = False
             end_turn()
+
+    def _find_press(self, keyboard: Input) -> None:
+        """In what was typed before Ctrl-C was a signal again. It discards what stands before it."""
+        keys = get_typeahead(keyboard) + keyboard.read_keys()
+        for at, key in enumerate(keys):
+            if key.key == Keys.ControlC:
+                self.is_pressed, keys = True, keys[at + 1 :]
+                break
+        store_typeahead(keyboard, keys)
 
     def _session(self, history: History, **options: object) -> PromptSession[str]:
         options.setdefault("key_bindings", answer_keys())

@@ -19,6 +19,7 @@ from .link import Link
 from .window import Keyboard
 
 _PATIENCE = 1.0  # seconds until it is told why code does not begin, or that there is no connection
+_PAUSE = 0.05  # seconds between looks whether what is to be interrupted has begun
 _BACKLOG = 1 << 16  # characters that wait for the terminal at Ctrl-C, from which on they are skipped
 _SKIPPING = 1.0  # seconds for which the server may go on sending what was printed before
 _GRACE = 2.0  # seconds after Ctrl-C until it is told what helps against code that goes on
@@ -91,6 +92,8 @@ class Runner:
         self._steps, self._has_begun, self._is_pressed = asyncio.Queue(), False, False
         self._is_running = True
         watching = asyncio.create_task(self._watch())
+        if self._editor.is_pressed:
+            self._press()
         conversation: Optional[Conversation] = None
         try:
             conversation = await self._either(self._conversation())
@@ -199,6 +202,8 @@ class Runner:
                 raise error
             else:
                 text = typing.result() + "\n"
+                if self._editor.is_pressed:
+                    self._press()
         if text is not None and asked.prompt:
             with contextlib.suppress(PromptGone):
                 await conversation.type(asked.prompt, text)
@@ -209,6 +214,7 @@ class Runner:
     def _press(self) -> None:
         """Ctrl-C, as often as one likes."""
         if not self._is_running:
+            self._editor.is_pressed = True
             return
         if self.link and self.link.is_online and not self._is_waiting:
             self._spawn(self._interrupt())
@@ -235,10 +241,16 @@ class Runner:
             conversation = await self.link.conversation()
             if conversation.backlog > _BACKLOG:
                 self._spawn(self._skip_output())
-            if not self._has_begun:
+            while self._is_running and steps is self._steps:  # until it has begun, or will not
+                # Code that prints nothing does not show that it has begun.
+                interpreter = Interpreter() if self._has_begun else await self.link.interpreter()
+                request = interpreter.request
+                if self._has_begun or request and request.uuid == conversation.request:
+                    return await conversation.interrupt()
                 await conversation.take_back()
-            if self._has_begun and steps is self._steps:  # perhaps just now
-                await conversation.interrupt()
+                if not interpreter.life:  # one in the server's process, where that stops what runs, too
+                    return
+                await asyncio.sleep(_PAUSE)
 
     async def _skip_output(self) -> None:
         """A slow terminal would go on for long."""
