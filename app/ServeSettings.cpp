@@ -230,6 +230,14 @@ private:
     toml::table taken_;
 };
 
+// Where the build and the installation put it; empty where there is none.
+fs::path consoleBesideProgram() {
+    std::error_code error;
+    const auto folder =
+        fs::read_symlink("/proc/self/exe", error).parent_path().parent_path() / "share/numora/console";
+    return fs::exists(folder / "index.html", error) ? folder : fs::path();
+}
+
 }  // namespace
 
 void ServeSettings::addTo(CLI::App& command) {
@@ -407,7 +415,7 @@ gateway::GatewayOptions ServeSettings::gatewayOptions() const {
     options.open = open;
     options.trustedProxies = trustedProxies;
     options.configuration = configuration;
-    options.console = console.value_or("");
+    options.console = console ? fs::path(*console) : consoleBesideProgram();
     options.tlsCertificate = tlsCertificate.value_or("");
     options.tlsKey = tlsKey.value_or("");
     options.limits.connections = connections.value_or(options.limits.connections);

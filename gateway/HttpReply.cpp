@@ -30,16 +30,18 @@ HttpReply pageReply(int status, std::string_view heading, std::string_view html)
     return reply;
 }
 
-void addPageHeaders(HttpReply& reply) {
-    reply.headers.emplace_back("Cache-Control", "no-cache");
+void addPageHeaders(HttpReply& reply, std::string_view caching) {
+    reply.headers.emplace_back("Cache-Control", caching);
     // Libraries run their timers in a worker that they make of a blob, because browsers slow down those of a
     // page that is not shown. Only a script that may run here already can make one, and what it fetches is
-    // under this policy, too.
+    // under this policy, too. Text becomes part of the page by the two libraries that see to it alone. Styles
+    // may stand in the page for coloured tables.
     reply.headers.emplace_back(
         "Content-Security-Policy",
-        "default-src 'self'; worker-src 'self' blob:; style-src 'self' 'unsafe-inline'; "
-        "img-src 'self' data: blob:; object-src 'none'; base-uri 'none'; "
-        "form-action 'none'; frame-ancestors 'none'");
+        "default-src 'none'; script-src 'self'; worker-src 'self' blob:; style-src 'self' 'unsafe-inline'; "
+        "img-src 'self' data: blob:; connect-src 'self'; font-src 'self'; manifest-src 'self'; "
+        "base-uri 'none'; form-action 'none'; frame-ancestors 'none'; "
+        "require-trusted-types-for 'script'; trusted-types lit-html dompurify");
     reply.headers.emplace_back("Referrer-Policy", "no-referrer");
 }
 

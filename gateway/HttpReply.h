@@ -26,6 +26,7 @@ HttpReply replyFrom(dispatch::Answer answer);
 HttpReply pageReply(int status, std::string_view heading, std::string_view html);
 
 /// Tells browsers what a page may load, and that it stands in no frame: this server's own files and sockets.
-void addPageHeaders(HttpReply& reply);
+/// `caching` is its Cache-Control.
+void addPageHeaders(HttpReply& reply, std::string_view caching = "no-cache");
 
 }  // namespace gateway

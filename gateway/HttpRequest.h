@@ -34,6 +34,8 @@ struct HttpRequest {
     std::string clientType;  ///< Connector-Client-Type
     std::string life;        ///< Connector-Interpreter-Life
     std::string userAgent;
+    std::string acceptEncoding;
+    std::string ifNoneMatch;
     bool wantsWebSocket = false;
     bool isSecure = false;           ///< the client has sent it over TLS
     bool isSchemeForwarded = false;  ///< as a trusted proxy says

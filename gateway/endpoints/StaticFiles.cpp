@@ -7,6 +7,7 @@
 #include <string>
 #include <system_error>
 #include <utility>
+#include <vector>
 
 #include "HttpRequest.h"
 
@@ -66,6 +67,60 @@ fs::path relativePath(std::string_view path) {
     }
 }
 
+/// The elements of a list in a header, without the white space around them.
+std::vector<std::string_view> elementsOf(std::string_view list) {
+    std::vector<std::string_view> elements;
+    while (!list.empty()) {
+        std::string_view element = list.substr(0, list.find(','));
+        list.remove_prefix(std::min(element.size() + 1, list.size()));
+        const auto first = element.find_first_not_of(" \t");
+        if (first == std::string_view::npos) continue;
+        elements.push_back(element.substr(first, element.find_last_not_of(" \t") - first + 1));
+    }
+    return elements;
+}
+
+// A coding with "q=0" is one that the client does not take; other weights do not matter here.
+bool takes(std::string_view acceptEncoding, std::string_view coding) {
+    return std::ranges::any_of(elementsOf(acceptEncoding), [&](std::string_view element) {
+        const std::string_view name = element.substr(0, element.find_first_of("; \t"));
+        const auto weight = element.find("q=");
+        const bool isRefused = weight != std::string_view::npos &&
+                               element.find_first_not_of("0.", weight + 2) == std::string_view::npos;
+        return equalsIgnoringCase(name, coding) && !isRefused;
+    });
+}
+
+bool holds(std::string_view ifNoneMatch, std::string_view tag) {
+    return std::ranges::any_of(elementsOf(ifNoneMatch), [&](std::string_view element) {
+        if (element.starts_with("W/")) element.remove_prefix(2);
+        return element == "*" || element == tag;
+    });
+}
+
+struct EncodedFile {
+    fs::path file;
+    std::string coding{};  ///< empty: as it is
+};
+
+// One that is older than what it was made of is of an earlier version.
+EncodedFile encodedFile(const fs::path& file, std::string_view acceptEncoding) {
+    for (const auto& [coding, ending] : {std::pair("br", ".br"), std::pair("gzip", ".gz")}) {
+        const fs::path encoded = file.string() + ending;
+        std::error_code error;
+        if (takes(acceptEncoding, coding) && fs::is_regular_file(fs::symlink_status(encoded, error)) &&
+            fs::last_write_time(encoded, error) >= fs::last_write_time(file, error) && !error)
+            return {encoded, coding};
+    }
+    return {file};
+}
+
+std::string tagOf(const fs::path& file) {
+    std::error_code error;
+    const auto time = fs::last_write_time(file, error).time_since_epoch().count();
+    return "\"" + std::to_string(time) + "-" + std::to_string(fs::file_size(file, error)) + "\"";
+}
+
 bool isBelow(const fs::path& file, const fs::path& folder) {
     return std::mismatch(folder.begin(), folder.end(), file.begin(), file.end()).first == folder.end();
 }
@@ -75,7 +130,7 @@ bool isBelow(const fs::path& file, const fs::path& folder) {
 StaticFiles::StaticFiles(const fs::path& folder)
     : folder_(folder.empty() ? fs::path() : fs::canonical(folder)) {}
 
-HttpReply StaticFiles::get(std::string_view path) const {
+HttpReply StaticFiles::get(std::string_view path, const Wanted& wanted) const {
     if (folder_.empty()) {
         if (path != "/") return errorReply(404, "There is no such page.");
         return pageReply(200, "Numora Connector",
@@ -85,21 +140,29 @@ HttpReply StaticFiles::get(std::string_view path) const {
     std::error_code error;
     const fs::path file = relative.empty() ? fs::path() : fs::canonical(folder_ / relative, error);
     if (file.empty() || error || !isBelow(file, folder_)) return errorReply(404, "There is no such page.");
-    return read(file);
+    return read(file, wanted);
 }
 
-HttpReply StaticFiles::read(const fs::path& file) const {
+HttpReply StaticFiles::read(const fs::path& file, const Wanted& wanted) const {
     std::error_code error;
     if (!fs::is_regular_file(file, error) || fs::file_size(file, error) > largestFile || error) {
         return errorReply(404, "There is no such page.");
     }
-    std::ifstream stream(file, std::ios::binary);
-    HttpReply reply{.status = 200,
-                    .body = std::string(std::istreambuf_iterator<char>(stream), {}),
-                    .contentType = contentTypeOf(file)};
-    if (!stream) return errorReply(404, "There is no such page.");
-    addPageHeaders(reply);
-    return reply;
+    const auto chosen = encodedFile(file, wanted.acceptEncoding);
+    const std::string tag = tagOf(chosen.file);
+    HttpReply reply{.status = 200, .contentType = contentTypeOf(file)};
+    addPageHeaders(reply, isBelow(file, folder_ / "assets") ? "private, max-age=31536000, immutable"
+                                                            : "private, no-cache");
+    reply.headers.emplace_back("ETag", tag);
+    reply.headers.emplace_back("Vary", "Accept-Encoding");
+    if (!chosen.coding.empty()) reply.headers.emplace_back("Content-Encoding", chosen.coding);
+    if (holds(wanted.ifNoneMatch, tag)) {
+        reply.status = 304;
+        return reply;
+    }
+    std::ifstream stream(chosen.file, std::ios::binary);
+    reply.body = std::string(std::istreambuf_iterator<char>(stream), {});
+    return stream ? reply : errorReply(404, "There is no such page.");
 }
 
 }  // namespace gateway::endpoints

@@ -79,15 +79,18 @@ Pending answerMetrics(const Services& services, const HttpRequest&, Done done) {
 }
 
 // The token that the first visit shows in its address goes out of it, and a key into a cookie. The way there
-// is relative, because a proxy may have shortened the path.
+// is relative, because a proxy may have shortened the path. The page itself leads on: after a redirection
+// that a link of another site has begun, browsers would not show the cookie.
 Pending answerHome(const Services& services, const HttpRequest& request, Done done) {
     const std::string token = queryValue(request.query, "token");
     const bool isFolder = !request.path.empty();
     if (token.empty() && isFolder) return answerFile(services, request, std::move(done));
     const std::string home =
         isFolder ? "./" : services.basePath.substr(services.basePath.rfind('/') + 1) + "/";
-    auto reply = pageReply(303, "Numora Connector", "<a href=\"" + home + "\">The console</a>");
-    reply.headers.emplace_back("Location", home);
+    auto reply =
+        pageReply(token.empty() ? 303 : 200, "Numora Connector", "<a href=\"" + home + "\">The console</a>");
+    reply.headers.emplace_back(token.empty() ? "Location" : "Refresh",
+                               token.empty() ? home : "0;url=" + home);
     if (const auto grant = services.access.grantOf(token)) {
         auto cookie = services.access.setCookie(*grant, request);
         if (!cookie.empty()) reply.headers.emplace_back("Set-Cookie", std::move(cookie));
@@ -97,7 +100,8 @@ Pending answerHome(const Services& services, const HttpRequest& request, Done do
 }
 
 Pending answerFile(const Services& services, const HttpRequest& request, Done done) {
-    done(services.files.get(request.path));
+    done(services.files.get(request.path,
+                            {.acceptEncoding = request.acceptEncoding, .ifNoneMatch = request.ifNoneMatch}));
     return nullptr;
 }
 

@@ -65,6 +65,8 @@ HttpRequest requestHead(const ReceivedRequest& received) {
     head.clientType = text("Connector-Client-Type");
     head.life = text("Connector-Interpreter-Life");
     head.userAgent = text(field::user_agent);
+    head.acceptEncoding = text(field::accept_encoding);
+    head.ifNoneMatch = text(field::if_none_match);
     head.wantsWebSocket = boost::beast::websocket::is_upgrade(received);
     return head;
 }

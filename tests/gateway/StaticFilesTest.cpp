@@ -49,6 +49,43 @@ TEST_F(StaticFilesTest, givesFilesWithTheirTypes) {
     EXPECT_EQ(files.get("/app.js").body, "walk()");
 }
 
+TEST_F(StaticFilesTest, givesWhatTheClientTakesAndDoesNotHave) {
+    write("console/assets/app-1.js", "run()");
+    write("console/assets/app-1.js.br", "br");
+    write("console/assets/app-1.js.gz", "gz");
+    const StaticFiles files(root_ / "console");
+    struct {
+        std::string_view accepted, body, coding;
+    } const rows[] = {
+        {"", "run()", ""},
+        {"gzip, deflate, br", "br", "br"},
+        {"gzip;q=1.0 ,br;q=0.000", "gz", "gzip"},
+        {" , BR ;q=0.1,", "br", "br"},
+        {"identity, brx, gzip;q=0", "run()", ""},
+    };
+    const auto header = [](const auto& reply, std::string_view name) {
+        for (const auto& [key, value] : reply.headers)
+            if (key == name) return value;
+        return std::string();
+    };
+    for (const auto& [accepted, body, coding] : rows) {
+        SCOPED_TRACE(accepted);
+        const auto reply = files.get("/assets/app-1.js", {.acceptEncoding = accepted});
+        EXPECT_EQ(reply.body, body);
+        EXPECT_EQ(header(reply, "Content-Encoding"), coding);
+        EXPECT_EQ(reply.contentType, "text/javascript;charset=UTF-8");
+        EXPECT_NE(header(reply, "Cache-Control").find("immutable"), std::string::npos);
+        const std::string tags = "\"other\", W/" + header(reply, "ETag");
+        const auto again = files.get("/assets/app-1.js", {.acceptEncoding = accepted, .ifNoneMatch = tags});
+        EXPECT_EQ(again.status, 304);
+        EXPECT_EQ(again.body, "");
+        EXPECT_EQ(files.get("/app.js", {.ifNoneMatch = tags}).status, 200);
+    }
+    EXPECT_EQ(header(files.get("/"), "Cache-Control").find("immutable"), std::string::npos);
+    fs::last_write_time(root_ / "console/assets/app-1.js.br", fs::file_time_type::min());
+    EXPECT_EQ(files.get("/assets/app-1.js", {.acceptEncoding = "br"}).body, "run()") << "an old one";
+}
+
 TEST_F(StaticFilesTest, givesNothingElse) {
     const StaticFiles files(root_ / "console");
     for (const std::string path :
