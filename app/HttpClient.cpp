@@ -180,6 +180,7 @@ HttpClient::Answer HttpClient::Impl::exchange(http::verb verb, const std::string
                                               const std::string& life) {
     http::request<http::string_body> request(verb, address_.interpreterFolder() + path, 11);
     request.set(http::field::host, address_.authority());
+    request.set(http::field::user_agent, "numora/" NUMORA_VERSION);
     request.set("Connector-Client-Type", "numora-cli");
     request.set(http::field::user_agent, "numora/" NUMORA_VERSION);
     if (!address_.token.empty()) request.set(http::field::authorization, "Bearer " + address_.token);

@@ -112,7 +112,10 @@ std::unique_ptr<ServeBackend> makeBackend(const ServeSettings& settings) {
 // Who has chosen the token knows it, and what is printed may be kept by others.
 void announce(const gateway::Gateway& gateway, const ServeSettings& settings, int standardOutput) {
     const std::string token = settings.token ? "" : "?token=" + gateway.token();
-    log().info("Listening on " + gateway.url());
+    // At a terminal both would stand one below the other, and people would copy the one without the token.
+    const bool isSeenTwice =
+        ::isatty(STDERR_FILENO) == 1 && ::isatty(standardOutput) == 1 && !settings.logFile;
+    if (!isSeenTwice) log().info("Listening on " + gateway.url());
     writeAll(standardOutput, "Listening on " + gateway.url() + token + "\n");
 }
 

@@ -26,7 +26,7 @@ public:
         const std::string problem = access::tokenProblem(options_.token);
         if (!problem.empty()) throw std::invalid_argument(problem);
         if (options_.tlsCertificate.empty() != options_.tlsKey.empty()) {
-            throw std::invalid_argument("TLS needs both a certificate and its key.");
+            throw std::invalid_argument("tls_cert and tls_key must be given together.");
         }
         if (!options_.console.empty() && !std::filesystem::is_directory(options_.console)) {
             throw std::invalid_argument("The console folder " + options_.console.string() +

@@ -195,7 +195,7 @@ class ServeTest(unittest.TestCase):
                 self.assertEqual(resource.prlimit(server.pid, resource.RLIMIT_NOFILE)[0], 1 + 1016 + 512)
                 first = server.connect()
                 first.request("GET", "/?token=" + TOKEN)
-                self.assertEqual(first.getresponse().status, 303)
+                self.assertEqual(first.getresponse().status, 200)
                 with self.assertRaises((ConnectionError, http.client.HTTPException)):
                     server.request("/healthz")
                 first.close()
@@ -207,7 +207,7 @@ class ServeTest(unittest.TestCase):
             ("--host", "0.0.0.0"): "needs a token",
             ("--token", "short"): "The token must consist of",
             ("--token", ""): "numora: --token must not be empty\n",
-            ("--tls-cert", "x"): "TLS needs both",
+            ("--tls-cert", "x"): "tls_cert and tls_key must be given together",
             ("--tls-cert", "/x", "--tls-key", "/y"): "numora: --tls-cert: /x cannot be used as a certificate in PEM: No such",
             ("--log-file", "/x/y"): "numora: --log-file: /x/y cannot be opened: No such file or directory\n",
             ("--log-format", "xml"): "numora: --log-format must be text or json\n",

@@ -64,7 +64,7 @@ TEST_F(StopTest, unusableOptionsAreRefused) {
         {{.token = "short"}, "The token must consist of 16 to 512 letters, digits and -._~."},
         {{.host = "no-such-host.invalid"}, "The host name no-such-host.invalid cannot be resolved."},
         {{.port = 0, .console = "/no/such/folder"}, "The console folder /no/such/folder does not exist."},
-        {{.port = 0, .tlsCertificate = "/no/file"}, "TLS needs both a certificate and its key."},
+        {{.port = 0, .tlsCertificate = "/no/file"}, "tls_cert and tls_key must be given together."},
         {{.port = 0, .tlsCertificate = "/no/file", .tlsKey = "/no/file"},
          "--tls-cert: /no/file cannot be used as a certificate in PEM: No such file or directory"},
         {{.port = 0, .tlsCertificate = "/proc/self/maps", .tlsKey = "/no/file"},

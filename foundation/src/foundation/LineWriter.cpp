@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
+#include <cstring>
 #include <utility>
 
 #include <fcntl.h>
@@ -61,11 +62,17 @@ private:
 
 LineWriter& LineWriter::ofProcess() { return *instance(); }
 
+const std::shared_ptr<const LineWriter::Descriptor>& LineWriter::standardError() {
+    static const auto& descriptor =
+        *new std::shared_ptr<const Descriptor>(std::make_shared<const Descriptor>(STDERR_FILENO));
+    return descriptor;
+}
+
 LineWriter*& LineWriter::instance() {
     static auto* writer = [] {
         ::pthread_atfork(beforeFork, afterForkInParent, afterForkInChild);
         std::atexit([] { ofProcess().flush(timeAtEnd); });
-        return new LineWriter(std::make_shared<const Descriptor>(STDERR_FILENO));
+        return new LineWriter(standardError());
     }();
     return writer;
 }
@@ -133,6 +140,7 @@ void LineWriter::startLocked() {
 }
 
 void LineWriter::run() {
+    bool isRefused = false;
     connector::MutexLock lock(mutex_);
     for (;;) {
         while (pending_.empty()) added_.wait(lock.native());
@@ -144,6 +152,10 @@ void LineWriter::run() {
         lock.unlock();
         if (lost > 0) lines += (notice ? (*notice)(lost) : lossNotice(lost)) + '\n';
         const auto refused = writeLines(descriptor->value(), lines);
+        if (refused > 0 && !isRefused)
+            writeLines(standardError()->value(),
+                       std::string("A log cannot be written: ") + std::strerror(errno) + "\n");
+        isRefused = refused > 0;
         lock.lock();
         lost_ += refused;
         isWriting_ = false;

@@ -17,7 +17,8 @@ namespace foundation::log {
 /// Writes lines to a file descriptor on a thread of its own, so that nobody waits for whoever reads them.
 ///
 /// A MiB of lines may wait. Further ones are counted, as are those that the system does not take, and how
-/// many were lost is written in their place.
+/// many were lost is written in their place. When lines cannot be written, as on a full disk, standard error
+/// is told once.
 ///
 /// Writers are never destroyed, because one may hang in a system call when the process ends. That of the
 /// process's log is made before any thread. At the end of the process it gets a short time for what waits. A
@@ -58,6 +59,8 @@ private:
     explicit LineWriter(std::shared_ptr<const Descriptor> descriptor) : descriptor_(std::move(descriptor)) {}
 
     static LineWriter*& instance();
+    /// As it was when the process began.
+    static const std::shared_ptr<const Descriptor>& standardError();
     static void beforeFork();
     static void afterForkInParent();
     static void afterForkInChild();
