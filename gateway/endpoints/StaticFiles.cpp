@@ -130,7 +130,7 @@ bool isBelow(const fs::path& file, const fs::path& folder) {
 StaticFiles::StaticFiles(const fs::path& folder)
     : folder_(folder.empty() ? fs::path() : fs::canonical(folder)) {}
 
-HttpReply StaticFiles::get(std::string_view path, const Wanted& wanted) const {
+HttpReply StaticFiles::get(std::string_view path, const FileTerms& terms) const {
     if (folder_.empty()) {
         if (path != "/") return errorReply(404, "There is no such page.");
         return pageReply(200, "Numora Connector",
@@ -140,15 +140,15 @@ HttpReply StaticFiles::get(std::string_view path, const Wanted& wanted) const {
     std::error_code error;
     const fs::path file = relative.empty() ? fs::path() : fs::canonical(folder_ / relative, error);
     if (file.empty() || error || !isBelow(file, folder_)) return errorReply(404, "There is no such page.");
-    return read(file, wanted);
+    return read(file, terms);
 }
 
-HttpReply StaticFiles::read(const fs::path& file, const Wanted& wanted) const {
+HttpReply StaticFiles::read(const fs::path& file, const FileTerms& terms) const {
     std::error_code error;
     if (!fs::is_regular_file(file, error) || fs::file_size(file, error) > largestFile || error) {
         return errorReply(404, "There is no such page.");
     }
-    const auto chosen = encodedFile(file, wanted.acceptEncoding);
+    const auto chosen = encodedFile(file, terms.acceptEncoding);
     const std::string tag = tagOf(chosen.file);
     HttpReply reply{.status = 200, .contentType = contentTypeOf(file)};
     addPageHeaders(reply, isBelow(file, folder_ / "assets") ? "private, max-age=31536000, immutable"
@@ -156,7 +156,7 @@ HttpReply StaticFiles::read(const fs::path& file, const Wanted& wanted) const {
     reply.headers.emplace_back("ETag", tag);
     reply.headers.emplace_back("Vary", "Accept-Encoding");
     if (!chosen.coding.empty()) reply.headers.emplace_back("Content-Encoding", chosen.coding);
-    if (holds(wanted.ifNoneMatch, tag)) {
+    if (holds(terms.ifNoneMatch, tag)) {
         reply.status = 304;
         return reply;
     }
