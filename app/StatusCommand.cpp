@@ -36,6 +36,8 @@ std::string describe(const Object& info) {
         text += "    has run " + textIn(*request, "type") + " " + textIn(*request, "uuid") + " for " +
                 secondsOf(*request) + "\n";
     }
+    if (textIn(info, "state") == "failed")
+        text += "    it has died too often; 'numora restart' begins a new life\n";
     if (const auto death = lastDeathOf(info); !death.empty()) text += "    last death: " + death + "\n";
     if (textIn(info, "state") == "failed")
         text += "    has died too often to go on by itself; 'numora restart' begins a new life\n";

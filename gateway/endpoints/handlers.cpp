@@ -67,8 +67,15 @@ Pending answerHealth(const Services&, const HttpRequest&, Done done) {
 }
 
 Pending answerReadiness(const Services&, const HttpRequest& request, Done done) {
-    done(request.desk->port().isReady() ? statusReply("ready")
-                                        : errorReply(503, "The interpreter is not ready."));
+    const auto& port = request.desk->port();
+    if (port.isReady()) {
+        done(statusReply("ready"));
+        return nullptr;
+    }
+    // Why it does not come back is for those who may use it.
+    const auto deaths =
+        request.grant && port.state().state == "failed" ? port.deaths() : decltype(port.deaths())();
+    done(errorReply(503, deaths.empty() ? "The interpreter is not ready." : deaths.front().sentence()));
     return nullptr;
 }
 

@@ -104,7 +104,7 @@ class Worker:
         self.kept = [self.box, self.trace, pipes[0][0], pipes[1][0]]
         self.status = None
         assert self.main.next()[0] == "hello"
-        self.main.send("start", head=text("default") + number(1) + text(folder) + text(venv) + number(80) * 2 + number(3))
+        self.main.send("start", head=text("default") + number(1) + text(folder) + text(venv) + number(80) * 2 + number(3) + struct.pack("<I", 0))
         self.wanted = []
         while (frame := self.main.next()) and frame[0] != "ready":
             self.wanted.append((frame[0], frame[2].decode()))

@@ -103,7 +103,7 @@ TEST_F(LogTest, writesOneLineForARecordWhateverItHolds) {
     const auto written = lines();
     ASSERT_EQ(written.size(), 2);
     EXPECT_TRUE(
-        written[0].ends_with("[test] a\\r\\nb\\tc\\x1b[31m\\x7f \\u0085\\u2028 \xC3\xA9\xE6\xBC\xA2 \\"))
+        written[0].ends_with("[test] a\\r\\nb\\tc\\x1b[31m\\u007f \\u0085\\u2028 \xC3\xA9\xE6\xBC\xA2 \\"))
         << written[0];
     EXPECT_EQ(written[1], std::string(16384, 'x') + " ... and 1032192 bytes more");
 }

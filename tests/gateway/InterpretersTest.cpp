@@ -113,8 +113,8 @@ TEST_F(InterpretersTest, arePathsOfTheirOwnWithALife) {
         EXPECT_THAT(answer.body, HasSubstr(row.body)) << row.path;
         EXPECT_EQ(answer.header("connector-interpreter-life"), row.life) << row.path;
     }
-    EXPECT_THAT(connect().get("/interpreters/lab/?token=" + TestClient::token).header("location"),
-                testing::Eq("./"));
+    EXPECT_THAT(connect().get("/interpreters/lab/?token=" + TestClient::token).header("refresh"),
+                testing::Eq("0;url=./"));
 }
 
 TEST_F(InterpretersTest, areMadeRestartedAndDeletedByClients) {

@@ -25,21 +25,30 @@ std::string lossNotice(std::size_t lost) {
     return std::to_string(lost) + (lost == 1 ? " log line was lost." : " log lines were lost.");
 }
 
-// Each line whole, so that lines of several processes on one terminal do not mix. Returns how many were not
-// taken, as when the disk is full. Blocks as long as it takes.
-std::size_t writeLines(int descriptor, std::string_view lines) {
+struct Written {
+    std::size_t lost = 0;  ///< lines that were not taken, as when the disk is full
+    bool endsInsideLine = false;
+};
+
+// Each line whole, so that lines of several processes on one terminal do not mix. Blocks as long as it takes,
+// or until `isCurrent` says no more.
+template <class IsCurrent>
+Written writeLines(int descriptor, std::string_view lines, const IsCurrent& isCurrent) {
+    constexpr int betweenLooks = 1000;  // ms
+    bool isInsideLine = false;
     while (!lines.empty()) {
         const ssize_t count = ::write(descriptor, lines.data(), lines.find('\n') + 1);
-        if (count >= 0) {
+        if (count > 0) {
+            isInsideLine = lines[static_cast<std::size_t>(count) - 1] != '\n';
             lines.remove_prefix(static_cast<std::size_t>(count));
-        } else if (errno == EAGAIN) {  // the descriptor's other owner made it non-blocking
+        } else if (errno == EAGAIN) {  // the reader of a pipe hangs, or is slow
             pollfd ready{.fd = descriptor, .events = POLLOUT, .revents = 0};
-            ::poll(&ready, 1, -1);
+            if (::poll(&ready, 1, betweenLooks) == 0 && !isCurrent()) break;
         } else if (errno != EINTR) {
             break;
         }
     }
-    return static_cast<std::size_t>(std::ranges::count(lines, '\n'));
+    return {static_cast<std::size_t>(std::ranges::count(lines, '\n')), isInsideLine && !lines.empty()};
 }
 
 }  // namespace
@@ -140,7 +149,8 @@ void LineWriter::startLocked() {
 }
 
 void LineWriter::run() {
-    bool isRefused = false;
+    std::shared_ptr<const Descriptor> previous;
+    Written written;
     connector::MutexLock lock(mutex_);
     for (;;) {
         while (pending_.empty()) added_.wait(lock.native());
@@ -151,13 +161,21 @@ void LineWriter::run() {
         isWriting_ = true;
         lock.unlock();
         if (lost > 0) lines += (notice ? (*notice)(lost) : lossNotice(lost)) + '\n';
-        const auto refused = writeLines(descriptor->value(), lines);
-        if (refused > 0 && !isRefused)
-            writeLines(standardError()->value(),
-                       std::string("A log cannot be written: ") + std::strerror(errno) + "\n");
-        isRefused = refused > 0;
+        // What comes after a line that was given up must not look like its rest.
+        if (written.endsInsideLine && descriptor == previous) lines.insert(0, 1, '\n');
+        const bool wasRefused = written.lost > 0 && descriptor == previous;
+        written = writeLines(descriptor->value(), lines, [this, &descriptor] {
+            const connector::MutexLock inner(mutex_);
+            return descriptor_ == descriptor;
+        });
+        if (written.lost > 0 && !wasRefused) {
+            const std::string problem =
+                std::string("A log cannot be written: ") + std::strerror(errno) + "\n";
+            writeLines(standardError()->value(), problem, [] { return false; });
+        }
+        previous = descriptor;
         lock.lock();
-        lost_ += refused;
+        lost_ += written.lost;
         isWriting_ = false;
         written_.notify_all();
     }

@@ -42,8 +42,10 @@ std::string escapeControls(std::string_view utf8, std::size_t longest) {
             return line + " ... and " + std::to_string(utf8.size()) + " bytes more";
         }
         std::size_t taken = 1;
-        if (byte < 0x20 || byte == 0x7F) {
+        if (byte < 0x20) {
             appendEscape(line, byte);
+        } else if (byte == 0x7F) {
+            line += "\\u007f";  // in JSON, too, in which it may stand as it is
         } else if (const unsigned control = byte < 0x80 ? 0 : controlBeyondAscii(utf8)) {
             line += "\\u";
             appendHex(line, control, 4);
