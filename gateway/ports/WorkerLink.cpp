@@ -178,6 +178,7 @@ void WorkerLink::take(Frame&& frame) {
             return takeResponse(std::move(frame));
         case Kind::Reply: {
             const auto head = links::ReplyHead::decode(frame.head);
+            if (head.status != 0) refused_.insert(frame.id);
             if (const auto taken = inFlight_.takeReply(frame.id)) {
                 taken({static_cast<int>(head.status), head.reason});
             }
@@ -186,6 +187,7 @@ void WorkerLink::take(Frame&& frame) {
         case Kind::Ended: {
             const auto stream = inFlight_.takeStream(frame.id);
             if (!stream) throw BadFrame("the end of what was not begun");
+            if (refused_.erase(frame.id) == 0) noteEnding(stream->name);
             if (stream->reservation) stream->reservation->release();
             return events_.streamEnded(stream->clientType);
         }
@@ -222,10 +224,18 @@ void WorkerLink::takeHello(const Frame& frame) {
     main_.writer.send({.kind = Kind::Start, .head = startHead_.encode()});
 }
 
+// The name of a request is free before its client knows of its completion, which comes as the next message. A
+// process that dies between the two must not leave the client waiting.
+void WorkerLink::noteEnding(const std::string& name) {
+    constexpr std::size_t most = 1000;  // of those to which no completion belongs
+    if (ending_.size() < most) ending_.insert(name);
+}
+
 void WorkerLink::takePublish(const Frame& frame) {
     const auto head = links::PublishHead::decode(frame.head);
     if (!head.request.empty() && !RequestOrigin::isName(head.request)) throw BadFrame("a wrong name");
     if (head.channel == wire::channel::prompt) lastPrompt_ = frame.body;
+    if (head.channel == wire::channel::completion) ending_.erase(head.request);
     publish(head.channel, frame.body,
             {.request = head.request,
              .pace = paces_.paceOf(head.request),
@@ -409,6 +419,7 @@ void WorkerLink::answerAll(const supervisor::DeathRecord& record) {
                           .death = brief});
     }
     for (const auto& stream : all.streams) endStream(stream, record);
+    for (const auto& name : ending_) tellFailure(name, record);
     if (!lastPrompt_.empty() && lastPrompt_ != R"("BASE_PROMPT")") {
         publish(wire::channel::prompt, R"("BASE_PROMPT")", {.request = {}});
     }
@@ -420,11 +431,15 @@ void WorkerLink::endStream(const InFlight::Stream& stream, const supervisor::Dea
     events_.streamEnded(stream.clientType);
     // It may have run already, so it ends as what was taken does.
     if (stream.taken) stream.taken({});
-    const auto pace = paces_.paceOf(stream.name);
+    tellFailure(stream.name, record);
+}
+
+void WorkerLink::tellFailure(const std::string& name, const supervisor::DeathRecord& record) {
+    const auto pace = paces_.paceOf(name);
     publish(wire::channel::error, connector::json::quoted(record.sentence() + "\n"),
-            {.request = stream.name, .pace = pace, .death = record.brief()});
+            {.request = name, .pace = pace, .death = record.brief()});
     publish(wire::channel::completion, connector::json::quoted(wire::completion::failure),
-            {.request = stream.name, .pace = pace, .death = record.brief()});
+            {.request = name, .pace = pace, .death = record.brief()});
 }
 
 }  // namespace gateway::ports

@@ -7,6 +7,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 
@@ -116,6 +117,8 @@ private:
     void armPing();
     void pollPaces();
     void answerAll(const supervisor::DeathRecord& record);
+    void noteEnding(const std::string& name);
+    void tellFailure(const std::string& name, const supervisor::DeathRecord& record);
     void endStream(const InFlight::Stream& stream, const supervisor::DeathRecord& record);
     void shut();
 
@@ -138,7 +141,9 @@ private:
     bool isPolling_ = false;
     bool hasHello_ = false;
     bool isBroken_ = false;
-    std::string lastPrompt_;  // as it was published
+    std::string lastPrompt_;           // as it was published
+    std::set<std::uint64_t> refused_;  // streams that have not ended
+    std::set<std::string> ending_;     // names of streams that have ended and whose completion has not come
     bool isOver_ = false;
     std::uint64_t pings_ = 0;
     std::string buffer_;

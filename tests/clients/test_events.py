@@ -4,10 +4,9 @@ import asyncio
 import base64
 import io
 import os
-import shutil
 import tempfile
 
-from numora_program import LIMIT, NUMORA, Server
+from numora_program import LIMIT, Server
 from test_python_client import ClientTestCase, numora_client
 
 
@@ -106,9 +105,8 @@ class EventsTest(ClientTestCase):
         self.assertEqual((figure["title"], figure["svg"]), ("Figure 1", None))
 
     async def test_without_its_converters_everything_else_runs(self):
-        libraries = os.path.join(os.path.dirname(os.path.dirname(NUMORA)), "lib")
         with tempfile.TemporaryDirectory() as folder:
-            server = Server(program=shutil.copy(NUMORA, folder), environment={"LD_LIBRARY_PATH": libraries})
+            server = Server(environment={"NUMORA_BUNDLES": folder})
             async with numora_client.Client(server.url) as client:
                 async with client.messages("/eventmgr/0/mine"):
                     result = await client.eval("import numora; numora.post_event('mine', 1); 6 * 7")
