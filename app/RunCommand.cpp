@@ -95,7 +95,11 @@ std::string codeFor(const std::string& name, const Script& script, const Session
         .append(connector::json::quoted(script.words[0]))
         .append(", ");
     code += listOf({script.words.begin() + 1, script.words.end()});
-    if (!session.isShared()) code += ", " + std::to_string(session.streams().input);
+    if (!session.isShared()) {
+        const auto [input, output, error] = session.streams();
+        code += ", (" + std::to_string(input) + ", " + std::to_string(output) + ", " + std::to_string(error) +
+                ")";
+    }
     code.append(", source=").append(connector::json::quoted(script.source));
     code.append(", folder=").append(connector::json::quoted(script.folder));
     return code.append(", file=").append(connector::json::quoted(script.file)).append(");");

@@ -254,6 +254,8 @@ class RunTest(unittest.TestCase):
     def test_standard_input_exit_hooks_and_wrong_usage(self):
         hook = b"import atexit, sys; atexit.register(print, 'bye'); print(sys.argv)"
         self.assertEqual(run("run", "-", "x", stdin=hook), (0, "['-', 'x']\nbye\n", ""))
+        self.write("import os; print('last'); os._exit(3)")
+        self.assertEqual(run("run", self.script), (3, "last\n", ""))
         rows = [["run"], "numora: FILE is required\n"], [["run", "no.py"], "numora: cannot read no.py: No such file or directory\n"], \
                [["run", "--bogus", self.script], "numora: --bogus is no option of numora run\n"]
         for arguments, message in rows:

@@ -63,21 +63,36 @@ def run_program(name, path, arguments, **options):
         sys.stdin = outer
 
 
-def run_only(name, path, arguments, descriptor, **options):
-    """The same where the interpreter ends with the script, which reads the standard input that is at the descriptor."""
+def run_only(name, path, arguments, descriptors, **options):
+    """The same where the interpreter ends with the script, whose standard streams are those at the descriptors."""
     import getpass
 
     from ._end import end
 
-    os.dup2(descriptor, 0)
+    for number, descriptor in enumerate(descriptors):
+        os.dup2(descriptor, number)
     sys.stdin = sys.__stdin__ = open(0, closefd=False)
+    sys.stdout = sys.__stdout__ = _output(1, "strict")
+    sys.stderr = sys.__stderr__ = _output(2, "backslashreplace")
     getpass.getpass = getpass.unix_getpass
     status = run(path, arguments, **options)
     try:
         end(threading.TIMEOUT_MAX)
     except KeyboardInterrupt as interrupt:
         status = _status_of(interrupt)
+    for stream in sys.__stdout__, sys.__stderr__:
+        try:
+            stream.flush()
+        except (OSError, ValueError):  # as when the script has closed it
+            status = status or 1
     _keep(name, status)
+
+
+def _output(descriptor, errors):
+    """Nothing is held back but a line that has not ended, so that it is there when the process dies."""
+    file = open(descriptor, "w", encoding="utf-8", errors=errors, closefd=False)
+    file.reconfigure(line_buffering=True)
+    return file
 
 
 def _keep(name, status):
@@ -131,6 +146,15 @@ def _join_threads(before):
         thread.join()
 
 
+def _is_closed(descriptor):
+    """Whether nobody reads any more what is written there."""
+    import select
+
+    poll = select.poll()
+    poll.register(descriptor, 0)
+    return any(event & select.POLLERR for _, event in poll.poll(0))
+
+
 def _status_of(error):
     """Shows the error that a script has ended with."""
     if isinstance(error, SystemExit):
@@ -138,6 +162,9 @@ def _status_of(error):
             code = int(error.code or 0)
             return code & 0xFF if -(2**63) <= code < 2**63 else 0xFF
         print(error.code, file=sys.stderr)
+        return 1
+    if isinstance(error, BrokenPipeError) and _is_closed(1):
+        os.dup2(os.open(os.devnull, os.O_WRONLY), 1)  # for what is left
         return 1
     kind, _, _, text, *_ = report(error)
     sys.stderr.write(text)

@@ -21,7 +21,8 @@ NAMES = ("cd", "help", "pwd", "restart", "run", "time", "who")
 class Command:
     """Either `code` that runs in the interpreter, or what the console does: `action` with a `name`.
 
-    The actions are "exit", whose name may be a number, "help", "inspect", "source", "restart" and "who", and "unknown" for a name that is none.
+    The actions are "exit", whose name is the status, "help", "inspect", "source", "restart" and "who", and "unknown" for
+    a name that is none.
     """
 
     code: str = ""
