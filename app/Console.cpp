@@ -16,13 +16,20 @@ bool isBlank(const std::string& line) { return line.find_first_not_of(" \t\r") =
 
 bool isIndented(const std::string& line) { return !line.empty() && (line[0] == ' ' || line[0] == '\t'); }
 
+bool isEnd(const std::string& line) {
+    return line == "exit" || line == "exit()" || line == "quit" || line == "quit()";
+}
+
 }  // namespace
 
 Console::Console(Session& session, PlainLines& lines)
     : session_(session), lines_(lines), clears_(::isatty(session.streams().output) == 1) {}
 
 void Console::run() {
-    while (const auto line = lines_.read(prompt(), isEchoed_)) enter(*line);
+    while (const auto line = lines_.read(prompt(), isEchoed_)) {
+        if (wants_ != Evaluation::Wants::Input && block_.empty() && isEnd(*line)) return;
+        enter(*line);
+    }
     finish();
 }
 

@@ -199,7 +199,7 @@ class ConsoleTest(TerminalTest):
             self.assertEqual(terminal.wait(), 0)
 
     def test_script_on_standard_input(self):
-        script = "x = 6\nfor i in (1, 2):\n    x += i\n\ninput('? ')\nline\n1 / 0\nif x:\n    print('ä', x)"
+        script = "x = 6\nfor i in (1, 2):\n    x += i\n\ninput('? ')\nline\n1 / 0\nif x:\n    print('ä', x)\n\nquit()\n7"
         with Server() as server:
             for options in [], ["--url", server.url]:
                 status, out, err = run("console", *options, stdin=script.encode())
