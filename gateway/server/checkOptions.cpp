@@ -48,13 +48,13 @@ void checkOrigin(const std::string& origin) {
 }
 
 void checkBasePath(std::string& path) {
-    static const std::regex form(R"((?:/(?!\.{1,2}(?:/|$))[\w.~-]+)*)");
+    static const std::regex form(R"((?:/(?!(?:\.{1,2}|interpreters)(?:/|$))[\w.~-]+)*)");
     const std::string given = path;
     while (path.ends_with('/')) path.pop_back();
     if (std::regex_match(path, form)) return;
     throw std::invalid_argument(
         "The base path (--base-path, base_path) must begin with \"/\", and its parts must "
-        "consist of letters, digits and -._~: " +
+        "consist of letters, digits and -._~, and none be \"interpreters\", which names one: " +
         inQuotes(given) + ".");
 }
 

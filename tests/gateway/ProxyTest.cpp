@@ -98,7 +98,7 @@ TEST_F(ProxyTest, namesThatNeverMatchAreRefused) {
     for (const char* wrong : {"", "*", "https://lab", "lab/", "2001:db8::7", "lab:", "lab:08080", "a b"}) {
         expect({.hosts = {wrong}}, "(--allow-host, hosts) must be");
     }
-    for (const char* wrong : {"numora", "/a//b", "/a/../b", "/a b", "/a?b", "/%41"}) {
+    for (const char* wrong : {"numora", "/a//b", "/a/../b", "/a b", "/a?b", "/%41", "/a/interpreters/b"}) {
         expect({.basePath = wrong}, "(--base-path, base_path) must");
     }
     expect({.open = {"/metrics"}}, "(--open, open) must be readyz or metrics");
