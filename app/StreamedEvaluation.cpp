@@ -1,5 +1,6 @@
 #include "StreamedEvaluation.h"
 
+#include <stdexcept>
 #include <utility>
 
 #include <Poco/JSON/Object.h>
@@ -174,7 +175,12 @@ void StreamedEvaluation::noteBegin() {
 void StreamedEvaluation::tellOfOthers() {
     if (hasBegun_ || !session_.isShared() || incomplete_.empty() || Clock::now() < nextLook_) return;
     nextLook_ = Clock::now() + lookInterval;
-    const std::string activity = session_.activity();
+    std::string activity;
+    try {
+        activity = session_.activity();
+    } catch (const std::runtime_error&) {
+        return;  // whether the evaluation can go on is told by its stream alone
+    }
     if (activity != "busy" && activity != "input") return;
     if (std::exchange(told_, activity) == activity) return;
     tell(activity == "busy" ? "the interpreter runs other code, which is waited for"
