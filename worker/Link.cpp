@@ -3,6 +3,7 @@
 #include <atomic>
 #include <cerrno>
 #include <condition_variable>
+#include <cstdint>
 #include <deque>
 #include <exception>
 #include <functional>
@@ -95,6 +96,7 @@ public:
     }
 
     const std::shared_ptr<FrameWriter>& main() const { return main_; }
+    std::atomic<std::uint64_t> lostLogs{0};  ///< and not told yet
     const std::shared_ptr<LinkMessageService>& messages() const { return messages_; }
     RequestReceiver& requests() { return requests_; }
 
@@ -271,12 +273,18 @@ void Link::tellState(std::string_view state) {
 }
 
 void Link::tellLog(std::uint64_t severity, std::string_view logger, std::string_view text) {
-    if (impl_->main()->queuedBytes() > mostWaitingLogs) return;
-    impl_->main()->send({.kind = Kind::Log,
-                         .id = 0,
-                         .mayBeLost = true,
-                         .head = links::LogHead{severity, std::string(logger)}.encode(),
-                         .body = std::string(text)});
+    const auto isSent = [&](std::uint64_t ofRecord, std::string_view line) {
+        return impl_->main()->queuedBytes() <= mostWaitingLogs &&
+               impl_->main()->send({.kind = Kind::Log,
+                                    .id = 0,
+                                    .mayBeLost = true,
+                                    .head = links::LogHead{ofRecord, std::string(logger)}.encode(),
+                                    .body = std::string(line)});
+    };
+    const auto lost = impl_->lostLogs.exchange(0);
+    constexpr auto warning = static_cast<std::uint64_t>(foundation::log::Severity::Warning);
+    if (lost > 0 && !isSent(warning, std::to_string(lost) + " log lines were lost.")) impl_->lostLogs += lost;
+    if (!isSent(severity, text)) ++impl_->lostLogs;
 }
 
 std::optional<std::chrono::milliseconds> Link::awaitStop() { return impl_->awaitStop(); }
