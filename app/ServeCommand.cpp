@@ -150,15 +150,8 @@ void reload(const ServeSettings& given, const ServeSettings& settings, gateway::
 }
 
 /// `given`: what flags and the environment say.
-int runServe(ServeSettings& given) {
-    given.makeAbsolute();
-    auto settings = given;
-    settings.readFile();
-    settings.workplace.find();
-    foundation::log::setLevel(settings.level());
-    const ServeSignals signals(settings.inProcess && !settings.mock);
-    ServeLog serveLog(settings.format());
-    serveLog.use(ServeLog::open(settings.logFiles()));
+int serve(const ServeSettings& given, const ServeSettings& settings, const ServeSignals& signals,
+          ServeLog& serveLog) {
     log().info("Numora Connector " NUMORA_VERSION " starts: process " + std::to_string(::getpid()) +
                (settings.file ? ", settings of " + *settings.file : ""));
     warnOfSettings(settings);
@@ -179,6 +172,24 @@ int runServe(ServeSettings& given) {
     // Before the gateway, into which what still runs may publish.
     backend.reset();
     return 0;
+}
+
+int runServe(ServeSettings& given) {
+    given.makeAbsolute();
+    auto settings = given;
+    settings.readFile();
+    settings.workplace.find();
+    foundation::log::setLevel(settings.level());
+    const ServeSignals signals(settings.inProcess && !settings.mock);
+    ServeLog serveLog(settings.format());
+    serveLog.use(ServeLog::open(settings.logFiles()));
+    try {
+        return serve(given, settings, signals, serveLog);
+    } catch (const std::exception& error) {
+        // On standard error the program tells it.
+        if (settings.logFiles().log) log().error("The server ends: " + std::string(error.what()));
+        throw;
+    }
 }
 
 // Programs that code starts have no need to know a token, also not from where the system shows what the

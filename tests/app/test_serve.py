@@ -246,7 +246,8 @@ class ServeTest(unittest.TestCase):
         self.assertIn(f"numora: NUMORA_PORT{number}0 and 65535\n", run("serve", "--mock", NUMORA_PORT="x")[2])
 
     def test_port_that_is_taken_ends_it_with_status_1(self):
-        with Server("--mock") as server:
-            self.assertEqual(run("--log-level=error", "serve", "--mock", "--port", str(server.port)),
+        with Server("--mock") as server, tempfile.NamedTemporaryFile("r") as log:
+            self.assertEqual(run("--log-level=error", "serve", "--mock", "--port", str(server.port), "--log-file", log.name),
                              (1, "", f"numora: Cannot listen on 127.0.0.1, port {server.port}: Address already in use\n"))
+            self.assertRegex(log.read(), r"^\S+ error \[numora\] The server ends: Cannot listen on [^\n]*\n$")
 
