@@ -51,14 +51,6 @@ std::string reasonOf(const error_code& error) {
     return std::generic_category().message(ERR_GET_REASON(code));
 }
 
-void warnOfExpiry(asio::ssl::context& context, const std::filesystem::path& file) {
-    constexpr auto notice = std::chrono::hours(24 * 14);
-    auto soon = std::chrono::system_clock::to_time_t(std::chrono::system_clock::now() + notice);
-    const X509* const certificate = SSL_CTX_get0_certificate(context.native_handle());
-    if (certificate == nullptr || X509_cmp_time(X509_get0_notAfter(certificate), &soon) > 0) return;
-    log().warning("The certificate in " + file.string() + " has expired, or does so within 14 days.");
-}
-
 // A client that vanishes without a word is noticed while its request runs, too.
 void setOptions(int descriptor) {
     const auto set = [descriptor](int level, int name, int value) {
@@ -95,7 +87,6 @@ std::shared_ptr<asio::ssl::context> makeTlsContext(const std::filesystem::path& 
     use(key, "--tls-key", "key", [&](error_code& error) {
         context->use_private_key_file(key.string(), asio::ssl::context::pem, error);
     });
-    warnOfExpiry(*context, certificate);
     return context;
 }
 

@@ -155,6 +155,7 @@ class OperationTest(unittest.TestCase):
                         os.rename(self.path("log"), self.path("log.old"))
                         os.kill(server.pid, signal.SIGHUP)
                         self.wait_for(RELOADED)
+                self.wait_for("cert has expired, or does so within 14 days.")
             finally:
                 isOver.set()
             for each in asking:
