@@ -113,7 +113,7 @@ std::string RemoteStream::interruptMessage() {
     const std::string channel = std::string("/service/") + connector::wire::type::interrupt;
     Object::Ptr message = newMessage(channel.c_str());
     message->set("id", std::string("interrupt"));
-    message->set("data", objectOf("waitingOnly", !hasBegun_));
+    message->set("data", Object::Ptr(new Object));
     return connector::json::written(message);
 }
 

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstddef>
@@ -33,9 +32,8 @@ public:
     ~RemoteStream() override;
 
     void send(const StreamRequest& request) override;
-    void setBegun(bool hasBegun) override { hasBegun_ = hasBegun; }
-    /// The message by which the session of the stream takes back what it has sent and has not begun, and
-    /// interrupts what runs, unless something has not begun.  Threads: any.
+    /// The message by which the session of the stream interrupts what runs, and takes back what it has sent
+    /// and has not begun.  Threads: any.
     std::string interruptMessage() CONNECTOR_EXCLUDES(mutex_);
     Taken take(std::chrono::milliseconds limit) override CONNECTOR_EXCLUDES(mutex_);
 
@@ -63,8 +61,6 @@ private:
     Poco::Int64 acknowledged_ = 0;
     Poco::Int64 sequence_ = 0;  ///< number of the last message; 0 before the first
     std::string server_;        ///< its name, which is another one when it is started again
-
-    std::atomic<bool> hasBegun_{true};  ///< what was sent last
 
     connector::Mutex mutex_;
     std::condition_variable changed_;

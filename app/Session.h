@@ -74,8 +74,6 @@ public:
     /// Throws: InterpreterDied; PromptGone; std::runtime_error, when the request is refused; others as the
     /// session says.
     virtual void send(const StreamRequest& request) = 0;
-    /// Whether what was sent last runs. Until it does, Ctrl-C takes it back, and stops nothing of others.
-    virtual void setBegun(bool) {}
     /// Blocks: until a message is there, for `limit` at most.
     virtual Taken take(std::chrono::milliseconds limit) = 0;
 };

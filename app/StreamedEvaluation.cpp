@@ -71,7 +71,6 @@ void StreamedEvaluation::send(const std::string& text) {
     } else if (!session_.isShared() || !settings_.isTypable) {
         request.prompt = 0;
     }
-    stream_->setBegun(prompt_.has_value());
     try {
         stream_->send(request);
     } catch (const PromptGone&) {  // as when the code was interrupted just now, which goes on
@@ -166,9 +165,7 @@ void StreamedEvaluation::handlePrompt(const StreamMessage& message) {
 
 // The time that other clients' code takes before it does not count.
 void StreamedEvaluation::noteBegin() {
-    if (std::exchange(hasBegun_, true)) return;
-    stream_->setBegun(true);
-    if (settings_.limit.count() == 0) return;
+    if (std::exchange(hasBegun_, true) || settings_.limit.count() == 0) return;
     deadline_ = Clock::now() + settings_.limit;
 }
 
