@@ -114,7 +114,7 @@ void announce(const gateway::Gateway& gateway, const ServeSettings& settings, in
     const std::string token = settings.token ? "" : "?token=" + gateway.token();
     // At a terminal both would stand one below the other, and people would copy the one without the token.
     const bool isSeenTwice =
-        ::isatty(STDERR_FILENO) == 1 && ::isatty(standardOutput) == 1 && !settings.logFile;
+        ::isatty(STDERR_FILENO) == 1 && ::isatty(standardOutput) == 1 && !settings.logFiles().log;
     if (!isSeenTwice) log().info("Listening on " + gateway.url());
     writeAll(standardOutput, "Listening on " + gateway.url() + token + "\n");
 }

@@ -57,8 +57,8 @@ Array::Ptr ServerRequests::deaths() {
 
 Array::Ptr ServerRequests::interpreters() { return arrayFrom(http_.get(all, limit), "interpreters"); }
 
-Object::Ptr ServerRequests::create(const Object::Ptr& specification) {
-    return objectFrom(http_.post(all, connector::json::written(specification), limit));
+Object::Ptr ServerRequests::create(const Object::Ptr& options) {
+    return objectFrom(http_.post(all, connector::json::written(options), limit));
 }
 
 void ServerRequests::remove(const std::string& interpreter) {

@@ -32,7 +32,7 @@ public:
     /// The newest first.
     Poco::JSON::Array::Ptr deaths();
     Poco::JSON::Array::Ptr interpreters();
-    Poco::JSON::Object::Ptr create(const Poco::JSON::Object::Ptr& specification);
+    Poco::JSON::Object::Ptr create(const Poco::JSON::Object::Ptr& options);
     void remove(const std::string& interpreter);
 
 private:
