@@ -53,6 +53,7 @@ for (const [client, path] of [["our client", ""], ["plain CometD", "cometd.html"
         page.on("pageerror", error => complaints.push(error.message));
         page.on("dialog", dialog => dialog.accept("Ada"));
         await page.goto(`${server.origin}/?token=${token}`);
+        await page.waitForURL(`${server.origin}/`);  // to which that page leads
         if (path) await page.goto(`${server.origin}/${path}`);
 
         const text = async (code, wanted, meanwhile = () => {}) => {
