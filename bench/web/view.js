@@ -77,7 +77,7 @@ async function use(page) {
         const watching = await watchPage(page, false);
         const [count, milliseconds] = await page.evaluate(async ([query, matchCase]) => {
             const begin = performance.now();
-            const {count} = await new Promise(done => view.find(query, {matchCase, onChange: state => state.isDone && done(state)}));
+            const {count} = await new Promise(done => find(query, {matchCase, onChange: state => state.isDone && done(state)}));
             return [count, Math.round(performance.now() - begin)];
         }, [query, matchCase]);
         report(`  find "${query}"${matchCase ? ", exact" : ""}`, {milliseconds, count, ...await watching.stop()});

@@ -1,5 +1,6 @@
 import {type Asks, inspectionText} from "./input/Completion.js";
 import {InputLine} from "./input/InputLine.js";
+import {Selection} from "./output/Selection.js";
 import {FindBar} from "./panels/FindBar.js";
 import {FiguresPanel, HelpPanel, HistoryPanel} from "./panels/Lists.js";
 import {Panels} from "./panels/Panels.js";
@@ -21,6 +22,7 @@ export class Desk {
     constructor(readonly workbench: Workbench, history: History, onChange: () => void) {
         const {log, session, connection, rich, work, element} = workbench;
         this.asks = {ask: (name, arguments_, signal) => connection.ask(name, arguments_, signal)};
+        new Selection(log);
         this.find = new FindBar(log, () => this.input.focus());
         const workspace = new Workspace(this.asks, name => this.input.insert(name));
         this.history = new HistoryPanel(history, code => {

@@ -2,15 +2,15 @@ import type {Address} from "./address.js";
 import {InterpreterDied, NumoraError} from "./errors.js";
 import type {Death} from "./interpreters.js";
 
-/** Milliseconds until an answer counts as lost; a restart waits for the old life, and 30 seconds for the new one. */
+/** Milliseconds until an answer counts as lost, unless told; a restart waits for the old life, and 30 seconds for the new one. */
 const most = 60_000;
 
 /** The answer to a request to a path of the server: for interpreters as such, where Bayeux is for what they run. */
-export async function exchange({server, token}: Address, method: string, path: string, body?: object): Promise<any> {
+export async function exchange({server, token}: Address, method: string, path: string, body?: object, signal = AbortSignal.timeout(most)): Promise<any> {
     const headers = {"Content-Type": "application/json", ...(token && {Authorization: `Bearer ${token}`})};
     let status: number, text: string;
     try {
-        const response = await fetch(server + path, {method, headers, body: body && JSON.stringify(body), signal: AbortSignal.timeout(most)});
+        const response = await fetch(server + path, {method, headers, body: body && JSON.stringify(body), signal});
         ({status} = response);
         text = await response.text();
     } catch (error) {

@@ -5,11 +5,14 @@ import {bundled, chromium, styleOfLog} from "./modules.js";
 const policy = "default-src 'none'; script-src 'self'; style-src 'self' 'unsafe-inline'; require-trusted-types-for 'script'; trusted-types 'none'";
 const html = `<!DOCTYPE html><meta charset="utf-8"><style>html { color-scheme: light } body { margin: 0 } #log { position: relative; display: flex; flex-direction: column; height: 100vh }
 /*style*/</style><div id="log"></div><script type="module" src="page.js"></script>`;
-const script = `import {OutputView} from "./view.js";
+const script = `import {Find, OutputView, Selection} from "./view.js";
 globalThis.make = options => {
     globalThis.view?.close();
-    return globalThis.view = new OutputView(document.getElementById("log"), options);
+    globalThis.view = new OutputView(document.getElementById("log"), options);
+    new Selection(view);
+    return view;
 };
+globalThis.find = (query, options) => (globalThis.found?.close(), globalThis.found = new Find(view, query, options));
 globalThis.frame = () => new Promise(done => requestAnimationFrame(() => requestAnimationFrame(done)));
 globalThis.entry = (code = "code") => view.beginEntry({code, isOwn: true});`;
 
@@ -21,7 +24,7 @@ export class ViewPage {
         const self = new ViewPage();
         self.browser = await chromium.launch({executablePath: process.env.CHROMIUM ?? "/usr/bin/chromium", ...options});
         self.context = await self.browser.newContext({permissions: ["clipboard-read", "clipboard-write"], viewport: {width: 1280, height: 800}});
-        const bodies = {"/": html.replace("/*style*/", await styleOfLog()), "/page.js": script, "/view.js": await bundled("output/OutputView.ts")};
+        const bodies = {"/": html.replace("/*style*/", await styleOfLog()), "/page.js": script, "/view.js": await bundled("output/OutputView.ts", "output/Find.ts", "output/Selection.ts")};
         await self.context.route("**/*", route => {
             const {pathname} = new URL(route.request().url());
             const contentType = pathname === "/" ? "text/html" : "text/javascript";

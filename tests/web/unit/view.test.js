@@ -150,10 +150,10 @@ run("find counts, chooses the last match, steps around, and marks what is in vie
         const one = entry("needle()");
         one.write(("hay\n".repeat(5000) + "a \x1b[31mNee\x1b[mdle (needle)\n").repeat(3), "output");
         one.notice("needle dropped");
-        const done = options => new Promise(done => view.find("needle", {...options, onChange: state => state.isDone && done({...state})}));
+        const done = options => new Promise(done => find("needle", {...options, onChange: state => state.isDone && done({...state})}));
         const exact = await done({matchCase: true});
         const states = [await done()];
-        const found = view.find("needle");
+        const found = find("needle");
         while (!found.state.isDone) await frame();
         const chosen = () => [...CSS.highlights.get("find-current")].map(String).concat(found.state.position);
         const steps = [chosen()];

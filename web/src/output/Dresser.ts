@@ -8,12 +8,11 @@ export class Dresser {
     private isFlooded = false;
     private readonly inView = new Set<TextBlock>();
 
-    constructor(region: HTMLElement, changed: () => void, signal: AbortSignal) {
+    constructor(region: HTMLElement, signal: AbortSignal) {
         region.addEventListener("contentvisibilityautostatechange", event => {
             const target = event.target as HTMLElement;
             if ((event as ContentVisibilityAutoStateChangeEvent).skipped) this.left(target);
             else this.entered(target);
-            changed();
         }, {signal, capture: true});
     }
 

@@ -1,15 +1,32 @@
-import type {FindHandle, FindOptions, FindState} from "./api.js";
-import {shownUnits} from "./textOf.js";
+import type {Output} from "./api.js";
+import {shownUnits} from "./shown.js";
 
 const millisecondsPerSlice = 8, mostMarks = 2000;
+
+export interface FindOptions {
+    matchCase?: boolean;
+    /** Called after each slice of the search and each step. */
+    onChange?: (state: FindState) => void;
+}
+
+export interface FindState {
+    count: number;
+    /** 1 for the first match, 0 if none is chosen. */
+    position: number;
+    /** false while the search still runs. */
+    isDone: boolean;
+}
 
 interface Found {
     unit: HTMLElement;
     count: number;
 }
 
-/** One search over what is shown, in slices of 8 ms; marks are highlights of the browser, the document does not change. */
-export class Find implements FindHandle {
+/**
+ * One search over what is shown, in slices of 8 ms; it chooses the last match at first. What is in view is marked by highlights of the
+ * browser, the document does not change. There is one at a time.
+ */
+export class Find {
     readonly state: FindState = {count: 0, position: 0, isDone: false};
     private readonly units: HTMLElement[];
     private readonly pattern: RegExp;
@@ -17,12 +34,18 @@ export class Find implements FindHandle {
     private readonly found: Found[] = [];
     private readonly stop = new AbortController();
     private isMarkRequested = false;
+    private readonly region: HTMLElement;
 
-    constructor(private readonly region: HTMLElement, query: string, options: FindOptions = {}) {
+    constructor(log: Output, query: string, options: FindOptions = {}) {
+        log.flush();
+        const {region} = log, {signal} = this.stop;
+        this.region = region;
         this.pattern = new RegExp(query.replace(/[\\^$.*+?()[\]{}|/-]/g, "\\$&"), options.matchCase ? "gu" : "giu");
         this.changed = options.onChange ?? (() => {});
         this.units = query === "" ? [] : shownUnits(region);
-        region.addEventListener("scroll", () => this.requestMarks(), {signal: this.stop.signal, passive: true});
+        // Blocks that come into view get new nodes.
+        for (const event of ["scroll", "contentvisibilityautostatechange"])
+            region.addEventListener(event, () => this.requestMarks(), {signal, passive: true, capture: true});
         setTimeout(() => this.slice(0));
     }
 
@@ -34,6 +57,7 @@ export class Find implements FindHandle {
         this.step(-1);
     }
 
+    /** Takes the marks away and ends a search that still runs. */
     close(): void {
         this.stop.abort();
         CSS.highlights.delete("find");
@@ -41,7 +65,7 @@ export class Find implements FindHandle {
     }
 
     /** Marks what is in view, in the next frame. */
-    requestMarks(): void {
+    private requestMarks(): void {
         if (this.isMarkRequested || this.stop.signal.aborted) return;
         this.isMarkRequested = true;
         requestAnimationFrame(() => {

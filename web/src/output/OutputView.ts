@@ -1,13 +1,11 @@
 import {Announcer} from "./Announcer.js";
-import type {EntryHandle, EntryStart, FindOptions, Limits, Output, OutputOptions} from "./api.js";
+import type {EntryHandle, EntryStart, Limits, Output, OutputOptions} from "./api.js";
 import {Box} from "./Box.js";
 import {Dresser} from "./Dresser.js";
 import {EntryView, type EntryLog} from "./EntryView.js";
-import {Find} from "./Find.js";
 import {Follow} from "./Follow.js";
 import {Pump} from "./Pump.js";
 import {Retention} from "./Retention.js";
-import {Selection} from "./Selection.js";
 import {copy, joined} from "./textOf.js";
 
 const entriesInBatch = 48;
@@ -24,7 +22,6 @@ export class OutputView implements Output {
     private readonly follow: Follow;
     private readonly dresser: Dresser;
     private batch: Box | undefined;
-    private search: Find | undefined;
     private rowsBefore = 0;
     private floodedAt = -Infinity;
 
@@ -34,10 +31,9 @@ export class OutputView implements Output {
         this.retention = new Retention(this.region, {rows: 1_000_000, characters: 64 << 20, ...limits});
         this.region.append(this.retention.line);
         this.follow = new Follow(this.region, signal);
-        this.dresser = new Dresser(this.region, () => this.search?.requestMarks(), signal);
+        this.dresser = new Dresser(this.region, signal);
         element.append(this.region, this.follow.button, this.announcer.element);
         this.region.addEventListener("click", event => this.clicked(event), {signal});
-        new Selection(this.region, () => this.log.rows, signal);
         document.addEventListener("visibilitychange", () => document.hidden ? this.pump.flush() : this.settle(), {signal});
         this.setReadAloud(readAloud);
     }
@@ -48,6 +44,10 @@ export class OutputView implements Output {
 
     get backlog(): number {
         return this.pump.backlog;
+    }
+
+    get closed(): AbortSignal {
+        return this.closing.signal;
     }
 
     beginEntry(start: EntryStart): EntryHandle {
@@ -104,12 +104,6 @@ export class OutputView implements Output {
         return joined(this.retention.entries.flatMap(entry => [{text: entry.start.code, isPrinted: false}, {text: entry.text(), isPrinted: false}]));
     }
 
-    find(query: string, options?: FindOptions): Find {
-        this.search?.close();
-        this.flush();
-        return this.search = new Find(this.region, query, options);
-    }
-
     scrollToEnd(): void {
         this.follow.toEnd();
     }
@@ -131,7 +125,6 @@ export class OutputView implements Output {
 
     close(): void {
         this.closing.abort();
-        this.search?.close();
         this.element.replaceChildren();
     }
 

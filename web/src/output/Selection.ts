@@ -1,4 +1,6 @@
-import {copy, selectedText} from "./textOf.js";
+import type {Output} from "./api.js";
+import {selectedText} from "./shown.js";
+import {copy} from "./textOf.js";
 
 // The browser lays out all that is selected: beyond, that takes seconds.
 const mostSelectedRows = 20_000;
@@ -10,7 +12,8 @@ const mostSelectedRows = 20_000;
 export class Selection {
     private isAll = false;
 
-    constructor(private readonly region: HTMLElement, private readonly rows: () => number, signal: AbortSignal) {
+    constructor(private readonly log: Output) {
+        const {region, closed: signal} = log;
         region.addEventListener("keydown", event => this.pressed(event), {signal});
         region.addEventListener("copy", event => this.copied(event), {signal});
         for (const event of ["pointerdown", "blur"]) region.addEventListener(event, () => this.showAll(false), {signal});
@@ -28,8 +31,8 @@ export class Selection {
     }
 
     private selectAll(): void {
-        const isSmall = this.rows() <= mostSelectedRows;
-        if (isSmall) document.getSelection()?.selectAllChildren(this.region);
+        const isSmall = this.log.size.rows <= mostSelectedRows;
+        if (isSmall) document.getSelection()?.selectAllChildren(this.log.region);
         else document.getSelection()?.removeAllRanges();
         this.showAll(!isSmall);
     }
@@ -37,17 +40,17 @@ export class Selection {
     private copied(event: ClipboardEvent): void {
         const selection = document.getSelection();
         if (!event.clipboardData || !selection || selection.isCollapsed) return;
-        event.clipboardData.setData("text/plain", selectedText(this.region, selection.getRangeAt(0)));
+        event.clipboardData.setData("text/plain", selectedText(this.log.region, selection.getRangeAt(0)));
         event.preventDefault();
     }
 
     private all(): string {
-        return selectedText(this.region, this.whole());
+        return selectedText(this.log.region, this.whole());
     }
 
     private whole(): Range {
         const range = document.createRange();
-        range.selectNodeContents(this.region);
+        range.selectNodeContents(this.log.region);
         return range;
     }
 

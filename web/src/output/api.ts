@@ -67,29 +67,6 @@ export interface OutputOptions {
     readAloud?: boolean;
 }
 
-export interface FindOptions {
-    matchCase?: boolean;
-    /** Called after each slice of the search and each step. */
-    onChange?: (state: FindState) => void;
-}
-
-export interface FindState {
-    count: number;
-    /** 1 for the first match, 0 if none is chosen. */
-    position: number;
-    /** false while the search still runs. */
-    isDone: boolean;
-}
-
-/** One search. It marks what is in view and chooses the last match at first. */
-export interface FindHandle {
-    readonly state: Readonly<FindState>;
-    next(): void;
-    previous(): void;
-    /** Takes the marks away and ends a search that still runs. */
-    close(): void;
-}
-
 /** The log, as `new OutputView(element, options)` builds it in an empty element. */
 export interface Output {
     /** The region that scrolls; Ctrl+F, Alt+Up and the like are listened to here. */
@@ -98,6 +75,8 @@ export interface Output {
     readonly size: Readonly<Limits>;
     /** Characters that wait to be appended. */
     readonly backlog: number;
+    /** Aborted by close(). */
+    readonly closed: AbortSignal;
 
     beginEntry(start: EntryStart): EntryHandle;
     /** Entries that are kept, the oldest first. */
@@ -118,7 +97,6 @@ export interface Output {
     flush(): void;
     /** All that is kept, code and output, as it is copied; appends what waits. */
     text(): string;
-    find(query: string, options?: FindOptions): FindHandle;
 
     /** Follows the end again, as "n new lines" does. */
     scrollToEnd(): void;

@@ -1,5 +1,6 @@
 import {html, nothing, render} from "lit-html";
-import type {FindHandle, FindState, Output} from "../output/api.js";
+import type {Output} from "../output/api.js";
+import {Find, type FindState} from "../output/Find.js";
 import {make} from "../rich/dom.js";
 
 const slowRows = 50_000, pauseMs = 150;
@@ -7,7 +8,7 @@ const slowRows = 50_000, pauseMs = 150;
 /** Find in the log. The browser's own is better in short logs; in long ones it stops the page. */
 export class FindBar {
     readonly element = make("search", "find-bar");
-    private search: FindHandle | undefined;
+    private search: Find | undefined;
     private timer: ReturnType<typeof setTimeout> | undefined;
 
     constructor(private readonly log: Output, private readonly onClose: () => void) {
@@ -50,7 +51,7 @@ export class FindBar {
         clearTimeout(this.timer);
         this.timer = setTimeout(() => {
             this.search?.close();
-            this.search = query === "" ? undefined : this.log.find(query, {onChange: state => this.update(state)});
+            this.search = query === "" ? undefined : new Find(this.log, query, {onChange: state => this.update(state)});
             if (!this.search) this.update({count: 0, position: 0, isDone: true});
         }, pauseMs);
     }

@@ -71,8 +71,7 @@ export class Rich implements Showing {
     }
 
     private error(failure: Failure, entry: EntryHandle): void {
-        const goTo = (evaluation: number, line: number) => this.goTo(evaluation, line, entry);
-        this.place("error-view", 22 * failure.traceback.length, entry, (node, {showError}) => showError(node, failure, goTo));
+        this.place("error-view", 22 * failure.traceback.length, entry, (node, {showError}) => showError(node, failure, this.log, entry));
     }
 
     /** Puts an element into the log, for `fill` as soon as that is there. */
@@ -87,22 +86,5 @@ export class Rich implements Showing {
     private clearLate(entry: EntryHandle): void {
         if (this.mustClear === entry) entry.clear();
         this.mustClear = undefined;
-    }
-
-    // Marks the line in the entry's code, as long as the entry is kept.
-    private goTo(evaluation: number, line: number, from: EntryHandle): void {
-        const entries = this.log.entries(), before = entries.slice(0, entries.indexOf(from) + 1);
-        const entry = before.findLast(({start}) => start.number === evaluation);  // numbers begin anew with each life
-        const code = entry?.element.querySelector(".entry-code");
-        if (!entry || !code?.firstChild) return;
-        const lines = entry.start.code.split("\n"), begin = lines.slice(0, line - 1).join("\n").length + (line > 1 ? 1 : 0);
-        const range = document.createRange();
-        range.setStart(code.firstChild, Math.min(begin, code.textContent!.length));
-        range.setEnd(code.firstChild, Math.min(begin + (lines[line - 1]?.length ?? 0), code.textContent!.length));
-        entry.element.scrollIntoView({block: "start"});
-        entry.element.focus({preventScroll: true});
-        const selection = document.getSelection()!;
-        selection.removeAllRanges();
-        selection.addRange(range);
     }
 }

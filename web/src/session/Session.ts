@@ -1,11 +1,12 @@
 import type {Message, NumoraError, RequestOptions} from "numora-client";
+import {newName} from "numora-client/names.js";
 import type {EntryHandle, Output} from "../output/api.js";
 import type {LinkState} from "../wire/Connection.js";
 import {type Evaluation, type Failure, type Life, type Loss, type PromptName, type Question, type Tag, channels, tagOf} from "../wire/messages.js";
 import {Answers} from "./Answers.js";
 import type {CodeQueue} from "./CodeQueue.js";
 import {TracebackHold} from "./TracebackHold.js";
-import {clockText, lossText, newName} from "./texts.js";
+import {clockText, lossText} from "./texts.js";
 
 export type Mode = "idle" | "running" | "input" | "password" | "debugger" | "keyboard" | "pause";
 

@@ -1,10 +1,5 @@
 import type {Loss} from "../wire/messages.js";
 
-/** A name that no other request has. (randomUUID is not there for pages that came over plain HTTP.) */
-export function newName(): string {
-    return Array.from(crypto.getRandomValues(new Uint32Array(4)), word => word.toString(16).padStart(8, "0")).join("");
-}
-
 /** As in "1.2 MB". */
 export function sizeText(bytes: number): string {
     const units = ["bytes", "KB", "MB", "GB"];

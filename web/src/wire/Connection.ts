@@ -2,7 +2,6 @@ import type {ConnectionState, Message, RequestOptions} from "numora-client";
 import {NumoraError} from "numora-client/errors.js";
 import {exchange} from "numora-client/http.js";
 import {Session} from "numora-client/Session.js";
-import {call} from "./call.js";
 import {channels, subscribed} from "./messages.js";
 
 /** "gone" is the interpreter, which somebody has deleted. */
@@ -26,6 +25,7 @@ export interface LinkHandlers {
 export const clientType = "numora-web";
 /** After so long without a message, nothing more that was kept is to come. */
 const quietMs = 400;
+const callMs = 30_000;
 const firstRetryMs = 500, lastRetryMs = 5000;
 
 /**
@@ -69,15 +69,19 @@ export class Connection {
 
     /** By HTTP, so that it does not wait for output that is on its way. */
     async interrupt(): Promise<void> {
-        await call(this.address, "Interrupt", {});
+        await this.call("Interrupt", {});
     }
 
     /** Calls `name` inside of running code, by HTTP. */
     async ask<Result>(name: string, arguments_: unknown[] = [], signal?: AbortSignal): Promise<Result> {
         const request = {function: name, arguments: arguments_, nargout: 1, dequeMode: "ppe", outputMode: "ignore"};
-        const answer = await call(this.address, "FEval", request, signal);
+        const answer = await this.call("FEval", request, signal);
         if (answer.isError) throw new NumoraError("failed", answer.messageFaults?.[0]?.message ?? "the call failed");
-        return JSON.parse(answer.results!)[0];
+        return JSON.parse(answer.results)[0];
+    }
+
+    private call(type: string, request: object, signal = AbortSignal.timeout(callMs)): Promise<any> {
+        return exchange({server: this.address, token: ""}, "POST", `/connector/v1/${type}`, request, signal);
     }
 
     private async connect(): Promise<void> {
