@@ -50,6 +50,7 @@ export class Desk {
             },
             workspaceChanged: isEmpty => workspace.changed(isEmpty),
             giveBack: text => this.input.giveBack(text),
+            use: (code, insteadOf) => this.input.use(code, insteadOf),
         });
         void this.asks.ask<{code: string}[]>("numora.history", [historyLength])
             .then(known => history.join(known.map(({code}) => code)), () => {});

@@ -14,6 +14,8 @@ export interface Surroundings {
     workspaceChanged(isEmpty: boolean): void;
     /** Puts text that was not taken back where it was typed. */
     giveBack(text: string): void;
+    /** Puts code where code is typed, in place of `insteadOf` if that stands there. */
+    use(code: string, insteadOf: string): void;
 }
 
 /** One interpreter: its log, its connection and its queue. */
@@ -31,7 +33,7 @@ export class Workbench {
     constructor(readonly id: string, server: string) {
         const logHost = make("div", "log-host");
         this.log = new OutputView(logHost, {label: `Log of ${id}`});
-        this.rich = new Rich(this.log, code => this.giveBack(code));
+        this.rich = new Rich(this.log, (code, insteadOf) => this.surroundings?.use(code, insteadOf));
         this.connection = new Connection(`${server}/interpreters/${id}`, {
             onMessage: message => this.session.take(message),
             onState: state => {

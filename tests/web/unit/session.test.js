@@ -4,8 +4,8 @@ import assert from "node:assert/strict";
 import {test} from "node:test";
 import {imported} from "./modules.js";
 
-const {Session, CodeQueue, Answers, History} = await imported(
-    "session/Session.ts", "session/CodeQueue.ts", "session/Answers.ts", "session/History.ts");
+const {Session, CodeQueue, Answers, History, corrected} = await imported(
+    "session/Session.ts", "session/CodeQueue.ts", "session/Answers.ts", "session/History.ts", "rich/correction.ts");
 
 class Memory extends Map {
     getItem = key => this.get(key) ?? null;
@@ -23,7 +23,7 @@ function made(waiting = []) {
     const log = {beginEntry: ({code}) => (told.push(`entry: ${code}`), entry(code)), notice: text => told.push(`notice: ${text}`), clear() {}, home() {}};
     const wire = {publish: (text, options) => new Promise((resolve, reject) => sent.push({text, ...options, reject})),
         interrupt: async () => void sent.push("interrupt"), activity: async () => undefined};
-    const showing = {event: tag => told.push(`shows: ${tag}`), death: () => told.push("death"), suggestion() {}};
+    const showing = {event: tag => told.push(`shows: ${tag}`), death: () => told.push("death"), suggestion: name => told.push(`meant: ${name}`)};
     const handlers = {onChange() {}, onWorkspace() {}, onReturned: text => told.push(`back: ${text}`)};
     const session = new Session(log, wire, showing, new CodeQueue(waiting, () => {}), new Answers(new Memory(), "answers"), handlers);
     const take = (name, data, more = {}) => session.take({channel: name.startsWith("/") ? name : `/eval/response/${name}`, data, ...more});
@@ -69,6 +69,27 @@ test("what was not taken comes back, and what may have run does not", async () =
         assert.deepEqual(told.filter(text => text.startsWith("back")), back, code);
         assert.equal(told.some(text => text.includes("not known whether this has run")), code === "disconnected");
     }
+});
+
+test("a suggestion stands behind the error that it is about", async () => {
+    const {session, told, take, ready} = made();
+    await ready();
+    const traceback = ["Traceback (most recent call last):", '  File "<eval 1>", line 1, in <module>', "NameError: name 'pritn' is not defined"];
+    for (const hasEvent of [true, false]) {
+        told.length = 0;
+        take("error", `${traceback.join("\n")}\n`);
+        take("suggest", "print");
+        if (hasEvent) take("/eventmgr/0/error", {name: "NameError", value: "name 'pritn' is not defined", traceback});
+        take("iqminput", "BASE_PROMPT");
+        assert.deepEqual(told.slice(-2).map(text => text.split(" ")[0] + text.split(" ").at(-1).trim()),
+            [hasEvent ? "shows:error" : "error:defined", "meant:print"]);
+    }
+    for (const [code, name, error, right] of [
+        ["a = pritn(1)", "print", "name 'pritn' is not defined", "a = print(1)"],
+        ["m = df.tempreture.mean()", "temperature", "'DataFrame' object has no attribute 'tempreture'", "m = df.temperature.mean()"],
+        ["import scipy.optimise as o", "scipy.optimize", "No module named 'scipy.optimise'", "import scipy.optimize as o"],
+        ["f()", "print", "name 'pritn' is not defined", "print"],
+    ]) assert.equal(corrected(code, name, error), right);
 });
 
 test("an answer is shown where it was asked for, once it is taken, and a secret never", async () => {

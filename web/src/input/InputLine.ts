@@ -61,6 +61,13 @@ export class InputLine {
         else this.setCode(this.draft === "" ? text : `${text}\n${this.draft}`);
     }
 
+    /** The same for code that the user has chosen; it takes the place of `insteadOf`. */
+    use(code: string, insteadOf: string): void {
+        if (!this.asks && this.draft.trim() === insteadOf.trim()) this.setCode(code);
+        else this.giveBack(code);
+        this.focus();
+    }
+
     setCode(code: string): void {
         this.draft = code;
         if (this.editor) this.editor.code = code;

@@ -1,6 +1,7 @@
 import type {EntryHandle, Output} from "../output/api.js";
 import type {Showing} from "../session/Session.js";
 import type {Bundle, Failure, Figure, Life, ProgressEvent, Tag} from "../wire/messages.js";
+import {corrected} from "./correction.js";
 import {button, make, rowsOf} from "./dom.js";
 
 type Nodes = typeof import("./nodes.js");
@@ -17,7 +18,7 @@ export class Rich implements Showing {
     /** What it has shown goes when it shows something new. */
     private mustClear: EntryHandle | undefined;
 
-    constructor(private readonly log: Output, private readonly onUse: (code: string) => void) {}
+    constructor(private readonly log: Output, private readonly onUse: (code: string, insteadOf: string) => void) {}
 
     event(tag: Tag, data: any, entry: EntryHandle): void {
         if (tag === "figure") this.figure(data as Figure, entry);
@@ -31,8 +32,10 @@ export class Rich implements Showing {
         this.place("death", 60, entry, (node, {showDeath}) => showDeath(node, death!));
     }
 
-    suggestion(code: string, entry: EntryHandle): void {
-        entry.place(make("div", "suggestion", "Did you mean ", button(code, () => this.onUse(code))), 1);
+    suggestion(name: string, entry: EntryHandle, failure?: Failure): void {
+        const {code} = entry.start;
+        const use = button(name, () => this.onUse(corrected(code, name, failure?.value ?? ""), code));
+        entry.place(make("div", "suggestion", "Did you mean ", use), 1);
     }
 
     private figure(figure: Figure, entry: EntryHandle): void {

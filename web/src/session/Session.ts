@@ -22,7 +22,8 @@ export interface Wire {
 export interface Showing {
     event(tag: Tag, data: any, entry: EntryHandle): void;
     death(life: Life, entry: EntryHandle): void;
-    suggestion(code: string, entry: EntryHandle): void;
+    /** A name that may have been meant; `failure` is the error that says so, where it is known. */
+    suggestion(name: string, entry: EntryHandle, failure?: Failure): void;
 }
 
 export interface SessionHandlers {
@@ -74,6 +75,8 @@ export class Session {
     /** What comes is of the past: it is shown, and causes nothing. */
     private isReplaying = true;
     private stopTimer: ReturnType<typeof setTimeout> | undefined;
+    /** A name that stands behind the error which is still to come. */
+    private suggested: string | undefined;
     private readonly hold = new TracebackHold(text => this.entry().write(text, "error"));
 
     constructor(readonly log: Output, private readonly wire: Wire, private readonly showing: Showing, readonly queue: CodeQueue,
@@ -137,7 +140,10 @@ export class Session {
         const {channel, data, request} = message;
         const tag = tagOf(channel);
         // Those of variables and states keep no place among text.
-        if (channel !== channels.error && !(tag && ["error", "workspace", "status"].includes(tag))) this.hold.letGo();
+        if (channel !== channels.error && channel !== channels.suggest && !(tag && ["error", "workspace", "status"].includes(tag))) {
+            this.hold.letGo();
+            this.suggest();
+        }
         if (tag) this.event(tag, data, request);
         else if (channel === channels.output) this.write(data as string);
         else if (channel === channels.error) message.death ? undefined : this.hold.write(data as string);
@@ -145,7 +151,7 @@ export class Session {
         else if (channel === channels.completion) this.completed(request, data === "Done: success");
         else if (channel === channels.clear) this.log.clear();
         else if (channel === channels.home) this.log.home();
-        else if (channel === channels.suggest) this.showing.suggestion(data as string, this.entry());
+        else if (channel === channels.suggest) this.suggested = data as string;
         else if (channel === channels.interpreter) this.lived(data as Life);
         else if (channel === channels.gap || channel === channels.dropped) this.lost(channel, data as Loss);
     }
@@ -159,8 +165,19 @@ export class Session {
         if (tag === "evaluation") this.evaluation(data as Evaluation);
         else if (tag === "workspace") this.handlers.onWorkspace(false);
         else if (tag === "input") this.question = data as Question;
-        else if (tag === "error" && !this.hold.accept(data as Failure)) return;
+        else if (tag === "error") this.failed(data as Failure, this.entry(request));
         else if (tag !== "status") this.showing.event(tag, data, this.entry(request));
+    }
+
+    private failed(failure: Failure, entry: EntryHandle): void {
+        if (this.hold.accept(failure)) this.showing.event("error", failure, entry);
+        this.suggest(failure, entry);
+    }
+
+    private suggest(failure?: Failure, entry = this.current): void {
+        const name = this.suggested;
+        this.suggested = undefined;
+        if (name !== undefined) this.showing.suggestion(name, entry ?? this.entry(), failure);
     }
 
     private evaluation({number, request, code, clientType, state, isError, seconds}: Evaluation): void {
