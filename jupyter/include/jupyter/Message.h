@@ -22,12 +22,12 @@ using Route = std::vector<std::string>;
 /// Threads: as a plain value.
 struct Message {
     Channel channel = Channel::Shell;
-    Route route;
+    Route route{};
     std::string header = "{}";
     std::string parent = "{}";
     std::string metadata = "{}";
     std::string content = "{}";
-    std::vector<std::string> buffers;
+    std::vector<std::string> buffers{};
 };
 
 }  // namespace jupyter

@@ -25,7 +25,8 @@ WebSocketFrame encodeDefault(const Message& message);
 /// parent, metadata, content and buffers.
 WebSocketFrame encodeV1(const Message& message);
 
-/// The way back; the route is left empty.  Throws: std::invalid_argument, for what is no message of a client.
+/// The way back; the route is left empty. The JSON is not looked into further than `rawMembers` does.
+/// Throws: std::invalid_argument, for what is no message, with what must be.
 Message decodeDefault(std::string_view data, bool isText);
 Message decodeV1(std::string_view data);
 
