@@ -23,6 +23,22 @@ test("code runs, its value is shown, and an error leads to its line", async ({co
     await console.says("deep");
 });
 
+test("what is typed faster than the interpreter answers stands where it was meant", async ({console, page}) => {
+    await page.route("**/FEval", async route => {
+        await new Promise(resolve => setTimeout(resolve, 100));  // less than the page waits
+        await route.continue();
+    });
+    await console.code.click();
+    await page.keyboard.type("for i in range(2):\nprint('a', i)\nj = 10 * i\n\nprint('b', j)\nprint(");
+    await page.keyboard.type("'c'");  // the bracket is closed already
+    await page.keyboard.press("Enter");
+    await page.keyboard.type("draft");
+    await console.says("b 10\n");
+    await expect(console.entries).toHaveCount(3);
+    await expect(console.entries.locator(".entry-code")).toHaveText(["for i in range(2):\n    print('a', i)\n    j = 10 * i", "print('b', j)", "print('c')"]);
+    await expect(console.code).toHaveText("draft");
+});
+
 test("prompts are answered where they are asked, and half a line of code comes back", async ({console, page}) => {
     await console.type("a = input('First\\nName? ')\nb = input('Age? ')\nprint(a, b)\nimport getpass\nprint(len(getpass.getpass()), 'read')");
     await console.is("asking");

@@ -45,10 +45,18 @@ const theme = EditorView.theme({
     ".cm-matchingBracket": {background: "var(--selection)", outline: "none"},
 });
 
+/** Where Enter was pressed, and what stood behind it; whether a line was begun there at once. */
+interface Entered {
+    at: number;
+    rest: string;
+    readonly isLine: boolean;
+}
+
 export class Editor {
     private readonly view: EditorView;
-    /** The last Enter; each waits for the answer to the one before. */
     private entering: Promise<void> = Promise.resolve();
+    /** The Enters that have no answer yet, the oldest first. */
+    private readonly entered: Entered[] = [];
     /** Tab leaves the editor next. */
     private isFree = false;
 
@@ -62,7 +70,11 @@ export class Editor {
             hoverTooltip(async (view, position) => this.tooltip(view, position)),
             Prec.highest(keymap.of(this.keys)),
             keymap.of([...closeBracketsKeymap, ...completionKeymap, ...historyKeymap, ...standardKeymap]),
-            EditorView.updateListener.of(({docChanged}) => docChanged && handlers.onChange(this.code)),
+            EditorView.updateListener.of(({docChanged, changes}) => {
+                if (!docChanged) return;
+                for (const mark of this.entered) mark.at = changes.mapPos(mark.at, mark.isLine ? 1 : -1);
+                handlers.onChange(this.code);
+            }),
             EditorView.domEventHandlers({focus: () => void (this.isFree = false)}),
         ]})});
     }
@@ -88,25 +100,34 @@ export class Editor {
         this.focus();
     }
 
+    /** Runs what is complete; the others wait for the answer to the one before, each at its place. */
     enter(mustRun = false): Promise<void> {
-        return (this.entering = this.entering.then(() => this.tryToRun(mustRun)));
+        const {doc, selection: {main: {head: at}}} = this.view.state;
+        const mark = {at, rest: doc.sliceString(at), isLine: this.entered.length > 0};
+        if (mark.isLine) this.view.dispatch({changes: {from: at, insert: "\n"}, selection: {anchor: at + 1}});
+        this.entered.push(mark);
+        return (this.entering = this.entering.then(() => this.tryToRun(mark, mustRun)).finally(() => this.entered.shift()));
     }
 
     // What is typed until the answer comes stands after the end of line, as it was meant.
-    private async tryToRun(mustRun: boolean): Promise<void> {
-        const {code, handlers} = this, at = this.view.state.selection.main.head;
-        if (code.trim() === "") return;
-        const {complete, indent} = mustRun ? {complete: true, indent: ""} : await handlers.isComplete(code);
-        if (!this.code.startsWith(code)) return;  // another text
-        if (complete) {
-            this.code = this.code.slice(code.length);
-            handlers.onRun(code);
-        } else this.view.dispatch({changes: {from: at, insert: `\n${indent}`}, scrollIntoView: true,
-            ...(this.code === code && {selection: {anchor: at + 1 + indent.length}})});
+    private async tryToRun(mark: Entered, mustRun: boolean): Promise<void> {
+        const read = () => this.code.slice(0, mark.at) + mark.rest;
+        const code = read(), isEmpty = code.trim() === "";
+        const {complete, indent} = mustRun || isEmpty ? {complete: true, indent: ""} : await this.handlers.isComplete(code);
+        const {doc, selection: {main: {head}}} = this.view.state, line = mark.isLine ? "\n" : "", next = mark.at + line.length;
+        if (read() !== code || doc.sliceString(mark.at, next) !== line || !this.code.slice(next).endsWith(mark.rest)) return;  // another text
+        if (!complete) {
+            const insert = mark.isLine ? indent : `\n${indent}`;
+            return this.view.dispatch({changes: {from: next, insert}, scrollIntoView: true, ...(head === next && {selection: {anchor: next + insert.length}})});
+        }
+        if (isEmpty && !mark.isLine) return;
+        this.view.dispatch({changes: [{from: 0, to: next}, {from: doc.length - mark.rest.length, to: doc.length}], scrollIntoView: true});
+        for (const later of this.entered) later.rest = later.rest.slice(0, later.rest.length - mark.rest.length);
+        if (!isEmpty) this.handlers.onRun(code.replace(/\n\s*$/, ""));
     }
 
     private readonly keys: KeyBinding[] = [
-        {key: "Enter", run: view => completionStatus(view.state) === "active" ? acceptCompletion(view) : this.entered()},
+        {key: "Enter", run: view => completionStatus(view.state) === "active" ? acceptCompletion(view) : this.enterKey()},
         {key: "Shift-Enter", run: insertNewline},
         {key: "Mod-Enter", run: () => (void this.enter(true), true)},
         {key: "Tab", run: view => this.tab(view), shift: view => !this.isFree && indentLess(view)},
@@ -120,7 +141,7 @@ export class Editor {
         {key: "Ctrl-r", run: () => (this.handlers.onSearchHistory(), true)},
     ];
 
-    private entered(): boolean {
+    private enterKey(): boolean {
         const {main} = this.view.state.selection;
         // In the middle of several lines it is a new line.
         if (this.view.state.doc.sliceString(main.to).includes("\n")) return insertNewline(this.view);

@@ -143,13 +143,14 @@ export class InputLine {
         else this.session.run(code);
     }
 
-    // The interpreter knows; where it does not say in time, the code runs.
+    // The interpreter knows; where it does not say in time, code runs that does not end in a block.
     private async isComplete(code: string): Promise<{complete: boolean; indent: string}> {
         try {
             const answer = await this.handlers.ask<{status: string; indent: string}>("numora.is_complete", [code], AbortSignal.timeout(completenessMs));
             return {complete: answer.status !== "incomplete", indent: answer.indent ?? ""};
         } catch {
-            return {complete: true, indent: ""};
+            const [, indent = "", colon = ""] = /(?:^|\n)([ \t]*)(?=\S)[^\n]*?(:?)[ \t]*$/.exec(code) ?? [];
+            return {complete: indent + colon === "", indent: indent + (colon && "    ")};
         }
     }
 }
