@@ -59,7 +59,9 @@ bool DeathRecord::isBad() const {
 }
 
 std::string DeathRecord::sentence() const {
-    const std::string during = requestType.empty() ? "" : " while it ran " + requestType;
+    // Of code that is streamed it is a channel, which tells people nothing.
+    const std::string what = requestType.starts_with('/') ? "code" : requestType;
+    const std::string during = what.empty() ? "" : " while it ran " + what;
     return "The interpreter \"" + interpreter + "\" " + happened(*this) + during + ". " + consequence(*this);
 }
 
