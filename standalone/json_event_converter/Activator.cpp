@@ -47,8 +47,8 @@ public:
 class Activator : public cppmicroservices::BundleActivator {
 public:
     void Start(cppmicroservices::BundleContext context) override {
-        offer<MembersConverter>(
-            context, {"clear", "error", "evaluation", "figure", "input", "progress", "status", "workspace"});
+        offer<MembersConverter>(context, {"clear", "comm", "error", "evaluation", "figure", "input",
+                                          "payload", "progress", "status", "workspace"});
         offer<DisplayConverter>(context, {"display"});
         general_ = offer<MembersConverter>(context, recent_);
         // Before the bridge subscribes to any tag, so that this handler comes before the bridge's.

@@ -18,6 +18,7 @@ using services::io::CmdWinSinkHandle;
 namespace {
 
 constexpr auto longestDrain = std::chrono::seconds(2);
+constexpr auto flushInterval = std::chrono::milliseconds(10);
 
 }  // namespace
 
@@ -113,6 +114,17 @@ bool CommandWindow::drainIfReady(const std::function<bool()>& afterPart) {
 
 void CommandWindow::sendPrinted() {
     if (!running_.isBetweenStepsHere()) drain();
+    sync();
+}
+
+void CommandWindow::flush() {
+    const auto now = std::chrono::steady_clock::now();
+    if (now - lastFlush_ < flushInterval) return;
+    lastFlush_ = now;
+    sync();
+}
+
+void CommandWindow::sync() {
     const RunningRequest* const request = running_.ofThisThread();
     if (request == nullptr) return;
     // Held here, as for `print`.

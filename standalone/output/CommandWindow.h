@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <chrono>
 #include <cstdint>
 #include <exception>
 #include <functional>
@@ -74,6 +75,9 @@ public:
     bool drainIfReady(const std::function<bool()>& afterPart);
     /// Delivers it, and has the sinks of the request send what they have kept.
     void sendPrinted();
+    /// Has them send it, but for what native code has written, unless they have just done so: no more often
+    /// than every 10 ms.
+    void flush();
 
     /// What the code does to the window of whoever gets its text.
     void clear();
@@ -97,6 +101,7 @@ private:
     enum class Recipient { OwnSink, Capture, Terminal };
     Recipient recipient() const;
     bool isCaptured() const;
+    void sync();
     std::shared_ptr<services::io::CmdWinSink> window(bool isError) const;
     template <class Event>
     void change(void (services::io::CmdWinSink::*change)());
@@ -108,6 +113,7 @@ private:
     WindowSize size_;
     std::unique_ptr<NativeCapture> capture_;
     std::shared_ptr<TerminalWindow> terminal_;
+    std::chrono::steady_clock::time_point lastFlush_;
     bool isTypedByStream_ = false;  // what the running code read last
 };
 

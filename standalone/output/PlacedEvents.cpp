@@ -2,27 +2,23 @@
 
 #include <algorithm>
 #include <array>
+#include <string>
 #include <utility>
-
-#include "connector/common/RequestOrigin.h"
 
 namespace standalone {
 
 namespace {
 
-using connector::common::RequestOrigin;
-
-constexpr std::array<std::u16string_view, 5> tagsWithRequest = {u"clear", u"display", u"error", u"evaluation",
-                                                                u"input"};
+constexpr std::array<std::u16string_view, 7> tagsWithRequest = {u"clear",      u"comm",  u"display", u"error",
+                                                                u"evaluation", u"input", u"payload"};
 
 }  // namespace
 
 void PlacedEvents::raise(std::u16string tag, TaggedEvent::Members members) {
     if (!hasSubscribers(tag)) return;
     if (std::ranges::find(tagsWithRequest, tag) != tagsWithRequest.end()) {
-        const auto context = running_.contextOfThisThread();
-        const auto origin = context ? RequestOrigin::of(*context) : nullptr;
-        members.emplace("request", origin ? foundation::json::Value(origin->request) : nullptr);
+        const std::string name = running_.nameOfThisThread();
+        members.emplace("request", name.empty() ? nullptr : foundation::json::Value(name));
     }
     window_.sendPrinted();
     announcements_.raise(TaggedEvent(std::move(tag), std::move(members)));

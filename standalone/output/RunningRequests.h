@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstdint>
 #include <memory>
+#include <string>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -78,6 +79,13 @@ public:
     std::shared_ptr<connector::common::ContextState> contextOfThisThread() const {
         const RunningRequest* request = ofThisThread();
         return request == nullptr ? nullptr : request->context;
+    }
+
+    /// The name of that request; empty where it has none.
+    std::string nameOfThisThread() const {
+        const auto context = contextOfThisThread();
+        const auto origin = context ? connector::common::RequestOrigin::of(*context) : nullptr;
+        return origin ? origin->request : std::string();
     }
 
     /// For the threads that this one starts.

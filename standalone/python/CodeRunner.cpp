@@ -98,42 +98,85 @@ CodeRunner::CodeRunner(PyObject* runtimeModule, std::function<void()> beforeRun)
       expressionType_(importedAttribute("_ast", "Expr")),
       interactiveType_(importedAttribute("_ast", "Interactive")) {}
 
-CodeRunner::Result CodeRunner::execute(const std::u16string& code, bool isRemembered) {
+CodeRunner::Result CodeRunner::execute(const std::u16string& code, Kind kind) {
     constexpr char16_t byteOrderMark = 0xFEFF;
-    if (code.starts_with(byteOrderMark)) return execute(code.substr(1), isRemembered);
+    if (code.starts_with(byteOrderMark)) return execute(code.substr(1), kind);
     ++count_;
     if (code.size() > codeLimit) {
         PyErr_Format(PyExc_ValueError, "The code is %zu UTF-16 units long; at most %zu are accepted.",
                      code.size(), codeLimit);
         return failed();
     }
-    const PyRef source(pythonText(code));
-    const PyRef fileName(PyUnicode_FromFormat("<eval %llu>", static_cast<unsigned long long>(count_)));
-    if (!source || !fileName) return failed();
+    Piece piece{.code = code, .source = PyRef(pythonText(code)), .fileName = PyRef()};
+    if (piece.source) piece.fileName = nameFile(piece.source.get(), kind);
+    if (!piece.fileName) return failed();
     const PyRef number(PyLong_FromUnsignedLongLong(count_));
-    if (isRemembered && number) {
-        const PyRef done(PyObject_CallFunctionObjArgs(remember_.get(), number.get(), source.get(), nullptr));
+    if (kind != Kind::Internal && number) {
+        const PyRef done(
+            PyObject_CallFunctionObjArgs(remember_.get(), number.get(), piece.source.get(), nullptr));
     }
     PyErr_Clear();
 
-    // One simple statement needs no look at its syntax tree: Python's interactive mode does with it what is
-    // wanted here. Whatever that mode does not take, errors included, goes the long way.
-    const bool isSimple = code.find_first_of(u"\n\r;:\f") == std::u16string::npos;
-    const PyRef simple = isSimple ? compileSource(code, source.get(), fileName.get(), Mode::Simple) : PyRef();
-    PyErr_Clear();
-    const PyRef tree = simple ? PyRef() : compileSource(code, source.get(), fileName.get(), Mode::Tree);
-    if (!simple && !tree) {
-        if (!isIncompleteInputSet()) return failed();
+    if (!compile(piece) && !(kind == Kind::Cell && compileAsCell(piece))) {
+        if (kind == Kind::Cell || !isIncompleteInputSet()) return failed();
         PyErr_Clear();
         return Result::Incomplete;
     }
-    sources_.add(code, fileName.get());
+    sources_.add(piece.code, piece.fileName.get());
     bool isSourceWanted = false;
-    const bool isDone = simple ? runCode(simple.get(), isSourceWanted)
-                               : runTree(tree.get(), source.get(), fileName.get(), isSourceWanted);
+    const bool isDone =
+        piece.simple ? runCode(piece.simple.get(), isSourceWanted)
+                     : runTree(piece.tree.get(), piece.source.get(), piece.fileName.get(), isSourceWanted);
     const Result result = isDone ? Result::Done : failed();
-    sources_.keepOrDrop(code, fileName.get(), isSourceWanted || !isDone);
+    sources_.keepOrDrop(piece.code, piece.fileName.get(), isSourceWanted || !isDone);
     return result;
+}
+
+// What runs before a cell may have to be interrupted, too.
+PyRef CodeRunner::nameFile(PyObject* source, Kind kind) {
+    if (kind != Kind::Cell) {
+        return PyRef(PyUnicode_FromFormat("<eval %llu>", static_cast<unsigned long long>(count_)));
+    }
+    beforeRun_();
+    return PyRef(PyObject_CallMethod(runtimeModule_.get(), "begin_cell", "O", source));
+}
+
+// One simple statement needs no look at its syntax tree: Python's interactive mode does with it what is
+// wanted here. Whatever that mode does not take, errors included, goes the long way.
+bool CodeRunner::compile(Piece& piece) {
+    const bool isSimple = piece.code.find_first_of(u"\n\r;:\f") == std::u16string::npos;
+    if (isSimple) {
+        piece.simple = compileSource(piece.code, piece.source.get(), piece.fileName.get(), Mode::Simple);
+        if (piece.simple) return true;
+        PyErr_Clear();
+    }
+    piece.tree = compileSource(piece.code, piece.source.get(), piece.fileName.get(), Mode::Tree);
+    return static_cast<bool>(piece.tree);
+}
+
+// Compiles what the magics and the like of a cell stand for. Where it has none the error stays set.
+bool CodeRunner::compileAsCell(Piece& piece) {
+    PyObject *type = nullptr, *error = nullptr, *trace = nullptr;
+    PyErr_Fetch(&type, &error, &trace);
+    PyErr_NormalizeException(&type, &error, &trace);
+    PyRef code(PyObject_CallMethod(runtimeModule_.get(), "plain_cell", "OO", piece.source.get(), error));
+    const bool isPlain = code && PyUnicode_Check(code.get()) != 0;
+    if (isPlain || !code) {  // what fails there is the error
+        Py_XDECREF(type);
+        Py_XDECREF(error);
+        Py_XDECREF(trace);
+        if (!isPlain) return false;
+        piece.code = utf16(code.get());
+        piece.source = std::move(code);
+        return compile(piece);
+    }
+    PyErr_Restore(type, error, trace);
+    return false;
+}
+
+void CodeRunner::endCell() {
+    const PyRef done(PyObject_CallMethod(runtimeModule_.get(), "end_cell", nullptr));
+    PyErr_Clear();
 }
 
 bool CodeRunner::isComplete(const std::u16string& code) {

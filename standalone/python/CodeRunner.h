@@ -23,6 +23,10 @@ class CodeRunner {
 public:
     enum class Result { Done, Incomplete, Failed };
 
+    /// What a piece of code is. A `Cell` of a notebook may hold magics and commands of the shell, and is an
+    /// error where it ends inside an open block.
+    enum class Kind { Internal, Plain, Cell };
+
     /// Code of more than this many UTF-16 code units is refused.
     static constexpr std::size_t codeLimit = 16U << 20U;
 
@@ -33,8 +37,10 @@ public:
 
     /// Runs `code` and displays the value of its last statement if that is an expression with no semicolon
     /// after it. An `await` outside of functions waits in a loop of this workspace's. The code becomes part
-    /// of the history if it `isRemembered`.
-    Result execute(const std::u16string& code, bool isRemembered);
+    /// of the history unless it is internal.
+    Result execute(const std::u16string& code, Kind kind);
+    /// After a cell and the report of its error: shows the figures that it has left open.
+    void endCell();
 
     /// The number of the next piece, which is in the history and in the name of its file.
     std::uint64_t nextNumber() const { return count_ + 1; }
@@ -51,6 +57,18 @@ public:
 private:
     enum class Mode { Simple, Tree };
 
+    /// A piece of code on its way; of `simple` and `tree` one is there when it could be compiled.
+    struct Piece {
+        std::u16string code;
+        PyRef source;
+        PyRef fileName;
+        PyRef simple = PyRef();
+        PyRef tree = PyRef();
+    };
+
+    PyRef nameFile(PyObject* source, Kind kind);
+    bool compile(Piece& piece);
+    bool compileAsCell(Piece& piece);
     PyRef compileSource(const std::u16string& code, PyObject* source, PyObject* fileName, Mode mode);
     PyRef compileTree(PyObject* tree, PyObject* fileName, const char* mode);
     bool runTree(PyObject* tree, PyObject* source, PyObject* fileName, bool& isSourceWanted);

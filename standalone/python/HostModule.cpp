@@ -24,6 +24,7 @@
 #include "python/ImportGuard.h"
 #include "python/InterpreterServices.h"
 #include "python/PyRef.h"
+#include "python/capability.h"
 #include "python/eventMembers.h"
 #include "python/printText.h"
 #include "python/pythonText.h"
@@ -56,6 +57,10 @@ PyObject* newNone() { return PyRef::share(Py_None).release(); }
 
 PyObject* writeOut(PyObject*, PyObject* text) { return printText(bound, nmutil::io::STANDARD_OUTPUT, text); }
 PyObject* writeErr(PyObject*, PyObject* text) { return printText(bound, nmutil::io::STANDARD_ERROR, text); }
+
+PyObject* flushPrinted(PyObject*, PyObject*) {
+    return translated([] { return bound == nullptr || bound->flush() ? newNone() : nullptr; });
+}
 
 InterpreterServices& servicesForReading() {
     if (bound == nullptr || !bound->isInterpreterThread()) {
@@ -281,13 +286,17 @@ PyObject* raiseDisplay(PyObject*, PyObject* arguments) {
     });
 }
 
-PyObject* hasCapability(PyObject*, PyObject* capability) {
+PyObject* hasClientCapability(PyObject*, PyObject* capability) {
     const char* const wanted = PyUnicode_AsUTF8(capability);
     if (wanted == nullptr) return nullptr;
-    const auto* const options = bound != nullptr ? bound->runningOptions() : nullptr;
-    if (options == nullptr || !options->capabilities()) return PyBool_FromLong(0);
-    const auto& has = *options->capabilities();
-    return PyBool_FromLong(std::find(has.begin(), has.end(), wanted) != has.end());
+    return PyBool_FromLong(bound != nullptr && hasCapability(bound->runningOptions(), wanted));
+}
+
+PyObject* requestName(PyObject*, PyObject*) {
+    return translated([] {
+        const std::string name = bound != nullptr ? bound->requestName() : std::string();
+        return PyUnicode_DecodeUTF8(name.data(), static_cast<Py_ssize_t>(name.size()), "replace");
+    });
 }
 
 // What Python's interactive mode does with the value of an expression. No Python code of the program's runs
@@ -340,6 +349,8 @@ PyObject* configure(PyObject*, PyObject* arguments) {
 std::array functions = {
     PyMethodDef{"write_out", writeOut, METH_O, "Prints text on standard output."},
     PyMethodDef{"write_err", writeErr, METH_O, "Prints text on standard error."},
+    PyMethodDef{"flush", flushPrinted, METH_NOARGS,
+                "Has what was printed reach a notebook at once, unless it did just now."},
     PyMethodDef{"read_line", readLine, METH_VARARGS,
                 "Reads one typed line at a prompt, shown or not, for a question with a text."},
     PyMethodDef{"read_key", readKey, METH_NOARGS, "Waits for one typed character."},
@@ -366,8 +377,10 @@ std::array functions = {
                 "The same for the event of a display, with its data by type, and its other members."},
     PyMethodDef{"show_result", showResult, METH_O,
                 "Shows the value of an expression: as text, and to clients that listen to displays."},
-    PyMethodDef{"has_capability", hasCapability, METH_O,
+    PyMethodDef{"has_capability", hasClientCapability, METH_O,
                 "Tells whether the client of the running request has said that it has a capability."},
+    PyMethodDef{"request_name", requestName, METH_NOARGS,
+                "The name of the running request, or an empty string."},
     PyMethodDef{"leave_window", leaveWindow, METH_NOARGS,
                 "Has text go to the file descriptors, for a forked child."},
     PyMethodDef{"configure", configure, METH_VARARGS, "Changes a value of the host's configuration."},

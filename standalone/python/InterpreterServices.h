@@ -35,6 +35,8 @@ public:
     virtual bool print(nmutil::io::StreamTypeEnum stream, std::u16string_view text) = 0;
     /// Called once before the pieces of one printed text.
     virtual bool beforePrint() = 0;
+    /// Has what was printed go out at once where the client is a notebook, every 10 ms at most.
+    virtual bool flush() = 0;
 
     /// Reads one typed line with its newline, showing `question` while nothing has been typed.
     virtual ReadResult readLine(ShownPrompt question, std::u16string& line) = 0;
@@ -70,6 +72,8 @@ public:
     virtual void configure(const std::string& key, const std::string& value) = 0;
 
     virtual bool isInterpreterThread() const = 0;
+    /// The name of the request that the calling thread's code belongs to; empty where there is none.
+    virtual std::string requestName() const = 0;
     /// The options of the request that the calling thread's code belongs to; null when there is none.
     virtual const cmddistributor::RunOptions* runningOptions() const = 0;
 };

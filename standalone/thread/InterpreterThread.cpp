@@ -10,6 +10,7 @@
 #include "host/Environment.h"
 #include "output/ownerWait.h"
 #include "output/promptEvents.h"
+#include "python/capability.h"
 #include "python/interpreterLock.h"
 #include "shutdown/ShutdownObject.h"
 #include "standalone/process.h"
@@ -170,6 +171,12 @@ bool InterpreterThread::checkInterrupts() {
 bool InterpreterThread::awaitOwner() {
     return waitForOwner(running_.paceOfThisThread(),
                         [this] { return !isInterpreterThread() || checkInterrupts(); });
+}
+
+bool InterpreterThread::flush() {
+    if (!hasCapability(runningOptions(), "notebook")) return true;
+    window_.flush();
+    return awaitOwner();
 }
 
 const cmddistributor::RunOptions* InterpreterThread::runningOptions() const {

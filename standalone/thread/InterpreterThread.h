@@ -78,6 +78,7 @@ private:
     bool beforePrint() override {
         return window_.drainIfReady([this] { return awaitOwner(); });
     }
+    bool flush() override;
     bool awaitOwner();
     ReadResult readLine(ShownPrompt question, std::u16string& line) override;
     ReadResult readKey() override;
@@ -107,6 +108,7 @@ private:
     }
     void configure(const std::string& key, const std::string& value) override;
     bool isInterpreterThread() const override { return Interrupts::isSignalThread(); }
+    std::string requestName() const override { return running_.nameOfThisThread(); }
     const cmddistributor::RunOptions* runningOptions() const override;
 
     const HostOptions options_;

@@ -18,6 +18,7 @@
 #include "iqm/plugins.h"
 #include "python/PythonRuntime.h"
 #include "python/SuspendedEventLoop.h"
+#include "python/capability.h"
 #include "thread/EvaluationEvents.h"
 #include "thread/Interrupts.h"
 #include "thread/PromptScope.h"
@@ -191,9 +192,10 @@ void RequestRunner::evaluate(const std::u16string& code) {
     PromptScope prompt(prompts_);
     EvaluationEvents evaluation(events_, running_.innermost(), codeRunner_.nextNumber(), code);
     CodeRunner::Result result = CodeRunner::Result::Failed;
+    const CodeRunner::Kind kind = kindOfCode();
     interruptibly(Opens::WhenItRuns, [&] {
         prompt.announce();
-        result = codeRunner_.execute(code, !isInternalCode());
+        result = codeRunner_.execute(code, kind);
     });
     if (isForkedChild) codeRunner_.exitForkedChild();  // or it would go on as a second interpreter
 
@@ -211,6 +213,10 @@ void RequestRunner::evaluate(const std::u16string& code) {
     if (error) {
         window_.showFailure(*error, queue_.isStopped());
         evaluation.fail(error->exception);
+    }
+    if (kind == CodeRunner::Kind::Cell) {
+        interruptibly(Opens::AtOnce, [&] { codeRunner_.endCell(); });
+        window_.drain(true);
     }
     evaluation.end(error.has_value());
     prompt.restore(isIncomplete);
@@ -237,11 +243,13 @@ void RequestRunner::setStatus(const boost::optional<CodeError>& error, bool isIn
     status_.isInCompiledExtension = error && error->isInCompiledExtension;
 }
 
-bool RequestRunner::isInternalCode() const {
+CodeRunner::Kind RequestRunner::kindOfCode() const {
     const RunningRequest* running = running_.innermost();
-    if (running == nullptr) return false;
-    const auto* const request = dynamic_cast<const cmddistributor::EvalCmdRequest*>(&running->request);
-    return request != nullptr && request->isInternal();
+    const auto* const request =
+        running != nullptr ? dynamic_cast<const cmddistributor::EvalCmdRequest*>(&running->request) : nullptr;
+    if (request == nullptr) return CodeRunner::Kind::Plain;
+    if (request->isInternal()) return CodeRunner::Kind::Internal;
+    return hasCapability(&running->options, "notebook") ? CodeRunner::Kind::Cell : CodeRunner::Kind::Plain;
 }
 
 // Runs what may run user code as code of its own, so that interrupts can be meant for it. Code that is not

@@ -72,7 +72,7 @@ private:
     void interruptibly(Opens opens, const std::function<void()>& action);
     void cleanUp();
     void setStatus(const boost::optional<CodeError>& error, bool isIncomplete);
-    bool isInternalCode() const;
+    CodeRunner::Kind kindOfCode() const;
     void tellObserver() const;
 
     RequestQueue& queue_;

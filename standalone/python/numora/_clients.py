@@ -9,7 +9,7 @@ def complete(code, cursor):
 
     Returns {"matches": [...], "start": n, "end": n}: each match may replace what is between start and end.
     """
-    return _aside("_completion", "complete", code, cursor)
+    return aside("_completion", "complete", code, cursor)
 
 
 def inspect(name):
@@ -17,12 +17,12 @@ def inspect(name):
 
     Returns {"found": True, "name", "type", "signature", "doc", "source_file", "line", "text"}, or {"found": False}.
     """
-    return _aside("_inspection", "inspect", name)
+    return aside("_inspection", "inspect", name)
 
 
 def workspace():
     """Lists the variables of the user, each as {"name", "class", "shape", "bytes", "text"}."""
-    return _aside("_workspace", "workspace")
+    return aside("_workspace", "workspace")
 
 
 def is_complete(code):
@@ -30,15 +30,15 @@ def is_complete(code):
 
     Returns {"status": "complete", "incomplete" or "invalid", "indent": what the next line begins with}.
     """
-    return _aside("_completeness", "is_complete", code)
+    return aside("_completeness", "is_complete", code)
 
 
 def history(n=None):
     """Lists the last n evaluations, or all that are kept, oldest first, each as {"number", "code"}."""
-    return _aside("_history", "history", n)
+    return aside("_history", "history", n)
 
 
-def _aside(module, name, *args):
+def aside(module, name, *args):
     """Calls a function of a module, which is loaded at its first use, out of reach of the code that it interrupts: its
     debugger and its recursion limit.
     """

@@ -4,6 +4,8 @@ import sys
 
 import _numora_host as _host
 
+from ._prompts import ask
+
 
 def clc():
     """Clears the command window. What this evaluation printed so far is discarded."""
@@ -17,7 +19,9 @@ def home():
 
 def pause(seconds=None):
     """Waits for a key, or for a number of seconds."""
-    if seconds is None:
+    if seconds is None and _host.has_capability("notebook"):
+        ask()
+    elif seconds is None:
         _host.read_key()
     else:
         import time

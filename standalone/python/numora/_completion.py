@@ -6,11 +6,11 @@ import re
 
 from . import _user
 from ._module_names import imported_names
-from ._objects import NOTHING, attribute_names, copy, is_instance, resolve
+from ._objects import NOTHING, attribute, attribute_names, copy, find, is_instance, resolve
 from ._scanner import Scanner, parse
 
-_MATCH_LIMIT = 500
-_CODE_LIMIT = 65_536  # characters before the cursor that are looked at
+MATCH_LIMIT = 500
+CODE_LIMIT = 65_536  # characters before the cursor that are looked at
 _KEY_LIMIT = 100_000  # keys of a dictionary that are looked at
 
 
@@ -21,7 +21,7 @@ def complete(code, cursor):
         start, matches = matches_at_end(code[:end])
     except Exception:  # an editor that asks at every key is served better by no match than by an error
         start, matches = end, []
-    return {"matches": matches[:_MATCH_LIMIT], "start": _units(code[:start]), "end": _units(code[:end])}
+    return {"matches": matches[:MATCH_LIMIT], "start": _units(code[:start]), "end": _units(code[:end])}
 
 
 def _units(text):
@@ -43,37 +43,49 @@ def _index(code, units):
 
 def matches_at_end(code):
     """Where the word at the end of `code` begins, and what it may become."""
-    skipped = max(0, len(code) - _CODE_LIMIT)
+    return words_at_end(code)[:2]
+
+
+def words_at_end(code):
+    """The same, and a function that gives the value of such a word, or NOTHING."""
+    skipped = max(0, len(code) - CODE_LIMIT)
     skipped = max(skipped, code.find("\n", skipped) + 1) if skipped else 0
     text = code[skipped:]
     scanner = Scanner(text)
     if scanner.inside:
-        start, names = _keys(text, scanner)
+        (start, names), value_of = _keys(text, scanner), _no_value
     else:
         start = len(text) - len(re.search(r"\w*\Z", text[-500:])[0])
-        names = {} if text[start:][:1].isdigit() else _names(text[:start], text[start:], scanner)
+        is_number = text[start:][:1].isdigit()
+        names, value_of = ({}, _no_value) if is_number else _names(text[:start], text[start:], scanner)
     typed = text[start:]
     matches = [name for name in names if name.startswith(typed)]
     matches.sort(key=lambda name: (name[:1] == "_", name[:2] == "__", names[name], name.casefold(), name))
-    return skipped + start, matches
+    return skipped + start, matches, value_of
+
+
+def _no_value(_):
+    return NOTHING
 
 
 def _names(before, typed, scanner):
-    """The names that may follow `before`, each with its rank."""
+    """The names that may follow `before`, each with its rank, and a function that gives their values."""
     found = imported_names(before[scanner.statement :], typed)
     if found is not None:
-        return dict.fromkeys(found, 0)
+        return dict.fromkeys(found, 0), _no_value
     stripped = before.rstrip()
     if stripped.endswith("."):
         value = _value_before(stripped[:-1].rstrip(), scanner)
-        return {} if value is NOTHING else dict.fromkeys(attribute_names(value), 0)
+        if value is NOTHING:
+            return {}, _no_value
+        return dict.fromkeys(attribute_names(value), 0), lambda name: attribute(value, name)[0]
     names = dict.fromkeys([*keyword.kwlist, *keyword.softkwlist, *copy(vars(builtins).__iter__)], 1)
     variables = copy(_user.variables.__iter__)
     names.update((name, 0) for name in variables if type(name) is str and name.isidentifier())
-    return names
+    return names, lambda name: find((_user.variables, vars(builtins)), name)
 
 
-_CHAIN = re.compile(r"(?<![\w.])[^\W\d]\w*(?:\s*\.\s*[^\W\d]\w*)*\Z")
+CHAIN = re.compile(r"(?<![\w.])[^\W\d]\w*(?:\s*\.\s*[^\W\d]\w*)*\Z")
 _DISPLAYS = {
     "List": list, "ListComp": list, "Dict": dict, "DictComp": dict,
     "Set": set, "SetComp": set, "Tuple": tuple, "JoinedStr": str,
@@ -82,7 +94,7 @@ _DISPLAYS = {
 
 def _value_before(text, scanner):
     """The value of the dotted name or the literal that `text` ends with."""
-    chain = _CHAIN.search(text, max(0, len(text) - 1000))
+    chain = CHAIN.search(text, max(0, len(text) - 1000))
     if chain:
         if text[: chain.start()].rstrip().endswith("."):
             return NOTHING  # an attribute of a call, of an index, ...

@@ -3,7 +3,8 @@
 import _numora_host as _host
 
 _checked_tags = set()
-_OWN_TAGS = {"clear", "comm", "display", "error", "evaluation", "figure", "input", "progress", "status", "workspace"}
+_OWN_TAGS = {"clear", "comm", "display", "error", "evaluation", "figure", "input", "payload", "progress", "status",
+             "workspace"}
 
 
 def post_event(tag, payload=None):

@@ -19,12 +19,14 @@ class FigureManager(FigureManagerBase):
             warnings.warn("No client shows figures.", stacklevel=4)
             return
         figure = self.canvas.figure
-        picture, svg = png(figure), _picture(figure, "svg")
+        is_drawn = not _host.has_capability("notebook")  # which shows the picture only
+        picture, svg = png(figure), _picture(figure, "svg") if is_drawn else b""
         width, height = self.canvas.get_width_height()
         _host.raise_event("figure", {
             "number": self.num, "title": _title(self), "width": width, "height": height,
             "png": base64.b64encode(picture).decode(),
-            "svg": base64.b64encode(svg).decode() if len(picture) + len(svg) <= _LONGEST else None,
+            "svg": base64.b64encode(svg).decode() if svg and len(picture) + len(svg) <= _LONGEST else None,
+            "text": repr(figure),
         })
 
     @classmethod
@@ -47,6 +49,14 @@ def show(*_args, **_kwargs):
     Gcf.destroy_all()
     if problem:
         raise problem
+
+
+def end_cell():
+    """Shows the figures that a cell has left open, or closes them where nobody sees them."""
+    if _host.hears("figure"):
+        show()
+    else:
+        Gcf.destroy_all()
 
 
 def png(figure):

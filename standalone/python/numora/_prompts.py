@@ -17,8 +17,16 @@ _read = builtins.input
 _is_echoed = True
 
 
+class StdinNotImplementedError(NotImplementedError):
+    """Code asks for input where nobody answers."""
+
+    __module__ = "numora"
+
+
 def ask(prompt="", /):
     text = str(prompt)
+    if _host.has_capability("notebook"):  # which shows the text with the question
+        return _read()
     return _read(text)
 
 
@@ -40,6 +48,7 @@ def _requester(frame):
 
 def read_line(frame):
     """Reads a line for the code that runs in the frame."""
+    require_answers()
     text = ""
     if frame.f_code is ask.__code__:
         text = frame.f_locals["text"][-_TEXT_LIMIT:]
@@ -53,6 +62,12 @@ def read_line(frame):
         if prompt != _DEBUG:
             raise
     raise interrupt_alone()  # the debugger would take a KeyboardInterrupt for itself and ask again
+
+
+def require_answers():
+    """Raises an error in code of a notebook that does not answer questions."""
+    if _host.has_capability("notebook") and not _host.has_capability("stdin"):
+        raise StdinNotImplementedError("The client of this code does not answer questions.")
 
 
 def is_echoed():

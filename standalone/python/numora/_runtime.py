@@ -19,8 +19,11 @@ from ._threads import attribute_threads
 
 __all__ = [
     "announce_workspace",
+    "begin_cell",
     "end",
+    "end_cell",
     "end_forked_child",
+    "plain_cell",
     "remember",
     "report",
     "restore_interrupts",
@@ -100,6 +103,27 @@ def announce_workspace():
     from ._changes import announce_workspace
 
     announce_workspace()
+
+
+def begin_cell(code):
+    """Before a cell of a notebook runs; gives the name of its file."""
+    from ._cells import begin
+
+    return begin(code)
+
+
+def plain_cell(code, error):
+    """The Python code that a cell stands for whose own code is none, as an error says; or None."""
+    from ._cells import plain
+
+    return plain(code, error)
+
+
+def end_cell():
+    """After a cell has run, and its error was shown."""
+    from ._cells import end
+
+    end()
 
 
 def run_coroutine(coroutine):

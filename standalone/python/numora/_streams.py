@@ -4,6 +4,8 @@ import codecs
 import io
 import sys
 
+import _numora_host as _host
+
 from ._prompts import read_line
 
 
@@ -22,6 +24,7 @@ class Output(io.TextIOBase):
     def __init__(self, name, descriptor, write):
         self.name = name
         self.write = write
+        self.flush = _host.flush
         self.fileno = descriptor.__index__  # captured too, so a child process may write there
         self.buffer = OutputBytes(self)
 

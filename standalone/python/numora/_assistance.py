@@ -1,0 +1,93 @@
+"""Completion, inspection and the like for notebooks."""
+
+import keyword
+import re
+import types
+
+from . import _commands, _completeness, _completion, _inspection
+from ._cells import guest, has_guest, looks_like_magic
+from ._objects import NOTHING, is_instance
+from ._scanner import Scanner
+
+_NAME = re.compile(r"[^\W\d]\w*(?:\s*\.\s*[^\W\d]\w*)*")
+_FUNCTIONS = (types.FunctionType, types.BuiltinFunctionType, types.MethodType, types.MethodDescriptorType,
+              types.WrapperDescriptorType, types.MethodWrapperType, types.ClassMethodDescriptorType)  # fmt: skip
+# Lines for a guest, or their parts, with what stands for them in Python.
+_FOREIGN = ((re.compile(r"^([ \t]*)(?:[%!?]|.*\?[ \t]*$).*$", re.MULTILINE), r"\g<1>0"),
+            (re.compile(r"(=[ \t]*)[%!].*$", re.MULTILINE), r"\g<1>0"))  # fmt: skip
+
+
+def complete(code, cursor):
+    end = max(0, min(cursor, len(code)))
+    try:
+        start, matches, value_of = _completion.words_at_end(code[:end])
+    except Exception:  # as for every other client
+        start, matches, value_of = end, [], None
+    matches = matches[: _completion.MATCH_LIMIT]
+    kinds = [{"start": start, "end": end, "text": match, "type": _kind(match, value_of(match))} for match in matches]
+    return {"matches": matches, "cursor_start": start, "cursor_end": end,
+            "metadata": {"_jupyter_types_experimental": kinds} if kinds else {}}  # fmt: skip
+
+
+def _kind(name, value):
+    if value is NOTHING:
+        return "keyword" if keyword.iskeyword(name) else "<unknown>"
+    for kind, classes in (("class", type), ("module", types.ModuleType), ("function", _FUNCTIONS), ("property", property)):
+        if is_instance(value, classes):
+            return kind
+    return "instance"
+
+
+def inspect(code, cursor, detail):
+    for name in _names_at(code, max(0, min(cursor, len(code)))):
+        found = _inspection.inspect(name)
+        if found["found"]:
+            return {"found": True, "data": {"text/plain": _description(found, detail)}, "metadata": {}}
+    return {"found": False, "data": {}, "metadata": {}}
+
+
+def _names_at(code, cursor):
+    """The dotted name at a position, up to the part that is there, then the functions whose calls it is in."""
+    line = code.rfind("\n", 0, cursor) + 1
+    for found in _NAME.finditer(code, max(line, cursor - 1000)):
+        if found.start() > cursor:
+            break
+        if cursor <= found.end():
+            part = re.compile(r"\w*").match(code, cursor).end()
+            yield "".join(code[found.start() : part].split()).rstrip(".")
+    text = code[:cursor]
+    for bracket in reversed(Scanner(text[-_completion.CODE_LIMIT :]).brackets):
+        bracket += max(0, len(text) - _completion.CODE_LIMIT)
+        called = _completion.CHAIN.search(text[max(0, bracket - 1000) : bracket].rstrip())
+        if text[bracket] == "(" and called:
+            yield "".join(called[0].split())
+
+
+def _description(found, detail):
+    name = found["name"]
+    source = _commands.source(name) if detail else ""
+    file = found["source_file"]
+    rows = [
+        ("Signature", found["signature"] and name.rpartition(".")[2] + found["signature"], " "),
+        ("Type", found["type"], " "),
+        ("Value", None if found["signature"] else found["text"], " "),
+        ("File", file and (file if found["line"] is None else "%s:%d" % (file, found["line"])), " "),
+        ("Source", source.rstrip(), "\n"),
+        ("Docstring", None if source else found["doc"], "\n"),
+    ]
+    return "\n".join("%s:%s%s" % (title, between, text) for title, text, between in rows if text)
+
+
+def is_complete(code):
+    shell = guest()
+    if shell is not None:
+        status, spaces = shell.input_transformer_manager.check_complete(code)
+        return {"status": status, "indent": " " * (spaces or 0)}
+    found = _completeness.is_complete(code)
+    if found["status"] == "complete" or not looks_like_magic(code) or not has_guest():
+        return found
+    if code.lstrip().startswith("%%"):  # ends with a blank line
+        return {"status": "incomplete" if code.rpartition("\n")[2].strip() else "complete", "indent": ""}
+    for foreign, python in _FOREIGN:
+        code = foreign.sub(python, code)
+    return _completeness.is_complete(code)
