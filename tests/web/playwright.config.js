@@ -1,9 +1,10 @@
-// One test at a time: each has a server and a browser context of its own, and the machines are small.
+// Two tests at a time: each has a server and a browser context of its own, and mostly waits.
 
 export default {
     testDir: ".",
     testMatch: "*.spec.js",
-    workers: 1,
+    workers: 2,
+    fullyParallel: true,
     timeout: 60_000,
     expect: {timeout: 15_000},
     reporter: "line",

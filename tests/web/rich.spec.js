@@ -67,7 +67,7 @@ test("100,000 lines are all there, and who reads stays where he is", async ({con
     await console.run("print('\\n'.join(f'begin {i}' for i in range(100)))");
     await console.type("for i in range(100_000): print('line', i)");
     await console.log.hover();
-    await page.mouse.wheel(0, -5000);
+    await page.mouse.wheel(0, -1e7);
     await expect(page.locator(".new-lines")).toBeVisible();
     await console.is("idle");
     await expect(console.entries.first()).toBeInViewport();
@@ -79,36 +79,4 @@ test("100,000 lines are all there, and who reads stays where he is", async ({con
     await page.keyboard.press("Escape");
     const lines = await page.locator(".log .entry-body").last().textContent();
     expect(lines).toBe(Array.from({length: 100_000}, (_, i) => `line ${i}\n`).join(""));
-});
-
-const states = [
-    ["idle", ""], ["running", "import time, numora\nfor i in numora.progress(range(1000)): time.sleep(0.1)"], ["input", "input('Name? ')"],
-    ["password", "import getpass; getpass.getpass()"], ["debugger", "breakpoint()\nx = 1"], ["pause", "import numora; numora.pause()"],
-];
-test("no state has barriers, in both themes, narrow and wide, with large text", async ({console, page}) => {
-    test.slow();
-    await console.run(figure);
-    await console.run("print('\\x1b[31mred\\x1b[0m \\x1b[42mback\\x1b[0m')\nimport json\njson.loads('{')");
-    await console.run("class T:\n    def _repr_html_(self): return '<table><thead><tr><th>a</th></tr></thead><tr><td>1</td></tr></table>'\nT()");
-    const wrong = [];
-    for (const [state, code] of states) {
-        if (code) await console.type(code);
-        if (code) await expect(page.getByRole("button", {name: "Stop"})).toBeEnabled();
-        for (const colorScheme of ["light", "dark"]) {
-            await page.emulateMedia({colorScheme});
-            wrong.push(...(await console.barriers()).map(text => `${state}, ${colorScheme}: ${text}`));
-        }
-        if (code) await page.keyboard.press("Control+.");
-        await console.is("idle");
-    }
-    await page.getByRole("button", {name: "Menu"}).click();
-    wrong.push(...(await console.barriers()).map(text => `menu: ${text}`));
-    await page.getByLabel("Text size").selectOption("200");
-    await page.keyboard.press("Escape");
-    for (const width of [1280, 320]) {
-        await page.setViewportSize({width, height: 700});
-        wrong.push(...(await console.barriers()).map(text => `${width} pixels: ${text}`));
-        expect(await page.evaluate(() => document.documentElement.scrollWidth), `width of the page at ${width}`).toBeLessThanOrEqual(width);
-    }
-    expect(wrong).toEqual([]);
 });

@@ -21,7 +21,7 @@ function pressed(event: KeyboardEvent, desk: Desk): boolean {
     if (key === "F6") return nextRegion(desk, shiftKey ? -1 : 1), true;
     if (key === "Escape") {
         if (find.isOpen) return find.close(), true;
-        if (panels.isOpen && matchMedia("(max-width: 720px)").matches) return panels.toggle(false), input.focus(), true;
+        if (panels.isOpen && panels.isSheet) return panels.toggle(false), input.focus(), true;
     }
     return false;
 }

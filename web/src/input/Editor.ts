@@ -182,6 +182,7 @@ export class Editor {
         return {pos: position, above: true, create: () => {
             const dom = document.createElement("div");
             dom.className = "cm-inspection";
+            dom.tabIndex = 0;  // it may scroll
             dom.textContent = text;
             return {dom};
         }};

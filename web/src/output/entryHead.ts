@@ -34,8 +34,7 @@ export function entryHead({code, clientType, isOwn}: EntryStart): EntryHead {
     const element = part("header", "entry-head");
     const number = part("span", "entry-number");
     const label = part("span", "entry-label");
-    const fold = button("fold", "Output");
-    fold.ariaExpanded = "true";
+    const fold = button("fold", "Hide output");
     const buttons = part("span", "entry-buttons");
     buttons.append(button("copy-code", "Copy code"), button("copy-output", "Copy output"), fold);
     element.append(number, part("pre", "entry-code", code));
@@ -45,7 +44,7 @@ export function entryHead({code, clientType, isOwn}: EntryStart): EntryHead {
         element,
         setNumber: value => void (number.textContent = `[${value}]`),
         setLabel: text => void (label.textContent = text),
-        setFolded: isFolded => void (fold.ariaExpanded = String(!isFolded)),
+        setFolded: isFolded => void (fold.textContent = isFolded ? "Show output" : "Hide output"),
         end: ({isError, seconds}) => {
             label.textContent = [isError ? "Error" : "", seconds === undefined ? "" : timeText(seconds)].filter(Boolean).join(", ");
         },

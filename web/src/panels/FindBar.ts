@@ -57,7 +57,7 @@ export class FindBar {
     }
 
     private update({count, position, isDone}: FindState): void {
-        const text = this.search ? `${position} of ${count.toLocaleString("en")}${isDone ? "" : "\u2026"}` : "";
+        const text = !this.search ? "" : count === 0 && isDone ? "Not found" : `${position} of ${count.toLocaleString("en")}${isDone ? "" : "\u2026"}`;
         render(html`<input type="search" aria-label="Find in the log" placeholder="Find" @input=${(event: Event) => this.start((event.target as HTMLInputElement).value)}>
             <span role="status">${text || nothing}</span>
             <button type="button" @click=${() => this.step(true)}>Previous</button>

@@ -15,6 +15,7 @@ interface Place {
 }
 
 const key = "numora.panels", narrowest = 200, widest = 900, step = 20;
+const narrow = matchMedia("(max-width: 720px)");
 
 /** The column of tabs at the right; on narrow screens a sheet. Which tab is shown, and how wide it is, is kept. */
 export class Panels {
@@ -22,6 +23,7 @@ export class Panels {
     private readonly divider = make("div", "divider");
     private readonly content = make("div", "panel-content");
     private readonly tabs = make("div", "tabs");
+    private isSheetOpen = false;
     private readonly place: Place = {tab: "Workspace", width: 380, isOpen: true};
 
     constructor(private readonly panels: Panel[]) {
@@ -42,28 +44,41 @@ export class Panels {
         this.tabs.addEventListener("keydown", event => this.move(event));
         this.element.append(this.divider, this.tabs, this.content);
         this.resize(this.place.width);
-        if (matchMedia("(max-width: 720px)").matches) this.place.isOpen = false;
+        narrow.addEventListener("change", () => {
+            this.isSheetOpen = false;
+            this.update();
+        });
         this.update();
     }
 
     get isOpen(): boolean {
-        return this.place.isOpen;
+        return this.isSheet ? this.isSheetOpen : this.place.isOpen;
     }
 
-    toggle(isOpen = !this.place.isOpen): void {
-        this.place.isOpen = isOpen;
+    /** It covers a part of the log, and is not kept open. */
+    get isSheet(): boolean {
+        return narrow.matches;
+    }
+
+    toggle(isOpen = !this.isOpen): void {
+        this.open(isOpen);
         this.update();
         if (isOpen) this.tabs.querySelector<HTMLElement>("[aria-selected=true]")?.focus();
     }
 
     select(name: string): void {
         this.place.tab = name;
-        this.place.isOpen = true;
+        this.open(true);
         this.update();
     }
 
+    private open(isOpen: boolean): void {
+        if (this.isSheet) this.isSheetOpen = isOpen;
+        else this.place.isOpen = isOpen;
+    }
+
     private update(): void {
-        const {tab, isOpen} = this.place;
+        const {place: {tab}, isOpen} = this;
         const current = this.panels.find(({name}) => name === tab) ?? this.panels[0]!;
         render(this.panels.map(({name}) => html`<button type="button" role="tab" aria-selected=${name === current.name} tabindex=${name === current.name ? 0 : -1}
             @click=${() => this.select(name)}>${name}</button>`), this.tabs);

@@ -80,7 +80,7 @@ export class Workspace implements Panel {
             ${this.variables.length === 0 ? html`<p class="quiet">No variables.</p>` : html`<table>
             <thead><tr>${columns.map(([title, column]) => html`<th scope="col" aria-sort=${this.sort.column === column ? (this.sort.isUp ? "ascending" : "descending") : nothing}>
                 <button type="button" @click=${() => this.sortBy(column)}>${title}</button></th>`)}</tr></thead>
-            <tbody>${rows.map(each => html`<tr><th scope="row"><button type="button" title="Insert the name" @click=${() => this.onPick(each.name)}>${each.name}</button></th>
+            <tbody>${rows.map(each => html`<tr><th scope="row"><button type="button" title=${`Insert ${each.name}`} @click=${() => this.onPick(each.name)}>${each.name}</button></th>
                 <td>${each.class}</td><td>${each.shape.join("\u00d7")}</td><td>${sizeText(each.bytes)}</td><td class="value" title=${each.text}>${each.text}</td></tr>`)}</tbody></table>`}`, this.element);
     }
 

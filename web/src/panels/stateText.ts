@@ -19,7 +19,7 @@ export function stateText({link, mode, stopping, isBusy, runsSince, life, log}: 
     }
     if (life && life.state === "starting" && !isBusy) return {name: "running", text: "Starting"};
     if (life && life.state === "failed") return {name: "lost", text: "The interpreter has died three times: restart it"};
-    const asking = {input: "Waiting for input", password: "Waiting for a password", debugger: "Debugger", keyboard: "Keyboard", pause: "Paused"};
+    const asking = {input: "Waiting for input", password: "Waiting for a password", debugger: "Debugger", keyboard: "Keyboard, until exit()", pause: "Paused"};
     if (mode in asking) return {name: "asking", text: asking[mode as keyof typeof asking]};
     return isBusy ? {name: "running", text: `Running ${clockText(now - runsSince)}`} : {name: "idle", text: "Idle"};
 }

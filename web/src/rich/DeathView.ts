@@ -12,6 +12,10 @@ export function showDeath(view: HTMLElement, {sentence, ended, output, rest, tra
     ];
     const facts = `${new Date(ended).toLocaleString()}, ${sizeText(peakMemoryBytes)} of memory at most, ${(processorMs / 1000).toFixed(1)} s of processor time`;
     const details = make("details", "", make("summary", "", "What is known of it\n"), make("p", "quiet", `${facts}\n`));
-    for (const [title, text] of parts) if (text) details.append(make("h4", "", `${title}\n`), make("pre", "", `${text.trimEnd()}\n`));
+    for (const [title, text] of parts) if (text) {
+        const block = make("pre", "", `${text.trimEnd()}\n`);
+        Object.assign(block, {tabIndex: 0, role: "group", ariaLabel: title});  // it scrolls
+        details.append(make("p", "", make("strong", "", `${title}\n`)), block);
+    }
     view.replaceChildren(make("p", "", make("strong", "", `${sentence}\n`)), details);
 }

@@ -17,6 +17,7 @@ purify.addHook("uponSanitizeAttribute", (_node, data) => {
     if (name === "style" && fetches.test(value)) data.keepAttr = false;
 });
 purify.addHook("afterSanitizeAttributes", node => {
+    if (node.nodeName === "TH" && node.textContent?.trim() === "") node.setAttribute("role", "cell");  // the corner of many a table names nothing
     if (node.nodeName !== "A") return;
     node.setAttribute("target", "_blank");
     node.setAttribute("rel", "noopener noreferrer");
