@@ -1,10 +1,51 @@
 #include "MessageMembers.h"
 
+#include <charconv>
+
 #include "connector/json/ObjectBuilder.h"
+#include "messages/FrameOrigin.h"
+#include "messages/MessageFrame.h"
 
 namespace messages {
 
 using connector::json::ObjectBuilder;
+
+namespace {
+
+// The members that the service writes, one after the other, in the order in which it does.
+class Reader {
+public:
+    explicit Reader(std::string_view members) : rest_(members) {}
+
+    bool skip(std::string_view text) {
+        if (!rest_.starts_with(text)) return false;
+        rest_.remove_prefix(text.size());
+        return true;
+    }
+    bool isAt(std::string_view member) {
+        skip(",");
+        return skip(member);
+    }
+    std::uint64_t number() {
+        std::uint64_t value = 0;
+        const auto end = std::from_chars(rest_.data(), rest_.data() + rest_.size(), value).ptr;
+        rest_.remove_prefix(static_cast<std::size_t>(end - rest_.data()));
+        return value;
+    }
+    std::string_view until(std::size_t end) {
+        const auto text = rest_.substr(0, end);
+        rest_.remove_prefix(text.size());
+        return text;
+    }
+    std::string_view rest() const { return rest_; }
+
+private:
+    std::string_view rest_;
+};
+
+constexpr std::string_view opening = R"(,"ext":{"connector":{)", closing = "}}";
+
+}  // namespace
 
 MessageMembers::MessageMembers(std::string_view own, const connector::common::RequestOrigin* origin)
     : own_(own), hasExtension_(own.find(R"(,"ext":)") != std::string_view::npos) {
@@ -21,10 +62,26 @@ MessageMembers::MessageMembers(std::string_view own, const connector::common::Re
 std::string MessageMembers::text(std::uint64_t number) const {
     std::string all(own_);
     if (hasExtension_ || (number == 0 && ofOrigin_.empty())) return all;
-    all += R"(,"ext":{"connector":{)";
+    all += opening;
     if (number != 0) all.append(R"("seq":)").append(std::to_string(number));
-    all.append(ofOrigin_, number != 0 ? 0 : 1).append("}}");
+    all.append(ofOrigin_, number != 0 ? 0 : 1).append(closing);
     return all;
+}
+
+FrameOrigin FrameOrigin::of(const MessageFrame& frame) {
+    FrameOrigin origin;
+    Reader members(frame.members());
+    if (!members.skip(opening) || !members.rest().ends_with(closing)) return origin;
+    members = Reader(members.rest().substr(0, members.rest().size() - closing.size()));
+    if (members.isAt(R"("seq":)")) members.number();
+    if (members.isAt(R"("request":")")) {
+        origin.request = members.until(members.rest().find('"'));
+        members.skip("\"");
+    }
+    if (members.isAt(R"("prompt":)")) origin.prompt = members.number();
+    members.isAt(R"("echo":false)");
+    if (members.isAt(R"("death":)")) origin.death = members.rest();
+    return origin;
 }
 
 }  // namespace messages

@@ -22,14 +22,14 @@ struct InterpreterEvent {
 /// What a kernel asks of the interpreter that it stands for. The ways in, local or through a gateway, derive
 /// from it.
 ///
-/// Threads: called on the kernel's executor. What it is given is called on any thread, perhaps before the
-/// operation returns, and must be quick and throw nothing.
+/// Threads: called on the kernel's executor, where what it is given is called later, never within the
+/// operation; after the end of the interpreter perhaps never.
 class Interpreter {
 public:
     /// With an HTTP status and, where it is not 200, the reason; else the JSON of the response.
     using Answered = std::function<void(int status, std::string text)>;
-    /// With status 0, or an HTTP status and the reason why the code is not run: then nothing comes of it.
-    using Taken = std::function<void(int status, std::string reason)>;
+    /// With an HTTP status and the reason why the code is not run: then nothing comes of it.
+    using Refused = std::function<void(int status, std::string reason)>;
 
     struct Code {
         std::string request;  ///< its name, which all that comes of it carries: RequestOrigin::isName
@@ -37,22 +37,24 @@ public:
         /// The number of the question that it answers; 0 for code, which is typed nowhere.
         std::uint64_t prompt = 0;
         /// What the client can do, as `numora.require` asks for it.
-        std::vector<std::string> capabilities;
+        std::vector<std::string> capabilities{};
     };
 
     virtual ~Interpreter() = default;
 
     /// Has code run, or a line typed, with its output streamed as events. The last event of each request that
-    /// was taken is its completion, "/eval/response/completion".
-    virtual void stream(const Code& code, Taken taken) = 0;
-    /// Sends a message of a type such as "connector/v1/FEval".
+    /// was not refused is its completion, "/eval/response/completion".
+    virtual void stream(const Code& code, Refused refused) = 0;
+    /// Sends a message of a type such as "connector/v1/FEval". `answered` may overtake events.
     virtual void call(const std::string& type, std::string json, Answered answered) = 0;
+    /// The same, answered after all events that it has caused.
+    virtual void callInTurn(const std::string& type, std::string json, Answered answered) = 0;
     /// Ends the interpreter's process and starts another one; 501 where it cannot.
     virtual void restart(Answered answered) = 0;
 
     /// From now on `received` is called on the kernel's executor with each event, in their order. Events wait
     /// while `hasRoom` says no, and the code that causes them with them, as long as the client is waited for;
-    /// `resume` has it asked again.
+    /// `resume` has it asked again. Empty functions end it.
     virtual void listen(std::function<void(const InterpreterEvent&)> received,
                         std::function<bool()> hasRoom) = 0;
     virtual void resume() = 0;

@@ -56,10 +56,13 @@ public:
     void welcome();
     /// As an interrupt_request does, for a signal.
     void interrupt();
+    /// As a shutdown_request with "restart" does. `answered` gets status 200 when the interpreter is new, or
+    /// an HTTP status and the reason why it is not. Not after the end of the kernel.
+    void restart(std::function<void(int status, std::string reason)> answered);
     /// Room has come back in the outlet.
     void resume();
 
-    /// "busy" or "idle", and when the last message came: seconds since 1970.
+    /// "busy", "idle", "restarting" or "dead", and when the last message came: seconds since 1970.
     const char* executionState() const;
     double lastActivity() const;
 

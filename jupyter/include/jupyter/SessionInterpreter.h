@@ -4,6 +4,7 @@
 #include <memory>
 #include <string>
 
+#include "connector/common/ClientRequests.h"
 #include "connector/common/ContextState.h"
 #include "connector/common/RequestNames.h"
 #include "connector/common/requests.h"
@@ -16,9 +17,11 @@ namespace jupyter {
 class Executor;
 
 /// An interpreter that is reached by the message service and the dispatcher of this process, as clients of a
-/// gateway reach it: wherever it runs.
+/// gateway reach it: wherever it runs. It is one client more, whose messages are read without their data
+/// being parsed.
 ///
-/// Threads: as Interpreter; made and destroyed on the executor.
+/// Threads: as Interpreter; made and destroyed on the executor.  Locks: none; that of HandlerGate.
+/// Blocks: its destruction, while a thread posts to the executor.
 /// Owns: shares the message service; `executor` must outlive it.
 class SessionInterpreter : public Interpreter {
 public:
@@ -37,15 +40,17 @@ public:
                            const std::string& json, const Context& context,
                            const std::function<void(connector::common::RequestRefusal)>& taken)>
             stream;
-        /// Empty where it cannot be restarted.
+        /// An empty answer with status 200 when the new process takes requests. Empty where it cannot be
+        /// restarted.
         std::function<void(std::function<void(dispatch::Answer)> answered)> restart;
     };
 
     SessionInterpreter(Ways ways, Executor& executor);
     ~SessionInterpreter() override;
 
-    void stream(const Code& code, Taken taken) override;
+    void stream(const Code& code, Refused refused) override;
     void call(const std::string& type, std::string json, Answered answered) override;
+    void callInTurn(const std::string& type, std::string json, Answered answered) override;
     void restart(Answered answered) override;
     void listen(std::function<void(const InterpreterEvent&)> received,
                 std::function<bool()> hasRoom) override;
@@ -53,6 +58,13 @@ public:
 
 private:
     class Feed;
+
+    Context newContext() const;
+    void submit(const std::string& type, std::string json, std::function<void(dispatch::Answer)> answered);
+
+    const Ways ways_;
+    const std::shared_ptr<messages::ClientSession> session_;
+    const std::shared_ptr<connector::common::ClientRequests> underWay_;  // what an interrupt takes back
     const std::shared_ptr<Feed> feed_;
 };
 

@@ -23,6 +23,11 @@ public:
     const std::string& text() const { return text_; }
     std::string_view channel() const { return std::string_view(text_).substr(channelStart, channelSize_); }
     std::string_view data() const { return std::string_view(text_).substr(dataStart_, dataSize_); }
+    /// What stands beside channel and data, as in the constructor.
+    std::string_view members() const {
+        const std::size_t start = dataStart_ + dataSize_;
+        return std::string_view(text_).substr(start, text_.size() - start - 1);
+    }
     const std::string& lossClass() const { return lossClass_; }
     std::uint64_t number() const { return number_; }
 

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <cstddef>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <vector>
+
+#include "Job.h"
+
+namespace jupyter {
+
+/// What waits for its turn in the interpreter: cells and messages of comms, in the order in which they came.
+///
+/// Threads: on the kernel's executor.
+class ExecutionQueue {
+public:
+    static constexpr std::size_t most = 1000;
+    static constexpr std::size_t mostBytes = std::size_t{128} << 20;  ///< of contents and buffers
+
+    using JobPtr = std::unique_ptr<Job>;
+
+    /// False when there is no room: then nothing is taken from it.
+    bool add(JobPtr& job);
+    /// Null when nothing waits.
+    JobPtr next();
+    /// The cells alone, which wait no longer.
+    std::vector<JobPtr> takeCells();
+
+private:
+    std::deque<JobPtr> jobs_;
+    std::size_t bytes_ = 0;
+};
+
+}  // namespace jupyter

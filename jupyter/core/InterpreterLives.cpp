@@ -1,0 +1,115 @@
+#include "InterpreterLives.h"
+
+#include <algorithm>
+#include <charconv>
+#include <utility>
+
+#include "JsonMembers.h"
+#include "connector/wireWords.h"
+#include "foundation/log/diagnostic_logger.h"
+#include "functionCalls.h"
+
+namespace jupyter {
+
+namespace {
+
+constexpr int cannotRestart = 501, refused = 409;
+constexpr int resetMs = 10'000;
+
+std::uint64_t lifeIn(std::string_view event) {
+    const auto json = JsonMembers(event).json("life");
+    std::uint64_t life = 0;
+    std::from_chars(json.data(), json.data() + json.size(), life);
+    return life;
+}
+
+}  // namespace
+
+const char* InterpreterLives::state() const {
+    if (state_ == State::Alive) return nullptr;
+    return state_ == State::Dead ? "dead" : "restarting";
+}
+
+void InterpreterLives::enter(State state, const char* status) {
+    state_ = state;
+    publisher_.status("{}", status);
+}
+
+void InterpreterLives::noteDeath(std::string_view death) { noteDeath(lifeIn(death)); }
+
+// Told by the completion of what ran and by the event, once for each life.
+void InterpreterLives::noteDeath(std::uint64_t life) {
+    if (life <= endedLife_) return;
+    endedLife_ = life;
+    if (state_ == State::Asked) return;
+    hooks_.abortCells();
+    enter(State::Returning, "restarting");
+    start();
+}
+
+// Any request starts the next life; front ends wait for it.
+void InterpreterLives::start() {
+    callFunction(interpreter_, {.name = "len", .arguments = "[[]]"},
+                 lifetime_.guarded([this](const CallResult& result) {
+                     if (state_ != State::Returning) return;
+                     if (result.status != 200) return enter(State::Dead, "dead");
+                     enter(State::Alive, "idle");
+                     hooks_.resume();
+                 }));
+}
+
+void InterpreterLives::noteState(std::string_view event) {
+    const std::string state = JsonMembers(event).text("state");
+    const std::uint64_t life = lifeIn(event);
+    if (state == "dead") return noteDeath(life);
+    if (state_ == State::Asked) return;
+    if (state == "failed") {
+        endedLife_ = std::max(endedLife_, life);
+        if (state_ != State::Dead) enter(State::Dead, "dead");
+    } else if (state == "starting" && life > 1) {
+        if (state_ != State::Returning) enter(State::Returning, "restarting");
+    } else if (state == "ready" && state_ != State::Alive) {
+        enter(State::Alive, "idle");
+        hooks_.resume();
+    }
+}
+
+void InterpreterLives::restart(Answered answered) {
+    if (state_ == State::Asked) return answered(refused, "The interpreter is being restarted.");
+    hooks_.abortCells();
+    enter(State::Asked, "restarting");
+    interpreter_.restart(
+        lifetime_.guarded([this, answered = std::move(answered)](int status, const std::string& reason) {
+            if (status == cannotRestart && isShared_) return reset(answered);
+            restarted(status, reason, answered);
+        }));
+}
+
+// The threads and modules of the interpreter stay.
+void InterpreterLives::reset(const Answered& answered) {
+    interpreter_.call(connector::wire::type::interrupt, "{}", [](int, const std::string&) {});
+    callFunction(
+        interpreter_,
+        {.name = "numora._notebook.reset", .arguments = "[0]", .dequeMode = "default", .timeoutMs = resetMs},
+        lifetime_.guarded([this, answered](const CallResult& result) {
+            const int failed = result.status == 200 ? 503 : result.status;
+            restarted(result.problem.empty() ? 200 : failed, result.problem, answered);
+        }));
+}
+
+void InterpreterLives::restarted(int status, std::string reason, const Answered& answered) {
+    if (status == 200) {
+        hooks_.forgetAll();
+        publisher_.status("{}", "starting");
+        enter(State::Alive, "idle");
+    } else if (status == cannotRestart || isShared_) {
+        enter(State::Alive, "idle");
+    } else {
+        foundation::log::DiagnosticLogger("jupyter").error("The interpreter cannot be restarted: " + reason);
+        enter(State::Dead, "dead");
+    }
+    answered(status, std::move(reason));
+    hooks_.resume();
+}
+
+}  // namespace jupyter

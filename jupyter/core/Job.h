@@ -1,0 +1,53 @@
+#pragma once
+
+#include <functional>
+#include <string>
+#include <utility>
+
+#include "CellOutput.h"
+#include "Request.h"
+#include "connector/common/RequestOrigin.h"
+
+namespace jupyter {
+
+/// How something has ended that has run in the interpreter.
+struct JobEnd {
+    bool abortsCells = false;  ///< the cells that wait are not to run
+    std::string death{};       ///< of the interpreter's process, as JSON; empty where it goes on
+};
+
+/// A request of a client that runs in the interpreter, in its turn. Its name is that of all its events.
+///
+/// Threads: on the kernel's executor.
+class Job {
+public:
+    /// Called last, and never within `begin`.
+    using Ended = std::function<void(JobEnd)>;
+
+    Job(RequestPtr request, Publisher& publisher)
+        : request_(std::move(request)),
+          name_(connector::common::RequestOrigin::newName()),
+          output_(publisher, request_->message.header) {}
+    virtual ~Job() = default;
+    Job(const Job&) = delete;
+    Job& operator=(const Job&) = delete;
+
+    const RequestPtr& request() const { return request_; }
+    /// The header of the request.
+    const std::string& parent() const { return request_->message.header; }
+    const std::string& name() const { return name_; }
+    CellOutput& output() { return output_; }
+
+    virtual bool isCell() const = 0;
+    virtual void begin() = 0;
+    /// An event with its name.
+    virtual void take(const InterpreterEvent& event) { output_.take(event); }
+    virtual void noteInterrupt() {}
+
+private:
+    const RequestPtr request_;
+    const std::string name_;
+    CellOutput output_;
+};
+
+}  // namespace jupyter

@@ -1,0 +1,245 @@
+#include "KernelCore.h"
+
+#include <array>
+#include <chrono>
+#include <utility>
+
+#include "CommRequest.h"
+#include "JsonMembers.h"
+#include "connector/wireWords.h"
+#include "foundation/log/diagnostic_logger.h"
+
+namespace jupyter {
+
+namespace wire = connector::wire;
+using Kind = dispatch::Member::Kind;
+using Members = Publisher::Members;
+
+namespace {
+
+constexpr auto deafTime = std::chrono::milliseconds(500);
+constexpr int cannotRestart = 501;
+constexpr dispatch::Member shutdownMembers[] = {{"restart", Kind::Boolean}};
+
+foundation::log::DiagnosticLogger log() { return foundation::log::DiagnosticLogger("jupyter"); }
+
+double secondsNow() {
+    const std::chrono::duration<double> now = std::chrono::system_clock::now().time_since_epoch();
+    return now.count();
+}
+
+}  // namespace
+
+Kernel::Core::Core(Executor& executor, Interpreter& interpreter, Outlet& outlet, KernelOptions options)
+    : executor_(executor),
+      interpreter_(interpreter),
+      options_(std::move(options)),
+      publisher_(outlet),
+      inputs_(interpreter, publisher_),
+      asides_(interpreter, publisher_),
+      info_(executor, interpreter),
+      lives_(interpreter, publisher_, options_.isShared,
+             {[this] { abortCells(); }, [this] { forgetAll(); },
+              [this] {
+                  publishRunning();
+                  runNext();
+              }}),
+      lastActivity_(secondsNow()) {
+    executor_.post(lifetime_.guarded([this] { publisher_.status("{}", "starting"); }));
+    interpreter_.listen(lifetime_.guarded([this](const InterpreterEvent& event) { takeEvent(event); }),
+                        [&outlet] { return outlet.hasRoom(); });
+}
+
+Kernel::Core::~Core() { interpreter_.listen({}, {}); }
+
+Kernel::Core::Handler Kernel::Core::handlerOf(const std::string& type) {
+    static constexpr std::array<std::pair<std::string_view, Handler>, 8> handlers = {
+        {{"execute_request", &Core::takeExecution},
+         {"comm_open", &Core::takeComm},
+         {"comm_msg", &Core::takeComm},
+         {"comm_close", &Core::takeComm},
+         {"kernel_info_request", &Core::takeKernelInfo},
+         {"history_request", &Core::takeHistory},
+         {"interrupt_request", &Core::takeInterrupt},
+         {"shutdown_request", &Core::takeShutdown}}};
+    for (const auto& [name, handler] : handlers) {
+        if (name == type) return handler;
+    }
+    return AsideRequests::knows(type) ? &Core::takeAside : &Core::takeUnknown;
+}
+
+const char* Kernel::Core::executionState() const {
+    if (lives_.state() != nullptr) return lives_.state();
+    return job_ ? "busy" : "idle";
+}
+
+void Kernel::Core::receive(Message message) {
+    lastActivity_ = secondsNow();
+    RequestPtr request;
+    try {
+        request = Request::read(std::move(message));
+    } catch (const std::exception& error) {
+        return log().warning("A message is dropped, whose header is none: " + std::string(error.what()));
+    }
+    if (request->message.channel != Channel::Stdin) return handle(request);
+    if (request->type != "input_reply")
+        return log().warning("A message on stdin is dropped: " + request->type);
+    inputs_.answer(*request, lifetime_.guarded([this](const std::string& line) { lateOutput().tell(line); }));
+}
+
+// What waits for its turn is busy when that has come.
+void Kernel::Core::handle(const RequestPtr& request) {
+    const Handler handler = handlerOf(request->type);
+    const bool isInTurn = handler == &Core::takeExecution || handler == &Core::takeComm;
+    if (!isInTurn) publisher_.status(request->message.header, "busy");
+    try {
+        (this->*handler)(request);
+    } catch (const std::exception& error) {
+        if (isInTurn) publisher_.status(request->message.header, "busy");
+        refuse(*request, error.what());
+    }
+}
+
+void Kernel::Core::refuse(const Request& request, const std::string& reason) {
+    const auto error = ErrorText::of("Refused", reason);
+    if (request.type == "execute_request") {
+        publisher_.error(request.message.header, error);
+        publisher_.replyError(request, error, Members().add("execution_count", count_.last));
+    } else if (request.type.ends_with("_request")) {
+        publisher_.replyError(request, error);
+    } else {
+        CellOutput(publisher_, request.message.header).tell(reason);
+    }
+    finish(request);
+}
+
+void Kernel::Core::finish(const Request& request) {
+    publisher_.status(request.message.header, "idle");
+    publishRunning();
+}
+
+// Front ends take the last status for the kernel's, whatever its parent.
+void Kernel::Core::publishRunning() {
+    if (job_) publisher_.status(job_->parent(), "busy");
+}
+
+void Kernel::Core::takeExecution(const RequestPtr& request) {
+    queue(std::make_unique<Cell>(Cell::Parts{interpreter_, publisher_, inputs_, history_, count_}, request,
+                                 [this](const JobEnd& end) { ended(end); }));
+}
+
+void Kernel::Core::takeComm(const RequestPtr& request) {
+    queue(std::make_unique<CommRequest>(interpreter_, publisher_, request,
+                                        [this](const JobEnd& end) { ended(end); }));
+}
+
+void Kernel::Core::takeKernelInfo(const RequestPtr& request) {
+    info_.ask(lifetime_.guarded([this, request](const Members& content) {
+        publisher_.reply(*request, content);
+        finish(*request);
+    }));
+}
+
+void Kernel::Core::takeHistory(const RequestPtr& request) {
+    const std::string history = history_.answer(*request);
+    publisher_.reply(*request, Members().add("status", "ok").addJson("history", history));
+    finish(*request);
+}
+
+void Kernel::Core::takeAside(const RequestPtr& request) {
+    asides_.answer(request, [this, request] { finish(*request); });
+}
+
+void Kernel::Core::takeInterrupt(const RequestPtr& request) {
+    interrupt();
+    publisher_.reply(*request, Members().add("status", "ok"));
+    finish(*request);
+}
+
+void Kernel::Core::interrupt() {
+    interpreter_.call(wire::type::interrupt, "{}", [](int status, const std::string& reason) {
+        if (status != 200) log().warning("An interrupt was not taken: " + reason);
+    });
+    if (!job_) return;
+    job_->noteInterrupt();
+    executor_.postAfter(deafTime, lifetime_.guarded([this, name = job_->name()] {
+        if (job_ && job_->name() == name) job_->output().tell("The interrupted code is still running.");
+    }));
+}
+
+void Kernel::Core::takeShutdown(const RequestPtr& request) {
+    const bool isRestart = memberOr(*request->content(shutdownMembers), "restart", false);
+    if (isRestart) return restartFor(request);
+    if (!options_.isShared) abortCells();
+    publisher_.reply(*request, Members().add("status", "ok").add("restart", false));
+    finish(*request);
+    if (!options_.isShared && options_.shutDown) options_.shutDown(false);
+}
+
+void Kernel::Core::restartFor(const RequestPtr& request) {
+    lives_.restart([this, request](int status, const std::string& reason) {
+        const bool isForOwner = status == cannotRestart && !options_.isShared;
+        if (status == 200 || isForOwner) {
+            publisher_.reply(*request, Members().add("status", "ok").add("restart", true));
+        } else {
+            publisher_.replyError(*request, ErrorText::of("Refused", reason));
+        }
+        finish(*request);
+        if (isForOwner && options_.shutDown) options_.shutDown(true);
+    });
+}
+
+void Kernel::Core::queue(std::unique_ptr<Job> job) {
+    if (!queue_.add(job)) {
+        throw dispatch::BadMessage("at most " + std::to_string(ExecutionQueue::most) +
+                                   " requests of 128 MiB may wait");
+    }
+    runNext();
+}
+
+void Kernel::Core::runNext() {
+    if (job_ || lives_.isRestarting()) return;
+    job_ = queue_.next();
+    if (!job_) return;
+    lastParent_ = job_->parent();
+    publishRunning();
+    job_->begin();
+}
+
+void Kernel::Core::ended(const JobEnd& end) {
+    inputs_.forget();
+    endedJob_ = std::move(job_);
+    publisher_.status(endedJob_->parent(), "idle");
+    if (end.abortsCells) abortCells();
+    if (!end.death.empty()) lives_.noteDeath(end.death);
+    lastActivity_ = secondsNow();
+    runNext();
+}
+
+void Kernel::Core::abortCells() {
+    const auto cells = queue_.takeCells();
+    for (const auto& cell : cells) static_cast<Cell&>(*cell).abort();
+    if (!cells.empty()) publishRunning();
+}
+
+void Kernel::Core::forgetAll() {
+    count_.last = 0;
+    history_.clear();
+}
+
+void Kernel::Core::takeEvent(const InterpreterEvent& event) {
+    if (event.channel == wire::channel::interpreter) return lives_.noteState(event.data);
+    if (event.channel == wire::channel::dropped) return tellOfLoss(event.data);
+    if (job_ && event.request == job_->name()) return job_->take(event);
+    if (event.request.empty() && event.death.empty()) lateOutput().take(event);
+}
+
+void Kernel::Core::tellOfLoss(std::string_view notice) {
+    const JsonMembers loss(notice);
+    lateOutput().tell("[" + loss.jsonOr("bytes", "0") + " bytes in " + loss.jsonOr("messages", "0") +
+                      " messages of " + loss.text("channel") + " were lost]");
+}
+
+void Kernel::Core::welcome() { publisher_.publish("{}", "iopub_welcome", Members().add("subscription", "")); }
+
+}  // namespace jupyter

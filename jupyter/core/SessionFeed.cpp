@@ -1,0 +1,107 @@
+#include "SessionFeed.h"
+
+#include <utility>
+
+#include "JsonMembers.h"
+#include "connector/json/ObjectBuilder.h"
+#include "connector/wireWords.h"
+#include "messages/FrameOrigin.h"
+
+namespace jupyter {
+
+namespace wire = connector::wire;
+
+namespace {
+
+// For this session alone, in which no other message has it.
+constexpr const char* answerChannel = "/kernel/answer";
+
+constexpr std::size_t batchBytes = std::size_t{64} << 10;
+// Then other tasks of the executor have their turn.
+constexpr std::size_t turnBytes = std::size_t{1} << 20;
+
+constexpr const char* channels[] = {wire::channel::output, wire::channel::error, wire::channel::completion,
+                                    wire::channel::clear,  wire::channel::home,  wire::channel::interpreter,
+                                    "/eventmgr/0/clear",   "/eventmgr/0/comm",   "/eventmgr/0/display",
+                                    "/eventmgr/0/error",   "/eventmgr/0/figure", "/eventmgr/0/input",
+                                    "/eventmgr/0/payload"};
+
+}  // namespace
+
+void SessionInterpreter::Feed::listen(std::function<void(const InterpreterEvent&)> received,
+                                      std::function<bool()> hasRoom) {
+    received_ = std::move(received);
+    hasRoom_ = std::move(hasRoom);
+    if (!received_) return session_->setWakeUp(nullptr);
+    for (const auto* channel : channels) session_->subscribe(channel);
+    session_->setWakeUp([weak = weak_from_this()] {
+        if (const auto self = weak.lock()) self->wake();
+    });
+}
+
+void SessionInterpreter::Feed::wake() {
+    if (isScheduled_.exchange(true)) return;
+    post([weak = weak_from_this()] {
+        if (const auto self = weak.lock()) self->drain();
+    });
+}
+
+void SessionInterpreter::Feed::post(std::function<void()> task) {
+    gate_.run([&] { executor_.post(std::move(task)); });
+}
+
+void SessionInterpreter::Feed::stop() {
+    session_->setWakeUp(nullptr);
+    gate_.end();
+    received_ = nullptr;
+    awaited_.clear();
+}
+
+void SessionInterpreter::Feed::drain() {
+    const auto self = shared_from_this();
+    isScheduled_ = false;
+    std::size_t bytes = 0;
+    while (received_ && hasRoom_()) {
+        if (bytes >= turnBytes) return wake();
+        const auto taken = session_->take(batchBytes, std::chrono::milliseconds(0));
+        if (taken.frames.empty()) return;
+        for (const auto& frame : taken.frames) {
+            bytes += frame->text().size();
+            deliver(*frame);
+        }
+    }
+}
+
+void SessionInterpreter::Feed::deliver(const messages::MessageFrame& frame) {
+    if (frame.channel() == answerChannel) return deliverAnswer(frame.data());
+    const auto origin = messages::FrameOrigin::of(frame);
+    if (!received_) return;
+    messages::callAndLog([&] {
+        received_({.channel = frame.channel(),
+                   .data = frame.data(),
+                   .request = origin.request,
+                   .prompt = origin.prompt,
+                   .death = origin.death});
+    });
+}
+
+std::uint64_t SessionInterpreter::Feed::await(Answered answered) {
+    awaited_.emplace(++lastNumber_, std::move(answered));
+    return lastNumber_;
+}
+
+void SessionInterpreter::Feed::queueAnswer(std::uint64_t number, int status, const std::string& text) {
+    connector::json::ObjectBuilder data;
+    data.add("number", number).add("status", status).add("text", text);
+    session_->send(std::make_shared<const messages::MessageFrame>(answerChannel, data.take()));
+}
+
+void SessionInterpreter::Feed::deliverAnswer(std::string_view data) {
+    const JsonMembers answer(data);
+    auto awaited = awaited_.extract(std::stoull(std::string(answer.json("number"))));
+    if (!awaited) return;
+    messages::callAndLog(
+        [&] { awaited.mapped()(std::stoi(std::string(answer.json("status"))), answer.text("text")); });
+}
+
+}  // namespace jupyter

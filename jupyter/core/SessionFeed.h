@@ -1,0 +1,55 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+
+#include "jupyter/Executor.h"
+#include "jupyter/SessionInterpreter.h"
+#include "messages/ClientSession.h"
+#include "messages/HandlerGate.h"
+
+namespace jupyter {
+
+/// Takes what comes for a session to the executor, one batch a turn: a publisher that finds the queue empty
+/// posts one task, whatever else is published until it runs.
+///
+/// Threads: on the executor, except where it is said.  Owns: borrows the executor, until `stop`.
+class SessionInterpreter::Feed : public std::enable_shared_from_this<Feed> {
+public:
+    Feed(std::shared_ptr<messages::ClientSession> session, Executor& executor)
+        : session_(std::move(session)), executor_(executor) {}
+
+    void listen(std::function<void(const InterpreterEvent&)> received, std::function<bool()> hasRoom);
+    /// Delivers what there is, as far as there is room.
+    void drain();
+    /// The number under which an answer comes in its turn among the events.
+    std::uint64_t await(Answered answered);
+
+    /// Has the task run on the executor, unless stopped.  Threads: any.
+    void post(std::function<void()> task);
+    /// Threads: any.
+    void queueAnswer(std::uint64_t number, int status, const std::string& text);
+
+    /// Blocks: while another thread posts.
+    void stop();
+
+private:
+    void wake();
+    void deliver(const messages::MessageFrame& frame);
+    void deliverAnswer(std::string_view data);
+
+    const std::shared_ptr<messages::ClientSession> session_;
+    Executor& executor_;
+    messages::HandlerGate gate_;  // of the ways to the executor
+    std::atomic<bool> isScheduled_{false};
+    std::function<void(const InterpreterEvent&)> received_;
+    std::function<bool()> hasRoom_;
+    std::map<std::uint64_t, Answered> awaited_;
+    std::uint64_t lastNumber_ = 0;
+};
+
+}  // namespace jupyter
