@@ -14,14 +14,18 @@ struct ConnectionFile {
     int stdinPort = 0;
     int iopubPort = 0;
     int heartbeatPort = 0;
-    std::string key;  ///< empty: messages are not signed
+    std::string key{};  ///< empty: messages are not signed
     std::string signatureScheme = "hmac-sha256";
 
+    /// A member that is missing has its default.
     /// Throws: std::runtime_error, which names the file and the member, and says what must be.
     static ConnectionFile read(const std::filesystem::path& path);
-    /// Readable by its owner alone; what the file had beside these members is kept.
+    /// Readable by its owner alone; what the file had beside these members is kept. Readers see it as it was
+    /// or as it is then.
     /// Throws: std::runtime_error, which names the file.
     void write(const std::filesystem::path& path) const;
+
+    bool operator==(const ConnectionFile&) const = default;
 };
 
 }  // namespace jupyter
