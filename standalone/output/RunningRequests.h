@@ -55,6 +55,8 @@ public:
 
     /// The one that began last, or null.
     const RunningRequest* innermost() const { return requests_.empty() ? nullptr : &requests_.back(); }
+    /// The one that began first, or null.
+    const RunningRequest* outermost() const { return requests_.empty() ? nullptr : &requests_.front(); }
     /// The one that the calling thread's code belongs to, or null. A thread that Python code has started
     /// belongs to the request that it was started by, for as long as that runs; others, as those of native
     /// code, to the outermost, not to one that runs inside it.

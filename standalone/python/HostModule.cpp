@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <cstddef>
 #include <exception>
 #include <new>
@@ -318,6 +319,25 @@ PyObject* showResult(PyObject*, PyObject* value) {
     });
 }
 
+// The prompt, the question that is open there, the evaluation that runs, and for how many seconds.
+PyObject* tellState(PyObject*, PyObject*) {
+    return translated([]() -> PyObject* {
+        const InterpreterState state = bound != nullptr ? bound->state() : InterpreterState();
+        const auto& [requester, number, isEchoed, text] = state.prompt;
+        const PyRef question(pythonText(text));
+        const PyRef seconds(!state.since
+                                ? newNone()
+                                : PyFloat_FromDouble(std::chrono::duration<double>(
+                                                         std::chrono::steady_clock::now() - *state.since)
+                                                         .count()));
+        if (!question || !seconds) return nullptr;
+        const std::string prompt(nmutil::prompt::promptName(requester));
+        return Py_BuildValue("(sKOOKO)", prompt.c_str(), static_cast<unsigned long long>(number),
+                             question.get(), isEchoed ? Py_False : Py_True,
+                             static_cast<unsigned long long>(state.evaluation), seconds.get());
+    });
+}
+
 PyObject* leaveWindow(PyObject*, PyObject*) {
     bound = nullptr;
     return newNone();
@@ -381,6 +401,9 @@ std::array functions = {
                 "Tells whether the client of the running request has said that it has a capability."},
     PyMethodDef{"request_name", requestName, METH_NOARGS,
                 "The name of the running request, or an empty string."},
+    PyMethodDef{"state", tellState, METH_NOARGS,
+                "What runs: the prompt, the number and text of the open question and whether it asks for a "
+                "password, the number of the evaluation, and its seconds."},
     PyMethodDef{"leave_window", leaveWindow, METH_NOARGS,
                 "Has text go to the file descriptors, for a forked child."},
     PyMethodDef{"configure", configure, METH_VARARGS, "Changes a value of the host's configuration."},

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -18,6 +20,13 @@ enum class ReadResult { Line, EndOfInput, Interrupted, Stopped };
 struct ThreadStarter {
     std::uint64_t number = 0;  ///< never that of another; 0 for none that is known
     bool isStreamed = false;   ///< its output has a sink of its own
+};
+
+/// What the interpreter does, but for the call that asks.
+struct InterpreterState {
+    ShownPrompt prompt;            ///< the one that code waits at, whatever runs there meanwhile
+    std::uint64_t evaluation = 0;  ///< number of the one that runs, the innermost; 0 for none
+    std::optional<std::chrono::steady_clock::time_point> since{};  ///< when what runs began
 };
 
 /// What Python code asks of the interpreter around it.
@@ -71,6 +80,7 @@ public:
     /// lock. Throws: std::invalid_argument.
     virtual void configure(const std::string& key, const std::string& value) = 0;
 
+    virtual InterpreterState state() const = 0;
     virtual bool isInterpreterThread() const = 0;
     /// The name of the request that the calling thread's code belongs to; empty where there is none.
     virtual std::string requestName() const = 0;

@@ -43,14 +43,20 @@ bool isOfClient(const RunningRequest* request) {
 }  // namespace
 
 EvaluationEvents::EvaluationEvents(PlacedEvents& events, const RunningRequest* request, std::uint64_t number,
-                                   const std::u16string& code)
-    : events_(events), number_(number), code_(code), isToldOf_(isOfClient(request)) {
+                                   const std::u16string& code, const EvaluationEvents*& innermost)
+    : events_(events),
+      number_(number),
+      code_(code),
+      isToldOf_(isOfClient(request)),
+      innermost_(innermost),
+      outer_(std::exchange(innermost, this)) {
     if (!isToldOf_) return;
     if (const auto& source = request->options.source()) clientType_ = fl::i18n::to_string(*source);
     if (events_.hasSubscribers(u"evaluation")) events_.raise(u"evaluation", members("begun"));
 }
 
 EvaluationEvents::~EvaluationEvents() {
+    innermost_ = outer_;
     try {
         end(true);
     } catch (const std::exception& error) {

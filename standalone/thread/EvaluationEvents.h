@@ -16,13 +16,16 @@ namespace standalone {
 /// Threads: the interpreter thread with the interpreter's lock.  Owns: borrows all that it is made with.
 class EvaluationEvents {
 public:
-    /// Raises the event of the beginning of evaluation `number`.
+    /// Raises the event of the beginning of evaluation `number`. `innermost` is this one until it goes.
     EvaluationEvents(PlacedEvents& events, const RunningRequest* request, std::uint64_t number,
-                     const std::u16string& code);
+                     const std::u16string& code, const EvaluationEvents*& innermost);
     /// Ends it, if that has not happened: without a description of what went wrong.
     ~EvaluationEvents();
     EvaluationEvents(const EvaluationEvents&) = delete;
     EvaluationEvents& operator=(const EvaluationEvents&) = delete;
+
+    std::uint64_t number() const { return number_; }
+    std::chrono::steady_clock::time_point since() const { return begin_; }
 
     /// Raises the event of the error that ends it.
     void fail(const cmddistributor::RuntimeException& error);
@@ -37,6 +40,8 @@ private:
     const std::u16string& code_;
     std::string clientType_;
     bool isToldOf_;
+    const EvaluationEvents*& innermost_;
+    const EvaluationEvents* const outer_;
     const std::chrono::steady_clock::time_point begin_ = std::chrono::steady_clock::now();
 };
 

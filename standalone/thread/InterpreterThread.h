@@ -107,6 +107,7 @@ private:
         return awaitOwner();
     }
     void configure(const std::string& key, const std::string& value) override;
+    InterpreterState state() const override { return runner_ ? runner_->state() : InterpreterState(); }
     bool isInterpreterThread() const override { return Interrupts::isSignalThread(); }
     std::string requestName() const override { return running_.nameOfThisThread(); }
     const cmddistributor::RunOptions* runningOptions() const override;

@@ -47,6 +47,8 @@ public:
     /// The number of the question that is waited at, counted from 1 if nothing else was said, whatever runs
     /// there meanwhile; 0 when none is.
     std::uint64_t number() const { return number_.load(std::memory_order_acquire); }
+    /// The question itself.  Threads: those that hold the interpreter's lock.
+    const ShownPrompt& question() const { return question_; }
     /// The first question gets the number after this one. To be called before the first request.
     void countFrom(std::uint64_t last) { lastNumber_ = last; }
     /// Whether what is typed for it may be shown.

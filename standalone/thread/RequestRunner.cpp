@@ -19,7 +19,6 @@
 #include "python/PythonRuntime.h"
 #include "python/SuspendedEventLoop.h"
 #include "python/capability.h"
-#include "thread/EvaluationEvents.h"
 #include "thread/Interrupts.h"
 #include "thread/PromptScope.h"
 
@@ -190,7 +189,7 @@ void RequestRunner::runTypeAhead() {
 void RequestRunner::evaluate(const std::u16string& code) {
     prepareCode();
     PromptScope prompt(prompts_);
-    EvaluationEvents evaluation(events_, running_.innermost(), codeRunner_.nextNumber(), code);
+    EvaluationEvents evaluation(events_, running_.innermost(), codeRunner_.nextNumber(), code, evaluation_);
     CodeRunner::Result result = CodeRunner::Result::Failed;
     const CodeRunner::Kind kind = kindOfCode();
     interruptibly(Opens::WhenItRuns, [&] {
@@ -221,6 +220,16 @@ void RequestRunner::evaluate(const std::u16string& code) {
     evaluation.end(error.has_value());
     prompt.restore(isIncomplete);
     if (error) throw RuntimeException(error->exception);
+}
+
+InterpreterState RequestRunner::state() const {
+    InterpreterState state{.prompt = prompts_.question()};
+    const bool isInCall = evaluation_ == nullptr && depth_ > 1;  // the innermost piece asks
+    if (evaluation_ == nullptr && !isInCall) return state;
+    if (state.prompt.number == 0) state.prompt.requester = nmutil::prompt::NO_PROMPT;
+    state.evaluation = isInCall ? 0 : evaluation_->number();
+    state.since = isInCall ? running_.outermost()->since : evaluation_->since();
+    return state;
 }
 
 // What the code that begins is to see and to report: the window's size, and no status of code before it.

@@ -15,6 +15,7 @@
 #include "python/CodeRunner.h"
 #include "python/FunctionCaller.h"
 #include "standalone/HostObserver.h"
+#include "thread/EvaluationEvents.h"
 #include "thread/PromptReader.h"
 #include "thread/RequestQueue.h"
 
@@ -60,6 +61,8 @@ public:
 
     bool isComplete(const std::u16string& code) { return codeRunner_.isComplete(code); }
     const CodeStatus& status() const { return status_; }
+    /// Of what runs around the innermost call of a function.
+    InterpreterState state() const;
 
 private:
     using Result = std::unique_ptr<cmddistributor::IIPResult>;
@@ -85,7 +88,8 @@ private:
     HostObserver* const observer_;  // may be null
     CodeRunner codeRunner_;
     FunctionCaller caller_;
-    unsigned depth_ = 0;  // pieces of code that run inside one another
+    const EvaluationEvents* evaluation_ = nullptr;  // the innermost
+    unsigned depth_ = 0;                            // pieces of code that run inside one another
     CodeStatus status_;
     WindowSize shownSize_{0, 0};  // what Python code was last told
 };

@@ -1,6 +1,7 @@
 """The package `numora` without the program: what clients ask for while other code runs."""
 
 import ast
+import datetime
 import functools
 import graphlib
 import json
@@ -14,13 +15,14 @@ import unittest
 import warnings
 
 import numpy
+import pandas
 
 SOURCES = pathlib.Path(__file__).resolve().parents[2] / "standalone" / "python"
 sys.path.insert(0, str(SOURCES))
 sys.modules["_numora_host"] = types.ModuleType("_numora_host")
 
 import numora
-from numora import _completion, _history, _user
+from numora import _completion, _history, _tables, _user
 
 
 def units(text):
@@ -43,6 +45,10 @@ class Trap(dict, metaclass=TrapMeta):
 
 class Grid(numpy.ndarray):
     shape = nbytes = dtype = property(trap)
+
+
+class Mute:
+    __repr__ = __str__ = __format__ = trap
 
 
 class Point:
@@ -149,6 +155,52 @@ class Tools(unittest.TestCase):
         self.addCleanup(tracemalloc.stop)
         self.assertLessEqual(max(len(row["text"]) for row in numora.workspace()), 100)
         self.assertLess(tracemalloc.get_traced_memory()[1], 200_000)
+
+    def test_reads_rows_of_tables(self):
+        frame = pandas.DataFrame({"n": range(3), "x": [0.1, float("nan"), 1e300], "o": [Mute(), None, b"b"], "s": ["a", "b" * 300, "c"]})
+        frame["d"] = pandas.to_datetime(["2024-01-01", None, "2024-01-03"]).tz_localize("Europe/Berlin")
+        frame.columns = ["n", "x", "o", "s", "n"]  # one name twice
+        labelled = frame.iloc[:, :1].set_index(pandas.MultiIndex.from_tuples([("a", 1), ("a", 1), (None, 2)], names=["k", None]))
+        record = numpy.array([(1, "x", Mute())], dtype=[("a", "i4"), ("b", "U3"), ("c", "O")])
+        long = "b" * 197 + "..."
+        for value, begin, end, names, numeric, index, cells in [
+            (frame, 1, 99, ["n", "x", "o", "s", "n"], [True, True, False, False, False], [["1"], ["2"]],
+             [["1", "NaN", "None", long, "NaT"], ["2", "1e+300", "b'b'", "c", "2024-01-03 00:00:00+01:00"]]),
+            (frame, 0, 1, ["n", "x", "o", "s", "n"], [True, True, False, False, False], [["0"]],
+             [["0", "0.1", "<Mute>", "a", "2024-01-01 00:00:00+01:00"]]),
+            (labelled, 1, 3, ["n"], [True], [["a", "1"], ["NaN", "2"]], [["1"], ["2"]]),
+            (frame.iloc[:0, 1:2], 0, 5, ["x"], [True], [], []),
+            (frame[[]], 2, 5, [], [], [["2"]], [[]]),
+            (pandas.DataFrame([[1]], columns=pandas.MultiIndex.from_tuples([("a", 2)])), 0, 1, ["a / 2"], [True], [["0"]], [["1"]]),
+            (pandas.Series([1, None], dtype="Int64", name="v"), 0, 2, ["v"], [True], [["0"], ["1"]], [["1"], ["<NA>"]]),
+            (numpy.float32([[0.1, 2]]).view(Grid), 0, 1, ["0", "1"], [True, True], [["0"]], [["0.1", "2.0"]]),
+            (numpy.array(["2024", "NaT"], "M8[s]"), 0, 2, [""], [False], [["0"], ["1"]], [["2024-01-01T00:00:00"], ["NaT"]]),
+            (record, 0, 1, ["a", "b", "c"], [True, False, False], [["0"]], [["1", "x", "<Mute>"]]),
+            (record.reshape(1, 1), 0, 1, ["0"], [False], [["0"]], [["(1, 'x', <Mute>)"]]),
+            (numpy.ma.array([1, 2], mask=[0, 1]), 0, 2, [""], [True], [["0"], ["1"]], [["1"], ["--"]]),
+            ([[1, 2], (3,)], 0, 2, ["0", "1"], [True, False], [["0"], ["1"]], [["1", "2"], ["3", ""]]),
+            ([{"a": 1}, {"b": Mute()}], 0, 2, ["a", "b"], [False, False], [["0"], ["1"]], [["1", ""], ["", "<Mute>"]]),
+            ([10**5000, datetime.date(2024, 1, 2)], 0, 2, [""], [False], [["0"], ["1"]], [["<int of 16610 bits>"], ["2024-01-02"]]),
+        ]:
+            self.variables["table"] = value
+            found = json.loads(json.dumps(numora.rows("table", begin, end)))
+            self.assertEqual([found[key] for key in ("names", "numeric", "index", "cells")], [names, numeric, index, cells])
+        self.variables["table"] = pandas.DataFrame(numpy.full((600, 300), "x" * 300, object))
+        found = numora.rows("table", -5, 10**9)
+        self.assertEqual((len(found["cells"]), len(found["names"]), len(found["cells"][0][0])), (500, 200, found["longest"]))
+        self.assertLess(found["longest"], 50)
+
+    def test_keeps_the_tables_that_were_shown_last(self):
+        frames = [pandas.DataFrame({"a": range(at)}) for at in range(25)]
+        kept = [_tables.keep(frame)["table"] for frame in frames]
+        self.assertEqual([numora.rows(kept[at], 0, 1)["rows"] for at in (5, 24)], [5, 24])
+        del frames[5:]
+        self.variables["number"] = 5
+        for name, error, text in [
+            (kept[4], LookupError, "not kept"), (kept[24], LookupError, "not kept"), ("nope", LookupError, "no variable"),
+            ("number", TypeError, "'number' is no table but an object of type int"), (None, TypeError, "string"),
+        ]:  # fmt: skip
+            self.assertRaisesRegex(error, text, numora.rows, name, 0, 1)
 
     def test_inspects(self):
         move = "(self, by: Union[int, None], *rest, far=<ellipsis>, **options) -> Point"

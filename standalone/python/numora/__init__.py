@@ -1,7 +1,7 @@
 """Functions of the command window for the code that runs in it, and for clients while other code runs."""
 
 from ._capabilities import MissingCapabilityError, require
-from ._clients import complete, history, inspect, is_complete, workspace
+from ._clients import complete, history, inspect, is_complete, rows, state, workspace
 from ._command_window import clc, home, keyboard, pause
 from ._configuration import configure
 from ._events import post_event, progress
@@ -23,6 +23,8 @@ __all__ = [
     "post_event",
     "progress",
     "require",
+    "rows",
+    "state",
     "update_display",
     "workspace",
 ]

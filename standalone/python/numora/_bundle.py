@@ -62,6 +62,8 @@ def representations(value, complain):
         collect(name, type_)
     if "image/png" not in data:
         _add_figure(value, data, metadata, complain)
+    if "text/html" in data:
+        _add_table(value, metadata, complain)
     if "text/plain" not in data:
         try:
             data["text/plain"] = repr(value)
@@ -108,6 +110,17 @@ def _encoded(value):
     if isinstance(value, (bytes, bytearray, memoryview)):
         return binascii.b2a_base64(value, newline=False).decode()
     return value
+
+
+def _add_table(value, metadata, complain):
+    try:
+        from ._tables import keep
+
+        table = keep(value)
+        if table:
+            metadata["numora"] = table
+    except BaseException as error:
+        complain(error)
 
 
 def _add_figure(value, data, metadata, complain):

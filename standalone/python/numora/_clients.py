@@ -38,6 +38,22 @@ def history(n=None):
     return aside("_history", "history", n)
 
 
+def state():
+    """Tells what the interpreter does.
+
+    Returns {"prompt": the name of the prompt, "number" and "seconds" of the evaluation that runs, "question": the open one}.
+    """
+    return aside("_state", "state")
+
+
+def rows(name, begin, end):
+    """Rows of a table, which is a variable or was shown, from `begin` to before `end`, with all values as short texts.
+
+    Returns {"rows", "columns", "begin", "longest", "names", "dtypes", "numeric", "levels", "index", "cells"}.
+    """
+    return aside("_tables", "rows", name, begin, end)
+
+
 def aside(module, name, *args):
     """Calls a function of a module, which is loaded at its first use, out of reach of the code that it interrupts: its
     debugger and its recursion limit.

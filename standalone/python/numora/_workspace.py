@@ -7,6 +7,7 @@ import types
 from . import _user
 from ._objects import array_attribute, class_levels, class_name, copy, find, is_instance, numpy_type
 from ._previews import preview
+from ._tables import is_table
 
 _SIZED = (str, bytes, bytearray, list, tuple, dict, set, frozenset, collections.deque, range)
 
@@ -22,6 +23,7 @@ def workspace():
                 "shape": shape,
                 "bytes": int(array_attribute(value, "nbytes")) if is_array else _size(value),
                 "text": preview(value, 100),
+                "table": is_table(value),
             }
         )
     rows.sort(key=lambda row: (row["name"].casefold(), row["name"]))
