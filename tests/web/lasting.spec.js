@@ -107,6 +107,42 @@ test("two pages show the same, and the code of others is marked", async ({consol
     for (const each of [console, other]) await expect(each.log.locator(".is-other")).toContainText("a-script");
 });
 
+test("pages that come late show what runs since when, what it asks, and what was typed in others", async ({context, server}) => {
+    const request = (type, body) => fetch(`${server.origin}/connector/v1/${type}`, {
+        method: "POST", body: JSON.stringify(body), headers: {"Authorization": `Bearer ${token}`, "Content-Type": "application/json"},
+    }).then(response => response.json());
+    const state = async () => JSON.parse((await request("FEval", {function: "numora.state", arguments: [], nargout: 1, dequeMode: "ppe"})).results)[0];
+    expect(await state()).toEqual({prompt: "BASE_PROMPT", number: null, seconds: null, question: null});
+    const running = request("Eval", {mcode: "import time\ntold = []\nwhile not told: time.sleep(0.01)"});
+    await expect.poll(async () => (await state()).seconds).toBeGreaterThan(3);
+    const pages = [];
+    const open = async () => {
+        const console = new Console(await context.newPage());
+        await console.page.goto(`${server.origin}/?token=${token}`);
+        pages.push(console);
+        return console;
+    };
+    const first = await open();
+    await first.says("while not told");
+    await expect(first.state).toHaveText(/Running 00:(0[3-9]|[1-5]\d)/);
+    await request("FEval", {function: "told.append", arguments: [1], nargout: 0, dequeMode: "ppe"});
+    await running;
+    await expect(first.entries.last()).not.toHaveClass(/is-running/);
+
+    await first.type("import getpass\ngetpass.getpass('Word? ')\nprint('Hello', input('Name? '))");
+    await first.is("asking");
+    expect(await state()).toMatchObject({prompt: "INPUT_PROMPT", number: 2, question: {number: 1, prompt: "Word? ", password: true}});
+    const second = await open();
+    await expect(second.answer).toHaveAttribute("type", "password");
+    await first.send("secret");
+    await expect(first.answer).toHaveAttribute("type", "text");
+    await first.send("Ada");
+    const third = await open();
+    await second.page.reload();
+    for (const each of pages) await each.says("Name? Ada\nHello Ada");
+    for (const {log} of [second, third]) await expect(log).not.toContainText("secret");
+});
+
 test("where WebSockets are not available, all comes by HTTP", async ({page, server}) => {
     await page.addInitScript(() => {
         globalThis.WebSocket = undefined;

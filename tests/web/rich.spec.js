@@ -41,6 +41,39 @@ test("figures, tables, progress and displays stand in their place, and are saved
     expect(await saved("text")).toContain("before\n");
 });
 
+test("a data frame is read from its beginning to its end, and its HTML stays when it is gone", async ({console, page}) => {
+    await console.run("import pandas as pd\ndf = pd.DataFrame({'n': range(1_000_000), 's': [f'text {i}' for i in range(1_000_000)]})\ndf");
+    const table = console.log.getByRole("table"), scroller = console.log.locator(".table-scroll");
+    const cell = text => console.log.getByRole("cell", {name: text, exact: true});
+    await expect(cell("text 0")).toBeInViewport();
+    await expect(table).toHaveAttribute("aria-rowcount", "1000001");
+    await scroller.focus();
+    for (const [key, shown] of [["End", "text 999999"], ["Home", "text 0"], ["PageDown", "text 20"], ["ArrowDown", "text 21"]]) {
+        await page.keyboard.press(key);
+        await expect(cell(shown), key).toBeInViewport();
+    }
+    await scroller.evaluate(each => each.scrollTo(0, each.scrollHeight / 2));
+    await expect(cell("text 500005")).toBeInViewport();
+    expect(await console.log.getByRole("row").count()).toBeLessThan(60);
+    const row = console.log.getByRole("row").filter({hasText: "text 500005"});
+    await expect(row).toHaveAttribute("aria-rowindex", "500007");
+    await row.evaluate(each => document.getSelection().selectAllChildren(each));
+    await page.keyboard.press("Control+c");
+    expect(await page.evaluate(() => navigator.clipboard.readText())).toBe("500005\t500005\ttext 500005");
+
+    await page.reload();
+    await expect(cell("text 0")).toBeInViewport();
+    await console.run("df = df[:2]\ndf");
+    await scroller.evaluate(each => each.scrollTo(0, each.scrollHeight));
+    await expect(console.log).toContainText("the table is not kept any more");
+    await expect(console.log.locator(".rich-html").first().locator("td").last()).toHaveText("text 999999");
+    await page.getByRole("button", {name: "Open df as a table"}).click();
+    const panel = page.getByRole("tabpanel");
+    await expect(panel.getByRole("cell", {name: "text 1", exact: true})).toBeVisible();
+    await console.run("df = [[1], ['two']]");
+    await expect(panel.getByRole("cell", {name: "two", exact: true})).toBeVisible();
+});
+
 test("hostile text and HTML run nothing and request nothing", async ({console, page}) => {
     const hostile = [
         "<script>globalThis.hit = 1</script>", "<img src=x onerror='globalThis.hit = 1'>", "<img src=https://example.org/x>",

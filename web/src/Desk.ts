@@ -7,6 +7,7 @@ import {Panels} from "./panels/Panels.js";
 import {Workspace} from "./panels/Workspace.js";
 import type {History} from "./session/History.js";
 import type {Workbench} from "./Workbench.js";
+import {ask} from "./wire/calls.js";
 
 const historyLength = 500;
 
@@ -21,7 +22,7 @@ export class Desk {
 
     constructor(readonly workbench: Workbench, history: History, onChange: () => void) {
         const {log, session, connection, rich, work, element} = workbench;
-        this.asks = {ask: (name, arguments_, signal) => connection.ask(name, arguments_, signal)};
+        this.asks = {ask: (name, arguments_, signal) => ask(connection.address, name, arguments_, signal)};
         new Selection(log);
         this.find = new FindBar(log, () => this.input.focus());
         const workspace = new Workspace(this.asks, name => this.input.insert(name));

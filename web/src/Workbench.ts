@@ -1,11 +1,10 @@
-import type {Interpreter} from "numora-client";
 import type {Output} from "./output/api.js";
 import {OutputView} from "./output/OutputView.js";
 import {Rich} from "./rich/Rich.js";
 import {make} from "./rich/dom.js";
 import {Answers} from "./session/Answers.js";
 import {CodeQueue} from "./session/CodeQueue.js";
-import {type Mode, Session} from "./session/Session.js";
+import {Session} from "./session/Session.js";
 import {Connection} from "./wire/Connection.js";
 
 /** What stands around the log, which is loaded after it. */
@@ -33,8 +32,9 @@ export class Workbench {
     constructor(readonly id: string, server: string) {
         const logHost = make("div", "log-host");
         this.log = new OutputView(logHost, {label: `Log of ${id}`});
-        this.rich = new Rich(this.log, (code, insteadOf) => this.surroundings?.use(code, insteadOf));
-        this.connection = new Connection(`${server}/interpreters/${id}`, {
+        const address = `${server}/interpreters/${id}`;
+        this.rich = new Rich(this.log, (code, insteadOf) => this.surroundings?.use(code, insteadOf), address);
+        this.connection = new Connection(address, {
             onMessage: message => this.session.take(message),
             onState: state => {
                 this.session.linkChanged(state);
@@ -49,10 +49,10 @@ export class Workbench {
         });
         const wire = {
             publish: this.connection.publish.bind(this.connection),
-            interrupt: () => this.connection.interrupt(),
-            activity: () => this.activity(),
+            interrupt: async () => (await import("./rich/nodes.js")).interrupt(address),
+            activity: async () => (await import("./rich/nodes.js")).activityOf(address),
         };
-        this.session = new Session(this.log, wire, this.rich, queue, new Answers(sessionStorage, `numora.answers.${id}`), {
+        this.session = new Session(this.log, wire, this.rich, queue, new Answers(localStorage, `numora.answers.${id}`, () => this.connection.server), {
             onChange: () => this.surroundings?.update(),
             onWorkspace: isEmpty => this.surroundings?.workspaceChanged(isEmpty),
             onReturned: text => this.giveBack(text),
@@ -86,13 +86,5 @@ export class Workbench {
     private giveBack(text: string): void {
         if (this.surroundings) this.surroundings.giveBack(text);
         else this.returned.push(text);
-    }
-
-    private async activity(): Promise<{mode: Mode; ms: number} | undefined> {
-        const response = await fetch(this.connection.address);
-        if (!response.ok) return undefined;
-        const {activity, request, state} = (await response.json()) as Interpreter;
-        if (state !== "ready") return {mode: "idle", ms: 0};
-        return {mode: activity === "input" ? "input" : activity === "busy" ? "running" : "idle", ms: request?.ms ?? 0};
     }
 }

@@ -25,7 +25,7 @@ function made(waiting = []) {
         interrupt: async () => void sent.push("interrupt"), activity: async () => undefined};
     const showing = {event: tag => told.push(`shows: ${tag}`), death: () => told.push("death"), suggestion: name => told.push(`meant: ${name}`)};
     const handlers = {onChange() {}, onWorkspace() {}, onReturned: text => told.push(`back: ${text}`)};
-    const session = new Session(log, wire, showing, new CodeQueue(waiting, () => {}), new Answers(new Memory(), "answers"), handlers);
+    const session = new Session(log, wire, showing, new CodeQueue(waiting, () => {}), new Answers(new Memory(), "answers", () => "server"), handlers);
     const take = (name, data, more = {}) => session.take({channel: name.startsWith("/") ? name : `/eval/response/${name}`, data, ...more});
     return {session, told, sent, take, ready: async () => (session.linkChanged({name: "open"}), session.caughtUp(), new Promise(resolve => setTimeout(resolve)))};
 }

@@ -1,6 +1,7 @@
 import {html, nothing, render} from "lit-html";
 import type {Asks} from "../input/Completion.js";
 import {make} from "../rich/dom.js";
+import type {TableView} from "../rich/TableView.js";
 import {sizeText} from "../session/texts.js";
 import type {Panel} from "./Panels.js";
 
@@ -10,6 +11,7 @@ interface Variable {
     shape: number[];
     bytes: number;
     text: string;
+    table: boolean;
 }
 
 const columns = [["Name", "name"], ["Class", "class"], ["Shape", "shape"], ["Size", "bytes"], ["Value", "text"]] as const;
@@ -26,6 +28,8 @@ export class Workspace implements Panel {
     private isShown = false;
     private isStale = true;
     private isAsking = false;
+    /** The variable that is open as a table. */
+    private opened: {name: string; view: TableView} | undefined;
 
     constructor(private readonly asks: Asks, private readonly onPick: (name: string) => void) {
         this.update();
@@ -52,6 +56,7 @@ export class Workspace implements Panel {
         try {
             this.variables = await this.asks.ask<Variable[]>("numora.workspace", []);
             this.update();
+            this.opened?.view.refresh();
         } catch {
             this.isStale = true;  // until the next change, or the panel is shown again
         }
@@ -59,6 +64,20 @@ export class Workspace implements Panel {
             this.isAsking = false;
             void this.refresh();
         }, pauseMs);
+    }
+
+    private async open(name: string): Promise<void> {
+        const {TableView} = await import("../rich/Table.js");
+        this.close();
+        const view = new TableView(`Table ${name}`, (begin, end) => this.asks.ask("numora.rows", [name, begin, end]));
+        this.opened = {name, view};
+        this.update();
+        view.element.querySelector<HTMLElement>(".table-scroll")!.focus();
+    }
+
+    private close(): void {
+        this.opened = undefined;
+        this.update();
     }
 
     private get rows(): Variable[] {
@@ -80,8 +99,11 @@ export class Workspace implements Panel {
             ${this.variables.length === 0 ? html`<p class="quiet">No variables.</p>` : html`<table>
             <thead><tr>${columns.map(([title, column]) => html`<th scope="col" aria-sort=${this.sort.column === column ? (this.sort.isUp ? "ascending" : "descending") : nothing}>
                 <button type="button" @click=${() => this.sortBy(column)}>${title}</button></th>`)}</tr></thead>
-            <tbody>${rows.map(each => html`<tr><th scope="row"><button type="button" title=${`Insert ${each.name}`} @click=${() => this.onPick(each.name)}>${each.name}</button></th>
-                <td>${each.class}</td><td>${each.shape.join("\u00d7")}</td><td>${sizeText(each.bytes)}</td><td class="value" title=${each.text}>${each.text}</td></tr>`)}</tbody></table>`}`, this.element);
+            <tbody>${rows.map(each => html`<tr><th scope="row"><div class="variable"><button type="button" title=${`Insert ${each.name}`} @click=${() => this.onPick(each.name)}>${each.name}</button>
+                ${each.table ? html`<button type="button" aria-label="Open ${each.name} as a table" title="Open as a table" @click=${() => void this.open(each.name)}>\u25a6</button>` : nothing}</div></th>
+                <td>${each.class}</td><td>${each.shape.join("\u00d7")}</td><td>${sizeText(each.bytes)}</td><td class="value" title=${each.text}>${each.text}</td></tr>`)}</tbody></table>`}
+            ${this.opened ? html`<div><div class="opened">${this.opened.name} <button type="button" @click=${() => this.close()}>Close</button></div>
+                ${this.opened.view.element}</div>` : nothing}`, this.element);
     }
 
     private sortBy(column: Column): void {

@@ -18,7 +18,7 @@ export class Rich implements Showing {
     /** What it has shown goes when it shows something new. */
     private mustClear: EntryHandle | undefined;
 
-    constructor(private readonly log: Output, private readonly onUse: (code: string, insteadOf: string) => void) {}
+    constructor(private readonly log: Output, private readonly onUse: (code: string, insteadOf: string) => void, private readonly address: string) {}
 
     event(tag: Tag, data: any, entry: EntryHandle): void {
         if (tag === "figure") this.figure(data as Figure, entry);
@@ -70,7 +70,7 @@ export class Rich implements Showing {
 
     private fill(node: HTMLElement, bundle: Bundle): void {
         bundles.set(node, bundle);
-        void this.nodes.then(({showBundle}) => showBundle(node, bundle));
+        void this.nodes.then(({showBundle}) => showBundle(node, bundle, this.address));
     }
 
     private error(failure: Failure, entry: EntryHandle): void {

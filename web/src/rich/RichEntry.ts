@@ -1,3 +1,4 @@
+import {ask} from "../wire/calls.js";
 import type {Bundle} from "../wire/messages.js";
 import {blobOf, make} from "./dom.js";
 
@@ -8,8 +9,22 @@ function textOf(value: unknown): string {
     return typeof value === "string" ? value : JSON.stringify(value, null, 2);
 }
 
-/** Puts what `bundle` holds into `host`. */
-export function showBundle(host: HTMLElement, {data, metadata, note}: Bundle): void {
+/** What code says of a table beside its HTML. */
+interface TableSize {
+    table: string;
+    rows: number;
+    columns: number;
+}
+
+/** Of tables of this size HTML has all rows and columns, as far as it does not say otherwise. */
+const whole = {rows: 60, columns: 20};
+
+function isCut({rows, columns}: TableSize, html: string): boolean {
+    return rows > whole.rows || columns > whole.columns || html.includes("<td>...</td>");
+}
+
+/** Puts what `bundle` holds, of the interpreter at `address`, into `host`. */
+export function showBundle(host: HTMLElement, {data, metadata, note}: Bundle, address: string): void {
     const type = preference.find(each => data[each] !== undefined) ?? Object.keys(data)[0] ?? "text/plain";
     const value = data[type] ?? "";
     host.replaceChildren(...(note ? [make("p", "quiet", note)] : []));
@@ -18,6 +33,10 @@ export function showBundle(host: HTMLElement, {data, metadata, note}: Bundle): v
         const inner = make("div", "rich-html");
         host.append(inner);
         void import("./Html.js").then(({showHtml}) => showHtml(inner, textOf(value)));
+        const size = metadata["numora"] as TableSize | undefined;
+        if (size && isCut(size, textOf(value))) {
+            void import("./Table.js").then(({showTable}) => showTable(inner, (begin, end) => ask(address, "numora.rows", [size.table, begin, end])));
+        }
     } else host.append(make("pre", "rich-text", textOf(value)));
 }
 

@@ -52,7 +52,10 @@ function cellOf(entry: EntryHandle, index: number): object | undefined {
 
 function outputOf(part: Part): object {
     const bundle = part.kind === "node" ? bundles.get(part.node) : undefined;
-    if (bundle) return {output_type: "display_data", data: bundle.data, metadata: bundle.metadata ?? {}};
+    if (bundle) {
+        const {numora: _, ...metadata} = bundle.metadata ?? {};  // for this interpreter alone
+        return {output_type: "display_data", data: bundle.data, metadata};
+    }
     if (part.kind === "node" && part.node.classList.contains("error-view")) {
         const traceback = part.text.split("\n").filter(Boolean), [, ename, evalue] = /^([\w.]+)(?:: ([^]*))?$/.exec(traceback.at(-1) ?? "") ?? [];
         return {output_type: "error", ename: ename ?? "Error", evalue: evalue ?? "", traceback};

@@ -1,44 +1,43 @@
 const most = 500;
 const dots = "\u2022".repeat(8);
 
-/** What was typed at prompts, which the server does not send back, so that the log shows it also after a reload. */
+/**
+ * What was typed at prompts in this browser, which the server does not send back, so that the log shows it in all tabs and after a reload.
+ * Prompts are counted anew with each start of the server, which `server` names.
+ */
 export class Answers {
-    private readonly items: Map<number, string>;
-
-    constructor(private readonly storage: Pick<Storage, "getItem" | "setItem">, private readonly key: string) {
-        let stored: [number, string][] = [];
-        try {
-            stored = JSON.parse(storage.getItem(key) ?? "[]");
-        } catch {
-            // As if there were none.
-        }
-        this.items = new Map(stored);
-    }
+    constructor(private readonly storage: Pick<Storage, "getItem" | "setItem">, private readonly key: string, private readonly server: () => string | undefined) {}
 
     /** Of a secret one only that it was there. */
     add(prompt: number, text: string, isSecret: boolean): void {
-        this.items.set(prompt, isSecret ? dots : text.slice(0, 10_000));
-        for (const oldest of this.items.keys()) {
-            if (this.items.size <= most) break;
-            this.items.delete(oldest);
-        }
-        this.store();
+        this.store(new Map([...this.items(), [prompt, isSecret ? dots : text.slice(0, 10_000)]]));
     }
 
     get(prompt: number): string | undefined {
-        return this.items.get(prompt);
+        return this.items().get(prompt);
     }
 
     remove(prompt: number): void {
-        this.items.delete(prompt);
-        this.store();
+        const items = this.items();
+        items.delete(prompt);
+        this.store(items);
     }
 
-    private store(): void {
+    private items(): Map<number, string> {
         try {
-            this.storage.setItem(this.key, JSON.stringify([...this.items]));
+            const {server, items} = JSON.parse(this.storage.getItem(this.key)!);
+            if (server === this.server()) return new Map(items);
         } catch {
-            // Full: they last as long as the page.
+            // As if there were none.
+        }
+        return new Map();
+    }
+
+    private store(items: Map<number, string>): void {
+        try {
+            this.storage.setItem(this.key, JSON.stringify({server: this.server(), items: [...items].slice(-most)}));
+        } catch {
+            // Full: it is not shown again.
         }
     }
 }

@@ -2,6 +2,7 @@ import type {Message, NumoraError, RequestOptions} from "numora-client";
 import {newName} from "numora-client/names.js";
 import type {EntryHandle, Output} from "../output/api.js";
 import type {LinkState} from "../wire/Connection.js";
+import type {Activity} from "../wire/calls.js";
 import {type Evaluation, type Failure, type Life, type Loss, type PromptName, type Question, type Tag, channels, tagOf} from "../wire/messages.js";
 import {Answers} from "./Answers.js";
 import type {CodeQueue} from "./CodeQueue.js";
@@ -14,8 +15,8 @@ export type Mode = "idle" | "running" | "input" | "password" | "debugger" | "key
 export interface Wire {
     publish(text: string, options: RequestOptions): Promise<void>;
     interrupt(): Promise<void>;
-    /** What the interpreter does now, where no message has told: whether code runs, and for how many milliseconds. */
-    activity(): Promise<{mode: Mode; ms: number; prompt?: number} | undefined>;
+    /** What the interpreter does now, where no message has told. */
+    activity(): Promise<Activity | undefined>;
 }
 
 /** Shows in an entry what is no text. */
@@ -129,7 +130,7 @@ export class Session {
 
     caughtUp(): void {
         this.isReplaying = false;
-        void this.refresh().then(() => this.sendNext());
+        void this.refresh(true).then(() => this.sendNext());
     }
 
     serverStarted(): void {
@@ -182,19 +183,24 @@ export class Session {
 
     private evaluation({number, request, code, clientType, state, isError, seconds}: Evaluation): void {
         if (state === "begun") {
-            let entry = request === null ? undefined : this.entries.get(request);
+            let entry = this.entryOf(request, number);
             if (!entry) {
                 entry = this.log.beginEntry({code, number, clientType, isOwn: clientType === "numora-web"});
-                if (request !== null) this.entries.set(request, entry);
             }
+            if (request !== null) this.entries.set(request, entry);
             entry.setNumber(number);
             this.current = entry;
             this.runsSince = Date.now();
         } else {
-            const entry = request === null ? this.current : this.entries.get(request);
+            const entry = this.entryOf(request, number);
             if (entry && !entry.result) entry.end({isError: isError === true, seconds: seconds ?? undefined});
             if (request !== null && request !== this.underWay) this.entries.delete(request);
         }
+    }
+
+    private entryOf(request: string | null, number: number): EntryHandle | undefined {
+        const own = request === null ? undefined : this.entries.get(request);
+        return own ?? (this.current?.start.number === number && !this.current.result ? this.current : undefined);
     }
 
     private prompted(name: PromptName, {prompt: number, echo}: Message): void {
@@ -276,16 +282,26 @@ export class Session {
     }
 
     // Where the messages that are kept have not told what the interpreter does.
-    private async refresh(): Promise<void> {
+    private async refresh(isFirst = false): Promise<void> {
         const now = await this.wire.activity().catch(() => undefined);
         if (!now) return;
-        if (now.mode !== "idle") this.runsSince = Date.now() - now.ms;
-        if (!this.knowsPrompt && this.mode !== now.mode && !(this.mode !== "running" && now.mode === "input")) {
-            this.mode = now.mode;
-            this.prompt = {number: now.prompt, label: this.lastLine};
+        const {question} = now, mode = question?.password ? "password" : modes[now.prompt];
+        if (mode !== "idle") {
+            this.runsSince = Date.now() - now.ms;
+            if (isFirst) this.showRunning(now);
         }
-        if (now.mode === "idle" && this.mode === "idle") this.underWay = undefined;
+        if (!this.knowsPrompt && this.mode !== mode) {
+            this.mode = mode;
+            this.prompt = {number: question?.number, label: question?.prompt || this.lastLine};
+        }
+        if (mode === "idle" && this.mode === "idle") this.underWay = undefined;
         this.handlers.onChange();
+    }
+
+    // Code that began before anybody listened.
+    private showRunning({number, code}: Activity): void {
+        const {result, start} = this.current ?? {};
+        if (code && (result || !start?.code)) this.current = this.log.beginEntry({code, number, isOwn: false});
     }
 
     private sendNext(): void {

@@ -25,7 +25,6 @@ export interface LinkHandlers {
 export const clientType = "numora-web";
 /** After so long without a message, nothing more that was kept is to come. */
 const quietMs = 400;
-const callMs = 30_000;
 const firstRetryMs = 500, lastRetryMs = 5000;
 
 /**
@@ -37,7 +36,8 @@ const firstRetryMs = 500, lastRetryMs = 5000;
 export class Connection {
     state: LinkState = {name: "connecting"};
     private session: Session | undefined;
-    private server: string | undefined;
+    /** Which start of the server it is. */
+    server: string | undefined;
     /** Number of the last message: where a new session begins. */
     private last = 0;
     private closed = false;
@@ -65,23 +65,6 @@ export class Connection {
     publish(text: string, options: RequestOptions): Promise<void> {
         if (!this.session) return Promise.reject(new NumoraError("disconnected", "there is no connection"));
         return this.session.publish(channels.request, text, options);
-    }
-
-    /** By HTTP, so that it does not wait for output that is on its way. */
-    async interrupt(): Promise<void> {
-        await this.call("Interrupt", {});
-    }
-
-    /** Calls `name` inside of running code, by HTTP. */
-    async ask<Result>(name: string, arguments_: unknown[] = [], signal?: AbortSignal): Promise<Result> {
-        const request = {function: name, arguments: arguments_, nargout: 1, dequeMode: "ppe", outputMode: "ignore"};
-        const answer = await this.call("FEval", request, signal);
-        if (answer.isError) throw new NumoraError("failed", answer.messageFaults?.[0]?.message ?? "the call failed");
-        return JSON.parse(answer.results)[0];
-    }
-
-    private call(type: string, request: object, signal = AbortSignal.timeout(callMs)): Promise<any> {
-        return exchange({server: this.address, token: ""}, "POST", `/connector/v1/${type}`, request, signal);
     }
 
     private async connect(): Promise<void> {
