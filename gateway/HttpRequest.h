@@ -18,7 +18,7 @@ namespace interpreters {
 class Desk;
 }
 
-enum class HttpMethod { Get, Head, Post, Delete, Options, Other };
+enum class HttpMethod { Get, Head, Post, Patch, Delete, Options, Other };
 
 /// A request as the endpoints see it. A header that is not there is empty.
 struct HttpRequest {

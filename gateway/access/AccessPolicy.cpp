@@ -131,11 +131,11 @@ bool AccessPolicy::isForeignOrigin(std::string_view origin) const {
 }
 
 AccessPolicy::GrantPtr AccessPolicy::grantOf(const HttpRequest& request) const {
-    constexpr std::string_view scheme = "Bearer ";
     const auto tokens = tokens_.get();
     const std::string_view authorization = request.authorization;
-    if (authorization.size() > scheme.size() &&
-        equalsIgnoringCase(authorization.substr(0, scheme.size()), scheme)) {
+    for (const std::string_view scheme : {"Bearer ", "token "}) {  // the second is that of notebook clients
+        if (authorization.size() <= scheme.size()) continue;
+        if (!equalsIgnoringCase(authorization.substr(0, scheme.size()), scheme)) continue;
         if (const auto grant = tokens->grantOf(authorization.substr(scheme.size()))) return grant;
     }
     if (const auto grant = tokens->grantOf(queryValue(request.query, "token"))) return grant;

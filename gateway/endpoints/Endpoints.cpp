@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "access/clientType.h"
+#include "jupyter/rest/KernelApi.h"
 #include "ports/wrongLife.h"
 
 namespace gateway::endpoints {
@@ -30,7 +31,7 @@ HttpReply unauthenticated(const Route& route) {
 
 HttpReply unavailable(const Route& route, std::string_view text) {
     auto reply = errorReply(503, text);
-    if (route.methods == Route::Methods::PostOrWebSocket) {
+    if (route.handler == &answerBayeux) {
         // Some Bayeux clients take any JSON for messages and wait on; what is none, they try again.
         reply.body = text;
         reply.contentType = "text/plain;charset=UTF-8";
@@ -41,20 +42,29 @@ HttpReply unavailable(const Route& route, std::string_view text) {
 HttpReply preflight() {
     HttpReply reply{.status = 204, .contentType = {}};
     reply.headers = {
-        {"Access-Control-Allow-Methods", "GET, HEAD, POST, DELETE"},
+        {"Access-Control-Allow-Methods", "GET, HEAD, POST, PATCH, DELETE"},
         {"Access-Control-Allow-Headers",
          "Authorization, Connector-Client-Type, Connector-Interpreter-Life, Content-Type, Pragma, "
-         "X-Requested-With"},
+         "X-Requested-With, X-XSRFToken"},
         {"Access-Control-Max-Age", "600"},
     };
     return reply;
 }
 
 HttpReply wrongMethod(const Route& route) {
-    if (route.handler == &answerFile) return errorReply(404, "There is no such path.");
+    if (route.handler == &answerFile || route.handler == &answerNoSuchPath) {
+        return errorReply(404, "There is no such path.");
+    }
+    if (route.methods == Route::WebSocket) return errorReply(426, "The path is that of a WebSocket.");
     auto reply = errorReply(405, "The path does not allow this method.");
     reply.headers.emplace_back("Allow", route.allowedMethods());
     return reply;
+}
+
+// Clients of notebook servers show the member "message".
+void asNotebooksRead(HttpReply& reply) {
+    constexpr std::string_view before = R"({"error":)";
+    if (reply.body.starts_with(before)) reply.body.replace(0, before.size(), R"({"message":)");
 }
 
 /// Takes the base off a path; false where the path is not below it.
@@ -76,6 +86,16 @@ std::string_view takePrefix(std::string_view& path) {
     return prefix;
 }
 
+/// Whether there is nothing to do where the path names no interpreter that there is.
+bool isOfInterpreter(const HttpRequest& head) {
+    const auto scope = head.route->scope;
+    return scope == Route::Scope::Notebooks ? !head.prefix.empty() : scope != Route::Scope::Server;
+}
+
+bool isUnknownKernel(const HttpRequest& head) {
+    return head.route->scope == Route::Scope::Kernel && head.interpreter.empty();
+}
+
 std::string_view nameOf(const HttpRequest& head, access::Right right) {
     if (head.method == HttpMethod::Delete) return "delete";
     switch (right) {
@@ -95,10 +115,11 @@ std::optional<HttpReply> refusalByRights(const HttpRequest& head) {
         return errorReply(403, "This token may not read the metrics of all interpreters.");
     }
     const auto right = route.rightFor(head.method);
-    if (route.scope == Route::Scope::Server && right == access::Right::Use) return std::nullopt;
+    const bool isOfOne = isOfInterpreter(head) && !isUnknownKernel(head);
+    if (!isOfOne && right == access::Right::Use) return std::nullopt;
     const auto denied = "This token may not " + std::string(nameOf(head, right));
     if (!grant.has(right)) return errorReply(403, denied + " interpreters.");
-    if (route.scope == Route::Scope::Server || grant.covers(head.interpreter)) return std::nullopt;
+    if (!isOfOne || grant.covers(head.interpreter)) return std::nullopt;
     return errorReply(403, denied + " the interpreter \"" + head.interpreter + "\".");
 }
 
@@ -116,7 +137,8 @@ std::optional<HttpReply> refusalOfBody(const HttpRequest& head) {
     if (!access::isClientType(head.clientType)) {
         return errorReply(400, "Connector-Client-Type must be at most 128 printable ASCII characters.");
     }
-    if (head.method != HttpMethod::Post) return std::nullopt;
+    // Notebook clients send none, or another type. Pages of other origins are refused anyway.
+    if (head.method != HttpMethod::Post || head.route->isOfNotebooks()) return std::nullopt;
     if (!isJson(head.contentType)) return errorReply(415, "Content-Type must be application/json.");
     if (!head.contentEncoding.empty() && !equalsIgnoringCase(head.contentEncoding, "identity")) {
         return errorReply(415, "The body must not be compressed: Content-Encoding must be identity.");
@@ -134,6 +156,7 @@ std::optional<HttpReply> Endpoints::check(HttpRequest& head) {
     auto reply = refusalOf(head);
     if (reply) {
         services_.metrics.count(head.route->metric, reply->status);
+        if (head.route->isOfNotebooks()) asNotebooksRead(*reply);
         addCommonHeaders(*reply, head.origin, head.grant ? head.desk : nullptr);
     }
     return reply;
@@ -151,10 +174,22 @@ void Endpoints::resolve(HttpRequest& head) const {
     head.route = &routeOf(path.empty() && !isNamed ? "/" : path, isNamed);
     head.path = std::string(path);
     head.grant = services_.access.grantOf(head);
-    if (head.route->scope == Route::Scope::Server) return;
-    head.interpreter = head.prefix.empty() ? interpreters::Registry::defaultId
-                                           : std::string_view(head.prefix).substr(head.prefix.rfind('/') + 1);
-    head.desk = services_.interpreters.find(head.interpreter);
+    const auto scope = head.route->scope;
+    if (isNamed) {
+        head.interpreter = std::string_view(head.prefix).substr(head.prefix.rfind('/') + 1);
+    } else if (scope == Route::Scope::Interpreter) {
+        head.interpreter = interpreters::Registry::defaultId;
+    }
+    if (!head.interpreter.empty()) head.desk = services_.interpreters.find(head.interpreter);
+    if (scope == Route::Scope::Kernel) resolveKernel(head);
+}
+
+/// A kernel is one of the server or, after its prefix, that of an interpreter.
+void Endpoints::resolveKernel(HttpRequest& head) const {
+    const auto desk = jupyter::kernelNamed(services_.interpreters, head.route->parameterIn(head.path));
+    const bool isHere = desk && (head.prefix.empty() || desk == head.desk);
+    head.desk = isHere ? desk : nullptr;
+    head.interpreter = isHere ? desk->id() : "";
 }
 
 std::optional<HttpReply> Endpoints::refusalOf(const HttpRequest& head) const {
@@ -162,7 +197,10 @@ std::optional<HttpReply> Endpoints::refusalOf(const HttpRequest& head) const {
     if (isStopping_) return unavailable(route, "The server is stopping.");
     if (head.host.empty()) return errorReply(400, "A request must have exactly one Host header.");
     if (auto refusal = refusalBySender(head)) return refusal;
-    if (!head.desk && route.scope != Route::Scope::Server) {
+    if (isUnknownKernel(head)) {
+        return errorReply(404, jupyter::noSuchKernel(route.parameterIn(head.path)));
+    }
+    if (!head.desk && isOfInterpreter(head)) {
         return errorReply(404, interpreters::noSuchInterpreter(head.interpreter));
     }
     if (!route.allows(head)) return wrongMethod(route);
@@ -214,9 +252,10 @@ HttpReply Endpoints::tooManyConnections(const HttpRequest& head) {
 bool Endpoints::isAlwaysServed(const HttpRequest& head) { return head.route->load == Route::Load::Always; }
 
 std::unique_ptr<bayeux::PendingPost> Endpoints::answer(const HttpRequest& request, Done done) {
-    auto finish = [this, metric = request.route->metric, origin = request.origin, desk = request.desk,
+    auto finish = [this, route = request.route, origin = request.origin, desk = request.desk,
                    done = std::move(done), begin = std::chrono::steady_clock::now()](HttpReply reply) {
-        services_.metrics.record(metric, reply.status, std::chrono::steady_clock::now() - begin);
+        services_.metrics.record(route->metric, reply.status, std::chrono::steady_clock::now() - begin);
+        if (route->isOfNotebooks()) asNotebooksRead(reply);
         addCommonHeaders(reply, origin, desk);
         done(std::move(reply));
     };
@@ -224,7 +263,7 @@ std::unique_ptr<bayeux::PendingPost> Endpoints::answer(const HttpRequest& reques
 }
 
 bool Endpoints::isWebSocket(const HttpRequest& head) {
-    return head.wantsWebSocket && head.route->methods == Route::Methods::PostOrWebSocket;
+    return head.wantsWebSocket && (head.route->methods & Route::WebSocket) != 0;
 }
 
 void Endpoints::open(const HttpRequest& upgrade, const std::shared_ptr<bayeux::ClientSocket>& socket) {

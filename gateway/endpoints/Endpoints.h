@@ -63,6 +63,7 @@ public:
 
 private:
     void resolve(HttpRequest& head) const;
+    void resolveKernel(HttpRequest& head) const;
     std::optional<HttpReply> refusalOf(const HttpRequest& head) const;
     std::optional<HttpReply> refusalBySender(const HttpRequest& head) const;
     bool isOpen(const HttpRequest& head) const;

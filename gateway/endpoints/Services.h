@@ -10,6 +10,7 @@
 #include "endpoints/StaticFiles.h"
 #include "interpreters/Registry.h"
 #include "interpreters/settings.h"
+#include "jupyter/rest/NotebookSessions.h"
 #include "metrics/RequestMetrics.h"
 #include "metrics/metricsPage.h"
 
@@ -26,6 +27,8 @@ struct Services {
     std::vector<std::string> open;  ///< the paths of the server that need no token, without their slash
     std::function<metrics::Snapshot()> snapshot;
     access::Refusals& refusals;
+    jupyter::NotebookSessions& sessions;
+    bool canMakeInterpreters;
 };
 
 /// The sender of `request`, as the Bayeux server sees it.

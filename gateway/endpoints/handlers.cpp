@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "connector/json/ObjectBuilder.h"
+#include "endpoints/Route.h"
 #include "endpoints/messageRequests.h"
 #include "interpreters/Api.h"
 
@@ -104,6 +105,24 @@ Pending answerHome(const Services& services, const HttpRequest& request, Done do
     }
     done(std::move(reply));
     return nullptr;
+}
+
+Pending answerNoSuchPath(const Services&, const HttpRequest&, Done done) {
+    done(errorReply(404, "There is no such path."));
+    return nullptr;
+}
+
+jupyter::Ask askOf(const Services& services, const HttpRequest& request) {
+    return {.method = request.method,
+            .parameter = std::string(request.route->parameterIn(request.path)),
+            .body = request.body,
+            .root = services.basePath + request.prefix,
+            .grant = *request.grant,
+            .desk = request.desk,
+            .interpreters = services.interpreters,
+            .sessions = services.sessions,
+            .checkVenv = services.checkVenv,
+            .canMake = services.canMakeInterpreters};
 }
 
 Pending answerFile(const Services& services, const HttpRequest& request, Done done) {

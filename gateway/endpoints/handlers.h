@@ -2,10 +2,12 @@
 
 #include <functional>
 #include <memory>
+#include <utility>
 
 #include "HttpReply.h"
 #include "HttpRequest.h"
 #include "endpoints/Services.h"
+#include "jupyter/rest/Ask.h"
 
 namespace gateway::endpoints {
 
@@ -30,5 +32,17 @@ std::unique_ptr<bayeux::PendingPost> answerReadiness(const Services&, const Http
 std::unique_ptr<bayeux::PendingPost> answerMetrics(const Services&, const HttpRequest&, Done);
 std::unique_ptr<bayeux::PendingPost> answerHome(const Services&, const HttpRequest&, Done);
 std::unique_ptr<bayeux::PendingPost> answerFile(const Services&, const HttpRequest&, Done);
+
+std::unique_ptr<bayeux::PendingPost> answerNoSuchPath(const Services&, const HttpRequest&, Done);
+
+/// What `request` asks for, as a client of a notebook server.
+jupyter::Ask askOf(const Services& services, const HttpRequest& request);
+/// Answers it by one of the functions of jupyter/rest/.
+template <void (*Answer)(const jupyter::Ask&, Done)>
+std::unique_ptr<bayeux::PendingPost> answerNotebook(const Services& services, const HttpRequest& request,
+                                                    Done done) {
+    Answer(askOf(services, request), std::move(done));
+    return nullptr;
+}
 
 }  // namespace gateway::endpoints

@@ -17,6 +17,8 @@ HttpMethod methodOf(const ReceivedRequest& received) {
             return HttpMethod::Head;
         case beast_http::verb::post:
             return HttpMethod::Post;
+        case beast_http::verb::patch:
+            return HttpMethod::Patch;
         case beast_http::verb::delete_:
             return HttpMethod::Delete;
         case beast_http::verb::options:

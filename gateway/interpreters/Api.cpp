@@ -14,6 +14,7 @@
 #include "connector/json/parse.h"
 #include "dispatch/members.h"
 #include "foundation/core/utcText.h"
+#include "interpreters/replyOf.h"
 
 namespace gateway::interpreters {
 
@@ -62,20 +63,6 @@ std::string arrayOf(const std::vector<std::string>& elements) {
     std::string array;
     for (const auto& element : elements) array.append(array.empty() ? "" : ",").append(element);
     return "[" + array + "]";
-}
-
-/// Calls `action`; what it throws becomes the reply.
-template <class Action>
-HttpReply replyOf(Action action) {
-    try {
-        return action();
-    } catch (const Refusal& refusal) {
-        return errorReply(refusal.status(), refusal.what());
-    } catch (const dispatch::BadMessage& problem) {
-        return errorReply(400, problem.what());
-    } catch (const connector::json::ParseError& problem) {
-        return errorReply(400, problem.what());
-    }
 }
 
 struct RestartWish {

@@ -9,6 +9,7 @@
 
 #include "bayeux/BayeuxServer.h"
 #include "interpreters/AbsentClientsSession.h"
+#include "jupyter/KernelHost.h"
 #include "messages/LocalMessageService.h"
 #include "metrics/metricsPage.h"
 #include "ports/InterpreterPort.h"
@@ -46,6 +47,8 @@ public:
 
     const std::string& id() const { return id_; }
     ports::InterpreterPort& port() const { return *port_; }
+    jupyter::KernelHost& kernel() { return kernel_; }
+    const jupyter::KernelHost& kernel() const { return kernel_; }
     bayeux::BayeuxServer& bayeux() { return bayeux_; }
     const bayeux::BayeuxServer& bayeux() const { return bayeux_; }
     messages::LocalMessageService& messages() const { return *messages_; }
@@ -62,6 +65,7 @@ private:
     const std::unique_ptr<connector::message_service::Subscription> completions_;
     const std::shared_ptr<AbsentClientsSession> absentClients_;
     bayeux::BayeuxServer bayeux_;
+    jupyter::KernelHost kernel_;
 };
 
 }  // namespace gateway::interpreters

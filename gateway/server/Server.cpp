@@ -90,7 +90,9 @@ Server::Server(const Parts& parts, const boost::asio::ip::address& address)
                   .basePath = parts.options.basePath,
                   .open = parts.options.open,
                   .snapshot = [this] { return snapshot(); },
-                  .refusals = refusals_},
+                  .refusals = refusals_,
+                  .sessions = sessions_,
+                  .canMakeInterpreters = parts.options.makePort != nullptr},
                  parts.options.limits.unauthenticatedBodies) {
     createConfigured();
     listener_.start([this](auto socket) { serve(std::move(socket)); });

@@ -21,6 +21,7 @@
 #include "http/OpenConnections.h"
 #include "http/TrustedProxies.h"
 #include "interpreters/Registry.h"
+#include "jupyter/rest/NotebookSessions.h"
 #include "messages/LocalMessageService.h"
 #include "metrics/RequestMetrics.h"
 
@@ -83,6 +84,7 @@ private:
     const std::shared_ptr<http::OpenConnections> connections_;
     metrics::RequestMetrics metrics_;
     interpreters::Registry interpreters_;
+    jupyter::NotebookSessions sessions_;
     endpoints::Endpoints endpoints_;
     boost::asio::thread_pool reading_{1};
 
