@@ -42,10 +42,11 @@ test("figures, tables, progress and displays stand in their place, and are saved
 });
 
 test("a data frame is read from its beginning to its end, and its HTML stays when it is gone", async ({console, page}) => {
-    await console.run("import pandas as pd\ndf = pd.DataFrame({'n': range(1_000_000), 's': [f'text {i}' for i in range(1_000_000)]})\ndf");
+    await console.run("import pandas as pd\nfor i in range(100): print(i)\ndf = pd.DataFrame({'n': range(1_000_000), 's': [f'text {i}' for i in range(1_000_000)]})\ndf");
     const table = console.log.getByRole("table"), scroller = console.log.locator(".table-scroll");
     const cell = text => console.log.getByRole("cell", {name: text, exact: true});
     await expect(cell("text 0")).toBeInViewport();
+    await expect(console.log.locator(".table-foot")).toBeInViewport();
     await expect(table).toHaveAttribute("aria-rowcount", "1000001");
     await scroller.focus();
     for (const [key, shown] of [["End", "text 999999"], ["Home", "text 0"], ["PageDown", "text 20"], ["ArrowDown", "text 21"]]) {

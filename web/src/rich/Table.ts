@@ -16,8 +16,8 @@ export function showTable(html: HTMLElement, ask: AskRows): void {
         seen.disconnect();
         const view = new TableView("Table that was shown", ask, {
             onReady: () => {
-                html.hidden = true;
                 html.after(view.element);
+                queueMicrotask(() => (html.hidden = true));  // once the rows are there: the log must not become shorter in between
             },
             onGone: text => {
                 view.element.remove();

@@ -34,7 +34,7 @@ export class TableView {
         this.rows = new TableRows(ask, {
             onSlice: slice => this.take(slice),
             onError: error => this.failed(error),
-            onLate: () => this.status.replaceChildren("The interpreter is busy: the rows come when it answers."),
+            onLate: () => this.status.replaceChildren("There is no answer yet. The rows come when the interpreter answers."),
         });
         Object.assign(this.scroller, {tabIndex: 0, role: "group", ariaLabel: label});
         Object.assign(this.sheet, {role: "table", ariaLabel: label});
@@ -160,7 +160,8 @@ export class TableView {
 }
 
 function sizeOf({rows, columns, names}: Slice): string {
-    const text = `${rows.toLocaleString("en")} rows, ${columns.toLocaleString("en")} columns`;
+    const count = (number: number, what: string) => `${number.toLocaleString("en")} ${what}${number === 1 ? "" : "s"}`;
+    const text = `${count(rows, "row")}, ${count(columns, "column")}`;
     return names.length < columns ? `${text}, of which the first ${names.length} are shown. ` : `${text}. `;
 }
 
