@@ -11,6 +11,8 @@ export interface TableHandlers {
 /** Beyond, browsers do not scroll, in device pixels. */
 const tallest = 30e6;
 const outOfView = 4, widest = 40, widestLabel = 16;
+/** Of more columns only those in view are in the page, too. */
+const fewColumns = 30;
 
 /** A table of any length with its own scroller: the rows in view are in the page, and are asked for as they come into view. */
 export class TableView {
@@ -24,7 +26,10 @@ export class TableView {
     private readonly rows: TableRows;
     private readonly shown = new Map<number, HTMLElement>();
     private slice: Slice | undefined;
+    private titles = "";
     private widths: number[] = [];
+    /** The columns that rows have now. */
+    private columns = {from: 0, to: 0};
     /** The row at the top, with the part of it that is out of view. */
     private top = 0;
     /** Where the scroller stands that this has put there. */
@@ -65,13 +70,19 @@ export class TableView {
         this.sheet.ariaRowCount = String(slice.rows + 1);
         this.sheet.ariaColCount = String(slice.columns + slice.levels.length);
         this.widen(slice);
-        this.head.replaceChildren(...slice.levels.map(name => headOf(name, "Row", "table-label")),
-            ...slice.names.map((name, at) => headOf(name, "Value", slice.numeric[at] ? "is-number" : "", slice.dtypes[at])));
-        endLine(this.head);
-        for (const row of this.shown.values()) row.remove();
-        this.shown.clear();
+        this.showTitles(slice);
+        this.forget(slice.begin, slice.begin + slice.cells.length);
         if (isFirst) this.handlers.onReady?.();
         this.draw();
+    }
+
+    private showTitles({levels, names, dtypes, numeric}: Slice): void {
+        const titles = JSON.stringify([levels, names, dtypes, numeric]);
+        if (titles === this.titles) return;
+        this.titles = titles;
+        this.head.replaceChildren(...levels.map(name => headOf(name, "Row", "table-label")),
+            ...names.map((name, at) => headOf(name, "Value", numeric[at] ? "is-number" : "", dtypes[at])));
+        endLine(this.head);
     }
 
     private failed({code, message}: Error & {code?: string}): void {
@@ -86,13 +97,31 @@ export class TableView {
         const wanted = [...levels.map((name, at) => Math.min(widestLabel, longest(at, index, name))),
             ...names.map((name, at) => Math.min(widest, Math.max(longest(at, cells, name), (dtypes[at]?.length ?? 0) * 0.85)))];
         this.widths = wanted.map((width, at) => Math.max(3, width, this.widths[at] ?? 0));
-        this.sheet.style.setProperty("--table-columns", this.widths.map(width => `calc(${width}ch + 1.3em)`).join(" "));
+        const columns = this.widths.map(width => `calc(${width}ch + 1.3em)`).join(" ");
+        if (columns !== this.sheet.style.getPropertyValue("--table-columns")) this.sheet.style.setProperty("--table-columns", columns);
     }
 
     private measures(): {line: number; height: number; view: number; ratio: number} {
         const line = parseFloat(getComputedStyle(this.body).lineHeight), all = (this.slice?.rows ?? 0) * line;
         const height = Math.min(all, tallest / devicePixelRatio), view = this.scroller.clientHeight - this.head.offsetHeight;
         return {line, height, view, ratio: height < all ? (all - view) / (height - view) : 1};
+    }
+
+    private columnsInView(): {from: number; to: number} {
+        const {levels, names} = this.slice!;
+        if (names.length <= fewColumns) return {from: 0, to: names.length};
+        const {scrollLeft, clientWidth} = this.scroller, titles = [...this.head.children].slice(levels.length) as HTMLElement[];
+        const from = titles.findIndex(({offsetLeft, offsetWidth}) => offsetLeft + offsetWidth > scrollLeft);
+        return {from, to: titles.findLastIndex(({offsetLeft}) => offsetLeft < scrollLeft + clientWidth) + 1};
+    }
+
+    /** Takes rows away that are to be made anew. */
+    private forget(from: number, to: number): void {
+        for (const [at, row] of this.shown) {
+            if (at < from || at >= to) continue;
+            row.remove();
+            this.shown.delete(at);
+        }
     }
 
     private scrolled(): void {
@@ -110,11 +139,10 @@ export class TableView {
         this.sheet.style.height = `${this.head.offsetHeight + height}px`;
         const from = Math.max(0, Math.floor(this.top) - outOfView), to = Math.min(this.slice.rows, Math.ceil(this.top + view / line) + outOfView);
         this.body.style.transform = `translateY(${this.scroller.scrollTop + (from - this.top) * line}px)`;
-        for (const [at, row] of this.shown) {
-            if (at >= from && at < to) continue;
-            row.remove();
-            this.shown.delete(at);
-        }
+        const columns = this.columnsInView(), areSame = columns.from === this.columns.from && columns.to === this.columns.to;
+        this.columns = columns;
+        this.forget(0, areSame ? from : Infinity);
+        this.forget(to, Infinity);
         for (let at = from; at < to; ++at) {
             if (!this.shown.has(at)) this.shown.set(at, this.rowAt(at));
             const row = this.shown.get(at)!, place = this.body.children[at - from];
@@ -129,10 +157,17 @@ export class TableView {
         row.ariaRowIndex = String(at + 2);
         if (found) {
             row.append(...found.labels.map(label => cell("rowheader", label, "table-label")),
-                ...found.cells.map((text, column) => cell("cell", text, found.numeric[column] ? "is-number" : "")));
+                ...found.cells.slice(this.columns.from, this.columns.to).map((text, at) => this.cellAt(text, this.columns.from + at, found)));
         } else row.append(cell("cell", "\u2026", "quiet"));
         endLine(row);
         return row;
+    }
+
+    private cellAt(text: string, column: number, {labels, numeric}: {labels: string[]; numeric: boolean[]}): HTMLElement {
+        const element = cell("cell", text, numeric[column] ? "is-number" : ""), place = String(labels.length + column + 1);
+        element.style.gridColumn = place;
+        element.ariaColIndex = place;
+        return element;
     }
 
     private pressed(event: KeyboardEvent): void {
