@@ -16,7 +16,6 @@
 
 namespace jupyter {
 
-namespace wire = connector::wire;
 using Kind = dispatch::Member::Kind;
 using Members = Publisher::Members;
 
@@ -67,20 +66,30 @@ void Cell::begin() {
 }
 
 void Cell::take(const InterpreterEvent& event) {
-    if (event.channel == wire::channel::completion) return complete(event);
+    if (event.channel == connector::wire::channel::completion) return complete(event);
     if (event.channel == "/eventmgr/0/input") return parts_.inputs.ask(request(), allowsInput_, event.data);
+    if (event.channel == "/eventmgr/0/payload") return takePayload(event);
     // The sentence about the end of the process, which the completion tells as well.
     if (!event.death.empty()) return;
     output().take(event);
 }
 
+void Cell::takePayload(const InterpreterEvent& event) {
+    auto payload = event;
+    const auto source = JsonMembers(JsonMembers(event.data).jsonOr("payload", "{}")).text("source");
+    if (parts_.isShared && source == "ask_exit") {
+        payload.data = R"({"payload":{"source":"ask_exit","keepkernel":true}})";
+    }
+    output().take(payload);
+}
+
 void Cell::complete(const InterpreterEvent& event) {
     death_ = event.death;
     if (!death_.empty()) {
-        return fail(ErrorText::of("InterpreterDied", JsonMembers(death_).text("sentence", "It has died.")));
+        return fail(ErrorText::of("InterpreterDied", JsonMembers(death_).text("sentence")));
     }
     if (output().error()) return fail();
-    if (event.data != connector::json::quoted(wire::completion::success)) {
+    if (event.data != connector::json::quoted(connector::wire::completion::success)) {
         return fail(isInterrupted_
                         ? ErrorText::of("KeyboardInterrupt", "The code was interrupted before it began.")
                         : ErrorText::of("Error", "The code has failed."));

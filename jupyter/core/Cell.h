@@ -31,6 +31,7 @@ public:
         InputRequests& inputs;
         History& history;
         CellCount& count;
+        bool isShared;  ///< the end of the kernel is not for its code to ask for
     };
 
     /// Throws: dispatch::BadMessage.
@@ -45,6 +46,7 @@ public:
     void noteInterrupt() override { isInterrupted_ = true; }
 
 private:
+    void takePayload(const InterpreterEvent& event);
     void complete(const InterpreterEvent& event);
     void evaluateExpressions();
     void succeed(const std::string& expressions);

@@ -15,7 +15,6 @@
 
 namespace jupyter {
 
-namespace wire = connector::wire;
 using Members = Publisher::Members;
 
 namespace {
@@ -38,10 +37,10 @@ std::vector<std::string> decoded(std::string_view base64Texts) {
 
 CellOutput::Take CellOutput::takerOf(std::string_view channel) {
     static constexpr std::array<std::pair<std::string_view, Take>, 10> takers = {
-        {{wire::channel::output, &CellOutput::takeOutput},
-         {wire::channel::error, &CellOutput::takeErrorText},
-         {wire::channel::clear, &CellOutput::takeWindowClear},
-         {wire::channel::home, &CellOutput::takeWindowHome},
+        {{connector::wire::channel::output, &CellOutput::takeOutput},
+         {connector::wire::channel::error, &CellOutput::takeErrorText},
+         {connector::wire::channel::clear, &CellOutput::takeWindowClear},
+         {connector::wire::channel::home, &CellOutput::takeWindowHome},
          {"/eventmgr/0/display", &CellOutput::takeDisplay},
          {"/eventmgr/0/figure", &CellOutput::takeFigure},
          {"/eventmgr/0/clear", &CellOutput::takeClear},
@@ -122,7 +121,7 @@ void CellOutput::takeComm(std::string_view data) {
     const JsonMembers event(data);
     const std::string kind = event.text("kind");
     if (kind == "stream") {
-        return publisher_.stream(parent_, event.text("name", "stdout"), event.jsonOr("text", R"("")"));
+        return publisher_.stream(parent_, event.text("name"), event.jsonOr("text", R"("")"));
     }
     Members content;
     content.addJson("comm_id", event.jsonOr("comm_id", R"("")")).addJson("data", event.jsonOr("data", "{}"));

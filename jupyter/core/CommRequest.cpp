@@ -8,6 +8,7 @@
 #include "connector/json/escape.h"
 #include "connector/json/parse.h"
 #include "functionCalls.h"
+#include "lenientJson.h"
 
 namespace jupyter {
 
@@ -15,6 +16,8 @@ using Kind = dispatch::Member::Kind;
 using connector::json::quoted;
 
 namespace {
+
+constexpr int hasDied = 502;
 
 constexpr dispatch::Member members[] = {
     {"comm_id", Kind::String, true}, {"target_name", Kind::String}, {"data", Kind::Object}};
@@ -32,6 +35,16 @@ std::string base64(const std::vector<std::string>& buffers) {
     return json + ']';
 }
 
+std::string metadataOf(const Request& message) {
+    std::string metadata = message.message.metadata;
+    try {
+        parseLeniently(metadata);
+    } catch (const std::exception& error) {
+        throw dispatch::BadMessage("metadata must be a JSON object: " + std::string(error.what()));
+    }
+    return metadata;
+}
+
 }  // namespace
 
 CommRequest::CommRequest(Interpreter& interpreter, Publisher& publisher, RequestPtr request, Ended ended)
@@ -44,14 +57,13 @@ CommRequest::CommRequest(Interpreter& interpreter, Publisher& publisher, Request
                  quoted(content->getValue<std::string>("comm_id")) + ',' +
                  quoted(memberOr<std::string>(*content, "target_name", "")) + ',' +
                  (isText ? *data.extract<connector::json::Text>().json : "{}") + ',';
-    std::string metadata = message.message.metadata;
-    arguments_ += (metadata.starts_with('{') ? metadata : "{}") + ',' + base64(message.message.buffers) + ']';
+    arguments_ += metadataOf(message) + ',' + base64(message.message.buffers) + ']';
 }
 
 void CommRequest::begin() {
     const auto told = [this](const CallResult& result) {
         if (!result.problem.empty()) output().tell(result.problem);
-        ended_({});
+        ended_({.abortsCells = result.status == hasDied});
     };
     callFunction(interpreter_,
                  {.name = "numora._notebook.comm",

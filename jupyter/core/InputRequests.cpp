@@ -1,7 +1,6 @@
 #include "InputRequests.h"
 
 #include <algorithm>
-#include <charconv>
 #include <utility>
 
 #include "JsonMembers.h"
@@ -21,12 +20,6 @@ const std::string endOfInput(1, endOfTransmission);
 constexpr int gone = 409;
 
 foundation::log::DiagnosticLogger log() { return foundation::log::DiagnosticLogger("jupyter::input"); }
-
-std::uint64_t numberIn(std::string_view json) {
-    std::uint64_t number = 0;
-    std::from_chars(json.data(), json.data() + json.size(), number);
-    return number;
-}
 
 // The "msg_id" of the parent; empty where the reply names none.
 std::string parentOf(const Request& reply) {
@@ -48,7 +41,7 @@ std::string oneLine(std::string text) {
 
 void InputRequests::ask(const RequestPtr& cell, bool allowsInput, std::string_view event) {
     const JsonMembers question(event);
-    Open open{.route = cell->message.route, .number = numberIn(question.json("number"))};
+    Open open{.route = cell->message.route, .number = question.number("number")};
     if (!allowsInput) return type(open, endOfInput, nullptr);
     open.id = publisher_.ask(*cell, Publisher::Members()
                                         .addJson("prompt", question.jsonOr("prompt", R"("")"))

@@ -1,7 +1,6 @@
 #include "InterpreterLives.h"
 
 #include <algorithm>
-#include <charconv>
 #include <utility>
 
 #include "JsonMembers.h"
@@ -16,13 +15,6 @@ namespace {
 constexpr int cannotRestart = 501, refused = 409;
 constexpr int resetMs = 10'000;
 
-std::uint64_t lifeIn(std::string_view event) {
-    const auto json = JsonMembers(event).json("life");
-    std::uint64_t life = 0;
-    std::from_chars(json.data(), json.data() + json.size(), life);
-    return life;
-}
-
 }  // namespace
 
 const char* InterpreterLives::state() const {
@@ -35,7 +27,7 @@ void InterpreterLives::enter(State state, const char* status) {
     publisher_.status("{}", status);
 }
 
-void InterpreterLives::noteDeath(std::string_view death) { noteDeath(lifeIn(death)); }
+void InterpreterLives::noteDeath(std::string_view death) { noteDeath(JsonMembers(death).number("life")); }
 
 // Told by the completion of what ran and by the event, once for each life.
 void InterpreterLives::noteDeath(std::uint64_t life) {
@@ -59,8 +51,9 @@ void InterpreterLives::start() {
 }
 
 void InterpreterLives::noteState(std::string_view event) {
-    const std::string state = JsonMembers(event).text("state");
-    const std::uint64_t life = lifeIn(event);
+    const JsonMembers members(event);
+    const std::string state = members.text("state");
+    const std::uint64_t life = members.number("life");
     if (state == "dead") return noteDeath(life);
     if (state_ == State::Asked) return;
     if (state == "failed") {
@@ -102,7 +95,9 @@ void InterpreterLives::restarted(int status, std::string reason, const Answered&
         hooks_.forgetAll();
         publisher_.status("{}", "starting");
         enter(State::Alive, "idle");
-    } else if (status == cannotRestart || isShared_) {
+    } else if (status == cannotRestart) {
+        state_ = State::Alive;  // whoever has started this process starts another one
+    } else if (isShared_) {
         enter(State::Alive, "idle");
     } else {
         foundation::log::DiagnosticLogger("jupyter").error("The interpreter cannot be restarted: " + reason);

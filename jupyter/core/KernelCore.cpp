@@ -11,7 +11,6 @@
 
 namespace jupyter {
 
-namespace wire = connector::wire;
 using Kind = dispatch::Member::Kind;
 using Members = Publisher::Members;
 
@@ -124,8 +123,9 @@ void Kernel::Core::publishRunning() {
 }
 
 void Kernel::Core::takeExecution(const RequestPtr& request) {
-    queue(std::make_unique<Cell>(Cell::Parts{interpreter_, publisher_, inputs_, history_, count_}, request,
-                                 [this](const JobEnd& end) { ended(end); }));
+    queue(std::make_unique<Cell>(
+        Cell::Parts{interpreter_, publisher_, inputs_, history_, count_, options_.isShared}, request,
+        [this](const JobEnd& end) { ended(end); }));
 }
 
 void Kernel::Core::takeComm(const RequestPtr& request) {
@@ -157,7 +157,7 @@ void Kernel::Core::takeInterrupt(const RequestPtr& request) {
 }
 
 void Kernel::Core::interrupt() {
-    interpreter_.call(wire::type::interrupt, "{}", [](int status, const std::string& reason) {
+    interpreter_.call(connector::wire::type::interrupt, "{}", [](int status, const std::string& reason) {
         if (status != 200) log().warning("An interrupt was not taken: " + reason);
     });
     if (!job_) return;
@@ -228,8 +228,8 @@ void Kernel::Core::forgetAll() {
 }
 
 void Kernel::Core::takeEvent(const InterpreterEvent& event) {
-    if (event.channel == wire::channel::interpreter) return lives_.noteState(event.data);
-    if (event.channel == wire::channel::dropped) return tellOfLoss(event.data);
+    if (event.channel == connector::wire::channel::interpreter) return lives_.noteState(event.data);
+    if (event.channel == connector::wire::channel::dropped) return tellOfLoss(event.data);
     if (job_ && event.request == job_->name()) return job_->take(event);
     if (event.request.empty() && event.death.empty()) lateOutput().take(event);
 }

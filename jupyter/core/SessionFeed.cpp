@@ -9,8 +9,6 @@
 
 namespace jupyter {
 
-namespace wire = connector::wire;
-
 namespace {
 
 // For this session alone, in which no other message has it.
@@ -20,10 +18,18 @@ constexpr std::size_t batchBytes = std::size_t{64} << 10;
 // Then other tasks of the executor have their turn.
 constexpr std::size_t turnBytes = std::size_t{1} << 20;
 
-constexpr const char* channels[] = {wire::channel::output, wire::channel::error, wire::channel::completion,
-                                    wire::channel::clear,  wire::channel::home,  wire::channel::interpreter,
-                                    "/eventmgr/0/clear",   "/eventmgr/0/comm",   "/eventmgr/0/display",
-                                    "/eventmgr/0/error",   "/eventmgr/0/figure", "/eventmgr/0/input",
+constexpr const char* channels[] = {connector::wire::channel::output,
+                                    connector::wire::channel::error,
+                                    connector::wire::channel::completion,
+                                    connector::wire::channel::clear,
+                                    connector::wire::channel::home,
+                                    connector::wire::channel::interpreter,
+                                    "/eventmgr/0/clear",
+                                    "/eventmgr/0/comm",
+                                    "/eventmgr/0/display",
+                                    "/eventmgr/0/error",
+                                    "/eventmgr/0/figure",
+                                    "/eventmgr/0/input",
                                     "/eventmgr/0/payload"};
 
 }  // namespace
@@ -98,10 +104,10 @@ void SessionInterpreter::Feed::queueAnswer(std::uint64_t number, int status, con
 
 void SessionInterpreter::Feed::deliverAnswer(std::string_view data) {
     const JsonMembers answer(data);
-    auto awaited = awaited_.extract(std::stoull(std::string(answer.json("number"))));
+    auto awaited = awaited_.extract(answer.number("number"));
     if (!awaited) return;
     messages::callAndLog(
-        [&] { awaited.mapped()(std::stoi(std::string(answer.json("status"))), answer.text("text")); });
+        [&] { awaited.mapped()(static_cast<int>(answer.number("status")), answer.text("text")); });
 }
 
 }  // namespace jupyter

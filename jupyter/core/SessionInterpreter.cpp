@@ -11,7 +11,6 @@
 
 namespace jupyter {
 
-namespace wire = connector::wire;
 using connector::common::ClientRequests;
 using connector::common::ContextScope;
 using connector::common::ContextState;
@@ -74,8 +73,8 @@ void SessionInterpreter::stream(const Code& code, Refused refused) {
         if (refusal.status != 0) refuse(refusal.status, refusal.reason);
     };
     try {
-        ways_.stream(*session_, wire::channel::evalRequest, connector::json::quoted(code.text), context,
-                     taken);
+        ways_.stream(*session_, connector::wire::channel::evalRequest, connector::json::quoted(code.text),
+                     context, taken);
     } catch (const std::exception& error) {
         refuse(failed, error.what());
     }
