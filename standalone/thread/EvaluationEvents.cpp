@@ -65,13 +65,18 @@ EvaluationEvents::~EvaluationEvents() {
     }
 }
 
-void EvaluationEvents::fail(const cmddistributor::RuntimeException& error) {
+void EvaluationEvents::fail(const CodeError& failure, bool isAlone) {
     if (!isToldOf_ || !events_.hasSubscribers(u"error")) return;
+    const auto& error = failure.exception;
     std::string name = error.GetID();
     if (constexpr std::string_view prefix = "NUMORA:"; name.starts_with(prefix)) name.erase(0, prefix.size());
+    auto lines = linesOf(fl::i18n::to_string(error.getText()));
+    if (isAlone && failure.suggestion) {
+        lines.emplace_back("Did you mean: '" + fl::i18n::to_string(*failure.suggestion) + "'?");
+    }
     events_.raise(u"error", {{"name", std::move(name)},
                              {"value", fl::i18n::to_string(error.getMessage())},
-                             {"traceback", linesOf(fl::i18n::to_string(error.getText()))}});
+                             {"traceback", std::move(lines)}});
 }
 
 void EvaluationEvents::end(bool isError) {

@@ -210,8 +210,10 @@ void RequestRunner::evaluate(const std::u16string& code) {
     const bool isIncomplete = result == CodeRunner::Result::Incomplete;
     setStatus(error, isIncomplete);
     if (error) {
-        window_.showFailure(*error, queue_.isStopped());
-        evaluation.fail(error->exception);
+        // A notebook shows what the event says.
+        const bool isText = kind != CodeRunner::Kind::Cell || !events_.hasSubscribers(u"error");
+        if (isText) window_.showFailure(*error, queue_.isStopped());
+        evaluation.fail(*error, !isText);
     }
     if (kind == CodeRunner::Kind::Cell) {
         interruptibly(Opens::AtOnce, [&] { codeRunner_.endCell(); });
