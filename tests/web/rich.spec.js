@@ -101,21 +101,3 @@ test("hostile text and HTML run nothing and request nothing", async ({console, p
     // What is shown covers nothing but its own place.
     expect(await page.evaluate(() => document.elementFromPoint(20, 20).closest("#header") !== null)).toBe(true);
 });
-
-test("100,000 lines are all there, and who reads stays where he is", async ({console, page}) => {
-    await console.run("print('\\n'.join(f'begin {i}' for i in range(100)))");
-    await console.type("for i in range(100_000): print('line', i)");
-    await console.log.hover();
-    await page.mouse.wheel(0, -1e7);
-    await expect(page.locator(".new-lines")).toBeVisible();
-    await console.is("idle");
-    await expect(console.entries.first()).toBeInViewport();
-    await page.locator(".new-lines").click();
-    await console.log.focus();
-    await page.keyboard.press("Control+f");
-    await page.getByLabel("Find in the log").fill("line 77777");
-    await expect(page.getByRole("status")).toHaveText("1 of 1");
-    await page.keyboard.press("Escape");
-    const lines = await page.locator(".log .entry-body").last().textContent();
-    expect(lines).toBe(Array.from({length: 100_000}, (_, i) => `line ${i}\n`).join(""));
-});

@@ -53,7 +53,7 @@ const states = {
     "debugger": {code: "breakpoint()\nx = 1"},
     "keyboard": {code: "import numora; numora.keyboard()", leave: async (page, {type}) => type("exit()")},
     "paused": {code: "import numora; numora.pause()"},
-    "block open": {do: async ({type, says}) => (await type("for i in range(3):"), says("A block is still open"))},
+    "block open": {do: async ({type, says, code}) => (await type("for i in range(3):"), says("A block is still open"), expect(code).toHaveText("for i in range(3):"))},
     "stopping": {code: "import time\ntry: time.sleep(100)\nexcept KeyboardInterrupt: time.sleep(100)",
         do: async ({page, is}) => (await page.getByRole("button", {name: "Stop"}).click(), is("stopping"))},
     "deaf": {code: "import time\ntry: time.sleep(100)\nexcept KeyboardInterrupt: time.sleep(100)",
@@ -95,6 +95,8 @@ test("no state has barriers or goes beyond the page", async ({console, page}) =>
         }
         if (code && name !== "running" && !act) await console.is("asking");
         await act?.({page, log: console.log, code: console.code, state: console.state, ...bound});
+        const hasFocus = () => expect.poll(() => page.evaluate(() => document.activeElement !== document.body), name).toBe(true);
+        await hasFocus();
         wrong.push(...await faults(console, name));
         await leave?.(page, bound);
         if (code && !leave) await expect(async () => {
@@ -102,6 +104,7 @@ test("no state has barriers or goes beyond the page", async ({console, page}) =>
             await expect(console.state).toHaveText("Idle", {timeout: 2000});
         }).toPass();
         await console.is("idle");
+        await hasFocus();
     }
     expect(wrong).toEqual([]);
 });

@@ -172,4 +172,26 @@ test("all is done by the keyboard", async ({console, page}) => {
     await page.keyboard.type("first");
     await page.keyboard.press("Enter");
     await expect(console.code).toHaveText("first = 1");
+    for (const [key, where] of [["Control+c", console.code], ["Control+.", console.log], ["Control+c", console.log]]) {
+        await console.type("while True: pass", "Shift+Enter");
+        await expect(console.code.locator(".cm-line")).toHaveCount(2);
+        await page.keyboard.press("Control+Enter");
+        await console.is("running");
+        await where.focus();
+        await page.keyboard.press("Escape");
+        await console.is("running");
+        await page.keyboard.press(key);
+        await console.is("idle");
+    }
+    await page.keyboard.press("Alt+ArrowUp");
+    await page.keyboard.press("Alt+ArrowUp");
+    const focused = await page.evaluate(() => document.activeElement.ariaLabel);
+    await page.keyboard.press("Alt+ArrowDown");
+    expect(await page.evaluate(() => document.activeElement.ariaLabel)).not.toBe(focused);
+    await page.getByRole("button", {name: "Menu"}).focus();
+    await page.keyboard.press("Enter");
+    await expect(page.locator("#menu")).toBeVisible();
+    await page.keyboard.press("Escape");
+    await expect(page.locator("#menu")).not.toBeVisible();
+    await expect(page.getByRole("button", {name: "Menu"})).toBeFocused();
 });

@@ -27,8 +27,9 @@ export class Header {
     constructor(private readonly element: HTMLElement, private readonly settings: Settings, private readonly handlers: HeaderHandlers) {}
 
     update(current: Desk, ids: readonly string[]): void {
-        const {panels, find, workbench: {session, id}} = current, state = stateText(session);
+        const {panels, find, input, workbench: {session, id}} = current, state = stateText(session);
         const canStop = session.isBusy && session.link.name === "open";
+        const losesFocus = !canStop && document.activeElement === this.element.querySelector(".stop");
         render(html`<h1>Numora</h1>
             <label class="interpreter"><span>interpreter</span> <select aria-label="Interpreter" @change=${(event: Event) => this.handlers.onSwitch((event.target as HTMLSelectElement).value)}>
                 ${ids.map(each => html`<option value=${each} ?selected=${each === id} .selected=${each === id}>${each}</option>`)}</select></label>
@@ -39,6 +40,7 @@ export class Header {
             <button type="button" aria-pressed=${panels.isOpen} @click=${() => panels.toggle()}>Panels</button>
             <button type="button" popovertarget="menu">Menu</button>
             <div id="menu" popover @toggle=${() => this.reset(current, ids)}>${this.menu(current, ids)}</div>`, this.element);
+        if (losesFocus) input.focus();
         document.title = `${state.name === "idle" ? "" : `${state.text} \u2013 `}Numora${id === "default" ? "" : ` ${id}`}`;
         document.body.dataset.state = state.name;
     }

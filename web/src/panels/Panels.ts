@@ -45,7 +45,7 @@ export class Panels {
         this.element.append(this.divider, this.tabs, this.content);
         this.resize(this.place.width);
         narrow.addEventListener("change", () => {
-            this.isSheetOpen = false;
+            this.isSheetOpen = this.element.contains(document.activeElement);
             this.update();
         });
         this.update();
