@@ -5,8 +5,8 @@ export default {
     testMatch: "*.spec.js",
     workers: 2,
     fullyParallel: true,
-    timeout: 60_000,
-    expect: {timeout: 15_000},
+    timeout: 90_000,
+    expect: {timeout: 30_000},
     reporter: "line",
     outputDir: process.env.OUTPUT ?? "results",
     use: {

@@ -130,9 +130,12 @@ test("a death ends what ran, and what waited comes back", async () => {
     session.run("after");
     take("/connector/interpreter", {life: 1, state: "ready", death: null});
     take("/connector/interpreter", {life: 1, state: "dead", death: {life: 1}});
-    take("/connector/interpreter", {life: 2, state: "ready", death: null});
-    assert.deepEqual(told, ["entry: crash()", "death", "end: true", "back: after", "notice: The interpreter was started again: variables are gone"]);
     assert.equal(session.isBusy, false);
+    session.run("next");
+    take("/connector/interpreter", {life: 2, state: "ready", death: null});
+    assert.deepEqual(told, ["entry: crash()", "death", "end: true", "back: after", "entry: next",
+        "notice: The interpreter was started again: variables are gone"]);
+    assert.equal(session.isBusy, true);
 });
 
 test("the history walks through what begins as the text does, and comes back to that", () => {

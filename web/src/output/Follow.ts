@@ -15,7 +15,10 @@ export class Follow {
         this.button.type = "button";
         this.button.className = "new-lines";
         this.button.hidden = true;
-        this.button.addEventListener("click", () => this.toEnd(), {signal});
+        this.button.addEventListener("click", () => {
+            this.toEnd();
+            region.focus({preventScroll: true});
+        }, {signal});
         region.addEventListener("scroll", () => this.scrolled(), {signal, passive: true});
         region.addEventListener("wheel", event => event.deltaY < 0 && region.scrollTop > 0 && this.stop(), {signal, passive: true});
         document.addEventListener("selectionchange", () => this.isSelecting() && this.stop(), {signal});

@@ -102,7 +102,10 @@ export class Workspace implements Panel {
             <tbody>${rows.map(each => html`<tr><th scope="row"><div class="variable"><button type="button" title=${`Insert ${each.name}`} @click=${() => this.onPick(each.name)}>${each.name}</button>
                 ${each.table ? html`<button type="button" aria-label="Open ${each.name} as a table" title="Open as a table" @click=${() => void this.open(each.name)}>\u25a6</button>` : nothing}</div></th>
                 <td>${each.class}</td><td>${each.shape.join("\u00d7")}</td><td>${sizeText(each.bytes)}</td><td class="value" title=${each.text}>${each.text}</td></tr>`)}</tbody></table>`}
-            ${this.opened ? html`<div><div class="opened">${this.opened.name} <button type="button" @click=${() => this.close()}>Close</button></div>
+            ${this.opened ? html`<div><div class="opened">${this.opened.name} <button type="button" @click=${() => {
+                    this.close();
+                    this.element.querySelector("input")!.focus();
+                }}>Close</button></div>
                 ${this.opened.view.element}</div>` : nothing}`, this.element);
     }
 

@@ -45,6 +45,7 @@ const modes: Record<PromptName, Mode> = {
     PAUSE_PROMPT: "pause",
 };
 const reactsMs = 3000;
+const newLifeText = "The interpreter was started again: variables are gone";
 
 /**
  * What one interpreter does, from its messages, and what is sent to it.
@@ -66,6 +67,7 @@ export class Session {
 
     /** The last life that took requests. */
     private lifeReady: number | undefined;
+    private deadLife: number | undefined;
     private readonly entries = new Map<string, EntryHandle>();
     private current: EntryHandle | undefined;
     /** The name of the code that was sent and has not ended. */
@@ -239,10 +241,15 @@ export class Session {
         this.life = life;
         if (life.death && life.death.life !== before?.death?.life) {
             this.showing.death(life, this.entry());
+            this.deadLife = life.death.life;
             this.forget();
         }
         if (life.state === "ready") {
-            if (this.lifeReady !== undefined && this.lifeReady < life.life) this.startedAgain("The interpreter was started again: variables are gone");
+            if (this.lifeReady !== undefined && this.lifeReady < life.life) {
+                // What was sent after a death belongs to the new life.
+                if (this.deadLife !== undefined && this.deadLife >= this.lifeReady) this.log.notice(newLifeText);
+                else this.startedAgain(newLifeText);
+            }
             this.lifeReady = life.life;
         }
         this.handlers.onChange();
