@@ -174,8 +174,9 @@ bool CodeRunner::compileAsCell(Piece& piece) {
     return false;
 }
 
-void CodeRunner::endCell() {
-    const PyRef done(PyObject_CallMethod(runtimeModule_.get(), "end_cell", nullptr));
+void CodeRunner::endCell(bool isError) {
+    const PyRef done(
+        PyObject_CallMethod(runtimeModule_.get(), "end_cell", "O", isError ? Py_True : Py_False));
     PyErr_Clear();
 }
 

@@ -40,7 +40,7 @@ public:
     /// of the history unless it is internal.
     Result execute(const std::u16string& code, Kind kind);
     /// After a cell and the report of its error: shows the figures that it has left open.
-    void endCell();
+    void endCell(bool isError);
 
     /// The number of the next piece, which is in the history and in the name of its file.
     std::uint64_t nextNumber() const { return count_ + 1; }

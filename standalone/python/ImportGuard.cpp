@@ -32,8 +32,8 @@ bool makesOwnModule(PyObject* frame) {
     const PyRef code = codeOf(frame);
     const auto* const parts = reinterpret_cast<PyCodeObject*>(code.get());
     const auto file = textOf(parts->co_filename);
-    // No call consists of the figures, which take as long as Matplotlib does.
-    return file.starts_with("<numora.") && file != "<numora._figures>" &&
+    // No call consists of the figures and the guest, which take as long as their libraries do.
+    return file.starts_with("<numora.") && file != "<numora._figures>" && file != "<numora._ipython>" &&
            textOf(parts->co_name) == "<module>";
 }
 

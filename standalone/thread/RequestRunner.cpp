@@ -216,7 +216,7 @@ void RequestRunner::evaluate(const std::u16string& code) {
         evaluation.fail(*error, !isText);
     }
     if (kind == CodeRunner::Kind::Cell) {
-        interruptibly(Opens::AtOnce, [&] { codeRunner_.endCell(); });
+        interruptibly(Opens::AtOnce, [&] { codeRunner_.endCell(error.has_value()); });
         window_.drain(true);
     }
     evaluation.end(error.has_value());

@@ -4,8 +4,8 @@ import keyword
 import re
 import types
 
-from . import _commands, _completeness, _completion, _inspection
-from ._cells import guest, has_guest, looks_like_magic
+from . import _commands, _completeness, _completion, _guest, _inspection
+from ._cells import looks_like_magic
 from ._objects import NOTHING, is_instance
 from ._scanner import Scanner
 
@@ -79,15 +79,15 @@ def _description(found, detail):
 
 
 def is_complete(code):
-    shell = guest()
-    if shell is not None:
-        status, spaces = shell.input_transformer_manager.check_complete(code)
+    guest = _guest.made()
+    if guest:
+        status, spaces = guest.shell.input_transformer_manager.check_complete(code)
         return {"status": status, "indent": " " * (spaces or 0)}
     found = _completeness.is_complete(code)
-    if found["status"] == "complete" or not looks_like_magic(code) or not has_guest():
+    if found["status"] == "complete" or not looks_like_magic(code) or not _guest.is_available():
         return found
     if code.lstrip().startswith("%%"):  # ends with a blank line
-        return {"status": "incomplete" if code.rpartition("\n")[2].strip() else "complete", "indent": ""}
+        return {"status": "incomplete" if code.splitlines()[-1].strip() else "complete", "indent": ""}
     for foreign, python in _FOREIGN:
         code = foreign.sub(python, code)
     return _completeness.is_complete(code)

@@ -3,6 +3,8 @@
 import binascii
 import sys
 
+from . import _guest
+
 _METHODS = {
     "_repr_html_": "text/html",
     "_repr_markdown_": "text/markdown",
@@ -36,7 +38,11 @@ def displays_itself(value):
 
 def representations(value, complain):
     """The data of a value by type, always with text/plain, and the metadata. Methods that fail are complained of."""
-    data, metadata = {}, {}
+    guest = _guest.of_client()
+    data, metadata = guest.shell.display_formatter.format(value) if guest else ({}, {})
+    if guest and not data:
+        return {}, {}  # it has displayed itself
+    data = plain(data)
 
     def collect(name, type_):
         method = _method(value, name)
@@ -57,9 +63,10 @@ def representations(value, complain):
         except BaseException as error:
             complain(error)
 
-    collect("_repr_mimebundle_", None)
-    for name, type_ in _METHODS.items():
-        collect(name, type_)
+    if not guest:
+        collect("_repr_mimebundle_", None)
+        for name, type_ in _METHODS.items():
+            collect(name, type_)
     if "image/png" not in data:
         _add_figure(value, data, metadata, complain)
     if "text/html" in data:

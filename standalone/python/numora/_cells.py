@@ -3,39 +3,73 @@
 import re
 import sys
 
+import _numora_host as _host
+
+from . import _guest, _user
+
 count = 0
 
-# Lines that only a guest understands, and what makes a line look like one.
-_MAGIC = re.compile(r"^\s*[%!?,;/]|=\s*[%!]|\?[ \t]*$|^\s*(?:>>>|In \[)|\A[ \t]+\S|^(?:exit|quit)\s*$", re.MULTILINE)
+# Lines that only the guest understands, and what makes code look as if it had some.
+_MAGIC = re.compile(r"^\s*[%!?,;/]|=\s*[%!]|\?[ \t]*$|^\s*(?:>>>|In \[)|\A[ \t]+\S", re.MULTILINE)
 # What editors send to every Python kernel at its start.
 _SIMPLE = re.compile(r"^%(?:matplotlib[ \t]+inline|config[ \t]+Completer\.\S*.*|(cd)(?:[ \t]+(.*?))?)[ \t]*$", re.MULTILINE)
-_AWAIT_OUTSIDE = 0x2000  # flag of compile()
+_AWAIT_OUTSIDE, _TREE_ONLY, _IS_COROUTINE = 0x2000, 0x400, 0x80  # flags of compile(), and of code
 
 
 def begin(code):
     """Before a cell runs; gives the name of its file."""
     global count
     count += 1
+    leave_open_figures()
+    guest = _guest.made()
+    if guest is None and ("get_ipython" in code or sys.modules.get("IPython")):
+        guest = _guest.load()
+    if guest:
+        guest.before(count, code)
     return "<cell %d>" % count
+
+
+def leave_open_figures():
+    """Has those figures left alone that are open now, which are others'."""
+    if "numora._figures" in sys.modules:
+        from ._figures import begin_cell
+
+        begin_cell()
 
 
 def plain(code, error):
     """The Python code that a cell stands for whose own code is none, as an error says; or None."""
     if not _MAGIC.search(code):
         return None
-    simple = _SIMPLE.sub(_simple_call, code)
-    return simple if simple != code and _is_python(simple) else None
+    guest = _guest.made()
+    if guest is None:
+        simple = _SIMPLE.sub(_simple_call, code)
+        if simple != code and _is_python(simple):
+            return simple
+        if not _guest.is_available():
+            error.add_note("Magics, ! and ? need IPython: install python3-ipython.")
+            return None
+        guest = _guest.load()
+        guest.before(count, code)
+    try:
+        found = guest.shell.transform_cell(code)
+    except SyntaxError:
+        return None
+    return found if found.rstrip() != code.rstrip() else None
 
 
-def end():
+def end(error=None):
     """After a cell has run, and its error was shown."""
     try:
         if "numora._figures" in sys.modules:
             from ._figures import end_cell
 
             end_cell()
-    except BaseException as error:
-        complain(error)
+        guest = _guest.made()
+        if guest:
+            guest.after(error)
+    except BaseException as problem:
+        complain(problem)
 
 
 def complain(error):
@@ -43,6 +77,28 @@ def complain(error):
     from ._errors import report
 
     print(report(error)[3], end="", file=sys.stderr)
+
+
+def ask_exit():
+    """Asks the notebook to end its kernel."""
+    _host.raise_event("payload", {"payload": {"source": "ask_exit", "keepkernel": False}})
+
+
+def run(code):
+    """Runs code as a cell does, and shows the value of an expression at its end."""
+    import ast
+
+    file = "<cell %d>" % count
+    tree = compile(code, file, "exec", _TREE_ONLY, dont_inherit=True)
+    last = tree.body.pop() if tree.body and isinstance(tree.body[-1], ast.Expr) else None
+    trees = [(tree, "exec"), *([(ast.Interactive([last]), "single")] if last else ())]
+    codes = [compile(part, file, mode, _AWAIT_OUTSIDE, dont_inherit=True) for part, mode in trees]
+    if any(part.co_flags & _IS_COROUTINE for part in codes):
+        from ._loop import run, run_in_turn
+
+        return run(run_in_turn(codes, _user.variables))
+    for part in codes:
+        exec(part, _user.variables)
 
 
 def _simple_call(line):
@@ -63,14 +119,10 @@ def looks_like_magic(code):
     return _MAGIC.search(code) is not None
 
 
-def guest():
-    """The shell of the guest, or None while there is none."""
-    module = sys.modules.get("numora._ipython")
-    return module and module.shell
+def guest_is_imported():
+    """Code has imported IPython: where it is a notebook's, it expects the guest."""
+    import threading
 
-
-def has_guest():
-    """Whether the guest can be had."""
-    from importlib.util import find_spec
-
-    return sys.modules["IPython"] is not None if "IPython" in sys.modules else find_spec("IPython") is not None
+    is_possible = threading.current_thread() is threading.main_thread() and not _guest.is_being_made()
+    if is_possible and _host.has_capability("notebook"):
+        _guest.load().before(count, "")

@@ -5,37 +5,17 @@ import sys
 
 from . import _user
 from ._errors import interrupt_alone
+from ._processes import run_in_group
 
 
 def shell(command):
     """Runs a command of the shell, which reads nothing; what it prints is shown as it comes."""
-    import subprocess
-
-    process = subprocess.Popen(command, shell=True, stdin=subprocess.DEVNULL, process_group=0)
     try:
-        status = process.wait()
-    except BaseException as error:
-        _end_group(process)
-        if isinstance(error, KeyboardInterrupt):
-            raise interrupt_alone() from None
-        raise
+        status = run_in_group(command)[0]
+    except KeyboardInterrupt:
+        raise interrupt_alone() from None
     if status:
         print("The command has ended with status %d." % status, file=sys.stderr)
-
-
-def _end_group(process):
-    """Ends a command that was interrupted with all that it has started: it is asked first."""
-    import signal
-    import subprocess
-
-    try:
-        os.killpg(process.pid, signal.SIGINT)
-        process.wait(0.25)
-    except subprocess.TimeoutExpired:
-        os.killpg(process.pid, signal.SIGKILL)
-        process.wait()
-    except ProcessLookupError:
-        process.wait()
 
 
 def measure(code):

@@ -81,7 +81,7 @@ def _names(before, typed, scanner):
         return dict.fromkeys(attribute_names(value), 0), lambda name: attribute(value, name)[0]
     names = dict.fromkeys([*keyword.kwlist, *keyword.softkwlist, *copy(vars(builtins).__iter__)], 1)
     variables = copy(_user.variables.__iter__)
-    names.update((name, 0) for name in variables if type(name) is str and name.isidentifier())
+    names.update((name, name in _user.hidden) for name in variables if type(name) is str and name.isidentifier())
     return names, lambda name: find((_user.variables, vars(builtins)), name)
 
 

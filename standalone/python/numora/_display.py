@@ -6,6 +6,7 @@ import sys
 
 import _numora_host as _host
 
+from . import _guest
 from ._bundle import bundle, complain, displays_itself, ignore, plain, representations
 
 _TEXT_LIMIT = 1_000_000  # characters of text/plain in an event
@@ -69,6 +70,9 @@ def show_result(value):
     if not displays_itself(value):
         _raise("result", *representations(value, complain))
     builtins._ = value
+    guest = _guest.of_client()
+    if guest:
+        guest.keep_result(value)
 
 
 def _show(kind, value, display_id, metadata, raw):
@@ -81,13 +85,26 @@ def _show(kind, value, display_id, metadata, raw):
         print(repr(value))
         return
     data, own = (plain(value), {}) if raw else representations(value, complain)
+    guest = _guest.of_client()
+    if guest:  # which may be capturing
+        transient = {} if display_id is None else {"display_id": display_id}
+        guest.shell.display_pub.publish(data, {**own, **(metadata or {})}, transient=transient, update=kind == "update")
+    else:
+        publish(kind, data, {**own, **(metadata or {})}, display_id)
+
+
+def publish(kind, data, metadata, display_id):
+    """Shows data by type."""
+    data, is_heard = plain(data), _host.hears("display")
     if not (is_heard and _host.has_capability("display")):
         print(data.get("text/plain", ""))
     if is_heard:
-        _raise(kind, data, {**own, **(metadata or {})}, display_id)
+        _raise(kind, data, metadata or {}, display_id)
 
 
 def _raise(kind, data, metadata, display_id=None, complain=complain):
+    if not data:
+        return  # the value has displayed itself
     if isinstance(data.get("text/plain"), str):
         data["text/plain"] = _cut(data["text/plain"])
     transient = {} if display_id is None else {"display_id": display_id}

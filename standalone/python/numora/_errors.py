@@ -2,8 +2,12 @@
 
 import sys
 
+import _numora_host as _host
+
 from ._capabilities import identifier
 from ._texts import shortened, text_of
+
+hidden = []  # folders of files that are not shown to notebooks
 
 _NO_DETAILS = ([], None, [], None, False)
 
@@ -61,8 +65,9 @@ def _hide_own_frames(described):
     """Takes the program's own modules, and code that calls them for it, out of the call stacks that are shown: the code
     at fault is the user's.
     """
+    own = ("<numora.", *(hidden if _host.has_capability("notebook") else ()))
     while described is not None:
-        described.stack[:] = [f for f in described.stack if not f.filename.startswith("<numora.")
+        described.stack[:] = [f for f in described.stack if not f.filename.startswith(own)
                               and not (f.line or "").startswith("__import__('numora._")]
         for part in described.exceptions or ():
             _hide_own_frames(part)

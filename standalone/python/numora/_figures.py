@@ -9,6 +9,7 @@ from matplotlib._pylab_helpers import Gcf
 from matplotlib.backend_bases import FigureManagerBase
 from matplotlib.backends.backend_agg import FigureCanvasAgg
 
+_of_others = set()  # figures that were open before the cell that runs
 _LONGEST = 2_800_000  # bytes of pictures in one event, which become a third more in base64
 
 
@@ -40,23 +41,31 @@ class FigureCanvas(FigureCanvasAgg):
 
 def show(*_args, **_kwargs):
     """Shows all figures, which are done with then."""
+    _close(Gcf.get_all_fig_managers(), True)
+
+
+def _close(managers, is_shown):
     problem = None
-    for manager in Gcf.get_all_fig_managers():
+    for manager in managers:
         try:
-            manager.show()
+            if is_shown and isinstance(manager, FigureManager):
+                manager.show()
         except Exception as error:
             problem = problem or error
-    Gcf.destroy_all()
+        Gcf.destroy(manager)
     if problem:
         raise problem
 
 
+def begin_cell():
+    _of_others.clear()
+    _of_others.update(Gcf.get_all_fig_managers())
+
+
 def end_cell():
     """Shows the figures that a cell has left open, or closes them where nobody sees them."""
-    if _host.hears("figure"):
-        show()
-    else:
-        Gcf.destroy_all()
+    is_heard = _host.hears("figure")
+    _close([manager for manager in Gcf.get_all_fig_managers() if manager not in _of_others], is_heard)
 
 
 def png(figure):

@@ -28,7 +28,21 @@ def _show_figures_to_clients():
         sys.modules["matplotlib"].rcParams["backend"] = "module://numora._figures"
 
 
+def _expect_guest():
+    from ._cells import guest_is_imported
+
+    guest_is_imported()
+
+
+def _make_comms():
+    from ._comm import prepare_package
+
+    prepare_package()
+
+
 _PREPARATIONS = {
+    "IPython": _expect_guest,
+    "comm": _make_comms,
     "numpy": _apply_width_to_numpy,
     "matplotlib": _show_figures_to_clients,
     "concurrent.futures.thread": attribute_submitted,

@@ -31,6 +31,37 @@ def comm_info(target_name=None):
     return {"comms": comms.info(target_name) if comms else {}}
 
 
+def comm(kind, comm_id, target_name=None, data=None, metadata=None, buffers=()):
+    """Passes on a message of a comm: "open", "msg" or "close", with its buffers in base64."""
+    from ._comm import handle
+
+    handle(kind, comm_id, target_name, data or {}, metadata, buffers)
+    return True
+
+
+def reset(count=0):
+    """Makes a workspace that others share begin anew: variables, figures, comms and the count of cells."""
+    import builtins
+
+    from . import _cells, _guest, _user
+
+    for name in [name for name in _user.variables if name[:2] != "__" and name not in _user.hidden]:
+        _user.variables.pop(name, None)
+    vars(builtins).pop("_", None)
+    if "matplotlib._pylab_helpers" in sys.modules:
+        sys.modules["matplotlib._pylab_helpers"].Gcf.destroy_all()
+    if "numora._comm" in sys.modules:
+        sys.modules["numora._comm"].manager.comms.clear()
+    guest = _guest.made()
+    if guest:
+        guest.shell.history_manager.reset()
+        guest.shell.init_user_ns()
+        for name in ("exit", "quit"):
+            _user.variables.pop(name, None)
+    _cells.count = count
+    return True
+
+
 def _answer(expression):
     import json
 

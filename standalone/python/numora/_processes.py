@@ -25,6 +25,38 @@ def system(command):
     return -status if status < 0 else status << 8
 
 
+def run_in_group(command, *, is_shell=True, text=None, out=None, err=None):
+    """Runs a command that reads nothing, or a text; an interrupt ends it with all that it has started.
+
+    Returns its status, and what it has printed into pipes.
+    """
+    import subprocess
+
+    source = subprocess.DEVNULL if text is None else subprocess.PIPE
+    process = subprocess.Popen(command, shell=is_shell, stdin=source, stdout=out, stderr=err, process_group=0)
+    try:
+        printed = process.communicate(text)
+    except BaseException as error:
+        _end_group(process)
+        raise error.with_traceback(None)
+    return process.returncode, *printed
+
+
+def _end_group(process):
+    """Ends a command with all that it has started: it is asked first."""
+    import signal
+    import subprocess
+
+    try:
+        os.killpg(process.pid, signal.SIGINT)
+        process.wait(0.25)
+    except subprocess.TimeoutExpired:
+        os.killpg(process.pid, signal.SIGKILL)
+        process.wait()
+    except ProcessLookupError:
+        process.wait()
+
+
 def after_fork_in_child():
     # The window and its threads stayed in the parent, which captures what is written to the descriptors.
     _host.leave_window()

@@ -47,6 +47,10 @@ def start():
     sys.breakpointhook = open_debugger
     sys.displayhook = _host.show_result
     builtins.input, builtins.display = ask, display
+    if hasattr(builtins, "exit"):
+        from ._exit import Exit
+
+        builtins.exit, builtins.quit = (Exit(own.name, own.eof) for own in (builtins.exit, builtins.quit))
     signal.signal(signal.SIGRTMIN, _host.run_requests)
     sys.unraisablehook = _host.unraisable
     sys.ps1, sys.ps2 = ">>> ", "... "
@@ -119,11 +123,11 @@ def plain_cell(code, error):
     return plain(code, error)
 
 
-def end_cell():
+def end_cell(is_error):
     """After a cell has run, and its error was shown."""
     from ._cells import end
 
-    end()
+    end(sys.last_value if is_error else None)
 
 
 def run_coroutine(coroutine):

@@ -2,4 +2,6 @@
 
 import __main__
 
-variables = vars(__main__)  # taken once, whatever the code makes of sys.modules later
+module = __main__
+variables = vars(module)  # taken once, whatever the code makes of sys.modules later
+hidden = {}  # those that are not the user's own, with their values

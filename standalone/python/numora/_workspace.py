@@ -32,7 +32,10 @@ def workspace():
 
 def variables():
     """The variables of the user, each as its name, its value, the name of its class and its shape."""
+    hidden = _user.hidden
     for name, value in copy(_user.variables.items):
+        if name in hidden and value is hidden[name]:
+            continue
         if type(name) is str and name[:1] != "_" and name.isidentifier() and not is_instance(value, types.ModuleType):
             is_array = is_instance(value, numpy_type("ndarray"))
             shape = list(array_attribute(value, "shape")) if is_array else _shape(value)

@@ -1,0 +1,175 @@
+"""The guest of notebooks: a shell of IPython on the workspace, for its magics, its formatters and what libraries ask it.
+Cells run without it.
+"""
+
+shell = None  # before IPython is there, while which clients may ask
+
+import builtins
+import os
+import sys
+
+import _numora_host as _host
+
+sys.modules.setdefault("jedi", None)  # half of what IPython loads, for a completer that nobody asks
+try:
+    import IPython
+finally:
+    if sys.modules["jedi"] is None:
+        del sys.modules["jedi"]
+
+from IPython.core import page
+from IPython.core.displayhook import DisplayHook
+from IPython.core.displaypub import DisplayPublisher
+from IPython.core.interactiveshell import ExecutionInfo, ExecutionResult, InteractiveShell
+from traitlets import Type
+from traitlets.config import Config
+
+from . import _cells, _comm, _display, _errors, _user
+from ._shell_commands import get_output, replace_scripts, run
+from ._rich import display
+
+
+class Publisher(DisplayPublisher):
+    def publish(self, data, metadata=None, source=None, *, transient=None, update=False, **_):
+        _display.publish("update" if update else "display", data, metadata, (transient or {}).get("display_id"))
+
+    def clear_output(self, wait=False):
+        _display.clear_output(wait)
+
+
+class Hook(DisplayHook):
+    def __call__(self, result=None):
+        if result is not None:
+            _host.show_result(result)
+
+
+class ZMQInteractiveShell(InteractiveShell):  # by this name libraries know notebooks
+    display_pub_class = Type(Publisher)
+    displayhook_class = Type(Hook)
+
+    def init_virtualenv(self):
+        pass  # the program has done that
+
+    def init_prompts(self):
+        pass
+
+    def init_hooks(self):
+        super().init_hooks()
+        self.set_hook("show_in_pager", page.as_hook(self._page), 0)
+
+    def init_magics(self):
+        super().init_magics()
+        replace_scripts(self)
+
+    def enable_gui(self, gui=None):
+        if gui not in (None, "inline"):
+            print("The loop of %s is not available: figures are shown in the notebook." % gui, file=sys.stderr)
+
+    def _page(self, data, start=0, screen_lines=0, pager_cmd=None):
+        data = data if isinstance(data, dict) else {"text/plain": data}
+        self.payload_manager.write_payload({"source": "page", "data": data, "start": start})
+
+    def set_next_input(self, text, replace=False):
+        self.payload_manager.write_payload({"source": "set_next_input", "text": text, "replace": replace})
+
+    def ask_exit(self):
+        _cells.ask_exit()
+
+    def showtraceback(self, exc_tuple=None, *_, **__):
+        error = exc_tuple[1] if exc_tuple else sys.exc_info()[1]
+        if error is not None:
+            _cells.complain(error)
+
+    def system(self, cmd):
+        self.user_ns["_exit_code"] = run(self.var_expand(cmd, depth=1))
+
+    system_piped = system_raw = system
+
+    def getoutput(self, cmd, split=True, depth=0):
+        return get_output(self.var_expand(cmd, depth=depth + 1), split)
+
+    def run_cell(self, raw_cell, store_history=False, silent=False, shell_futures=True, cell_id=None):
+        """For magics that run code."""
+        result = ExecutionResult(ExecutionInfo(raw_cell, store_history, silent, shell_futures, cell_id))
+        try:
+            _cells.run(self.transform_cell(raw_cell))
+        except KeyboardInterrupt:
+            raise
+        except BaseException as error:
+            result.error_in_exec = error
+            self.showtraceback()
+        return result
+
+
+class Kernel:
+    """What libraries ask of a kernel."""
+
+    comm_manager = _comm.manager
+
+    @property
+    def _parent_header(self):
+        return {"header": {"msg_id": _host.request_name()}}
+
+    def get_parent(self, channel=None):
+        return self._parent_header
+
+
+def load():
+    """Makes the guest, once."""
+    global shell
+    if shell is not None:
+        return
+    config = Config()
+    config.HistoryManager.enabled = False  # and no thread for it
+    config.HistoryManager.hist_file = ":memory:"
+    config.InteractiveShell.colors = "NoColor"
+    config.IPKernelApp.parent_appname = "numora"  # it is looked for
+    names = {"_", "__", "___", "exit", "quit"} - _user.variables.keys()  # ours are better: other clients use them, too
+    made = ZMQInteractiveShell.instance(config=config, user_module=_user.module)
+    for name in names:
+        _user.variables.pop(name, None)
+    builtins.display = display
+    made.kernel = Kernel()
+    _comm.stand_in()
+    _user.hidden.update((name, made.user_ns[name]) for name in ("In", "Out", "get_ipython"))
+    _errors.hidden.append(os.path.dirname(IPython.__file__) + os.sep)
+    shell = made
+
+
+_running = None  # the cell that runs
+
+
+def begin():
+    """Before any code of a notebook, also of a handler of its messages."""
+    global _running
+    _running = None
+    shell.events.trigger("pre_execute")
+
+
+def before(number, code):
+    """Before a cell."""
+    global _running
+    shell.execution_count = number
+    history = shell.history_manager
+    for inputs in (history.input_hist_parsed, history.input_hist_raw):
+        inputs.extend([""] * (number - len(inputs)))
+    history.store_inputs(number, code)
+    begin()
+    _running = ExecutionInfo(code, True, False, True, None)
+    shell.events.trigger("pre_run_cell", _running)
+
+
+def after(error):
+    """After either."""
+    shell.events.trigger("post_execute")
+    if _running:
+        result = ExecutionResult(_running)
+        result.execution_count, result.error_in_exec = shell.execution_count, error
+        shell.events.trigger("post_run_cell", result)
+    for payload in shell.payload_manager.read_payload():
+        _host.raise_event("payload", {"payload": payload})
+    shell.payload_manager.clear_payload()
+
+
+def keep_result(value):
+    shell.displayhook.update_user_ns(value)
