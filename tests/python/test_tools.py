@@ -186,6 +186,7 @@ class Tools(unittest.TestCase):
             found = json.loads(json.dumps(numora.rows("table", begin, end)))
             self.assertEqual([found[key] for key in ("names", "numeric", "index", "cells")], [names, numeric, index, cells])
         self.variables["table"] = pandas.DataFrame(numpy.full((600, 300), "x" * 300, object))
+        self.assertIn(([600, 300], 600 * 300 * 8), [(row["shape"], row["bytes"]) for row in numora.workspace()])
         found = numora.rows("table", -5, 10**9)
         self.assertEqual((len(found["cells"]), len(found["names"]), len(found["cells"][0][0])), (500, 200, found["longest"]))
         self.assertLess(found["longest"], 50)

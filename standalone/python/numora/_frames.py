@@ -36,6 +36,17 @@ def is_frame(value):
     return is_instance(value, (_type("DataFrame"), _type("Series")))
 
 
+def measures(value):
+    """The shape and the bytes of the elements of a data frame or series of pandas itself; None for anything else."""
+    kind = type(value)
+    if kind is not _type("DataFrame") and kind is not _type("Series"):  # a metaclass may define ==
+        return None
+    try:
+        return list(value.shape), sum(block.values.nbytes for block in value._mgr.blocks)
+    except Exception:  # it is being changed, or pandas has other ways now
+        return None
+
+
 def open_frame(value):
     return _Frame(value, is_instance(value, _type("Series"))) if is_frame(value) else None
 

@@ -5,6 +5,7 @@ import sys
 import types
 
 from . import _user
+from ._frames import measures
 from ._objects import array_attribute, class_levels, class_name, copy, find, is_instance, numpy_type
 from ._previews import preview
 from ._tables import is_table
@@ -16,12 +17,13 @@ def workspace():
     rows = []
     for name, value, kind, shape in variables():
         is_array = is_instance(value, numpy_type("ndarray"))
+        shape, size = measures(value) or (shape, None)
         rows.append(
             {
                 "name": name,
                 "class": kind,
                 "shape": shape,
-                "bytes": int(array_attribute(value, "nbytes")) if is_array else _size(value),
+                "bytes": int(array_attribute(value, "nbytes")) if is_array else size or _size(value),
                 "text": preview(value, 100),
                 "table": is_table(value),
             }
