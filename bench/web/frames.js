@@ -35,7 +35,7 @@ export async function watchPage(page, presses = true) {
             ++pressed;
             await new Promise(done => setTimeout(done, 150));
         }
-    })();
+    })().catch(() => {});  // the page is gone, which whoever waits for it tells
     return {
         async stop() {
             isOn = false;
