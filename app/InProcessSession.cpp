@@ -50,7 +50,8 @@ void countInterrupts() {
 }
 
 standalone::HostOptions prepareHost(const WindowSize& window, const Workplace& workplace,
-                                    const std::map<std::string, std::string>& configuration) {
+                                    const std::map<std::string, std::string>& configuration,
+                                    int traceDescriptor) {
     workplace.enter();
     standalone::blockInterpreterSignals();
     acceptInterrupts();
@@ -59,6 +60,7 @@ standalone::HostOptions prepareHost(const WindowSize& window, const Workplace& w
     options.rows = static_cast<std::uint64_t>(window.rows);
     options.virtualEnvironment = workplace.venv();
     options.configuration = configuration;
+    options.traceDescriptor = traceDescriptor;
     return options;
 }
 
@@ -115,9 +117,10 @@ private:
 }  // namespace
 
 InProcessSession::InProcessSession(const WindowSize& window, const Workplace& workplace,
-                                   const std::map<std::string, std::string>& configuration)
+                                   const std::map<std::string, std::string>& configuration,
+                                   int traceDescriptor)
     : serializer_(std::make_shared<connector::json::JsonSerializer>()),
-      host_(prepareHost(window, workplace, configuration)),
+      host_(prepareHost(window, workplace, configuration, traceDescriptor)),
       module_({.framework = host_.framework(),
                .configuration = host_.configuration(),
                .serializer = serializer_,

@@ -19,9 +19,10 @@ namespace app {
 class InProcessSession : public Session {
 public:
     /// Enters the workplace, which must have been found. `configuration` is what that of the host begins
-    /// with.
+    /// with; `traceDescriptor` is that of HostOptions.
     explicit InProcessSession(const WindowSize& window, const Workplace& workplace = {},
-                              const std::map<std::string, std::string>& configuration = {});
+                              const std::map<std::string, std::string>& configuration = {},
+                              int traceDescriptor = -1);
 
     StandardStreams streams() const override;
     std::uint64_t interrupts() const override;

@@ -2,17 +2,14 @@
 
 #include <algorithm>
 #include <chrono>
-#include <condition_variable>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <stdexcept>
 #include <string>
 #include <system_error>
-#include <thread>
 #include <utility>
 
 #include <CLI/CLI.hpp>
@@ -24,6 +21,7 @@
 #include "ServeSettings.h"
 #include "ServeSignals.h"
 #include "ServeWarnings.h"
+#include "StopDeadline.h"
 #include "foundation/log/diagnostic_logger.h"
 #include "gateway/Gateway.h"
 #include "optionValues.h"
@@ -41,39 +39,7 @@ const foundation::log::DiagnosticLogger& log() {
     return instance;
 }
 
-constexpr auto timeForLog = std::chrono::milliseconds(200);
 constexpr rlim_t otherFiles = 512;
-
-/// Ends the process when this is not destroyed in time: code that no interrupt ends must not keep it.
-class StopDeadline {
-public:
-    explicit StopDeadline(std::chrono::milliseconds limit) : limit_(limit), thread_([this] { run(); }) {}
-    ~StopDeadline() {
-        {
-            const std::lock_guard lock(mutex_);
-            isOver_ = true;
-        }
-        changed_.notify_all();
-        thread_.join();
-    }
-    StopDeadline(const StopDeadline&) = delete;
-    StopDeadline& operator=(const StopDeadline&) = delete;
-
-private:
-    void run() {
-        std::unique_lock lock(mutex_);
-        if (changed_.wait_for(lock, limit_, [this] { return isOver_; })) return;
-        log().error("The running code does not end; the process ends without it.");
-        foundation::log::flush(timeForLog);
-        std::_Exit(0);
-    }
-
-    const std::chrono::milliseconds limit_;
-    std::mutex mutex_;
-    std::condition_variable changed_;
-    bool isOver_ = false;
-    std::thread thread_;  // last: starts once the rest exists
-};
 
 // Every connection is an open file, also one whose client has gone while its request runs, and Python code
 // needs some, too. Where the system allows fewer, there are fewer connections: without files, none is

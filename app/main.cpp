@@ -16,6 +16,7 @@
 #include "EvalCommand.h"
 #include "InterpretersCommand.h"
 #include "InterruptCommand.h"
+#include "KernelCommand.h"
 #include "RestartCommand.h"
 #include "RunCommand.h"
 #include "ServeCommand.h"
@@ -117,6 +118,7 @@ int run(int argc, char** argv) {
     addDeathsCommand(program, command);
     addInterpretersCommand(program, command);
     addInterruptCommand(program, command);
+    addKernelCommand(program, command);
     addStatusCommand(program, command);
     try {
         program.parse(argumentsFrom(argc, argv));

@@ -88,7 +88,7 @@ class EvalTest(unittest.TestCase):
         rows = {
             "no command": ([], b"", "\nCommands:\n  eval "),
             "unknown command": (["bogus"], b"", "numora: bogus is no command; there are call, console, deaths, eval, "
-                                "interpreters, interrupt, restart, run, serve and status\n"),
+                                "interpreters, interrupt, kernel, restart, run, serve and status\n"),
             "unknown option": (["eval", "--bogus", "1"], b"", "numora: --bogus is no option of numora eval\nRun 'numora eval --help'"),
             "unknown option alone": (["eval", "--bogus"], b"", "numora: --bogus is no option of numora eval\n"),
             "no code": (["eval"], b"", "numora: CODE is required\n"),
