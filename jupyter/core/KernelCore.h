@@ -39,6 +39,7 @@ private:
     using Handler = void (Core::*)(const RequestPtr&);
     static Handler handlerOf(const std::string& type);
 
+    void tellStart();
     void handle(const RequestPtr& request);
     void refuse(const Request& request, const std::string& reason);
     /// After the reply to a request that has not waited for its turn.
@@ -81,6 +82,7 @@ private:
     std::unique_ptr<Job> endedJob_;  // the one before, which may be the caller
     std::string lastParent_ = "{}";
     double lastActivity_ = 0;
+    bool isStartTold_ = false;
     const Lifetime lifetime_;
 };
 

@@ -63,19 +63,29 @@ void SessionInterpreter::Feed::stop() {
     awaited_.clear();
 }
 
+void SessionInterpreter::Feed::resume() {
+    session_->noteReading();
+    drain();
+}
+
+// What is delivered may have it called, which must not put later frames before those that are taken.
 void SessionInterpreter::Feed::drain() {
     const auto self = shared_from_this();
     isScheduled_ = false;
-    std::size_t bytes = 0;
-    while (received_ && hasRoom_()) {
-        if (bytes >= turnBytes) return wake();
+    if (std::exchange(isDraining_, true)) return;
+    for (std::size_t bytes = 0; received_ && hasRoom_();) {
+        if (bytes >= turnBytes) {
+            wake();
+            break;
+        }
         const auto taken = session_->take(batchBytes, std::chrono::milliseconds(0));
-        if (taken.frames.empty()) return;
+        if (taken.frames.empty()) break;
         for (const auto& frame : taken.frames) {
             bytes += frame->text().size();
             deliver(*frame);
         }
     }
+    isDraining_ = false;
 }
 
 void SessionInterpreter::Feed::deliver(const messages::MessageFrame& frame) {

@@ -24,8 +24,8 @@ public:
         : session_(std::move(session)), executor_(executor) {}
 
     void listen(std::function<void(const InterpreterEvent&)> received, std::function<bool()> hasRoom);
-    /// Delivers what there is, as far as there is room.
-    void drain();
+    /// Delivers what there is, as far as there is room. Clients read.
+    void resume();
     /// The number under which an answer comes in its turn among the events.
     std::uint64_t await(Answered answered);
 
@@ -39,6 +39,7 @@ public:
 
 private:
     void wake();
+    void drain();
     void deliver(const messages::MessageFrame& frame);
     void deliverAnswer(std::string_view data);
 
@@ -46,6 +47,7 @@ private:
     Executor& executor_;
     messages::HandlerGate gate_;  // of the ways to the executor
     std::atomic<bool> isScheduled_{false};
+    bool isDraining_ = false;
     std::function<void(const InterpreterEvent&)> received_;
     std::function<bool()> hasRoom_;
     std::map<std::uint64_t, Answered> awaited_;

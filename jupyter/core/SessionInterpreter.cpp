@@ -116,6 +116,6 @@ void SessionInterpreter::listen(std::function<void(const InterpreterEvent&)> rec
     feed_->listen(std::move(received), std::move(hasRoom));
 }
 
-void SessionInterpreter::resume() { feed_->drain(); }
+void SessionInterpreter::resume() { feed_->resume(); }
 
 }  // namespace jupyter

@@ -27,8 +27,8 @@ public:
     std::uint64_t number() const { return number_; }
     std::chrono::steady_clock::time_point since() const { return begin_; }
 
-    /// Raises the event of the error that ends it. `isAlone`: nothing else tells of it, so that the name which
-    /// may have been meant is added.
+    /// Raises the event of the error that ends it. `isAlone`: nothing else tells of it, so that the name
+    /// which may have been meant is added.
     void fail(const CodeError& failure, bool isAlone);
     /// Raises the event of its end.
     void end(bool isError);

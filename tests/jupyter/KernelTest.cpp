@@ -43,6 +43,7 @@ protected:
             std::getline(words >> std::ws, rest);
         };
         if (command == "send") return send(words);
+        if (command == "begin") return begin(words);
         split();
         if (command == "event") return event(interpreter_.running, first, rest);
         if (command == "late") return event("", first, rest);
@@ -58,6 +59,13 @@ protected:
         answered(std::stoi(first), first == "200" && !rest.empty() ? success + rest + '}' : rest);
     }
 
+    /// Of a cell, where what comes of it is not of interest.
+    void begin(std::istringstream& words) {
+        const std::size_t size = transcript_.size();
+        std::istringstream request("execute_request" + words.str().substr(words.str().find(' ')));
+        send(request);
+        transcript_.resize(size);
+    }
     /// TYPE ID CONTENT, with @ROUTE, ^PARENT or #CHANNEL between them.
     void send(std::istringstream& words) {
         jupyter::Message message;
@@ -141,10 +149,7 @@ idle ^c1
 stream {"name":"stdout","text":"late"} ^c1
 )"},
                                          KernelCase{"AnErrorAbortsTheCellsThatWaitAndNothingElse", R"(
-> send execute_request c1 {"code":"1"}
-busy ^c1
-execute_input {"code":"1","execution_count":1} ^c1
-run display notebook: 1
+> begin c1 {"code":"1"}
 > send execute_request c2 @B {"code":"2"}
 > send comm_msg m1 {"comm_id":"i","data":{"x":[1]}}
 > send execute_request c3 {"code":"3","silent":true}
@@ -164,10 +169,7 @@ call connector/v1/FEval {"function":"numora._notebook.comm","arguments":["msg","
 stream {"name":"stdout","text":"handled\n"} ^m1
 > answer 200 "[null]"
 idle ^m1
-> send execute_request c4 {"code":"4","stop_on_error":false}
-busy ^c4
-execute_input {"code":"4","execution_count":2} ^c4
-run display notebook: 4
+> begin c4 {"code":"4","stop_on_error":false}
 > send execute_request c5 {"code":"5","store_history":false}
 > fails E
 error {"ename":"E","evalue":"no","traceback":["Traceback","E: no"]} ^c4
@@ -192,10 +194,7 @@ execute_reply {"status":"ok","execution_count":0,"user_expressions":{"\"k":{"sta
 idle ^c1
 )"},
                                          KernelCase{"WhatIsRefusedIsAnsweredWithTheReason", R"(
-> send execute_request c1 {"code":"1"}
-busy ^c1
-execute_input {"code":"1","execution_count":1} ^c1
-run display notebook: 1
+> begin c1 {"code":"1"}
 > refuse 429 too many
 error {"ename":"Refused","evalue":"too many","traceback":["Refused: too many"]} ^c1
 execute_reply {"status":"error","ename":"Refused","evalue":"too many","traceback":["Refused: too many"],"execution_count":1,"user_expressions":{},"payload":[]} ^c1 @A
@@ -221,10 +220,7 @@ idle ^q3
 
 INSTANTIATE_TEST_SUITE_P(Beside, KernelScriptTest,
                          testing::Values(KernelCase{"BusyIsShownAgainAfterAnAnswerBesideACell", R"(
-> send execute_request c1 {"code":"1"}
-busy ^c1
-execute_input {"code":"1","execution_count":1} ^c1
-run display notebook: 1
+> begin c1 {"code":"1"}
 > send complete_request q1 @B {"code":"a.b","cursor_pos":3}
 busy ^q1
 call connector/v1/FEval {"function":"numora._notebook.complete","arguments":["a.b",3],"nargout":1,"dequeMode":"ppe","timeoutMs":10000}
@@ -251,10 +247,7 @@ idle ^q3
 busy ^c1
 )"},
                                          KernelCase{"AnInterruptIsAnsweredOnceItIsSent", R"(
-> send execute_request c1 {"code":"1"}
-busy ^c1
-execute_input {"code":"1","execution_count":1} ^c1
-run display notebook: 1
+> begin c1 {"code":"1"}
 > send interrupt_request i1 @B {}
 busy ^i1
 call connector/v1/Interrupt {}
@@ -281,10 +274,7 @@ idle ^c2
 )"},
                                          KernelCase{"AnAnswerIsTypedOnceAndFromWhoWasAsked", R"(
 > send input_reply s0 #stdin {"value":"stale"}
-> send execute_request c1 @B {"code":"1","allow_stdin":true}
-busy ^c1
-execute_input {"code":"1","execution_count":1} ^c1
-run display notebook stdin: 1
+> begin c1 @B {"code":"1","allow_stdin":true}
 > event input {"number":7,"password":true,"prompt":"Who? ","request":"r"}
 input_request {"prompt":"Who? ","password":true} ^c1 @B
 > send input_reply s1 #stdin {"value":"another client"}
@@ -311,10 +301,7 @@ idle ^c1
 
 INSTANTIATE_TEST_SUITE_P(Lives, KernelScriptTest,
                          testing::Values(KernelCase{"ADeathIsToldOnceAndTheNextLifeIsStarted", R"(
-> send execute_request c1 {"code":"1","stop_on_error":false}
-busy ^c1
-execute_input {"code":"1","execution_count":1} ^c1
-run display notebook: 1
+> begin c1 {"code":"1","stop_on_error":false}
 > send execute_request c2 {"code":"2"}
 > dies 3
 error {"ename":"InterpreterDied","evalue":"It has died.","traceback":["InterpreterDied: It has died."]} ^c1
@@ -327,10 +314,7 @@ restarting ^
 call connector/v1/FEval {"function":"len","arguments":[[]],"nargout":1,"dequeMode":"ppe"}
 > state {"id":"default","life":3,"state":"dead","death":{"life":3}}
 > state {"id":"default","life":4,"state":"starting","death":null}
-> send execute_request c3 {"code":"3"}
-busy ^c3
-execute_input {"code":"3","execution_count":2} ^c3
-run display notebook: 3
+> begin c3 {"code":"3"}
 > state {"id":"default","life":4,"state":"ready","death":null}
 idle ^
 busy ^c3
@@ -339,10 +323,7 @@ busy ^c3
 dead ^
 )"},
                                          KernelCase{"ARestartAbortsWhatWaitsAndCountsAnew", R"(
-> send execute_request c1 {"code":"1"}
-busy ^c1
-execute_input {"code":"1","execution_count":1} ^c1
-run display notebook: 1
+> begin c1 {"code":"1"}
 > send execute_request c2 {"code":"2"}
 > send shutdown_request d1 #control {"restart":true}
 busy ^d1

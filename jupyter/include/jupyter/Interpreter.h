@@ -54,7 +54,7 @@ public:
 
     /// From now on `received` is called on the kernel's executor with each event, in their order. Events wait
     /// while `hasRoom` says no, and the code that causes them with them, as long as the client is waited for;
-    /// `resume` has it asked again. Empty functions end it.
+    /// `resume` has it asked again, and says that the clients read. Empty functions end it.
     virtual void listen(std::function<void(const InterpreterEvent&)> received,
                         std::function<bool()> hasRoom) = 0;
     virtual void resume() = 0;

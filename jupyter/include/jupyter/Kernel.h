@@ -27,7 +27,8 @@ struct KernelOptions {
     /// Whether more than one front end may use the interpreter, and others that are none: `exit()` and a
     /// shutdown leave it alone then.
     bool isShared = false;
-    /// Called on the executor when a client asks for the end of the kernel, after the reply was sent.
+    /// Called on the executor when a client asks for the end of the kernel, after the reply was sent; the
+    /// kernel must not be destroyed within it.
     std::function<void(bool isRestart)> shutDown;
 };
 
@@ -59,7 +60,8 @@ public:
     /// As a shutdown_request with "restart" does. `answered` gets status 200 when the interpreter is new, or
     /// an HTTP status and the reason why it is not. Not after the end of the kernel.
     void restart(std::function<void(int status, std::string reason)> answered);
-    /// Room has come back in the outlet.
+    /// Room has come back in the outlet, or its clients go on reading: code that waits for them goes on
+    /// waiting then.
     void resume();
 
     /// "busy", "idle", "restarting" or "dead", and when the last message came: seconds since 1970.
