@@ -172,5 +172,6 @@ class CellsTest(unittest.TestCase):
                                  ("%%bash\nls", "incomplete"), ("%%bash\nls\n\n", "complete"), ("x = = 1", "invalid")]:
                 self.assertEqual(self.notebook.call("is_complete", code)["status"], status, code)
             self.notebook.run("x = 1\n%time 1")
+        self.assertEqual(self.notebook.call("complete", "x\n%%timei", 9)["matches"], ["%%timeit"])
         self.assertEqual(self.notebook.call("expressions", {"a": "x + 1", "b": "nope"})["a"]["data"], {"text/plain": "2"})
         self.assertEqual(self.notebook.call("expressions", {"b": "nope"})["b"]["ename"], "NameError")

@@ -20,13 +20,23 @@ _FOREIGN = ((re.compile(r"^([ \t]*)(?:[%!?]|.*\?[ \t]*$).*$", re.MULTILINE), r"\
 def complete(code, cursor):
     end = max(0, min(cursor, len(code)))
     try:
-        start, matches, value_of = _completion.words_at_end(code[:end])
+        start, matches, value_of = _magics(code[:end]) or _completion.words_at_end(code[:end])
     except Exception:  # as for every other client
         start, matches, value_of = end, [], None
     matches = matches[: _completion.MATCH_LIMIT]
     kinds = [{"start": start, "end": end, "text": match, "type": _kind(match, value_of(match))} for match in matches]
     return {"matches": matches, "cursor_start": start, "cursor_end": end,
             "metadata": {"_jupyter_types_experimental": kinds} if kinds else {}}  # fmt: skip
+
+
+def _magics(code):
+    """The magics that a line may begin with, once the guest is there."""
+    guest, typed = _guest.made(), re.search(r"(?:^|\n)[ \t]*(%{1,2})(\w*)\Z", code)
+    if not guest or not typed:
+        return None
+    kind = "cell" if typed[1] == "%%" else "line"
+    names = sorted(name for name in guest.shell.magics_manager.magics[kind] if name.startswith(typed[2]))
+    return typed.start(1), [typed[1] + name for name in names], lambda _: NOTHING
 
 
 def _kind(name, value):

@@ -8,11 +8,13 @@ import _numora_host as _host
 from . import _guest, _user
 
 count = 0
+_has_failed = False
 
 # Lines that only the guest understands, and what makes code look as if it had some.
-_MAGIC = re.compile(r"^\s*[%!?,;/]|=\s*[%!]|\?[ \t]*$|^\s*(?:>>>|In \[)|\A[ \t]+\S", re.MULTILINE)
+_MAGIC = re.compile(r"^\s*[%!?]|\A[,;/]|=\s*[%!]|\?[ \t]*$|^\s*(?:>>>|In \[)|\A[ \t]+\S", re.MULTILINE)
 # What editors send to every Python kernel at its start.
-_SIMPLE = re.compile(r"^%(?:matplotlib[ \t]+inline|config[ \t]+Completer\.\S*.*|(cd)(?:[ \t]+(.*?))?)[ \t]*$", re.MULTILINE)
+_SIMPLE = re.compile(
+    r"^%(?:matplotlib[ \t]+inline|config[ \t]+Completer\.\S*.*|(cd)(?:[ \t]+([^-${\n][^${\n]*?))?)[ \t]*$", re.MULTILINE)
 _AWAIT_OUTSIDE, _TREE_ONLY, _IS_COROUTINE = 0x2000, 0x400, 0x80  # flags of compile(), and of code
 
 
@@ -23,10 +25,22 @@ def begin(code):
     leave_open_figures()
     guest = _guest.made()
     if guest is None and ("get_ipython" in code or sys.modules.get("IPython")):
-        guest = _guest.load()
+        guest = _guest_if_it_works()
     if guest:
         guest.before(count, code)
     return "<cell %d>" % count
+
+
+def _guest_if_it_works():
+    """The guest that code may expect; or None, which is said once."""
+    global _has_failed
+    if _has_failed or not _guest.is_available():
+        return None
+    try:
+        return _guest.load()
+    except Exception as error:
+        _has_failed = True
+        complain(error)
 
 
 def leave_open_figures():
@@ -125,4 +139,6 @@ def guest_is_imported():
 
     is_possible = threading.current_thread() is threading.main_thread() and not _guest.is_being_made()
     if is_possible and _host.has_capability("notebook"):
-        _guest.load().before(count, "")
+        guest = _guest_if_it_works()
+        if guest:
+            guest.before(count, "")

@@ -4,6 +4,7 @@ Cells run without it.
 
 shell = None  # before IPython is there, while which clients may ask
 
+import atexit
 import builtins
 import os
 import sys
@@ -129,6 +130,7 @@ def load():
     for name in names:
         _user.variables.pop(name, None)
     builtins.display = display
+    atexit.unregister(made.atexit_operations)  # it would take the variables from what else is called then
     made.kernel = Kernel()
     _comm.stand_in()
     _user.hidden.update((name, made.user_ns[name]) for name in ("In", "Out", "get_ipython"))
