@@ -77,7 +77,7 @@ class ZMQInteractiveShell(InteractiveShell):  # by this name libraries know note
         _cells.ask_exit()
 
     def showtraceback(self, exc_tuple=None, *_, **__):
-        error = exc_tuple[1] if exc_tuple else sys.exc_info()[1]
+        error = exc_tuple[1] if exc_tuple else sys.exc_info()[1] or getattr(sys, "last_value", None)
         if error is not None:
             _cells.complain(error)
 
@@ -131,6 +131,7 @@ def load():
         _user.variables.pop(name, None)
     builtins.display = display
     atexit.unregister(made.atexit_operations)  # it would take the variables from what else is called then
+    made.extension_manager.load_extension("storemagic")
     made.kernel = Kernel()
     _comm.stand_in()
     _user.hidden.update((name, made.user_ns[name]) for name in ("In", "Out", "get_ipython"))
