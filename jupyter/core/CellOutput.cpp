@@ -89,11 +89,11 @@ void CellOutput::takeFigure(std::string_view data) {
     const JsonMembers figure(data);
     const auto png = figure.json("png");
     if (!png.starts_with('"')) return;
-    const std::string text =
-        "<Figure size " + figure.jsonOr("width", "?") + 'x' + figure.jsonOr("height", "?") + '>';
     publisher_.publish(parent_, "display_data",
                        Members()
-                           .add("data", Members().addJson("image/png", png).add("text/plain", text))
+                           .add("data", Members()
+                                            .addJson("image/png", png)
+                                            .addJson("text/plain", figure.jsonOr("text", R"("<Figure>")")))
                            .addJson("metadata", "{}")
                            .addJson("transient", "{}"));
 }

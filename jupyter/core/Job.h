@@ -16,7 +16,8 @@ struct JobEnd {
     std::string death{};       ///< of the interpreter's process, as JSON; empty where it goes on
 };
 
-/// A request of a client that runs in the interpreter, in its turn. Its name is that of all its events.
+/// A request of a client that runs in the interpreter, in its turn. Its name is that of all its events: its
+/// "msg_id" where it can be, which code is told for the message that it runs for.
 ///
 /// Threads: on the kernel's executor.
 class Job {
@@ -26,7 +27,7 @@ public:
 
     Job(RequestPtr request, Publisher& publisher)
         : request_(std::move(request)),
-          name_(connector::common::RequestOrigin::newName()),
+          name_(nameFor(*request_)),
           output_(publisher, request_->message.header) {}
     virtual ~Job() = default;
     Job(const Job&) = delete;
@@ -45,6 +46,11 @@ public:
     virtual void noteInterrupt() {}
 
 private:
+    static std::string nameFor(const Request& request) {
+        using connector::common::RequestOrigin;
+        return RequestOrigin::isName(request.id) ? request.id : RequestOrigin::newName();
+    }
+
     const RequestPtr request_;
     const std::string name_;
     CellOutput output_;

@@ -132,8 +132,8 @@ stream {"name":"stdout","text":"a\n\u003c"} ^c1
 execute_result {"data":{"text/plain":"2, \"}"},"metadata":{"a":1},"execution_count":1} ^c1
 > event display {"data":{},"kind":"update","metadata":{},"request":"r","transient":{"display_id":"d"}}
 update_display_data {"data":{},"metadata":{},"transient":{"display_id":"d"}} ^c1
-> event figure {"height":20,"number":1,"png":"aGk=","svg":null,"title":"","width":10}
-display_data {"data":{"image/png":"aGk=","text/plain":"\u003cFigure size 10x20\u003e"},"metadata":{},"transient":{}} ^c1
+> event figure {"number":1,"png":"aGk=","svg":null,"text":"F"}
+display_data {"data":{"image/png":"aGk=","text/plain":"F"},"metadata":{},"transient":{}} ^c1
 > event clear {"request":"r","wait":true}
 clear_output {"wait":true} ^c1
 > event payload {"payload":{"source":"page"},"request":"r"}
@@ -164,7 +164,7 @@ busy ^c3
 execute_reply {"status":"aborted"} ^c3 @A
 idle ^c3
 busy ^m1
-call connector/v1/FEval {"function":"numora._notebook.comm","arguments":["msg","i","",{"x":[1]},{},[]],"nargout":1,"dequeMode":"default","uuid":"NAME"}
+call connector/v1/FEval {"function":"numora._notebook.comm","arguments":["msg","i","",{"x":[1]},{},[]],"nargout":1,"dequeMode":"default","uuid":"m1"}
 > event comm {"kind":"stream","name":"stdout","text":"handled\n"}
 stream {"name":"stdout","text":"handled\n"} ^m1
 > answer 200 "[null]"
