@@ -50,6 +50,7 @@ GUEST = [
      ("output", "ended None")),
     ("1 / 0", ("error", "ZeroDivisionError"), ("output", "ended division by zero")),
     ("events.callbacks['post_run_cell'].clear(); await __import__('asyncio').sleep(0, 7)", ("display", '"7"')),
+    ("%matplotlib inline\nplt.plot([1, 2]);", ("display", '"image/png"')),
     ("{row['name'] for row in numora.workspace()} & {'In', 'Out', 'get_ipython', 'exit'}", ("display", r"set\(\)")),
 ]  # fmt: skip
 COMMS = """

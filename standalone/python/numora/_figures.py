@@ -48,7 +48,7 @@ def _close(managers, is_shown):
     problem = None
     for manager in managers:
         try:
-            if is_shown and isinstance(manager, FigureManager):
+            if is_shown:
                 manager.show()
         except Exception as error:
             problem = problem or error
@@ -64,8 +64,8 @@ def begin_cell():
 
 def end_cell():
     """Shows the figures that a cell has left open, or closes them where nobody sees them."""
-    is_heard = _host.hears("figure")
-    _close([manager for manager in Gcf.get_all_fig_managers() if manager not in _of_others], is_heard)
+    left = [manager for manager in Gcf.get_all_fig_managers() if manager not in _of_others]
+    _close([manager for manager in left if isinstance(manager, FigureManager)], _host.hears("figure"))
 
 
 def png(figure):
