@@ -1,0 +1,64 @@
+// Pages with notebooks in Chromium: two of them at a time.
+
+import assert from "node:assert/strict";
+import {join} from "node:path";
+import {after, before, test} from "node:test";
+import {chromium} from "playwright-core";
+import {NotebookServer} from "./notebookServer.js";
+
+const limit = 30_000;
+let browser;
+
+before(async () => {
+    browser = await chromium.launch({executablePath: process.env.CHROMIUM ?? "/usr/bin/chromium"});
+});
+after(() => browser.close());
+
+async function open(t, url) {
+    const page = await browser.newPage({viewport: {width: 1000, height: 900}});
+    page.setDefaultTimeout(limit);
+    t.after(() => page.close());
+    await page.goto(url);
+    return page;
+}
+
+async function picture(page, name) {
+    if (process.env.OUTPUT) await page.screenshot({path: join(process.env.OUTPUT, `${name}.png`)});
+}
+
+const cells = [
+    "import pandas\nprint('text of', __name__)",
+    "pandas.DataFrame({'a': [1, 2], 'b': ['x', 'y']})",
+    "name = input('Name? ')\nprint('Hello', name)",
+    "undefined_name",
+];
+
+/** Runs all cells of a notebook in a page, and answers its question. */
+async function work(t, notebooks, name) {
+    const page = await open(t, notebooks.write(`${name}.ipynb`, cells));
+    await page.locator("#kernel_indicator_icon.kernel_idle_icon").waitFor();
+    await page.locator("#celllink").click();
+    await page.locator("#run_all_cells").click();
+    const answer = page.locator(".raw_input");
+    await answer.waitFor();
+    await answer.fill(name);
+    await answer.press("Enter");
+    await page.getByText("NameError").first().waitFor();
+    await picture(page, name);
+    assert.equal(await page.locator(".output_subarea.output_stdout").first().innerText(), "text of __main__\n");
+    assert.deepEqual(await page.locator(".output_html table td").allInnerTexts(), ["1", "x", "2", "y"]);
+    assert.match(await page.locator(".cell").nth(2).locator(".output").innerText(), new RegExp(`Name\\? ${name}\\s+Hello ${name}`));
+    assert.equal(await page.locator(".cell").nth(3).locator(".output_error").count(), 1);
+}
+
+async function bothWork(t, notebooks, name) {
+    t.after(() => notebooks.stop());
+    try {
+        await Promise.all([work(t, notebooks, `${name}1`), work(t, notebooks, `${name}2`)]);
+    } catch (error) {
+        console.error(notebooks.log.join("\n"));
+        throw error;
+    }
+}
+
+test("notebooks run with kernels of their own", async t => bothWork(t, await NotebookServer.start({kernel: []}), "own"));
