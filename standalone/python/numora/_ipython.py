@@ -175,4 +175,6 @@ def after(error):
 
 
 def keep_result(value):
-    shell.displayhook.update_user_ns(value)
+    hook = shell.displayhook
+    hook.update_user_ns(value)
+    builtins.__, builtins.___ = hook.__, hook.___  # which it leaves alone, since `_` is there
