@@ -134,10 +134,11 @@ void Cell::fail(ErrorText error) {
 }
 
 void Cell::fail() {
+    const auto time = std::chrono::system_clock::now();
     const Members error = Members().add("status", "error").addMembers(output().error()->members());
     parts_.publisher.reply(*request(), Members(error).addMembers(replyMembers("{}")),
                            Members().add("started", started_).add("status", "error").take());
-    ended_({.abortsCells = stopsOnError_ || !death_.empty(), .death = death_});
+    ended_({.abortsCells = stopsOnError_ || !death_.empty(), .time = time, .death = death_});
 }
 
 }  // namespace jupyter

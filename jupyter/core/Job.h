@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <functional>
 #include <string>
 #include <utility>
@@ -12,8 +13,9 @@ namespace jupyter {
 
 /// How something has ended that has run in the interpreter.
 struct JobEnd {
-    bool abortsCells = false;  ///< the cells that wait are not to run
-    std::string death{};       ///< of the interpreter's process, as JSON; empty where it goes on
+    bool abortsCells = false;                      ///< the cells that wait are not to run
+    std::chrono::system_clock::time_point time{};  ///< from before clients are told
+    std::string death{};  ///< of the interpreter's process, as JSON; empty where it goes on
 };
 
 /// A request of a client that runs in the interpreter, in its turn. Its name is that of all its events: its

@@ -143,7 +143,13 @@ void Kernel::Core::ended(const JobEnd& end) {
     inputs_.forget();
     endedJob_ = std::move(job_);
     publisher_.status(endedJob_->parent(), "idle");
-    if (end.abortsCells) abortCells();
+    if (end.abortsCells) {
+        abortCells();
+        executor_.postAfter(StopOnError::longest,
+                            lifetime_.guarded([this, number = stop_.begin(*endedJob_->request(), end.time)] {
+                                stop_.end(number);
+                            }));
+    }
     if (!end.death.empty()) lives_.noteDeath(end.death);
     lastActivity_ = secondsNow();
     runNext();

@@ -13,6 +13,7 @@
 #include "KernelInfo.h"
 #include "Lifetime.h"
 #include "Publisher.h"
+#include "StopOnError.h"
 #include "jupyter/Kernel.h"
 
 namespace jupyter {
@@ -78,6 +79,7 @@ private:
     KernelInfo info_;
     InterpreterLives lives_;
     ExecutionQueue queue_;
+    StopOnError stop_;
     std::unique_ptr<Job> job_;       // that runs
     std::unique_ptr<Job> endedJob_;  // the one before, which may be the caller
     std::string lastParent_ = "{}";

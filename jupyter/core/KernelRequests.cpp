@@ -22,9 +22,11 @@ constexpr dispatch::Member shutdownMembers[] = {{"restart", Kind::Boolean}};
 }  // namespace
 
 void Kernel::Core::takeExecution(const RequestPtr& request) {
-    queue(std::make_unique<Cell>(
-        Cell::Parts{interpreter_, publisher_, inputs_, history_, count_, options_.isShared}, request,
-        [this](const JobEnd& end) { ended(end); }));
+    const Cell::Parts parts{interpreter_, publisher_, inputs_, history_, count_, options_.isShared};
+    auto cell = std::make_unique<Cell>(parts, request, [this](const JobEnd& end) { ended(end); });
+    if (!stop_.covers(*request)) return queue(std::move(cell));
+    cell->abort();
+    publishRunning();
 }
 
 void Kernel::Core::takeComm(const RequestPtr& request) {

@@ -18,6 +18,11 @@ std::string nonEmpty(const Poco::JSON::Object& header, const std::string& name) 
     return value.extract<std::string>();
 }
 
+std::string textOrNone(const Poco::JSON::Object& header, const std::string& name) {
+    const auto value = header.get(name);
+    return value.type() == typeid(std::string) ? value.extract<std::string>() : std::string();
+}
+
 }  // namespace
 
 std::shared_ptr<const Request> Request::read(Message message) {
@@ -25,6 +30,8 @@ std::shared_ptr<const Request> Request::read(Message message) {
     const auto header = parseLeniently(message.header);
     request->id = nonEmpty(*header, "msg_id");
     request->type = nonEmpty(*header, "msg_type");
+    request->session = textOrNone(*header, "session");
+    request->date = textOrNone(*header, "date");
     request->message = std::move(message);
     return request;
 }

@@ -19,6 +19,8 @@ struct Request {
     Message message;
     std::string id;    ///< "msg_id"
     std::string type;  ///< "msg_type"
+    /// Empty where they are no strings.
+    std::string session{}, date{};
 
     /// Throws: std::exception, which says why its header is none.
     static std::shared_ptr<const Request> read(Message message);

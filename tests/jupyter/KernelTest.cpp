@@ -66,7 +66,7 @@ protected:
         send(request);
         transcript_.resize(size);
     }
-    /// TYPE ID CONTENT, with @ROUTE, ^PARENT or #CHANNEL between them.
+    /// TYPE ID CONTENT, with @ROUTE, ^PARENT, #CHANNEL or =YEAR between them.
     void send(std::istringstream& words) {
         jupyter::Message message;
         message.route = {"A"};
@@ -77,6 +77,9 @@ protected:
             if (word.front() == '@') message.route = {word.substr(1)};
             const std::string parent = word == "^?" ? outlet_.question : word.substr(1);
             if (word.front() == '^') message.parent = R"({"msg_id":")" + parent + R"("})";
+            if (word.front() == '=') {
+                message.header.insert(1, R"("date":")" + word.substr(1) + R"(-01-01T00:00:00.5Z",)");
+            }
             if (word == "#stdin") message.channel = Channel::Stdin;
             if (word == "#control") message.channel = Channel::Control;
         }
@@ -169,7 +172,11 @@ call connector/v1/FEval {"function":"numora._notebook.comm","arguments":["msg","
 stream {"name":"stdout","text":"handled\n"} ^m1
 > answer 200 "[null]"
 idle ^m1
-> begin c4 {"code":"4","stop_on_error":false}
+> send execute_request c6 =2000 {"code":"6"}
+busy ^c6
+execute_reply {"status":"aborted"} ^c6 @A
+idle ^c6
+> begin c4 =9999 {"code":"4","stop_on_error":false}
 > send execute_request c5 {"code":"5","store_history":false}
 > fails E
 error {"ename":"E","evalue":"no","traceback":["Traceback","E: no"]} ^c4
@@ -181,6 +188,10 @@ run display notebook: 5
 > done
 execute_reply {"status":"ok","execution_count":2,"user_expressions":{},"payload":[]} ^c5 @A
 idle ^c5
+> wait 250
+> send execute_request c7 =2000 {"code":"7","silent":true}
+busy ^c7
+run display notebook: 7
 )"},
                                          KernelCase{"ASilentCellShowsNoResultAndIsNotCounted", R"(
 > send execute_request c1 {"code":"1","silent":true,"user_expressions":{"\"k":"x"}}
