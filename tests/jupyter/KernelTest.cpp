@@ -219,10 +219,6 @@ idle ^c2
 busy ^q1
 complete_reply {"status":"error","ename":"Refused","evalue":"code must be a string","traceback":["Refused: code must be a string"]} ^q1 @A
 idle ^q1
-> send history_request q2 {"hist_access_type":"all"}
-busy ^q2
-history_reply {"status":"error","ename":"Refused","evalue":"hist_access_type must be \"range\", \"tail\" or \"search\"","traceback":["Refused: hist_access_type must be \"range\", \"tail\" or \"search\""]} ^q2 @A
-idle ^q2
 > send create_subshell_request q3 #control {}
 busy ^q3
 idle ^q3
@@ -259,7 +255,7 @@ busy ^c1
 )"},
                                          KernelCase{"AnInterruptIsAnsweredOnceItIsSent", R"(
 > begin c1 {"code":"1"}
-> send interrupt_request i1 @B {}
+> send interrupt_request i1 #control @B {}
 busy ^i1
 call connector/v1/Interrupt {}
 interrupt_reply {"status":"ok"} ^i1 @B
@@ -267,12 +263,6 @@ idle ^i1
 busy ^c1
 > wait 500
 stream {"name":"stderr","text":"The interrupted code is still running.\n"} ^c1
-> send interrupt_request i2 #control {}
-busy ^i2
-call connector/v1/Interrupt {}
-interrupt_reply {"status":"ok"} ^i2 @A
-idle ^i2
-busy ^c1
 > send execute_request c2 {"code":"2"}
 > event /eval/response/completion "Done: failure"
 error {"ename":"KeyboardInterrupt","evalue":"The code was interrupted before it began.","traceback":["KeyboardInterrupt: The code was interrupted before it began."]} ^c1
