@@ -103,7 +103,6 @@ std::optional<IopubQueue::Time> IopubQueue::send(Time now) {
     while (!entries_.empty()) {
         if (!socket_.trySend(entries_.front().message)) return wait(now);
         stuckSince_.reset();
-        isSomebodyStuck_ = false;
         removeFirst();
     }
     return std::nullopt;
@@ -111,10 +110,8 @@ std::optional<IopubQueue::Time> IopubQueue::send(Time now) {
 
 std::optional<IopubQueue::Time> IopubQueue::wait(Time now) {
     if (!stuckSince_) stuckSince_ = now;
-    const auto patience = isSomebodyStuck_ ? options_.shortPatience : options_.patience;
-    if (now - *stuckSince_ < patience) return now + options_.retry;
+    if (now - *stuckSince_ < options_.patience) return now + options_.retry;
     stuckSince_.reset();
-    isSomebodyStuck_ = true;
     isLossless_ = false;
     socket_.setLossless(false);
     nextPace_ = now;

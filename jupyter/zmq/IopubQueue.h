@@ -17,7 +17,8 @@ public:
     virtual ~IopubSocket() = default;
     /// False when it takes no message now. Lossless: one subscriber has no room. Blocks: never.
     virtual bool trySend(const Message& message) = 0;
-    /// Without it, a subscriber that has no room misses the message.
+    /// Without it, a subscriber that has no room misses the message, and those that follow until it has read
+    /// some.
     virtual void setLossless(bool isLossless) = 0;
 };
 
@@ -28,8 +29,8 @@ public:
 ///                                                                                         |
 ///        ^----- nothing is left ----- lossy, 200 messages every 5 ms <----- 10 s are over +
 ///
-/// Lossy, whoever reads gets everything, since it has room for so many. Until a subscriber that was waited
-/// for in vain has room again, or is gone, it is waited for only 100 ms.
+/// Lossy, whoever reads gets everything, since it has room for so many. The one that has missed something is
+/// waited for again when it has read some of what it has.
 ///
 /// Of what waits, neighbouring texts of one parent and stream become one message of at most 256 KiB. Beyond
 /// 8 MiB the oldest texts go, and in their place one line on the stream stderr says how much.
@@ -44,7 +45,6 @@ public:
         std::size_t mergedBytes = std::size_t{256} << 10;
         std::chrono::milliseconds retry{2};
         std::chrono::milliseconds patience{10'000};
-        std::chrono::milliseconds shortPatience{100};
         std::chrono::milliseconds pace{5};
         std::size_t messagesPerPace = 200;
     };
@@ -80,7 +80,6 @@ private:
     std::deque<Entries::iterator> texts_;  ///< the texts among them, the oldest first
     std::size_t bytes_ = 0;
     bool isLossless_ = true;
-    bool isSomebodyStuck_ = false;
     std::optional<Time> stuckSince_;  ///< nothing has been sent since
     Time nextPace_;
 };

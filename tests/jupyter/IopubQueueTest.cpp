@@ -28,6 +28,7 @@ class FakeSocket : public IopubSocket {
 public:
     bool trySend(const Message& message) override {
         if (isLossless && (isStuck || room == 0)) return false;
+        isStuck = false;  // as sockets do: it gets nothing more until it reads
         if (room > 0) --room, received.push_back(message.content);
         return true;
     }
@@ -69,7 +70,7 @@ TEST_F(IopubQueueTest, mergesWhatWaitsAndLosesNothingToASlowReader) {
 }
 
 // One message beyond the room of a reader in a pause of the pace would be lost to it.
-TEST_F(IopubQueueTest, goesOnWithoutTheOneWhoReadsNothingAndKeepsAnEyeOnIt) {
+TEST_F(IopubQueueTest, goesOnWithoutTheOneWhoReadsNothingForTenSeconds) {
     constexpr std::size_t count = 20'000;
     socket_.isStuck = true;
     for (std::size_t i = 0; i < count; ++i) queue_.add(other(i));
@@ -81,21 +82,13 @@ TEST_F(IopubQueueTest, goesOnWithoutTheOneWhoReadsNothingAndKeepsAnEyeOnIt) {
     }
     EXPECT_THAT(socket_.received, SizeIs(count));
     EXPECT_TRUE(socket_.isLossless);
-    // It is still there: it is waited for again, but not for long.
-    socket_.room = 1'000;
-    queue_.add(other(1));
-    runFor(99ms);
-    EXPECT_FALSE(queue_.isEmpty());
-    runFor(10ms);
-    EXPECT_TRUE(queue_.isEmpty());
-    // It reads again: then it has the old rights.
-    socket_.isStuck = false;
-    queue_.add(other(2));
-    runFor(1ms);
+    // Later it reads some, and then no more: it has the old rights.
     socket_.isStuck = true;
-    queue_.add(other(3));
-    runFor(9s);
+    queue_.add(other(1));
+    runFor(9'999ms);
     EXPECT_FALSE(queue_.isEmpty());
+    runFor(2ms);
+    EXPECT_TRUE(queue_.isEmpty());
 }
 
 TEST_F(IopubQueueTest, givesUpTheOldestTextAloneAndSaysHowMuch) {
