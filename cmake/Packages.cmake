@@ -39,7 +39,7 @@ set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_LIBRARY_OUTPUT_DIRECTORY
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_DEBIAN_PROGRAM_PACKAGE_DEPENDS "python3.11, python3-numpy, python3-numora-client (= ${version})")
 set(CPACK_DEBIAN_PROGRAM_PACKAGE_RECOMMENDS "python3-prompt-toolkit, python3-pygments")
-set(CPACK_DEBIAN_PROGRAM_PACKAGE_SUGGESTS python3-matplotlib)
+set(CPACK_DEBIAN_PROGRAM_PACKAGE_SUGGESTS "jupyter-console, jupyter-notebook, python3-matplotlib")
 set(CPACK_DEBIAN_PROGRAM_PACKAGE_CONTROL_EXTRA
     ${folder}/numora/conffiles ${folder}/numora/triggers
     ${folder}/numora/postinst ${folder}/numora/prerm ${folder}/numora/postrm)
