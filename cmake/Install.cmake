@@ -22,7 +22,7 @@ numora_install_component(host host)
 numora_install_component(messages messages)
 numora_install_component(interpreter interpreter)
 numora_install_component(standalone standalone)
-numora_install_component(gateway gateway dispatch supervisor link jupyter_wire)
+numora_install_component(gateway gateway dispatch supervisor link jupyter jupyter_wire)
 
 # Without what this project's own folders alone use of each other.
 install(DIRECTORY foundation/include/ host/include/ include/ messages/include/ standalone/include/ gateway/include/

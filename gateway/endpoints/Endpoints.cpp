@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "access/clientType.h"
+#include "endpoints/BayeuxSpeaker.h"
 #include "jupyter/rest/KernelApi.h"
 #include "ports/wrongLife.h"
 
@@ -266,9 +267,12 @@ bool Endpoints::isWebSocket(const HttpRequest& head) {
     return head.wantsWebSocket && (head.route->methods & Route::WebSocket) != 0;
 }
 
-void Endpoints::open(const HttpRequest& upgrade, const std::shared_ptr<bayeux::ClientSocket>& socket) {
-    services_.metrics.count(upgrade.route->metric, 101);
-    upgrade.desk->bayeux().open(socket);
+std::shared_ptr<sockets::Speaker> Endpoints::speakerFor(const HttpRequest& upgrade) {
+    if (upgrade.route->handler == &answerBayeux) {
+        return std::make_shared<BayeuxSpeaker>(peerOf(upgrade), upgrade.desk);
+    }
+    return upgrade.desk->kernel().speaker(queryValue(upgrade.query, "session_id"),
+                                          upgrade.grant->allows(access::Right::Restart, upgrade.interpreter));
 }
 
 HttpReply Endpoints::malformed(int status, std::string_view text) {

@@ -11,6 +11,7 @@
 #include "HttpRequest.h"
 #include "endpoints/Route.h"
 #include "endpoints/Services.h"
+#include "sockets/Speaker.h"
 
 namespace gateway::endpoints {
 
@@ -48,8 +49,10 @@ public:
 
     /// Whether a request that `check` allowed asks for a WebSocket.
     static bool isWebSocket(const HttpRequest& head);
-    /// Takes over a WebSocket whose request `check` allowed, and which is open.
-    void open(const HttpRequest& upgrade, const std::shared_ptr<bayeux::ClientSocket>& socket);
+    /// Who speaks over a WebSocket whose request `check` allowed.
+    static std::shared_ptr<sockets::Speaker> speakerFor(const HttpRequest& upgrade);
+    /// Counts one that is open.
+    void noteOpened(const HttpRequest& upgrade) { services_.metrics.count(upgrade.route->metric, 101); }
     /// Counts one whose handshake is not valid.
     void noteRefused(const HttpRequest& upgrade, int status) {
         services_.metrics.count(upgrade.route->metric, status);

@@ -45,6 +45,7 @@ constexpr Route routes[] = {
     {"/kernelspecs/*/logo-64x64.png", Get, Token, Ordinary, "kernelspecs", &answerNotebook<&jupyter::logo>,
      Notebooks},
     {"/api/kernels", Get | Post, Token, Ordinary, "kernels", &answerNotebook<&jupyter::kernels>, Notebooks},
+    {"/api/kernels/*/channels", WebSocket, Token, Ordinary, "kernel_channels", nullptr, Kernel},
     {"/api/kernels/*/interrupt", Post, Token, Always, "kernel_interrupt",
      &answerNotebook<&jupyter::interruptKernel>, Kernel},
     {"/api/kernels/*/restart", Post, Token, Always, "kernel_restart",

@@ -14,31 +14,37 @@ constexpr std::size_t joinedBytes = std::size_t{60} << 10;
 constexpr std::size_t copiedBytes = joinedBytes;
 constexpr std::size_t largePieceBytes = std::size_t{8} << 10;
 
+bool isJoined(const OutgoingFrames::Frame& frame) {
+    return frame.form == OutgoingFrames::Frame::Form::Array && !frame.pieces.empty();
+}
+
 }  // namespace
 
 OutgoingFrames::Batch OutgoingFrames::take() {
     auto& queue = replies_.empty() ? deliveries_ : replies_;
-    Batch batch{.frame = std::move(queue.front()), .queuedBytes = 0, .isReply = &queue == &replies_};
+    Batch batch{.frame = std::move(queue.front()), .queuedBytes = 0};
     queue.pop_front();
-    batch.queuedBytes = batch.frame.size();
-    while (!queue.empty() && !batch.frame.empty() && !queue.front().empty() &&
-           batch.queuedBytes + queue.front().size() <= joinedBytes) {
-        batch.frame.add(queue.front());
-        batch.queuedBytes += queue.front().size();
+    batch.queuedBytes = batch.frame.pieces.size();
+    while (!queue.empty() && isJoined(batch.frame) && isJoined(queue.front()) &&
+           batch.queuedBytes + queue.front().pieces.size() <= joinedBytes) {
+        batch.frame.pieces.add(queue.front().pieces);
+        batch.queuedBytes += queue.front().pieces.size();
         queue.pop_front();
     }
     return batch;
 }
 
 void FrameSlices::start(const OutgoingFrames::Frame& frame) {
-    text_.assign(1, asio::buffer("[", 1));
-    for (const auto& piece : frame.pieces()) {
-        if (text_.size() > 1) text_.push_back(asio::buffer(",", 1));
+    const bool isArray = frame.form == OutgoingFrames::Frame::Form::Array;
+    text_.clear();
+    if (isArray) text_.push_back(asio::buffer("[", 1));
+    for (const auto& piece : frame.pieces.pieces()) {
+        if (isArray && text_.size() > 1) text_.push_back(asio::buffer(",", 1));
         text_.push_back(asio::buffer(*piece));
     }
-    text_.push_back(asio::buffer("]", 1));
+    if (isArray) text_.push_back(asio::buffer("]", 1));
     next_ = 0;
-    size_ = frame.size();
+    size_ = frame.pieces.size();
 }
 
 FrameSlices::Slice FrameSlices::next(std::size_t maxBytes) {

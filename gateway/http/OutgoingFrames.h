@@ -7,26 +7,25 @@
 
 #include <boost/asio/buffer.hpp>
 
-#include "bayeux/MessageArray.h"
+#include "sockets/Speaker.h"
 
 namespace gateway::http {
 
 /// The frames that wait to be written to a WebSocket. Replies go before deliveries. Several small ones are
-/// joined into one.
+/// arrays are joined into one.
 ///
 /// Threads: one at a time.
 class OutgoingFrames {
 public:
-    using Frame = bayeux::MessageArray;
+    using Frame = sockets::OutgoingFrame;
 
-    void push(Frame frame, bool isReply) { (isReply ? replies_ : deliveries_).push_back(std::move(frame)); }
+    void push(Frame frame) { (frame.isReply ? replies_ : deliveries_).push_back(std::move(frame)); }
     bool empty() const { return replies_.empty() && deliveries_.empty(); }
 
     /// What is to be written next.
     struct Batch {
         Frame frame;
         std::size_t queuedBytes = 0;  ///< of the frames that are in it
-        bool isReply = false;
     };
     /// Must not be empty.
     Batch take();

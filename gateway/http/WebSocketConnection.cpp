@@ -45,13 +45,18 @@ bool isTokenCharacter(char c) {
            std::string_view("!#$%&'*+-.^_`|~").find(c) != std::string_view::npos;
 }
 
-// Whatever subprotocol the client offers first is taken: without one, browsers would drop the connection.
-std::string firstProtocol(const ReceivedRequest& upgrade) {
-    const auto offered = upgrade[beast::http::field::sec_websocket_protocol];
-    const std::string_view list(offered.data(), offered.size());
-    const auto begin = std::min(list.find_first_not_of(" \t"), list.size());
-    const auto first = list.substr(begin, list.find_first_of(", \t", begin) - begin);
-    return std::ranges::all_of(first, isTokenCharacter) ? std::string(first) : "";
+std::vector<std::string_view> offeredProtocols(const ReceivedRequest& upgrade) {
+    constexpr std::string_view between = ", \t";
+    const auto header = upgrade[beast::http::field::sec_websocket_protocol];
+    std::string_view list(header.data(), header.size());
+    std::vector<std::string_view> offered;
+    while (true) {
+        list.remove_prefix(std::min(list.find_first_not_of(between), list.size()));
+        if (list.empty()) return offered;
+        const auto name = list.substr(0, list.find_first_of(between));
+        if (std::ranges::all_of(name, isTokenCharacter)) offered.push_back(name);
+        list.remove_prefix(name.size());
+    }
 }
 
 /// One WebSocket.
@@ -65,16 +70,18 @@ std::string firstProtocol(const ReceivedRequest& upgrade) {
 /// What is to be written while the frames of one read are handled waits until all of them are: a client that
 /// sends many gets the replies in one write.
 ///
-/// Threads: its strand, but for `finish`, `abort` and what a ClientSocket does.
-/// Owns: pending operations hold it, and sessions until it is over.
+/// Threads: its strand, but for `finish`, `abort` and what a FrameSocket does.
+/// Owns: pending operations hold it.
 template <class Stream>
-class WebSocketConnection : public OpenConnection, public bayeux::ClientSocket {
+class WebSocketConnection : public OpenConnection,
+                            public sockets::FrameSocket,
+                            public std::enable_shared_from_this<WebSocketConnection<Stream>> {
 public:
     WebSocketConnection(Stream stream, HttpRequest head, std::shared_ptr<OpenConnections::Place> place,
                         const ConnectionContext& context, AccessEntry access)
-        : ClientSocket(endpoints::peerOf(head)),
-          stream_(std::move(stream)),
+        : stream_(std::move(stream)),
           head_(std::move(head)),
+          speaker_(context.endpoints.speakerFor(head_)),
           place_(std::move(place)),
           context_(context),
           access_(std::move(access)),
@@ -84,19 +91,18 @@ public:
 
     void accept(const ReceivedRequest& upgrade) {
         stream_.next_layer().setOnEmpty([this] { onAllRead(); });
-        stream_.next_layer().setOnWrite([this] { progressed(); });
+        stream_.next_layer().setOnWrite([this] { speaker_->progressed(); });
         setIdleTime(2 * context_.limits.pingTime);
         stream_.auto_fragment(false);
-        stream_.text(true);
         stream_.set_option(websocket::stream_base::decorator(
-            [protocol = firstProtocol(upgrade)](websocket::response_type& response) {
+            [protocol = speaker_->chosen(offeredProtocols(upgrade))](websocket::response_type& response) {
                 response.set(beast::http::field::server, "numora");  // or it would name the library
                 if (!protocol.empty()) response.set(beast::http::field::sec_websocket_protocol, protocol);
             }));
         stream_.async_accept(upgrade, handler(&WebSocketConnection::onAccepted));
     }
 
-    // The Bayeux server closes those that it knows how to close.
+    // Its speaker closes it, if that knows how to.
     void finish() override {
         onStrand([this] {
             finishing_.set(finishGrace,
@@ -107,10 +113,24 @@ public:
         onStrand([this] { over(); });
     }
 
-private:
-    std::shared_ptr<WebSocketConnection> self() {
-        return std::static_pointer_cast<WebSocketConnection>(shared_from_this());
+    void send(sockets::OutgoingFrame frame) override {
+        unsentBytes_ += frame.pieces.size();
+        const bool isReply = frame.isReply;
+        auto queued = [self = this->self(), frame = std::move(frame)]() mutable {
+            self->queue(std::move(frame));
+        };
+        // A reply may be sent from within this strand, where it must not overtake one that is on its way
+        // here.
+        if (isReply) return asio::post(stream_.get_executor(), std::move(queued));
+        asio::dispatch(stream_.get_executor(), std::move(queued));
     }
+    std::size_t unsentBytes() const override { return unsentBytes_; }
+    void close(std::uint16_t code) override {
+        onStrand([this, code] { beginClose(code); });
+    }
+
+private:
+    std::shared_ptr<WebSocketConnection> self() { return this->shared_from_this(); }
     template <class Action>
     void onStrand(Action action) {
         asio::post(stream_.get_executor(), [self = this->self(), action] { action(); });
@@ -130,26 +150,14 @@ private:
         if (error) return over();
         access_.status = switchingProtocols;
         noteAccess();
-        context_.endpoints.open(head_, self());
-        if (!isTrusted()) {
+        context_.endpoints.noteOpened(head_);
+        speaker_->opened(self());
+        if (!speaker_->isTrusted()) {
             trusting_.set(context_.limits.headTime, [self = this->self()] {
-                if (!self->isTrusted()) self->close(websocket::close_code::policy_error);
+                if (!self->speaker_->isTrusted()) self->close(websocket::close_code::policy_error);
             });
         }
         read();
-    }
-
-    void sendFrame(const bayeux::MessageArray& frame, bool isReply) override {
-        unsentBytes_ += frame.size();
-        auto queued = [self = this->self(), frame, isReply] { self->queue(frame, isReply); };
-        // A reply may be sent from within this strand, where it must not overtake one that is on its way
-        // here.
-        if (isReply) return asio::post(stream_.get_executor(), std::move(queued));
-        asio::dispatch(stream_.get_executor(), std::move(queued));
-    }
-    std::size_t unsentBytes() const override { return unsentBytes_; }
-    void closeFrame(std::uint16_t code) override {
-        onStrand([this, code] { beginClose(code); });
     }
 
     void setIdleTime(std::chrono::steady_clock::duration limit) {
@@ -158,32 +166,31 @@ private:
 
     // Piece by piece, because no read may begin once closing has.
     void read() {
-        stream_.read_message_max(maxFrameBytes());
+        stream_.read_message_max(speaker_->maxFrameBytes());
         stream_.async_read_some(buffer_, 0, handler(&WebSocketConnection::onRead));
     }
     void onRead(error_code error, std::size_t) {
         if (error) return over();
         if (closeCode_) return onAllRead();
         if (!stream_.is_message_done()) return read();
-        if (!stream_.got_text()) {
-            onAllRead();
-            return close(websocket::close_code::unknown_data);
-        }
-        std::string text = beast::buffers_to_string(buffer_.data());
+        const bool isText = stream_.got_text();
+        std::string data = beast::buffers_to_string(buffer_.data());
         buffer_.clear();
         if (buffer_.capacity() > sliceSize) buffer_.shrink_to_fit();
-        if (text.size() <= dispatch::largeBody) {
+        if (data.size() <= dispatch::largeBody) {
             isInReadTurn_ = true;
-            return receive(text);
+            return receive(std::move(data), isText);
         }
         onAllRead();
         // Elsewhere, because what this thread serves would wait for the frame to be read.
-        asio::post(context_.reading, [self = this->self(), text = std::move(text)] { self->receive(text); });
+        asio::post(context_.reading, [self = this->self(), data = std::move(data), isText]() mutable {
+            self->receive(std::move(data), isText);
+        });
     }
     /// On any thread.
-    void receive(const std::string& text) {
+    void receive(std::string data, bool isText) {
         try {
-            head_.desk->bayeux().receive(self(), text);
+            speaker_->received(std::move(data), isText);
         } catch (const std::exception& problem) {
             log().error("A frame could not be handled: " + std::string(problem.what()));
             onStrand([this] { onAllRead(); });
@@ -210,18 +217,19 @@ private:
     /// All bytes that had come are read.
     void onAllRead() {
         isInReadTurn_ = false;
-        endReadTurn();
+        speaker_->endReadTurn();
         writeNext();
     }
 
-    void queue(const bayeux::MessageArray& frame, bool isReply) {
+    void queue(sockets::OutgoingFrame frame) {
         if (isOver_ || closeCode_) return;
-        if (unsentBytes_ - frame.size() > mostUnsent) return over();
-        frames_.push(frame, isReply);
-        if (isReply) unsentReplies_ += frame.size();
+        const auto size = frame.pieces.size();
+        if (unsentBytes_ - size > mostUnsent) return over();
+        if (frame.isReply) unsentReplies_ += size;
+        frames_.push(std::move(frame));
         // Before the client learns that it is trusted, so that it may send a large frame at once.
-        stream_.read_message_max(maxFrameBytes());
-        if (!isProven_ && isTrusted()) isProven_ = place_->markAuthenticated();
+        stream_.read_message_max(speaker_->maxFrameBytes());
+        if (!isProven_ && speaker_->isTrusted()) isProven_ = place_->markAuthenticated();
         if (!isInReadTurn_) writeNext();
     }
     void writeNext() {
@@ -229,6 +237,7 @@ private:
         isWriting_ = true;
         batch_ = frames_.take();
         slices_.start(batch_.frame);
+        stream_.text(batch_.frame.form != sockets::OutgoingFrame::Form::Binary);
         writeSlice();
     }
     void writeSlice() {
@@ -243,9 +252,9 @@ private:
         deadline_.cancel();
         unsentBytes_ -= batch_.queuedBytes;
         access_.bytes += batch_.queuedBytes;
-        if (batch_.isReply) unsentReplies_ -= batch_.queuedBytes;
+        if (batch_.frame.isReply) unsentReplies_ -= batch_.queuedBytes;
         batch_ = {};
-        drained();
+        speaker_->drained();
         readOn();
         if (closeCode_ && frames_.empty()) return sendClose();
         if (closeCode_ || !isInReadTurn_) writeNext();
@@ -289,7 +298,7 @@ private:
     void over() {
         if (std::exchange(isOver_, true)) return;
         noteEnd();
-        closed();
+        speaker_->closed();
         deadline_.cancel();
         trusting_.cancel();
         finishing_.cancel();
@@ -299,6 +308,7 @@ private:
 
     websocket::stream<BufferedStream<Stream>> stream_;
     const HttpRequest head_;
+    const std::shared_ptr<sockets::Speaker> speaker_;
     std::shared_ptr<OpenConnections::Place> place_;
     const ConnectionContext context_;
     AccessEntry access_;

@@ -9,8 +9,8 @@
 
 namespace gateway::http {
 
-/// Answers a request for a WebSocket, and carries its frames between the client and the Bayeux server until
-/// it ends. `access` is for the access log: what is known of the request.
+/// Answers a request for a WebSocket, and carries its frames between the client and the speaker for its path
+/// until it ends. `access` is for the access log: what is known of the request.
 void serveWebSocket(PlainStream stream, const ReceivedRequest& upgrade, const HttpRequest& head,
                     const std::shared_ptr<OpenConnections::Place>& place, const ConnectionContext& context,
                     AccessEntry access);

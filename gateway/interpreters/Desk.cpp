@@ -15,13 +15,18 @@ Desk::Desk(boost::asio::io_context& context, std::shared_ptr<messages::LocalMess
       completions_(messages_->subscribe(connector::wire::channel::completion,
                                         [this](const auto& message) { countCompletion(message.data); })),
       absentClients_(std::make_shared<AbsentClientsSession>(context, messages_, options.standInTime)),
+      kernel_(context, *port_,
+              {.messages = messages_,
+               .frameBytes = options.bayeux.frameBytes,
+               .ownerWait = options.bayeux.ownerWait}),
       bayeux_(context, *messages_, *port_, std::move(options.bayeux)) {
-    port_->setWatchers([this] { return bayeux_.sessions(); });
+    port_->setWatchers([this] { return bayeux_.sessions() + kernel_.connections(); });
 }
 
 void Desk::stop() {
     port_->stop();
     port_->setWatchers({});
+    kernel_.stop();
     bayeux_.stop();
 }
 

@@ -43,7 +43,7 @@ public:
     /// The same for one that a client has deleted.
     void stopDeleted();
     /// Whether nothing is left of its sessions, sockets and processes once it has stopped.
-    bool isUnused() const { return bayeux_.isUnused() && port_->isUnused(); }
+    bool isUnused() const { return bayeux_.isUnused() && kernel_.isUnused() && port_->isUnused(); }
 
     const std::string& id() const { return id_; }
     ports::InterpreterPort& port() const { return *port_; }
@@ -64,8 +64,8 @@ private:
     std::atomic<std::uint64_t> failures_{0};
     const std::unique_ptr<connector::message_service::Subscription> completions_;
     const std::shared_ptr<AbsentClientsSession> absentClients_;
-    bayeux::BayeuxServer bayeux_;
     jupyter::KernelHost kernel_;
+    bayeux::BayeuxServer bayeux_;
 };
 
 }  // namespace gateway::interpreters

@@ -3,17 +3,29 @@
 #include <atomic>
 #include <chrono>
 #include <cstddef>
+#include <memory>
 #include <string>
 
 #include "connector/identifiers.h"
+#include "jupyter/KernelRoom.h"
 
 namespace gateway::jupyter {
 
 /// The kernel that notebook clients see in an interpreter.
 ///
-/// Threads: every operation from any thread.
+/// Threads: every operation from any thread; destroyed when no thread runs the io_context any more, or when
+/// it is stopped and unused.
 class KernelHost {
 public:
+    KernelHost(boost::asio::io_context& context, ports::InterpreterPort& port, KernelRoom::Options options)
+        : room_(std::make_shared<KernelRoom>(context, port, std::move(options))) {}
+    // What is left in the io_context may outlive the port.
+    ~KernelHost() {
+        if (!isUnused()) room_->stop();
+    }
+    KernelHost(const KernelHost&) = delete;
+    KernelHost& operator=(const KernelHost&) = delete;
+
     /// A UUID, which is that of the interpreter as long as there is one.
     const std::string& id() const { return id_; }
 
@@ -21,16 +33,41 @@ public:
     void own() { isOwn_ = true; }
     bool isOwn() const { return isOwn_; }
 
-    std::size_t connections() const { return connections_; }
-    bool isBusy() const { return isBusy_; }
-    std::chrono::system_clock::time_point lastActivity() const { return lastActivity_; }
+    /// For a WebSocket of a front end, which may name its session, so that it is known when it comes back.
+    std::shared_ptr<sockets::Speaker> speaker(std::string session, bool mayRestart);
+
+    /// Returns at once.
+    void interrupt() {
+        room_->post([](KernelRoom& room) { room.interrupt(); });
+    }
+    /// `answered` is called once, with status 200 when the new process takes requests.
+    void restart(KernelRoom::Answered answered) {
+        room_->post([answered = std::move(answered)](KernelRoom& room) { room.restart(answered); });
+    }
+
+    std::size_t connections() const { return room_->connections(); }
+    bool isBusy() const { return room_->isBusy(); }
+    std::chrono::system_clock::time_point lastActivity() const { return room_->lastActivity(); }
+
+    void stop() {
+        room_->post([](KernelRoom& room) { room.stop(); });
+    }
+    bool isUnused() const { return room_.use_count() == 1; }
 
 private:
     const std::string id_ = connector::randomUuid();
     std::atomic<bool> isOwn_{false};
-    std::atomic<std::size_t> connections_{0};
-    std::atomic<bool> isBusy_{false};
-    std::atomic<std::chrono::system_clock::time_point> lastActivity_{};
+    const std::shared_ptr<KernelRoom> room_;
 };
+
+inline std::shared_ptr<sockets::Speaker> KernelHost::speaker(std::string session, bool mayRestart) {
+    constexpr std::size_t longest = 256;
+    const bool isNamed = !session.empty() && session.size() <= longest;
+    if (!isNamed) session = connector::randomUuid();
+    return std::make_shared<KernelSocket>(
+        room_,
+        KernelSocket::Peer{.session = std::move(session), .comesBack = isNamed, .mayRestart = mayRestart},
+        room_->frameBytes());
+}
 
 }  // namespace gateway::jupyter

@@ -68,6 +68,8 @@ TEST_F(NotebookApiTest, answersWhatFrontEndsAskForOfKernelsAndSessions) {
          {all, "GET", api + "kernels", "", 200, R"("id":"{own}","name":"numora","last_activity":")"},
          {all, "POST", api + "kernels/{own}/interrupt", "", 204, ""},
          {all, "POST", api + "kernels/{own}/restart", "", 200, R"({"id":"{own}")"},
+         {all, "GET", api + "kernels/{own}/channels", "", 426,
+          R"({"message":"The path is that of a WebSocket."})"},
          {all, "GET", api + "kernels/{own}/other", "", 404, R"({"message":"There is no kernel)"},
          {all, "PUT", api + "contents/a.ipynb", "", 404, R"({"message":"There is no such path."})"},
          // A session is that of a document, which another front end finds.
@@ -123,6 +125,7 @@ TEST_F(NotebookApiTest, holdsTokensToTheirRights) {
          {ofLab, "POST", "/interpreters/default/api/kernels", "", 403, denied + "not use the"},
          {ofLab, "GET", "/api/status", "", 200, R"("kernels":1})"},
          {ofLab, "GET", "/api/kernels/{default}", "", 403, denied + "not use the"},
+         {ofLab, "GET", "/api/kernels/{default}/channels", "", 403, denied + "not use the"},
          {ofLab, "POST", "/api/kernels/{default}/interrupt", "", 403, denied + "not use the"},
          {ofLab, "POST", "/api/kernels/{lab}/restart", "", 403, denied + "not restart"},
          {ofLab, "POST", "/api/sessions", R"({"kernel":{"id":"{default}"}})", 404, "There is no kernel"},

@@ -3,6 +3,7 @@
 #include <boost/beast/core/buffers_to_string.hpp>
 
 #include "GatewayFixture.h"
+#include "WebSocketClient.h"
 #include "http/OutgoingFrames.h"
 
 namespace {
@@ -11,63 +12,12 @@ using namespace std::chrono_literals;
 using testing::HasSubstr;
 using testing::Not;
 
-constexpr char textFrame = 1;
-constexpr char binaryFrame = 2;
-constexpr char closeFrame = 8;
-constexpr char pingFrame = 9;
-constexpr char pongFrame = 10;
-
-std::size_t numberIn(const std::string& bytes) {
-    std::size_t number = 0;
-    for (const char byte : bytes) number = number * 256 + static_cast<unsigned char>(byte);
-    return number;
-}
-
-struct Frame {
-    int opcode = -1;  ///< -1 when the connection ended
-    std::string payload;
-    std::size_t closeCode() const { return opcode == closeFrame ? numberIn(payload.substr(0, 2)) : 0; }
-};
-
-std::string encoded(char opcode, const std::string& payload) {
-    const int bits = payload.size() < 126 ? 0 : payload.size() < 65536 ? 16 : 64;
-    const std::size_t length = bits == 0 ? payload.size() : bits == 16 ? 126 : 127;
-    std::string bytes{static_cast<char>(0x80 | opcode), static_cast<char>(0x80 | length)};
-    for (int shift = bits - 8; shift >= 0; shift -= 8) bytes += static_cast<char>(payload.size() >> shift);
-    return bytes + std::string(4, '\0') + payload;  // the mask changes nothing
-}
-
-/// A connection that has asked for a WebSocket.
-class Socket : public TestClient {
-public:
-    Socket(std::uint16_t port, const std::string& query, const std::string& headers = "")
-        : TestClient(port), response(get("/cometd" + query, upgrade + headers)) {}
-
-    Frame receiveFrame() {
-        const std::string head = receiveBytes(2);
-        if (head.size() < 2) return {};
-        std::size_t size = static_cast<unsigned char>(head[1]);
-        if (size >= 126) size = numberIn(receiveBytes(size == 126 ? 2 : 8));
-        return {head[0] & 15, receiveBytes(size)};
-    }
-    std::string askFor(const std::string& text) {
-        send(encoded(textFrame, text));
-        return receiveFrame().payload;
-    }
-    std::size_t closeCodeAfter(const std::string& bytes) {
-        send(bytes);
-        return receiveFrame().closeCode();
-    }
-
-    const TestResponse response;
-};
-
 class WebSocketTest : public GatewayFixture {
 protected:
     Socket open(const std::string& headers = "") const {
-        return {gateway_->port(), "?token=" + TestClient::token, headers};
+        return {gateway_->port(), "/cometd?token=" + TestClient::token, headers};
     }
-    Socket openUnknown() const { return {gateway_->port(), ""}; }
+    Socket openUnknown() const { return {gateway_->port(), "/cometd"}; }
 };
 
 TEST_F(WebSocketTest, carriesBayeuxMessagesAlsoLargeOnesInOrder) {
@@ -129,7 +79,7 @@ TEST_F(WebSocketTest, takesTheTokenOfTheHandshakeAndClosesAfterAnyOtherFrame) {
 
 TEST_F(WebSocketTest, beginsNoSessionWithATokenThatIsGone) {
     start();
-    Socket socket(gateway_->port(), "?token=" + TestClient::token);
+    Socket socket(gateway_->port(), "/cometd?token=" + TestClient::token);
     const std::string id = clientIdIn(socket.askFor(handshake(false)));
     gateway_->reload({.token = "another-token-of-the-tests"});
     EXPECT_THAT(socket.askFor(handshake(false)), HasSubstr("401"));
@@ -224,7 +174,7 @@ TEST(OutgoingFramesTest, joinsSmallArraysAndPutsRepliesFirst) {
     const auto push = [&](std::string messages, bool isReply) {
         gateway::bayeux::MessageArray array;
         array.add(std::move(messages));
-        frames.push(array, isReply);
+        frames.push({.pieces = array, .isReply = isReply});
     };
     for (const char* small : {"1", "2,3", ""}) push(small, false);
     push(std::string(70'000, '4'), false);
@@ -233,7 +183,7 @@ TEST(OutgoingFramesTest, joinsSmallArraysAndPutsRepliesFirst) {
     std::size_t bytes = 0;
     while (!frames.empty()) {
         const auto batch = frames.take();
-        taken += batch.frame.text().substr(0, 8) + " ";
+        taken += batch.frame.pieces.text().substr(0, 8) + " ";
         bytes += batch.queuedBytes;
     }
     EXPECT_EQ(taken, "[5] [1,2,3] [] [4444444 ");
@@ -248,7 +198,7 @@ TEST(FrameSlicesTest, cutTheTextWhereverABoundIs) {
     for (const std::size_t most : {1U, 7U, 10'000U, 61'440U, 262'144U}) {
         gateway::http::FrameSlices slices;
         std::string text;
-        for (slices.start(array); !slices.isAtEnd();) {
+        for (slices.start({.pieces = array}); !slices.isAtEnd();) {
             const auto slice = boost::beast::buffers_to_string(slices.next(most));
             ASSERT_TRUE(!slice.empty() && slice.size() <= most);
             text += slice;

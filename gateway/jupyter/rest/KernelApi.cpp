@@ -5,7 +5,6 @@
 #include <vector>
 
 #include "connector/json/ObjectBuilder.h"
-#include "connector/wireWords.h"
 #include "interpreters/replyOf.h"
 #include "jupyter/rest/models.h"
 #include "jupyter/rest/startKernel.h"
@@ -67,18 +66,14 @@ void kernel(const Ask& ask, Done done) {
 }
 
 void interruptKernel(const Ask& ask, Done done) {
-    ask.desk->port().submit(connector::wire::type::interrupt, std::make_shared<const std::string>("{}"),
-                            std::make_shared<connector::common::ContextState>(),
-                            [done = std::move(done)](dispatch::Answer answer) {
-                                if (answer.status != 200) return done(replyFrom(std::move(answer)));
-                                done({.status = 204, .contentType = {}});
-                            });
+    ask.desk->kernel().interrupt();
+    done({.status = 204, .contentType = {}});
 }
 
 void restartKernel(const Ask& ask, Done done) {
-    ask.desk->port().restart(
-        false, std::nullopt, [desk = ask.desk, done = std::move(done)](dispatch::Answer answer) {
-            done(answer.status == 200 ? HttpReply{.body = kernelModel(*desk)} : replyFrom(std::move(answer)));
+    ask.desk->kernel().restart(
+        [desk = ask.desk, done = std::move(done)](int status, const std::string& reason) {
+            done(status == 200 ? HttpReply{.body = kernelModel(*desk)} : errorReply(status, reason));
         });
 }
 
