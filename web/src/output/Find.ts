@@ -40,7 +40,7 @@ export class Find {
         log.flush();
         const {region} = log, {signal} = this.stop;
         this.region = region;
-        this.pattern = new RegExp(query.replace(/[\\^$.*+?()[\]{}|/-]/g, "\\$&"), options.matchCase ? "gu" : "giu");
+        this.pattern = new RegExp(query.replace(/[\\^$.*+?()[\]{}|]/g, "\\$&"), options.matchCase ? "gu" : "giu");
         this.changed = options.onChange ?? (() => {});
         this.units = query === "" ? [] : shownUnits(region);
         // Blocks that come into view get new nodes.
