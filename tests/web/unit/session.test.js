@@ -115,6 +115,7 @@ test("an error takes the place of its text, and other text on standard error sta
         ["with variables between them", [["error", text], ["/eventmgr/0/workspace", {}], error], ["shows: error"]],
         ["in two parts", [["error", text.slice(0, 50)], ["error", text.slice(50)], error], ["shows: error"]],
         ["one that was caught", [["error", text], ["output", "on\n"]], [`error: ${text}`, "output: on\n"]],
+        ["one in a log that goes on", [["error", text], ["error", "x".repeat(1 << 20)], ["error", "on\n"]], [`error: ${text}${"x".repeat(1 << 20)}`, "error: on\n"]],
         ["one without frames", [["error", "SyntaxError: no\n"], ["/eventmgr/0/error", {traceback: ["SyntaxError: no"]}]], ["error: SyntaxError: no\n"]],
     ]) {
         const {told, take} = made();

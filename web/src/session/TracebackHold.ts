@@ -1,7 +1,7 @@
 import type {Failure} from "../wire/messages.js";
 
 const beginning = /^Traceback \(most recent call last\):$/m;
-const longestWaitMs = 2000;
+const longestWaitMs = 1000, longestText = 1 << 20;
 
 /**
  * Holds the text of a traceback until its "error" event, which comes right after it, so that the log can show the error
@@ -15,11 +15,16 @@ export class TracebackHold {
 
     /** Text of standard error. */
     write(text: string): void {
-        const all = this.take() + text;
-        const at = all.search(beginning);
-        if (at !== 0) this.release(at < 0 ? all : all.slice(0, at));
+        if (this.held !== "") {
+            // The wait is not begun anew: a program that goes on writing would never be heard.
+            this.held += text;
+            if (this.held.length > longestText) this.letGo();
+            return;
+        }
+        const at = text.search(beginning);
+        if (at !== 0) this.release(at < 0 ? text : text.slice(0, at));
         if (at < 0) return;
-        this.held = all.slice(at);
+        this.held = text.slice(at);
         this.timer = setTimeout(() => this.letGo(), longestWaitMs);
     }
 
