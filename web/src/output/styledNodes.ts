@@ -16,16 +16,22 @@ export function linksIn(text: string): Link[] {
     const links: Link[] = [];
     if (!mayHaveLinks(text)) return links;
     for (const {0: found, index} of text.matchAll(address)) {
-        let url = found.replace(/[.,;:!?]+$/, "");
-        while (/[)\]]$/.test(url) && !isBalanced(url)) url = url.slice(0, -1).replace(/[.,;:!?]+$/, "");
+        const url = withoutPunctuation(found);
         if (URL.canParse(url)) links.push({from: index, to: index + url.length, url});
     }
     return links;
 }
 
-function isBalanced(url: string): boolean {
-    const count = (characters: string) => [...url].filter(each => characters.includes(each)).length;
-    return count("([") >= count(")]");
+// A bracket that closes belongs to the address if that has opened it. One pass: texts may be made to cost more.
+function withoutPunctuation(url: string): string {
+    let tooMany = 0, to = url.length;
+    for (const each of url) tooMany += ")]".includes(each) ? 1 : "([".includes(each) ? -1 : 0;
+    for (; to > 0; --to) {
+        const last = url[to - 1]!;
+        if (")]".includes(last) && tooMany > 0) --tooMany;
+        else if (!".,;:!?".includes(last)) break;
+    }
+    return url.slice(0, to);
 }
 
 /** `text` as nodes: spans where it has a style, anchors where it has an address, text everywhere. */

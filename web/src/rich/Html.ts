@@ -18,7 +18,7 @@ purify.addHook("uponSanitizeAttribute", (_node, data) => {
 });
 purify.addHook("afterSanitizeAttributes", node => {
     if (node.nodeName === "TH" && node.textContent?.trim() === "") node.setAttribute("role", "cell");  // the corner of many a table names nothing
-    if (node.nodeName !== "A") return;
+    if (node.nodeName !== "A" && node.nodeName !== "AREA") return;
     node.setAttribute("target", "_blank");
     node.setAttribute("rel", "noopener noreferrer");
 });
@@ -33,7 +33,7 @@ const style = `
 
 // What is taken out anyway: the page's policy would complain of each while the text is parsed.
 function withoutComplaints(html: string): string {
-    return html.replace(/<base\b[^>]*>?/gi, "").replace(/<[a-z][^>]*>/gi, tag => tag.replace(/\bon\w+(?=\s*=)/gi, "data-removed"));
+    return html.replace(/<base\b[^>]*>?/gi, "").replace(/<[a-z][^>]*(?:>|$)/gi, tag => tag.replace(/\bon\w+(?=\s*=)/gi, "data-removed"));
 }
 
 /** HTML that code shows, without whatever could run, send or fetch anything, in a shadow root. */
