@@ -38,13 +38,13 @@ export class EntryText {
         else this.block?.setTail(control.line);
     }
 
-    place(node: HTMLElement, rows: number): void {
+    place(node: HTMLElement, rows: number, characters: number): void {
         this.closeBlock();
         const box = Box.make("placed", this.groupWithRoom());
         box.element.append(node);
         box.addRows(rows);
         const text = () => node.dataset["copy"] ?? node.textContent ?? "";
-        this.addItem({box, length: 0, part: () => ({kind: "node", node, text: text()})});
+        this.addItem({box, length: characters, part: () => ({kind: "node", node, text: text()})});
     }
 
     notice(text: string): void {

@@ -58,12 +58,12 @@ export class EntryView implements EntryHandle {
         }
     }
 
-    place(node: HTMLElement, rows: number): void {
-        this.log.later(0, () => this.output.place(node, rows));
+    place(node: HTMLElement, rows: number, characters = 0): void {
+        this.log.later(characters, () => this.isGone || this.output.place(node, rows, characters));
     }
 
     notice(text: string): void {
-        this.log.later(text.length, () => this.output.notice(text));
+        this.log.later(text.length, () => this.isGone || this.output.notice(text));
     }
 
     clear(): void {

@@ -28,8 +28,8 @@ export interface EntryHandle {
 
     /** Appends text with control characters and escape sequences, which may be cut anywhere. Allowed after end(). */
     write(text: string, stream: Stream): void;
-    /** Puts `node` after what was written; it counts as `rows` rows. The node may change later, also in its height. */
-    place(node: HTMLElement, rows: number): void;
+    /** Puts `node` after what was written; it counts as `rows` rows and `characters`. The node may change later, also in its height. */
+    place(node: HTMLElement, rows: number, characters?: number): void;
     /** The same for a line of the page's own, such as "1.2 MB not kept by the server". */
     notice(text: string): void;
     /** Hides what came out until now; it stays in parts() and text(). */

@@ -17,6 +17,9 @@ export class FigureStore {
 
     onChange = (): void => {};
 
+    /** `onDropped` is told whose figure is not kept any more. */
+    constructor(private readonly onDropped: (node: HTMLElement) => void) {}
+
     get all(): readonly Kept[] {
         return this.kept;
     }
@@ -32,7 +35,8 @@ export class FigureStore {
         const caption = make("div", "caption", make("span", "", name),
             button("Open", () => window.open(url, "_blank", "noopener")),
             button("Save", () => save(blob, fileName)),
-            button("Copy", () => void navigator.clipboard.write([new ClipboardItem({"image/png": blobOf(figure.png, "image/png")})])));
+            // Browsers have no clipboard for pictures on pages that came over plain HTTP.
+            ...(navigator.clipboard ? [button("Copy", () => void navigator.clipboard.write([new ClipboardItem({"image/png": blobOf(figure.png, "image/png")})]))] : []));
         node.replaceChildren(image, caption);
         this.kept.push({figure, blob, url, node});
         this.trim();
@@ -46,6 +50,7 @@ export class FigureStore {
             bytes -= blob.size;
             URL.revokeObjectURL(url);
             node.replaceChildren(make("div", "quiet", `${nameOf(figure)} is not kept any more`));
+            this.onDropped(node);
         }
     }
 }

@@ -88,7 +88,7 @@ export class TableView {
     private failed({code, message}: Error & {code?: string}): void {
         const text = message.replace(/^\w+: /, "");  // the class of the error
         if (code === "failed" && this.handlers.onGone) return this.handlers.onGone(text);
-        this.status.replaceChildren(`The rows could not be fetched: ${text} `, button("Try again", () => this.draw()));
+        this.status.replaceChildren(`The rows could not be fetched: ${text} `, button("Try again", () => this.slice ? this.draw() : this.rows.want(0, 1)));
     }
 
     // Columns become wider as longer texts come, and never narrower, so that nothing moves to and fro.

@@ -32,5 +32,5 @@ const rowHeight = 22;
 
 /** How many rows of the log something of this height counts for. */
 export function rowsOf(height: number): number {
-    return Math.max(1, Math.ceil(height / rowHeight));
+    return Math.min(1000, Math.max(1, Math.ceil(height / rowHeight) || 1));
 }

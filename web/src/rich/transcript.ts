@@ -35,7 +35,8 @@ function markdownOf(entry: EntryHandle): string {
     const parts = shownParts(entry).map(part => {
         const {data} = (part.kind === "node" && bundles.get(part.node)) || {data: {}};
         const png = (data as Record<string, unknown>)["image/png"];
-        if (png) return `![${(data as Record<string, unknown>)["text/plain"] ?? "Picture"}](data:image/png;base64,${String(png).replace(/\n/g, "")})\n`;
+        const name = String((data as Record<string, unknown>)["text/plain"] ?? "Picture").replace(/[^\p{L}\p{N} .,=_-]+/gu, " ");
+        if (png) return `![${name}](data:image/png;base64,${String(png).replace(/[^\w+/=]/g, "")})\n`;
         if (part.kind === "notice") return `*${part.text}*\n`;
         return part.text.trim() === "" ? "" : fenced(part.text);
     });
