@@ -105,6 +105,7 @@ public:
     void receive(jupyter::Message message) override { kernel_.receive(std::move(message)); }
     void subscribed() override { kernel_.welcome(); }
     void roomIsBack() override { kernel_.resume(); }
+    void waitsForRoom() override { kernel_.resume(); }
     void raised(int signal) override {
         if (signal == SIGINT) return kernel_.interrupt();
         ending_.begin();

@@ -116,7 +116,9 @@ private:
     void sendQueued() {
         const bool hadRoom = iopub_.hasRoom();
         sendAgain_ = iopub_.send(Clock::now());
-        if (!hadRoom && iopub_.hasRoom()) tasks.add([this] { user_->roomIsBack(); });
+        if (hadRoom) return;
+        tasks.add(
+            [this, hasRoom = iopub_.hasRoom()] { hasRoom ? user_->roomIsBack() : user_->waitsForRoom(); });
     }
 
     milliseconds timeToWait() const {

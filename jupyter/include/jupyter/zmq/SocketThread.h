@@ -22,6 +22,8 @@ public:
     virtual void subscribed() = 0;
     /// The outlet has room again.
     virtual void roomIsBack() = 0;
+    /// Called again and again while it has none: a client that may still read is waited for.
+    virtual void waitsForRoom() {}
     /// For SocketThread::raise.
     virtual void raised(int signal) = 0;
 };
