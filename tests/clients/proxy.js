@@ -46,7 +46,7 @@ export class CuttingProxy {
             if (room[direction] < 0) this.#end(connection);
         };
         client.on("data", data => {
-            const request = /^(GET|POST) ([^ ]*) /.exec(data.toString("latin1"));
+            const request = /^(DELETE|GET|PATCH|POST) ([^ ]*) /.exec(data.toString("latin1"));
             if (!request) return pass("up", data, server);
             if (!request[2].startsWith(this.path)) return this.#end(connection);
             pass("up", Buffer.concat([Buffer.from(`${request[1]} `), data.subarray(request[1].length + 1 + this.path.length)]), server);

@@ -4,6 +4,7 @@ import assert from "node:assert/strict";
 import {join} from "node:path";
 import {after, before, test} from "node:test";
 import {chromium} from "playwright-core";
+import {Server, token} from "../clients/server.js";
 import {NotebookServer} from "./notebookServer.js";
 
 const limit = 30_000;
@@ -13,6 +14,12 @@ before(async () => {
     browser = await chromium.launch({executablePath: process.env.CHROMIUM ?? "/usr/bin/chromium"});
 });
 after(() => browser.close());
+
+async function startServer(t, ...options) {
+    const server = await Server.start(...options);
+    t.after(() => server.stop());
+    return server;
+}
 
 async function open(t, url) {
     const page = await browser.newPage({viewport: {width: 1000, height: 900}});
@@ -62,3 +69,9 @@ async function bothWork(t, notebooks, name) {
 }
 
 test("notebooks run with kernels of their own", async t => bothWork(t, await NotebookServer.start({kernel: []}), "own"));
+
+test("notebooks run with the kernels of a server", async t => {
+    const server = await startServer(t);
+    const options = [`--gateway-url=${server.origin}`, `--GatewayClient.auth_token=${token}`];
+    await bothWork(t, await NotebookServer.start({options}), "gateway");
+});

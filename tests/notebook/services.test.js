@@ -1,0 +1,152 @@
+// The client library of notebook front ends against the gateway, in Node.js: two clients of one kernel.
+
+import assert from "node:assert/strict";
+import {after, before, test} from "node:test";
+import {KernelManager, KernelSpecManager, ServerConnection, SessionManager} from "@jupyterlab/services";
+import {CuttingProxy} from "../clients/proxy.js";
+import {Server, token} from "../clients/server.js";
+import {within} from "../clients/waiting.js";
+
+let server, proxy;
+
+before(async () => {
+    server = await Server.start();
+    proxy = await CuttingProxy.start(server.port);
+});
+after(async () => {
+    proxy.stop();
+    await server.stop();
+});
+
+/** What a notebook page has: managers, and a session with its kernel. */
+class Page {
+    constructor(baseUrl) {
+        const serverSettings = ServerConnection.makeSettings({baseUrl, token});
+        this.kernels = new KernelManager({serverSettings});
+        this.specs = new KernelSpecManager({serverSettings});
+        this.sessions = new SessionManager({serverSettings, kernelManager: this.kernels});
+    }
+
+    async open(path) {
+        await within(20_000, this.specs.ready, "the kernelspecs");
+        const kernel = {name: this.specs.specs.default};
+        this.session = await this.sessions.startNew({path, name: path, type: "notebook", kernel});
+        await this.settle();
+        return this;
+    }
+
+    get kernel() {
+        return this.session.kernel;
+    }
+
+    settle() {
+        return within(20_000, this.kernel.info, "the kernel's answer");
+    }
+
+    /** Runs a cell; `done` resolves with what it has brought. */
+    run(code, answers = []) {
+        const future = this.kernel.requestExecute({code, allow_stdin: true, stop_on_error: true});
+        const cell = {future, text: "", outputs: [], prompts: []};
+        const reached = new Map();
+        /** Resolves when the cell has printed `text`. */
+        cell.prints = text => within(20_000, new Promise(resolve => {
+            reached.set(text, resolve);
+            if (cell.text.includes(text)) resolve();
+        }), text);
+        future.onIOPub = ({header, content}) => {
+            if (header.msg_type === "stream") cell.text += content.text;
+            else if (!["status", "execute_input"].includes(header.msg_type)) cell.outputs.push({type: header.msg_type, ...content});
+            for (const [text, resolve] of reached) if (cell.text.includes(text)) resolve();
+        };
+        future.onStdin = async ({header, content}) => {
+            cell.prompts.push(content);
+            future.sendInputReply({status: "ok", value: await answers.shift()}, header);
+        };
+        cell.done = within(30_000, future.done, code).then(({content}) => Object.assign(cell, {reply: content}));
+        return cell;
+    }
+
+    close() {
+        for (const manager of [this.sessions, this.specs, this.kernels]) manager.dispose();
+    }
+}
+
+/** Two pages with sessions of their own on one kernel. */
+async function twoPages(t, baseUrl = server.origin) {
+    const first = await new Page(baseUrl).open("one.ipynb");
+    const second = new Page(baseUrl);
+    const session = await second.sessions.startNew({path: "two.ipynb", name: "", type: "notebook", kernel: {id: first.kernel.id}});
+    second.session = session;
+    await second.settle();
+    t.after(async () => {
+        await first.session.shutdown();
+        first.close();
+        second.close();
+    });
+    return [first, second];
+}
+
+const untilStatus = (kernel, wanted) => within(20_000, new Promise(resolve => {
+    const check = () => kernel.status === wanted && resolve();
+    kernel.statusChanged.connect(check);
+    check();
+}), `status ${wanted}`);
+
+test("text, results, displays and errors come to who asked, and to the other by the session", async t => {
+    const [page, other] = await twoPages(t);
+    const seen = [];
+    other.kernel.anyMessage.connect((_, {msg, direction}) => direction === "recv" && seen.push(msg));
+    const shown = page.run("from IPython.display import HTML, display\nprint('out')\ndisplay(HTML('<b>bold</b>'))\n6 * 7");
+    const {text, outputs, reply} = await shown.done;
+    assert.equal(text, "out\n");
+    assert.deepEqual(outputs.map(({type, data}) => [type, data["text/html"] ?? data["text/plain"]]), [["display_data", "<b>bold</b>"], ["execute_result", "42"]]);
+    assert.equal(outputs[1].execution_count, reply.execution_count);
+
+    let answer;
+    const failed = page.run("print('before')\ninput()\nundefined_name", [new Promise(resolve => (answer = resolve))]);
+    const aborted = page.run("'aborted'");
+    await page.kernel.requestKernelInfo();
+    answer("");
+    assert.deepEqual([(await failed.done).reply.ename, failed.outputs.at(-1).type, failed.text], ["NameError", "error", "before\n"]);
+    assert.equal((await aborted.done).reply.status, "aborted");
+
+    const parents = seen.filter(({header}) => header.msg_type === "stream").map(({parent_header}) => parent_header.session);
+    assert.ok(parents.length >= 2 && parents.every(session => session === page.kernel.clientId));
+});
+
+test("input and passwords are asked from the client whose cell asks, and from no other", async t => {
+    const [page, other] = await twoPages(t);
+    const cell = page.run("import getpass\nname = input('Name? ')\npassword = getpass.getpass('Password? ')\nprint(name, password)", ["Ada", "secret"]);
+    const {text, prompts} = await cell.done;
+    assert.equal(text, "Ada secret\n");
+    assert.deepEqual(prompts, [{prompt: "Name? ", password: false}, {prompt: "Password? ", password: true}]);
+    const own = other.run("print(input('Whose? '))", ["mine"]);
+    await own.done;
+    assert.deepEqual([own.text, cell.prompts.length], ["mine\n", 2]);
+});
+
+test("a restart ends native code that no interrupt ends", async t => {
+    const [page, other] = await twoPages(t);
+    await page.run("kept = 1").done;
+    const native = page.run("print('begun')\nsum(range(10**13))");
+    native.done.catch(() => {});
+    await native.prints("begun");
+    const told = untilStatus(other.kernel, "autorestarting");
+    await within(30_000, page.kernel.restart(), "the restart");
+    await Promise.all([page.settle(), told]);
+    await untilStatus(other.kernel, "idle");
+    assert.equal((await page.run("kept").done).reply.ename, "NameError");
+    assert.equal((await other.run("print('again')").done).text, "again\n");
+});
+
+test("what is printed while a client is away comes on its return, once and in order", async t => {
+    const [page, other] = await twoPages(t, proxy.url);
+    const cell = page.run("import sys, time\nfor i in range(60):\n    print(i)\n    sys.stdout.flush()\n    time.sleep(.05)\ninput('end')", ["ok"]);
+    const seen = other.run("1");
+    await cell.prints("3\n");
+    await proxy.cut();
+    const {text, prompts, reply} = await cell.done;
+    assert.equal(text, Array.from({length: 60}, (_, i) => `${i}\n`).join(""));
+    assert.deepEqual([prompts.length, reply.status], [1, "ok"]);
+    assert.equal((await seen.done).reply.status, "ok");
+});
