@@ -65,7 +65,7 @@ test("the death of an interpreter is told where it happened, and work goes on", 
     await console.run("x = 5");
     await expect(page.getByRole("tabpanel")).toContainText("int");
     const loop = (name, end) => `import numora, os, signal\nfor i in numora.progress(range(5), '${name}', interval=0):\n    if i == 3: ${end}`;
-    await console.type(loop("first", "print('last words'); os.kill(os.getpid(), signal.SIGSEGV)"));
+    await console.type(loop("first", "print('last words'); os.kill(os.getpid(), signal.SIGSEGV); signal.pause()"));
     const death = console.log.locator(".death");
     await expect(death).toContainText("SIGSEGV");
     await death.locator("summary").click();
@@ -74,7 +74,7 @@ test("the death of an interpreter is told where it happened, and work goes on", 
     expect(await console.run("'x' in globals()")).toContain("False\n");
     await console.says("The interpreter was started again");
     await console.run(loop("second", "pass"));
-    await expect(console.log.locator(".progress")).toHaveText([/^first [34]\/5/, /^second 5\/5/]);
+    await expect(console.log.locator(".progress")).toHaveText([/^first 3\/5/, /^second 5\/5/]);
 });
 
 test("interpreters have their own logs and queues, and a restart asks before it takes the variables", async ({console, page}) => {
