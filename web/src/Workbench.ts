@@ -40,11 +40,17 @@ export class Workbench {
                 this.session.linkChanged(state);
                 if (state.name === "open") this.surroundings?.workspaceChanged(false);
             },
-            onCaughtUp: () => this.session.caughtUp(),
+            onCaughtUp: () => {
+                // A tab that the browser brings back must not run what was meant for variables that are gone.
+                if (kept.items.length > 0 && kept.server !== this.connection.server) this.session.returnQueue();
+                kept.items = [];
+                this.session.caughtUp();
+            },
             onServerStarted: () => this.session.serverStarted(),
         });
-        const queue = new CodeQueue(this.stored<string[]>("queue", []), items => {
-            this.store("queue", items);
+        const kept = this.stored<{server?: string; items: string[]}>("queue", {items: []});
+        const queue = new CodeQueue(kept.items, items => {
+            this.store("queue", {server: this.connection.server, items});
             this.surroundings?.update();
         });
         const wire = {
@@ -68,10 +74,12 @@ export class Workbench {
         surroundings.update();
     }
 
+    /** The interpreter is deleted. */
     close(): void {
         this.connection.close();
         this.log.close();
         this.element.remove();
+        for (const name of ["queue", "draft"]) sessionStorage.removeItem(`numora.${name}.${this.id}`);
     }
 
     /** What is kept for a reload of the page. */
@@ -80,7 +88,11 @@ export class Workbench {
     }
 
     store(name: string, value: unknown): void {
-        sessionStorage.setItem(`numora.${name}.${this.id}`, JSON.stringify(value));
+        try {
+            sessionStorage.setItem(`numora.${name}.${this.id}`, JSON.stringify(value));
+        } catch {
+            // Full: it lasts as long as the page.
+        }
     }
 
     private giveBack(text: string): void {

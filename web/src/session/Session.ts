@@ -3,7 +3,7 @@ import {newName} from "numora-client/names.js";
 import type {EntryHandle, Output} from "../output/api.js";
 import type {LinkState} from "../wire/Connection.js";
 import type {Activity} from "../wire/calls.js";
-import {type Evaluation, type Failure, type Life, type Loss, type PromptName, type Question, type Tag, channels, tagOf} from "../wire/messages.js";
+import {type Evaluation, type Failure, type Life, type Loss, type PromptName, type Question, type Tag, channels, clientType as ownType, tagOf} from "../wire/messages.js";
 import {Answers} from "./Answers.js";
 import type {CodeQueue} from "./CodeQueue.js";
 import {TracebackHold} from "./TracebackHold.js";
@@ -106,9 +106,8 @@ export class Session {
     }
 
     async stop(): Promise<void> {
-        const waiting = this.queue.takeAll();
-        if (waiting !== "") this.handlers.onReturned(waiting);
-        if (this.mode === "idle" && this.underWay === undefined) return;
+        this.returnQueue();
+        if (!this.isBusy) return;
         this.stopping = "asked";
         clearTimeout(this.stopTimer);
         this.stopTimer = setTimeout(() => {
@@ -116,7 +115,17 @@ export class Session {
             this.handlers.onChange();
         }, reactsMs);
         this.handlers.onChange();
-        await this.wire.interrupt().catch((error: Error) => this.log.notice(`It could not be stopped: ${error.message}`));
+        await this.wire.interrupt().catch((error: Error) => {
+            this.stopped();
+            this.log.notice(`It could not be stopped: ${error.message}`);
+            this.handlers.onChange();
+        });
+    }
+
+    /** Puts the code that waits back where it was typed. */
+    returnQueue(): void {
+        const waiting = this.queue.takeAll();
+        if (waiting !== "") this.handlers.onReturned(waiting);
     }
 
     // What the wire tells.
@@ -186,9 +195,7 @@ export class Session {
     private evaluation({number, request, code, clientType, state, isError, seconds}: Evaluation): void {
         if (state === "begun") {
             let entry = this.entryOf(request, number);
-            if (!entry) {
-                entry = this.log.beginEntry({code, number, clientType, isOwn: clientType === "numora-web"});
-            }
+            entry ??= this.log.beginEntry({code, number, clientType, isOwn: clientType === ownType});
             if (request !== null) this.entries.set(request, entry);
             entry.setNumber(number);
             this.current = entry;
@@ -278,8 +285,7 @@ export class Session {
         this.mode = "idle";
         this.prompt = {label: ""};
         if (this.isReplaying) return;
-        const waiting = this.queue.takeAll();
-        if (waiting !== "") this.handlers.onReturned(waiting);
+        this.returnQueue();
         this.handlers.onWorkspace(true);
     }
 
