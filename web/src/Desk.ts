@@ -40,7 +40,7 @@ export class Desk {
             },
             onDraft: code => workbench.store("draft", code),
         });
-        this.panels = new Panels([workspace, new FiguresPanel(rich.figures), this.history, this.help]);
+        this.panels = new Panels([workspace, new FiguresPanel(rich.figures), this.history, this.help], log.closed);
         work.prepend(this.find.element);
         work.append(this.input.element);
         element.append(this.panels.element);

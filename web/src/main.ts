@@ -7,7 +7,7 @@ const [, server, own = "default"] = /^(.*?)(?:\/interpreters\/([a-z][a-z0-9-]*))
 const workbenches = new Map<string, Workbench>();
 
 function current(): Workbench {
-    const id = location.hash.slice(1) || own;
+    const id = /^#([a-z][a-z0-9-]*)$/.exec(location.hash)?.[1] ?? own;
     const known = workbenches.get(id);
     if (known) return known;
     const workbench = new Workbench(id, server);

@@ -13,7 +13,7 @@ const listMs = 10_000, clockMs = 500;
 
 /** `current` gives the workbench of the address, a new one at the first visit. */
 export function furnish(server: string, own: string, current: () => Workbench, forget: (id: string) => void): void {
-    const settings = readSettings(), history = new History(localStorage), desks = new Map<Workbench, Desk>();
+    const settings = readSettings(), history = new History(localStorage), desks = new WeakMap<Workbench, Desk>();
     const ask = (method: string, path = "", body?: object) => exchange({server, token: ""}, method, `/interpreters${path}`, body);
     let ids = [own];
 
@@ -22,7 +22,7 @@ export function furnish(server: string, own: string, current: () => Workbench, f
         onCreate: async () => void (location.hash = (await ask("POST", "", {})).id),
         onRestart: id => ask("POST", `/${id}/restart`, {}),
         onDelete: async id => {
-            location.hash = own;
+            location.hash = id === own ? "default" : own;
             forget(id);  // its connection would complain of the end
             await ask("DELETE", `/${id}`);
         },

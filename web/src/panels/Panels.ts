@@ -26,7 +26,7 @@ export class Panels {
     private isSheetOpen = false;
     private readonly place: Place = {tab: "Workspace", width: 380, isOpen: true};
 
-    constructor(private readonly panels: Panel[]) {
+    constructor(private readonly panels: Panel[], signal: AbortSignal) {
         try {
             Object.assign(this.place, JSON.parse(localStorage.getItem(key) ?? "{}"));
         } catch {
@@ -47,7 +47,7 @@ export class Panels {
         narrow.addEventListener("change", () => {
             this.isSheetOpen = this.element.contains(document.activeElement);
             this.update();
-        });
+        }, {signal});
         this.update();
     }
 

@@ -2,7 +2,7 @@ import type {ConnectionState, Message, RequestOptions} from "numora-client";
 import {NumoraError} from "numora-client/errors.js";
 import {exchange} from "numora-client/http.js";
 import {Session} from "numora-client/Session.js";
-import {channels, subscribed} from "./messages.js";
+import {channels, clientType, subscribed} from "./messages.js";
 
 /** "gone" is the interpreter, which somebody has deleted. */
 export type LinkState =
@@ -21,8 +21,6 @@ export interface LinkHandlers {
     onServerStarted(): void;
 }
 
-/** By which the page knows code that was entered in a page. */
-export const clientType = "numora-web";
 /** After so long without a message, nothing more that was kept is to come. */
 const quietMs = 400;
 const firstRetryMs = 500, lastRetryMs = 5000;

@@ -2,6 +2,9 @@
 
 import type {DeathRecord} from "numora-client";
 
+/** By which the page knows code that was entered in a page. */
+export const clientType = "numora-web";
+
 const responses = "/eval/response/";
 const events = "/eventmgr/0/";
 const tags = ["status", "workspace", "figure", "progress", "evaluation", "display", "clear", "error", "input"] as const;
