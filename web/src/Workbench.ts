@@ -5,6 +5,7 @@ import {make} from "./rich/dom.js";
 import {Answers} from "./session/Answers.js";
 import {CodeQueue} from "./session/CodeQueue.js";
 import {Session} from "./session/Session.js";
+import {keep, kept} from "./session/storage.js";
 import {Connection} from "./wire/Connection.js";
 
 /** What stands around the log, which is loaded after it. */
@@ -42,14 +43,14 @@ export class Workbench {
             },
             onCaughtUp: () => {
                 // A tab that the browser brings back must not run what was meant for variables that are gone.
-                if (kept.items.length > 0 && kept.server !== this.connection.server) this.session.returnQueue();
-                kept.items = [];
+                if (before.items.length > 0 && before.server !== this.connection.server) this.session.returnQueue();
+                before.items = [];
                 this.session.caughtUp();
             },
             onServerStarted: () => this.session.serverStarted(),
         });
-        const kept = this.stored<{server?: string; items: string[]}>("queue", {items: []});
-        const queue = new CodeQueue(kept.items, items => {
+        const before = this.stored<{server?: string; items: string[]}>("queue", {items: []});
+        const queue = new CodeQueue(before.items, items => {
             this.store("queue", {server: this.connection.server, items});
             this.surroundings?.update();
         });
@@ -84,15 +85,11 @@ export class Workbench {
 
     /** What is kept for a reload of the page. */
     stored<Value>(name: string, otherwise: Value): Value {
-        return JSON.parse(sessionStorage.getItem(`numora.${name}.${this.id}`) ?? "null") ?? otherwise;
+        return kept(sessionStorage, `numora.${name}.${this.id}`, otherwise);
     }
 
     store(name: string, value: unknown): void {
-        try {
-            sessionStorage.setItem(`numora.${name}.${this.id}`, JSON.stringify(value));
-        } catch {
-            // Full: it lasts as long as the page.
-        }
+        keep(sessionStorage, `numora.${name}.${this.id}`, value);
     }
 
     private giveBack(text: string): void {

@@ -1,5 +1,6 @@
 import {html, render} from "lit-html";
 import {make} from "../rich/dom.js";
+import {keep, kept} from "../session/storage.js";
 
 export interface Panel {
     readonly name: string;
@@ -24,14 +25,9 @@ export class Panels {
     private readonly content = make("div", "panel-content");
     private readonly tabs = make("div", "tabs");
     private isSheetOpen = false;
-    private readonly place: Place = {tab: "Workspace", width: 380, isOpen: true};
+    private readonly place: Place = {tab: "Workspace", width: 380, isOpen: true, ...kept<Partial<Place>>(localStorage, key, {})};
 
     constructor(private readonly panels: Panel[], signal: AbortSignal) {
-        try {
-            Object.assign(this.place, JSON.parse(localStorage.getItem(key) ?? "{}"));
-        } catch {
-            // As at the first visit.
-        }
         this.element.ariaLabel = "Panels";
         this.tabs.role = "tablist";
         this.tabs.ariaLabel = "Panels";
@@ -113,6 +109,6 @@ export class Panels {
     }
 
     private store(): void {
-        localStorage.setItem(key, JSON.stringify(this.place));
+        keep(localStorage, key, this.place);
     }
 }

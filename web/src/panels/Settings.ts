@@ -1,3 +1,5 @@
+import {keep, kept} from "../session/storage.js";
+
 /** What the user has chosen for the page, kept in the browser. */
 export interface Settings {
     theme: "system" | "light" | "dark";
@@ -10,17 +12,12 @@ const key = "numora.settings";
 export const textSizes = [80, 90, 100, 115, 130, 150, 200];
 
 export function readSettings(): Settings {
-    const settings: Settings = {theme: "system", textSize: 100, readAloud: false};
-    try {
-        return {...settings, ...JSON.parse(localStorage.getItem(key) ?? "{}")};
-    } catch {
-        return settings;
-    }
+    return {theme: "system", textSize: 100, readAloud: false, ...kept<Partial<Settings>>(localStorage, key, {})};
 }
 
 export function applySettings(settings: Settings): void {
     const {style} = document.documentElement;
     style.colorScheme = settings.theme === "system" ? "light dark" : settings.theme;
     style.setProperty("--text-scale", String(settings.textSize / 100));
-    localStorage.setItem(key, JSON.stringify(settings));
+    keep(localStorage, key, settings);
 }

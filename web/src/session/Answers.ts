@@ -1,3 +1,5 @@
+import {keep, kept} from "./storage.js";
+
 const most = 500;
 const dots = "\u2022".repeat(8);
 
@@ -24,20 +26,11 @@ export class Answers {
     }
 
     private items(): Map<number, string> {
-        try {
-            const {server, items} = JSON.parse(this.storage.getItem(this.key)!);
-            if (server === this.server()) return new Map(items);
-        } catch {
-            // As if there were none.
-        }
-        return new Map();
+        const {server, items} = kept<{server?: string | undefined; items: [number, string][]}>(this.storage, this.key, {items: []});
+        return new Map(server === this.server() ? items : []);
     }
 
     private store(items: Map<number, string>): void {
-        try {
-            this.storage.setItem(this.key, JSON.stringify({server: this.server(), items: [...items].slice(-most)}));
-        } catch {
-            // Full: it is not shown again.
-        }
+        keep(this.storage, this.key, {server: this.server(), items: [...items].slice(-most)});
     }
 }

@@ -1,3 +1,5 @@
+import {keep, kept} from "./storage.js";
+
 const most = 1000;
 
 /** The code that was entered, the newest last, in a storage that outlives the page. */
@@ -8,7 +10,7 @@ export class History {
     private prefix = "";
 
     constructor(private readonly storage: Pick<Storage, "getItem" | "setItem">, private readonly key = "numora.history") {
-        this.items = stringsIn(storage.getItem(key));
+        this.items = this.stored();
         this.position = this.items.length;
     }
 
@@ -19,9 +21,9 @@ export class History {
     add(code: string): void {
         if (code.trim() === "") return;
         // Another page may have added some meanwhile.
-        this.items = [...stringsIn(this.storage.getItem(this.key)).filter(each => each !== code), code].slice(-most);
+        this.items = [...this.stored().filter(each => each !== code), code].slice(-most);
         this.reset();
-        this.store();
+        keep(this.storage, this.key, this.items);
     }
 
     /** Puts what the interpreter knows, too, before what is known here. */
@@ -54,20 +56,7 @@ export class History {
         this.position = this.items.length;
     }
 
-    private store(): void {
-        try {
-            this.storage.setItem(this.key, JSON.stringify(this.items));
-        } catch {
-            // Full, or not allowed: it lasts as long as the page.
-        }
-    }
-}
-
-function stringsIn(text: string | null): string[] {
-    try {
-        const value = JSON.parse(text ?? "[]");
-        return Array.isArray(value) ? value.filter(each => typeof each === "string") : [];
-    } catch {
-        return [];
+    private stored(): string[] {
+        return kept<string[]>(this.storage, this.key, []);
     }
 }
