@@ -95,6 +95,11 @@ export class Editor {
         this.view.focus();
     }
 
+    /** The page would hold on to it. */
+    close(): void {
+        this.view.destroy();
+    }
+
     insert(text: string): void {
         this.view.dispatch(this.view.state.replaceSelection(text), {scrollIntoView: true});
         this.focus();

@@ -133,6 +133,7 @@ export class InputLine {
         const editor = new Editor(root, parent, editorHandlers);
         editor.code = this.draft;
         this.editor = editor;
+        session.log.closed.addEventListener("abort", () => editor.close());
         if (document.activeElement === document.body && !this.asks) editor.focus();
     }
 

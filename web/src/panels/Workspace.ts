@@ -37,11 +37,12 @@ export class Workspace implements Panel {
 
     show(isShown: boolean): void {
         this.isShown = isShown;
+        this.isStale ||= isShown;
         void this.refresh();
     }
 
     changed(isEmpty: boolean): void {
-        this.isStale = true;
+        this.isStale = !isEmpty;  // to ask would start an interpreter that has died
         if (isEmpty) {
             this.variables = [];
             this.update();
@@ -58,7 +59,7 @@ export class Workspace implements Panel {
             this.update();
             this.opened?.view.refresh();
         } catch {
-            this.isStale = true;  // until the next change, or the panel is shown again
+            // Until the next change, or the panel is shown again.
         }
         setTimeout(() => {
             this.isAsking = false;

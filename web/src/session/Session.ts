@@ -251,13 +251,14 @@ export class Session {
             this.deadLife = life.death.life;
             this.forget();
         }
-        if (life.state === "ready") {
+        if (life.state === "ready" && this.lifeReady !== life.life) {
             if (this.lifeReady !== undefined && this.lifeReady < life.life) {
                 // What was sent after a death belongs to the new life.
                 if (this.deadLife !== undefined && this.deadLife >= this.lifeReady) this.log.notice(newLifeText);
                 else this.startedAgain(newLifeText);
             }
             this.lifeReady = life.life;
+            this.handlers.onWorkspace(false);
         }
         this.handlers.onChange();
         this.sendNext();
