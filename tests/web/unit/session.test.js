@@ -21,7 +21,7 @@ function made(waiting = []) {
         end(result) { this.result = result; told.push(`end: ${result.isError}`); },
     });
     const log = {beginEntry: ({code}) => (told.push(`entry: ${code}`), entry(code)), notice: text => told.push(`notice: ${text}`), clear() {}, home() {}};
-    const wire = {publish: (text, options) => new Promise((resolve, reject) => sent.push({text, ...options, reject})),
+    const wire = {publish: (text, options) => new Promise((resolve, reject) => sent.push({text, ...options, resolve, reject})),
         interrupt: async () => void sent.push("interrupt"), activity: async () => undefined};
     const showing = {event: tag => told.push(`shows: ${tag}`), death: () => told.push("death"), suggestion: name => told.push(`meant: ${name}`)};
     const handlers = {onChange() {}, onWorkspace() {}, onReturned: text => told.push(`back: ${text}`)};
@@ -95,14 +95,20 @@ test("a suggestion stands behind the error that it is about", async () => {
 test("an answer is shown where it was asked for, once it is taken, and a secret never", async () => {
     const {session, sent, told, take, ready} = made();
     await ready();
-    for (const [number, more] of [[1, {}], [2, {echo: false}]]) {
+    for (const [number, more, text] of [[1, {}, "Ada"], [2, {echo: false}, "secret"], [3, {}, "too late"]]) {
         take("iqminput", "INPUT_PROMPT", {prompt: number, ...more});
-        session.answer("secret");
-        assert.equal(told.filter(text => text.includes("secret")).length, number - 1);
+        session.answer(text);
+        session.answer("");  // Enter, pressed twice
         take("iqminput", "NO_PROMPT");
-        assert.deepEqual([sent.at(-1).text, sent.at(-1).prompt], ["secret\n", number]);
+        take("output", "then ");
+        assert.equal(told.filter(text => text === "output: then ").length, number - 1);
+        assert.deepEqual([sent.at(-1).text, sent.at(-1).prompt, sent.length], [`${text}\n`, number, number]);
+        if (number < 3) sent.at(-1).resolve();
+        else sent.at(-1).reject(Object.assign(new Error("gone"), {code: "409"}));
+        await new Promise(resolve => setTimeout(resolve));
     }
-    assert.deepEqual(told.filter(text => text.startsWith("output")), ["output: secret\n", `output: ${"\u2022".repeat(8)}\n`]);
+    assert.deepEqual(told.filter(text => !text.startsWith("entry")), ["output: Ada\n", "output: then ", `output: ${"\u2022".repeat(8)}\n`, "output: then ",
+        'notice: The code does not wait for this answer any more: "too late" was not sent', "output: then "]);
 });
 
 test("an error takes the place of its text, and other text on standard error stays as it is", async () => {

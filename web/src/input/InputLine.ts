@@ -26,6 +26,7 @@ export class InputLine {
     /** What stands in the editor, also before there is one. */
     private draft: string;
     private shown = "";
+    private shownNumber: number | undefined;
 
     constructor(private readonly session: Session, private readonly history: History, draft: string, private readonly handlers: InputHandlers) {
         this.draft = draft;
@@ -83,13 +84,19 @@ export class InputLine {
         const {mode, prompt, queue, link} = this.session;
         const key = `${mode} ${prompt.number ?? ""} ${prompt.label}`;
         if (key !== this.shown) {
-            const hadFocus = this.hasFocus;
+            const hadFocus = this.hasFocus, {text: unsent, isSecret} = this.field;
+            const isTooLate = unsent !== "" && prompt.number !== this.shownNumber && this.session.stopping === "no";
             this.shown = key;
+            this.shownNumber = prompt.number;
+            if (isTooLate) this.field.text = "";
             this.host.hidden = this.symbol.hidden = this.asks;
             if (this.asks) this.field.show(mode, prompt.label);
             else this.field.hide();
             this.symbol.textContent = mode === "keyboard" ? "K>>" : ">";
-            if (hadFocus) this.focus();
+            if (isTooLate) this.session.tooLate(unsent, isSecret);
+            // Who goes on typing an answer must not type code.
+            if (hadFocus && isTooLate && !this.asks) this.session.log.region.focus();
+            else if (hadFocus) this.focus();
         }
         render(html`<button type="button" class="run" ?hidden=${this.asks} @click=${() => void this.editor?.enter(true)}>Run</button>`, this.buttons);
         this.queue.hidden = queue.waiting.length === 0;

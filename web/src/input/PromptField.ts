@@ -7,16 +7,20 @@ const debuggerKeys = [["Next", "n"], ["Step", "s"], ["Return", "r"], ["Continue"
 export class PromptField {
     private history: string[] = [];
     private position = 0;
+    private isDebugger = false;
+    isSecret = false;
 
     constructor(private readonly element: HTMLElement, private readonly onAnswer: (text: string) => void) {}
 
     show(mode: Mode, label: string): void {
+        this.isSecret = mode === "password";
+        this.isDebugger = mode === "debugger";
         if (mode === "pause") {
             render(html`<span class="prompt-label">Paused: press any key</span>
                 <button type="button" class="answer" @click=${() => this.onAnswer("")} @keydown=${(event: KeyboardEvent) => this.anyKey(event)}>Go on</button>`, this.element);
             return;
         }
-        const isSecret = mode === "password", name = label.trim() || "Input";
+        const {isSecret} = this, name = label.trim() || "Input";
         render(html`<form @submit=${(event: Event) => this.submit(event)}>
             <label class="prompt-label" for="answer">${label || "Input:"}</label>
             ${isSecret
@@ -25,9 +29,7 @@ export class PromptField {
                     @keydown=${(event: KeyboardEvent) => mode === "debugger" && this.recall(event)}>`}
             ${mode === "debugger" ? debuggerKeys.map(([text, key]) => html`<button type="button" @click=${() => this.onAnswer(key)}>${text}</button>`) : nothing}
             <button type="submit">Send</button></form>`, this.element);
-        this.isDebugger = mode === "debugger";
     }
-    private isDebugger = false;
 
     get hasFocus(): boolean {
         return this.field?.matches(":focus") ?? false;

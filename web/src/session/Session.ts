@@ -73,6 +73,9 @@ export class Session {
     /** The name of the code that was sent and has not ended. */
     private underWay: string | undefined;
     private question: Question | undefined;
+    /** The prompt to which an answer is on its way; what ends the prompt waits until it is known whose answer that was. */
+    private answered: number | undefined;
+    private readonly held: Message[] = [];
     private lastLine = "";
     private knowsPrompt = false;
     /** What comes is of the past: it is shown, and causes nothing. */
@@ -96,13 +99,25 @@ export class Session {
 
     /** Answers the question that the code asks. */
     answer(text: string): void {
-        const {number} = this.prompt;
-        if (number !== undefined) this.answers.add(number, text, this.mode === "password");
+        const {mode, prompt: {number}} = this;
+        if (number !== undefined && number === this.answered) return;  // Enter, pressed twice
+        if (number !== undefined) this.answers.add(number, text, mode === "password");
+        this.answered = number;
         this.wire.publish(`${text}\n`, {request: newName(), prompt: number}).catch((error: NumoraError) => {
             if (number !== undefined) this.answers.remove(number);
-            this.log.notice(error.code === "409" ? "The code does not wait for this answer any more: it was not sent" : notSent(error, "answer"));
-            if (this.mode !== "password") this.handlers.onReturned(text);
+            if (error.code === "409" && mode !== "keyboard") return this.tooLate(text, mode === "password");
+            this.log.notice(notSent(error, "answer"));
+            if (mode !== "password") this.handlers.onReturned(text);
+        }).finally(() => {
+            this.answered = undefined;
+            for (const message of this.held.splice(0)) this.take(message);
         });
+    }
+
+    /** What was typed for a question that has been answered elsewhere, or waits no more. */
+    tooLate(text: string, isSecret: boolean): void {
+        if (text === "") return;
+        this.log.notice(`The code does not wait for this answer any more: ${isSecret ? "it" : `"${text}"`} was not sent`);
     }
 
     async stop(): Promise<void> {
@@ -150,6 +165,7 @@ export class Session {
 
     take(message: Message): void {
         const {channel, data, request} = message;
+        if (this.held.length > 0 || (this.answered !== undefined && channel === channels.prompt)) return void this.held.push(message);
         const tag = tagOf(channel);
         // Those of variables and states keep no place among text.
         if (channel !== channels.error && channel !== channels.suggest && !(tag && ["error", "workspace", "status"].includes(tag))) {
