@@ -18,6 +18,11 @@ export interface Surroundings {
     use(code: string, insteadOf: string): void;
 }
 
+function isReload(): boolean {
+    const [entry] = performance.getEntriesByType("navigation") as PerformanceNavigationTiming[];
+    return entry?.type === "reload";
+}
+
 /** One interpreter: its log, its connection and its queue. */
 export class Workbench {
     readonly element = make("div", "workbench");
@@ -42,8 +47,9 @@ export class Workbench {
                 if (state.name === "open") this.surroundings?.workspaceChanged(false);
             },
             onCaughtUp: () => {
-                // A tab that the browser brings back must not run what was meant for variables that are gone.
-                if (before.items.length > 0 && before.server !== this.connection.server) this.session.returnQueue();
+                // A copy of a tab, or one that the browser brings back later, must not run what another runs, or was meant for variables that are gone.
+                const isSame = isReload() && before.server === this.connection.server;
+                if (before.items.length > 0 && !isSame) this.session.returnQueue();
                 before.items = [];
                 this.session.caughtUp();
             },
