@@ -78,10 +78,11 @@ export class EntryText {
         return parts;
     }
 
-    /** Removes the oldest item. Result: its rows and length; undefined if there is none, or it is still written. */
-    removeOldest(): {rows: number; length: number} | undefined {
+    /** Removes the oldest item. Result: its rows and length; undefined if there is none, or it is still written before the end. */
+    removeOldest(isEnded: boolean): {rows: number; length: number} | undefined {
         const item = this.items[0];
-        if (!item || item === this.block) return undefined;
+        if (!item || (item === this.block && !isEnded)) return undefined;
+        if (item === this.block) this.closeBlock();
         this.items.shift();
         const removed = {rows: item.box.rows, length: item.length};
         const group = item.box.parent!;

@@ -114,7 +114,7 @@ export class EntryView implements EntryHandle {
     }
 
     removeOldest(): {rows: number; length: number} | undefined {
-        return this.output.removeOldest();
+        return this.output.removeOldest(this.result !== undefined);
     }
 
     private showName(): void {
