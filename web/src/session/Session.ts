@@ -100,7 +100,7 @@ export class Session {
     /** Answers the question that the code asks. */
     answer(text: string): void {
         const {mode, prompt: {number}} = this;
-        if (number !== undefined && number === this.answered) return;  // Enter, pressed twice
+        if (number !== undefined && number === this.answered) return this.tooLate(text, mode === "password");  // Enter, pressed twice
         if (number !== undefined) this.answers.add(number, text, mode === "password");
         this.answered = number;
         this.wire.publish(`${text}\n`, {request: newName(), prompt: number}).catch((error: NumoraError) => {
