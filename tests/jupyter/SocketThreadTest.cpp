@@ -7,6 +7,11 @@
 
 #include "jupyter/zmq/SocketThread.h"
 
+#ifdef __SANITIZE_THREAD__
+// How libzmq, which is not built with the sanitizer, hands sockets to its own thread cannot be seen.
+extern "C" const char* __tsan_default_suppressions() { return "race:libzmq.so"; }
+#endif
+
 namespace {
 
 using namespace jupyter;
