@@ -21,8 +21,10 @@ export interface LinkHandlers {
     onServerStarted(): void;
 }
 
-/** After so long without a message, nothing more that was kept is to come. */
+/** After so long without a message it is asked for whether more is to come. */
 const quietMs = 400;
+/** What is published there reaches nobody. */
+const nowhere = "/service/alive";
 const firstRetryMs = 500, lastRetryMs = 5000;
 
 /**
@@ -80,12 +82,16 @@ export class Connection {
             clearTimeout(timer);
             if (!isBehind || kept === undefined) return;
             isBehind = this.last < kept;
-            // The last one may be on a channel that the page does not listen to.
-            if (isBehind) timer = setTimeout(() => {
-                kept = 0;
-                follow();
-            }, quietMs);
+            if (isBehind) timer = setTimeout(() => void ask(), quietMs);
             else this.handlers.onCaughtUp();
+        };
+        // The last one may be on a channel that the page does not listen to, or on its way for long: an answer comes behind it.
+        const ask = async (): Promise<void> => {
+            const {session, last} = this;
+            await session?.publish(nowhere, "").catch(() => {});
+            if (this.session !== session) return;
+            if (this.last === last) kept = 0;
+            follow();
         };
         const handler = (message: Message): void => {
             if (message.number !== undefined) this.last = message.number;
