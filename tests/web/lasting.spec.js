@@ -2,6 +2,7 @@
 
 import {once} from "node:events";
 import {createServer, request as forward} from "node:http";
+import {connect, createServer as createSlow} from "node:net";
 import {CuttingProxy} from "../clients/proxy.js";
 import {Console, Server, expect, startServer, test, token} from "./console.js";
 
@@ -22,6 +23,30 @@ test("a reload brings code, output, prompt and what waits", async ({console, pag
     await console.says("ended");
     await expect(console.entries).toHaveCount(3);
     await expect(console.entries.last().locator(".entry-body")).toHaveText("queued");
+});
+
+test("over a slow connection a reload shows all in its order, and what waits goes on waiting", async ({console, page, server}) => {
+    const proxy = createSlow(client => {
+        const target = connect(server.port, "127.0.0.1").on("error", () => client.destroy()).on("close", () => client.destroy());
+        client.on("error", () => target.destroy()).on("close", () => target.destroy()).pipe(target);
+        target.on("data", data => {
+            client.write(data);
+            target.pause();
+            setTimeout(() => target.resume(), data.length / 1000);  // 1 MB/s
+        });
+    }).listen(0, "127.0.0.1");
+    await once(proxy, "listening");
+    await console.open(`http://127.0.0.1:${proxy.address().port}`);
+    await console.run("for i in range(30_000): print('line', i, 'x' * 50)");
+    await console.type("while True: pass");
+    await console.type("print('queued')");
+    await page.reload();
+    await console.says("line 29999 ");
+    await expect(console.entries.locator(".entry-code")).toHaveText([/^for i/, "while True: pass"]);
+    await expect(page.locator(".queue")).toContainText("queued");
+    await page.getByRole("button", {name: "Stop"}).click();
+    await console.is("idle");
+    proxy.close();
 });
 
 test("a lost connection is told, and nothing is lost or sent twice", async ({console, page, server}) => {
