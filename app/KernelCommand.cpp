@@ -10,6 +10,7 @@
 
 #include "KernelInstall.h"
 #include "KernelProcess.h"
+#include "KernelRelay.h"
 #include "SessionOptions.h"
 #include "foundation/log/diagnostic_logger.h"
 #include "terminal.h"
@@ -22,6 +23,7 @@ namespace {
 struct KernelOptions {
     std::string connectionFile;
     SessionOptions session;
+    bool isNew = false;  ///< an interpreter that is made for the kernel
 
     // Of the commands that install.
     std::string name = "numora";
@@ -48,7 +50,8 @@ void findWorkplace(Workplace& workplace) {
 
 int serve(const KernelOptions& options) {
     if (options.connectionFile.empty()) throw InputError("-f FILE is required");
-    if (options.session.hasServer()) throw InputError("--url is not available yet");
+    if (options.session.hasServer())
+        return runKernelRelay(options.connectionFile, options.session.server(), options.isNew);
     Workplace workplace = options.session.workplace;
     findWorkplace(workplace);
     return runKernelProcess(options.connectionFile, workplace);
@@ -65,6 +68,7 @@ std::vector<std::string> argumentsOf(const KernelOptions& options, bool& hasToke
         const auto address = session.server();
         hasToken = !address.token.empty();
         add("--url", address.url());
+        if (options.isNew) arguments.emplace_back("--new");
         return arguments;
     }
     Workplace workplace = options.session.workplace;
@@ -127,6 +131,11 @@ void addKernelCommand(CLI::App& program, std::function<int()>& command) {
     kernel->add_option("-f", options->connectionFile, "The connection file that the front end has written")
         ->type_name("FILE");
     options->session.addTo(*kernel);
+    kernel
+        ->add_flag("--new", options->isNew,
+                   "With an interpreter of the server that is made for it, and removed with it")
+        ->needs(kernel->get_option("--url"))
+        ->excludes(kernel->get_option("--interpreter"));
     // What front ends start is what was installed, wherever they run.
     kernel->get_option("--url")->envname("");
     const auto run = [options, &command](int (*function)(const KernelOptions&)) {

@@ -130,17 +130,6 @@ void allowFiles() {
     ::setrlimit(RLIMIT_NOFILE, &limit);
 }
 
-std::unique_ptr<SocketThread> openSockets(const std::filesystem::path& path) {
-    try {
-        const auto file = jupyter::ConnectionFile::read(path);
-        auto sockets = std::make_unique<SocketThread>(file);
-        if (sockets->file() != file) sockets->file().write(path);
-        return sockets;
-    } catch (const std::exception& error) {
-        throw InputError(error.what());
-    }
-}
-
 std::shared_ptr<dispatch::RequestDispatcher> makeDispatcher(const InProcessSession& session) {
     return std::make_shared<dispatch::RequestDispatcher>(
         session.host().framework(), session.serializer(),
@@ -175,9 +164,20 @@ SessionInterpreter::Ways waysTo(const InProcessSession& session,
 
 }  // namespace
 
+std::unique_ptr<SocketThread> openSockets(const std::filesystem::path& path) {
+    allowFiles();
+    try {
+        const auto file = jupyter::ConnectionFile::read(path);
+        auto sockets = std::make_unique<SocketThread>(file);
+        if (sockets->file() != file) sockets->file().write(path);
+        return sockets;
+    } catch (const std::exception& error) {
+        throw InputError(error.what());
+    }
+}
+
 int runKernelProcess(const std::filesystem::path& connectionFile, const Workplace& workplace) {
     standalone::blockInterpreterSignals();
-    allowFiles();
     Ending ending;
     const auto sockets = openSockets(connectionFile);
     const LogAlone log;

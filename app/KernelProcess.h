@@ -1,8 +1,13 @@
 #pragma once
 
 #include <filesystem>
+#include <memory>
 
 #include "Workplace.h"
+
+namespace jupyter {
+class SocketThread;
+}
 
 namespace app {
 
@@ -11,5 +16,9 @@ namespace app {
 /// Throws: InputError, for a file or addresses that cannot be used; std::runtime_error, when the interpreter
 /// does not start.
 int runKernelProcess(const std::filesystem::path& connectionFile, const Workplace& workplace);
+
+/// The sockets that a connection file describes, with the ports that were chosen written into it.
+/// Throws: InputError, for a file or addresses that cannot be used.
+std::unique_ptr<jupyter::SocketThread> openSockets(const std::filesystem::path& connectionFile);
 
 }  // namespace app

@@ -24,7 +24,8 @@ Poco::Dynamic::Var valueIn(const HttpClient::Answer& answer) {
         if (isGood) return value;
         if (value.type() == typeid(Poco::JSON::Object::Ptr)) {
             const auto object = value.extract<Poco::JSON::Object::Ptr>();
-            const auto error = object->optValue<std::string>("error", "");
+            const auto error =
+                object->optValue<std::string>("error", object->optValue<std::string>("message", ""));
             if (object->isObject("death")) throw InterpreterDied(error);
             reason += ": " + error;
         }
