@@ -64,7 +64,7 @@ export class Editor {
     constructor(root: ShadowRoot, parent: HTMLElement, private readonly handlers: EditorHandlers) {
         this.view = new EditorView({root, parent, state: EditorState.create({extensions: [
             python, syntaxHighlighting(colours), theme, history(), drawSelection(), bracketMatching(), closeBrackets(),
-            indentUnit.of("    "), EditorState.tabSize.of(4), EditorView.lineWrapping,
+            Prec.high(EditorView.inputHandler.of(endQuote)), indentUnit.of("    "), EditorState.tabSize.of(4), EditorView.lineWrapping,
             EditorView.contentAttributes.of({"aria-label": "Code", autocapitalize: "off", autocorrect: "off", spellcheck: "false"}),
             autocompletion({override: [completionSource(handlers)], interactionDelay: 0, icons: false}),
             hoverTooltip(async (view, position) => this.tooltip(view, position)),
@@ -192,6 +192,14 @@ export class Editor {
             return {dom};
         }};
     }
+}
+
+/** A quote that ends a string is one: behind a field of an f-string it would be taken for the beginning of another. */
+function endQuote(view: EditorView, from: number, to: number, text: string): boolean {
+    const {doc} = view.state, line = doc.lineAt(from), isThere = doc.sliceString(from, from + 1) === text;
+    if (!/^['"]$/.test(text) || from !== to || line.text.slice(0, from - line.from).split(text).length % 2 === 1) return false;
+    view.dispatch({...(!isThere && {changes: {from, insert: text}}), selection: {anchor: from + 1}, userEvent: "input.type"});
+    return true;
 }
 
 /** The dotted name around `position`, up to the word in which that is. */

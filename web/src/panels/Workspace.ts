@@ -22,7 +22,8 @@ const pauseMs = 1000;
 export class Workspace implements Panel {
     readonly name = "Workspace";
     readonly element = make("div", "workspace");
-    private variables: Variable[] = [];
+    /** Undefined until they are known. */
+    private variables: Variable[] | undefined;
     private filter = "";
     private sort: {column: Column; isUp: boolean} = {column: "name", isUp: true};
     private isShown = false;
@@ -88,7 +89,7 @@ export class Workspace implements Panel {
             const [x, y] = [value(a), value(b)];
             return (typeof x === "number" ? x - (y as number) : x.localeCompare(y as string)) * (isUp ? 1 : -1);
         };
-        return this.variables.filter(({name, class: type}) => `${name} ${type}`.toLowerCase().includes(wanted)).sort(compare);
+        return (this.variables ?? []).filter(({name, class: type}) => `${name} ${type}`.toLowerCase().includes(wanted)).sort(compare);
     }
 
     private update(): void {
@@ -97,7 +98,7 @@ export class Workspace implements Panel {
                 this.filter = (event.target as HTMLInputElement).value;
                 this.update();
             }}>
-            ${this.variables.length === 0 ? html`<p class="quiet">No variables.</p>` : html`<table>
+            ${!this.variables?.length ? html`<p class="quiet">${this.variables ? "No variables." : "Not known: the interpreter has not answered yet."}</p>` : html`<table>
             <thead><tr>${columns.map(([title, column]) => html`<th scope="col" aria-sort=${this.sort.column === column ? (this.sort.isUp ? "ascending" : "descending") : nothing}>
                 <button type="button" @click=${() => this.sortBy(column)}>${title}</button></th>`)}</tr></thead>
             <tbody>${rows.map(each => html`<tr><th scope="row"><div class="variable"><button type="button" title=${`Insert ${each.name}`} @click=${() => this.onPick(each.name)}>${each.name}</button>
