@@ -30,7 +30,7 @@ public:
 
     void receive(Message message);
     void welcome();
-    void interrupt();
+    void interrupt(std::function<void()> taken = {});
     void restart(InterpreterLives::Answered answered) { lives_.restart(std::move(answered)); }
     void resume() { interpreter_.resume(); }
     const char* executionState() const;

@@ -51,17 +51,22 @@ void Kernel::Core::takeAside(const RequestPtr& request) {
     asides_.answer(request, [this, request] { finish(*request); });
 }
 
+// Not before it was taken: it must not end what is sent after the reply.
 void Kernel::Core::takeInterrupt(const RequestPtr& request) {
-    interrupt();
-    publisher_.reply(*request, Members().add("status", "ok"));
-    finish(*request);
+    interrupt(lifetime_.guarded([this, request] {
+        publisher_.reply(*request, Members().add("status", "ok"));
+        finish(*request);
+    }));
 }
 
-void Kernel::Core::interrupt() {
-    interpreter_.call(connector::wire::type::interrupt, "{}", [](int status, const std::string& reason) {
-        if (status != 200)
-            foundation::log::DiagnosticLogger("jupyter").warning("An interrupt was not taken: " + reason);
-    });
+void Kernel::Core::interrupt(std::function<void()> taken) {
+    interpreter_.call(
+        connector::wire::type::interrupt, "{}",
+        [taken = std::move(taken)](int status, const std::string& reason) {
+            if (status != 200)
+                foundation::log::DiagnosticLogger("jupyter").warning("An interrupt was not taken: " + reason);
+            if (taken) taken();
+        });
     if (!job_) return;
     job_->noteInterrupt();
     executor_.postAfter(deafTime, lifetime_.guarded([this, name = job_->name()] {

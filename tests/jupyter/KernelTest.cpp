@@ -253,11 +253,12 @@ kernel_info_reply {"status":"ok","protocol_version":"5.5","implementation":"numo
 idle ^q3
 busy ^c1
 )"},
-                                         KernelCase{"AnInterruptIsAnsweredOnceItIsSent", R"(
+                                         KernelCase{"AnInterruptIsAnsweredOnceItIsTaken", R"(
 > begin c1 {"code":"1"}
 > send interrupt_request i1 #control @B {}
 busy ^i1
 call connector/v1/Interrupt {}
+> answer 200
 interrupt_reply {"status":"ok"} ^i1 @B
 idle ^i1
 busy ^c1
