@@ -27,7 +27,7 @@ public:
 ///     lossless --+-- a subscriber has no room --> waiting: it is tried again every 2 ms --+-- room -->
 ///     lossless
 ///                                                                                         |
-///        ^----- nothing is left ----- lossy, 200 messages every 5 ms <----- 10 s are over +
+///        ^----- nothing is left ----- lossy, 40 messages every 5 ms <----- 10 s are over +
 ///
 /// Lossy, whoever reads gets everything, since it has room for so many. The one that has missed something is
 /// waited for again when it has read some of what it has.
@@ -46,7 +46,7 @@ public:
         std::chrono::milliseconds retry{2};
         std::chrono::milliseconds patience{10'000};
         std::chrono::milliseconds pace{5};
-        std::size_t messagesPerPace = 200;
+        std::size_t messagesPerPace = 40;
     };
 
     IopubQueue(IopubSocket& socket, Options options) : socket_(socket), options_(options) {}

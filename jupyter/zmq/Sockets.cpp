@@ -14,6 +14,8 @@ namespace {
 constexpr int lingerMs = 1000;
 constexpr std::int64_t largestMessage = std::int64_t{256} << 20;
 constexpr int repliesPerClient = 10'000;
+// At the pace of the queue a reader may stand still for a quarter of a second.
+constexpr int messagesPerSubscriber = 2'000;
 constexpr int heartbeatsAtOnce = 16;
 
 std::string tcpAddress(const std::string& ip, int port) {
@@ -71,6 +73,7 @@ zmq::socket_t Sockets::bind(zmq::socket_type type, int& port) {
     if (type == zmq::socket_type::xpub) {
         socket.set(zmq::sockopt::xpub_verbose, true);
         socket.set(zmq::sockopt::xpub_nodrop, true);
+        socket.set(zmq::sockopt::sndhwm, messagesPerSubscriber);
     } else {
         socket.set(zmq::sockopt::router_handover, true);
         socket.set(zmq::sockopt::sndhwm, repliesPerClient);
