@@ -58,7 +58,7 @@ const states = {
         do: async ({page, is}) => (await page.getByRole("button", {name: "Stop"}).click(), is("stopping"))},
     "deaf": {code: "import time\ntry: time.sleep(100)\nexcept KeyboardInterrupt: time.sleep(100)",
         do: async ({page, state}) => (await page.getByRole("button", {name: "Stop"}).click(), expect(state).toContainText("does not react"))},
-    "completion": {do: async ({page, type}) => (await type("import js", "Shift"), await page.keyboard.type("o"), expect(page.locator(".cm-tooltip-autocomplete")).toBeVisible()),
+    "completion": {do: async ({page, type}) => (await type("import js", "Shift"), await page.keyboard.type("o"), await page.keyboard.press("Tab"), expect(page.locator(".cm-tooltip-autocomplete")).toBeVisible()),
         leave: page => page.keyboard.press("Escape")},
     "inspection": {do: async ({page, type}) => (await type("print", "Control+i"), expect(page.getByRole("tabpanel")).toContainText("sep"))},
     "hover": {do: async ({page, code, type}) => (await type("print", "Shift"), await code.hover({position: {x: 12, y: 15}}), expect(page.locator(".cm-inspection")).toBeVisible())},

@@ -29,13 +29,11 @@ test("what is typed faster than the interpreter answers stands where it was mean
         await route.continue();
     });
     await console.code.click();
-    await page.keyboard.type("for i in range(2):\nprint('a', i)\nj = 10 * i\n\nprint(f'{j}')\nprint(");
-    await page.keyboard.type("'c'");  // the bracket is closed already
-    await page.keyboard.press("Enter");
+    await page.keyboard.type("for i in range(2):\nprint('a', i)\nj = 10 * i\n\nprint(f'{j}')\nprint('c',\n'd')\n");
     await page.keyboard.type("draft");
     await console.says("10\n");
     await expect(console.entries).toHaveCount(3);
-    await expect(console.entries.locator(".entry-code")).toHaveText(["for i in range(2):\n    print('a', i)\n    j = 10 * i", "print(f'{j}')", "print('c')"]);
+    await expect(console.entries.locator(".entry-code")).toHaveText(["for i in range(2):\n    print('a', i)\n    j = 10 * i", "print(f'{j}')", "print('c',\n'd')"]);
     await expect(console.code).toHaveText("draft");
 });
 
@@ -117,6 +115,7 @@ test("completion and inspection work while code runs, and a late answer does not
     await console.is("running");
     await console.code.click();
     await page.keyboard.type("alph");
+    await page.keyboard.press("Tab");
     await expect(page.locator(".cm-tooltip-autocomplete")).toContainText("alphabet");
     await page.keyboard.press("Tab");
     await expect(console.code).toHaveText("alphabet");
@@ -133,6 +132,7 @@ test("completion and inspection work while code runs, and a late answer does not
     await console.code.click();
     await page.keyboard.press("Control+k");
     await page.keyboard.type("alphabet.upp");
+    await page.keyboard.press("Tab");
     await expect.poll(() => isAsked).toBe(true);
     await page.keyboard.press("Control+k");
     await page.keyboard.type("#");

@@ -1,7 +1,7 @@
 // The editor for code, a chunk of its own: everything of CodeMirror comes through here.
 
 import {acceptCompletion, autocompletion, closeBrackets, closeBracketsKeymap, completionKeymap, completionStatus, startCompletion} from "@codemirror/autocomplete";
-import {history, historyKeymap, indentLess, insertNewline, standardKeymap} from "@codemirror/commands";
+import {history, historyKeymap, indentLess, insertNewline, insertNewlineAndIndent, standardKeymap} from "@codemirror/commands";
 import {HighlightStyle, StreamLanguage, bracketMatching, indentUnit, syntaxHighlighting} from "@codemirror/language";
 import {EditorState, Prec} from "@codemirror/state";
 import {EditorView, type KeyBinding, drawSelection, hoverTooltip, keymap} from "@codemirror/view";
@@ -66,7 +66,7 @@ export class Editor {
             python, syntaxHighlighting(colours), theme, history(), drawSelection(), bracketMatching(), closeBrackets(),
             Prec.high(EditorView.inputHandler.of(endQuote)), indentUnit.of("    "), EditorState.tabSize.of(4), EditorView.lineWrapping,
             EditorView.contentAttributes.of({"aria-label": "Code", autocapitalize: "off", autocorrect: "off", spellcheck: "false"}),
-            autocompletion({override: [completionSource(handlers)], interactionDelay: 0, icons: false}),
+            autocompletion({override: [completionSource(handlers)], activateOnTyping: false, interactionDelay: 0, icons: false}),
             hoverTooltip(async (view, position) => this.tooltip(view, position)),
             Prec.highest(keymap.of(this.keys)),
             keymap.of([...closeBracketsKeymap, ...completionKeymap, ...historyKeymap, ...standardKeymap]),
@@ -148,8 +148,10 @@ export class Editor {
 
     private enterKey(): boolean {
         const {main} = this.view.state.selection;
-        // In the middle of several lines it is a new line.
-        if (this.view.state.doc.sliceString(main.to).includes("\n")) return insertNewline(this.view);
+        // In the middle of several lines it is a new line, and where only brackets follow that are not typed yet.
+        const rest = this.view.state.doc.sliceString(main.to);
+        if (rest.includes("\n")) return insertNewline(this.view);
+        if (/^[)\]}]+\s*$/.test(rest)) return insertNewlineAndIndent(this.view);
         void this.enter();
         return true;
     }

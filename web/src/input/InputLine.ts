@@ -128,6 +128,7 @@ export class InputLine {
             onRun: code => this.run(code),
             onChange: code => {
                 this.draft = code;
+                if (code === "") history.reset();
                 handlers.onDraft(code);
             },
             recall: (by, text) => history.step(by, text),

@@ -54,7 +54,11 @@ export class HistoryPanel implements Panel {
                     this.filter = (event.target as HTMLInputElement).value;
                     this.update();
                 }}
-                @keydown=${(event: KeyboardEvent) => event.key === "Enter" && fitting[0] !== undefined && this.onPick(fitting[0])}>
+                @keydown=${(event: KeyboardEvent) => {
+                    if (event.key !== "Enter" || fitting[0] === undefined) return;
+                    event.preventDefault();  // or the editor, which has the focus then, takes it
+                    this.onPick(fitting[0]);
+                }}>
             ${fitting.length === 0 ? html`<p class="quiet">Nothing yet.</p>` : ""}
             <ol>${fitting.map(code => html`<li><button type="button" @click=${() => this.onPick(code)}><code>${code}</code></button></li>`)}</ol>`, this.element);
     }
