@@ -199,7 +199,7 @@ void WebSocketClient::Impl::upgrade() {
             stream.async_handshake(response, connection_.address.authority(), target_, handler);
         });
     });
-    const int status = response.result_int();
+    const auto status = static_cast<int>(response.result_int());
     if (outcome == websocket::error::upgrade_declined && status < serverError) {
         throw Refused(connection_.address.withoutInterpreter().url() + " answers with status " +
                       std::to_string(status) + (status == 404 ? ": the kernel is gone" : ""));

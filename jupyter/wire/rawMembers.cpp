@@ -1,7 +1,6 @@
 #include "jupyter/wire/rawMembers.h"
 
 #include <algorithm>
-#include <ranges>
 #include <stdexcept>
 #include <string>
 
@@ -93,9 +92,10 @@ RawMembers rawMembers(std::string_view json) {
 }
 
 std::string_view valueOf(const RawMembers& members, std::string_view name) {
-    const auto backwards = members | std::views::reverse;
-    const auto found = std::ranges::find(backwards, name, &RawMembers::value_type::first);
-    return found == backwards.end() ? std::string_view() : found->second;
+    // The last of that name counts, as everywhere.
+    const auto isNamed = [&](const auto& member) { return member.first == name; };
+    const auto found = std::find_if(members.rbegin(), members.rend(), isNamed);
+    return found == members.rend() ? std::string_view() : found->second;
 }
 
 std::string_view textIn(std::string_view json, std::string_view name) {

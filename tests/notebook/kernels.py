@@ -39,6 +39,8 @@ class Client:
                 socket.subscribe(b"")
             else:  # that of stdin finds the client by the identity of its request
                 socket.identity = self.session.bsession
+            if name == "stdin":
+                socket.immediate = True  # it can be written to once it is connected
             socket.connect(f"tcp://127.0.0.1:{connection[name + '_port']}")
 
     def __enter__(self):
@@ -124,6 +126,8 @@ class Kernel:
     def connect(self):
         """A client that misses nothing of what comes on iopub from now on."""
         client, end = Client(self.connection), time.monotonic() + LIMIT
+        if not client.sockets["stdin"].poll(LIMIT * 1000, zmq.POLLOUT):  # what asks before that is lost
+            raise TimeoutError("stdin is not connected")
         while True:
             request = client.send("shell", "kernel_info_request", {})
             client.reply(request)
