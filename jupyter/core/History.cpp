@@ -11,6 +11,9 @@ using Kind = dispatch::Member::Kind;
 
 namespace {
 
+// A search takes the product of its length and that of all code.
+constexpr std::size_t longestPattern = 1'000;
+
 constexpr dispatch::Member members[] = {{"hist_access_type", Kind::String, true},
                                         {"output", Kind::Boolean},
                                         {"raw", Kind::Boolean},
@@ -92,6 +95,9 @@ History::Entries History::range(const Poco::JSON::Object& request) const {
 
 History::Entries History::search(const Poco::JSON::Object& request) const {
     const auto pattern = memberOr<std::string>(request, "pattern", "*");
+    if (pattern.size() > longestPattern) {
+        throw dispatch::BadMessage("pattern must have at most " + std::to_string(longestPattern) + " bytes");
+    }
     const bool isUnique = memberOr(request, "unique", false);
     Entries found;
     std::set<std::string_view> seen;

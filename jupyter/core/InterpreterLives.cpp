@@ -81,13 +81,16 @@ void InterpreterLives::restart(Answered answered) {
 // The threads and modules of the interpreter stay.
 void InterpreterLives::reset(const Answered& answered) {
     interpreter_.call(connector::wire::type::interrupt, "{}", [](int, const std::string&) {});
-    callFunction(
-        interpreter_,
-        {.name = "numora._notebook.reset", .arguments = "[0]", .dequeMode = "default", .timeoutMs = resetMs},
-        lifetime_.guarded([this, answered](const CallResult& result) {
-            const int failed = result.status == 200 ? 503 : result.status;
-            restarted(result.problem.empty() ? 200 : failed, result.problem, answered);
-        }));
+    callFunction(interpreter_,
+                 {.name = "numora._notebook.reset",
+                  .arguments = "[0]",
+                  .dequeMode = "default",
+                  .timeoutMs = resetMs,
+                  .isInTurn = true},
+                 lifetime_.guarded([this, answered](const CallResult& result) {
+                     const int failed = result.status == 200 ? 503 : result.status;
+                     restarted(result.problem.empty() ? 200 : failed, result.problem, answered);
+                 }));
 }
 
 void InterpreterLives::restarted(int status, std::string reason, const Answered& answered) {

@@ -125,7 +125,7 @@ void Kernel::Core::publishRunning() {
 void Kernel::Core::queue(std::unique_ptr<Job> job) {
     if (!queue_.add(job)) {
         throw dispatch::BadMessage("at most " + std::to_string(ExecutionQueue::most) +
-                                   " requests of 128 MiB may wait");
+                                   " requests, of 128 MiB together, may wait");
     }
     runNext();
 }

@@ -109,7 +109,12 @@ std::uint64_t SessionInterpreter::Feed::await(Answered answered) {
 void SessionInterpreter::Feed::queueAnswer(std::uint64_t number, int status, const std::string& text) {
     connector::json::ObjectBuilder data;
     data.add("number", number).add("status", status).add("text", text);
-    session_->send(std::make_shared<const messages::MessageFrame>(answerChannel, data.take()));
+    const auto frame = std::make_shared<const messages::MessageFrame>(answerChannel, data.take());
+    if (session_->send(frame)) return;
+    // A session that is closed brings nothing that it could come after.
+    post([weak = weak_from_this(), frame] {
+        if (const auto self = weak.lock()) self->deliverAnswer(frame->data());
+    });
 }
 
 void SessionInterpreter::Feed::deliverAnswer(std::string_view data) {

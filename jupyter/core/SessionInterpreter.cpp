@@ -101,9 +101,11 @@ void SessionInterpreter::callInTurn(const std::string& type, std::string json, A
     });
 }
 
+// After what the process that has ended has left.
 void SessionInterpreter::restart(Answered answered) {
-    const auto told = [feed = feed_, answered = std::move(answered)](Answer answer) {
-        feed->post([answered, status = answer.status, text = textOf(answer)] { answered(status, text); });
+    const auto told = [feed = feed_, number = feed_->await(std::move(answered))](Answer answer) {
+        const int status = answer.status;
+        feed->queueAnswer(number, status, textOf(answer));
     };
     if (!ways_.restart) {
         return told(dispatch::errorAnswer(cannotRestart, "The interpreter's process cannot be restarted."));

@@ -35,6 +35,14 @@ INSTANTIATE_TEST_SUITE_P(
                     R"([[1,4,"é \u003d [x]\nb"]])"}),
     [](const auto& info) { return info.param.name; });
 
+TEST(HistoryBoundTest, refusesPatternsThatTakeMinutes) {
+    const jupyter::Request request{.message = {.content = R"({"hist_access_type":"search","pattern":")" +
+                                                          std::string(1001, '*') + "\"}"},
+                                   .id = "1",
+                                   .type = "history_request"};
+    EXPECT_THROW(jupyter::History().answer(request), dispatch::BadMessage);
+}
+
 TEST(GlobTest, looksAtManyStarsInTimeAndAtAllOfTheText) {
     const std::string text(20'000, 'a');
     EXPECT_FALSE(jupyter::matchesGlob("*a*a*a*a*a*a*a*a*b", text));

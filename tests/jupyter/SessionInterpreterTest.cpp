@@ -29,7 +29,7 @@ protected:
                                              session.publish(channel, json, context);
                                              taken(refusal_);
                                          },
-                                     .restart = nullptr},
+                                     .restart = [this](auto answered) { restarted_ = answered; }},
             executor_);
         interpreter_->listen(
             [this](const jupyter::InterpreterEvent& event) {
@@ -55,7 +55,7 @@ protected:
     fake::FakeExecutor executor_;
     bool hasRoom_ = true;
     std::vector<std::string> told_;
-    std::function<void(dispatch::Answer)> answered_;
+    std::function<void(dispatch::Answer)> answered_, restarted_;
     std::shared_ptr<ContextState> context_;
     connector::common::RequestRefusal refusal_;
     std::optional<SessionInterpreter> interpreter_;
@@ -92,6 +92,14 @@ TEST_F(SessionInterpreterTest, answersInTurnComeAfterWhatTheyHaveCaused) {
     executor_.run();
     EXPECT_THAT(told_, ElementsAre(R"(/eventmgr/0/comm {} c{"life":1})", "in turn 200 {\"a\":\"\\n\"}",
                                    "soon 502 it has died", "refused 409 the prompt is gone"));
+}
+
+TEST_F(SessionInterpreterTest, tellsOfARestartAfterWhatTheProcessHasLeft) {
+    interpreter_->restart(note("restarted"));
+    publish("/eval/response/output", "1");
+    restarted_({.status = 200, .json = "{}"});
+    executor_.run();
+    EXPECT_THAT(told_, ElementsAre("/eval/response/output 1 ", "restarted 200 {}"));
 }
 
 TEST_F(SessionInterpreterTest, tellsNothingAfterItsEnd) {

@@ -11,7 +11,7 @@ count = 0
 _has_failed = False
 
 # Lines that only the guest understands, and what makes code look as if it had some.
-_MAGIC = re.compile(r"^\s*[%!?]|\A[,;/]|=\s*[%!]|\?[ \t]*$|^\s*(?:>>>|In \[)|\A[ \t]+\S", re.MULTILINE)
+_MAGIC = re.compile(r"^[ \t]*[%!?]|\A[,;/]|=\s*[%!]|\?[ \t]*$|^[ \t]*(?:>>>|In \[)|\A[ \t]+\S", re.MULTILINE)
 # What editors send to every Python kernel at its start.
 _SIMPLE = re.compile(
     r"^%(?:matplotlib[ \t]+inline|config[ \t]+Completer\.\S*.*|(cd)(?:[ \t]+([^-${\n][^${\n]*?))?)[ \t]*$", re.MULTILINE)

@@ -48,6 +48,15 @@ class ZMQInteractiveShell(InteractiveShell):  # by this name libraries know note
     display_pub_class = Type(Publisher)
     displayhook_class = Type(Hook)
 
+    def init_user_ns(self):
+        """Adds its names to those of the user, which stay. `exit` and `quit` are the program's: all clients use them."""
+        vars(self).setdefault("get_ipython", self.get_ipython)  # one object, by which listings know it
+        kept = dict(self.user_ns)
+        super().init_user_ns()
+        for name in {"exit", "quit"} - kept.keys():
+            del self.user_ns[name]
+        self.user_ns.update(kept)
+
     def init_virtualenv(self):
         pass  # the program has done that
 
@@ -125,7 +134,8 @@ def load():
     config.HistoryManager.hist_file = ":memory:"
     config.InteractiveShell.colors = "NoColor"
     config.IPKernelApp.parent_appname = "numora"  # it is looked for
-    names = {"_", "__", "___", "exit", "quit"} - _user.variables.keys()  # ours are better: other clients use them, too
+    names = {"_", "__", "___"} - _user.variables.keys()  # ours are better: other clients use them, too
+    hidden = {"In", "Out", "get_ipython"} - _user.variables.keys()
     made = ZMQInteractiveShell.instance(config=config, user_module=_user.module)
     for name in names:
         _user.variables.pop(name, None)
@@ -134,7 +144,7 @@ def load():
     made.extension_manager.load_extension("storemagic")
     made.kernel = Kernel()
     _comm.stand_in()
-    _user.hidden.update((name, made.user_ns[name]) for name in ("In", "Out", "get_ipython"))
+    _user.hidden.update((name, made.user_ns[name]) for name in hidden)
     _errors.hidden.append(os.path.dirname(IPython.__file__) + os.sep)
     shell = made
 

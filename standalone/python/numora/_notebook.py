@@ -56,8 +56,6 @@ def reset(count=0):
     if guest:
         guest.shell.history_manager.reset()
         guest.shell.init_user_ns()
-        for name in ("exit", "quit"):
-            _user.variables.pop(name, None)
     _cells.count = count
     return True
 

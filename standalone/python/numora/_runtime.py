@@ -127,7 +127,7 @@ def end_cell(is_error):
     """After a cell has run, and its error was shown."""
     from ._cells import end
 
-    end(sys.last_value if is_error else None)
+    end(getattr(sys, "last_value", None) if is_error else None)  # a SystemExit is none
 
 
 def run_coroutine(coroutine):
