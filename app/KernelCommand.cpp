@@ -1,8 +1,10 @@
 #include "KernelCommand.h"
 
 #include <cstdlib>
+#include <filesystem>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <CLI/CLI.hpp>
@@ -23,7 +25,8 @@ namespace {
 struct KernelOptions {
     std::string connectionFile;
     SessionOptions session;
-    bool isNew = false;  ///< an interpreter that is made for the kernel
+    std::string history;  ///< empty: the file of the user
+    bool isNew = false;   ///< an interpreter that is made for the kernel
 
     // Of the commands that install.
     std::string name = "numora";
@@ -48,13 +51,27 @@ void findWorkplace(Workplace& workplace) {
     }
 }
 
+constexpr std::string_view noHistory = "none";
+
+// Empty: none is kept.
+std::filesystem::path historyFile(const std::string& chosen) {
+    if (!chosen.empty()) return chosen == noHistory ? "" : chosen;
+    const auto folder = [](const char* variable) {
+        const char* const value = std::getenv(variable);
+        return value != nullptr && *value == '/' ? std::filesystem::path(value) : std::filesystem::path();
+    };
+    auto state = folder("XDG_STATE_HOME");
+    if (const auto home = folder("HOME"); state.empty() && !home.empty()) state = home / ".local/state";
+    return state.empty() ? state : state / "numora/notebooks.sqlite";
+}
+
 int serve(const KernelOptions& options) {
     if (options.connectionFile.empty()) throw InputError("-f FILE is required");
     if (options.session.hasServer())
         return runKernelRelay(options.connectionFile, options.session.server(), options.isNew);
     Workplace workplace = options.session.workplace;
     findWorkplace(workplace);
-    return runKernelProcess(options.connectionFile, workplace);
+    return runKernelProcess(options.connectionFile, workplace, historyFile(options.history));
 }
 
 // What a kernel that is installed is started with, and whether a token is left out.
@@ -76,6 +93,10 @@ std::vector<std::string> argumentsOf(const KernelOptions& options, bool& hasToke
     if (workplace.isChosen()) workplace.find();
     if (hasVenv) add("--venv", workplace.venv());
     add("--folder", workplace.folder());
+    if (!options.history.empty() && options.history != noHistory)
+        add("--history", std::filesystem::absolute(options.history));
+    else
+        add("--history", options.history);
     return arguments;
 }
 
@@ -131,6 +152,11 @@ void addKernelCommand(CLI::App& program, std::function<int()>& command) {
     kernel->add_option("-f", options->connectionFile, "The connection file that the front end has written")
         ->type_name("FILE");
     options->session.addTo(*kernel);
+    kernel
+        ->add_option("--history", options->history,
+                     "Keep the cells in FILE, or nowhere: none (default: a file of the user)")
+        ->type_name("FILE")
+        ->excludes(kernel->get_option("--url"));
     kernel
         ->add_flag("--new", options->isNew,
                    "With an interpreter of the server that is made for it, and removed with it")

@@ -89,11 +89,11 @@ private:
 /// The kernel, on the thread of its sockets.
 class KernelOfProcess : public jupyter::SocketUser {
 public:
-    KernelOfProcess(SocketThread& sockets, Ending& ending)
+    KernelOfProcess(SocketThread& sockets, Ending& ending, const std::filesystem::path& history)
         : sockets_(sockets),
           ending_(ending),
           kernel_(sockets, interpreter_, sockets,
-                  {.isShared = false, .shutDown = [this](bool) { endLater(); }}) {
+                  {.isShared = false, .shutDown = [this](bool) { endLater(); }, .history = history}) {
         if (std::getenv("JPY_PARENT_PID") != nullptr)
             jupyter::watchParent(sockets, [&ending] { ending.begin(); });
     }
@@ -176,7 +176,8 @@ std::unique_ptr<SocketThread> openSockets(const std::filesystem::path& path) {
     }
 }
 
-int runKernelProcess(const std::filesystem::path& connectionFile, const Workplace& workplace) {
+int runKernelProcess(const std::filesystem::path& connectionFile, const Workplace& workplace,
+                     const std::filesystem::path& history) {
     standalone::blockInterpreterSignals();
     Ending ending;
     const auto sockets = openSockets(connectionFile);
@@ -184,7 +185,7 @@ int runKernelProcess(const std::filesystem::path& connectionFile, const Workplac
     KernelSignals signals(*sockets);
     KernelOfProcess* kernel = nullptr;
     sockets->start([&] {
-        auto made = std::make_unique<KernelOfProcess>(*sockets, ending);
+        auto made = std::make_unique<KernelOfProcess>(*sockets, ending, history);
         kernel = made.get();
         return made;
     });

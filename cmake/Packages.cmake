@@ -46,7 +46,7 @@ set(CPACK_DEBIAN_PROGRAM_PACKAGE_CONTROL_EXTRA
 
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS
-    "numora (= ${version}), libpoco-dev, libboost-dev, libssl-dev, libpython3.11-dev, python3.11")
+    "numora (= ${version}), libpoco-dev, libboost-dev, libsqlite3-dev, libssl-dev, libpython3.11-dev, python3.11")
 
 set(CPACK_DEBIAN_PYTHON_CLIENT_PACKAGE_SECTION python)
 set(CPACK_DEBIAN_PYTHON_CLIENT_PACKAGE_ARCHITECTURE all)

@@ -64,7 +64,8 @@ class Kernel(Process):
             json.dump({**{name + "_port": port for name, port in self.ports.items()}, "ip": "127.0.0.1", "transport": "tcp",
                        "key": KEY.decode(), "signature_scheme": "hmac-sha256"}, connection)
         super().__init__([*command, "-f", file], stdout=subprocess.DEVNULL,
-                         env={**os.environ, "IPYTHONDIR": self.folder.name})
+                         env={**os.environ, "IPYTHONDIR": self.folder.name,
+                              "XDG_STATE_HOME": self.folder.name})
 
     def __exit__(self, *details):
         super().__exit__(*details)

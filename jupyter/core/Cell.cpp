@@ -54,15 +54,13 @@ void Cell::begin() {
         parts_.publisher.publish(parent(), "execute_input",
                                  Members().add("code", code_).add("execution_count", number));
     }
-    if (storesHistory_) {
-        parts_.count.last = number;
-        parts_.history.add(number, code_);
-    }
+    if (storesHistory_) parts_.count.last = number;
     Interpreter::Code code{.request = name(), .text = code_, .capabilities = {"display", "notebook"}};
     if (allowsInput_) code.capabilities.emplace_back("stdin");
     parts_.interpreter.stream(code, lifetime_.guarded([this](int, const std::string& reason) {
         fail(ErrorText::of("Refused", reason));
     }));
+    if (storesHistory_) parts_.history.add(number, code_);  // while it runs
 }
 
 void Cell::take(const InterpreterEvent& event) {

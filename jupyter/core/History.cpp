@@ -1,18 +1,25 @@
 #include "History.h"
 
 #include <algorithm>
-#include <set>
+#include <filesystem>
+#include <string_view>
+
+#include <fcntl.h>
+#include <unistd.h>
 
 #include "connector/json/escape.h"
+#include "foundation/log/diagnostic_logger.h"
 
 namespace jupyter {
 
 using Kind = dispatch::Member::Kind;
+using Poco::JSON::Object;
 
 namespace {
 
 // A search takes the product of its length and that of all code.
 constexpr std::size_t longestPattern = 1'000;
+constexpr std::int64_t each = 64;  // bytes that a cell counts beside its code
 
 constexpr dispatch::Member members[] = {{"hist_access_type", Kind::String, true},
                                         {"output", Kind::Boolean},
@@ -24,113 +31,148 @@ constexpr dispatch::Member members[] = {{"hist_access_type", Kind::String, true}
                                         {"pattern", Kind::String},
                                         {"unique", Kind::Boolean}};
 
-void keepLast(auto& entries, const Poco::JSON::Object& request) {
-    const auto n = memberOr<std::size_t>(request, "n", SIZE_MAX);
-    if (entries.size() > n) entries.erase(entries.begin(), entries.end() - static_cast<std::ptrdiff_t>(n));
+// Processes that end lose nothing by not waiting for the disk.
+constexpr const char* schema = R"(
+PRAGMA journal_mode = TRUNCATE;
+PRAGMA synchronous = OFF;
+CREATE TABLE IF NOT EXISTS sessions(id INTEGER PRIMARY KEY AUTOINCREMENT);
+CREATE TABLE IF NOT EXISTS cells(id INTEGER PRIMARY KEY, session INTEGER NOT NULL, line INTEGER NOT NULL, code TEXT NOT NULL);
+)";
+
+foundation::log::DiagnosticLogger log() { return foundation::log::DiagnosticLogger("jupyter"); }
+
+void makeForOwner(const std::filesystem::path& file) {
+    std::error_code ignored;  // the database says what is wrong
+    if (!file.parent_path().empty()) std::filesystem::create_directories(file.parent_path(), ignored);
+    const int made = ::open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    if (made >= 0) ::close(made);
 }
 
-bool isContinuation(char byte) { return (static_cast<unsigned char>(byte) & 0xC0) == 0x80; }
-
-std::size_t afterCharacter(std::string_view text, std::size_t at) {
-    for (++at; at < text.size() && isContinuation(text[at]);) ++at;
-    return at;
+Database opened(const std::string& file) {
+    Database database(file);
+    database.run(schema);
+    return database;
 }
 
-}  // namespace
-
-void History::add(std::uint64_t count, const std::string& code) {
-    entries_.push_back({count, code});
-    bytes_ += code.size();
-    while (entries_.size() > most || (bytes_ > mostBytes && entries_.size() > 1)) {
-        bytes_ -= entries_.front().code.size();
-        entries_.pop_front();
-    }
-}
-
-void History::clear() {
-    entries_.clear();
-    bytes_ = 0;
-}
-
-std::string History::answer(const Request& message) const {
-    const auto request = message.content(members);
-    const auto type = request->getValue<std::string>("hist_access_type");
-    Entries found;
-    if (type == "range") {
-        found = range(*request);
-    } else if (type == "search") {
-        found = search(*request);
-    } else if (type == "tail") {
-        for (const auto& entry : entries_) found.push_back(&entry);
-        keepLast(found, *request);
-    } else {
-        throw dispatch::BadMessage(R"(hist_access_type must be "range", "tail" or "search")");
-    }
-    const bool hasOutput = memberOr(*request, "output", false);
+// Of the columns session, line and code.
+std::string rowsOf(Statement& statement, const Object& request) {
+    const bool hasOutput = memberOr(request, "output", false);
     std::string json = "[";
-    for (const auto* entry : found) {
-        const std::string code = connector::json::quoted(entry->code);
-        json.append(json.size() > 1 ? ",[1," : "[1,").append(std::to_string(entry->count)).append(",");
+    while (statement.next()) {
+        const std::string code = connector::json::quoted(statement.text(2));
+        json.append(json.size() > 1 ? ",[" : "[").append(std::to_string(statement.number(0)));
+        json.append(",").append(std::to_string(statement.number(1))).append(",");
         json.append(hasOutput ? '[' + code + ",null]" : code).append("]");
     }
     return json + ']';
 }
 
-// Lines are counted from 1, and negative numbers from the end; `stop` is not among them.
-History::Entries History::range(const Poco::JSON::Object& request) const {
-    Entries found;
-    const auto session = memberOr<std::int64_t>(request, "session", 0);
-    if ((session != 0 && session != 1) || entries_.empty()) return found;
-    const auto end = static_cast<std::int64_t>(entries_.back().count) + 1;
-    auto start = memberOr<std::int64_t>(request, "start", 0);
-    auto stop = memberOr<std::int64_t>(request, "stop", end);
-    if (start < 0) start = std::max(start, -end) + end;
-    if (stop < 0) stop = std::max(stop, -end) + end;
-    for (const auto& entry : entries_) {
-        const auto count = static_cast<std::int64_t>(entry.count);
-        if (count >= start && count < stop) found.push_back(&entry);
+std::int64_t lastOf(const Object& request) { return memberOr<std::int64_t>(request, "n", -1); }
+
+}  // namespace
+
+Database& History::database() {
+    if (database_) return *database_;
+    if (!file_.empty()) {
+        try {
+            makeForOwner(file_);
+            database_.emplace(opened(file_));
+            forgetOldest();
+            return *database_;
+        } catch (const std::exception& error) {
+            log().warning("The history of notebooks is kept in memory only: " + file_ + ": " + error.what());
+        }
     }
-    return found;
+    return database_.emplace(opened(":memory:"));
 }
 
-History::Entries History::search(const Poco::JSON::Object& request) const {
+std::int64_t History::session() {
+    if (session_ == 0) {
+        auto& all = database();
+        Statement begun(all, "INSERT INTO sessions DEFAULT VALUES RETURNING id");
+        begun.next();
+        session_ = begun.number(0);
+        begun.next();
+        all.run("DELETE FROM sessions WHERE id < (SELECT max(id) FROM sessions)");  // the numbers go on
+    }
+    return session_;
+}
+
+void History::add(std::uint64_t count, const std::string& code) {
+    if (code.size() > longestCell) return;
+    try {
+        Statement(database(), "INSERT INTO cells(session, line, code) VALUES(?, ?, ?)")
+            .bind(session())
+            .bind(static_cast<std::int64_t>(count))
+            .bind(code)
+            .next();
+        added_ += static_cast<std::int64_t>(code.size()) + each;
+        if (added_ > mostBytes / 4) forgetOldest();
+    } catch (const std::exception& error) {
+        if (std::exchange(isLossTold_, true)) return;
+        log().warning("A cell is not kept in the history: " + std::string(error.what()));
+    }
+}
+
+void History::forgetOldest() {
+    Statement(*database_, R"(
+DELETE FROM cells WHERE id <= (
+    SELECT max(id) FROM (
+        SELECT id, row_number() OVER later AS count, sum(length(CAST(code AS BLOB)) + ?) OVER later AS bytes
+        FROM cells WINDOW later AS (ORDER BY id DESC))
+    WHERE count > ? OR bytes > ?))")
+        .bind(each)
+        .bind(most)
+        .bind(mostBytes)
+        .next();
+    added_ = 0;
+}
+
+std::string History::answer(const Request& message) {
+    const auto request = message.content(members);
+    const auto type = request->getValue<std::string>("hist_access_type");
+    if (type == "range") return range(*request);
+    if (type == "search") return search(*request);
+    if (type == "tail") return tail(*request);
+    throw dispatch::BadMessage(R"(hist_access_type must be "range", "tail" or "search")");
+}
+
+std::string History::tail(const Object& request) {
+    Statement last(database(), R"(
+SELECT session, line, code FROM (SELECT * FROM cells ORDER BY id DESC LIMIT ?) ORDER BY id)");
+    return rowsOf(last.bind(lastOf(request)), request);
+}
+
+// Sessions up to 0 are counted from this one. Lines are counted from 1, and negative numbers from the end;
+// `stop` is not among them.
+std::string History::range(const Object& request) {
+    auto session = memberOr<std::int64_t>(request, "session", 0);
+    if (session <= 0) session += this->session();
+    Statement lastLine(database(), "SELECT ifnull(max(line), 0) FROM cells WHERE session = ?");
+    lastLine.bind(session).next();
+    const std::int64_t end = lastLine.number(0) + 1;
+    const auto fromStart = [&](const char* name, std::int64_t otherwise) {
+        const auto line = memberOr<std::int64_t>(request, name, otherwise);
+        return line < 0 ? std::max(line, -end) + end : line;
+    };
+    Statement lines(database(), R"(
+SELECT session, line, code FROM cells WHERE session = ? AND line >= ? AND line < ? ORDER BY id)");
+    return rowsOf(lines.bind(session).bind(fromStart("start", 0)).bind(fromStart("stop", end)), request);
+}
+
+// Of unique code, the last cell counts: max() chooses the row of which the other columns are.
+std::string History::search(const Object& request) {
     const auto pattern = memberOr<std::string>(request, "pattern", "*");
     if (pattern.size() > longestPattern) {
         throw dispatch::BadMessage("pattern must have at most " + std::to_string(longestPattern) + " bytes");
     }
-    const bool isUnique = memberOr(request, "unique", false);
-    Entries found;
-    std::set<std::string_view> seen;
-    for (auto entry = entries_.rbegin(); entry != entries_.rend(); ++entry) {
-        if (!matchesGlob(pattern, entry->code)) continue;
-        if (!isUnique || seen.insert(entry->code).second) found.push_back(&*entry);
-    }
-    std::ranges::reverse(found);
-    keepLast(found, request);
-    return found;
-}
-
-// After a mismatch the last star takes one character more: the time is the product of the lengths at most.
-bool matchesGlob(std::string_view pattern, std::string_view text) {
-    std::size_t at = 0, inText = 0, star = std::string_view::npos, taken = 0;
-    while (inText < text.size()) {
-        if (at < pattern.size() && pattern[at] == '*') {
-            star = ++at;
-            taken = inText;
-        } else if (at < pattern.size() && pattern[at] == '?') {
-            ++at;
-            inText = afterCharacter(text, inText);
-        } else if (at < pattern.size() && pattern[at] == text[inText]) {
-            ++at;
-            ++inText;
-        } else if (star != std::string_view::npos) {
-            at = star;
-            inText = taken = afterCharacter(text, taken);
-        } else {
-            return false;
-        }
-    }
-    return pattern.find_first_not_of('*', at) == std::string_view::npos;
+    Statement found(database(), memberOr(request, "unique", false) ? R"(
+SELECT session, line, code FROM (
+    SELECT max(id) AS id, session, line, code FROM cells WHERE code GLOB ? GROUP BY code ORDER BY id DESC LIMIT ?)
+ORDER BY id)"
+                                                                   : R"(
+SELECT session, line, code FROM (SELECT * FROM cells WHERE code GLOB ? ORDER BY id DESC LIMIT ?) ORDER BY id)");
+    return rowsOf(found.bind(pattern).bind(lastOf(request)), request);
 }
 
 }  // namespace jupyter

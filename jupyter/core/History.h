@@ -2,43 +2,50 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <deque>
+#include <optional>
 #include <string>
-#include <string_view>
-#include <vector>
+#include <utility>
 
+#include "Database.h"
 #include "Request.h"
 
 namespace jupyter {
 
-/// The cells of this kernel, of which there is one session, 1.
+/// The cells of a kernel, in memory or in a file that it shares with those before it and beside it. Each life
+/// of an interpreter is a session, and the sessions of a file are numbered.
 ///
-/// Threads: on the kernel's executor.
+/// Threads: on the kernel's executor.  Blocks: as Database, and while the disk does.
 class History {
 public:
-    static constexpr std::size_t most = 10'000;
-    static constexpr std::size_t mostBytes = std::size_t{4} << 20;  ///< the oldest are forgotten beyond it
+    static constexpr std::int64_t most = 10'000;
+    /// In UTF-8. The oldest are forgotten beyond it, a while later.
+    static constexpr std::int64_t mostBytes = std::int64_t{4} << 20;
+    static constexpr std::size_t longestCell = std::size_t{1} << 20;  ///< longer ones are not kept
 
+    /// The file, readable by its owner alone, and its folder are made when they are needed. Where it cannot
+    /// be used, a line in the log says why, and memory is. So it is with an empty path.
+    explicit History(std::string file = {}) : file_(std::move(file)) {}
+
+    /// Where it cannot be stored, a line in the log says so once.
     void add(std::uint64_t count, const std::string& code);
-    void clear();
-    /// The JSON array that answers a history_request.  Throws: dispatch::BadMessage.
-    std::string answer(const Request& request) const;
+    /// The interpreter is new.
+    void beginSession() { session_ = 0; }
+    /// The JSON array that answers a history_request.  Throws: std::exception, which says why there is none.
+    std::string answer(const Request& request);
 
 private:
-    struct Entry {
-        std::uint64_t count;
-        std::string code;
-    };
-    using Entries = std::vector<const Entry*>;
+    Database& database();
+    std::int64_t session();
+    void forgetOldest();
+    std::string tail(const Poco::JSON::Object& request);
+    std::string range(const Poco::JSON::Object& request);
+    std::string search(const Poco::JSON::Object& request);
 
-    Entries range(const Poco::JSON::Object& request) const;
-    Entries search(const Poco::JSON::Object& request) const;
-
-    std::deque<Entry> entries_;
-    std::size_t bytes_ = 0;
+    const std::string file_;
+    std::optional<Database> database_;
+    std::int64_t session_ = 0;  ///< 0: not begun
+    std::int64_t added_ = 0;    ///< bytes since the oldest were forgotten
+    bool isLossTold_ = false;
 };
-
-/// Whether all of `text` matches the pattern, in which "*" stands for any text and "?" for one character.
-bool matchesGlob(std::string_view pattern, std::string_view text);
 
 }  // namespace jupyter

@@ -24,7 +24,7 @@ public:
     using Answered = std::function<void(int status, std::string reason)>;
     struct Hooks {
         std::function<void()> abortCells;
-        std::function<void()> forgetAll;  ///< counts and history, of an interpreter that is new
+        std::function<void()> forgetAll;  ///< the count; the history begins a session
         std::function<void()> resume;     ///< the state is another one
     };
 

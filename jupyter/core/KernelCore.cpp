@@ -28,6 +28,7 @@ Kernel::Core::Core(Executor& executor, Interpreter& interpreter, Outlet& outlet,
       interpreter_(interpreter),
       options_(std::move(options)),
       publisher_(outlet),
+      history_(options_.history),
       inputs_(interpreter, publisher_),
       asides_(interpreter, publisher_),
       info_(executor, interpreter),
@@ -163,7 +164,7 @@ void Kernel::Core::abortCells() {
 
 void Kernel::Core::forgetAll() {
     count_.last = 0;
-    history_.clear();
+    history_.beginSession();
 }
 
 void Kernel::Core::takeEvent(const InterpreterEvent& event) {

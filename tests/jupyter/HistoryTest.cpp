@@ -1,8 +1,16 @@
+#include <filesystem>
+#include <fstream>
+
 #include <gmock/gmock.h>
 
+#include "connector/identifiers.h"
 #include "core/History.h"
 
 namespace {
+
+std::string answer(jupyter::History& history, const std::string& content) {
+    return history.answer({.message = {.content = content}, .id = "1", .type = "history_request"});
+}
 
 struct HistoryCase {
     std::string name, request, lines;
@@ -13,9 +21,7 @@ TEST_P(HistoryTest, findsCells) {
     jupyter::History history;
     std::uint64_t count = 0;
     for (const auto* code : {"a = 1", "b", "a = 1", "é = [x]\nb"}) history.add(++count, code);
-    const jupyter::Request request{
-        .message = {.content = GetParam().request}, .id = "1", .type = "history_request"};
-    EXPECT_EQ(history.answer(request), GetParam().lines);
+    EXPECT_EQ(answer(history, GetParam().request), GetParam().lines);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -35,19 +41,51 @@ INSTANTIATE_TEST_SUITE_P(
                     R"([[1,4,"é \u003d [x]\nb"]])"}),
     [](const auto& info) { return info.param.name; });
 
-TEST(HistoryBoundTest, refusesPatternsThatTakeMinutes) {
-    const jupyter::Request request{.message = {.content = R"({"hist_access_type":"search","pattern":")" +
-                                                          std::string(1001, '*') + "\"}"},
-                                   .id = "1",
-                                   .type = "history_request"};
-    EXPECT_THROW(jupyter::History().answer(request), dispatch::BadMessage);
+TEST(HistoryBoundTest, searchesInTime) {
+    jupyter::History history;
+    history.add(1, std::string(20'000, 'a'));
+    EXPECT_EQ(answer(history, R"({"hist_access_type":"search","pattern":"*a*a*a*a*a*a*a*a*b"})"), "[]");
+    EXPECT_THROW(
+        answer(history, R"({"hist_access_type":"search","pattern":")" + std::string(1001, '*') + "\"}"),
+        dispatch::BadMessage);
 }
 
-TEST(GlobTest, looksAtManyStarsInTimeAndAtAllOfTheText) {
-    const std::string text(20'000, 'a');
-    EXPECT_FALSE(jupyter::matchesGlob("*a*a*a*a*a*a*a*a*b", text));
-    EXPECT_FALSE(jupyter::matchesGlob("a*", "ba"));
-    EXPECT_FALSE(jupyter::matchesGlob("a?", "a"));
+class HistoryFileTest : public testing::Test {
+protected:
+    ~HistoryFileTest() override { std::filesystem::remove_all(file_.parent_path()); }
+
+    const std::filesystem::path file_ =
+        std::filesystem::path(testing::TempDir()) / connector::randomUuid() / "history";
+};
+
+TEST_F(HistoryFileTest, isSharedByKernelsAndForgetsTheOldest) {
+    jupyter::History first(file_), second(file_);
+    first.add(1, "a");
+    second.add(1, "b");
+    first.add(2, "c");
+    second.beginSession();
+    second.add(1, "d");
+    EXPECT_EQ(answer(first, R"({"hist_access_type":"tail"})"),
+              R"([[1,1,"a"],[2,1,"b"],[1,2,"c"],[3,1,"d"]])");
+    EXPECT_EQ(answer(second, R"({"hist_access_type":"range","session":-1})"), R"([[2,1,"b"]])");
+    EXPECT_EQ(std::filesystem::status(file_).permissions(),
+              std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
+    for (int i = 0; i < 6; ++i) first.add(3, std::string(1'000'000, static_cast<char>('e' + i)));
+    first.add(4, std::string(jupyter::History::longestCell + 1, 'x'));
+    const auto left = answer(second, R"({"hist_access_type":"tail"})");
+    EXPECT_THAT(
+        left,
+        testing::AllOf(testing::SizeIs(testing::Lt(6'000'000)), testing::HasSubstr("jjj"),
+                       testing::Not(testing::AnyOf(testing::HasSubstr("xxx"), testing::HasSubstr("eee")))));
+}
+
+TEST_F(HistoryFileTest, isInMemoryWhereTheFileIsNone) {
+    std::filesystem::create_directories(file_.parent_path());
+    std::ofstream(file_) << std::string(5'000, 'x');
+    jupyter::History history(file_);
+    history.add(1, "a");
+    EXPECT_EQ(answer(history, R"({"hist_access_type":"tail"})"), R"([[1,1,"a"]])");
+    EXPECT_EQ(std::filesystem::file_size(file_), 5'000U);
 }
 
 }  // namespace

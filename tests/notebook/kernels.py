@@ -21,7 +21,7 @@ FOLDER = _folder.name
 NAME = os.environ.get("KERNEL", "numora")
 os.environ.update(JUPYTER_PATH=f"{FOLDER}/share/jupyter", JUPYTER_DATA_DIR=f"{FOLDER}/data",
                   JUPYTER_RUNTIME_DIR=f"{FOLDER}/runtime", JUPYTER_CONFIG_DIR=f"{FOLDER}/config",
-                  IPYTHONDIR=f"{FOLDER}/ipython")
+                  IPYTHONDIR=f"{FOLDER}/ipython", XDG_STATE_HOME=f"{FOLDER}/state")
 if NAME == "numora":
     subprocess.run([NUMORA, "kernel", "install", "--prefix", FOLDER], check=True, timeout=LIMIT, stdout=subprocess.DEVNULL)
 

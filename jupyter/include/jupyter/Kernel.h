@@ -30,6 +30,9 @@ struct KernelOptions {
     /// Called on the executor when a client asks for the end of the kernel, after the reply was sent; the
     /// kernel must not be destroyed within it.
     std::function<void(bool isRestart)> shutDown;
+    /// The file of the cells that have run, which other kernels may use at the same time; empty: there is
+    /// none.
+    std::string history{};
 };
 
 /// A kernel of the Jupyter messaging protocol 5.5 for one interpreter. It knows channels and messages, but
