@@ -98,6 +98,18 @@ public:
         asio::post(connection_.context, [this] { read(); });
     }
 
+    void goOn(std::set<std::uint64_t> dropped) {
+        asio::post(connection_.context, [this, dropped = std::move(dropped)] {
+            std::erase_if(queue_, [&](const auto& message) {
+                if (!dropped.contains(message.first)) return false;
+                queuedBytes_ -= message.second.size();
+                return true;
+            });
+            isHeld_ = false;
+            write();
+        });
+    }
+
 private:
     using Plain = websocket::stream<ServerConnection::Plain>;
     using Secure = websocket::stream<ServerConnection::Secure>;
@@ -130,6 +142,7 @@ private:
     // The thread's.
     std::optional<std::variant<Plain, Secure>> stream_;
     bool isOpen_ = false;
+    bool isHeld_ = false;                                             // nothing is written before goOn
     bool isReading_ = false, isWriting_ = false, isPinging_ = false;  // an operation is under way
     std::string loss_;                                                // why the connection is no more
     beast::flat_buffer buffer_;
@@ -229,6 +242,7 @@ void WebSocketClient::Impl::converse() {
     connection_.context.restart();
     while (isOpen_ || isReading_ || isWriting_ || isPinging_) connection_.context.run_one();
     stream_.reset();
+    isHeld_ = true;
     if (!connection_.isAborted()) listener_->lost(loss_, confirmed_, written_);
     confirmed_ = written_;  // what becomes of them is settled
 }
@@ -246,7 +260,7 @@ void WebSocketClient::Impl::read() {
 }
 
 void WebSocketClient::Impl::write() {
-    if (!isOpen_ || isWriting_ || queue_.empty()) return;
+    if (!isOpen_ || isHeld_ || isWriting_ || queue_.empty()) return;
     isWriting_ = true;
     written_ = queue_.front().first;
     with([this](auto& stream) {
@@ -300,5 +314,7 @@ bool WebSocketClient::send(std::uint64_t number, std::string frame) {
 }
 
 void WebSocketClient::readOn() { impl_->readOn(); }
+
+void WebSocketClient::goOn(std::set<std::uint64_t> dropped) { impl_->goOn(std::move(dropped)); }
 
 }  // namespace app

@@ -23,6 +23,7 @@ public:
     void start(jupyter::ServerSocketListener& listener) override;
     bool send(std::uint64_t number, std::string frame) override;
     void readOn() override;
+    void goOn(std::set<std::uint64_t> dropped) override;
 
 private:
     class Impl;

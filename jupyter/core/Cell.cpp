@@ -39,12 +39,6 @@ Cell::Cell(const Parts& parts, RequestPtr request, Ended ended)
     if (expressions && expressions->size() > 0) expressions_ = connector::json::written(expressions);
 }
 
-void Cell::abort() {
-    parts_.publisher.status(parent(), "busy");
-    parts_.publisher.reply(*request(), Members().add("status", "aborted"), R"({"status":"aborted"})");
-    parts_.publisher.status(parent(), "idle");
-}
-
 // What is not stored is shown with the next number, without using it up.
 void Cell::begin() {
     started_ = foundation::core::utcText(std::chrono::system_clock::now());

@@ -38,7 +38,7 @@ public:
     Cell(const Parts& parts, RequestPtr request, Ended ended);
 
     /// Replies that it is not run.
-    void abort();
+    void abort() { parts_.publisher.abort(*request()); }
 
     bool isCell() const override { return true; }
     void begin() override;

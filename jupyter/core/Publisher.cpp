@@ -85,6 +85,12 @@ void Publisher::replyError(const Request& request, const ErrorText& error, const
     reply(request, Members().add("status", "error").addMembers(error.members()).addMembers(others));
 }
 
+void Publisher::abort(const Request& cell) {
+    status(cell.message.header, "busy");
+    reply(cell, Members().add("status", "aborted"), R"({"status":"aborted"})");
+    status(cell.message.header, "idle");
+}
+
 std::string Publisher::ask(const Request& cell, Members content) {
     std::string id = newId();
     Message message = made(Channel::Stdin, cell.message.header, "input_request", id, content.take());

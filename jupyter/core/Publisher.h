@@ -48,6 +48,8 @@ public:
     }
     void replyJson(const Request& request, std::string content, std::string metadata = "{}");
     void replyError(const Request& request, const ErrorText& error, const Members& others = {});
+    /// Tells that a cell is not run.
+    void abort(const Request& cell);
     /// Asks the client of a cell; returns the "msg_id".
     std::string ask(const Request& cell, Members content);
 

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <csignal>
 #include <exception>
+#include <stdexcept>
 #include <utility>
 
 #include "connector/identifiers.h"
@@ -11,6 +12,7 @@
 #include "core/Lifetime.h"
 #include "core/Publisher.h"
 #include "core/Request.h"
+#include "core/StopOnError.h"
 #include "foundation/core/utcText.h"
 #include "foundation/log/diagnostic_logger.h"
 #include "jupyter/wire/WebSocket.h"
@@ -41,6 +43,21 @@ Message interruption() {
 }
 
 bool isCell(const Request& request) { return request.type == "execute_request"; }
+// What has a reply, or may ask for input.
+bool isAnswered(const Request& request) { return request.type.ends_with("_request"); }
+
+// A cell whose error aborts those that wait.
+bool stopsOnError(const Request& request) {
+    if (!isCell(request)) return false;
+    const auto content = wire::rawMembers(request.message.content);
+    return wire::valueOf(content, "stop_on_error") != "false" && wire::valueOf(content, "silent") != "true";
+}
+
+bool isIdle(const Message& message) {
+    constexpr std::size_t longest = 64;
+    return message.channel == Channel::Iopub && message.content.size() < longest &&
+           wire::textIn(message.content, "execution_state") == "idle";
+}
 
 }  // namespace
 
@@ -48,6 +65,7 @@ Relay::Relay(Executor& executor, Outlet& outlet, std::unique_ptr<ServerSocket> s
     : executor_(executor),
       options_(std::move(options)),
       clients_(std::make_unique<Publisher>(outlet)),
+      stop_(std::make_unique<StopOnError>()),
       lifetime_(std::make_unique<Lifetime>()),
       server_(std::move(server)) {
     server_->start(*this);
@@ -80,7 +98,7 @@ void Relay::ended(std::string reason) {
 void Relay::subscribed() { clients_->publish("{}", "iopub_welcome", Members().add("subscription", "")); }
 
 void Relay::raised(int signal) {
-    if (signal == SIGINT) server_->send(++lastNumber_, wire::encodeV1(interruption()).data);
+    if (signal == SIGINT) interrupt();
     if (signal == SIGTERM) end({});
 }
 
@@ -96,26 +114,55 @@ void Relay::receive(Message message) {
         log().warning(std::string("A message is dropped: ") + error.what());
         return;
     }
+    if (isOver_) return refuse(request, "the relay has ended");
     if (request->type == "shutdown_request") return release(request);
-    if (isOver_) return fail(request, "the relay has ended");
     // To the server all clients are one.
     if (request->message.channel == Channel::Stdin && request->message.route != asked_) return;
-    const auto number = ++lastNumber_;
-    // What has a reply, or may ask for input.
-    const bool isRequest = request->type.ends_with("_request");
-    if (isRequest) remember(number, request);
-    if (!server_->send(number, wire::encodeV1(request->message).data)) {
-        forget(number);
-        if (isRequest) fail(request, "too much waits for the server");
-    } else if (!absence_.empty() && !isTold_ && isCell(*request)) {
-        tell(absence_);
+    if (isCell(*request) && stop_->covers(*request)) return clients_->abort(*request);
+    try {
+        pass(request);
+    } catch (const std::exception& error) {
+        refuse(request, error.what());
     }
 }
 
-void Relay::remember(std::uint64_t number, const RequestPtr& request) {
-    if (requests_.size() >= mostRequests) forget(requests_.begin()->first);
+void Relay::pass(const RequestPtr& request) {
+    if (isAnswered(*request)) {
+        if (requests_.size() >= mostRequests)
+            throw std::runtime_error("at most " + std::to_string(mostRequests) + " requests may wait");
+        if (numbers_.contains(request->id))
+            throw std::runtime_error("msg_id must not be that of another request");
+    }
+    auto frame = wire::encodeV1(request->message).data;
+    if (frame.size() > mostBytes) throw std::runtime_error("a message must have at most 16 MiB");
+    wire::decodeV1(frame);  // as the server does
+    const auto number = lastNumber_ + 1;
+    if (!server_->send(number, std::move(frame))) throw std::runtime_error("too much waits for the server");
+    lastNumber_ = number;
+    if (!isAnswered(*request)) return;
     requests_.emplace(number, request);
-    numbers_.insert_or_assign(request->id, number);
+    numbers_.emplace(request->id, number);
+    if (!absence_.empty() && !isTold_ && isCell(*request)) isTold_ = tell(absence_);
+}
+
+void Relay::refuse(const RequestPtr& request, const std::string& reason) {
+    const std::string& header = request->message.header;
+    if (request->message.channel == Channel::Stdin) {
+        tell("The answer was not sent: " + reason + ".");
+    } else if (clients_->status(header, "busy"); isAnswered(*request)) {
+        fail(request, ErrorText::of("Refused", reason));
+    } else {
+        clients_->stream(header, "stderr", connector::json::quoted("numora: " + reason + "\n"));
+        clients_->status(header, "idle");
+    }
+}
+
+void Relay::interrupt() {
+    if (!server_->send(lastNumber_ + 1, wire::encodeV1(interruption()).data)) {
+        tell("The interrupt was not sent: too much waits for the server.");
+    } else {
+        ++lastNumber_;
+    }
 }
 
 void Relay::forget(std::uint64_t number) {
@@ -129,15 +176,17 @@ void Relay::take(const std::string& frame) {
     try {
         Message message = wire::decodeV1(frame);
         const bool isPublic = message.channel == Channel::Iopub;
-        const auto found =
-            isPublic ? numbers_.end() : numbers_.find(std::string(wire::textIn(message.parent, "msg_id")));
+        const bool isEnd = isIdle(message);
+        const auto found = isPublic && !isEnd
+                               ? numbers_.end()
+                               : numbers_.find(std::string(wire::textIn(message.parent, "msg_id")));
         if (found != numbers_.end()) {
             const auto number = found->second;
-            message.route = requests_.at(number)->message.route;
+            if (!isPublic) message.route = requests_.at(number)->message.route;
             if (message.channel == Channel::Stdin) {
                 asked_ = message.route;
             } else {
-                forget(number);
+                forget(number);  // what has no reply has this idle
             }
         }
         if (isPublic || !message.route.empty()) clients_->outlet().send(std::move(message));
@@ -150,26 +199,52 @@ void Relay::take(const std::string& frame) {
 
 void Relay::lose(const std::string& reason, std::uint64_t confirmed, std::uint64_t written) {
     log().error(reason);
+    const auto time = std::chrono::system_clock::now();
+    RequestPtr failed;  // the last one that aborts others
     for (auto next = requests_.upper_bound(confirmed); next != requests_.end() && next->first <= written;
          next = requests_.upper_bound(confirmed)) {
-        fail(next->second, reason + ", with this request on its way; it may have run");
+        const auto request = next->second;
         forget(next->first);
+        fail(request,
+             ErrorText::of("ConnectionError", reason + ", with this request on its way; it may have run"));
+        if (stopsOnError(*request)) failed = request;
+    }
+    std::set<std::uint64_t> aborted;
+    if (failed) {
+        aborted = abortCells(written);
+        executor_.postAfter(
+            StopOnError::longest,
+            lifetime_->guarded([this, number = stop_->begin(*failed, time)] { stop_->end(number); }));
     }
     absence_ = reason + ". Trying again.";
-    isTold_ = false;
-    tell(absence_);
+    isTold_ = tell(absence_);
+    server_->goOn(std::move(aborted));
+}
+
+std::set<std::uint64_t> Relay::abortCells(std::uint64_t written) {
+    std::set<std::uint64_t> numbers;
+    for (auto next = requests_.upper_bound(written); next != requests_.end(); ++next) {
+        if (isCell(*next->second)) numbers.insert(next->first);
+    }
+    for (const auto number : numbers) {
+        clients_->abort(*requests_.at(number));
+        forget(number);
+    }
+    return numbers;
 }
 
 void Relay::end(const std::string& reason) {
     if (std::exchange(isOver_, true)) return;
     numbers_.clear();
     for (const auto& [number, request] : std::exchange(requests_, {})) {
-        fail(request, reason.empty() ? "the kernel was shut down" : reason);
+        fail(request, ErrorText::of("ConnectionError", reason.empty() ? "the kernel was shut down" : reason));
     }
     options_.ended(reason);
 }
 
+// A second one must not restart what the first one has restarted.
 void Relay::release(const RequestPtr& request) {
+    if (std::exchange(isReleasing_, true)) return refuse(request, "the kernel is being shut down");
     bool isRestart = false;
     try {
         isRestart = wire::valueOf(wire::rawMembers(request->message.content), "restart") == "true";
@@ -191,20 +266,19 @@ void Relay::release(const RequestPtr& request) {
     });
 }
 
-void Relay::fail(const RequestPtr& request, const std::string& reason) {
-    const auto error = ErrorText::of("ConnectionError", reason);
+void Relay::fail(const RequestPtr& request, const ErrorText& error) {
     if (isCell(*request)) clients_->error(request->message.header, error);
     clients_->replyError(*request, error);
     clients_->status(request->message.header, "idle");
 }
 
-void Relay::tell(const std::string& line) {
+bool Relay::tell(const std::string& line) {
     const auto cell =
         std::ranges::find_if(requests_, [](const auto& entry) { return isCell(*entry.second); });
-    if (cell == requests_.end()) return;
-    isTold_ = true;
+    if (cell == requests_.end()) return false;
     clients_->stream(cell->second->message.header, "stderr",
                      connector::json::quoted("numora: " + line + "\n"));
+    return true;
 }
 
 }  // namespace jupyter

@@ -1,7 +1,9 @@
 #include <chrono>
+#include <csignal>
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -32,6 +34,8 @@ public:
     bool isFull = false;  // no more goes to the server
     int reads = 0;
     std::uint64_t last = 0;  // that has gone to the server
+    std::set<std::uint64_t> dropped;
+    int releases = 0;
     jupyter::ServerSocketListener* server = nullptr;
     std::string end = "none";
 };
@@ -45,6 +49,7 @@ public:
         return !ends_.isFull;
     }
     void readOn() override { ++ends_.reads; }
+    void goOn(std::set<std::uint64_t> dropped) override { ends_.dropped = std::move(dropped); }
 
 private:
     Ends& ends_;
@@ -55,12 +60,18 @@ protected:
     static std::string header(const std::string& id, const std::string& type) {
         return R"({"msg_id":")" + id + R"(","msg_type":")" + type + R"("})";
     }
-    void ask(const std::string& id, const std::string& type = "execute_request") {
-        relay.receive({.channel = Channel::Shell, .route = {"of " + id}, .header = header(id, type)});
+    void ask(const std::string& id, const std::string& type = "execute_request",
+             const std::string& content = "{}") {
+        const auto channel = type == "input_reply" ? Channel::Stdin : Channel::Shell;
+        relay.receive(
+            {.channel = channel, .route = {"of " + id}, .header = header(id, type), .content = content});
     }
-    void serverSays(Channel channel, const std::string& type, const std::string& parent) {
-        const Message message{
-            .channel = channel, .header = header("x", type), .parent = header(parent, "execute_request")};
+    void serverSays(Channel channel, const std::string& type, const std::string& parent,
+                    const std::string& content = "{}") {
+        const Message message{.channel = channel,
+                              .header = header("x", type),
+                              .parent = header(parent, "execute_request"),
+                              .content = content};
         ends.server->received(jupyter::wire::encodeV1(message).data);
     }
     /// What has been sent since the last call, as type and identity if it is for one.
@@ -78,7 +89,12 @@ protected:
     jupyter::Relay relay{ends,
                          ends,
                          std::make_unique<FakeSocket>(ends),
-                         {.release = [](bool, const auto& done) { done(""); },
+                         {.release =
+                              [this](bool, const auto& done) {
+                                  ++ends.releases;
+                                  ask("again", "shutdown_request");
+                                  done("");
+                              },
                           .ended = [this](const std::string& reason) { ends.end = reason; }}};
 };
 
@@ -116,6 +132,57 @@ TEST_F(RelayTest, failsWhatMayHaveArrivedWhenTheConnectionBreaksAndNothingElse) 
     EXPECT_EQ(ends.end, "over");
 }
 
+// As any error does, unless the cell says otherwise.
+TEST_F(RelayTest, abortsTheCellsThatWaitWhenOneIsLost) {
+    const auto lose = [&](const std::string& content) {
+        ends.server->opened();
+        const auto before = ends.last;
+        ask("lost", "execute_request", content);
+        ask("next");
+        ask("beside", "complete_request");
+        ends.server->lost("lost", before, before + 1);
+        return ends.dropped;
+    };
+    EXPECT_THAT(lose(R"({"stop_on_error":true})"), ElementsAre(2));
+    EXPECT_THAT(told(), ElementsAre("error", "execute_reply of lost", "status", "status",
+                                    "execute_reply of next", "status"));
+    serverSays(Channel::Shell, "complete_reply", "beside");
+    told();
+    EXPECT_THAT(lose(R"({"stop_on_error":false})"), ElementsAre());
+    EXPECT_THAT(told(), ElementsAre("error", "execute_reply of lost", "status", "stream"));
+}
+
+TEST_F(RelayTest, keepsFromTheServerWhatWouldEndTheConnectionOfAll) {
+    const std::string large = R"({"a":")" + std::string(jupyter::Relay::mostBytes, 'a') + R"("})";
+    for (const auto& [content, problem] :
+         std::vector<std::pair<std::string, std::string>>{{"{\"\xff\":1}", "must be in UTF-8"},
+                                                          {"{", "must hold JSON objects"},
+                                                          {"[]", "must hold JSON objects"},
+                                                          {"{}1", "must end with"},
+                                                          {large, "at most 16 MiB"}}) {
+        ask("a", "comm_msg", content);
+        EXPECT_THAT(ends.sent.at(1).content, HasSubstr(problem));
+        EXPECT_THAT(told(), ElementsAre("status", "stream", "status"));
+        ask("a", "execute_request", content);
+        EXPECT_THAT(told(), ElementsAre("status", "error", "execute_reply of a", "status"));
+    }
+    EXPECT_EQ(ends.last, 0);
+    // NaN and halves of pairs it takes.
+    ask("b", "execute_request", R"({"code":"\ud800","n":NaN})");
+    EXPECT_EQ(ends.last, 1);
+    ask("b", "comm_info_request");
+    EXPECT_THAT(told(), ElementsAre("status", "comm_info_reply of b", "status"));
+}
+
+TEST_F(RelayTest, releasesTheKernelOnce) {
+    ask("first", "shutdown_request");
+    EXPECT_THAT(told(), ElementsAre("status", "status", "shutdown_reply of again", "status",
+                                    "shutdown_reply of first", "status"));
+    ask("late", "shutdown_request");
+    EXPECT_EQ(ends.releases, 1);
+    EXPECT_EQ(ends.end, "");
+}
+
 TEST_F(RelayTest, holdsNoMoreThanItsBounds) {
     ends.isRoomy = false;
     serverSays(Channel::Iopub, "stream", "a");
@@ -123,15 +190,28 @@ TEST_F(RelayTest, holdsNoMoreThanItsBounds) {
     relay.roomIsBack();
     EXPECT_EQ(ends.reads, 1);
 
-    for (std::size_t i = 0; i <= jupyter::Relay::mostRequests; ++i) ask(std::to_string(i));
+    const std::vector<std::string> refusal = {"status", "error", "execute_reply of too much", "status"};
+    for (std::size_t i = 0; i < jupyter::Relay::mostRequests; ++i) ask(std::to_string(i));
     told();
-    serverSays(Channel::Shell, "execute_reply", "0");
-    serverSays(Channel::Shell, "execute_reply", "1");
-    EXPECT_THAT(told(), ElementsAre("execute_reply of 1"));
+    ask("too much");
+    EXPECT_EQ(told(), refusal);
+    // One that has no reply.
+    serverSays(Channel::Iopub, "status", "0", R"({"execution_state":"idle"})");
+    serverSays(Channel::Stdin, "input_request", "1");
+    told();
 
     ends.isFull = true;
     ask("too much");
-    EXPECT_THAT(told(), ElementsAre("error", "execute_reply of too much", "status"));
+    EXPECT_EQ(told(), refusal);
+    ask("1", "input_reply");
+    EXPECT_THAT(ends.sent.at(0).content,
+                HasSubstr("The answer was not sent: too much waits for the server."));
+    EXPECT_THAT(told(), ElementsAre("stream"));
+    relay.raised(SIGINT);
+    EXPECT_THAT(told(), ElementsAre("stream"));
+    ends.isFull = false;
+    ask("in its place");
+    EXPECT_THAT(told(), ElementsAre());
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <set>
 #include <string>
 #include <unordered_map>
 
@@ -18,6 +19,8 @@ namespace jupyter {
 
 class Lifetime;
 class Publisher;
+class StopOnError;
+struct ErrorText;
 struct Request;
 
 struct RelayOptions {
@@ -33,13 +36,18 @@ struct RelayOptions {
 ///
 /// Front ends do not see the server come and go. While it is away, the cell that runs there has a line about
 /// it on its standard error, and requests wait. What was on its way when the connection broke may or may not
-/// have arrived: such requests fail, and are not sent twice. When the server has gone for good all fail.
+/// have arrived: such requests fail, and are not sent twice; a cell among them aborts the cells that wait, as
+/// any error does. When the server has gone for good all fail.
+///
+/// What the server would not read is refused here, since it would close the connection for all clients.
 ///
 /// Threads: made, used and destroyed on the executor.  Locks: none.
 class Relay : public SocketUser, private ServerSocketListener {
 public:
-    /// So many requests may wait for their replies; the oldest one is forgotten for the next.
+    /// So many requests may wait for their replies.
     static constexpr std::size_t mostRequests = 4096;
+    /// Of a message, in the encoding V1: what servers take unless they are set up otherwise.
+    static constexpr std::size_t mostBytes = std::size_t{16} << 20;
 
     /// Borrows `executor` and `outlet`, which must outlive it.
     Relay(Executor& executor, Outlet& outlet, std::unique_ptr<ServerSocket> server, RelayOptions options);
@@ -62,19 +70,25 @@ private:
     using RequestPtr = std::shared_ptr<const Request>;
 
     void post(std::function<void()> task);
-    void remember(std::uint64_t number, const RequestPtr& request);
+    void pass(const RequestPtr& request);
+    /// Nothing of it has gone to the server.
+    void refuse(const RequestPtr& request, const std::string& reason);
     void forget(std::uint64_t number);
     void take(const std::string& frame);
     void lose(const std::string& reason, std::uint64_t confirmed, std::uint64_t written);
     void end(const std::string& reason);
+    /// Takes the cells out that were sent after number `written`, with an answer; returns their numbers.
+    std::set<std::uint64_t> abortCells(std::uint64_t written);
     void release(const RequestPtr& request);
-    void fail(const RequestPtr& request, const std::string& reason);
-    /// On the standard error of the cell that runs, if one does.
-    void tell(const std::string& line);
+    void fail(const RequestPtr& request, const ErrorText& error);
+    void interrupt();
+    /// On the standard error of the cell that runs; false where none does.
+    bool tell(const std::string& line);
 
     Executor& executor_;
     const RelayOptions options_;
     const std::unique_ptr<Publisher> clients_;
+    const std::unique_ptr<StopOnError> stop_;
     const std::unique_ptr<Lifetime> lifetime_;
 
     std::uint64_t lastNumber_ = 0;
@@ -84,6 +98,7 @@ private:
     std::string absence_;                                     // why the server is away, if it is
     bool isTold_ = false;                                     // a cell has a line about that
     bool isRoomWanted_ = false;                               // before more is read
+    bool isReleasing_ = false;
     bool isOver_ = false;
 
     const std::unique_ptr<ServerSocket> server_;  // last: it calls the others until its end
