@@ -185,10 +185,12 @@ void Endpoints::resolve(HttpRequest& head) const {
     if (scope == Route::Scope::Kernel) resolveKernel(head);
 }
 
-/// A kernel is one of the server or, after its prefix, that of an interpreter.
+/// A kernel is one of the server or, after its prefix, that of an interpreter. A token that is for others
+/// does not learn of it.
 void Endpoints::resolveKernel(HttpRequest& head) const {
     const auto desk = jupyter::kernelNamed(services_.interpreters, head.route->parameterIn(head.path));
-    const bool isHere = desk && (head.prefix.empty() || desk == head.desk);
+    const bool isHere =
+        desk && (head.prefix.empty() || desk == head.desk) && (!head.grant || head.grant->covers(desk->id()));
     head.desk = isHere ? desk : nullptr;
     head.interpreter = isHere ? desk->id() : "";
 }

@@ -117,7 +117,7 @@ jupyter::Ask askOf(const Services& services, const HttpRequest& request) {
             .parameter = std::string(request.route->parameterIn(request.path)),
             .body = request.body,
             .root = services.basePath + request.prefix,
-            .grant = *request.grant,
+            .grant = request.grant,
             .desk = request.desk,
             .interpreters = services.interpreters,
             .sessions = services.sessions,

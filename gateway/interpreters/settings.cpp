@@ -93,9 +93,8 @@ ports::RestartMode restartIn(const Object& object) {
     return mode->second;
 }
 
-std::string idIn(const Object& object) {
-    if (!object.has("id")) return "i" + connector::randomIdentifier().substr(0, madeUpDigits);
-    auto id = object.getValue<std::string>("id");
+std::string idIn(const Object& object, const std::string& newId) {
+    auto id = object.optValue<std::string>("id", newId);
     if (isInterpreterId(id)) return id;
     throw BadMessage("id must be 1 to 63 small letters, digits and -, of which the first is a letter");
 }
@@ -108,7 +107,9 @@ bool isInterpreterId(std::string_view text) {
                                [](char c) { return isSmallLetter(c) || (c >= '0' && c <= '9') || c == '-'; });
 }
 
-ports::InterpreterSpec readSpec(std::string_view json) {
+std::string newInterpreterId() { return "i" + connector::randomIdentifier().substr(0, madeUpDigits); }
+
+ports::InterpreterSpec readSpec(std::string_view json, const std::string& newId) {
     constexpr std::size_t deepest = 8;
     constexpr std::size_t mostValues = 5000;
     const auto value = connector::json::parse(json, deepest, mostValues);
@@ -120,7 +121,7 @@ ports::InterpreterSpec readSpec(std::string_view json) {
     if (!unknown.empty()) throw BadMessage(unknown.front() + " is not a known member");
 
     ports::InterpreterSpec spec;
-    spec.worker.id = idIn(object);
+    spec.worker.id = idIn(object, newId);
     spec.worker.folder = folderIn(object, "folder");
     spec.worker.venv = folderIn(object, "venv");
     spec.worker.env = environmentIn(object);

@@ -16,9 +16,12 @@ bool isInterpreterId(std::string_view text);
 /// Throws: std::runtime_error, with what is wrong.
 using CheckVenv = std::function<void(const std::filesystem::path&)>;
 
-/// What `json` says of an interpreter: docs/interpreters.md has its members. Without an id it gets a new one.
+/// An id for an interpreter whose maker has named none.
+std::string newInterpreterId();
+
+/// What `json` says of an interpreter: docs/interpreters.md has its members. Without an id it gets `newId`.
 /// Throws: dispatch::BadMessage, which names the member; connector::json::ParseError.
-ports::InterpreterSpec readSpec(std::string_view json);
+ports::InterpreterSpec readSpec(std::string_view json, const std::string& newId = newInterpreterId());
 
 /// Throws: dispatch::BadMessage, which names the member, unless the process can be started where it says.
 /// `checkVenv` may be null.

@@ -84,7 +84,7 @@ private:
     const std::shared_ptr<http::OpenConnections> connections_;
     metrics::RequestMetrics metrics_;
     interpreters::Registry interpreters_;
-    jupyter::NotebookSessions sessions_;
+    jupyter::NotebookSessions sessions_{context_};
     endpoints::Endpoints endpoints_;
     boost::asio::thread_pool reading_{1};
 

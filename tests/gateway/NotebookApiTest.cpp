@@ -1,6 +1,8 @@
+#include <functional>
 #include <map>
 #include <regex>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "InterpretersFixture.h"
@@ -46,7 +48,7 @@ protected:
 };
 
 TEST_F(NotebookApiTest, answersWhatFrontEndsAskForOfKernelsAndSessions) {
-    serve({.basePath = "/base", .interpreters = {{"lab", "{}"}}, .mostInterpreters = 3});
+    serve({.basePath = "/base", .interpreters = {{"lab", "{}"}}, .mostInterpreters = 4});
     const std::string all = TestClient::token;
     const std::string api = "/base/api/";
     check(
@@ -64,7 +66,9 @@ TEST_F(NotebookApiTest, answersWhatFrontEndsAskForOfKernelsAndSessions) {
          {all, "POST", api + "kernels", R"({"name":1})", 400, R"({"message":"name must be a string"})"},
          {all, "POST", api + "kernels", R"({"interpreter":{"cpu":1}})", 400, "is not a known member"},
          {all, "POST", api + "kernels", "", 201, R"("interpreter":"kernel-)", "own"},
-         {all, "POST", api + "kernels", "{}", 429, "There are 3 interpreters already"},
+         {all, "POST", api + "kernels", R"({"name":"python","interpreter":{"cpus":1}})", 201,
+          R"("interpreter":"kernel-)", "second"},
+         {all, "POST", api + "kernels", "{}", 429, "There are 4 interpreters already"},
          {all, "GET", api + "kernels", "", 200, R"("id":"{own}","name":"numora","last_activity":")"},
          {all, "POST", api + "kernels/{own}/interrupt", "", 204, ""},
          {all, "POST", api + "kernels/{own}/restart", "", 200, R"({"id":"{own}")"},
@@ -79,14 +83,24 @@ TEST_F(NotebookApiTest, answersWhatFrontEndsAskForOfKernelsAndSessions) {
          {all, "POST", api + "sessions",
           R"({"path":"a.ipynb","type":"notebook","kernel":{"name":"numora-shared"}})", 201,
           R"({"id":"{session}",)"},
+         // What has no path has nothing in common.
+         {all, "POST", api + "sessions", R"({"path":"","kernel":{"id":"{own}"}})", 201, "{own}", "other"},
+         {all, "POST", api + "sessions", R"({"path":"","kernel":{"id":"{second}"}})", 201, "{second}",
+          "third"},
+         // The interpreter ends with the last session of a kernel that was made for one; others are let go.
          {all, "PATCH", api + "sessions/{session}", R"({"path":"b.ipynb","kernel":{"id":"{default}"}})", 200,
           R"("path":"b.ipynb","name":"a","type":"notebook","kernel":{"id":"{default}")"},
-         {all, "PATCH", api + "sessions/{session}", R"({"kernel":{"id":"none"}})", 404, "There is no kernel"},
-         {all, "GET", api + "sessions/{session}", "", 200, "b.ipynb"},
-         // The interpreter ends with the last session of a kernel that was made for one; others are let go.
-         {all, "PATCH", api + "sessions/{session}", R"({"kernel":{"id":"{own}"}})", 200, "{own}"},
-         {all, "DELETE", api + "sessions/{session}", "", 204, ""},
+         {all, "PATCH", api + "sessions/{other}", R"({"kernel":{"id":"none"}})", 404, "There is no kernel"},
+         {all, "PATCH", api + "sessions/{other}", R"({"kernel":{"id":"{own}"}})", 200, "{own}"},
+         {all, "GET", api + "kernels/{own}", "", 200, "{own}"},
+         {all, "PATCH", api + "sessions/{other}", R"({"kernel":{"name":"numora-shared"}})", 200, "{default}"},
          {all, "GET", api + "kernels/{own}", "", 404, "There is no kernel"},
+         {all, "PATCH", api + "sessions/{other}", R"({"kernel":{"id":"{own}"}})", 404, "There is no kernel"},
+         {all, "DELETE", api + "sessions/{other}", "", 204, ""},
+         {all, "GET", api + "sessions/{session}", "", 200, "b.ipynb"},
+         {all, "DELETE", api + "sessions/{session}", "", 204, ""},
+         {all, "DELETE", api + "sessions/{third}", "", 204, ""},
+         {all, "GET", api + "kernels/{second}", "", 404, "There is no kernel"},
          {all, "GET", api + "sessions", "", 200, "[]"},
          {all, "DELETE", api + "kernels/{default}", "", 204, ""},
          {all, "GET", "/base/interpreters/lab/api/kernels/{default}", "", 404, "There is no kernel"},
@@ -115,7 +129,7 @@ TEST_F(NotebookApiTest, holdsTokensToTheirRights) {
         {{all, "GET", "/interpreters/default/api/kernels", "", 200, "", "default"},
          {all, "GET", "/interpreters/lab/api/kernels", "", 200, "", "lab"},
          {"no-token-of-this-server", "GET", "/api/kernels", "", 401, R"({"message":"The token is)"},
-         {maker, "POST", "/api/kernels", "", 201, R"("interpreter":"team-)", "own"},
+         {maker, "POST", "/api/kernels", R"({"interpreter":{}})", 201, R"("interpreter":"team-)", "own"},
          {maker, "POST", "/api/kernels", R"({"interpreter":{"id":"lab2"}})", 403, denied + "not create the"},
          {maker, "POST", "/api/kernels", R"({"name":"numora-shared"})", 403, denied + "neither create"},
          {ofLab, "GET", "/api/kernelspecs", "", 200,
@@ -124,18 +138,20 @@ TEST_F(NotebookApiTest, holdsTokensToTheirRights) {
          {ofLab, "POST", "/interpreters/lab/api/kernels", "", 201, "{lab}"},
          {ofLab, "POST", "/interpreters/default/api/kernels", "", 403, denied + "not use the"},
          {ofLab, "GET", "/api/status", "", 200, R"("kernels":1})"},
-         {ofLab, "GET", "/api/kernels/{default}", "", 403, denied + "not use the"},
-         {ofLab, "GET", "/api/kernels/{default}/channels", "", 403, denied + "not use the"},
-         {ofLab, "POST", "/api/kernels/{default}/interrupt", "", 403, denied + "not use the"},
+         {ofLab, "GET", "/api/kernels/{default}", "", 404,
+          R"({"message":"There is no kernel \"{default}\"."})"},
+         {ofLab, "GET", "/api/kernels/{default}/channels", "", 404, "There is no kernel"},
+         {ofLab, "POST", "/api/kernels/{default}/interrupt", "", 404, "There is no kernel"},
          {ofLab, "POST", "/api/kernels/{lab}/restart", "", 403, denied + "not restart"},
          {ofLab, "POST", "/api/sessions", R"({"kernel":{"id":"{default}"}})", 404, "There is no kernel"},
          {ofLab, "POST", "/api/sessions", R"({"path":"l","kernel":{"id":"{lab}"}})", 201, "", "session"},
+         {all, "POST", "/api/sessions", R"({"path":"l","kernel":{"id":"{lab}"}})", 201, "", "of another"},
          {ofDefault, "POST", "/api/kernels", "", 201, "{default}"},
          {ofDefault, "GET", "/api/sessions", "", 200, "[]"},
          {ofDefault, "GET", "/api/sessions/{session}", "", 404, "There is no session"},
          {ofDefault, "PATCH", "/api/sessions/{session}", "", 404, "There is no session"},
          {ofDefault, "DELETE", "/api/sessions/{session}", "", 404, "There is no session"},
-         {ofDefault, "DELETE", "/api/kernels/{own}", "", 403, denied + "not"},
+         {ofDefault, "DELETE", "/api/kernels/{own}", "", 404, "There is no kernel"},
          {ofDefault, "DELETE", "/api/kernels/{default}", "", 204, ""},
          {restarter, "GET", "/api/kernels", "", 200, "[]"},
          {restarter, "GET", "/api/kernels/{lab}", "", 403, denied + "not use"},
@@ -143,9 +159,40 @@ TEST_F(NotebookApiTest, holdsTokensToTheirRights) {
          {restarter, "POST", "/api/kernels", "", 403, denied + "neither create"},
          {restarter, "POST", "/api/kernels/{lab}/restart", "", 200, "{lab}"},
          {maker, "DELETE", "/api/kernels/{own}", "", 204, ""}});
+    EXPECT_NE(ids_["session"], ids_["of another"]);
     const auto ofMaker = request("GET", "/api/kernels", "", maker).body;
     EXPECT_THAT(ofMaker, HasSubstr(R"("interpreter":"team-1")"));
     EXPECT_THAT(ofMaker, Not(HasSubstr("default")));
+}
+
+TEST_F(NotebookApiTest, decidesOnSessionsOneAfterTheOther) {
+    constexpr int trials = 20;
+    serve({.mostInterpreters = 2 * trials, .ioThreads = 4});
+    const auto together = [](const std::vector<std::function<void()>>& actions) {
+        std::vector<std::thread> threads;
+        for (const auto& action : actions) threads.emplace_back(action);
+        for (auto& thread : threads) thread.join();
+    };
+    for (int i = 0; i < trials; ++i) {
+        const std::string body = R"({"path":"a)" + std::to_string(i) + R"("})";
+        const auto post = [&] { EXPECT_EQ(request("POST", "/api/sessions", body).status, 201); };
+        together({post, post, post, post});
+    }
+    EXPECT_THAT(get("/api/status").body, HasSubstr(R"("kernels":)" + std::to_string(trials + 1) + "}"));
+    for (int i = 0; i < trials; ++i) {
+        const Row made{TestClient::token,
+                       "POST",
+                       "/api/sessions",
+                       R"({"path":"b","kernel":{"name":"numora-shared"}})",
+                       201,
+                       "",
+                       "session"};
+        check({made});
+        const auto path = filled("/api/sessions/{session}");
+        together({[&] { request("PATCH", path, R"({"name":"new"})"); },
+                  [&] { EXPECT_EQ(request("DELETE", path).status, 204); }});
+        EXPECT_EQ(request("GET", path).status, 404);
+    }
 }
 
 // As clients of notebook servers show it, with the type that some of them give to every body.

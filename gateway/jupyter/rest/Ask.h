@@ -13,13 +13,14 @@
 
 namespace gateway::jupyter {
 
-/// What a client of a notebook server asks for, which has shown a token.  Owns: borrows, but for `desk`.
+/// What a client of a notebook server asks for, which has shown a token.  Owns: borrows what is of the
+/// server.
 struct Ask {
     HttpMethod method;
     std::string parameter;  ///< what the path names
-    const std::string& body;
+    std::string body;
     std::string root;  ///< of this server's paths, without a slash at its end
-    const access::Grant& grant;
+    std::shared_ptr<const access::Grant> grant;
     /// Of the kernel that the path names, or of the interpreter whose prefix it has; null: it is for all.
     std::shared_ptr<interpreters::Desk> desk;
     interpreters::Registry& interpreters;
@@ -29,7 +30,7 @@ struct Ask {
 
     /// Whether the client may know of an interpreter, and use it.
     bool mayUse(const interpreters::Desk& other) const {
-        return (!desk || desk.get() == &other) && grant.allows(access::Right::Use, other.id());
+        return (!desk || desk.get() == &other) && grant->allows(access::Right::Use, other.id());
     }
 };
 

@@ -81,7 +81,7 @@ void endKernel(const Ask& ask, const DeskPtr& desk, Done done) {
     const auto ended = [done] { done({.status = 204, .contentType = {}}); };
     if (!desk->kernel().isOwn()) return ended();
     auto refusal = interpreters::replyOf([&]() -> HttpReply {
-        if (!ask.grant.allows(access::Right::Create, desk->id())) {
+        if (!ask.grant->allows(access::Right::Create, desk->id())) {
             throw Refusal(403, "This token may not delete the interpreter \"" + desk->id() + "\".");
         }
         ask.interpreters.remove(desk->id(), ended);

@@ -40,8 +40,8 @@ HttpReply noSuchSpec(const std::string& name) {
 }  // namespace
 
 bool mayMake(const Ask& ask) {
-    return ask.canMake && !ask.desk && ask.grant.has(access::Right::Create) &&
-           ask.grant.has(access::Right::Use) && !freeIdFor(ask.grant).empty();
+    return ask.canMake && !ask.desk && ask.grant->has(access::Right::Create) &&
+           ask.grant->has(access::Right::Use) && !freeIdFor(*ask.grant).empty();
 }
 
 void kernelSpecs(const Ask& ask, Done done) {

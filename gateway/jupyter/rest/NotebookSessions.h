@@ -2,11 +2,14 @@
 
 #include <chrono>
 #include <deque>
-#include <optional>
+#include <functional>
+#include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 
-#include "connector/ThreadSafety.h"
+#include "access/Grant.h"
+#include "jupyter/StrandExecutor.h"
 
 namespace gateway::jupyter {
 
@@ -16,30 +19,40 @@ struct Session {
     std::string path;
     std::string name;
     std::string type;
-    std::string kernel;  ///< its id
+    std::string kernel;                          ///< its id
+    std::shared_ptr<const access::Grant> maker;  ///< of the token that it was begun with
 };
 
 /// The sessions of front ends, in memory. Of more than `most`, the oldest are forgotten: their kernels run
 /// on.
 ///
-/// Threads: every operation from any thread.  Locks: mutex_, a leaf.
+/// What is asked of them is done in turns, one after the other: of two requests for one document, the second
+/// finds what the first has made.
+///
+/// Threads: `inTurn` and `begin` any; the rest within a turn.
 class NotebookSessions {
 public:
     static constexpr std::size_t most = 1000;
     using Sessions = std::deque<Session>;
 
+    explicit NotebookSessions(boost::asio::io_context& context) : turns_(context) {}
+
+    /// Has it done later.
+    void inTurn(std::function<void()> task) { turns_.post(std::move(task)); }
+
     /// The oldest first.
-    Sessions all() const CONNECTOR_EXCLUDES(mutex_);
+    const Sessions& all() const { return sessions_; }
     /// Adds it, or puts it in the place of the one with its id.
-    void put(Session session) CONNECTOR_EXCLUDES(mutex_);
-    void erase(std::string_view id) CONNECTOR_EXCLUDES(mutex_);
+    void put(Session session);
+    /// Forgets those that `isOver`.
+    void eraseIf(const std::function<bool(const Session&)>& isOver) { std::erase_if(sessions_, isOver); }
 
     std::chrono::system_clock::time_point begin() const { return begin_; }
 
 private:
     const std::chrono::system_clock::time_point begin_ = std::chrono::system_clock::now();
-    mutable connector::Mutex mutex_;
-    Sessions sessions_ CONNECTOR_GUARDED_BY(mutex_);
+    StrandExecutor turns_;
+    Sessions sessions_;
 };
 
 }  // namespace gateway::jupyter

@@ -1,6 +1,7 @@
 #include "jupyter/rest/SessionApi.h"
 
 #include <algorithm>
+#include <exception>
 #include <utility>
 #include <vector>
 
@@ -11,6 +12,7 @@
 #include "jupyter/rest/KernelApi.h"
 #include "jupyter/rest/models.h"
 #include "jupyter/rest/startKernel.h"
+#include "log.h"
 
 namespace gateway::jupyter {
 
@@ -44,12 +46,16 @@ std::string modelOf(const Found& found) {
 /// Those that may be seen. The others stay, but for those whose kernel has ended.
 std::vector<Found> visible(const Ask& ask) {
     std::vector<Found> all;
-    for (auto& session : ask.sessions.all()) {
+    ask.sessions.eraseIf([&](const Session& session) {
         const auto desk = kernelNamed(ask.interpreters, session.kernel);
-        if (!desk) ask.sessions.erase(session.id);
-        if (desk && ask.mayUse(*desk)) all.push_back({std::move(session), desk});
-    }
+        if (desk && ask.mayUse(*desk)) all.push_back({session, desk});
+        return !desk;
+    });
     return all;
+}
+
+std::ptrdiff_t countOf(const NotebookSessions& sessions, const interpreters::Desk& desk) {
+    return std::ranges::count(sessions.all(), desk.kernel().id(), &Session::kernel);
 }
 
 template <class Wanted>
@@ -81,14 +87,16 @@ std::shared_ptr<interpreters::Desk> kernelOf(const Ask& ask, const Object& wish)
 
 HttpReply started(const Ask& ask) {
     const auto body = bodyOf(ask);
-    Found found{.session = {.id = {}, .path = {}, .name = {}, .type = "notebook", .kernel = {}},
-                .desk = nullptr};
+    Found found{
+        .session = {.id = {}, .path = {}, .name = {}, .type = "notebook", .kernel = {}, .maker = ask.grant},
+        .desk = nullptr};
     readInto(found.session, *body);
     HttpReply reply{.status = 201};
     auto all = visible(ask);
-    // A front end that is opened once more goes on with what there is.
+    // A front end that is opened once more goes on with what there is; others may call theirs the same.
     if (const auto* const there = find(all, [&](const Session& other) {
-            return other.path == found.session.path && other.type == found.session.type;
+            return !other.path.empty() && other.path == found.session.path &&
+                   other.type == found.session.type && other.maker == ask.grant;
         })) {
         found = *there;
     } else {
@@ -103,7 +111,9 @@ HttpReply started(const Ask& ask) {
     return reply;
 }
 
+/// A kernel that its last session changes for another one ends, where the token may end it.
 HttpReply changed(const Ask& ask, Found& found) {
+    const auto before = found.desk;
     const auto body = bodyOf(ask);
     readInto(found.session, *body);
     if (const auto wish = body->getObject("kernel")) {
@@ -111,38 +121,51 @@ HttpReply changed(const Ask& ask, Found& found) {
         found.session.kernel = found.desk->kernel().id();
     }
     ask.sessions.put(found.session);
+    if (found.desk != before && countOf(ask.sessions, *before) == 0) {
+        endKernel(ask, before, [](const HttpReply&) {});
+    }
     return {.body = modelOf(found)};
 }
 
-/// A kernel ends with its last session.
-void end(const Ask& ask, const Found& found, const std::vector<Found>& all, Done done) {
-    const bool isLast = std::ranges::count(all, found.desk, &Found::desk) == 1;
-    if (!isLast) {
-        ask.sessions.erase(found.session.id);
-        return done({.status = 204, .contentType = {}});
+/// A kernel ends with its last session, which is not found any more then.
+void end(const Ask& ask, const Found& found, const Done& done) {
+    if (found.desk->kernel().isOwn() && countOf(ask.sessions, *found.desk) == 1) {
+        return endKernel(ask, found.desk, done);
     }
-    endKernel(ask, found.desk, [&sessions = ask.sessions, id = found.session.id, done](HttpReply reply) {
-        if (reply.status == 204) sessions.erase(id);
-        done(std::move(reply));
-    });
+    ask.sessions.eraseIf([&](const Session& session) { return session.id == found.session.id; });
+    done({.status = 204, .contentType = {}});
 }
 
-}  // namespace
-
-void sessions(const Ask& ask, Done done) {
+void answerAll(const Ask& ask, const Done& done) {
     if (ask.method == HttpMethod::Post) return done(replyOf([&] { return started(ask); }));
     std::vector<std::string> models;
     for (const auto& found : visible(ask)) models.push_back(modelOf(found));
     done({.body = arrayOf(models)});
 }
 
-void session(const Ask& ask, Done done) {
+void answerOne(const Ask& ask, const Done& done) {
     auto all = visible(ask);
     auto* const found = find(all, [&](const Session& session) { return session.id == ask.parameter; });
     if (!found) return done(errorReply(404, "There is no session \"" + ask.parameter + "\"."));
-    if (ask.method == HttpMethod::Delete) return end(ask, *found, all, std::move(done));
+    if (ask.method == HttpMethod::Delete) return end(ask, *found, done);
     done(ask.method == HttpMethod::Patch ? replyOf([&] { return changed(ask, *found); })
                                          : HttpReply{.body = modelOf(*found)});
 }
+
+void answerInTurn(const Ask& ask, Done done, void (*answer)(const Ask&, const Done&)) {
+    ask.sessions.inTurn([ask, done = std::move(done), answer] {
+        try {
+            answer(ask, done);
+        } catch (const std::exception& error) {
+            log().error("A request for sessions cannot be answered: " + std::string(error.what()));
+            done(errorReply(500, "The server failed."));
+        }
+    });
+}
+
+}  // namespace
+
+void sessions(const Ask& ask, Done done) { answerInTurn(ask, std::move(done), answerAll); }
+void session(const Ask& ask, Done done) { answerInTurn(ask, std::move(done), answerOne); }
 
 }  // namespace gateway::jupyter

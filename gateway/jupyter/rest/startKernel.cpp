@@ -1,5 +1,7 @@
 #include "jupyter/rest/startKernel.h"
 
+#include <algorithm>
+#include <array>
 #include <filesystem>
 #include <utility>
 
@@ -42,11 +44,11 @@ std::shared_ptr<interpreters::Desk> make(const Ask& ask, const Object& wish) {
     const auto given = wish.get(settings);
     const bool isGiven = given.type() == typeid(connector::json::Text);
     if (!isGiven && !given.isEmpty()) throw BadMessage("interpreter must be an object");
-    auto spec = interpreters::readSpec(isGiven ? *given.extract<connector::json::Text>().json : "{}");
-    if (!isGiven) spec.worker.id = freeIdFor(ask.grant);
+    auto spec = interpreters::readSpec(isGiven ? *given.extract<connector::json::Text>().json : "{}",
+                                       freeIdFor(*ask.grant));
     addEnvironment(spec, wish);
     interpreters::requireFolders(spec.worker, ask.checkVenv);
-    if (!ask.grant.covers(spec.worker.id)) {
+    if (!ask.grant->covers(spec.worker.id)) {
         throw Refusal(403, "This token may not create the interpreter \"" + spec.worker.id + "\".");
     }
     auto desk = ask.interpreters.create(spec);
@@ -74,10 +76,12 @@ std::string textIn(const Object& object, const std::string& name) {
     return value.extract<std::string>();
 }
 
-// Most notebooks name the kernel "python3", whoever runs them.
 std::shared_ptr<interpreters::Desk> startKernel(const Ask& ask, const Object& wish) {
+    // Most notebooks name the kernel "python3", and pages "python", whoever runs them.
+    static constexpr std::array<std::string_view, 5> known = {"", ownKernel, sharedKernel, "python3",
+                                                              "python"};
     const auto name = textIn(wish, "name");
-    if (!name.empty() && name != ownKernel && name != sharedKernel && name != "python3") {
+    if (std::ranges::find(known, name) == known.end()) {
         throw Refusal(404, "There is no kernelspec \"" + name + "\".");
     }
     if (ask.desk) return ask.desk;
