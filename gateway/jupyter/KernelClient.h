@@ -5,6 +5,8 @@
 #include <deque>
 #include <memory>
 #include <string>
+#include <string_view>
+#include <vector>
 
 #include "jupyter/KernelSocket.h"
 #include "jupyter/OutgoingMessage.h"
@@ -13,9 +15,9 @@ namespace gateway::jupyter {
 
 /// What is on the way to one front end, over a WebSocket or until it comes back with another one.
 ///
-/// Beyond 8 MiB (4 MiB while it is away) the oldest texts go, and a notice stands in their place. What else
-/// there is goes beyond 4 MiB for one that is away; one that is here and does not take 64 MiB has its socket
-/// closed, and is away then.
+/// Beyond 8 MiB (4 MiB while it is away) the oldest texts go, and a notice stands in their place. For one
+/// that is away other output follows, and answers when there is nothing else; one that is here and does not
+/// take 64 MiB has its socket closed, and is away then.
 ///
 /// Threads: on the executor of the room.
 class KernelClient {
@@ -38,21 +40,24 @@ public:
     /// Whether code should wait before it prints more: there is much, and the client goes on reading.
     bool isWaitedFor(std::chrono::milliseconds patience) const;
 
-    /// By which what its cells have caused is known: the "session" in its headers.
-    void setCellSession(std::string_view session) { cellSession_ = session; }
-    const std::string& cellSession() const { return cellSession_; }
+    /// It has sent a message of this "session", by which what its cells cause is known. A relay has one for
+    /// each of its own clients; of more than 64, those that were quiet for longest are forgotten.
+    void noteSession(std::string_view session);
+    bool hasSession(std::string_view session) const;
 
 private:
     struct Entry {
-        MessagePtr message;  ///< of a notice: the first that is lost
+        MessagePtr message;    ///< null in the place of those that are lost
+        std::string parent{};  ///< of the first of these
         std::size_t lostBytes = 0;
     };
 
-    void makeRoom(std::size_t bytes, bool isTextOnly);
+    /// Loses what is of no higher rank.
+    void makeRoom(std::size_t bytes, OutgoingMessage::Rank highest);
 
     std::shared_ptr<KernelSocket> socket_;
     Clock::time_point awaySince_{};
-    std::string cellSession_;
+    std::vector<std::string> sessions_;  // the latest at the end
     std::deque<Entry> waiting_;
     std::size_t bytes_ = 0;  // of what waits
 };

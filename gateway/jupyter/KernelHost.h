@@ -46,7 +46,7 @@ public:
     }
 
     std::size_t connections() const { return room_->connections(); }
-    bool isBusy() const { return room_->isBusy(); }
+    const char* executionState() const { return room_->executionState(); }
     std::chrono::system_clock::time_point lastActivity() const { return room_->lastActivity(); }
 
     void stop() {

@@ -1,12 +1,14 @@
 #include "jupyter/KernelRoom.h"
 
 #include <algorithm>
+#include <exception>
 #include <stdexcept>
 #include <string_view>
 #include <utility>
 
 #include "connector/wireWords.h"
 #include "jupyter/wire/rawMembers.h"
+#include "log.h"
 
 namespace gateway::jupyter {
 
@@ -20,6 +22,7 @@ constexpr auto sweepTime = std::chrono::seconds(30);
 constexpr auto awayTime = std::chrono::minutes(10);
 constexpr std::size_t mostAway = 64;
 constexpr std::uint16_t goingAway = 1001;
+constexpr std::uint16_t internalError = 1011;
 
 /// Answers 503 when nobody else has until its end.
 class Once {
@@ -80,7 +83,7 @@ void KernelRoom::begin() {
 void KernelRoom::end() {
     kernel_.reset();
     interpreter_.reset();
-    isBusy_ = false;
+    state_ = "idle";
 }
 
 KernelClient* KernelRoom::clientOf(const KernelSocket& socket) {
@@ -90,7 +93,13 @@ KernelClient* KernelRoom::clientOf(const KernelSocket& socket) {
 
 void KernelRoom::join(const SocketPtr& socket) {
     if (isStopped_) return socket->close(goingAway);
-    if (!kernel_) begin();
+    try {
+        if (!kernel_) begin();
+    } catch (const std::exception& error) {
+        log().error("A kernel for notebooks cannot be made: " + std::string(error.what()));
+        end();
+        return socket->close(internalError);
+    }
     auto& client = clients_[socket->peer().session];
     if (client.isAway()) ++connections_;
     lastActivity_ = std::chrono::system_clock::now();
@@ -111,7 +120,7 @@ void KernelRoom::leave(const KernelSocket& socket) {
 void KernelRoom::receive(const KernelSocket& socket, Message message) {
     auto* const client = clientOf(socket);
     if (!client || !kernel_) return;
-    client->setCellSession(textOr(message.header, "session"));
+    client->noteSession(textOr(message.header, "session"));
     message.route = {socket.peer().session};
     mayRestart_ = socket.peer().mayRestart;
     // Where it may not restart, it is obeyed as any shutdown of what others use, too.
@@ -126,7 +135,7 @@ void KernelRoom::goOn(const KernelSocket& socket) {
     auto* const client = clientOf(socket);
     if (!client) return;
     client->pump();
-    if (isWatching_ && client->cellSession() == owner_) kernel_->resume();
+    if (isWatching_ && client->hasSession(owner_)) kernel_->resume();
 }
 
 void KernelRoom::interrupt() {
@@ -156,7 +165,7 @@ void KernelRoom::stop() {
 }
 
 void KernelRoom::send(Message message) {
-    if (kernel_) isBusy_ = std::string_view(kernel_->executionState()) == "busy";
+    if (kernel_) state_ = kernel_->executionState();
     lastActivity_ = std::chrono::system_clock::now();
     if (message.channel == ::jupyter::Channel::Iopub) {
         noteOwner(message);
@@ -177,7 +186,7 @@ void KernelRoom::noteOwner(const Message& message) {
 // Code waits for its own client; others lose text when they are slow.
 bool KernelRoom::hasRoom() const {
     return owner_.empty() || std::ranges::none_of(clients_, [&](const auto& client) {
-               return client.second.cellSession() == owner_ && client.second.isWaitedFor(options_.ownerWait);
+               return client.second.hasSession(owner_) && client.second.isWaitedFor(options_.ownerWait);
            });
 }
 
@@ -206,7 +215,7 @@ void KernelRoom::sweep() {
     std::erase_if(clients_, [&](const auto& client) {
         return client.second.isAway() && now - client.second.awaySince() > awayTime;
     });
-    if (clients_.empty() && !isBusy_ && now - left_ > awayTime) return end();
+    if (clients_.empty() && std::string_view(state_) != "busy" && now - left_ > awayTime) return end();
     if (clients_.size() > connections_ || clients_.empty()) armSweep();
 }
 

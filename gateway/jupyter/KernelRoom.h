@@ -46,7 +46,8 @@ public:
     void post(std::function<void(KernelRoom&)> action);
     std::size_t frameBytes() const { return options_.frameBytes; }
     std::size_t connections() const { return connections_; }
-    bool isBusy() const { return isBusy_; }
+    /// As that of the kernel; "idle" without one.
+    const char* executionState() const { return state_; }
     std::chrono::system_clock::time_point lastActivity() const { return lastActivity_; }
 
     void join(const SocketPtr& socket);
@@ -78,7 +79,7 @@ private:
     ports::InterpreterPort& port_;
     const Options options_;
     std::atomic<std::size_t> connections_{0};
-    std::atomic<bool> isBusy_{false};
+    std::atomic<const char*> state_{"idle"};
     std::atomic<std::chrono::system_clock::time_point> lastActivity_{};
 
     std::map<std::string, KernelClient> clients_;  // by their sessions

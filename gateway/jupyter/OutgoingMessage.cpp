@@ -16,6 +16,13 @@ using ::jupyter::Message;
 
 namespace {
 
+OutgoingMessage::Rank rankOf(const Message& message) {
+    using enum OutgoingMessage::Rank;
+    const auto type = ::jupyter::wire::textIn(message.header, "msg_type");
+    if (message.channel != ::jupyter::Channel::Iopub || type == "status") return Answer;
+    return type == "stream" ? Text : Output;
+}
+
 std::size_t sizeOf(const Message& message) {
     constexpr std::size_t overhead = 512;
     std::size_t size = overhead + message.header.size() + message.parent.size() + message.content.size();
@@ -26,10 +33,7 @@ std::size_t sizeOf(const Message& message) {
 }  // namespace
 
 OutgoingMessage::OutgoingMessage(Message message)
-    : message_(std::move(message)),
-      isText_(message_.channel == ::jupyter::Channel::Iopub &&
-              ::jupyter::wire::textIn(message_.header, "msg_type") == "stream"),
-      size_(sizeOf(message_)) {}
+    : message_(std::move(message)), rank_(rankOf(message_)), size_(sizeOf(message_)) {}
 
 sockets::OutgoingFrame OutgoingMessage::frame(bool isV1) {
     using Form = sockets::OutgoingFrame::Form;

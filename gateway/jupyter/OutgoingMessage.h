@@ -15,10 +15,16 @@ namespace gateway::jupyter {
 /// Threads: one at a time.
 class OutgoingMessage {
 public:
+    /// What is lost first where there is no room.
+    enum class Rank {
+        Text,    ///< that code has printed
+        Output,  ///< what else it has caused
+        Answer,  ///< replies, questions and the states of the kernel, for which clients wait
+    };
+
     explicit OutgoingMessage(::jupyter::Message message);
 
-    /// Text that code has printed, which may be lost.
-    bool isText() const { return isText_; }
+    Rank rank() const { return rank_; }
     /// About as much as it takes in memory.
     std::size_t size() const { return size_; }
     const ::jupyter::Message& message() const { return message_; }
@@ -30,7 +36,7 @@ public:
 
 private:
     const ::jupyter::Message message_;
-    const bool isText_;
+    const Rank rank_;
     const std::size_t size_;
     std::array<sockets::OutgoingFrame, 2> frames_;
 };

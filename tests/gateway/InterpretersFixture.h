@@ -1,7 +1,9 @@
 #pragma once
 
 #include <atomic>
+#include <future>
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <utility>
@@ -13,12 +15,24 @@
 
 inline constexpr const char* userToken = "a-token-for-lab-only";
 
+/// What happens to interpreters, as a test wishes.
+struct TestPortWishes {
+    std::shared_future<void> restart{};  ///< ends when this is ready
+    std::atomic<bool> isBroken{false};   ///< no kernel can be made
+};
+
 /// An interpreter with a life that restarts count up, and that says what it was made with.
 class TestPort : public gateway::ports::LocalPort {
 public:
-    TestPort(Parts parts, gateway::ports::InterpreterSpec spec)
-        : gateway::ports::LocalPort(std::move(parts), {.threads = 2}), spec_(std::move(spec)) {}
+    TestPort(Parts parts, gateway::ports::InterpreterSpec spec, const TestPortWishes& wishes)
+        : gateway::ports::LocalPort(std::move(parts), {.threads = 2}),
+          spec_(std::move(spec)),
+          wishes_(wishes) {}
 
+    const std::shared_ptr<connector::common::RequestNames>& names() const override {
+        if (wishes_.isBroken) throw std::runtime_error("broken");
+        return gateway::ports::LocalPort::names();
+    }
     std::uint64_t life() const override { return life_; }
     gateway::ports::InterpreterState state() const override {
         auto state = gateway::ports::LocalPort::state();
@@ -38,7 +52,10 @@ public:
     void restart(bool force, std::optional<std::uint64_t> life, Answered answered) override {
         if (life && *life != life_) return answered(dispatch::errorAnswer(409, "another life"));
         life_ += force ? 10 : 1;
-        restarting_ = std::thread([answered = std::move(answered)] { answered({}); });
+        restarting_ = std::thread([restart = wishes_.restart, answered = std::move(answered)] {
+            if (restart.valid()) restart.wait();
+            answered({});
+        });
     }
     ~TestPort() override {
         if (restarting_.joinable()) restarting_.join();
@@ -46,6 +63,7 @@ public:
 
 private:
     const gateway::ports::InterpreterSpec spec_;
+    const TestPortWishes& wishes_;
     std::atomic<std::uint64_t> life_{1};
     std::thread restarting_;
 };
@@ -57,7 +75,7 @@ protected:
             return std::make_unique<TestPort>(
                 gateway::ports::LocalPort::Parts{
                     .framework = framework_, .serializer = serializer_, .isReady = [] { return true; }},
-                spec);
+                spec, wishes_);
         };
         start(std::move(options));
     }
@@ -71,4 +89,6 @@ protected:
                                                  "Content-Length: " + std::to_string(body.size()) + "\r\n") +
             body);
     }
+
+    TestPortWishes wishes_;
 };

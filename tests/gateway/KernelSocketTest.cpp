@@ -2,7 +2,7 @@
 #include <string>
 #include <thread>
 
-#include "GatewayFixture.h"
+#include "InterpretersFixture.h"
 #include "WebSocketClient.h"
 #include "connector/json/escape.h"
 #include "jupyter/wire/WebSocket.h"
@@ -12,7 +12,7 @@ namespace {
 using testing::HasSubstr;
 
 /// The kernel of the default interpreter.
-class KernelSocketTest : public GatewayFixture {
+class KernelSocketTest : public InterpretersFixture {
 protected:
     static constexpr const char* v1 = "Sec-WebSocket-Protocol: other, v1.kernel.websocket.jupyter.org\r\n";
 
@@ -105,7 +105,7 @@ TEST_F(KernelSocketTest, closesOneThatSendsWhatIsNoMessageAndNoOther) {
 }
 
 TEST_F(KernelSocketTest, keepsWhatComesForAFrontEndThatIsAwayAndSaysWhatIsLost) {
-    constexpr int pieces = 80;
+    constexpr int pieces = 60;
     constexpr std::size_t pieceSize = 64 << 10;
     start();
     auto here = open("here");
@@ -113,19 +113,42 @@ TEST_F(KernelSocketTest, keepsWhatComesForAFrontEndThatIsAwayAndSaysWhatIsLost) 
     ASSERT_TRUE(waitForConnections(2));
     away.close();
     ASSERT_TRUE(waitForConnections(1));
-    const auto print = [this](const std::string& text) {
-        messages_
-            .publish("/eval/response/output", connector::common::DataBuffer(connector::json::quoted(text)))
-            .get();
+    here.send(text(request("kernel_info_request")));
+    receiveUntil(here, R"("idle")");
+    const auto publish = [this](const std::string& channel, const std::string& json) {
+        messages_.publish(channel, connector::common::DataBuffer(json)).get();
     };
-    for (int i = 0; i < pieces; ++i) print(std::string(pieceSize, 'x'));
-    print("the end");
-    EXPECT_GT(receiveUntil(here, "the end").size(), pieces * pieceSize);
+    const std::string piece = connector::json::quoted(std::string(pieceSize, 'x'));
+    for (int i = 0; i < pieces; ++i) {
+        publish("/eval/response/output", piece);
+        publish("/eventmgr/0/display",
+                R"({"request":"","kind":"display","metadata":{},"data":{"text/plain":)" + piece + "}}");
+    }
+    publish("/eval/response/output", R"("the end")");
+    EXPECT_GT(receiveUntil(here, "the end").size(), 2 * pieces * pieceSize);
     auto back = open("away");
     const auto received = receiveUntil(back, "the end");
     EXPECT_LT(received.size(), 4U << 20);
     EXPECT_GT(received.size(), 1U << 20);
     EXPECT_LT(received.find("bytes of output were lost"), received.find("xxxx"));
+    EXPECT_LT(received.find(R"("idle")"), received.find("xxxx"));  // it had come before all that
+}
+
+TEST_F(KernelSocketTest, tellsOfARestartWhileItLastsAndOfAKernelThatCannotBeMade) {
+    std::promise<void> restarted;
+    wishes_.restart = restarted.get_future().share();
+    serve();
+    wishes_.isBroken = true;
+    EXPECT_EQ(open("a").receiveFrame().closeCode(), 1011U);
+    wishes_.isBroken = false;
+    auto client = open("a");
+    std::thread asking(
+        [&] { EXPECT_EQ(InterpretersFixture::request("POST", path() + "/restart").status, 200); });
+    receiveUntil(client, R"("restarting")");
+    EXPECT_THAT(get(path()).body, HasSubstr(R"("execution_state":"restarting")"));
+    restarted.set_value();
+    asking.join();
+    EXPECT_THAT(get(path()).body, HasSubstr(R"("execution_state":"idle")"));
 }
 
 }  // namespace

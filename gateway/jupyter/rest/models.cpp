@@ -10,13 +10,15 @@ namespace gateway::jupyter {
 
 namespace {
 
-/// A word that clients know for it. One that the next request starts is as good as idle.
+/// A word that clients know for it. One that the next request starts is as good as idle, unless it is being
+/// started for them.
 std::string_view executionState(const interpreters::Desk& desk, const ports::InterpreterState& state) {
     if (state.state == "starting") return "starting";
     if (state.state == "stopping") return "restarting";
     if (state.state == "failed") return "dead";
     if (state.state == "dead" && state.lastDeath && !state.lastDeath->startsAnew) return "dead";
-    return desk.kernel().isBusy() || state.activity != "idle" ? "busy" : "idle";
+    const std::string_view ofKernel = desk.kernel().executionState();
+    return ofKernel == "idle" && state.activity != "idle" ? "busy" : ofKernel;
 }
 
 }  // namespace
