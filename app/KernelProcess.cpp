@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <chrono>
 #include <csignal>
-#include <cstdlib>
 #include <future>
 #include <memory>
 #include <optional>
@@ -74,15 +73,16 @@ private:
 class Ending {
 public:
     /// Threads: one.
-    void begin() {
+    void begin(int status = 0) {
         if (deadline_) return;
         deadline_.emplace(timeToEnd);
-        begun_.set_value();
+        begun_.set_value(status);
     }
-    void wait() { begun_.get_future().wait(); }
+    /// The exit status.
+    int wait() { return begun_.get_future().get(); }
 
 private:
-    std::promise<void> begun_;
+    std::promise<int> begun_;
     std::optional<StopDeadline> deadline_;
 };
 
@@ -93,10 +93,7 @@ public:
         : sockets_(sockets),
           ending_(ending),
           kernel_(sockets, interpreter_, sockets,
-                  {.isShared = false, .shutDown = [this](bool) { endLater(); }, .history = history}) {
-        if (std::getenv("JPY_PARENT_PID") != nullptr)
-            jupyter::watchParent(sockets, [&ending] { ending.begin(); });
-    }
+                  {.isShared = false, .shutDown = [this](bool) { endLater(); }, .history = history}) {}
 
     void use(std::unique_ptr<jupyter::Interpreter> interpreter) {
         interpreter_.become(std::move(interpreter));
@@ -110,6 +107,7 @@ public:
         if (signal == SIGINT) return kernel_.interrupt();
         ending_.begin();
     }
+    void failed(const std::string&) override { ending_.begin(1); }
 
 private:
     // When the kernel has told its clients.
@@ -178,6 +176,7 @@ std::unique_ptr<SocketThread> openSockets(const std::filesystem::path& path) {
 
 int runKernelProcess(const std::filesystem::path& connectionFile, const Workplace& workplace,
                      const std::filesystem::path& history) {
+    const auto parent = jupyter::parentToWatch();
     standalone::blockInterpreterSignals();
     Ending ending;
     const auto sockets = openSockets(connectionFile);
@@ -187,6 +186,7 @@ int runKernelProcess(const std::filesystem::path& connectionFile, const Workplac
     sockets->start([&] {
         auto made = std::make_unique<KernelOfProcess>(*sockets, ending, history);
         kernel = made.get();
+        jupyter::watchParent(*sockets, parent, [&ending] { ending.begin(); });
         return made;
     });
     const InProcessSession session({}, workplace, {}, log.descriptor());
@@ -196,10 +196,10 @@ int runKernelProcess(const std::filesystem::path& connectionFile, const Workplac
     sockets->post([&sockets, kernel, ways = waysTo(session, dispatcher)] {
         kernel->use(std::make_unique<SessionInterpreter>(ways, *sockets));
     });
-    ending.wait();
+    const int status = ending.wait();
     sockets->stop();
     dispatcher->stop();
-    return 0;
+    return status;
 }
 
 }  // namespace app

@@ -2,7 +2,6 @@
 
 #include <chrono>
 #include <csignal>
-#include <cstdlib>
 #include <exception>
 #include <functional>
 #include <memory>
@@ -105,6 +104,7 @@ std::string problemOf(const std::function<void()>& action) {
 }  // namespace
 
 int runKernelRelay(const std::filesystem::path& connectionFile, const ServerAddress& server, bool isNew) {
+    const auto parent = jupyter::parentToWatch();
     ServerKernel kernel(server, isNew);
     asio::io_context tasks;  // of this thread, which may wait for the server
     const auto work = asio::make_work_guard(tasks);
@@ -128,8 +128,7 @@ int runKernelRelay(const std::filesystem::path& connectionFile, const ServerAddr
     asio::signal_set signals(tasks, SIGINT, SIGTERM);
     passOn(signals, *sockets);
     sockets->start([&] {
-        if (std::getenv("JPY_PARENT_PID") != nullptr)
-            jupyter::watchParent(*sockets, [&sockets] { sockets->raise(SIGTERM); });
+        jupyter::watchParent(*sockets, parent, [&sockets] { sockets->raise(SIGTERM); });
         auto socket = std::make_unique<WebSocketClient>(server.withoutInterpreter(), kernel.id());
         return std::make_unique<jupyter::Relay>(*sockets, *sockets, std::move(socket), options);
     });

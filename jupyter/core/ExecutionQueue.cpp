@@ -6,12 +6,7 @@ namespace jupyter {
 
 namespace {
 
-std::size_t sizeOf(const Job& job) {
-    const Message& message = job.request()->message;
-    std::size_t bytes = message.content.size();
-    for (const auto& buffer : message.buffers) bytes += buffer.size();
-    return bytes;
-}
+std::size_t sizeOf(const Job& job) { return bytesOf(job.request()->message); }
 
 }  // namespace
 

@@ -16,7 +16,7 @@ namespace jupyter {
 class ExecutionQueue {
 public:
     static constexpr std::size_t most = 1000;
-    static constexpr std::size_t mostBytes = std::size_t{128} << 20;  ///< of contents and buffers
+    static constexpr std::size_t mostBytes = std::size_t{128} << 20;  ///< of their messages
 
     using JobPtr = std::unique_ptr<Job>;
 

@@ -15,4 +15,11 @@ const char* nameOf(Channel channel) {
     }
 }
 
+std::size_t bytesOf(const Message& message) {
+    std::size_t bytes =
+        message.header.size() + message.parent.size() + message.metadata.size() + message.content.size();
+    for (const auto& buffer : message.buffers) bytes += buffer.size();
+    return bytes;
+}
+
 }  // namespace jupyter

@@ -41,8 +41,10 @@ constexpr std::array<std::pair<const char*, int ConnectionFile::*>, 5> ports{
 
 Object::Ptr parse(const std::filesystem::path& path) {
     std::ifstream file(path);
+    if (!file) fail(path, std::string("cannot be read: ") + std::strerror(errno));
+    if (std::filesystem::is_directory(path)) fail(path, "must be a file");
     std::ostringstream text;
-    if (!file || !(text << file.rdbuf())) fail(path, std::string("cannot be read: ") + std::strerror(errno));
+    text << file.rdbuf();
     try {
         const auto value = connector::json::parse(text.str());
         if (value.type() == typeid(Object::Ptr)) return value.extract<Object::Ptr>();

@@ -4,6 +4,8 @@
 #include <string_view>
 #include <utility>
 
+#include "foundation/log/diagnostic_logger.h"
+
 namespace jupyter {
 
 namespace {
@@ -20,13 +22,6 @@ std::size_t textBeginOf(const Message& message) {
         if (message.content.starts_with(begin)) return begin.size();
     }
     return 0;
-}
-
-std::size_t bytesOf(const Message& message) {
-    std::size_t bytes =
-        message.header.size() + message.parent.size() + message.metadata.size() + message.content.size();
-    for (const auto& buffer : message.buffers) bytes += buffer.size();
-    return bytes;
 }
 
 // Of a string in JSON; one for each half of a pair of surrogates that is escaped.
@@ -110,7 +105,9 @@ std::optional<IopubQueue::Time> IopubQueue::send(Time now) {
 
 std::optional<IopubQueue::Time> IopubQueue::wait(Time now) {
     if (!stuckSince_) stuckSince_ = now;
-    if (now - *stuckSince_ < options_.patience) return now + options_.retry;
+    if (now - *stuckSince_ < options_.patience && bytes_ <= options_.mostBytes) return now + options_.retry;
+    foundation::log::DiagnosticLogger("jupyter::sockets")
+        .warning("A client reads too little of iopub: until it reads, it may miss messages.");
     stuckSince_.reset();
     isLossless_ = false;
     socket_.setLossless(false);
@@ -119,11 +116,15 @@ std::optional<IopubQueue::Time> IopubQueue::wait(Time now) {
 }
 
 std::optional<IopubQueue::Time> IopubQueue::sendPaced(Time now) {
-    if (now < nextPace_) return nextPace_;
-    nextPace_ = now + options_.pace;
-    for (std::size_t i = 0; i < options_.messagesPerPace && !entries_.empty(); ++i) {
+    std::size_t count = 0;
+    if (now >= nextPace_) {
+        nextPace_ = now + options_.pace;
+        count = options_.messagesPerPace;
+    }
+    while (!entries_.empty() && (count > 0 || bytes_ > options_.mostBytes)) {
         if (!socket_.trySend(entries_.front().message)) break;
         removeFirst();
+        if (count > 0) --count;
     }
     if (!entries_.empty()) return nextPace_;
     isLossless_ = true;

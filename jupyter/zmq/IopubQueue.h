@@ -27,10 +27,10 @@ public:
 ///     lossless --+-- a subscriber has no room --> waiting: it is tried again every 2 ms --+-- room -->
 ///     lossless
 ///                                                                                         |
-///        ^----- nothing is left ----- lossy, 40 messages every 5 ms <----- 10 s are over +
+///        ^----- nothing is left ----- lossy, 40 messages every 5 ms <-- 10 s, or 64 MiB -+
 ///
-/// Lossy, whoever reads gets everything, since it has room for so many. The one that has missed something is
-/// waited for again when it has read some of what it has.
+/// Lossy, whoever reads gets everything, since it has room for so many; but beyond 64 MiB there is no pace.
+/// The one that has missed something is waited for again when it has read some of what it has.
 ///
 /// Of what waits, neighbouring texts of one parent and stream become one message of at most 256 KiB. Beyond
 /// 8 MiB the oldest texts go, and in their place one line on the stream stderr says how much.
@@ -40,8 +40,9 @@ class IopubQueue {
 public:
     using Time = std::chrono::steady_clock::time_point;
     struct Options {
-        std::size_t bytes = std::size_t{8} << 20;      ///< more is not kept of texts
-        std::size_t roomBytes = std::size_t{1} << 20;  ///< of whatever waits, as hasRoom says
+        std::size_t bytes = std::size_t{8} << 20;       ///< more is not kept of texts
+        std::size_t mostBytes = std::size_t{64} << 20;  ///< of whatever waits for a subscriber
+        std::size_t roomBytes = std::size_t{1} << 20;   ///< of whatever waits, as hasRoom says
         std::size_t mergedBytes = std::size_t{256} << 10;
         std::chrono::milliseconds retry{2};
         std::chrono::milliseconds patience{10'000};

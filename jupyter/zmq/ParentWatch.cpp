@@ -1,6 +1,7 @@
 #include "jupyter/zmq/ParentWatch.h"
 
 #include <chrono>
+#include <cstdlib>
 #include <utility>
 
 #include <unistd.h>
@@ -18,8 +19,12 @@ void lookLater(Executor& executor, pid_t parent, std::function<void()> gone) {
 
 }  // namespace
 
-void watchParent(Executor& executor, std::function<void()> gone) {
-    lookLater(executor, ::getppid(), std::move(gone));
+std::optional<pid_t> parentToWatch() {
+    return std::getenv("JPY_PARENT_PID") != nullptr ? std::optional(::getppid()) : std::nullopt;
+}
+
+void watchParent(Executor& executor, std::optional<pid_t> parent, std::function<void()> gone) {
+    if (parent) lookLater(executor, *parent, std::move(gone));
 }
 
 }  // namespace jupyter

@@ -70,7 +70,9 @@ public:
         if (message.channel != Channel::Iopub) return sockets_.send(message);
         const bool isFirst = iopub_.isEmpty();
         iopub_.add(std::move(message));
-        if (isFirst) sendQueued();
+        if (!isFirst) return;
+        sendAgain_ = Clock::now();  // if this fails
+        sendQueued();
     }
 
     const ConnectionFile& file() const { return sockets_.file(); }
@@ -80,12 +82,24 @@ public:
 
 private:
     void run() {
-        while (runTasks()) {
-            if (sendAgain_ && *sendAgain_ <= Clock::now()) sendQueued();
-            sockets_.poll(tasks.descriptor(), timeToWait());
-            guarded("A client's message failed", [this] { receiveAll(); });
+        try {
+            while (runTasks()) {
+                if (sendAgain_ && *sendAgain_ <= Clock::now()) sendQueued();
+                sockets_.poll(tasks.descriptor(), timeToWait());
+                guarded("A client's message failed", [this] { receiveAll(); });
+            }
+        } catch (const std::exception& error) {
+            goOnWithoutSockets(error.what());
         }
         finish();
+    }
+
+    // What has failed once would fail again and again.
+    void goOnWithoutSockets(const std::string& reason) {
+        foundation::log::DiagnosticLogger("jupyter::sockets").error("The kernel's sockets failed: " + reason);
+        sendAgain_.reset();
+        guarded("The kernel's end failed", [&] { user_->failed(reason); });
+        while (runTasks()) tasks.wait(timeToWait());
     }
 
     // False when that is to end.
@@ -132,12 +146,16 @@ private:
     void finish() {
         guarded("The kernel's end failed", [this] { user_.reset(); });
         userGone_.set_value();
+        guarded("What was left could not be sent", [this] { flush(); });
+        sockets_.close();
+    }
+
+    void flush() {
         const auto end = Clock::now() + timeToFlush;
         while (!iopub_.isEmpty() && Clock::now() < end) {
             sendQueued();
             if (sendAgain_) std::this_thread::sleep_until(std::min(*sendAgain_, end));
         }
-        sockets_.close();
     }
 
     Sockets sockets_;

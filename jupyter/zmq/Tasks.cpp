@@ -4,6 +4,7 @@
 #include <system_error>
 #include <utility>
 
+#include <poll.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
@@ -22,6 +23,11 @@ int makeEvent() {
 Tasks::Tasks() : event_(makeEvent()) {}
 
 Tasks::~Tasks() { ::close(event_); }
+
+void Tasks::wait(std::chrono::milliseconds limit) const {
+    pollfd event{.fd = event_, .events = POLLIN, .revents = 0};
+    ::poll(&event, 1, static_cast<int>(limit.count()));
+}
 
 void Tasks::notify() {
     if (isNotified_.exchange(true)) return;

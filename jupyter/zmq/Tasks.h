@@ -36,6 +36,8 @@ public:
 
     /// Readable when there may be something to take.
     int descriptor() const { return event_; }
+    /// Waits until it is, for `limit` at most.
+    void wait(std::chrono::milliseconds limit) const;
     struct Taken {
         std::vector<Task> tasks;    ///< in the order in which they came, or are due
         std::uint64_t signals = 0;  ///< as bits

@@ -27,6 +27,7 @@ protected:
 
 TEST_F(ConnectionFileTest, saysWhatMustBe) {
     const std::vector<std::pair<std::string, std::string>> rows = {
+        {"", "Invalid JSON at byte 0"},
         {"[", "Invalid JSON at byte 1"},
         {"[]", "must hold a JSON object"},
         {R"({"shell_port": 65536})", "shell_port must be an integer between 0 and 65535"},

@@ -89,6 +89,16 @@ TEST_F(IopubQueueTest, goesOnWithoutTheOneWhoReadsNothingForTenSeconds) {
     EXPECT_FALSE(queue_.isEmpty());
     runFor(2ms);
     EXPECT_TRUE(queue_.isEmpty());
+    // What is too much to keep is not kept for so long.
+    socket_.isStuck = true;
+    Message large = other(1);
+    large.buffers = {std::string(33'000'000, 'a')};
+    for (int i = 0; i < 100; ++i) queue_.add(other(i));
+    for (int i = 0; i < 3; ++i) queue_.add(large);
+    socket_.received.clear();
+    socket_.room = 1'000;
+    runFor(1ms);
+    EXPECT_THAT(socket_.received, SizeIs(101));
 }
 
 TEST_F(IopubQueueTest, givesUpTheOldestTextAloneAndSaysHowMuch) {

@@ -25,6 +25,7 @@ public:
     void subscribed() override {}
     void roomIsBack() override {}
     void raised(int signal) override { signals_ |= 1 << signal; }
+    void failed(const std::string&) override {}
 
 private:
     std::atomic<int>& signals_;

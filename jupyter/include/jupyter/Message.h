@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -29,5 +30,8 @@ struct Message {
     std::string content = "{}";
     std::vector<std::string> buffers{};
 };
+
+/// Of its parts and buffers.
+std::size_t bytesOf(const Message& message);
 
 }  // namespace jupyter

@@ -60,6 +60,7 @@ public:
     void roomIsBack() override;
     /// SIGINT interrupts the kernel, SIGTERM ends the relay.
     void raised(int signal) override;
+    void failed(const std::string& reason) override { end(reason); }
 
 private:
     void opened() override;

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <functional>
 #include <memory>
+#include <string>
 
 #include "jupyter/ConnectionFile.h"
 #include "jupyter/Executor.h"
@@ -26,6 +27,8 @@ public:
     virtual void waitsForRoom() {}
     /// For SocketThread::raise.
     virtual void raised(int signal) = 0;
+    /// The sockets can be used no more: nothing comes from them, and the process is to end.
+    virtual void failed(const std::string& reason) = 0;
 };
 
 /// The five sockets of a kernel, and the thread that owns them and runs what is posted.
@@ -34,6 +37,8 @@ public:
 ///     is left is sent, in half a second, and the sockets are closed, in one more
 ///
 /// The heartbeat is echoed there as well: nothing that runs on it may wait.
+///
+/// When the sockets fail, the user is told, and what is posted runs until `stop`.
 ///
 /// What is sent on iopub is lost for nobody who reads, but for text: IopubQueue says when.
 ///
