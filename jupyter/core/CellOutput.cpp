@@ -33,6 +33,17 @@ std::vector<std::string> decoded(std::string_view base64Texts) {
     return buffers;
 }
 
+// Where the rows of a table are is of no use in a notebook, which is kept for longer than the interpreter.
+std::string withoutOwn(std::string metadata) {
+    constexpr std::string_view own = "numora";
+    if (JsonMembers(metadata).json(own).empty()) return metadata;
+    Members others;
+    for (const auto& [name, value] : wire::rawMembers(metadata)) {
+        if (name != own) others.addJson(name, value);
+    }
+    return others.take();
+}
+
 }  // namespace
 
 CellOutput::Take CellOutput::takerOf(std::string_view channel) {
@@ -51,6 +62,12 @@ CellOutput::Take CellOutput::takerOf(std::string_view channel) {
         if (name == channel) return taker;
     }
     return nullptr;
+}
+
+bool CellOutput::concernsAll(const InterpreterEvent& event) {
+    const Take taker = takerOf(event.channel);
+    if (taker == &CellOutput::takeComm) return JsonMembers(event.data).text("kind") != "stream";
+    return taker == &CellOutput::takeDisplay && JsonMembers(event.data).text("kind") == "update";
 }
 
 bool CellOutput::take(const InterpreterEvent& event) {
@@ -76,7 +93,8 @@ void CellOutput::takeDisplay(std::string_view data) {
     const JsonMembers event(data);
     const auto kind = event.json("kind");
     Members content;
-    content.addJson("data", event.jsonOr("data", "{}")).addJson("metadata", event.jsonOr("metadata", "{}"));
+    content.addJson("data", event.jsonOr("data", "{}"))
+        .addJson("metadata", withoutOwn(event.jsonOr("metadata", "{}")));
     if (kind == R"("result")") {
         if (!count_) return;
         return publisher_.publish(parent_, "execute_result", content.add("execution_count", *count_));

@@ -20,6 +20,8 @@ public:
 
     /// The number of the results; without it they are not shown.
     void showResults(std::uint64_t count) { count_ = count; }
+    /// Whether an event that other clients' code has caused is for notebooks, too: it changes what they show.
+    static bool concernsAll(const InterpreterEvent& event);
     /// True when the event was output.
     bool take(const InterpreterEvent& event);
     /// A line of the kernel's own on standard error.

@@ -171,7 +171,8 @@ void Kernel::Core::takeEvent(const InterpreterEvent& event) {
     if (event.channel == connector::wire::channel::interpreter) return lives_.noteState(event.data);
     if (event.channel == connector::wire::channel::dropped) return tellOfLoss(event.data);
     if (job_ && event.request == job_->name()) return job_->take(event);
-    if (event.request.empty() && event.death.empty()) lateOutput().take(event);
+    const bool isOfNobody = event.request.empty() && event.death.empty();
+    if (isOfNobody || CellOutput::concernsAll(event)) lateOutput().take(event);
 }
 
 void Kernel::Core::tellOfLoss(std::string_view notice) {

@@ -47,6 +47,7 @@ protected:
         split();
         if (command == "event") return event(interpreter_.running, first, rest);
         if (command == "late") return event("", first, rest);
+        if (command == "other") return event("of another client", first, rest);
         if (command == "done") return event(interpreter_.running, "/eval/response/completion", success_);
         if (command == "fails") return fails(first);
         if (command == "dies") return dies(first);
@@ -131,7 +132,7 @@ execute_input {"code":"é","execution_count":1} ^c1
 run display notebook stdin: é
 > event output "a\n\u003c"
 stream {"name":"stdout","text":"a\n\u003c"} ^c1
-> event display {"data":{"text/plain":"2, \"}"},"kind":"result","metadata":{"a":1},"request":"r","transient":{}}
+> event display {"data":{"text/plain":"2, \"}"},"kind":"result","metadata":{"a":1,"numora":{"table":"t"}},"request":"r","transient":{}}
 execute_result {"data":{"text/plain":"2, \"}"},"metadata":{"a":1},"execution_count":1} ^c1
 > event display {"data":{},"kind":"update","metadata":{},"request":"r","transient":{"display_id":"d"}}
 update_display_data {"data":{},"metadata":{},"transient":{"display_id":"d"}} ^c1
@@ -150,6 +151,13 @@ execute_reply {"status":"ok","execution_count":1,"user_expressions":{},"payload"
 idle ^c1
 > late output "late"
 stream {"name":"stdout","text":"late"} ^c1
+> other display {"data":{},"kind":"update","metadata":{},"request":"o","transient":{"display_id":"d"}}
+update_display_data {"data":{},"metadata":{},"transient":{"display_id":"d"}} ^c1
+> other comm {"buffers":[],"comm_id":"i","data":{},"kind":"msg","metadata":{},"target_name":"t"}
+comm_msg {"comm_id":"i","data":{}} ^c1
+> other display {"data":{},"kind":"display","metadata":{},"request":"o","transient":{}}
+> other comm {"kind":"stream","name":"stdout","text":"of their handler"}
+> other output "theirs"
 )"},
                                          KernelCase{"AnErrorAbortsTheCellsThatWaitAndNothingElse", R"(
 > begin c1 {"code":"1"}

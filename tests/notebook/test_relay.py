@@ -43,8 +43,14 @@ class RelayTest(unittest.TestCase):
                 came = one.outputs(request)
                 self.assertEqual(text_of(came), name + "\n")
                 self.assertEqual([message["content"]["data"]["text/plain"] for message in came if message["msg_type"] == "execute_result"], ["42"])
-        # The interpreter is that of all its clients.
+        # The interpreter is that of all its clients, and what they do to what a notebook shows is seen there.
         self.assertEqual(run("eval", "--url", self.server.url, "_"), (0, "42\n", ""))
+        first.run("shown = display(1, display_id='d')")
+        self.server.eval("display('theirs'); shown.update(2)")
+        _, published = first.all_of([first.execute("3")])
+        shown = [message for _, message in published if "data" in message["content"]]
+        self.assertEqual([(message["msg_type"], message["content"]["data"]) for message in shown],
+                         [("update_display_data", {"text/plain": "2"}), ("execute_result", {"text/plain": "3"})])
 
     def test_a_signal_interrupts_and_others_are_answered_meanwhile(self):
         kernel, first, second = self.start()
