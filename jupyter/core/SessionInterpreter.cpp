@@ -26,6 +26,8 @@ constexpr int inUse = 409, failed = 500, cannotRestart = 501;
 messages::SessionOptions sessionOptions() {
     messages::SessionOptions options;
     options.clientType = clientType;
+    // The largest event, a comm's of 16 MiB, finds room beside what waits while code is not yet held up.
+    options.queueBytes = std::size_t{20} << 20;
     // Clients that take nothing for long have the code wait for `ownerWait` alone; the kernel stays.
     options.fullLimit = std::chrono::hours(24);
     return options;

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -15,6 +16,7 @@
 #include "connector/common/ContextState.h"
 #include "connector/common/RequestOrigin.h"
 #include "python/InterpreterServices.h"
+#include "python/capability.h"
 #include "python/interpreterLock.h"
 #include "zvm/identities.h"
 
@@ -28,6 +30,7 @@ struct RunningRequest {
     std::shared_ptr<connector::common::ContextState> context;       ///< may be null
     std::uint64_t number = 0;                                       ///< given by RunningRequests
     std::shared_ptr<connector::common::ClientPace> pace = nullptr;  ///< of the context's origin
+    std::shared_ptr<const PrintedTaker> printedTaker = nullptr;     ///< instead of a sink
     std::chrono::steady_clock::time_point since = std::chrono::steady_clock::now();
 };
 
@@ -90,11 +93,32 @@ public:
         return origin ? origin->request : std::string();
     }
 
+    /// Has what the request that began last prints taken by a function.
+    void takePrinted(std::shared_ptr<const PrintedTaker> taker) {
+        if (!requests_.empty()) requests_.back().printedTaker = std::move(taker);
+    }
+    /// That of the request of this thread, or null.
+    std::shared_ptr<const PrintedTaker> printedTakerOfThisThread() const {
+        const RunningRequest* request = ofThisThread();
+        return request == nullptr ? nullptr : request->printedTaker;
+    }
+
+    /// Whether the client has the capability whose request this thread belongs to, or has been started by.
+    bool hasCapability(std::string_view capability) const {
+        if (const RunningRequest* request = ofThisThread()) {
+            return standalone::hasCapability(&request->options, capability);
+        }
+        return std::ranges::find(starter.capabilities, capability) != starter.capabilities.end();
+    }
+
     /// For the threads that this one starts.
     ThreadStarter starterOfNewThread() const {
         if (std::this_thread::get_id() != interpreterThread_) return starter;
         if (requests_.empty()) return {};
-        return {requests_.back().number, requests_.back().options.getOutSink() != nullptr};
+        const auto& options = requests_.back().options;
+        const auto& has = options.capabilities();
+        return {requests_.back().number, options.getOutSink() != nullptr,
+                has ? std::vector<std::string>(has->begin(), has->end()) : std::vector<std::string>()};
     }
     static void setStarter(const ThreadStarter& ofThisThread) { starter = ofThisThread; }
 

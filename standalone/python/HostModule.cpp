@@ -6,6 +6,7 @@
 #include <chrono>
 #include <cstddef>
 #include <exception>
+#include <memory>
 #include <new>
 #include <stdexcept>
 #include <string>
@@ -25,7 +26,6 @@
 #include "python/ImportGuard.h"
 #include "python/InterpreterServices.h"
 #include "python/PyRef.h"
-#include "python/capability.h"
 #include "python/eventMembers.h"
 #include "python/printText.h"
 #include "python/pythonText.h"
@@ -61,6 +61,19 @@ PyObject* writeErr(PyObject*, PyObject* text) { return printText(bound, nmutil::
 
 PyObject* flushPrinted(PyObject*, PyObject*) {
     return translated([] { return bound == nullptr || bound->flush() ? newNone() : nullptr; });
+}
+
+PyObject* takePrinted(PyObject*, PyObject* function) {
+    return translated([function] {
+        const auto shared = std::make_shared<const PyRef>(PyRef::share(function));
+        const auto take = [shared](nmutil::io::StreamTypeEnum stream, std::u16string_view text) {
+            const char* const name = stream == nmutil::io::STANDARD_OUTPUT ? "stdout" : "stderr";
+            const PyRef done(PyObject_CallFunction(shared->get(), "sN", name, pythonText(text)));
+            return static_cast<bool>(done);
+        };
+        if (bound != nullptr) bound->takePrinted(std::make_shared<const PrintedTaker>(take));
+        return newNone();
+    });
 }
 
 InterpreterServices& servicesForReading() {
@@ -207,13 +220,11 @@ PyObject* takeUnraisable(PyObject*, PyObject* dropped) {
 
 // Runs a thread's function, or what is given to one: what it does belongs to the request that started that.
 PyObject* runForRequest(PyObject* starterAndFunction, PyObject* arguments, PyObject* keywords) {
-    unsigned long long number = 0;
-    int isStreamed = 0;
-    PyObject* function = nullptr;
-    if (PyArg_ParseTuple(starterAndFunction, "KpO", &number, &isStreamed, &function) == 0) return nullptr;
+    PyObject *starter = nullptr, *function = nullptr;
+    if (PyArg_ParseTuple(starterAndFunction, "OO", &starter, &function) == 0) return nullptr;
     if (bound == nullptr) return PyObject_Call(function, arguments, keywords);
     const ThreadStarter before = bound->starterOfNewThread();  // the thread may be one of a pool
-    bound->setStarter({number, isStreamed != 0});
+    bound->setStarter(*static_cast<const ThreadStarter*>(PyCapsule_GetPointer(starter, nullptr)));
     PyObject* const result = PyObject_Call(function, arguments, keywords);
     if (bound != nullptr) bound->setStarter(before);
     return result;
@@ -223,12 +234,21 @@ PyMethodDef runForRequestDefinition = {
     "run_for_request", reinterpret_cast<PyCFunction>(reinterpret_cast<void (*)()>(runForRequest)),
     METH_VARARGS | METH_KEYWORDS, nullptr};
 
+void freeStarter(PyObject* capsule) {
+    delete static_cast<ThreadStarter*>(PyCapsule_GetPointer(capsule, nullptr));
+}
+
 PyObject* ofThisRequest(PyObject*, PyObject* function) {
-    const auto starter = bound != nullptr ? bound->starterOfNewThread() : ThreadStarter();
-    if (starter.number == 0 || PyCallable_Check(function) == 0) return PyRef::share(function).release();
-    const PyRef starterAndFunction(Py_BuildValue("(KiO)", static_cast<unsigned long long>(starter.number),
-                                                 starter.isStreamed ? 1 : 0, function));
-    return starterAndFunction ? PyCFunction_New(&runForRequestDefinition, starterAndFunction.get()) : nullptr;
+    return translated([function]() -> PyObject* {
+        auto starter = std::make_unique<ThreadStarter>();
+        if (bound != nullptr) *starter = bound->starterOfNewThread();
+        if (starter->number == 0 || PyCallable_Check(function) == 0) return PyRef::share(function).release();
+        const PyRef capsule(PyCapsule_New(starter.get(), nullptr, freeStarter));
+        if (!capsule) return nullptr;
+        starter.release();
+        const PyRef both(PyTuple_Pack(2, capsule.get(), function));
+        return both ? PyCFunction_New(&runForRequestDefinition, both.get()) : nullptr;
+    });
 }
 
 PyObject* clearWindow(PyObject*, PyObject*) {
@@ -267,7 +287,8 @@ PyObject* raiseEvent(PyObject*, PyObject* arguments) {
     if (PyArg_ParseTuple(arguments, "UO!", &tag, &PyDict_Type, &values) == 0) return nullptr;
     return translated([tag, values]() -> PyObject* {
         TaggedEvent::Members members;
-        if (!EventMembers(longestEvent).add(values, members)) return nullptr;
+        const bool isComm = PyUnicode_CompareWithASCIIString(tag, "comm") == 0;
+        if (!EventMembers(isComm ? longestDisplay : longestEvent).add(values, members)) return nullptr;
         const bool goesOn = bound == nullptr || bound->raiseEvent(utf16(tag), std::move(members));
         return goesOn ? newNone() : nullptr;
     });
@@ -290,7 +311,7 @@ PyObject* raiseDisplay(PyObject*, PyObject* arguments) {
 PyObject* hasClientCapability(PyObject*, PyObject* capability) {
     const char* const wanted = PyUnicode_AsUTF8(capability);
     if (wanted == nullptr) return nullptr;
-    return PyBool_FromLong(bound != nullptr && hasCapability(bound->runningOptions(), wanted));
+    return PyBool_FromLong(bound != nullptr && bound->hasCapability(wanted));
 }
 
 PyObject* requestName(PyObject*, PyObject*) {
@@ -371,6 +392,8 @@ std::array functions = {
     PyMethodDef{"write_err", writeErr, METH_O, "Prints text on standard error."},
     PyMethodDef{"flush", flushPrinted, METH_NOARGS,
                 "Has what was printed reach a notebook at once, unless it did just now."},
+    PyMethodDef{"take_printed", takePrinted, METH_O,
+                "Gives what the running request prints to a function, by the name of the stream."},
     PyMethodDef{"read_line", readLine, METH_VARARGS,
                 "Reads one typed line at a prompt, shown or not, for a question with a text."},
     PyMethodDef{"read_key", readKey, METH_NOARGS, "Waits for one typed character."},
@@ -398,7 +421,8 @@ std::array functions = {
     PyMethodDef{"show_result", showResult, METH_O,
                 "Shows the value of an expression: as text, and to clients that listen to displays."},
     PyMethodDef{"has_capability", hasClientCapability, METH_O,
-                "Tells whether the client of the running request has said that it has a capability."},
+                "Tells whether the client of the running request, or of the one that started the thread, has "
+                "said that it has a capability."},
     PyMethodDef{"request_name", requestName, METH_NOARGS,
                 "The name of the running request, or an empty string."},
     PyMethodDef{"state", tellState, METH_NOARGS,

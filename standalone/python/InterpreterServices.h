@@ -2,9 +2,12 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "cmddistributor/RunOptions.h"
 #include "nmutil/io/NMSink.h"
@@ -18,9 +21,14 @@ enum class ReadResult { Line, EndOfInput, Interrupted, Stopped };
 
 /// The request whose code has started a thread.
 struct ThreadStarter {
-    std::uint64_t number = 0;  ///< never that of another; 0 for none that is known
-    bool isStreamed = false;   ///< its output has a sink of its own
+    std::uint64_t number = 0;                 ///< never that of another; 0 for none that is known
+    bool isStreamed = false;                  ///< its output has a sink of its own
+    std::vector<std::string> capabilities{};  ///< of its client
 };
+
+/// Takes what a request prints, or an empty text where that is to go out at once. Returns as
+/// InterpreterServices::print.
+using PrintedTaker = std::function<bool(nmutil::io::StreamTypeEnum stream, std::u16string_view text)>;
 
 /// What the interpreter does, but for the call that asks.
 struct InterpreterState {
@@ -46,6 +54,8 @@ public:
     virtual bool beforePrint() = 0;
     /// Has what was printed go out at once where the client is a notebook, every 10 ms at most.
     virtual bool flush() = 0;
+    /// Gives what the running request prints, by any of its threads, to a function until it ends.
+    virtual void takePrinted(std::shared_ptr<const PrintedTaker> taker) = 0;
 
     /// Reads one typed line with its newline, showing `question` while nothing has been typed.
     virtual ReadResult readLine(ShownPrompt question, std::u16string& line) = 0;
@@ -86,6 +96,9 @@ public:
     virtual std::string requestName() const = 0;
     /// The options of the request that the calling thread's code belongs to; null when there is none.
     virtual const cmddistributor::RunOptions* runningOptions() const = 0;
+    /// Whether the client of that request, or of the one that has started the calling thread and has ended,
+    /// has said that it has a capability.
+    virtual bool hasCapability(std::string_view capability) const = 0;
 };
 
 }  // namespace standalone

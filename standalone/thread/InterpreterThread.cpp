@@ -10,7 +10,6 @@
 #include "host/Environment.h"
 #include "output/ownerWait.h"
 #include "output/promptEvents.h"
-#include "python/capability.h"
 #include "python/interpreterLock.h"
 #include "shutdown/ShutdownObject.h"
 #include "standalone/process.h"
@@ -174,7 +173,10 @@ bool InterpreterThread::awaitOwner() {
 }
 
 bool InterpreterThread::flush() {
-    if (!hasCapability(runningOptions(), "notebook")) return true;
+    if (const auto taker = running_.printedTakerOfThisThread()) {
+        return (*taker)(nmutil::io::STANDARD_OUTPUT, {});
+    }
+    if (!hasCapability("notebook")) return true;
     window_.flush();
     return awaitOwner();
 }

@@ -71,6 +71,7 @@ private:
 
     // InterpreterServices
     bool print(nmutil::io::StreamTypeEnum stream, std::u16string_view text) override {
+        if (const auto taker = running_.printedTakerOfThisThread()) return (*taker)(stream, text);
         if (options_.observer != nullptr) options_.observer->printed(text);
         window_.print(stream, text);
         return awaitOwner();
@@ -79,6 +80,9 @@ private:
         return window_.drainIfReady([this] { return awaitOwner(); });
     }
     bool flush() override;
+    void takePrinted(std::shared_ptr<const PrintedTaker> taker) override {
+        running_.takePrinted(std::move(taker));
+    }
     bool awaitOwner();
     ReadResult readLine(ShownPrompt question, std::u16string& line) override;
     ReadResult readKey() override;
@@ -111,6 +115,9 @@ private:
     bool isInterpreterThread() const override { return Interrupts::isSignalThread(); }
     std::string requestName() const override { return running_.nameOfThisThread(); }
     const cmddistributor::RunOptions* runningOptions() const override;
+    bool hasCapability(std::string_view capability) const override {
+        return running_.hasCapability(capability);
+    }
 
     const HostOptions options_;
     host::Environment& environment_;

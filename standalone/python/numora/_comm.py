@@ -1,8 +1,6 @@
 """Comms: messages between objects of code and of notebooks, such as widgets."""
 
 import base64
-import contextlib
-import io
 import sys
 import types
 import uuid
@@ -144,52 +142,35 @@ def handle(kind, comm_id, target_name, data, metadata, buffers):
     message = {"header": {"msg_id": _host.request_name(), "msg_type": "comm_" + kind}, "content": content,
                "metadata": metadata or {}, "buffers": [memoryview(base64.b64decode(text)) for text in buffers or ()]}  # fmt: skip
     receive = {"open": manager.comm_open, "msg": manager.comm_msg, "close": manager.comm_close}[kind]
-    with _printed_to(comm_id):
-        try:
-            _cells.leave_open_figures()
-            guest = _guest.made()
-            if guest:
-                guest.begin()
-            receive(None, None, message)
-        except BaseException as error:
-            _cells.complain(error)
-        _cells.end()
-
-
-@contextlib.contextmanager
-def _printed_to(comm_id):
-    """Has the notebook get what is printed, which else goes nowhere: no evaluation runs."""
-    before = sys.stdout, sys.stderr
-    sys.stdout, sys.stderr = (_Printed(comm_id, name) for name in ("stdout", "stderr"))
+    printed = _Printed(comm_id)
+    _host.take_printed(printed)  # it would go nowhere: no evaluation runs
     try:
-        yield
-        sys.stdout.flush()
-        sys.stderr.flush()
-    finally:
-        sys.stdout, sys.stderr = before
+        _cells.leave_open_figures()
+        guest = _guest.made()
+        if guest:
+            guest.begin()
+        receive(None, None, message)
+    except BaseException as error:
+        _cells.complain(error)
+    _cells.end()
+    printed("stdout", "")
 
 
-class _Printed(io.TextIOBase):
-    """What handlers print, line by line."""
+class _Printed:
+    """Has the notebook get what handlers print, line by line."""
 
-    encoding = "utf-8"
+    def __init__(self, comm_id):
+        self._comm_id, self._texts = comm_id, {}
 
-    def __init__(self, comm_id, name):
-        self._comm_id, self.name, self._text = comm_id, name, []
-
-    def writable(self):
-        return True
-
-    def write(self, text):
-        self._text.append(text)
-        if text.endswith("\n"):
-            self.flush()
-        return len(text)
-
-    def flush(self):
-        text, self._text = "".join(self._text), []
-        if text:
-            _host.raise_event("comm", {"kind": "stream", "comm_id": self._comm_id, "name": self.name, "text": text})
+    def __call__(self, name, text):
+        self._texts.setdefault(name, []).append(text)
+        if text and not text.endswith("\n"):
+            return
+        texts, self._texts = self._texts, {}
+        for name, parts in texts.items():
+            text = "".join(parts)
+            if text:
+                _host.raise_event("comm", {"kind": "stream", "comm_id": self._comm_id, "name": name, "text": text})
 
 
 def stand_in():
