@@ -11,6 +11,7 @@ PLOT = "import matplotlib.pyplot as plt\nplt.plot([1, 2]); "
 # Code, and what comes of it: channels with patterns of their JSON. What a cell leaves is there for those below it.
 PLAIN = [
     ("for i in x:", ("error", r"<cell 1>.*SyntaxError: incomplete input")),
+    ("raise SystemExit", ("error", "^.SystemExit")),
     ("input('Name? ')", ("error", "StdinNotImplementedError")),
     ("import getpass; getpass.getpass()", ("error", "StdinNotImplementedError")),
     ("import numora; numora.pause()", ("error", "StdinNotImplementedError")),
@@ -19,6 +20,12 @@ PLAIN = [
     ("plt.get_fignums()", ("display", r"\[\]")),
     ("%config Completer.use_jedi = False\n%cd '/usr'", ("output", "^\"/usr")),
     ("import sys; 'IPython' in sys.modules", ("display", "False")),
+    ("import asyncio; asyncio.run(asyncio.sleep(0))",),
+    ("task = asyncio.create_task(asyncio.sleep(0, 5)); asyncio.get_event_loop() is task.get_loop()", ("display", "True")),
+    ("await task", ("display", '"5"')),
+    ("import threading; go = threading.Event(); t = threading.Thread(target=lambda: (go.wait(), display(7))); t.start()",),
+    ("go.set(); t.join()", ("display", '"7"')),
+    ("display(display_id='later');", ("display", '"data": {}.*"later"')),
     ("exit", ("payload", '{"source": "ask_exit", "keepkernel": false}')),
     ("quit()", ("payload", "ask_exit")),
     ("sys.modules['IPython'] = None",),
@@ -40,7 +47,7 @@ GUEST = [
     ("%%capture c\nprint(1); display(2); 3",),
     ("c.stdout, len(c.outputs)", ("display", r"1\\\\n', 2\)")),
     ("len?", ("payload", '"source": "page".*Docstring: Return the number')),
-    ("%recall 15", ("payload", '"set_next_input", "text": "get_ipython')),
+    ("%recall 22", ("payload", '"set_next_input", "text": "get_ipython')),
     ("from IPython.display import HTML, clear_output, display\nh = display(HTML('<b>'), display_id='k')\n"
      "clear_output(wait=True); h.update(HTML('<i>'))",
      ("display", '"text/html": "<b>".*"display", .*"k"'), ("clear", "true"), ("display", '<i>.*"update".*"k"')),
@@ -49,8 +56,16 @@ GUEST = [
     ("events = get_ipython().events\nevents.register('post_run_cell', lambda r: print('ended', r.error_in_exec))",
      ("output", "ended None")),
     ("1 / 0", ("error", "ZeroDivisionError"), ("output", "ended division by zero")),
+    ("%debug", ("output", "1 1 / 0"), ("error", "StdinNotImplementedError"), ("output", "ended")),
     ("events.callbacks['post_run_cell'].clear(); await __import__('asyncio').sleep(0, 7)", ("display", '"7"')),
     ("%matplotlib inline\nplt.plot([1, 2]);", ("display", '"image/png"')),
+    ("%config InlineBackend.figure_format = 'svg'\nplt.plot([1, 2]);", ("display", r'"data": {"image/svg\+xml"')),
+    ("%matplotlib widget\nplt.get_backend()", ("error", "widget is not available"), ("display", "numora._figures")),
+    ("%%capture c\nplt.plot([1, 2])",),
+    ("len(c.outputs)", ("display", '"2"')),
+    ("cd ..", ("output", '^"/')),
+    ("class Bad:\n def _ipython_display_(self): 1 / 0\nBad()", ("error", "^((?!ZeroDiv).)*ZeroDiv((?!ZeroDiv).)*$"), ("display", "Bad")),
+    ("import builtins; builtins.get_ipython().kernel.shell is get_ipython()", ("display", "True")),
     ("{row['name'] for row in numora.workspace()} & {'In', 'Out', 'get_ipython', 'exit'}", ("display", r"set\(\)")),
 ]  # fmt: skip
 COMMS = """
@@ -110,9 +125,11 @@ class CellsTest(unittest.TestCase):
     def test_other_clients_see_nothing_of_it(self):
         self.notebook.run("%time 1")
         for code, text in [("%time 1", "SyntaxError: invalid syntax"), ("{1: 'x' * 50, 2: 'y' * 50}", "^{1: 'x+', 2: 'y+'}\n$"),
-                           ("exit", "^Use exit"), (PLOT + "3", "^3\n$"), ("display(1j)", r"^1j\n$")]:
+                           ("exit", "^Use exit"), (PLOT + "3", "^3\n$"), ("display(1j)", r"^1j\n$"),
+                           ("import builtins, IPython\nIPython.get_ipython(), get_ipython(), hasattr(builtins, 'get_ipython')",
+                            r"^\(None, None, False\)\n$")]:
             self.assertRegex(self.server.eval(code), text)
-        self.check(self.notebook.run("plt.get_fignums()")[-1:], ("display", r"\[1\]"))
+        self.check(self.notebook.run("%matplotlib inline\nplt.get_fignums()")[-1:], ("display", r"\[1\]"))
 
     def test_interrupts(self):
         with Signal() as signal_:
@@ -141,7 +158,7 @@ class CellsTest(unittest.TestCase):
             self.notebook.call("comm", *arguments, dequeMode="default", uuid=name, **more)
             return self.notebook.run("pass")
 
-        made = self.notebook.run(COMMS + "c = Comm('mine', data={'a': [1]}, buffers=[b'ab']); c.send({}); c.close()")
+        made = self.notebook.run(COMMS + "c = Comm('mine', data={'a': [1]}, buffers=[b'ab']); c.send({}, buffers=[bytes(5_000_000)]); c.close()")
         self.check(made, ("comm", '"open".*"mine"|"mine".*"open"'), ("comm", '"msg"'), ("comm", '"close"'))
         self.assertEqual((json.loads(made[0][1])["buffers"], json.loads(made[0][1])["data"]), (["YWI="], {"a": [1]}))
         self.check(handled("open", "m", "mine", {"x": 1}, {}, ["AAE="]), ("comm", r"opened {'x': 1} b'\\\\x00\\\\x01'"))
@@ -150,6 +167,11 @@ class CellsTest(unittest.TestCase):
         self.check(handled("close", "m"), ("comm", '"stderr".*StdinNotImplementedError'))
         self.check(handled("open", "n", "nobody"), ("comm", '"kind": "close"'))
         self.assertEqual(self.notebook.call("comm_info", None), {"comms": {}})
+        self.notebook.run("import threading; go = threading.Event(); t = threading.Thread(target=lambda: (go.wait(), print('aside'))); t.start()\n"
+                          "manager = get_ipython().kernel.comm_manager\n"
+                          "manager.register_target('two', lambda comm, message: (go.set(), t.join(), print('handled')))")
+        self.check(sorted(handled("open", "t", "two")), ("comm", "handled"), ("output", "aside"))
+        self.notebook.call("comm", "close", "t")
         came = self.notebook.run("import ipywidgets\nslider = ipywidgets.IntSlider(value=3)\n"
                                  "slider.observe(lambda change: display(change['new']), 'value')")
         model = next(json.loads(data) for _, data in came if "IntSliderModel" in data)

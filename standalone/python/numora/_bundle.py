@@ -3,6 +3,8 @@
 import binascii
 import sys
 
+import _numora_host as _host
+
 from . import _guest
 
 _METHODS = {
@@ -24,7 +26,9 @@ def bundle(value):
 
 
 def displays_itself(value):
-    """Lets a value display itself that has a way to do so, and returns whether it has."""
+    """Lets a value display itself that has a way to do so, and returns whether it has. The guest does so by itself."""
+    if _guest.of_client():
+        return False
     display = _method(value, "_ipython_display_")
     if display is None:
         return False
@@ -39,6 +43,9 @@ def displays_itself(value):
 def representations(value, complain):
     """The data of a value by type, always with text/plain, and the metadata. Methods that fail are complained of."""
     guest = _guest.of_client()
+    is_figure = _is_figure(value)
+    if guest and is_figure:
+        guest.prepare_figures()
     data, metadata = guest.shell.display_formatter.format(value) if guest else ({}, {})
     if guest and not data:
         return {}, {}  # it has displayed itself
@@ -67,7 +74,7 @@ def representations(value, complain):
         collect("_repr_mimebundle_", None)
         for name, type_ in _METHODS.items():
             collect(name, type_)
-    if "image/png" not in data:
+    if is_figure and not guest and "image/png" not in data:
         _add_figure(value, data, metadata, complain)
     if "text/html" in data:
         _add_table(value, metadata, complain)
@@ -130,14 +137,18 @@ def _add_table(value, metadata, complain):
         complain(error)
 
 
-def _add_figure(value, data, metadata, complain):
+def _is_figure(value):
     figures = sys.modules.get("matplotlib.figure")
-    if figures is None or not isinstance(value, figures.Figure):
-        return
+    return figures is not None and isinstance(value, figures.Figure)
+
+
+def _add_figure(value, data, metadata, complain):
     try:
         from ._figures import png
 
         data["image/png"] = _encoded(png(value))
+        if _host.has_capability("notebook"):
+            return  # it has other edges
         width, height = value.canvas.get_width_height()
         metadata["image/png"] = {"width": width, "height": height}
     except BaseException as error:

@@ -11,7 +11,7 @@ count = 0
 _has_failed = False
 
 # Lines that only the guest understands, and what makes code look as if it had some.
-_MAGIC = re.compile(r"^[ \t]*[%!?]|\A[,;/]|=\s*[%!]|\?[ \t]*$|^[ \t]*(?:>>>|In \[)|\A[ \t]+\S", re.MULTILINE)
+_MAGIC = re.compile(r"^[ \t]*[%!?]|\A[,;/]|=\s*[%!]|\?[ \t]*$|^[ \t]*(?:>>>|In \[)|\A[ \t]+\S|\A(?:pip|conda|cd)[ \t]", re.MULTILINE)
 # What editors send to every Python kernel at its start.
 _SIMPLE = re.compile(
     r"^%(?:matplotlib[ \t]+inline|config[ \t]+Completer\.\S*.*|(cd)(?:[ \t]+([^-${\n][^${\n]*?))?)[ \t]*$", re.MULTILINE)
@@ -23,6 +23,8 @@ def begin(code):
     global count
     count += 1
     leave_open_figures()
+    if "numora._loop" in sys.modules:
+        sys.modules["numora._loop"].usable_loop()  # asyncio.run() has left none
     guest = _guest.made()
     if guest is None and ("get_ipython" in code or sys.modules.get("IPython")):
         guest = _guest_if_it_works()
@@ -53,9 +55,10 @@ def leave_open_figures():
 
 def plain(code, error):
     """The Python code that a cell stands for whose own code is none, as an error says; or None."""
-    if not _MAGIC.search(code):
-        return None
     guest = _guest.made()
+    is_one_line = "\n" not in code.strip()  # which may be a magic without its %
+    if not (_MAGIC.search(code) or guest and is_one_line):
+        return None
     if guest is None:
         simple = _SIMPLE.sub(_simple_call, code)
         if simple != code and _is_python(simple):
@@ -75,15 +78,20 @@ def plain(code, error):
 def end(error=None):
     """After a cell has run, and its error was shown."""
     try:
-        if "numora._figures" in sys.modules:
-            from ._figures import end_cell
-
-            end_cell()
+        show_figures()
         guest = _guest.made()
         if guest:
             guest.after(error)
     except BaseException as problem:
         complain(problem)
+
+
+def show_figures():
+    """Shows the figures that code has left open."""
+    if "numora._figures" in sys.modules:
+        from ._figures import end_cell
+
+        end_cell()
 
 
 def complain(error):

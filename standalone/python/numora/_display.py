@@ -40,6 +40,8 @@ def display(values, display_id, metadata, raw, clear):
         handle = Handle(os.urandom(16).hex() if display_id is True else _checked_id(display_id))
     for value in values:
         _show("display", value, handle and handle.display_id, metadata, raw)
+    if handle and not values:
+        publish("display", {}, metadata, handle.display_id)  # to be replaced
     return handle
 
 
@@ -85,6 +87,8 @@ def _show(kind, value, display_id, metadata, raw):
         print(repr(value))
         return
     data, own = (plain(value), {}) if raw else representations(value, complain)
+    if not data and not raw:
+        return  # the value has displayed itself
     guest = _guest.of_client()
     if guest:  # which may be capturing
         transient = {} if display_id is None else {"display_id": display_id}
@@ -96,14 +100,14 @@ def _show(kind, value, display_id, metadata, raw):
 def publish(kind, data, metadata, display_id):
     """Shows data by type."""
     data, is_heard = plain(data), _host.hears("display")
-    if not (is_heard and _host.has_capability("display")):
+    if data and not (is_heard and _host.has_capability("display")):
         print(data.get("text/plain", ""))
     if is_heard:
         _raise(kind, data, metadata or {}, display_id)
 
 
 def _raise(kind, data, metadata, display_id=None, complain=complain):
-    if not data:
+    if not data and display_id is None:
         return  # the value has displayed itself
     if isinstance(data.get("text/plain"), str):
         data["text/plain"] = _cut(data["text/plain"])

@@ -27,10 +27,11 @@ def report(error):
             return ("exit", name, "", "", *_NO_DETAILS)
         return ("interrupt", "KeyboardInterrupt", "", "KeyboardInterrupt\n", *_NO_DETAILS)
     if isinstance(error, SystemExit):
-        if error.code is None or error.code == 0:
+        is_cell = _host.has_capability("notebook")  # the cells after one that ends so are not to run
+        if error.code in (None, 0) and not is_cell:
             return ("exit", name, "", "", *_NO_DETAILS)
-        message = text_of(error.code) or ""
-        return ("error", name, message, "SystemExit: %s\n" % message, *_NO_DETAILS)
+        message = "" if error.code is None else text_of(error.code) or ""
+        return ("error", name, message, ("SystemExit: %s" % message).rstrip(": ") + "\n", *_NO_DETAILS)
 
     sys.last_type, sys.last_value, sys.last_traceback = type(error), error, error.__traceback__
     message, text = _message_and_text(error)

@@ -9,13 +9,19 @@ from matplotlib._pylab_helpers import Gcf
 from matplotlib.backend_bases import FigureManagerBase
 from matplotlib.backends.backend_agg import FigureCanvasAgg
 
+from . import _guest
+
 _of_others = set()  # figures that were open before the cell that runs
 _LONGEST = 2_800_000  # bytes of pictures in one event, which become a third more in base64
 
 
 class FigureManager(FigureManagerBase):
     def show(self):
-        """Raises the event of this figure."""
+        """Raises the event of this figure; with the guest it is shown in the formats that were chosen there."""
+        guest = _guest.of_client()
+        if guest:
+            guest.display(self.canvas.figure)
+            return
         if not _host.hears("figure"):
             warnings.warn("No client shows figures.", stacklevel=4)
             return
@@ -79,7 +85,8 @@ def png(figure):
 
 def _picture(figure, kind, dpi="figure"):
     file = io.BytesIO()
-    figure.savefig(file, format=kind, dpi=dpi)
+    edges = "tight" if _host.has_capability("notebook") else None  # as everywhere in notebooks
+    figure.savefig(file, format=kind, dpi=dpi, bbox_inches=edges)
     return file.getvalue()
 
 
@@ -87,3 +94,7 @@ def _title(manager):
     figure = manager.canvas.figure
     titles = [figure._suptitle.get_text() if figure._suptitle else ""] + [axes.get_title() for axes in figure.axes]
     return next(filter(None, titles), figure.get_label() or "Figure %d" % manager.num)
+
+
+if _guest.made():
+    _guest.made().prepare_figures()

@@ -18,6 +18,12 @@ def of_client():
     return made() if _host.has_capability("notebook") else None
 
 
+def shell_of_client():
+    """What libraries ask for by `get_ipython`."""
+    guest = of_client()
+    return guest.shell if guest else None
+
+
 def is_available():
     """Whether there can be one."""
     return sys.modules["IPython"] is not None if "IPython" in sys.modules else find_spec("IPython") is not None

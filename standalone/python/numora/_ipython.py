@@ -18,7 +18,7 @@ finally:
     if sys.modules["jedi"] is None:
         del sys.modules["jedi"]
 
-from IPython.core import page
+from IPython.core import getipython, page
 from IPython.core.displayhook import DisplayHook
 from IPython.core.displaypub import DisplayPublisher
 from IPython.core.interactiveshell import ExecutionInfo, ExecutionResult, InteractiveShell
@@ -28,6 +28,9 @@ from traitlets.config import Config
 from . import _cells, _comm, _display, _errors, _user
 from ._shell_commands import get_output, replace_scripts, run
 from ._rich import display
+
+
+_BACKEND = "module://numora._figures"
 
 
 class Publisher(DisplayPublisher):
@@ -47,10 +50,10 @@ class Hook(DisplayHook):
 class ZMQInteractiveShell(InteractiveShell):  # by this name libraries know notebooks
     display_pub_class = Type(Publisher)
     displayhook_class = Type(Hook)
+    get_ipython = staticmethod(getipython.get_ipython)
 
     def init_user_ns(self):
         """Adds its names to those of the user, which stay. `exit` and `quit` are the program's: all clients use them."""
-        vars(self).setdefault("get_ipython", self.get_ipython)  # one object, by which listings know it
         kept = dict(self.user_ns)
         super().init_user_ns()
         for name in {"exit", "quit"} - kept.keys():
@@ -74,6 +77,23 @@ class ZMQInteractiveShell(InteractiveShell):  # by this name libraries know note
     def enable_gui(self, gui=None):
         if gui not in (None, "inline"):
             print("The loop of %s is not available: figures are shown in the notebook." % gui, file=sys.stderr)
+
+    def enable_matplotlib(self, gui=None):
+        """Keeps the program's own backend: the process has one, for all clients, and a change of it closes their figures."""
+        if gui not in (None, "auto", "inline"):
+            print("%%matplotlib %s is not available: figures are shown as images." % gui, file=sys.stderr)
+        if "matplotlib" in sys.modules:
+            sys.modules["matplotlib"].use(_BACKEND)  # which code may have changed by other ways
+        return "inline", _BACKEND
+
+    def run_line_magic(self, magic_name, line, _stack_depth=1):
+        if magic_name == "config" and line.startswith("InlineBackend"):
+            prepare_figures()
+        return super().run_line_magic(magic_name, line, _stack_depth + 1)
+
+    def debugger(self, force=False):
+        self.InteractiveTB.tb = getattr(sys, "last_traceback", None)  # else that of the first time
+        super().debugger(force)
 
     def _page(self, data, start=0, screen_lines=0, pager_cmd=None):
         data = data if isinstance(data, dict) else {"text/plain": data}
@@ -108,6 +128,7 @@ class ZMQInteractiveShell(InteractiveShell):  # by this name libraries know note
         except BaseException as error:
             result.error_in_exec = error
             self.showtraceback()
+        _cells.show_figures()  # to a magic that captures them
         return result
 
 
@@ -115,6 +136,9 @@ class Kernel:
     """What libraries ask of a kernel."""
 
     comm_manager = _comm.manager
+
+    def __init__(self, shell):
+        self.shell = shell
 
     @property
     def _parent_header(self):
@@ -142,11 +166,29 @@ def load():
     builtins.display = display
     atexit.unregister(made.atexit_operations)  # it would take the variables from what else is called then
     made.extension_manager.load_extension("storemagic")
-    made.kernel = Kernel()
+    made.kernel = Kernel(made)
     _comm.stand_in()
     _user.hidden.update((name, made.user_ns[name]) for name in hidden)
     _errors.hidden.append(os.path.dirname(IPython.__file__) + os.sep)
+    getipython.get_ipython.__code__ = _get_ipython.__code__  # libraries may have the function already
     shell = made
+    if "numora._figures" in sys.modules:
+        prepare_figures()
+
+
+def _get_ipython():
+    from numora._guest import shell_of_client
+
+    return shell_of_client()
+
+
+def prepare_figures():
+    """Has figures shown in the formats that `%config InlineBackend` chooses, by whatever backend."""
+    try:
+        from matplotlib_inline.backend_inline import configure_inline_support
+    except ImportError:
+        return
+    configure_inline_support(shell, _BACKEND)
 
 
 _running = None  # the cell that runs
@@ -156,6 +198,7 @@ def begin():
     """Before any code of a notebook, also of a handler of its messages."""
     global _running
     _running = None
+    builtins.get_ipython = shell.get_ipython  # some libraries look for it there
     shell.events.trigger("pre_execute")
 
 
@@ -182,6 +225,9 @@ def after(error):
     for payload in shell.payload_manager.read_payload():
         _host.raise_event("payload", {"payload": payload})
     shell.payload_manager.clear_payload()
+    vars(builtins).pop("get_ipython", None)
+    if error is not None and shell.call_pdb:
+        shell.debugger()
 
 
 def keep_result(value):

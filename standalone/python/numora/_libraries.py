@@ -40,8 +40,15 @@ def _make_comms():
     prepare_package()
 
 
+def _lend_loop():
+    from ._tasks import lend_loop
+
+    lend_loop()
+
+
 _PREPARATIONS = {
     "IPython": _expect_guest,
+    "asyncio": _lend_loop,
     "comm": _make_comms,
     "numpy": _apply_width_to_numpy,
     "matplotlib": _show_figures_to_clients,

@@ -12,7 +12,7 @@ def run(coroutine):
     global _task
     outer, task = _task, None
     try:
-        loop = _usable_loop()
+        loop = usable_loop()
         _task = task = loop.create_task(coroutine)
         task.add_done_callback(lambda _: loop.stop())
         _finish(task, loop)
@@ -56,7 +56,8 @@ def _belongs_to_loop(module):
     return isinstance(module, str) and (module.startswith("asyncio.") or module in ("selectors", "_weakrefset"))
 
 
-def _usable_loop():
+def usable_loop():
+    """The loop, which is that of the main thread then."""
     global _loop
     if _loop is None or _loop.is_closed():
         _loop = asyncio.new_event_loop()
