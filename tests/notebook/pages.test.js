@@ -1,6 +1,9 @@
 // Pages with notebooks in Chromium: two of them at a time.
 
 import assert from "node:assert/strict";
+import {once} from "node:events";
+import {readFile} from "node:fs/promises";
+import {createServer} from "node:http";
 import {join} from "node:path";
 import {after, before, test} from "node:test";
 import {chromium} from "playwright-core";
@@ -8,6 +11,7 @@ import {Server, token} from "../clients/server.js";
 import {NotebookServer} from "./notebookServer.js";
 
 const limit = 30_000;
+const pageLibrary = new URL("node_modules/package/lib/", import.meta.url);
 let browser;
 
 before(async () => {
@@ -74,4 +78,36 @@ test("notebooks run with the kernels of a server", async t => {
     const server = await startServer(t);
     const options = [`--gateway-url=${server.origin}`, `--GatewayClient.auth_token=${token}`];
     await bothWork(t, await NotebookServer.start({options}), "gateway");
+});
+
+/** A page from elsewhere, with cells and what runs them. */
+async function servePage(t) {
+    const page = `<!DOCTYPE html><meta charset="utf-8"><title>Cells</title>
+<pre data-executable="true" data-language="python">import pandas\nprint("text of", __name__)</pre>
+<pre data-executable="true" data-language="python">pandas.DataFrame({"a": [1, 2], "b": ["x", "y"]})</pre>
+<script src="/index.js"></script>`;
+    const types = {css: "text/css", js: "text/javascript"};
+    const files = createServer(async ({url}, response) => {
+        const name = new URL(url, "http://page").pathname.slice(1);
+        const body = name ? await readFile(new URL(name, pageLibrary)).catch(() => null) : page;
+        response.writeHead(body === null ? 404 : 200, {"Content-Type": types[name.split(".").at(-1)] ?? "text/html"}).end(body);
+    }).listen(0, "127.0.0.1");
+    await once(files, "listening");
+    t.after(() => files.close());
+    return `http://127.0.0.1:${files.address().port}`;
+}
+
+test("a page from elsewhere runs its cells", async t => {
+    const origin = await servePage(t);
+    const server = await startServer(t, 0, "--allow-origin", origin);
+    const page = await open(t, origin);
+    await page.evaluate(([baseUrl, token]) => window.thebe.bootstrap({
+        useBinder: false, requestKernel: true,
+        serverSettings: {baseUrl, wsUrl: baseUrl.replace("http", "ws"), token},
+    }), [server.origin, token]);
+    await page.locator(".thebe-runall-button").first().click();
+    await page.locator("table td").first().waitFor();
+    await picture(page, "page");
+    assert.match(await page.locator(".thebe-output").first().innerText(), /text of __main__/);
+    assert.deepEqual(await page.locator("table td").allInnerTexts(), ["1", "x", "2", "y"]);
 });

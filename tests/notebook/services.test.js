@@ -2,10 +2,15 @@
 
 import assert from "node:assert/strict";
 import {after, before, test} from "node:test";
+import WebSocket from "ws";
 import {KernelManager, KernelSpecManager, ServerConnection, SessionManager} from "@jupyterlab/services";
 import {CuttingProxy} from "../clients/proxy.js";
 import {Server, token} from "../clients/server.js";
-import {within} from "../clients/waiting.js";
+import {Mailbox, within} from "../clients/waiting.js";
+
+// The library's polls keep their timers, of up to a minute, when they are disposed of. Nothing waits for these.
+const setTimer = globalThis.setTimeout;
+globalThis.setTimeout = (...call) => setTimer(...call).unref();
 
 let server, proxy;
 
@@ -76,15 +81,22 @@ class Page {
 async function twoPages(t, baseUrl = server.origin) {
     const first = await new Page(baseUrl).open("one.ipynb");
     const second = new Page(baseUrl);
-    const session = await second.sessions.startNew({path: "two.ipynb", name: "", type: "notebook", kernel: {id: first.kernel.id}});
-    second.session = session;
+    second.session = await second.sessions.startNew({path: "two.ipynb", name: "", type: "notebook", kernel: {id: first.kernel.id}});
+    assert.equal(second.kernel.id, first.kernel.id);
     await second.settle();
     t.after(async () => {
-        await first.session.shutdown();
+        for (const page of [second, first]) await page.session.shutdown();
         first.close();
         second.close();
     });
     return [first, second];
+}
+
+/** The statuses of a kernel, as they are told from now on. */
+function changesOf(kernel) {
+    const changes = new Mailbox("changes of the status");
+    kernel.statusChanged.connect((_, status) => changes.push(status));
+    return changes;
 }
 
 const untilStatus = (kernel, wanted) => within(20_000, new Promise(resolve => {
@@ -126,17 +138,62 @@ test("input and passwords are asked from the client whose cell asks, and from no
     assert.deepEqual([own.text, cell.prompts.length], ["mine\n", 2]);
 });
 
-test("a restart ends native code that no interrupt ends", async t => {
+test("what is asked beside a cell that runs is answered and leaves it busy, until an interrupt ends it", async t => {
+    const pages = await twoPages(t);
+    const [page, other] = pages;
+    const cell = page.run("print('begun')\nwhile True: pass");
+    await cell.prints("begun");
+    const told = pages.map(({kernel}) => changesOf(kernel));
+    for (const {kernel} of [page, other, other, page]) {
+        const {content} = await within(20_000, kernel.requestComplete({code: "prin", cursor_pos: 4}), "a completion");
+        assert.ok(content.matches.includes("print"));
+        for (const changes of told) assert.deepEqual(await changes.take(2), ["idle", "busy"]);
+    }
+    await other.kernel.interrupt();
+    assert.equal((await cell.done).reply.ename, "KeyboardInterrupt");
+    for (const {kernel} of pages) await untilStatus(kernel, "idle");
+});
+
+test("native code that heeds no interrupt stays busy, and a restart ends it", async t => {
     const [page, other] = await twoPages(t);
     await page.run("kept = 1").done;
     const native = page.run("print('begun')\nsum(range(10**13))");
     native.done.catch(() => {});
     await native.prints("begun");
+    await page.kernel.interrupt();
+    await native.prints("The interrupted code is still running.");
+    assert.equal(page.kernel.status, "busy");
     await within(30_000, page.kernel.restart(), "the restart");
     await page.settle();
     await untilStatus(other.kernel, "idle");
     assert.equal((await page.run("kept").done).reply.ename, "NameError");
     assert.equal((await other.run("print('again')").done).text, "again\n");
+});
+
+// As a relay of two consoles, of which one asks for something while the cell of the other runs.
+test("code waits for a slow client, whichever of its sessions has sent last", async t => {
+    const page = await new Page(server.origin).open("relay.ipynb");
+    t.after(() => page.session.shutdown().finally(() => page.close()));
+    const {wsUrl} = page.kernel.serverSettings;
+    const socket = new WebSocket(`${wsUrl}api/kernels/${page.kernel.id}/channels?session_id=relay&token=${token}`);
+    t.after(() => socket.terminate());
+    const send = (msg_type, session, content) => socket.send(JSON.stringify({
+        channel: "shell", header: {msg_id: msg_type, msg_type, session, username: "", date: "", version: "5.3"}, parent_header: {}, metadata: {}, content,
+    }));
+    const lines = 30_000;
+    const text = {stdout: 0, stderr: ""};
+    socket.on("open", () => send("execute_request", "one", {code: `for i in range(${lines}): print('x' * 1023)`}));
+    await within(60_000, new Promise(resolve => socket.on("message", data => {
+        const {header, content} = JSON.parse(data);
+        if (header.msg_type === "execute_reply") resolve();
+        if (header.msg_type !== "stream") return;
+        if (text.stdout === 0) send("is_complete_request", "two", {code: "1"});
+        if (content.name === "stderr") text.stderr += content.text;
+        else text.stdout += content.text.length;
+        socket.pause();
+        setTimer(() => socket.resume(), 10);
+    })), "the reply");
+    assert.deepEqual(text, {stdout: lines * 1024, stderr: ""});
 });
 
 test("what is printed while a client is away comes on its return, once and in order, but for what was on its way", async t => {
