@@ -1,6 +1,7 @@
 #include "InterpreterLives.h"
 
 #include <algorithm>
+#include <chrono>
 #include <utility>
 
 #include "JsonMembers.h"
@@ -12,7 +13,9 @@ namespace jupyter {
 
 namespace {
 
-constexpr int cannotRestart = 501, refused = 409;
+constexpr int cannotRestart = 501, refused = 409, tooMany = 429, unavailable = 503;
+constexpr int mostAttempts = 60;
+constexpr auto timeBetween = std::chrono::seconds(1);
 constexpr int resetMs = 10'000;
 
 }  // namespace
@@ -36,14 +39,20 @@ void InterpreterLives::noteDeath(std::uint64_t life) {
     if (state_ == State::Asked) return;
     hooks_.abortCells();
     enter(State::Returning, "restarting");
-    start();
+    start(mostAttempts);
 }
 
-// Any request starts the next life; front ends wait for it.
-void InterpreterLives::start() {
+// Any request starts the next life; front ends wait for it. One that finds no room says nothing of it;
+// whether it cannot be started, events tell as well.
+void InterpreterLives::start(int attempts) {
     callFunction(interpreter_, {.name = "len", .arguments = "[[]]"},
-                 lifetime_.guarded([this](const CallResult& result) {
+                 lifetime_.guarded([this, attempts](const CallResult& result) {
                      if (state_ != State::Returning) return;
+                     if ((result.status == tooMany || result.status == unavailable) && attempts > 1) {
+                         return executor_.postAfter(timeBetween, lifetime_.guarded([this, attempts] {
+                             if (state_ == State::Returning) start(attempts - 1);
+                         }));
+                     }
                      if (result.status != 200) return enter(State::Dead, "dead");
                      enter(State::Alive, "idle");
                      hooks_.resume();

@@ -7,6 +7,7 @@
 
 #include "Lifetime.h"
 #include "Publisher.h"
+#include "jupyter/Executor.h"
 #include "jupyter/Interpreter.h"
 
 namespace jupyter {
@@ -29,8 +30,13 @@ public:
     };
 
     /// `isShared`: where the process cannot be restarted, its variables are cleared.
-    InterpreterLives(Interpreter& interpreter, Publisher& publisher, bool isShared, Hooks hooks)
-        : interpreter_(interpreter), publisher_(publisher), isShared_(isShared), hooks_(std::move(hooks)) {}
+    InterpreterLives(Executor& executor, Interpreter& interpreter, Publisher& publisher, bool isShared,
+                     Hooks hooks)
+        : executor_(executor),
+          interpreter_(interpreter),
+          publisher_(publisher),
+          isShared_(isShared),
+          hooks_(std::move(hooks)) {}
 
     /// `death` as in the completion of what ran.
     void noteDeath(std::string_view death);
@@ -49,10 +55,11 @@ private:
 
     void enter(State state, const char* status);
     void noteDeath(std::uint64_t life);
-    void start();
+    void start(int attempts);
     void restarted(int status, std::string reason, const Answered& answered);
     void reset(const Answered& answered);
 
+    Executor& executor_;
     Interpreter& interpreter_;
     Publisher& publisher_;
     const bool isShared_;

@@ -32,10 +32,10 @@ Kernel::Core::Core(Executor& executor, Interpreter& interpreter, Outlet& outlet,
       inputs_(interpreter, publisher_),
       asides_(interpreter, publisher_),
       info_(executor, interpreter),
-      lives_(interpreter, publisher_, options_.isShared,
+      lives_(executor, interpreter, publisher_, options_.isShared,
              {[this] { abortCells(); }, [this] { forgetAll(); },
               [this] {
-                  publishRunning();
+                  publishState();
                   runNext();
               }}),
       lastActivity_(secondsNow()) {
@@ -115,12 +115,15 @@ void Kernel::Core::refuse(const Request& request, const std::string& reason) {
 
 void Kernel::Core::finish(const Request& request) {
     publisher_.status(request.message.header, "idle");
-    publishRunning();
+    publishState();
 }
 
-// Front ends take the last status for the kernel's, whatever its parent.
-void Kernel::Core::publishRunning() {
-    if (job_) publisher_.status(job_->parent(), "busy");
+// Front ends take the last status for the kernel's, whatever its parent. "restarting" they take for another
+// restart.
+void Kernel::Core::publishState() {
+    if (job_) return publisher_.status(job_->parent(), "busy");
+    if (const char* const state = lives_.state())
+        publisher_.status("{}", std::string_view(state) == "dead" ? state : "starting");
 }
 
 void Kernel::Core::queue(std::unique_ptr<Job> job) {
@@ -136,7 +139,7 @@ void Kernel::Core::runNext() {
     job_ = queue_.next();
     if (!job_) return;
     lastParent_ = job_->parent();
-    publishRunning();
+    publishState();
     job_->begin();
 }
 
@@ -144,6 +147,7 @@ void Kernel::Core::ended(const JobEnd& end) {
     inputs_.forget();
     endedJob_ = std::move(job_);
     publisher_.status(endedJob_->parent(), "idle");
+    publishState();
     if (end.abortsCells) {
         abortCells();
         executor_.postAfter(StopOnError::longest,
@@ -159,7 +163,7 @@ void Kernel::Core::ended(const JobEnd& end) {
 void Kernel::Core::abortCells() {
     const auto cells = queue_.takeCells();
     for (const auto& cell : cells) static_cast<Cell&>(*cell).abort();
-    if (!cells.empty()) publishRunning();
+    if (!cells.empty()) publishState();
 }
 
 void Kernel::Core::forgetAll() {

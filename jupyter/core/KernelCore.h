@@ -45,7 +45,7 @@ private:
     void refuse(const Request& request, const std::string& reason);
     /// After the reply to a request that has not waited for its turn.
     void finish(const Request& request);
-    void publishRunning();
+    void publishState();
 
     void takeExecution(const RequestPtr& request);
     void takeComm(const RequestPtr& request);

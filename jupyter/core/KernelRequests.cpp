@@ -26,7 +26,7 @@ void Kernel::Core::takeExecution(const RequestPtr& request) {
     auto cell = std::make_unique<Cell>(parts, request, [this](const JobEnd& end) { ended(end); });
     if (!stop_.covers(*request)) return queue(std::move(cell));
     cell->abort();
-    publishRunning();
+    publishState();
 }
 
 void Kernel::Core::takeComm(const RequestPtr& request) {

@@ -5,6 +5,7 @@
 #include "JsonMembers.h"
 #include "connector/json/ObjectBuilder.h"
 #include "connector/wireWords.h"
+#include "foundation/log/diagnostic_logger.h"
 #include "messages/FrameOrigin.h"
 
 namespace jupyter {
@@ -14,6 +15,7 @@ namespace {
 // For this session alone, in which no other message has it.
 constexpr const char* answerChannel = "/kernel/answer";
 
+constexpr int unavailable = 503;
 constexpr std::size_t batchBytes = std::size_t{64} << 10;
 // Then other tasks of the executor have their turn.
 constexpr std::size_t turnBytes = std::size_t{1} << 20;
@@ -39,6 +41,10 @@ void SessionInterpreter::Feed::listen(std::function<void(const InterpreterEvent&
     received_ = std::move(received);
     hasRoom_ = std::move(hasRoom);
     if (!received_) return session_->setWakeUp(nullptr);
+    subscribe();
+}
+
+void SessionInterpreter::Feed::subscribe() {
     for (const auto* channel : channels) session_->subscribe(channel);
     session_->setWakeUp([weak = weak_from_this()] {
         if (const auto self = weak.lock()) self->wake();
@@ -61,6 +67,8 @@ void SessionInterpreter::Feed::stop() {
     gate_.end();
     received_ = nullptr;
     awaited_.clear();
+    streams_.clear();
+    session_->close();
 }
 
 void SessionInterpreter::Feed::resume() {
@@ -79,11 +87,12 @@ void SessionInterpreter::Feed::drain() {
             break;
         }
         const auto taken = session_->take(batchBytes, std::chrono::milliseconds(0));
-        if (taken.frames.empty()) break;
         for (const auto& frame : taken.frames) {
             bytes += frame->text().size();
             deliver(*frame);
         }
+        if (taken.isClosed && received_) replaceSession();
+        if (taken.isClosed || taken.frames.empty()) break;
     }
     isDraining_ = false;
 }
@@ -91,6 +100,7 @@ void SessionInterpreter::Feed::drain() {
 void SessionInterpreter::Feed::deliver(const messages::MessageFrame& frame) {
     if (frame.channel() == answerChannel) return deliverAnswer(frame.data());
     const auto origin = messages::FrameOrigin::of(frame);
+    if (frame.channel() == connector::wire::channel::completion) streams_.erase(std::string(origin.request));
     if (!received_) return;
     messages::callAndLog([&] {
         received_({.channel = frame.channel(),
@@ -106,11 +116,38 @@ std::uint64_t SessionInterpreter::Feed::await(Answered answered) {
     return lastNumber_;
 }
 
-void SessionInterpreter::Feed::queueAnswer(std::uint64_t number, int status, const std::string& text) {
+void SessionInterpreter::Feed::await(const std::string& request, Refused refused) {
+    streams_.insert_or_assign(request, std::move(refused));
+}
+
+void SessionInterpreter::Feed::refuse(const std::string& request, int status, std::string reason) {
+    post([weak = weak_from_this(), request, status, reason = std::move(reason)] {
+        const auto self = weak.lock();
+        auto refused = self ? self->streams_.extract(request) : decltype(streams_)::node_type();
+        if (refused) refused.mapped()(status, reason);
+    });
+}
+
+// What is told may lead to new requests, which are for the new session.
+void SessionInterpreter::Feed::replaceSession() {
+    const std::string reason =
+        "What comes of it cannot be told, but it may still run: " + session_->closeReason() + ".";
+    foundation::log::DiagnosticLogger("jupyter").error("The interpreter's session was closed: " +
+                                                       session_->closeReason());
+    session_ = open_();
+    subscribe();
+    for (const auto& [number, answered] : std::exchange(awaited_, {}))
+        messages::callAndLog([&] { answered(unavailable, reason); });
+    for (const auto& [request, refused] : std::exchange(streams_, {}))
+        messages::callAndLog([&] { refused(unavailable, reason); });
+}
+
+void SessionInterpreter::Feed::queueAnswer(messages::ClientSession& session, std::uint64_t number, int status,
+                                           const std::string& text) {
     connector::json::ObjectBuilder data;
     data.add("number", number).add("status", status).add("text", text);
     const auto frame = std::make_shared<const messages::MessageFrame>(answerChannel, data.take());
-    if (session_->send(frame)) return;
+    if (session.send(frame)) return;
     // A session that is closed brings nothing that it could come after.
     post([weak = weak_from_this(), frame] {
         if (const auto self = weak.lock()) self->deliverAnswer(frame->data());

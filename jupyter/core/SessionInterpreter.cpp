@@ -45,14 +45,11 @@ std::string textOf(Answer& answer) {
 
 SessionInterpreter::SessionInterpreter(Ways ways, Executor& executor)
     : ways_(std::move(ways)),
-      session_(ways_.messages->openSession(sessionOptions())),
       underWay_(std::make_shared<ClientRequests>()),
-      feed_(std::make_shared<Feed>(session_, executor)) {}
+      feed_(std::make_shared<Feed>(
+          [messages = ways_.messages] { return messages->openSession(sessionOptions()); }, executor)) {}
 
-SessionInterpreter::~SessionInterpreter() {
-    feed_->stop();
-    session_->close();
-}
+SessionInterpreter::~SessionInterpreter() { feed_->stop(); }
 
 SessionInterpreter::Context SessionInterpreter::newContext() const {
     auto context = std::make_shared<ContextState>();
@@ -64,18 +61,23 @@ void SessionInterpreter::stream(const Code& code, Refused refused) {
     const auto context = newContext();
     context->set(RequestOrigin::forPrompt, code.prompt);
     setCapabilities(*context, code.capabilities);
-    RequestOrigin origin{.request = code.request, .pace = session_->pace()};
+    const auto session = feed_->session();
+    RequestOrigin origin{.request = code.request, .pace = session->pace()};
     origin.reservation = ways_.names->reserve(code.request);
-    const auto refuse = [feed = feed_, refused = std::move(refused)](int status, std::string reason) {
-        feed->post([refused, status, reason = std::move(reason)] { refused(status, reason); });
+    if (!origin.reservation) {
+        return feed_->post(
+            [refused = std::move(refused)] { refused(inUse, "a request of this name has not ended"); });
+    }
+    feed_->await(code.request, std::move(refused));
+    const auto refuse = [feed = feed_, request = code.request](int status, std::string reason) {
+        feed->refuse(request, status, std::move(reason));
     };
-    if (!origin.reservation) return refuse(inUse, "a request of this name has not ended");
     RequestOrigin::set(*context, std::move(origin));
     const auto taken = [refuse](const RequestRefusal& refusal) {
         if (refusal.status != 0) refuse(refusal.status, refusal.reason);
     };
     try {
-        ways_.stream(*session_, connector::wire::channel::evalRequest, connector::json::quoted(code.text),
+        ways_.stream(*session, connector::wire::channel::evalRequest, connector::json::quoted(code.text),
                      context, taken);
     } catch (const std::exception& error) {
         refuse(failed, error.what());
@@ -97,17 +99,20 @@ void SessionInterpreter::call(const std::string& type, std::string json, Answere
 }
 
 void SessionInterpreter::callInTurn(const std::string& type, std::string json, Answered answered) {
-    submit(type, std::move(json), [feed = feed_, number = feed_->await(std::move(answered))](Answer answer) {
-        const int status = answer.status;
-        feed->queueAnswer(number, status, textOf(answer));
-    });
+    submit(type, std::move(json),
+           [feed = feed_, session = feed_->session(),
+            number = feed_->await(std::move(answered))](Answer answer) {
+               const int status = answer.status;
+               feed->queueAnswer(*session, number, status, textOf(answer));
+           });
 }
 
 // After what the process that has ended has left.
 void SessionInterpreter::restart(Answered answered) {
-    const auto told = [feed = feed_, number = feed_->await(std::move(answered))](Answer answer) {
+    const auto told = [feed = feed_, session = feed_->session(),
+                       number = feed_->await(std::move(answered))](Answer answer) {
         const int status = answer.status;
-        feed->queueAnswer(number, status, textOf(answer));
+        feed->queueAnswer(*session, number, status, textOf(answer));
     };
     if (!ways_.restart) {
         return told(dispatch::errorAnswer(cannotRestart, "The interpreter's process cannot be restarted."));

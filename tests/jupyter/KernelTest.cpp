@@ -329,7 +329,28 @@ call connector/v1/FEval {"function":"len","arguments":[[]],"nargout":1,"dequeMod
 idle ^
 busy ^c3
 > answer 200 "[0]"
+> done
+execute_reply {"status":"ok","execution_count":2,"user_expressions":{},"payload":[]} ^c3 @A
+idle ^c3
 > state {"id":"default","life":4,"state":"failed","death":{"life":4}}
+dead ^
+> send x_request x1 {}
+busy ^x1
+idle ^x1
+dead ^
+)"},
+                                         KernelCase{"WhatFindsNoRoomDoesNotTellThatTheNextLifeIsDead", R"(
+> state {"id":"default","life":3,"state":"dead","death":{"life":3}}
+restarting ^
+call connector/v1/FEval {"function":"len","arguments":[[]],"nargout":1,"dequeMode":"ppe"}
+> answer 429 too many
+> send x_request x1 {}
+busy ^x1
+idle ^x1
+starting ^
+> wait 1000
+call connector/v1/FEval {"function":"len","arguments":[[]],"nargout":1,"dequeMode":"ppe"}
+> answer 500 it cannot
 dead ^
 )"},
                                          KernelCase{"ARestartAbortsWhatWaitsAndCountsAnew", R"(
@@ -347,8 +368,11 @@ call restart {}
 error {"ename":"InterpreterDied","evalue":"It has died.","traceback":["InterpreterDied: It has died."]} ^c1
 execute_reply {"status":"error","ename":"InterpreterDied","evalue":"It has died.","traceback":["InterpreterDied: It has died."],"execution_count":1,"user_expressions":{},"payload":[]} ^c1 @A
 idle ^c1
+starting ^
+> state {"id":"default","life":1,"state":"dead","death":{"life":1}}
 > state {"id":"default","life":2,"state":"starting","death":null}
 > send execute_request c3 {"code":"3"}
+> state {"id":"default","life":2,"state":"ready","death":null}
 > answer 200
 starting ^
 idle ^

@@ -26,6 +26,7 @@ protected:
                                          [this](auto& session, const auto& channel, const auto& json,
                                                 const auto& context, const auto& taken) {
                                              context_ = context;
+                                             session_ = &session;
                                              session.publish(channel, json, context);
                                              taken(refusal_);
                                          },
@@ -58,6 +59,7 @@ protected:
     std::function<void(dispatch::Answer)> answered_, restarted_;
     std::shared_ptr<ContextState> context_;
     connector::common::RequestRefusal refusal_;
+    messages::ClientSession* session_ = nullptr;
     std::optional<SessionInterpreter> interpreter_;
 };
 
@@ -100,6 +102,20 @@ TEST_F(SessionInterpreterTest, tellsOfARestartAfterWhatTheProcessHasLeft) {
     restarted_({.status = 200, .json = "{}"});
     executor_.run();
     EXPECT_THAT(told_, ElementsAre("/eval/response/output 1 ", "restarted 200 {}"));
+}
+
+TEST_F(SessionInterpreterTest, answersWhatIsUnderWayWhenItsSessionIsClosedAndGoesOnWithAnother) {
+    for (const auto* name : {"done", "r"}) interpreter_->stream({.request = name, .text = "1"}, note(name));
+    publish("/eval/response/completion", "1", {.request = "done"});
+    interpreter_->callInTurn("t", "{}", note("in turn"));
+    session_->close("full");
+    executor_.run();
+    answered_({.status = 200, .json = "late"});
+    publish("/connector/interpreter", "{}");
+    executor_.run();
+    const std::string reason = " 503 What comes of it cannot be told, but it may still run: full.";
+    EXPECT_THAT(told_, ElementsAre("/eval/response/completion 1 done", "in turn" + reason, "r" + reason,
+                                   "/connector/interpreter {} "));
 }
 
 TEST_F(SessionInterpreterTest, tellsNothingAfterItsEnd) {

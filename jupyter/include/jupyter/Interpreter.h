@@ -28,7 +28,8 @@ class Interpreter {
 public:
     /// With an HTTP status and, where it is not 200, the reason; else the JSON of the response.
     using Answered = std::function<void(int status, std::string text)>;
-    /// With an HTTP status and the reason why the code is not run: then nothing comes of it.
+    /// With an HTTP status and the reason why the code is not run, or why nothing more can be known of it:
+    /// then nothing comes of it.
     using Refused = std::function<void(int status, std::string reason)>;
 
     struct Code {

@@ -63,7 +63,6 @@ private:
     void submit(const std::string& type, std::string json, std::function<void(dispatch::Answer)> answered);
 
     const Ways ways_;
-    const std::shared_ptr<messages::ClientSession> session_;
     const std::shared_ptr<connector::common::ClientRequests> underWay_;  // what an interrupt takes back
     const std::shared_ptr<Feed> feed_;
 };
