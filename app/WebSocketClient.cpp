@@ -43,6 +43,7 @@ const std::string subprotocol(jupyter::wire::webSocketV1);
 constexpr auto patience = 60s;
 constexpr auto longEnough = 10s;  // of a connection, to count as one
 constexpr auto handshakeLimit = 10s;
+constexpr auto closeLimit = 1s;
 constexpr auto silenceLimit = 30s;  // half of it, and it is pinged
 constexpr auto shortestDelay = 100ms;
 constexpr auto longestDelay = 2s;
@@ -68,11 +69,7 @@ public:
     ~Impl() {
         if (!thread_.joinable()) return;
         connection_.abort();
-        asio::post(connection_.context, [this] {
-            delay_.cancel();
-            if (stream_) close();
-            finish("the program ends");
-        });
+        asio::post(connection_.context, [this] { leave(); });
         thread_.join();
     }
 
@@ -121,6 +118,7 @@ private:
     void read();
     void write();
     void ping();
+    void leave();
     void finish(const std::string& reason);
     void close() {
         with([](auto& stream) { beast::get_lowest_layer(stream).close(); });
@@ -142,9 +140,9 @@ private:
     // The thread's.
     std::optional<std::variant<Plain, Secure>> stream_;
     bool isOpen_ = false;
-    bool isHeld_ = false;                                             // nothing is written before goOn
-    bool isReading_ = false, isWriting_ = false, isPinging_ = false;  // an operation is under way
-    std::string loss_;                                                // why the connection is no more
+    bool isHeld_ = false;  // nothing is written before goOn
+    bool isReading_ = false, isWriting_ = false, isPinging_ = false, isClosing_ = false;  // is under way
+    std::string loss_;  // why the connection is no more
     beast::flat_buffer buffer_;
     std::deque<std::pair<std::uint64_t, std::string>> queue_;  // the first one is written while isWriting_
     // Numbers of messages. A pong tells that what was written before its ping has arrived.
@@ -240,7 +238,7 @@ void WebSocketClient::Impl::converse() {
     read();
     write();
     connection_.context.restart();
-    while (isOpen_ || isReading_ || isWriting_ || isPinging_) connection_.context.run_one();
+    while (isOpen_ || isReading_ || isWriting_ || isPinging_ || isClosing_) connection_.context.run_one();
     stream_.reset();
     isHeld_ = true;
     if (!connection_.isAborted()) listener_->lost(loss_, confirmed_, written_);
@@ -294,6 +292,27 @@ void WebSocketClient::Impl::settle(bool& isUnderWay, const error_code& error) {
             finish(lost.what());
         }
     }
+}
+
+// The server is told that nobody comes back.
+void WebSocketClient::Impl::leave() {
+    constexpr const char* reason = "the program ends";
+    delay_.cancel();
+    if (!isOpen_) {
+        if (stream_) close();
+        return;
+    }
+    isClosing_ = true;
+    with([this](auto& stream) {
+        stream.async_close(websocket::close_code::normal, [this](const error_code&) {
+            isClosing_ = false;
+            finish(reason);
+        });
+    });
+    delay_.expires_after(closeLimit);
+    delay_.async_wait([this](const error_code& error) {
+        if (!error) finish(reason);
+    });
 }
 
 void WebSocketClient::Impl::finish(const std::string& reason) {

@@ -1,7 +1,9 @@
 """The relay between the sockets of front ends and the interpreter of a server: two clients at a time."""
 
+import pathlib
 import signal
 import subprocess
+import tempfile
 import unittest
 
 import kernels
@@ -18,7 +20,8 @@ def text_of(messages, name="stdout"):
 
 class RelayTest(unittest.TestCase):
     def setUp(self):
-        self.server = self.enterContext(Server("--allow-host", "127.0.0.1"))
+        self.access = pathlib.Path(self.enterContext(tempfile.TemporaryDirectory()), "access")
+        self.server = self.enterContext(Server("--allow-host", "127.0.0.1", "--access-log", str(self.access)))
 
     def start(self, *arguments, url=None):
         """The relay, and two clients of it."""
@@ -80,6 +83,9 @@ class RelayTest(unittest.TestCase):
                 outcome = run("eval", "--url", self.server.url, "kept")
                 self.assertIn(found, outcome[1] + outcome[2])
                 run("eval", "--url", self.server.url, "globals().pop('kept', 0)")
+        self.server.stop()
+        closed = [line for line in self.access.read_text().splitlines() if "CLOSE" in line]
+        self.assertEqual([" 1006 " in line for line in closed], [False] * len(rows), closed)
 
     def test_a_start_that_fails_says_why(self):
         port = self.server.port
