@@ -6,6 +6,7 @@
 #include <variant>
 
 #include "foundation/json/Value.h"
+#include "standalone/TaggedEvent.h"
 
 /// The beginning of a JSON string that is longer than a number of bytes.
 inline std::string cutJsonString(const std::string& json, std::size_t bytes) {
@@ -20,10 +21,12 @@ inline std::string cutJsonString(const std::string& json, std::size_t bytes) {
 }
 
 /// Fits the event of a display into the messages of clients: where its data is larger than they may be, only
-/// the text is kept, or what fits of it, and the member `note` names the types that are left out.
+/// the text is kept, or what fits of it, and the member `note` names the types that are left out. What a
+/// notebook shows is not cut, whose clients make room for it; the member that says so goes.
 inline void fitDisplay(std::map<std::string, foundation::json::Value>& members) {
     using foundation::json::Value;
     constexpr std::size_t longest = std::size_t{4} << 20U;
+    if (members.erase(standalone::TaggedEvent::ofNotebook) > 0) return;
     const auto sizeOf = [](const Value& value) {
         const auto* const json = std::get_if<Value::Json>(&value.content());
         return json != nullptr ? json->text.size() : 0;

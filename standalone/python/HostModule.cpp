@@ -303,6 +303,9 @@ PyObject* raiseDisplay(PyObject*, PyObject* arguments) {
         EventMembers writer(longestDisplay);
         if (!writer.add(data, types) || !writer.add(others, members)) return nullptr;
         members.emplace("data", std::move(types));
+        if (bound != nullptr && bound->hasCapability("notebook")) {
+            members.emplace(TaggedEvent::ofNotebook, true);
+        }
         const bool goesOn = bound == nullptr || bound->raiseEvent(u"display", std::move(members));
         return goesOn ? newNone() : nullptr;
     });

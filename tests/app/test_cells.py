@@ -25,6 +25,7 @@ PLAIN = [
     ("await task", ("display", '"5"')),
     ("import threading; go = threading.Event(); t = threading.Thread(target=lambda: (go.wait(), display(7))); t.start()",),
     ("go.set(); t.join()", ("display", '"7"')),
+    ("display({'image/png': bytes(5_000_000)}, raw=True)", ("display", '"data": {"image/png": "AAA')),
     ("display(display_id='later');", ("display", '"data": {}.*"later"')),
     ("exit", ("payload", '{"source": "ask_exit", "keepkernel": false}')),
     ("quit()", ("payload", "ask_exit")),
@@ -47,7 +48,7 @@ GUEST = [
     ("%%capture c\nprint(1); display(2); 3",),
     ("c.stdout, len(c.outputs)", ("display", r"1\\\\n', 2\)")),
     ("len?", ("payload", '"source": "page".*Docstring: Return the number')),
-    ("%recall 22", ("payload", '"set_next_input", "text": "get_ipython')),
+    (f"%recall {len(PLAIN) + 1}", ("payload", '"set_next_input", "text": "get_ipython')),
     ("from IPython.display import HTML, clear_output, display\nh = display(HTML('<b>'), display_id='k')\n"
      "clear_output(wait=True); h.update(HTML('<i>'))",
      ("display", '"text/html": "<b>".*"display", .*"k"'), ("clear", "true"), ("display", '<i>.*"update".*"k"')),

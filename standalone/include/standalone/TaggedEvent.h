@@ -16,6 +16,8 @@ public:
     using Members = std::map<std::string, foundation::json::Value>;
 
     static constexpr const char16_t* typeName = u"standalone::TaggedEvent";
+    /// A member of the tag "display" that is not for clients: a cell of a notebook shows it.
+    static constexpr const char* ofNotebook = "ofNotebook";
 
     TaggedEvent(std::u16string tag, Members eventMembers)
         : BaseEvent({typeName, {std::move(tag)}}), members(std::move(eventMembers)) {}

@@ -1,5 +1,6 @@
 """Has cells of notebooks make tasks of asyncio before they await any: the loop does not run yet, and not between cells."""
 
+import functools
 import sys
 import threading
 
@@ -11,9 +12,10 @@ def lend_loop():
     asyncio = sys.modules["asyncio"]
     create = asyncio.create_task
 
+    @functools.wraps(create)
     def create_task(coro, **options):
-        is_cell = _host.has_capability("notebook") and threading.current_thread() is threading.main_thread()
-        if not is_cell or asyncio._get_running_loop() is not None:
+        is_main = asyncio._get_running_loop() is None and threading.current_thread() is threading.main_thread()
+        if not (is_main and _host.has_capability("notebook")):
             return create(coro, **options)
         from ._loop import usable_loop
 
