@@ -49,7 +49,11 @@ void Cell::begin() {
                                  Members().add("code", code_).add("execution_count", number));
     }
     if (storesHistory_) parts_.count.last = number;
-    Interpreter::Code code{.request = name(), .text = code_, .capabilities = {"display", "notebook"}};
+    if (storesHistory_) parts_.count.others = 0;
+    // Tracebacks have the number; code that is not stored needs a name of its own for its lines to be found.
+    const std::string cell = "cell=" + std::to_string(number) +
+                             (storesHistory_ ? "" : '.' + std::to_string(++parts_.count.others));
+    Interpreter::Code code{.request = name(), .text = code_, .capabilities = {"display", "notebook", cell}};
     if (allowsInput_) code.capabilities.emplace_back("stdin");
     parts_.interpreter.stream(code, lifetime_.guarded([this](int, const std::string& reason) {
         fail(ErrorText::of("Refused", reason));

@@ -13,7 +13,8 @@ class History;
 
 /// Counts the cells of a kernel.
 struct CellCount {
-    std::uint64_t last = 0;  ///< of the cell that used one up last
+    std::uint64_t last = 0;    ///< of the cell that used one up last
+    std::uint64_t others = 0;  ///< after that, that have used up none
 };
 
 /// An execute_request.

@@ -26,6 +26,7 @@
 #include "python/ImportGuard.h"
 #include "python/InterpreterServices.h"
 #include "python/PyRef.h"
+#include "python/capability.h"
 #include "python/eventMembers.h"
 #include "python/printText.h"
 #include "python/pythonText.h"
@@ -311,6 +312,11 @@ PyObject* raiseDisplay(PyObject*, PyObject* arguments) {
     });
 }
 
+PyObject* cellNumberOfRequest(PyObject*, PyObject*) {
+    const auto number = bound != nullptr ? cellNumber(bound->runningOptions()) : std::string_view();
+    return PyUnicode_FromStringAndSize(number.data(), static_cast<Py_ssize_t>(number.size()));
+}
+
 PyObject* hasClientCapability(PyObject*, PyObject* capability) {
     const char* const wanted = PyUnicode_AsUTF8(capability);
     if (wanted == nullptr) return nullptr;
@@ -423,6 +429,8 @@ std::array functions = {
                 "The same for the event of a display, with its data by type, and its other members."},
     PyMethodDef{"show_result", showResult, METH_O,
                 "Shows the value of an expression: as text, and to clients that listen to displays."},
+    PyMethodDef{"cell_number", cellNumberOfRequest, METH_NOARGS,
+                "The number of the cell that runs, as its notebook shows it, or an empty text."},
     PyMethodDef{"has_capability", hasClientCapability, METH_O,
                 "Tells whether the client of the running request, or of the one that started the thread, has "
                 "said that it has a capability."},

@@ -129,7 +129,7 @@ INSTANTIATE_TEST_SUITE_P(Cells, KernelScriptTest,
 > send execute_request c1 @B {"code":"\u00e9","allow_stdin":true}
 busy ^c1
 execute_input {"code":"é","execution_count":1} ^c1
-run display notebook stdin: é
+run display notebook cell=1 stdin: é
 > event output "a\n\u003c"
 stream {"name":"stdout","text":"a\n\u003c"} ^c1
 > event display {"data":{"text/plain":"2, \"}"},"kind":"result","metadata":{"a":1,"numora":{"table":"t"}},"request":"r","transient":{}}
@@ -192,19 +192,19 @@ execute_reply {"status":"error","ename":"E","evalue":"no","traceback":["Tracebac
 idle ^c4
 busy ^c5
 execute_input {"code":"5","execution_count":3} ^c5
-run display notebook: 5
+run display notebook cell=3.1: 5
 > done
 execute_reply {"status":"ok","execution_count":2,"user_expressions":{},"payload":[]} ^c5 @A
 idle ^c5
 > wait 250
 > send execute_request c7 =2000 {"code":"7","silent":true}
 busy ^c7
-run display notebook: 7
+run display notebook cell=3.2: 7
 )"},
                                          KernelCase{"ASilentCellShowsNoResultAndIsNotCounted", R"(
 > send execute_request c1 {"code":"1","silent":true,"user_expressions":{"\"k":"x"}}
 busy ^c1
-run display notebook: 1
+run display notebook cell=1.1: 1
 > event display {"data":{},"kind":"result","metadata":{},"request":"r","transient":{}}
 > done
 call connector/v1/FEval {"function":"numora._notebook.expressions","arguments":[{"\"k":"x"}],"nargout":1,"dequeMode":"ppe"}
@@ -380,7 +380,7 @@ shutdown_reply {"status":"ok","restart":true} ^d1 @A
 idle ^d1
 busy ^c3
 execute_input {"code":"3","execution_count":1} ^c3
-run display notebook: 3
+run display notebook cell=1: 3
 )"},
                                          KernelCase{"AKernelOfItsOwnEndsForItsOwnerToStartItAgain", R"(
 > send shutdown_request d1 {"restart":true}
@@ -436,7 +436,7 @@ TEST_F(KernelTest, keepsHeadersAsTheyCameAndMendsWhatIsNoJson) {
         receive(header);
     EXPECT_EQ(transcript_, "");
     receive(R"({"msg_id":"3","msg_type":"execute_request"})");
-    EXPECT_THAT(transcript_, testing::EndsWith("run display notebook: \uFFFDé\n"));
+    EXPECT_THAT(transcript_, testing::EndsWith("run display notebook cell=1: \uFFFDé\n"));
 }
 
 TEST_F(KernelTest, refusesWhatIsTooMuch) {

@@ -91,6 +91,15 @@ class RobustnessTest(unittest.TestCase):
         self.assert_answered(requests, *self.client.all_of(requests))
         self.assertEqual(self.client.run("print(6 * 7)")[1], "42\n")
 
+    def test_tracebacks_have_the_numbers_that_are_shown(self):
+        last = self.client.run("1")[0]["execution_count"]
+        self.client.run("def fail():\n  1 / 0", silent=True)
+        self.client.run("0", store_history=False)
+        reply = self.client.run("fail()")[0]
+        self.assertEqual(reply["execution_count"], last + 1)
+        self.assertIn(f'File "<cell {last + 1}>", line 1, in <module>\n    fail()\n  File "<cell {last + 1}.1>", line 2, in fail\n    1 / 0\n',
+                      "\n".join(reply["traceback"]))
+
     def test_unknown_requests_are_busy_and_idle(self):
         request = self.client.send("shell", "walk_the_dog_request", {})
         states = [came["content"]["execution_state"] for came in self.client.outputs(request)]

@@ -8,6 +8,7 @@ import _numora_host as _host
 from . import _guest, _user
 
 count = 0
+_file = "<cell 0>"
 _has_failed = False
 
 # Lines that only the guest understands, and what makes code look as if it had some.
@@ -20,8 +21,10 @@ _AWAIT_OUTSIDE, _TREE_ONLY, _IS_COROUTINE = 0x2000, 0x400, 0x80  # flags of comp
 
 def begin(code):
     """Before a cell runs; gives the name of its file."""
-    global count
-    count += 1
+    global count, _file
+    number = re.fullmatch(r"(\d{1,9})(\.\d+)?", _host.cell_number())  # with a point, the cell does not use it up
+    count = int(number[1]) if number else count + 1
+    _file = "<cell %s>" % (number[0] if number else count)
     leave_open_figures()
     if "numora._loop" in sys.modules:
         sys.modules["numora._loop"].usable_loop()  # asyncio.run() has left none
@@ -30,7 +33,7 @@ def begin(code):
         guest = _guest_if_it_works()
     if guest:
         guest.before(count, code)
-    return "<cell %d>" % count
+    return _file
 
 
 def _guest_if_it_works():
@@ -110,11 +113,10 @@ def run(code):
     """Runs code as a cell does, and shows the value of an expression at its end."""
     import ast
 
-    file = "<cell %d>" % count
-    tree = compile(code, file, "exec", _TREE_ONLY, dont_inherit=True)
+    tree = compile(code, _file, "exec", _TREE_ONLY, dont_inherit=True)
     last = tree.body.pop() if tree.body and isinstance(tree.body[-1], ast.Expr) else None
     trees = [(tree, "exec"), *([(ast.Interactive([last]), "single")] if last else ())]
-    codes = [compile(part, file, mode, _AWAIT_OUTSIDE, dont_inherit=True) for part, mode in trees]
+    codes = [compile(part, _file, mode, _AWAIT_OUTSIDE, dont_inherit=True) for part, mode in trees]
     if any(part.co_flags & _IS_COROUTINE for part in codes):
         from ._loop import run, run_in_turn
 

@@ -208,7 +208,7 @@ def before(number, code):
     shell.execution_count = number
     history = shell.history_manager
     for inputs in (history.input_hist_parsed, history.input_hist_raw):
-        inputs.extend([""] * (number - len(inputs)))
+        inputs[number:] = [""] * (number - len(inputs))  # a cell that uses no number up has that of the next one
     history.store_inputs(number, code)
     begin()
     _running = ExecutionInfo(code, True, False, True, None)
