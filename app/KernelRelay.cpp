@@ -5,7 +5,9 @@
 #include <exception>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
+#include <thread>
 #include <utility>
 
 #include <Poco/JSON/Object.h>
@@ -17,6 +19,7 @@
 
 #include "HttpClient.h"
 #include "KernelProcess.h"
+#include "StopDeadline.h"
 #include "WebSocketClient.h"
 #include "connector/json/ObjectBuilder.h"
 #include "jupyter/relay/Relay.h"
@@ -35,6 +38,7 @@ using connector::json::ObjectBuilder;
 
 constexpr auto limit = std::chrono::seconds(30);
 constexpr auto restartLimit = std::chrono::seconds(60);
+constexpr auto timeToEnd = std::chrono::seconds(5);
 constexpr const char* kernels = "/api/kernels";
 
 ServerAddress placeOf(ServerAddress server, bool isNew) {
@@ -76,6 +80,11 @@ public:
         if (!isNew_) valueIn(http_.post(path() + "/restart", "{}", restartLimit));
     }
 
+    /// Ends a restart that is under way: nobody waits for it any more.  Threads: any.
+    void abort() {
+        if (!isNew_) http_.abort();
+    }
+
 private:
     std::string path() const { return kernels + ("/" + id_); }
 
@@ -84,13 +93,36 @@ private:
     std::string id_;
 };
 
-void passOn(asio::signal_set& signals, jupyter::SocketThread& sockets) {
-    signals.async_wait([&](const boost::system::error_code& error, int signal) {
-        if (error) return;
-        sockets.raise(signal);
-        passOn(signals, sockets);
-    });
-}
+/// Passes signals on to the sockets, on a thread of its own, since the others may wait for the server. Those
+/// that come after the first SIGTERM end the process.
+class Signals {
+public:
+    explicit Signals(jupyter::SocketThread& sockets) : sockets_(sockets) {
+        wait();
+        thread_ = std::thread([this] { context_.run(); });
+    }
+    ~Signals() {
+        context_.stop();
+        thread_.join();
+    }
+    Signals(const Signals&) = delete;
+    Signals& operator=(const Signals&) = delete;
+
+private:
+    void wait() {
+        signals_.async_wait([this](const boost::system::error_code& error, int signal) {
+            if (error) return;
+            if (signal == SIGTERM) signals_.clear();
+            sockets_.raise(signal);
+            if (signal != SIGTERM) wait();
+        });
+    }
+
+    jupyter::SocketThread& sockets_;
+    asio::io_context context_;
+    asio::signal_set signals_{context_, SIGINT, SIGTERM};
+    std::thread thread_;
+};
 
 std::string problemOf(const std::function<void()>& action) {
     try {
@@ -105,38 +137,41 @@ std::string problemOf(const std::function<void()>& action) {
 
 int runKernelRelay(const std::filesystem::path& connectionFile, const ServerAddress& server, bool isNew) {
     const auto parent = jupyter::parentToWatch();
+    std::optional<StopDeadline> deadline;
     ServerKernel kernel(server, isNew);
     asio::io_context tasks;  // of this thread, which may wait for the server
     const auto work = asio::make_work_guard(tasks);
     std::string failure;
-    const jupyter::RelayOptions options{.release =
-                                            [&](bool isRestart, const auto& done) {
-                                                asio::post(tasks, [&kernel, isRestart, done] {
-                                                    done(problemOf([&] {
-                                                        if (isRestart) kernel.restart();
-                                                    }));
-                                                });
-                                            },
-                                        .ended =
-                                            [&](const std::string& reason) {
-                                                asio::post(tasks, [&tasks, &failure, reason] {
-                                                    failure = reason;
-                                                    tasks.stop();
-                                                });
-                                            }};
+    const jupyter::RelayOptions options{
+        .release =
+            [&](bool isRestart, const auto& done) {
+                asio::post(tasks, [&kernel, isRestart, done] {
+                    done(problemOf([&] {
+                        if (isRestart) kernel.restart();
+                    }));
+                });
+            },
+        .ended =
+            [&](const std::string& reason) {
+                deadline.emplace(timeToEnd, "The server does not answer; the process ends without it.",
+                                 reason.empty() ? 0 : 1);
+                kernel.abort();
+                asio::post(tasks, [&tasks, &failure, reason] {
+                    failure = reason;
+                    tasks.stop();
+                });
+            }};
     const auto sockets = openSockets(connectionFile);
-    asio::signal_set signals(tasks, SIGINT, SIGTERM);
-    passOn(signals, *sockets);
+    const Signals signals(*sockets);
     sockets->start([&] {
         jupyter::watchParent(*sockets, parent, [&sockets] { sockets->raise(SIGTERM); });
         auto socket = std::make_unique<WebSocketClient>(server.withoutInterpreter(), kernel.id());
         return std::make_unique<jupyter::Relay>(*sockets, *sockets, std::move(socket), options);
     });
     tasks.run();
+    if (!failure.empty()) printError(STDERR_FILENO, failure);
     sockets->stop();
-    if (failure.empty()) return 0;
-    printError(STDERR_FILENO, failure);
-    return 1;
+    return failure.empty() ? 0 : 1;
 }
 
 }  // namespace app

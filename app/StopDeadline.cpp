@@ -1,6 +1,7 @@
 #include "StopDeadline.h"
 
 #include <cstdlib>
+#include <utility>
 
 #include "foundation/log/diagnostic_logger.h"
 
@@ -12,7 +13,8 @@ constexpr auto timeForLog = std::chrono::milliseconds(200);
 
 }  // namespace
 
-StopDeadline::StopDeadline(std::chrono::milliseconds limit) : limit_(limit), thread_([this] { run(); }) {}
+StopDeadline::StopDeadline(std::chrono::milliseconds limit, std::string reason, int status)
+    : limit_(limit), reason_(std::move(reason)), status_(status), thread_([this] { run(); }) {}
 
 StopDeadline::~StopDeadline() {
     {
@@ -26,10 +28,9 @@ StopDeadline::~StopDeadline() {
 void StopDeadline::run() {
     std::unique_lock lock(mutex_);
     if (changed_.wait_for(lock, limit_, [this] { return isOver_; })) return;
-    foundation::log::DiagnosticLogger("numora").error(
-        "The running code does not end; the process ends without it.");
+    foundation::log::DiagnosticLogger("numora").error(reason_);
     foundation::log::flush(timeForLog);
-    std::_Exit(0);
+    std::_Exit(status_);
 }
 
 }  // namespace app

@@ -1,5 +1,6 @@
 """The relay between the sockets of front ends and the interpreter of a server: two clients at a time."""
 
+import os
 import pathlib
 import signal
 import subprocess
@@ -86,6 +87,17 @@ class RelayTest(unittest.TestCase):
         self.server.stop()
         closed = [line for line in self.access.read_text().splitlines() if "CLOSE" in line]
         self.assertEqual([" 1006 " in line for line in closed], [False] * len(rows), closed)
+
+    def test_the_second_signal_ends_a_relay_that_waits_for_its_server(self):
+        kernel, client, _ = self.start("--new")
+        os.kill(self.server.pid, signal.SIGSTOP)
+        request = client.execute("1")
+        large = client.send("shell", "complete_request", {"code": "x" * (16 << 20)})
+        self.assertEqual(client.reply(large)["evalue"], "a message must have at most 16 MiB")
+        kernel.process.send_signal(signal.SIGTERM)
+        self.assertEqual(client.reply(request)["evalue"], "the kernel was shut down")
+        kernel.process.send_signal(signal.SIGTERM)
+        self.assertEqual(self.end(kernel)[0], -signal.SIGTERM)
 
     def test_a_start_that_fails_says_why(self):
         port = self.server.port
