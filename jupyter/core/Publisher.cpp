@@ -7,6 +7,7 @@
 #include "connector/identifiers.h"
 #include "connector/json/escape.h"
 #include "foundation/core/utcText.h"
+#include "lenientJson.h"
 
 namespace jupyter {
 
@@ -41,6 +42,8 @@ std::string Publisher::newId() { return session_ + '_' + std::to_string(++last_)
 
 Message Publisher::made(Channel channel, const std::string& parent, std::string_view type, std::string id,
                         std::string content) {
+    // Notebooks with halves of surrogate pairs could not be saved.
+    if (content.find("\\ud") != std::string::npos) content = repaired(content);
     Message message{.channel = channel, .parent = parent, .content = std::move(content)};
     message.header = Members()
                          .add("msg_id", id)

@@ -39,6 +39,8 @@ std::pair<std::string_view, std::size_t> repairedEscape(std::string_view text) {
     return {isHalf ? "\\ufffd" : text.substr(0, escapeSize), escapeSize};
 }
 
+}  // namespace
+
 std::string repaired(std::string_view json) {
     constexpr std::array<std::string_view, 3> noNumbers = {"NaN", "-Infinity", "Infinity"};
     std::string result;
@@ -60,8 +62,6 @@ std::string repaired(std::string_view json) {
     }
     return result;
 }
-
-}  // namespace
 
 Poco::JSON::Object::Ptr parseLeniently(std::string& json, std::string_view asText) {
     using connector::json::parse;

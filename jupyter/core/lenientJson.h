@@ -13,4 +13,7 @@ namespace jupyter {
 /// Throws: connector::json::ParseError; std::invalid_argument, for another value.
 Poco::JSON::Object::Ptr parseLeniently(std::string& json, std::string_view asText = {});
 
+/// Valid JSON of what is such JSON.
+std::string repaired(std::string_view json);
+
 }  // namespace jupyter

@@ -136,6 +136,8 @@ stream {"name":"stdout","text":"a\n\u003c"} ^c1
 execute_result {"data":{"text/plain":"2, \"}"},"metadata":{"a":1},"execution_count":1} ^c1
 > event display {"data":{},"kind":"update","metadata":{},"request":"r","transient":{"display_id":"d"}}
 update_display_data {"data":{},"metadata":{},"transient":{"display_id":"d"}} ^c1
+> event display {"data":{"text/plain":"\\ud83d \ud83d\ude00\udc00"},"kind":"display","metadata":{}}
+display_data {"data":{"text/plain":"\\ud83d \ud83d\ude00\ufffd"},"metadata":{},"transient":{}} ^c1
 > event figure {"number":1,"png":"aGk=","svg":null,"text":"F"}
 display_data {"data":{"image/png":"aGk=","text/plain":"F"},"metadata":{},"transient":{}} ^c1
 > event clear {"request":"r","wait":true}
