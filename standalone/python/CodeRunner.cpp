@@ -2,6 +2,7 @@
 #include "python/CodeRunner.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdlib>
 #include <stdexcept>
 #include <string_view>
@@ -43,6 +44,14 @@ bool isIncompleteInputSet() {
 
 bool isCoroutine(PyObject* code) {
     return (reinterpret_cast<PyCodeObject*>(code)->co_flags & CO_COROUTINE) != 0;
+}
+
+// Whether a cell that may be Python, such as `ls -l`, is meant as a magic without its %: those that are
+// written so.
+bool mayBeMagic(std::u16string_view code) {
+    constexpr std::array<std::u16string_view, 5> names = {u"cd", u"conda", u"ls", u"pip", u"pwd"};
+    const auto name = code.substr(0, code.find_first_of(u" \t\r\n"));
+    return std::ranges::find(names, name) != names.end();
 }
 
 // Whether the code that was compiled defines functions or classes, which may outlive its run.
@@ -117,7 +126,8 @@ CodeRunner::Result CodeRunner::execute(const std::u16string& code, Kind kind) {
     }
     PyErr_Clear();
 
-    if (!compile(piece) && !(kind == Kind::Cell && compileAsCell(piece))) {
+    const bool isMagic = kind == Kind::Cell && mayBeMagic(code) && compileAsCell(piece);
+    if (!isMagic && !compile(piece) && !(kind == Kind::Cell && compileAsCell(piece))) {
         if (kind == Kind::Cell || !isIncompleteInputSet()) return failed();
         PyErr_Clear();
         return Result::Incomplete;
@@ -154,12 +164,14 @@ bool CodeRunner::compile(Piece& piece) {
     return static_cast<bool>(piece.tree);
 }
 
-// Compiles what the magics and the like of a cell stand for. Where it has none the error stays set.
+// Compiles what the magics and the like of a cell stand for. Where it has none the error stays set, if there
+// is one.
 bool CodeRunner::compileAsCell(Piece& piece) {
     PyObject *type = nullptr, *error = nullptr, *trace = nullptr;
     PyErr_Fetch(&type, &error, &trace);
     PyErr_NormalizeException(&type, &error, &trace);
-    PyRef code(PyObject_CallMethod(runtimeModule_.get(), "plain_cell", "OO", piece.source.get(), error));
+    PyRef code(PyObject_CallMethod(runtimeModule_.get(), "plain_cell", "OO", piece.source.get(),
+                                   error != nullptr ? error : Py_None));
     const bool isPlain = code && PyUnicode_Check(code.get()) != 0;
     if (isPlain || !code) {  // what fails there is the error
         Py_XDECREF(type);

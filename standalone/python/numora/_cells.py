@@ -12,7 +12,9 @@ _file = "<cell 0>"
 _has_failed = False
 
 # Lines that only the guest understands, and what makes code look as if it had some.
-_MAGIC = re.compile(r"^[ \t]*[%!?]|\A[,;/]|=\s*[%!]|\?[ \t]*$|^[ \t]*(?:>>>|In \[)|\A[ \t]+\S|\A(?:pip|conda|cd)[ \t]", re.MULTILINE)
+_MAGIC = re.compile(
+    r"^[ \t]*[%!?]|\A[,;/]|=\s*[%!]|\?[ \t]*$|^[ \t]*(?:>>>|In \[)|\A[ \t]+\S"
+    r"|\A(?:cd|conda|ls|pip|pwd)(?:[ \t]+[^=\s]|[ \t]*$)", re.MULTILINE)
 # What editors send to every Python kernel at its start.
 _SIMPLE = re.compile(
     r"^%(?:matplotlib[ \t]+inline|config[ \t]+Completer\.\S*.*|(cd)(?:[ \t]+([^-${\n][^${\n]*?))?)[ \t]*$", re.MULTILINE)
@@ -57,9 +59,11 @@ def leave_open_figures():
 
 
 def plain(code, error):
-    """The Python code that a cell stands for whose own code is none, as an error says; or None."""
-    guest = _guest.made()
+    """The Python code that a cell stands for whose own code is none, as an error says, or may be none; or None."""
     is_one_line = "\n" not in code.strip()  # which may be a magic without its %
+    if error is None and (not is_one_line or code.split()[0] in _user.variables):
+        return None
+    guest = _guest.made()
     if not (_MAGIC.search(code) or guest and is_one_line):
         return None
     if guest is None:
@@ -67,7 +71,8 @@ def plain(code, error):
         if simple != code and _is_python(simple):
             return simple
         if not _guest.is_available():
-            error.add_note("Magics, ! and ? need IPython: install python3-ipython.")
+            if error:
+                error.add_note("Magics, ! and ? need IPython: install python3-ipython.")
             return None
         guest = _guest.load()
         guest.before(count, code)

@@ -117,7 +117,7 @@ def begin_cell(code):
 
 
 def plain_cell(code, error):
-    """The Python code that a cell stands for whose own code is none, as an error says; or None."""
+    """The Python code that a cell stands for whose own code is none, as an error says, or may be none; or None."""
     from ._cells import plain
 
     return plain(code, error)
