@@ -168,9 +168,9 @@ class _Printed:
             return
         texts, self._texts = self._texts, {}
         for name, parts in texts.items():
-            text = "".join(parts)
-            if text:
-                _host.raise_event("comm", {"kind": "stream", "comm_id": self._comm_id, "name": name, "text": text})
+            event = {"kind": "stream", "comm_id": self._comm_id, "name": name, "text": "".join(parts)}
+            if event["text"]:
+                _host.raise_event("comm", event)
 
 
 def stand_in():
