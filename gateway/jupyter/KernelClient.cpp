@@ -97,7 +97,8 @@ bool KernelClient::hasSession(std::string_view session) const {
 }
 
 bool KernelClient::isWaitedFor(std::chrono::milliseconds patience) const {
-    return socket_ && bytes_ + socket_->unsentBytes() >= waitedFor &&
+    // Asked for room, the socket tells when there is some.
+    return socket_ && !socket_->hasRoom() && bytes_ + socket_->unsentBytes() >= waitedFor &&
            Clock::now() - socket_->lastProgress() < patience;
 }
 

@@ -73,8 +73,9 @@ void Cell::take(const InterpreterEvent& event) {
 void Cell::takePayload(const InterpreterEvent& event) {
     auto payload = event;
     const auto source = JsonMembers(JsonMembers(event.data).jsonOr("payload", "{}")).text("source");
-    if (parts_.isShared && source == "ask_exit") {
-        payload.data = R"({"payload":{"source":"ask_exit","keepkernel":true}})";
+    if (source == "ask_exit") {
+        endsKernel_ = !parts_.isShared;
+        if (parts_.isShared) payload.data = R"({"payload":{"source":"ask_exit","keepkernel":true}})";
     }
     output().take(payload);
 }
@@ -121,7 +122,7 @@ Members Cell::replyMembers(const std::string& expressions) {
 void Cell::succeed(const std::string& expressions) {
     parts_.publisher.reply(*request(), Members().add("status", "ok").addMembers(replyMembers(expressions)),
                            Members().add("started", started_).add("status", "ok").take());
-    ended_({});
+    ended_({.endsKernel = endsKernel_});
 }
 
 void Cell::fail(ErrorText error) {
@@ -134,7 +135,10 @@ void Cell::fail() {
     const Members error = Members().add("status", "error").addMembers(output().error()->members());
     parts_.publisher.reply(*request(), Members(error).addMembers(replyMembers("{}")),
                            Members().add("started", started_).add("status", "error").take());
-    ended_({.abortsCells = stopsOnError_ || !death_.empty(), .time = time, .death = death_});
+    ended_({.abortsCells = stopsOnError_ || !death_.empty(),
+            .time = time,
+            .endsKernel = endsKernel_,
+            .death = death_});
 }
 
 }  // namespace jupyter

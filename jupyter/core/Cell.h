@@ -59,7 +59,7 @@ private:
     const Ended ended_;
     std::string code_, expressions_;  // JSON
     bool isSilent_, storesHistory_, allowsInput_, stopsOnError_;
-    bool isInterrupted_ = false;
+    bool isInterrupted_ = false, endsKernel_ = false;
     std::string death_;
     std::string started_;
     const Lifetime lifetime_;

@@ -91,6 +91,7 @@ void CellOutput::clear(bool wait) {
 
 void CellOutput::takeDisplay(std::string_view data) {
     const JsonMembers event(data);
+    if (const auto note = event.text("note"); !note.empty()) tell("[" + note + "]");
     const auto kind = event.json("kind");
     Members content;
     content.addJson("data", event.jsonOr("data", "{}"))

@@ -15,6 +15,7 @@ namespace jupyter {
 struct JobEnd {
     bool abortsCells = false;                      ///< the cells that wait are not to run
     std::chrono::system_clock::time_point time{};  ///< from before clients are told
+    bool endsKernel = false;                       ///< code has asked for that
     std::string death{};  ///< of the interpreter's process, as JSON; empty where it goes on
 };
 

@@ -14,6 +14,8 @@ using Members = Publisher::Members;
 
 namespace {
 
+constexpr auto timeForReply = std::chrono::seconds(1);
+
 foundation::log::DiagnosticLogger log() { return foundation::log::DiagnosticLogger("jupyter"); }
 
 double secondsNow() {
@@ -155,9 +157,18 @@ void Kernel::Core::ended(const JobEnd& end) {
                                 stop_.end(number);
                             }));
     }
+    if (end.endsKernel) endKernel();
     if (!end.death.empty()) lives_.noteDeath(end.death);
     lastActivity_ = secondsNow();
     runNext();
+}
+
+// As a shutdown does, but later: front ends look at the reply only as long as there is a process.
+void Kernel::Core::endKernel() {
+    abortCells();
+    executor_.postAfter(timeForReply, lifetime_.guarded([this] {
+        if (options_.shutDown) options_.shutDown(false);
+    }));
 }
 
 void Kernel::Core::abortCells() {

@@ -61,6 +61,7 @@ private:
     void runNext();
     void ended(const JobEnd& end);
     void abortCells();
+    void endKernel();
     void forgetAll();
 
     void takeEvent(const InterpreterEvent& event);

@@ -142,6 +142,9 @@ display_data {"data":{"text/plain":"\\ud83d \ud83d\ude00\ufffd"},"metadata":{},"
 display_data {"data":{"image/png":"aGk=","text/plain":"F"},"metadata":{},"transient":{}} ^c1
 > event clear {"request":"r","wait":true}
 clear_output {"wait":true} ^c1
+> event display {"data":{},"kind":"display","metadata":{},"note":"a/b left out","request":"r","transient":{}}
+stream {"name":"stderr","text":"[a/b left out]\n"} ^c1
+display_data {"data":{},"metadata":{},"transient":{}} ^c1
 > event payload {"payload":{"source":"page"},"request":"r"}
 > event payload {"payload":{"source":"ask_exit"},"request":"r"}
 > late output "thread"
@@ -160,6 +163,8 @@ comm_msg {"comm_id":"i","data":{}} ^c1
 > other display {"data":{},"kind":"display","metadata":{},"request":"o","transient":{}}
 > other comm {"kind":"stream","name":"stdout","text":"of their handler"}
 > other output "theirs"
+> wait 1000
+ends
 )"},
                                          KernelCase{"AnErrorAbortsTheCellsThatWaitAndNothingElse", R"(
 > begin c1 {"code":"1"}
