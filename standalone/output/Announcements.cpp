@@ -8,18 +8,19 @@
 
 namespace standalone {
 
-void Announcements::announceText(nmutil::io::StreamTypeEnum stream, std::u16string_view text) {
+void Announcements::announceText(nmutil::io::StreamTypeEnum stream, std::u16string_view text,
+                                 bool isOfRequest) {
     static const foundation::msg_svc::eventmgr::TypeInformation type(nmutil::io::SinkTextEvent::typeName);
     if (!events_->hasSubscriptions(type)) return;
     announceLostText();
-    if (!postText(stream, text)) lostText_ += text.size();
+    if (!postText(stream, text, isOfRequest)) lostText_ += text.size();
 }
 
-bool Announcements::postText(nmutil::io::StreamTypeEnum stream, std::u16string_view text) {
+bool Announcements::postText(nmutil::io::StreamTypeEnum stream, std::u16string_view text, bool isOfRequest) {
     const auto event = std::make_shared<nmutil::io::SinkTextEvent>(std::u16string(text), stream);
     const std::size_t bytes = text.size() * sizeof(char16_t);
     const auto events = events_;  // see raise
-    const connector::common::CurrentContext context(running_.contextOfThisThread());
+    const connector::common::CurrentContext context(isOfRequest ? running_.contextOfThisThread() : nullptr);
     return KeepsInterpreterLock::isHere() ? events->post(event, bytes)
                                           : events->postBlocking(event, bytes, withoutInterpreterLock);
 }

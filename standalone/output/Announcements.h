@@ -39,8 +39,9 @@ public:
     }
 
     /// Tells of printed text. Waits for room, not for handlers: nobody's answer depends on them. Where there
-    /// is no room in time the text is lost, and what is told next begins with how much was.
-    void announceText(nmutil::io::StreamTypeEnum stream, std::u16string_view text);
+    /// is no room in time the text is lost, and what is told next begins with how much was. `isOfRequest`:
+    /// whether it is told as that of the request.
+    void announceText(nmutil::io::StreamTypeEnum stream, std::u16string_view text, bool isOfRequest = true);
 
     /// Tells that a prompt is shown, to the queue manager's listeners when it is that of the base level.
     /// Throws: nothing; a failure is logged.
@@ -53,7 +54,7 @@ public:
     void post(std::u16string tag, TaggedEvent::Members members, std::size_t bytes, bool hasOwner);
 
 private:
-    bool postText(nmutil::io::StreamTypeEnum stream, std::u16string_view text);
+    bool postText(nmutil::io::StreamTypeEnum stream, std::u16string_view text, bool isOfRequest = true);
     void announceLostText();
 
     const std::shared_ptr<LocalEventManager> events_;

@@ -88,6 +88,8 @@ void CommandWindow::print(nmutil::io::StreamTypeEnum stream, std::u16string_view
         sink->getUnicodeOutStreamBuffer()->sputn(text.data(), static_cast<std::streamsize>(text.size()));
     };
     if (const RunningRequest* request = running_.ofThisThread()) {
+        // Of native code, which may be late: whoever takes the rest is called by Python code alone.
+        if (request->printedTaker) return announcements_.announceText(stream, text, false);
         const auto& options = request->options;
         const auto& sink = isError && options.getErrSink() ? options.getErrSink() : options.getOutSink();
         if (sink) return write(sink);

@@ -173,9 +173,7 @@ bool InterpreterThread::awaitOwner() {
 }
 
 bool InterpreterThread::flush() {
-    if (const auto taker = running_.printedTakerOfThisThread()) {
-        return (*taker)(nmutil::io::STANDARD_OUTPUT, {});
-    }
+    if (!flushTaken()) return false;
     if (!hasCapability("notebook")) return true;
     window_.flush();
     return awaitOwner();

@@ -107,8 +107,14 @@ private:
         return awaitOwner();
     }
     bool raiseEvent(std::u16string tag, TaggedEvent::Members members) override {
+        if (!flushTaken()) return false;
         placedEvents_.raise(std::move(tag), std::move(members));
         return awaitOwner();
+    }
+    /// Has the function that takes what this request prints pass on what it has. False when it fails.
+    bool flushTaken() const {
+        const auto taker = running_.printedTakerOfThisThread();
+        return !taker || (*taker)(nmutil::io::STANDARD_OUTPUT, {});
     }
     void configure(const std::string& key, const std::string& value) override;
     InterpreterState state() const override { return runner_ ? runner_->state() : InterpreterState(); }

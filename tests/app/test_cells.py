@@ -173,8 +173,14 @@ class CellsTest(unittest.TestCase):
         self.assertEqual(self.notebook.call("comm_info", None), {"comms": {}})
         self.notebook.run("import threading; go = threading.Event(); t = threading.Thread(target=lambda: (go.wait(), print('aside'))); t.start()\n"
                           "manager = get_ipython().kernel.comm_manager\n"
-                          "manager.register_target('two', lambda comm, message: (go.set(), t.join(), print('handled')))")
-        self.check(sorted(handled("open", "t", "two")), ("comm", "handled"), ("output", "aside"))
+                          "manager.register_target('two', lambda comm, message: (go.set(), t.join(), print('handled', end=''), display(8)))")
+        came = handled("open", "t", "two")
+        self.check([one for one in came if one[0] != "output"], ("comm", "handled"), ("display", '"8"'))
+        self.assertIn(("output", '"aside\\n"'), came)
+        self.notebook.run("manager.register_target('three', lambda comm, message: __import__('os').system('echo native'))")
+        self.notebook.call("comm", "open", "three", "three")
+        self.notebook.session.until(lambda message: message.get("data") == "native\n")
+        self.notebook.call("comm", "close", "three")
         self.notebook.call("comm", "close", "t")
         came = self.notebook.run("import ipywidgets\nslider = ipywidgets.IntSlider(value=3)\n"
                                  "slider.observe(lambda change: display(change['new']), 'value')")
