@@ -88,7 +88,7 @@ class TerminalTest(unittest.TestCase):
 
 class ConsoleTest(TerminalTest):
     def test_blocks_commands_and_completion(self):
-        terminal = self.open()
+        terminal = self.open(MARKED="5")
         self.assertIn(", Python 3.", terminal.greeting)
         terminal.send("for i in (1, 2):\r")
         terminal.expect("... ")  # the editor indents
@@ -96,6 +96,10 @@ class ConsoleTest(TerminalTest):
         self.assertEqual(terminal.enter("\x1b[A"), "1\n2\n")  # recalled as a whole
         pasted = "class Point:\n    x = 1\n\n    def double(self):\n        return 2 * self.x\n\nPoint().double()\n"
         self.assertEqual(terminal.enter(f"\x1b[200~{pasted}\x1b[201~"), "2\n")
+        terminal.enter("import os")
+        terminal.send("os.environ['MAR\t")
+        terminal.expect("KED")  # which only the mapping's own code can tell, while no other runs
+        self.assertEqual(terminal.enter("']"), "'5'\n")
         terminal.send("Point.dou\t")
         terminal.expect("ble")  # of "double"
         self.assertEqual(terminal.enter("(Point())"), "2\n")

@@ -1,13 +1,17 @@
 """The package `numora` without the program: what clients ask for while other code runs."""
 
+import _thread
 import ast
+import collections
 import datetime
 import functools
 import graphlib
 import json
 import os
 import pathlib
+import queue
 import sys
+import tempfile
 import tracemalloc
 import types
 import typing
@@ -51,6 +55,13 @@ class Mute:
     __repr__ = __str__ = __format__ = trap
 
 
+class Offer:
+    __dir__ = _ipython_key_completions_ = lambda _: ["offered", 5]
+
+    def __iter__(self):
+        trap()
+
+
 class Point:
     """A point.
 
@@ -78,8 +89,17 @@ class Tools(unittest.TestCase):
             "point": Point(), "Point": Point, "wrapper": wrapper, "trap": Trap(a=1), "TrapType": Trap, "np": numpy,
             "array": numpy.zeros((3, 4)), "grid": numpy.zeros((1, 1)).view(Grid), "scalar": numpy.float32(1.5),
             "keys": {"k'ey": 1, "two words": 2, 3: 4, "π": 5}, "text": "ab" * 100, "_private": 1,
+            "frame": pandas.DataFrame({"k'ey": [1], "kind": "a"}), "rows": [{"in": ("a", {"deep": 1})}], "offer": Offer(),
+            "default": collections.defaultdict(trap), "wide_frame": pandas.DataFrame([range(99)], columns=["%02d" % n for n in range(99)]),
             "cyclic": cyclic, "huge": 10**100_000, "wide": range(10**30),
         }  # fmt: skip
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.addCleanup(os.chdir, os.getcwd())
+        os.chdir(folder.name)
+        os.mkdir("my dir")
+        for name in ("my 'file", "my dir/.hidden", "my dir/shown"):
+            pathlib.Path(name).touch()
         self.addCleanup(setattr, _user, "variables", _user.variables)
         _user.variables = self.variables
 
@@ -98,7 +118,30 @@ class Tools(unittest.TestCase):
             ("point.|", "", ["move", "norm", "x", "_hidden"]),
             ("return  np . linalg.de|", "de", ["det"]),
             ("array.T.sha|", "sha", ["shape"]),
-            ("point.move().|", "", []),
+            ("point.move().|", "", ["move", "norm"]),  # as its annotation says
+            ("point.norm.|", "", []),
+            ("default['k'].|", "", []),
+            ("x = rows[-1]['in'][1]['de|", "de", ["deep"]),
+            ("(rows\n [0] .cle|", "cle", ["clear"]),
+            ("frame.ki|", "ki", ["kind"]),
+            ('frame[["kind", "k|"]]', "k", ["k'ey", "kind"]),
+            ("frame.loc[:, 'k|", "k", ["k\\'ey", "kind"]),
+            ("frame.kind.value_|", "value_", ["value_counts"]),
+            ("frame.head()[frame['kind'] == 'a'].groupb|", "groupb", ["groupby"]),
+            ("frame['kind'].str.upp|", "upp", ["upper"]),
+            ("wide_frame['9|", "9", ["9%d" % n for n in range(9)]),
+            ("Point(1, label='p').no|", "no", ["norm"]),
+            ("point.move(\n  1, fa|", "fa", ["far="]),
+            ("wrapper(far=1, fa|", "fa", []),
+            ("def wrapper(fa|", "fa", []),
+            ("sorted([], key=len, re|", "re", ["reverse=", "repr", "return", "reversed"]),
+            ("f'{{a}} {rows} {point.mo|", "mo", ["move"]),
+            ("f'{{po|", "", []),
+            ("f'{point!r:po|", "", []),
+            ("'😀'; open('my \\'f|", "my \\'f", ["my \\'file"]),
+            ("pandas.read_csv(r'./my d|')", "my d", ["my dir/"]),
+            ("!cat 2>my\\ dir/.|", ".", [".hidden"]),
+            ("x = 1\n%cd my |", "my ", ["my dir/"]),
             ("f([1, (2)].app|", "app", ["append"]),
             ("keys['k|", "k", ["k\\'ey"]),
             ('f(keys[ "two w|"])', "two w", ["two words"]),
@@ -123,16 +166,24 @@ class Tools(unittest.TestCase):
             self.assertTrue(0 <= found["start"] <= found["end"] <= units(code or ""), (code, cursor))
         self.variables.update(("n%d" % i, i) for i in range(10_000))
         self.assertEqual(len(numora.complete("n", 1)["matches"]), 500)
-        for long in ["x" * 10**6, "(" * 10**6, "import " + "a." * 10**6, "'''" + "\\'" * 10**6]:
+        at_length = ["f'{" + ":" * 60_000 + ")", " " * 60_000 + "?", "!" + "a" * 60_000 + ";b", "f(" + "x" * 60_000 + ","]
+        for long in [*at_length, "x" * 10**6, "(" * 10**6, "import " + "a." * 10**6, "'''" + "\\'" * 10**6]:
             self.assertEqual(numora.complete(long, len(long))["end"], len(long))
 
     def test_runs_no_code_of_objects(self):
         for name in ["trap", "trap.value", "trap.keys", "trap.__class__", "TrapType", "TrapType.value", "point.norm"]:
             self.assertTrue(numora.inspect(name)["found"], name)
-        for code in ["trap.", "trap.value.", "TrapType.", "tra"]:
+        for code in ["trap.", "trap.value.", "TrapType.", "tra", "trap['a'].", "keys[trap].", "TrapType().value.", "trap(1, ", "TrapType("]:
             numora.complete(code, len(code))
         numora.workspace()
         self.assertEqual(self.complete('trap["|')[1], ["a"])
+
+    def test_asks_objects_what_they_offer_while_nothing_else_runs(self):
+        codes, found = ["offer.o", "offer['o"], queue.SimpleQueue()
+        self.assertEqual([numora.complete(code, len(code))["matches"] for code in codes], [[], []])
+        answers = map(found.put, map(numora.complete, codes, map(len, codes)))
+        _thread.start_new_thread(collections.deque(maxlen=0).extend, (answers,))  # with no code of Python's around it
+        self.assertEqual([found.get(timeout=60)["matches"] for _ in codes], [["offered"]] * 2)
 
     def test_lists_the_workspace_without_copies_of_large_values(self):
         rows = {row.pop("name"): row for row in json.loads(json.dumps(numora.workspace()))}

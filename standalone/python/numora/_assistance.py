@@ -10,6 +10,13 @@ from ._objects import NOTHING, is_instance
 from ._scanner import Scanner
 
 _NAME = re.compile(r"[^\W\d]\w*(?:\s*\.\s*[^\W\d]\w*)*")
+_CHAIN = re.compile(r"(?<![\w.])" + _NAME.pattern + r"\Z")
+# Magics of every version of the guest, to be known before it is there.
+_USUAL = {
+    "cell": "bash capture file html HTML javascript latex markdown prun python python3 script sh svg SVG time timeit writefile".split(),
+    "line": "cd config debug env history load load_ext lsmagic magic matplotlib page pdb pdoc pfile pinfo pip prun pwd quickref "
+            "recall reload_ext rerun reset run save set_env store sx system time timeit unload_ext who who_ls whos xmode".split(),
+}  # fmt: skip
 _FUNCTIONS = (types.FunctionType, types.BuiltinFunctionType, types.MethodType, types.MethodDescriptorType,
               types.WrapperDescriptorType, types.MethodWrapperType, types.ClassMethodDescriptorType)  # fmt: skip
 # Lines for a guest, or their parts, with what stands for them in Python.
@@ -30,16 +37,23 @@ def complete(code, cursor):
 
 
 def _magics(code):
-    """The magics that a line may begin with, once the guest is there."""
-    guest, typed = _guest.made(), re.search(r"(?:^|\n)[ \t]*(%{1,2})(\w*)\Z", code)
-    if not guest or not typed:
+    """The magics that a line may begin with: all that the guest has, else the usual ones."""
+    typed = re.search(r"(?:^|\n)[ \t]*(%{1,2})(\w*)\Z", code)
+    if not typed:
         return None
-    kind = "cell" if typed[1] == "%%" else "line"
-    names = sorted(name for name in guest.shell.magics_manager.magics[kind] if name.startswith(typed[2]))
-    return typed.start(1), [typed[1] + name for name in names], lambda _: NOTHING
+    guest = _guest.made()
+    if guest:
+        magics = guest.shell.magics_manager.magics
+    else:
+        magics = _USUAL if _guest.is_available() else {}
+    kinds = (("%", "line"), ("%%", "cell"))[len(typed[1]) - 1 :]
+    names = [mark + name for mark, kind in kinds for name in sorted(magics.get(kind, ())) if name.startswith(typed[2])]
+    return typed.start(1), names, lambda _: NOTHING
 
 
 def _kind(name, value):
+    if name.endswith("="):
+        return "param"
     if value is NOTHING:
         return "keyword" if keyword.iskeyword(name) else "<unknown>"
     for kind, classes in (("class", type), ("module", types.ModuleType), ("function", _FUNCTIONS), ("property", property)):
@@ -68,7 +82,7 @@ def _names_at(code, cursor):
     text = code[:cursor]
     for bracket in reversed(Scanner(text[-_completion.CODE_LIMIT :]).brackets):
         bracket += max(0, len(text) - _completion.CODE_LIMIT)
-        called = _completion.CHAIN.search(text[max(0, bracket - 1000) : bracket].rstrip())
+        called = _CHAIN.search(text[max(0, bracket - 1000) : bracket].rstrip())
         if text[bracket] == "(" and called:
             yield "".join(called[0].split())
 

@@ -1,17 +1,15 @@
 """Completes the word before a cursor."""
 
-import builtins
-import keyword
 import re
 
-from . import _user
-from ._module_names import imported_names
-from ._objects import NOTHING, attribute, attribute_names, copy, find, is_instance, resolve
-from ._scanner import Scanner, parse
+from ._choices import keys_after, names_after
+from ._file_names import in_command, in_string
+from ._objects import NOTHING
+from ._scanner import Scanner
 
 MATCH_LIMIT = 500
 CODE_LIMIT = 65_536  # characters before the cursor that are looked at
-_KEY_LIMIT = 100_000  # keys of a dictionary that are looked at
+_FORMAT = re.compile(r"(?:!(?!=)|:)[^:!\[\](){}'\"]*\Z")  # after an expression in an f-string
 
 
 def complete(code, cursor):
@@ -51,78 +49,57 @@ def words_at_end(code):
     skipped = max(0, len(code) - CODE_LIMIT)
     skipped = max(skipped, code.find("\n", skipped) + 1) if skipped else 0
     text = code[skipped:]
-    scanner = Scanner(text)
-    if scanner.inside:
-        (start, names), value_of = _keys(text, scanner), _no_value
-    else:
-        start = len(text) - len(re.search(r"\w*\Z", text[-500:])[0])
-        is_number = text[start:][:1].isdigit()
-        names, value_of = ({}, _no_value) if is_number else _names(text[:start], text[start:], scanner)
+    start, names, *value_of = in_command(text) or _choice(text)
     typed = text[start:]
     matches = [name for name in names if name.startswith(typed)]
     matches.sort(key=lambda name: (name[:1] == "_", name[:2] == "__", names[name], name.casefold(), name))
-    return skipped + start, matches, value_of
+    return skipped + start, matches, *(value_of or [lambda _: NOTHING])
 
 
-def _no_value(_):
-    return NOTHING
+def _choice(text):
+    """Where the word at the end of Python code begins, the words that may stand there, each with its rank, and, where they
+    have some, a function that gives their values."""
+    scanner = Scanner(text)
+    if scanner.inside == "#":
+        return len(text), {}
+    if scanner.inside:
+        return _in_string(text, scanner)
+    start = len(text) - len(re.search(r"\w*\Z", text[-500:])[0])
+    is_number = text[start:][:1].isdigit()
+    return (start, {}) if is_number else (start, *names_after(text[:start], text[start:], scanner))
 
 
-def _names(before, typed, scanner):
-    """The names that may follow `before`, each with its rank, and a function that gives their values."""
-    found = imported_names(before[scanner.statement :], typed)
-    if found is not None:
-        return dict.fromkeys(found, 0), _no_value
-    stripped = before.rstrip()
-    if stripped.endswith("."):
-        value = _value_before(stripped[:-1].rstrip(), scanner)
-        if value is NOTHING:
-            return {}, _no_value
-        return dict.fromkeys(attribute_names(value), 0), lambda name: attribute(value, name)[0]
-    names = dict.fromkeys([*keyword.kwlist, *keyword.softkwlist, *copy(vars(builtins).__iter__)], 1)
-    variables = copy(_user.variables.__iter__)
-    names.update((name, name in _user.hidden) for name in variables if type(name) is str and name.isidentifier())
-    return names, lambda name: find((_user.variables, vars(builtins)), name)
-
-
-CHAIN = re.compile(r"(?<![\w.])[^\W\d]\w*(?:\s*\.\s*[^\W\d]\w*)*\Z")
-_DISPLAYS = {
-    "List": list, "ListComp": list, "Dict": dict, "DictComp": dict,
-    "Set": set, "SetComp": set, "Tuple": tuple, "JoinedStr": str,
-}  # fmt: skip
-
-
-def _value_before(text, scanner):
-    """The value of the dotted name or the literal that `text` ends with."""
-    chain = CHAIN.search(text, max(0, len(text) - 1000))
-    if chain:
-        if text[: chain.start()].rstrip().endswith("."):
-            return NOTHING  # an attribute of a call, of an index, ...
-        names = [name.strip() for name in chain[0].split(".")]
-        value, is_value = resolve(names, (_user.variables, vars(builtins)))
-        return value if is_value else NOTHING
-    begin = scanner.begins.get(len(text))
-    if begin is None or len(text) - begin > 10_000:
-        return NOTHING
-    word = re.search(r"[\w\])}'\"]*\Z", text[max(0, begin - 100) : begin].rstrip())[0]
-    if word and not keyword.iskeyword(word):
-        return NOTHING  # a call or an index
-    tree = parse(text[begin:], "eval").body
-    if type(tree).__name__ == "Constant":
-        return tree.value
-    kind = _DISPLAYS.get(type(tree).__name__)
-    return kind() if kind else NOTHING
-
-
-def _keys(text, scanner):
-    """In `name["...` where the key begins, and the keys of the dictionary."""
+def _in_string(text, scanner):
     start = scanner.at + len(scanner.inside)
-    before = text[: scanner.at].rstrip()
-    if scanner.inside not in ("'", '"') or not before.endswith("["):
+    quotes = scanner.inside.lstrip("rRbBuUfF")
+    prefix = scanner.inside[: -len(quotes)].lower()
+    if "f" in prefix:
+        field = _field(text, start)
+        if field is None:
+            return len(text), {}
+        begin, *choice = _choice(text[field:])
+        return field + begin, *choice
+    if len(quotes) == 3 or "b" in prefix:
         return len(text), {}
-    value = _value_before(before[:-1].rstrip(), scanner)
-    if not is_instance(value, dict):
-        return len(text), {}
-    keys = [key for key in copy(lambda: dict.__iter__(value), _KEY_LIMIT) if type(key) is str and key.isprintable()]
-    quote = scanner.inside
-    return start, {key.replace("\\", "\\\\").replace(quote, "\\" + quote): 0 for key in keys}
+    found = None if prefix else keys_after(text[: scanner.at].rstrip(), scanner)
+    if found is None:
+        return in_string(text, text[start:], "" if "r" in prefix else quotes)
+    typed = re.sub(r"\\(.)", r"\1", text[start:])
+    found = [key for key in found if key.startswith(typed) and key.isprintable()][:MATCH_LIMIT]
+    return start, {key.replace("\\", "\\\\").replace(quotes, "\\" + quotes): 0 for key in found}
+
+
+def _field(text, start):
+    """Where the expression begins that the end of an f-string is in; None outside of them, and in formats."""
+    opened, passed = [], start
+    for brace in re.finditer("[{}]", text[start:]):
+        at = start + brace.start()
+        if at < passed:
+            continue
+        if brace[0] == "}":
+            del opened[-1:]
+        elif not opened and text.startswith("{{", at):
+            passed = at + 2
+        else:
+            opened.append(at + 1)
+    return None if not opened or _FORMAT.search(text, opened[-1]) else opened[-1]

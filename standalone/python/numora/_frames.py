@@ -1,9 +1,6 @@
 """Data frames and series of pandas as tables. pandas cuts the rows out; its options for display do not matter."""
 
-import sys
-import types
-
-from ._objects import is_instance
+from ._objects import is_instance, pandas_type
 from ._table_cells import Cut
 
 _LEVELS = 20  # of labels
@@ -33,13 +30,13 @@ class _Frame:
 
 
 def is_frame(value):
-    return is_instance(value, (_type("DataFrame"), _type("Series")))
+    return is_instance(value, (pandas_type("DataFrame"), pandas_type("Series")))
 
 
 def measures(value):
     """The shape and the bytes of the elements of a data frame or series of pandas itself; None for anything else."""
     kind = type(value)
-    if kind is not _type("DataFrame") and kind is not _type("Series"):  # a metaclass may define ==
+    if kind is not pandas_type("DataFrame") and kind is not pandas_type("Series"):  # a metaclass may define ==
         return None
     try:
         return list(value.shape), sum(block.values.nbytes for block in value._mgr.blocks)
@@ -48,13 +45,7 @@ def measures(value):
 
 
 def open_frame(value):
-    return _Frame(value, is_instance(value, _type("Series"))) if is_frame(value) else None
-
-
-def _type(name):
-    pandas = sys.modules.get("pandas")
-    kind = vars(pandas).get(name) if type(pandas) is types.ModuleType else None
-    return kind if type(kind) is type else ()
+    return _Frame(value, is_instance(value, pandas_type("Series"))) if is_frame(value) else None
 
 
 def _label(cut, name):

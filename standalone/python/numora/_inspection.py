@@ -1,13 +1,14 @@
 """Describes what a name stands for."""
 
 import builtins
+import functools
 import re
 import sys
 import types
 
 from . import _user
 from ._objects import NOTHING, attribute, class_levels, class_name, class_vars, copy, find, is_instance, own_vars, resolve
-from ._parameters import parameters
+from ._parameters import keywords, parameters
 from ._previews import cut, preview
 
 _BOUND = {id(types.MethodType), id(classmethod), id(staticmethod)}
@@ -53,13 +54,15 @@ def _function_of(value):
             value = value.__func__
         elif type(value) is property:
             value = value.fget
+        elif type(value) is functools.cached_property:
+            value = value.func
         else:
             value = own_vars(value).get("__wrapped__", value)
     return value
 
 
-def _signature(value):
-    """The parameters in parentheses, or None."""
+def called(value):
+    """The function that a call of `value` runs, and how many of its first parameters that fills; None without one."""
     if is_instance(value, type):
         candidates = [(find(class_levels(value), name), 1) for name in ("__init__", "__new__")]
     else:
@@ -67,8 +70,28 @@ def _signature(value):
         candidates = [(value, type(value) is types.MethodType), (called, 1)]
     for candidate, skipped in candidates:
         function = _function_of(candidate)
-        if type(function) is types.FunctionType and type(value) is not property:
-            return cut(parameters(function, int(skipped), preview), 2000)
+        if type(function) is types.FunctionType:
+            return function, int(skipped)
+    return None, 0
+
+
+def keyword_names(value):
+    """The names that arguments of a call may be given with."""
+    function, skipped = called(value)
+    if function:
+        return keywords(function, skipped)
+    text, _ = attribute(value, "__text_signature__")
+    if type(text) is str:
+        return re.findall(r"[(,]\s*([^\W\d]\w*)\s*(?=[=,)])", text[:2000].rpartition("/")[2])
+    described = re.match(r"[\w.]+\(([^()]*(?:\([^()]*\)[^()]*)*)\)", (_doc(value) or "")[:2000])
+    return re.findall(r",\s*([^\W\d]\w*)=", "," + described[1]) if described else []
+
+
+def _signature(value):
+    """The parameters in parentheses, or None."""
+    function, skipped = called(value)
+    if function and type(value) is not property:
+        return cut(parameters(function, skipped, preview), 2000)
     text, _ = attribute(value, "__text_signature__")
     if type(text) is not str:
         return None

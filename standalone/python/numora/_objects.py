@@ -13,7 +13,7 @@ from itertools import islice
 NOTHING = object()
 HEAP_TYPE = 1 << 9  # flag of classes that Python code may have made
 
-_mro = type.__dict__["__mro__"].__get__
+mro = type.__dict__["__mro__"].__get__
 class_vars = type.__dict__["__dict__"].__get__
 class_name = type.__dict__["__name__"].__get__
 class_module = type.__dict__["__module__"].__get__
@@ -28,6 +28,19 @@ _NATIVE = _SLOTS | {
     id(types.ClassMethodDescriptorType),
     id(staticmethod),
 }
+
+
+class Instance:
+    """Stands for an instance of a class, of which nothing else is known."""
+
+    __slots__ = ("kind",)
+
+    def __init__(self, kind):
+        self.kind = kind
+
+
+def class_of(value):
+    return value.kind if type(value) is Instance else type(value)
 
 
 def is_instance(value, kinds):
@@ -50,7 +63,7 @@ def find(levels, name):
 
 
 def class_levels(kind):
-    return [class_vars(base) for base in _mro(kind)]
+    return [class_vars(base) for base in mro(kind)]
 
 
 def own_vars(value):
@@ -66,13 +79,13 @@ def own_vars(value):
 def _levels(value):
     """The dictionaries that hold the attributes of `value` itself, and those of its type."""
     own = class_levels(value) if is_instance(value, type) else [own_vars(value)]
-    return own, class_levels(type(value))
+    return own, class_levels(class_of(value))
 
 
 def attribute(value, name):
     """`value.name` and True; or, where only Python code could tell the value, its descriptor and False."""
     own, inherited = _levels(value)
-    instance, kind = value, type(value)
+    instance, kind = value, class_of(value)
     found = find(inherited, name)
     if found is NOTHING or find(class_levels(type(found)), "__set__") is NOTHING:
         nearer = find(own, name)
@@ -112,6 +125,13 @@ def numpy_type(name):
     numpy = sys.modules.get("numpy")
     found = vars(numpy).get(name) if type(numpy) is types.ModuleType else None
     return found if type(found) is type and not class_flags(found) & HEAP_TYPE else ()
+
+
+def pandas_type(name):
+    """A class of pandas, or no classes where pandas is not loaded."""
+    pandas = sys.modules.get("pandas")
+    found = vars(pandas).get(name) if type(pandas) is types.ModuleType else None
+    return found if type(found) is type else ()
 
 
 def array_attribute(value, name):

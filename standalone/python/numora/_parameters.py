@@ -42,6 +42,12 @@ def parameters(function, skipped, preview):
     return "(%s)%s" % (", ".join(parts), result)
 
 
+def keywords(function, skipped):
+    """The parameters but for the first `skipped` ones that arguments can name."""
+    code = function.__code__
+    return code.co_varnames[max(skipped, code.co_posonlyargcount) : code.co_argcount + code.co_kwonlyargcount]
+
+
 def _annotation(value, preview):
     if issubclass(type(value), str):
         return str.__str__(value)
