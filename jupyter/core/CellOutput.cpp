@@ -119,8 +119,10 @@ void CellOutput::takeFigure(std::string_view data) {
 
 void CellOutput::takeError(std::string_view data) {
     const JsonMembers event(data);
-    fail({event.jsonOr("name", R"("Error")"), event.jsonOr("value", R"("")"),
-          event.jsonOr("traceback", "[]")});
+    ErrorText error{event.jsonOr("name", R"("Error")"), event.jsonOr("value", R"("")"),
+                    event.jsonOr("traceback", "[]")};
+    if (event.isTrue("caught")) return publisher_.error(parent_, error);
+    fail(std::move(error));
 }
 
 void CellOutput::fail(ErrorText error) {

@@ -26,10 +26,10 @@ ExecutionQueue::JobPtr ExecutionQueue::next() {
     return job;
 }
 
-std::vector<ExecutionQueue::JobPtr> ExecutionQueue::takeCells() {
+std::vector<ExecutionQueue::JobPtr> ExecutionQueue::takeCells(const std::string* session) {
     std::vector<JobPtr> cells;
     for (auto& job : std::exchange(jobs_, {})) {
-        if (job->isCell()) {
+        if (job->isCell() && (session == nullptr || job->request()->session == *session)) {
             bytes_ -= sizeOf(*job);
             cells.push_back(std::move(job));
         } else {

@@ -4,6 +4,7 @@
 #include <deque>
 #include <functional>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "Job.h"
@@ -24,8 +25,8 @@ public:
     bool add(JobPtr& job);
     /// Null when nothing waits.
     JobPtr next();
-    /// The cells alone, which wait no longer.
-    std::vector<JobPtr> takeCells();
+    /// The cells alone, those of one session or of all, which wait no longer.
+    std::vector<JobPtr> takeCells(const std::string* session);
 
 private:
     std::deque<JobPtr> jobs_;

@@ -30,7 +30,10 @@ void InterpreterLives::enter(State state, const char* status) {
     publisher_.status("{}", status);
 }
 
-void InterpreterLives::noteDeath(std::string_view death) { noteDeath(JsonMembers(death).number("life")); }
+void InterpreterLives::noteDeath(std::string_view death) {
+    isTold_ = true;
+    noteDeath(JsonMembers(death).number("life"));
+}
 
 // Told by the completion of what ran and by the event, once for each life.
 void InterpreterLives::noteDeath(std::uint64_t life) {
@@ -54,9 +57,16 @@ void InterpreterLives::start(int attempts) {
                          }));
                      }
                      if (result.status != 200) return enter(State::Dead, "dead");
-                     enter(State::Alive, "idle");
-                     hooks_.resume();
+                     goOn();
                  }));
+}
+
+void InterpreterLives::goOn() {
+    enter(State::Alive, "idle");
+    if (!std::exchange(isTold_, false)) {
+        hooks_.tell("The interpreter was started anew; its variables are lost.");
+    }
+    hooks_.resume();
 }
 
 void InterpreterLives::noteState(std::string_view event) {
@@ -71,8 +81,7 @@ void InterpreterLives::noteState(std::string_view event) {
     } else if (state == "starting" && life > 1) {
         if (state_ != State::Returning) enter(State::Returning, "restarting");
     } else if (state == "ready" && state_ != State::Alive) {
-        enter(State::Alive, "idle");
-        hooks_.resume();
+        goOn();
     }
 }
 
@@ -104,6 +113,7 @@ void InterpreterLives::reset(const Answered& answered) {
 
 void InterpreterLives::restarted(int status, std::string reason, const Answered& answered) {
     if (status == 200) {
+        isTold_ = false;
         hooks_.forgetAll();
         publisher_.status("{}", "starting");
         enter(State::Alive, "idle");

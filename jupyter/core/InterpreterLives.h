@@ -27,6 +27,7 @@ public:
         std::function<void()> abortCells;
         std::function<void()> forgetAll;  ///< the count; the history begins a session
         std::function<void()> resume;     ///< the state is another one
+        std::function<void(const std::string& line)> tell;
     };
 
     /// `isShared`: where the process cannot be restarted, its variables are cleared.
@@ -56,6 +57,7 @@ private:
     void enter(State state, const char* status);
     void noteDeath(std::uint64_t life);
     void start(int attempts);
+    void goOn();
     void restarted(int status, std::string reason, const Answered& answered);
     void reset(const Answered& answered);
 
@@ -66,6 +68,7 @@ private:
     const Hooks hooks_;
     State state_ = State::Alive;
     std::uint64_t endedLife_ = 0;
+    bool isTold_ = false;  // by the error of a cell, that variables are lost
     const Lifetime lifetime_;
 };
 

@@ -39,6 +39,9 @@ Kernel::Core::Core(Executor& executor, Interpreter& interpreter, Outlet& outlet,
               [this] {
                   publishState();
                   runNext();
+              },
+              [this](const auto& line) {
+                  if (lastParent_ != "{}") lateOutput().tell(line);
               }}),
       lastActivity_(secondsNow()) {
     executor_.post(lifetime_.guarded([this] { tellStart(); }));
@@ -151,7 +154,7 @@ void Kernel::Core::ended(const JobEnd& end) {
     publisher_.status(endedJob_->parent(), "idle");
     publishState();
     if (end.abortsCells) {
-        abortCells();
+        abortCells(&endedJob_->request()->session);
         executor_.postAfter(StopOnError::longest,
                             lifetime_.guarded([this, number = stop_.begin(*endedJob_->request(), end.time)] {
                                 stop_.end(number);
@@ -171,8 +174,8 @@ void Kernel::Core::endKernel() {
     }));
 }
 
-void Kernel::Core::abortCells() {
-    const auto cells = queue_.takeCells();
+void Kernel::Core::abortCells(const std::string* session) {
+    const auto cells = queue_.takeCells(session);
     for (const auto& cell : cells) static_cast<Cell&>(*cell).abort();
     if (!cells.empty()) publishState();
 }

@@ -60,7 +60,8 @@ private:
     void queue(std::unique_ptr<Job> job);
     void runNext();
     void ended(const JobEnd& end);
-    void abortCells();
+    /// All that wait, or those of a session alone: an error concerns no other front end.
+    void abortCells(const std::string* session = nullptr);
     void endKernel();
     void forgetAll();
 

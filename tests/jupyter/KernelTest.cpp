@@ -67,13 +67,14 @@ protected:
         send(request);
         transcript_.resize(size);
     }
-    /// TYPE ID CONTENT, with @ROUTE, ^PARENT, #CHANNEL or =YEAR between them.
+    /// TYPE ID CONTENT, with @ROUTE, ^PARENT, #CHANNEL, %SESSION or =YEAR between them.
     void send(std::istringstream& words) {
         jupyter::Message message;
         message.route = {"A"};
         std::string type, id, word;
         words >> type >> id;
         message.header = R"({"msg_id":")" + id + R"(","msg_type":")" + type + R"(","session":"s"})";
+        const auto session = message.header.size() - 3;
         while (words >> std::ws && words.peek() != '{' && words >> word) {
             if (word.front() == '@') message.route = {word.substr(1)};
             const std::string parent = word == "^?" ? outlet_.question : word.substr(1);
@@ -81,6 +82,7 @@ protected:
             if (word.front() == '=') {
                 message.header.insert(1, R"("date":")" + word.substr(1) + R"(-01-01T00:00:00.5Z",)");
             }
+            if (word.front() == '%') message.header[session] = word[1];
             if (word == "#stdin") message.channel = Channel::Stdin;
             if (word == "#control") message.channel = Channel::Control;
         }
@@ -171,6 +173,7 @@ ends
 > send execute_request c2 @B {"code":"2"}
 > send comm_msg m1 {"comm_id":"i","data":{"x":[1]}}
 > send execute_request c3 {"code":"3","silent":true}
+> send execute_request o1 %o {"code":"other","silent":true}
 > fails ValueError
 error {"ename":"ValueError","evalue":"no","traceback":["Traceback","E: no"]} ^c1
 execute_reply {"status":"error","ename":"ValueError","evalue":"no","traceback":["Traceback","E: no"],"execution_count":1,"user_expressions":{},"payload":[]} ^c1 @A
@@ -187,6 +190,13 @@ call connector/v1/FEval {"function":"numora._notebook.comm","arguments":["msg","
 stream {"name":"stdout","text":"handled\n"} ^m1
 > answer 200 "[null]"
 idle ^m1
+busy ^o1
+run display notebook cell=2.1: other
+> event error {"caught":true,"name":"E","request":"r","traceback":[],"value":""}
+error {"ename":"E","evalue":"","traceback":[]} ^o1
+> done
+execute_reply {"status":"ok","execution_count":1,"user_expressions":{},"payload":[]} ^o1 @A
+idle ^o1
 > send execute_request c6 =2000 {"code":"6"}
 busy ^c6
 execute_reply {"status":"aborted"} ^c6 @A
@@ -339,7 +349,12 @@ busy ^c3
 > done
 execute_reply {"status":"ok","execution_count":2,"user_expressions":{},"payload":[]} ^c3 @A
 idle ^c3
-> state {"id":"default","life":4,"state":"failed","death":{"life":4}}
+> state {"id":"default","life":5,"state":"starting","death":null}
+restarting ^
+> state {"id":"default","life":5,"state":"ready","death":null}
+idle ^
+stream {"name":"stderr","text":"The interpreter was started anew; its variables are lost.\n"} ^c3
+> state {"id":"default","life":5,"state":"failed","death":{"life":5}}
 dead ^
 > send x_request x1 {}
 busy ^x1

@@ -109,6 +109,19 @@ def complain(error):
     print(report(error)[3], end="", file=sys.stderr)
 
 
+def show_caught(error):
+    """Shows an error as if it ended the cell, which goes on."""
+    from ._errors import report
+
+    if not _host.hears("error"):
+        return complain(error)
+    kind, name, message, text, _, suggestion, *_ = report(error)
+    if kind == "exit":
+        return
+    lines = text.splitlines() + (["Did you mean: '%s'?" % suggestion] if suggestion else [])
+    _host.raise_event("error", {"name": name, "value": message, "traceback": lines, "caught": True})
+
+
 def ask_exit():
     """Asks the notebook to end its kernel."""
     _host.raise_event("payload", {"payload": {"source": "ask_exit", "keepkernel": False}})

@@ -108,7 +108,7 @@ class ZMQInteractiveShell(InteractiveShell):  # by this name libraries know note
     def showtraceback(self, exc_tuple=None, *_, **__):
         error = exc_tuple[1] if exc_tuple else sys.exc_info()[1] or getattr(sys, "last_value", None)
         if error is not None:
-            _cells.complain(error)
+            _cells.show_caught(error)
 
     def system(self, cmd):
         self.user_ns["_exit_code"] = run(self.var_expand(cmd, depth=1))
