@@ -2,6 +2,7 @@
 
 import binascii
 import sys
+from contextlib import nullcontext
 
 import _numora_host as _host
 
@@ -42,6 +43,20 @@ def displays_itself(value):
 
 def representations(value, complain):
     """The data of a value by type, always with text/plain, and the metadata. Methods that fail are complained of."""
+    with _columns_of(value):
+        return _representations(value, complain)
+
+
+def _columns_of(value):
+    """Pandas takes the program for a terminal, and has the width decide how many columns are shown; pages would get all."""
+    pandas = sys.modules.get("pandas")
+    is_table = isinstance(value, getattr(pandas, "DataFrame", ())) and _host.has_capability("notebook")
+    if not is_table or pandas.get_option("display.max_columns") != 0:
+        return nullcontext()
+    return pandas.option_context("display.max_columns", 20)
+
+
+def _representations(value, complain):
     guest = _guest.of_client()
     is_figure = _is_figure(value)
     if guest and is_figure:
