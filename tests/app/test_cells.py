@@ -133,7 +133,9 @@ class CellsTest(unittest.TestCase):
                            ("import builtins, IPython\nIPython.get_ipython(), get_ipython(), hasattr(builtins, 'get_ipython')",
                             r"^\(None, None, False\)\n$")]:
             self.assertRegex(self.server.eval(code), text)
-        self.check(self.notebook.run("%matplotlib inline\nplt.get_fignums()")[-1:], ("display", r"\[1\]"))
+        came = self.notebook.run("%matplotlib inline\nplt.plot([1])\nplt.get_fignums()")
+        self.check(came[-2:], ("display", r"\[1\]"), ("display", "image/png"))
+        self.assertEqual(self.server.eval("len(plt.gcf().axes[0].lines), plt.get_fignums()"), "(1, [1])\n")
 
     def test_interrupts(self):
         with Signal() as signal_:

@@ -27,7 +27,7 @@ def begin(code):
     number = re.fullmatch(r"(\d{1,9})(\.\d+)?", _host.cell_number())  # with a point, the cell does not use it up
     count = int(number[1]) if number else count + 1
     _file = "<cell %s>" % (number[0] if number else count)
-    leave_open_figures()
+    set_figures_aside()
     if "numora._loop" in sys.modules:
         sys.modules["numora._loop"].usable_loop()  # asyncio.run() has left none
     guest = _guest.made()
@@ -50,7 +50,7 @@ def _guest_if_it_works():
         complain(error)
 
 
-def leave_open_figures():
+def set_figures_aside():
     """Has those figures left alone that are open now, which are others'."""
     if "numora._figures" in sys.modules:
         from ._figures import begin_cell
@@ -86,7 +86,10 @@ def plain(code, error):
 def end(error=None):
     """After a cell has run, and its error was shown."""
     try:
-        show_figures()
+        if "numora._figures" in sys.modules:
+            from ._figures import end_cell
+
+            end_cell()
         guest = _guest.made()
         if guest:
             guest.after(error)
@@ -95,11 +98,11 @@ def end(error=None):
 
 
 def show_figures():
-    """Shows the figures that code has left open."""
+    """Shows the figures that code has left open so far."""
     if "numora._figures" in sys.modules:
-        from ._figures import end_cell
+        from ._figures import show_left
 
-        end_cell()
+        show_left()
 
 
 def complain(error):

@@ -145,7 +145,7 @@ def handle(kind, comm_id, target_name, data, metadata, buffers):
     printed = _Printed(comm_id)
     _host.take_printed(printed)  # it would go nowhere: no evaluation runs
     try:
-        _cells.leave_open_figures()
+        _cells.set_figures_aside()
         guest = _guest.made()
         if guest:
             guest.begin()

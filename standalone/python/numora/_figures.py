@@ -11,7 +11,7 @@ from matplotlib.backends.backend_agg import FigureCanvasAgg
 
 from . import _guest
 
-_of_others = set()  # figures that were open before the cell that runs
+_of_others = {}  # figures that were open before the cell that runs, by number
 _LONGEST = 2_800_000  # bytes of pictures in one event, which become a third more in base64
 
 
@@ -64,14 +64,28 @@ def _close(managers, is_shown):
 
 
 def begin_cell():
-    _of_others.clear()
-    _of_others.update(Gcf.get_all_fig_managers())
+    """Sets the figures of others aside, which a cell would else draw into, show and close."""
+    for number, manager in list(Gcf.figs.items()):
+        if isinstance(manager, FigureManager):
+            _of_others[number] = Gcf.figs.pop(number)
 
 
 def end_cell():
+    try:
+        show_left()
+    finally:
+        for number, manager in _of_others.items():
+            while number in Gcf.figs:  # a figure of another backend, which stays
+                number += 1
+            manager.num = number
+            Gcf.figs[number] = manager
+        _of_others.clear()
+
+
+def show_left():
     """Shows the figures that a cell has left open, or closes them where nobody sees them."""
-    left = [manager for manager in Gcf.get_all_fig_managers() if manager not in _of_others]
-    _close([manager for manager in left if isinstance(manager, FigureManager)], _host.hears("figure"))
+    left = [manager for manager in Gcf.get_all_fig_managers() if isinstance(manager, FigureManager)]
+    _close(left, _host.hears("figure"))
 
 
 def png(figure):
