@@ -58,7 +58,7 @@ void Cell::begin() {
     parts_.interpreter.stream(code, lifetime_.guarded([this](int, const std::string& reason) {
         fail(ErrorText::of("Refused", reason));
     }));
-    if (storesHistory_) parts_.history.add(number, code_);  // while it runs
+    if (storesHistory_) parts_.history.add(number, code_);
 }
 
 void Cell::take(const InterpreterEvent& event) {

@@ -20,6 +20,7 @@ namespace {
 // A search takes the product of its length and that of all code.
 constexpr std::size_t longestPattern = 1'000;
 constexpr std::int64_t each = 64;  // bytes that a cell counts beside its code
+constexpr std::int64_t mostUnstored = History::mostBytes / 4;
 
 constexpr dispatch::Member members[] = {{"hist_access_type", Kind::String, true},
                                         {"output", Kind::Boolean},
@@ -40,6 +41,8 @@ CREATE TABLE IF NOT EXISTS cells(id INTEGER PRIMARY KEY, session INTEGER NOT NUL
 )";
 
 foundation::log::DiagnosticLogger log() { return foundation::log::DiagnosticLogger("jupyter"); }
+
+std::int64_t sizeOf(const std::string& code) { return static_cast<std::int64_t>(code.size()) + each; }
 
 void makeForOwner(const std::filesystem::path& file) {
     std::error_code ignored;  // the database says what is wrong
@@ -100,18 +103,49 @@ std::int64_t History::session() {
 
 void History::add(std::uint64_t count, const std::string& code) {
     if (code.size() > longestCell) return;
+    added_.push_back({count, code});
+    addedBytes_ += sizeOf(code);
+    if (addedBytes_ <= mostUnstored) return;
+    store();
+    if (addedBytes_ > mostUnstored) forgetAdded();
+}
+
+void History::store() {
+    if (added_.empty()) return;
     try {
-        Statement(database(), "INSERT INTO cells(session, line, code) VALUES(?, ?, ?)")
-            .bind(session())
-            .bind(static_cast<std::int64_t>(count))
-            .bind(code)
-            .next();
-        added_ += static_cast<std::int64_t>(code.size()) + each;
-        if (added_ > mostBytes / 4) forgetOldest();
+        auto& all = database();
+        const auto number = session();
+        all.run("BEGIN IMMEDIATE");
+        try {
+            for (const auto& [count, code] : added_) {
+                Statement(all, "INSERT INTO cells(session, line, code) VALUES(?, ?, ?)")
+                    .bind(number)
+                    .bind(static_cast<std::int64_t>(count))
+                    .bind(code)
+                    .next();
+            }
+            all.run("COMMIT");
+        } catch (const std::exception&) {
+            all.run("ROLLBACK");
+            throw;
+        }
+        storedBytes_ += addedBytes_;
+        forgetAdded();
+        if (storedBytes_ > mostBytes / 4) forgetOldest();
     } catch (const std::exception& error) {
         if (std::exchange(isLossTold_, true)) return;
-        log().warning("A cell is not kept in the history: " + std::string(error.what()));
+        log().warning("Cells are not kept in the history: " + std::string(error.what()));
     }
+}
+
+void History::forgetAdded() {
+    added_.clear();
+    addedBytes_ = 0;
+}
+
+void History::beginSession() {
+    store();
+    session_ = 0;
 }
 
 void History::forgetOldest() {
@@ -125,12 +159,13 @@ DELETE FROM cells WHERE id <= (
         .bind(most)
         .bind(mostBytes)
         .next();
-    added_ = 0;
+    storedBytes_ = 0;
 }
 
 std::string History::answer(const Request& message) {
     const auto request = message.content(members);
     const auto type = request->getValue<std::string>("hist_access_type");
+    store();
     if (type == "range") return range(*request);
     if (type == "search") return search(*request);
     if (type == "tail") return tail(*request);

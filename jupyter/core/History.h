@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "Database.h"
 #include "Request.h"
@@ -25,18 +26,31 @@ public:
     /// The file, readable by its owner alone, and its folder are made when they are needed. Where it cannot
     /// be used, a line in the log says why, and memory is. So it is with an empty path.
     explicit History(std::string file = {}) : file_(std::move(file)) {}
+    ~History() { store(); }
+    History(const History&) = delete;
+    History& operator=(const History&) = delete;
 
-    /// Where it cannot be stored, a line in the log says so once.
+    /// Stores it later, which takes longer than many a cell.
     void add(std::uint64_t count, const std::string& code);
+    bool isStored() const { return added_.empty(); }
+    /// What cannot be stored is kept for the next time, up to `mostBytes / 4`, and a line in the log says so
+    /// once.
+    void store();
     /// The interpreter is new.
-    void beginSession() { session_ = 0; }
+    void beginSession();
     /// The JSON array that answers a history_request.  Throws: std::exception, which says why there is none.
     std::string answer(const Request& request);
 
 private:
+    struct Cell {
+        std::uint64_t count;
+        std::string code;
+    };
+
     Database& database();
     std::int64_t session();
     void forgetOldest();
+    void forgetAdded();
     std::string tail(const Poco::JSON::Object& request);
     std::string range(const Poco::JSON::Object& request);
     std::string search(const Poco::JSON::Object& request);
@@ -44,7 +58,9 @@ private:
     const std::string file_;
     std::optional<Database> database_;
     std::int64_t session_ = 0;  ///< 0: not begun
-    std::int64_t added_ = 0;    ///< bytes since the oldest were forgotten
+    std::vector<Cell> added_;   ///< and not stored yet
+    std::int64_t addedBytes_ = 0;
+    std::int64_t storedBytes_ = 0;  ///< since the oldest were forgotten
     bool isLossTold_ = false;
 };
 

@@ -15,6 +15,7 @@ using Members = Publisher::Members;
 namespace {
 
 constexpr auto timeForReply = std::chrono::seconds(1);
+constexpr auto timeToStore = std::chrono::seconds(1);
 
 foundation::log::DiagnosticLogger log() { return foundation::log::DiagnosticLogger("jupyter"); }
 
@@ -163,7 +164,17 @@ void Kernel::Core::ended(const JobEnd& end) {
     if (end.endsKernel) endKernel();
     if (!end.death.empty()) lives_.noteDeath(end.death);
     lastActivity_ = secondsNow();
+    storeHistoryLater();
     runNext();
+}
+
+// Not while clients wait for what comes next.
+void Kernel::Core::storeHistoryLater() {
+    if (history_.isStored() || std::exchange(isStoring_, true)) return;
+    executor_.postAfter(timeToStore, lifetime_.guarded([this] {
+        isStoring_ = false;
+        history_.store();
+    }));
 }
 
 // As a shutdown does, but later: front ends look at the reply only as long as there is a process.

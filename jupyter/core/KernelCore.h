@@ -63,6 +63,7 @@ private:
     /// All that wait, or those of a session alone: an error concerns no other front end.
     void abortCells(const std::string* session = nullptr);
     void endKernel();
+    void storeHistoryLater();
     void forgetAll();
 
     void takeEvent(const InterpreterEvent& event);
@@ -75,6 +76,7 @@ private:
     const KernelOptions options_;
     Publisher publisher_;
     History history_;
+    bool isStoring_ = false;
     CellCount count_;
     InputRequests inputs_;
     AsideRequests asides_;

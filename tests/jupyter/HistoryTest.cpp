@@ -61,10 +61,13 @@ protected:
 TEST_F(HistoryFileTest, isSharedByKernelsAndForgetsTheOldest) {
     jupyter::History first(file_), second(file_);
     first.add(1, "a");
+    first.store();
     second.add(1, "b");
-    first.add(2, "c");
     second.beginSession();
+    first.add(2, "c");
+    first.store();
     second.add(1, "d");
+    second.store();
     EXPECT_EQ(answer(first, R"({"hist_access_type":"tail"})"),
               R"([[1,1,"a"],[2,1,"b"],[1,2,"c"],[3,1,"d"]])");
     EXPECT_EQ(answer(second, R"({"hist_access_type":"range","session":-1})"), R"([[2,1,"b"]])");
