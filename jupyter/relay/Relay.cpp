@@ -53,10 +53,8 @@ bool stopsOnError(const Request& request) {
     return wire::valueOf(content, "stop_on_error") != "false" && wire::valueOf(content, "silent") != "true";
 }
 
-bool isIdle(const Message& message) {
-    constexpr std::size_t longest = 64;
-    return message.channel == Channel::Iopub && message.content.size() < longest &&
-           wire::textIn(message.content, "execution_state") == "idle";
+bool isIdle(std::string_view type, const Message& message) {
+    return type == "status" && wire::textIn(message.content, "execution_state") == "idle";
 }
 
 }  // namespace
@@ -176,7 +174,12 @@ void Relay::take(const std::string& frame) {
     try {
         Message message = wire::decodeV1(frame);
         const bool isPublic = message.channel == Channel::Iopub;
-        const bool isEnd = isIdle(message);
+        const auto type = wire::textIn(message.header, "msg_type");
+        if (type == "execute_input") {
+            const auto count = wire::valueOf(wire::rawMembers(message.content), "execution_count");
+            if (!count.empty()) count_ = count;
+        }
+        const bool isEnd = isIdle(type, message);
         const auto found = isPublic && !isEnd
                                ? numbers_.end()
                                : numbers_.find(std::string(wire::textIn(message.parent, "msg_id")));
@@ -267,8 +270,12 @@ void Relay::release(const RequestPtr& request) {
 }
 
 void Relay::fail(const RequestPtr& request, const ErrorText& error) {
-    if (isCell(*request)) clients_->error(request->message.header, error);
-    clients_->replyError(*request, error);
+    Members count;
+    if (isCell(*request)) {
+        clients_->error(request->message.header, error);
+        count.addJson("execution_count", count_);
+    }
+    clients_->replyError(*request, error, count);
     clients_->status(request->message.header, "idle");
 }
 

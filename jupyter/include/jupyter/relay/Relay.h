@@ -95,6 +95,7 @@ private:
     std::uint64_t lastNumber_ = 0;
     std::map<std::uint64_t, RequestPtr> requests_;            // by the numbers that they were sent with
     std::unordered_map<std::string, std::uint64_t> numbers_;  // by the ids of the messages
+    std::string count_ = "0";                                 // of the cell that has begun last
     Route asked_;                                             // the client that was asked for input last
     std::string absence_;                                     // why the server is away, if it is
     bool isTold_ = false;                                     // a cell has a line about that
