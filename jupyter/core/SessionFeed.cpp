@@ -136,10 +136,10 @@ void SessionInterpreter::Feed::replaceSession() {
                                                        session_->closeReason());
     session_ = open_();
     subscribe();
-    for (const auto& [number, answered] : std::exchange(awaited_, {}))
-        messages::callAndLog([&] { answered(unavailable, reason); });
-    for (const auto& [request, refused] : std::exchange(streams_, {}))
-        messages::callAndLog([&] { refused(unavailable, reason); });
+    for (const auto& awaited : std::exchange(awaited_, {}))
+        messages::callAndLog([&] { awaited.second(unavailable, reason); });
+    for (const auto& stream : std::exchange(streams_, {}))
+        messages::callAndLog([&] { stream.second(unavailable, reason); });
 }
 
 void SessionInterpreter::Feed::queueAnswer(messages::ClientSession& session, std::uint64_t number, int status,

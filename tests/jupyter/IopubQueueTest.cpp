@@ -93,7 +93,7 @@ TEST_F(IopubQueueTest, goesOnWithoutTheOneWhoReadsNothingForTenSeconds) {
     socket_.isStuck = true;
     Message large = other(1);
     large.buffers = {std::string(33'000'000, 'a')};
-    for (int i = 0; i < 100; ++i) queue_.add(other(i));
+    for (std::size_t i = 0; i < 100; ++i) queue_.add(other(i));
     for (int i = 0; i < 3; ++i) queue_.add(large);
     socket_.received.clear();
     socket_.room = 1'000;
