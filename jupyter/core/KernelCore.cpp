@@ -179,6 +179,7 @@ void Kernel::Core::storeHistoryLater() {
 
 // As a shutdown does, but later: front ends look at the reply only as long as there is a process.
 void Kernel::Core::endKernel() {
+    isEnding_ = true;
     abortCells();
     executor_.postAfter(timeForReply, lifetime_.guarded([this] {
         if (options_.shutDown) options_.shutDown(false);

@@ -76,7 +76,7 @@ private:
     const KernelOptions options_;
     Publisher publisher_;
     History history_;
-    bool isStoring_ = false;
+    bool isStoring_ = false, isEnding_ = false;
     CellCount count_;
     InputRequests inputs_;
     AsideRequests asides_;

@@ -24,7 +24,7 @@ constexpr dispatch::Member shutdownMembers[] = {{"restart", Kind::Boolean}};
 void Kernel::Core::takeExecution(const RequestPtr& request) {
     const Cell::Parts parts{interpreter_, publisher_, inputs_, history_, count_, options_.isShared};
     auto cell = std::make_unique<Cell>(parts, request, [this](const JobEnd& end) { ended(end); });
-    if (!stop_.covers(*request)) return queue(std::move(cell));
+    if (!isEnding_ && !stop_.covers(*request)) return queue(std::move(cell));
     cell->abort();
     publishState();
 }

@@ -165,6 +165,10 @@ comm_msg {"comm_id":"i","data":{}} ^c1
 > other display {"data":{},"kind":"display","metadata":{},"request":"o","transient":{}}
 > other comm {"kind":"stream","name":"stdout","text":"of their handler"}
 > other output "theirs"
+> send execute_request c2 {"code":"2"}
+busy ^c2
+execute_reply {"status":"aborted"} ^c2 @A
+idle ^c2
 > wait 1000
 ends
 )"},
