@@ -117,42 +117,27 @@ TEST_F(RelayTest, asksForInputAndRepliesWhereTheRequestCameFromAndRepliesOnce) {
 }
 
 TEST_F(RelayTest, failsWhatMayHaveArrivedWhenTheConnectionBreaksAndNothingElse) {
-    for (const char* id : {"arrived", "cell", "on its way", "waiting"}) {
-        ask(id, id == std::string("cell") ? "execute_request" : "complete_request");
+    for (const std::string id : {"arrived", "cell", "on its way", "waiting", "cell after it"}) {
+        ask(id, id.starts_with("cell") ? "execute_request" : "complete_request");
     }
     ends.server->lost("lost", 1, 3);
-    EXPECT_THAT(told(), ElementsAre("error", "execute_reply of cell", "status",
-                                    "complete_reply of on its way", "status"));
-    ask("later");
+    EXPECT_THAT(told(),
+                ElementsAre("error", "execute_reply of cell", "status", "complete_reply of on its way",
+                            "status", "status", "execute_reply of cell after it", "status"));
+    EXPECT_THAT(ends.dropped, ElementsAre(5));
+    ask("later", "execute_request", R"({"stop_on_error":false})");
     EXPECT_THAT(ends.sent.at(0).content, HasSubstr("numora: lost. Trying again."));
-    EXPECT_THAT(told(), ElementsAre("stream"));
+    ask("last");
+    serverSays(Channel::Iopub, "execute_input", "later", R"({"code":"","execution_count":7})");
+    EXPECT_THAT(told(), ElementsAre("stream", "execute_input"));
+    ends.server->lost("lost", 5, 6);
+    EXPECT_THAT(ends.sent.at(1).content, HasSubstr(R"("execution_count":7)"));  // some front ends need one
+    EXPECT_THAT(told(), ElementsAre("error", "execute_reply of later", "status", "stream"));
+    EXPECT_THAT(ends.dropped, ElementsAre());
     ends.server->ended("over");
     EXPECT_THAT(told(), ElementsAre("complete_reply of arrived", "status", "complete_reply of waiting",
-                                    "status", "error", "execute_reply of later", "status"));
+                                    "status", "error", "execute_reply of last", "status"));
     EXPECT_EQ(ends.end, "over");
-}
-
-// As any error does, unless the cell says otherwise.
-TEST_F(RelayTest, abortsTheCellsThatWaitWhenOneIsLost) {
-    const auto lose = [&](const std::string& content) {
-        ends.server->opened();
-        const auto before = ends.last;
-        ask("lost", "execute_request", content);
-        ask("next");
-        ask("beside", "complete_request");
-        ends.server->lost("lost", before, before + 1);
-        return ends.dropped;
-    };
-    EXPECT_THAT(lose(R"({"stop_on_error":true})"), ElementsAre(2));
-    EXPECT_THAT(told(), ElementsAre("error", "execute_reply of lost", "status", "status",
-                                    "execute_reply of next", "status"));
-    serverSays(Channel::Shell, "complete_reply", "beside");
-    told();
-    serverSays(Channel::Iopub, "execute_input", "somebody's", R"({"code":"","execution_count":7})");
-    told();
-    EXPECT_THAT(lose(R"({"stop_on_error":false})"), ElementsAre());
-    EXPECT_THAT(ends.sent.at(1).content, HasSubstr(R"("execution_count":7)"));  // some front ends need one
-    EXPECT_THAT(told(), ElementsAre("error", "execute_reply of lost", "status", "stream"));
 }
 
 TEST_F(RelayTest, keepsFromTheServerWhatWouldEndTheConnectionOfAll) {
@@ -163,12 +148,12 @@ TEST_F(RelayTest, keepsFromTheServerWhatWouldEndTheConnectionOfAll) {
                                                           {"[]", "must hold JSON objects"},
                                                           {"{}1", "must end with"},
                                                           {large, "at most 16 MiB"}}) {
-        ask("a", "comm_msg", content);
-        EXPECT_THAT(ends.sent.at(1).content, HasSubstr(problem));
-        EXPECT_THAT(told(), ElementsAre("status", "stream", "status"));
         ask("a", "execute_request", content);
+        EXPECT_THAT(ends.sent.at(1).content, HasSubstr(problem));
         EXPECT_THAT(told(), ElementsAre("status", "error", "execute_reply of a", "status"));
     }
+    ask("a", "comm_msg", "{");
+    EXPECT_THAT(told(), ElementsAre("status", "stream", "status"));
     EXPECT_EQ(ends.last, 0);
     // NaN and halves of pairs it takes.
     ask("b", "execute_request", R"({"code":"\ud800","n":NaN})");
