@@ -55,7 +55,8 @@ constexpr std::string_view noHistory = "none";
 
 // Empty: none is kept.
 std::filesystem::path historyFile(const std::string& chosen) {
-    if (!chosen.empty()) return chosen == noHistory ? "" : chosen;
+    if (chosen == noHistory) return {};
+    if (!chosen.empty()) return std::filesystem::absolute(chosen);  // code may go to another folder
     const auto folder = [](const char* variable) {
         const char* const value = std::getenv(variable);
         return value != nullptr && *value == '/' ? std::filesystem::path(value) : std::filesystem::path();

@@ -75,7 +75,7 @@ public:
     /// Threads: one.
     void begin(int status = 0) {
         if (deadline_) return;
-        deadline_.emplace(timeToEnd);
+        deadline_.emplace(timeToEnd, StopDeadline::deafCode, status);
         begun_.set_value(status);
     }
     /// The exit status.

@@ -14,10 +14,10 @@ namespace app {
 /// Threads: made and destroyed on any.
 class StopDeadline {
 public:
+    static constexpr const char* deafCode = "The running code does not end; the process ends without it.";
+
     /// `reason` is logged then.
-    explicit StopDeadline(std::chrono::milliseconds limit,
-                          std::string reason = "The running code does not end; the process ends without it.",
-                          int status = 0);
+    explicit StopDeadline(std::chrono::milliseconds limit, std::string reason = deafCode, int status = 0);
     ~StopDeadline();
     StopDeadline(const StopDeadline&) = delete;
     StopDeadline& operator=(const StopDeadline&) = delete;

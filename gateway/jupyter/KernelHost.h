@@ -3,9 +3,11 @@
 #include <atomic>
 #include <chrono>
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <string>
 
+#include "access/Grant.h"
 #include "connector/identifiers.h"
 #include "jupyter/KernelRoom.h"
 
@@ -33,8 +35,10 @@ public:
     void own() { isOwn_ = true; }
     bool isOwn() const { return isOwn_; }
 
-    /// For a WebSocket of a front end, which may name its session, so that it is known when it comes back.
-    std::shared_ptr<sockets::Speaker> speaker(std::string session, bool mayRestart);
+    /// For a WebSocket of a front end, which may name its session, so that it is known when it comes back
+    /// with the same token: others see the names of sessions.
+    std::shared_ptr<sockets::Speaker> speaker(const std::string& session, const access::Grant& grant,
+                                              bool mayRestart);
 
     /// Returns at once.
     void interrupt() {
@@ -60,13 +64,14 @@ private:
     const std::shared_ptr<KernelRoom> room_;
 };
 
-inline std::shared_ptr<sockets::Speaker> KernelHost::speaker(std::string session, bool mayRestart) {
+inline std::shared_ptr<sockets::Speaker> KernelHost::speaker(const std::string& session,
+                                                             const access::Grant& grant, bool mayRestart) {
     constexpr std::size_t longest = 256;
     const bool isNamed = !session.empty() && session.size() <= longest;
-    if (!isNamed) session = connector::randomUuid();
+    std::string own = isNamed ? std::to_string(reinterpret_cast<std::uintptr_t>(&grant)) + ' ' + session
+                              : connector::randomUuid();
     return std::make_shared<KernelSocket>(
-        room_,
-        KernelSocket::Peer{.session = std::move(session), .comesBack = isNamed, .mayRestart = mayRestart},
+        room_, KernelSocket::Peer{.session = std::move(own), .comesBack = isNamed, .mayRestart = mayRestart},
         room_->frameBytes());
 }
 

@@ -1,7 +1,5 @@
 #include "Database.h"
 
-#include <stdexcept>
-
 #include <sqlite3.h>
 
 namespace jupyter {
@@ -11,7 +9,9 @@ namespace {
 constexpr int longestWaitMs = 100;
 
 void require(sqlite3* database, bool isDone) {
-    if (!isDone) throw std::runtime_error(sqlite3_errmsg(database));
+    if (isDone) return;
+    if (sqlite3_errcode(database) == SQLITE_BUSY) throw DatabaseIsLocked(sqlite3_errmsg(database));
+    throw std::runtime_error(sqlite3_errmsg(database));
 }
 
 }  // namespace
@@ -30,6 +30,8 @@ Database::Database(const std::string& file) {
 void Database::run(const char* statements) {
     require(&get(), sqlite3_exec(&get(), statements, nullptr, nullptr, nullptr) == SQLITE_OK);
 }
+
+bool Database::isInTransaction() const { return sqlite3_get_autocommit(database_.get()) == 0; }
 
 void Statement::Finalize::operator()(sqlite3_stmt* statement) const { sqlite3_finalize(statement); }
 

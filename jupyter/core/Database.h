@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 
@@ -10,10 +11,16 @@ struct sqlite3_stmt;
 
 namespace jupyter {
 
+/// Another process has held the file for too long.
+struct DatabaseIsLocked : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
 /// A database of SQLite in a file, or in memory.
 ///
 /// Threads: one at a time.  Throws, as its statements do: std::runtime_error, which says what SQLite says.
-/// Blocks: while another process writes to the file, for a tenth of a second at most; then it throws.
+/// Blocks: while another process writes to the file, for a tenth of a second at most; then it throws
+/// DatabaseIsLocked.
 class Database {
 public:
     /// The file is made where there is none. ":memory:" is none.
@@ -21,6 +28,8 @@ public:
 
     /// Statements without parameters or rows.
     void run(const char* statements);
+    /// Whether there is something to roll back.
+    bool isInTransaction() const;
 
     sqlite3& get() { return *database_; }
 

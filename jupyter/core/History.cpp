@@ -18,7 +18,7 @@ using Poco::JSON::Object;
 namespace {
 
 // A search takes the product of its length and that of all code.
-constexpr std::size_t longestPattern = 1'000;
+constexpr std::size_t longestPattern = 200;
 constexpr std::int64_t each = 64;  // bytes that a cell counts beside its code
 constexpr std::int64_t mostUnstored = History::mostBytes / 4;
 
@@ -82,6 +82,9 @@ Database& History::database() {
             database_.emplace(opened(file_));
             forgetOldest();
             return *database_;
+        } catch (const DatabaseIsLocked&) {
+            if (database_) return *database_;  // the oldest are forgotten another time
+            throw;
         } catch (const std::exception& error) {
             log().warning("The history of notebooks is kept in memory only: " + file_ + ": " + error.what());
         }
@@ -91,12 +94,11 @@ Database& History::database() {
 
 std::int64_t History::session() {
     if (session_ == 0) {
-        auto& all = database();
-        Statement begun(all, "INSERT INTO sessions DEFAULT VALUES RETURNING id");
+        Statement begun(database(), "INSERT INTO sessions DEFAULT VALUES RETURNING id");
         begun.next();
-        session_ = begun.number(0);
-        begun.next();
-        all.run("DELETE FROM sessions WHERE id < (SELECT max(id) FROM sessions)");  // the numbers go on
+        const auto number = begun.number(0);
+        begun.next();  // it is written then
+        session_ = number;
     }
     return session_;
 }
@@ -126,12 +128,13 @@ void History::store() {
             }
             all.run("COMMIT");
         } catch (const std::exception&) {
-            all.run("ROLLBACK");
+            if (all.isInTransaction()) all.run("ROLLBACK");
             throw;
         }
         storedBytes_ += addedBytes_;
+        storedCells_ += static_cast<std::int64_t>(added_.size());
         forgetAdded();
-        if (storedBytes_ > mostBytes / 4) forgetOldest();
+        if (storedBytes_ > mostBytes / 4 || storedCells_ > most / 4) forgetOldest();
     } catch (const std::exception& error) {
         if (std::exchange(isLossTold_, true)) return;
         log().warning("Cells are not kept in the history: " + std::string(error.what()));
@@ -159,7 +162,8 @@ DELETE FROM cells WHERE id <= (
         .bind(most)
         .bind(mostBytes)
         .next();
-    storedBytes_ = 0;
+    storedBytes_ = storedCells_ = 0;
+    database_->run("DELETE FROM sessions WHERE id < (SELECT max(id) FROM sessions)");  // the numbers go on
 }
 
 std::string History::answer(const Request& message) {

@@ -60,7 +60,7 @@ private:
     std::int64_t session_ = 0;  ///< 0: not begun
     std::vector<Cell> added_;   ///< and not stored yet
     std::int64_t addedBytes_ = 0;
-    std::int64_t storedBytes_ = 0;  ///< since the oldest were forgotten
+    std::int64_t storedBytes_ = 0, storedCells_ = 0;  ///< since the oldest were forgotten
     bool isLossTold_ = false;
 };
 

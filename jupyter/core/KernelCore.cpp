@@ -147,6 +147,7 @@ void Kernel::Core::runNext() {
     lastParent_ = job_->parent();
     publishState();
     job_->begin();
+    storeHistoryLater();
 }
 
 void Kernel::Core::ended(const JobEnd& end) {
@@ -164,7 +165,6 @@ void Kernel::Core::ended(const JobEnd& end) {
     if (end.endsKernel) endKernel();
     if (!end.death.empty()) lives_.noteDeath(end.death);
     lastActivity_ = secondsNow();
-    storeHistoryLater();
     runNext();
 }
 

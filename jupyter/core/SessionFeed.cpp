@@ -91,7 +91,7 @@ void SessionInterpreter::Feed::drain() {
             bytes += frame->text().size();
             deliver(*frame);
         }
-        if (taken.isClosed && received_) replaceSession();
+        if (taken.isClosed && received_) messages::callAndLog([&] { replaceSession(); });
         if (taken.isClosed || taken.frames.empty()) break;
     }
     isDraining_ = false;

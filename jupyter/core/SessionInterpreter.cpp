@@ -21,7 +21,7 @@ using dispatch::Answer;
 namespace {
 
 constexpr const char* clientType = "notebook";
-constexpr int inUse = 409, failed = 500, cannotRestart = 501;
+constexpr int inUse = 409, gone = 410, failed = 500, cannotRestart = 501, unavailable = 503;
 
 messages::SessionOptions sessionOptions() {
     messages::SessionOptions options;
@@ -35,6 +35,10 @@ messages::SessionOptions sessionOptions() {
 
 void setCapabilities(ContextState& context, capabilities::CapabilityList list) {
     context.set("numoraCapabilities", std::move(list), ContextScope::Client);
+}
+
+int statusOf(const Answer& answer) {
+    return answer.status == unavailable && !answer.death.empty() ? gone : answer.status;
 }
 
 std::string textOf(Answer& answer) {
@@ -94,7 +98,7 @@ void SessionInterpreter::submit(const std::string& type, std::string json,
 
 void SessionInterpreter::call(const std::string& type, std::string json, Answered answered) {
     submit(type, std::move(json), [feed = feed_, answered = std::move(answered)](Answer answer) {
-        feed->post([answered, status = answer.status, text = textOf(answer)] { answered(status, text); });
+        feed->post([answered, status = statusOf(answer), text = textOf(answer)] { answered(status, text); });
     });
 }
 

@@ -127,6 +127,7 @@ CodeRunner::Result CodeRunner::execute(const std::u16string& code, Kind kind) {
     PyErr_Clear();
 
     const bool isMagic = kind == Kind::Cell && mayBeMagic(code) && compileAsCell(piece);
+    if (!isMagic && PyErr_Occurred() != nullptr) return failed();
     if (!isMagic && !compile(piece) && !(kind == Kind::Cell && compileAsCell(piece))) {
         if (kind == Kind::Cell || !isIncompleteInputSet()) return failed();
         PyErr_Clear();

@@ -26,7 +26,8 @@ struct InterpreterEvent {
 /// operation; after the end of the interpreter perhaps never.
 class Interpreter {
 public:
-    /// With an HTTP status and, where it is not 200, the reason; else the JSON of the response.
+    /// With an HTTP status and, where it is not 200, the reason; else the JSON of the response. 410 where it
+    /// takes nothing until it is restarted.
     using Answered = std::function<void(int status, std::string text)>;
     /// With an HTTP status and the reason why the code is not run, or why nothing more can be known of it:
     /// then nothing comes of it.
