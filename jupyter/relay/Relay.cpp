@@ -204,17 +204,20 @@ void Relay::lose(const std::string& reason, std::uint64_t confirmed, std::uint64
     log().error(reason);
     const auto time = std::chrono::system_clock::now();
     RequestPtr failed;  // the last one that aborts others
+    std::set<std::string> sessions;
     for (auto next = requests_.upper_bound(confirmed); next != requests_.end() && next->first <= written;
          next = requests_.upper_bound(confirmed)) {
         const auto request = next->second;
         forget(next->first);
         fail(request,
              ErrorText::of("ConnectionError", reason + ", with this request on its way; it may have run"));
-        if (stopsOnError(*request)) failed = request;
+        if (!stopsOnError(*request)) continue;
+        failed = request;
+        sessions.insert(request->session);
     }
     std::set<std::uint64_t> aborted;
     if (failed) {
-        aborted = abortCells(written);
+        aborted = abortCells(written, sessions);
         executor_.postAfter(
             StopOnError::longest,
             lifetime_->guarded([this, number = stop_->begin(*failed, time)] { stop_->end(number); }));
@@ -224,10 +227,11 @@ void Relay::lose(const std::string& reason, std::uint64_t confirmed, std::uint64
     server_->goOn(std::move(aborted));
 }
 
-std::set<std::uint64_t> Relay::abortCells(std::uint64_t written) {
+std::set<std::uint64_t> Relay::abortCells(std::uint64_t written, const std::set<std::string>& sessions) {
     std::set<std::uint64_t> numbers;
     for (auto next = requests_.upper_bound(written); next != requests_.end(); ++next) {
-        if (isCell(*next->second)) numbers.insert(next->first);
+        const Request& request = *next->second;
+        if (isCell(request) && sessions.contains(request.session)) numbers.insert(next->first);
     }
     for (const auto number : numbers) {
         clients_->abort(*requests_.at(number));

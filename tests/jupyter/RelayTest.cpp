@@ -58,7 +58,8 @@ private:
 class RelayTest : public testing::Test {
 protected:
     static std::string header(const std::string& id, const std::string& type) {
-        return R"({"msg_id":")" + id + R"(","msg_type":")" + type + R"("})";
+        const std::string session = id.starts_with("other") ? "theirs" : "ours";
+        return R"({"msg_id":")" + id + R"(","session":")" + session + R"(","msg_type":")" + type + R"("})";
     }
     void ask(const std::string& id, const std::string& type = "execute_request",
              const std::string& content = "{}") {
@@ -117,20 +118,23 @@ TEST_F(RelayTest, asksForInputAndRepliesWhereTheRequestCameFromAndRepliesOnce) {
 }
 
 TEST_F(RelayTest, failsWhatMayHaveArrivedWhenTheConnectionBreaksAndNothingElse) {
-    for (const std::string id : {"arrived", "cell", "on its way", "waiting", "cell after it"}) {
-        ask(id, id.starts_with("cell") ? "execute_request" : "complete_request");
+    for (const std::string id : {"arrived", "cell", "on its way", "waiting", "cell after it", "other cell"}) {
+        ask(id, id.find("cell") != id.npos ? "execute_request" : "complete_request");
     }
     ends.server->lost("lost", 1, 3);
     EXPECT_THAT(told(),
                 ElementsAre("error", "execute_reply of cell", "status", "complete_reply of on its way",
-                            "status", "status", "execute_reply of cell after it", "status"));
+                            "status", "status", "execute_reply of cell after it", "status", "stream"));
     EXPECT_THAT(ends.dropped, ElementsAre(5));
+    serverSays(Channel::Shell, "execute_reply", "other cell");
+    ends.server->lost("lost", 6, 6);
+    EXPECT_THAT(told(), ElementsAre("execute_reply of other cell"));
     ask("later", "execute_request", R"({"stop_on_error":false})");
     EXPECT_THAT(ends.sent.at(0).content, HasSubstr("numora: lost. Trying again."));
     ask("last");
     serverSays(Channel::Iopub, "execute_input", "later", R"({"code":"","execution_count":7})");
     EXPECT_THAT(told(), ElementsAre("stream", "execute_input"));
-    ends.server->lost("lost", 5, 6);
+    ends.server->lost("lost", 6, 7);
     EXPECT_THAT(ends.sent.at(1).content, HasSubstr(R"("execution_count":7)"));  // some front ends need one
     EXPECT_THAT(told(), ElementsAre("error", "execute_reply of later", "status", "stream"));
     EXPECT_THAT(ends.dropped, ElementsAre());

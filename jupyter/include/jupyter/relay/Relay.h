@@ -36,8 +36,8 @@ struct RelayOptions {
 ///
 /// Front ends do not see the server come and go. While it is away, the cell that runs there has a line about
 /// it on its standard error, and requests wait. What was on its way when the connection broke may or may not
-/// have arrived: such requests fail, and are not sent twice; a cell among them aborts the cells that wait, as
-/// any error does. When the server has gone for good all fail.
+/// have arrived: such requests fail, and are not sent twice; a cell among them aborts the waiting cells of
+/// its front end, as any error does. When the server has gone for good all fail.
 ///
 /// What the server would not read is refused here, since it would close the connection for all clients.
 ///
@@ -78,8 +78,9 @@ private:
     void take(const std::string& frame);
     void lose(const std::string& reason, std::uint64_t confirmed, std::uint64_t written);
     void end(const std::string& reason);
-    /// Takes the cells out that were sent after number `written`, with an answer; returns their numbers.
-    std::set<std::uint64_t> abortCells(std::uint64_t written);
+    /// Takes the cells of these sessions out that were sent after number `written`, with an answer; returns
+    /// their numbers.
+    std::set<std::uint64_t> abortCells(std::uint64_t written, const std::set<std::string>& sessions);
     void release(const RequestPtr& request);
     void fail(const RequestPtr& request, const ErrorText& error);
     void interrupt();
