@@ -29,11 +29,15 @@ const foundation::log::DiagnosticLogger& log() {
     return logger;
 }
 
-Message interruption() {
-    Message message{.channel = Channel::Control};
+// The key at a terminal, which input takes for its end.
+constexpr std::string_view endOfInput = "\x04";
+
+// A message of the relay's own.
+Message made(Channel channel, std::string_view type) {
+    Message message{.channel = channel};
     message.header = Members()
                          .add("msg_id", connector::randomUuid())
-                         .add("msg_type", "interrupt_request")
+                         .add("msg_type", type)
                          .add("session", connector::randomUuid())
                          .add("username", "numora")
                          .add("date", foundation::core::utcText(std::chrono::system_clock::now()))
@@ -156,11 +160,22 @@ void Relay::refuse(const RequestPtr& request, const std::string& reason) {
 }
 
 void Relay::interrupt() {
-    if (!server_->send(lastNumber_ + 1, wire::encodeV1(interruption()).data)) {
+    if (!send(made(Channel::Control, "interrupt_request")))
         tell("The interrupt was not sent: too much waits for the server.");
-    } else {
-        ++lastNumber_;
-    }
+}
+
+// The cell that asks has failed here, or ended: nobody else can answer it.
+void Relay::endInput(const Message& question) {
+    Message answer = made(Channel::Stdin, "input_reply");
+    answer.parent = question.header;
+    answer.content = Members().add("value", endOfInput).take();
+    if (!send(answer)) log().warning("A question of a cell that has failed could not be answered.");
+}
+
+bool Relay::send(const Message& message) {
+    if (!server_->send(lastNumber_ + 1, wire::encodeV1(message).data)) return false;
+    ++lastNumber_;
+    return true;
 }
 
 void Relay::forget(std::uint64_t number) {
@@ -192,7 +207,11 @@ void Relay::take(const std::string& frame) {
                 forget(number);  // what has no reply has this idle
             }
         }
-        if (isPublic || !message.route.empty()) clients_->outlet().send(std::move(message));
+        if (isPublic || !message.route.empty()) {
+            clients_->outlet().send(std::move(message));
+        } else if (type == "input_request") {
+            endInput(message);
+        }
     } catch (const std::exception& error) {
         log().warning(std::string("A message of the server is dropped: ") + error.what());
     }

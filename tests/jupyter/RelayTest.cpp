@@ -34,6 +34,7 @@ public:
     bool isFull = false;  // no more goes to the server
     int reads = 0;
     std::uint64_t last = 0;  // that has gone to the server
+    std::string frame;       // its content
     std::set<std::uint64_t> dropped;
     int releases = 0;
     jupyter::ServerSocketListener* server = nullptr;
@@ -44,9 +45,11 @@ class FakeSocket : public jupyter::ServerSocket {
 public:
     explicit FakeSocket(Ends& ends) : ends_(ends) {}
     void start(jupyter::ServerSocketListener& listener) override { ends_.server = &listener; }
-    bool send(std::uint64_t number, std::string) override {
-        if (!ends_.isFull) ends_.last = number;
-        return !ends_.isFull;
+    bool send(std::uint64_t number, std::string frame) override {
+        if (ends_.isFull) return false;
+        ends_.last = number;
+        ends_.frame = std::move(frame);
+        return true;
     }
     void readOn() override { ++ends_.reads; }
     void goOn(std::set<std::uint64_t> dropped) override { ends_.dropped = std::move(dropped); }
@@ -111,7 +114,10 @@ TEST_F(RelayTest, asksForInputAndRepliesWhereTheRequestCameFromAndRepliesOnce) {
     serverSays(Channel::Stdin, "input_request", "a");
     serverSays(Channel::Shell, "execute_reply", "a");
     serverSays(Channel::Shell, "execute_reply", "a");
+    // Its cell would wait for ever.
     serverSays(Channel::Stdin, "input_request", "a");
+    EXPECT_EQ(ends.last, 4);
+    EXPECT_EQ(jupyter::wire::decodeV1(ends.frame).content, R"({"value":"\u0004"})");
     serverSays(Channel::Iopub, "stream", "somebody's");
     EXPECT_THAT(told(), ElementsAre("input_request of a", "execute_reply of b", "input_request of a",
                                     "execute_reply of a", "stream"));

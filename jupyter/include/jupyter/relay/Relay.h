@@ -37,7 +37,8 @@ struct RelayOptions {
 /// Front ends do not see the server come and go. While it is away, the cell that runs there has a line about
 /// it on its standard error, and requests wait. What was on its way when the connection broke may or may not
 /// have arrived: such requests fail, and are not sent twice; a cell among them aborts the waiting cells of
-/// its front end, as any error does. When the server has gone for good all fail.
+/// its front end, as any error does. If it runs after all and asks for input, that is at its end. When the
+/// server has gone for good all fail.
 ///
 /// What the server would not read is refused here, since it would close the connection for all clients.
 ///
@@ -84,6 +85,9 @@ private:
     void release(const RequestPtr& request);
     void fail(const RequestPtr& request, const ErrorText& error);
     void interrupt();
+    void endInput(const Message& question);
+    /// A message of its own; false when too much waits.
+    bool send(const Message& message);
     /// On the standard error of the cell that runs; false where none does.
     bool tell(const std::string& line);
 
