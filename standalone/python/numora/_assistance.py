@@ -103,10 +103,7 @@ def _description(found, detail):
 
 
 def is_complete(code):
-    guest = _guest.made()
-    if guest:
-        status, spaces = guest.shell.input_transformer_manager.check_complete(code)
-        return {"status": status, "indent": " " * (spaces or 0)}
+    """The guest is not asked: that takes the square of the lines, in the midst of the code that runs."""
     found = _completeness.is_complete(code)
     if found["status"] == "complete" or not looks_like_magic(code) or not _guest.is_available():
         return found

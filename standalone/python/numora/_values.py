@@ -15,6 +15,7 @@ from ._objects import (
     class_levels,
     class_name,
     class_of,
+    copy,
     find,
     is_instance,
     own_vars,
@@ -24,6 +25,7 @@ from ._objects import (
 from ._scanner import parse
 
 _LIMIT = 10_000  # characters of an expression
+_MOST_KEYS = 100_000
 _IS_STEPWISE = 0x20 | 0x80 | 0x200  # flags of the code of generators and coroutines, whose annotation is not what a call gives
 _NAME = re.compile(r"(?<!\w)[^\W\d]\w*\Z")
 _CLASS = re.compile(r"([\w.]+)(?:\[.*\])?(?:\s*\|.*)?")  # as annotations name it; the first of several
@@ -122,9 +124,17 @@ def _item(value, index):
         return base()
     key = _key(index)
     if base is dict:
-        return dict.get(value, key, NOTHING)  # asks no __missing__
+        return _entry(value, key)
     size = base.__len__(value)
     return base.__getitem__(value, key) if type(key) is int and -size <= key < size else NOTHING
+
+
+def _entry(value, key):
+    """What a dictionary has for a key, among its first ones: other keys with its hash may compare by code of their own."""
+    for other, found in copy(lambda: iter(dict.items(value)), _MOST_KEYS):
+        if type(other) is type(key) and id(type(key)) in _PLAIN and other == key:
+            return found
+    return NOTHING
 
 
 def _key(node):
@@ -146,6 +156,8 @@ def _result(value, owner=NOTHING):
     if function is None or function.__code__.co_flags & _IS_STEPWISE:
         return NOTHING
     annotations = function.__annotations__
+    if type(annotations) is not dict:
+        return NOTHING
     returned = annotations.get("return")
     own = annotations.get("".join(function.__code__.co_varnames[:1]))
     if owner is not NOTHING and own is not None and (own is returned or type(own) is type(returned) is str and own == returned):
