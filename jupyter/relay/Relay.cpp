@@ -261,11 +261,11 @@ std::set<std::uint64_t> Relay::abortCells(std::uint64_t written, const std::set<
 
 void Relay::end(const std::string& reason) {
     if (std::exchange(isOver_, true)) return;
+    options_.ended(reason);  // first: where the sockets have failed the rest throws
     numbers_.clear();
     for (const auto& [number, request] : std::exchange(requests_, {})) {
         fail(request, ErrorText::of("ConnectionError", reason.empty() ? "the kernel was shut down" : reason));
     }
-    options_.ended(reason);
 }
 
 // A second one must not restart what the first one has restarted.

@@ -97,9 +97,11 @@ private:
     // What has failed once would fail again and again.
     void goOnWithoutSockets(const std::string& reason) {
         foundation::log::DiagnosticLogger("jupyter::sockets").error("The kernel's sockets failed: " + reason);
-        sendAgain_.reset();
         guarded("The kernel's end failed", [&] { user_->failed(reason); });
-        while (runTasks()) tasks.wait(timeToWait());
+        while (runTasks()) {
+            sendAgain_.reset();  // whatever the user has tried to send meanwhile
+            tasks.wait(timeToWait());
+        }
     }
 
     // False when that is to end.

@@ -4,6 +4,7 @@
 #include <functional>
 #include <memory>
 #include <set>
+#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
@@ -26,11 +27,15 @@ class Ends : public jupyter::Executor, public jupyter::Outlet {
 public:
     void post(std::function<void()> task) override { task(); }
     void postAfter(std::chrono::milliseconds, std::function<void()>) override {}
-    void send(Message message) override { sent.push_back(std::move(message)); }
+    void send(Message message) override {
+        if (isBroken) throw std::runtime_error("broken");
+        sent.push_back(std::move(message));
+    }
     bool hasRoom() const override { return isRoomy; }
 
     std::vector<Message> sent;
     bool isRoomy = true;
+    bool isBroken = false;
     bool isFull = false;  // no more goes to the server
     int reads = 0;
     std::uint64_t last = 0;  // that has gone to the server
@@ -210,6 +215,13 @@ TEST_F(RelayTest, holdsNoMoreThanItsBounds) {
     ends.isFull = false;
     ask("in its place");
     EXPECT_THAT(told(), ElementsAre());
+}
+
+TEST_F(RelayTest, endsAlsoWhenNobodyCanBeTold) {
+    ask("a");
+    ends.isBroken = true;
+    EXPECT_THROW(relay.failed("broken"), std::runtime_error);
+    EXPECT_EQ(ends.end, "broken");
 }
 
 }  // namespace

@@ -27,7 +27,8 @@ struct RelayOptions {
     /// Restarts the kernel of the server, or lets go of it; then calls `done`, on any thread, with the reason
     /// why it could not, or an empty text, while the relay exists.
     std::function<void(bool isRestart, std::function<void(std::string problem)> done)> release;
-    /// The relay has come to its end: a client has shut it down, and has the reply; or there is a reason.
+    /// The relay comes to its end: a client has shut it down, and has the reply; or there is a reason. What
+    /// waits fails after that: the relay must not be destroyed within it.
     std::function<void(std::string reason)> ended;
 };
 
