@@ -17,6 +17,7 @@
 #include "foundation/log/diagnostic_logger.h"
 #include "jupyter/wire/WebSocket.h"
 #include "jupyter/wire/rawMembers.h"
+#include "relay/RunningJob.h"
 
 namespace jupyter {
 
@@ -32,13 +33,16 @@ const foundation::log::DiagnosticLogger& log() {
 // The key at a terminal, which input takes for its end.
 constexpr std::string_view endOfInput = "\x04";
 
+constexpr auto timeToAskAgain = std::chrono::seconds(1);
+
 // A message of the relay's own.
 Message made(Channel channel, std::string_view type) {
+    static const std::string session = connector::randomUuid();
     Message message{.channel = channel};
     message.header = Members()
                          .add("msg_id", connector::randomUuid())
                          .add("msg_type", type)
-                         .add("session", connector::randomUuid())
+                         .add("session", session)
                          .add("username", "numora")
                          .add("date", foundation::core::utcText(std::chrono::system_clock::now()))
                          .add("version", "5.5")
@@ -68,6 +72,7 @@ Relay::Relay(Executor& executor, Outlet& outlet, std::unique_ptr<ServerSocket> s
       options_(std::move(options)),
       clients_(std::make_unique<Publisher>(outlet)),
       stop_(std::make_unique<StopOnError>()),
+      running_(std::make_unique<RunningJob>()),
       lifetime_(std::make_unique<Lifetime>()),
       server_(std::move(server)) {
     server_->start(*this);
@@ -82,6 +87,7 @@ void Relay::opened() {
         absence_.clear();
         if (isTold_) tell("The server is back.");
         isTold_ = false;
+        askWhatRuns();
     });
 }
 
@@ -207,11 +213,17 @@ void Relay::take(const std::string& frame) {
                 forget(number);  // what has no reply has this idle
             }
         }
+        std::string running, state;
+        if (isPublic && type == "status") {
+            running = wire::textIn(message.parent, "msg_id");
+            state = wire::textIn(message.content, "execution_state");
+        }
         if (isPublic || !message.route.empty()) {
             clients_->outlet().send(std::move(message));
         } else if (type == "input_request") {
             endInput(message);
         }
+        if (!state.empty()) noteState(running, state);
     } catch (const std::exception& error) {
         log().warning(std::string("A message of the server is dropped: ") + error.what());
     }
@@ -241,6 +253,7 @@ void Relay::lose(const std::string& reason, std::uint64_t confirmed, std::uint64
             StopOnError::longest,
             lifetime_->guarded([this, number = stop_->begin(*failed, time)] { stop_->end(number); }));
     }
+    doubted_ = confirmed;
     absence_ = reason + ". Trying again.";
     isTold_ = tell(absence_);
     server_->goOn(std::move(aborted));
@@ -257,6 +270,47 @@ std::set<std::uint64_t> Relay::abortCells(std::uint64_t written, const std::set<
         forget(number);
     }
     return numbers;
+}
+
+// What was kept here meanwhile comes before the answers.
+void Relay::askWhatRuns() {
+    if (requests_.empty() || requests_.begin()->first > doubted_) doubted_ = 0;
+    if (doubted_ == 0) return;
+    const auto first = made(Channel::Shell, "kernel_info_request");
+    const auto second = made(Channel::Shell, "kernel_info_request");
+    running_->ask(std::string(wire::textIn(first.header, "msg_id")),
+                  std::string(wire::textIn(second.header, "msg_id")));
+    if (send(first) && send(second)) return;
+    executor_.postAfter(timeToAskAgain, lifetime_->guarded([this] { askWhatRuns(); }));
+}
+
+void Relay::noteState(std::string_view parent, std::string_view state) {
+    if (doubted_ == 0) return;
+    switch (running_->take(parent, state)) {
+        case RunningJob::News::None:
+            return;
+        case RunningJob::News::Known:
+            return failLost();
+        case RunningJob::News::Over:
+            return askWhatRuns();
+    }
+}
+
+// Cells run in their order. Of what others run nobody knows where in that it stands: its end is waited for.
+void Relay::failLost() {
+    std::uint64_t running = doubted_ + 1;
+    if (const auto& id = running_->id()) {
+        const auto found = numbers_.find(*id);
+        if (found == numbers_.end() || !isCell(*requests_.at(found->second))) return;
+        running = found->second;
+    }
+    const auto last = std::exchange(doubted_, 0);
+    for (auto next = requests_.begin(); next != requests_.end() && next->first <= last;) {
+        const auto [number, request] = *next++;
+        if (isCell(*request) && number >= running) continue;
+        forget(number);
+        fail(request, ErrorText::of("ConnectionError", "the reply was lost with the connection"));
+    }
 }
 
 void Relay::end(const std::string& reason) {

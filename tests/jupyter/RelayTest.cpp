@@ -14,6 +14,7 @@
 
 #include "jupyter/relay/Relay.h"
 #include "jupyter/wire/WebSocket.h"
+#include "jupyter/wire/rawMembers.h"
 
 namespace {
 
@@ -39,7 +40,7 @@ public:
     bool isFull = false;  // no more goes to the server
     int reads = 0;
     std::uint64_t last = 0;  // that has gone to the server
-    std::string frame;       // its content
+    std::vector<Message> came;
     std::set<std::uint64_t> dropped;
     int releases = 0;
     jupyter::ServerSocketListener* server = nullptr;
@@ -53,7 +54,7 @@ public:
     bool send(std::uint64_t number, std::string frame) override {
         if (ends_.isFull) return false;
         ends_.last = number;
-        ends_.frame = std::move(frame);
+        ends_.came.push_back(jupyter::wire::decodeV1(frame));
         return true;
     }
     void readOn() override { ++ends_.reads; }
@@ -122,7 +123,7 @@ TEST_F(RelayTest, asksForInputAndRepliesWhereTheRequestCameFromAndRepliesOnce) {
     // Its cell would wait for ever.
     serverSays(Channel::Stdin, "input_request", "a");
     EXPECT_EQ(ends.last, 4);
-    EXPECT_EQ(jupyter::wire::decodeV1(ends.frame).content, R"({"value":"\u0004"})");
+    EXPECT_EQ(ends.came.back().content, R"({"value":"\u0004"})");
     serverSays(Channel::Iopub, "stream", "somebody's");
     EXPECT_THAT(told(), ElementsAre("input_request of a", "execute_reply of b", "input_request of a",
                                     "execute_reply of a", "stream"));
@@ -153,6 +154,37 @@ TEST_F(RelayTest, failsWhatMayHaveArrivedWhenTheConnectionBreaksAndNothingElse) 
     EXPECT_THAT(told(), ElementsAre("complete_reply of arrived", "status", "complete_reply of waiting",
                                     "status", "error", "execute_reply of last", "status"));
     EXPECT_EQ(ends.end, "over");
+}
+
+TEST_F(RelayTest, failsWhoseReplyWasLostWithTheConnection) {
+    const auto says = [&](const std::string& parent, const std::string& state) {
+        serverSays(Channel::Iopub, "status", parent, R"({"execution_state":")" + state + R"("})");
+    };
+    // The answers to the last two questions.
+    const auto answers = [&](const std::string& running) {
+        told();
+        for (const auto& question : std::vector<Message>(ends.came.end() - 2, ends.came.end())) {
+            const auto id = std::string(jupyter::wire::textIn(question.header, "msg_id"));
+            says(id, "busy");
+            says(id, "idle");
+            if (!running.empty()) says(running, "busy");
+        }
+        auto all = told();
+        std::erase(all, "status");
+        return all;
+    };
+    for (const char* id : {"a", "b", "c"}) ask(id);
+    ends.server->lost("lost", 3, 3);
+    ends.server->opened();
+    EXPECT_THAT(answers("theirs"), ElementsAre());  // before which of them, nobody knows
+    says("theirs", "idle");
+    EXPECT_EQ(ends.last, 7);
+    EXPECT_THAT(answers("b"), ElementsAre("error", "execute_reply of a"));
+    ends.server->lost("lost", 7, 7);
+    ends.server->opened();
+    EXPECT_THAT(answers(""), ElementsAre("error", "execute_reply of b", "error", "execute_reply of c"));
+    ends.server->opened();
+    EXPECT_EQ(ends.last, 9);
 }
 
 TEST_F(RelayTest, keepsFromTheServerWhatWouldEndTheConnectionOfAll) {

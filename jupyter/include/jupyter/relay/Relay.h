@@ -7,6 +7,7 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 
 #include "jupyter/Executor.h"
@@ -19,6 +20,7 @@ namespace jupyter {
 
 class Lifetime;
 class Publisher;
+class RunningJob;
 class StopOnError;
 struct ErrorText;
 struct Request;
@@ -38,8 +40,9 @@ struct RelayOptions {
 /// Front ends do not see the server come and go. While it is away, the cell that runs there has a line about
 /// it on its standard error, and requests wait. What was on its way when the connection broke may or may not
 /// have arrived: such requests fail, and are not sent twice; a cell among them aborts the waiting cells of
-/// its front end, as any error does. If it runs after all and asks for input, that is at its end. When the
-/// server has gone for good all fail.
+/// its front end, as any error does. If it runs after all and asks for input, that is at its end. What
+/// had arrived before goes on, but what the server has sent may not have come: requests whose replies were
+/// lost fail when it is back. When it has gone for good all fail.
 ///
 /// What the server would not read is refused here, since it would close the connection for all clients.
 ///
@@ -80,6 +83,9 @@ private:
     void take(const std::string& frame);
     void lose(const std::string& reason, std::uint64_t confirmed, std::uint64_t written);
     void end(const std::string& reason);
+    void askWhatRuns();
+    void noteState(std::string_view parent, std::string_view state);
+    void failLost();
     /// Takes the cells of these sessions out that were sent after number `written`, with an answer; returns
     /// their numbers.
     std::set<std::uint64_t> abortCells(std::uint64_t written, const std::set<std::string>& sessions);
@@ -96,9 +102,11 @@ private:
     const RelayOptions options_;
     const std::unique_ptr<Publisher> clients_;
     const std::unique_ptr<StopOnError> stop_;
+    const std::unique_ptr<RunningJob> running_;
     const std::unique_ptr<Lifetime> lifetime_;
 
     std::uint64_t lastNumber_ = 0;
+    std::uint64_t doubted_ = 0;  // replies to what was sent up to this number may be lost; 0: none are
     std::map<std::uint64_t, RequestPtr> requests_;            // by the numbers that they were sent with
     std::unordered_map<std::string, std::uint64_t> numbers_;  // by the ids of the messages
     std::string count_ = "0";                                 // of the cell that has begun last
