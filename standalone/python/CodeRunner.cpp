@@ -187,12 +187,6 @@ bool CodeRunner::compileAsCell(Piece& piece) {
     return false;
 }
 
-bool CodeRunner::isEndOfCellAwaited() {
-    PyObject* const modules = PyImport_GetModuleDict();  // borrowed
-    return PyDict_GetItemString(modules, "numora._figures") != nullptr ||
-           PyDict_GetItemString(modules, "numora._ipython") != nullptr;
-}
-
 void CodeRunner::endCell(bool isError) {
     const PyRef done(
         PyObject_CallMethod(runtimeModule_.get(), "end_cell", "O", isError ? Py_True : Py_False));

@@ -39,8 +39,6 @@ public:
     /// after it. An `await` outside of functions waits in a loop of this workspace's. The code becomes part
     /// of the history unless it is internal.
     Result execute(const std::u16string& code, Kind kind);
-    /// Whether there is anything to do after a cell: nothing while neither figures nor the guest are loaded.
-    static bool isEndOfCellAwaited();
     /// After a cell and the report of its error: shows the figures that it has left open.
     void endCell(bool isError);
 

@@ -204,6 +204,11 @@ PyObject* runRequests(PyObject*, PyObject* arguments) {
     });
 }
 
+PyObject* enableInterrupts(PyObject*, PyObject* isEnabled) {
+    return PyBool_FromLong(bound == nullptr || !bound->isInterpreterThread() ||
+                           bound->setInterruptEnabled(isEnabled == Py_True));
+}
+
 // Python drops what is raised in finalizers and the like. An interrupt is still meant for the code around.
 // This is no Python code, in which it could be raised again at once, and be dropped with the report.
 PyObject* takeUnraisable(PyObject*, PyObject* dropped) {
@@ -414,6 +419,8 @@ std::array functions = {
                 "for any other text."},
     PyMethodDef{"run_requests", runRequests, METH_VARARGS,
                 "Runs the requests that may run between two steps of code, and tells it of interrupts."},
+    PyMethodDef{"enable_interrupts", enableInterrupts, METH_O,
+                "Lets interrupts be taken, or makes them wait. Returns the previous setting."},
     PyMethodDef{"unraisable", takeUnraisable, METH_O, "Reports an exception that Python drops."},
     PyMethodDef{
         "of_this_request", ofThisRequest, METH_O,

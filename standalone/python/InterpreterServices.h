@@ -69,6 +69,8 @@ public:
     virtual bool checkInterrupts() = 0;
     /// For an interrupt that Python has dropped: it is to be taken again.
     virtual void returnInterrupt() = 0;
+    /// Lets interrupts be taken, or makes them wait. Returns the previous setting.
+    virtual bool setInterruptEnabled(bool isEnabled) = 0;
 
     virtual bool clearWindow() = 0;
     virtual bool moveHome() = 0;

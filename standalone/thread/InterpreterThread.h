@@ -90,6 +90,7 @@ private:
     void runRequests() override;
     bool checkInterrupts() override;
     void returnInterrupt() override { queue_->returnInterrupt(); }
+    bool setInterruptEnabled(bool isEnabled) override { return queue_->setInterruptEnabled(isEnabled); }
     bool clearWindow() override {
         window_.clear();
         return awaitOwner();

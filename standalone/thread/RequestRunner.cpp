@@ -215,7 +215,7 @@ void RequestRunner::evaluate(const std::u16string& code) {
         if (isText) window_.showFailure(*error, queue_.isStopped());
         evaluation.fail(*error, !isText);
     }
-    if (kind == CodeRunner::Kind::Cell && CodeRunner::isEndOfCellAwaited()) {
+    if (kind == CodeRunner::Kind::Cell) {
         interruptibly(Opens::AtOnce, [&] { codeRunner_.endCell(error.has_value()); });
         window_.drain(true);
     }

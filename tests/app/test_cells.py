@@ -27,6 +27,9 @@ PLAIN = [
     ("go.set(); t.join()", ("display", '"7"')),
     ("display({'image/png': bytes(5_000_000)}, raw=True)", ("display", '"data": {"image/png": "AAA')),
     ("display(display_id='later');", ("display", '"data": {}.*"later"')),
+    ("from unittest.mock import MagicMock; sys.modules['pandas'] = MagicMock(); 1", ("display", '"1"')),
+    ("del sys.modules['pandas']; sys.modules['numora._loop'] = None",),
+    ("2; del sys.modules['numora._loop']; 2", ("error", "_loop halted"), ("display", '"2"')),
     ("exit", ("payload", '{"source": "ask_exit", "keepkernel": false}')),
     ("quit()", ("payload", "ask_exit")),
     ("sys.modules['IPython'] = None",),
@@ -79,6 +82,12 @@ def opened(comm, message):
     comm.on_msg(lambda m: comm.send({'got': m['content']['data']}, buffers=[b'\\0\\xff']))
     comm.on_close(lambda m: input())
 get_ipython().kernel.comm_manager.register_target('mine', opened)
+"""
+STOPPED = """
+import sys, matplotlib.lines, matplotlib.pyplot as plt
+class Line(matplotlib.lines.Line2D):
+    def draw(self, renderer): raise KeyboardInterrupt
+plt.figure().add_artist(Line([0, 1], [0, 1])); plt.figure(); del sys.modules['numora._figures']
 """
 
 
@@ -133,13 +142,17 @@ class CellsTest(unittest.TestCase):
                            ("import builtins, IPython\nIPython.get_ipython(), get_ipython(), hasattr(builtins, 'get_ipython')",
                             r"^\(None, None, False\)\n$")]:
             self.assertRegex(self.server.eval(code), text)
+        self.notebook.run(STOPPED)
         came = self.notebook.run("%matplotlib inline\nplt.plot([1])\nplt.get_fignums()")
         self.check(came[-2:], ("display", r"\[1\]"), ("display", "image/png"))
         self.assertEqual(self.server.eval("len(plt.gcf().axes[0].lines), plt.get_fignums()"), "(1, [1])\n")
 
     def test_interrupts(self):
+        self.notebook.run("import os, subprocess, sys\nclass Finder:\n def find_spec(name, *_):\n"
+                          "  if name == 'traitlets': subprocess.run(['kill', '-INT', str(os.getpid())])\nsys.meta_path.insert(0, Finder)")
+        self.check(self.notebook.run("%time 1"), ("error", "KeyboardInterrupt"))
+        self.check(self.notebook.run("%time 1"), ("output", "Wall time"), ("display", '"1"'))
         with Signal() as signal_:
-            self.notebook.run("%time 1")
             begin = "import sys; signalled = " + repr(signal_.code) + "\n"
             for code in ("!{sys.executable} -c \"$signalled; import time; time.sleep(600)\"", "input()",
                          "%%script {sys.executable}\n" + signal_.code + "; import time; time.sleep(600)"):

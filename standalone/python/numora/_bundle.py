@@ -7,6 +7,7 @@ from contextlib import nullcontext
 import _numora_host as _host
 
 from . import _guest
+from ._objects import is_instance, pandas_type
 
 _METHODS = {
     "_repr_html_": "text/html",
@@ -49,11 +50,14 @@ def representations(value, complain):
 
 def _columns_of(value):
     """Pandas takes the program for a terminal, and has the width decide how many columns are shown; pages would get all."""
-    pandas = sys.modules.get("pandas")
-    is_table = isinstance(value, getattr(pandas, "DataFrame", ())) and _host.has_capability("notebook")
-    if not is_table or pandas.get_option("display.max_columns") != 0:
+    if not (is_instance(value, pandas_type("DataFrame")) and _host.has_capability("notebook")):
         return nullcontext()
-    return pandas.option_context("display.max_columns", 20)
+    pandas = sys.modules["pandas"]
+    try:
+        is_terminal = pandas.get_option("display.max_columns") == 0
+        return pandas.option_context("display.max_columns", 20) if is_terminal else nullcontext()
+    except Exception:
+        return nullcontext()  # it is another module of this name
 
 
 def _representations(value, complain):
@@ -129,9 +133,11 @@ def complain(error):
 def _method(value, name):
     """A method that the class of a value has: what classes themselves have is for their instances, and an object that
     makes up its attributes has none."""
-    if isinstance(value, type) or not hasattr(type(value), name):
+    try:
+        has_none = is_instance(value, type) or not hasattr(type(value), name)
+        method = None if has_none else getattr(value, name, None)
+    except Exception:
         return None
-    method = getattr(value, name, None)
     return method if callable(method) else None
 
 
@@ -153,8 +159,8 @@ def _add_table(value, metadata, complain):
 
 
 def _is_figure(value):
-    figures = sys.modules.get("matplotlib.figure")
-    return figures is not None and isinstance(value, figures.Figure)
+    kind = getattr(sys.modules.get("matplotlib.figure"), "Figure", None)
+    return is_instance(kind, type) and is_instance(value, kind)
 
 
 def _add_figure(value, data, metadata, complain):

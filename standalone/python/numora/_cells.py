@@ -7,6 +7,7 @@ import _numora_host as _host
 
 from . import _guest, _user
 
+figures = None  # the module, once it is loaded, which code may take out of sys.modules
 count = 0
 _file = "<cell 0>"
 _has_failed = False
@@ -27,15 +28,27 @@ def begin(code):
     number = re.fullmatch(r"(\d{1,9})(\.\d+)?", _host.cell_number())  # with a point, the cell does not use it up
     count = int(number[1]) if number else count + 1
     _file = "<cell %s>" % (number[0] if number else count)
-    set_figures_aside()
-    if "numora._loop" in sys.modules:
-        sys.modules["numora._loop"].usable_loop()  # asyncio.run() has left none
+    for prepare in (set_figures_aside, _lend_loop, lambda: _begin_in_guest(code)):
+        try:
+            prepare()
+        except Exception as error:
+            complain(error)
+    return _file
+
+
+def _lend_loop():
+    if sys.modules.get("asyncio"):
+        from ._loop import usable_loop
+
+        usable_loop()  # asyncio.run() has left none
+
+
+def _begin_in_guest(code):
     guest = _guest.made()
     if guest is None and ("get_ipython" in code or sys.modules.get("IPython")):
         guest = _guest_if_it_works()
     if guest:
         guest.before(count, code)
-    return _file
 
 
 def _guest_if_it_works():
@@ -52,10 +65,8 @@ def _guest_if_it_works():
 
 def set_figures_aside():
     """Has those figures left alone that are open now, which are others'."""
-    if "numora._figures" in sys.modules:
-        from ._figures import begin_cell
-
-        begin_cell()
+    if figures:
+        figures.begin_cell()
 
 
 def plain(code, error):
@@ -85,24 +96,19 @@ def plain(code, error):
 
 def end(error=None):
     """After a cell has run, and its error was shown."""
-    try:
-        if "numora._figures" in sys.modules:
-            from ._figures import end_cell
-
-            end_cell()
-        guest = _guest.made()
-        if guest:
-            guest.after(error)
-    except BaseException as problem:
-        complain(problem)
+    guest = _guest.made()
+    for finish in (figures and figures.end_cell, guest and (lambda: guest.after(error))):
+        try:
+            if finish:
+                finish()
+        except BaseException as problem:
+            complain(problem)
 
 
 def show_figures():
     """Shows the figures that code has left open so far."""
-    if "numora._figures" in sys.modules:
-        from ._figures import show_left
-
-        show_left()
+    if figures:
+        figures.show_left()
 
 
 def complain(error):
@@ -168,7 +174,7 @@ def guest_is_imported():
     """Code has imported IPython: where it is a notebook's, it expects the guest."""
     import threading
 
-    is_possible = threading.current_thread() is threading.main_thread() and not _guest.is_being_made()
+    is_possible = threading.current_thread() is threading.main_thread() and not _guest.is_begun()
     if is_possible and _host.has_capability("notebook"):
         guest = _guest_if_it_works()
         if guest:

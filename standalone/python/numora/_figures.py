@@ -2,6 +2,8 @@
 
 import base64
 import io
+import itertools
+import sys
 import warnings
 
 import _numora_host as _host
@@ -9,7 +11,8 @@ from matplotlib._pylab_helpers import Gcf
 from matplotlib.backend_bases import FigureManagerBase
 from matplotlib.backends.backend_agg import FigureCanvasAgg
 
-from . import _guest
+from . import _cells, _guest
+from ._interrupts import held
 
 _of_others = {}  # figures that were open before the cell that runs, by number
 _LONGEST = 2_800_000  # bytes of pictures in one event, which become a third more in base64
@@ -52,34 +55,42 @@ def show(*_args, **_kwargs):
 
 def _close(managers, is_shown):
     problem = None
-    for manager in managers:
-        try:
-            if is_shown:
-                manager.show()
-        except Exception as error:
-            problem = problem or error
-        Gcf.destroy(manager)
+    try:
+        for manager in managers:
+            try:
+                if is_shown:
+                    manager.show()
+            except Exception as error:
+                problem = problem or error
+            Gcf.destroy(manager)
+    finally:
+        with held():
+            for manager in managers:
+                Gcf.destroy(manager)  # which an interrupt has left
     if problem:
         raise problem
 
 
 def begin_cell():
     """Sets the figures of others aside, which a cell would else draw into, show and close."""
-    for number, manager in list(Gcf.figs.items()):
-        if isinstance(manager, FigureManager):
-            _of_others[number] = Gcf.figs.pop(number)
+    with held():
+        for number, manager in list(Gcf.figs.items()):
+            if isinstance(manager, FigureManager):
+                _of_others[number] = Gcf.figs.pop(number)
 
 
 def end_cell():
     try:
         show_left()
     finally:
-        for number, manager in _of_others.items():
-            while number in Gcf.figs:  # a figure of another backend, which stays
-                number += 1
-            manager.num = number
-            Gcf.figs[number] = manager
-        _of_others.clear()
+        with held():
+            for number in _of_others.keys() & Gcf.figs.keys():  # a figure of another backend, which stays
+                manager = Gcf.figs.pop(number)
+                manager.num = next(n for n in itertools.count(1) if n not in Gcf.figs and n not in _of_others)
+                manager.canvas.figure.number = manager.num
+                Gcf.figs[manager.num] = manager
+            Gcf.figs.update(_of_others)
+            _of_others.clear()
 
 
 def show_left():
@@ -112,3 +123,6 @@ def _title(manager):
 
 if _guest.made():
     _guest.made().prepare_figures()
+if _cells.figures is None:
+    _cells.figures = sys.modules[__name__]
+sys.modules[__name__] = _cells.figures  # code has taken it out of there, but not its figures

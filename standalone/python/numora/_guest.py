@@ -6,11 +6,13 @@ from importlib.util import find_spec
 
 import _numora_host as _host
 
+_module = None  # of the guest, which code may take out of sys.modules
+_is_being_made = False
+
 
 def made():
     """The module of the guest, or None while there is none."""
-    module = sys.modules.get("numora._ipython")
-    return module if module and module.shell else None
+    return _module
 
 
 def of_client():
@@ -29,11 +31,25 @@ def is_available():
     return sys.modules["IPython"] is not None if "IPython" in sys.modules else find_spec("IPython") is not None
 
 
-def is_being_made():
-    return "numora._ipython" in sys.modules
+def is_begun():
+    """Whether there is one, or will be in a moment."""
+    return _is_being_made or _module is not None
 
 
 def load():
-    guest = import_module("numora._ipython")
-    guest.load()
-    return guest
+    """Makes the guest, once. An interrupt waits: Python would drop packages that are half imported, but none of their
+    modules, and they could never be imported again.
+    """
+    global _module, _is_being_made
+    if _module is None:
+        from ._interrupts import held
+
+        _is_being_made = True
+        try:
+            with held():
+                module = import_module("numora._ipython")
+                module.load()
+                _module = module
+        finally:
+            _is_being_made = False
+    return _module

@@ -151,8 +151,6 @@ class Kernel:
 def load():
     """Makes the guest, once."""
     global shell
-    if shell is not None:
-        return
     config = Config()
     config.HistoryManager.enabled = False  # and no thread for it
     config.HistoryManager.hist_file = ":memory:"
@@ -177,9 +175,9 @@ def load():
 
 
 def _get_ipython():
-    from numora._guest import shell_of_client
+    from numora import _guest
 
-    return shell_of_client()
+    return _guest.shell_of_client()
 
 
 def prepare_figures():
