@@ -7,6 +7,7 @@
 #include <string>
 #include <thread>
 #include <utility>
+#include <vector>
 
 #include "foundation/log/diagnostic_logger.h"
 #include "zmq/IopubQueue.h"
@@ -22,6 +23,8 @@ using std::chrono::milliseconds;
 
 constexpr auto longestWait = std::chrono::minutes(1);
 constexpr auto timeToFlush = milliseconds(500);
+constexpr auto timeToSubscribe = milliseconds(500);
+constexpr std::size_t mostEarly = 100;
 constexpr int messagesAtOnce = 64;
 
 // What goes wrong with one message or task is no reason to end the kernel.
@@ -119,14 +122,41 @@ private:
     // Each round takes some of what there is, so that nothing waits long for something else.
     void receiveAll() {
         sockets_.echo();
-        if (sockets_.takeSubscriptions()) user_->subscribed();
+        if (sockets_.takeSubscriptions()) {
+            isHeard_ = true;
+            user_->subscribed();
+        }
+        takeEarly();
         for (const Channel channel : {Channel::Control, Channel::Stdin, Channel::Shell}) {
             for (int i = 0; i < messagesAtOnce; ++i) {
                 auto message = sockets_.receive(channel);
                 if (!message) break;
-                guarded("A client's message failed", [&] { user_->receive(std::move(*message)); });
+                if (channel == Channel::Shell && !isHeard_) {
+                    keep(std::move(*message));
+                } else {
+                    receive(std::move(*message));
+                }
             }
         }
+    }
+
+    void receive(Message message) {
+        guarded("A client's message failed", [&] { user_->receive(std::move(message)); });
+    }
+
+    // Front ends connect their sockets one after the other, and wait for ever for a status that they have
+    // missed.
+    void keep(Message message) {
+        if (early_.empty()) hearsBy_ = Clock::now() + timeToSubscribe;
+        early_.push_back(std::move(message));
+        if (early_.size() >= mostEarly) takeEarly();
+    }
+
+    void takeEarly() {
+        if (early_.empty()) return;
+        isHeard_ = isHeard_ || early_.size() >= mostEarly || Clock::now() >= hearsBy_;
+        if (!isHeard_) return;
+        for (auto& message : std::exchange(early_, {})) receive(std::move(message));
     }
 
     void sendQueued() {
@@ -142,6 +172,7 @@ private:
         auto until = now + longestWait;
         if (nextTask_) until = std::min(until, *nextTask_);
         if (sendAgain_) until = std::min(until, *sendAgain_);
+        if (!early_.empty()) until = std::min(until, hearsBy_);
         return std::max(milliseconds(0), std::chrono::ceil<milliseconds>(until - now));
     }
 
@@ -165,6 +196,9 @@ private:
     std::unique_ptr<SocketUser> user_;
     std::optional<Clock::time_point> nextTask_;
     std::optional<Clock::time_point> sendAgain_;
+    bool isHeard_ = false;  // somebody has subscribed, or was waited for
+    std::vector<Message> early_;
+    Clock::time_point hearsBy_{};
     std::promise<void> userGone_;
     const std::shared_future<void> userIsGone_ = userGone_.get_future().share();
     std::thread thread_;  // last: it uses the rest

@@ -36,6 +36,9 @@ public:
 ///     made: the sockets are bound -- start --> messages are received -- stop --> the user is destroyed; what
 ///     is left is sent, in half a second, and the sockets are closed, in one more
 ///
+/// What comes on shell before anybody has subscribed to iopub is handed on when somebody has, after half a
+/// second at the latest.
+///
 /// The heartbeat is echoed there as well: nothing that runs on it may wait.
 ///
 /// When the sockets fail, the user is told, and what is posted runs until `stop`.
