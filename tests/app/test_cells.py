@@ -15,6 +15,7 @@ PLAIN = [
     ("input('Name? ')", ("error", "StdinNotImplementedError")),
     ("import getpass; getpass.getpass()", ("error", "StdinNotImplementedError")),
     ("import numora; numora.pause()", ("error", "StdinNotImplementedError")),
+    ("import matplotlib; matplotlib.use('agg')",),
     ("%matplotlib inline\n" + PLOT + "1", ("display", '"1"'), ("figure", "Figure size 640x480 with 1 Axes")),
     (PLOT + "1 / 0", ("error", "ZeroDivisionError"), ("figure", '"svg": null')),
     ("plt.get_fignums()", ("display", r"\[\]")),
@@ -30,6 +31,10 @@ PLAIN = [
     ("from unittest.mock import MagicMock; sys.modules['pandas'] = MagicMock(); 1", ("display", '"1"')),
     ("del sys.modules['pandas']; sys.modules['numora._loop'] = None",),
     ("2; del sys.modules['numora._loop']; 2", ("error", "_loop halted"), ("display", '"2"')),
+    ("loop = asyncio.new_event_loop(); asyncio.set_event_loop(loop)",),
+    ("asyncio.get_event_loop() is loop, asyncio.set_event_loop(None)", ("display", "True")),
+    ("class Big(matplotlib.figure.Figure):\n def savefig(self, file, **_): file.write(bytes(3_000_000))\nplt.figure(FigureClass=Big);",
+     ("error", "the picture of a figure must have at most")),
     ("exit", ("payload", '{"source": "ask_exit", "keepkernel": false}')),
     ("quit()", ("payload", "ask_exit")),
     ("sys.modules['IPython'] = None",),
@@ -61,7 +66,9 @@ GUEST = [
      ("output", "ended None")),
     ("1 / 0", ("error", "ZeroDivisionError"), ("output", "ended division by zero")),
     ("%debug", ("output", "1 1 / 0"), ("error", "StdinNotImplementedError"), ("output", "ended")),
+    ("raise SystemExit", ("error", "SystemExit"), ("output", r"ended \\n")),
     ("events.callbacks['post_run_cell'].clear(); await __import__('asyncio').sleep(0, 7)", ("display", '"7"')),
+    ("get_ipython().set_next_input(object())", ("error", "cannot be written as JSON")),
     ("%matplotlib inline\nplt.plot([1, 2]);", ("display", '"image/png"')),
     ("%config InlineBackend.figure_format = 'svg'\nplt.plot([1, 2]);", ("display", r'"data": {"image/svg\+xml"')),
     ("%matplotlib widget\nplt.get_backend()", ("error", "widget is not available"), ("display", "numora._figures")),
@@ -136,7 +143,7 @@ class CellsTest(unittest.TestCase):
                 self.check(self.notebook.run(code), *expected)
 
     def test_other_clients_see_nothing_of_it(self):
-        self.notebook.run("%time 1")
+        self.notebook.run("from matplotlib_inline.backend_inline import set_matplotlib_formats as choose; choose('png', 'svg')")
         for code, text in [("%time 1", "SyntaxError: invalid syntax"), ("{1: 'x' * 50, 2: 'y' * 50}", "^{1: 'x+', 2: 'y+'}\n$"),
                            ("exit", "^Use exit"), (PLOT + "3", "^3\n$"), ("display(1j)", r"^1j\n$"),
                            ("import builtins, IPython\nIPython.get_ipython(), get_ipython(), hasattr(builtins, 'get_ipython')",
@@ -144,7 +151,7 @@ class CellsTest(unittest.TestCase):
             self.assertRegex(self.server.eval(code), text)
         self.notebook.run(STOPPED)
         came = self.notebook.run("%matplotlib inline\nplt.plot([1])\nplt.get_fignums()")
-        self.check(came[-2:], ("display", r"\[1\]"), ("display", "image/png"))
+        self.check(came[-2:], ("display", r"\[1\]"), ("display", r"image/png.*image/svg\+xml|svg\+xml.*image/png"))
         self.assertEqual(self.server.eval("len(plt.gcf().axes[0].lines), plt.get_fignums()"), "(1, [1])\n")
 
     def test_interrupts(self):
@@ -197,6 +204,9 @@ class CellsTest(unittest.TestCase):
         self.notebook.session.until(lambda message: message.get("data") == "native\n")
         self.notebook.call("comm", "close", "three")
         self.notebook.call("comm", "close", "t")
+        self.notebook.run("manager.register_target('four', lambda comm, message: print('x' * 17_000_000))")
+        self.assertEqual(sum(len(json.loads(data)["text"]) for _, data in handled("open", "f", "four")), 17_000_001)
+        self.notebook.call("comm", "close", "f")
         came = self.notebook.run("import ipywidgets\nslider = ipywidgets.IntSlider(value=3)\n"
                                  "slider.observe(lambda change: display(change['new']), 'value')")
         model = next(json.loads(data) for _, data in came if "IntSliderModel" in data)

@@ -111,6 +111,12 @@ def show_figures():
         figures.show_left()
 
 
+def show_figures_inline():
+    """Has figures shown to clients, also where code has chosen another backend."""
+    if "matplotlib" in sys.modules:
+        sys.modules["matplotlib"].use("module://numora._figures")
+
+
 def complain(error):
     """Shows an error that does not end the code in which it arose."""
     from ._errors import report
@@ -153,6 +159,8 @@ def run(code):
 
 
 def _simple_call(line):
+    if line[0].startswith("%matplotlib"):
+        return "__import__('numora._cells', fromlist=['_']).show_figures_inline()"
     if line[1] is None:
         return "pass"
     return "__import__('numora._commands', fromlist=['_']).change_folder(%r)" % (line[2] or "").strip("\"'")

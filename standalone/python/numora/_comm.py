@@ -4,10 +4,14 @@ import base64
 import sys
 import types
 import uuid
+from collections import deque
+from contextlib import suppress
 
 import _numora_host as _host
 
 from . import _cells, _guest
+
+_LONGEST_HELD, _LONGEST_SENT = 65_536, 1_000_000  # characters of text
 
 
 class Comm:
@@ -160,16 +164,22 @@ class _Printed:
     """Has the notebook get what handlers print, line by line."""
 
     def __init__(self, comm_id):
-        self._comm_id, self._texts = comm_id, {}
+        self._comm_id, self._held, self._size = comm_id, deque(), 0  # of several threads
 
     def __call__(self, name, text):
-        self._texts.setdefault(name, []).append(text)
-        if text and not text.endswith("\n"):
+        self._held.append((name, text))
+        self._size += len(text)
+        if text and not text.endswith("\n") and self._size < _LONGEST_HELD:
             return
-        texts, self._texts = self._texts, {}
+        self._size, texts = 0, {}
+        with suppress(IndexError):
+            while True:
+                name, text = self._held.popleft()
+                texts.setdefault(name, []).append(text)
         for name, parts in texts.items():
-            event = {"kind": "stream", "comm_id": self._comm_id, "name": name, "text": "".join(parts)}
-            if event["text"]:
+            text = "".join(parts)
+            for begin in range(0, len(text), _LONGEST_SENT):
+                event = {"kind": "stream", "comm_id": self._comm_id, "name": name, "text": text[begin : begin + _LONGEST_SENT]}
                 _host.raise_event("comm", event)
 
 

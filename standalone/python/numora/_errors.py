@@ -7,6 +7,7 @@ import _numora_host as _host
 from ._capabilities import identifier
 from ._texts import shortened, text_of
 
+of_cell = None  # the error that was described last for a notebook
 hidden = []  # folders of files that are not shown to notebooks
 
 _NO_DETAILS = ([], None, [], None, False)
@@ -20,15 +21,17 @@ def report(error):
     cause is (type name, message, frames); the builtin function is the one in which it arose, and may be that of an
     extension.
     """
+    global of_cell
     name = type(error).__name__
+    is_cell = _host.has_capability("notebook")
+    of_cell = error if is_cell else None
     bdb = sys.modules.get("bdb")
     if bdb and isinstance(error, bdb.BdbQuit):
         if not getattr(error, "is_interrupt", False):
             return ("exit", name, "", "", *_NO_DETAILS)
         return ("interrupt", "KeyboardInterrupt", "", "KeyboardInterrupt\n", *_NO_DETAILS)
     if isinstance(error, SystemExit):
-        is_cell = _host.has_capability("notebook")  # the cells after one that ends so are not to run
-        if error.code in (None, 0) and not is_cell:
+        if error.code in (None, 0) and not is_cell:  # the cells after one that ends so are not to run
             return ("exit", name, "", "", *_NO_DETAILS)
         message = "" if error.code is None else text_of(error.code) or ""
         return ("error", name, message, ("SystemExit: %s" % message).rstrip(": ") + "\n", *_NO_DETAILS)

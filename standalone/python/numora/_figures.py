@@ -100,17 +100,25 @@ def show_left():
 
 
 def png(figure):
-    """A picture that has room in an event, with fewer pixels if need be."""
-    picture, dpi = _picture(figure, "png"), figure.dpi
-    while len(picture) > _LONGEST:
-        dpi *= 0.7
-        picture = _picture(figure, "png", dpi)
-    return picture
+    """A picture that has room in an event, with fewer pixels if need be. What reaches beyond the figure may have as many
+    as before, and is left out then.
+    """
+    for edges in dict.fromkeys((_edges(), None)):
+        dpi = figure.dpi
+        for _ in range(6):
+            picture = _picture(figure, "png", dpi, edges)
+            if len(picture) <= _LONGEST:
+                return picture
+            dpi *= min(0.7, (_LONGEST / len(picture)) ** 0.5)
+    raise ValueError("the picture of a figure must have at most %d bytes, also with fewer pixels" % _LONGEST)
 
 
-def _picture(figure, kind, dpi="figure"):
+def _edges():
+    return "tight" if _host.has_capability("notebook") else None  # as everywhere in notebooks
+
+
+def _picture(figure, kind, dpi="figure", edges=None):
     file = io.BytesIO()
-    edges = "tight" if _host.has_capability("notebook") else None  # as everywhere in notebooks
     figure.savefig(file, format=kind, dpi=dpi, bbox_inches=edges)
     return file.getvalue()
 

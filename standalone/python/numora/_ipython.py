@@ -82,8 +82,8 @@ class ZMQInteractiveShell(InteractiveShell):  # by this name libraries know note
         """Keeps the program's own backend: the process has one, for all clients, and a change of it closes their figures."""
         if gui not in (None, "auto", "inline"):
             print("%%matplotlib %s is not available: figures are shown as images." % gui, file=sys.stderr)
-        if "matplotlib" in sys.modules:
-            sys.modules["matplotlib"].use(_BACKEND)  # which code may have changed by other ways
+        _cells.show_figures_inline()
+        prepare_figures()
         return "inline", _BACKEND
 
     def run_line_magic(self, magic_name, line, _stack_depth=1):
@@ -186,7 +186,12 @@ def prepare_figures():
         from matplotlib_inline.backend_inline import configure_inline_support
     except ImportError:
         return
+    formatters = shell.display_formatter.formatters.values()
+    kind = sys.modules["matplotlib.figure"].Figure
+    chosen = [(one, one.type_printers[kind]) for one in formatters if kind in one.type_printers]
     configure_inline_support(shell, _BACKEND)
+    for formatter, function in chosen:  # which it has replaced if it is the first time
+        formatter.for_type(kind, function)
 
 
 _running = None  # the cell that runs
@@ -215,16 +220,22 @@ def before(number, code):
 
 def after(error):
     """After either."""
-    shell.events.trigger("post_execute")
-    if _running:
-        result = ExecutionResult(_running)
-        result.execution_count, result.error_in_exec = shell.execution_count, error
-        shell.events.trigger("post_run_cell", result)
-    for payload in shell.payload_manager.read_payload():
-        _host.raise_event("payload", {"payload": payload})
-    shell.payload_manager.clear_payload()
-    vars(builtins).pop("get_ipython", None)
-    if error is not None and shell.call_pdb:
+    try:
+        shell.events.trigger("post_execute")
+        if _running:
+            result = ExecutionResult(_running)
+            result.execution_count, result.error_in_exec = shell.execution_count, error
+            shell.events.trigger("post_run_cell", result)
+    finally:
+        payloads = shell.payload_manager.read_payload()
+        shell.payload_manager.clear_payload()
+        vars(builtins).pop("get_ipython", None)
+    for payload in payloads:
+        try:
+            _host.raise_event("payload", {"payload": payload})
+        except Exception as problem:  # it has no JSON form, or is too large
+            _cells.complain(problem)
+    if error is not None and shell.call_pdb and not isinstance(error, SystemExit):
         shell.debugger()
 
 

@@ -34,6 +34,13 @@ def _expect_guest():
     guest_is_imported()
 
 
+def _prepare_figures():
+    from ._guest import made
+
+    if made():
+        made().prepare_figures()  # before code chooses other formats
+
+
 def _make_comms():
     from ._comm import prepare_package
 
@@ -52,6 +59,7 @@ _PREPARATIONS = {
     "comm": _make_comms,
     "numpy": _apply_width_to_numpy,
     "matplotlib": _show_figures_to_clients,
+    "matplotlib_inline.backend_inline": _prepare_figures,
     "concurrent.futures.thread": attribute_submitted,
 }
 

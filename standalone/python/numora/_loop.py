@@ -57,13 +57,20 @@ def _belongs_to_loop(module):
 
 
 def usable_loop():
-    """The loop, which is that of the main thread then."""
+    """The loop, which is that of the main thread then unless code has set another."""
     global _loop
     if _loop is None or _loop.is_closed():
         _loop = asyncio.new_event_loop()
         atexit.register(_close, _loop)
-    asyncio.set_event_loop(_loop)
+    if not _has_loop(asyncio.get_event_loop_policy()):
+        asyncio.set_event_loop(_loop)
     return _loop
+
+
+def _has_loop(policy):
+    """Whether the main thread has a loop. To ask for it would make one where none has been set yet."""
+    found = getattr(getattr(policy, "_local", None), "_loop", None)
+    return found is not None and not found.is_closed()
 
 
 def _finish(task, loop):

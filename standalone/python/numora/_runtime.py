@@ -125,9 +125,11 @@ def plain_cell(code, error):
 
 def end_cell(is_error):
     """After a cell has run, and its error was shown."""
+    from . import _errors
     from ._cells import end
 
-    end(getattr(sys, "last_value", None) if is_error else None)  # a SystemExit is none
+    error, _errors.of_cell = _errors.of_cell, None
+    end(error if is_error else None)
 
 
 def run_coroutine(coroutine):

@@ -22,7 +22,8 @@ def lend_loop():
         return usable_loop().create_task(coro, **options)
 
     asyncio.create_task = asyncio.tasks.create_task = create_task
-    if _host.has_capability("notebook") and "numora._loop" not in sys.modules:  # which may be importing it
+    is_main = threading.current_thread() is threading.main_thread()
+    if is_main and _host.has_capability("notebook") and "numora._loop" not in sys.modules:  # which may be importing it
         from ._loop import usable_loop
 
         usable_loop()
