@@ -4,6 +4,7 @@
 
 #include "InterpretersFixture.h"
 #include "WebSocketClient.h"
+#include "access/token.h"
 #include "connector/json/escape.h"
 #include "jupyter/wire/WebSocket.h"
 
@@ -20,9 +21,9 @@ protected:
         const auto kernels = get("/api/kernels").body;
         return "/api/kernels/" + kernels.substr(kernels.find("\"id\":\"") + 6, 36);
     }
-    Socket open(const std::string& session, const std::string& headers = "") const {
-        return {gateway_->port(), path() + "/channels?session_id=" + session + "&token=" + TestClient::token,
-                headers};
+    Socket open(const std::string& session, const std::string& headers = "",
+                const std::string& token = TestClient::token) const {
+        return {gateway_->port(), path() + "/channels?session_id=" + session + "&token=" + token, headers};
     }
     static jupyter::Message request(const std::string& type) {
         jupyter::Message message;
@@ -86,7 +87,8 @@ TEST_F(KernelSocketTest, speaksTheSubprotocolThatIsOfferedToEachOfSeveralFrontEn
 }
 
 TEST_F(KernelSocketTest, closesOneThatSendsWhatIsNoMessageAndNoOther) {
-    start();
+    const std::string another = "a-token-of-somebody-else";
+    serve({.tokens = {{gateway::access::digestOf(another), {"default"}, {"use"}}}});
     auto good = open("good");
     EXPECT_EQ(open("a").closeCodeAfter(encoded(textFrame, "{}")), 1007U);
     EXPECT_EQ(open("a").closeCodeAfter(encoded(binaryFrame, "\xFF")), 1007U);
@@ -99,6 +101,8 @@ TEST_F(KernelSocketTest, closesOneThatSendsWhatIsNoMessageAndNoOther) {
     ASSERT_TRUE(waitForConnections(2));
     auto after = open("twice");
     EXPECT_EQ(before.receiveFrame().closeCode(), 1000U);
+    const auto thief = open("twice", "", another);
+    ASSERT_TRUE(waitForConnections(3));
     good.send(text(request("kernel_info_request")));
     EXPECT_THAT(receiveUntil(good, R"("idle")"), HasSubstr("kernel_info_reply"));
     EXPECT_THAT(receiveUntil(after, R"("idle")"), HasSubstr("busy"));
