@@ -101,6 +101,7 @@ private:
     void goOnWithoutSockets(const std::string& reason) {
         foundation::log::DiagnosticLogger("jupyter::sockets").error("The kernel's sockets failed: " + reason);
         guarded("The kernel's end failed", [&] { user_->failed(reason); });
+        early_.clear();
         while (runTasks()) {
             sendAgain_.reset();  // whatever the user has tried to send meanwhile
             tasks.wait(timeToWait());
