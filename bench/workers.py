@@ -6,7 +6,6 @@ docs/benchmarks.md says what the numbers are. The exit status is 1 when a scenar
 
 import argparse
 import contextlib
-import gc
 import json
 import os
 import random
@@ -17,6 +16,7 @@ import time
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "gateway"))
 from report import Report, median, microseconds, percentile  # noqa: E402
 from round_trips import evaluated_over_http, sampled  # noqa: E402
+from scenarios import run  # noqa: E402
 from servers import Numora  # noqa: E402
 from streaming import MEGABYTES, Stream  # noqa: E402
 from wires import BayeuxClient, connect, post, read_head  # noqa: E402
@@ -199,19 +199,8 @@ def main():
     parser.add_argument("build", help="the folder of the release build")
     parser.add_argument("--seconds", type=float, default=10, help="of round trips, for both together")
     parser.add_argument("--only", default=",".join(SCENARIOS), help="scenarios, with commas between them")
-    options, report, failed = parser.parse_args(), Report(), False
-    signal.signal(signal.SIGTERM, lambda *_: sys.exit(1))
-    gc.disable()
-    for name in options.only.split(","):
-        print(f"{name} ...", file=sys.stderr, flush=True)
-        try:
-            SCENARIOS[name](options.build, options.seconds, report)
-        except Exception as error:  # the next one is measured all the same
-            failed = True
-            report.note(f"{name} FAILED: {type(error).__name__} {error}")
-        gc.collect()
-    report.print()
-    return failed
+    options, report = parser.parse_args(), Report()
+    return run(options.only.split(","), lambda name: SCENARIOS[name](options.build, options.seconds, report), report)
 
 
 if __name__ == "__main__":

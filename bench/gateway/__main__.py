@@ -7,8 +7,6 @@ to compare with that is not installed is left out. The exit status is 1 when a s
 """
 
 import argparse
-import gc
-import signal
 import sys
 
 import fan_out
@@ -16,6 +14,7 @@ import round_trips
 import starting
 import streaming
 from report import Report
+from scenarios import run
 from servers import what_is_missing
 
 SCENARIOS = {"round_trips": round_trips.measure, "streaming": streaming.measure, "fan_out": fan_out.measure,
@@ -35,23 +34,11 @@ def arguments():
 
 
 def main():
-    options, report, failed = arguments(), Report(), False
-    # Servers are ended on the way out.
-    signal.signal(signal.SIGTERM, lambda *_: sys.exit(1))
-    gc.disable()
+    options, report = arguments(), Report()
     missing = what_is_missing()
     for text in missing.values():
         report.note(text)
-    for name in options.only:
-        print(f"{name} ...", file=sys.stderr, flush=True)
-        try:
-            SCENARIOS[name](options.build, options.seconds, report, missing)
-        except Exception as error:  # the next one is measured all the same
-            failed = True
-            report.note(f"{name} FAILED: {type(error).__name__} {error}")
-        gc.collect()
-    report.print()
-    return failed
+    return run(options.only, lambda name: SCENARIOS[name](options.build, options.seconds, report, missing), report)
 
 
 if __name__ == "__main__":

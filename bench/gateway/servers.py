@@ -22,7 +22,7 @@ class Server:
 
     def __init__(self, command, **options):
         self.begin = time.perf_counter()
-        self.process = subprocess.Popen(command, stdin=subprocess.DEVNULL, **options)
+        self.process = subprocess.Popen(command, **{"stdin": subprocess.DEVNULL, **options})
 
     def __enter__(self):
         return self
@@ -41,10 +41,10 @@ class Server:
             fields = stat.read().rpartition(")")[2].split()
         return (int(fields[11]) + int(fields[12])) / TICK
 
-    def memory(self):
-        """The resident size in MiB."""
+    def memory(self, row="VmRSS"):
+        """A row of its status in MiB: the resident size, or VmHWM, the largest it had."""
         with open(f"/proc/{self.process.pid}/status", encoding="ascii") as status:
-            return next(int(line.split()[1]) for line in status if line.startswith("VmRSS:")) / 1024
+            return next(int(line.split()[1]) for line in status if line.startswith(row + ":")) / 1024
 
     def wait_until_listening(self, port):
         end = time.monotonic() + 30

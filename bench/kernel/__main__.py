@@ -7,7 +7,6 @@ status is 1 when a scenario failed, not for a missed goal."""
 
 import argparse
 import contextlib
-import gc
 import json
 import os
 import random
@@ -20,6 +19,7 @@ import zmq
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "gateway"))
 from front_end import FrontEnd, Skeleton, ours, ready, theirs  # noqa: E402
 from report import Report, median, microseconds  # noqa: E402
+from scenarios import run  # noqa: E402
 
 CHUNKS, CHUNK, WARM_UP = 40, 30, 5
 COMPLETIONS, INTERRUPTS, STARTS, IDLE_SECONDS = 100, 40, 9, 2
@@ -124,7 +124,7 @@ def starts(build, report):
                 times[start].append(time.perf_counter() - kernel.begin)
                 if number == 0:
                     time.sleep(IDLE_SECONDS)
-                    memory[start] = kernel.memory("VmRSS")
+                    memory[start] = kernel.memory()
     ratio = median(times[theirs]) / median(times[ours])
     report.add("start to the first reply", milliseconds(times[ours]), f"{ratio:.1f} x as fast", "< 100 ms",
                median(times[ours]) < .1)
@@ -203,19 +203,8 @@ def main():
     parser = argparse.ArgumentParser(prog="bench/kernel")
     parser.add_argument("build", help="the folder of the release build")
     parser.add_argument("--only", default=",".join(SCENARIOS), help="scenarios, with commas between them")
-    options, report, failed = parser.parse_args(), Report(), False
-    signal.signal(signal.SIGTERM, lambda *_: sys.exit(1))
-    gc.disable()
-    for name in options.only.split(","):
-        print(f"{name} ...", file=sys.stderr, flush=True)
-        try:
-            SCENARIOS[name](options.build, report)
-        except Exception as error:  # the next one is measured all the same
-            failed = True
-            report.note(f"{name} FAILED: {type(error).__name__} {error}")
-        gc.collect()
-    report.print()
-    return failed
+    options, report = parser.parse_args(), Report()
+    return run(options.only.split(","), lambda name: SCENARIOS[name](options.build, report), report)
 
 
 if __name__ == "__main__":

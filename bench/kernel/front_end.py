@@ -5,7 +5,6 @@ import hashlib
 import hmac
 import json
 import os
-import signal
 import subprocess
 import sys
 import tempfile
@@ -13,45 +12,23 @@ import time
 
 import zmq
 
+from servers import Server
+
 PARTS = "shell", "control", "stdin", "iopub", "hb"
 KEY = b"0123456789abcdef"
 DELIMITER = b"<IDS|MSG>"
 LIMIT = 60
 
 
-class Process:
-    """A process that is ended, by its id, with the `with` block."""
-
-    def __init__(self, command, **options):
-        self.begin = time.perf_counter()
-        self.process = subprocess.Popen(command, **{"stdin": subprocess.DEVNULL, "stderr": subprocess.DEVNULL, **options})
-
-    def __enter__(self):
-        return self
-
-    def __exit__(self, *_):
-        self.process.send_signal(signal.SIGTERM)
-        try:
-            self.process.wait(10)
-        except subprocess.TimeoutExpired:
-            self.process.kill()
-            self.process.wait()
-
-    def memory(self, row):
-        """A row of its status, VmRSS or VmHWM, in MiB."""
-        with open(f"/proc/{self.process.pid}/status", encoding="ascii") as status:
-            return next(int(line.split()[1]) for line in status if line.startswith(row + ":")) / 1024
-
-
-class Skeleton(Process):
+class Skeleton(Server):
     def __init__(self, build):
         super().__init__([os.path.join(build, "bin", "kernel_skeleton"), KEY.decode()], stdin=subprocess.PIPE,
-                         stdout=subprocess.PIPE)
+                         stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
         shell, iopub = self.process.stdout.readline().decode().split()
         self.ports = {"shell": shell, "iopub": iopub}
 
 
-class Kernel(Process):
+class Kernel(Server):
     def __init__(self, *command):
         self.folder = tempfile.TemporaryDirectory()
         sockets = [zmq.Context.instance().socket(zmq.ROUTER) for _ in PARTS]
@@ -63,7 +40,7 @@ class Kernel(Process):
         with open(file, "w", encoding="ascii") as connection:
             json.dump({**{name + "_port": port for name, port in self.ports.items()}, "ip": "127.0.0.1", "transport": "tcp",
                        "key": KEY.decode(), "signature_scheme": "hmac-sha256"}, connection)
-        super().__init__([*command, "-f", file], stdout=subprocess.DEVNULL,
+        super().__init__([*command, "-f", file], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
                          env={**os.environ, "IPYTHONDIR": self.folder.name,
                               "XDG_STATE_HOME": self.folder.name})
 
