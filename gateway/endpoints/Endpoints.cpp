@@ -273,7 +273,7 @@ std::shared_ptr<sockets::Speaker> Endpoints::speakerFor(const HttpRequest& upgra
     if (upgrade.route->handler == &answerBayeux) {
         return std::make_shared<BayeuxSpeaker>(peerOf(upgrade), upgrade.desk);
     }
-    return upgrade.desk->kernel().speaker(queryValue(upgrade.query, "session_id"), *upgrade.grant,
+    return upgrade.desk->kernel().speaker(queryValue(upgrade.query, "session_id"), upgrade.grant,
                                           upgrade.grant->allows(access::Right::Restart, upgrade.interpreter));
 }
 

@@ -22,6 +22,7 @@ constexpr std::uint16_t tryAgainLater = 1013;
 void KernelClient::attach(std::shared_ptr<KernelSocket> socket) {
     if (socket_) socket_->close(normalClosure);
     socket_ = std::move(socket);
+    grant_ = socket_->peer().grant;
     pump();
 }
 

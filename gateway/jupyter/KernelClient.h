@@ -56,6 +56,7 @@ private:
     void makeRoom(std::size_t bytes, OutgoingMessage::Rank highest);
 
     std::shared_ptr<KernelSocket> socket_;
+    std::shared_ptr<const access::Grant> grant_;  // as long as it may come back
     Clock::time_point awaySince_{};
     std::vector<std::string> sessions_;  // the latest at the end
     std::deque<Entry> waiting_;

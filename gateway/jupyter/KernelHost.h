@@ -37,7 +37,8 @@ public:
 
     /// For a WebSocket of a front end, which may name its session, so that it is known when it comes back
     /// with the same token: others see the names of sessions.
-    std::shared_ptr<sockets::Speaker> speaker(const std::string& session, const access::Grant& grant,
+    std::shared_ptr<sockets::Speaker> speaker(const std::string& session,
+                                              const std::shared_ptr<const access::Grant>& grant,
                                               bool mayRestart);
 
     /// Returns at once.
@@ -64,14 +65,16 @@ private:
     const std::shared_ptr<KernelRoom> room_;
 };
 
-inline std::shared_ptr<sockets::Speaker> KernelHost::speaker(const std::string& session,
-                                                             const access::Grant& grant, bool mayRestart) {
+inline std::shared_ptr<sockets::Speaker> KernelHost::speaker(
+    const std::string& session, const std::shared_ptr<const access::Grant>& grant, bool mayRestart) {
     constexpr std::size_t longest = 256;
     const bool isNamed = !session.empty() && session.size() <= longest;
-    std::string own = isNamed ? std::to_string(reinterpret_cast<std::uintptr_t>(&grant)) + ' ' + session
+    std::string own = isNamed ? std::to_string(reinterpret_cast<std::uintptr_t>(grant.get())) + ' ' + session
                               : connector::randomUuid();
     return std::make_shared<KernelSocket>(
-        room_, KernelSocket::Peer{.session = std::move(own), .comesBack = isNamed, .mayRestart = mayRestart},
+        room_,
+        KernelSocket::Peer{
+            .session = std::move(own), .grant = grant, .comesBack = isNamed, .mayRestart = mayRestart},
         room_->frameBytes());
 }
 

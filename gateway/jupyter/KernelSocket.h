@@ -8,6 +8,7 @@
 #include <string_view>
 #include <vector>
 
+#include "access/Grant.h"
 #include "sockets/Speaker.h"
 
 namespace gateway::jupyter {
@@ -24,8 +25,9 @@ public:
     using Clock = std::chrono::steady_clock;
 
     struct Peer {
-        std::string session;  ///< by which it is known when it comes back
-        bool comesBack;       ///< it has named the session itself
+        std::string session;                         ///< by which it is known when it comes back
+        std::shared_ptr<const access::Grant> grant;  ///< its address is in that, and is not to be another's
+        bool comesBack;                              ///< it has named the session itself
         bool mayRestart;
     };
 
